@@ -1,0 +1,118 @@
+# The product as a shared object on the simulated machine, the rehearsal tool, the tests.
+find_package(Boost REQUIRED COMPONENTS context)
+find_package(fmt REQUIRED)
+find_package(GTest REQUIRED)
+
+set(QM_BASE_FLAGS -fshort-wchar -fPIC -g)
+if(QM_SANITIZE)
+    list(APPEND QM_BASE_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=address,undefined)
+endif()
+
+# --- The simulated machine: an object library, so that every operation is there for the images that are loaded later.
+file(GLOB_RECURSE QM_SIMWIN_SOURCES CONFIGURE_DEPENDS simwin/*.cpp)
+add_library(simwin OBJECT ${QM_SIMWIN_SOURCES})
+target_include_directories(simwin PUBLIC ${CMAKE_SOURCE_DIR})
+target_compile_options(simwin PUBLIC ${QM_BASE_FLAGS})
+target_link_libraries(simwin PUBLIC Boost::context fmt::fmt ${CMAKE_DL_LIBS} PRIVATE qm_warnings)
+
+# --- The product: one shared object, loaded afresh for each simulated process. What it needs of Windows is found in the
+# host program; its operator new and delete stay its own.
+add_library(quillmarch SHARED ${QM_PRODUCT_SOURCES})
+target_include_directories(quillmarch PUBLIC src ${CMAKE_SOURCE_DIR} PRIVATE ${CMAKE_BINARY_DIR}/generated)
+target_compile_options(quillmarch PUBLIC ${QM_BASE_FLAGS} PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics)
+target_compile_options(quillmarch PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>
+    $<$<CXX_COMPILER_ID:Clang>:-Wglobal-constructors -Wexit-time-destructors -Wthread-safety -Wthread-safety-beta>)
+target_link_options(quillmarch PRIVATE -Wl,-Bsymbolic -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/product.map)
+set_target_properties(quillmarch PROPERTIES LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/product.map)
+target_link_libraries(quillmarch PRIVATE qm_warnings)
+
+# The resources of the executable, as the machine's FindResourceA reads them.
+find_program(QM_WINDRES x86_64-w64-mingw32-windres)
+set(QM_RESOURCES ${CMAKE_BINARY_DIR}/Quillmarch.res)
+if(EXISTS ${CMAKE_SOURCE_DIR}/src/resources/Quillmarch.rc)
+    file(GLOB QM_RESOURCE_FILES CONFIGURE_DEPENDS src/resources/*)
+    add_custom_command(OUTPUT ${QM_RESOURCES}
+        COMMAND ${QM_WINDRES} -O res --preprocessor=gcc --preprocessor-arg=-E --preprocessor-arg=-xc
+                --preprocessor-arg=-DRC_INVOKED -I ${CMAKE_SOURCE_DIR}/src/resources
+                ${CMAKE_SOURCE_DIR}/src/resources/Quillmarch.rc ${QM_RESOURCES}
+        DEPENDS ${QM_RESOURCE_FILES} VERBATIM)
+    add_custom_target(resources ALL DEPENDS ${QM_RESOURCES})
+endif()
+
+# A program that carries the simulated machine and loads the product's image.
+function(qm_host name)
+    target_link_libraries(${name} PRIVATE simwin qm_warnings)
+    target_link_options(${name} PRIVATE -rdynamic -Wl,--no-allow-shlib-undefined)
+    target_compile_definitions(${name} PRIVATE
+        QM_IMAGE_FILE="$<TARGET_FILE:quillmarch>" QM_RESOURCE_FILE="${QM_RESOURCES}")
+    add_dependencies(${name} quillmarch)
+    if(TARGET resources)
+        add_dependencies(${name} resources)
+    endif()
+endfunction()
+
+# --- The rehearsal tool.
+file(GLOB_RECURSE QM_REHEARSE_SOURCES CONFIGURE_DEPENDS rehearse/*.cpp)
+add_executable(quillmarch-rehearse ${QM_REHEARSE_SOURCES})
+qm_host(quillmarch-rehearse)
+
+# --- Tests.
+enable_testing()
+include(GoogleTest)
+add_library(qm_harness OBJECT tests/harness/Harness.cpp)
+target_link_libraries(qm_harness PUBLIC simwin GTest::gtest PRIVATE qm_warnings)
+target_compile_definitions(qm_harness PRIVATE QM_RESOURCE_FILE="${QM_RESOURCES}" QM_IMAGE_FILE="$<TARGET_FILE:quillmarch>")
+target_include_directories(qm_harness PUBLIC ${CMAKE_SOURCE_DIR} src)
+
+function(qm_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES")
+    add_executable(${name} ${arg_SOURCES})
+    qm_host(${name})
+    target_link_libraries(${name} PRIVATE qm_harness quillmarch GTest::gtest)
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120 LABELS ${name})
+endfunction()
+
+# The kernel, by an image of the tests' own in the product's place.
+add_library(probe SHARED tests/kernel/Probe.cpp)
+target_include_directories(probe PRIVATE src ${CMAKE_SOURCE_DIR})
+target_compile_options(probe PRIVATE ${QM_BASE_FLAGS} -fno-exceptions -fno-rtti
+    $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+target_link_options(probe PRIVATE -Wl,-Bsymbolic)
+add_executable(kernel tests/kernel/KernelTest.cpp)
+qm_host(kernel)
+add_dependencies(kernel probe)
+target_compile_definitions(kernel PRIVATE PROBE_IMAGE="$<TARGET_FILE:probe>")
+target_link_libraries(kernel PRIVATE GTest::gtest GTest::gtest_main)
+gtest_discover_tests(kernel DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120 LABELS kernel)
+
+foreach(room support config actions engine inventory host machine)
+    file(GLOB room_sources CONFIGURE_DEPENDS tests/unit/${room}/*.cpp)
+    if(room_sources)
+        qm_test(unit_${room} SOURCES ${room_sources})
+    endif()
+endforeach()
+file(GLOB contract_sources CONFIGURE_DEPENDS tests/contract/*.cpp)
+if(contract_sources)
+    qm_test(contract SOURCES ${contract_sources})
+endif()
+
+# Whole machines as files, judged by their own expectations.
+file(GLOB_RECURSE scenarios RELATIVE ${CMAKE_SOURCE_DIR} CONFIGURE_DEPENDS tests/scenarios/*.toml examples/*.toml)
+foreach(scenario ${scenarios})
+    if(scenario MATCHES "/parts/" OR scenario MATCHES "/real/")
+        continue() # included by others; or in need of an export that may not lie beside the checkout
+    endif()
+    add_test(NAME ${scenario} COMMAND quillmarch-rehearse --check --quiet ${CMAKE_SOURCE_DIR}/${scenario})
+    set_tests_properties(${scenario} PROPERTIES TIMEOUT 120 LABELS scenario)
+endforeach()
+option(QM_BENCH "Build the benchmarks" OFF)
+if(QM_BENCH AND EXISTS ${CMAKE_SOURCE_DIR}/bench/CMakeLists.txt)
+    add_subdirectory(bench)
+endif()
+if(QM_FUZZ AND EXISTS ${CMAKE_SOURCE_DIR}/fuzz/CMakeLists.txt)
+    add_subdirectory(fuzz)
+endif()
+if(EXISTS ${CMAKE_SOURCE_DIR}/tests/rehearse/CMakeLists.txt)
+    add_subdirectory(tests/rehearse)
+endif()

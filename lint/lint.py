@@ -1,0 +1,196 @@
+#!/usr/bin/env python3
+"""The rules of the house, as code. Prints FILE:LINE: what is wrong, a line each, and exits 1 if there is any.
+
+Rules: arrows between folders (read from the table in docs/architecture.md), sizes, banned names by folder,
+conditional compilation, operations without the gate, headers without their opening comment, files that nobody
+builds or runs, words that do not belong, formatting (clang-format).
+"""
+import os
+import re
+import subprocess
+import sys
+
+MAX_LINES = 700
+CODE_ROOTS = ("src", "simwin", "rehearse", "tests", "bench", "fuzz")
+
+BANNED_EVERYWHERE = [
+    (re.compile(r"\bstd::w?(wstring|wstring_view)\b|\bwcs[a-z]+\s*\("), "wide functions of the host: WCHAR is 16 bits here"),
+    (re.compile(r"\b(TODO|FIXME|XXX)\b"), "a plan belongs into docs/, not into the code"),
+    (re.compile(r"^\s*#\s*if\s+0\b"), "dead code"),
+]
+BANNED_IN_SRC = [
+    (re.compile(r"#\s*include\s*<(vector|string|map|set|unordered_map|deque|list|memory|thread|mutex|chrono|"
+                r"iostream|sstream|functional|atomic|optional|variant|condition_variable|future|locale|regex|stdexcept)>"),
+     "a header of the standard library that drags in its exception or thread code"),
+    (re.compile(r"\.substr\s*\("), "string_view::substr throws; write string_view(p, n)"),
+    (re.compile(r"\b(throw|try|catch|dynamic_cast|typeid)\b\s*[\({]?"), "no exceptions, no RTTI"),
+    (re.compile(r"\bgoto\b"), "no goto"),
+    (re.compile(r"\b(strcpy|strcat|sprintf|strncpy|strncat|gets|vsprintf|lstrcpyA|lstrcatA)\s*\("), "an unbounded copy: use BoundedText"),
+    (re.compile(r"#\s*include\s*[\"<](simwin/|windows\.h|setupapi\.h)"), "the one door is platform/win32.h"),
+]
+BANNED_IN_SIMWIN = [
+    (re.compile(r"\bstd::chrono\b|\bclock_gettime\b|\bgettimeofday\b|\btime\s*\(\s*(NULL|nullptr|0)\s*\)|\brandom_device\b|\brand\s*\("),
+     "the host's clock or chance"),
+    (re.compile(r"#\s*include\s*\"(engine|inventory|config|actions|balloon|host|support|platform)/"),
+     "the machine knows nothing of the product"),
+]
+WORDS = [
+    (re.compile(r"\b[Ss]pecification\b|\bspec\.md\b|\b[Tt]he spec\b|\bParts? [1-7]\.[0-9]\b"), "mentions what only issues may mention"),
+    (re.compile(r"/w[o]rk/|/tmp/bash_j[o]bs"), "a path of somebody's machine"),
+]
+
+
+def read(path):
+    with open(path, encoding="utf-8", errors="replace") as handle:
+        return handle.read().split("\n")
+
+
+def strip_comment_and_strings(line):
+    line = re.sub(r'"(\\.|[^"\\])*"', '""', line)
+    line = re.sub(r"'(\\.|[^'\\])'", "''", line)
+    return re.sub(r"//.*", "", line)
+
+
+def arrows_from_table(text):
+    """folder -> folders that it may use, from the rows `| `folder/` | for | may use | ... |`."""
+    allowed = {}
+    for line in text.split("\n"):
+        cells = [cell.strip() for cell in line.strip().strip("|").split("|")]
+        if len(cells) < 3 or not re.fullmatch(r"`[a-z/]+/`", cells[0]):
+            continue
+        folder = cells[0].strip("`").rstrip("/")
+        allowed[folder] = [use.rstrip("/") for use in re.findall(r"`([a-z/]+?)/?`", cells[2])]
+    return allowed
+
+
+def room_of(path, rooms):
+    best = None
+    for room in rooms:
+        if path.startswith(room + "/") and (best is None or len(room) > len(best)):
+            best = room
+    return best
+
+
+def resolve_include(path, name, exists):
+    for base in ("", "src/"):
+        if exists(base + name):
+            return base + name
+    beside = os.path.join(os.path.dirname(path), name)
+    return beside if exists(beside) else None
+
+
+def check_arrows(path, lines, allowed, exists=os.path.exists):
+    found = []
+    rooms = list(allowed)
+    own = room_of(path, rooms)
+    if own is None:
+        return found
+    for number, line in enumerate(lines, 1):
+        match = re.match(r'\s*#\s*include\s*"([^"]+)"', line)
+        if not match:
+            continue
+        target = resolve_include(path, match.group(1), exists)
+        room = room_of(target, rooms) if target else None
+        if room and room != own and not any(room == use or room.startswith(use + "/") for use in allowed[own]):
+            found.append((path, number, f"{own} may not use {room}"))
+    return found
+
+
+def check_text(path, lines):
+    found = []
+    rules = list(BANNED_EVERYWHERE)
+    if path.startswith("src/") and path != "src/platform/win32.h":
+        rules += BANNED_IN_SRC
+    if path.startswith("simwin/"):
+        rules += BANNED_IN_SIMWIN
+    for number, line in enumerate(lines, 1):
+        bare = strip_comment_and_strings(line) if "include" not in line else line
+        for pattern, why in rules:
+            subject = line if "TODO" in pattern.pattern else bare
+            if pattern.search(subject):
+                found.append((path, number, why))
+        if path.startswith("src/") and path != "src/platform/win32.h" and re.match(r"\s*#\s*(if|ifdef|ifndef|elif)\b", line):
+            found.append((path, number, "conditional compilation outside platform/win32.h"))
+    if path.endswith((".h", ".cpp")) and len(lines) > MAX_LINES:
+        found.append((path, len(lines), f"more than {MAX_LINES} lines: look for the second subject"))
+    if path.endswith(".h") and not (lines and lines[0].startswith("//")):
+        found.append((path, 1, "a header opens with what it is for"))
+    return found
+
+
+def check_words(path, lines):
+    return [(path, number, why) for number, line in enumerate(lines, 1) for pattern, why in WORDS if pattern.search(line)]
+
+
+def declared_operations(lines):
+    text = "\n".join(re.sub(r"//.*", "", line) for line in lines)
+    names = set()
+    for match in re.finditer(r"^(?:\[\[noreturn\]\] )?[A-Za-z_][\w:<>]*[\s\*&]+(?:WINAPIV? |WINAPI )?([A-Za-z_]\w*)\(", text, re.M):
+        if not match.group(1).startswith("SIMWIN_") and match.group(1) not in ("__attribute__", "sizeof", "static_assert", "WinMain") and "constexpr" not in match.group(0):
+            names.add(match.group(1))
+    return names
+
+
+def check_gates(api_names, sources):
+    """Every operation that an api.h declares opens with SIM_CALL under its own name."""
+    gated = set()
+    for lines in sources.values():
+        gated |= set(re.findall(r'SIM_CALL\(\s*"(\w+)"', "\n".join(lines)))
+    return [(path, 1, f"operation {name} does not pass the gate")
+            for path, names in sorted(api_names.items()) for name in sorted(names) if name not in gated]
+
+
+def check_unused(files):
+    """Sources that no build lists, scenarios that no run lists."""
+    found = []
+    for path in files:
+        if path.startswith("tests/") and path.endswith(".toml") and not path.startswith(("tests/scenarios/", "tests/rehearse/", "tests/storms/", "tests/machines/")):
+            found.append((path, 1, "a scenario that no run lists"))
+        if path.endswith(".cpp") and not path.startswith(CODE_ROOTS):
+            found.append((path, 1, "a source that no build lists"))
+    return found
+
+
+def tracked():
+    out = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], capture_output=True, text=True, check=True).stdout
+    return [path for path in out.split("\n") if path and os.path.exists(path)]
+
+
+def check_format(files):
+    names = [path for path in files if path.endswith((".h", ".cpp"))]
+    found = []
+    if not names:
+        return found
+    run = subprocess.run(["clang-format", "--dry-run", "--Werror", *names], capture_output=True, text=True, check=False)
+    for match in re.finditer(r"^(.+?):(\d+):\d+: error: code should be clang-formatted", run.stderr, re.M):
+        if not any(entry[0] == match.group(1) for entry in found):
+            found.append((match.group(1), int(match.group(2)), "not formatted as .clang-format says"))
+    return found
+
+
+def main():
+    os.chdir(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+    files = tracked()
+    code = {path: read(path) for path in files if path.startswith(CODE_ROOTS) and path.endswith((".h", ".cpp"))}
+    allowed = arrows_from_table("\n".join(read("docs/architecture.md")))
+    found = []
+    if not allowed:
+        found.append(("docs/architecture.md", 1, "no table of folders"))
+    for path, lines in code.items():
+        found += check_text(path, lines)
+        found += check_arrows(path, lines, allowed)
+    for path in files:
+        if path.endswith((".h", ".cpp", ".md", ".toml", ".py", ".sh", ".txt", ".cmake", ".ini", ".json")) and path != "lint/lint.py" and path != "lint/test_lint.py":
+            found += check_words(path, read(path))
+    apis = {path: declared_operations(lines) for path, lines in code.items() if re.fullmatch(r"simwin/\w+/api\.h", path)}
+    found += check_gates(apis, {path: lines for path, lines in code.items() if path.startswith("simwin/")})
+    found += check_unused(files)
+    found += check_format(files)
+    for path, number, why in sorted(set(found)):
+        print(f"{path}:{number}: {why}")
+    print(f"lint: {len(files)} files, {len(set(found))} findings")
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

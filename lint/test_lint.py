@@ -1,0 +1,64 @@
+#!/usr/bin/env python3
+"""A bad example for each rule of the lint, and a good one beside it."""
+import unittest
+
+import lint
+
+TABLE = """
+| Folder | For | May use | Used by |
+|---|---|---|---|
+| `src/engine/` | decisions | `src/inventory`, `src/support` | |
+| `src/inventory/` | ports | `src/support` | |
+| `src/support/` | tools | | |
+"""
+
+
+def whys(found):
+    return [why for _, _, why in found]
+
+
+class Lint(unittest.TestCase):
+    def test_an_arrow_that_is_not_in_the_table_is_found(self):
+        allowed = lint.arrows_from_table(TABLE)
+        exists = {"src/engine/A.h", "src/inventory/B.h"}.__contains__
+        self.assertEqual(lint.check_arrows("src/engine/X.cpp", ['#include "inventory/B.h"'], allowed, exists), [])
+        self.assertEqual(whys(lint.check_arrows("src/inventory/X.cpp", ['#include "engine/A.h"'], allowed, exists)),
+                         ["src/inventory may not use src/engine"])
+
+    def test_names_that_a_folder_bans_are_found(self):
+        for path, line in [
+            ("src/a/X.cpp", "#include <vector>"), ("src/a/X.cpp", "auto s = view.substr(1);"),
+            ("src/a/X.cpp", "throw 1;"), ("src/a/X.cpp", "strcpy(a, b);"), ("src/a/X.cpp", "#ifdef _WIN32"),
+            ("src/a/X.cpp", '#include "simwin/win32.h"'), ("simwin/a/X.cpp", "std::chrono::seconds(1);"),
+            ("simwin/a/X.cpp", '#include "engine/A.h"'), ("tests/X.cpp", "std::wstring text;"),
+            ("rehearse/X.cpp", "// TODO later"), ("rehearse/X.cpp", "#if 0"),
+        ]:
+            self.assertEqual(len(lint.check_text(path, [line])), 1, line)
+        for path, line in [
+            ("src/a/X.cpp", "#include <span>"), ("src/platform/win32.h", "// door"), ("src/a/X.cpp", "// no try here"),
+            ("rehearse/X.cpp", "std::string text = \"goto\";"), ("simwin/a/X.cpp", "SetTime(0);"),
+        ]:
+            self.assertEqual(lint.check_text(path, [line]), [], line)
+
+    def test_a_file_that_grew_and_a_header_without_its_comment_are_found(self):
+        self.assertEqual(len(lint.check_text("src/a/X.cpp", [""] * (lint.MAX_LINES + 1))), 1)
+        self.assertEqual(lint.check_text("src/a/X.cpp", [""] * lint.MAX_LINES), [])
+        self.assertEqual(len(lint.check_text("src/a/X.h", ["#pragma once"])), 1)
+
+    def test_an_operation_without_the_gate_is_found(self):
+        api = {"simwin/a/api.h": lint.declared_operations(["BOOL CloseIt(HANDLE handle); // closes", "DWORD WINAPI Ask();"])}
+        self.assertEqual(api["simwin/a/api.h"], {"CloseIt", "Ask"})
+        self.assertEqual(whys(lint.check_gates(api, {"x": ['SIM_CALL("Ask", "");']})),
+                         ["operation CloseIt does not pass the gate"])
+
+    def test_words_that_do_not_belong_are_found(self):
+        self.assertEqual(len(lint.check_words("README.md", ["see Part 1" + ".2"])), 1)
+        self.assertEqual(lint.check_words("README.md", ["a part of it"]), [])
+
+    def test_a_scenario_that_no_run_lists_is_found(self):
+        self.assertEqual(len(lint.check_unused(["tests/odd/a.toml"])), 1)
+        self.assertEqual(lint.check_unused(["tests/scenarios/a.toml"]), [])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,267 @@
+#include "rehearse/DescriptionReader.h"
+
+#include "rehearse/DescriptionKeys.h"
+#include "rehearse/Durations.h"
+
+#include "simwin/kernel/Text.h"
+
+#include <fmt/format.h>
+
+#define TOML_HEADER_ONLY 1
+#define TOML_ENABLE_WINDOWS_COMPAT 0
+#include <toml++/toml.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+namespace rehearse {
+
+namespace {
+
+Position PositionOf(const std::string& file, const toml::source_region& region) {
+    return {file, region.begin.line ? region.begin.line : 1u, region.begin.column ? region.begin.column : 1u};
+}
+
+// One file on its way into records.
+class FileReader {
+public:
+    explicit FileReader(std::string file) : m_file(std::move(file)) {}
+    Record ReadTable(const toml::table& table, const std::string& section) const;
+
+private:
+    Value ReadValue(const toml::node& node, const toml::key& name, const Key& key) const;
+    void ReadText(Value& value, const std::string& utf8, const Key& key, std::string_view name) const;
+    void ReadArray(Value& value, const toml::array& array, const Key& key, std::string_view name) const;
+    void CheckNeeded(const Record& record) const;
+    void CheckSubjects(const Record& record) const;
+    std::string HostPath(const std::string& path) const;
+    std::string m_file;
+};
+
+std::string ChoicesText(const Key& key) {
+    std::string text;
+    for (const std::string& choice : machine::Split(key.choices, '|'))
+        text += fmt::format("{}\"{}\"", text.empty() ? "" : ", ", choice);
+    return text;
+}
+
+// What a wrong type is told: "must be a duration, \"close\"".
+std::string WantedText(const Key& key) {
+    std::string wanted = TypeText(key.choices ? key.types & ~Text : key.types);
+    if (key.types & Duration)
+        wanted += " such as \"250ms\", \"10s\", \"2m\", \"1h\"";
+    if (key.choices)
+        wanted += (wanted.empty() ? "one of " : " or one of ") + ChoicesText(key);
+    return wanted;
+}
+
+std::string FileReader::HostPath(const std::string& path) const {
+    const std::filesystem::path wanted(path);
+    return wanted.is_absolute() ? path : (std::filesystem::path(m_file).parent_path() / wanted).string();
+}
+
+void FileReader::ReadText(Value& value, const std::string& utf8, const Key& key, std::string_view name) const {
+    if (key.types & Duration) {
+        if (const auto ms = ParseDuration(utf8)) {
+            value.type = Duration;
+            value.number = static_cast<std::int64_t>(*ms);
+            return;
+        }
+    }
+    if (key.types & (HostFile | HostFiles)) {
+        value.type = HostFile;
+        value.text = HostPath(utf8);
+        return;
+    }
+    if (key.types & Plain) {
+        value.type = Plain;
+        value.text = utf8;
+        return;
+    }
+    const bool isChoice = [&] {
+        if (!key.choices)
+            return true;
+        const std::vector<std::string> choices = machine::Split(key.choices, '|');
+        return std::find(choices.begin(), choices.end(), utf8) != choices.end();
+    }();
+    if (!(key.types & Text) || !isChoice)
+        throw InputError(value.at, fmt::format("'{}' must be {}", name, WantedText(key)));
+    value.type = Text;
+    value.text = machine::AnsiFromUtf8(utf8);
+}
+
+void FileReader::ReadArray(Value& value, const toml::array& array, const Key& key, std::string_view name) const {
+    const bool isEmpty = array.empty();
+    if (key.types & Tables && !isEmpty && array.is_array_of_tables()) {
+        value.type = Tables;
+        for (const toml::node& item : array)
+            value.tables.push_back(ReadTable(*item.as_table(), key.name));
+        return;
+    }
+    const bool isNumbers = key.types & Numbers && (array.is_homogeneous<std::int64_t>() || isEmpty);
+    const bool isTexts = key.types & (Texts | HostFiles) && (array.is_homogeneous<std::string>() || isEmpty);
+    if (!isNumbers && !isTexts)
+        throw InputError(value.at, fmt::format("'{}' must be {}", name, WantedText(key)));
+    value.type = isNumbers ? Numbers : key.types & (Texts | HostFiles);
+    for (const toml::node& item : array) {
+        value.itemsAt.push_back(PositionOf(m_file, item.source()));
+        if (isNumbers) {
+            value.numbers.push_back(item.ref<std::int64_t>());
+            continue;
+        }
+        const std::string& text = item.ref<std::string>();
+        value.texts.push_back(key.types & HostFiles ? HostPath(text) : machine::AnsiFromUtf8(text));
+    }
+}
+
+Value FileReader::ReadValue(const toml::node& node, const toml::key& name, const Key& key) const {
+    Value value;
+    value.at = PositionOf(m_file, node.source());
+    if (const toml::table* table = node.as_table()) {
+        if (table->empty())
+            return value; // takes the key back
+        if (!(key.types & (Table | AnyKeys)))
+            throw InputError(value.at, fmt::format("'{}' must be {}", name.str(), WantedText(key)));
+        const std::string section = key.section[0] ? fmt::format("{}.{}", key.section, key.name) : key.name;
+        value.type = key.types & (Table | AnyKeys);
+        value.tables.push_back(ReadTable(*table, section));
+    } else if (const toml::array* array = node.as_array()) {
+        ReadArray(value, *array, key, name.str());
+    } else if (const auto text = node.value_exact<std::string>()) {
+        ReadText(value, *text, key, name.str());
+    } else if (const auto flag = node.value_exact<bool>(); flag && key.types & Flag) {
+        value.type = Flag;
+        value.number = *flag;
+    } else if (const auto number = node.value_exact<std::int64_t>(); number && key.types & Number) {
+        value.type = Number;
+        value.number = *number;
+    } else {
+        throw InputError(value.at, fmt::format("'{}' must be {}", name.str(), WantedText(key)));
+    }
+    return value;
+}
+
+Record FileReader::ReadTable(const toml::table& table, const std::string& section) const {
+    Record record;
+    record.section = section;
+    record.at = PositionOf(m_file, table.source());
+    struct Named {
+        const toml::key* name;
+        const toml::node* node;
+    };
+    std::vector<Named> fields; // toml++ sorts by name; the order of the file decides what is complained of first
+    for (auto&& [name, node] : table)
+        fields.push_back({&name, &node});
+    std::stable_sort(fields.begin(), fields.end(), [](const Named& a, const Named& b) {
+        const toml::source_position left = a.name->source().begin, right = b.name->source().begin;
+        return left.line != right.line ? left.line < right.line : left.column < right.column;
+    });
+    for (const Named& field : fields) {
+        const std::string_view name = field.name->str();
+        const Key* key = FindKey(section, name);
+        if (!key) {
+            const std::string where = section.empty() ? "" : fmt::format(" in '{}'", section);
+            throw InputError(PositionOf(m_file, field.name->source()), fmt::format("unknown key '{}'{}", name, where));
+        }
+        record.Set(name == key->name ? std::string(name) : machine::AnsiFromUtf8(name),
+                   ReadValue(*field.node, *field.name, *key));
+    }
+    CheckNeeded(record);
+    CheckSubjects(record);
+    return record;
+}
+
+void FileReader::CheckNeeded(const Record& record) const {
+    for (const Key& key : AllKeys()) {
+        const bool isNeeded = record.section == key.section && std::string_view(key.initial) == "needed";
+        // A link that amends another may leave out what that one says.
+        const bool isAmendable = record.section == "dos_name" && std::string_view(key.name) == "target";
+        if (isNeeded && !isAmendable && !record.Has(key.name))
+            throw InputError(record.at, fmt::format("'{}' is missing in '{}'", key.name, record.section));
+    }
+}
+
+void FileReader::CheckSubjects(const Record& record) const {
+    if (!HasSubjects(record.section))
+        return;
+    // The service's state, its checkpoints and the exit code may be told in one expectation.
+    const auto isServiceFact = [](std::string_view name) {
+        return name == "service" || name == "checkpoints" || name == "exit_code";
+    };
+    std::string subject;
+    for (const auto& [name, value] : record.Fields()) {
+        if (!IsSubject(*FindKey(record.section, name)))
+            continue;
+        if (!subject.empty() && !(isServiceFact(subject) && isServiceFact(name)))
+            throw InputError(value.at, fmt::format("'{}' cannot stand beside '{}'", name, subject));
+        subject = name;
+    }
+    if (subject.empty())
+        throw InputError(record.at, fmt::format("this '{}' says nothing but when", record.section));
+    for (const auto& [name, value] : record.Fields()) {
+        const Key& key = *FindKey(record.section, name);
+        if (!IsSubject(key) && !GoesWith(key, subject))
+            throw InputError(value.at, fmt::format("'{}' does not go with '{}'", name, subject));
+    }
+}
+
+toml::table ParseFile(const std::string& file, const Position& from) {
+    const std::string text = ReadHostFile(file, from);
+    try {
+        return toml::parse(std::string_view(text), std::string_view(file));
+    } catch (const toml::parse_error& error) {
+        throw InputError(PositionOf(file, error.source()), error.description());
+    }
+}
+
+std::string CanonicalName(const std::string& file) {
+    std::error_code error;
+    const std::filesystem::path canonical = std::filesystem::weakly_canonical(file, error);
+    return error ? file : canonical.string();
+}
+
+// Reads one file behind those that it includes. A description that several build on is read once.
+void ReadInto(Record& whole, const std::string& file, const Position& from, std::set<std::string>& open,
+              std::set<std::string>& done) {
+    const std::string name = CanonicalName(file);
+    if (open.contains(name))
+        throw InputError(from, fmt::format("'{}' includes itself", file));
+    if (done.contains(name))
+        return;
+    open.insert(name);
+    const Record record = FileReader(file).ReadTable(ParseFile(file, from), "");
+    if (const Value* include = record.Find("include")) {
+        const std::vector<std::string> files = record.TextsOf("include");
+        for (std::size_t i = 0; i < files.size(); ++i)
+            ReadInto(whole, files[i], include->itemsAt.empty() ? include->at : include->itemsAt[i], open, done);
+    }
+    open.erase(name);
+    done.insert(name);
+    whole.Amend(record);
+}
+
+} // namespace
+
+std::string ReadHostFile(const std::string& file, const Position& at) {
+    std::error_code error;
+    const bool isFile = std::filesystem::is_regular_file(file, error);
+    std::ifstream stream(file, std::ios::binary);
+    if (!isFile || !stream)
+        throw InputError(at, fmt::format("there is no file '{}' that can be read", file));
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return std::move(text).str();
+}
+
+Record ReadDescription(const std::string& file) {
+    Record whole;
+    whole.at = {file, 1, 1};
+    std::set<std::string> open, done;
+    ReadInto(whole, file, whole.at, open, done);
+    return whole;
+}
+
+} // namespace rehearse

@@ -1,0 +1,159 @@
+#include "rehearse/DeviceEvents.h"
+
+#include "rehearse/DeviceRecords.h"
+#include "rehearse/MachineFacts.h"
+#include "rehearse/Surroundings.h"
+
+#include "simwin/devices/Devices.h"
+#include "simwin/devices/PlugAndPlay.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Scheduler.h"
+
+#include <fmt/format.h>
+
+namespace rehearse {
+
+namespace {
+
+constexpr std::int64_t LargestDword = 0xFFFFFFFF;
+constexpr std::int64_t MostBroadcasts = 10'000;
+constexpr std::int64_t MostHubPorts = 255;
+
+// The id that a field names; it must be known, or an event would happen to nothing.
+std::string DeviceIn(const Record& record, std::string_view key) {
+    const std::string id = record.TextOf(key);
+    if (!IsKnownDevice(id))
+        throw InputError(record.At(key), fmt::format("there is no device '{}'", id));
+    return id;
+}
+
+unsigned NumberIn(const Record& record, std::string_view key, std::int64_t least, std::int64_t most) {
+    const std::int64_t number = record.NumberOf(key);
+    if (number < least || number > most)
+        throw InputError(record.At(key), fmt::format("'{}' must be {} to {}", key, least, most));
+    return static_cast<unsigned>(number);
+}
+
+Action PlugEvent(const Record& event, Stage& stage) {
+    const std::string id = DeviceIn(event, "plug");
+    return [&stage, id] {
+        stage.timeline->Outside("plugged in:", id);
+        machine::PlugDevice(id);
+    };
+}
+
+Action UnplugEvent(const Record& event, Stage& stage) {
+    const std::string id = DeviceIn(event, "unplug");
+    return [&stage, id] {
+        stage.timeline->Outside("pulled out:", id);
+        machine::UnplugDevice(id);
+    };
+}
+
+Action ReplugEvent(const Record& event, Stage& stage) {
+    const Record& table = *event.TableOf("replug");
+    const std::string id = DeviceIn(table, "device");
+    const std::uint64_t offMs = table.MsOf("off", machine::DefaultOffMs);
+    return [&stage, id, offMs] {
+        stage.timeline->Outside(fmt::format("pulled out and back {} ms later:", offMs), id);
+        machine::ReplugDevice(id, offMs);
+    };
+}
+
+Action MoveEvent(const Record& event, Stage& stage) {
+    const Record& table = *event.TableOf("move");
+    const std::string id = DeviceIn(table, "device"), hub = DeviceIn(table, "hub");
+    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(hub);
+    if (!node || !node->IsHub())
+        throw InputError(table.At("hub"), fmt::format("'{}' is no hub", hub));
+    const unsigned port = NumberIn(table, "hub_port", 1, node->ports ? node->ports : MostHubPorts);
+    return [&stage, id, hub, port] {
+        stage.timeline->Outside(fmt::format("moved to port {} of {}:", port, hub), id);
+        machine::MoveDevice(id, hub, port);
+    };
+}
+
+Action ProblemEvent(const Record& event, Stage& stage) {
+    const Record& table = *event.TableOf("problem");
+    const std::string id = DeviceIn(table, "device");
+    machine::ProblemEvent problem;
+    problem.number = NumberIn(table, "number", 0, LargestDword);
+    problem.quiet = table.FlagOf("quiet");
+    problem.sticky = table.FlagOf("sticky");
+    return [&stage, id, problem] {
+        stage.timeline->Outside(
+            problem.number
+                ? fmt::format("problem {}{} of", problem.number,
+                              problem.quiet ? " (quiet; that services hear of it is made by the description)" : "")
+                : "the problem ends of",
+            id);
+        machine::SetDeviceProblem(id, problem);
+    };
+}
+
+Action DevnodesChangedEvent(const Record& event, Stage& stage) {
+    const unsigned count = NumberIn(event, "devnodes_changed", 1, MostBroadcasts);
+    return [&stage, count] {
+        stage.timeline->Outside(fmt::format("{} broadcasts of a changed tree, made by the description", count));
+        machine::BroadcastTreeChanges(count);
+    };
+}
+
+Action HoldEvent(const Record& event, Stage& stage) {
+    const Record& table = *event.TableOf("hold");
+    const std::string port = table.TextOf("port"), program = table.TextOf("program", "C:\\Tools\\term.exe");
+    return [&stage, port, program] {
+        machine::ProcessStart start;
+        start.imagePath = program;
+        start.commandLine = program;
+        start.user = NamelessUser;
+        start.rights = machine::Rights::User;
+        start.administrator = false;
+        start.session = 1;
+        machine::Process* process = machine::StartScripted(start);
+        const bool isHeld = machine::HoldPort(port, process);
+        stage.timeline->Outside(fmt::format("{} {} {}", program, isHeld ? "opens" : "cannot open", port));
+        if (!isHeld)
+            machine::EndProcess(process, 1);
+    };
+}
+
+Action ReleaseEvent(const Record& event, Stage& stage) {
+    const std::string port = event.TextOf("release");
+    return [&stage, port] {
+        const bool wasHeld = machine::ReleasePort(port);
+        stage.timeline->Outside(fmt::format("{} {}", port, wasHeld ? "is let go of" : "is held by nobody"));
+    };
+}
+
+Action DosNameEvent(const Record& event, Stage& stage) {
+    const Record& table = *event.TableOf("dos_name");
+    const std::string name = table.TextOf("name"), target = table.TextOf("target");
+    const machine::Opens opens = OpensOf(table);
+    const bool saysOpens = table.Has("opens");
+    return [&stage, name, target, opens, saysOpens] {
+        if (target.empty()) {
+            stage.timeline->Outside(fmt::format("the DOS name {} is deleted", name));
+            machine::TheDosNames().RemoveNewest(name, "outside");
+            return;
+        }
+        stage.timeline->Outside(fmt::format("the DOS name {} is made ({})", name, target));
+        machine::TheDosNames().Define(name, target, "outside");
+        if (saysOpens)
+            machine::TheDosNames().SetOpens(name, opens);
+    };
+}
+
+constexpr EventRow Rows[] = {
+    {"plug", PlugEvent}, {"unplug", UnplugEvent},   {"replug", ReplugEvent},
+    {"move", MoveEvent}, {"problem", ProblemEvent}, {"devnodes_changed", DevnodesChangedEvent},
+    {"hold", HoldEvent}, {"release", ReleaseEvent}, {"dos_name", DosNameEvent},
+};
+
+} // namespace
+
+std::span<const EventRow> DeviceEventRows() {
+    return Rows;
+}
+
+} // namespace rehearse

@@ -1,0 +1,219 @@
+#include "rehearse/DeviceRecords.h"
+
+#include "rehearse/DescriptionReader.h"
+
+#include "simwin/devices/Devices.h"
+#include "simwin/devices/Notifications.h"
+#include "simwin/kernel/Text.h"
+#include "simwin/registry/Registry.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <set>
+
+namespace rehearse {
+
+namespace {
+
+constexpr const char* EnumKey = "HKLM\\SYSTEM\\CurrentControlSet\\Enum\\";
+constexpr const char* RootId = "HTREE\\ROOT\\0";
+constexpr std::int64_t LargestDword = 0xFFFFFFFF;
+constexpr std::int64_t MostHubPorts = 255;
+constexpr std::int64_t LargestComNumber = 4096;
+
+struct TextField {
+    const char* key;
+    std::optional<std::string> machine::DeviceDescription::*field;
+};
+constexpr TextField TextFields[] = {
+    {"parent", &machine::DeviceDescription::parent},
+    {"class", &machine::DeviceDescription::className},
+    {"class_guid", &machine::DeviceDescription::classGuid},
+    {"service", &machine::DeviceDescription::service},
+    {"description", &machine::DeviceDescription::description},
+    {"friendly_name", &machine::DeviceDescription::friendlyName},
+    {"driver_key", &machine::DeviceDescription::driverKey},
+    {"location", &machine::DeviceDescription::location},
+    {"location_path", &machine::DeviceDescription::locationPath},
+    {"port_name", &machine::DeviceDescription::portName},
+    {"dos_device_name", &machine::DeviceDescription::dosDeviceName},
+    {"name_value", &machine::DeviceDescription::nameValue},
+    {"kernel_name_path", &machine::DeviceDescription::kernelNamePath},
+    {"held_by", &machine::DeviceDescription::heldBy},
+};
+
+struct NumberField {
+    const char* key;
+    std::optional<std::uint32_t> machine::DeviceDescription::*field;
+    std::int64_t most;
+};
+constexpr NumberField NumberFields[] = {
+    {"address", &machine::DeviceDescription::address, LargestDword},
+    {"irq", &machine::DeviceDescription::irq, LargestDword},
+    {"io_port", &machine::DeviceDescription::ioPort, LargestDword},
+    {"hub_port", &machine::DeviceDescription::hubPort, MostHubPorts},
+    {"ports", &machine::DeviceDescription::ports, MostHubPorts},
+    {"cycle_status", &machine::DeviceDescription::cycleStatus, LargestDword},
+    {"problem", &machine::DeviceDescription::problem, LargestDword},
+};
+
+struct FlagField {
+    const char* key;
+    std::optional<bool> machine::DeviceDescription::*field;
+};
+constexpr FlagField FlagFields[] = {
+    {"plugged", &machine::DeviceDescription::plugged},
+    {"leaves_link", &machine::DeviceDescription::leavesLink},
+    {"refuses", &machine::DeviceDescription::refuses},
+    {"protected", &machine::DeviceDescription::isProtected},
+};
+
+struct ListField {
+    const char* key;
+    std::optional<std::vector<std::string>> machine::DeviceDescription::*field;
+};
+constexpr ListField ListFields[] = {
+    {"hardware_id", &machine::DeviceDescription::hardwareId},
+    {"kernel_name", &machine::DeviceDescription::kernelName},
+    {"interfaces", &machine::DeviceDescription::interfaces},
+};
+
+void CheckInterfaces(const Record& record) {
+    static const std::set<std::string> names = {"comport", "modem", "hub", "controller", "usb", "serenum"};
+    const std::vector<std::string> interfaces = record.TextsOf("interfaces");
+    for (std::size_t i = 0; i < interfaces.size(); ++i) {
+        simwin::GUID guid;
+        if (!names.contains(interfaces[i]) && !machine::GuidFromText(interfaces[i], guid))
+            throw InputError(
+                record.Find("interfaces")->itemsAt[i],
+                fmt::format("'{}' is no interface: comport, modem, hub, controller, usb, serenum, or a GUID "
+                            "in braces",
+                            interfaces[i]));
+    }
+}
+
+// A parent is another described device or one of the exports.
+void CheckParents(const Record& description) {
+    std::set<std::string> known = {machine::Lower(RootId)};
+    for (const Record& record : description.TablesOf("device"))
+        known.insert(machine::Lower(record.TextOf("id")));
+    for (const Record& record : description.TablesOf("device")) {
+        const std::string parent = record.TextOf("parent");
+        if (!record.Has("parent") || known.contains(machine::Lower(parent)))
+            continue;
+        if (!machine::TheRegistry().FindKey(EnumKey + parent, ""))
+            throw InputError(record.At("parent"), fmt::format("there is no device '{}'", parent));
+    }
+}
+
+machine::ComDatabaseDescription ComDatabaseOf(const Record* record) {
+    machine::ComDatabaseDescription database;
+    if (!record)
+        return database;
+    database.missing = record->FlagOf("missing");
+    if (record->Has("size")) {
+        const std::int64_t size = record->NumberOf("size");
+        if (size < 0 || size > LargestComNumber / 8)
+            throw InputError(record->At("size"), fmt::format("'size' must be 0 to {}", LargestComNumber / 8));
+        database.size = static_cast<std::size_t>(size);
+    }
+    if (const Value* taken = record->Find("taken")) {
+        database.taken.emplace();
+        for (std::size_t i = 0; i < taken->numbers.size(); ++i) {
+            if (taken->numbers[i] < 1 || taken->numbers[i] > LargestComNumber)
+                throw InputError(taken->itemsAt[i], fmt::format("a number must be 1 to {}", LargestComNumber));
+            database.taken->push_back(static_cast<unsigned>(taken->numbers[i]));
+        }
+    }
+    return database;
+}
+
+// The place of what the machine complains of: the device whose id it names.
+Position PlaceOf(const Record& description, const std::string& wrong) {
+    const Record* best = nullptr;
+    for (const Record& record : description.TablesOf("device")) {
+        const std::string id = record.TextOf("id");
+        const bool isNamed = machine::FindNoCase(wrong, id) != std::string::npos;
+        if (isNamed && (!best || id.size() > best->TextOf("id").size()))
+            best = &record;
+    }
+    return best ? best->at : description.at;
+}
+
+} // namespace
+
+machine::DeviceDescription DeviceOf(const Record& record) {
+    machine::DeviceDescription device;
+    device.id = record.TextOf("id");
+    if (device.id.find('\\') == std::string::npos)
+        throw InputError(record.At("id"), fmt::format("'{}' is no device id", device.id));
+    for (const TextField& row : TextFields)
+        if (record.Has(row.key))
+            device.*row.field = record.TextOf(row.key);
+    for (const NumberField& row : NumberFields) {
+        if (!record.Has(row.key))
+            continue;
+        const std::int64_t number = record.NumberOf(row.key);
+        if (number < 0 || number > row.most)
+            throw InputError(record.At(row.key), fmt::format("'{}' must be 0 to {}", row.key, row.most));
+        device.*row.field = static_cast<std::uint32_t>(number);
+    }
+    for (const FlagField& row : FlagFields)
+        if (record.Has(row.key))
+            device.*row.field = record.FlagOf(row.key);
+    for (const ListField& row : ListFields)
+        if (record.Has(row.key))
+            device.*row.field = record.TextsOf(row.key);
+    CheckInterfaces(record);
+    if (device.kernelName && device.kernelName->empty())
+        throw InputError(record.At("kernel_name"), "'kernel_name' must name one kernel device at least");
+    if (record.Has("kind"))
+        device.kind = machine::DeviceKindFromName(record.TextOf("kind"));
+    if (record.Has("name_taken"))
+        device.nameTaken = machine::NameTakenFromName(record.TextOf("name_taken"));
+    if (record.Has("knows_in"))
+        device.knowsInMs = record.MsOf("knows_in");
+    if (record.Has("starts_in"))
+        device.startsInMs = record.MsOf("starts_in");
+    if (record.Has("link_goes"))
+        device.linkGoes = machine::LinkGoes{record.Is("link_goes", Text) ? 0 : record.MsOf("link_goes"),
+                                            record.Is("link_goes", Text)};
+    if (record.Is("vetoes", Flag))
+        device.vetoes = record.FlagOf("vetoes") ? machine::VetoesAlways : 0;
+    else if (record.Has("vetoes"))
+        device.vetoes =
+            static_cast<std::uint32_t>(std::clamp<std::int64_t>(record.NumberOf("vetoes"), 0, LargestDword));
+    return device;
+}
+
+machine::Opens OpensOf(const Record& record) {
+    const std::string text = record.TextOf("opens", "gone");
+    const std::optional<machine::Opens> opens = machine::OpensFromText(text);
+    if (!opens)
+        throw InputError(record.At("opens"),
+                         fmt::format("'opens' must be gone, no-path, no-device, busy, hangs, ok, or "
+                                     "\"late 450ms\", not '{}'",
+                                     text));
+    return *opens;
+}
+
+void SetUpDevices(const Record& description) {
+    CheckParents(description);
+    machine::DevicesDescription devices;
+    for (const Record& record : description.TablesOf("device"))
+        devices.devices.push_back(DeviceOf(record));
+    for (const Record& record : description.TablesOf("dos_name")) {
+        if (!record.Has("target"))
+            throw InputError(record.at, "'target' is missing in 'dos_name'");
+        devices.dosNames.push_back({record.TextOf("name"), record.TextOf("target"), OpensOf(record)});
+    }
+    devices.comDatabase = ComDatabaseOf(description.TableOf("com_database"));
+    if (description.Has("connected"))
+        devices.connected = ReadHostFile(description.TextOf("connected"), description.At("connected"));
+    const std::string wrong = machine::BuildDevices(devices);
+    if (!wrong.empty())
+        throw InputError(PlaceOf(description, wrong), wrong);
+}
+
+} // namespace rehearse

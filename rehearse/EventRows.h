@@ -1,0 +1,20 @@
+// How kinds of events are entered: one row for each, in tables by room. Part of Events.h for those who write the rows.
+#pragma once
+
+#include "rehearse/Description.h"
+#include "rehearse/Events.h"
+
+#include <functional>
+#include <span>
+
+namespace rehearse {
+
+using Action = std::function<void()>;
+
+// subject: the event's key. make: checks the event (throws InputError) and gives what it does at its time.
+struct EventRow {
+    const char* subject;
+    Action (*make)(const Record& event, Stage& stage);
+};
+
+} // namespace rehearse

@@ -1,0 +1,30 @@
+// What happens outside, as the description tells it: each event is checked before anything runs and does its work at
+// its time, in the order of the file. In the scheduler's own context.
+#pragma once
+
+#include "rehearse/Description.h"
+#include "rehearse/Timeline.h"
+
+#include <cstdint>
+
+namespace machine {
+struct Process;
+}
+
+namespace rehearse {
+
+// The state that events share: what they tell, and the process that the description starts.
+struct Stage {
+    const Record* description = nullptr;
+    Timeline* timeline = nullptr;
+    machine::Process* product = nullptr; // started last; retained
+    bool hasEnded = false;               // what was still to come does not happen any more
+};
+
+// Enters all events, the product's start in front of them. Throws InputError for one that cannot be.
+void ScheduleEvents(Stage& stage);
+
+// Virtual time of the last event, of the product's start if there is none.
+std::uint64_t LastEventMs(const Record& description);
+
+} // namespace rehearse

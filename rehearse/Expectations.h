@@ -1,0 +1,40 @@
+// What must be so: each expectation is checked for sense before anything runs, judged at its time or at the end, and
+// gives one line with what came instead when it is not met. In the scheduler's context or behind the run.
+#pragma once
+
+#include "rehearse/Description.h"
+#include "rehearse/Events.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace rehearse {
+
+class Expectations {
+public:
+    explicit Expectations(Stage& stage) : m_stage(stage) {}
+
+    // Throws InputError for a device that nobody knows, a file that is not there, a text that is no state.
+    void Check() const;
+    void Schedule(); // those with a time
+    // Those of the end, and those whose time did not come.
+    void JudgeEnd();
+    // A line for each that was not met, in the order of the file.
+    std::vector<std::string> Failures() const;
+
+    // The latest time that an expectation names; 0 if all are for the end.
+    static std::uint64_t LastMs(const Record& description);
+
+private:
+    void Judge(std::size_t index);
+    Stage& m_stage;
+    std::vector<std::optional<std::string>> m_results; // "" met; none: not judged yet
+};
+
+// What was wrong with one expectation now; "" if it is met. Part of the class for the files that judge by subject.
+using Wrongs = std::vector<std::string>;
+void JudgeLog(const Record& expect, Wrongs& wrongs);
+
+} // namespace rehearse

@@ -1,0 +1,61 @@
+#include "rehearse/Leaks.h"
+
+#include "rehearse/LogOutput.h"
+
+#include "simwin/files/Files.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Text.h"
+
+namespace rehearse {
+
+namespace {
+
+// Handles of one kind that stay open to the end of the process by design.
+struct LeftOpen {
+    machine::ObjectKind kind;
+    std::size_t count;
+};
+constexpr std::size_t AnyNumber = ~std::size_t{0};
+constexpr LeftOpen ByDesign[] = {
+    {machine::ObjectKind::DeviceNotification, AnyNumber}, // a service never unregisters
+    {machine::ObjectKind::Event, 1},                      // what the log signals after each record
+    {machine::ObjectKind::Thread, 1},                     // what closes the log file
+};
+
+bool IsLogFile(const machine::HandleEntry& entry) {
+    if (entry.object->kind != machine::ObjectKind::File)
+        return false;
+    const auto* file = static_cast<const machine::OpenFile*>(entry.object);
+    return file->node && machine::EqualNoCase(file->node->Path(), LogFilePath());
+}
+
+std::size_t CountLeaks(const machine::Process& process) {
+    std::map<machine::ObjectKind, std::size_t> open;
+    for (const auto& [handle, entry] : process.handles.Entries())
+        if (!IsLogFile(entry))
+            ++open[entry.object->kind];
+    for (const LeftOpen& row : ByDesign) {
+        std::size_t& count = open[row.kind];
+        count -= count < row.count ? count : row.count;
+    }
+    std::size_t leaks = 0;
+    for (const auto& [kind, count] : open)
+        leaks += count;
+    return leaks;
+}
+
+} // namespace
+
+void Leaks::Watch() {
+    machine::OnProcessEnd([this](machine::Process& process) {
+        if (!m_isClosed)
+            m_handles[&process] = CountLeaks(process);
+    });
+}
+
+std::size_t Leaks::HandlesOf(const machine::Process* process) const {
+    const auto found = m_handles.find(process);
+    return found == m_handles.end() ? 0 : found->second;
+}
+
+} // namespace rehearse

@@ -1,0 +1,24 @@
+// What a process of the product left open when it ended, less what it leaves by design. Watches the ends of processes
+// from before the run on; asked behind it.
+#pragma once
+
+#include <cstddef>
+#include <map>
+
+namespace machine {
+struct Process;
+}
+
+namespace rehearse {
+
+class Leaks {
+public:
+    void Watch();
+    void Close() { m_isClosed = true; } // the machine goes
+    std::size_t HandlesOf(const machine::Process* process) const;
+
+private:
+    std::map<const machine::Process*, std::size_t> m_handles;
+};
+
+} // namespace rehearse

@@ -1,0 +1,100 @@
+#include "rehearse/Expectations.h"
+#include "rehearse/LogOutput.h"
+
+#include "simwin/kernel/Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace rehearse {
+
+namespace {
+
+constexpr std::size_t None = ~std::size_t{0};
+
+std::size_t FirstWith(const std::vector<std::string>& lines, std::string_view text, std::size_t from = 0) {
+    for (std::size_t i = from; i < lines.size(); ++i)
+        if (lines[i].find(text) != std::string::npos)
+            return i;
+    return None;
+}
+
+// `*` any run, `?` one character, exact in case; the whole line.
+bool FitsExactly(std::string_view text, std::string_view pattern) {
+    std::size_t at = 0, p = 0, star = None, mark = 0;
+    while (at < text.size()) {
+        if (p < pattern.size() && pattern[p] == '*') {
+            star = p++;
+            mark = at;
+        } else if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == text[at])) {
+            ++p;
+            ++at;
+        } else if (star != None) {
+            p = star + 1;
+            at = ++mark;
+        } else {
+            return false;
+        }
+    }
+    while (p < pattern.size() && pattern[p] == '*')
+        ++p;
+    return p == pattern.size();
+}
+
+void JudgeCount(const Record& expect, std::size_t found, const std::string& what, Wrongs& wrongs) {
+    if (expect.Has("count") ? found != static_cast<std::size_t>(expect.NumberOf("count")) : found == 0)
+        wrongs.push_back(
+            fmt::format("{} records {}, not {}", found, what,
+                        expect.Has("count") ? fmt::format("{}", expect.NumberOf("count")) : "one at least"));
+}
+
+void JudgeOrder(const std::vector<std::string>& texts, const std::vector<std::string>& lines, Wrongs& wrongs) {
+    std::size_t from = 0;
+    std::string before = "the beginning";
+    for (const std::string& text : texts) {
+        const std::size_t at = FirstWith(lines, text, from);
+        if (at == None) {
+            wrongs.push_back(fmt::format("no record with '{}' behind {}{}", text, before,
+                                         FirstWith(lines, text) == None ? "" : ", only in front of it"));
+            return;
+        }
+        from = at + 1;
+        before = fmt::format("'{}'", text);
+    }
+}
+
+} // namespace
+
+void JudgeLog(const Record& expect, Wrongs& wrongs) {
+    if (!IsLogOn()) {
+        wrongs.push_back("the log is off");
+        return;
+    }
+    const std::vector<std::string> lines = LogLines();
+    if (expect.Has("log")) {
+        const std::string text = expect.TextOf("log");
+        const auto found = std::count_if(lines.begin(), lines.end(),
+                                         [&](const std::string& line) { return line.find(text) != std::string::npos; });
+        JudgeCount(expect, static_cast<std::size_t>(found), fmt::format("of the log contain '{}'", text), wrongs);
+        if (expect.Has("before")) {
+            const std::string other = expect.TextOf("before");
+            const std::size_t first = FirstWith(lines, text), second = FirstWith(lines, other);
+            if (second == None)
+                wrongs.push_back(fmt::format("no record of the log contains '{}'", other));
+            else if (first != None && first >= second)
+                wrongs.push_back(
+                    fmt::format("'{}' stands in record {}, '{}' in record {}", text, first + 1, other, second + 1));
+        }
+    } else if (expect.Has("log_order")) {
+        JudgeOrder(expect.TextsOf("log_order"), lines, wrongs);
+    } else {
+        const std::string pattern = expect.TextOf("log_match");
+        const auto found = std::count_if(lines.begin(), lines.end(),
+                                         [&](const std::string& line) { return FitsExactly(line, pattern); });
+        JudgeCount(expect, static_cast<std::size_t>(found), fmt::format("of the log fit '{}'", pattern), wrongs);
+    }
+}
+
+} // namespace rehearse

@@ -1,0 +1,87 @@
+#include "rehearse/LogOutput.h"
+
+#include "simwin/files/Files.h"
+#include "simwin/kernel/Setup.h"
+#include "simwin/kernel/Text.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+#include <string_view>
+
+namespace rehearse {
+
+namespace {
+
+constexpr const char* DefaultLogFile = "C:\\_Quillmarch.log";
+bool g_isForced = false;
+
+std::string IniFile() {
+    const machine::Setup& setup = machine::TheSetup();
+    return setup.directory + "\\" + setup.executable.substr(0, setup.executable.rfind('.')) + ".INI";
+}
+
+std::optional<std::string> IniValue(std::string_view key) {
+    const std::optional<std::string> text = machine::TheFiles().Read(IniFile());
+    return text ? machine::ProfileValue(*text, "Settings", key) : std::nullopt;
+}
+
+// The backup's name: "_bak.log" in place of each ".log".
+std::string BackupOf(const std::string& file) {
+    std::string backup;
+    std::size_t at = 0;
+    for (std::size_t found; (found = machine::FindNoCase(file, ".log", at)) != std::string::npos; at = found + 4)
+        backup += file.substr(at, found - at) + "_bak.log";
+    return backup + file.substr(at);
+}
+
+} // namespace
+
+void ForceLog(int level) {
+    g_isForced = true;
+    machine::SetProfileOverride(
+        [level](const std::string& file, std::string_view section, std::string_view key) -> std::optional<std::string> {
+            if (!machine::EqualNoCase(file, IniFile()) || !machine::EqualNoCase(section, "Settings"))
+                return std::nullopt;
+            if (machine::EqualNoCase(key, "WriteLogfile"))
+                return "1";
+            if (machine::EqualNoCase(key, "LogLevel"))
+                return fmt::format("{}", level);
+            if (machine::EqualNoCase(key, "Logfile"))
+                return DefaultLogFile;
+            return std::nullopt;
+        });
+}
+
+bool IsLogOn() {
+    // A log that was on once stays on: the product switches it on while it runs, never off.
+    return g_isForced || IniValue("WriteLogfile").value_or("").starts_with('1') || !LogText().empty();
+}
+
+std::string LogFilePath() {
+    if (g_isForced)
+        return DefaultLogFile;
+    const std::string value = IniValue("Logfile").value_or("");
+    if (value.empty())
+        return DefaultLogFile;
+    const std::string full = machine::TheFiles().FullPath(value, machine::TheSetup().directory);
+    const std::string folder = full.substr(0, full.rfind('\\'));
+    return machine::TheFiles().Exists(folder) ? full : DefaultLogFile;
+}
+
+std::string LogText() {
+    const std::string file = LogFilePath();
+    return machine::TheFiles().Read(BackupOf(file)).value_or("") + machine::TheFiles().Read(file).value_or("");
+}
+
+std::vector<std::string> LogLines() {
+    std::vector<std::string> lines = machine::Split(LogText(), '\n');
+    for (std::string& line : lines)
+        if (line.ends_with('\r'))
+            line.pop_back();
+    if (!lines.empty() && lines.back().empty())
+        lines.pop_back();
+    return lines;
+}
+
+} // namespace rehearse

@@ -1,0 +1,289 @@
+#include "rehearse/MachineBuilder.h"
+
+#include "rehearse/DescriptionReader.h"
+#include "rehearse/DeviceRecords.h"
+#include "rehearse/Durations.h"
+#include "rehearse/Surroundings.h"
+
+#include "simwin/files/Files.h"
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Text.h"
+#include "simwin/registry/Registry.h"
+#include "simwin/registry/RegistryExport.h"
+#include "simwin/services/Services.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+
+namespace rehearse {
+
+namespace {
+
+constexpr std::int64_t LargestDword = 0xFFFFFFFF;
+constexpr unsigned RegSz = 1, RegBinary = 3, RegDword = 4, RegMultiSz = 7;
+constexpr unsigned DebugSession = 1;
+
+struct KnownVersion {
+    unsigned major, minor, build, servicePack;
+};
+// The last build of each version and its service pack; the first row of a version is the one without a build.
+constexpr KnownVersion KnownVersions[] = {
+    {5, 0, 2195, 4}, {5, 1, 2600, 3}, {5, 2, 3790, 2}, {6, 0, 6002, 2},   {6, 0, 6001, 1},
+    {6, 1, 7601, 1}, {6, 2, 9200, 0}, {6, 3, 9600, 0}, {10, 0, 19045, 0},
+};
+
+const Record& TableOrEmpty(const Record& description, std::string_view key) {
+    static const Record empty;
+    const Record* table = description.TableOf(key);
+    return table ? *table : empty;
+}
+
+// The row of this very build, else the version's first; null for a version that never was. build 0: not given.
+const KnownVersion* FindVersion(unsigned major, unsigned minor, unsigned build) {
+    const KnownVersion* first = nullptr;
+    for (const KnownVersion& row : KnownVersions) {
+        if (row.major != major || row.minor != minor)
+            continue;
+        if (row.build == build)
+            return &row;
+        if (!first)
+            first = &row;
+    }
+    return first;
+}
+
+void SetVersion(machine::Setup& setup, const Record& windows) {
+    const std::string text = windows.TextOf("version", "10.0.19045");
+    unsigned major = 0, minor = 0, build = 0;
+    char rest = 0;
+    const int parts = std::sscanf(text.c_str(), "%3u.%3u.%6u%c", &major, &minor, &build, &rest);
+    const KnownVersion* known = FindVersion(major, minor, build);
+    if ((parts != 2 && parts != 3) || !known)
+        throw InputError(windows.At("version"),
+                         fmt::format("'{}' is no version of Windows such as \"10.0.19045\"", text));
+    setup.version = {major, minor, parts == 3 ? build : known->build};
+    setup.servicePack = setup.version.build == known->build ? known->servicePack : 0;
+}
+
+void SetClock(machine::Setup& setup, const Record& windows) {
+    if (!windows.Has("clock"))
+        return;
+    const std::string text = windows.TextOf("clock");
+    char rest = 0;
+    const int parts = std::sscanf(text.c_str(), "%4u-%2u-%2u %2u:%2u:%2u%c", &setup.year, &setup.month, &setup.day,
+                                  &setup.hour, &setup.minute, &setup.second, &rest);
+    constexpr unsigned lastDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const bool isDate = parts == 6 && setup.year >= 1970 && setup.month >= 1 && setup.month <= 12 && setup.day >= 1 &&
+                        setup.day <= lastDays[setup.month - 1] && setup.hour < 24 && setup.minute < 60 &&
+                        setup.second < 60;
+    if (!isDate)
+        throw InputError(windows.At("clock"), fmt::format("'{}' is no time such as \"2026-03-02 14:03:22\"", text));
+}
+
+unsigned NumberIn(const Record& record, std::string_view key, std::int64_t otherwise, std::int64_t least,
+                  std::int64_t most) {
+    const std::int64_t number = record.NumberOf(key, otherwise);
+    if (number < least || number > most)
+        throw InputError(record.At(key), fmt::format("'{}' must be {} to {}", key, least, most));
+    return static_cast<unsigned>(number);
+}
+
+void ImportExports(const Record& description) {
+    const Value* registry = description.Find("registry");
+    if (!registry)
+        return;
+    const std::vector<std::string> files = description.TextsOf("registry");
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const Position& at = registry->itemsAt.empty() ? registry->at : registry->itemsAt[i];
+        const std::string bytes = ReadHostFile(files[i], at);
+        if (const auto error = machine::ImportExport(bytes, machine::TheRegistry()))
+            throw InputError({files[i], error->line, error->column}, error->text);
+    }
+}
+
+void SetDescribedValues(const Record& description) {
+    const Record& keys = TableOrEmpty(description, "registry_values");
+    for (const auto& [key, values] : keys.Fields()) {
+        CheckRegistryPath(key, values.at);
+        for (const auto& [name, value] : values.tables.front().Fields())
+            SetRegistryValue(key, name, value);
+    }
+}
+
+void InstallProduct(const Record& description, const Options& options) {
+    const machine::Setup& setup = machine::TheSetup();
+    machine::TheFiles().Write(setup.directory + "\\" + setup.executable, "");
+    const Record& product = TableOrEmpty(description, "quillmarch");
+    if (product.Has("ini") && product.Has("ini_text"))
+        throw InputError(product.At("ini_text"), "'ini_text' cannot stand beside 'ini'");
+    if (options.ini)
+        machine::TheFiles().Write(ProductIni(), ReadHostFile(*options.ini, {*options.ini, 1, 1}));
+    else if (product.Has("ini"))
+        machine::TheFiles().Write(ProductIni(), ReadHostFile(product.TextOf("ini"), product.At("ini")));
+    else if (product.Has("ini_text"))
+        machine::TheFiles().Write(ProductIni(), product.TextOf("ini_text"));
+    if (product.FlagOf("registered", true))
+        machine::DefineService(
+            {ServiceName, ServiceName, fmt::format("\"{}\\{}\"", setup.directory, setup.executable)});
+}
+
+std::string ErrorsText(const machine::Operation& operation) {
+    std::string text;
+    for (std::size_t i = 1; i < operation.errorCount; ++i)
+        text += fmt::format("{}{}", text.empty() ? "" : ", ", operation.errors[i]);
+    return text.empty() ? "nothing" : text;
+}
+
+void AddFaults(const Record& description) {
+    for (const Record& record : description.TablesOf("fault")) {
+        machine::Fault fault;
+        fault.call = record.TextOf("call");
+        const machine::Operation* operation = machine::FindOperation(fault.call);
+        if (!operation)
+            throw InputError(record.At("call"),
+                             fmt::format("'{}' is no operation that the product can call", fault.call));
+        fault.on = record.TextOf("on", "*");
+        fault.error = NumberIn(record, "error", 0, 0, LargestDword);
+        fault.delayMs = record.MsOf("delay");
+        if (!fault.error && !fault.delayMs)
+            throw InputError(record.at, "this fault has neither 'error' nor 'delay'");
+        bool isKnown = fault.error == 0;
+        for (std::size_t i = 1; i < operation->errorCount; ++i)
+            isKnown |= operation->errors[i] == fault.error;
+        if (!isKnown)
+            throw InputError(record.At("error"), fmt::format("'{}' can fail with {}, not with {}", fault.call,
+                                                             ErrorsText(*operation), fault.error));
+        fault.after = NumberIn(record, "after", 0, 0, LargestDword);
+        fault.times = NumberIn(record, "times", 1, 0, LargestDword);
+        machine::AddFault(fault);
+    }
+}
+
+// Who runs the product when a person starts it.
+machine::ProcessStart StartByPerson(const Record& description, const Record& product) {
+    machine::ProcessStart start;
+    const std::string account = product.TextOf("account", "system");
+    if (machine::EqualNoCase(account, "system")) {
+        start.user = SystemUser;
+        start.session = DebugSession;
+        start.rights = machine::Rights::System;
+        start.administrator = true;
+        return start;
+    }
+    const SessionFacts session = SessionOfUser(description, account, product.At("account"));
+    start.user = account;
+    start.session = session.id;
+    const bool isAdministrator = product.FlagOf("administrator", true);
+    start.administrator = isAdministrator && !session.hasFilteredTokens;
+    start.rights = isAdministrator && !session.hasFilteredTokens ? machine::Rights::Elevated : machine::Rights::User;
+    return start;
+}
+
+} // namespace
+
+machine::Setup SetupOf(const Record& description, const Options& options) {
+    machine::Setup setup;
+    const Record& windows = TableOrEmpty(description, "windows");
+    const Record& product = TableOrEmpty(description, "quillmarch");
+    SetVersion(setup, windows);
+    SetClock(setup, windows);
+    setup.x64Windows = windows.TextOf("edition", "x64") == "x64";
+    setup.uptimeMs = windows.MsOf("uptime", MsPerHour);
+    setup.language = NumberIn(windows, "language", 0x0409, 1, 0xFFFF);
+    if (const Value* screen = windows.Find("screen")) {
+        const bool isSize = screen->numbers.size() == 2 && screen->numbers[0] >= 1 && screen->numbers[1] >= 1 &&
+                            screen->numbers[0] <= 0xFFFF && screen->numbers[1] <= 0xFFFF;
+        if (!isSize)
+            throw InputError(screen->at, "'screen' must be a width and a height");
+        setup.screenWidth = static_cast<int>(screen->numbers[0]);
+        setup.screenHeight = static_cast<int>(screen->numbers[1]);
+    }
+    setup.dpi = static_cast<int>(NumberIn(windows, "dpi", 96, 48, 960));
+    setup.firstNode = NumberIn(windows, "first_node", 257, 1, 0x7FFF0000);
+    if (windows.Has("pending_installs"))
+        setup.pendingInstallsUntilMs = windows.MsOf("pending_installs");
+    setup.seed = options.seed;
+    setup.directory = product.TextOf("directory", setup.directory);
+    setup.productIsX64 = product.TextOf("edition", "x64") == "x64";
+    setup.imageFile = options.imageFile;
+    setup.resourceFile = options.resourceFile;
+    return setup;
+}
+
+std::string ProductIni() {
+    return machine::TheSetup().directory + "\\Quillmarch.INI";
+}
+
+RegistryData RegistryDataOf(const Value& value) {
+    if (value.type == Number) {
+        if (value.number < 0 || value.number > LargestDword)
+            throw InputError(value.at, "a number of the registry must be 0 to 4294967295");
+        std::vector<std::uint8_t> bytes(4);
+        for (std::size_t i = 0; i < bytes.size(); ++i)
+            bytes[i] = static_cast<std::uint8_t>(value.number >> (8 * i));
+        return {RegDword, std::move(bytes)};
+    }
+    if (value.type == Numbers) {
+        std::vector<std::uint8_t> bytes;
+        for (std::size_t i = 0; i < value.numbers.size(); ++i) {
+            if (value.numbers[i] < 0 || value.numbers[i] > 0xFF)
+                throw InputError(value.itemsAt[i], "a byte must be 0 to 255");
+            bytes.push_back(static_cast<std::uint8_t>(value.numbers[i]));
+        }
+        return {RegBinary, std::move(bytes)};
+    }
+    if (value.type == Texts) {
+        std::vector<std::uint8_t> bytes;
+        for (const std::string& text : value.texts) {
+            const std::vector<std::uint8_t> one = machine::TextBytes(text);
+            bytes.insert(bytes.end(), one.begin(), one.end());
+        }
+        bytes.push_back(0);
+        return {RegMultiSz, std::move(bytes)};
+    }
+    return {RegSz, machine::TextBytes(value.text)};
+}
+
+void CheckRegistryPath(const std::string& key, const Position& at) {
+    const std::string root = key.substr(0, key.find('\\'));
+    if (!machine::TheRegistry().Root(root, SystemUser))
+        throw InputError(at, fmt::format("'{}' begins with no root of the registry such as HKLM", key));
+}
+
+void SetRegistryValue(const std::string& key, const std::string& name, const Value& value) {
+    RegistryData data = RegistryDataOf(value);
+    machine::Registry& registry = machine::TheRegistry();
+    registry.PutValue(registry.CreateKey(key, SystemUser), name, data.type, std::move(data.data));
+}
+
+void FillMachine(const Record& description, const Options& options) {
+    ImportExports(description);
+    InstallProduct(description, options);
+    SetUpSurroundings(description);
+    SetDescribedValues(description);
+    SetUpDevices(description);
+    AddFaults(description);
+}
+
+machine::Process* StartProductInRole(const Record& description) {
+    const Record& product = TableOrEmpty(description, "quillmarch");
+    const machine::Setup& setup = machine::TheSetup();
+    const std::string role = product.TextOf("role", "service");
+    if (role == "service" && product.FlagOf("registered", true)) {
+        if (machine::StartServiceByMachine(ServiceName) != 0)
+            return nullptr;
+        return machine::ServiceProcess(ServiceName);
+    }
+    machine::ProcessStart start = role == "service" ? machine::ProcessStart() : StartByPerson(description, product);
+    if (role == "service")
+        start.user = SystemUser;
+    start.imagePath = setup.directory + "\\" + setup.executable;
+    start.currentDirectory = setup.directory;
+    const std::string arguments = product.TextOf("command_line", role == "debug" ? "-debug" : "");
+    start.commandLine = fmt::format("\"{}\"{}{}", start.imagePath, arguments.empty() ? "" : " ", arguments);
+    return machine::StartProduct(start);
+}
+
+} // namespace rehearse

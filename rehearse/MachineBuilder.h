@@ -1,0 +1,48 @@
+// Fills a machine from a description: Windows and the product as installed, registry, files, devices, faults. Called
+// once, before the machine runs, in the host's own context. What is wrong is told by InputError, before anything runs.
+#pragma once
+
+#include "rehearse/Description.h"
+#include "rehearse/Run.h"
+
+#include "simwin/kernel/Setup.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace machine {
+struct Process;
+struct RegistryKey;
+} // namespace machine
+
+namespace rehearse {
+
+inline constexpr const char* ServiceName = "Quillmarch";
+inline constexpr const char* SystemUser = "NT AUTHORITY\\SYSTEM";
+
+// What CreateMachine is given.
+machine::Setup SetupOf(const Record& description, const Options& options);
+
+// Everything else. The machine is created.
+void FillMachine(const Record& description, const Options& options);
+
+// Path of the product's configuration on the machine.
+std::string ProductIni();
+
+// Starts the product in its role, as its start and the event `start` do. Returns the process, null if it did not start.
+machine::Process* StartProductInRole(const Record& description);
+
+// Sets a registry value as a description writes it: text, number, several texts, bytes. key: 'HKLM\...'.
+void SetRegistryValue(const std::string& key, const std::string& name, const Value& value);
+
+// The bytes and the type of such a value.
+struct RegistryData {
+    unsigned type;
+    std::vector<std::uint8_t> data;
+};
+RegistryData RegistryDataOf(const Value& value);
+// Throws InputError for a path that begins with no root of the registry.
+void CheckRegistryPath(const std::string& key, const Position& at);
+
+} // namespace rehearse

@@ -1,0 +1,141 @@
+#include "rehearse/PowerEvents.h"
+
+#include "rehearse/MachineBuilder.h"
+
+#include "simwin/devices/Notifications.h"
+#include "simwin/devices/PlugAndPlay.h"
+#include "simwin/devices/api.h"
+#include "simwin/kernel/Text.h"
+#include "simwin/services/Services.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace rehearse {
+
+namespace {
+
+struct NamedCode {
+    const char* name;
+    simwin::DWORD code;
+};
+constexpr NamedCode ResumeKinds[] = {
+    {"automatic", simwin::PBT_APMRESUMEAUTOMATIC},
+    {"critical", simwin::PBT_APMRESUMECRITICAL},
+    {"suspend", simwin::PBT_APMRESUMESUSPEND},
+    {"standby", simwin::PBT_APMRESUMESTANDBY},
+};
+constexpr NamedCode DeviceEventNames[] = {
+    {"DBT_DEVNODES_CHANGED", simwin::DBT_DEVNODES_CHANGED},
+    {"DBT_DEVICEARRIVAL", simwin::DBT_DEVICEARRIVAL},
+    {"DBT_DEVICEQUERYREMOVE", simwin::DBT_DEVICEQUERYREMOVE},
+    {"DBT_DEVICEQUERYREMOVEFAILED", simwin::DBT_DEVICEQUERYREMOVEFAILED},
+    {"DBT_DEVICEREMOVEPENDING", simwin::DBT_DEVICEREMOVEPENDING},
+    {"DBT_DEVICEREMOVECOMPLETE", simwin::DBT_DEVICEREMOVECOMPLETE},
+    {"DBT_DEVICETYPESPECIFIC", simwin::DBT_DEVICETYPESPECIFIC},
+    {"DBT_CUSTOMEVENT", simwin::DBT_CUSTOMEVENT},
+};
+constexpr const char* ComPortClass = "{86e0d1e0-8089-11d0-9ce4-08003e301f73}";
+constexpr std::int64_t LargestDword = 0xFFFFFFFF;
+
+void Broadcast(simwin::DWORD code) {
+    machine::BroadcastServiceControl(simwin::SERVICE_CONTROL_POWEREVENT, code, {});
+}
+
+Action SuspendEvent(const Record& event, Stage& stage) {
+    const std::string kind = event.TextOf("suspend");
+    // Nobody is told of a critical suspension; the programs learn of it when the machine wakes.
+    return [&stage, kind] {
+        stage.timeline->Outside(kind == "query" ? "asked whether the machine may sleep" : "the machine goes to sleep");
+        if (kind == "query")
+            Broadcast(simwin::PBT_APMQUERYSUSPEND);
+        else if (kind != "critical")
+            Broadcast(simwin::PBT_APMSUSPEND);
+    };
+}
+
+Action ResumeEvent(const Record& event, Stage& stage) {
+    const Record* table = event.TableOf("resume");
+    const std::string kind = table ? table->TextOf("kind", "automatic") : event.TextOf("resume");
+    const bool isReplugged = table && table->TextOf("devices", "stay") == "replug";
+    const NamedCode* row = std::find_if(std::begin(ResumeKinds), std::end(ResumeKinds),
+                                        [&](const NamedCode& r) { return kind == r.name; });
+    const simwin::DWORD code = row->code;
+    return [&stage, kind, code, isReplugged] {
+        stage.timeline->Outside(
+            fmt::format("the machine wakes ({}{})", kind, isReplugged ? ", devices come anew" : ""));
+        if (isReplugged)
+            machine::ReplugAllDevices();
+        Broadcast(code);
+    };
+}
+
+simwin::DWORD DeviceEventCode(const Record& table) {
+    if (table.Is("event", Number)) {
+        const std::int64_t code = table.NumberOf("event");
+        if (code < 0 || code > LargestDword)
+            throw InputError(table.At("event"), "'event' must be 0 to 4294967295");
+        return static_cast<simwin::DWORD>(code);
+    }
+    const std::string name = table.TextOf("event");
+    for (const NamedCode& row : DeviceEventNames)
+        if (name == row.name)
+            return row.code;
+    throw InputError(table.At("event"), fmt::format("'{}' is no DBT name", name));
+}
+
+std::vector<std::uint8_t> DeviceEventData(const Record& table, simwin::DWORD code) {
+    const bool isWide = table.FlagOf("wide");
+    if (!table.Has("type") && code == simwin::DBT_DEVNODES_CHANGED)
+        return {};
+    const std::int64_t type = table.NumberOf("type", simwin::DBT_DEVTYP_DEVICEINTERFACE);
+    if (type < 0 || type > LargestDword)
+        throw InputError(table.At("type"), "'type' must be 0 to 4294967295");
+    if (type == simwin::DBT_DEVTYP_PORT)
+        return machine::PortEventData(table.TextOf("name"), isWide);
+    if (type != simwin::DBT_DEVTYP_DEVICEINTERFACE)
+        return machine::OtherEventData(static_cast<simwin::DWORD>(type));
+    simwin::GUID guid;
+    const std::string text = table.TextOf("class", ComPortClass);
+    if (!machine::GuidFromText(text, guid))
+        throw InputError(table.At("class"), fmt::format("'{}' is no GUID in braces", text));
+    return machine::InterfaceEventData(guid, table.TextOf("path"), isWide);
+}
+
+// By the road of the role: what is registered decides, and before that the service's control handler.
+void Notify(Stage& stage, simwin::DWORD code, const std::vector<std::uint8_t>& data) {
+    machine::Process* service = machine::ServiceProcess(ServiceName);
+    machine::Process* process = service ? service : stage.product;
+    if (!process || process->ended)
+        return;
+    const std::vector<machine::NotificationRecipient> recipients = machine::Recipients();
+    const bool isRegistered = std::any_of(recipients.begin(), recipients.end(),
+                                          [&](const auto& recipient) { return recipient.process == process; });
+    if (isRegistered)
+        machine::SendNotification({process, nullptr, service != nullptr}, code, data);
+    else if (service)
+        machine::PostServiceControl(ServiceName, simwin::SERVICE_CONTROL_DEVICEEVENT, code, data);
+}
+
+Action NotifyEvent(const Record& event, Stage& stage) {
+    const Record& table = *event.TableOf("notify");
+    const simwin::DWORD code = DeviceEventCode(table);
+    std::vector<std::uint8_t> data = DeviceEventData(table, code);
+    const std::string about = table.Has("name") ? table.TextOf("name") : table.TextOf("path");
+    return [&stage, code, data = std::move(data), about] {
+        stage.timeline->Outside(
+            fmt::format("device event {:04X} to the product alone{}{}", code, about.empty() ? "" : ": ", about));
+        Notify(stage, code, data);
+    };
+}
+
+constexpr EventRow Rows[] = {{"suspend", SuspendEvent}, {"resume", ResumeEvent}, {"notify", NotifyEvent}};
+
+} // namespace
+
+std::span<const EventRow> PowerEventRows() {
+    return Rows;
+}
+
+} // namespace rehearse

@@ -1,0 +1,193 @@
+#include "rehearse/Report.h"
+
+#include "rehearse/Durations.h"
+#include "rehearse/MachineFacts.h"
+#include "rehearse/PortsTable.h"
+
+#include "simwin/desktop/Desktop.h"
+#include "simwin/devices/Devices.h"
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Text.h"
+#include "simwin/services/Services.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace rehearse {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string Utf8(const std::string& text) {
+    return machine::Utf8FromAnsi(text);
+}
+
+Json PortsJson() {
+    Json list = Json::array();
+    for (const PortFacts& port : AllPorts())
+        list.push_back({{"device", Utf8(port.device)},
+                        {"present", port.isPresent},
+                        {"registry_name", Utf8(port.registryName)},
+                        {"dos_name", Utf8(port.dosName)},
+                        {"kernel_name", Utf8(port.kernelName)},
+                        {"number", port.number},
+                        {"friendly_name", Utf8(port.friendlyName)},
+                        {"problem", port.problem},
+                        {"restarts", port.restarts},
+                        {"usb_port", port.usbPort}});
+    return list;
+}
+
+Json ServiceStatesJson() {
+    Json list = Json::array();
+    for (const machine::ServiceReport& report : machine::ServiceReports())
+        list.push_back({{"at_ms", report.atMs},
+                        {"state", machine::ServiceStateText(report.state)},
+                        {"checkpoint", report.checkpoint},
+                        {"wait_hint", report.waitHint}});
+    return list;
+}
+
+Json PairsJson(const std::vector<std::pair<std::string, std::string>>& pairs) {
+    Json table = Json::object();
+    for (const auto& [name, value] : pairs)
+        table[Utf8(name)] = Utf8(value);
+    return table;
+}
+
+Json ProcessesJson() {
+    Json list = Json::array();
+    for (const machine::Process* process : machine::AllProcesses())
+        list.push_back({{"at_ms", process->startedMs},
+                        {"image", Utf8(process->imagePath)},
+                        {"command_line", Utf8(process->commandLine)},
+                        {"directory", Utf8(process->currentDirectory)},
+                        {"user", Utf8(process->user)},
+                        {"session", process->session},
+                        {"rights", machine::RightsName(process->rights)},
+                        {"show", process->showCommand},
+                        {"exit_code", process->ended ? Json(process->exitCode) : Json(nullptr)},
+                        {"ended_at_ms", process->ended ? Json(process->endedMs) : Json(nullptr)}});
+    return list;
+}
+
+Json BoxesJson() {
+    Json list = Json::array();
+    for (const machine::MessageBoxRecord& box : machine::MessageBoxes())
+        list.push_back(
+            {{"at_ms", box.atMs}, {"title", Utf8(box.title)}, {"text", Utf8(box.text)}, {"flags", box.flags}});
+    return list;
+}
+
+Json WritesJson(const Timeline& timeline) {
+    Json list = Json::array();
+    for (const WrittenValue& write : timeline.Writes())
+        list.push_back({{"at_ms", write.atMs},
+                        {"key", Utf8(write.key)},
+                        {"name", Utf8(write.name)},
+                        {"before", Utf8(write.before)},
+                        {"after", Utf8(write.after)}});
+    return list;
+}
+
+Json RestartsJson() {
+    Json list = Json::array();
+    for (const machine::DeviceRestart& restart : machine::DeviceRestarts())
+        list.push_back(
+            {{"at_ms", restart.atMs}, {"device", Utf8(restart.device)}, {"means", restart.means}, {"ok", restart.ok}});
+    return list;
+}
+
+Json TimelineJson(const Timeline& timeline) {
+    Json list = Json::array();
+    for (const TimelineEntry& entry : timeline.Entries()) {
+        Json row = {
+            {"at_ms", entry.atMs}, {"source", entry.isOutside ? "outside" : "quillmarch"}, {"what", Utf8(entry.what)}};
+        if (!entry.device.empty())
+            row["device"] = Utf8(entry.device);
+        if (!entry.from.empty() || !entry.to.empty()) {
+            row["from"] = Utf8(entry.from);
+            row["to"] = Utf8(entry.to);
+        }
+        if (!entry.means.empty())
+            row["means"] = entry.means;
+        list.push_back(std::move(row));
+    }
+    return list;
+}
+
+Json CallsJson() {
+    std::vector<const machine::Operation*> operations = machine::AllOperations();
+    std::sort(operations.begin(), operations.end(),
+              [](const auto* a, const auto* b) { return std::string_view(a->name) < std::string_view(b->name); });
+    Json table = Json::object();
+    for (const machine::Operation* operation : operations)
+        if (operation->count)
+            table[operation->name] = operation->count;
+    return table;
+}
+
+constexpr const char* ColourOutside = "\x1b[36m";
+constexpr const char* ColourProduct = "\x1b[1;32m";
+constexpr const char* ColourOff = "\x1b[0m";
+
+std::string LineOf(const TimelineEntry& entry, bool withColours) {
+    std::string what = Utf8(entry.what);
+    if (!entry.device.empty())
+        what += (what.empty() ? "" : " ") + Utf8(entry.device);
+    if (!entry.from.empty() || !entry.to.empty())
+        what += fmt::format(": {} -> {}", entry.from.empty() ? "no name" : Utf8(entry.from),
+                            entry.to.empty() ? "no name" : Utf8(entry.to));
+    if (!entry.means.empty())
+        what += fmt::format(" ({})", entry.means);
+    const std::string source = fmt::format("{:<10}", entry.isOutside ? "outside" : "quillmarch");
+    const char* colour = entry.isOutside ? ColourOutside : ColourProduct;
+    return fmt::format("{:>12}  {}{}{}  {}\n", TimeText(entry.atMs), withColours ? colour : "", source,
+                       withColours ? ColourOff : "", what);
+}
+
+} // namespace
+
+nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timeline) {
+    Json report;
+    report["title"] = facts.title;
+    report["seed"] = facts.seed ? Json(*facts.seed) : Json(nullptr);
+    report["ended_at_ms"] = machine::Now();
+    const bool hasEnded = facts.product && facts.product->ended;
+    report["exit_code"] = hasEnded ? Json(static_cast<std::int32_t>(facts.product->exitCode)) : Json(nullptr);
+    report["service_states"] = ServiceStatesJson();
+    report["ports"] = PortsJson();
+    report["dos_names"] = PairsJson(DosNames());
+    report["com_database"] = ComDatabase();
+    report["serialcomm"] = PairsJson(SerialComm());
+    report["processes"] = ProcessesJson();
+    report["balloons"] = Json::array();
+    report["message_boxes"] = BoxesJson();
+    report["registry_writes"] = WritesJson(timeline);
+    report["restarts"] = RestartsJson();
+    report["timeline"] = TimelineJson(timeline);
+    report["calls"] = CallsJson();
+    report["threads_started"] = machine::Counts().threadsStarted;
+    SetLeaks(report, 0, 0);
+    return report;
+}
+
+void SetLeaks(nlohmann::ordered_json& report, std::size_t handles, std::size_t bytes) {
+    report["leaked_handles"] = handles;
+    report["leaked_bytes"] = bytes;
+}
+
+std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, bool withColours) {
+    std::string text;
+    if (!facts.title.empty())
+        text += facts.title + "\n\n";
+    for (const TimelineEntry& entry : timeline.Entries())
+        text += LineOf(entry, withColours);
+    text += "\n" + PortsTable(AllPorts());
+    return text;
+}
+
+} // namespace rehearse

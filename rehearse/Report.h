@@ -1,0 +1,32 @@
+// The report of a run: as JSON for programs, as a timeline with a table of ports for people. Made behind the run; reads
+// the machine and the timeline, changes nothing. The same run gives the same bytes.
+#pragma once
+
+#include "rehearse/Timeline.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace machine {
+struct Process;
+}
+
+namespace rehearse {
+
+struct RunFacts {
+    std::string title; // UTF-8
+    std::optional<std::uint64_t> seed;
+    const machine::Process* product = nullptr; // the process that the description starts, null if none was
+};
+
+// Keys in their fixed order, times in whole milliseconds. The leaks are 0 until SetLeaks.
+nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timeline);
+void SetLeaks(nlohmann::ordered_json& report, std::size_t handles, std::size_t bytes);
+
+// Timeline and table for standard output. withColours: for a terminal.
+std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, bool withColours);
+
+} // namespace rehearse

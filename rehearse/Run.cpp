@@ -1,0 +1,172 @@
+#include "rehearse/Run.h"
+
+#include "rehearse/Description.h"
+#include "rehearse/DescriptionReader.h"
+#include "rehearse/Durations.h"
+#include "rehearse/Events.h"
+#include "rehearse/Expectations.h"
+#include "rehearse/Leaks.h"
+#include "rehearse/LogOutput.h"
+#include "rehearse/MachineBuilder.h"
+#include "rehearse/Progress.h"
+#include "rehearse/Report.h"
+#include "rehearse/Timeline.h"
+
+#include "simwin/desktop/Desktop.h"
+#include "simwin/kernel/Machine.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Scheduler.h"
+#include "simwin/services/Services.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+
+#include <unistd.h>
+
+namespace rehearse {
+
+namespace {
+
+constexpr const char* StandardOutput = "-";
+constexpr std::uint64_t StopLimitMs = MsPerMinute; // what a stop behind the report may take
+
+// Output files are opened before anything runs, so that a wrong name is told at once.
+class Output {
+public:
+    explicit Output(const std::optional<std::string>& file) : m_file(file) {
+        if (m_file && *m_file != StandardOutput) {
+            m_stream.open(*m_file, std::ios::binary);
+            if (!m_stream)
+                throw InputError({*m_file, 1, 1}, "this file cannot be written");
+        }
+    }
+    bool IsWanted() const { return m_file.has_value(); }
+    bool IsStandardOutput() const { return m_file && *m_file == StandardOutput; }
+    void Write(const std::string& text) {
+        if (IsStandardOutput())
+            std::fwrite(text.data(), 1, text.size(), stdout);
+        else
+            m_stream << text << std::flush;
+    }
+
+private:
+    std::optional<std::string> m_file;
+    std::ofstream m_stream;
+};
+
+// The machine goes before what watches it.
+struct MachineLife {
+    explicit MachineLife(const machine::Setup& setup) {
+        machine::CreateMachine(setup);
+        machine::InstallCrashHandler();
+    }
+    ~MachineLife() { machine::DestroyMachine(); }
+    MachineLife(const MachineLife&) = delete;
+    MachineLife& operator=(const MachineLife&) = delete;
+};
+
+std::uint64_t UntilMs(const Record& description, const Options& options) {
+    if (options.untilMs)
+        return *options.untilMs;
+    const std::uint64_t last = std::max(LastEventMs(description) + MsPerHour, Expectations::LastMs(description));
+    return description.MsOf("until", last);
+}
+
+// Stops what runs of the product, so that what it left open can be counted.
+void StopProduct(const Stage& stage, const Leaks& leaks, nlohmann::ordered_json& report) {
+    machine::Process* service = machine::ServiceProcess(ServiceName);
+    machine::Process* process = service ? service : stage.product;
+    if (!process)
+        return;
+    process->Retain();
+    if (!process->ended) {
+        if (service)
+            machine::PostServiceControl(ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
+        else
+            machine::CloseWindowsOf(process);                      // so ends a debug run
+        (void)machine::RunMachine({machine::Now() + StopLimitMs}); // the verdict of the run itself stands already
+    }
+    if (process->ended)
+        SetLeaks(report, leaks.HandlesOf(process), process->leakedBytes);
+    process->Release();
+}
+
+// The lines of a run that did not end in good order; the last one begins with what it was.
+void TellOutcome(const machine::RunOutcome& outcome) {
+    const std::string line = machine::OutcomeLine(outcome);
+    const std::size_t end = line.find('\n');
+    if (end != std::string::npos)
+        fmt::print(stderr, "{}\n", line.substr(end + 1));
+    fmt::print(stderr, "{}\n", line.substr(0, end));
+}
+
+int Judge(const Expectations& expectations) {
+    const std::vector<std::string> failures = expectations.Failures();
+    for (const std::string& failure : failures)
+        fmt::print(stderr, "{}\n", failure);
+    return failures.empty() ? ExitDone : ExitNotMet;
+}
+
+} // namespace
+
+int Rehearse(const Options& options) {
+    const Record description = ReadDescription(options.description);
+    const machine::Setup setup = SetupOf(description, options);
+    if (FILE* image = std::fopen(options.imageFile.c_str(), "rb"))
+        std::fclose(image);
+    else
+        throw InputError({options.imageFile, 1, 1}, "the product's shared object is not there");
+    Output json(options.json), log(options.log);
+
+    Timeline timeline;
+    Leaks leaks;
+    Stage stage{&description, &timeline};
+    Expectations expectations(stage);
+    const MachineLife machine(setup);
+    FillMachine(description, options);
+    timeline.Watch();
+    leaks.Watch();
+    expectations.Check();
+    if (log.IsWanted())
+        ForceLog(options.logLevel);
+    expectations.Schedule();
+    ScheduleEvents(stage);
+
+    machine::RunOutcome outcome;
+    {
+        const Progress progress(options.description);
+        outcome = machine::RunMachine({UntilMs(description, options)});
+    }
+    const bool isDone = outcome.verdict == machine::Verdict::Done;
+    timeline.CatchUp();
+    if (isDone)
+        expectations.JudgeEnd();
+    timeline.Close();
+    stage.hasEnded = true;
+
+    const RunFacts facts{description.TextOf("title"), options.seed, stage.product};
+    const bool isStandardOutputFree = !json.IsStandardOutput() && !log.IsStandardOutput();
+    if (!options.quiet && isStandardOutputFree)
+        fmt::print("{}", ReportForPeople(facts, timeline, isatty(STDOUT_FILENO) != 0));
+    std::fflush(stdout);
+    if (log.IsWanted())
+        log.Write(LogText());
+    if (json.IsWanted()) {
+        nlohmann::ordered_json report = MakeReport(facts, timeline);
+        if (isDone)
+            StopProduct(stage, leaks, report);
+        json.Write(report.dump(2) + "\n");
+    }
+    leaks.Close();
+    std::fflush(stdout);
+    if (!isDone) {
+        TellOutcome(outcome);
+        return ExitStopped;
+    }
+    return options.check ? Judge(expectations) : ExitDone;
+}
+
+} // namespace rehearse

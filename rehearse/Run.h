@@ -1,0 +1,24 @@
+// One rehearsal from the description to the exit code: builds the machine, lets it run, reports, judges.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace rehearse {
+
+struct Options {
+    std::string description;
+    std::optional<std::string> ini, json, log; // host files; "-" is standard output
+    int logLevel = 3;
+    std::optional<std::uint64_t> seed, untilMs;
+    bool check = false, quiet = false;
+    std::string imageFile, resourceFile; // the product as a shared object, and its compiled resources
+};
+
+enum ExitCode { ExitDone = 0, ExitNotMet = 1, ExitWrongInput = 2, ExitStopped = 3 };
+
+// Writes the report to standard output and what failed to standard error. Throws InputError when nothing was run.
+int Rehearse(const Options& options);
+
+} // namespace rehearse

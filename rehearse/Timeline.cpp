@@ -1,0 +1,181 @@
+#include "rehearse/Timeline.h"
+
+#include "simwin/devices/Drivers.h"
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Setup.h"
+#include "simwin/kernel/Text.h"
+#include "simwin/registry/Registry.h"
+#include "simwin/services/Services.h"
+
+#include <fmt/format.h>
+
+#include <string_view>
+
+namespace rehearse {
+
+namespace {
+
+constexpr std::string_view EnumPart = "\\CurrentControlSet\\Enum\\";
+constexpr std::string_view ParametersPart = "\\Device Parameters";
+
+bool IsBelow(const machine::DeviceNode* node, const machine::DeviceNode* top) {
+    for (; node; node = node->parent)
+        if (node == top)
+            return true;
+    return false;
+}
+
+// The device whose name value a key holds; "" for another key.
+std::string DeviceOfParameters(std::string_view key) {
+    const std::size_t enumAt = machine::FindNoCase(key, EnumPart);
+    if (enumAt == std::string_view::npos || !machine::EndsWithNoCase(key, ParametersPart))
+        return "";
+    const std::size_t start = enumAt + EnumPart.size();
+    if (key.size() < start + ParametersPart.size())
+        return "";
+    return std::string(key.substr(start, key.size() - start - ParametersPart.size()));
+}
+
+bool IsNameValue(std::string_view name) {
+    return machine::EqualNoCase(name, "PortName") || machine::EqualNoCase(name, "DosDeviceName");
+}
+
+} // namespace
+
+void Timeline::Watch() {
+    for (const machine::DeviceNode* node : machine::TheDeviceTree().All())
+        if (node->IsPort())
+            m_ports[node->id].name = machine::DosNameOf(*node);
+    machine::DeviceObserver observer;
+    observer.dosNameChanged = [this](const machine::DosNameChange& change) { OnDosNameChanged(change); };
+    observer.restarted = [this](const machine::DeviceRestart& restart) { OnRestarted(restart); };
+    observer.deviceChanged = [this](const machine::DeviceNode& node, const char* what) { OnDeviceChanged(node, what); };
+    machine::SetDeviceObserver(std::move(observer));
+    machine::TheRegistry().WatchWrites([this](const machine::RegistryWrite& write) {
+        CatchUp();
+        m_writes.push_back({write.atMs, write.key, write.name, write.before, write.after});
+        const std::string device = DeviceOfParameters(write.key);
+        if (!device.empty() && IsNameValue(write.name) && write.before != write.after)
+            m_entries.push_back({write.atMs, false, "registry name of", device, write.before, write.after, "registry"});
+    });
+    machine::WatchCalls([this](const char*, const char*) { CatchUp(); });
+    machine::OnProcessEnd([this](machine::Process& process) {
+        if (!m_isClosed)
+            OnProcessEnded(process.imagePath, process.exitCode);
+    });
+}
+
+void Timeline::Outside(std::string what, std::string device) {
+    CatchUp();
+    m_entries.push_back({machine::Now(), true, std::move(what), std::move(device), "", "", ""});
+}
+
+void Timeline::CatchUp() {
+    if (m_isClosed)
+        return;
+    const std::vector<machine::ServiceReport>& reports = machine::ServiceReports();
+    for (; m_serviceReports < reports.size(); ++m_serviceReports) {
+        const machine::ServiceReport& report = reports[m_serviceReports];
+        // Checkpoints of one state are one thing for a reader.
+        if (m_serviceReports > 0 && reports[m_serviceReports - 1].state == report.state)
+            continue;
+        const std::string what = fmt::format("service is {}", machine::ServiceStateText(report.state));
+        m_entries.push_back({report.atMs, false, what, "", "", "", ""});
+    }
+}
+
+void Timeline::OnDeviceChanged(const machine::DeviceNode& node, std::string_view what) {
+    if (m_isClosed || !node.IsPort())
+        return;
+    CatchUp();
+    PortState& port = m_ports[node.id];
+    if (what == "left" && port.pendingMeans.empty()) {
+        Outside("leaves:", node.id);
+    } else if (what == "failed") {
+        Outside(fmt::format("does not start (problem {}):", node.problem), node.id);
+    } else if (what == "runs") {
+        const std::string name = machine::DosNameOf(node);
+        port.nameBeforeRun = port.name;
+        if (!port.pendingMeans.empty()) {
+            m_entries.push_back({machine::Now(), false, "restarts", node.id, port.name, name, port.pendingMeans});
+            port.pendingMeans.clear();
+            port.restarts = node.restarts;
+            port.runsEntry = 0;
+        } else {
+            Outside(name.empty() ? "runs without a COM name:" : fmt::format("runs as {}:", name), node.id);
+            port.runsEntry = m_entries.size();
+        }
+        port.name = name;
+    }
+}
+
+void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
+    if (m_isClosed)
+        return;
+    CatchUp();
+    const machine::DeviceNode* top = machine::TheDeviceTree().FindById(restart.device);
+    const bool comesLater = restart.means == "cycle" && restart.ok;
+    bool isTold = false;
+    for (auto& [id, port] : m_ports) {
+        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
+        if (!top || !node || !IsBelow(node, top))
+            continue;
+        if (comesLater) {
+            port.pendingMeans = restart.means;
+            isTold = true;
+        } else if (port.runsEntry && node->restarts > port.restarts) {
+            // Its start was this restart: what looked like an arrival was the product's doing.
+            m_entries[port.runsEntry - 1] = {m_entries[port.runsEntry - 1].atMs,
+                                             false,
+                                             "restarts",
+                                             id,
+                                             port.nameBeforeRun,
+                                             port.name,
+                                             restart.means};
+            port.runsEntry = 0;
+            port.restarts = node->restarts;
+            isTold = true;
+        }
+    }
+    if (!isTold)
+        m_entries.push_back({machine::Now(), false, restart.ok ? "restarts" : "could not restart", restart.device, "",
+                             "", restart.means});
+}
+
+void Timeline::OnDosNameChanged(const machine::DosNameChange& change) {
+    if (m_isClosed || std::string_view(change.by) != "program")
+        return;
+    CatchUp();
+    const machine::KernelDevice* device =
+        machine::TheDeviceTree().RunningDevice(change.to.empty() ? change.from : change.to);
+    if (!device || !device->node) {
+        m_entries.push_back({change.atMs, false,
+                             change.to.empty() ? fmt::format("deletes the DOS name {} ({})", change.name, change.from)
+                                               : fmt::format("makes the DOS name {} ({})", change.name, change.to),
+                             "", "", "", "dos-name"});
+        return;
+    }
+    PortState& port = m_ports[device->node->id];
+    const std::string name = machine::DosNameOf(*device->node);
+    if (name == port.name)
+        return;
+    // The old name deleted and a new one made at the same moment are one change.
+    if (port.namelessEntry && m_entries[port.namelessEntry - 1].atMs == change.atMs)
+        m_entries[port.namelessEntry - 1].to = name;
+    else
+        m_entries.push_back(
+            {change.atMs, false, "changes the DOS name of", device->node->id, port.name, name, "dos-name"});
+    port.namelessEntry = name.empty() ? m_entries.size() : 0;
+    port.name = name;
+    port.runsEntry = 0;
+}
+
+void Timeline::OnProcessEnded(const std::string& image, std::uint32_t exitCode) {
+    CatchUp();
+    const std::string product = machine::TheSetup().directory + "\\" + machine::TheSetup().executable;
+    const bool isProduct = machine::EqualNoCase(image, product);
+    m_entries.push_back({machine::Now(), !isProduct, fmt::format("{} ends with {}", image, exitCode), "", "", "", ""});
+}
+
+} // namespace rehearse

@@ -1,0 +1,66 @@
+// What happened, in order of time: outside (the description's events, Windows, devices) and by the product. Filled
+// while the machine runs, from the calls that the machine saw and from its own tree; never from the product's memory.
+// In the scheduler's context or inside a call, on the one host thread.
+#pragma once
+
+#include "simwin/devices/Devices.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace rehearse {
+
+struct TimelineEntry {
+    std::uint64_t atMs = 0;
+    bool isOutside = true;
+    std::string what; // for people, in the machine's code page
+    std::string device, from, to, means;
+};
+
+struct WrittenValue {
+    std::uint64_t atMs = 0;
+    std::string key, name, before, after;
+};
+
+class Timeline {
+public:
+    // Starts to watch the machine. Called once, after it is built and before it runs; undone with the machine.
+    void Watch();
+    void Outside(std::string what, std::string device = {});
+    void Add(TimelineEntry entry) { m_entries.push_back(std::move(entry)); }
+
+    // What happens from now on is not told: the run is over, the machine goes.
+    void Close() { m_isClosed = true; }
+
+    // Notes what has changed since it last looked: states of the service, names of ports.
+    void CatchUp();
+
+    const std::vector<TimelineEntry>& Entries() const { return m_entries; }
+    const std::vector<WrittenValue>& Writes() const { return m_writes; }
+
+private:
+    // What is known of one port while the machine runs.
+    struct PortState {
+        std::string name;          // the last DOS name that led to its running device
+        std::string pendingMeans;  // the product's cycle has been agreed to, the device is on its way out and back
+        std::size_t runsEntry = 0; // the entry of its last start plus one; 0: told already as the product's doing
+        std::string nameBeforeRun;
+        unsigned restarts = 0;         // of its driver that have been told
+        std::size_t namelessEntry = 0; // the entry plus one of the product's taking its name away; 0: it has one
+    };
+
+    void OnDeviceChanged(const machine::DeviceNode& node, std::string_view what);
+    void OnRestarted(const machine::DeviceRestart& restart);
+    void OnDosNameChanged(const machine::DosNameChange& change);
+    void OnProcessEnded(const std::string& image, std::uint32_t exitCode);
+
+    std::vector<TimelineEntry> m_entries;
+    std::vector<WrittenValue> m_writes;
+    bool m_isClosed = false;
+    std::size_t m_serviceReports = 0;
+    std::map<std::string, PortState, machine::NoCaseLess> m_ports;
+};
+
+} // namespace rehearse

@@ -1,0 +1,103 @@
+// quillmarch-rehearse: the command line.
+#include "rehearse/Description.h"
+#include "rehearse/DescriptionKeys.h"
+#include "rehearse/Durations.h"
+#include "rehearse/Run.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <filesystem>
+
+namespace {
+
+// A file of the build: beside the program, or where the build left it.
+std::string FileOfBuild(const char* name, const char* built) {
+    std::error_code error;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+    const std::filesystem::path beside = program.parent_path() / name;
+    return std::filesystem::exists(beside, error) ? beside.string() : std::string(built);
+}
+
+struct Line {
+    rehearse::Options options;
+    std::string ini, json, log, until;
+    std::uint64_t seed = 0;
+    bool printKeys = false;
+};
+
+void Describe(CLI::App& app, Line& line) {
+    app.add_option("MACHINE.toml", line.options.description, "the description of the machine");
+    app.add_option("--ini", line.ini, "use this configuration in place of the described one")->type_name("FILE");
+    app.add_option("--json", line.json, "write the report as JSON")->type_name("FILE|-");
+    app.add_option("--log", line.log, "write the product's log file there (forces it on)")->type_name("FILE|-");
+    app.add_option("--log-level", line.options.logLevel, "level of that log")
+        ->check(CLI::Range(1, 6))
+        ->type_name("1..6");
+    app.add_option("--seed", line.seed, "seeded schedule and seeded faults")->type_name("N");
+    app.add_option("--until", line.until, "end after this much virtual time")->type_name("DURATION");
+    app.add_flag("--check", line.options.check, "judge the description's expectations");
+    app.add_flag("--quiet", line.options.quiet, "no report on standard output");
+    app.add_flag("--print-keys", line.printKeys, "print the tables of keys")->group("");
+    app.add_option("--image", line.options.imageFile, "the product as a shared object")->group("");
+    app.add_option("--resources", line.options.resourceFile, "its compiled resources")->group("");
+}
+
+// What the command line said, as options; a text for what is wrong with it.
+std::string Complete(const CLI::App& app, Line& line) {
+    if (line.printKeys)
+        return "";
+    if (line.options.description.empty())
+        return "MACHINE.toml is missing";
+    if (app.count("--ini"))
+        line.options.ini = line.ini;
+    if (app.count("--json"))
+        line.options.json = line.json;
+    if (app.count("--log"))
+        line.options.log = line.log;
+    if (app.count("--seed"))
+        line.options.seed = line.seed;
+    if (app.count("--until")) {
+        line.options.untilMs = rehearse::ParseDuration(line.until);
+        if (!line.options.untilMs)
+            return fmt::format("--until must be a duration such as \"10s\", not '{}'", line.until);
+    }
+    if (line.options.imageFile.empty())
+        line.options.imageFile = FileOfBuild("libquillmarch.so", QM_IMAGE_FILE);
+    if (line.options.resourceFile.empty())
+        line.options.resourceFile = FileOfBuild("Quillmarch.res", QM_RESOURCE_FILE);
+    return "";
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    CLI::App app("Runs the product on a described machine and tells what happened.", "quillmarch-rehearse");
+    Line line;
+    Describe(app, line);
+    std::string wrong;
+    try {
+        app.parse(count, arguments);
+        wrong = Complete(app, line);
+    } catch (const CLI::CallForHelp&) {
+        fmt::print("{}", app.help());
+        return rehearse::ExitDone;
+    } catch (const CLI::ParseError& error) {
+        wrong = error.what();
+    }
+    if (!wrong.empty()) {
+        fmt::print(stderr, "quillmarch-rehearse: {}\n", wrong);
+        return rehearse::ExitWrongInput;
+    }
+    if (line.printKeys) {
+        fmt::print("{}", rehearse::KeyTables());
+        return rehearse::ExitDone;
+    }
+    try {
+        return rehearse::Rehearse(line.options);
+    } catch (const rehearse::InputError& error) {
+        fmt::print(stderr, "{}\n", error.what());
+        return rehearse::ExitWrongInput;
+    }
+}

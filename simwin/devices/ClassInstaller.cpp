@@ -1,0 +1,147 @@
+#include "simwin/devices/ClassInstaller.h"
+
+#include "simwin/devices/Devices.h"
+#include "simwin/devices/Notifications.h"
+#include "simwin/devices/PlugAndPlay.h"
+#include "simwin/devices/Properties.h"
+#include "simwin/devices/api.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Rules.h"
+#include "simwin/kernel/Scheduler.h"
+
+namespace machine {
+
+namespace {
+
+using namespace simwin;
+
+constexpr std::uint64_t RestartPauseMs = 50; // between stop and start
+
+// Whether the device refuses to stop; it is asked with all that hangs below it.
+bool RefusesToStop(DeviceNode& node) {
+    bool heldOpen = false;
+    return FindVeto(node, heldOpen) != nullptr;
+}
+
+bool StartAndWait(DeviceNode& node) {
+    StartNode(node, Cause::Product);
+    return WaitForStart(node);
+}
+
+const char* MeansOfPropertyChange(const DeviceNode& node) {
+    return node.problem == CM_PROB_WILL_BE_REMOVED && node.removedByProduct ? "remove-and-setup" : "property-change";
+}
+
+DWORD PropertyChange(DeviceNode& node) {
+    const std::size_t restart = BeginRestart(node, MeansOfPropertyChange(node));
+    if (node.said.refuses.value_or(false)) {
+        EndRestart(restart, false);
+        return ERROR_NO_SUCH_CLASS_INSTALLER;
+    }
+    const bool staysStopped = node.problem == CM_PROB_DISABLED || node.problem == CM_PROB_HELD_FOR_EJECT;
+    if (!staysStopped && !RefusesToStop(node)) {
+        if (StopTree(node, false, Cause::Product) > 0)
+            SleepMs(RestartPauseMs);
+        StartAndWait(node);
+    }
+    EndRestart(restart, node.IsRunning());
+    return 0;
+}
+
+DWORD Disable(DeviceNode& node) {
+    const std::size_t restart = BeginRestart(node, "disable-enable");
+    if (node.said.refuses.value_or(false)) {
+        EndRestart(restart, false);
+        return ERROR_NO_SUCH_CLASS_INSTALLER;
+    }
+    node.disableRestart = restart;
+    if (node.problem == CM_PROB_DISABLED || RefusesToStop(node))
+        return 0;
+    StopTree(node, true, Cause::Product);
+    node.problem = CM_PROB_DISABLED;
+    NoteTreeChange();
+    SleepMs(RestartPauseMs);
+    return 0;
+}
+
+DWORD Enable(DeviceNode& node) {
+    // A lone enable is a restart too: the device runs afterwards.
+    const std::size_t restart =
+        node.disableRestart ? *node.disableRestart : BeginRestart(node, "disable-enable");
+    node.disableRestart.reset();
+    if (node.said.refuses.value_or(false)) {
+        EndRestart(restart, false);
+        return ERROR_NO_SUCH_CLASS_INSTALLER;
+    }
+    if (node.problem == CM_PROB_DISABLED) {
+        if (!node.sticky)
+            node.problem = 0;
+        StartAndWait(node);
+    }
+    EndRestart(restart, node.IsRunning());
+    return 0;
+}
+
+RemovalVeto AskAll(DeviceNode& node) {
+    bool heldOpen = false;
+    DeviceNode* refusing = FindVeto(node, heldOpen);
+    return {heldOpen ? PNP_VetoOutstandingOpen : PNP_VetoDevice, refusing};
+}
+
+void TakeOut(DeviceNode& node, DWORD problem) {
+    StopTree(node, true, Cause::Product);
+    node.problem = problem;
+    node.removedByProduct = problem == CM_PROB_WILL_BE_REMOVED;
+    NoteTreeChange();
+}
+
+} // namespace
+
+bool MayChangeDevices() {
+    const Process* process = CurrentProcess();
+    return process->rights == Rights::System || process->administrator;
+}
+
+DWORD ChangeDeviceState(DeviceNode& node, DWORD change) {
+    if (!node.IsPresent())
+        return ERROR_NO_SUCH_DEVINST;
+    switch (change) {
+    case DICS_PROPCHANGE: return PropertyChange(node);
+    case DICS_DISABLE: return Disable(node);
+    case DICS_ENABLE: return Enable(node);
+    default: NotModelled("SetupDiCallClassInstaller", "a state change other than property change, disable and enable");
+    }
+}
+
+RemovalVeto QueryAndRemove(DeviceNode& node) {
+    const RemovalVeto veto = AskAll(node);
+    if (!veto.refusing)
+        TakeOut(node, CM_PROB_WILL_BE_REMOVED);
+    return veto;
+}
+
+RemovalVeto EjectDevice(DeviceNode& node) {
+    if (!IsRemovableNode(node))
+        return {PNP_VetoIllegalDeviceRequest, &node};
+    const RemovalVeto veto = AskAll(node);
+    if (!veto.refusing)
+        TakeOut(node, CM_PROB_HELD_FOR_EJECT);
+    return veto;
+}
+
+void SetUpDevice(DeviceNode& node) {
+    if (node.problem != CM_PROB_WILL_BE_REMOVED && node.problem != CM_PROB_DISABLED &&
+        node.problem != CM_PROB_DEVICE_NOT_THERE)
+        return;
+    const std::size_t restart = BeginRestart(node, "remove-and-setup");
+    EndRestart(restart, StartAndWait(node));
+}
+
+void ReenumerateDevice(DeviceNode& node) {
+    const std::size_t restart = BeginRestart(node, "reenumerate");
+    if (node.IsRunning())
+        StartChildren(node, Cause::Product);
+    EndRestart(restart, true);
+}
+
+} // namespace machine

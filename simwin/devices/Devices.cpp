@@ -1,0 +1,534 @@
+#include "simwin/devices/Devices.h"
+
+#include "simwin/devices/Drivers.h"
+#include "simwin/devices/ExportTree.h"
+#include "simwin/devices/PlugAndPlay.h"
+#include "simwin/devices/api.h"
+#include "simwin/devices/catalogue/Catalogue.h"
+#include "simwin/kernel/Machine.h"
+#include "simwin/kernel/Scheduler.h"
+#include "simwin/registry/Registry.h"
+
+#include <algorithm>
+#include <map>
+
+#include <fmt/format.h>
+
+namespace machine {
+
+namespace {
+
+constexpr const char* ClassRoot = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\";
+constexpr const char* Arbiter = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
+constexpr std::size_t ComDbBytes = 32;
+constexpr unsigned HubPorts = 4;
+
+struct DevicesRoom {
+    bool building = false;
+    std::vector<DeviceRestart> restarts;
+    DeviceObserver observer;
+    std::map<std::string, unsigned, NoCaseLess> nextDriverKey; // by class
+    unsigned hubs = 0;
+};
+DevicesRoom* g_devices;
+
+void Create() {
+    g_devices = new DevicesRoom;
+    TheDosNames().WatchChanges([](const DosNameChange& change) {
+        if (g_devices && g_devices->observer.dosNameChanged)
+            g_devices->observer.dosNameChanged(change);
+    });
+}
+
+void Destroy() {
+    delete g_devices;
+    g_devices = nullptr;
+}
+
+Room g_room(64, Create, Destroy);
+
+const char* Or(const char* text, const char* other) {
+    return text ? text : other;
+}
+
+// What the node is, from the description, the catalogue, its kind.
+struct Facts {
+    std::string className, classGuid, service, description, hardwareId;
+    std::uint32_t capabilities;
+};
+
+Facts FactsOf(const DeviceNode& node) {
+    const CatalogueEntry* known = FindInCatalogue(node.id);
+    if (known && known->kind != node.kind)
+        known = nullptr;
+    const KindDefaults defaults = DefaultsOf(node.kind, TheSetup().version);
+    Facts facts;
+    facts.className = node.said.className.value_or(known ? Or(known->className, defaults.className)
+                                                         : defaults.className);
+    if (node.said.classGuid && !node.said.className)
+        if (const std::string name = SetupClassName(*node.said.classGuid); !name.empty())
+            facts.className = name;
+    facts.classGuid = node.said.classGuid.value_or(SetupClassGuid(facts.className));
+    if (facts.classGuid.empty())
+        facts.classGuid = SetupClassGuid("Unknown");
+    const char* service = known ? known->service : nullptr;
+    if (known && known->serviceX86 && !TheSetup().x64Windows)
+        service = known->serviceX86;
+    // A USB port that nobody knows has the driver that comes with Windows; one of the catalogue whose service is not
+    // known has none.
+    const bool plainUsbPort = !known && node.kind == DeviceKind::Port && StartsWithNoCase(node.id, "USB\\");
+    const char* kindsOwn = plainUsbPort ? "usbser" : known && node.IsPort() ? "" : defaults.service.c_str();
+    facts.service = node.said.service.value_or(Or(service, kindsOwn));
+    const char* plainText = plainUsbPort ? "USB Serial Device" : defaults.description;
+    facts.description = node.said.description.value_or(known ? Or(known->description, plainText) : plainText);
+    const std::size_t last = node.id.rfind('\\');
+    facts.hardwareId = known && known->hardwareId ? known->hardwareId : node.id.substr(0, last);
+    facts.capabilities = FindNoCase(node.id, "&MI_") == std::string::npos ? defaults.capabilities : 0;
+    if (node.IsPort() && StartsWithNoCase(node.id, "USB\\") && FindNoCase(node.id, "&MI_") == std::string::npos)
+        facts.capabilities = DefaultsOf(DeviceKind::Usb, TheSetup().version).capabilities;
+    return facts;
+}
+
+bool IsUsbDevice(const DeviceNode& node) {
+    return StartsWithNoCase(node.id, "USB\\") && FindNoCase(node.id, "&MI_") == std::string::npos;
+}
+
+std::vector<std::string> InterfacesByKind(const DeviceNode& node, std::string_view className) {
+    std::vector<std::string> names;
+    switch (node.kind) {
+    case DeviceKind::Port:
+    case DeviceKind::Modem:
+        if (IsUsbDevice(node))
+            names.push_back("usb");
+        if (node.kind == DeviceKind::Modem)
+            names.push_back("modem");
+        else if (EqualNoCase(className, "Ports") && !node.printerPort)
+            names.push_back("comport");
+        break;
+    case DeviceKind::Hub:
+    case DeviceKind::RootHub: names.push_back("hub"); break;
+    case DeviceKind::Controller: names.push_back("controller"); break;
+    case DeviceKind::Usb:
+    case DeviceKind::Composite: names.push_back("usb"); break;
+    case DeviceKind::Other: break;
+    }
+    return names;
+}
+
+void MakeInterfaces(DeviceNode& node, std::string_view className) {
+    if (node.said.interfaces)
+        node.interfaces.reserve(node.said.interfaces->size());
+    for (const std::string& name : node.said.interfaces ? *node.said.interfaces : InterfacesByKind(node, className))
+        if (const std::string guid = InterfaceClassByName(name); !guid.empty())
+            TheDeviceTree().AddInterface(&node, guid);
+}
+
+// The next driver key of the class: four digits counting up behind the highest that is there.
+std::string NewDriverKey(const std::string& classGuid) {
+    auto [entry, isNew] = g_devices->nextDriverKey.try_emplace(classGuid, 0);
+    if (isNew)
+        if (const RegistryKey* key = TheRegistry().FindKey(ClassRoot + classGuid))
+            for (const auto& [name, subKey] : key->subKeys)
+                if (name.size() == 4 && name.find_first_not_of("0123456789") == std::string::npos)
+                    entry->second = std::max(entry->second, static_cast<unsigned>(std::stoul(name)) + 1);
+    return fmt::format("{}\\{:04}", classGuid, entry->second++);
+}
+
+void SetIf(DeviceNode& node, const char* name, const std::optional<std::string>& said, const std::string& otherwise) {
+    Registry& registry = TheRegistry();
+    if (said)
+        registry.SetString(node.enumPath, name, *said);
+    else if (!otherwise.empty() && !registry.GetValue(node.enumPath, name))
+        registry.SetString(node.enumPath, name, otherwise);
+}
+
+void SetNames(DeviceNode& node) {
+    Registry& registry = TheRegistry();
+    const std::string parameters = node.enumPath + "\\Device Parameters";
+    if (node.said.portName)
+        registry.SetString(parameters, "PortName", *node.said.portName);
+    if (node.said.dosDeviceName)
+        registry.SetString(parameters, "DosDeviceName", *node.said.dosDeviceName);
+    const std::string name = node.said.portName.value_or(node.said.dosDeviceName.value_or(""));
+    if (node.said.friendlyName)
+        registry.SetString(node.enumPath, "FriendlyName", *node.said.friendlyName);
+    else if (!name.empty())
+        registry.SetString(node.enumPath, "FriendlyName", DescriptionOf(node) + " (" + name + ")");
+}
+
+// Its keys, outermost last, so that nothing is made below a key that refuses already.
+void Protect(const DeviceNode& node) {
+    Registry& registry = TheRegistry();
+    registry.CreateKey(node.enumPath + "\\Device Parameters");
+    registry.ProtectKey(node.enumPath + "\\Device Parameters");
+    if (const std::string key = DriverKeyOf(node); !key.empty())
+        registry.ProtectKey(ClassRoot + key);
+    registry.ProtectKey(node.enumPath);
+}
+
+bool IsNeverThere(const DeviceNode& node) {
+    return node.IsPort() && !node.printerPort && !node.installed && !node.said.portName && !node.said.dosDeviceName;
+}
+
+DeviceKind KindOfDescription(const DeviceDescription& said) {
+    if (said.kind)
+        return *said.kind;
+    const CatalogueEntry* known = FindInCatalogue(said.id);
+    if (known && !said.className && !said.classGuid)
+        return known->kind;
+    const std::string fallback = known && known->className ? known->className : "";
+    return KindOf(said.id, said.service.value_or(known && known->service ? known->service : ""),
+                  said.className ? *said.className : said.classGuid.value_or(fallback));
+}
+
+// The lowest free port of a hub.
+unsigned FreePort(const DeviceNode& hub, const DeviceNode& node) {
+    for (unsigned port = 1;; ++port)
+        if (std::none_of(hub.children.begin(), hub.children.end(),
+                         [&](const DeviceNode* child) { return child != &node && child->hubPort == port; }))
+            return port;
+}
+
+// Port of its hub: as said, else by the last number of an id that follows the socket, else the lowest free one.
+unsigned PortOnHub(const DeviceNode& node, const DeviceNode& hub) {
+    if (node.said.hubPort)
+        return *node.said.hubPort;
+    unsigned port = 0, number = 0;
+    if (node.said.location && ParseHubLocation(*node.said.location, port, number) && port)
+        return port;
+    const std::string prefix = DeviceText(hub, "ParentIdPrefix") + "&";
+    const std::string instance(InstanceOf(node.id));
+    if (prefix.size() > 1 && StartsWithNoCase(instance, prefix))
+        if (const unsigned long last = std::strtoul(instance.c_str() + prefix.size(), nullptr, 10); last && last < 256)
+            return static_cast<unsigned>(last);
+    if (node.said.address && *node.said.address)
+        return *node.said.address;
+    return FreePort(hub, node);
+}
+
+void CountHub(DeviceNode& node) {
+    if (!node.IsHub() || node.hubNumber)
+        return;
+    node.hubNumber = ++g_devices->hubs;
+    node.ports = node.said.ports.value_or(HubPorts);
+}
+
+// A hub that is not described has as many ports as it needs.
+void WidenHub(DeviceNode& hub, unsigned port) {
+    if (!hub.said.ports && port > hub.ports)
+        hub.ports = port;
+}
+
+// Takes over what is said anew, into the node alone.
+void TakeDescription(DeviceNode& node, const DeviceDescription& description) {
+    node.said = MergeDescriptions(node.said, description);
+    node.said.id = node.id;
+    node.vetoesLeft = node.said.vetoes.value_or(0);
+    if (node.said.problem)
+        node.problem = *node.said.problem;
+    if (node.said.kind)
+        node.kind = *node.said.kind;
+    if (node.said.ports)
+        node.ports = *node.said.ports;
+}
+
+// A described device, new or of the exports. Returns what is wrong, "" for nothing.
+std::string AddDescribed(const DeviceDescription& description) {
+    DeviceTree& tree = TheDeviceTree();
+    DeviceNode* node = tree.FindById(description.id);
+    const bool isNew = !node;
+    DeviceNode* parent = description.parent ? tree.FindById(*description.parent) : nullptr;
+    if (description.parent && !parent)
+        return fmt::format("device '{}': there is no parent '{}'", description.id, *description.parent);
+    if (isNew) {
+        node = tree.Add(description.id);
+        node->kind = KindOfDescription(description);
+        node->attached = true;
+        const CatalogueEntry* known = FindInCatalogue(node->id);
+        node->printerPort = node->kind == DeviceKind::Port &&
+                            (EqualNoCase(description.service.value_or(""), "Parport") ||
+                             (known && known->service && EqualNoCase(known->service, "Parport")));
+    }
+    TakeDescription(*node, description);
+    if (description.plugged) {
+        node->attached = *description.plugged;
+        node->crowdedOut = false;
+    }
+    if (!parent && isNew)
+        parent = ParentByEnumerator(node->id);
+    if (parent)
+        for (const DeviceNode* above = parent; above; above = above->parent)
+            if (above == node)
+                return fmt::format("device '{}': it hangs below itself", node->id);
+    if (parent && !node->root)
+        tree.SetParent(node, parent);
+    CountHub(*node);
+    return {};
+}
+
+// Once its place is known: socket, keys, interfaces.
+std::string FinishDescribed(DeviceNode& node) {
+    if (node.parent && node.parent->IsHub() && node.kind != DeviceKind::RootHub) {
+        DeviceNode& hub = *node.parent;
+        const unsigned port = node.said.hubPort || !node.hubPort ? PortOnHub(node, hub) : node.hubPort;
+        if (port == 0 || (hub.said.ports && port > hub.ports))
+            return fmt::format("device '{}': hub '{}' has no port {}", node.id, hub.id, port);
+        WidenHub(hub, port);
+        node.hubPort = port;
+    }
+    if (!IsNeverThere(node))
+        InstallKeys(node, false);
+    MakeInterfaces(node, FactsOf(node).className);
+    for (const auto& deviceInterface : node.interfaces)
+        deviceInterface->registered |= !IsNeverThere(node);
+    return {};
+}
+
+void SetComDatabase(const DevicesDescription& description) {
+    Registry& registry = TheRegistry();
+    const ComDatabaseDescription& said = description.comDatabase;
+    if (said.missing) {
+        registry.DeleteValue(Arbiter, "ComDB");
+        return;
+    }
+    const RegistryValue* there = registry.GetValue(Arbiter, "ComDB");
+    if (!there || said.taken || said.size) {
+        std::vector<std::uint8_t> bits = there && !said.taken ? there->data : std::vector<std::uint8_t>();
+        bits.resize(said.size.value_or(there && !said.taken ? bits.size() : ComDbBytes));
+        registry.SetBinary(Arbiter, "ComDB", bits);
+    }
+    if (said.taken) {
+        for (const unsigned number : *said.taken)
+            ComDbSet(number);
+        return;
+    }
+    for (const DeviceDescription& device : description.devices)
+        for (const auto& name : {device.portName, device.dosDeviceName})
+            if (name)
+                ComDbSet(ComNumberOf(*name));
+}
+
+// Devices of the exports: their sockets, interfaces and hubs.
+void FinishExported() {
+    for (DeviceNode* node : TheDeviceTree().All()) {
+        CountHub(*node);
+        MakeInterfaces(*node, ClassNameOf(*node));
+        if (node->hubPort && node->parent && node->parent->IsHub())
+            WidenHub(*node->parent, node->hubPort);
+        for (const auto& deviceInterface : node->interfaces)
+            deviceInterface->registered = true;
+    }
+    AddExportedInterfaces();
+    for (DeviceNode* node : TheDeviceTree().All())
+        if (node->hubPort && node->parent && node->parent->IsHub())
+            WidenHub(*node->parent, node->hubPort);
+}
+
+// Interrupt and I/O port: as said, and for the ports on the board those that they have had since the first boards.
+void GiveResources() {
+    struct OnBoard {
+        std::uint32_t ioPort, irq;
+    };
+    constexpr OnBoard Usual[] = {{0x3F8, 4}, {0x2F8, 3}, {0x3E8, 4}, {0x2E8, 3}};
+    std::size_t next = 0;
+    for (DeviceNode* node : TheDeviceTree().All()) {
+        const bool onBoard = node->IsPort() && FindNoCase(node->id, "PNP0501\\") != std::string::npos;
+        const OnBoard* usual = onBoard && next < std::size(Usual) ? &Usual[next++] : nullptr;
+        node->ioPort = node->said.ioPort ? node->said.ioPort : usual ? std::optional(usual->ioPort) : std::nullopt;
+        node->irq = node->said.irq ? node->said.irq : usual ? std::optional(usual->irq) : std::nullopt;
+    }
+}
+
+std::string Build(const DevicesDescription& description) {
+    AddExportedDevices();
+    LinkExportedDevices();
+    SettleExportedPresence(description.connected);
+    FinishExported();
+    for (const DeviceDescription& device : description.devices)
+        if (std::string wrong = AddDescribed(device); !wrong.empty())
+            return wrong;
+    for (const DeviceDescription& device : description.devices)
+        if (std::string wrong = FinishDescribed(*TheDeviceTree().FindById(device.id)); !wrong.empty())
+            return wrong;
+    SetComDatabase(description);
+    TheRegistry().CreateKey("HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM");
+    for (const DosNameDescription& name : description.dosNames)
+        SetDosName(name);
+    GiveResources();
+    for (DeviceNode* node : TheDeviceTree().All())
+        RunAtStart(*node);
+    return {};
+}
+
+template <typename T>
+void Over(std::optional<T>& base, const std::optional<T>& over) {
+    if (over)
+        base = over;
+}
+
+} // namespace
+
+void PlaceOnHub(DeviceNode& node, DeviceNode& hub, unsigned port) {
+    node.hubPort = port;
+    WidenHub(hub, port);
+    if (!node.said.location)
+        TheRegistry().SetString(node.enumPath, "LocationInformation",
+                                fmt::format("Port_#{:04}.Hub_#{:04}", port, hub.hubNumber));
+    if (!node.said.address)
+        TheRegistry().SetDword(node.enumPath, "Address", port);
+}
+
+void InstallKeys(DeviceNode& node, bool firstTime) {
+    Registry& registry = TheRegistry();
+    const Facts facts = FactsOf(node);
+    SetIf(node, "DeviceDesc", node.said.description, facts.description);
+    if (node.said.location)
+        registry.SetString(node.enumPath, "LocationInformation", *node.said.location);
+    if (node.said.address)
+        registry.SetDword(node.enumPath, "Address", *node.said.address);
+    if (node.hubPort && node.parent && node.parent->IsHub() &&
+        (!registry.GetValue(node.enumPath, "LocationInformation") || node.said.hubPort || node.said.parent))
+        PlaceOnHub(node, *node.parent, node.hubPort);
+    const auto setDword = [&](const char* name, simwin::DWORD value) {
+        if (!registry.GetValue(node.enumPath, name))
+            registry.SetDword(node.enumPath, name, value);
+    };
+    setDword("Capabilities", facts.capabilities);
+    if (node.said.hardwareId)
+        registry.SetMulti(node.enumPath, "HardwareID", *node.said.hardwareId);
+    else if (!registry.GetValue(node.enumPath, "HardwareID"))
+        registry.SetMulti(node.enumPath, "HardwareID", {facts.hardwareId});
+    const bool newClass = node.said.className || node.said.classGuid || !registry.GetValue(node.enumPath, "ClassGUID");
+    if (newClass) {
+        registry.SetString(node.enumPath, "ClassGUID", facts.classGuid);
+        registry.SetString(node.enumPath, "Class", facts.className);
+    }
+    SetIf(node, "Service", node.said.service, facts.service);
+    const std::string guid = DeviceText(node, "ClassGUID");
+    const std::string driverKey = node.said.driverKey ? *node.said.driverKey
+                                  : registry.GetValue(node.enumPath, "Driver") ? std::string()
+                                                                               : NewDriverKey(guid);
+    SetIf(node, "Driver", node.said.driverKey, driverKey);
+    if (const std::string key = DriverKeyOf(node); !key.empty() && !registry.GetValue(ClassRoot + key, "DriverDesc"))
+        registry.SetString(ClassRoot + key, "DriverDesc", facts.description);
+    setDword("ConfigFlags", 0);
+    registry.CreateKey(node.enumPath + "\\Device Parameters");
+    if (!firstTime)
+        SetNames(node);
+    node.installed = true;
+    if (node.said.isProtected.value_or(false))
+        Protect(node);
+}
+
+void SetDosName(const DosNameDescription& name) {
+    if (name.target.empty()) {
+        TheDosNames().RemoveNewest(name.name, "outside");
+        return;
+    }
+    TheDosNames().Define(name.name, name.target, "outside");
+    if (name.opens)
+        TheDosNames().SetOpens(name.name, *name.opens);
+}
+
+bool IsBuildingDevices() {
+    return g_devices->building;
+}
+
+std::string BuildDevices(const DevicesDescription& description) {
+    g_devices->building = true;
+    std::string wrong = Build(description);
+    g_devices->building = false;
+    return wrong;
+}
+
+DeviceNode* AddDevice(const DeviceDescription& description, std::string* wrong) {
+    DeviceDescription away = description;
+    away.plugged = false;
+    std::string found = AddDescribed(away);
+    DeviceNode* node = TheDeviceTree().FindById(description.id);
+    if (found.empty())
+        found = FinishDescribed(*node);
+    if (wrong)
+        *wrong = found;
+    if (node && found.empty()) {
+        node->irq = node->said.irq;
+        node->ioPort = node->said.ioPort;
+    }
+    return found.empty() ? node : nullptr;
+}
+
+void AmendDevice(std::string_view id, const DeviceDescription& description) {
+    DeviceNode* node = TheDeviceTree().FindById(id);
+    if (!node)
+        return;
+    const simwin::DWORD problem = node->problem;
+    TakeDescription(*node, description);
+    node->problem = problem; // a running device does not fall over what is said of it
+    if (node->installed)
+        InstallKeys(*node, false);
+}
+
+DeviceDescription MergeDescriptions(const DeviceDescription& base, const DeviceDescription& over) {
+    DeviceDescription merged = base;
+    Over(merged.parent, over.parent);
+    Over(merged.kind, over.kind);
+    Over(merged.className, over.className);
+    Over(merged.classGuid, over.classGuid);
+    Over(merged.service, over.service);
+    Over(merged.description, over.description);
+    Over(merged.friendlyName, over.friendlyName);
+    Over(merged.hardwareId, over.hardwareId);
+    Over(merged.driverKey, over.driverKey);
+    Over(merged.location, over.location);
+    Over(merged.locationPath, over.locationPath);
+    Over(merged.address, over.address);
+    Over(merged.irq, over.irq);
+    Over(merged.ioPort, over.ioPort);
+    Over(merged.portName, over.portName);
+    Over(merged.dosDeviceName, over.dosDeviceName);
+    Over(merged.nameValue, over.nameValue);
+    Over(merged.nameTaken, over.nameTaken);
+    Over(merged.kernelName, over.kernelName);
+    Over(merged.kernelNamePath, over.kernelNamePath);
+    Over(merged.interfaces, over.interfaces);
+    Over(merged.hubPort, over.hubPort);
+    Over(merged.ports, over.ports);
+    Over(merged.knowsInMs, over.knowsInMs);
+    Over(merged.cycleStatus, over.cycleStatus);
+    Over(merged.plugged, over.plugged);
+    Over(merged.problem, over.problem);
+    Over(merged.startsInMs, over.startsInMs);
+    Over(merged.leavesLink, over.leavesLink);
+    Over(merged.linkGoes, over.linkGoes);
+    Over(merged.vetoes, over.vetoes);
+    Over(merged.refuses, over.refuses);
+    Over(merged.heldBy, over.heldBy);
+    Over(merged.isProtected, over.isProtected);
+    return merged;
+}
+
+const std::vector<DeviceRestart>& DeviceRestarts() {
+    return g_devices->restarts;
+}
+
+std::size_t BeginRestart(const DeviceNode& node, const char* means) {
+    g_devices->restarts.push_back({Now(), node.id, means, false});
+    return g_devices->restarts.size() - 1;
+}
+
+void EndRestart(std::size_t restart, bool ok) {
+    DeviceRestart& entry = g_devices->restarts[restart];
+    entry.ok = ok;
+    if (g_devices->observer.restarted)
+        g_devices->observer.restarted(entry);
+}
+
+void SetDeviceObserver(DeviceObserver observer) {
+    g_devices->observer = std::move(observer);
+}
+
+const DeviceObserver& TheDeviceObserver() {
+    return g_devices->observer;
+}
+
+} // namespace machine

@@ -1,0 +1,152 @@
+#include "simwin/devices/DosNames.h"
+
+#include "simwin/devices/api.h"
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Machine.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace machine {
+
+namespace {
+
+DosNames* g_names;
+
+// What every Windows has before any port driver starts.
+void Create() {
+    g_names = new DosNames;
+    g_names->Define("C:", "\\Device\\HarddiskVolume1", "outside");
+    g_names->Define("NUL", "\\Device\\Null", "outside");
+    g_names->Define("PIPE", "\\Device\\NamedPipe", "outside");
+}
+
+void Destroy() {
+    delete g_names;
+    g_names = nullptr;
+}
+
+Room g_room(60, Create, Destroy);
+
+} // namespace
+
+DosNames& TheDosNames() {
+    return *g_names;
+}
+
+unsigned ComNumberOf(std::string_view name) {
+    if (name.size() < 4 || name.size() > 9 || !StartsWithNoCase(name, "COM"))
+        return 0;
+    unsigned number = 0;
+    for (const char c : name.substr(3)) {
+        if (c < '0' || c > '9')
+            return 0;
+        number = number * 10 + static_cast<unsigned>(c - '0');
+    }
+    return number;
+}
+
+void DosNames::Tell(const std::string& name, const std::string& from, const std::string& to, const char* by) {
+    if (from == to)
+        return;
+    if (!from.empty())
+        if (const auto old = m_targets.find(from); old != m_targets.end() && --old->second == 0)
+            m_targets.erase(old);
+    if (!to.empty())
+        ++m_targets[to];
+    if (m_watcher)
+        m_watcher({Now(), name, from, to, by});
+}
+
+DefinitionId DosNames::Define(std::string_view name, std::string_view target, const char* by) {
+    auto [entry, isNew] = m_names.try_emplace(std::string(name));
+    Name& made = entry->second;
+    const DefinitionId id = m_next++;
+    if (isNew) {
+        made.name = name;
+        made.made = id;
+        m_order.emplace(id, &made);
+    }
+    const std::string before = Top(made);
+    made.stack.push_back({id, std::string(target), {}, false});
+    Tell(made.name, before, made.stack.back().target, by);
+    return id;
+}
+
+bool DosNames::Erase(NameMap::iterator entry, std::size_t at, const char* by) {
+    Name& name = entry->second;
+    const std::string before = Top(name);
+    name.stack.erase(name.stack.begin() + static_cast<std::ptrdiff_t>(at));
+    Tell(name.name, before, Top(name), by);
+    if (name.stack.empty()) {
+        m_order.erase(name.made);
+        m_names.erase(entry);
+    }
+    return true;
+}
+
+bool DosNames::RemoveNewest(std::string_view name, const char* by) {
+    const auto entry = m_names.find(name);
+    return entry != m_names.end() && Erase(entry, entry->second.stack.size() - 1, by);
+}
+
+bool DosNames::RemoveMatching(std::string_view name, std::string_view target, bool exact, const char* by) {
+    const auto entry = m_names.find(name);
+    if (entry == m_names.end())
+        return false;
+    const auto& stack = entry->second.stack;
+    for (std::size_t i = stack.size(); i-- > 0;)
+        if (exact ? EqualNoCase(stack[i].target, target) : StartsWithNoCase(stack[i].target, target))
+            return Erase(entry, i, by);
+    return false;
+}
+
+bool DosNames::RemoveDefinition(std::string_view name, DefinitionId id, const char* by) {
+    const auto entry = m_names.find(name);
+    if (entry == m_names.end())
+        return false;
+    const auto& stack = entry->second.stack;
+    for (std::size_t i = 0; i < stack.size(); ++i)
+        if (stack[i].id == id)
+            return Erase(entry, i, by);
+    return false;
+}
+
+bool DosNames::RemoveName(std::string_view name, const char* by) {
+    bool any = false;
+    while (RemoveNewest(name, by))
+        any = true;
+    return any;
+}
+
+const DosDefinition* DosNames::InForce(std::string_view name) const {
+    const auto entry = m_names.find(name);
+    return entry == m_names.end() ? nullptr : &entry->second.stack.back();
+}
+
+const std::vector<DosDefinition>* DosNames::Stack(std::string_view name) const {
+    const auto entry = m_names.find(name);
+    return entry == m_names.end() ? nullptr : &entry->second.stack;
+}
+
+void DosNames::SetOpens(std::string_view name, const Opens& opens) {
+    const auto entry = m_names.find(name);
+    if (entry == m_names.end())
+        return;
+    entry->second.stack.back().opens = opens;
+    entry->second.stack.back().described = true;
+}
+
+std::vector<std::string> DosNames::Names() const {
+    std::vector<std::string> names;
+    names.reserve(m_order.size());
+    for (const auto& [made, name] : m_order)
+        names.push_back(name->name);
+    return names;
+}
+
+bool DosNames::IsTarget(std::string_view target) const {
+    return m_targets.contains(target);
+}
+
+} // namespace machine

@@ -1,0 +1,65 @@
+// Who wants to hear of devices, and how they are told. Each recipient gets its notifications one after another and is
+// asked again only when it has returned from the last. How a notification reaches a service or a window is the matter of
+// those rooms: they install a road here.
+#pragma once
+
+#include "simwin/devices/DeviceTree.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/types.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace machine {
+
+// A service (its status handle) or a window of a process.
+struct NotificationRecipient {
+    Process* process = nullptr;
+    simwin::HANDLE handle = nullptr;
+    bool isService = false;
+    bool operator==(const NotificationRecipient&) const = default;
+};
+
+// The recipient has returned from the notification, or will never see it. To be called exactly once.
+using NotificationReturned = std::function<void()>;
+
+// Hands one notification to the recipient: service control 11 or WM_DEVICECHANGE with this event. data: what the event
+// data points to, empty for a null pointer; the road keeps it until the recipient has returned. Must not block.
+using DeliverNotification =
+    std::function<void(const NotificationRecipient& recipient, simwin::DWORD event,
+                       const std::vector<std::uint8_t>& data, NotificationReturned returned)>;
+void SetServiceRoad(DeliverNotification road);
+void SetWindowRoad(DeliverNotification road);
+// Whether a handle names a window; without one every handle but null does.
+void SetWindowCheck(std::function<bool(Process* process, simwin::HANDLE window)> check);
+// Posts DBT_DEVNODES_CHANGED to all top-level windows: Windows asks nobody to register for it.
+void SetTreeChangeBroadcast(std::function<void()> broadcast);
+
+// The event data of a device interface or of a port, in the form that the recipient gets: UTF-16 (wide) or ANSI.
+std::vector<std::uint8_t> InterfaceEventData(const simwin::GUID& classGuid, std::string_view path, bool wide);
+std::vector<std::uint8_t> PortEventData(std::string_view name, bool wide);
+std::vector<std::uint8_t> OtherEventData(simwin::DWORD deviceType);
+
+// To everybody who registered for the class of the interface, in the order of registration.
+void NotifyInterface(const DeviceInterface& deviceInterface, simwin::DWORD event);
+// The tree changed: half a second after the last change the windows are told, and services too if a description wants
+// that of one of the changes.
+void NoteTreeChange(bool servicesToo = false);
+// At once: to windows, and with `servicesToo` to every service that registered.
+void SendTreeChange(bool servicesToo);
+// To one recipient, whatever it registered: the raw event of a description. With a null handle to the recipient of that
+// process which registered first.
+void SendNotification(const NotificationRecipient& recipient, simwin::DWORD event, std::vector<std::uint8_t> data);
+
+// Recipients that registered, each once, in the order of their first registration.
+std::vector<NotificationRecipient> Recipients();
+bool IsNotificationPending();
+
+// '{86e0d1e0-...}' in lower case, and back; false for a text that is none.
+std::string GuidText(const simwin::GUID& guid);
+bool GuidFromText(std::string_view text, simwin::GUID& guid);
+
+} // namespace machine

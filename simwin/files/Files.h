@@ -1,0 +1,163 @@
+// The machine's files: drives with folders, files and their streams. The other rooms and the rehearsal make and read
+// them here by full paths such as 'C:\Tools\term.exe', past attributes, sharing and access; the product's operations
+// stand in FilesApi.cpp. Names keep the spelling of their creator and compare without regard to case.
+#pragma once
+
+#include "simwin/kernel/Objects.h"
+#include "simwin/kernel/Text.h"
+#include "simwin/registry/Security.h"
+#include "simwin/types.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace machine {
+
+// A file or a folder. Streams hang at their file and share its times and access.
+struct FileNode {
+    std::string name; // with its spelling
+    FileNode* parent = nullptr;
+    bool folder = false;
+    simwin::DWORD attributes = 0; // of a file, without FILE_ATTRIBUTE_DIRECTORY
+    std::string content;
+    std::uint64_t createdTime = 0, writeTime = 0;
+    std::map<std::string, std::shared_ptr<FileNode>, NoCaseLess> entries; // of a folder
+    std::map<std::string, std::shared_ptr<FileNode>, NoCaseLess> streams; // of a file
+    std::vector<std::string> refusedAccounts; // who may not look at it nor below it: account names, or "*"
+    std::shared_ptr<const SecurityDescriptor> security;
+    bool deletePending = false; // goes with its last handle; until then opening it is refused
+    std::string fileVersion;    // of a system library or program, "10.0.19041.1"; "" none
+
+    // Those who have it open: the rights of each and what each lets others do.
+    struct Holder {
+        simwin::DWORD access, share;
+    };
+    std::vector<const Holder*> holders;
+
+    std::string Path() const;
+};
+
+// A simulated device or pipe behind a file handle, made by the opener. Told once, when the last handle closes; deleted
+// with the file object. Read and Write may block; they give an error code and how many bytes were moved.
+struct OpenDevice {
+    virtual ~OpenDevice() = default;
+    virtual void Closed() {}
+    virtual simwin::DWORD Read(void* buffer, simwin::DWORD bytes, simwin::DWORD* moved);
+    virtual simwin::DWORD Write(const void* data, simwin::DWORD bytes, simwin::DWORD* moved);
+    std::string name; // as it was opened
+};
+
+// An open file: what a handle of CreateFileA stands for.
+struct OpenFile : Object {
+    OpenFile() : Object(ObjectKind::File) {}
+    ~OpenFile() override;
+    void LastHandleClosed() override;
+
+    std::shared_ptr<FileNode> node; // null for a device
+    FileNode::Holder holder{0, 0};
+    std::uint64_t position = 0;
+    OpenDevice* device = nullptr; // owned
+};
+
+// How names of devices are opened. Gives the device, or null with the error. It may block; so it keeps nothing with a
+// destructor on its stack while it does.
+using DeviceOpener = std::function<OpenDevice*(const char* name, simwin::DWORD access, simwin::DWORD share,
+                                               simwin::DWORD flags, simwin::DWORD* error)>;
+void SetDeviceOpener(DeviceOpener opener);
+
+// A drive by its letter. Other kinds than a local disk: described for tests of "must lie on a local drive".
+struct Drive {
+    simwin::UINT type = 3;      // DRIVE_FIXED
+    std::string substitutedFor; // a folder that the letter stands for; "" a drive of its own
+    std::uint64_t freeBytes = ~0ull;
+};
+
+class Files {
+public:
+    Files();
+
+    FileNode* Find(std::string_view path); // null if it is not there
+    // Makes or replaces the text of a file with all folders on the way. The write time moves, also with the same text.
+    FileNode* Write(std::string_view path, std::string_view content);
+    FileNode* MakeFolder(std::string_view path);
+    std::optional<std::string> Read(std::string_view path);
+    bool Exists(std::string_view path) { return Find(path) != nullptr; }
+    bool Delete(std::string_view path); // a folder with all in it
+    // Whose opening is refused with 5: account names, or "*" for everybody.
+    void Refuse(std::string_view path, std::string_view account);
+
+    Drive& SetDrive(char letter, const Drive& drive);
+    const Drive* FindDrive(char letter) const;
+    FileNode* DriveRoot(char letter);
+    // Takes a file or an empty folder out of its folder, whatever holds it; gives it to another place.
+    void Unlink(FileNode* node);
+    bool Move(FileNode* node, std::string_view to);
+    // The whole path of a name seen from a folder; "" if it is not a path.
+    std::string FullPath(std::string_view path, std::string_view currentDirectory) const;
+    // Counts bytes that a write adds to a drive (or takes back); false if they do not fit.
+    bool Grow(const FileNode* node, std::int64_t bytes);
+
+private:
+    FileNode* AddEntry(FileNode* folder, std::string_view name, bool isFolder, std::string_view owner);
+
+    std::map<char, Drive> m_drives;
+    std::map<char, std::shared_ptr<FileNode>> m_roots;
+};
+
+// A path taken apart: full, backslashes, no "." and "..", no backslash at the end but a drive's, substituted drives
+// resolved. `stream` is what stands behind a colon in the last name.
+struct ParsedPath {
+    std::string full, stream;
+    bool endsInBackslash = false;
+    simwin::DWORD error = 0; // 123 not a name, 53 another computer's
+};
+ParsedPath ParsePath(std::string_view path, std::string_view currentDirectory);
+std::string FolderOfPath(std::string_view fullPath); // "" of a drive's root
+std::string NameOfPath(std::string_view fullPath);
+
+std::string WindowsDirectory(); // by version of Windows
+std::string SystemDirectory();
+
+Files& TheFiles();
+
+// Wildcards as FindFirstFileA takes them: "*.*" is everything.
+bool MatchesFilePattern(std::string_view name, std::string_view pattern);
+
+// Reads a settings file as GetPrivateProfileStringA does, from its text: for the machine itself.
+std::optional<std::string> ProfileValue(std::string_view text, std::string_view section, std::string_view key);
+// What the profile functions see in place of the file's text, or nothing: the rehearsal's own log settings.
+using ProfileOverride =
+    std::function<std::optional<std::string>(const std::string& file, std::string_view section, std::string_view key)>;
+void SetProfileOverride(ProfileOverride source);
+
+// Formats as wvsprintfA does, without a limit: for the machine's own texts that the product gets to see.
+std::string FormatAsWindows(const char* format, __builtin_va_list arguments);
+
+// The environment that ExpandEnvironmentStringsA reads: of the machine, by name without regard to case.
+std::string GetEnvironment(std::string_view name, bool* found = nullptr);
+void SetEnvironment(std::string_view name, std::string_view value);
+
+// An operation that GetProcAddress gives, as a static object of the room that has it: from which version of Windows on
+// (as WindowsVersion::Packed()) its library exports it.
+//     const OptionalOperation dpi("user32.dll", "GetDpiForWindow", AsProc(simwin::GetDpiForWindow), 0x0A00, 14393);
+struct OptionalOperation {
+    OptionalOperation(const char* library, const char* name, simwin::FARPROC address, unsigned sinceVersion,
+                      unsigned sinceBuild = 0);
+    const char* library; // in small letters
+    const char* name;
+    simwin::FARPROC address;
+    unsigned sinceVersion, sinceBuild;
+    const OptionalOperation* next;
+};
+template<typename Operation>
+simwin::FARPROC AsProc(Operation* operation) {
+    return reinterpret_cast<simwin::FARPROC>(reinterpret_cast<void*>(operation));
+}
+
+} // namespace machine

@@ -1,0 +1,630 @@
+#include "simwin/files/Files.h"
+#include "simwin/files/api.h"
+
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Clock.h"
+#include "simwin/kernel/Process.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace machine {
+
+const DeviceOpener& TheDeviceOpener();
+
+namespace {
+
+using simwin::BOOL;
+using simwin::DWORD;
+
+constexpr DWORD ReadData = 0x1, WriteData = 0x2, AppendData = 0x4, DeleteChild = 0x40, ReadAttributes = 0x80;
+constexpr DWORD WriteAttributes = 0x100, DeleteRight = 0x10000, AddFile = 0x2, ListFolder = 0x1, Execute = 0x20;
+constexpr DWORD ErrorDirectory = 267;
+constexpr DWORD SettableAttributes = simwin::FILE_ATTRIBUTE_READONLY | simwin::FILE_ATTRIBUTE_HIDDEN |
+                                     simwin::FILE_ATTRIBUTE_SYSTEM | simwin::FILE_ATTRIBUTE_ARCHIVE;
+
+// Where a name leads to: the file if it is there, else the folder in which it could be made, else an error.
+struct Place {
+    ParsedPath path;
+    FileNode* folder = nullptr;
+    FileNode* node = nullptr;
+    DWORD error = 0; // 2 or 3 if it is not there, 123 and others if it cannot be
+};
+
+Place FindPlace(const char* name) {
+    Place place;
+    if (!name || !*name) {
+        place.error = simwin::ERROR_PATH_NOT_FOUND;
+        return place;
+    }
+    place.path = ParsePath(name, CurrentProcess()->currentDirectory);
+    place.error = place.path.error;
+    if (place.error)
+        return place;
+    const std::string folderPath = FolderOfPath(place.path.full);
+    if (folderPath.empty()) { // a drive's root
+        place.node = TheFiles().Find(place.path.full);
+        place.error = place.node ? 0 : simwin::ERROR_PATH_NOT_FOUND;
+        return place;
+    }
+    place.folder = TheFiles().Find(folderPath);
+    if (!place.folder || !place.folder->folder) {
+        place.folder = nullptr;
+        place.error = simwin::ERROR_PATH_NOT_FOUND;
+        return place;
+    }
+    place.node = TheFiles().Find(place.path.full);
+    if (place.node && !place.path.stream.empty()) {
+        const auto found = place.node->streams.find(place.path.stream);
+        place.folder = place.node;
+        place.node = found == place.node->streams.end() ? nullptr : found->second.get();
+    }
+    if (place.node && place.path.endsInBackslash && !place.node->folder)
+        place.error = simwin::ERROR_INVALID_NAME;
+    if (!place.node)
+        place.error = simwin::ERROR_FILE_NOT_FOUND;
+    return place;
+}
+
+// A described refusal, of the file or of a folder that it lies in.
+bool IsRefused(const FileNode* node, const Caller& caller) {
+    for (; node; node = node->parent)
+        for (const std::string& account : node->refusedAccounts)
+            if (account == "*" || caller.Is(SidOfAccount(account)))
+                return true;
+    return false;
+}
+
+bool MayAccess(const FileNode* node, const Caller& caller, DWORD access) {
+    if (IsRefused(node, caller))
+        return false;
+    DWORD wanted = MapGeneric(access, FileMapping);
+    // A folder's own rights let its entries be looked at and deleted.
+    if (node->parent && node->parent->folder) {
+        if (GrantedAccess(*node->parent->security, caller, ListFolder, FileMapping))
+            wanted &= ~ReadAttributes;
+        if (GrantedAccess(*node->parent->security, caller, DeleteChild, FileMapping))
+            wanted &= ~DeleteRight;
+    }
+    return !wanted || GrantedAccess(*node->security, caller, wanted, FileMapping);
+}
+
+struct ShareRule {
+    DWORD rights, share;
+};
+constexpr ShareRule ShareRules[] = {{ReadData | Execute, simwin::FILE_SHARE_READ},
+                                    {WriteData | AppendData, simwin::FILE_SHARE_WRITE},
+                                    {DeleteRight, simwin::FILE_SHARE_DELETE}};
+constexpr DWORD SharedRights = ReadData | Execute | WriteData | AppendData | DeleteRight;
+
+// Every opener must let the others do what they do; one that neither reads, writes nor deletes is not asked.
+bool Shares(const FileNode* node, DWORD access, DWORD share) {
+    if (!(access & SharedRights))
+        return true;
+    for (const FileNode::Holder* holder : node->holders) {
+        if (!(holder->access & SharedRights))
+            continue;
+        for (const ShareRule& rule : ShareRules)
+            if (((access & rule.rights) && !(holder->share & rule.share)) ||
+                ((holder->access & rule.rights) && !(share & rule.share)))
+                return false;
+    }
+    return true;
+}
+
+DWORD AttributesOf(const FileNode* node) {
+    if (node->folder)
+        return simwin::FILE_ATTRIBUTE_DIRECTORY | node->attributes;
+    return node->attributes ? node->attributes : simwin::FILE_ATTRIBUTE_NORMAL;
+}
+
+bool IsDeviceName(const char* name) {
+    const bool device = strncmp(name, "\\\\.\\", 4) == 0, verbatim = strncmp(name, "\\\\?\\", 4) == 0;
+    return device || (verbatim && !(name[4] && name[5] == ':'));
+}
+
+simwin::HANDLE OpenHandle(OpenFile* file, DWORD access) {
+    return CurrentProcess()->handles.Open(file, access);
+}
+
+simwin::HANDLE FailOpen(DWORD error) {
+    SetError(error);
+    return INVALID_HANDLE_VALUE;
+}
+
+// Nothing with a destructor stands here: the opener may block, and the thread may never come back.
+simwin::HANDLE OpenDeviceHandle(const char* name, DWORD access, DWORD share, DWORD flags) {
+    if (!TheDeviceOpener())
+        return FailOpen(simwin::ERROR_FILE_NOT_FOUND);
+    DWORD error = simwin::ERROR_FILE_NOT_FOUND;
+    OpenDevice* device = TheDeviceOpener()(name, access, share, flags, &error);
+    if (!device)
+        return FailOpen(error);
+    auto* file = new OpenFile;
+    file->device = device;
+    return OpenHandle(file, MapGeneric(access, FileMapping));
+}
+
+// What the disposition says about a file that exists. 0: go on.
+DWORD CheckExisting(const FileNode* node, DWORD access, DWORD disposition, DWORD flags) {
+    if (disposition == simwin::CREATE_NEW)
+        return simwin::ERROR_FILE_EXISTS;
+    if (node->deletePending)
+        return simwin::ERROR_ACCESS_DENIED;
+    const bool rewrites = disposition == simwin::CREATE_ALWAYS || disposition == simwin::TRUNCATE_EXISTING;
+    if (node->folder)
+        return !rewrites && (flags & simwin::FILE_FLAG_BACKUP_SEMANTICS) ? 0 : simwin::ERROR_ACCESS_DENIED;
+    if ((node->attributes & simwin::FILE_ATTRIBUTE_READONLY) && (rewrites || (access & (WriteData | AppendData))))
+        return simwin::ERROR_ACCESS_DENIED;
+    constexpr DWORD Kept = simwin::FILE_ATTRIBUTE_HIDDEN | simwin::FILE_ATTRIBUTE_SYSTEM;
+    if (disposition == simwin::CREATE_ALWAYS && (node->attributes & Kept & ~flags))
+        return simwin::ERROR_ACCESS_DENIED;
+    return 0;
+}
+
+// Makes the file, or the stream, at a place where none is. Null with an error if that may not be.
+FileNode* MakeFile(const Place& place, const Caller& caller, DWORD flags, const simwin::SECURITY_ATTRIBUTES* security,
+                   DWORD* error) {
+    *error = simwin::ERROR_ACCESS_DENIED;
+    const bool stream = !place.path.stream.empty();
+    const DWORD needed = stream ? WriteData : AddFile;
+    if (IsRefused(place.folder, caller) || !GrantedAccess(*place.folder->security, caller, needed, FileMapping))
+        return nullptr;
+    const std::string path = stream ? place.path.full + ":" + place.path.stream : place.path.full;
+    FileNode* node = TheFiles().Write(path, "");
+    if (!node)
+        return nullptr;
+    if (stream)
+        return node;
+    node->attributes = (flags & SettableAttributes) | simwin::FILE_ATTRIBUTE_ARCHIVE;
+    auto own = std::make_shared<SecurityDescriptor>(*node->security);
+    own->owner = caller.Is(SidAdministrators) ? Sid(SidAdministrators) : caller.user;
+    if (security && security->lpSecurityDescriptor) {
+        const auto given =
+            ParseBinary(security->lpSecurityDescriptor, CurrentProcess()->heap.Size(security->lpSecurityDescriptor));
+        if (given && given->hasDacl) {
+            own->dacl = given->dacl;
+            own->isProtected = given->isProtected;
+        }
+    }
+    node->security = std::move(own);
+    return node;
+}
+
+std::shared_ptr<FileNode> Shared(const Place& place, FileNode* node) {
+    if (!node->parent)
+        return std::shared_ptr<FileNode>(node, [](FileNode*) {}); // a drive's root stays
+    const auto& list = node->parent->folder ? node->parent->entries : node->parent->streams;
+    (void)place;
+    return list.find(node->name)->second;
+}
+
+void Touch(FileNode* node) {
+    const bool stream = node->parent && !node->parent->folder;
+    FileNode* timed = stream ? node->parent : node;
+    timed->writeTime = std::max(FileTimeNow(), timed->writeTime + 1);
+}
+
+simwin::FILETIME ToFileTime(std::uint64_t time) {
+    return {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
+}
+
+// The open file behind a handle, or null with the last error 6.
+OpenFile* UseFile(simwin::HANDLE handle, DWORD* access = nullptr) {
+    auto* file = FromHandle<OpenFile>(handle, ObjectKind::File);
+    if (!file) {
+        SetError(simwin::ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    if (access)
+        *access = CurrentProcess()->handles.Entry(handle)->access;
+    return file;
+}
+
+BOOL Fail(DWORD error) {
+    SetError(error);
+    return FALSE;
+}
+
+// Whether a file may be deleted or renamed now.
+DWORD CheckRemoval(const Place& place) {
+    if (place.error)
+        return place.error;
+    const FileNode* node = place.node;
+    if (!node->parent || node->deletePending || !MayAccess(node, CurrentCaller(), DeleteRight))
+        return simwin::ERROR_ACCESS_DENIED;
+    constexpr DWORD ShareAll = simwin::FILE_SHARE_READ | simwin::FILE_SHARE_WRITE | simwin::FILE_SHARE_DELETE;
+    return Shares(node, DeleteRight, ShareAll) ? 0 : simwin::ERROR_SHARING_VIOLATION;
+}
+
+bool HasOpenFiles(const FileNode* folder) {
+    for (const auto& [name, node] : folder->entries)
+        if (!node->holders.empty() || HasOpenFiles(node.get()))
+            return true;
+    return false;
+}
+
+// A search that was opened with FindFirstFileA: the entries as they were then.
+struct FileSearch : Object {
+    FileSearch() : Object(ObjectKind::FindFile) {}
+    std::vector<simwin::WIN32_FIND_DATAA> found;
+    std::size_t next = 0;
+};
+
+simwin::WIN32_FIND_DATAA FindData(const FileNode* node, const char* name) {
+    simwin::WIN32_FIND_DATAA data = {};
+    data.dwFileAttributes = AttributesOf(node);
+    data.ftCreationTime = ToFileTime(node->createdTime);
+    data.ftLastWriteTime = data.ftLastAccessTime = ToFileTime(node->writeTime);
+    data.nFileSizeLow = static_cast<DWORD>(node->content.size());
+    const std::size_t length = std::min(strlen(name), sizeof data.cFileName - 1);
+    memcpy(data.cFileName, name, length);
+    return data;
+}
+
+} // namespace
+
+} // namespace machine
+
+namespace simwin {
+
+using namespace machine;
+
+HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition,
+                   DWORD flags, HANDLE templateFile) {
+    SIM_CALL("CreateFileA", name, ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED,
+             ERROR_SHARING_VIOLATION, ERROR_DISK_FULL, ERROR_NOT_READY, ERROR_GEN_FAILURE, ERROR_BUSY,
+             ERROR_SEM_TIMEOUT, ERROR_NO_SUCH_DEVICE, ERROR_WRITE_PROTECT);
+    if (simCall.error)
+        return FailOpen(simCall.error);
+    if (templateFile)
+        NotModelled("CreateFileA", "a template file");
+    if (!name || disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING)
+        return FailOpen(name ? ERROR_INVALID_PARAMETER : ERROR_PATH_NOT_FOUND);
+    if (IsDeviceName(name))
+        return OpenDeviceHandle(name, access, share, flags);
+
+    const DWORD rights = MapGeneric(access, FileMapping);
+    if (disposition == TRUNCATE_EXISTING && !(rights & WriteData))
+        return FailOpen(ERROR_INVALID_PARAMETER);
+    Place place = FindPlace(name);
+    const Caller caller = CurrentCaller();
+    const bool existed = place.node && !place.error;
+    const bool makes = disposition == CREATE_NEW || disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
+    if (existed) {
+        DWORD error = CheckExisting(place.node, rights, disposition, flags);
+        if (!error && !MayAccess(place.node, caller, rights))
+            error = ERROR_ACCESS_DENIED;
+        const bool rewrites = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
+        if (!error && !Shares(place.node, rights | (rewrites ? WriteData : 0), share))
+            error = ERROR_SHARING_VIOLATION;
+        if (error)
+            return FailOpen(error);
+        if (rewrites) {
+            TheFiles().Grow(place.node, -static_cast<std::int64_t>(place.node->content.size()));
+            place.node->content.clear();
+            Touch(place.node);
+        }
+        if (disposition == CREATE_ALWAYS)
+            place.node->attributes = (flags & SettableAttributes) | FILE_ATTRIBUTE_ARCHIVE;
+    } else if (place.error == ERROR_FILE_NOT_FOUND && makes && !place.path.endsInBackslash) {
+        DWORD error = 0;
+        if (!place.path.stream.empty() && !place.folder->streams.empty() && place.folder->deletePending)
+            return FailOpen(ERROR_ACCESS_DENIED);
+        if (!place.path.stream.empty() && !TheFiles().Find(place.path.full))
+            TheFiles().Write(place.path.full, "");
+        place.node = MakeFile(place, caller, flags, security, &error);
+        if (!place.node)
+            return FailOpen(error);
+    } else {
+        return FailOpen(place.error ? place.error : DWORD{ERROR_FILE_NOT_FOUND});
+    }
+
+    auto* file = new OpenFile;
+    file->node = Shared(place, place.node);
+    file->holder = {rights, share};
+    file->node->holders.push_back(&file->holder);
+    if (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS)
+        SetError(existed ? DWORD{ERROR_ALREADY_EXISTS} : DWORD{ERROR_SUCCESS});
+    return OpenHandle(file, rights);
+}
+
+BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, LPDWORD read, LPVOID overlapped) {
+    SIM_CALL("ReadFile", "", ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED, ERROR_NOT_READY, ERROR_GEN_FAILURE);
+    if (read)
+        *read = 0;
+    if (overlapped)
+        NotModelled("ReadFile", "overlapped reading");
+    if (simCall.error)
+        return Fail(simCall.error);
+    DWORD access = 0;
+    OpenFile* open = UseFile(file, &access);
+    if (!open)
+        return FALSE;
+    if (!(access & ReadData))
+        return Fail(ERROR_ACCESS_DENIED);
+    if (open->device) {
+        DWORD moved = 0;
+        const DWORD error = open->device->Read(buffer, bytes, &moved);
+        if (read)
+            *read = moved;
+        return error ? Fail(error) : TRUE;
+    }
+    if (open->node->folder)
+        return Fail(ERROR_INVALID_FUNCTION);
+    const std::string& content = open->node->content;
+    const std::uint64_t left = open->position < content.size() ? content.size() - open->position : 0;
+    const auto count = static_cast<DWORD>(std::min<std::uint64_t>(left, bytes));
+    if (count)
+        memcpy(buffer, content.data() + open->position, count);
+    open->position += count;
+    if (read)
+        *read = count;
+    return TRUE;
+}
+
+BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPVOID overlapped) {
+    SIM_CALL("WriteFile", "", ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED, ERROR_DISK_FULL, ERROR_GEN_FAILURE);
+    if (written)
+        *written = 0;
+    if (overlapped)
+        NotModelled("WriteFile", "overlapped writing");
+    if (simCall.error)
+        return Fail(simCall.error);
+    DWORD access = 0;
+    OpenFile* open = UseFile(file, &access);
+    if (!open)
+        return FALSE;
+    if (!(access & (WriteData | AppendData)))
+        return Fail(ERROR_ACCESS_DENIED);
+    if (open->device) {
+        DWORD moved = 0;
+        const DWORD error = open->device->Write(data, bytes, &moved);
+        if (written)
+            *written = moved;
+        return error ? Fail(error) : TRUE;
+    }
+    std::string& content = open->node->content;
+    const std::uint64_t end = open->position + bytes;
+    if (end > content.size()) {
+        if (!TheFiles().Grow(open->node.get(), static_cast<std::int64_t>(end - content.size())))
+            return Fail(ERROR_DISK_FULL);
+        content.resize(end);
+    }
+    if (bytes) {
+        memcpy(content.data() + open->position, data, bytes);
+        Touch(open->node.get());
+    }
+    open->position = end;
+    if (written)
+        *written = bytes;
+    return TRUE;
+}
+
+DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD from) {
+    SIM_CALL("SetFilePointer", "", ERROR_INVALID_HANDLE);
+    if (simCall.error) {
+        SetError(simCall.error);
+        return INVALID_SET_FILE_POINTER;
+    }
+    OpenFile* open = UseFile(file);
+    if (!open)
+        return INVALID_SET_FILE_POINTER;
+    if (open->device)
+        NotModelled("SetFilePointer", "a device");
+    std::int64_t offset = distance;
+    if (distanceHigh)
+        offset = static_cast<std::int64_t>(static_cast<std::uint64_t>(*distanceHigh) << 32) +
+                 static_cast<std::uint32_t>(distance);
+    std::int64_t base = 0;
+    if (from == FILE_CURRENT)
+        base = static_cast<std::int64_t>(open->position);
+    else if (from == FILE_END)
+        base = static_cast<std::int64_t>(open->node->content.size());
+    else if (from != FILE_BEGIN) {
+        SetError(ERROR_INVALID_PARAMETER);
+        return INVALID_SET_FILE_POINTER;
+    }
+    if (base + offset < 0) {
+        SetError(ERROR_NEGATIVE_SEEK);
+        return INVALID_SET_FILE_POINTER;
+    }
+    open->position = static_cast<std::uint64_t>(base + offset);
+    if (distanceHigh)
+        *distanceHigh = static_cast<LONG>(open->position >> 32);
+    SetError(ERROR_SUCCESS);
+    return static_cast<DWORD>(open->position);
+}
+
+DWORD GetFileSize(HANDLE file, LPDWORD high) {
+    SIM_CALL("GetFileSize", "", ERROR_INVALID_HANDLE);
+    if (simCall.error) {
+        SetError(simCall.error);
+        return INVALID_FILE_SIZE;
+    }
+    const OpenFile* open = UseFile(file);
+    if (!open)
+        return INVALID_FILE_SIZE;
+    if (open->device) {
+        SetError(ERROR_INVALID_FUNCTION);
+        return INVALID_FILE_SIZE;
+    }
+    if (high)
+        *high = static_cast<DWORD>(std::uint64_t{open->node->content.size()} >> 32);
+    return static_cast<DWORD>(open->node->content.size());
+}
+
+BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* lastAccess, FILETIME* lastWrite) {
+    SIM_CALL("GetFileTime", "", ERROR_INVALID_HANDLE);
+    if (simCall.error)
+        return Fail(simCall.error);
+    const OpenFile* open = UseFile(file);
+    if (!open)
+        return FALSE;
+    if (open->device)
+        return Fail(ERROR_INVALID_FUNCTION);
+    const FileNode* node = open->node.get();
+    const FileNode* timed = node->parent && !node->parent->folder ? node->parent : node;
+    if (creation)
+        *creation = ToFileTime(timed->createdTime);
+    if (lastAccess)
+        *lastAccess = ToFileTime(timed->writeTime);
+    if (lastWrite)
+        *lastWrite = ToFileTime(timed->writeTime);
+    return TRUE;
+}
+
+BOOL DeleteFileA(LPCSTR name) {
+    SIM_CALL("DeleteFileA", name, ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED,
+             ERROR_SHARING_VIOLATION);
+    if (simCall.error)
+        return Fail(simCall.error);
+    const Place place = FindPlace(name);
+    if (const DWORD error = CheckRemoval(place))
+        return Fail(error);
+    if (place.node->folder || (place.node->attributes & FILE_ATTRIBUTE_READONLY))
+        return Fail(ERROR_ACCESS_DENIED);
+    if (place.node->holders.empty())
+        TheFiles().Unlink(place.node);
+    else
+        place.node->deletePending = true;
+    return TRUE;
+}
+
+BOOL MoveFileA(LPCSTR from, LPCSTR to) {
+    SIM_CALL("MoveFileA", from, ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED,
+             ERROR_SHARING_VIOLATION, ERROR_ALREADY_EXISTS);
+    if (simCall.error)
+        return Fail(simCall.error);
+    const Place source = FindPlace(from);
+    if (const DWORD error = CheckRemoval(source))
+        return Fail(error);
+    if (source.node->folder && HasOpenFiles(source.node))
+        return Fail(ERROR_ACCESS_DENIED);
+    const Place target = FindPlace(to);
+    if (target.node && target.node != source.node)
+        return Fail(ERROR_ALREADY_EXISTS);
+    if (!target.path.stream.empty() || !source.path.stream.empty())
+        NotModelled("MoveFileA", "a stream");
+    if (!target.node && target.error != ERROR_FILE_NOT_FOUND)
+        return Fail(target.error);
+    const Caller caller = CurrentCaller();
+    const bool allowed = target.folder && !IsRefused(target.folder, caller) &&
+                         GrantedAccess(*target.folder->security, caller, AddFile, FileMapping);
+    if (!allowed)
+        return Fail(ERROR_ACCESS_DENIED);
+    return TheFiles().Move(source.node, target.path.full) ? TRUE : Fail(ERROR_PATH_NOT_FOUND);
+}
+
+DWORD GetFileAttributesA(LPCSTR name) {
+    SIM_CALL("GetFileAttributesA", name, ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED,
+             ERROR_INVALID_NAME, ERROR_NOT_READY);
+    DWORD error = simCall.error;
+    if (!error && name && IsDeviceName(name))
+        error = ERROR_INVALID_NAME;
+    if (!error) {
+        const Place place = FindPlace(name);
+        error = place.error;
+        // What lies below a refused folder cannot be told from what does not.
+        const FileNode* asked = place.node ? place.node : place.folder;
+        if (asked && IsRefused(asked, CurrentCaller()))
+            error = ERROR_ACCESS_DENIED;
+        else if (!error && (place.node->deletePending || !MayAccess(place.node, CurrentCaller(), ReadAttributes)))
+            error = ERROR_ACCESS_DENIED;
+        if (!error)
+            return AttributesOf(place.node->parent && !place.node->parent->folder ? place.node->parent : place.node);
+    }
+    SetError(error);
+    return INVALID_FILE_ATTRIBUTES;
+}
+
+HANDLE FindFirstFileA(LPCSTR pattern, WIN32_FIND_DATAA* data) {
+    SIM_CALL("FindFirstFileA", pattern, ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED);
+    if (simCall.error)
+        return FailOpen(simCall.error);
+    // The last name may hold wildcards, so the folder is looked for by itself.
+    std::string text = pattern ? pattern : "";
+    std::replace(text.begin(), text.end(), '/', '\\');
+    const std::size_t slash = text.rfind('\\');
+    const std::string wanted = text.substr(slash == std::string::npos ? 0 : slash + 1);
+    const std::string folderName = slash == std::string::npos ? "." : text.substr(0, slash + 1);
+    if (wanted.empty())
+        return FailOpen(ERROR_FILE_NOT_FOUND);
+    const ParsedPath folderPath = ParsePath(folderName, CurrentProcess()->currentDirectory);
+    const FileNode* folder = folderPath.error ? nullptr : TheFiles().Find(folderPath.full);
+    if (!folder || !folder->folder)
+        return FailOpen(folderPath.error ? folderPath.error : DWORD{ERROR_PATH_NOT_FOUND});
+    if (!MayAccess(folder, CurrentCaller(), ListFolder))
+        return FailOpen(ERROR_ACCESS_DENIED);
+    auto* search = new FileSearch;
+    for (const char* dots : {".", ".."})
+        if (folder->parent && MatchesFilePattern(dots, wanted))
+            search->found.push_back(FindData(folder, dots));
+    for (const auto& [name, node] : folder->entries)
+        if (MatchesFilePattern(node->name, wanted))
+            search->found.push_back(FindData(node.get(), node->name.c_str()));
+    if (search->found.empty()) {
+        delete search;
+        return FailOpen(ERROR_FILE_NOT_FOUND);
+    }
+    *data = search->found[search->next++];
+    return CurrentProcess()->handles.Open(search);
+}
+
+BOOL FindNextFileA(HANDLE find, WIN32_FIND_DATAA* data) {
+    SIM_CALL("FindNextFileA", "", ERROR_INVALID_HANDLE);
+    if (simCall.error)
+        return Fail(simCall.error);
+    auto* search = FromHandle<FileSearch>(find, ObjectKind::FindFile);
+    if (!search)
+        return Fail(ERROR_INVALID_HANDLE);
+    if (search->next == search->found.size())
+        return Fail(ERROR_NO_MORE_FILES);
+    *data = search->found[search->next++];
+    return TRUE;
+}
+
+BOOL FindClose(HANDLE find) {
+    SIM_CALL("FindClose", "");
+    if (!FromHandle<FileSearch>(find, ObjectKind::FindFile))
+        return Fail(ERROR_INVALID_HANDLE);
+    CurrentProcess()->handles.Close(find);
+    return TRUE;
+}
+
+UINT GetDriveTypeA(LPCSTR root) {
+    SIM_CALL("GetDriveTypeA", root);
+    const std::string text = root ? root : CurrentProcess()->currentDirectory.substr(0, 2) + "\\";
+    const bool isRoot = text.size() >= 2 && text[1] == ':' && (text.size() == 2 || text.substr(2) == "\\");
+    const Drive* drive = isRoot ? TheFiles().FindDrive(text[0]) : nullptr;
+    if (!drive)
+        return DRIVE_NO_ROOT_DIR;
+    const Drive* target = drive->substitutedFor.empty() ? drive : TheFiles().FindDrive(drive->substitutedFor[0]);
+    return target ? target->type : DRIVE_NO_ROOT_DIR;
+}
+
+// Gives a text by the rule of the folder operations: the length, or the needed size with its zero.
+static DWORD GivePath(const std::string& path, LPSTR buffer, DWORD size) {
+    if (size < path.size() + 1)
+        return static_cast<DWORD>(path.size() + 1);
+    memcpy(buffer, path.c_str(), path.size() + 1);
+    return static_cast<DWORD>(path.size());
+}
+
+UINT GetWindowsDirectoryA(LPSTR buffer, UINT size) {
+    SIM_CALL("GetWindowsDirectoryA", "");
+    return GivePath(WindowsDirectory(), buffer, size);
+}
+
+UINT GetSystemDirectoryA(LPSTR buffer, UINT size) {
+    SIM_CALL("GetSystemDirectoryA", "");
+    return GivePath(SystemDirectory(), buffer, size);
+}
+
+DWORD GetCurrentDirectoryA(DWORD size, LPSTR buffer) {
+    SIM_CALL("GetCurrentDirectoryA", "");
+    const std::string& directory = CurrentProcess()->currentDirectory;
+    return GivePath(directory.size() == 2 ? directory + "\\" : directory, buffer, size);
+}
+
+} // namespace simwin

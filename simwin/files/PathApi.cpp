@@ -1,0 +1,179 @@
+// Paths as texts, environment variables in texts, and code pages.
+#include "simwin/files/Files.h"
+#include "simwin/files/api.h"
+
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Process.h"
+
+#include <cstring>
+
+namespace machine {
+
+namespace {
+
+// What ".." cannot climb over: "\", "X:\" or nothing.
+std::size_t RootLength(std::string_view path) {
+    if (path.size() >= 2 && path[1] == ':')
+        return path.size() > 2 && path[2] == '\\' ? 3 : 2;
+    if (path.starts_with("\\\\"))
+        return 2;
+    return path.starts_with('\\') ? 1 : 0;
+}
+
+std::string Canonical(std::string_view path) {
+    const std::size_t rootLength = RootLength(path);
+    std::string root(path.substr(0, rootLength));
+    std::vector<std::string> kept;
+    const std::vector<std::string> names = Split(path.substr(rootLength), '\\');
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const bool last = i + 1 == names.size();
+        if (names[i] == "." && !last)
+            continue;
+        if (names[i] == "..") {
+            if (root.empty() && kept.size() < 2)
+                root = "\\"; // a relative path that is climbed out of goes on at the root
+            if (!kept.empty())
+                kept.pop_back();
+            continue;
+        }
+        kept.push_back(names[i]);
+    }
+    std::string result = root;
+    for (std::size_t i = 0; i < kept.size(); ++i)
+        result += (i ? "\\" : "") + kept[i];
+    if (result.empty())
+        return "\\";
+    return result.size() == 2 && result[1] == ':' ? result + "\\" : result;
+}
+
+// Replaces %NAME% by its value; a name that is none stands as it is.
+std::string ExpandEnvironment(std::string_view text) {
+    std::string result;
+    while (!text.empty()) {
+        const std::size_t start = text.find('%');
+        const std::size_t end = start == std::string_view::npos ? start : text.find('%', start + 1);
+        if (end == std::string_view::npos)
+            break;
+        bool found = false;
+        const std::string value = GetEnvironment(text.substr(start + 1, end - start - 1), &found);
+        result += text.substr(0, start);
+        if (found) {
+            result += value;
+            text.remove_prefix(end + 1);
+        } else {
+            result += text.substr(start, end - start);
+            text.remove_prefix(end); // its last sign may be the first of the next name
+        }
+    }
+    return result += text;
+}
+
+constexpr simwin::DWORD ErrInvalidChars = 8; // MB_ERR_INVALID_CHARS, WC_ERR_INVALID_CHARS is 0x80
+constexpr simwin::UINT Western = 1252;
+
+void CheckCodePage(const char* call, simwin::UINT codePage) {
+    if (codePage != simwin::CP_ACP && codePage != simwin::CP_THREAD_ACP && codePage != Western &&
+        codePage != simwin::CP_UTF8)
+        NotModelled(call, "code page " + std::to_string(codePage));
+}
+
+int FailWith(simwin::DWORD error) {
+    SetError(error);
+    return 0;
+}
+
+} // namespace
+
+} // namespace machine
+
+namespace simwin {
+
+using namespace machine;
+
+BOOL PathCanonicalizeA(LPSTR to, LPCSTR path) {
+    SIM_CALL("PathCanonicalizeA", "");
+    if (to)
+        *to = 0;
+    if (!to || !path)
+        return FailWith(ERROR_INVALID_PARAMETER);
+    if (std::strlen(path) >= MAX_PATH)
+        return FailWith(ERROR_INSUFFICIENT_BUFFER);
+    const std::string result = Canonical(path);
+    if (result.size() >= MAX_PATH)
+        return FailWith(ERROR_INSUFFICIENT_BUFFER);
+    std::memcpy(to, result.c_str(), result.size() + 1);
+    return TRUE;
+}
+
+void PathUnquoteSpacesA(LPSTR path) {
+    SIM_CALL("PathUnquoteSpacesA", "");
+    const std::size_t length = path ? std::strlen(path) : 0;
+    if (!length || path[0] != '"' || path[length - 1] != '"')
+        return;
+    path[length - 1] = 0;
+    if (length > 1)
+        std::memmove(path, path + 1, length - 1);
+}
+
+DWORD ExpandEnvironmentStringsA(LPCSTR text, LPSTR buffer, DWORD size) {
+    SIM_CALL("ExpandEnvironmentStringsA", text);
+    const std::string result = ExpandEnvironment(text ? text : "");
+    const auto needed = static_cast<DWORD>(result.size() + 1);
+    if (needed <= size) {
+        std::memcpy(buffer, result.c_str(), needed);
+    } else {
+        if (size) {
+            std::memcpy(buffer, result.data(), size - 1);
+            buffer[size - 1] = 0;
+        }
+        SetError(ERROR_INSUFFICIENT_BUFFER);
+    }
+    return needed;
+}
+
+int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters, LPSTR text, int bytes,
+                        LPCSTR defaultCharacter, LPBOOL usedDefault) {
+    SIM_CALL("WideCharToMultiByte", "", ERROR_NO_UNICODE_TRANSLATION);
+    CheckCodePage("WideCharToMultiByte", codePage);
+    if (flags)
+        NotModelled("WideCharToMultiByte", "flags");
+    if (simCall.error)
+        return FailWith(simCall.error);
+    if (!wide || characters == 0 || characters < -1 || bytes < 0 ||
+        (codePage == CP_UTF8 && (defaultCharacter || usedDefault)))
+        return FailWith(ERROR_INVALID_PARAMETER);
+    std::u16string source;
+    for (int i = 0; characters < 0 || i < characters; ++i) {
+        source.push_back(static_cast<char16_t>(wide[i]));
+        if (characters < 0 && !wide[i])
+            break;
+    }
+    std::string result;
+    bool lossy = false;
+    if (codePage == CP_UTF8) {
+        result = Utf8FromUtf16(source);
+    } else {
+        for (const char16_t c : source) {
+            bool lost = false;
+            const std::string one = AnsiFromUtf16({&c, 1}, &lost);
+            result += lost && defaultCharacter ? std::string(1, *defaultCharacter) : one;
+            lossy = lossy || lost;
+        }
+    }
+    if (usedDefault)
+        *usedDefault = lossy;
+    const int needed = static_cast<int>(result.size());
+    if (bytes == 0)
+        return needed;
+    if (needed > bytes)
+        return FailWith(ERROR_INSUFFICIENT_BUFFER);
+    std::memcpy(text, result.data(), result.size());
+    return needed;
+}
+
+UINT GetACP() {
+    SIM_CALL("GetACP", "");
+    return Western;
+}
+
+} // namespace simwin

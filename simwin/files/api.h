@@ -1,0 +1,205 @@
+// Files, folders, texts and paths, settings files, modules and resources: what the product needs of them.
+#pragma once
+
+#include "simwin/types.h"
+
+namespace simwin {
+
+// --- Opening. A name that begins with "\\.\" or "\\?\" and is no path of a drive is a device's.
+inline constexpr DWORD GENERIC_READ = 0x80000000;
+inline constexpr DWORD GENERIC_WRITE = 0x40000000;
+inline constexpr DWORD FILE_SHARE_READ = 1;
+inline constexpr DWORD FILE_SHARE_WRITE = 2;
+inline constexpr DWORD FILE_SHARE_DELETE = 4;
+inline constexpr DWORD CREATE_NEW = 1;
+inline constexpr DWORD CREATE_ALWAYS = 2;
+inline constexpr DWORD OPEN_EXISTING = 3;
+inline constexpr DWORD OPEN_ALWAYS = 4;
+inline constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x01;
+inline constexpr DWORD FILE_ATTRIBUTE_HIDDEN = 0x02;
+inline constexpr DWORD FILE_ATTRIBUTE_SYSTEM = 0x04;
+inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
+inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x20;
+inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
+inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
+inline constexpr DWORD FILE_FLAG_BACKUP_SEMANTICS = 0x02000000;
+inline constexpr DWORD FILE_FLAG_SEQUENTIAL_SCAN = 0x08000000;
+inline constexpr DWORD INVALID_FILE_SIZE = 0xFFFFFFFF;
+inline constexpr DWORD INVALID_SET_FILE_POINTER = 0xFFFFFFFF;
+inline constexpr DWORD FILE_BEGIN = 0;
+inline constexpr DWORD FILE_CURRENT = 1;
+inline constexpr DWORD FILE_END = 2;
+
+// INVALID_HANDLE_VALUE with 2 no such file, 3 no such folder, 5 refused (a folder without FILE_FLAG_BACKUP_SEMANTICS,
+// a read-only file for writing, an account that may not, a hidden file made anew without its attribute), 32 held by
+// somebody who does not share, 80 CREATE_NEW of a file that exists, 123 not a name. CREATE_ALWAYS and OPEN_ALWAYS set
+// the last error to 183 if the file was there, else to 0. Access 0 is refused by no sharing mode.
+HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition,
+                   DWORD flags, HANDLE templateFile);
+// FALSE with 5 for a handle without the right, 6. At the end of the file TRUE and 0 bytes.
+BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, LPDWORD read, LPVOID overlapped);
+// Moves the write time. FALSE with 5, 6, 112 (nothing more fits the disk).
+BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPVOID overlapped);
+// The new place; INVALID_SET_FILE_POINTER with 6, 87, 131.
+DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD from);
+DWORD GetFileSize(HANDLE file, LPDWORD high);
+BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* lastAccess, FILETIME* lastWrite);
+
+// --- Names. FALSE with 2, 3, 5, 32; MoveFileA of a target that exists: 183.
+BOOL DeleteFileA(LPCSTR name);
+BOOL MoveFileA(LPCSTR from, LPCSTR to);
+DWORD GetFileAttributesA(LPCSTR name); // INVALID_FILE_ATTRIBUTES with 2, 3, 5, 123
+
+struct WIN32_FIND_DATAA {
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD dwReserved0;
+    DWORD dwReserved1;
+    CHAR cFileName[MAX_PATH];
+    CHAR cAlternateFileName[14];
+};
+static_assert(sizeof(WIN32_FIND_DATAA) == 320);
+// The entries of a folder in the order of their names, "." and ".." first. 2 no entry fits, 3 no such folder; 18 at the
+// end. Streams are not listed.
+HANDLE FindFirstFileA(LPCSTR pattern, WIN32_FIND_DATAA* data);
+BOOL FindNextFileA(HANDLE find, WIN32_FIND_DATAA* data);
+BOOL FindClose(HANDLE find);
+
+// --- Drives.
+inline constexpr UINT DRIVE_NO_ROOT_DIR = 1;
+inline constexpr UINT DRIVE_FIXED = 3;
+inline constexpr UINT DRIVE_REMOTE = 4;
+UINT GetDriveTypeA(LPCSTR root); // "X:\"; a substituted drive is of the kind of the drive that it leads to
+
+// --- Folders. The length of the path, or the needed size with its zero if it does not fit; 0 with an error.
+UINT GetWindowsDirectoryA(LPSTR buffer, UINT size);
+UINT GetSystemDirectoryA(LPSTR buffer, UINT size);
+DWORD GetCurrentDirectoryA(DWORD size, LPSTR buffer);
+
+// --- Settings files. Read straight from the file; without a path it lies in the Windows folder. Section and key are
+// blind to case, the first of equals counts; outer blanks and one pair of quotes are taken off values and default. A
+// null section or key lists the names, each with its zero. Gives the characters copied: size - 1 for a value that was
+// cut, size - 2 for a list that was. The last error is 2 if there is no such file, section or key.
+DWORD GetPrivateProfileStringA(LPCSTR section, LPCSTR key, LPCSTR defaultText, LPSTR buffer, DWORD size, LPCSTR file);
+
+// --- Texts. All ANSI, code page 1252. lstr... give null or 0 for null arguments instead of failing.
+int lstrlenA(LPCSTR text);
+// -1, 0, 1 in the order of words: letters by alphabet, small before capital letters of otherwise equal texts, hyphens
+// and apostrophes only where nothing else differs.
+int lstrcmpA(LPCSTR a, LPCSTR b);
+int lstrcmpiA(LPCSTR a, LPCSTR b);
+// At most 1024 characters with the zero go to the buffer; gives the count without it. No floating point.
+int wvsprintfA(LPSTR buffer, LPCSTR format, __builtin_va_list arguments);
+LPSTR CharLowerA(LPSTR text); // in place; a value below 0x10000 is one character
+LPSTR StrStrA(LPCSTR text, LPCSTR part); // null for null or empty arguments
+LPSTR StrStrIA(LPCSTR text, LPCSTR part);
+LPSTR StrChrA(LPCSTR text, WORD character);
+LPSTR StrRChrA(LPCSTR text, LPCSTR end, WORD character);
+int StrToIntA(LPCSTR text); // "-12" and "12abc" are numbers, " 12", "+12" and "0x1F" are 0
+BOOL StrTrimA(LPSTR text, LPCSTR characters);            // TRUE if something was taken off
+BOOL PathCanonicalizeA(LPSTR to, LPCSTR path); // to has MAX_PATH characters; FALSE if the path is longer
+void PathUnquoteSpacesA(LPSTR path);           // takes both quotes off, or none
+// The length with the zero, also of what does not fit: then the text is cut.
+DWORD ExpandEnvironmentStringsA(LPCSTR text, LPSTR buffer, DWORD size);
+
+inline constexpr UINT CP_ACP = 0;
+inline constexpr UINT CP_THREAD_ACP = 3;
+// Characters written; 0 with 87 for a length of 0, 122 for a buffer that is too small. A length of -1 takes the text
+// with its zero. bytes or characters 0: the needed size. Only code page 1252 and UTF-8 are modelled.
+int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters, LPSTR text, int bytes,
+                        LPCSTR defaultCharacter, LPBOOL usedDefault);
+UINT GetACP();
+
+inline constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x0100;
+inline constexpr DWORD FORMAT_MESSAGE_FROM_SYSTEM = 0x1000;
+// The system's English text of an error, with CR LF at its end. 0 with 317 for a code that has none. With
+// FORMAT_MESSAGE_ALLOCATE_BUFFER `buffer` takes a pointer that LocalFree releases.
+DWORD FormatMessageA(DWORD flags, LPCVOID source, DWORD message, DWORD language, LPSTR buffer, DWORD size,
+                     __builtin_va_list* arguments);
+
+// --- Modules. Only the system's libraries and the program itself; 126 no such library.
+DWORD GetModuleFileNameA(HMODULE module, LPSTR path, DWORD size); // cut with 122; the program and libraries
+HMODULE LoadLibraryA(LPCSTR name);
+BOOL FreeLibrary(HMODULE module);
+// Optional operations alone can be looked up; what this version of Windows lacks gives null with 127.
+FARPROC GetProcAddress(HMODULE module, LPCSTR name);
+BOOL SetDllDirectoryA(LPCSTR path);
+BOOL SetDefaultDllDirectories(DWORD flags);
+
+struct OSVERSIONINFOA {
+    DWORD dwOSVersionInfoSize;
+    DWORD dwMajorVersion;
+    DWORD dwMinorVersion;
+    DWORD dwBuildNumber;
+    DWORD dwPlatformId;
+    CHAR szCSDVersion[128];
+};
+struct OSVERSIONINFOEXA {
+    DWORD dwOSVersionInfoSize;
+    DWORD dwMajorVersion;
+    DWORD dwMinorVersion;
+    DWORD dwBuildNumber;
+    DWORD dwPlatformId;
+    CHAR szCSDVersion[128];
+    WORD wServicePackMajor;
+    WORD wServicePackMinor;
+    WORD wSuiteMask;
+    BYTE wProductType;
+    BYTE wReserved;
+};
+struct OSVERSIONINFOEXW {
+    DWORD dwOSVersionInfoSize;
+    DWORD dwMajorVersion;
+    DWORD dwMinorVersion;
+    DWORD dwBuildNumber;
+    DWORD dwPlatformId;
+    WCHAR szCSDVersion[128];
+    WORD wServicePackMajor;
+    WORD wServicePackMinor;
+    WORD wSuiteMask;
+    BYTE wProductType;
+    BYTE wReserved;
+};
+struct OSVERSIONINFOW {
+    DWORD dwOSVersionInfoSize;
+    DWORD dwMajorVersion;
+    DWORD dwMinorVersion;
+    DWORD dwBuildNumber;
+    DWORD dwPlatformId;
+    WCHAR szCSDVersion[128];
+};
+static_assert(sizeof(OSVERSIONINFOA) == 148 && sizeof(OSVERSIONINFOEXA) == 156);
+static_assert(sizeof(OSVERSIONINFOW) == 276 && sizeof(OSVERSIONINFOEXW) == 284);
+// Tells no more than 6.2.9200 to a program whose manifest names no later Windows. FALSE with 122 for another size.
+BOOL GetVersionExA(OSVERSIONINFOA* version);
+
+// --- Resources of the program, read from its compiled form. null with 1813 no such type, 1814 no such name.
+HRSRC FindResourceA(HMODULE module, LPCSTR name, LPCSTR type);
+HGLOBAL LoadResource(HMODULE module, HRSRC resource);
+LPVOID LockResource(HGLOBAL data);
+DWORD SizeofResource(HMODULE module, HRSRC resource);
+
+struct VS_FIXEDFILEINFO {
+    DWORD dwSignature;
+    DWORD dwStrucVersion;
+    DWORD dwFileVersionMS;
+    DWORD dwFileVersionLS;
+    DWORD dwProductVersionMS;
+    DWORD dwProductVersionLS;
+    DWORD dwFileFlagsMask;
+    DWORD dwFileFlags;
+    DWORD dwFileOS;
+    DWORD dwFileType;
+    DWORD dwFileSubtype;
+    DWORD dwFileDateMS;
+    DWORD dwFileDateLS;
+};
+// version.dll, looked up at run time: names "GetFileVersionInfoA" and "VerQueryValueA".
+BOOL GetFileVersionInfoA(LPCSTR file, DWORD handle, DWORD size, LPVOID data); // 2, 1812, 1813
+BOOL VerQueryValueA(LPCVOID data, LPCSTR block, LPVOID* value, PUINT size);   // 1813
+
+} // namespace simwin

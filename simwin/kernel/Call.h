@@ -1,0 +1,69 @@
+// The gate: every operation that the product can call opens with SIM_CALL. It counts the call, notes it as what the
+// thread is doing, gives the turn away where a seed says so, and asks the described faults.
+#pragma once
+
+#include "simwin/kernel/Scheduler.h"
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace machine {
+
+struct Operation {
+    const char* name;
+    const simwin::DWORD* errors; // those that a description may make it fail with, behind a leading 0
+    std::size_t errorCount;
+    std::uint64_t count;
+};
+
+// One call into the machine. Trivially destructible: a fiber that is abandoned inside it leaves nothing behind.
+struct Call {
+    Call(Operation& operation, const char* object);
+    Call(Operation& operation, const std::string& object) : Call(operation, object.c_str()) {}
+    simwin::DWORD error = 0; // what a described fault makes it fail with; 0: go on
+};
+
+// A described failure or slowness of an operation.
+struct Fault {
+    std::string call, on; // `on`: a wildcard over what the call is applied to
+    simwin::DWORD error = 0;
+    std::uint64_t delayMs = 0;
+    std::uint64_t after = 0, times = 1; // skips the first `after` fits, then acts `times` times; times 0: for ever
+    std::uint64_t seen = 0, acted = 0;
+};
+void AddFault(const Fault& fault);
+std::span<Fault> Faults();
+void ClearFaults();
+
+// Every operation that the machine has, by name.
+std::vector<const Operation*> AllOperations();
+const Operation* FindOperation(std::string_view name);
+
+// The last `count` calls, for the report of a run that stopped.
+struct TracedCall {
+    std::uint64_t atMs;
+    simwin::DWORD threadId;
+    const char* name;
+};
+std::vector<TracedCall> RecentCalls();
+
+// Watches every call, after the count and before its effect: the timeline and the tests of order.
+using CallWatcher = std::function<void(const char* name, const char* object)>;
+void WatchCalls(CallWatcher watcher);
+
+inline void SetError(simwin::DWORD error) {
+    CurrentThread()->lastError = error;
+}
+
+} // namespace machine
+
+// object: the text that the call is applied to (a path, a name), "" where there is none. Further arguments: the error
+// codes that a description may inject.
+#define SIM_CALL(name, object, ...)                                                                                    \
+    static const ::simwin::DWORD simErrors[] = {0u __VA_OPT__(, ) __VA_ARGS__};                                        \
+    static ::machine::Operation simOperation = {name, simErrors, sizeof(simErrors) / sizeof(simErrors[0]), 0};         \
+    [[gnu::used, gnu::section("simops")]] static ::machine::Operation* simOperationEntry = &simOperation;              \
+    ::machine::Call simCall(simOperation, object);                                                                     \
+    (void)simCall

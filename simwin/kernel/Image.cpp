@@ -1,0 +1,149 @@
+#include "simwin/kernel/Image.h"
+
+#include "simwin/kernel/Rules.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <system_error>
+#include <vector>
+
+#include <dlfcn.h>
+#include <link.h>
+#include <unistd.h>
+
+namespace machine {
+
+namespace {
+
+constexpr std::uint64_t WindowsImageBase = 0x140000000ull; // the preferred base of a 64-bit executable
+
+struct Range {
+    char* start;
+    std::vector<char> pristine;
+};
+
+std::map<std::string, std::vector<Image*>> g_pool; // by the file that they are copies of
+std::vector<Image*> g_images;
+std::string g_folder; // holds the copies until the end of the run: the sanitizers read line numbers from them
+
+} // namespace
+
+struct Image {
+    std::string file, copy;
+    void* library = nullptr;
+    char *base = nullptr, *end = nullptr;
+    std::vector<Range> writable;
+};
+
+namespace {
+
+// Plain bytes, redzones of instrumented globals included: neither the copy nor the restore may be checked.
+[[gnu::no_sanitize_address, gnu::noinline]] void CopyBytes(char* to, const char* from, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i)
+        reinterpret_cast<volatile char*>(to)[i] = reinterpret_cast<const volatile char*>(from)[i];
+}
+
+int FindSegments(dl_phdr_info* info, std::size_t, void* parameter) {
+    auto* image = static_cast<Image*>(parameter);
+    if (!info->dlpi_name || image->copy != info->dlpi_name)
+        return 0;
+    image->base = reinterpret_cast<char*>(info->dlpi_addr);
+    std::size_t readOnlyFrom = 0, readOnlyTo = 0;
+    for (int i = 0; i < info->dlpi_phnum; ++i) {
+        const auto& segment = info->dlpi_phdr[i];
+        if (segment.p_type == PT_GNU_RELRO) {
+            readOnlyFrom = segment.p_vaddr;
+            readOnlyTo = (segment.p_vaddr + segment.p_memsz) & ~0xFFFul;
+        }
+    }
+    for (int i = 0; i < info->dlpi_phnum; ++i) {
+        const auto& segment = info->dlpi_phdr[i];
+        if (segment.p_type != PT_LOAD)
+            continue;
+        std::size_t from = segment.p_vaddr;
+        const std::size_t to = segment.p_vaddr + segment.p_memsz;
+        image->end = std::max(image->end, image->base + to);
+        if (!(segment.p_flags & PF_W))
+            continue;
+        if (from >= readOnlyFrom && from < readOnlyTo)
+            from = readOnlyTo;
+        if (from < to) {
+            Range range = {image->base + from, std::vector<char>(to - from)};
+            CopyBytes(range.pristine.data(), range.start, range.pristine.size());
+            image->writable.push_back(std::move(range));
+        }
+    }
+    return 1;
+}
+
+std::string CopyOf(const std::string& file) {
+    if (g_folder.empty()) {
+        std::string pattern = (std::filesystem::temp_directory_path() / "quillmarch-images-XXXXXX").string();
+        if (!mkdtemp(pattern.data()))
+            StopRun(Verdict::Crash, "no folder for the images can be made");
+        g_folder = pattern;
+    }
+    const std::string copy = g_folder + "/image" + std::to_string(g_images.size()) + ".so";
+    std::error_code error;
+    std::filesystem::copy_file(file, copy, error);
+    if (error)
+        StopRun(Verdict::Crash, "cannot copy the product's image " + file + ": " + error.message());
+    return copy;
+}
+
+} // namespace
+
+Image* LoadImage(const std::string& file) {
+    auto& pool = g_pool[file];
+    if (!pool.empty()) {
+        Image* image = pool.back();
+        pool.pop_back();
+        return image;
+    }
+    auto* image = new Image;
+    image->file = file;
+    image->copy = CopyOf(file);
+    g_images.push_back(image);
+    image->library = dlopen(image->copy.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!image->library)
+        StopRun(Verdict::Crash, std::string("cannot load the product's image: ") + dlerror());
+    dl_iterate_phdr(FindSegments, image);
+    return image;
+}
+
+void ReturnImage(Image* image) {
+    for (const Range& range : image->writable)
+        CopyBytes(range.start, range.pristine.data(), range.pristine.size());
+    g_pool[image->file].push_back(image);
+}
+
+void UnloadImages() {
+    for (Image* image : g_images) {
+        if (image->library)
+            dlclose(image->library);
+        delete image;
+    }
+    g_images.clear();
+    g_pool.clear();
+    if (!g_folder.empty()) {
+        std::error_code ignored;
+        std::filesystem::remove_all(g_folder, ignored);
+        g_folder.clear();
+    }
+}
+
+void* ImageSymbol(Image* image, const char* name) {
+    return dlsym(image->library, name);
+}
+
+std::uint64_t StableImageAddress(const Image* image, const void* address) {
+    const auto* at = static_cast<const char*>(address);
+    if (!image || at < image->base || at >= image->end)
+        return 0;
+    return WindowsImageBase + static_cast<std::uint64_t>(at - image->base);
+}
+
+} // namespace machine

@@ -1,0 +1,142 @@
+#include "simwin/kernel/Locks.h"
+
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/api.h"
+
+#include <set>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace machine {
+
+namespace {
+
+// In the order of their making. Kept until the process ends, so that a report can name a lock after its deletion.
+std::vector<Lock*> g_locks;
+// Pairs (outer, inner) in which locks were entered: the reverse pair is a deadlock that waits for its day.
+std::set<std::pair<const Lock*, const Lock*>> g_orders;
+
+Lock* LockOf(const simwin::CRITICAL_SECTION* section, const char* call) {
+    auto* lock = static_cast<Lock*>(section->DebugInfo);
+    for (Lock* known : g_locks)
+        if (known == lock && known->section == section)
+            return lock;
+    BrokenRule(call, "a critical section that is not initialised");
+}
+
+void CheckOrder(const Lock* inner) {
+    const Thread* thread = CurrentThread();
+    for (const Lock* outer : g_locks) {
+        if (outer->owner != thread || outer == inner)
+            continue;
+        if (g_orders.contains({inner, outer}))
+            BrokenRule("EnterCriticalSection", "two locks are entered in both orders");
+        g_orders.insert({outer, inner});
+    }
+}
+
+void Own(Lock* lock, Thread* thread) {
+    lock->owner = thread;
+    lock->depth = 1;
+}
+
+} // namespace
+
+std::string DescribeHolder(const Thread* waiter) {
+    for (const Lock* lock : g_locks)
+        if (waiter->waitQueue == &lock->waiters && lock->owner)
+            return fmt::format(", held by thread {} (last call {})", lock->owner->id, lock->owner->call);
+    return "";
+}
+
+std::vector<const Lock*> HeldLocks() {
+    std::vector<const Lock*> held;
+    for (const Lock* lock : g_locks)
+        if (lock->owner)
+            held.push_back(lock);
+    return held;
+}
+
+void ForgetLocks(const Process* process) {
+    std::erase_if(g_locks, [process](Lock* lock) {
+        if (lock->process != process)
+            return false;
+        std::erase_if(g_orders, [lock](const auto& pair) { return pair.first == lock || pair.second == lock; });
+        delete lock;
+        return true;
+    });
+}
+
+} // namespace machine
+
+namespace simwin {
+
+using machine::Lock;
+
+void InitializeCriticalSection(CRITICAL_SECTION* section) {
+    SIM_CALL("InitializeCriticalSection", "");
+    auto* lock = new Lock;
+    lock->process = machine::CurrentProcess();
+    lock->section = section;
+    machine::g_locks.push_back(lock);
+    *section = {};
+    section->DebugInfo = lock;
+    section->LockCount = -1;
+}
+
+void DeleteCriticalSection(CRITICAL_SECTION* section) {
+    SIM_CALL("DeleteCriticalSection", "");
+    Lock* lock = machine::LockOf(section, "DeleteCriticalSection");
+    if (!lock->waiters.empty())
+        machine::BrokenRule("DeleteCriticalSection", "a thread waits for the lock");
+    lock->section = nullptr;
+    lock->owner = nullptr;
+    section->DebugInfo = nullptr;
+}
+
+void EnterCriticalSection(CRITICAL_SECTION* section) {
+    SIM_CALL("EnterCriticalSection", "");
+    Lock* lock = machine::LockOf(section, "EnterCriticalSection");
+    machine::Thread* thread = machine::CurrentThread();
+    if (lock->owner == thread) {
+        ++lock->depth;
+        return;
+    }
+    machine::CheckOrder(lock);
+    if (lock->owner)
+        machine::Block(machine::WaitKind::CriticalSection, "a critical section", machine::NoLimit, &lock->waiters);
+    else
+        machine::Own(lock, thread);
+}
+
+BOOL TryEnterCriticalSection(CRITICAL_SECTION* section) {
+    SIM_CALL("TryEnterCriticalSection", "");
+    Lock* lock = machine::LockOf(section, "TryEnterCriticalSection");
+    machine::Thread* thread = machine::CurrentThread();
+    if (lock->owner && lock->owner != thread)
+        return FALSE;
+    if (lock->owner)
+        ++lock->depth;
+    else
+        machine::Own(lock, thread);
+    return TRUE;
+}
+
+void LeaveCriticalSection(CRITICAL_SECTION* section) {
+    SIM_CALL("LeaveCriticalSection", "");
+    Lock* lock = machine::LockOf(section, "LeaveCriticalSection");
+    if (lock->owner != machine::CurrentThread())
+        machine::BrokenRule("LeaveCriticalSection", "a lock that this thread does not hold");
+    if (--lock->depth > 0)
+        return;
+    lock->owner = nullptr;
+    if (!lock->waiters.empty()) {
+        machine::Thread* next = lock->waiters.front();
+        machine::Own(lock, next);
+        machine::Wake(next, WAIT_OBJECT_0);
+    }
+}
+
+} // namespace simwin

@@ -1,0 +1,84 @@
+#include "simwin/kernel/Machine.h"
+
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Fiber.h"
+#include "simwin/kernel/Process.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include <unistd.h>
+
+namespace machine {
+
+namespace {
+
+Setup g_setup;
+Room* g_rooms; // sorted by order
+
+constexpr int CrashExitCode = 3;
+char g_signalStack[64 * 1024];
+
+void WriteText(const char* text) {
+    (void)!write(STDERR_FILENO, text, std::strlen(text)); // nothing is left to tell it to
+}
+
+// Runs on the alternate stack; only what is safe in a signal handler.
+void OnCrash(int signal, siginfo_t* info, void*) {
+    WriteText("crash: ");
+    WriteText(IsStackGuard(info->si_addr) ? "stack overflow" : strsignal(signal));
+    if (const Thread* thread = CurrentThread()) {
+        WriteText(" in ");
+        WriteText(thread->process ? thread->process->imagePath.c_str() : "the machine");
+        WriteText(", last call ");
+        WriteText(thread->call);
+    }
+    WriteText("\n");
+    _exit(CrashExitCode);
+}
+
+} // namespace
+
+Room::Room(int roomOrder, void (*createRoom)(), void (*destroyRoom)())
+    : order(roomOrder), create(createRoom), destroy(destroyRoom), next(nullptr) {
+    Room** at = &g_rooms;
+    while (*at && (*at)->order <= order)
+        at = &(*at)->next;
+    next = *at;
+    *at = this;
+}
+
+const Setup& TheSetup() {
+    return g_setup;
+}
+
+void CreateMachine(const Setup& setup) {
+    g_setup = setup;
+    for (const Room* room = g_rooms; room; room = room->next)
+        room->create();
+}
+
+void DestroyMachine() {
+    std::vector<const Room*> rooms;
+    for (const Room* room = g_rooms; room; room = room->next)
+        rooms.push_back(room);
+    for (std::size_t i = rooms.size(); i-- > 0;)
+        rooms[i]->destroy();
+    ClearFaults();
+}
+
+void InstallCrashHandler() {
+    stack_t stack = {};
+    stack.ss_sp = g_signalStack;
+    stack.ss_size = sizeof(g_signalStack);
+    sigaltstack(&stack, nullptr);
+    struct sigaction action = {};
+    action.sa_sigaction = OnCrash;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT})
+        sigaction(signal, &action, nullptr);
+}
+
+} // namespace machine

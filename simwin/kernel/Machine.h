@@ -1,0 +1,30 @@
+// One simulated machine, as a whole: made from a Setup, filled by a description, run, asked, destroyed. The rooms keep
+// their state behind their own headers; they are made and destroyed here, in order.
+#pragma once
+
+#include "simwin/kernel/Rules.h"
+#include "simwin/kernel/Setup.h"
+
+namespace machine {
+
+// Makes the machine: clock at 0, empty registry, no devices. One at a time.
+void CreateMachine(const Setup& setup);
+void DestroyMachine();
+
+// Host signals that a crash of simulated code raises end the run with exit code 3 and a line "crash: ...".
+void InstallCrashHandler();
+
+// A room's own start and end, called by CreateMachine in the order of registration and by DestroyMachine in the
+// reverse order. Registered by a static `Room` object in the room's source.
+struct Room {
+    Room(int order, void (*create)(), void (*destroy)());
+    int order;
+    void (*create)();
+    void (*destroy)();
+    Room* next;
+};
+
+// Pointers as numbers that are the same in each run, for %p: inside an image, inside a heap, else the value itself.
+std::uint64_t StableAddress(const void* address);
+
+} // namespace machine

@@ -1,0 +1,99 @@
+// Kernel objects and handles. An object lives while a handle or a holder in the machine refers to it; a handle is a
+// counter value of its process, never given out twice, so it can stand in a log that must be the same in each run.
+#pragma once
+
+#include "simwin/types.h"
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+
+namespace machine {
+
+struct Thread;
+struct Process;
+using WaitQueue = std::deque<Thread*>;
+
+enum class ObjectKind : std::uint8_t {
+    Event,
+    Thread,
+    Process,
+    File,
+    RegistryKey,
+    Token,
+    DeviceList,
+    DeviceNotification,
+    ServiceManager,
+    Service,
+    ServiceStatus,
+    FindFile,
+    Snapshot,
+    Other
+};
+
+const char* KindName(ObjectKind kind);
+
+struct Object {
+    explicit Object(ObjectKind objectKind) : kind(objectKind) {}
+    virtual ~Object() = default;
+    // The last handle to it was closed, by the program or by the end of its process. It may still be referred to.
+    virtual void LastHandleClosed() {}
+
+    void Retain() { ++references; }
+    void Release() {
+        if (--references == 0)
+            delete this;
+    }
+
+    const ObjectKind kind;
+    int references = 0;  // handles and holders
+    int openHandles = 0; // handles alone
+
+    Object(const Object&) = delete;
+    Object& operator=(const Object&) = delete;
+};
+
+// What a thread can wait for. `signalled` with `autoReset` lets one waiter through and is clear again.
+struct Waitable : Object {
+    using Object::Object;
+    bool signalled = false;
+    bool autoReset = false;
+    WaitQueue waiters; // first come, first served
+
+    void Signal(); // wakes one waiter (autoReset) or all, and stays signalled unless an auto-reset one was woken
+    void Reset() { signalled = false; }
+};
+
+struct HandleEntry {
+    Object* object;
+    simwin::DWORD access; // the rights that it was opened with, as the room that opened it means them
+    const char* call;     // the operation that made it, for the leak report
+};
+
+// The handles of one process.
+class HandleTable {
+public:
+    // Makes a handle; retains the object.
+    simwin::HANDLE Open(Object* object, simwin::DWORD access = 0);
+    // False if there is no such handle. Releases the object.
+    bool Close(simwin::HANDLE handle);
+    // Null if there is no such handle or it is of another kind.
+    Object* Find(simwin::HANDLE handle, ObjectKind kind) const;
+    const HandleEntry* Entry(simwin::HANDLE handle) const;
+    void CloseAll();
+    const std::map<std::uint64_t, HandleEntry>& Entries() const { return m_entries; }
+
+private:
+    std::map<std::uint64_t, HandleEntry> m_entries;
+    std::uint64_t m_next = 0x40;
+};
+
+// The object behind a handle of the running thread's process; null with another kind.
+Object* ObjectOfHandle(simwin::HANDLE handle, ObjectKind kind);
+template<typename T>
+T* FromHandle(simwin::HANDLE handle, ObjectKind kind) {
+    return static_cast<T*>(ObjectOfHandle(handle, kind));
+}
+
+} // namespace machine

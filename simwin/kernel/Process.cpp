@@ -1,0 +1,191 @@
+#include "simwin/kernel/Process.h"
+
+#include "simwin/kernel/Image.h"
+#include "simwin/kernel/Locks.h"
+#include "simwin/kernel/Machine.h"
+#include "simwin/kernel/Scheduler.h"
+#include "simwin/kernel/api.h"
+
+#include <dlfcn.h>
+
+namespace machine {
+
+namespace {
+
+constexpr std::size_t MainStackBytes = 4 * 1024 * 1024;
+
+struct Processes {
+    std::vector<Process*> all;
+    std::vector<std::function<void(Process&)>> atEnd;
+    simwin::DWORD nextId = 1200;
+};
+Processes* g_processes;
+
+void Create() {
+    g_processes = new Processes;
+}
+
+void Destroy() {
+    for (Process* process : g_processes->all)
+        EndProcess(process, 0);
+    for (Process* process : g_processes->all)
+        process->Release();
+    delete g_processes;
+    g_processes = nullptr;
+    UnloadImages();
+}
+
+Room g_room(10, Create, Destroy);
+
+Process* AddProcess(const ProcessStart& start) {
+    auto* process = new Process;
+    process->Retain(); // the machine's own: it is told of in the report after its end
+    process->id = g_processes->nextId += 4;
+    process->imagePath = start.imagePath;
+    process->commandLine = start.commandLine;
+    process->currentDirectory = start.currentDirectory;
+    process->user = start.user;
+    process->session = start.session;
+    process->rights = start.rights;
+    process->administrator = start.administrator;
+    process->showCommand = start.showCommand;
+    process->startedMs = Now();
+    g_processes->all.push_back(process);
+    return process;
+}
+
+// The part of a command line behind the program's name, as WinMain gets it: a pointer into the process's own text.
+char* ArgumentsOf(Process* process) {
+    char* at = process->commandLine.data();
+    if (*at == '"') {
+        for (++at; *at && *at != '"'; ++at)
+            ;
+        if (*at)
+            ++at;
+    } else {
+        while (*at && *at != ' ' && *at != '\t')
+            ++at;
+    }
+    while (*at == ' ' || *at == '\t')
+        ++at;
+    return at;
+}
+
+using WinMainEntry = int(WINAPI*)(simwin::HINSTANCE, simwin::HINSTANCE, simwin::LPSTR, int);
+
+simwin::DWORD RunProduct(Process* process) {
+    process->image = LoadImage(TheSetup().imageFile);
+    const auto entry = reinterpret_cast<WinMainEntry>(ImageSymbol(process->image, "WinMain"));
+    if (!entry)
+        StopRun(Verdict::Crash, "the product's image has no WinMain");
+    const int code = entry(reinterpret_cast<simwin::HINSTANCE>(0x140000000ull), nullptr, ArgumentsOf(process),
+                           static_cast<int>(process->showCommand));
+    EndProcess(process, static_cast<simwin::DWORD>(code));
+    return 0;
+}
+
+} // namespace
+
+Process::~Process() = default;
+
+const char* RightsName(Rights rights) {
+    static constexpr const char* Names[] = {"system", "user", "restricted", "elevated"};
+    return Names[static_cast<unsigned>(rights)];
+}
+
+Process* CurrentProcess() {
+    return CurrentThread()->process;
+}
+
+Object* ObjectOfHandle(simwin::HANDLE handle, ObjectKind kind) {
+    return CurrentProcess()->handles.Find(handle, kind);
+}
+
+Process* StartProduct(const ProcessStart& start) {
+    Process* process = AddProcess(start);
+    ResumeThreadOf(CreateThreadOf(
+        process, [process] { return RunProduct(process); }, MainStackBytes));
+    return process;
+}
+
+Process* StartScripted(const ProcessStart& start) {
+    return AddProcess(start);
+}
+
+Process* StartHosted(const ProcessStart& start, std::function<int()> entry) {
+    Process* process = AddProcess(start);
+    Thread* thread = CreateThreadOf(
+        process,
+        [process, run = std::move(entry)] {
+            EndProcess(process, static_cast<simwin::DWORD>(run()));
+            return 0u;
+        },
+        MainStackBytes);
+    ResumeThreadOf(thread);
+    return process;
+}
+
+void EndProcess(Process* process, simwin::DWORD exitCode) {
+    if (process->ended)
+        return;
+    process->ended = true;
+    process->exitCode = exitCode;
+    process->endedMs = Now();
+    Thread* own = nullptr;
+    while (!process->threads.empty()) {
+        Thread* thread = process->threads.back();
+        if (thread == CurrentThread()) {
+            own = thread;
+            process->threads.pop_back();
+        } else {
+            EndThread(thread, exitCode);
+        }
+    }
+    for (const auto& action : g_processes->atEnd)
+        action(*process);
+    for (const auto& action : process->atEnd)
+        action();
+    process->atEnd.clear();
+    process->leakedHandles = process->handles.Entries().size();
+    process->leakedBytes = process->heap.Bytes();
+    const bool heapIsWhole = process->heap.Validate();
+    process->handles.CloseAll();
+    ForgetLocks(process);
+    process->heap.FreeAll();
+    if (process->image)
+        ReturnImage(process->image);
+    process->image = nullptr;
+    process->Signal();
+    if (!heapIsWhole && !IsRunStopped())
+        StopRun(Verdict::BrokenRule, "a block of the heap was written past its end by " + process->imagePath);
+    if (own)
+        EndThread(own, exitCode);
+}
+
+const std::vector<Process*>& AllProcesses() {
+    return g_processes->all;
+}
+
+Process* FindProcess(simwin::DWORD id) {
+    for (Process* process : g_processes->all)
+        if (process->id == id)
+            return process;
+    return nullptr;
+}
+
+void OnProcessEnd(std::function<void(Process&)> action) {
+    g_processes->atEnd.push_back(std::move(action));
+}
+
+std::uint64_t StableAddress(const void* address) {
+    const Thread* thread = CurrentThread();
+    if (!thread)
+        return reinterpret_cast<std::uint64_t>(address);
+    if (const std::uint64_t inImage = StableImageAddress(thread->process->image, address))
+        return inImage;
+    if (const std::uint64_t inHeap = thread->process->heap.StableAddress(address))
+        return inHeap;
+    return reinterpret_cast<std::uint64_t>(address);
+}
+
+} // namespace machine

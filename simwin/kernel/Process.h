@@ -1,0 +1,79 @@
+// Simulated processes. One that runs the product is an image: a copy of the product's shared object with globals of
+// its own (Image.h) and fibers as threads. Other programs are scripted: they have no threads, hold things and end.
+#pragma once
+
+#include "simwin/kernel/Heap.h"
+#include "simwin/kernel/Objects.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace machine {
+
+struct Image;
+
+enum class Rights : std::uint8_t { System, User, Restricted, Elevated };
+const char* RightsName(Rights rights);
+
+struct Process : Waitable {
+    Process() : Waitable(ObjectKind::Process) {}
+    ~Process() override;
+
+    simwin::DWORD id = 0;
+    std::string imagePath;        // 'C:\Program Files\Quillmarch\Quillmarch.exe'
+    std::string commandLine;      // whole, as GetCommandLineA gives it
+    std::string currentDirectory; // without a backslash at the end
+    std::string user;             // 'NT AUTHORITY\SYSTEM', 'LAB\anna'
+    unsigned session = 0;
+    Rights rights = Rights::System;
+    bool administrator = true; // a member of Administrators whose token says so
+    unsigned showCommand = 1;
+
+    Image* image = nullptr; // null: a scripted program, or the host's own copy in a unit test
+    std::vector<Thread*> threads;
+    HandleTable handles;
+    Heap heap;
+    std::string debugOutput; // what OutputDebugStringA was given
+
+    bool ended = false;
+    bool trapExpected = false;    // a described crash: its end by a trap does not end the run
+    simwin::DWORD exitCode = 259; // STILL_ACTIVE
+    std::uint64_t startedMs = 0, endedMs = 0;
+    std::size_t leakedHandles = 0, leakedBytes = 0; // counted as it ended
+    std::vector<std::function<void()>> atEnd;       // what rooms want to do when it ends; run once, in order
+};
+
+struct ProcessStart {
+    std::string imagePath, commandLine, currentDirectory, user;
+    unsigned session = 0;
+    Rights rights = Rights::System;
+    bool administrator = true;
+    unsigned showCommand = 1;
+};
+
+// The process of the running thread. Never null inside an operation.
+Process* CurrentProcess();
+
+// Starts a copy of the product: loads an image and makes its first thread, which runs WinMain with the part of the
+// command line behind the program's name. Holders retain the result themselves.
+Process* StartProduct(const ProcessStart& start);
+
+// A process without threads, such as a terminal program that holds a port.
+Process* StartScripted(const ProcessStart& start);
+
+// A process whose first thread runs `entry` in the host's own copy of the product: unit tests, benchmarks.
+Process* StartHosted(const ProcessStart& start, std::function<int()> entry);
+
+// Ends it with its threads wherever they are; its handles are closed, its image goes back to the pool. Called on one of
+// its own threads it does not return.
+void EndProcess(Process* process, simwin::DWORD exitCode);
+
+// All processes that ever ran, in the order of their start.
+const std::vector<Process*>& AllProcesses();
+Process* FindProcess(simwin::DWORD id);
+
+// What rooms do when any process ends (windows destroyed, registrations dropped), before its handles are closed.
+void OnProcessEnd(std::function<void(Process&)> action);
+
+} // namespace machine

@@ -1,0 +1,396 @@
+#include "simwin/kernel/Scheduler.h"
+
+#include "simwin/kernel/Fiber.h"
+#include "simwin/kernel/Locks.h"
+#include "simwin/kernel/Machine.h"
+#include "simwin/kernel/Process.h"
+
+#include <algorithm>
+#include <map>
+#include <unordered_map>
+
+#include <fmt/format.h>
+
+namespace machine {
+
+namespace {
+
+constexpr std::size_t DefaultStackBytes = 512 * 1024;
+
+struct DueKey {
+    std::uint64_t atMs;
+    Due due;
+    DueId id; // counted up: within one instant and class, first asked, first served
+    auto operator<=>(const DueKey&) const = default;
+};
+
+struct Scheduler {
+    std::uint64_t nowMs = 0;
+    std::uint64_t uptimeMs = 0;
+    std::uint64_t random = 0; // the state of the seed's generator
+    bool seeded = false;
+    Thread* current = nullptr;
+    std::deque<Thread*> ready;
+    std::vector<Thread*> threads; // that have not ended, in the order of their start
+    std::vector<Thread*> ended;   // whose stacks are still to be given back
+    std::map<DueKey, std::function<void()>> due;
+    std::unordered_map<DueId, DueKey> dueById;
+    DueId nextDue = 1;
+    simwin::DWORD nextThreadId = 1000;
+    std::vector<std::function<std::string()>> endChecks;
+    RunOutcome outcome;
+    bool stopped = false;
+    SchedulerCounts counts;
+};
+Scheduler* g_scheduler;
+
+void CreateScheduler() {
+    g_scheduler = new Scheduler;
+    const Setup& setup = TheSetup();
+    g_scheduler->uptimeMs = setup.uptimeMs;
+    g_scheduler->seeded = setup.seed.has_value();
+    g_scheduler->random = setup.seed.value_or(0);
+}
+
+void ReapEnded() {
+    while (!g_scheduler->ended.empty()) {
+        Thread* thread = g_scheduler->ended.back();
+        g_scheduler->ended.pop_back();
+        if (thread->stack)
+            ReturnStack(thread->stack, thread->stackSize);
+        thread->stack = nullptr;
+        thread->Release();
+    }
+}
+
+void DestroyScheduler() {
+    ReapEnded();
+    delete g_scheduler;
+    g_scheduler = nullptr;
+    FreeStacks();
+}
+
+Room g_schedulerRoom(0, CreateScheduler, DestroyScheduler);
+
+// SplitMix64: small, and the same on every host.
+std::uint64_t NextRandom() {
+    std::uint64_t z = g_scheduler->random += 0x9E3779B97F4A7C15ull;
+    z = (z ^ z >> 30) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ z >> 27) * 0x94D049BB133111EBull;
+    return z ^ z >> 31;
+}
+
+void LeaveQueue(Thread* thread) {
+    if (thread->waitQueue)
+        std::erase(*thread->waitQueue, thread);
+    thread->waitQueue = nullptr;
+    if (thread->waitDue)
+        CancelDue(thread->waitDue);
+    thread->waitDue = 0;
+    if (Object* held = thread->waitHold) {
+        thread->waitHold = nullptr;
+        held->Release();
+    }
+}
+
+void MakeReady(Thread* thread) {
+    thread->state = ThreadState::Ready;
+    g_scheduler->ready.push_back(thread);
+}
+
+// Takes a thread out of everything that the scheduler knows; its stack is given back once nobody runs on it.
+void Retire(Thread* thread, simwin::DWORD exitCode) {
+    LeaveQueue(thread);
+    if (thread->state == ThreadState::Ready)
+        std::erase(g_scheduler->ready, thread);
+    thread->state = ThreadState::Ended;
+    thread->exitCode = exitCode;
+    std::erase(g_scheduler->threads, thread);
+    std::erase(thread->process->threads, thread);
+    thread->autoReset = false;
+    thread->Signal();
+    g_scheduler->ended.push_back(thread);
+}
+
+[[noreturn]] void ThreadMain(Thread* thread) {
+    const simwin::DWORD exitCode = thread->entry();
+    EndThread(thread, exitCode);
+    StopRun(Verdict::BrokenRule, "a thread came back from its end");
+}
+
+void RunThread(Thread* thread) {
+    g_scheduler->current = thread;
+    thread->state = ThreadState::Running;
+    ++g_scheduler->counts.switches;
+    SwitchToFiber(thread, ThreadMain);
+    g_scheduler->current = nullptr;
+    if (!g_scheduler->ended.empty())
+        ReapEnded();
+}
+
+void RunNextReady() {
+    auto& ready = g_scheduler->ready;
+    std::size_t pick = 0;
+    if (g_scheduler->seeded && ready.size() > 1)
+        pick = static_cast<std::size_t>(NextRandom() % ready.size());
+    Thread* thread = ready[pick];
+    ready.erase(ready.begin() + static_cast<std::ptrdiff_t>(pick));
+    RunThread(thread);
+}
+
+// Runs the first thing of at most this class that is due now. False if there is none.
+bool RunDue(Due last) {
+    auto& due = g_scheduler->due;
+    if (due.empty())
+        return false;
+    const auto first = due.begin();
+    if (first->first.atMs > g_scheduler->nowMs || first->first.due > last)
+        return false;
+    const std::function<void()> action = std::move(first->second);
+    g_scheduler->dueById.erase(first->first.id);
+    due.erase(first);
+    action();
+    return true;
+}
+
+// What can never come when nothing is runnable and nothing is due; empty if all that waits is idle.
+std::string NeverComes() {
+    std::string text;
+    for (const Thread* thread : g_scheduler->threads)
+        if (thread->state == ThreadState::Waiting &&
+            (thread->waitKind == WaitKind::CriticalSection || thread->waitKind == WaitKind::Machine))
+            text += fmt::format("thread {} waits for ever for {}\n", thread->id, thread->waitWhat);
+    for (const auto& check : g_scheduler->endChecks)
+        if (const std::string found = check(); !found.empty())
+            text += found + "\n";
+    return text;
+}
+
+RunOutcome EndOfRun() {
+    if (const std::string never = NeverComes(); !never.empty())
+        return {Verdict::Deadlock, never + WhoWaits()};
+    return {};
+}
+
+void AdvanceTo(std::uint64_t atMs) {
+    g_scheduler->nowMs = atMs;
+    g_scheduler->counts.callsSinceTimeMoved = 0;
+}
+
+RunOutcome RunLoop(const RunLimits& limits) {
+    Scheduler& s = *g_scheduler;
+    while (!s.stopped) {
+        if (RunDue(Due::Outside))
+            continue;
+        if (!s.ready.empty()) {
+            RunNextReady();
+            continue;
+        }
+        if (RunDue(Due::Expectation))
+            continue;
+        if (s.due.empty())
+            return EndOfRun();
+        const std::uint64_t next = s.due.begin()->first.atMs;
+        if (next > limits.untilMs) {
+            AdvanceTo(std::max(s.nowMs, limits.untilMs));
+            return {};
+        }
+        AdvanceTo(next);
+    }
+    return s.outcome;
+}
+
+} // namespace
+
+Thread::~Thread() = default;
+
+std::uint64_t Now() {
+    return g_scheduler->nowMs;
+}
+
+simwin::DWORD TickCount() {
+    return static_cast<simwin::DWORD>(g_scheduler->uptimeMs + g_scheduler->nowMs);
+}
+
+DueId At(std::uint64_t atMs, Due due, std::function<void()> action) {
+    const DueKey key = {std::max(atMs, g_scheduler->nowMs), due, g_scheduler->nextDue++};
+    g_scheduler->due.emplace(key, std::move(action));
+    g_scheduler->dueById.emplace(key.id, key);
+    return key.id;
+}
+
+void CancelDue(DueId id) {
+    const auto found = g_scheduler->dueById.find(id);
+    if (found == g_scheduler->dueById.end())
+        return;
+    g_scheduler->due.erase(found->second);
+    g_scheduler->dueById.erase(found);
+}
+
+Thread* CurrentThread() {
+    return g_scheduler ? g_scheduler->current : nullptr;
+}
+
+std::vector<Thread*> AllThreads() {
+    return g_scheduler->threads;
+}
+
+Thread* CreateThreadOf(Process* process, std::function<simwin::DWORD()> entry, std::size_t stackBytes) {
+    auto* thread = new Thread;
+    thread->Retain(); // the scheduler's own, until it has ended
+    thread->id = g_scheduler->nextThreadId += 4;
+    thread->process = process;
+    thread->entry = std::move(entry);
+    thread->suspendCount = 1;
+    thread->stackSize = std::max(stackBytes, DefaultStackBytes);
+    thread->stack = TakeStack(thread->stackSize);
+    g_scheduler->threads.push_back(thread);
+    process->threads.push_back(thread);
+    ++g_scheduler->counts.threadsStarted;
+    return thread;
+}
+
+void ResumeThreadOf(Thread* thread) {
+    if (thread->suspendCount > 0 && --thread->suspendCount == 0 && thread->state == ThreadState::Suspended)
+        MakeReady(thread);
+}
+
+void EndThread(Thread* thread, simwin::DWORD exitCode) {
+    if (thread->state == ThreadState::Ended)
+        return;
+    Retire(thread, exitCode);
+    if (thread == g_scheduler->current)
+        LeaveFiberForEver(thread);
+}
+
+simwin::DWORD Block(WaitKind kind, const char* what, std::uint64_t timeoutMs, WaitQueue* queue) {
+    Thread* thread = g_scheduler->current;
+    if (!thread)
+        StopRun(Verdict::BrokenRule, fmt::format("the machine's own work would wait for {}", what));
+    thread->waitKind = kind;
+    thread->waitWhat = what;
+    thread->waitQueue = queue;
+    thread->waitResult = simwin::WAIT_TIMEOUT;
+    thread->state = ThreadState::Waiting;
+    if (queue)
+        queue->push_back(thread);
+    thread->waitDue = timeoutMs == NoLimit ? 0 : At(g_scheduler->nowMs + timeoutMs, Due::Machine, [thread] {
+        thread->waitDue = 0;
+        Wake(thread, simwin::WAIT_TIMEOUT);
+    });
+    SwitchToScheduler(thread);
+    thread->waitKind = WaitKind::None;
+    return thread->waitResult;
+}
+
+void Wake(Thread* thread, simwin::DWORD result) {
+    if (thread->state != ThreadState::Waiting)
+        return;
+    LeaveQueue(thread);
+    thread->waitResult = result;
+    MakeReady(thread);
+}
+
+void Yield() {
+    Thread* thread = g_scheduler->current;
+    MakeReady(thread);
+    SwitchToScheduler(thread);
+}
+
+void SleepMs(std::uint64_t ms) {
+    if (ms == 0)
+        Yield();
+    else
+        Block(WaitKind::Sleep, "the end of a sleep", ms);
+}
+
+std::uint64_t Chance(std::uint64_t bound) {
+    return g_scheduler->seeded ? NextRandom() % bound : 0;
+}
+
+bool IsSeeded() {
+    return g_scheduler->seeded;
+}
+
+void AddEndCheck(std::function<std::string()> check) {
+    g_scheduler->endChecks.push_back(std::move(check));
+}
+
+SchedulerCounts& Counts() {
+    return g_scheduler->counts;
+}
+
+RunOutcome RunMachine(const RunLimits& limits) {
+    try {
+        return RunLoop(limits);
+    } catch (const RunStopped&) {
+        g_scheduler->current = nullptr;
+        return g_scheduler->outcome;
+    }
+}
+
+bool IsRunStopped() {
+    return g_scheduler->stopped;
+}
+
+std::string WhoWaits() {
+    std::string text;
+    for (const Thread* thread : g_scheduler->threads) {
+        const std::string& path = thread->process->imagePath;
+        const std::string program = path.substr(path.rfind('\\') + 1);
+        std::string doing = "can run";
+        if (thread->state == ThreadState::Suspended)
+            doing = "is suspended";
+        else if (thread->state == ThreadState::Waiting)
+            doing = fmt::format("waits for {} in {}{}", thread->waitWhat, thread->call, DescribeHolder(thread));
+        text += fmt::format("  thread {} of {} (process {}) {}\n", thread->id, program, thread->process->id, doing);
+    }
+    return text;
+}
+
+std::string OutcomeLine(const RunOutcome& outcome) {
+    static constexpr const char* Words[] = {"done", "crash", "deadlock", "livelock", "broken rule", "not modelled"};
+    return fmt::format("{}: {}", Words[static_cast<unsigned>(outcome.verdict)], outcome.text);
+}
+
+namespace {
+
+// Takes the texts out of frames that will never be left in order.
+std::string Joined(std::string& call, std::string& what) {
+    std::string text = std::move(call);
+    text += ": ";
+    const std::string rest = std::move(what);
+    return text + rest;
+}
+
+void NoteVerdict(Verdict verdict, std::string text) {
+    if (g_scheduler->stopped)
+        return;
+    if (const Thread* thread = g_scheduler->current)
+        text += fmt::format(" (thread {} in {}, at {} ms)", thread->id, thread->call, g_scheduler->nowMs);
+    g_scheduler->outcome = {verdict, std::move(text)};
+    g_scheduler->stopped = true;
+}
+
+} // namespace
+
+void StopRun(Verdict verdict, std::string text) {
+    if (!g_scheduler)
+        throw RunStopped{};
+    NoteVerdict(verdict, std::move(text));
+    if (Thread* thread = g_scheduler->current) {
+        thread->state = ThreadState::Suspended; // never to run again
+        LeaveFiberForEver(thread);
+    }
+    throw RunStopped{};
+}
+
+void NotModelled(std::string call, std::string what) {
+    StopRun(Verdict::NotModelled, Joined(call, what));
+}
+
+void BrokenRule(std::string call, std::string what) {
+    StopRun(Verdict::BrokenRule, Joined(call, what));
+}
+
+} // namespace machine

@@ -1,0 +1,125 @@
+// Threads as fibers on one host thread, the virtual clock, and what is due when. Time stands still while anything is
+// runnable and jumps to the next deadline when nothing is. Without a seed the next thread is the one that has waited
+// longest; with a seed it is drawn, and each call into the machine may give the turn away.
+//
+// At one instant: what the machine has due, then what happens outside in the order of the description, then everything
+// that is runnable without time passing, then the expectations of that time.
+#pragma once
+
+#include "simwin/kernel/Objects.h"
+#include "simwin/kernel/Rules.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace machine {
+
+enum class WaitKind : std::uint8_t {
+    None,
+    Sleep,
+    Object,          // WaitForSingleObject
+    CriticalSection, // never idle: a deadlock if nothing else can happen
+    Message,         // GetMessageA: idle
+    Dispatcher,      // the service control dispatcher: idle
+    Pipe,            // a pipe's connect: idle
+    Machine          // the machine works for the caller: a device starts, a message is answered
+};
+
+enum class ThreadState : std::uint8_t { Suspended, Ready, Running, Waiting, Ended };
+
+struct Thread : Waitable {
+    Thread() : Waitable(ObjectKind::Thread) {}
+    ~Thread() override;
+
+    simwin::DWORD id = 0;
+    Process* process = nullptr;
+    std::function<simwin::DWORD()> entry;
+    ThreadState state = ThreadState::Suspended;
+    int suspendCount = 0;
+    int priority = 0; // data only: no thread overtakes another for it
+    simwin::DWORD lastError = 0;
+    simwin::DWORD exitCode = 259; // STILL_ACTIVE
+
+    WaitKind waitKind = WaitKind::None;
+    const char* waitWhat = "";      // for the report of who waits for what
+    WaitQueue* waitQueue = nullptr; // where it stands in line; left when the wait ends, however it ends
+    Object* waitHold = nullptr;     // kept alive for the length of the wait, whoever closes its handle
+    std::uint64_t waitDue = 0;      // the deadline of the wait, 0 for none
+    simwin::DWORD waitResult = 0;
+
+    const char* call = ""; // the operation that it is in, or was in last
+    unsigned callDepth = 0;
+
+    void* context = nullptr; // saved fiber context
+    void* stack = nullptr;
+    std::size_t stackSize = 0;
+    bool started = false;
+    void* fakeStack = nullptr; // address sanitizer's
+};
+
+// Virtual time since the start of the machine, in milliseconds.
+std::uint64_t Now();
+// Windows' 32-bit tick count: the described uptime plus Now(), wrapping.
+simwin::DWORD TickCount();
+
+enum class Due : std::uint8_t { Machine = 0, Outside = 1, Expectation = 2 };
+using DueId = std::uint64_t;
+
+// Runs `action` in the scheduler's own context at virtual time `atMs` (not before now). It must not block.
+DueId At(std::uint64_t atMs, Due due, std::function<void()> action);
+inline DueId After(std::uint64_t delayMs, std::function<void()> action) {
+    return At(Now() + delayMs, Due::Machine, std::move(action));
+}
+void CancelDue(DueId id);
+
+Thread* CurrentThread(); // null in the scheduler's own context
+std::vector<Thread*> AllThreads();
+
+// Makes a thread of `process`; it starts when resumed. The entry's result is the exit code.
+Thread* CreateThreadOf(Process* process, std::function<simwin::DWORD()> entry, std::size_t stackBytes = 0);
+void ResumeThreadOf(Thread* thread);
+// Ends it wherever it is. If it is the running one this does not return.
+void EndThread(Thread* thread, simwin::DWORD exitCode);
+
+// Blocks the running thread until Wake or until `timeoutMs` of virtual time have passed (INFINITE: no limit).
+// `what` names what it waits for and outlives the wait; with `queue` it stands at that line's end while it waits.
+// Returns what Wake gave, or WAIT_TIMEOUT.
+simwin::DWORD Block(WaitKind kind, const char* what, std::uint64_t timeoutMs, WaitQueue* queue = nullptr);
+// Ends the wait of a blocked thread; it runs when its turn comes. Takes it out of the line that it stood in.
+void Wake(Thread* thread, simwin::DWORD result);
+// Gives the turn away once; returns at the same virtual time.
+void Yield();
+// Sleeps in virtual time.
+void SleepMs(std::uint64_t ms);
+inline constexpr std::uint64_t NoLimit = 0xFFFFFFFF;
+
+// A number below `bound` from the seed; 0 without a seed.
+std::uint64_t Chance(std::uint64_t bound);
+bool IsSeeded();
+
+// Rooms that can be unanswered (a control, a notification, a pending service state) say so at the end: a text for each
+// thing that will never come, empty for none. Asked when nothing is runnable and nothing is due.
+void AddEndCheck(std::function<std::string()> check);
+
+struct RunLimits {
+    std::uint64_t untilMs = ~0ull;
+};
+// Runs until nothing is runnable and nothing is due, or until the limit. Returns at the first verdict.
+RunOutcome RunMachine(const RunLimits& limits);
+
+// True once a verdict has been reached: what is cleaned up after it raises no second one.
+bool IsRunStopped();
+
+// Who waits for what, a line for each thread that is not ended.
+std::string WhoWaits();
+
+struct SchedulerCounts {
+    std::uint64_t switches = 0, threadsStarted = 0, callsSinceTimeMoved = 0;
+};
+SchedulerCounts& Counts();
+inline constexpr std::uint64_t LivelockCalls = 10'000'000;
+
+} // namespace machine

@@ -1,0 +1,41 @@
+// What a description says of the machine as a whole, before it starts. Filled by the rehearsal or a test, then fixed:
+// the rooms read it through TheSetup().
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace machine {
+
+struct WindowsVersion {
+    unsigned major = 10, minor = 0, build = 19045;
+    // Two hexadecimal digits each, as 0x0A00 for 10.0, so that versions compare as numbers.
+    unsigned Packed() const { return major << 8 | minor; }
+};
+
+struct Setup {
+    WindowsVersion version;
+    unsigned servicePack = 0;
+    bool x64Windows = true;
+    std::uint64_t uptimeMs = 3'600'000; // the tick count at the start; taken modulo 2^32
+    // Local time at the start, which is UTC too: the machine has no time zone.
+    unsigned year = 2026, month = 3, day = 2, hour = 14, minute = 3, second = 22;
+    unsigned language = 0x0409;
+    int screenWidth = 1920, screenHeight = 1080, dpi = 96;
+    unsigned firstNode = 257;
+    std::optional<std::uint64_t> pendingInstallsUntilMs;
+    std::optional<std::uint64_t> seed; // none: first come, first served
+
+    // The product as installed.
+    std::string directory = "C:\\Program Files\\Quillmarch";
+    std::string executable = "Quillmarch.exe";
+    bool productIsX64 = true;
+    std::string imageFile;    // host path of the product's shared object
+    std::string resourceFile; // host path of its compiled resources, may be empty
+};
+
+const Setup& TheSetup();
+
+} // namespace machine

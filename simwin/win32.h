@@ -1,0 +1,28 @@
+// The simulated machine's side of the door: everything of Windows that the product uses, one header for each room.
+// A call, flag or structure that is not here cannot be used; one that is here but not modelled stops the run by name.
+#pragma once
+
+#include "simwin/types.h"
+
+#include "simwin/kernel/api.h"
+#if __has_include("simwin/registry/api.h")
+#include "simwin/registry/api.h"
+#endif
+#if __has_include("simwin/files/api.h")
+#include "simwin/files/api.h"
+#endif
+#if __has_include("simwin/devices/api.h")
+#include "simwin/devices/api.h"
+#endif
+#if __has_include("simwin/sessions/api.h")
+#include "simwin/sessions/api.h"
+#endif
+#if __has_include("simwin/desktop/api.h")
+#include "simwin/desktop/api.h"
+#endif
+#if __has_include("simwin/services/api.h")
+#include "simwin/services/api.h"
+#endif
+#if __has_include("simwin/shell/api.h")
+#include "simwin/shell/api.h"
+#endif

@@ -1,0 +1,277 @@
+#include <cstring>
+#include <utility>
+
+#include "config/CCfgReader.h"
+#include "config/NameHash.h"
+#include "support/BoundedText.h"
+#include "support/FileTools.h"
+#include "support/LogFile.h"
+#include "support/ScopeGuard.h"
+#include "support/StringTools.h"
+
+static constexpr DWORD IniFileLimitBytes = 0x100000;  // a file of this size or more is no configuration
+static constexpr DWORD AppendedBytes = 4;             // a line feed and three zeros
+static constexpr DWORD SectionLineLimit = 32;         // characters with both brackets; a line as long is ignored
+static constexpr signed char FirstKeyCharacter = 'A'; // as a signed byte, so bytes from 0x80 up begin no key either
+static constexpr unsigned char MarkByteLow = 0xFE;
+static constexpr unsigned char MarkByteHigh = 0xFF;
+
+static constexpr char SectionMark[] = "__SECTION__";
+static constexpr char LineMark[] = "__LINE__";
+
+static bool IsBlankOrTab(char c) {
+    return c == ' ' || c == '\t';
+}
+
+static bool IsLineEnd(char c) {
+    return c == '\r' || c == '\n';
+}
+
+static bool IsByteOrderMark(char c) {
+    const auto first = static_cast<unsigned char>(c);
+    return first == MarkByteLow || first == MarkByteHigh;
+}
+
+namespace {
+struct LineExtent {
+    char* textEnd; // the first zero byte, or the line end where there is none
+    char* lineEnd; // the carriage return or line feed
+};
+} // namespace
+
+// The text ends in a line feed, which stops every search: no other bound is tested for each byte.
+static LineExtent FindLineEnd(char* at) {
+    LineExtent extent{nullptr, nullptr};
+    for (;; ++at) {
+        if (static_cast<unsigned char>(*at) > '\r') {
+            continue;
+        }
+        if (*at == 0 && extent.textEnd == nullptr) {
+            extent.textEnd = at;
+        } else if (IsLineEnd(*at)) {
+            extent.lineEnd = at;
+            if (extent.textEnd == nullptr) {
+                extent.textEnd = at;
+            }
+            return extent;
+        }
+    }
+}
+
+// Puts the section's name and the line's number where the value asks for them. A value never grows, since the next line
+// begins behind it: a text that is longer than its mark is not put in.
+static void ReplaceMarks(char* value, const CfgSection& section, DWORD lineNumber) {
+    if (StrStrA(value, SectionMark) != nullptr) {
+        ReplaceString(value, SectionMark, section.szKeyName);
+    }
+    if (StrStrA(value, LineMark) != nullptr) {
+        char number[16];
+        FormatText(number, "%u", lineNumber);
+        ReplaceString(value, LineMark, number);
+    }
+}
+
+// Returns: false when the section has no room for the line's value, which ends the whole parse.
+static bool AddIniValue(CfgSection* section, char* line, DWORD length, DWORD lineNumber) {
+    if (section->ValueCount >= MaxSectionValues) {
+        WriteLog(2, "CCfgReader::CreateSnapshot max number of values(%i) in section [%s] reached -> abort",
+                 MaxSectionValues, section->szKeyName);
+        return false;
+    }
+    auto* equals = static_cast<char*>(memchr(line, '=', length));
+    if (equals == nullptr) {
+        return true;
+    }
+    char* value = equals + 1;
+    while (*value == ' ') {
+        ++value;
+    }
+    char* keyEnd = equals;
+    while (keyEnd > line && IsBlankOrTab(keyEnd[-1])) {
+        --keyEnd;
+    }
+    *keyEnd = 0;
+    const DWORD keyHash = NameHash(std::string_view(line, static_cast<size_t>(keyEnd - line)));
+    AddSectionValue(section, section->ValueCount, line, keyHash, value);
+    WriteLog(3, "  value %s=%s", line, value);
+    if (memchr(value, '_', static_cast<size_t>(line + length - value)) != nullptr) {
+        ReplaceMarks(value, *section, lineNumber);
+    }
+    return true;
+}
+
+DWORD CCfgReader::CreateIniSnapshot(const char* reason) {
+    DWORD result = 0;
+    {
+        LockGuard lock(m_Lock);
+        WriteLog(3, "CCfgReader::CreateSnapshot(%s)...", reason);
+        DeleteIniSnapshot(reason);
+        result = ReadIniSnapshot();
+    }
+    WriteLog(3, " CCfgReader::CreateSnapshot");
+    return result;
+}
+
+DWORD CCfgReader::RenewIniSnapshot(const char* reason) {
+    if (GetFileWriteTime(szIniFile) == LastWriteTime) {
+        return 0;
+    }
+    LogFile_ReadSettings();
+    DeleteSnapshot(reason);
+    return CreateIniSnapshot(reason);
+}
+
+void CCfgReader::DeleteIniSnapshot(const char* reason) {
+    LockGuard lock(m_Lock);
+    WriteLog(3, "CCfgReader::DeleteSnapshot(%s)", reason);
+    ClearSections();
+    delete[] pFileText;
+    pFileText = nullptr;
+    FileTextSize = 0;
+}
+
+DWORD CCfgReader::ReadIniSnapshot() {
+    if (!LoadIniText()) {
+        return 0;
+    }
+    if (pFileText != nullptr) {
+        DWORD lastLineFeed = FileTextSize - AppendedBytes;
+        if (IsByteOrderMark(pFileText[0]) && !ConvertIniText(&lastLineFeed)) {
+            delete[] pFileText;
+            pFileText = nullptr;
+            FileTextSize = 0;
+            return 0;
+        }
+        if (pFileText[0] != 0) {
+            ParseIniText(lastLineFeed);
+        }
+    }
+    LastWriteTime = GetFileWriteTime(szIniFile);
+    return 1;
+}
+
+// Returns: 0 when there is no file to be read; 1 also when its contents did not come in whole, pFileText is null then.
+DWORD CCfgReader::LoadIniText() {
+    HANDLE file = CreateFileA(szIniFile, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return 0;
+    }
+    auto closeFile = OnScopeExit([&] { CloseHandle(file); });
+    DWORD sizeHigh = 0;
+    const DWORD size = GetFileSize(file, &sizeHigh);
+    if (size >= IniFileLimitBytes || sizeHigh != 0) {
+        return 0;
+    }
+    OwnedArray<char> text(size_t{size} + AppendedBytes);
+    DWORD bytesRead = 0;
+    if (!ReadFile(file, text.Get(), size, &bytesRead, nullptr) || bytesRead < size) {
+        return 1;
+    }
+    memcpy(text.Get() + size, "\n\0\0", AppendedBytes);
+    pFileText = text.Release();
+    FileTextSize = size + AppendedBytes;
+    return 1;
+}
+
+// Turns UTF-16 of either byte order into the thread's code page, in place. Only whole words of the contents are taken
+// and the line feed is set anew behind the result: in a big-endian file, or behind an odd byte, the appended one would
+// be half of a letter and the last line would be lost.
+DWORD CCfgReader::ConvertIniText(DWORD* lastLineFeed) {
+    WriteLog(1, "ini file appears to be unicode");
+    const DWORD roomBytes = FileTextSize - AppendedBytes;
+    const DWORD words = roomBytes / sizeof(WCHAR);
+    const DWORD wordsBehindMark = words > 1 ? words - 1 : 0;
+    if (static_cast<unsigned char>(pFileText[0]) == MarkByteLow ||
+        static_cast<unsigned char>(pFileText[1]) == MarkByteHigh) {
+        WriteLog(1, " big-endian");
+        for (size_t i = 0; i < words; ++i) {
+            std::swap(pFileText[2 * i], pFileText[2 * i + 1]);
+        }
+    }
+    int converted = 0;
+    if (wordsBehindMark != 0) {
+        OwnedArray<WCHAR> wide(size_t{wordsBehindMark});
+        memcpy(wide.Get(), pFileText + sizeof(WCHAR), wordsBehindMark * sizeof(WCHAR));
+        converted = WideCharToMultiByte(CP_THREAD_ACP, 0, wide.Get(), static_cast<int>(wordsBehindMark), pFileText,
+                                        static_cast<int>(roomBytes), nullptr, nullptr);
+        if (converted <= 0) {
+            WriteLog(1, "conversion failed -> abort");
+            return 0;
+        }
+    }
+    pFileText[converted] = '\n';
+    pFileText[converted + 1] = 0;
+    *lastLineFeed = static_cast<DWORD>(converted);
+    return 1;
+}
+
+void CCfgReader::ParseIniText(DWORD lastLineFeed) {
+    CfgSection* section = nullptr;
+    DWORD lineNumber = 1;
+    char* next = pFileText;
+    for (const char* const last = pFileText + lastLineFeed; next <= last; ++lineNumber) {
+        char* line = next;
+        const LineExtent extent = FindLineEnd(line);
+        next = extent.lineEnd + 1;
+        if (IsLineEnd(*next)) {
+            ++next;
+        }
+        char* textEnd = extent.textEnd;
+        while (textEnd > line && IsBlankOrTab(textEnd[-1])) {
+            --textEnd;
+        }
+        *textEnd = 0;
+        const auto length = static_cast<DWORD>(textEnd - line);
+        switch (line[0]) {
+        case 0:
+        case ';':
+        case '#':
+            continue;
+        case '[':
+            if (textEnd[-1] == ']') {
+                section = AddIniSection(line, length, section);
+                continue;
+            }
+            break;
+        default:
+            break;
+        }
+        if (section == nullptr || static_cast<signed char>(line[0]) < FirstKeyCharacter) {
+            continue;
+        }
+        if (!AddIniValue(section, line, length, lineNumber)) {
+            return;
+        }
+    }
+}
+
+// Returns: the section whose values follow: the new one, `current` when the line counts for nothing, or null when the
+// values that follow are to be dropped.
+CfgSection* CCfgReader::AddIniSection(char* line, DWORD length, CfgSection* current) {
+    if (length >= SectionLineLimit || length <= 2) {
+        return current;
+    }
+    char* name = line + 1;
+    line[length - 1] = 0;
+    char baseName[SectionLineLimit];
+    memcpy(baseName, name, length - 1);
+    LONG number = NoSectionNumber;
+    TakeNumber(baseName, &number, NoSectionNumber);
+    const LONG type = FindSectionType(baseName, number);
+    if (type < 0) {
+        return nullptr;
+    }
+    WriteLog(3, " section [%s%s] found", baseName, SectionNumberSuffix(number));
+    if (number < 0 || number > MaxSectionNumber) {
+        WriteLog(1, "section [%s] has a number above %i -> ignored", name, MaxSectionNumber - 1);
+        return nullptr;
+    }
+    if (CfgSections[type][number] != nullptr) {
+        WriteLog(1, "section [%s] is defined twice", name);
+        return nullptr;
+    }
+    CfgSection* section = AddSection(type, number);
+    section->szKeyName = name;
+    return section;
+}

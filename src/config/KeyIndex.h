@@ -1,0 +1,27 @@
+// Names with a number in them: keys such as "open3" or "BusType2" made from a template that ends in an underscore, and
+// section names such as "ComPorts12". Called by the reader, the section matching and the action sections. Any thread,
+// no lock.
+#pragma once
+
+#include <cstddef>
+
+#include "platform/win32.h"
+
+// The section without a number; callers walk 1 to 99 and try this one last.
+constexpr LONG NoSectionNumber = 100;
+
+// Rewrites the last place of the key in `text`, where its template has the underscore.
+// sizeWithTerminator: sizeof of the template, so that the place is found again in a buffer already rewritten.
+// index: a plain number 1 to 9 or a character '1' to '9' puts the digit there; 10 and the character '0' cut the key off
+// there. Any other index cuts it off as well: an underscore never reaches a key name.
+void SetKeyIndex(char* text, size_t sizeWithTerminator, DWORD index);
+
+// The same for a buffer that holds exactly one template.
+template<size_t N>
+void SetKeyIndex(char (&text)[N], DWORD index) {
+    SetKeyIndex(text, N, index);
+}
+
+// Returns: the decimal text of a number up to 99 for log lines and messages, the empty text for any number above it.
+// One row of a constant table; never to be freed, good for the life of the process.
+const char* SectionNumberSuffix(LONG number);

@@ -1,0 +1,155 @@
+#include "engine/AssignmentCheck.h"
+
+#include "engine/AssignmentSteps.h"
+#include "engine/RenamingLoop.h"
+#include "engine/SectionMatching.h"
+#include "inventory/CUsbHubs.h"
+#include "inventory/ComNameArbiter.h"
+#include "inventory/ComPortNumber.h"
+#include "inventory/DeviceControl.h"
+#include "inventory/DeviceTree.h"
+#include "support/LogFile.h"
+#include "support/OsVersion.h"
+#include "support/ProcessState.h"
+#include "support/ScopeGuard.h"
+
+static constexpr DWORD PortNamesBytes = 2048;
+static constexpr LONG LowestNumber = 1;
+static constexpr LONG HighestNumber = 65536;
+static constexpr int ComLength = 3;
+
+// In the order in which they are read, which is that of preference.
+static constexpr const char* PortNameKeys[] = {
+    "PortNames", "PortName",  "PortName1", "PortName2", "PortName3", "PortName4",
+    "PortName5", "PortName6", "PortName7", "PortName8", "PortName9",
+};
+static_assert(sizeof(PortNameKeys) / sizeof(PortNameKeys[0]) == 11);
+
+static bool LooksLikeComPort(const char* name) {
+    return name[0] == 'C' && name[1] == 'O' && name[2] == 'M';
+}
+
+LONG GetPortNamesFromSection(CfgSectionType sectionType, LONG sectionNumber, DWORD* numbers) {
+    LONG count = 0;
+    for (const char* key : PortNameKeys) {
+        char value[PortNamesBytes];
+        if (g_pCfgReader->GetString(sectionType, sectionNumber, key, "", value, sizeof(value)) == 0) {
+            continue;
+        }
+        for (const char* at = StrStrIA(value, "COM"); at != nullptr; at = StrStrIA(at, "COM")) {
+            at += ComLength;
+            const LONG number = StrToIntA(at);
+            if (number < LowestNumber || number > HighestNumber) {
+                continue;
+            }
+            if (count == MaxNewPorts) {
+                return count;
+            }
+            numbers[count++] = static_cast<DWORD>(number);
+        }
+    }
+    return count;
+}
+
+int CheckComPortAssignment(int index) {
+    WriteLog(1, "-------------------------");
+    WriteLog(1, "CheckComPortAssignment(%i)", index);
+    CComPort* port = g_pComPorts->Ports[index];
+    if (port == nullptr) {
+        return NumberUnchanged;
+    }
+    WriteLog(1, " regportname='%s' portname='%s' portnum=%i kn='%s' devid='%s'", port->szRegPortName, port->szPortName,
+             port->PortNumber, port->szKernelNameCom, port->DeviceID);
+    if (port->DeviceID[0] == 0) {
+        WriteLog(1, " not an actual device -> abort");
+        return NumberUnchanged;
+    }
+    if (!LooksLikeComPort(port->szRegPortName)) {
+        WriteLog(1, " does not look like a 'COM' port -> abort");
+        port->PortChangeDone = 1;
+        return NumberUnchanged;
+    }
+
+    Assignment check = {};
+    check.port = port;
+    FindHolderOfRegistryName(&check);
+    check.section = GetFittingSectionNumber(port, ComPorts);
+    if (check.section == 0) {
+        if (port->Problem == 0 && port->szPortName[0] != 0) {
+            WriteLog(1, "no [ComPortsNN] section for this port -> no change");
+            port->PortChangeDone = 1;
+            return NumberUnchanged;
+        }
+        if (port->MarkedForRestart || port->szPortName[0] == 0) {
+            TakeOverLateName(port);
+        }
+    } else {
+        WriteLog(1, "using section [%s%s]", SectionTypeName(ComPorts), SectionNumberSuffix(check.section));
+        check.newPortCount = GetPortNamesFromSection(ComPorts, check.section, check.newPorts);
+        if ((check.otherPort != nullptr && check.otherPort->Problem == 0) || port->MarkedForRestart) {
+            AppendFreeNumber(&check);
+        }
+        if (check.newPortCount == 0) {
+            WriteLog(1, "no ComPort defined in section");
+            port->PortChangeDone = 1;
+            return NumberUnchanged;
+        }
+    }
+
+    BuildNewPortNames(&check);
+    if (check.newPorts[0] == static_cast<DWORD>(port->PortNumber)) {
+        KeepPresentNumber(port);
+        return NumberUnchanged;
+    }
+    // A port with a conflict or a problem needs its restart: moving the name alone would hide what is wrong.
+    if (check.otherPort == nullptr && !port->MarkedForRestart && port->Problem == 0 && port->szKernelNameCom[0] != 0) {
+        check.quickAndDirty = ReadQuickMode(check);
+    }
+    return RenamePort(&check);
+}
+
+LONG CheckAllComPortAssignments() {
+    LONG changed = 0;
+    for (LONG index = 0; index < g_pComPorts->PortCount; ++index) {
+        const CComPort* port = g_pComPorts->Ports[index];
+        if (port == nullptr || (!port->IsPresent && !port->MarkedForRestart)) {
+            continue;
+        }
+        int result = NumberUnchanged;
+        {
+            LockGuard assign(CS_assign);
+            result = CheckComPortAssignment(index);
+        }
+        if (result == NumberChanged) {
+            ++changed;
+        } else if (result == NumberUnchanged) {
+            ComNameArbiterAdd(port->PortNumber);
+        }
+        FixFriendlyName(port->szRegEnumPath, port->PortNumber);
+    }
+    return changed;
+}
+
+// Takes the power from the hub port on which the upper device, itself a hub, sits. Returns: whether that restarted it.
+static bool CycleUpperHub(DWORD devInst) {
+    if (g_pUsbHubs == nullptr || !g_Os.CanCycleUsbPort || !IsUsbDevice(devInst)) {
+        return false;
+    }
+    HubReader reader(g_pUsbHubs);
+    const auto* hub = g_pUsbHubs->FindHubByDevInst(devInst);
+    if (hub == nullptr || hub->PortNumber <= 0) {
+        return false;
+    }
+    const DWORD parentDevInst = GetParentDevInst(devInst);
+    const auto* parent = parentDevInst != 0 ? g_pUsbHubs->FindHubByDevInst(parentDevInst) : nullptr;
+    return parent != nullptr && CycleUsbPort(parent->szDevPath, static_cast<DWORD>(hub->PortNumber)) != 0;
+}
+
+void RestartDevice_TimerProc(DWORD, ULONG_PTR devInst) {
+    const auto node = static_cast<DWORD>(devInst);
+    WriteLog(2, "RestartDevice_TimerProc(%u)", node);
+    LockGuard main(CS_main);
+    if (!CycleUpperHub(node)) {
+        PerformDevicePropertyChange(node);
+    }
+}

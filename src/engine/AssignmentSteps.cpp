@@ -1,0 +1,261 @@
+#include "engine/AssignmentSteps.h"
+
+#include "actions/CallBackTimer.h"
+#include "config/CSettings.h"
+#include "engine/SectionMatching.h"
+#include "inventory/CDosDeviceNames.h"
+#include "inventory/CUsbHubs.h"
+#include "inventory/ComNameArbiter.h"
+#include "inventory/ComPortNumber.h"
+#include "inventory/DeviceControl.h"
+#include "support/BoundedText.h"
+#include "support/DiagnosticNames.h"
+#include "support/LogFile.h"
+#include "support/OsVersion.h"
+
+static constexpr DWORD LateNameWaitMs = 1000;
+static constexpr LONG PutOffRestartMs = 4000;
+static constexpr DWORD NewNameWaitMs = 5000;
+static constexpr DWORD NewNamePauseMs = 10;
+static constexpr DWORD ProblemWillBeRemoved = 21; // CM_PROB_WILL_BE_REMOVED
+static constexpr int ComLength = 3;
+
+// Name, digits and number of the DOS name in force follow the registry name.
+static void SetNameInForce(CComPort* port) {
+    CopyText(port->szPortName, port->szRegPortName);
+    port->PortNumber = GetNumberOfPortName(port->szPortName);
+    CopyText(port->PortNumberText, port->PortNumber != 0 ? port->szPortName + ComLength : "");
+}
+
+static void LogDeletion(const char* name, int isDeleted) {
+    if (isDeleted) {
+        WriteLog(1, "%s removed", name);
+    } else {
+        WriteLog(1, "err=%s", LastErrorName());
+    }
+}
+
+void FindHolderOfRegistryName(Assignment* check) {
+    const CComPort* port = check->port;
+    const int index = g_pComPorts->FindPortByComPort(port->szRegPortName, port);
+    if (index < 0) {
+        WriteLog(4, " no other port has the same port name -> good");
+        return;
+    }
+    check->otherPort = g_pComPorts->Ports[index];
+    if (!LogFile_Wants(3)) {
+        return;
+    }
+    WriteLog(3, "%s seems to be used by %s (%s) -> check", port->szRegPortName, check->otherPort->szPortName,
+             check->otherPort->DeviceID);
+    char target[kDosTargetSize];
+    if (QueryDosName(port->szRegPortName, target)) {
+        WriteLog(3, " kn=%s", target);
+    } else {
+        WriteLog(3, " no, unused");
+    }
+}
+
+void TakeOverLateName(CComPort* port) {
+    WriteLog(1, "device has %s in registry but is not assigned", port->szRegPortName);
+    Sleep(LateNameWaitMs);
+    char target[kDosTargetSize];
+    if (!QueryDosName(port->szRegPortName, target)) {
+        return;
+    }
+    CopyText(port->szKernelNameCom, target);
+    SetNameInForce(port);
+    WriteLog(1, " oh, there it is %s -> %s", port->szPortName, port->szKernelNameCom);
+}
+
+void AppendFreeNumber(Assignment* check) {
+    if (check->newPortCount == MaxNewPorts) {
+        return;
+    }
+    const LONG number = g_pComPorts->FindFreePortNumber();
+    if (number == 0) {
+        return;
+    }
+    check->newPorts[check->newPortCount++] = static_cast<DWORD>(number);
+    WriteLog(1, "adding COM%i to list of new ports because %s is in use and we must change the port", number,
+             check->port->szRegPortName);
+}
+
+void BuildNewPortNames(Assignment* check) {
+    for (LONG i = 0; i < check->newPortCount; ++i) {
+        FormatText(check->newPortNames[i], "COM%u", check->newPorts[i]);
+    }
+    if (!LogFile_Wants(1)) {
+        return;
+    }
+    // A list that is longer than the line is cut; the numbers of most preference stand first.
+    char list[512] = "";
+    for (LONG i = 0; i < check->newPortCount; ++i) {
+        AppendText(list, i != 0 ? ", " : "");
+        AppendText(list, check->newPortNames[i]);
+    }
+    WriteLog(1, "new ComPorts=%s", list);
+}
+
+LONG ReadQuickMode(const Assignment& check) {
+    const LONG general = g_pSettings != nullptr ? g_pSettings->QuickAndDirtyMode : 0;
+    LONG mode = general;
+    g_pCfgReader->GetInt(ComPorts, check.section, "QuickAndDirtyMode", general, &mode);
+    if (mode != general) {
+        WriteLog(1, "QuickAndDirty overrule=%u", static_cast<DWORD>(mode));
+    }
+    return mode;
+}
+
+void KeepPresentNumber(CComPort* port) {
+    WriteLog(1, "current portnumber %i is configured -> nothing more to do", port->PortNumber);
+    ComNameArbiterAdd(port->PortNumber);
+    port->PortChangeDone = 1;
+}
+
+void KeepWantedOfTwoNames(CComPort* port, const char* name) {
+    // A registry name that is the wanted one already is no old name: deleting it would leave the device without any.
+    if (lstrcmpiA(port->szRegPortName, name) != 0) {
+        WriteLog(1, "%s has two Win32 names: %s, %s -> delete %s", port->szKernelNameCom, port->szRegPortName, name,
+                 port->szRegPortName);
+        LogDeletion(port->szRegPortName, DeleteDosName(port->szRegPortName));
+    }
+    ComNameArbiterRemove(port->szRegPortName);
+    ComNameArbiterAddByName(name);
+    port->PortNumber = GetNumberOfPortName(name);
+    if (ChangeRegistryComPortNumber(port->szRegPortName, name, port->szRegEnumPath, port->szRegClassPath,
+                                    port->szKernelNameCom)) {
+        WriteLog(2, "update Port[%u] %s -> %s", static_cast<DWORD>(port->Index), port->szRegPortName, name);
+        CopyText(port->szRegPortName, name);
+    }
+    port->PortChangeDone = 1;
+}
+
+bool DoPortsWantEachOther(const Assignment& check) {
+    const LONG section = GetFittingSectionNumber(check.otherPort, ComPorts);
+    DWORD numbers[MaxNewPorts];
+    if (section == 0 || GetPortNamesFromSection(ComPorts, section, numbers) == 0 ||
+        numbers[0] != static_cast<DWORD>(check.port->PortNumber)) {
+        return false;
+    }
+    WriteLog(1, "other port will use section ComPorts%i with Port=COM%i -> swap ports", section,
+             static_cast<LONG>(numbers[0]));
+    return true;
+}
+
+bool DeleteStrayDosName(const char* name) {
+    const int isDeleted = DeleteDosName(name);
+    LogDeletion(name, isDeleted);
+    return isDeleted != 0;
+}
+
+bool WriteNewNumber(Assignment* check, const char* name) {
+    const CComPort* port = check->port;
+    WriteLog(1, "changing name to %s", name);
+    CopyText(check->szOldKernelName, port->szKernelNameCom);
+    CopyText(check->szOldRegPortName, port->szRegPortName);
+    return ChangeRegistryComPortNumber(port->szRegPortName, name, port->szRegEnumPath, port->szRegClassPath,
+                                       port->szKernelNameCom) != 0;
+}
+
+void UpdateRegistryName(Assignment* check, const char* name) {
+    CComPort* port = check->port;
+    WriteLog(2, "update Port[%u] %s -> %s", static_cast<DWORD>(port->Index), port->szRegPortName, name);
+    CopyText(port->szRegPortName, name);
+    WriteLog(2, "SameParentArrivalTicker=%u PortArrivalTicker=%u  Diff=%u", port->SameParentArrivalTicker,
+             port->ArrivalTicker, port->ArrivalTicker - port->SameParentArrivalTicker);
+    ComNameArbiterRemove(check->szOldRegPortName);
+    ComNameArbiterAddByName(name);
+}
+
+bool MoveDosName(Assignment* check, const char* name) {
+    if (!ChangeDosDeviceComPortNumber(check->szOldRegPortName, name)) {
+        return false;
+    }
+    check->port->PortChangedByDdn = 1;
+    SetNameInForce(check->port);
+    return true;
+}
+
+void PutOffRestart(CComPort* port) {
+    // The upper device's node is the id: all ports below it share one timer, and one restart serves them all.
+    KillCallbackTimer(port->SameParentDevInst);
+    CreateCallbackTimer(PutOffRestartMs, port->SameParentDevInst, port->SameParentDevInst, RestartDevice_TimerProc,
+                        "RestartSameParent");
+    port->ChangePortTicker = GetTickCount() + static_cast<DWORD>(PutOffRestartMs);
+}
+
+bool IsCyclable(const CComPort* port) {
+    return g_Os.CanCycleUsbPort && port->BusType == kBusUsb;
+}
+
+static bool CycleHubPort(const CComPort* port) {
+    HubReader reader(g_pUsbHubs);
+    const auto* hub = g_pUsbHubs != nullptr ? g_pUsbHubs->FindHubByDevInst(port->HubDevInst) : nullptr;
+    return hub != nullptr && CycleUsbPort(hub->szDevPath, port->UsbPortNumber) != 0;
+}
+
+bool RestartForNewNumber(CComPort* port) {
+    if (port->Problem != 0 && port->Problem != ProblemWillBeRemoved) {
+        return (IsCyclable(port) && CycleHubPort(port)) || PerformComPortDisableEnable(port) != 0;
+    }
+    if (IsCyclable(port)) {
+        if (IsUsbCompoundDevice(port->UsbDevInst)) {
+            WriteLog(3, "is USB compound device -> do not restart the USB port");
+        } else if (CycleHubPort(port)) {
+            return true;
+        }
+    }
+    return PerformComPortPropertyChange(port) != 0;
+}
+
+void WaitForNewName(CComPort* port) {
+    const DWORD start = GetTickCount();
+    port->ChangePortTicker = start;
+    port->RestartTicker = start;
+    SetNameInForce(port);
+    WriteLog(1, "waiting for %s to appear...", port->szRegPortName);
+    char target[kDosTargetSize];
+    while (!QueryDosName(port->szRegPortName, target)) {
+        if (GetTickCount() - start >= NewNameWaitMs) {
+            WriteLog(1, "QueryDosDevice(%s)  err=%s  :-(", port->szRegPortName, LastErrorName());
+            return;
+        }
+        WriteLog(3, "QueryDosDevice(%s)  err=%s", port->szRegPortName, LastErrorName());
+        Sleep(NewNamePauseMs);
+    }
+    WriteLog(1, "QueryDosDevice(%s)...  kn=%s", port->szRegPortName, target);
+    CopyText(port->szKernelNameCom, target);
+}
+
+void DeleteOldName(const Assignment& check) {
+    // A restart under the name that the registry held before has no old name: it would delete what just appeared.
+    if (lstrcmpiA(check.szOldRegPortName, check.port->szRegPortName) == 0) {
+        return;
+    }
+    char target[kDosTargetSize];
+    if (!QueryDosName(check.szOldRegPortName, target) || lstrcmpA(target, check.szOldKernelName) != 0) {
+        return;
+    }
+    WriteLog(1, "old %s still there as %s -> delete", check.szOldRegPortName, target);
+    if (!DeleteDosName(check.szOldRegPortName)) {
+        WriteLog(1, " err=%s", LastErrorName());
+    }
+}
+
+void RestoreOtherPortsName(const CComPort* otherPort) {
+    char target[kDosTargetSize];
+    if (otherPort == nullptr || otherPort->szKernelNameCom[0] == 0 || QueryDosName(otherPort->szRegPortName, target)) {
+        return;
+    }
+    WriteLog(1, "%s has lost its DDN '%s' -> restore", otherPort->DeviceID, otherPort->szRegPortName);
+    if (!CreateDosName(otherPort->szRegPortName, otherPort->szKernelNameCom)) {
+        WriteLog(1, " err=%s", LastErrorName());
+    }
+}
+
+void CleanDeviceMap(const Assignment& check) {
+    if (check.szOldKernelName[0] != 0 && lstrcmpA(check.port->szKernelNameCom, check.szOldKernelName) != 0) {
+        DeleteSerialCommValue(check.port->szKernelNameCom);
+    }
+}

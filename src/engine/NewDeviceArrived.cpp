@@ -1,0 +1,317 @@
+#include "engine/NewDeviceArrived.h"
+
+#include "actions/CallBackTimer.h"
+#include "config/CSettings.h"
+#include "engine/PortArrival.h"
+#include "inventory/CComPorts.h"
+#include "inventory/CDeviceArrivals.h"
+#include "inventory/CUsbHubs.h"
+#include "inventory/CUsbRoothubs.h"
+#include "inventory/RestartMarks.h"
+#include "support/BoundedText.h"
+#include "support/DiagnosticNames.h"
+#include "support/InterfaceClasses.h"
+#include "support/LogFile.h"
+#include "support/OsVersion.h"
+#include "support/ServiceRun.h"
+#include "support/StringTools.h"
+#include "support/WorkerThreads.h"
+
+static constexpr DWORD DevnodesChangedTimerId = 0x12340011;
+static constexpr LONG DevnodesChangedDelayMs = 1000;
+static constexpr UINT WindowProbeMs = 100;
+static constexpr DWORD WindowProbePauseMs = 1000;
+static constexpr DWORD NotifyAllInterfaceClasses = 4;
+static constexpr DWORD Windows2000 = 0x0500;
+static constexpr size_t DevicePathChars = 260;
+
+static_assert(sizeof(DEV_BROADCAST_DEVICEINTERFACE_A) == 32);
+
+namespace {
+struct RegisteredClass {
+    const char* logName;
+    GUID interfaceClass;
+};
+
+// What follows from an event of an interface class.
+enum class DeviceRoad {
+    None,
+    Port,
+    RootHub,
+    Hub,
+};
+
+struct DeviceClassRow {
+    GUID interfaceClass;
+    const char* pathPart; // null: any path; else only a path with this part, without regard to case
+    char letter;
+    const char* name;
+    LONG arrivalLevel;
+    LONG removalLevel; // 0: a removal is not looked at
+    DeviceRoad road;
+};
+} // namespace
+
+// In the order of registration.
+static constexpr RegisteredClass RegisteredClasses[] = {
+    {"COMPORT", InterfaceClass::ComPort},      {"SERENUM_BUS_ENUMERATOR", InterfaceClass::SerenumBusEnumerator},
+    {"MODEM", InterfaceClass::Modem},          {"USB_HUB", InterfaceClass::UsbHub},
+    {"USB_DEVICE", InterfaceClass::UsbDevice},
+};
+static constexpr size_t RegisteredClassCount = sizeof(RegisteredClasses) / sizeof(RegisteredClasses[0]);
+static_assert(RegisteredClassCount == 5);
+
+// In the order of the test; a root hub is told from another hub by its path, so its row stands first.
+static constexpr DeviceClassRow DeviceClasses[] = {
+    {InterfaceClass::ComPort, nullptr, 'C', "COM-Port", 1, 1, DeviceRoad::Port},
+    {InterfaceClass::Modem, nullptr, 'M', "Modem", 4, 4, DeviceRoad::Port},
+    {InterfaceClass::UsbDevice, nullptr, 'U', "USB-Device", 4, 1, DeviceRoad::None},
+    {InterfaceClass::SerenumBusEnumerator, nullptr, 'S', "SerialBusEnumerator-Device", 4, 0, DeviceRoad::None},
+    {InterfaceClass::UsbHub, "root", 'R', "USB RootHub", 1, 1, DeviceRoad::RootHub},
+    {InterfaceClass::UsbHub, nullptr, 'H', "USB Hub", 1, 1, DeviceRoad::Hub},
+};
+static_assert(sizeof(DeviceClasses) / sizeof(DeviceClasses[0]) == 6);
+
+// One for each row of the class table and a closing zero. Written once before the first notification, read when the
+// window closes, on the same thread.
+static HDEVNOTIFY DevNotifyHandles[RegisteredClassCount + 1];
+
+static void ProbeWindow(HWND window) {
+    DWORD_PTR result = 0;
+    while (SendMessageTimeoutA(window, WM_NULL, 0, 0, SMTO_ABORTIFHUNG, WindowProbeMs, &result) == 0) {
+        if (!IsServiceProcess()) {
+            return;
+        }
+        WriteLog(2, "msgwin no response");
+        Sleep(WindowProbePauseMs);
+    }
+}
+
+static HDEVNOTIFY RegisterInterfaceClass(HANDLE recipient, DWORD flags, const char* logName,
+                                         const GUID& interfaceClass) {
+    DEV_BROADCAST_DEVICEINTERFACE_A filter = {};
+    filter.dbcc_size = sizeof(filter);
+    filter.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
+    filter.dbcc_classguid = interfaceClass;
+    HDEVNOTIFY handle = RegisterDeviceNotificationA(recipient, &filter, flags);
+    WriteLog(3, "RegisterDeviceNotification(%s) hDevNotify=0x%p", logName, handle);
+    if (handle == nullptr) {
+        WriteLog(1, " failed  err=%u", GetLastError());
+    }
+    return handle;
+}
+
+static bool ContainsMark(const char* path, const char* mark) {
+    return mark[0] != 0 && StrStrIA(path, mark) != nullptr;
+}
+
+static const DeviceClassRow* FindDeviceClass(const GUID& interfaceClass, const char* path) {
+    for (const DeviceClassRow& row : DeviceClasses) {
+        if (SameGuid(row.interfaceClass, interfaceClass) &&
+            (row.pathPart == nullptr || StrStrIA(path, row.pathPart) != nullptr)) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+static void RescanHubs(DeviceRoad road) {
+    // The names of the hubs begin with what the root hubs' list knows, so that one comes first.
+    if (road == DeviceRoad::RootHub && g_pUsbRoothubs != nullptr) {
+        g_pUsbRoothubs->CreateSnapshot();
+    }
+    if (g_pUsbHubs != nullptr) {
+        g_pUsbHubs->CreateSnapshot();
+    }
+}
+
+// Starts what the class asks for. Returns: the thread of a port's arrival, or null.
+static HANDLE StartArrival(const GUID& interfaceClass, const char* path) {
+    const DeviceClassRow* row = FindDeviceClass(interfaceClass, path);
+    if (row == nullptr) {
+        return nullptr;
+    }
+    WriteLog(row->arrivalLevel, "-------------------- +%c+ ---------------------", row->letter);
+    WriteLog(row->arrivalLevel, "+++ New %s DevPath=%s", row->name, path);
+    switch (row->road) {
+    case DeviceRoad::Port:
+        return ComPortArrivedAsync(path);
+    case DeviceRoad::RootHub:
+    case DeviceRoad::Hub:
+        RescanHubs(row->road);
+        return nullptr;
+    case DeviceRoad::None:
+        return nullptr;
+    }
+    return nullptr;
+}
+
+static void RouteArrival(const DEV_BROADCAST_DEVICEINTERFACE_A& device) {
+    char path[DevicePathChars];
+    WideOrAnsiToAnsi(path, device.dbcc_name);
+    WriteLog(3, "+++ New dev classguid=%s devpath=%s", DeviceGuidName(device.dbcc_classguid), path);
+    WriteLog(3, "r1=%s r2=%s", szRestarting1, szRestarting2);
+    // The arrival is the end of our own restart: whatever comes from this path next is the user's doing.
+    char* const marks[] = {szRestarting1, szRestarting2};
+    for (char* mark : marks) {
+        if (ContainsMark(path, mark)) {
+            mark[0] = 0;
+            WriteLog(3, "the device we are just restarting -> abort");
+            return;
+        }
+    }
+    HANDLE thread = StartArrival(device.dbcc_classguid, path);
+    if (g_pDeviceArrivals != nullptr) {
+        g_pDeviceArrivals->AddDeviceArrival(path, &device.dbcc_classguid);
+    }
+    if (thread != nullptr) {
+        CloseHandle(thread);
+    }
+}
+
+static void RouteRemoval(const DEV_BROADCAST_DEVICEINTERFACE_A& device) {
+    WriteLog(3, "DBT_DEVICEREMOVECOMPLETE");
+    WriteLog(3, "r1=%s r2=%s", szRestarting1, szRestarting2);
+    char path[DevicePathChars];
+    WideOrAnsiToAnsi(path, device.dbcc_name);
+    if (ContainsMark(path, szRestarting1) || ContainsMark(path, szRestarting2)) {
+        WriteLog(3, "the device we are just restarting -> abort");
+        return;
+    }
+    WriteLog(3, "+++ Removed dev classguid=%s devpath=%s", DeviceGuidName(device.dbcc_classguid), path);
+    const DeviceClassRow* row = FindDeviceClass(device.dbcc_classguid, path);
+    if (row == nullptr || row->removalLevel == 0) {
+        return;
+    }
+    WriteLog(row->removalLevel, "-------------------- -%c- ---------------------", row->letter);
+    WriteLog(row->removalLevel, "+++ Removed %s DevPath=%s", row->name, path);
+    switch (row->road) {
+    case DeviceRoad::Port:
+        ComPortRemoved(path);
+        return;
+    case DeviceRoad::RootHub:
+    case DeviceRoad::Hub:
+        RescanHubs(row->road);
+        return;
+    case DeviceRoad::None:
+        return;
+    }
+}
+
+static void LogPortName(const DEV_BROADCAST_HDR* broadcast) {
+    char name[DevicePathChars];
+    WideOrAnsiToAnsi(name, reinterpret_cast<const DEV_BROADCAST_PORT_A*>(broadcast)->dbcp_name);
+    WriteLog(3, " name=%s", name);
+}
+
+void RegisterDeviceNotifications(HANDLE recipient, DWORD flags) {
+    WriteLog(3, "RegisterDeviceNotifications hRecipient=0x%p Flags=0x%X", recipient, flags);
+    if (flags == DEVICE_NOTIFY_WINDOW_HANDLE) {
+        ProbeWindow(static_cast<HWND>(recipient));
+    }
+    if (g_Os.VersionBcd != Windows2000 && g_pSettings != nullptr && g_pSettings->RegisterAllDevClasses) {
+        DevNotifyHandles[0] = RegisterInterfaceClass(recipient, flags | NotifyAllInterfaceClasses, "ALL", GUID{});
+        return;
+    }
+    for (size_t i = 0; i < RegisteredClassCount; ++i) {
+        DevNotifyHandles[i] =
+            RegisterInterfaceClass(recipient, flags, RegisteredClasses[i].logName, RegisteredClasses[i].interfaceClass);
+    }
+}
+
+void UnregisterDeviceNotifications() {
+    for (HDEVNOTIFY& handle : DevNotifyHandles) {
+        if (handle == nullptr) {
+            return;
+        }
+        UnregisterDeviceNotification(handle);
+        handle = nullptr;
+    }
+}
+
+DWORD DeviceChangeMsg(DWORD eventCode, const DEV_BROADCAST_HDR* broadcast) {
+    WriteLog(3, "WM_DEVICE_CHANGE ---------------------->");
+    const DWORD deviceType = broadcast != nullptr ? broadcast->dbch_devicetype : 0;
+    const bool isInterface = broadcast != nullptr && deviceType == DBT_DEVTYP_DEVICEINTERFACE;
+    const bool isPort = broadcast != nullptr && deviceType == DBT_DEVTYP_PORT;
+    const auto* device = reinterpret_cast<const DEV_BROADCAST_DEVICEINTERFACE_A*>(broadcast);
+    switch (eventCode) {
+    case DBT_DEVNODES_CHANGED:
+        WriteLog(3, "DBT_DEVNODES_CHANGED");
+        // One id for all of them: each event of a burst starts the second of quiet anew.
+        CreateCallbackTimer(DevnodesChangedDelayMs, DevnodesChangedTimerId, /*context=*/0,
+                            ProcessDevnodesChanged_TimerProc);
+        break;
+    case DBT_DEVICEARRIVAL:
+        if (isInterface) {
+            RouteArrival(*device);
+        } else if (isPort) {
+            LogPortName(broadcast);
+        }
+        break;
+    case DBT_DEVICEREMOVECOMPLETE:
+        if (isInterface) {
+            RouteRemoval(*device);
+        } else if (isPort) {
+            LogPortName(broadcast);
+        }
+        break;
+    case DBT_DEVICEQUERYREMOVE:
+        if (isInterface) {
+            WriteLog(3, "DBT_DEVICEQUERYREMOVE");
+        }
+        [[fallthrough]];
+    default:
+        WriteLog(3, "WM_DEVICE_CHANGE wParam=%08X", eventCode);
+        break;
+    }
+    WriteLog(3, "<-------------------- /WM_DEVICE_CHANGE");
+    return 0;
+}
+
+LRESULT CALLBACK MainWndProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam) {
+    switch (msg) {
+    case WM_DEVICECHANGE:
+        DeviceChangeMsg(static_cast<DWORD>(wParam), reinterpret_cast<const DEV_BROADCAST_HDR*>(lParam));
+        break;
+    case WM_CLOSE:
+        UnregisterDeviceNotifications();
+        PostThreadMessageA(GetRunThreadId(), WM_QUIT, 0, 0);
+        break;
+    default:
+        break;
+    }
+    return DefWindowProcA(hwnd, msg, wParam, lParam);
+}
+
+HANDLE ComPortArrivedAsync(const char* devpath) {
+    char* copy = new char[DevicePathChars];
+    CopyText(copy, DevicePathChars, devpath);
+    DWORD threadId = 0;
+    WorkerStarting();
+    HANDLE thread = CreateThread(nullptr, 0, ComPortArrived_ThreadProc, copy, 0, &threadId);
+    if (thread == nullptr) {
+        WorkerEnded();
+        delete[] copy;
+    }
+    return thread;
+}
+
+DWORD WINAPI ComPortArrived_ThreadProc(void* param) {
+    const WorkerScope worker;
+    char devpath[DevicePathChars];
+    CopyText(devpath, static_cast<const char*>(param));
+    delete[] static_cast<char*>(param);
+    WriteLog(4, "ComPortArrived_ThreadProc(%s) ------>", devpath);
+    ComPortArrived(devpath);
+    WriteLog(4, "<------ /ComPortArrived_ThreadProc");
+    return 1;
+}
+
+void ProcessDevnodesChanged_TimerProc(DWORD, ULONG_PTR) {
+    if (g_pComPorts == nullptr) {
+        return;
+    }
+    g_pComPorts->FindNewProblemDevices();
+    g_pComPorts->FindRemovedProblemDevices();
+}

@@ -1,0 +1,226 @@
+#include "engine/PortArrival.h"
+
+#include "actions/CallBackTimer.h"
+#include "config/CCfgReader.h"
+#include "config/CSettings.h"
+#include "engine/AssignmentCheck.h"
+#include "inventory/CComPorts.h"
+#include "inventory/CDosDeviceNames.h"
+#include "inventory/CUsbHubs.h"
+#include "inventory/ComNameArbiter.h"
+#include "inventory/ComPortNumber.h"
+#include "inventory/DeviceControl.h"
+#include "inventory/DevicePaths.h"
+#include "inventory/DeviceProperties.h"
+#include "support/BoundedText.h"
+#include "support/DiagnosticNames.h"
+#include "support/LogFile.h"
+#include "support/ProcessState.h"
+#include "support/ScopeGuard.h"
+
+// All on unsigned differences of ticks.
+static constexpr DWORD OwnChangeMs = 5000;       // up to and with it, an arrival is the one that our last change caused
+static constexpr DWORD OwnRestartMs = 5000;      // below it, a removal is the one that our own restart caused
+static constexpr DWORD FlickerMs = 1000;         // up to and with it, a port came and went without meaning
+static constexpr DWORD ChangeForgottenMs = 2000; // from it on, a change of the number does not explain a flicker
+
+static constexpr DWORD ArrivalBalloonTimerId = 0xBABA0001;
+static constexpr size_t LoggedDeviceIdChars = 200;
+
+static DWORD AgeOf(DWORD ticker) {
+    return GetTickCount() - ticker;
+}
+
+// For the log only: what registry and DOS name space say of the port before anything is done.
+static void LogNamesOfNewPort(const char* devpath) {
+    const DWORD devInst = GetDevInstByDevicePathAny(devpath, DIGCF_PRESENT);
+    char deviceId[LoggedDeviceIdChars];
+    char portName[128];
+    if (devInst == 0 || !ReadDeviceId(devInst, deviceId) || !GetRegPortNameByDeviceId(deviceId, portName)) {
+        return;
+    }
+    char target[kDosTargetSize];
+    const int exists = QueryDosName(portName, target);
+    WriteLog(1, "portreg=%s kn=%s", portName, exists ? target : LastErrorName());
+}
+
+static void ReadChangedConfiguration(const char* reason) {
+    if (g_pCfgReader != nullptr && g_pSettings != nullptr && g_pCfgReader->CreateSnapshotIfRequired(reason)) {
+        g_pSettings->ReadSettings();
+    }
+}
+
+static bool SharesHubPort(const CComPort* port) {
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        const CComPort* other = g_pComPorts->Ports[i];
+        if (other != nullptr && other != port && other->IsPresent && other->UsbPortChain == port->UsbPortChain) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Takes the power from the port's hub port, where the port has one for itself. Returns: whether it was restarted so.
+static bool CycleOwnHubPort(const CComPort* port) {
+    if (port->BusType != kBusUsb || port->HubDevInst == 0 || port->UsbPortNumber == 0 || SharesHubPort(port)) {
+        return false;
+    }
+    HubReader reader(g_pUsbHubs);
+    const auto* hub = g_pUsbHubs != nullptr ? g_pUsbHubs->FindHubByDevInst(port->HubDevInst) : nullptr;
+    return hub != nullptr && CycleUsbPort(hub->szDevPath, port->UsbPortNumber) != 0;
+}
+
+// Does the DOS name really lead to the port that was there first?
+static bool OwnsItsDosName(const CComPort* port) {
+    char target[kDosTargetSize];
+    if (QueryDosName(port->szRegPortName, target) && lstrcmpA(target, port->szKernelNameCom) == 0) {
+        WriteLog(1,
+                 " current kernel name of %s is %s which belongs to a previousely present port -> assign different "
+                 "port to new one",
+                 port->szRegPortName, target);
+        return true;
+    }
+    WriteLog(1,
+             " current kernel name of %s is %s which does not belong to the previousely present port -> good for the "
+             "new one",
+             port->szRegPortName, target);
+    return false;
+}
+
+// Gives the newcomer a free number and restarts it. Returns: false when there is no free number.
+static bool MoveToFreeNumber(CComPort* port) {
+    const LONG number = g_pComPorts->FindFreePortNumber();
+    if (number == 0) {
+        return false;
+    }
+    char name[16];
+    FormatText(name, "COM%i", number);
+    ChangeRegistryComPortNumber(port->szRegPortName, name, port->szRegEnumPath, port->szRegClassPath,
+                                port->szKernelNameCom);
+    ComNameArbiterAdd(number);
+    if (!CycleOwnHubPort(port)) {
+        PerformComPortPropertyChange(port);
+    }
+    return true;
+}
+
+// Looks for ports that were there first and own the newcomer's number.
+// Returns: whether the newcomer was moved; the arrival that its restart brings does the rest.
+static bool MoveAwayFromCollision(CComPort* port) {
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        const CComPort* other = g_pComPorts->Ports[i];
+        if (other == nullptr || other == port || !other->IsPresent || other->PortNumber != port->PortNumber) {
+            continue;
+        }
+        WriteLog(1, "P[%i] is present with %s (%s) -> collision?", other->Index, other->szPortName,
+                 other->szKernelNameCom);
+        if (OwnsItsDosName(other) && MoveToFreeNumber(port)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The balloon of an arrival is due unless the port only flickered and no change of its number explains that.
+static bool IsArrivalBalloonDue(const CComPort* port) {
+    if (g_pSettings == nullptr || !g_pSettings->Enabled) {
+        return false;
+    }
+    WriteLog(1, "P->ArrivalTicker - P->RemovalTicker=%u   ageof(P->ChangePortTicker)=%u",
+             port->ArrivalTicker - port->RemovalTicker, AgeOf(port->ChangePortTicker));
+    return port->ArrivalTicker - port->RemovalTicker > FlickerMs || AgeOf(port->ChangePortTicker) < ChangeForgottenMs;
+}
+
+static bool IsRemovalToBeTold(const CComPort* port) {
+    if (g_pSettings == nullptr || !g_pSettings->EnabledOnRemoval) {
+        return false;
+    }
+    WriteLog(1, "P->ArrivalTicker - P->RemovalTicker=%u   GetTickCount() - P->ChangePortTicker=%u",
+             port->ArrivalTicker - port->RemovalTicker, AgeOf(port->ChangePortTicker));
+    return port->RemovalTicker - port->ArrivalTicker > FlickerMs || AgeOf(port->ChangePortTicker) < ChangeForgottenMs;
+}
+
+void ComPortArrived(const char* devpath) {
+    WriteLog(1, "ComPortArrived(%s)...", devpath);
+    if (g_pComPorts == nullptr) { // a debug run whose initialisation outlasted the wait for it
+        WriteLog(1, "port not added");
+        return;
+    }
+    if (LogFile_Wants(1)) {
+        LogNamesOfNewPort(devpath);
+    }
+    g_pComPorts->ListPorts();
+    const int index = g_pComPorts->AddNewPort(devpath);
+    if (index < 0) {
+        WriteLog(1, "port not added");
+        return;
+    }
+    g_pComPorts->ListPorts();
+    ReadChangedConfiguration("ComPortArrived");
+
+    LockGuard main(CS_main);
+    CComPort* port = g_pComPorts->Ports[index];
+    if (port == nullptr || port->RecordValid != 1) {
+        FATAL_SOFT("NewDeviceArrived", "ComPortArrived");
+        return;
+    }
+    port->PortChangeDone = 0;
+    int result = 0;
+    if (port->ChangePortTicker != 0) {
+        WriteLog(1, "port was changed %ums before", AgeOf(port->ChangePortTicker));
+    }
+    // A change that was put off lies ahead of now: the huge difference lets its port be checked again.
+    if (AgeOf(port->ChangePortTicker) > OwnChangeMs) {
+        result = CheckComPortAssignment(index);
+    } else {
+        WriteLog(1, "CheckComPortAssignment skipped");
+    }
+    port->PortChangeDone = 1;
+    port->OnArrivalDone = 0;
+    port->OnRemovalDone = 0;
+
+    if (result == 0 && port->PortNumber != 0 && MoveAwayFromCollision(port)) {
+        return;
+    }
+    ComNameArbiterAdd(port->PortNumber);
+    if (result == 0) {
+        FixFriendlyName(port->szRegEnumPath, port->PortNumber);
+    } else if (result != 1 || g_pSettings == nullptr || !g_pSettings->QuickAndDirtyMode) {
+        return; // the arrival that the restart brings goes on from here
+    }
+    if (IsArrivalBalloonDue(port)) {
+        // The user is told of this arrival.
+    }
+    // The arrival is complete, and its actions are due whether or not the balloon is.
+}
+
+void ComPortRemoved(const char* devpath) {
+    WriteLog(1, "ComPortRemoved(%s)", devpath);
+    if (g_pComPorts == nullptr) {
+        WriteLog(1, " not found");
+        return;
+    }
+    g_pComPorts->ListPorts();
+    const int index = g_pComPorts->FindPortIdxByDevicePath(devpath);
+    if (index < 0) {
+        WriteLog(1, " not found");
+        return;
+    }
+    CComPort* port = g_pComPorts->Ports[index];
+    port->OnArrivalDone = 0;
+    if (AgeOf(port->RestartTicker) < OwnRestartMs) {
+        WriteLog(1, " port is restarting -> ignore removal");
+        return;
+    }
+    g_pComPorts->RemovePort(devpath);
+    g_pComPorts->ListPorts();
+    ReadChangedConfiguration("ComPortRemoved");
+    if (g_pCfgReader != nullptr && g_pSettings != nullptr && g_pSettings->ComNameArbiterClean[0] != 0) {
+        CleanRegComPortArbiter(g_pSettings->ComNameArbiterClean);
+    }
+    KillCallbackTimer(ArrivalBalloonTimerId);
+    if (!IsRemovalToBeTold(port)) {
+        return;
+    }
+    // The user is told of this removal: balloon and actions are due.
+}

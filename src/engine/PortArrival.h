@@ -1,0 +1,12 @@
+// What happens to a port once its device event has been recognised: its record, the assignment check, the collision
+// with a port that was there first, COM name database and friendly name, and whether the user is to hear of it. Tells
+// real events from those that this service causes by restarting a device.
+// Thread: ComPortArrived on the thread of that arrival, it takes CS_main after the record has been made; ComPortRemoved
+// on the thread of the notification, under CS_main in a service run and under no lock in a debug run.
+#pragma once
+
+#include "platform/win32.h"
+
+// devpath: interface path of the notification. Blocks for as long as the check needs, restarts included.
+void ComPortArrived(const char* devpath);
+void ComPortRemoved(const char* devpath);

@@ -1,0 +1,126 @@
+#include "engine/RenamingLoop.h"
+
+#include "config/CSettings.h"
+#include "inventory/CDosDeviceNames.h"
+#include "inventory/ComNameAvailability.h"
+#include "inventory/SwapPorts.h"
+#include "support/LogFile.h"
+#include "support/ProcessState.h"
+#include "support/ScopeGuard.h"
+
+static constexpr DWORD CameAlongMs = 30000; // below it, a port that followed its upper device came along with it
+
+namespace {
+// What one wanted number came to.
+enum class Candidate {
+    Taken,        // the next one is to be tried
+    IsPresent,    // the port has it already
+    WasSecond,    // the device had it as a second name
+    IsPartners,   // two ports want each other's numbers
+    IsInRegistry, // changed; the device is to follow
+};
+} // namespace
+
+static LONG TelitHack() {
+    return g_pSettings != nullptr ? g_pSettings->TelitHack : 0;
+}
+
+static bool IsRealDevice(const CComPort* port) {
+    return port != nullptr && static_cast<LONG>(port->DevInst) >= 0;
+}
+
+// The order is from the mildest means to the hardest: what the port has, a name that is free or only looks taken, the
+// next number, one of two names, a swap, a stray name. Another order would take a number away that need not go.
+static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) {
+    CComPort* port = check->port;
+    const char* name = check->newPortNames[i];
+    if (check->newPorts[i] == static_cast<DWORD>(port->PortNumber)) {
+        KeepPresentNumber(port);
+        return Candidate::IsPresent;
+    }
+    const bool isTableFree = g_pComPorts->IsComPortNameAvailable(name) != 0;
+    const bool isLast = i == check->newPortCount - 1;
+    if (!isTableFree && !isLast) {
+        WriteLog(1, "-> try next port");
+        return Candidate::Taken;
+    }
+    while (!IsComPortNameAvailable(name)) {
+        WriteLog(4, "TelitHack=%u", static_cast<DWORD>(TelitHack()));
+        char target[kDosTargetSize];
+        if (port->szKernelNameCom[0] == 0 || !QueryDosName(name, target)) {
+            return Candidate::Taken;
+        }
+        if (lstrcmpA(target, port->szKernelNameCom) == 0) {
+            KeepWantedOfTwoNames(port, name);
+            return Candidate::WasSecond;
+        }
+        check->otherPort = g_pComPorts->FindPortByComPort(name);
+        if (IsRealDevice(check->otherPort)) {
+            return DoPortsWantEachOther(*check) ? Candidate::IsPartners : Candidate::Taken;
+        }
+        if (!isTableFree || !TelitHack()) {
+            return Candidate::Taken;
+        }
+        WriteLog(1, "%s is present but should not. TelitHack=1 -> delete it...", name);
+        if (!DeleteStrayDosName(name)) {
+            return Candidate::Taken;
+        }
+    }
+    return WriteNewNumber(check, name) ? Candidate::IsInRegistry : Candidate::Taken;
+}
+
+// The registry holds the new number; the device has to follow, at once, later or by its DOS name alone.
+static int BringDeviceToName(Assignment* check, const char* name) QM_REQUIRES(CS_assign) {
+    CComPort* port = check->port;
+    UpdateRegistryName(check, name);
+    if (check->quickAndDirty != 0 && check->szOldKernelName[0] != 0) {
+        const bool isMoved = MoveDosName(check, name);
+        port->PortChangeDone = 1;
+        return isMoved ? NumberChanged : ChangeIncomplete;
+    }
+    if (port->ArrivalTicker - port->SameParentArrivalTicker < CameAlongMs && !IsCyclable(port)) {
+        WriteLog(1, "port came along with an upper device -> restart this later");
+        PutOffRestart(port);
+    } else if (RestartForNewNumber(port)) {
+        WaitForNewName(port);
+        DeleteOldName(*check);
+        RestoreOtherPortsName(check->otherPort);
+    }
+    CleanDeviceMap(*check);
+    port->PortChangeDone = 1;
+    return NumberChanged;
+}
+
+// Returns: the outcome of the first number that is not taken. result: of the check, unless two ports are to swap.
+static Candidate TryCandidates(Assignment* check, int* result) QM_REQUIRES(CS_assign) {
+    *result = NumberUnchanged;
+    for (LONG i = 0; i < check->newPortCount; ++i) {
+        const Candidate outcome = TryCandidate(check, i);
+        if (outcome == Candidate::Taken) {
+            continue;
+        }
+        if (outcome == Candidate::WasSecond) {
+            *result = NumberChanged;
+        } else if (outcome == Candidate::IsInRegistry) {
+            *result = BringDeviceToName(check, check->newPortNames[i]);
+        }
+        return outcome;
+    }
+    return Candidate::Taken;
+}
+
+int RenamePort(Assignment* check) {
+    int result = NumberUnchanged;
+    Candidate outcome;
+    {
+        LockGuard assign(CS_assign);
+        outcome = TryCandidates(check, &result);
+    }
+    if (outcome != Candidate::IsPartners) {
+        return result;
+    }
+    result = SwapPortNumbers(check->port, check->otherPort);
+    check->port->PortChangeDone = 1;
+    check->otherPort->PortChangeDone = 1;
+    return result;
+}

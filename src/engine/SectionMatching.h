@@ -1,0 +1,17 @@
+// Which section of the configuration means a port: the criteria keys of the numbered sections against the fields of the
+// port's record. The assignment check asks for ComPorts, the action road for the sections of arrival and removal.
+// Thread: any. Locks: none of its own; each read of a key takes the reader's lock, so a snapshot renewed meanwhile can
+// change the section between two keys.
+#pragma once
+
+#include "config/CCfgReader.h"
+#include "platform/win32.h"
+
+struct CComPort;
+
+// Returns: the number of the first fitting section, 1 to 99, or 100 for the one without a number, which is tried last;
+// 0 when none fits.
+LONG GetFittingSectionNumber(const CComPort* port, CfgSectionType sectionType);
+
+// Returns: 1 when the section has at least one criterion and the port passes each of them, else 0.
+LONG TestSectionCriteria(const CComPort* port, CfgSectionType sectionType, LONG sectionNumber);

@@ -1,0 +1,241 @@
+#include "host/CService.h"
+
+#include "engine/NewDeviceArrived.h"
+#include "host/Initialisation.h"
+#include "host/PowerEvents.h"
+#include "host/SessionEvents.h"
+#include "support/BoundedText.h"
+#include "support/DiagnosticNames.h"
+#include "support/LogFile.h"
+#include "support/OsVersion.h"
+#include "support/ProcessState.h"
+#include "support/ScopeGuard.h"
+#include "support/ServiceRun.h"
+#include "support/ThreadTools.h"
+#include "support/WorkerThreads.h"
+
+// The controls that the service takes; session changes came with Windows 5.1.
+static constexpr DWORD BasicControls =
+    SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN | SERVICE_ACCEPT_HARDWAREPROFILECHANGE | SERVICE_ACCEPT_POWEREVENT;
+static constexpr DWORD AllControls = BasicControls | SERVICE_ACCEPT_SESSIONCHANGE;
+static_assert(BasicControls == 0x65 && AllControls == 0xE5);
+static constexpr DWORD Windows51 = 0x0501;
+
+// Longer than the initialisation can take, so that the service manager never gives up on it.
+static constexpr DWORD StartPendingHintMs = 61000;
+static constexpr DWORD InitWaitStepMs = 1000;
+static constexpr DWORD InitWaitLimitMs = 18000;
+static constexpr DWORD InitCheckpointHintMs = 2000;
+static constexpr DWORD StopWaitLimitMs = 10000;
+static constexpr DWORD StopCheckpointHintMs = 1000;
+static constexpr DWORD StopWaitStepMs = 900;
+
+static constexpr const char* StateNames[] = {"STOPPED",      "START_PENDING", "STOP_PENDING", "RUNNING",
+                                             "CONT_PENDING", "PAUSE_PENDING", "PAUSED"};
+static constexpr DWORD LastState = SERVICE_PAUSED;
+static_assert(sizeof(StateNames) / sizeof(StateNames[0]) == LastState);
+
+CService* g_pService;
+
+// Defined here for the rooms below the host.
+bool IsServiceProcess() {
+    return g_pService != nullptr && g_pService->IsServiceProcess != 0;
+}
+
+DWORD GetRunThreadId() {
+    return g_pService != nullptr ? g_pService->RunThreadId : 0;
+}
+
+static void WINAPI ServiceMainEntry(DWORD, LPSTR*) {
+    g_pService->ServiceMain();
+}
+
+static DWORD WINAPI HandlerExEntry(DWORD dwControl, DWORD dwEventType, LPVOID lpEventData, LPVOID lpContext) {
+    return g_pService->HandlerEx(dwControl, dwEventType, lpEventData, lpContext);
+}
+
+CService::CService() : hServiceStatus(nullptr), Status{}, IsServiceProcess(0), RunThreadId(0) {
+    szServiceName[0] = 0;
+    szDisplayName[0] = 0;
+}
+
+CService::~CService() = default;
+
+void CService::Init(const char* szName, const char* szDisplay) {
+    WriteLog(3, "CService::Init");
+    CopyText(szServiceName, szName);
+    CopyText(szDisplayName, szDisplay);
+    Status = {};
+    Status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+    Status.dwCurrentState = SERVICE_STOPPED;
+    Status.dwControlsAccepted = g_Os.VersionBcd >= Windows51 ? AllControls : BasicControls;
+    SetDescription();
+    if (g_Os.MajorVersion == 5) {
+        MarkInteractive();
+    }
+}
+
+BOOL CService::Start() {
+    const SERVICE_TABLE_ENTRYA table[] = {{szServiceName, ServiceMainEntry}, {nullptr, nullptr}};
+    WriteLog(2, "calling StartServiceCtrlDispatcher");
+    const BOOL result = StartServiceCtrlDispatcherA(table);
+    WriteLog(2, "returned from StartServiceCtrlDispatcher res=%i err=%u", result, GetLastError());
+    if (!result) {
+        IsServiceProcess = 0;
+    }
+    return result;
+}
+
+// Waits with checkpoints until the thread has ended or has had its time. Returns: the last wait's result.
+DWORD CService::WaitForInitialisation(HANDLE thread) {
+    const DWORD startTicks = GetTickCount();
+    for (;;) {
+        const DWORD result = WaitForSingleObject(thread, InitWaitStepMs);
+        if (result != WAIT_TIMEOUT || GetTickCount() - startTicks > InitWaitLimitMs) {
+            return result;
+        }
+        Checkpoint(InitCheckpointHintMs);
+    }
+}
+
+void CService::ServiceMain() {
+    WriteLog(3, "CService::ServiceMain");
+    Status.dwCurrentState = SERVICE_START_PENDING;
+    // Before the first control can come: a stop during the initialisation leaves its WM_QUIT in this thread's queue.
+    AdoptRunThread();
+    hServiceStatus = RegisterServiceCtrlHandlerExA(szServiceName, HandlerExEntry, nullptr);
+    WriteLog(3, "RegisterServiceCtrlHandlerEx hServiceStatus=0x%p", static_cast<void*>(hServiceStatus));
+    if (hServiceStatus == nullptr) {
+        return;
+    }
+    SetStatus(SERVICE_START_PENDING);
+    {
+        // Device events wait in the handler until the port table is there.
+        LockGuard lock(CS_main);
+        WorkerStarting();
+        const HANDLE thread = StartThread(InitializeQuillmarchService_ThreadProc, nullptr);
+        if (thread == nullptr) {
+            WorkerEnded();
+            return;
+        }
+        const DWORD result = WaitForInitialisation(thread);
+        CloseHandle(thread);
+        WriteLog(2, "after init  res=%u", result);
+    }
+    Status.dwWin32ExitCode = NO_ERROR;
+    Status.dwCheckPoint = 0;
+    Status.dwWaitHint = 0;
+    WriteLog(3, "calling Run now");
+    Run();
+    WriteLog(3, "Run returned");
+    SetStatus(SERVICE_STOPPED);
+}
+
+// Thread: the dispatcher's, so no device event is inside the handler while this waits: what holds `CS_main` is an
+// arrival, a timer or the initialisation, and each may hang in a driver. The stop does not hang with them.
+void CService::StopService(const char* szControl) {
+    WriteLog(2, "%s", szControl);
+    SetStatus(SERVICE_STOP_PENDING);
+    g_StopRequested = 1;
+    const DWORD startTicks = GetTickCount();
+    while (GetTickCount() - startTicks < StopWaitLimitMs) {
+        if (TryEnterCriticalSection(&CS_main)) {
+            LeaveCriticalSection(&CS_main);
+            break;
+        }
+        WriteLog(1, "waiting for CS_main");
+        Checkpoint(StopCheckpointHintMs);
+        Sleep(StopWaitStepMs);
+    }
+    const BOOL result = PostThreadMessageA(RunThreadId, WM_QUIT, 0, 0);
+    WriteLog(2, "PostThreadMessage(WM_QUIT) res=%i", result);
+}
+
+DWORD CService::HandlerEx(DWORD dwControl, DWORD dwEventType, LPVOID lpEventData, LPVOID) {
+    WriteLog(2, "HandlerEx dwOpcode=%s", ServiceControlName(dwControl));
+    switch (dwControl) {
+    case SERVICE_CONTROL_STOP:
+        StopService("SERVICE_CONTROL_STOP");
+        break;
+    case SERVICE_CONTROL_PAUSE:
+        WriteLog(2, "SERVICE_CONTROL_PAUSE");
+        break;
+    case SERVICE_CONTROL_CONTINUE:
+        WriteLog(2, "SERVICE_CONTROL_CONTNUE");
+        break;
+    case SERVICE_CONTROL_INTERROGATE:
+        SetStatus(Status.dwCurrentState);
+        break;
+    case SERVICE_CONTROL_SHUTDOWN:
+        StopService("SERVICE_CONTROL_SHUTDOWN");
+        break;
+    case SERVICE_CONTROL_DEVICEEVENT:
+        if (!g_StopRequested) {
+            LockGuard lock(CS_main);
+            DeviceChangeMsg(dwEventType, static_cast<const DEV_BROADCAST_HDR*>(lpEventData));
+        }
+        break;
+    case SERVICE_CONTROL_HARDWAREPROFILECHANGE:
+        WriteLog(2, "SERVICE_CONTROL_HARDWAREPROFILECHANGE");
+        break;
+    case SERVICE_CONTROL_POWEREVENT:
+        if (Status.dwCurrentState == SERVICE_RUNNING) {
+            PowerEventMsg(dwEventType, lpEventData);
+        }
+        break;
+    case SERVICE_CONTROL_SESSIONCHANGE:
+        SessionChangeMsg_Async(dwEventType, lpEventData);
+        break;
+    case SERVICE_CONTROL_PRESHUTDOWN:
+        break;
+    default:
+        WriteLog(3, "CService::HandlerEx op=%i", static_cast<LONG>(dwControl));
+        return ERROR_CALL_NOT_IMPLEMENTED;
+    }
+    return NO_ERROR;
+}
+
+void CService::Run() {
+    AdoptRunThread();
+    if (g_Mode == ModeService) {
+        // After a stop the service manager has heard of STOP_PENDING: it must not hear of RUNNING again.
+        if (!g_StopRequested) {
+            SetStatus(SERVICE_RUNNING);
+        }
+        SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_HIGHEST);
+    }
+    WriteLog(3, "CService::Run -> enter ServiceMsgLoop");
+    MSG msg;
+    while (GetMessageA(&msg, nullptr, 0, 0) > 0) {
+        DispatchMessageA(&msg);
+    }
+    WriteLog(3, "CService::Run -> after ServiceMsgLoop");
+}
+
+void CService::AdoptRunThread() {
+    // A thread gets its message queue with its first look into it; before that a posted message is lost.
+    MSG msg;
+    PeekMessageA(&msg, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
+    RunThreadId = GetCurrentThreadId();
+}
+
+void CService::SetStatus(DWORD State) {
+    if (State > LastState) {
+        return;
+    }
+    Status.dwCurrentState = State;
+    Status.dwCheckPoint = 0;
+    Status.dwWaitHint = State == SERVICE_START_PENDING ? StartPendingHintMs : 0;
+    const char* name = State > 0 ? StateNames[State - 1] : "0";
+    if (SetServiceStatus(hServiceStatus, &Status)) {
+        WriteLog(2, "SetServiceStatus(%s)", name);
+    } else {
+        WriteLog(2, "SetServiceStatus(%s) err=%s", name, LastErrorName());
+    }
+}
+
+void CService::Checkpoint(DWORD WaitHint) {
+    ++Status.dwCheckPoint;
+    Status.dwWaitHint = WaitHint;
+    SetServiceStatus(hServiceStatus, &Status);
+}

@@ -1,0 +1,42 @@
+#include "host/HelpFile.h"
+
+#include "support/BoundedText.h"
+#include "support/FileTools.h"
+#include "support/ProcessState.h"
+
+// The five variants of German that Windows knows.
+static constexpr LANGID GermanLanguages[] = {0x0407, 0x0807, 0x0C07, 0x1007, 0x1407};
+static constexpr char ZoneStream[] = "Zone.Identifier";
+// COINIT_APARTMENTTHREADED and COINIT_DISABLE_OLE1DDE, as the shell wants it for what it starts.
+static constexpr DWORD ShellThreadModel = 6;
+// ShellExecuteA gives a number above this one for success.
+static constexpr INT_PTR ShellExecuteFailed = 32;
+
+static bool IsGermanUser() {
+    const LANGID language = GetUserDefaultLangID();
+    for (const LANGID german : GermanLanguages) {
+        if (language == german) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void ShowHelpFile() {
+    char helpFile[MAX_PATH];
+    FormatText(helpFile, "%s\\Quillmarch_%s.chm", szExeDir, IsGermanUser() ? "ger" : "eng");
+    char zoneStream[MAX_PATH + sizeof(ZoneStream)];
+    FormatText(zoneStream, "%s:%s", helpFile, ZoneStream);
+    if (CanOpen(zoneStream) && !RemoveZoneIdentifiers(szExeDir)) {
+        // The folder refuses this account. The elevated copy gets through, and shows the help file itself.
+        ShellExecuteA(nullptr, "runas", szExePath, "", nullptr, SW_SHOWNORMAL);
+        return;
+    }
+    (void)CoInitializeEx(nullptr, ShellThreadModel); // the shell works without it, only some handlers need it
+    const auto result =
+        reinterpret_cast<INT_PTR>(ShellExecuteA(nullptr, "open", helpFile, nullptr, nullptr, SW_SHOWNORMAL));
+    if (result < ShellExecuteFailed) {
+        MessageBoxA(nullptr, "Quillmarch is a windows service, read the help file about how to use it", "Quillmarch",
+                    MB_ICONSTOP);
+    }
+}

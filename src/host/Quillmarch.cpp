@@ -1,0 +1,246 @@
+#include "host/Quillmarch.h"
+
+#include "actions/CallBackTimer.h"
+#include "config/CCfgReader.h"
+#include "config/CSettings.h"
+#include "host/BuildStamp.h"
+#include "host/CService.h"
+#include "host/CommandTable.h"
+#include "host/HelpFile.h"
+#include "host/IniEditor.h"
+#include "host/Initialisation.h"
+#include "host/MainWindow.h"
+#include "host/StartModes.h"
+#include "inventory/CComPorts.h"
+#include "inventory/CDeviceArrivals.h"
+#include "inventory/CUsbHubs.h"
+#include "inventory/CUsbRoothubs.h"
+#include "support/Accounts.h"
+#include "support/BoundedText.h"
+#include "support/CRTreplace.h"
+#include "support/FileVersion.h"
+#include "support/LogFile.h"
+#include "support/MessageTools.h"
+#include "support/OsVersion.h"
+#include "support/PathTools.h"
+#include "support/ProcessState.h"
+#include "support/RegistryTools.h"
+#include "support/ScopeGuard.h"
+#include "support/SupportLocks.h"
+#include "support/SystemTools.h"
+#include "support/ThreadTools.h"
+#include "support/TimeTools.h"
+#include "support/WorkerThreads.h"
+
+static constexpr char ConfigurationKey[] = "Software\\Tarn Holve\\Quillmarch";
+static constexpr char DebugSwitch[] = "-debug";
+static constexpr DWORD DebugInitWaitStepMs = 4500;
+static constexpr DWORD DebugInitWaitLimitMs = 25000;
+
+static bool AsksForDebugRun(const char* commandLine) {
+    return StrStrA(commandLine, DebugSwitch) != nullptr;
+}
+
+static bool IsUserSession() {
+    DWORD sessionId = 0;
+    return ProcessIdToSessionId(GetCurrentProcessId(), &sessionId) && sessionId > 0;
+}
+
+// The name of the executable with the extension replaced, or added where it has none.
+static void FindIniFile() {
+    CopyText(szIniFile, szExePath);
+    char* extension = StrRChrA(szIniFile, nullptr, '.');
+    if (extension != nullptr && StrChrA(extension, '\\') == nullptr) {
+        *extension = 0;
+    }
+    AppendText(szIniFile, ".INI");
+}
+
+static void FindPathsAndVersions() {
+    GetModuleFileNameA(nullptr, szExePath, sizeof(szExePath) - 1);
+    GetDirectoryOfPath(szExePath, szExeDir);
+    GetWindowsDirectoryA(szWindowsDir, sizeof(szWindowsDir));
+    GetSystemDirectoryA(szSystemDir, sizeof(szSystemDir));
+    GetUserSidText(szUserSid);
+    GetOsVersion(&g_Os);
+    InitSupportLocks();
+    FixServiceImagePath();
+    FindIniFile();
+    FileVersion version;
+    (void)GetFileVersionData(szExePath, &version); // after a failure the text names the error, which the log then shows
+    FormatText(szVersionLine, "Quillmarch.EXE V%s %s build %s %s", version.Text, "Win32", QM_BUILD_DATE, QM_BUILD_TIME);
+}
+
+static void LogSystem() {
+    if (!LogFile_Wants(1)) {
+        return;
+    }
+    const int isUacEnabled = IsUacEnabled();
+    WriteLog(1, "OS version=%u.%u.%u (SP%u) %s %s suite=%X type=%u acp=%u uac=%u lang=0x%x", g_Os.MajorVersion,
+             g_Os.MinorVersion, g_Os.BuildNumber, g_Os.ServicePack, g_Os.ProductName, g_Os.ArchText, g_Os.SuiteMask,
+             g_Os.ProductType, GetACP(), static_cast<DWORD>(isUacEnabled), static_cast<DWORD>(GetUserDefaultLangID()));
+}
+
+static void LogHead(const char* commandLine, int nCmdShow) {
+    WriteLog(2, "--------------------------------------------------------");
+    WriteLog(1, "------------------ Quillmarch WinMain ------------------");
+    WriteLog(2, "------------------------------------------------------->");
+    char date[32];
+    FormatDate(date, "-");
+    WriteLog(1, "Date=%s", date);
+    WriteLog(1, "%s", szVersionLine);
+    WriteLog(1, "Path=%s", szExePath);
+    WriteLog(1, "LogFile='%s' LogLevel=%u WriteLogFile=%u WriteDbg=%u", g_Log.LogFileName,
+             static_cast<DWORD>(g_Log.LogLevel), g_Log.WriteLogfile, g_Log.WriteDebugOutput);
+    WriteLog(1, "CmdLine='%s' CmdShow=%i", commandLine, nCmdShow);
+    WriteLog(1, "sid=%s mode=%s", szUserSid, StartModeName(g_Mode));
+    LogSystem();
+    char currentDir[MAX_PATH] = {};
+    GetCurrentDirectoryA(sizeof(currentDir), currentDir);
+    WriteLog(3, "CurDir=%s", currentDir);
+    const DWORD ticks = GetTickCount();
+    WriteLog(2, "TickCount=%u (%u Seconds)", ticks, ticks / 1000);
+}
+
+static void LogEnd() {
+    WriteLog(1, "<---------------- /Quillmarch WinMain ------------------");
+}
+
+// The objects that exist in every role of the service, in the order in which they need one another.
+static void CreateObjects(const char* commandLine) {
+    g_pService = new CService;
+    g_pService->Init(ServiceName, ServiceName);
+    if (!AsksForDebugRun(commandLine) && IsSystemAccount()) {
+        g_Mode = ModeService;
+        g_pService->IsServiceProcess = 1;
+    }
+    g_pCfgReader = new CCfgReader(szIniFile, HKEY_LOCAL_MACHINE, ConfigurationKey);
+    g_pCfgReader->CreateSnapshot("main");
+    g_pSettings = new CSettings;
+    g_pSettings->ReadSettings();
+}
+
+// Whether another instance stands in the way of this one. A message has told so.
+static bool IsRefusedByOtherInstance() {
+    if (g_DebugMode && g_pService->IsRegistered(/*Verbose=*/0) && g_pService->QueryState() == SERVICE_RUNNING) {
+        ShowMessage("Cannot run while another instance is running as service", MB_ICONSTOP);
+        return true;
+    }
+    if (FindWindowA(MainWindowClass, MainWindowTitle) != nullptr) {
+        ShowMessage("Cannot run while another instance is running", MB_ICONSTOP);
+        return true;
+    }
+    return false;
+}
+
+// The debug run, until its window is closed. Returns: the exit code, or ExitDone when the destruction is to follow.
+static int RunDebug(HINSTANCE hInstance) {
+    g_pService->AdoptRunThread();
+    CreateMainWindowProc(hInstance);
+    {
+        // Nothing that needs `CS_main` runs before the tables are there.
+        LockGuard lock(CS_main);
+        WorkerStarting();
+        const HANDLE thread = StartThread(InitializeQuillmarchService_ThreadProc, nullptr);
+        if (thread == nullptr) {
+            WorkerEnded();
+            return ExitRefused;
+        }
+        SetThreadPriority(thread, THREAD_PRIORITY_HIGHEST);
+        const DWORD startTicks = GetTickCount();
+        while (WaitForSingleObject(thread, DebugInitWaitStepMs) == WAIT_TIMEOUT &&
+               GetTickCount() - startTicks <= DebugInitWaitLimitMs) {
+        }
+        CloseHandle(thread);
+    }
+    g_pService->IsServiceProcess = 0;
+    g_pService->Run();
+    return ExitDone;
+}
+
+template<typename T>
+static void Destroy(T*& object) {
+    T* const doomed = object;
+    object = nullptr;
+    delete doomed;
+}
+
+// An arrival that sits in a device call, or a timer's procedure, may outlive the run. Whatever it can reach is then
+// left to the end of the process: freed under its feet it would end the process by a crash.
+static void DestroyObjects() {
+    ExitCallbackTimers();
+    if (LiveWorkers() != 0) {
+        return;
+    }
+    DeleteCriticalSection(&CS_assign);
+    Destroy(g_pDeviceArrivals);
+    Destroy(g_pUsbRoothubs);
+    Destroy(g_pUsbHubs);
+    Destroy(g_pSettings);
+    Destroy(g_pCfgReader);
+    Destroy(g_pComPorts);
+    Destroy(g_pService);
+    DeleteCriticalSection(&CS_main);
+}
+
+// Modes 1 to 4, and everything else that has no road of its own.
+static int RunMainRoad(HINSTANCE hInstance, char* commandLine) {
+    if (g_Os.IsWow64) {
+        ShowMessage("On x64 use the x64 edition of this exe", MB_ICONSTOP);
+        return ExitRefused;
+    }
+    CreateObjects(commandLine);
+    if (commandLine[0] != 0) {
+        int exitCode = ExitRefused;
+        if (!RunCommand(commandLine, &exitCode)) {
+            LogEnd();
+            return exitCode;
+        }
+    }
+    if (!g_DebugMode && !g_pService->IsRegistered(/*Verbose=*/0)) {
+        Usage();
+        return ExitRefused;
+    }
+    InitializeCriticalSection(&CS_main);
+    InitializeCriticalSection(&CS_assign);
+    InitCallbackTimers();
+    if (IsRefusedByOtherInstance()) {
+        return ExitRefused;
+    }
+    if (g_DebugMode) {
+        const int exitCode = RunDebug(hInstance);
+        if (exitCode != ExitDone) {
+            return exitCode;
+        }
+    } else {
+        g_pService->IsServiceProcess = 1;
+        g_pService->Start();
+    }
+    const bool hadNoWindow = g_DebugMode && g_hwndMain == nullptr;
+    DestroyObjects();
+    LogEnd();
+    return hadNoWindow ? ExitRefused : ExitDone;
+}
+
+extern "C" int WINAPI WinMain(HINSTANCE hInstance, HINSTANCE, LPSTR lpCmdLine, int nCmdShow) {
+    if (lpCmdLine == nullptr) {
+        return ExitNoCommandLine;
+    }
+    // First, since the libraries of the system are loaded on first use.
+    NarrowDllSearch();
+    InitAllocator();
+    FindPathsAndVersions();
+    LogFile_Init(lpCmdLine[0] == 0 || AsksForDebugRun(lpCmdLine));
+    g_Mode = ChooseStartMode(szUserSid, IsUserSession(), lpCmdLine);
+    if (g_Mode == ModeNul) {
+        ShowHelpFile();
+        return ExitRefused;
+    }
+    LogHead(lpCmdLine, nCmdShow);
+    if (g_Mode == ModeIni) {
+        EditIni();
+        LogEnd();
+        return ExitDone;
+    }
+    return RunMainRoad(hInstance, lpCmdLine);
+}

@@ -1,0 +1,10 @@
+// The one call from the inventory up into the engine: the scan for problem devices asks for the check of a port. The
+// engine defines it; it is declared here so that no include points upwards.
+#pragma once
+
+#include "platform/win32.h"
+
+// Brings the port to the number that its section wants. index: a valid index into CComPorts::Ports.
+// Locks: takes CS_assign for the renaming. Can block for seconds while a device restarts.
+// Returns: 0, 1 or 2 as the engine tells.
+int CheckComPortAssignment(int index);

@@ -1,0 +1,184 @@
+#include "inventory/CComPorts.h"
+
+#include "inventory/CDosDeviceNames.h"
+#include "inventory/DevicePaths.h"
+#include "support/BoundedText.h"
+#include "support/LogFile.h"
+#include "support/StringTools.h"
+
+CComPorts* g_pComPorts;
+
+namespace {
+
+constexpr LONG kPortCountForWideIndex = 10;
+
+// Letters, digits and signs that no locale passes over, and the end of a text.
+bool IsPlainChar(char c) {
+    return c == '\0' || (c > ' ' && c < '\x7F');
+}
+
+char LowerAscii(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool DifferPlainly(char a, char b) {
+    return LowerAscii(a) != LowerAscii(b) && IsPlainChar(a) && IsPlainChar(b);
+}
+
+// Searches one text in the same field of many records, blind to case as lstrcmpiA is. That call goes through the
+// locale's tables, and a full table is searched once for each port: so paths and names that differ plainly at one place
+// are told apart without it, and the place where the last candidate differed is looked at first, since ids of one kind
+// differ late.
+class FieldSearch {
+public:
+    explicit FieldSearch(const char* wanted) : wanted_(wanted) {}
+
+    // field: an array of the same size each time; what stands behind a text's end does no harm, the text then differs.
+    bool Matches(const char* field) {
+        if (DifferPlainly(field[lastDifference_], wanted_[lastDifference_])) {
+            return false;
+        }
+        size_t at = 0;
+        while (field[at] == wanted_[at]) {
+            if (wanted_[at] == '\0') {
+                return true;
+            }
+            ++at;
+        }
+        lastDifference_ = at;
+        return !DifferPlainly(field[at], wanted_[at]) && lstrcmpiA(field, wanted_) == 0;
+    }
+
+private:
+    const char* wanted_;
+    size_t lastDifference_ = 0;
+};
+
+// The name first: a record without it then costs one look into its memory.
+bool HoldsName(const CComPort* port, FieldSearch* name) {
+    return port != nullptr && name->Matches(port->szRegPortName) && port->IsUsed && port->IsPresent;
+}
+
+LONGLONG CompareByLocation(const CComPort* a, const CComPort* b) {
+    const DWORD common = CountSameStart(a->Location, b->Location);
+    const char* restA = a->Location + common;
+    const char* restB = b->Location + common;
+    const int numberA = StrToIntA(restA);
+    const int numberB = StrToIntA(restB);
+    if (numberA != numberB) {
+        return numberA < numberB ? -1 : 1;
+    }
+    return lstrcmpA(restA, restB);
+}
+
+} // namespace
+
+CComPorts::CComPorts() {
+    InitializeCriticalSection(&CS_slots);
+}
+
+CComPorts::~CComPorts() {
+    ClearPorts();
+    DeleteCriticalSection(&CS_slots);
+}
+
+void CComPorts::ClearPorts() {
+    PortCount = 0;
+    for (CComPort*& port : Ports) {
+        delete port;
+        port = nullptr;
+    }
+}
+
+int CComPorts::FindPortIdxByDevInst(DWORD devInst) const {
+    for (LONG i = 0; i < PortCount; ++i) {
+        const CComPort* port = Ports[i];
+        if (port != nullptr && port->IsUsed && port->DevInst == devInst) {
+            return static_cast<int>(i);
+        }
+    }
+    return kNoPort;
+}
+
+int CComPorts::FindFreePortSlot() const {
+    for (int slot = 0; slot < kMaxPorts; ++slot) {
+        if (Ports[slot] == nullptr || !Ports[slot]->IsUsed) {
+            return slot;
+        }
+    }
+    return kNoPort;
+}
+
+int CComPorts::FindPortIdxByDevicePath(const char* devicePath) const {
+    if (devicePath == nullptr || devicePath[0] == '\0') {
+        return kNoPort;
+    }
+    FieldSearch path(SkipPathPrefix(devicePath));
+    for (LONG i = 0; i < PortCount; ++i) {
+        const CComPort* port = Ports[i];
+        if (port == nullptr || !port->IsUsed || port->DevPath[0] == '\0') {
+            continue; // a virtual record has no path, so not even a bare prefix finds it
+        }
+        if (path.Matches(SkipPathPrefix(port->DevPath))) {
+            return static_cast<int>(i);
+        }
+    }
+    return kNoPort;
+}
+
+CComPort* CComPorts::FindPortByComPort(const char* portName) const {
+    FieldSearch name(portName);
+    for (LONG i = 0; i < PortCount; ++i) {
+        if (HoldsName(Ports[i], &name)) {
+            return Ports[i];
+        }
+    }
+    return nullptr;
+}
+
+int CComPorts::FindPortByComPort(const char* portName, const CComPort* skip) const {
+    FieldSearch name(portName);
+    for (LONG i = 0; i < PortCount; ++i) {
+        const CComPort* port = Ports[i];
+        if (port == skip || !HoldsName(port, &name) || port->Problem != 0) {
+            continue;
+        }
+        char target[kDosTargetSize];
+        if (QueryDosName(portName, target) && lstrcmpA(target, port->szKernelNameCom) == 0) {
+            return static_cast<int>(i);
+        }
+    }
+    return kNoPort;
+}
+
+void CComPorts::ListPorts() const {
+    WriteLog(4, "++++++++ CComPorts::ListPorts() ++++++++");
+    char indexText[16];
+    for (LONG i = 0; i < PortCount && LogFile_Wants(1); ++i) {
+        const CComPort* port = Ports[i];
+        if (port == nullptr) {
+            continue;
+        }
+        FormatText(indexText, PortCount >= kPortCountForWideIndex ? "P[%2i]" : "P[%i]", i);
+        // A virtual record has no node to ask; it reads as the phantom that the question would give.
+        const DWORD problem = IsRealDevInst(port->DevInst) ? GetProblem(port->DevInst) : kProblemPhantom;
+        WriteLog(1,
+                 "%s used=%u present=%u portreg=%-6s port=%-6s dev=%-5u id=%s dp='%s' kndp='%s', kncom='%s' svc=%s "
+                 "parsvc=%s problive=%u",
+                 indexText, port->IsUsed, port->IsPresent, port->szRegPortName, port->szPortName, port->DevInst,
+                 port->DeviceID, port->DevPath, port->szKernelNameDevPath, port->szKernelNameCom, port->Service,
+                 port->ParentService, problem);
+    }
+}
+
+LONGLONG ComparePortsByPosition(const void* a, const void* b) {
+    const CComPort* portA = *static_cast<const CComPort* const*>(a);
+    const CComPort* portB = *static_cast<const CComPort* const*>(b);
+    if (portA->UsbPortChain != portB->UsbPortChain) {
+        return static_cast<LONGLONG>(portA->UsbPortChain - portB->UsbPortChain);
+    }
+    if (portA->Location[0] != '\0' && portB->Location[0] != '\0' && lstrcmpA(portA->Location, portB->Location) != 0) {
+        return CompareByLocation(portA, portB);
+    }
+    return lstrcmpA(portA->DeviceID, portB->DeviceID);
+}

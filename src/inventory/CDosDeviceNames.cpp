@@ -1,0 +1,107 @@
+#include "inventory/CDosDeviceNames.h"
+
+#include "support/DiagnosticNames.h"
+#include "support/LogFile.h"
+#include "support/ScopeGuard.h"
+#include "support/StringTools.h"
+
+namespace {
+
+// The list of all names: what it starts with, how it grows, and where a name space that still does not fit is given up.
+constexpr DWORD kFirstNamesSize = 16384;
+constexpr DWORD kNamesSizeStep = 4096;
+constexpr DWORD kNamesSizeLimit = 0x100000;
+
+constexpr DWORD kDeleteFlags = DDD_REMOVE_DEFINITION | DDD_NO_BROADCAST_SYSTEM;
+constexpr DWORD kCreateFlags = DDD_RAW_TARGET_PATH | DDD_NO_BROADCAST_SYSTEM;
+static_assert(kDeleteFlags == 10 && kCreateFlags == 9);
+
+// The size that the last snapshot reached, so that the next one need not grow again. A single word without a lock: a
+// snapshot allocates by its own copy, and a lost update costs one more try.
+constinit DWORD s_namesSize = kFirstNamesSize;
+
+// Reads the names into a new buffer of *sizeBytes bytes, the last of which is zero. Returns: the buffer, or null.
+char* ReadAllNames(DWORD* sizeBytes) {
+    DWORD size = s_namesSize;
+    OwnedArray<char> buffer;
+    for (;;) {
+        buffer.Reset(new char[size]);
+        if (QueryDosDeviceA(nullptr, buffer.Get(), size - 1) != 0) {
+            break;
+        }
+        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || size >= kNamesSizeLimit) {
+            s_namesSize = size;
+            return nullptr;
+        }
+        size += kNamesSizeStep;
+    }
+    s_namesSize = size;
+    *sizeBytes = size;
+    return buffer.Release();
+}
+
+} // namespace
+
+CDosDeviceNames::CDosDeviceNames(const char* filter) {
+    DWORD size = 0;
+    Buffer = ReadAllNames(&size);
+    if (Buffer == nullptr) {
+        WriteLog(3, " qdd(all) err=%s", LastErrorName());
+        FATAL_SOFT("CDosDeviceNames", "CDosDeviceNames::CDosDeviceNames");
+        return;
+    }
+    const char* const end = Buffer + size;
+    LONG nameCount = 0;
+    for (const char* name = Buffer; name < end && *name != 0; name += lstrlenA(name) + 1) {
+        WriteLog(3, "ddn%i=%s", nameCount, name);
+        ++nameCount;
+    }
+    Entries = new DosDeviceEntry[static_cast<size_t>(nameCount)];
+    char* name = Buffer;
+    for (LONG i = 0; i < nameCount; ++i, name += lstrlenA(name) + 1) {
+        char target[kDosTargetSize];
+        if (filter != nullptr && StrStrIA(name, filter) == nullptr) {
+            continue;
+        }
+        if (QueryDosName(name, target)) {
+            Entries[Count] = {StrDupNew(target), name};
+            ++Count;
+        }
+    }
+}
+
+CDosDeviceNames::~CDosDeviceNames() {
+    for (LONG i = 0; i < Count; ++i) {
+        delete[] Entries[i].Target;
+    }
+    delete[] Entries;
+    delete[] Buffer;
+}
+
+int QueryDosName(const char* name, char (&target)[kDosTargetSize]) {
+    for (char& character : target) {
+        character = 0;
+    }
+    if (*name == 0) {
+        // Some versions take the empty name for the list of all names.
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return 0;
+    }
+    if (QueryDosDeviceA(name, target, kDosTargetSize - 1) == 0) {
+        target[0] = 0;
+        return 0;
+    }
+    return 1;
+}
+
+int DeleteDosName(const char* name) {
+    if (*name == 0) {
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return 0;
+    }
+    return DefineDosDeviceA(kDeleteFlags, name, nullptr) ? 1 : 0;
+}
+
+int CreateDosName(const char* name, const char* kernelName) {
+    return DefineDosDeviceA(kCreateFlags, name, kernelName) ? 1 : 0;
+}

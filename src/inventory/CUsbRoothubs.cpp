@@ -1,0 +1,128 @@
+#include "inventory/CUsbRoothubs.h"
+
+#include "inventory/DeviceLists.h"
+#include "inventory/DeviceProperties.h"
+#include "inventory/DeviceTree.h"
+#include "support/BoundedText.h"
+#include "support/InterfaceClasses.h"
+#include "support/LogFile.h"
+
+CUsbRoothubs* g_pUsbRoothubs;
+
+namespace {
+
+constexpr DWORD kPresentInterfaces = DIGCF_PRESENT | DIGCF_DEVICEINTERFACE;
+static_assert(kPresentInterfaces == 18);
+
+bool Contains(const char* text, const char* part) {
+    return StrStrIA(text, part) != nullptr;
+}
+
+} // namespace
+
+CUsbRoothubs::~CUsbRoothubs() {
+    FreeLists();
+}
+
+void CUsbRoothubs::FreeLists() {
+    for (LONG i = 0; i < HostControllerCount; ++i) {
+        delete HostControllers[i];
+        HostControllers[i] = nullptr;
+    }
+    for (LONG i = 0; i < RootHubCount; ++i) {
+        delete RootHubs[i];
+        RootHubs[i] = nullptr;
+    }
+    HostControllerCount = 0;
+    RootHubCount = 0;
+}
+
+int CUsbRoothubs::CreateSnapshot() {
+    FreeLists();
+    if (ListHostControllers()) {
+        ListRootHubs();
+    }
+    return 1;
+}
+
+// Returns: false when the controllers cannot be listed; without their numbers the root hubs say nothing.
+bool CUsbRoothubs::ListHostControllers() {
+    const DeviceList list(&InterfaceClass::UsbHostController, kPresentInterfaces);
+    if (!list.IsValid()) {
+        return false;
+    }
+    SP_DEVICE_INTERFACE_DATA interfaceData;
+    for (DWORD index = 0; index < static_cast<DWORD>(kMaxHostControllers) &&
+                          list.GetInterface(InterfaceClass::UsbHostController, index, &interfaceData);
+         ++index) {
+        char path[260];
+        SP_DEVINFO_DATA device;
+        if (!list.ReadShortPath(&interfaceData, path, &device) || GetHostControllerNumber(device.DevInst) > 0) {
+            continue;
+        }
+        HostControllers[HostControllerCount] = new UsbHostController{HostControllerCount, device.DevInst};
+        WriteLog(3, "UsbHcs[%i]=%u", HostControllerCount, device.DevInst);
+        ++HostControllerCount;
+    }
+    return true;
+}
+
+void CUsbRoothubs::ListRootHubs() {
+    WriteLog(3, "CUsbRoothubs::CreateSnapshot Start");
+    const DeviceList list(&InterfaceClass::UsbHub, kPresentInterfaces);
+    if (!list.IsValid()) {
+        WriteLog(2, "SetupDiGetClassDevs res=INVALID_HANDLE_VALUE -> abort");
+        return;
+    }
+    SP_DEVICE_INTERFACE_DATA interfaceData;
+    for (DWORD index = 0;
+         RootHubCount < kMaxRootHubs && list.GetInterface(InterfaceClass::UsbHub, index, &interfaceData); ++index) {
+        char path[260];
+        char deviceId[260] = {};
+        SP_DEVINFO_DATA device;
+        if (!list.ReadShortPath(&interfaceData, path, &device) || !ReadDeviceId(device.DevInst, deviceId) ||
+            !IsRootHub(device.DevInst)) {
+            continue;
+        }
+        auto* const hub = new UsbRootHub{};
+        hub->DevInst = device.DevInst;
+        CopyText(hub->DeviceID, deviceId);
+        hub->ParentDevInst = GetParentDevInst(device.DevInst);
+        (void)ReadDeviceId(hub->ParentDevInst, hub->ParentDeviceID); // stays empty for a hub without a parent
+        hub->Number = GetHostControllerNumber(hub->ParentDevInst);
+        RootHubs[RootHubCount] = hub;
+        ++RootHubCount;
+    }
+    WriteLog(3, "CUsbRoothubs::CreateSnapshot Finish  RootHubCount=%i", RootHubCount);
+}
+
+LONG CUsbRoothubs::GetHostControllerNumber(DWORD devInst) const {
+    for (LONG i = 0; i < HostControllerCount; ++i) {
+        if (HostControllers[i]->DevInst == devInst) {
+            return i + 1;
+        }
+    }
+    return -1;
+}
+
+int CUsbRoothubs::IsRootHub(DWORD devInst) {
+    char deviceId[260] = {};
+    if (ReadDeviceId(devInst, deviceId)) {
+        if ((Contains(deviceId, "root") && Contains(deviceId, "hub")) || Contains(deviceId, "xhc")) {
+            return 1;
+        }
+    }
+    DEVINST parent = 0;
+    if (CM_Get_Parent(&parent, devInst, /*flags=*/0) != CR_SUCCESS) {
+        return 1;
+    }
+    char parentId[260] = {};
+    if (!ReadDeviceId(parent, parentId)) {
+        return 0;
+    }
+    if (StrStrIA(parentId, "PCI") == parentId) {
+        return 1;
+    }
+    char parentClass[64] = {};
+    return ReadDeviceText(parent, CM_DRP_CLASS, parentClass) && lstrcmpA(parentClass, "USB") != 0;
+}

@@ -1,0 +1,47 @@
+#include "inventory/DeviceControl.h"
+
+#include "inventory/DeviceProperties.h"
+#include "support/LogFile.h"
+#include "support/ScopeGuard.h"
+
+namespace {
+
+constexpr DWORD kCyclePortRequest = 0x220444; // IOCTL_USB_HUB_CYCLE_PORT
+
+// USB_CYCLE_PORT_PARAMS, in and out.
+struct CyclePortRecord {
+    DWORD ConnectionIndex;
+    DWORD StatusReturned;
+};
+static_assert(sizeof(CyclePortRecord) == 8);
+
+} // namespace
+
+int CycleUsbPort(const char* hubPath, DWORD hubPortNumber) {
+    if (hubPath == nullptr || *hubPath == 0) {
+        return 0;
+    }
+    WriteLog(3, "CreateFile(%s)...", hubPath);
+    HANDLE hub = CreateFileA(hubPath, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, /*security=*/nullptr,
+                             OPEN_EXISTING, /*flags=*/0, /*template=*/nullptr);
+    if (hub == INVALID_HANDLE_VALUE) {
+        return 0;
+    }
+    const auto closeHub = OnScopeExit([hub] { CloseHandle(hub); });
+    WriteLog(3, "IOCTL_USB_HUB_CYCLE_PORT(0x%p, %u)...", hub, hubPortNumber);
+    CyclePortRecord record = {hubPortNumber, 0};
+    DWORD returned = 0;
+    const BOOL done = DeviceIoControl(hub, kCyclePortRequest, &record, sizeof(record), &record, sizeof(record),
+                                      &returned, /*overlapped=*/nullptr);
+    return done && record.StatusReturned == 0;
+}
+
+int IsUsbDevice(DWORD devInst) {
+    char deviceClass[64] = {};
+    return ReadDeviceText(devInst, CM_DRP_CLASS, deviceClass) && lstrcmpA(deviceClass, "USB") == 0;
+}
+
+int IsUsbCompoundDevice(DWORD devInst) {
+    char service[64] = {};
+    return ReadDeviceText(devInst, CM_DRP_SERVICE, service) && lstrcmpiA(service, "usbccgp") == 0;
+}

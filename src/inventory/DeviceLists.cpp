@@ -1,0 +1,59 @@
+#include "inventory/DeviceLists.h"
+
+#include "support/BoundedText.h"
+
+namespace {
+
+constexpr DWORD kDetailSize = 260;
+constexpr DWORD kDetailPathOffset = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath);
+static_assert(kDetailPathOffset == 4);
+
+} // namespace
+
+DeviceList::DeviceList(const GUID* interfaceClass, DWORD flags)
+    : list_(SetupDiGetClassDevsA(interfaceClass, /*Enumerator=*/nullptr, /*hwndParent=*/nullptr, flags)) {
+}
+
+DeviceList::~DeviceList() {
+    if (IsValid()) {
+        SetupDiDestroyDeviceInfoList(list_);
+    }
+}
+
+bool DeviceList::GetDevice(DWORD index, SP_DEVINFO_DATA* device) const {
+    *device = {};
+    device->cbSize = sizeof(*device);
+    return SetupDiEnumDeviceInfo(list_, index, device) != FALSE;
+}
+
+bool DeviceList::GetInterface(const GUID& interfaceClass, DWORD index, SP_DEVICE_INTERFACE_DATA* interfaceData) const {
+    *interfaceData = {};
+    interfaceData->cbSize = sizeof(*interfaceData);
+    return SetupDiEnumDeviceInterfaces(list_, /*DeviceInfoData=*/nullptr, &interfaceClass, index, interfaceData) !=
+           FALSE;
+}
+
+bool DeviceList::FindDevice(DWORD devInst, SP_DEVINFO_DATA* device) const {
+    for (DWORD index = 0; GetDevice(index, device); ++index) {
+        if (device->DevInst == devInst) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool DeviceList::ReadShortPath(SP_DEVICE_INTERFACE_DATA* interfaceData, char (&path)[260],
+                               SP_DEVINFO_DATA* device) const {
+    alignas(SP_DEVICE_INTERFACE_DETAIL_DATA_A) BYTE block[kDetailSize] = {};
+    auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(block);
+    detail->cbSize = sizeof(*detail);
+    *device = {};
+    device->cbSize = sizeof(*device);
+    path[0] = 0;
+    if (!SetupDiGetDeviceInterfaceDetailA(list_, interfaceData, detail, kDetailSize, nullptr, device)) {
+        return false;
+    }
+    CopyTextPart(path, sizeof(path), reinterpret_cast<const char*>(block) + kDetailPathOffset,
+                 kDetailSize - kDetailPathOffset);
+    return true;
+}

@@ -1,0 +1,116 @@
+#include "inventory/DevicePaths.h"
+
+#include "inventory/DeviceLists.h"
+#include "support/LogFile.h"
+#include "support/ScopeGuard.h"
+
+namespace {
+
+// More than any driver names an interface; a size beyond it comes from a broken provider.
+constexpr DWORD kMaxDetailBytes = 0x10000;
+
+// A path too long for the fixed block is passed over: one known path is searched.
+DWORD FindInterfaceNode(const DeviceList& list, const char* devicePath, const GUID& interfaceClass) {
+    SP_DEVICE_INTERFACE_DATA interfaceData = {};
+    for (DWORD index = 0; list.GetInterface(interfaceClass, index, &interfaceData); ++index) {
+        char path[260];
+        SP_DEVINFO_DATA device = {};
+        if (list.ReadShortPath(&interfaceData, path, &device) && lstrcmpiA(path, devicePath) == 0) {
+            return device.DevInst;
+        }
+    }
+    return 0;
+}
+
+} // namespace
+
+const char* SkipPathPrefix(const char* devicePath) {
+    if (devicePath == nullptr) {
+        return "";
+    }
+    int skipped = 0;
+    while (skipped < kPathPrefixLength && devicePath[skipped] != '\0') {
+        ++skipped;
+    }
+    return devicePath + skipped;
+}
+
+bool IsSameDevicePath(const char* a, const char* b) {
+    return lstrcmpiA(SkipPathPrefix(a), SkipPathPrefix(b)) == 0;
+}
+
+DWORD GetDevInstByDevicePath(const char* devicePath, const GUID* interfaceClass, DWORD flags) {
+    const char* path = devicePath != nullptr ? devicePath : "";
+    WriteLog(3, "GetDevInstByDevicePath(%s)", path);
+    const DeviceList list(interfaceClass, flags | DIGCF_DEVICEINTERFACE);
+    if (!list.IsValid()) {
+        WriteLog(2, "SetupDiGetClassDevs res=INVALID_HANDLE_VALUE -> abort");
+        return 0;
+    }
+    const DWORD devInst = FindInterfaceNode(list, path, *interfaceClass);
+    WriteLog(3, " devinst=%u", devInst);
+    return devInst;
+}
+
+DWORD GetDevInstByDevicePathAny(const char* devicePath, DWORD flags) {
+    SP_DEVICE_INTERFACE_DATA interfaceData = {};
+    interfaceData.cbSize = sizeof(interfaceData);
+    {
+        HDEVINFO list = SetupDiCreateDeviceInfoList(nullptr, nullptr);
+        if (list == INVALID_HANDLE_VALUE) {
+            return 0;
+        }
+        auto listGuard = OnScopeExit([list] { SetupDiDestroyDeviceInfoList(list); });
+        if (!SetupDiOpenDeviceInterfaceA(list, devicePath, 0, &interfaceData)) {
+            return 0;
+        }
+    }
+    return GetDevInstByDevicePath(devicePath, &interfaceData.InterfaceClassGuid, flags);
+}
+
+DWORD GetProblem(DWORD devInst) {
+    ULONG status = 0;
+    ULONG problem = 0;
+    if (CM_Get_DevNode_Status(&status, &problem, devInst, 0) != CR_SUCCESS) {
+        return kProblemPhantom;
+    }
+    return problem;
+}
+
+bool IsDevicePresent(DWORD devInst) {
+    WriteLog(3, "IsDevicePresent(%i)", static_cast<LONG>(devInst));
+    ULONG status = 0;
+    ULONG problem = 0;
+    const CONFIGRET result = CM_Get_DevNode_Status(&status, &problem, devInst, 0);
+    WriteLog(3, " cret=%u stat=0x%X prob=%u", result, status, problem);
+    return result == CR_SUCCESS;
+}
+
+InterfaceDetail::~InterfaceDetail() {
+    Free();
+}
+
+void InterfaceDetail::Free() {
+    operator delete(detail_);
+    detail_ = nullptr;
+}
+
+bool InterfaceDetail::Read(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device) {
+    Free();
+    DWORD sizeBytes = 0;
+    SetupDiGetDeviceInterfaceDetailA(list, interfaceData, nullptr, 0, &sizeBytes, nullptr);
+    if (sizeBytes == 0 || sizeBytes > kMaxDetailBytes) {
+        return false;
+    }
+    // Blocks come zero-filled: the room behind what was asked for ends a path that comes without its final zero.
+    detail_ = static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(operator new(sizeBytes +
+                                                                           sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A)));
+    detail_->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
+    *device = {};
+    device->cbSize = sizeof(*device);
+    if (!SetupDiGetDeviceInterfaceDetailA(list, interfaceData, detail_, sizeBytes, nullptr, device)) {
+        Free();
+        return false;
+    }
+    return true;
+}

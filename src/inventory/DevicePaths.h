@@ -1,0 +1,51 @@
+// From a device interface path to its device node, and the two questions that tell whether a node is there.
+// Called by the arrivals, the port table, the engine and the device tools, on any thread, without a lock. The calls ask
+// the configuration manager and the setup API and may block as long as those do.
+#pragma once
+
+#include "platform/win32.h"
+
+// The problem number that stands for a node that cannot be asked (CM_PROB_PHANTOM).
+constexpr DWORD kProblemPhantom = 45;
+
+// Length of "\\?\" and "\\.\", which do not count when paths are compared.
+constexpr int kPathPrefixLength = 4;
+
+// The path behind its first four characters; the empty text at its end if it is shorter. Null gives an empty text.
+const char* SkipPathPrefix(const char* devicePath);
+
+// Are the two paths the same, blind to case and without the first four characters of both?
+bool IsSameDevicePath(const char* a, const char* b);
+
+// The node of the interface with this path (blind to case) among those of the class.
+// flags: of SetupDiGetClassDevsA, DIGCF_DEVICEINTERFACE is added. Returns: the node, or 0.
+DWORD GetDevInstByDevicePath(const char* devicePath, const GUID* interfaceClass, DWORD flags);
+
+// The same for a path whose interface class is not known. Returns: the node, or 0.
+DWORD GetDevInstByDevicePathAny(const char* devicePath, DWORD flags);
+
+// The present problem number of the node, 0 for none, 45 when the node cannot be asked.
+DWORD GetProblem(DWORD devInst);
+
+// Can the node be asked for its status? A device with a problem number is present.
+bool IsDevicePresent(DWORD devInst);
+
+// A heap copy of an interface's detail with its path, for one interface of a list. Frees it at the end of the scope.
+class InterfaceDetail {
+public:
+    InterfaceDetail() = default;
+    ~InterfaceDetail();
+    InterfaceDetail(const InterfaceDetail&) = delete;
+    InterfaceDetail& operator=(const InterfaceDetail&) = delete;
+
+    // Asks for the size, then for the detail and its device. `device` is set up for the call here.
+    // Returns: true if both calls went well; Path() and `device` are then good.
+    bool Read(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device);
+
+    const char* Path() const { return detail_ != nullptr ? detail_->DevicePath : ""; }
+
+private:
+    void Free();
+
+    SP_DEVICE_INTERFACE_DETAIL_DATA_A* detail_ = nullptr;
+};

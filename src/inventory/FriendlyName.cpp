@@ -1,0 +1,82 @@
+#include "inventory/FriendlyName.h"
+
+#include "support/BoundedText.h"
+
+namespace {
+
+constexpr char kBracketedCom[] = "(COM";
+constexpr char kCom[] = "COM";
+constexpr int kComLength = sizeof(kCom) - 1;
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+void TrimBlanks(char* text, size_t length) {
+    while (length > 0 && IsBlank(text[length - 1])) {
+        text[--length] = '\0';
+    }
+    const char* start = text;
+    while (IsBlank(*start)) {
+        ++start;
+    }
+    if (start != text) {
+        CopyText(text, length + 1, start);
+    }
+}
+
+void CutAndTrim(char* text, const char* end) {
+    const size_t length = static_cast<size_t>(end - text);
+    text[length] = '\0';
+    TrimBlanks(text, length);
+}
+
+} // namespace
+
+void StripComFromFriendlyName(char* text) {
+    const char* bracket = StrStrA(text, kBracketedCom);
+    if (bracket != nullptr && IsDigit(bracket[1 + kComLength])) {
+        CutAndTrim(text, bracket);
+        return;
+    }
+    const char* com = StrStrA(text, kCom);
+    if (com != nullptr && IsDigit(com[kComLength])) {
+        CutAndTrim(text, com);
+    }
+}
+
+const char* FindComInFriendlyName(const char* text) {
+    const char* bracket = StrStrA(text, kBracketedCom);
+    if (bracket != nullptr && IsDigit(bracket[1 + kComLength])) {
+        return bracket + 1;
+    }
+    const char* com = StrStrA(text, kCom);
+    while (com != nullptr && !IsDigit(com[kComLength])) {
+        com = StrStrA(com + kComLength, kCom);
+    }
+    return com;
+}
+
+void CopyComName(const char* comName, char* out, size_t sizeChars) {
+    size_t length = kComLength;
+    while (IsDigit(comName[length])) {
+        ++length;
+    }
+    CopyTextPart(out, sizeChars, comName, length);
+}
+
+void CopyComDigits(const char* portName, char* out, size_t sizeChars) {
+    size_t start = 0;
+    while (start < kComLength && portName[start] != '\0') {
+        ++start;
+    }
+    size_t length = 0;
+    while (IsDigit(portName[start + length])) {
+        ++length;
+    }
+    CopyTextPart(out, sizeChars, portName + start, length);
+}

@@ -1,0 +1,355 @@
+// Walks over the table that settle what a single device event cannot tell, and the removal of a port.
+#include "config/CSettings.h"
+#include "inventory/CComPorts.h"
+#include "inventory/CDosDeviceNames.h"
+#include "inventory/DeviceControl.h"
+#include "inventory/DevicePaths.h"
+#include "inventory/DeviceTree.h"
+#include "inventory/KnownDrivers.h"
+#include "support/BoundedText.h"
+#include "support/CreateFileTimeout.h"
+#include "support/DiagnosticNames.h"
+#include "support/LogFile.h"
+#include "support/ScopeGuard.h"
+
+namespace {
+
+constexpr DWORD kRestartingMs = 2000; // an absent port stays in its group for so long after its restart
+constexpr DWORD kOpenPortMs = 500;
+constexpr DWORD kUninstallDelayMs = 5000;
+
+constexpr int kShortestIdPart = 10;      // shorter common parts of two ids say nothing
+constexpr int kFunctionNumberLength = 3; // "_00": the function of a composite device, before the last backslash
+
+// Records of the table in chains by a key, each chain in table order. A scan of all pairs looks only at those that can
+// be a pair, and meets them in the order in which it would meet them in the table.
+class RecordChains {
+public:
+    RecordChains() : first_(kChains), next_(kMaxPorts), keys_(kMaxPorts) {
+        for (int chain = 0; chain < kChains; ++chain) {
+            first_[chain] = kNoPort;
+        }
+    }
+
+    // From the last record of the table to the first.
+    void PushFront(LONG index, DWORD key) {
+        LONG& first = first_[ChainOf(key)];
+        keys_[index] = key;
+        next_[index] = first;
+        first = index;
+    }
+
+    // The first record with the key and the one behind a record with the same key; -1 at the end.
+    LONG First(DWORD key) const { return SkipOthers(first_[ChainOf(key)], key); }
+    LONG Next(LONG index) const { return SkipOthers(next_[index], keys_[index]); }
+
+private:
+    static constexpr int kChains = 4096;
+
+    static int ChainOf(DWORD key) { return static_cast<int>((key * 2654435761u) >> 20); }
+
+    LONG SkipOthers(LONG index, DWORD key) const {
+        while (index != kNoPort && keys_[index] != key) {
+            index = next_[index];
+        }
+        return index;
+    }
+
+    OwnedArray<LONG> first_;
+    OwnedArray<LONG> next_;
+    OwnedArray<DWORD> keys_;
+};
+
+DWORD HashOfText(const char* text) {
+    DWORD hash = 2166136261u;
+    for (; *text != '\0'; ++text) {
+        hash = (hash ^ static_cast<BYTE>(*text)) * 16777619u;
+    }
+    return hash;
+}
+
+bool ClaimsName(const CComPort* port) {
+    return port != nullptr && port->IsUsed && port->IsPresent && port->szRegPortName[0] != '\0';
+}
+
+// Does the DOS name lead to this port? Its own path leads to the same kernel device, or its driver names devices so.
+// A port without a kernel name has no DOS name in force.
+bool IsNameLikelyHere(const CComPort* port) {
+    if (port->szKernelNameCom[0] == '\0') {
+        return false;
+    }
+    return lstrcmpA(port->szKernelNameCom, port->szKernelNameDevPath) == 0 ||
+           KernelNameFitsDriver(port->szKernelNameCom, port->DeviceID, port->Service, port->ParentService);
+}
+
+void MarkWithoutName(CComPort* port) {
+    port->MarkedForRestart = 1;
+    port->szPortName[0] = '\0';
+    port->PortNumber = 0;
+}
+
+void MarkLoser(CComPort* port) {
+    MarkWithoutName(port);
+    port->szKernelNameCom[0] = '\0';
+}
+
+void SettleName(CComPort* a, CComPort* b) {
+    const bool aFit = IsNameLikelyHere(a);
+    const bool bFit = IsNameLikelyHere(b);
+    if (aFit == bFit) {
+        WriteLog(1,
+                 " Ports[%i] and Ports[%i] both want %s. Imposible to say who got it -> mark both for later common "
+                 "restart",
+                 a->Index, b->Index, a->szRegPortName);
+        MarkWithoutName(a);
+        MarkWithoutName(b);
+        return;
+    }
+    CComPort* owner = aFit ? a : b;
+    CComPort* loser = aFit ? b : a;
+    WriteLog(1, " Ports[%i] and Ports[%i] both want %s. Ports[%i] seems to have it -> mark Ports[%i] for later restart",
+             a->Index, b->Index, a->szRegPortName, owner->Index, loser->Index);
+    MarkLoser(loser);
+}
+
+// A port that is just being restarted is absent for a moment and stays in its group.
+bool TakesPartInGroups(const CComPort* port, DWORD nowTick) {
+    if (port == nullptr || !port->IsUsed) {
+        return false;
+    }
+    return port->IsPresent || nowTick - port->RestartTicker < kRestartingMs;
+}
+
+bool IsSameStart(const char* a, const char* b, int length) {
+    for (int i = 0; i < length; ++i) {
+        if (a[i] != b[i] || a[i] == '\0') {
+            return false;
+        }
+    }
+    return true;
+}
+
+int FindFirst(const char* text, char c) {
+    for (int i = 0; text[i] != '\0'; ++i) {
+        if (text[i] == c) {
+            return i;
+        }
+    }
+    return -1;
+}
+
+int FindLast(const char* text, char c) {
+    int last = -1;
+    for (int i = 0; text[i] != '\0'; ++i) {
+        if (text[i] == c) {
+            last = i;
+        }
+    }
+    return last;
+}
+
+void LogGroup(const CComPorts& table, const CComPort* port) {
+    WriteLog(3, " Ports[%i] (%s): ", port->Index, port->szPortName);
+    if (port->SameParentCount <= 1) {
+        WriteLog(3, "  -");
+    }
+    for (LONG i = 1; i < port->SameParentCount; ++i) {
+        const CComPort* member = table.Ports[port->Same[i]];
+        WriteLog(3, "  Same[%u]=%s (idx=%i)", static_cast<DWORD>(i), member->szPortName, port->Same[i]);
+    }
+    WriteLog(3, "SameParentCount=%i", port->SameParentCount);
+}
+
+// Fills one group. Members behind the last place of Same are left out: they find the port in their own group.
+void GroupPort(CComPorts* table, CComPort* port, const RecordChains& chains) {
+    // Built aside: another scan may fill the same record just now, and neither may count on the other's entries.
+    LONG same[kMaxSame] = {port->Index};
+    LONG count = 1;
+    WriteLog(4, " Ports[%i] (%s) ParentDevInst=%u", port->Index, port->szPortName, port->ParentDevInst);
+    WriteLog(4, " Ports[%i] (%s) SameParentDevInst=%u:", port->Index, port->szPortName, port->SameParentDevInst);
+    for (LONG i = chains.First(port->SameParentDevInst); i != kNoPort && count < kMaxSame; i = chains.Next(i)) {
+        const CComPort* other = table->Ports[i];
+        if (other == port || other->SameParentDevInst != port->SameParentDevInst ||
+            !CComPorts::IsSameDevice(other, port)) {
+            continue;
+        }
+        WriteLog(4, " [%i]=%i", count, i);
+        same[count] = i;
+        ++count;
+    }
+    if (count == 1) {
+        WriteLog(4, " none");
+    }
+    for (LONG i = 0; i < count; ++i) {
+        port->Same[i] = same[i];
+    }
+    port->SameParentCount = count;
+}
+
+void DeleteNameLogged(const char* portName) {
+    if (DeleteDosName(portName)) {
+        WriteLog(1, " DDN '%s' removed", portName);
+    } else {
+        WriteLog(1, " DDN remove err=%u", GetLastError());
+    }
+}
+
+// The link leads to a device that has gone.
+void HandleZombieName(CComPort* port) {
+    WriteLog(2, " kernelname is the expected one");
+    if (port->PortChangedByDdn) {
+        // Nobody but this service knows of a name that it moved by hand, so nobody else will take it away.
+        WriteLog(2, " PortChangedByDdn=1 -> remove the DosDeviceName...");
+        port->PortChangedByDdn = 0;
+        DeleteNameLogged(port->szRegPortName);
+    } else if (g_pSettings != nullptr && g_pSettings->RemoveDosDeviceNameOnRemoval) {
+        WriteLog(2, " RemoveDosDeviceNameOnRemoval=1 -> remove the DosDeviceName...");
+        DeleteNameLogged(port->szRegPortName);
+    } else {
+        WriteLog(2, " RemoveDosDeviceNameOnRemoval=0 -> leave zombie %s behind", port->szRegPortName);
+    }
+}
+
+void CheckNameOfRemovedPort(CComPort* port) {
+    char target[kDosTargetSize];
+    if (!QueryDosName(port->szRegPortName, target)) {
+        WriteLog(1, "DosDeviceName(%s) is gone -> good", port->szRegPortName);
+        return;
+    }
+    WriteLog(1, "DosDeviceName(%s) is kn=%s  PortChangedByDdn=%u", port->szRegPortName, target, port->PortChangedByDdn);
+    if (lstrcmpA(target, port->szKernelNameCom) != 0) {
+        WriteLog(3, "szKnCom=%s P->szKernelNameCom=%s", target, port->szKernelNameCom);
+        return;
+    }
+    HandleZombieName(port);
+}
+
+void SetAbsent(CComPort* port) {
+    WriteLog(1, " set Port[%i].IsPresent = false", port->Index);
+    port->IsPresent = 0;
+    port->szPortName[0] = '\0';
+    port->szKernelNameCom[0] = '\0';
+    port->szKernelNameDevPath[0] = '\0';
+    port->Problem = GetProblem(port->DevInst);
+    port->RemovalTicker = GetTickCount();
+    port->ChangePortTicker = 0;
+}
+
+bool IsOnUsb(const CComPort* port) {
+    return port->BusTypeName != nullptr && lstrcmpA(port->BusTypeName, kBusTypeNames[kBusUsb]) == 0;
+}
+
+void UninstallAsConfigured(const CComPort* port) {
+    if (g_pSettings == nullptr) {
+        return;
+    }
+    if (g_pSettings->RemovePortDeviceOnRemoval) {
+        UninstallDeviceByDevInstDelayed(port->DevInst, kUninstallDelayMs);
+    }
+    if (g_pSettings->RemoveUsbDeviceOnRemoval && IsOnUsb(port) && !HasWorkingChild(port->ParentDevInst)) {
+        UninstallDeviceByDevInstDelayed(port->ParentDevInst, kUninstallDelayMs);
+    }
+}
+
+} // namespace
+
+void CComPorts::ScanSamePorts() {
+    RecordChains chains;
+    for (LONG i = PortCount - 1; i >= 0; --i) {
+        if (ClaimsName(Ports[i])) {
+            chains.PushFront(i, HashOfText(Ports[i]->szRegPortName));
+        }
+    }
+    for (LONG i = 0; i < PortCount; ++i) {
+        CComPort* a = Ports[i];
+        if (!ClaimsName(a)) {
+            continue;
+        }
+        for (LONG k = chains.First(HashOfText(a->szRegPortName)); k != kNoPort; k = chains.Next(k)) {
+            CComPort* b = Ports[k];
+            if (b != a && lstrcmpA(a->szRegPortName, b->szRegPortName) == 0) {
+                SettleName(a, b);
+            }
+        }
+    }
+}
+
+void CComPorts::ScanSameParents() {
+    WriteLog(4, "CComPorts::ScanSameParents()");
+    const DWORD nowTick = GetTickCount();
+    RecordChains chains;
+    for (LONG i = PortCount - 1; i >= 0; --i) {
+        if (TakesPartInGroups(Ports[i], nowTick)) {
+            chains.PushFront(i, Ports[i]->SameParentDevInst);
+        }
+    }
+    for (LONG i = 0; i < PortCount; ++i) {
+        if (TakesPartInGroups(Ports[i], nowTick)) {
+            GroupPort(this, Ports[i], chains);
+        }
+    }
+    if (g_Log.LogLevel != 3) {
+        return;
+    }
+    WriteLog(3, "SameParents...");
+    for (LONG i = 0; i < PortCount; ++i) {
+        if (TakesPartInGroups(Ports[i], nowTick)) {
+            LogGroup(*this, Ports[i]);
+        }
+    }
+}
+
+void CComPorts::DeleteNotFoundPorts() {
+    WriteLog(4, "CComPorts::DeleteNotFoundPorts()");
+    for (LONG i = 0; i < PortCount; ++i) {
+        const CComPort* port = Ports[i];
+        if (port == nullptr || port->szPortName[0] == '\0') {
+            continue; // no DOS name in force, none to delete
+        }
+        char path[sizeof(port->szPortName) + 8];
+        FormatText(path, "\\\\.\\%s", port->szPortName);
+        HANDLE handle = CreateFileTimeout(path, /*access=*/0, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING,
+                                          /*flags=*/0, kOpenPortMs);
+        if (handle != INVALID_HANDLE_VALUE) {
+            CloseHandle(handle);
+            continue;
+        }
+        const DWORD error = GetLastError();
+        if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND) {
+            continue; // a program may have it open, or it hangs: the device is there
+        }
+        WriteLog(1, "%s ERROR_FILE_NOT_FOUND -> delete dos device:", path);
+        if (DeleteDosName(port->szPortName)) {
+            WriteLog(1, " ok");
+        } else {
+            WriteLog(1, " err=%s", LastErrorName());
+        }
+    }
+}
+
+int CComPorts::RemovePort(const char* devicePath) {
+    WriteLog(1, "RemovePort(%s)", devicePath != nullptr ? devicePath : "");
+    const int index = FindPortIdxByDevicePath(devicePath);
+    if (index == kNoPort) {
+        WriteLog(1, "not found");
+        return kNoPort;
+    }
+    CComPort* port = Ports[index];
+    CheckNameOfRemovedPort(port);
+    SetAbsent(port);
+    UninstallAsConfigured(port);
+    return index;
+}
+
+int CComPorts::IsSameDevice(const CComPort* x, const CComPort* y) {
+    const int commonLength = FindLast(x->DeviceID, '\\') - kFunctionNumberLength;
+    if (commonLength < kShortestIdPart) {
+        return 0;
+    }
+    if (IsSameStart(x->DeviceID, y->DeviceID, commonLength)) {
+        return 1;
+    }
+    // Ids that hold a GUID go on behind it with a part that differs from port to port.
+    const int braceAt = FindFirst(x->DeviceID, '}');
+    return braceAt >= kShortestIdPart && IsSameStart(x->DeviceID, y->DeviceID, braceAt) ? 1 : 0;
+}

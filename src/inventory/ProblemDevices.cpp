@@ -1,0 +1,112 @@
+#include "inventory/ProblemDevices.h"
+
+#include "inventory/AssignmentCall.h"
+#include "inventory/CComPorts.h"
+#include "inventory/ComPortNumber.h"
+#include "inventory/DeviceLists.h"
+#include "inventory/DevicePaths.h"
+#include "inventory/DeviceProperties.h"
+#include "inventory/DeviceRemoval.h"
+#include "inventory/PortInterfaceClasses.h"
+#include "support/BoundedText.h"
+#include "support/LogFile.h"
+
+DWORD g_LastProblemDevInst;
+
+namespace {
+
+// Problem numbers of a device that is on its way out.
+constexpr DWORD kProblemWillBeRemoved = 21;
+constexpr DWORD kProblemHeldForEject = 47;
+
+bool IsLeaving(DWORD problem) {
+    return problem == kProblemWillBeRemoved || problem == kProblemHeldForEject;
+}
+
+} // namespace
+
+int GetPortNameByDevInst(DWORD devInst, char* name, size_t sizeChars) {
+    char className[64] = {};
+    if (!ReadDeviceText(devInst, CM_DRP_CLASS, className) ||
+        (lstrcmpiA(className, "Ports") != 0 && lstrcmpiA(className, "Modem") != 0)) {
+        return 0;
+    }
+    char deviceId[260] = {};
+    char portName[128];
+    if (!ReadDeviceId(devInst, deviceId) || !GetRegPortNameByDeviceId(deviceId, portName)) {
+        return 0;
+    }
+    CopyText(name, sizeChars, portName);
+    return 1;
+}
+
+void CComPorts::FindNewProblemDevices() {
+    WriteLog(3, "CComPorts::FindNewProblemDevices()...");
+    for (const GUID* interfaceClass : kPortInterfaceClasses) {
+        const DeviceList list(interfaceClass, DIGCF_DEVICEINTERFACE);
+        if (list.IsValid()) {
+            ScanNewProblems(list, interfaceClass);
+        }
+    }
+}
+
+void CComPorts::ScanNewProblems(const DeviceList& list, const GUID* interfaceClass) {
+    SP_DEVICE_INTERFACE_DATA interfaceData = {};
+    for (DWORD index = 0; list.GetInterface(*interfaceClass, index, &interfaceData); ++index) {
+        InterfaceDetail detail;
+        SP_DEVINFO_DATA device = {};
+        if (!detail.Read(list.Get(), &interfaceData, &device)) {
+            continue;
+        }
+        const DWORD problem = GetProblem(device.DevInst);
+        if (problem != 0 && problem != kProblemPhantom) {
+            ReactToProblem(device.DevInst, problem, detail.Path());
+        }
+    }
+}
+
+void CComPorts::ReactToProblem(DWORD devInst, DWORD problem, const char* devicePath) {
+    const int index = FindPortIdxByDevInst(devInst);
+    CComPort* port = index != kNoPort ? Ports[index] : nullptr;
+    if (port != nullptr) {
+        if (port->Problem == problem) {
+            return;
+        }
+        if (IsLeaving(problem)) {
+            port->Problem = problem;
+            return;
+        }
+        if (devInst != g_LastProblemDevInst) {
+            // One chance to recover by itself. Problem stays, so the next scan finds the number new again.
+            PerformDeviceSafeRemovalAndRestart(devInst);
+            g_LastProblemDevInst = devInst;
+            return;
+        }
+        port->Problem = problem;
+    }
+    char portName[64];
+    if (!GetPortNameByDevInst(devInst, portName, sizeof(portName))) {
+        return;
+    }
+    if (port == nullptr) {
+        AddNewPort(devicePath);
+        return;
+    }
+    CopyText(port->szRegPortName, portName);
+    CheckComPortAssignment(index);
+}
+
+void CComPorts::FindRemovedProblemDevices() {
+    WriteLog(3, "CComPorts::FindRemovedProblemDevices()...");
+    for (LONG i = 0; i < PortCount; ++i) {
+        const CComPort* port = Ports[i];
+        if (port == nullptr || port->Problem == 0) {
+            continue;
+        }
+        const DWORD problem = GetProblem(port->DevInst);
+        if (problem != port->Problem) {
+            WriteLog(3, "P[%i] problem changed: %u -> %u", i, port->Problem, problem);
+            RemovePort(port->DevPath);
+        }
+    }
+}

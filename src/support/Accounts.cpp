@@ -1,0 +1,50 @@
+#include "support/Accounts.h"
+
+#include "support/BoundedText.h"
+#include "support/ScopeGuard.h"
+#include "support/StringTools.h"
+
+namespace {
+
+constexpr char SystemSid[] = "S-1-5-18";
+constexpr char SystemPrefix[] = "S-1-5-";
+constexpr DWORD MaxTokenUser = 256; // a SID has at most 68 bytes
+
+// The text of the token's user. Returns: 1; 0 with the last error.
+int TokenUserText(HANDLE token, char* out, size_t size) {
+    alignas(TOKEN_USER) BYTE buffer[MaxTokenUser];
+    DWORD needed = 0;
+    if (!GetTokenInformation(token, TokenUser, buffer, sizeof(buffer), &needed)) {
+        return 0;
+    }
+    char* text = nullptr;
+    if (!ConvertSidToStringSidA(reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid, &text)) {
+        return 0;
+    }
+    CopyText(out, size, text);
+    LocalFree(text);
+    return 1;
+}
+
+} // namespace
+
+int GetUserSidText(char* out, size_t size) {
+    CopyText(out, size, "");
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) {
+        return 0;
+    }
+    const int result = TokenUserText(token, out, size);
+    LastErrorKeeper keep;
+    CloseHandle(token);
+    return result;
+}
+
+int IsSystemAccount() {
+    char sid[260];
+    return GetUserSidText(sid) && IsSystemSidText(sid);
+}
+
+int IsSystemSidText(const char* sid) {
+    return TextLength(sid) == TextLength(SystemSid) && CountSameStart(SystemPrefix, sid) == TextLength(SystemPrefix);
+}

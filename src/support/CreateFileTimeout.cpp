@@ -1,0 +1,133 @@
+#include "support/CreateFileTimeout.h"
+
+#include "support/BoundedText.h"
+#include "support/DiagnosticNames.h"
+#include "support/LogFile.h"
+#include "support/ScopeGuard.h"
+
+namespace {
+
+constexpr DWORD SafetyMs = 100; // so much earlier the thread stops counting on a caller that still waits
+
+// Who of the two is through with the request first leaves it to the other one.
+constexpr LONG Running = 0;
+constexpr LONG Finished = 1;  // the thread has its result, the caller takes it and the request
+constexpr LONG Abandoned = 2; // the caller has gone, the thread gives back the handle and the request
+
+struct OpenRequest {
+    char FileName[260];
+    DWORD Access;
+    DWORD Share;
+    DWORD Disposition;
+    DWORD Flags;
+    DWORD LatestMs; // an open that takes longer comes too late
+    DWORD Error;
+    HANDLE Handle;
+    LONG State;
+};
+
+HANDLE OpenNow(const OpenRequest& request) {
+    return CreateFileA(request.FileName, request.Access, request.Share, nullptr, request.Disposition, request.Flags,
+                       nullptr);
+}
+
+void CloseResult(OpenRequest& request) {
+    if (request.Handle != INVALID_HANDLE_VALUE) {
+        CloseHandle(request.Handle);
+        request.Handle = INVALID_HANDLE_VALUE;
+    }
+}
+
+void OpenInTime(OpenRequest& request) {
+    WriteLog(3, "CreateFile(%s)...", request.FileName);
+    const DWORD startTick = GetTickCount();
+    SetLastError(ERROR_SUCCESS);
+    request.Handle = OpenNow(request);
+    request.Error = GetLastError();
+    if (request.Handle == INVALID_HANDLE_VALUE) {
+        WriteLog(3, " err=%s", ErrorName(request.Error));
+        return;
+    }
+    WriteLog(3, " h=0x%p", request.Handle);
+    if (GetTickCount() - startTick > request.LatestMs) {
+        WriteLog(3, " too late -> CloseHandle");
+        CloseResult(request);
+        request.Error = ERROR_TIMEOUT;
+    }
+}
+
+DWORD RunRequest(OpenRequest* request) {
+    OpenInTime(*request);
+    const DWORD exitCode = request->Handle != INVALID_HANDLE_VALUE;
+    if (InterlockedCompareExchange(&request->State, Finished, Running) == Abandoned) {
+        CloseResult(*request);
+        delete request;
+    }
+    return exitCode;
+}
+
+DWORD WINAPI CreateFile_ThreadProc(LPVOID parameter) {
+    return RunRequest(static_cast<OpenRequest*>(parameter));
+}
+
+// The caller goes without a result.
+void AbandonRequest(OpenRequest* request) {
+    if (InterlockedCompareExchange(&request->State, Abandoned, Running) == Finished) {
+        CloseResult(*request);
+        delete request;
+    }
+}
+
+// The result of a thread that has ended. The last error is that of the open.
+HANDLE TakeResult(OpenRequest& request, DWORD exitCode) {
+    if (exitCode == 1) {
+        return request.Handle;
+    }
+    if (request.Error == ERROR_FILE_NOT_FOUND) {
+        return OpenNow(request); // a name that does not exist cannot hang
+    }
+    SetLastError(request.Error);
+    return INVALID_HANDLE_VALUE;
+}
+
+} // namespace
+
+HANDLE CreateFileTimeout(const char* name, DWORD access, DWORD share, DWORD disposition, DWORD flags, DWORD timeoutMs) {
+    WriteLog(3, "CreateFileTimeout(%s, 0x%X, 0x%X, %u, 0x%X, %u)...", name, access, share, disposition, flags,
+             timeoutMs);
+    OpenRequest* request = new OpenRequest;
+    CopyText(request->FileName, name);
+    request->Access = access;
+    request->Share = share;
+    request->Disposition = disposition;
+    request->Flags = flags;
+    request->LatestMs = timeoutMs > SafetyMs ? timeoutMs - SafetyMs : timeoutMs;
+    request->Error = ERROR_SUCCESS;
+    request->Handle = INVALID_HANDLE_VALUE;
+    request->State = Running;
+
+    const DWORD startTick = GetTickCount();
+    DWORD threadId = 0;
+    const HANDLE thread = CreateThread(nullptr, 0, CreateFile_ThreadProc, request, 0, &threadId);
+    if (!thread) {
+        LastErrorKeeper keep;
+        delete request;
+        return INVALID_HANDLE_VALUE;
+    }
+    WriteLog(3, "thread CreateFile_ThreadProc created ThreadId=%04u waiting upto %u ms", threadId, timeoutMs);
+    const DWORD waitResult = WaitForSingleObject(thread, timeoutMs);
+    WriteLog(3, "waitres=%u after %u ms", waitResult, GetTickCount() - startTick);
+    if (waitResult != WAIT_OBJECT_0) {
+        CloseHandle(thread);
+        AbandonRequest(request);
+        SetLastError(ERROR_TIMEOUT);
+        return INVALID_HANDLE_VALUE;
+    }
+    DWORD exitCode = 0;
+    (void)GetExitCodeThread(thread, &exitCode); // without one the request's error tells what to do
+    const HANDLE result = TakeResult(*request, exitCode);
+    LastErrorKeeper keep;
+    delete request;
+    CloseHandle(thread);
+    return result;
+}

@@ -1,0 +1,120 @@
+#include "support/FileTools.h"
+
+#include <cstddef>
+
+#include "support/BoundedText.h"
+#include "support/DiagnosticNames.h"
+#include "support/LogFile.h"
+#include "support/PathTools.h"
+#include "support/ScopeGuard.h"
+#include "support/StringTools.h"
+
+namespace {
+
+constexpr size_t MaxExistsPath = 520;
+constexpr char ForbiddenInNames[] = ":*?<>|";
+constexpr char LongPathPrefix[] = "\\\\?\\";
+constexpr char ZoneStream[] = "Zone.Identifier";
+
+// Whether a path holds characters that no file name has. The drive's colon stands in front of what is looked at.
+bool HasForbiddenChars(const char* path) {
+    const size_t prefixLength = sizeof(LongPathPrefix) - 1;
+    const size_t driveLength = 2;
+    size_t start = driveLength;
+    if (CountSameStart(LongPathPrefix, path) == prefixLength && TextLength(path) >= prefixLength + driveLength) {
+        start = prefixLength + driveLength;
+    }
+    return !HasNoneOf(path + start, ForbiddenInNames);
+}
+
+// Takes the mark off one file. Returns: 1 if there was one and it is gone.
+int RemoveZoneIdentifier(const char* folder, const char* file) {
+    char stream[MAX_PATH * 2 + sizeof(ZoneStream)];
+    FormatText(stream, "%s\\%s:%s", folder, file, ZoneStream);
+    return CanOpen(stream) && DeleteFileA(stream);
+}
+
+} // namespace
+
+int FileExists(const char* path) {
+    const size_t uncheckedLength = 3;
+    const size_t length = TextLength(path);
+    if (length == 0) {
+        return 0;
+    }
+    if (length > uncheckedLength && HasForbiddenChars(path)) {
+        WriteLog(3, " invalid file name");
+        return 0;
+    }
+    if (length > MaxExistsPath) {
+        return 0;
+    }
+    char name[MaxExistsPath + 1];
+    CopyText(name, path);
+    (void)UnquoteText(name);
+    (void)ExpandEnvInPlace(name, MaxExistsPath);
+    if (GetFileAttributesA(name) != INVALID_FILE_ATTRIBUTES) {
+        return 1;
+    }
+    return GetLastError() == ERROR_ACCESS_DENIED; // what may not be looked at is still there
+}
+
+int CanOpen(const char* path) {
+    WriteLog(3, "CanOpen(%s)...", path);
+    const HANDLE file = CreateFileA(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        WriteLog(3, " err=%s", LastErrorName());
+        return 0;
+    }
+    CloseHandle(file);
+    WriteLog(3, " ok");
+    return 1;
+}
+
+int IsFolder(const char* path) {
+    char name[MaxExistsPath + 1];
+    if (CopyText(name, path) < TextLength(path)) {
+        return 0; // cut, it would be the name of something else
+    }
+    (void)UnquoteText(name);
+    const DWORD attributes = GetFileAttributesA(name);
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+ULONGLONG GetFileWriteTime(const char* path) {
+    FILETIME written = {};
+    const HANDLE file = CreateFileA(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file != INVALID_HANDLE_VALUE) {
+        if (!GetFileTime(file, nullptr, nullptr, &written)) {
+            written = {};
+        }
+        CloseHandle(file);
+    }
+    WriteLog(4, "GetFileWriteTime(%s) = %08X,%08X", path, written.dwHighDateTime, written.dwLowDateTime);
+    return (static_cast<ULONGLONG>(written.dwHighDateTime) << 32) | written.dwLowDateTime;
+}
+
+int RemoveZoneIdentifiers(const char* folder) {
+    char directory[MAX_PATH];
+    CopyText(directory, folder);
+    RemoveTrailingChar(directory, '\\');
+    (void)ExpandEnvInPlace(directory, sizeof(directory));
+
+    char pattern[MAX_PATH + 2];
+    FormatText(pattern, "%s\\*", directory);
+    WIN32_FIND_DATAA entry;
+    const HANDLE search = FindFirstFileA(pattern, &entry);
+    if (search == INVALID_HANDLE_VALUE) {
+        return 0;
+    }
+    auto close = OnScopeExit([&] { FindClose(search); });
+    int removed = 0;
+    do {
+        if (!(entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && RemoveZoneIdentifier(directory, entry.cFileName)) {
+            removed = 1;
+        }
+    } while (FindNextFileA(search, &entry));
+    return removed;
+}

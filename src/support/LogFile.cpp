@@ -1,0 +1,462 @@
+#include "support/LogFile.h"
+
+#include <cstdarg>
+#include <cstddef>
+
+#include "support/BoundedText.h"
+#include "support/PathTools.h"
+#include "support/ProcessState.h"
+#include "support/ScopeGuard.h"
+#include "support/StringTools.h"
+#include "support/ThreadTools.h"
+#include "support/TimeTools.h"
+
+LogSettings g_Log;
+
+namespace {
+
+constexpr DWORD MaxDelta = 9999;
+constexpr size_t MessageSize = 4096;
+constexpr size_t DeltaSize = 64;
+constexpr size_t MaxRecord = 1023; // with CR LF: the longest text that the platform's formatting gives
+constexpr DWORD IdleBeforeCloseMs = 50;
+constexpr DWORD ExitWaitMs = 1000;
+constexpr int OpenAttempts = 20;
+constexpr int CreateAttempts = 100;
+constexpr DWORD RetryMs = 10;
+constexpr DWORD CreateFailedLine = 216;
+constexpr DWORD LastBackupSuffix = 99;
+constexpr char EveryoneFullAccess[] = "D:(A;OICI;GA;;;WD)";
+
+// Origin tags in the order of the modes.
+constexpr const char* ModeTags[] = {"nu", "sr", "db", "ns", "sa", "ba", "in", "ex"};
+static_assert(sizeof(ModeTags) / sizeof(ModeTags[0]) == ModeCount);
+
+CRITICAL_SECTION s_logLock;
+DWORD s_lockReady;
+
+HANDLE s_file QM_GUARDED_BY(s_logLock); // INVALID_HANDLE_VALUE while the file is closed
+DWORD s_previousTick QM_GUARDED_BY(s_logLock);
+char s_message[MessageSize] QM_GUARDED_BY(s_logLock);
+char s_line[MessageSize] QM_GUARDED_BY(s_logLock);
+char s_delta[DeltaSize] QM_GUARDED_BY(s_logLock);
+
+HANDLE s_writeEvent;   // manual reset, set after each record written to the file
+HANDLE s_closerThread; // set before the log has readers of it, cleared by LogFile_Exit
+DWORD s_exitRequested; // single word, set once by LogFile_Exit
+LONG s_writers;        // calls inside LogFile_Write; the lock is deleted only when there is none
+
+SECURITY_ATTRIBUTES s_security;
+SECURITY_ATTRIBUTES* s_pSecurity; // null until a valid descriptor was built; set before other threads write
+DWORD s_ownsDescriptor;
+
+// --- Settings
+
+// Reads one key of the INI file. Returns: 1 if it has a value.
+template<size_t N>
+int ReadLogKey(const char* key, const char* defaultValue, char (&value)[N]) {
+    value[0] = '\0';
+    GetPrivateProfileStringA("Settings", key, defaultValue, value, static_cast<DWORD>(N), szIniFile);
+    return value[0] != '\0';
+}
+
+// Whether the folder of this file is there.
+int HasFolder(const char* file) {
+    char folder[260];
+    CopyText(folder, file);
+    size_t end = TextLength(folder);
+    while (end > 0 && folder[end - 1] != '\\') {
+        --end;
+    }
+    if (end == 0) {
+        return 0;
+    }
+    // The root of a drive keeps its backslash: without it the drive's current folder would be meant.
+    const size_t driveRoot = 3;
+    folder[end > driveRoot ? end - 1 : end] = '\0';
+    const DWORD attributes = GetFileAttributesA(folder);
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+// The name that the settings give, starting from the present one.
+void ReadLogFileName(char (&name)[260]) {
+    char value[260];
+    if (ReadLogKey("Logfile", "", value)) {
+        PathUnquoteSpacesA(value);
+        MakeFullPath(value, szExeDir, name);
+        if (!HasFolder(name)) {
+            name[0] = '\0';
+        }
+    }
+    if (name[0] == '\0') {
+        const char drive[] = {szWindowsDir[0], ':', '\0'};
+        FormatText(name, "%s\\_Quillmarch.log", drive);
+    }
+}
+
+// Takes over a new name. A file that is still open under the old one is closed, or the next records would follow it.
+void SetLogFileName(const char* name) {
+    LockGuard lock(s_logLock);
+    if (SameText(g_Log.LogFileName, name)) {
+        return;
+    }
+    CopyText(g_Log.LogFileName, name);
+    if (s_file != INVALID_HANDLE_VALUE) {
+        CloseHandle(s_file);
+        s_file = INVALID_HANDLE_VALUE;
+    }
+}
+
+// The steps of LogFile_ReadSettings.
+void ReadSettings() {
+    char level[8];
+    if (ReadLogKey("LogLevel", "3", level) && level[0] >= '0' && level[0] <= '9') {
+        g_Log.LogLevel = level[0] - '0';
+    }
+    if (g_Log.LogLevel == 0) {
+        return;
+    }
+    char write[8];
+    if (ReadLogKey("WriteLogfile", "", write)) {
+        char name[260];
+        CopyText(name, g_Log.LogFileName);
+        ReadLogFileName(name);
+        SetLogFileName(name);
+        // Behind the name: from now on other threads write.
+        if (write[0] == '1') {
+            g_Log.WriteLogfile = 1;
+        }
+    }
+    char debugOutput[8];
+    ReadLogKey("WriteDebugOutput", "0", debugOutput);
+    g_Log.WriteDebugOutput = debugOutput[0] != '0';
+}
+
+// --- The file
+
+// The backup's name, or 0 if this path gives none that differs from it: such a log is not rotated but appended to, so
+// that no record is lost and no other file is touched.
+int MakeBackupName(const char* name, char (&backup)[260]) {
+    CopyText(backup, name);
+    return ReplaceInArray(backup, ".log", "_bak.log") > 0;
+}
+
+void LogFile_Backup(const char* name) {
+    char backup[260];
+    if (!MakeBackupName(name, backup)) {
+        return;
+    }
+    if (!DeleteFileA(backup)) {
+        // A backup that somebody holds can often still be renamed, and then goes under its new name.
+        for (DWORD n = 1; n <= LastBackupSuffix; ++n) {
+            char renamed[sizeof(backup) + 4];
+            FormatText(renamed, "%s_%u", backup, n);
+            if (MoveFileA(backup, renamed)) {
+                (void)DeleteFileA(renamed); // what cannot go now stays under a name that is not in the way
+                break;
+            }
+        }
+    }
+    (void)MoveFileA(name, backup); // a log that cannot be renamed is appended to
+}
+
+// Makes everybody's access the security of files that the log creates. Without it they get the default security.
+void BuildSecurity() {
+    if (s_pSecurity) {
+        return;
+    }
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(EveryoneFullAccess, SDDL_REVISION_1, &descriptor,
+                                                              nullptr)) {
+        return;
+    }
+    if (!IsValidSecurityDescriptor(descriptor)) {
+        LocalFree(descriptor);
+        return;
+    }
+    s_security.nLength = sizeof(s_security);
+    s_security.lpSecurityDescriptor = descriptor;
+    s_security.bInheritHandle = FALSE;
+    s_ownsDescriptor = 1;
+    s_pSecurity = &s_security;
+}
+
+bool LogFileIsThere() {
+    return GetFileAttributesA(g_Log.LogFileName) != INVALID_FILE_ATTRIBUTES;
+}
+
+// A drive that is not there any more, such as an unplugged stick, is replaced by "C".
+void ReplaceMissingDrive() {
+    const char* name = g_Log.LogFileName;
+    const char letter = name[0];
+    const bool isLetter = (letter >= 'A' && letter <= 'Z') || (letter >= 'a' && letter <= 'z');
+    if (!isLetter || name[1] != ':' || name[2] != '\\') {
+        return;
+    }
+    const char drive[] = {letter, ':', '\0'};
+    char target[1024];
+    if (QueryDosDeviceA(drive, target, sizeof(target)) == 0) {
+        LockGuard lock(s_logLock);
+        g_Log.LogFileName[0] = 'C';
+    }
+}
+
+// Makes the empty file. Returns: 0 if there is no hope to make it, so that the log needs no closer thread.
+int CreateLogFile() {
+    for (int attempt = 1; attempt <= CreateAttempts; ++attempt) {
+        const HANDLE file = CreateFileA(g_Log.LogFileName, GENERIC_WRITE, FILE_SHARE_READ, s_pSecurity, CREATE_ALWAYS,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (file != INVALID_HANDLE_VALUE) {
+            CloseHandle(file);
+            return 1;
+        }
+        const DWORD error = GetLastError();
+        WriteLog(3, "creating log err=%u", error);
+        if (error == ERROR_ACCESS_DENIED || error == ERROR_PATH_NOT_FOUND) {
+            return 0;
+        }
+        if (attempt < CreateAttempts) {
+            Sleep(RetryMs);
+        }
+    }
+    FATAL_SOFT_AT("LogFile", CreateFailedLine, "LogFile_Init");
+    return 1;
+}
+
+// Opens the file for appending unless it is open. Returns: ERROR_SUCCESS, or the error of the last attempt.
+DWORD OpenForAppend(const char* name) QM_REQUIRES(s_logLock) {
+    DWORD error = ERROR_SUCCESS;
+    for (int attempt = 0; attempt < OpenAttempts && s_file == INVALID_HANDLE_VALUE; ++attempt) {
+        if (attempt > 0) {
+            Sleep(RetryMs);
+        }
+        const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE;
+        s_file = CreateFileA(name, GENERIC_WRITE, share, s_pSecurity, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (s_file == INVALID_HANDLE_VALUE && GetLastError() != ERROR_SHARING_VIOLATION) {
+            s_file = CreateFileA(name, GENERIC_WRITE, share, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+        }
+        if (s_file == INVALID_HANDLE_VALUE) {
+            error = GetLastError();
+            if (error != ERROR_SHARING_VIOLATION) {
+                return error;
+            }
+        }
+    }
+    return s_file == INVALID_HANDLE_VALUE ? error : ERROR_SUCCESS;
+}
+
+// Returns: ERROR_SUCCESS, or the error of the open: the record is then lost and nothing is reported.
+DWORD LogFile_WriteLine(const char* name, const char* text, size_t length) QM_REQUIRES(s_logLock) {
+    const DWORD openError = OpenForAppend(name);
+    if (openError != ERROR_SUCCESS) {
+        return openError;
+    }
+    SetFilePointer(s_file, 0, nullptr, FILE_END);
+    DWORD written = 0;
+    (void)WriteFile(s_file, text, static_cast<DWORD>(length), &written, nullptr); // the log never fails its caller
+    SetEvent(s_writeEvent);
+    return ERROR_SUCCESS;
+}
+
+// --- Records
+
+// Builds time, delta, origin, level and message in s_line; a message that is too long is cut so that the line end
+// stays.
+size_t FormatRecord(LONG level) QM_REQUIRES(s_logLock) {
+    char time[32];
+    FormatTime(time);
+    char origin[32];
+    if (g_Mode == ModeService || g_Mode == ModeDebug) {
+        FormatText(origin, "{%4.4i}", static_cast<LONG>(GetCurrentThreadId()));
+    } else {
+        const char* tag = g_Mode >= 0 && g_Mode < ModeCount ? ModeTags[g_Mode] : ModeTags[ModeNul];
+        FormatText(origin, "[%s%2.2u]", tag, GetCurrentProcessId() & 0xFF);
+    }
+    FormatText(s_line, "%s %s %s <%i> ", time, s_delta, origin, level);
+    const size_t length = AppendText(s_line, MaxRecord + 1 - 2, s_message);
+    return length + CopyText(s_line + length, sizeof(s_line) - length, "\r\n");
+}
+
+// Returns: ERROR_SUCCESS, or why the file could not be opened.
+DWORD WriteRecord(LONG level, const char* format, va_list arguments) QM_REQUIRES(s_logLock) {
+    DWORD openError = ERROR_SUCCESS;
+    const DWORD tick = GetTickCount();
+    const DWORD delta = tick - s_previousTick;
+    FormatText(s_delta, "(%4u)", delta < MaxDelta ? delta : MaxDelta);
+    FormatTextV(s_message, sizeof(s_message), format, arguments);
+    if (g_Log.WriteDebugOutput) {
+        FormatText(s_line, "%s[QUILLMARCH]  ", s_delta);
+        const size_t length = AppendText(s_line, MaxRecord + 1 - 1, s_message);
+        CopyText(s_line + length, sizeof(s_line) - length, "\n");
+        OutputDebugStringA(s_line);
+    }
+    if (g_Log.WriteLogfile) {
+        const size_t length = FormatRecord(level);
+        openError = LogFile_WriteLine(g_Log.LogFileName, s_line, length);
+    }
+    s_previousTick = tick;
+    return openError;
+}
+
+// --- The closer thread
+
+void CloseIfIdle() {
+    if (!TryEnterCriticalSection(&s_logLock)) {
+        return; // a writer is at work, and its event will bring the thread back
+    }
+    if (s_file != INVALID_HANDLE_VALUE) {
+        CloseHandle(s_file);
+        s_file = INVALID_HANDLE_VALUE;
+    }
+    LeaveCriticalSection(&s_logLock);
+}
+
+void CloseAtEnd() {
+    LockGuard lock(s_logLock);
+    if (s_file != INVALID_HANDLE_VALUE) {
+        const HANDLE file = s_file;
+        s_file = INVALID_HANDLE_VALUE;
+        Sleep(RetryMs);
+        CloseHandle(file);
+    }
+}
+
+void CloseLogHandle() {
+    while (!s_exitRequested) {
+        if (WaitForSingleObject(s_writeEvent, IdleBeforeCloseMs) == WAIT_OBJECT_0) {
+            // Reset only after it was seen: an event that is set just behind the end of a wait must not be lost.
+            ResetEvent(s_writeEvent);
+            continue;
+        }
+        CloseIfIdle();
+        if (WaitForSingleObject(s_writeEvent, INFINITE) == WAIT_FAILED) {
+            Sleep(IdleBeforeCloseMs); // without an event only time is left
+        }
+    }
+    g_Log.WriteLogfile = 0;
+    WriteLog(4, "CloseLogHandle_ThreadProc after loop");
+    CloseAtEnd();
+}
+
+DWORD WINAPI CloseLogHandle_ThreadProc(LPVOID) {
+    CloseLogHandle();
+    return 0;
+}
+
+void StartCloser() {
+    if (!s_closerThread) {
+        s_closerThread = StartThread(CloseLogHandle_ThreadProc, nullptr);
+    }
+}
+
+} // namespace
+
+void LogFile_Init(int rotate) {
+    if (!s_lockReady) {
+        InitializeCriticalSection(&s_logLock);
+        LockGuard lock(s_logLock);
+        s_file = INVALID_HANDLE_VALUE;
+        s_lockReady = 1;
+    }
+    if (!s_writeEvent) {
+        s_writeEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    }
+    SetLogFileName("");
+    ReadSettings();
+    if (!g_Log.WriteLogfile) {
+        return;
+    }
+    if (rotate) {
+        LogFile_Backup(g_Log.LogFileName);
+    }
+    if (!LogFileIsThere()) {
+        BuildSecurity();
+        ReplaceMissingDrive();
+        // On the other drive there may be a log already, which must not be emptied.
+        if (!LogFileIsThere() && !CreateLogFile()) {
+            return;
+        }
+    }
+    StartCloser();
+}
+
+void LogFile_Exit() {
+    if (!s_lockReady) {
+        g_Log.LogLevel = 0;
+        return;
+    }
+    WriteLog(1, "last log output");
+    g_Log.WriteLogfile = 0;
+    EnterCriticalSection(&s_logLock);
+    LeaveCriticalSection(&s_logLock);
+
+    s_exitRequested = 1;
+    SetEvent(s_writeEvent);
+    bool closerHasEnded = true;
+    if (s_closerThread) {
+        closerHasEnded = WaitForSingleObject(s_closerThread, ExitWaitMs) == WAIT_OBJECT_0;
+        CloseHandle(s_closerThread);
+        s_closerThread = nullptr;
+    }
+    CloseHandle(s_writeEvent);
+    s_writeEvent = nullptr;
+
+    g_Log.LogLevel = 0;
+    {
+        LockGuard lock(s_logLock);
+        if (s_file != INVALID_HANDLE_VALUE) {
+            CloseHandle(s_file);
+            s_file = INVALID_HANDLE_VALUE;
+        }
+    }
+    s_pSecurity = nullptr;
+    if (s_ownsDescriptor) {
+        LocalFree(s_security.lpSecurityDescriptor);
+        s_security.lpSecurityDescriptor = nullptr;
+        s_ownsDescriptor = 0;
+    }
+    for (DWORD waited = 0; s_writers != 0 && waited < ExitWaitMs; waited += RetryMs) {
+        Sleep(RetryMs);
+    }
+    if (closerHasEnded && s_writers == 0) {
+        s_lockReady = 0;
+        DeleteCriticalSection(&s_logLock);
+        s_exitRequested = 0;
+    }
+}
+
+void LogFile_ReadSettings() {
+    const DWORD wroteBefore = g_Log.WriteLogfile;
+    if (!s_lockReady) {
+        return;
+    }
+    ReadSettings();
+    if (g_Log.WriteLogfile && !wroteBefore) {
+        StartCloser(); // switched on while the program runs: the file must not stay open from now on
+    }
+}
+
+void LogFile_Write(LONG level, const char* format, ...) {
+    // Read first and put back last, so that a caller can log first and read the last error afterwards.
+    DWORD lastError = GetLastError();
+    InterlockedIncrement(&s_writers);
+    // Asked again behind the count: since the caller's test the log may have ended, and its lock with it.
+    if (LogFile_Wants(level)) {
+        LockGuard lock(s_logLock);
+        va_list arguments;
+        va_start(arguments, format);
+        const DWORD openError = WriteRecord(level, format, arguments);
+        va_end(arguments);
+        if (openError != ERROR_SUCCESS) {
+            lastError = openError;
+        }
+    }
+    InterlockedDecrement(&s_writers);
+    SetLastError(lastError);
+}
+
+void FatalStopLine(const char* file, DWORD line, const char* function) {
+    const DWORD waitMs = 100; // long enough for the record to reach the disk before a trap ends the process
+    WriteLog(1, "INT3 in %s line %u, function %s", file, line, function);
+    Sleep(waitMs);
+}

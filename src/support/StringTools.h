@@ -1,0 +1,97 @@
+// Small operations on ANSI text, in place unless said otherwise. Lengths and limits count characters without the final
+// zero, sizes count the zero. "Blind to case" compares as lstrcmpiA does for single letters. Pure functions but for
+// BytesToHex, whose result is static. Copies into fixed arrays are in BoundedText.h.
+#pragma once
+
+#include <cstddef>
+
+#include "platform/win32.h"
+
+// Replaces every occurrence of search, blind to case, from left to right; what was put in is not searched again.
+// limit: the longest result; the array needs one more character. Returns: the number of replacements; 0 and no change
+// if the result would exceed limit, if search is empty, or if text is longer than limit already.
+DWORD ReplaceString(char* text, const char* search, const char* replace, size_t limit);
+
+// The shorter form: the text's own length is the limit, so a longer replacement changes nothing.
+DWORD ReplaceString(char* text, const char* search, const char* replace);
+
+// The form for a whole array: as far as it has room.
+template<size_t N>
+DWORD ReplaceInArray(char (&text)[N], const char* search, const char* replace) {
+    return ReplaceString(text, search, replace, N - 1);
+}
+
+// A new copy from operator new, empty for null or empty text. The caller deletes it with delete[].
+char* StrDupNew(const char* text);
+
+// Swaps the contents of two buffers of the same size in bytes.
+void SwapStrings(char* a, char* b, size_t size);
+template<size_t N>
+void SwapStrings(char (&a)[N], char (&b)[N]) {
+    SwapStrings(a, b, N);
+}
+
+// Cuts one trailing c.
+void RemoveTrailingChar(char* text, char c);
+
+// Appends c unless the text ends with it. size: of the array; without room nothing changes.
+void AppendCharOnce(char* text, char c, size_t size);
+template<size_t N>
+void AppendCharOnce(char (&text)[N], char c) {
+    AppendCharOnce(text, c, N);
+}
+
+// Every from becomes to.
+void ReplaceChar(char* text, char from, char to);
+
+// Takes out all blanks and tabs, from the start to the last character but one; the last character stays whatever it is.
+void RemoveBlanks(char* text);
+
+// Copies at most size - 1 characters and terminates; size 0 writes nothing.
+void CopyLimited(char* dst, const char* src, size_t size);
+
+// Blind to case. The first occurrence of pattern must lie at the start or the end of text, so "abcabc" does not end in
+// "abc". An empty text or pattern, or a pattern longer than the text, gives 0.
+int StartsWithNoCase(const char* text, const char* pattern);
+int EndsWithNoCase(const char* text, const char* pattern);
+
+// Leading and trailing runs of "_" become blanks.
+void UnderscoresToBlanks(char* text);
+
+// Puts double quotes round a text that does not begin with one. size: of the array; without room nothing changes.
+void QuoteText(char* text, size_t size);
+template<size_t N>
+void QuoteText(char (&text)[N]) {
+    QuoteText(text, N);
+}
+
+// Removes one pair of double quotes. Returns: 1 if there was one.
+int UnquoteText(char* text);
+
+// Cuts at commas and skips blanks and tabs behind them. parts: pointers into text, at most max; what is behind the last
+// one that fits stays in that part's text uncut. Returns: the number of parts, 0 for an empty text.
+DWORD SplitAtCommas(char* text, char** parts, DWORD max);
+
+// Finds the first digit, reads the number into *number with StrToIntA and ends the text there. Without a digit *number
+// is defaultNumber and the text stays. Returns: 1 if there was a digit.
+int TakeNumber(char* text, LONG* number, LONG defaultNumber);
+
+// Ends the text at the first c. Returns: 1 if there was one.
+int CutAtChar(char* text, char c);
+
+// src is ANSI or UTF-16 text: it is UTF-16 if its first two characters are not zero and have a zero high byte. The
+// result has at most 259 characters. dst: 260 bytes.
+void WideOrAnsiToAnsi(char (&dst)[260], const void* src);
+
+// The first count - 1 bytes, at most 199, each as "%2.2X," with the last comma removed. Static text, valid until the
+// next call.
+const char* BytesToHex(const BYTE* bytes, DWORD count);
+
+// 1 if no character of chars occurs in text; 1 for an empty text.
+int HasNoneOf(const char* text, const char* chars);
+
+// The number of equal leading characters, exact in case; 0 if a is empty.
+DWORD CountSameStart(const char* a, const char* b);
+
+// "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}" in capitals: 38 characters.
+void FormatGuid(char (&text)[40], const GUID& guid);

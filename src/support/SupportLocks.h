@@ -1,0 +1,13 @@
+// The two locks of the general tools: that of the ring of ResultText and that of the seed of Random. The start of the
+// program makes them before the first other thread, the balloon child deletes them at its end. While they are not there
+// the tools work without them, which is right for a process that has one thread.
+#pragma once
+
+#include "platform/win32.h"
+
+extern CRITICAL_SECTION CS_ResultText;
+extern CRITICAL_SECTION CS_Random;
+extern DWORD g_SupportLocksReady;
+
+void InitSupportLocks();
+void ExitSupportLocks();

@@ -1,0 +1,37 @@
+#include "support/ThreadTools.h"
+
+#include "support/LogFile.h"
+
+HANDLE StartThread(LPTHREAD_START_ROUTINE procedure, void* parameter) {
+    DWORD threadId = 0;
+    return CreateThread(nullptr, 0, procedure, parameter, 0, &threadId);
+}
+
+int StartThreadLogged(const char* name, LPTHREAD_START_ROUTINE procedure, void* parameter) {
+    DWORD threadId = 0;
+    const HANDLE thread = CreateThread(nullptr, 0, procedure, parameter, CREATE_SUSPENDED, &threadId);
+    if (!thread) {
+        return 0;
+    }
+    if (name) {
+        WriteLog(3, "thread %s created ThreadId=%04u", name, threadId);
+    }
+    ResumeThread(thread);
+    CloseHandle(thread);
+    return 1;
+}
+
+DWORD StartThreadForId(const char* name, LPTHREAD_START_ROUTINE procedure, void* parameter) {
+    DWORD threadId = 0;
+    const HANDLE thread = CreateThread(nullptr, 0, procedure, parameter, 0, &threadId);
+    if (!thread) {
+        return 0;
+    }
+    if (name) {
+        WriteLog(3, "thread %s created ThreadId=%04u", name, threadId);
+    } else {
+        WriteLog(3, "thread created ThreadId=%04u", threadId);
+    }
+    CloseHandle(thread);
+    return threadId;
+}

@@ -1,0 +1,62 @@
+#include "support/WindowDpi.h"
+
+#include "support/OsVersion.h"
+#include "support/SystemTools.h"
+
+namespace {
+
+constexpr DWORD BcdTen = 0x1000;
+constexpr DWORD BcdEightOne = 0x0603;
+constexpr DWORD FirstBuildWithWindowDpi = 14393;
+constexpr int EffectiveDpi = 0;
+constexpr UINT UnscaledDpi = 96; // for a desktop that gives no device context
+
+using GetDpiForWindowOperation = UINT(WINAPI*)(HWND);
+using GetDpiForMonitorOperation = HRESULT(WINAPI*)(HMONITOR, int, UINT*, UINT*);
+
+// Each of the two gives 0 if this Windows or this window has no answer.
+UINT AskWindow(HWND window) {
+    if (g_Os.VersionBcd < BcdTen || g_Os.BuildNumber < FirstBuildWithWindowDpi) {
+        return 0;
+    }
+    const HMODULE user = LoadSystemLibrary("user32.dll");
+    const auto getDpi = FindOperation<GetDpiForWindowOperation>(user, "GetDpiForWindow");
+    const UINT dpi = getDpi ? getDpi(window) : 0;
+    if (user) {
+        FreeLibrary(user);
+    }
+    return dpi;
+}
+
+UINT AskMonitor(HWND window) {
+    if (g_Os.VersionBcd < BcdEightOne) {
+        return 0;
+    }
+    const HMODULE shcore = LoadSystemLibrary("Shcore.dll");
+    const auto getDpi = FindOperation<GetDpiForMonitorOperation>(shcore, "GetDpiForMonitor");
+    UINT x = 0;
+    UINT y = 0;
+    RECT place = {};
+    if (getDpi && GetWindowRect(window, &place)) {
+        (void)getDpi(MonitorFromRect(&place, MONITOR_DEFAULTTONEAREST), EffectiveDpi, &x, &y); // a failure leaves 0
+    }
+    if (shcore) {
+        FreeLibrary(shcore);
+    }
+    return x;
+}
+
+} // namespace
+
+UINT GetWindowDpi(HWND window) {
+    UINT dpi = AskWindow(window);
+    if (dpi == 0) {
+        dpi = AskMonitor(window);
+    }
+    if (dpi == 0) {
+        const HDC context = GetDC(window);
+        dpi = static_cast<UINT>(GetDeviceCaps(context, LOGPIXELSX));
+        ReleaseDC(window, context);
+    }
+    return dpi != 0 ? dpi : UnscaledDpi;
+}

@@ -1,0 +1,66 @@
+// What the product relies on from Windows, asked of Windows' own names: the same source runs on the simulated machine
+// and, cross-built, under Wine. What is expected is what Windows documents. Where Wine is known to do otherwise, the
+// expectation is marked, so that the difference is written down beside the test and is noticed when it goes away.
+#pragma once
+
+#include "platform/win32.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace contract {
+
+// A last error that no operation gives: an operation that is said to set one must replace it.
+inline constexpr DWORD NoError = 0x20000042;
+
+#if defined(_WIN32)
+inline bool IsWine() {
+    return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
+}
+#else
+inline bool IsWine() {
+    return false;
+}
+#endif
+
+inline int& KnownDifferences() {
+    static int count = 0;
+    return count;
+}
+
+// A documented result: it must come on the simulated machine and on Windows, and must not come under Wine, which is
+// known to differ; there it is counted, and fails as soon as Wine agrees.
+inline void CheckKnownDifference(bool agrees, const char* expression, const char* reason, const char* file, int line) {
+    if (!IsWine()) {
+        if (!agrees)
+            ADD_FAILURE_AT(file, line) << expression << "\n  (known to differ under Wine: " << reason << ")";
+        return;
+    }
+    if (agrees)
+        ADD_FAILURE_AT(file, line) << expression << "\n  holds under Wine by now, take the mark away: " << reason;
+    testing::Test::RecordProperty("known_differences", ++KnownDifferences());
+}
+#define KNOWN_DIFFERENCE(reason, expression)                                                                           \
+    contract::CheckKnownDifference((expression), #expression, reason, __FILE__, __LINE__)
+
+// A folder of the test's own for files, empty at its start.
+inline std::string TempFolder() {
+    char path[MAX_PATH];
+    const DWORD length = ExpandEnvironmentStringsA("%TEMP%", path, sizeof(path));
+    return std::string(path, length ? length - 1 : 0);
+}
+
+inline std::string TempFile(const char* name) {
+    return TempFolder() + "\\QuillmarchContract_" + name;
+}
+
+// The error of an operation that gives FALSE, 0 if it gave TRUE.
+template<typename Operation>
+DWORD ErrorOf(Operation operation) {
+    SetLastError(NoError);
+    return operation() ? 0 : GetLastError();
+}
+
+} // namespace contract

@@ -1,0 +1,266 @@
+// Files: opening and its errors, sharing, streams, times, searching; settings files; modules and version information.
+#include "Contract.h"
+
+#include <cstring>
+
+namespace {
+
+using contract::ErrorOf;
+using contract::NoError;
+using contract::TempFile;
+
+constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+// A file of a test: made with a text, deleted at the end.
+class FilesContract : public testing::Test {
+protected:
+    void SetUp() override {
+        name = TempFile("file.txt");
+        other = TempFile("other.txt");
+        Clean();
+        Write(name, "0123456789");
+    }
+    void TearDown() override { Clean(); }
+    void Clean() {
+        for (const std::string& path : {name, other}) {
+            SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+            DeleteFileA((path + ":Zone.Identifier").c_str());
+            DeleteFileA(path.c_str());
+        }
+    }
+    static HANDLE Open(const std::string& path, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING,
+                       DWORD flags = FILE_ATTRIBUTE_NORMAL) {
+        SetLastError(NoError);
+        return CreateFileA(path.c_str(), access, share, nullptr, disposition, flags, nullptr);
+    }
+    // The error of an open, 0 if it works.
+    static DWORD OpenError(const std::string& path, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING,
+                           DWORD flags = FILE_ATTRIBUTE_NORMAL) {
+        const HANDLE file = Open(path, access, share, disposition, flags);
+        if (file == INVALID_HANDLE_VALUE)
+            return GetLastError();
+        CloseHandle(file);
+        return 0;
+    }
+    static void Write(const std::string& path, const std::string& text) {
+        const HANDLE file = Open(path, GENERIC_WRITE, 0, CREATE_ALWAYS);
+        ASSERT_NE(file, INVALID_HANDLE_VALUE) << GetLastError();
+        DWORD written = 0;
+        EXPECT_TRUE(WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr));
+        EXPECT_EQ(written, text.size());
+        CloseHandle(file);
+    }
+    static std::string Read(HANDLE file, DWORD bytes) {
+        std::string text(bytes, '#');
+        DWORD read = 99;
+        EXPECT_TRUE(ReadFile(file, text.data(), bytes, &read, nullptr));
+        text.resize(read);
+        return text;
+    }
+    std::string name, other;
+};
+
+TEST_F(FilesContract, Opening) {
+    const std::string folder = contract::TempFolder();
+    EXPECT_EQ(OpenError(other, GENERIC_READ, ShareAll), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(OpenError(folder + "\\QuillmarchNone\\x", GENERIC_READ, ShareAll), DWORD{ERROR_PATH_NOT_FOUND});
+    EXPECT_EQ(OpenError(folder, GENERIC_READ, ShareAll), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(OpenError(folder, GENERIC_READ, ShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS), 0u);
+    EXPECT_EQ(OpenError(name, GENERIC_WRITE, 0, CREATE_NEW), DWORD{ERROR_FILE_EXISTS});
+    EXPECT_EQ(OpenError(folder + "\\a|b", GENERIC_READ, ShareAll), DWORD{ERROR_INVALID_NAME});
+    EXPECT_EQ(OpenError(folder + "\\a|b", GENERIC_WRITE, 0, CREATE_ALWAYS), DWORD{ERROR_INVALID_NAME});
+
+    HANDLE file = Open(name, GENERIC_READ, ShareAll, OPEN_ALWAYS);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+    CloseHandle(file);
+    file = Open(other, GENERIC_WRITE, ShareAll, OPEN_ALWAYS);
+    EXPECT_EQ(GetLastError(), 0u);
+    CloseHandle(file);
+    file = Open(name, GENERIC_WRITE, ShareAll, CREATE_ALWAYS);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+    EXPECT_EQ(GetFileSize(file, nullptr), 0u);
+    CloseHandle(file);
+    EXPECT_EQ(GetFileAttributesA(name.c_str()) & FILE_ATTRIBUTE_DIRECTORY, 0u);
+    EXPECT_EQ(GetFileAttributesA(folder.c_str()) & FILE_ATTRIBUTE_DIRECTORY, DWORD{FILE_ATTRIBUTE_DIRECTORY});
+}
+
+TEST_F(FilesContract, ReadingAndWriting) {
+    HANDLE file = Open(name, GENERIC_READ, ShareAll);
+    EXPECT_EQ(GetFileSize(file, nullptr), 10u);
+    EXPECT_EQ(Read(file, 4), "0123");
+    EXPECT_EQ(Read(file, 40), "456789");
+    EXPECT_EQ(Read(file, 4), "") << "success with nothing at the end";
+    DWORD moved = 0;
+    EXPECT_EQ(ErrorOf([&] { return WriteFile(file, "x", 1, &moved, nullptr); }), DWORD{ERROR_ACCESS_DENIED});
+    CloseHandle(file);
+    file = Open(name, GENERIC_WRITE, ShareAll);
+    EXPECT_EQ(SetFilePointer(file, 0, nullptr, FILE_END), 10u);
+    EXPECT_TRUE(WriteFile(file, "ab", 2, &moved, nullptr));
+    EXPECT_EQ(SetFilePointer(file, -2, nullptr, FILE_CURRENT), 10u);
+    EXPECT_EQ(SetFilePointer(file, -20, nullptr, FILE_CURRENT), INVALID_SET_FILE_POINTER);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_NEGATIVE_SEEK});
+    EXPECT_EQ(GetFileSize(file, nullptr), 12u);
+    char byte;
+    EXPECT_EQ(ErrorOf([&] { return ReadFile(file, &byte, 1, &moved, nullptr); }), DWORD{ERROR_ACCESS_DENIED});
+    CloseHandle(file);
+    EXPECT_EQ(ErrorOf([&] { return WriteFile(file, "x", 1, &moved, nullptr); }), DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST_F(FilesContract, Sharing) {
+    const struct {
+        DWORD access, share, nextAccess, nextShare, error;
+    } rows[] = {
+        {GENERIC_READ, FILE_SHARE_READ, GENERIC_READ, FILE_SHARE_READ, 0},
+        {GENERIC_READ, FILE_SHARE_READ, GENERIC_WRITE, ShareAll, ERROR_SHARING_VIOLATION},
+        {GENERIC_WRITE, ShareAll, GENERIC_READ, FILE_SHARE_READ, ERROR_SHARING_VIOLATION},
+        {GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, 0},
+        {GENERIC_READ | GENERIC_WRITE, 0, 0, 0, 0}, // no access: sharing does not matter
+        {0, 0, GENERIC_WRITE, 0, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        const HANDLE first = Open(name, row.access, row.share);
+        ASSERT_NE(first, INVALID_HANDLE_VALUE);
+        EXPECT_EQ(OpenError(name, row.nextAccess, row.nextShare), row.error);
+        CloseHandle(first);
+    }
+}
+
+TEST_F(FilesContract, RemovingAndRenamingOpenFiles) {
+    HANDLE file = Open(name, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    EXPECT_EQ(ErrorOf([&] { return DeleteFileA(name.c_str()); }), DWORD{ERROR_SHARING_VIOLATION});
+    EXPECT_EQ(ErrorOf([&] { return MoveFileA(name.c_str(), other.c_str()); }), DWORD{ERROR_SHARING_VIOLATION});
+    CloseHandle(file);
+    Write(other, "");
+    EXPECT_EQ(ErrorOf([&] { return MoveFileA(name.c_str(), other.c_str()); }), DWORD{ERROR_ALREADY_EXISTS});
+    EXPECT_TRUE(DeleteFileA(other.c_str()));
+    file = Open(name, GENERIC_READ, ShareAll);
+    EXPECT_TRUE(MoveFileA(name.c_str(), other.c_str()));
+    EXPECT_EQ(Read(file, 4), "0123");
+    EXPECT_TRUE(DeleteFileA(other.c_str()));
+    KNOWN_DIFFERENCE("a deleted file can be opened until its last close",
+                     OpenError(other, GENERIC_READ, ShareAll) == ERROR_ACCESS_DENIED);
+    CloseHandle(file);
+    EXPECT_EQ(OpenError(other, GENERIC_READ, ShareAll), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(ErrorOf([&] { return DeleteFileA(other.c_str()); }), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(ErrorOf([&] { return DeleteFileA(contract::TempFolder().c_str()); }), DWORD{ERROR_ACCESS_DENIED});
+}
+
+TEST_F(FilesContract, Attributes) {
+    ASSERT_TRUE(SetFileAttributesA(name.c_str(), FILE_ATTRIBUTE_READONLY));
+    EXPECT_EQ(ErrorOf([&] { return DeleteFileA(name.c_str()); }), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(OpenError(name, GENERIC_READ, ShareAll), 0u);
+    KNOWN_DIFFERENCE("as root a read-only file opens for writing",
+                     OpenError(name, GENERIC_WRITE, ShareAll) == ERROR_ACCESS_DENIED);
+    ASSERT_TRUE(SetFileAttributesA(name.c_str(), FILE_ATTRIBUTE_HIDDEN));
+    KNOWN_DIFFERENCE("CREATE_ALWAYS replaces a hidden file",
+                     OpenError(name, GENERIC_WRITE, ShareAll, CREATE_ALWAYS) == ERROR_ACCESS_DENIED);
+    ASSERT_TRUE(SetFileAttributesA(name.c_str(), FILE_ATTRIBUTE_NORMAL));
+}
+
+TEST_F(FilesContract, Streams) {
+    const std::string stream = name + ":Zone.Identifier";
+    EXPECT_EQ(OpenError(stream, GENERIC_READ, ShareAll), DWORD{ERROR_FILE_NOT_FOUND});
+    Write(stream, "[ZoneTransfer]");
+    EXPECT_EQ(OpenError(stream, GENERIC_READ, ShareAll), 0u);
+    const HANDLE file = Open(name, GENERIC_READ, ShareAll);
+    EXPECT_EQ(GetFileSize(file, nullptr), 10u) << "the file itself stays as it is";
+    CloseHandle(file);
+    EXPECT_TRUE(DeleteFileA(stream.c_str()));
+    EXPECT_EQ(ErrorOf([&] { return DeleteFileA(stream.c_str()); }), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(OpenError(name, GENERIC_READ, ShareAll), 0u);
+}
+
+TEST_F(FilesContract, WriteTimesAndSearch) {
+    const auto time = [this] {
+        FILETIME last = {};
+        const HANDLE file = Open(name, 0, FILE_SHARE_READ | FILE_SHARE_WRITE);
+        EXPECT_TRUE(GetFileTime(file, nullptr, nullptr, &last));
+        CloseHandle(file);
+        return static_cast<ULONGLONG>(last.dwHighDateTime) << 32 | last.dwLowDateTime;
+    };
+    const ULONGLONG before = time();
+    EXPECT_EQ(time(), before) << "looking changes nothing";
+    Sleep(60);
+    Write(name, "0123456789");
+    EXPECT_GT(time(), before) << "the same text counts as a change";
+
+    WIN32_FIND_DATAA data;
+    HANDLE find = FindFirstFileA((contract::TempFolder() + "\\QUILLMARCHCONTRACT_F*").c_str(), &data);
+    ASSERT_NE(find, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(data.nFileSizeLow, 10u);
+    EXPECT_STREQ(data.cFileName, name.c_str() + name.rfind('\\') + 1);
+    EXPECT_EQ(ErrorOf([&] { return FindNextFileA(find, &data); }), DWORD{ERROR_NO_MORE_FILES});
+    EXPECT_TRUE(FindClose(find));
+    SetLastError(NoError);
+    EXPECT_EQ(FindFirstFileA((contract::TempFolder() + "\\QuillmarchNone*").c_str(), &data), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
+TEST_F(FilesContract, SettingsFiles) {
+    Write(name,
+          "[Other]\r\nLogLevel=9\r\n[Settings]\r\n; LogLevel=8\r\n LogLevel = 3 \r\nQuoted=\" a b \"\r\nSingle='x'\r\n"
+          "Comment=v ; no comment\r\nLogLevel=4\r\nEmpty=\r\nNoValue\r\n[Settings]\r\nLate=1\r\n[Open\r\nHex=0x10\r\n");
+    const auto get = [this](const char* key, const char* absent = "(none)", DWORD size = 64) {
+        char text[64];
+        const DWORD length = GetPrivateProfileStringA("sETTINGS", key, absent, text, size, name.c_str());
+        EXPECT_EQ(length, std::strlen(text)) << key;
+        return std::string(text);
+    };
+    EXPECT_EQ(get("loglevel"), "3");
+    EXPECT_EQ(get("Quoted"), " a b ");
+    EXPECT_EQ(get("Single"), "x");
+    EXPECT_EQ(get("Comment"), "v ; no comment");
+    EXPECT_EQ(get("Empty"), "");
+    EXPECT_EQ(get("NoValue"), "(none)");
+    EXPECT_EQ(get("Late"), "(none)") << "the first of two sections counts";
+    EXPECT_EQ(get("None", "\"d\" "), "d");
+    EXPECT_EQ(get("Comment", "", 4), "v ;");
+    char text[64];
+    SetLastError(NoError);
+    EXPECT_EQ(GetPrivateProfileStringA("Settings", "a", "d", text, sizeof(text), other.c_str()), 1u);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
+TEST(ModuleContract, LibrariesAndVersions) {
+    EXPECT_EQ(ErrorOf([] { return LoadLibraryA("QuillmarchNone.dll") != nullptr; }), DWORD{ERROR_MOD_NOT_FOUND});
+    char directory[MAX_PATH], program[MAX_PATH];
+    ASSERT_GT(GetSystemDirectoryA(directory, sizeof(directory)), 3u);
+    const DWORD length = GetModuleFileNameA(nullptr, program, sizeof(program));
+    EXPECT_EQ(length, std::strlen(program));
+    EXPECT_EQ(GetFileAttributesA(program) & FILE_ATTRIBUTE_DIRECTORY, 0u);
+
+    const std::string system = directory;
+    const HMODULE version = LoadLibraryA((system + "\\version.dll").c_str());
+    ASSERT_NE(version, nullptr);
+    using GetInfo = BOOL(WINAPI*)(LPCSTR, DWORD, DWORD, LPVOID);
+    using Query = BOOL(WINAPI*)(LPCVOID, LPCSTR, LPVOID*, PUINT);
+    const auto getInfo =
+        reinterpret_cast<GetInfo>(reinterpret_cast<void*>(GetProcAddress(version, "GetFileVersionInfoA")));
+    const auto query = reinterpret_cast<Query>(reinterpret_cast<void*>(GetProcAddress(version, "VerQueryValueA")));
+    ASSERT_TRUE(getInfo && query);
+    std::vector<char> data(4096 + 64);
+    EXPECT_EQ(ErrorOf([&] { return getInfo((system + "\\QuillmarchNone.dll").c_str(), 0, 4096, data.data()); }),
+              DWORD{ERROR_FILE_NOT_FOUND});
+    ASSERT_TRUE(getInfo((system + "\\ntdll.dll").c_str(), 0, 4096, data.data()));
+    void* part = nullptr;
+    UINT size = 0;
+    ASSERT_TRUE(query(data.data(), "\\", &part, &size));
+    ASSERT_EQ(size, sizeof(VS_FIXEDFILEINFO));
+    VS_FIXEDFILEINFO fixed;
+    std::memcpy(&fixed, part, sizeof(fixed));
+    EXPECT_EQ(fixed.dwSignature, 0xFEEF04BDu);
+    EXPECT_GE(fixed.dwFileVersionMS >> 16, 5u);
+    ASSERT_TRUE(query(data.data(), "\\VarFileInfo\\Translation", &part, &size));
+    ASSERT_GE(size, 4u);
+    WORD translation[2];
+    std::memcpy(translation, part, sizeof(translation));
+    char name[64];
+    wsprintfA(name, "\\StringFileInfo\\%04x%04x\\CompanyName", translation[0], translation[1]);
+    ASSERT_TRUE(query(data.data(), name, &part, &size));
+    EXPECT_GT(std::strlen(static_cast<const char*>(part)), 3u);
+    EXPECT_FALSE(query(data.data(), "\\StringFileInfo\\None", &part, &size));
+    EXPECT_TRUE(FreeLibrary(version));
+}
+
+} // namespace

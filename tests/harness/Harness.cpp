@@ -1,0 +1,73 @@
+#include "tests/harness/Harness.h"
+
+#include "simwin/kernel/Machine.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Scheduler.h"
+
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+namespace harness {
+
+namespace {
+
+std::vector<SetupAction>& SetupActions() {
+    static std::vector<SetupAction> actions;
+    return actions;
+}
+
+std::vector<void (*)()>& StartActions() {
+    static std::vector<void (*)()> actions;
+    return actions;
+}
+
+constexpr int StoppedExitCode = 3;
+
+int RunOnMachine() {
+    machine::Setup setup;
+    setup.imageFile = QM_IMAGE_FILE;
+    setup.resourceFile = QM_RESOURCE_FILE;
+    for (const SetupAction action : SetupActions())
+        action(setup);
+    machine::InstallCrashHandler();
+    machine::CreateMachine(setup);
+    machine::ProcessStart start;
+    start.imagePath = setup.directory + "\\" + setup.executable;
+    start.commandLine = "\"" + start.imagePath + "\"";
+    start.currentDirectory = "C:\\Windows\\System32";
+    start.user = "NT AUTHORITY\\SYSTEM";
+    const machine::Process* process = machine::StartHosted(start, [] {
+        for (void (*action)() : StartActions())
+            action();
+        return RUN_ALL_TESTS();
+    });
+    const machine::RunOutcome outcome = machine::RunMachine({});
+    if (outcome.verdict != machine::Verdict::Done) {
+        std::fprintf(stderr, "%s\n", machine::OutcomeLine(outcome).c_str());
+        std::_Exit(StoppedExitCode);
+    }
+    const int result = process->ended ? static_cast<int>(process->exitCode) : StoppedExitCode;
+    machine::DestroyMachine();
+    return result;
+}
+
+} // namespace
+
+WithSetup::WithSetup(SetupAction action) {
+    SetupActions().push_back(action);
+}
+
+BeforeTests::BeforeTests(void (*action)()) {
+    StartActions().push_back(action);
+}
+
+} // namespace harness
+
+int main(int argc, char** argv) {
+    bool listOnly = false;
+    for (int i = 1; i < argc; ++i)
+        listOnly = listOnly || std::strcmp(argv[i], "--gtest_list_tests") == 0;
+    testing::InitGoogleTest(&argc, argv);
+    return listOnly ? RUN_ALL_TESTS() : harness::RunOnMachine();
+}

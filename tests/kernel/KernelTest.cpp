@@ -1,0 +1,118 @@
+// The kernel of the simulated machine, judged by what a misbehaving program makes of it.
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Machine.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Scheduler.h"
+
+#include <optional>
+#include <set>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using machine::Verdict;
+
+struct Ran {
+    machine::RunOutcome outcome;
+    simwin::DWORD exitCode = 0;
+    std::string output;
+    std::size_t leakedHandles = 0;
+    std::uint64_t endedMs = 0;
+};
+
+// A machine with one probe that does `deed`; its exit code 259 means that it never ended.
+Ran RunProbe(const char* deed, std::optional<std::uint64_t> seed = {}) {
+    machine::Setup setup;
+    setup.imageFile = PROBE_IMAGE;
+    setup.seed = seed;
+    machine::CreateMachine(setup);
+    machine::ProcessStart start;
+    start.imagePath = "C:\\probe.exe";
+    start.commandLine = std::string("\"C:\\probe.exe\" ") + deed;
+    const machine::Process* process = machine::StartProduct(start);
+    Ran ran;
+    ran.outcome = machine::RunMachine({});
+    ran.exitCode = process->exitCode;
+    ran.output = process->debugOutput;
+    ran.leakedHandles = process->leakedHandles;
+    ran.endedMs = process->endedMs;
+    machine::DestroyMachine();
+    return ran;
+}
+
+TEST(Kernel, AProgramThatBreaksTheRulesStopsTheRunWithItsVerdict) {
+    struct Row {
+        const char* deed;
+        Verdict verdict;
+        const char* told;
+    };
+    for (const Row& row : {
+             Row{"deadlock", Verdict::Deadlock, "held by thread"},
+             Row{"crossed", Verdict::BrokenRule, "both orders"},
+             Row{"livelock", Verdict::Livelock, "GetTickCount"},
+             Row{"trap", Verdict::Crash, "probe.exe"},
+             Row{"overrun", Verdict::BrokenRule, "past its end"},
+             Row{"unmodelled", Verdict::NotModelled, "CreateEventA"},
+         }) {
+        const Ran ran = RunProbe(row.deed);
+        EXPECT_EQ(ran.outcome.verdict, row.verdict) << row.deed << ": " << ran.outcome.text;
+        EXPECT_NE(ran.outcome.text.find(row.told), std::string::npos) << row.deed << ": " << ran.outcome.text;
+    }
+}
+
+TEST(Kernel, TheSeedDecidesTheOrderOfARaceAndNothingElseDoes) {
+    const std::string unseeded = RunProbe("race").output;
+    EXPECT_EQ(unseeded, std::string(24, 'a') + std::string(24, 'b'));
+    std::set<std::string> orders;
+    for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+        const std::string first = RunProbe("race", seed).output;
+        EXPECT_EQ(first, RunProbe("race", seed).output) << "seed " << seed;
+        orders.insert(first);
+    }
+    EXPECT_GT(orders.size(), 10u);
+}
+
+TEST(Kernel, EachProcessHasGlobalsOfItsOwnAndAnEndedImageStartsAfresh) {
+    machine::Setup setup;
+    setup.imageFile = PROBE_IMAGE;
+    machine::CreateMachine(setup);
+    machine::ProcessStart start;
+    start.commandLine = "probe globals";
+    const machine::Process* first = machine::StartProduct(start);
+    const machine::Process* second = machine::StartProduct(start);
+    EXPECT_EQ(machine::RunMachine({}).verdict, Verdict::Done);
+    const machine::Process* later = machine::StartProduct(start);
+    EXPECT_EQ(machine::RunMachine({}).verdict, Verdict::Done);
+    EXPECT_EQ(first->exitCode, 42u);
+    EXPECT_EQ(second->exitCode, 42u);
+    EXPECT_EQ(later->exitCode, 42u) << "the image was used again with what the last process left in it";
+    machine::DestroyMachine();
+}
+
+TEST(Kernel, AThreadKeepsItsOwnLastError) {
+    EXPECT_EQ(RunProbe("lasterrors").exitCode, 1234u);
+}
+
+TEST(Kernel, AProcessEndsWithItsThreadsWhereverTheyAre) {
+    const Ran ran = RunProbe("threads");
+    EXPECT_EQ(ran.outcome.verdict, Verdict::Done) << ran.outcome.text;
+    EXPECT_EQ(ran.exitCode, 7u);
+    EXPECT_EQ(ran.endedMs, 10u) << "time went on for a thread that was gone";
+}
+
+TEST(Kernel, AHandleLeftOpenIsCounted) {
+    EXPECT_EQ(RunProbe("leak").leakedHandles, 1u);
+    EXPECT_EQ(RunProbe("globals").leakedHandles, 0u);
+}
+
+TEST(Kernel, ACrashEndsTheHostWithItsExitCode) {
+    EXPECT_EXIT(
+        {
+            machine::InstallCrashHandler();
+            RunProbe("crash");
+        },
+        testing::ExitedWithCode(3), "crash|AddressSanitizer");
+}
+
+} // namespace

@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# What the rehearsal tool writes where: report, log, timeline, failures, documents. Usage: outputs.sh TOOL
+set -u
+tool=$(readlink -f "$1")
+cd "$(dirname "$0")/../.." || exit 1
+desk=examples/desk.toml
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+failed=0
+check() { # WHAT COMMAND...: the command must succeed
+    local what=$1
+    shift
+    "$@" || { echo "failed: $what"; failed=1; }
+}
+same() { [ "$1" = "$2" ] || { printf '  came: %s\n' "$1"; return 1; }; }
+
+# The same input gives the same bytes, with and without a seed; a seed is told.
+for seed in "" "--seed 7"; do
+    for n in 1 2; do
+        # shellcheck disable=SC2086
+        "$tool" --quiet $seed --json "$scratch/report$n.json" --log "$scratch/log$n.txt" $desk || failed=1
+    done
+    check "two reports are equal ($seed)" cmp "$scratch/report1.json" "$scratch/report2.json"
+    check "two logs are equal ($seed)" cmp "$scratch/log1.txt" "$scratch/log2.txt"
+done
+check "the seed stands in the report" grep -q '^  "seed": 7,$' "$scratch/report1.json"
+
+# Keys of the report in their order.
+keys=$(grep -o '^  "[a-z_]*"' "$scratch/report1.json" | tr -d ' "' | tr '\n' ' ')
+check "keys of the report" same "$keys" "title seed ended_at_ms exit_code service_states ports dos_names com_database \
+serialcomm processes balloons message_boxes registry_writes restarts timeline calls threads_started leaked_handles leaked_bytes "
+
+# The log is there although the configuration says no, at the level asked for; `-` is standard output alone.
+check "the log begins with its banner" grep -q 'Quillmarch WinMain' "$scratch/log1.txt"
+check "level 3 has no detail" bash -c "! grep -q '<4>' '$scratch/log1.txt'"
+"$tool" --log - --log-level 6 $desk >"$scratch/out.txt"
+check "level 6 has detail" grep -q '<6>' "$scratch/out.txt"
+check "standard output is the log alone" bash -c "! grep -q 'Restarts' '$scratch/out.txt'"
+
+# For people: the change of name with its means, and the table.
+"$tool" $desk >"$scratch/out.txt"
+check "the timeline tells the change" grep -q 'quillmarch .*A702TB52A.*: COM3 -> COM20 (cycle)' "$scratch/out.txt"
+check "the table tells the port" grep -qE '^COM20 +COM20 +[0-9-]+ +1 +FTDIBUS' "$scratch/out.txt"
+check "no colours in a file" bash -c "! grep -q $'\x1b' '$scratch/out.txt'"
+
+# An expectation that is not met: exit 1, a line with what came; --ini takes the place of the described one.
+printf '[ComPorts10]\nDeviceID=FTDIBUS\\*A702*\nPortName1=COM3\n' >"$scratch/other.ini"
+"$tool" --check --quiet --ini "$scratch/other.ini" $desk >"$scratch/out.txt" 2>"$scratch/err.txt"
+check "exit code 1" same "$?" 1
+check "nothing on standard output" same "$(cat "$scratch/out.txt")" ""
+check "the line says what came" grep -qE "^$desk:[0-9]+:1: at .*: device '.*A702TB52A.*': port is 'COM3', not 'COM20'" "$scratch/err.txt"
+check "an earlier end makes a timed expectation fail" bash -c \
+    "'$tool' --check --quiet --until 20s $desk 2>&1 | grep -q 'the run ended at 20.000 s, before 35.000 s'"
+
+# The tables of the document are those of the tool.
+"$tool" --print-keys >"$scratch/keys.md"
+sed -n '/^## Keys$/,/^## The report/p' docs/rehearsing.md | sed '1d;$d' >"$scratch/documented.md"
+check "docs/rehearsing.md has the tool's tables" diff -B "$scratch/keys.md" "$scratch/documented.md"
+exit "$failed"

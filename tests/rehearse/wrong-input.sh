@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Each file of wrong/ says in its first line which line must come; the table below does the same for command lines.
+# Usage: wrong-input.sh TOOL
+set -u
+tool=$(readlink -f "$1")
+cd "$(dirname "$0")/wrong" || exit 1
+failed=0 judged=0
+
+# want ARGUMENTS...: the wanted line comes on standard error, nothing on standard output, exit code 2.
+want() {
+    local line=$1 out err code
+    shift
+    err=$( { out=$("$tool" "$@"); code=$?; printf '%s\n%s' "$code" "$out" >&3; } 2>&1 3>"$scratch")
+    judged=$((judged + 1))
+    if [ "$err" != "$line" ] || [ "$(cat "$scratch")" != 2 ]; then
+        failed=$((failed + 1))
+        printf '%s\n  wanted: %s\n  came:   %s\n  exit code and standard output: %s\n' "$*" "$line" "$err" "$(cat "$scratch")"
+    fi
+}
+
+scratch=$(mktemp)
+trap 'rm -f "$scratch"' EXIT
+
+for file in *.toml; do
+    line=$(head -n 1 "$file")
+    want "${line#\# }" "$file"
+done
+
+want 'quillmarch-rehearse: MACHINE.toml is missing'
+want 'absent.toml:1:1: there is no file '\''absent.toml'\'' that can be read' absent.toml
+want 'quillmarch-rehearse: --until must be a duration such as "10s", not '\''5'\' --until 5 fine/fine.toml
+want 'quillmarch-rehearse: --log-level: Value 7 not in range 1 to 6' --log-level 7 fine/fine.toml
+want 'quillmarch-rehearse: The following argument was not expected: --colour' --colour fine/fine.toml
+want 'absent.ini:1:1: there is no file '\''absent.ini'\'' that can be read' --ini absent.ini fine/fine.toml
+want 'absent/report.json:1:1: this file cannot be written' --json absent/report.json fine/fine.toml
+
+[ "$judged" -gt 20 ] || { echo "only $judged inputs were judged"; exit 1; }
+[ "$failed" = 0 ] && echo "$judged wrong inputs, each with its line"
+exit "$((failed > 0))"

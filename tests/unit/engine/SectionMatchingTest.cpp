@@ -1,0 +1,147 @@
+// Which section means a port: the patterns, the rules of the criteria, the order of the sections.
+#include "engine/SectionMatching.h"
+#include "engine/AssignmentCheck.h"
+#include "engine/WildcardMatch.h"
+#include "tests/unit/config/ConfigOnMachine.h"
+#include "tests/unit/inventory/PortBuilder.h"
+
+using namespace configtest;
+
+namespace {
+
+TEST(WildcardMatch, WholeTextsFitWholePatterns) {
+    const char* const fitting[][2] = {
+        {"COM1", "COM1"},     {"COM1", "com1"},        {"COM1", "COM*"},     {"COM", "COM*"}, {"COM1", "*1"},
+        {"COM1", "*"},        {"COM1", "C?M?"},        {"COM12", "*1*2**"},  {"ABAB", "*AB"}, {"ABABC", "*ABC"},
+        {"aXbXc", "a*b*c"},   {"A\\B", "a|b"},         {"[{]}^~", "{[}]~^"}, {"*", "\n"},     {"a?", "a?"},
+        {"aaaaab", "*a*a*b"}, {"VID_0403", "VID_04??"}};
+    const char* const different[][2] = {{"COM1", "COM"},
+                                        {"COM", "COM1"},
+                                        {"", "*"},
+                                        {nullptr, "*"},
+                                        {"COM1", ""},
+                                        {"COM1", "COM1?"},
+                                        {"1", "!"},
+                                        {"COM ", "COM"},
+                                        {"A B ", "*B"},
+                                        {"aXbX", "a*b*c"},
+                                        {"COM  X", "COM"},
+                                        {"COM1", nullptr},
+                                        {"VID_04031", "VID_04??"}};
+    for (const auto& [text, pattern] : fitting) {
+        EXPECT_TRUE(WildcardMatch(text, pattern)) << text << " ~ " << pattern;
+    }
+    for (const auto& [text, pattern] : different) {
+        EXPECT_FALSE(WildcardMatch(text, pattern)) << (text != nullptr ? text : "(null)");
+    }
+}
+
+CComPort UsbPort() {
+    CComPort port;
+    port.BusTypeName = kBusTypeNames[kBusUsb];
+    CopyText(port.DeviceID, "FTDIBUS\\VID_0403+PID_6001\\0000");
+    CopyText(port.szKernelNameCom, "\\Device\\VCP0");
+    CopyText(port.FriendlyName, "USB Serial Port (COM7)");
+    return port;
+}
+
+TEST(SectionMatching, FormsAreAlternativesAndKeysMustAllHold) {
+    struct Row {
+        const char* section;
+        LONG number;
+    };
+    for (const Row& row :
+         {Row{"[ComPorts]\nPortName=COM5\n", 0}, Row{"[ComPorts1]\nDeviceID=\n", 0},
+          Row{"[ComPorts1]\nDeviceID=FTDIBUS\\*\n", 1}, Row{"[ComPorts1]\nDeviceID=FTDIBUS\\*\nBusType=PCI\n", 0},
+          Row{"[ComPorts1]\nDeviceID=FTDIBUS\\*\nBusType=usb\n", 1},
+          Row{"[ComPorts1]\nDeviceID=PCI*\nDeviceID9=FTDIBUS*\n", 1}, Row{"[ComPorts1]\nDeviceID0=FTDIBUS*\n", 0},
+          Row{"[ComPorts1]\nUsbPort=*\n", 0}, Row{"[ComPorts1]\nFriendlyName3=*serial*(com7)\n", 1},
+          Row{"[ComPorts0]\nBusType=USB\n", 0}, Row{"[ComPorts90]\nBusType=USB\n[ComPorts10]\nBusType=USB\n", 10},
+          Row{"[ComPorts]\nBusType=USB\n[ComPorts99]\nBusType=USB\n", 99},
+          Row{"[ComPorts]\nBusType=USB\n[ComPorts99]\nBusType=PCI\n", 100}, Row{"[OnArrival1]\nBusType=USB\n", 0}}) {
+        UseIni(row.section);
+        const CComPort port = UsbPort();
+        EXPECT_EQ(GetFittingSectionNumber(&port, ComPorts), row.number) << row.section;
+    }
+    UseIni("[ComPorts1]\nDeviceID=" + std::string(260, '*') + "\n");
+    const CComPort port = UsbPort();
+    EXPECT_EQ(GetFittingSectionNumber(&port, ComPorts), 0) << "a value without room counts as absent";
+}
+
+TEST(SectionMatching, EachCriterionComparesItsField) {
+    CComPort port;
+    const char* const keys[] = {"BusType",
+                                "KernelName",
+                                "DeviceID",
+                                "ParentDeviceID",
+                                "GrandParentDeviceID",
+                                "Class",
+                                "ClassGuid",
+                                "FriendlyName",
+                                "IRQ",
+                                "IoPort",
+                                "UsbPort",
+                                "Location",
+                                "ParentLocation",
+                                "LocationPath",
+                                "ParentLocationPath",
+                                "Address",
+                                "ParentAddress"};
+    char busType[8];
+    char* const fields[] = {busType,
+                            port.szKernelNameCom,
+                            port.DeviceID,
+                            port.ParentDeviceID,
+                            port.GrandParentDeviceID,
+                            port.Class,
+                            port.ClassGuid,
+                            port.FriendlyName,
+                            port.IRQ,
+                            port.IoPort,
+                            port.UsbPort,
+                            port.Location,
+                            port.ParentLocation,
+                            port.LocationPath,
+                            port.ParentLocationPath,
+                            port.Address,
+                            port.ParentAddress};
+    port.BusTypeName = busType;
+    for (int i = 0; i < 17; ++i) {
+        FormatText(fields[i], 8, "v%i", i);
+    }
+    StartLog();
+    for (int i = 0; i < 17; ++i) {
+        const std::string key = keys[i];
+        UseIni("[OnRemoval2]\n" + key + "=v" + std::to_string(i) + "\n");
+        EXPECT_EQ(GetFittingSectionNumber(&port, OnRemoval), 2) << key;
+        EXPECT_TRUE(Logged(" check " + key + "  COM-Port's " + key + "=v" + std::to_string(i) + "\n")) << key;
+    }
+}
+
+TEST(SectionMatching, PortNamesAreReadInTheOrderOfTheirKeys) {
+    std::string many = "PortName=";
+    for (int i = 1; i <= 300; ++i) {
+        many += "COM" + std::to_string(i);
+    }
+    struct Row {
+        std::string keys;
+        std::vector<DWORD> numbers;
+    };
+    for (const Row& row : {Row{"PortName=COM5", {5}}, Row{"PortNames=COM3,COM4\nPortName1=com3 Com7", {3, 4, 3, 7}},
+                           Row{"PortName9=COM9\nPortName2=COM2\nPortName=COM1\nPortNames=COM10", {10, 1, 2, 9}},
+                           Row{"PortName3=\nPortName=COM", {}},
+                           Row{"PortName=COM0 COM1 COM65536 COM65537 COM-1 COMX COMCOM8", {1, 65536, 8}},
+                           Row{"PortName0=COM1\nPortName10=COM1", {}}}) {
+        UseIni("[ComPorts1]\n" + row.keys + "\n");
+        DWORD numbers[MaxNewPorts] = {};
+        const LONG count = GetPortNamesFromSection(ComPorts, 1, numbers);
+        EXPECT_EQ(std::vector<DWORD>(numbers, numbers + count), row.numbers) << row.keys;
+    }
+    UseIni("[ComPorts1]\n" + many + "\n");
+    DWORD numbers[MaxNewPorts + 1] = {};
+    EXPECT_EQ(GetPortNamesFromSection(ComPorts, 1, numbers), MaxNewPorts);
+    EXPECT_EQ(numbers[MaxNewPorts - 1], 256u);
+    EXPECT_EQ(numbers[MaxNewPorts], 0u);
+}
+
+} // namespace

@@ -1,0 +1,52 @@
+// Port records made by hand, for tests that need a table but no devices. The records belong to the table until the
+// process ends; nobody deletes them, since the product's memory is the product's.
+#pragma once
+
+#include "inventory/CComPorts.h"
+#include "support/BoundedText.h"
+
+#include <vector>
+
+namespace inventorytest {
+
+struct PortRow {
+    DWORD devInst = 0;
+    const char* path = "";
+    const char* id = "";
+    const char* regName = "";
+    const char* kernelNameCom = "";
+    const char* kernelNamePath = "";
+    const char* service = "";
+    const char* parentService = "";
+    DWORD sameParent = 0;
+};
+
+inline CComPorts* NewTable() {
+    static std::vector<CComPorts*> kept; // a leak check meets every table here
+    g_pComPorts = new CComPorts;
+    kept.push_back(g_pComPorts);
+    return g_pComPorts;
+}
+
+// Appends a present port whose registry name is also its DOS name in force.
+inline CComPort* Put(CComPorts* table, const PortRow& row) {
+    CComPort* port = new CComPort;
+    port->Index = table->PortCount;
+    port->IsUsed = 1;
+    port->IsPresent = 1;
+    port->DevInst = row.devInst;
+    port->SameParentDevInst = row.sameParent;
+    CopyText(port->DevPath, row.path);
+    CopyText(port->DeviceID, row.id);
+    CopyText(port->szRegPortName, row.regName);
+    CopyText(port->szPortName, row.regName);
+    CopyText(port->szKernelNameCom, row.kernelNameCom);
+    CopyText(port->szKernelNameDevPath, row.kernelNamePath);
+    CopyText(port->Service, row.service);
+    CopyText(port->ParentService, row.parentService);
+    table->Ports[table->PortCount] = port;
+    ++table->PortCount;
+    return port;
+}
+
+} // namespace inventorytest

@@ -1,0 +1,177 @@
+// The registry as the other rooms and the rehearsal use it: exports, views, refusals, what the product wrote.
+#include "simwin/registry/Registry.h"
+
+#include "platform/win32.h"
+#include "simwin/registry/RegistryExport.h"
+#include "tests/harness/Harness.h"
+
+#include <string>
+
+namespace {
+
+using machine::TheRegistry;
+
+std::string Utf16(std::string_view text) {
+    std::string bytes = "\xFF\xFE";
+    for (const char c : text) {
+        bytes += c;
+        bytes += '\0';
+    }
+    return bytes;
+}
+
+constexpr char Export[] = "Windows Registry Editor Version 5.00\r\n\r\n"
+                          "[HKEY_LOCAL_MACHINE\\SYSTEM\\ControlSet001\\Enum\\A]\r\n"
+                          "@=\"default\"\r\n"
+                          "\"Port\\\\\\\"Name\"=\"COM\\\\\\\"3\"\r\n"
+                          "\"Number\"=dword:0000002a ; a comment\r\n"
+                          "\"Bytes\"=hex:01,02,\\\r\n"
+                          "  fe\r\n"
+                          "\"Multi\"=hex(7):61,00,00,00,62,00,00,00,00,00\r\n"
+                          "\"Typed\"=hex(ffff0012):00,01\r\n"
+                          "\"None\"=hex(0):\r\n"
+                          "\"Gone\"=\"x\"\r\n\"Gone\"=-\r\n\r\n"
+                          "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Enum\\B]\r\n"
+                          "[-HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Enum\\B]\r\n";
+
+TEST(Registry, ReadsExports) {
+    for (const std::string& bytes : {Utf16(Export), std::string(Export)}) {
+        TheRegistry().DeleteTree("HKLM\\SYSTEM\\CurrentControlSet\\Enum");
+        const auto error = machine::ImportExport(bytes, TheRegistry());
+        ASSERT_FALSE(error) << error->line << ":" << error->column << ": " << error->text;
+        const machine::RegistryKey* key = TheRegistry().FindKey("HKLM\\system\\currentcontrolset\\enum\\a");
+        ASSERT_TRUE(key);
+        EXPECT_EQ(key->Path(), "HKLM\\SYSTEM\\CurrentControlSet\\Enum\\A");
+        const struct {
+            const char *name, *text;
+            DWORD type;
+        } rows[] = {{"", "default", 1},  {"Port\\\"Name", "COM\\\"3", 1}, {"Number", "42", 4}, {"Bytes", "01,02,fe", 3},
+                    {"Multi", "a;b", 7}, {"Typed", "00,01", 0xFFFF0012},  {"None", "", 0}};
+        ASSERT_EQ(key->values.size(), std::size(rows));
+        for (size_t i = 0; i < std::size(rows); ++i) {
+            EXPECT_EQ(key->values[i].name, rows[i].name);
+            EXPECT_EQ(key->values[i].type, rows[i].type);
+            EXPECT_EQ(machine::ValueText(key->values[i]), rows[i].text);
+        }
+        EXPECT_FALSE(TheRegistry().FindKey("HKLM\\SYSTEM\\CurrentControlSet\\Enum\\B"));
+    }
+}
+
+TEST(Registry, SaysWhereAnExportIsBroken) {
+    const std::string head = "REGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Broken]\r\n\"Whole\"=\"x\"\r\n";
+    const struct {
+        std::string bytes;
+        unsigned line, column;
+    } rows[] = {{"", 1, 1},
+                {"Windows Registry\r\n", 1, 1},
+                {"REGEDIT4\r\n\"Name\"=\"x\"\r\n", 2, 1},
+                {head + "\"Name\"=\"COM", 5, 8},
+                {head + "\"Name\"=dword:0000", 5, 18},
+                {head + "\"Name\"=dword:xyz\r\n", 5, 14},
+                {head + "\"Name\"=hex:01,02,\\\r\n", 6, 1},
+                {head + "\"Name\"=hex:01,02,\\", 5, 19},
+                {head + "\"Name\"=hex:01,0g\r\n", 5, 16},
+                {head + "\"Name\"=hex:01,02", 5, 17},
+                {head + "\"Name\"=\r\n", 5, 8},
+                {head + "\"Name\"\r\n", 5, 7},
+                {head + "\"Name\"=\"a\"b\r\n", 5, 11},
+                {head + "[HKEY_LOCAL_MACHINE\\SOFT", 5, 25},
+                {head + "[HKEY_NOWHERE\\SOFTWARE]\r\n", 5, 2},
+                {head + "stray\r\n", 5, 1},
+                {Utf16(Export) + "x", 17, 1}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.bytes.substr(row.bytes.size() > 20 ? row.bytes.size() - 20 : 0));
+        const auto error = machine::ImportExport(row.bytes, TheRegistry());
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->line, row.line);
+        EXPECT_EQ(error->column, row.column) << error->text;
+        EXPECT_FALSE(TheRegistry().FindKey("HKLM\\SOFTWARE\\Broken")) << "nothing is applied";
+    }
+}
+
+TEST(Registry, ThirtyTwoBitProgramsSeeTheirOwnSoftware) {
+    TheRegistry().SetString("HKLM\\SOFTWARE\\Vendor", "Side", "64");
+    TheRegistry().SetString("HKLM\\SOFTWARE\\Wow6432Node\\Vendor", "Side", "32");
+    TheRegistry().SetDword("HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Policies\\System", "EnableLUA", 1);
+    const auto side = [](const char* path, REGSAM view) {
+        HKEY key = nullptr;
+        char text[8] = "";
+        DWORD size = sizeof(text);
+        if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, KEY_READ | view, &key) == 0) {
+            RegQueryValueExA(key, "Side", nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size);
+            RegCloseKey(key);
+        }
+        return std::string(text);
+    };
+    EXPECT_EQ(side("Software\\Vendor", 0), "64");
+    EXPECT_EQ(side("Software\\Vendor", KEY_WOW64_64KEY), "64");
+    EXPECT_EQ(side("Software\\Vendor", KEY_WOW64_32KEY), "32");
+    EXPECT_EQ(side("SOFTWARE\\Wow6432Node\\Vendor", KEY_WOW64_32KEY), "32");
+    HKEY key = nullptr;
+    EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Policies\\System", 0,
+                            KEY_READ | KEY_WOW64_32KEY, &key),
+              0);
+    RegCloseKey(key);
+}
+
+TEST(Registry, ProtectedKeysCanBeOpenedUpAndWritesAreSeen) {
+    constexpr char Path[] = "HKLM\\SYSTEM\\CurrentControlSet\\Enum\\A\\Device Parameters";
+    const char* SubKey = Path + 5;
+    TheRegistry().SetString(Path, "PortName", "COM3");
+    TheRegistry().ProtectKey(Path);
+    std::vector<std::string> writes;
+    TheRegistry().WatchWrites([&writes](const machine::RegistryWrite& write) {
+        writes.push_back(write.key + "|" + write.name + "|" + write.before + "|" + write.after);
+    });
+    HKEY key = nullptr;
+    for (const REGSAM access : {REGSAM{KEY_SET_VALUE}, REGSAM{KEY_QUERY_VALUE}})
+        EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, SubKey, 0, access, &key), ERROR_ACCESS_DENIED);
+    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, SubKey, 0, WRITE_DAC | READ_CONTROL, &key), 0);
+    PSECURITY_DESCRIPTOR open = nullptr;
+    BYTE former[256];
+    DWORD size = sizeof(former);
+    ASSERT_EQ(RegGetKeySecurity(key, DACL_SECURITY_INFORMATION, former, &size), 0);
+    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorA("D:(A;OICI;GA;;;WD)", 1, &open, nullptr));
+    ASSERT_EQ(RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, open), 0);
+    LocalFree(open);
+    EXPECT_FALSE(TheRegistry().IsSecurityUnchanged(Path));
+    HKEY writer = nullptr;
+    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, SubKey, 0, KEY_SET_VALUE, &writer), 0);
+    EXPECT_EQ(RegSetValueExA(writer, "PortName", 0, REG_SZ, reinterpret_cast<const BYTE*>("COM7"), 5), 0);
+    EXPECT_EQ(RegDeleteValueA(writer, "portname"), 0);
+    RegCloseKey(writer);
+    ASSERT_EQ(RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, former), 0);
+    RegCloseKey(key);
+    EXPECT_TRUE(TheRegistry().IsSecurityUnchanged(Path));
+    TheRegistry().SetString(Path, "PortName", "COM9"); // the machine's own write
+    TheRegistry().WatchWrites(nullptr);
+    const std::string start = std::string(Path) + "|PortName|";
+    EXPECT_EQ(writes, (std::vector<std::string>{start + "COM3|COM7", start + "COM7|"}));
+}
+
+TEST(Registry, AccountsAndListsDecideTogether) {
+    using machine::MakeCaller;
+    const auto list = machine::ParseSddl("O:BAG:SYD:P(D;;KW;;;BA)(A;;KA;;;SY)(A;CI;KR;;;BU)(A;OICIIO;GA;;;CO)");
+    ASSERT_TRUE(list);
+    EXPECT_EQ(machine::ToSddl(*list), "O:BAG:SYD:P(D;;KW;;;BA)(A;;KA;;;SY)(A;CI;KR;;;BU)(A;OICIIO;GA;;;CO)");
+    const auto binary = machine::ToBinary(*list);
+    EXPECT_EQ(machine::ParseBinary(binary.data(), binary.size()), list);
+    for (size_t cut = 0; cut < binary.size(); ++cut)
+        EXPECT_FALSE(machine::ParseBinary(binary.data(), cut).has_value() && cut < binary.size() - 12) << cut;
+    const auto granted = [&list](const machine::Caller& caller, DWORD access) {
+        return machine::GrantedAccess(*list, caller, access, machine::KeyMapping) != 0;
+    };
+    const auto anna = MakeCaller("LAB\\anna", false, false), admin = MakeCaller("LAB\\otto", true, false),
+               filtered = MakeCaller("LAB\\otto", true, true), system = MakeCaller("NT AUTHORITY\\SYSTEM", true, false);
+    EXPECT_TRUE(granted(anna, GENERIC_READ));
+    EXPECT_FALSE(granted(anna, KEY_SET_VALUE));
+    EXPECT_FALSE(granted(system, KEY_SET_VALUE)) << "the refusal comes first, and the system is an administrator";
+    EXPECT_TRUE(granted(admin, WRITE_DAC)) << "the owner may change the list";
+    EXPECT_FALSE(granted(filtered, WRITE_DAC)) << "what only counts for refusals makes no owner";
+    EXPECT_TRUE(granted(filtered, KEY_QUERY_VALUE)) << "Users may";
+    const auto child = machine::InheritFrom(*list, true, "S-1-5-21-1-2-3-1001");
+    EXPECT_EQ(machine::ToSddl(child),
+              "O:S-1-5-21-1-2-3-1001G:SYD:AI(A;CIID;KR;;;BU)(A;ID;GA;;;S-1-5-21-1-2-3-1001)(A;OICIIOID;GA;;;CO)");
+}
+
+} // namespace

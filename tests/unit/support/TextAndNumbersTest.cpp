@@ -1,0 +1,239 @@
+// Text in fixed arrays, the tokens of a command line, the sort: both sides of each limit.
+#include "tests/harness/Harness.h"
+
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Process.h"
+#include "support/BoundedText.h"
+#include "support/CommandLine.h"
+#include "support/NumberTools.h"
+#include "support/QuickSort.h"
+#include "support/StringTools.h"
+
+#include <algorithm>
+
+namespace {
+
+TEST(BoundedText, NothingIsWrittenBehindTheArray) {
+    struct {
+        char text[8];
+        char behind = '#';
+    } room;
+    EXPECT_EQ(CopyText(room.text, "1234567"), 7u);
+    EXPECT_EQ(CopyText(room.text, "12345678"), 7u);
+    EXPECT_STREQ(room.text, "1234567");
+    EXPECT_EQ(AppendText(room.text, "89"), 7u);
+    EXPECT_EQ(CopyText(room.text, "123456"), 6u);
+    EXPECT_EQ(AppendText(room.text, "789"), 7u);
+    EXPECT_STREQ(room.text, "1234567");
+    EXPECT_EQ(FormatText(room.text, "%s-%u", "COM", 123456u), 7u);
+    EXPECT_STREQ(room.text, "COM-123");
+    EXPECT_EQ(CopyText(room.text, nullptr), 0u);
+    std::fill_n(room.text, 8, 'x'); // no text at all
+    EXPECT_EQ(AppendText(room.text, "y"), 8u);
+    const char notEnded[3] = {'a', 'b', 'c'};
+    EXPECT_EQ(CopyTextPart(room.text, sizeof(room.text), notEnded, 3), 3u);
+    EXPECT_STREQ(room.text, "abc");
+    EXPECT_EQ(CopyText(room.text, 0, "x"), 0u);
+    EXPECT_EQ(room.behind, '#');
+}
+
+TEST(StringTools, ReplacementsStayWithinTheLimit) {
+    struct Row {
+        const char* text;
+        const char* search;
+        const char* replace;
+        size_t limit;
+        DWORD count;
+        const char* result;
+    };
+    for (const Row& row : {
+             Row{"COM3 and com3", "COM3", "COM7", 20, 2, "COM7 and COM7"},
+             Row{"COM3COM3", "COM3", "COM17", 10, 2, "COM17COM17"},
+             Row{"COM3COM3", "COM3", "COM17", 9, 0, "COM3COM3"},
+             Row{"COM13 COM13", "COM13", "C", 20, 2, "C C"},
+             Row{"aaaa", "aa", "a", 20, 2, "aa"},
+             Row{"aa", "a", "ab", 20, 2, "abab"}, // what was put in is not searched again
+             Row{"COM3", "", "x", 20, 0, "COM3"},
+             Row{"COM3", "COM3", "", 20, 1, ""},
+             Row{"", "COM3", "x", 20, 0, ""},
+             Row{"12345", "1", "", 4, 0, "12345"}, // longer than the limit already
+             Row{"x COM3", "com3", "COM30", 7, 1, "x COM30"},
+         }) {
+        char text[32];
+        CopyText(text, row.text);
+        EXPECT_EQ(ReplaceString(text, row.search, row.replace, row.limit), row.count) << row.text;
+        EXPECT_STREQ(text, row.result);
+    }
+    char same[32] = "a-b";
+    EXPECT_EQ(ReplaceString(same, "-", "--"), 0u) << "the text's own length is the limit";
+    EXPECT_EQ(ReplaceString(same, "-", "+"), 1u);
+    char full[8] = "COM3";
+    EXPECT_EQ(ReplaceInArray(full, "3", "12345"), 0u);
+    EXPECT_EQ(ReplaceInArray(full, "3", "1234"), 1u);
+    EXPECT_STREQ(full, "COM1234");
+}
+
+TEST(StringTools, EachToolOnItsOrdinaryAndItsOddCases) {
+    struct Row {
+        const char* what;
+        void (*work)(char (&)[16]);
+        const char* before;
+        const char* after;
+    };
+    for (const Row& row : {
+             Row{"trailing", [](char(&t)[16]) { RemoveTrailingChar(t, '\\'); }, "C:\\\\", "C:\\"},
+             Row{"trailing of nothing", [](char(&t)[16]) { RemoveTrailingChar(t, '\\'); }, "", ""},
+             Row{"append", [](char(&t)[16]) { AppendCharOnce(t, '\\'); }, "C:", "C:\\"},
+             Row{"append once", [](char(&t)[16]) { AppendCharOnce(t, '\\'); }, "C:\\", "C:\\"},
+             Row{"append without room", [](char(&t)[16]) { AppendCharOnce(t, 'x'); }, "123456789012345",
+                 "123456789012345"},
+             Row{"blanks", [](char(&t)[16]) { RemoveBlanks(t); }, " a\t b ", "ab "},
+             Row{"underscores", [](char(&t)[16]) { UnderscoresToBlanks(t); }, "__a_b_", "  a_b "},
+             Row{"underscores only", [](char(&t)[16]) { UnderscoresToBlanks(t); }, "___", "   "},
+             Row{"quote", [](char(&t)[16]) { QuoteText(t); }, "a b", "\"a b\""},
+             Row{"quoted", [](char(&t)[16]) { QuoteText(t); }, "\"a", "\"a"},
+             Row{"quote without room", [](char(&t)[16]) { QuoteText(t); }, "12345678901234", "12345678901234"},
+             Row{"unquote", [](char(&t)[16]) { UnquoteText(t); }, "\"a\"", "a"},
+             Row{"lone quote", [](char(&t)[16]) { UnquoteText(t); }, "\"", "\""},
+             Row{"open quote", [](char(&t)[16]) { UnquoteText(t); }, "\"a", "\"a"},
+             Row{"cut", [](char(&t)[16]) { CutAtChar(t, ';'); }, "a;b;c", "a"},
+             Row{"replace", [](char(&t)[16]) { ReplaceChar(t, '/', '\\'); }, "a/b/", "a\\b\\"},
+         }) {
+        char text[16];
+        CopyText(text, row.before);
+        row.work(text);
+        EXPECT_STREQ(text, row.after) << row.what;
+    }
+    EXPECT_EQ(StartsWithNoCase("com12", "COM"), 1);
+    EXPECT_EQ(StartsWithNoCase("CO", "COM"), 0);
+    EXPECT_EQ(StartsWithNoCase("", ""), 0);
+    EXPECT_EQ(EndsWithNoCase("a.LOG", ".log"), 1);
+    EXPECT_EQ(EndsWithNoCase("abcabc", "abc"), 0) << "the first occurrence decides";
+    EXPECT_EQ(HasNoneOf("", "abc"), 1);
+    EXPECT_EQ(HasNoneOf("a%b", "%"), 0);
+    EXPECT_EQ(CountSameStart("COM3", "COM4"), 3u);
+    EXPECT_EQ(CountSameStart("", "COM4"), 0u);
+    EXPECT_EQ(CountSameStart("COM", "COM"), 3u);
+}
+
+TEST(StringTools, NumbersAndPartsAreTakenFromAText) {
+    char text[32] = "Port (COM17) x";
+    LONG number = 0;
+    EXPECT_EQ(TakeNumber(text, &number, -1), 1);
+    EXPECT_EQ(number, 17);
+    EXPECT_STREQ(text, "Port (COM");
+    EXPECT_EQ(TakeNumber(text, &number, -1), 0);
+    EXPECT_EQ(number, -1);
+    EXPECT_STREQ(text, "Port (COM");
+    char list[32] = "a, \tb,,c";
+    char* parts[4] = {};
+    ASSERT_EQ(SplitAtCommas(list, parts, 4), 4u);
+    EXPECT_STREQ(parts[1], "b");
+    EXPECT_STREQ(parts[2], "");
+    EXPECT_STREQ(parts[3], "c");
+    CopyText(list, "a,b,c");
+    ASSERT_EQ(SplitAtCommas(list, parts, 2), 2u);
+    EXPECT_STREQ(parts[1], "b,c");
+    const BYTE bytes[] = {0x01, 0xAB, 0xFF};
+    EXPECT_STREQ(BytesToHex(bytes, 3), "01,AB");
+    EXPECT_STREQ(BytesToHex(bytes, 1), "");
+    EXPECT_STREQ(BytesToHex(bytes, 0), "");
+    const std::vector<BYTE> many(400, 0x11);
+    EXPECT_EQ(TextLength(BytesToHex(many.data(), 400)), 199u * 3 - 1);
+}
+
+TEST(StringTools, ANameIsReadAsWideOrAnsi) {
+    char out[260];
+    WideOrAnsiToAnsi(out, L"\\\\?\\USB#x");
+    EXPECT_STREQ(out, "\\\\?\\USB#x");
+    WideOrAnsiToAnsi(out, "\\\\?\\USB#x");
+    EXPECT_STREQ(out, "\\\\?\\USB#x");
+    std::u16string longName(400, u'n');
+    WideOrAnsiToAnsi(out, longName.c_str());
+    EXPECT_EQ(std::string(out), std::string(259, 'n'));
+    const std::string longAnsi(400, 'a');
+    WideOrAnsiToAnsi(out, longAnsi.c_str());
+    EXPECT_EQ(std::string(out), std::string(259, 'a'));
+}
+
+TEST(CommandLine, IsTokenizedAtBlanksOutsideQuotes) {
+    std::string manyTokens = "q";
+    for (int i = 0; i < 9; ++i) {
+        manyTokens += " t" + std::to_string(i);
+    }
+    struct Row {
+        std::string line;
+        std::vector<std::string> tokens; // the table holds 6
+    };
+    for (const Row& row : {
+             Row{"q.exe", {"q.exe"}},
+             Row{"\"C:\\Program Files\\q.exe\" -debug  x ", {"\"C:\\Program Files\\q.exe\"", "-debug", "x"}},
+             Row{"q -text=\"a b\" -time=5", {"q", "-text=\"a b\"", "-time=5"}},
+             Row{"q -text=\"a b", {"q", "-text=\"a b"}},
+             Row{"q \"a b\" c", {"q", "\"a", "b\" c"}}, // a quote behind a blank opens nothing, the next one does
+             Row{"", {}},
+             Row{manyTokens, {"q", "t0", "t1", "t2", "t3", "t4"}},
+             Row{"q " + std::string(509, 'x'), {"q", std::string(509, 'x')}},
+             Row{"q " + std::string(510, 'x'), {}},
+         }) {
+        machine::CurrentProcess()->commandLine = row.line;
+        char* tokens[6] = {};
+        LONG count = -1;
+        TokenizeCommandLine(&count, tokens);
+        ASSERT_EQ(count, static_cast<LONG>(row.tokens.size())) << row.line;
+        for (size_t i = 0; i < row.tokens.size(); ++i) {
+            EXPECT_EQ(row.tokens[i], tokens[i]) << row.line;
+        }
+        EXPECT_TRUE(count > 0 || tokens[0][0] == '\0');
+    }
+}
+
+struct Element {
+    DWORD key;
+    DWORD payload[2]; // goes with its key
+};
+
+LONGLONG ByKey(const void* a, const void* b) {
+    return static_cast<LONGLONG>(static_cast<const Element*>(a)->key) - static_cast<const Element*>(b)->key;
+}
+
+TEST(QuickSort, SortsEveryShapeAndFindsNothingToMend) {
+    int beeps = 0;
+    machine::WatchCalls([&](const char* name, const char*) { beeps += std::string_view(name) == "Beep"; });
+    DWORD(*shapes[])
+    (DWORD, DWORD) = {
+        [](DWORD i, DWORD) { return i; },     [](DWORD i, DWORD count) { return count - i; },
+        [](DWORD, DWORD) { return 5u; },      [](DWORD i, DWORD) { return i * 2654435761u >> 8; },
+        [](DWORD i, DWORD) { return i % 3; },
+    };
+    for (const auto shape : shapes) {
+        for (DWORD count : {0u, 1u, 2u, 31u, 32u, 33u, 1000u}) {
+            std::vector<Element> elements(count + 1, Element{0, {0, 0}});
+            for (DWORD i = 0; i < count; ++i) {
+                elements[i].key = shape(i, count);
+                elements[i].payload[0] = elements[i].payload[1] = ~elements[i].key;
+            }
+            QuickSort(elements.data(), count, sizeof(Element), ByKey);
+            const auto end = elements.begin() + count;
+            EXPECT_TRUE(std::is_sorted(elements.begin(), end, [](auto& a, auto& b) { return a.key < b.key; }));
+            EXPECT_TRUE(std::all_of(elements.begin(), end, [](auto& e) { return e.payload[1] == ~e.key; }));
+            EXPECT_EQ(elements[count].key, 0u) << "the element behind the end";
+        }
+    }
+    machine::WatchCalls({});
+    EXPECT_EQ(beeps, 0);
+}
+
+TEST(NumberTools, OnlyWholeWordsAreFilled) {
+    BYTE block[7] = {1, 1, 1, 1, 1, 1, 1};
+    FillWords(block, 3, 0xAABBCCDD);
+    EXPECT_EQ(block[0], 1);
+    FillWords(block, 7, 0xAABBCCDD);
+    EXPECT_EQ(block[0], 0xDD);
+    EXPECT_EQ(block[3], 0xAA);
+    EXPECT_EQ(block[4], 1);
+    EXPECT_EQ(TickDifference(5, 0xFFFFFFFF), 0xFFFFFFFAu);
+    EXPECT_EQ(Clamp(-5, 1000, 60000), 1000);
+}
+
+} // namespace
