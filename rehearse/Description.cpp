@@ -30,9 +30,16 @@ std::string PositionText(const Position& at) {
     return fmt::format("{}:{}:{}", at.file, at.line, at.column);
 }
 
+Record::Record() = default;
+Record::Record(const Record& other) = default;
+Record::Record(Record&& other) noexcept = default;
+Record& Record::operator=(const Record& other) = default;
+Record& Record::operator=(Record&& other) noexcept = default;
+Record::~Record() = default;
+
 const Value* Record::Find(std::string_view key) const {
-    const auto field = std::find_if(m_fields.begin(), m_fields.end(), [&](const auto& f) { return f.first == key; });
-    return field == m_fields.end() ? nullptr : &field->second;
+    const auto field = std::find_if(m_fields.begin(), m_fields.end(), [&](const Field& f) { return f.key == key; });
+    return field == m_fields.end() ? nullptr : &field->value;
 }
 
 bool Record::Is(std::string_view key, unsigned type) const {
@@ -80,17 +87,17 @@ const std::vector<Record>& Record::TablesOf(std::string_view key) const {
 }
 
 void Record::Set(std::string_view key, Value value) {
-    for (auto& field : m_fields) {
-        if (field.first == key) {
-            field.second = std::move(value);
+    for (Field& field : m_fields) {
+        if (field.key == key) {
+            field.value = std::move(value);
             return;
         }
     }
-    m_fields.emplace_back(key, std::move(value));
+    m_fields.push_back({std::string(key), std::move(value)});
 }
 
 void Record::Erase(std::string_view key) {
-    std::erase_if(m_fields, [&](const auto& field) { return field.first == key; });
+    std::erase_if(m_fields, [&](const Field& field) { return field.key == key; });
 }
 
 void Record::Amend(const Record& with) {

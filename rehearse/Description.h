@@ -7,7 +7,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace rehearse {
@@ -40,22 +39,19 @@ enum ValueType : unsigned {
     Nothing = 4096  // an empty table: takes the key back
 };
 
-class Record;
-
-struct Value {
-    Position at;
-    unsigned type = Nothing;
-    std::string text;               // Text, Plain, HostFile
-    std::int64_t number = 0;        // Number, Flag, Duration
-    std::vector<std::string> texts; // Texts, HostFiles
-    std::vector<std::int64_t> numbers;
-    std::vector<Position> itemsAt; // where each item of a list stands
-    std::vector<Record> tables;    // Table and AnyKeys: one
-};
+struct Value;
+struct Field;
 
 // The fields of one table, in the order of the file.
 class Record {
 public:
+    Record();
+    Record(const Record& other);
+    Record(Record&& other) noexcept;
+    Record& operator=(const Record& other);
+    Record& operator=(Record&& other) noexcept;
+    ~Record();
+
     Position at;
     std::string section; // as in the table of keys: "device", "event.replug"
 
@@ -75,7 +71,7 @@ public:
 
     void Set(std::string_view key, Value value);
     void Erase(std::string_view key);
-    const std::vector<std::pair<std::string, Value>>& Fields() const { return m_fields; }
+    const std::vector<Field>& Fields() const { return m_fields; }
 
     // Adds what a description says that builds on this one: tables key by key, arrays replaced, devices and DOS names
     // amended by their id, other lists of tables appended, an empty table takes a key back.
@@ -83,7 +79,24 @@ public:
 
 private:
     void AmendTables(const std::string& key, const Value& with);
-    std::vector<std::pair<std::string, Value>> m_fields;
+    std::vector<Field> m_fields;
+};
+
+// What stands at a key, and where.
+struct Value {
+    Position at;
+    unsigned type = Nothing;
+    std::string text;               // Text, Plain, HostFile
+    std::int64_t number = 0;        // Number, Flag, Duration
+    std::vector<std::string> texts; // Texts, HostFiles
+    std::vector<std::int64_t> numbers;
+    std::vector<Position> itemsAt; // where each item of a list stands
+    std::vector<Record> tables;    // Table and AnyKeys: one
+};
+
+struct Field {
+    std::string key;
+    Value value;
 };
 
 std::string PositionText(const Position& at); // "FILE:LINE:COLUMN"

@@ -18,6 +18,7 @@ public:
     std::size_t HandlesOf(const machine::Process* process) const;
 
 private:
+    bool m_isClosed = false;
     std::map<const machine::Process*, std::size_t> m_handles;
 };
 

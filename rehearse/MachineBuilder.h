@@ -13,7 +13,6 @@
 
 namespace machine {
 struct Process;
-struct RegistryKey;
 } // namespace machine
 
 namespace rehearse {

@@ -96,7 +96,9 @@ void StopProduct(const Stage& stage, const Leaks& leaks, nlohmann::ordered_json&
 
 // The lines of a run that did not end in good order; the last one begins with what it was.
 void TellOutcome(const machine::RunOutcome& outcome) {
-    const std::string line = machine::OutcomeLine(outcome);
+    std::string line = machine::OutcomeLine(outcome);
+    while (line.ends_with('\n'))
+        line.pop_back();
     const std::size_t end = line.find('\n');
     if (end != std::string::npos)
         fmt::print(stderr, "{}\n", line.substr(end + 1));

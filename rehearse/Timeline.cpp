@@ -139,14 +139,19 @@ void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
         }
     }
     if (!isTold)
-        m_entries.push_back({machine::Now(), false, restart.ok ? "restarts" : "could not restart", restart.device, "",
-                             "", restart.means});
+        m_entries.push_back({machine::Now(), false, restart.ok ? "asks for a restart of" : "could not restart",
+                             restart.device, "", "", restart.means});
 }
 
 void Timeline::OnDosNameChanged(const machine::DosNameChange& change) {
-    if (m_isClosed || std::string_view(change.by) != "program")
+    const std::string_view by = change.by;
+    if (m_isClosed || (by != "program" && by != "driver"))
         return;
     CatchUp();
+    if (by == "driver") {
+        OnDriverNameChanged(change);
+        return;
+    }
     const machine::KernelDevice* device =
         machine::TheDeviceTree().RunningDevice(change.to.empty() ? change.from : change.to);
     if (!device || !device->node) {
@@ -169,6 +174,20 @@ void Timeline::OnDosNameChanged(const machine::DosNameChange& change) {
     port.namelessEntry = name.empty() ? m_entries.size() : 0;
     port.name = name;
     port.runsEntry = 0;
+}
+
+// A driver that starts or stops is told of as a whole; what is left is a name that goes behind the back of one that
+// runs.
+void Timeline::OnDriverNameChanged(const machine::DosNameChange& change) {
+    const machine::KernelDevice* device = machine::TheDeviceTree().RunningDevice(change.from);
+    if (!device || !device->node || !device->node->IsRunning())
+        return;
+    PortState& port = m_ports[device->node->id];
+    const std::string name = machine::DosNameOf(*device->node);
+    if (name == port.name)
+        return;
+    Outside(fmt::format("loses its DOS name {}:", change.name), device->node->id);
+    port.name = name;
 }
 
 void Timeline::OnProcessEnded(const std::string& image, std::uint32_t exitCode) {

@@ -54,6 +54,7 @@ private:
     void OnDeviceChanged(const machine::DeviceNode& node, std::string_view what);
     void OnRestarted(const machine::DeviceRestart& restart);
     void OnDosNameChanged(const machine::DosNameChange& change);
+    void OnDriverNameChanged(const machine::DosNameChange& change);
     void OnProcessEnded(const std::string& image, std::uint32_t exitCode);
 
     std::vector<TimelineEntry> m_entries;

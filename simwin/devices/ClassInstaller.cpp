@@ -28,12 +28,15 @@ bool StartAndWait(DeviceNode& node) {
     return WaitForStart(node);
 }
 
-const char* MeansOfPropertyChange(const DeviceNode& node) {
-    return node.problem == CM_PROB_WILL_BE_REMOVED && node.removedByProduct ? "remove-and-setup" : "property-change";
+// The restart that an earlier call began, or a new one.
+std::size_t OpenRestart(DeviceNode& node, const char* means) {
+    const std::size_t restart = node.openRestart ? *node.openRestart : BeginRestart(node, means);
+    node.openRestart.reset();
+    return restart;
 }
 
 DWORD PropertyChange(DeviceNode& node) {
-    const std::size_t restart = BeginRestart(node, MeansOfPropertyChange(node));
+    const std::size_t restart = OpenRestart(node, "property-change");
     if (node.said.refuses.value_or(false)) {
         EndRestart(restart, false);
         return ERROR_NO_SUCH_CLASS_INSTALLER;
@@ -49,12 +52,11 @@ DWORD PropertyChange(DeviceNode& node) {
 }
 
 DWORD Disable(DeviceNode& node) {
-    const std::size_t restart = BeginRestart(node, "disable-enable");
     if (node.said.refuses.value_or(false)) {
-        EndRestart(restart, false);
+        NoteFailedRestart(node, "disable-enable");
         return ERROR_NO_SUCH_CLASS_INSTALLER;
     }
-    node.disableRestart = restart;
+    node.openRestart = BeginRestart(node, "disable-enable");
     if (node.problem == CM_PROB_DISABLED || RefusesToStop(node))
         return 0;
     StopTree(node, true, Cause::Product);
@@ -65,10 +67,7 @@ DWORD Disable(DeviceNode& node) {
 }
 
 DWORD Enable(DeviceNode& node) {
-    // A lone enable is a restart too: the device runs afterwards.
-    const std::size_t restart =
-        node.disableRestart ? *node.disableRestart : BeginRestart(node, "disable-enable");
-    node.disableRestart.reset();
+    const std::size_t restart = OpenRestart(node, "disable-enable");
     if (node.said.refuses.value_or(false)) {
         EndRestart(restart, false);
         return ERROR_NO_SUCH_CLASS_INSTALLER;
@@ -91,11 +90,14 @@ RemovalVeto AskAll(DeviceNode& node) {
 void TakeOut(DeviceNode& node, DWORD problem) {
     StopTree(node, true, Cause::Product);
     node.problem = problem;
-    node.removedByProduct = problem == CM_PROB_WILL_BE_REMOVED;
     NoteTreeChange();
 }
 
 } // namespace
+
+const char* MeansOfChange(DWORD change) {
+    return change == DICS_PROPCHANGE ? "property-change" : "disable-enable";
+}
 
 bool MayChangeDevices() {
     const Process* process = CurrentProcess();
@@ -106,17 +108,25 @@ DWORD ChangeDeviceState(DeviceNode& node, DWORD change) {
     if (!node.IsPresent())
         return ERROR_NO_SUCH_DEVINST;
     switch (change) {
-    case DICS_PROPCHANGE: return PropertyChange(node);
-    case DICS_DISABLE: return Disable(node);
-    case DICS_ENABLE: return Enable(node);
-    default: NotModelled("SetupDiCallClassInstaller", "a state change other than property change, disable and enable");
+    case DICS_PROPCHANGE:
+        return PropertyChange(node);
+    case DICS_DISABLE:
+        return Disable(node);
+    case DICS_ENABLE:
+        return Enable(node);
+    default:
+        NotModelled("SetupDiCallClassInstaller", "a state change other than property change, disable and enable");
     }
 }
 
 RemovalVeto QueryAndRemove(DeviceNode& node) {
     const RemovalVeto veto = AskAll(node);
-    if (!veto.refusing)
-        TakeOut(node, CM_PROB_WILL_BE_REMOVED);
+    if (veto.refusing) {
+        NoteFailedRestart(node, "remove-and-setup");
+        return veto;
+    }
+    TakeOut(node, CM_PROB_WILL_BE_REMOVED);
+    node.openRestart = BeginRestart(node, "remove-and-setup");
     return veto;
 }
 
@@ -133,7 +143,7 @@ void SetUpDevice(DeviceNode& node) {
     if (node.problem != CM_PROB_WILL_BE_REMOVED && node.problem != CM_PROB_DISABLED &&
         node.problem != CM_PROB_DEVICE_NOT_THERE)
         return;
-    const std::size_t restart = BeginRestart(node, "remove-and-setup");
+    const std::size_t restart = OpenRestart(node, "remove-and-setup");
     EndRestart(restart, StartAndWait(node));
 }
 

@@ -10,12 +10,14 @@ namespace machine {
 
 // 0 or the error of SetupDiCallClassInstaller. change: DICS_PROPCHANGE, DICS_DISABLE, DICS_ENABLE.
 simwin::DWORD ChangeDeviceState(DeviceNode& node, simwin::DWORD change);
+// What the list of restarts calls it.
+const char* MeansOfChange(simwin::DWORD change);
 // May the running process change devices? Administrators and the system may.
 bool MayChangeDevices();
 
 struct RemovalVeto {
-    int type = 0;                      // PNP_VETO_TYPE
-    DeviceNode* refusing = nullptr;    // null: nobody
+    int type = 0;                   // PNP_VETO_TYPE
+    DeviceNode* refusing = nullptr; // null: nobody
 };
 // Asks everything below, then stops it: the node stays with problem 21.
 RemovalVeto QueryAndRemove(DeviceNode& node);

@@ -1,6 +1,7 @@
 // CM_...: the device tree, the properties and the resources of its nodes, and the calls that stop and start them.
 #include "simwin/devices/ClassInstaller.h"
 #include "simwin/devices/DeviceTree.h"
+#include "simwin/devices/Devices.h"
 #include "simwin/devices/Properties.h"
 #include "simwin/devices/api.h"
 #include "simwin/kernel/Call.h"
@@ -49,14 +50,18 @@ const ResourceHandle* FindResource(simwin::DWORD_PTR handle) {
 }
 
 bool HasResource(const DeviceNode& node, simwin::RESOURCEID type) {
-    return type == simwin::ResType_IO ? node.ioPort.has_value()
-                                      : type == simwin::ResType_IRQ && node.irq.has_value();
+    return type == simwin::ResType_IO ? node.ioPort.has_value() : type == simwin::ResType_IRQ && node.irq.has_value();
 }
 
 // The id of a node for the trace and the faults; it stays in memory as long as the machine.
 const char* IdOf(simwin::DEVINST number) {
     const DeviceNode* node = TheDeviceTree().Find(number);
     return node ? node->id.c_str() : "";
+}
+
+const char* IdOfResource(simwin::DWORD_PTR handle) {
+    const ResourceHandle* found = FindResource(handle);
+    return found ? found->node->id.c_str() : "";
 }
 
 simwin::CONFIGRET Missing(simwin::DEVINST number) {
@@ -237,7 +242,7 @@ CONFIGRET CM_Get_First_Log_Conf(PLOG_CONF configuration, DEVINST node, ULONG fla
 }
 
 CONFIGRET CM_Free_Log_Conf_Handle(LOG_CONF configuration) {
-    SIM_CALL("CM_Free_Log_Conf_Handle", "", CR_INVALID_LOG_CONF);
+    SIM_CALL("CM_Free_Log_Conf_Handle", IdOfResource(configuration), CR_INVALID_LOG_CONF);
     if (simCall.error)
         return simCall.error;
     const ResourceHandle* found = FindResource(configuration);
@@ -248,7 +253,7 @@ CONFIGRET CM_Free_Log_Conf_Handle(LOG_CONF configuration) {
 }
 
 CONFIGRET CM_Get_Next_Res_Des(PRES_DES descriptor, RES_DES previous, RESOURCEID type, PRESOURCEID found, ULONG) {
-    SIM_CALL("CM_Get_Next_Res_Des", "", CR_NO_MORE_RES_DES, CR_INVALID_RES_DES, CR_FAILURE);
+    SIM_CALL("CM_Get_Next_Res_Des", IdOfResource(previous), CR_NO_MORE_RES_DES, CR_INVALID_RES_DES, CR_FAILURE);
     if (simCall.error)
         return simCall.error;
     const ResourceHandle* from = FindResource(previous);
@@ -266,7 +271,7 @@ CONFIGRET CM_Get_Next_Res_Des(PRES_DES descriptor, RES_DES previous, RESOURCEID 
 }
 
 CONFIGRET CM_Free_Res_Des_Handle(RES_DES descriptor) {
-    SIM_CALL("CM_Free_Res_Des_Handle", "", CR_INVALID_RES_DES);
+    SIM_CALL("CM_Free_Res_Des_Handle", IdOfResource(descriptor), CR_INVALID_RES_DES);
     if (simCall.error)
         return simCall.error;
     const ResourceHandle* found = FindResource(descriptor);
@@ -277,7 +282,7 @@ CONFIGRET CM_Free_Res_Des_Handle(RES_DES descriptor) {
 }
 
 CONFIGRET CM_Get_Res_Des_Data_Size(PULONG size, RES_DES descriptor, ULONG) {
-    SIM_CALL("CM_Get_Res_Des_Data_Size", "", CR_INVALID_RES_DES, CR_FAILURE);
+    SIM_CALL("CM_Get_Res_Des_Data_Size", IdOfResource(descriptor), CR_INVALID_RES_DES, CR_FAILURE);
     if (simCall.error)
         return simCall.error;
     const ResourceHandle* found = FindResource(descriptor);
@@ -288,7 +293,7 @@ CONFIGRET CM_Get_Res_Des_Data_Size(PULONG size, RES_DES descriptor, ULONG) {
 }
 
 CONFIGRET CM_Get_Res_Des_Data(RES_DES descriptor, PVOID buffer, ULONG size, ULONG) {
-    SIM_CALL("CM_Get_Res_Des_Data", "", CR_INVALID_RES_DES, CR_BUFFER_SMALL, CR_FAILURE);
+    SIM_CALL("CM_Get_Res_Des_Data", IdOfResource(descriptor), CR_INVALID_RES_DES, CR_BUFFER_SMALL, CR_FAILURE);
     if (simCall.error)
         return simCall.error;
     constexpr DWORDLONG LastOfSerial = 7; // a serial port has eight registers
@@ -312,12 +317,14 @@ CONFIGRET CM_Get_Res_Des_Data(RES_DES descriptor, PVOID buffer, ULONG size, ULON
 
 namespace {
 
-CONFIGRET ChangeByNode(DEVINST node, DWORD change) {
+CONFIGRET ChangeByNode(DEVINST node, DWORD change, CONFIGRET injected) {
     DeviceNode* found = PresentNode(node);
     if (!found)
-        return Missing(node);
-    if (!MayChangeDevices())
-        return CR_ACCESS_DENIED;
+        return injected ? injected : Missing(node);
+    if (injected || !MayChangeDevices()) {
+        NoteFailedRestart(*found, MeansOfChange(change));
+        return injected ? injected : CR_ACCESS_DENIED;
+    }
     return ChangeDeviceState(*found, change) == 0 ? CR_SUCCESS : CR_FAILURE;
 }
 
@@ -326,20 +333,23 @@ CONFIGRET ChangeByNode(DEVINST node, DWORD change) {
 CONFIGRET CM_Disable_DevNode(DEVINST node, ULONG) {
     SIM_CALL("CM_Disable_DevNode", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED,
              CR_NOT_DISABLEABLE, CR_REMOVE_VETOED, CR_NEED_RESTART, CR_FAILURE);
-    return simCall.error ? simCall.error : ChangeByNode(node, DICS_DISABLE);
+    return ChangeByNode(node, DICS_DISABLE, simCall.error);
 }
 
 CONFIGRET CM_Enable_DevNode(DEVINST node, ULONG) {
-    SIM_CALL("CM_Enable_DevNode", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED,
-             CR_NEED_RESTART, CR_FAILURE);
-    return simCall.error ? simCall.error : ChangeByNode(node, DICS_ENABLE);
+    SIM_CALL("CM_Enable_DevNode", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED, CR_NEED_RESTART,
+             CR_FAILURE);
+    return ChangeByNode(node, DICS_ENABLE, simCall.error);
 }
 
 CONFIGRET CM_Setup_DevNode(DEVINST node, ULONG flags) {
-    SIM_CALL("CM_Setup_DevNode", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED,
-             CR_INVALID_FLAG, CR_FAILURE);
-    if (simCall.error)
+    SIM_CALL("CM_Setup_DevNode", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED, CR_INVALID_FLAG,
+             CR_FAILURE);
+    if (simCall.error) {
+        if (const DeviceNode* asked = PresentNode(node))
+            NoteFailedRestart(*asked, "remove-and-setup");
         return simCall.error;
+    }
     DeviceNode* found = PresentNode(node);
     if (!found)
         return Missing(node);
@@ -355,8 +365,11 @@ CONFIGRET CM_Setup_DevNode(DEVINST node, ULONG flags) {
 CONFIGRET CM_Reenumerate_DevNode_Ex(DEVINST node, ULONG, HMACHINE remote) {
     SIM_CALL("CM_Reenumerate_DevNode_Ex", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED,
              CR_FAILURE);
-    if (simCall.error)
+    if (simCall.error) {
+        if (const DeviceNode* asked = PresentNode(node))
+            NoteFailedRestart(*asked, "reenumerate");
         return simCall.error;
+    }
     if (remote)
         NotModelled("CM_Reenumerate_DevNode_Ex", "another machine");
     DeviceNode* found = PresentNode(node);
@@ -372,8 +385,11 @@ CONFIGRET CM_Query_And_Remove_SubTreeW(DEVINST node, PPNP_VETO_TYPE vetoType, LP
                                        ULONG) {
     SIM_CALL("CM_Query_And_Remove_SubTreeW", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED,
              CR_REMOVE_VETOED, CR_FAILURE);
-    if (simCall.error)
+    if (simCall.error) {
+        if (const DeviceNode* asked = PresentNode(node))
+            NoteFailedRestart(*asked, "remove-and-setup");
         return simCall.error;
+    }
     DeviceNode* found = PresentNode(node);
     if (!found)
         return Missing(node);

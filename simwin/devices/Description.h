@@ -11,8 +11,7 @@
 namespace machine {
 
 enum class DeviceKind : std::uint8_t { Port, Modem, Controller, RootHub, Hub, Usb, Composite, Other };
-const char* DeviceKindName(DeviceKind kind); // "port", "modem", "controller", "root-hub", ... as in a description
-std::optional<DeviceKind> DeviceKindFromName(std::string_view name);
+std::optional<DeviceKind> DeviceKindFromName(std::string_view name); // "port", "modem", "root-hub", ...
 
 // What a port's driver does when its DOS name exists already.
 enum class NameTaken : std::uint8_t { NoName, Fail, Take };

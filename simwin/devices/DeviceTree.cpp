@@ -114,9 +114,8 @@ void DeviceTree::SetParent(DeviceNode* node, DeviceNode* parent) {
     if (!parent)
         return;
     auto& children = parent->children;
-    const auto place = std::upper_bound(
-        children.begin(), children.end(), node,
-        [](const DeviceNode* a, const DeviceNode* b) { return a->number < b->number; });
+    const auto place = std::upper_bound(children.begin(), children.end(), node,
+                                        [](const DeviceNode* a, const DeviceNode* b) { return a->number < b->number; });
     children.insert(place, node);
 }
 
@@ -137,6 +136,14 @@ DeviceInterface* DeviceTree::AddInterface(DeviceNode* node, std::string_view cla
     m_byPath.emplace(made->path.substr(4), made);
     m_byClass[made->classGuid].emplace(node->number, made);
     return made;
+}
+
+void DeviceTree::RemoveInterfaces(DeviceNode* node) {
+    for (const auto& gone : node->interfaces) {
+        m_byPath.erase(gone->path.substr(4));
+        m_byClass[gone->classGuid].erase(node->number);
+    }
+    node->interfaces.clear();
 }
 
 DeviceInterface* DeviceTree::FindInterface(std::string_view pathWithoutPrefix) const {
@@ -167,8 +174,8 @@ KernelDevice* DeviceTree::MakeKernelDevice(DeviceNode* node, std::string_view wa
     std::string name(wanted);
     if (IsKernelNameTaken(name)) {
         CountedName counted = SplitKernelName(wanted);
-        Counter& counter = m_counters.try_emplace(CounterKey(counted), Counter{counted.number, counted.number})
-                               .first->second;
+        Counter& counter =
+            m_counters.try_emplace(CounterKey(counted), Counter{counted.number, counted.number}).first->second;
         const bool known = counted.number >= counter.base && counted.number <= counter.next;
         unsigned number = known ? counter.next : counted.number;
         do {

@@ -54,40 +54,39 @@ struct DeviceNode {
     std::string id;           // as it is written
     std::string enumPath;     // 'HKLM\SYSTEM\CurrentControlSet\Enum\...'
     DeviceKind kind = DeviceKind::Other;
-    bool root = false;          // HTREE\ROOT\0
-    bool printerPort = false;   // class Ports, but LPTn: no COM interface, no SERIALCOMM
-    DeviceDescription said;     // what the description says; everything unset for a device of the exports alone
-    bool installed = false;     // its key below Enum is there
-    bool uninstalled = false;   // taken out of the tree by an uninstall
+    bool root = false;        // HTREE\ROOT\0
+    bool printerPort = false; // class Ports, but LPTn: no COM interface, no SERIALCOMM
+    DeviceDescription said;   // what the description says; everything unset for a device of the exports alone
+    bool installed = false;   // its key below Enum is there
+    bool uninstalled = false; // taken out of the tree by an uninstall
 
     DeviceNode* parent = nullptr;
     std::vector<DeviceNode*> children; // in the order of enumeration
     std::vector<std::unique_ptr<DeviceInterface>> interfaces;
 
-    bool attached = false;  // it sits in its socket: it is there whenever its parent is
-    bool pulledOut = false; // an event took it away, so that a plug of its parent leaves it out
+    bool attached = false;   // it sits in its socket: it is there whenever its parent is
+    bool pulledOut = false;  // an event took it away, so that a plug of its parent leaves it out
     bool crowdedOut = false; // of several in the exports on one hub port not the last
     DeviceState state = DeviceState::Absent;
     simwin::DWORD problem = 0;
-    bool sticky = false;      // the next starts do not clear the problem
-    bool quietStart = false;  // a problem that ends quietly: the driver starts, the interfaces stay as they are
+    bool sticky = false;           // the next starts do not clear the problem
+    bool quietStart = false;       // a problem that ends quietly: the driver starts, the interfaces stay as they are
     std::uint64_t startSerial = 0; // a start that was overtaken by something else is not finished
     std::uint64_t attachedAtMs = 0;
-    bool longKnown = true;      // there since the start: its hub knows it
-    unsigned starts = 0;        // of its driver
+    bool longKnown = true; // there since the start: its hub knows it
+    unsigned starts = 0;   // of its driver
     std::uint32_t vetoesLeft = 0;
 
     std::optional<std::uint32_t> irq, ioPort; // what its driver is given
-    unsigned hubPort = 0;   // of its parent hub; 0: none
-    unsigned ports = 0;     // of a hub
-    unsigned hubNumber = 0; // among the hubs, in the order of enumeration; 0: not a hub
+    unsigned hubPort = 0;                     // of its parent hub; 0: none
+    unsigned ports = 0;                       // of a hub
+    unsigned hubNumber = 0;                   // among the hubs, in the order of enumeration; 0: not a hub
 
-    KernelDevice* driver = nullptr; // of a port or modem that runs
-    bool stoppedByProduct = false;  // its running driver was stopped by a call of the product
-    bool removedByProduct = false;  // the node was named by a query and remove
-    std::optional<std::size_t> disableRestart; // the restart that a disable began and an enable will end
+    KernelDevice* driver = nullptr;         // of a port or modem that runs
+    bool stoppedByProduct = false;          // its running driver was stopped by a call of the product
+    std::optional<std::size_t> openRestart; // begun by a disable or a removal, ended by the call that starts it
     unsigned restarts = 0;
-    bool leaving = false;           // it goes, step by step
+    bool leaving = false; // it goes, step by step
     bool returnsAfterLeaving = false;
     Cause startCause = Cause::Outside; // who asked for the start that is going on
     bool wasHeld = false;              // `held_by` opened it once
@@ -100,7 +99,7 @@ struct DeviceNode {
 };
 
 class DeviceTree {
-  public:
+public:
     ~DeviceTree();
     DeviceNode* Find(simwin::DWORD number) const; // null for one that never was or was uninstalled
     DeviceNode* FindById(std::string_view id) const;
@@ -114,6 +113,7 @@ class DeviceTree {
 
     // Interfaces. A class lists its interfaces in the order of enumeration.
     DeviceInterface* AddInterface(DeviceNode* node, std::string_view classGuid);
+    void RemoveInterfaces(DeviceNode* node);                                  // before the machine runs
     DeviceInterface* FindInterface(std::string_view pathWithoutPrefix) const; // '\\?\' and '\\.\' already cut
     const std::map<simwin::DWORD, DeviceInterface*>* InterfacesOf(std::string_view classGuid) const;
 
@@ -127,7 +127,7 @@ class DeviceTree {
     void Forget(DeviceNode* node);
     void Revive(DeviceNode* node);
 
-  private:
+private:
     std::vector<std::unique_ptr<DeviceNode>> m_nodes; // by number from m_first on, and the root of number 1
     std::map<simwin::DWORD, DeviceNode*> m_byNumber;
     std::map<std::string, DeviceNode*, NoCaseLess> m_byId;
@@ -153,14 +153,14 @@ std::string ServiceOf(const DeviceNode& node);
 std::string DescriptionOf(const DeviceNode& node);
 std::string DriverKeyOf(const DeviceNode& node);
 std::string LocationPathOf(const DeviceNode& node);
-std::string PhysicalNameOf(const DeviceNode& node);  // '\Device\0000002a'
+std::string PhysicalNameOf(const DeviceNode& node);    // '\Device\0000002a'
 std::string InterfaceTargetOf(const DeviceNode& node); // what its interface path leads to
-std::string ReadableText(std::string_view stored);   // "@pci.sys,#1;bus %1, device %2;(0,7)" -> "bus 0, device 7"
+std::string ReadableText(std::string_view stored);     // "@pci.sys,#1;bus %1, device %2;(0,7)" -> "bus 0, device 7"
 
 // What the report and the expectations ask of a port.
-std::string RegistryNameOf(const DeviceNode& node);  // PortName, else DosDeviceName, else ""
-std::string DosNameOf(const DeviceNode& node);       // COMn that leads to its running kernel device; "" if none
+std::string RegistryNameOf(const DeviceNode& node); // PortName, else DosDeviceName, else ""
+std::string DosNameOf(const DeviceNode& node);      // COMn that leads to its running kernel device; "" if none
 std::string FriendlyNameOf(const DeviceNode& node);
-std::string UsbPortOf(const DeviceNode& node);       // '1-4-2-3': controller, then hub ports; "" if it is not on a hub
+std::string UsbPortOf(const DeviceNode& node); // '1-4-2-3': controller, then hub ports; "" if it is not on a hub
 
 } // namespace machine

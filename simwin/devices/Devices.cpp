@@ -63,8 +63,8 @@ Facts FactsOf(const DeviceNode& node) {
         known = nullptr;
     const KindDefaults defaults = DefaultsOf(node.kind, TheSetup().version);
     Facts facts;
-    facts.className = node.said.className.value_or(known ? Or(known->className, defaults.className)
-                                                         : defaults.className);
+    facts.className =
+        node.said.className.value_or(known ? Or(known->className, defaults.className) : defaults.className);
     if (node.said.classGuid && !node.said.className)
         if (const std::string name = SetupClassName(*node.said.classGuid); !name.empty())
             facts.className = name;
@@ -106,18 +106,25 @@ std::vector<std::string> InterfacesByKind(const DeviceNode& node, std::string_vi
             names.push_back("comport");
         break;
     case DeviceKind::Hub:
-    case DeviceKind::RootHub: names.push_back("hub"); break;
-    case DeviceKind::Controller: names.push_back("controller"); break;
+    case DeviceKind::RootHub:
+        names.push_back("hub");
+        break;
+    case DeviceKind::Controller:
+        names.push_back("controller");
+        break;
     case DeviceKind::Usb:
-    case DeviceKind::Composite: names.push_back("usb"); break;
-    case DeviceKind::Other: break;
+    case DeviceKind::Composite:
+        names.push_back("usb");
+        break;
+    case DeviceKind::Other:
+        break;
     }
     return names;
 }
 
 void MakeInterfaces(DeviceNode& node, std::string_view className) {
     if (node.said.interfaces)
-        node.interfaces.reserve(node.said.interfaces->size());
+        TheDeviceTree().RemoveInterfaces(&node);
     for (const std::string& name : node.said.interfaces ? *node.said.interfaces : InterfacesByKind(node, className))
         if (const std::string guid = InterfaceClassByName(name); !guid.empty())
             TheDeviceTree().AddInterface(&node, guid);
@@ -245,9 +252,9 @@ std::string AddDescribed(const DeviceDescription& description) {
         node->kind = KindOfDescription(description);
         node->attached = true;
         const CatalogueEntry* known = FindInCatalogue(node->id);
-        node->printerPort = node->kind == DeviceKind::Port &&
-                            (EqualNoCase(description.service.value_or(""), "Parport") ||
-                             (known && known->service && EqualNoCase(known->service, "Parport")));
+        node->printerPort =
+            node->kind == DeviceKind::Port && (EqualNoCase(description.service.value_or(""), "Parport") ||
+                                               (known && known->service && EqualNoCase(known->service, "Parport")));
     }
     TakeDescription(*node, description);
     if (description.plugged) {
@@ -360,7 +367,7 @@ std::string Build(const DevicesDescription& description) {
     return {};
 }
 
-template <typename T>
+template<typename T>
 void Over(std::optional<T>& base, const std::optional<T>& over) {
     if (over)
         base = over;
@@ -405,7 +412,7 @@ void InstallKeys(DeviceNode& node, bool firstTime) {
     }
     SetIf(node, "Service", node.said.service, facts.service);
     const std::string guid = DeviceText(node, "ClassGUID");
-    const std::string driverKey = node.said.driverKey ? *node.said.driverKey
+    const std::string driverKey = node.said.driverKey                          ? *node.said.driverKey
                                   : registry.GetValue(node.enumPath, "Driver") ? std::string()
                                                                                : NewDriverKey(guid);
     SetIf(node, "Driver", node.said.driverKey, driverKey);
@@ -521,6 +528,10 @@ void EndRestart(std::size_t restart, bool ok) {
     entry.ok = ok;
     if (g_devices->observer.restarted)
         g_devices->observer.restarted(entry);
+}
+
+void NoteFailedRestart(const DeviceNode& node, const char* means) {
+    EndRestart(BeginRestart(node, means), false);
 }
 
 void SetDeviceObserver(DeviceObserver observer) {

@@ -1,5 +1,5 @@
-// The devices room as the rehearsal sees it: built once from the exports in the registry and a description, watched, and
-// asked for the report. See PlugAndPlay.h for the events.
+// The devices room as the rehearsal sees it: built once from the exports in the registry and a description, watched,
+// and asked for the report. See PlugAndPlay.h for the events.
 #pragma once
 
 #include "simwin/devices/Description.h"
@@ -40,11 +40,13 @@ struct DeviceRestart {
     std::uint64_t atMs = 0;
     std::string device, means; // property-change, disable-enable, cycle, remove-and-setup, reenumerate
     bool ok = false;           // the call succeeded and the device runs (for a cycle: the hub agreed)
+    // One of two calls (disable and enable, remove and set up) is entered with the first and judged with the second.
 };
 const std::vector<DeviceRestart>& DeviceRestarts();
 // A restart is entered when the call begins and judged when it ends.
 std::size_t BeginRestart(const DeviceNode& node, const char* means);
 void EndRestart(std::size_t restart, bool ok);
+void NoteFailedRestart(const DeviceNode& node, const char* means);
 
 // What the timeline wants to know; each may be left empty.
 struct DeviceObserver {

@@ -47,14 +47,7 @@ unsigned ComNumberOf(std::string_view name) {
 }
 
 void DosNames::Tell(const std::string& name, const std::string& from, const std::string& to, const char* by) {
-    if (from == to)
-        return;
-    if (!from.empty())
-        if (const auto old = m_targets.find(from); old != m_targets.end() && --old->second == 0)
-            m_targets.erase(old);
-    if (!to.empty())
-        ++m_targets[to];
-    if (m_watcher)
+    if (from != to && m_watcher)
         m_watcher({Now(), name, from, to, by});
 }
 
@@ -143,10 +136,6 @@ std::vector<std::string> DosNames::Names() const {
     for (const auto& [made, name] : m_order)
         names.push_back(name->name);
     return names;
-}
-
-bool DosNames::IsTarget(std::string_view target) const {
-    return m_targets.contains(target);
 }
 
 } // namespace machine

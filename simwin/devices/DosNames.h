@@ -1,5 +1,5 @@
-// The DOS name space: one for the whole machine, whoever made a name. Definitions of a name stack; the newest is the one
-// in force. Names compare without regard to case and are listed in the order in which they were made.
+// The DOS name space: one for the whole machine, whoever made a name. Definitions of a name stack; the newest is the
+// one in force. Names compare without regard to case and are listed in the order in which they were made.
 #pragma once
 
 #include "simwin/devices/Description.h"
@@ -20,8 +20,8 @@ using DefinitionId = std::uint64_t; // never given out twice; 0: none
 struct DosDefinition {
     DefinitionId id;
     std::string target;
-    Opens opens;             // how opening it goes when no device stands behind the target
-    bool described = false;  // `opens` was said by the description
+    Opens opens;            // how opening it goes when no device stands behind the target
+    bool described = false; // `opens` was said by the description
 };
 
 // A change of what a name leads to: "" for none.
@@ -32,7 +32,7 @@ struct DosNameChange {
 };
 
 class DosNames {
-  public:
+public:
     // Lays a definition on top. Returns its id.
     DefinitionId Define(std::string_view name, std::string_view target, const char* by);
     // Takes the newest definition away; false if there is none.
@@ -44,16 +44,15 @@ class DosNames {
     // All definitions of the name.
     bool RemoveName(std::string_view name, const char* by);
 
-    const DosDefinition* InForce(std::string_view name) const; // null: no such name
+    const DosDefinition* InForce(std::string_view name) const;            // null: no such name
     const std::vector<DosDefinition>* Stack(std::string_view name) const; // oldest first; null: no such name
     void SetOpens(std::string_view name, const Opens& opens);             // of the definition in force
     // With their spelling, in the order in which they were made.
     std::vector<std::string> Names() const;
-    bool IsTarget(std::string_view target) const; // some name in force leads there
 
     void WatchChanges(std::function<void(const DosNameChange&)> watcher) { m_watcher = std::move(watcher); }
 
-  private:
+private:
     struct Name {
         std::string name; // as it was made
         std::uint64_t made;
@@ -67,7 +66,6 @@ class DosNames {
 
     NameMap m_names;
     std::map<std::uint64_t, const Name*> m_order; // by the time of making
-    std::map<std::string, unsigned, NoCaseLess> m_targets; // in force, counted
     std::uint64_t m_next = 1;
     std::function<void(const DosNameChange&)> m_watcher;
 };

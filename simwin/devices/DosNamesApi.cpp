@@ -44,8 +44,8 @@ std::vector<std::string> TargetsOf(LPCSTR name) {
 } // namespace
 
 DWORD QueryDosDeviceA(LPCSTR name, LPSTR buffer, DWORD size) {
-    SIM_CALL("QueryDosDeviceA", name ? name : "", ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED,
-             ERROR_INSUFFICIENT_BUFFER, ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_NAME);
+    SIM_CALL("QueryDosDeviceA", name ? name : "", ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_INSUFFICIENT_BUFFER,
+             ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_NAME);
     if (simCall.error) {
         machine::SetError(simCall.error);
         return 0;

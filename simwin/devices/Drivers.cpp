@@ -22,10 +22,18 @@ struct ServiceKernelName {
     const char* kernelName;
 };
 constexpr ServiceKernelName ServiceKernelNames[] = {
-    {"Serial", "\\Device\\Serial0"},        {"usbser", "\\Device\\USBSER000"},  {"FTSER2K", "\\Device\\VCP0"},
-    {"silabser", "\\Device\\Silabser0"},    {"slabser", "\\Device\\slabser0"},  {"Ser2pl", "\\Device\\ProlificSerial0"},
-    {"BTHMODEM", "\\Device\\BthModem0"},    {"Parport", "\\Device\\Parallel0"}, {"Ser2plx86", "\\Device\\ProlificSerial0"},
-    {"CH341SER_A64", "\\Device\\Serial1"},  {"CH341SER", "\\Device\\Serial1"},  {"com0com", "\\Device\\com0com10"},
+    {"Serial", "\\Device\\Serial0"},
+    {"usbser", "\\Device\\USBSER000"},
+    {"FTSER2K", "\\Device\\VCP0"},
+    {"silabser", "\\Device\\Silabser0"},
+    {"slabser", "\\Device\\slabser0"},
+    {"Ser2pl", "\\Device\\ProlificSerial0"},
+    {"BTHMODEM", "\\Device\\BthModem0"},
+    {"Parport", "\\Device\\Parallel0"},
+    {"Ser2plx86", "\\Device\\ProlificSerial0"},
+    {"CH341SER_A64", "\\Device\\Serial1"},
+    {"CH341SER", "\\Device\\Serial1"},
+    {"com0com", "\\Device\\com0com10"},
 };
 
 std::string WantedKernelName(const DeviceNode& node) {
@@ -35,8 +43,9 @@ std::string WantedKernelName(const DeviceNode& node) {
     }
     const std::string service = ServiceOf(node);
     const CatalogueEntry* entry = FindInCatalogue(node.id);
-    if (entry && entry->kernelName && (!entry->service || service.empty() || EqualNoCase(entry->service, service) ||
-                                       (entry->serviceX86 && EqualNoCase(entry->serviceX86, service))))
+    if (entry && entry->kernelName &&
+        (!entry->service || service.empty() || EqualNoCase(entry->service, service) ||
+         (entry->serviceX86 && EqualNoCase(entry->serviceX86, service))))
         return entry->kernelName;
     for (const ServiceKernelName& known : ServiceKernelNames)
         if (EqualNoCase(known.service, service))
@@ -136,7 +145,8 @@ void InstallPort(DeviceNode& node) {
     ComDbSet(number);
     const std::string name = "COM" + std::to_string(number);
     TheRegistry().SetString(ParametersOf(node), "PortName", name);
-    TheRegistry().SetString(node.enumPath, "FriendlyName", DescriptionOf(node) + " (" + name + ")");
+    if (!node.said.friendlyName || node.uninstalled)
+        TheRegistry().SetString(node.enumPath, "FriendlyName", DescriptionOf(node) + " (" + name + ")");
 }
 
 simwin::DWORD StartPortDriver(DeviceNode& node) {
@@ -146,8 +156,12 @@ simwin::DWORD StartPortDriver(DeviceNode& node) {
     DosNames& names = TheDosNames();
     if (!name.empty() && names.InForce(name)) {
         switch (node.said.nameTaken.value_or(NameTaken::NoName)) {
-        case NameTaken::NoName: name.clear(); break;
-        case NameTaken::Take: names.RemoveName(name, "driver"); break;
+        case NameTaken::NoName:
+            name.clear();
+            break;
+        case NameTaken::Take:
+            names.RemoveName(name, "driver");
+            break;
         case NameTaken::Fail:
             device->running = false;
             TheDeviceTree().ReleaseKernelDevice(device);

@@ -69,8 +69,8 @@ DeviceNode* ParentOnFtdiBus(std::string_view id) {
     const std::size_t second = first == std::string_view::npos ? first : middle.find('+', first + 1);
     if (second == std::string_view::npos || second + 1 >= middle.size())
         return TheDeviceTree().Root();
-    const std::string device =
-        "USB\\" + std::string(middle.substr(0, first)) + "&" + std::string(middle.substr(first + 1, second - first - 1));
+    const std::string device = "USB\\" + std::string(middle.substr(0, first)) + "&" +
+                               std::string(middle.substr(first + 1, second - first - 1));
     const std::string serial(middle.substr(second + 1));
     const bool byPlace = serial.find('&') != std::string::npos;
     const std::string cut = serial.substr(0, byPlace ? serial.rfind('&') : serial.size() - 1);

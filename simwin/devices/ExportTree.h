@@ -1,5 +1,5 @@
-// From the exports of the registry editor to a device tree: which devices there are, what hangs below what, and which of
-// them are there now.
+// From the exports of the registry editor to a device tree: which devices there are, what hangs below what, and which
+// of them are there now.
 #pragma once
 
 #include "simwin/devices/DeviceTree.h"
@@ -12,8 +12,8 @@ namespace machine {
 
 // Adds a node for every device below Enum, in the order of the exports, and the root if the exports have none.
 void AddExportedDevices();
-// Finds the parents of the nodes that have none, once all nodes are there: by the prefix of their instance ids, by their
-// location, by their enumerator.
+// Finds the parents of the nodes that have none, once all nodes are there: by the prefix of their instance ids, by
+// their location, by their enumerator.
 void LinkExportedDevices();
 // Says which exported devices are there: those whose ids stand in the text, or by what the exports tell themselves.
 void SettleExportedPresence(const std::optional<std::string>& connected);

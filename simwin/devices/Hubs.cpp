@@ -185,10 +185,10 @@ DWORD CyclePort(const DeviceNode& hub, void* out, DWORD size, DWORD& returned) {
     USB_CYCLE_PORT_PARAMS params{};
     std::memcpy(&params, out, sizeof(params));
     DeviceNode* device = DeviceAt(hub, params.ConnectionIndex, false);
-    const DWORD error = !KnowsCycle(TheSetup().version)                                ? ERROR_NOT_SUPPORTED
+    const DWORD error = !KnowsCycle(TheSetup().version)                                     ? ERROR_NOT_SUPPORTED
                         : params.ConnectionIndex == 0 || params.ConnectionIndex > hub.ports ? ERROR_INVALID_PARAMETER
-                        : !device                                                          ? ERROR_GEN_FAILURE
-                                                                                           : 0;
+                        : !device                                                           ? ERROR_GEN_FAILURE
+                                                                                            : 0;
     if (!device)
         return error;
     const std::size_t restart = BeginRestart(*device, "cycle");
@@ -213,10 +213,14 @@ DWORD AskHub(DeviceNode& hub, DWORD code, const void* in, DWORD inSize, void* ou
     if (in != out) // the driver works in one buffer
         std::memmove(out, in, std::min(inSize, outSize));
     switch (code) {
-    case IOCTL_USB_GET_NODE_INFORMATION: return GiveNodeInformation(hub, out, outSize, returned);
-    case IOCTL_USB_GET_NODE_CONNECTION_DRIVERKEY_NAME: return GiveDriverKey(hub, out, outSize, returned);
-    case IOCTL_USB_HUB_CYCLE_PORT: return CyclePort(hub, out, outSize, returned);
-    default: NotModelled("DeviceIoControl", "a request other than node information, driver key and port cycle");
+    case IOCTL_USB_GET_NODE_INFORMATION:
+        return GiveNodeInformation(hub, out, outSize, returned);
+    case IOCTL_USB_GET_NODE_CONNECTION_DRIVERKEY_NAME:
+        return GiveDriverKey(hub, out, outSize, returned);
+    case IOCTL_USB_HUB_CYCLE_PORT:
+        return CyclePort(hub, out, outSize, returned);
+    default:
+        NotModelled("DeviceIoControl", "a request other than node information, driver key and port cycle");
     }
 }
 
@@ -241,9 +245,14 @@ BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID 
         machine::NotModelled("DeviceIoControl", "overlapped requests");
     DWORD error = simCall.error;
     DWORD given = 0;
+    const auto* file = machine::FromHandle<machine::OpenFile>(device, machine::ObjectKind::File);
+    auto* hub = file ? dynamic_cast<machine::OpenHub*>(file->device) : nullptr;
+    if (error && hub && code == IOCTL_USB_HUB_CYCLE_PORT && in && inSize >= sizeof(USB_CYCLE_PORT_PARAMS)) {
+        const ULONG port = static_cast<const USB_CYCLE_PORT_PARAMS*>(in)->ConnectionIndex;
+        if (const machine::DeviceNode* asked = machine::DeviceAt(*hub->node, port, false))
+            machine::NoteFailedRestart(*asked, "cycle");
+    }
     if (!error) {
-        const auto* file = machine::FromHandle<machine::OpenFile>(device, machine::ObjectKind::File);
-        auto* hub = file ? dynamic_cast<machine::OpenHub*>(file->device) : nullptr;
         error = !file  ? ERROR_INVALID_HANDLE
                 : !hub ? ERROR_INVALID_FUNCTION
                        : machine::AskHub(*hub->node, code, in, inSize, out, outSize, given);

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <deque>
 #include <memory>
+#include <set>
 #include <utility>
 
 #include <fmt/format.h>
@@ -48,6 +49,7 @@ struct Notices {
     DeliverNotification serviceRoad, windowRoad;
     std::function<bool(Process*, simwin::HANDLE)> isWindow;
     std::function<void()> broadcast;
+    std::set<std::string> guidTexts;
     DueId treeChange = 0;
     bool treeChangeToServices = false;
 };
@@ -248,17 +250,16 @@ std::vector<NotificationRecipient> Recipients() {
     return recipients;
 }
 
-bool IsNotificationPending() {
-    return std::any_of(g_notices->queues.begin(), g_notices->queues.end(),
-                       [](const auto& queue) { return queue->busy || !queue->waiting.empty(); });
-}
-
 std::string GuidText(const simwin::GUID& guid) {
     std::string text = fmt::format("{{{:08x}-{:04x}-{:04x}-{:02x}{:02x}-", guid.Data1, guid.Data2, guid.Data3,
                                    guid.Data4[0], guid.Data4[1]);
     for (int i = 2; i < 8; ++i)
         text += fmt::format("{:02x}", guid.Data4[i]);
     return text + "}";
+}
+
+const char* LastingGuidText(const simwin::GUID* guid) {
+    return guid ? g_notices->guidTexts.insert(GuidText(*guid)).first->c_str() : "";
 }
 
 bool GuidFromText(std::string_view text, simwin::GUID& guid) {
@@ -296,6 +297,14 @@ bool GuidFromText(std::string_view text, simwin::GUID& guid) {
 
 namespace {
 
+// The class that a filter names, for the trace and the faults.
+const char* ClassOfFilter(const void* filter, simwin::DWORD flags) {
+    if (!filter || flags & simwin::DEVICE_NOTIFY_ALL_INTERFACE_CLASSES)
+        return "";
+    const auto* asked = static_cast<const simwin::DEV_BROADCAST_DEVICEINTERFACE_A*>(filter);
+    return asked->dbcc_devicetype == simwin::DBT_DEVTYP_DEVICEINTERFACE ? LastingGuidText(&asked->dbcc_classguid) : "";
+}
+
 // The registration that the filter asks for, or null with the last error.
 Registration* MakeRegistration(simwin::HANDLE recipient, const void* filter, simwin::DWORD flags) {
     constexpr simwin::DWORD Known = simwin::DEVICE_NOTIFY_SERVICE_HANDLE | simwin::DEVICE_NOTIFY_ALL_INTERFACE_CLASSES;
@@ -315,9 +324,8 @@ Registration* MakeRegistration(simwin::HANDLE recipient, const void* filter, sim
     std::memcpy(&asked, filter, Needed);
     Process* process = CurrentProcess();
     const bool isService = flags & simwin::DEVICE_NOTIFY_SERVICE_HANDLE;
-    const bool isThere =
-        isService ? ServiceProcess(static_cast<simwin::SERVICE_STATUS_HANDLE>(recipient)) == process
-                  : recipient && (!g_notices->isWindow || g_notices->isWindow(process, recipient));
+    const bool isThere = isService ? ServiceProcess(static_cast<simwin::SERVICE_STATUS_HANDLE>(recipient)) == process
+                                   : recipient && (!g_notices->isWindow || g_notices->isWindow(process, recipient));
     if (!isThere) {
         SetError(simwin::ERROR_INVALID_PARAMETER);
         return nullptr;
@@ -336,8 +344,8 @@ Registration* MakeRegistration(simwin::HANDLE recipient, const void* filter, sim
 namespace simwin {
 
 HDEVNOTIFY RegisterDeviceNotificationA(HANDLE recipient, LPVOID filter, DWORD flags) {
-    SIM_CALL("RegisterDeviceNotificationA", "", ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_DATA,
-             ERROR_INVALID_PARAMETER, ERROR_SERVICE_NOT_ACTIVE);
+    SIM_CALL("RegisterDeviceNotificationA", machine::ClassOfFilter(filter, flags), ERROR_ACCESS_DENIED,
+             ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_DATA, ERROR_INVALID_PARAMETER, ERROR_SERVICE_NOT_ACTIVE);
     if (simCall.error) {
         machine::SetError(simCall.error);
         return nullptr;
@@ -351,8 +359,8 @@ HDEVNOTIFY RegisterDeviceNotificationA(HANDLE recipient, LPVOID filter, DWORD fl
 
 BOOL UnregisterDeviceNotification(HDEVNOTIFY notification) {
     SIM_CALL("UnregisterDeviceNotification", "", ERROR_INVALID_HANDLE);
-    if (!simCall.error && machine::FromHandle<machine::Registration>(notification,
-                                                                     machine::ObjectKind::DeviceNotification)) {
+    if (!simCall.error &&
+        machine::FromHandle<machine::Registration>(notification, machine::ObjectKind::DeviceNotification)) {
         machine::CurrentProcess()->handles.Close(notification);
         return TRUE;
     }

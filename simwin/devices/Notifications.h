@@ -1,6 +1,6 @@
 // Who wants to hear of devices, and how they are told. Each recipient gets its notifications one after another and is
-// asked again only when it has returned from the last. How a notification reaches a service or a window is the matter of
-// those rooms: they install a road here.
+// asked again only when it has returned from the last. How a notification reaches a service or a window is the matter
+// of those rooms: they install a road here.
 #pragma once
 
 #include "simwin/devices/DeviceTree.h"
@@ -28,9 +28,8 @@ using NotificationReturned = std::function<void()>;
 
 // Hands one notification to the recipient: service control 11 or WM_DEVICECHANGE with this event. data: what the event
 // data points to, empty for a null pointer; the road keeps it until the recipient has returned. Must not block.
-using DeliverNotification =
-    std::function<void(const NotificationRecipient& recipient, simwin::DWORD event,
-                       const std::vector<std::uint8_t>& data, NotificationReturned returned)>;
+using DeliverNotification = std::function<void(const NotificationRecipient& recipient, simwin::DWORD event,
+                                               const std::vector<std::uint8_t>& data, NotificationReturned returned)>;
 void SetServiceRoad(DeliverNotification road);
 void SetWindowRoad(DeliverNotification road);
 // Whether a handle names a window; without one every handle but null does.
@@ -56,10 +55,10 @@ void SendNotification(const NotificationRecipient& recipient, simwin::DWORD even
 
 // Recipients that registered, each once, in the order of their first registration.
 std::vector<NotificationRecipient> Recipients();
-bool IsNotificationPending();
 
 // '{86e0d1e0-...}' in lower case, and back; false for a text that is none.
 std::string GuidText(const simwin::GUID& guid);
+const char* LastingGuidText(const simwin::GUID* guid); // in memory that stays; "" for null
 bool GuidFromText(std::string_view text, simwin::GUID& guid);
 
 } // namespace machine

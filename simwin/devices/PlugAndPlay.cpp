@@ -126,7 +126,7 @@ void HoldAsSaid(DeviceNode& node) {
 void SetRunning(DeviceNode& node, Cause cause) {
     node.problem = 0;
     node.state = DeviceState::Running;
-    node.removedByProduct = false;
+    node.openRestart.reset();
     if (node.stoppedByProduct && cause == Cause::Product)
         ++node.restarts;
     node.stoppedByProduct = false;
@@ -174,10 +174,10 @@ void Arrive(DeviceNode& node, Cause cause) {
     node.longKnown = IsBuildingDevices();
     if (!node.installed)
         InstallKeys(node, node.uninstalled);
-    if (node.uninstalled)
-        TheDeviceTree().Revive(&node);
     if (node.IsPort() && !node.printerPort && !HasPortName(node))
         InstallPort(node);
+    if (node.uninstalled)
+        TheDeviceTree().Revive(&node);
     Tell(node, "arrived");
     if (node.problem != 0) {
         for (const auto& deviceInterface : node.interfaces)
@@ -324,8 +324,8 @@ void UninstallNode(DeviceNode& node, Cause cause) {
     StopTree(node, true, cause);
     node.attached = false;
     node.problem = 0;
-    node.sticky = node.stoppedByProduct = node.removedByProduct = false;
-    node.disableRestart.reset();
+    node.sticky = node.stoppedByProduct = false;
+    node.openRestart.reset();
     if (node.IsPresent())
         GoAbsent(node);
     const std::string driverKey = DriverKeyOf(node);

@@ -1,6 +1,6 @@
-// What happens to devices from outside and by calls: arriving, leaving, starting, stopping, problems, holding. Everything
-// that takes time goes on by the machine's clock. The functions for events are called in the scheduler's context; those
-// for the product's calls say so.
+// What happens to devices from outside and by calls: arriving, leaving, starting, stopping, problems, holding.
+// Everything that takes time goes on by the machine's clock. The functions for events are called in the scheduler's
+// context; those for the product's calls say so.
 #pragma once
 
 #include "simwin/devices/DeviceTree.h"
@@ -41,8 +41,8 @@ Process* HolderProcess(std::string_view imagePath);
 void AttachNode(DeviceNode& node, Cause cause);
 // It leaves with all below it, step by step from the bottom up. Returns how long that takes in ms.
 std::uint64_t DetachTree(DeviceNode& node, Cause cause);
-// Stops drivers of the node and of all below it, children first. `childrenGo`: what hangs below is gone until it starts.
-// Returns how many running nodes were stopped.
+// Stops drivers of the node and of all below it, children first. `childrenGo`: what hangs below is gone until it
+// starts. Returns how many running nodes were stopped.
 unsigned StopTree(DeviceNode& node, bool childrenGo, Cause cause);
 // Starts a present, stopped node and, once it runs, what hangs below it.
 void StartNode(DeviceNode& node, Cause cause);

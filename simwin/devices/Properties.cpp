@@ -22,18 +22,12 @@ struct StoredProperty {
     const char* value;
 };
 constexpr StoredProperty Stored[] = {
-    {CM_DRP_DEVICEDESC, "DeviceDesc"},
-    {CM_DRP_HARDWAREID, "HardwareID"},
-    {CM_DRP_COMPATIBLEIDS, "CompatibleIDs"},
-    {CM_DRP_SERVICE, "Service"},
-    {CM_DRP_CLASSGUID, "ClassGUID"},
-    {CM_DRP_DRIVER, "Driver"},
-    {CM_DRP_CONFIGFLAGS, "ConfigFlags"},
-    {CM_DRP_MFG, "Mfg"},
-    {CM_DRP_FRIENDLYNAME, "FriendlyName"},
-    {CM_DRP_LOCATION_INFORMATION, "LocationInformation"},
-    {CM_DRP_CAPABILITIES, "Capabilities"},
-    {CM_DRP_ADDRESS, "Address"},
+    {CM_DRP_DEVICEDESC, "DeviceDesc"},       {CM_DRP_HARDWAREID, "HardwareID"},
+    {CM_DRP_COMPATIBLEIDS, "CompatibleIDs"}, {CM_DRP_SERVICE, "Service"},
+    {CM_DRP_CLASSGUID, "ClassGUID"},         {CM_DRP_DRIVER, "Driver"},
+    {CM_DRP_CONFIGFLAGS, "ConfigFlags"},     {CM_DRP_MFG, "Mfg"},
+    {CM_DRP_FRIENDLYNAME, "FriendlyName"},   {CM_DRP_LOCATION_INFORMATION, "LocationInformation"},
+    {CM_DRP_CAPABILITIES, "Capabilities"},   {CM_DRP_ADDRESS, "Address"},
 };
 
 void Append(std::vector<std::uint8_t>& data, std::string_view text, bool wide) {
@@ -82,8 +76,10 @@ bool IsRemovableNode(const DeviceNode& node) {
 
 std::optional<DeviceProperty> ReadDeviceProperty(const DeviceNode& node, DWORD property, bool wide) {
     switch (property) {
-    case CM_DRP_CLASS: return TextOrNone(ClassNameOf(node), wide);
-    case CM_DRP_ENUMERATOR_NAME: return TextOrNone(std::string(EnumeratorOf(node.id)), wide);
+    case CM_DRP_CLASS:
+        return TextOrNone(ClassNameOf(node), wide);
+    case CM_DRP_ENUMERATOR_NAME:
+        return TextOrNone(std::string(EnumeratorOf(node.id)), wide);
     case CM_DRP_PHYSICAL_DEVICE_OBJECT_NAME:
         return node.IsPresent() ? TextOrNone(PhysicalNameOf(node), wide) : std::nullopt;
     case CM_DRP_LOCATION_PATHS: {
@@ -92,7 +88,8 @@ std::optional<DeviceProperty> ReadDeviceProperty(const DeviceNode& node, DWORD p
             return std::nullopt;
         return Text(TypeTexts, path + std::string(2, '\0'), wide);
     }
-    default: break;
+    default:
+        break;
     }
     for (const StoredProperty& stored : Stored)
         if (stored.property == property)

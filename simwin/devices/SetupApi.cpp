@@ -1,7 +1,8 @@
-// SetupDi...: lists of devices and interfaces, and the class installer. A list is made once and holds its entries in the
-// order of enumeration, so that each of them is reached by its index at once.
+// SetupDi...: lists of devices and interfaces, and the class installer. A list is made once and holds its entries in
+// the order of enumeration, so that each of them is reached by its index at once.
 #include "simwin/devices/ClassInstaller.h"
 #include "simwin/devices/DeviceTree.h"
+#include "simwin/devices/Devices.h"
 #include "simwin/devices/Notifications.h"
 #include "simwin/devices/PlugAndPlay.h"
 #include "simwin/devices/Properties.h"
@@ -33,9 +34,9 @@ struct InstallParams {
 struct DeviceList : Object {
     DeviceList() : Object(ObjectKind::DeviceList) {}
     std::vector<ListEntry> entries;
-    std::string interfaceClass; // "": all, or a list of devices
+    std::string interfaceClass;            // "": all, or a list of devices
     std::map<DWORD, InstallParams> params; // by node
-    std::size_t opened = 0; // entries before this one came with the list
+    std::size_t opened = 0;                // entries before this one came with the list
 };
 
 GUID ClassGuidOf(const DeviceNode& node) {
@@ -68,7 +69,8 @@ void GiveDevice(const ListEntry& entry, std::size_t index, SP_DEVINFO_DATA& devi
 const ListEntry* EntryOf(const DeviceList& list, const SP_DEVINFO_DATA* device) {
     if (!device || !HasSize(device->cbSize, sizeof(*device)))
         return nullptr;
-    if (device->Reserved - 1 < list.entries.size() && list.entries[device->Reserved - 1].node->number == device->DevInst)
+    if (device->Reserved - 1 < list.entries.size() &&
+        list.entries[device->Reserved - 1].node->number == device->DevInst)
         return &list.entries[device->Reserved - 1];
     SetError(ERROR_INVALID_PARAMETER);
     return nullptr;
@@ -87,6 +89,19 @@ void GiveInterface(const ListEntry& entry, std::size_t index, SP_DEVICE_INTERFAC
     GuidFromText(entry.deviceInterface->classGuid, data.InterfaceClassGuid);
     data.Flags = entry.deviceInterface->up ? SPINT_ACTIVE : 0;
     data.Reserved = index + 1;
+}
+
+// What a call is applied to, for the trace and the faults, in memory that stays.
+const char* IdOf(const SP_DEVINFO_DATA* device) {
+    const DeviceNode* node = device ? TheDeviceTree().Find(device->DevInst) : nullptr;
+    return node ? node->id.c_str() : "";
+}
+
+const char* PathOf(HDEVINFO handle, const SP_DEVICE_INTERFACE_DATA* data) {
+    const auto* list = FromHandle<DeviceList>(handle, ObjectKind::DeviceList);
+    const bool known = list && data && data->Reserved - 1 < list->entries.size();
+    const DeviceInterface* found = known ? list->entries[data->Reserved - 1].deviceInterface : nullptr;
+    return found ? found->path.c_str() : "";
 }
 
 void AddInterfaces(DeviceList& list, const std::string& classGuid, bool presentOnly) {
@@ -122,8 +137,8 @@ namespace simwin {
 using namespace machine;
 
 HDEVINFO SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HWND, DWORD flags) {
-    SIM_CALL("SetupDiGetClassDevsA", "", ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_DATA,
-             ERROR_INVALID_PARAMETER);
+    SIM_CALL("SetupDiGetClassDevsA", LastingGuidText(classGuid), ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY,
+             ERROR_INVALID_DATA, ERROR_INVALID_PARAMETER);
     if (simCall.error) {
         SetError(simCall.error);
         return INVALID_HANDLE_VALUE;
@@ -232,7 +247,7 @@ BOOL SetupDiEnumDeviceInterfaces(HDEVINFO handle, PSP_DEVINFO_DATA device, const
 BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO handle, PSP_DEVICE_INTERFACE_DATA data,
                                       PSP_DEVICE_INTERFACE_DETAIL_DATA_A detail, DWORD size, PDWORD needed,
                                       PSP_DEVINFO_DATA device) {
-    SIM_CALL("SetupDiGetDeviceInterfaceDetailA", "", ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER,
+    SIM_CALL("SetupDiGetDeviceInterfaceDetailA", PathOf(handle, data), ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER,
              ERROR_INSUFFICIENT_BUFFER, ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_DATA, ERROR_NO_SUCH_DEVICE_INTERFACE);
     if (simCall.error) {
         SetError(simCall.error);
@@ -286,7 +301,7 @@ BOOL SetupDiOpenDeviceInterfaceA(HDEVINFO handle, PCSTR path, DWORD, PSP_DEVICE_
 
 BOOL SetupDiGetDeviceRegistryPropertyA(HDEVINFO handle, PSP_DEVINFO_DATA device, DWORD property, PDWORD type,
                                        PBYTE buffer, DWORD size, PDWORD needed) {
-    SIM_CALL("SetupDiGetDeviceRegistryPropertyA", "", ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER,
+    SIM_CALL("SetupDiGetDeviceRegistryPropertyA", IdOf(device), ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER,
              ERROR_INVALID_DATA, ERROR_INSUFFICIENT_BUFFER, ERROR_NOT_ENOUGH_MEMORY, ERROR_NO_SUCH_DEVINST);
     if (simCall.error) {
         SetError(simCall.error);
@@ -319,8 +334,8 @@ BOOL SetupDiGetDeviceRegistryPropertyA(HDEVINFO handle, PSP_DEVINFO_DATA device,
 
 BOOL SetupDiSetClassInstallParamsA(HDEVINFO handle, PSP_DEVINFO_DATA device, PSP_CLASSINSTALL_HEADER params,
                                    DWORD size) {
-    SIM_CALL("SetupDiSetClassInstallParamsA", "", ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER, ERROR_ACCESS_DENIED,
-             ERROR_NOT_ENOUGH_MEMORY);
+    SIM_CALL("SetupDiSetClassInstallParamsA", IdOf(device), ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER,
+             ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY);
     if (simCall.error) {
         SetError(simCall.error);
         return FALSE;
@@ -343,8 +358,7 @@ BOOL SetupDiSetClassInstallParamsA(HDEVINFO handle, PSP_DEVINFO_DATA device, PSP
         }
         const auto* change = reinterpret_cast<const SP_PROPCHANGE_PARAMS*>(params);
         set.change = isChange ? change->StateChange : 0;
-        const DWORD scope =
-            isChange ? change->Scope : reinterpret_cast<const SP_REMOVEDEVICE_PARAMS*>(params)->Scope;
+        const DWORD scope = isChange ? change->Scope : reinterpret_cast<const SP_REMOVEDEVICE_PARAMS*>(params)->Scope;
         if (scope != DICS_FLAG_GLOBAL)
             NotModelled("SetupDiSetClassInstallParamsA", "a hardware profile");
     }
@@ -353,12 +367,8 @@ BOOL SetupDiSetClassInstallParamsA(HDEVINFO handle, PSP_DEVINFO_DATA device, PSP
 }
 
 BOOL SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO handle, PSP_DEVINFO_DATA device) {
-    SIM_CALL("SetupDiCallClassInstaller", "", ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER, ERROR_ACCESS_DENIED,
-             ERROR_NOT_ENOUGH_MEMORY, ERROR_NO_SUCH_CLASS_INSTALLER, ERROR_NO_SUCH_DEVINST);
-    if (simCall.error) {
-        SetError(simCall.error);
-        return FALSE;
-    }
+    SIM_CALL("SetupDiCallClassInstaller", IdOf(device), ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER,
+             ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY, ERROR_NO_SUCH_CLASS_INSTALLER, ERROR_NO_SUCH_DEVINST);
     const machine::DeviceList* list = ListOf(handle);
     const ListEntry* entry = list ? EntryOf(*list, device) : nullptr;
     if (!entry)
@@ -369,15 +379,18 @@ BOOL SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO handle, PSP_DEVINF
         SetError(ERROR_NO_CLASSINSTALL_PARAMS);
         return FALSE;
     }
-    if (!MayChangeDevices()) {
-        SetError(ERROR_ACCESS_DENIED);
+    const DWORD change = params->second.change;
+    if (simCall.error || !MayChangeDevices()) {
+        if (function == DIF_PROPERTYCHANGE)
+            NoteFailedRestart(*node, MeansOfChange(change));
+        SetError(simCall.error ? simCall.error : ERROR_ACCESS_DENIED);
         return FALSE;
     }
     if (function == DIF_REMOVE) {
         UninstallNode(*node, Cause::Product);
         return TRUE;
     }
-    if (const DWORD error = ChangeDeviceState(*node, params->second.change)) {
+    if (const DWORD error = ChangeDeviceState(*node, change)) {
         SetError(error);
         return FALSE;
     }
@@ -385,7 +398,7 @@ BOOL SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO handle, PSP_DEVINF
 }
 
 BOOL SetupDiRemoveDevice(HDEVINFO handle, PSP_DEVINFO_DATA device) {
-    SIM_CALL("SetupDiRemoveDevice", "", ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER, ERROR_ACCESS_DENIED,
+    SIM_CALL("SetupDiRemoveDevice", IdOf(device), ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER, ERROR_ACCESS_DENIED,
              ERROR_NO_SUCH_DEVINST);
     if (simCall.error) {
         SetError(simCall.error);

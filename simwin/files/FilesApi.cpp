@@ -18,8 +18,7 @@ using simwin::BOOL;
 using simwin::DWORD;
 
 constexpr DWORD ReadData = 0x1, WriteData = 0x2, AppendData = 0x4, DeleteChild = 0x40, ReadAttributes = 0x80;
-constexpr DWORD WriteAttributes = 0x100, DeleteRight = 0x10000, AddFile = 0x2, ListFolder = 0x1, Execute = 0x20;
-constexpr DWORD ErrorDirectory = 267;
+constexpr DWORD DeleteRight = 0x10000, AddFile = 0x2, ListFolder = 0x1, Execute = 0x20;
 constexpr DWORD SettableAttributes = simwin::FILE_ATTRIBUTE_READONLY | simwin::FILE_ATTRIBUTE_HIDDEN |
                                      simwin::FILE_ATTRIBUTE_SYSTEM | simwin::FILE_ATTRIBUTE_ARCHIVE;
 
@@ -140,69 +139,85 @@ simwin::HANDLE OpenDeviceHandle(const char* name, DWORD access, DWORD share, DWO
     OpenDevice* device = TheDeviceOpener()(name, access, share, flags, &error);
     if (!device)
         return FailOpen(error);
+    if (device->name.empty())
+        device->name = name;
     auto* file = new OpenFile;
     file->device = device;
     return OpenHandle(file, MapGeneric(access, FileMapping));
-}
-
-// What the disposition says about a file that exists. 0: go on.
-DWORD CheckExisting(const FileNode* node, DWORD access, DWORD disposition, DWORD flags) {
-    if (disposition == simwin::CREATE_NEW)
-        return simwin::ERROR_FILE_EXISTS;
-    if (node->deletePending)
-        return simwin::ERROR_ACCESS_DENIED;
-    const bool rewrites = disposition == simwin::CREATE_ALWAYS || disposition == simwin::TRUNCATE_EXISTING;
-    if (node->folder)
-        return !rewrites && (flags & simwin::FILE_FLAG_BACKUP_SEMANTICS) ? 0 : simwin::ERROR_ACCESS_DENIED;
-    if ((node->attributes & simwin::FILE_ATTRIBUTE_READONLY) && (rewrites || (access & (WriteData | AppendData))))
-        return simwin::ERROR_ACCESS_DENIED;
-    constexpr DWORD Kept = simwin::FILE_ATTRIBUTE_HIDDEN | simwin::FILE_ATTRIBUTE_SYSTEM;
-    if (disposition == simwin::CREATE_ALWAYS && (node->attributes & Kept & ~flags))
-        return simwin::ERROR_ACCESS_DENIED;
-    return 0;
-}
-
-// Makes the file, or the stream, at a place where none is. Null with an error if that may not be.
-FileNode* MakeFile(const Place& place, const Caller& caller, DWORD flags, const simwin::SECURITY_ATTRIBUTES* security,
-                   DWORD* error) {
-    *error = simwin::ERROR_ACCESS_DENIED;
-    const bool stream = !place.path.stream.empty();
-    const DWORD needed = stream ? WriteData : AddFile;
-    if (IsRefused(place.folder, caller) || !GrantedAccess(*place.folder->security, caller, needed, FileMapping))
-        return nullptr;
-    const std::string path = stream ? place.path.full + ":" + place.path.stream : place.path.full;
-    FileNode* node = TheFiles().Write(path, "");
-    if (!node)
-        return nullptr;
-    if (stream)
-        return node;
-    node->attributes = (flags & SettableAttributes) | simwin::FILE_ATTRIBUTE_ARCHIVE;
-    auto own = std::make_shared<SecurityDescriptor>(*node->security);
-    own->owner = caller.Is(SidAdministrators) ? Sid(SidAdministrators) : caller.user;
-    if (security && security->lpSecurityDescriptor) {
-        const auto given =
-            ParseBinary(security->lpSecurityDescriptor, CurrentProcess()->heap.Size(security->lpSecurityDescriptor));
-        if (given && given->hasDacl) {
-            own->dacl = given->dacl;
-            own->isProtected = given->isProtected;
-        }
-    }
-    node->security = std::move(own);
-    return node;
-}
-
-std::shared_ptr<FileNode> Shared(const Place& place, FileNode* node) {
-    if (!node->parent)
-        return std::shared_ptr<FileNode>(node, [](FileNode*) {}); // a drive's root stays
-    const auto& list = node->parent->folder ? node->parent->entries : node->parent->streams;
-    (void)place;
-    return list.find(node->name)->second;
 }
 
 void Touch(FileNode* node) {
     const bool stream = node->parent && !node->parent->folder;
     FileNode* timed = stream ? node->parent : node;
     timed->writeTime = std::max(FileTimeNow(), timed->writeTime + 1);
+}
+
+// What the disposition and the attributes say about a file that exists. 0: go on.
+DWORD CheckExisting(const FileNode* node, DWORD rights, DWORD disposition, DWORD flags) {
+    if (disposition == simwin::CREATE_NEW)
+        return simwin::ERROR_FILE_EXISTS;
+    if (node->deletePending)
+        return simwin::ERROR_ACCESS_DENIED;
+    const bool rewrites = disposition == simwin::CREATE_ALWAYS;
+    if (node->folder)
+        return !rewrites && (flags & simwin::FILE_FLAG_BACKUP_SEMANTICS) ? 0 : simwin::ERROR_ACCESS_DENIED;
+    if ((node->attributes & simwin::FILE_ATTRIBUTE_READONLY) && (rewrites || (rights & (WriteData | AppendData))))
+        return simwin::ERROR_ACCESS_DENIED;
+    constexpr DWORD Kept = simwin::FILE_ATTRIBUTE_HIDDEN | simwin::FILE_ATTRIBUTE_SYSTEM;
+    return rewrites && (node->attributes & Kept & ~flags) ? simwin::ERROR_ACCESS_DENIED : 0;
+}
+
+// Opens a file that exists, emptied if it is to be made anew. Returns: 0 or the error.
+DWORD TakeExisting(FileNode* node, DWORD rights, DWORD share, DWORD disposition, DWORD flags) {
+    if (const DWORD error = CheckExisting(node, rights, disposition, flags))
+        return error;
+    if (!MayAccess(node, CurrentCaller(), rights))
+        return simwin::ERROR_ACCESS_DENIED;
+    const bool rewrites = disposition == simwin::CREATE_ALWAYS;
+    if (!Shares(node, rights | (rewrites ? WriteData : 0), share))
+        return simwin::ERROR_SHARING_VIOLATION;
+    if (rewrites) {
+        TheFiles().Grow(node, -static_cast<std::int64_t>(node->content.size()));
+        node->content.clear();
+        Touch(node);
+        node->attributes = (flags & SettableAttributes) | simwin::FILE_ATTRIBUTE_ARCHIVE;
+    }
+    return 0;
+}
+
+// Makes the file, or the stream with the file that it belongs to, at a place where none is. Returns: 0 or the error.
+DWORD MakeFile(Place& place, DWORD flags, const simwin::SECURITY_ATTRIBUTES* security) {
+    const Caller caller = CurrentCaller();
+    static_assert(AddFile == WriteData); // of a folder a new file needs what of a file a new stream does
+    if (place.folder->deletePending || IsRefused(place.folder, caller) ||
+        !GrantedAccess(*place.folder->security, caller, AddFile, FileMapping))
+        return simwin::ERROR_ACCESS_DENIED;
+    const bool isNew = place.folder->folder;
+    FileNode* node = isNew ? TheFiles().Write(place.path.full, "") : place.folder;
+    if (!node)
+        return simwin::ERROR_ACCESS_DENIED;
+    if (isNew) {
+        node->attributes = (flags & SettableAttributes) | simwin::FILE_ATTRIBUTE_ARCHIVE;
+        auto own = std::make_shared<SecurityDescriptor>(*node->security);
+        own->owner = caller.Is(SidAdministrators) ? Sid(SidAdministrators) : caller.user;
+        void* described = security ? security->lpSecurityDescriptor : nullptr;
+        const auto given = ParseBinary(described, described ? CurrentProcess()->heap.Size(described) : 0);
+        if (given && given->hasDacl) {
+            own->dacl = given->dacl;
+            own->isProtected = given->isProtected;
+        }
+        node->security = std::move(own);
+    }
+    const std::string& stream = place.path.stream;
+    place.node = stream.empty() ? node : TheFiles().Write(place.path.full + ":" + stream, "");
+    return 0;
+}
+
+std::shared_ptr<FileNode> Shared(FileNode* node) {
+    if (!node->parent)
+        return std::shared_ptr<FileNode>(node, [](FileNode*) {}); // a drive's root stays
+    const auto& list = node->parent->folder ? node->parent->entries : node->parent->streams;
+    return list.find(node->name)->second;
 }
 
 simwin::FILETIME ToFileTime(std::uint64_t time) {
@@ -220,6 +235,21 @@ OpenFile* UseFile(simwin::HANDLE handle, DWORD* access = nullptr) {
         *access = CurrentProcess()->handles.Entry(handle)->access;
     return file;
 }
+
+// What a call on a handle is applied to: the path of its file or the name of its device. Lives on the stack of the
+// call, so it has no destructor.
+struct FileObject {
+    char text[simwin::MAX_PATH + 40];
+
+    explicit FileObject(simwin::HANDLE handle) {
+        text[0] = 0;
+        const auto* file = FromHandle<OpenFile>(handle, ObjectKind::File);
+        if (!file)
+            return;
+        const std::string name = file->device ? file->device->name : file->node->Path();
+        text[name.copy(text, sizeof text - 1)] = 0;
+    }
+};
 
 BOOL Fail(DWORD error) {
     SetError(error);
@@ -279,49 +309,27 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES
         return FailOpen(simCall.error);
     if (templateFile)
         NotModelled("CreateFileA", "a template file");
-    if (!name || disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING)
-        return FailOpen(name ? ERROR_INVALID_PARAMETER : ERROR_PATH_NOT_FOUND);
+    if (disposition < CREATE_NEW || disposition > OPEN_ALWAYS)
+        NotModelled("CreateFileA", "dispositions other than those that are declared");
+    if (!name)
+        return FailOpen(ERROR_PATH_NOT_FOUND);
     if (IsDeviceName(name))
         return OpenDeviceHandle(name, access, share, flags);
 
     const DWORD rights = MapGeneric(access, FileMapping);
-    if (disposition == TRUNCATE_EXISTING && !(rights & WriteData))
-        return FailOpen(ERROR_INVALID_PARAMETER);
     Place place = FindPlace(name);
-    const Caller caller = CurrentCaller();
     const bool existed = place.node && !place.error;
-    const bool makes = disposition == CREATE_NEW || disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
-    if (existed) {
-        DWORD error = CheckExisting(place.node, rights, disposition, flags);
-        if (!error && !MayAccess(place.node, caller, rights))
-            error = ERROR_ACCESS_DENIED;
-        const bool rewrites = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
-        if (!error && !Shares(place.node, rights | (rewrites ? WriteData : 0), share))
-            error = ERROR_SHARING_VIOLATION;
-        if (error)
-            return FailOpen(error);
-        if (rewrites) {
-            TheFiles().Grow(place.node, -static_cast<std::int64_t>(place.node->content.size()));
-            place.node->content.clear();
-            Touch(place.node);
-        }
-        if (disposition == CREATE_ALWAYS)
-            place.node->attributes = (flags & SettableAttributes) | FILE_ATTRIBUTE_ARCHIVE;
-    } else if (place.error == ERROR_FILE_NOT_FOUND && makes && !place.path.endsInBackslash) {
-        DWORD error = 0;
-        if (!place.path.stream.empty() && !place.folder->streams.empty() && place.folder->deletePending)
-            return FailOpen(ERROR_ACCESS_DENIED);
-        if (!place.path.stream.empty() && !TheFiles().Find(place.path.full))
-            TheFiles().Write(place.path.full, "");
-        place.node = MakeFile(place, caller, flags, security, &error);
-        if (!place.node)
-            return FailOpen(error);
-    } else {
-        return FailOpen(place.error ? place.error : DWORD{ERROR_FILE_NOT_FOUND});
-    }
+    const bool mayMake = disposition != OPEN_EXISTING && !place.path.endsInBackslash;
+    DWORD error = place.error;
+    if (existed)
+        error = TakeExisting(place.node, rights, share, disposition, flags);
+    else if (error == ERROR_FILE_NOT_FOUND && mayMake)
+        error = MakeFile(place, flags, security);
+    if (error)
+        return FailOpen(error);
 
     auto* file = new OpenFile;
-    file->node = Shared(place, place.node);
+    file->node = Shared(place.node);
     file->holder = {rights, share};
     file->node->holders.push_back(&file->holder);
     if (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS)
@@ -330,7 +338,8 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES
 }
 
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, LPDWORD read, LPVOID overlapped) {
-    SIM_CALL("ReadFile", "", ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED, ERROR_NOT_READY, ERROR_GEN_FAILURE);
+    const FileObject object(file);
+    SIM_CALL("ReadFile", object.text, ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED, ERROR_NOT_READY, ERROR_GEN_FAILURE);
     if (read)
         *read = 0;
     if (overlapped)
@@ -364,7 +373,8 @@ BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, LPDWORD read, LPVOID over
 }
 
 BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPVOID overlapped) {
-    SIM_CALL("WriteFile", "", ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED, ERROR_DISK_FULL, ERROR_GEN_FAILURE);
+    const FileObject object(file);
+    SIM_CALL("WriteFile", object.text, ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED, ERROR_DISK_FULL, ERROR_GEN_FAILURE);
     if (written)
         *written = 0;
     if (overlapped)
@@ -402,7 +412,8 @@ BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPVOID o
 }
 
 DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD from) {
-    SIM_CALL("SetFilePointer", "", ERROR_INVALID_HANDLE);
+    const FileObject object(file);
+    SIM_CALL("SetFilePointer", object.text, ERROR_INVALID_HANDLE);
     if (simCall.error) {
         SetError(simCall.error);
         return INVALID_SET_FILE_POINTER;
@@ -437,7 +448,8 @@ DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD from)
 }
 
 DWORD GetFileSize(HANDLE file, LPDWORD high) {
-    SIM_CALL("GetFileSize", "", ERROR_INVALID_HANDLE);
+    const FileObject object(file);
+    SIM_CALL("GetFileSize", object.text, ERROR_INVALID_HANDLE);
     if (simCall.error) {
         SetError(simCall.error);
         return INVALID_FILE_SIZE;
@@ -455,7 +467,8 @@ DWORD GetFileSize(HANDLE file, LPDWORD high) {
 }
 
 BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* lastAccess, FILETIME* lastWrite) {
-    SIM_CALL("GetFileTime", "", ERROR_INVALID_HANDLE);
+    const FileObject object(file);
+    SIM_CALL("GetFileTime", object.text, ERROR_INVALID_HANDLE);
     if (simCall.error)
         return Fail(simCall.error);
     const OpenFile* open = UseFile(file);

@@ -1,4 +1,4 @@
-// The formatter behind wsprintfA and wvsprintfA, with the conversions that Windows documents for them.
+// The formatter behind wvsprintfA, with the conversions that Windows documents for them.
 #include "simwin/files/Files.h"
 #include "simwin/files/api.h"
 

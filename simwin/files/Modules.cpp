@@ -208,12 +208,12 @@ FARPROC GetProcAddress(HMODULE module, LPCSTR name) {
     NotModelled("GetProcAddress", std::string(Libraries[library].name) + "!" + name);
 }
 
-BOOL SetDllDirectoryA(LPCSTR path) {
+static BOOL SetDllDirectoryA(LPCSTR path) {
     SIM_CALL("SetDllDirectoryA", path);
     return TRUE; // only the system's folder is ever searched
 }
 
-BOOL SetDefaultDllDirectories(DWORD flags) {
+static BOOL SetDefaultDllDirectories(DWORD flags) {
     SIM_CALL("SetDefaultDllDirectories", "", ERROR_INVALID_PARAMETER);
     constexpr DWORD Known = 0x1F00; // LOAD_LIBRARY_SEARCH_...
     if (simCall.error || !flags || (flags & ~Known)) {

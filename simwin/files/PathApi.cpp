@@ -68,12 +68,10 @@ std::string ExpandEnvironment(std::string_view text) {
     return result += text;
 }
 
-constexpr simwin::DWORD ErrInvalidChars = 8; // MB_ERR_INVALID_CHARS, WC_ERR_INVALID_CHARS is 0x80
 constexpr simwin::UINT Western = 1252;
 
 void CheckCodePage(const char* call, simwin::UINT codePage) {
-    if (codePage != simwin::CP_ACP && codePage != simwin::CP_THREAD_ACP && codePage != Western &&
-        codePage != simwin::CP_UTF8)
+    if (codePage != simwin::CP_ACP && codePage != simwin::CP_THREAD_ACP && codePage != Western)
         NotModelled(call, "code page " + std::to_string(codePage));
 }
 
@@ -139,8 +137,7 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
         NotModelled("WideCharToMultiByte", "flags");
     if (simCall.error)
         return FailWith(simCall.error);
-    if (!wide || characters == 0 || characters < -1 || bytes < 0 ||
-        (codePage == CP_UTF8 && (defaultCharacter || usedDefault)))
+    if (!wide || characters == 0 || characters < -1 || bytes < 0)
         return FailWith(ERROR_INVALID_PARAMETER);
     std::u16string source;
     for (int i = 0; characters < 0 || i < characters; ++i) {
@@ -150,15 +147,11 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
     }
     std::string result;
     bool lossy = false;
-    if (codePage == CP_UTF8) {
-        result = Utf8FromUtf16(source);
-    } else {
-        for (const char16_t c : source) {
-            bool lost = false;
-            const std::string one = AnsiFromUtf16({&c, 1}, &lost);
-            result += lost && defaultCharacter ? std::string(1, *defaultCharacter) : one;
-            lossy = lossy || lost;
-        }
+    for (const char16_t c : source) {
+        bool lost = false;
+        const std::string one = AnsiFromUtf16({&c, 1}, &lost);
+        result += lost && defaultCharacter ? std::string(1, *defaultCharacter) : one;
+        lossy = lossy || lost;
     }
     if (usedDefault)
         *usedDefault = lossy;

@@ -110,8 +110,7 @@ namespace simwin {
 
 DWORD FormatMessageA(DWORD flags, LPCVOID, DWORD message, DWORD, LPSTR buffer, DWORD size, __builtin_va_list*) {
     SIM_CALL("FormatMessageA", "", ERROR_NOT_ENOUGH_MEMORY);
-    constexpr DWORD Modelled =
-        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM | 0xFF;
+    constexpr DWORD Modelled = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
     if ((flags & ~Modelled) || !(flags & FORMAT_MESSAGE_FROM_SYSTEM))
         machine::NotModelled("FormatMessageA", "messages other than the system's");
     DWORD error = simCall.error;

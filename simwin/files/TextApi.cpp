@@ -122,17 +122,6 @@ char* FindPart(const char* text, const char* part, Fold fold) {
     return nullptr;
 }
 
-// CharLowerA and CharUpperA: a text in place, or one character given as a number.
-template<typename Fold>
-char* ChangeCase(char* text, Fold fold) {
-    const auto value = reinterpret_cast<simwin::ULONG_PTR>(text);
-    if (value < 0x10000)
-        return reinterpret_cast<char*>(static_cast<simwin::ULONG_PTR>(fold(static_cast<Byte>(value))));
-    for (char* at = text; *at; ++at)
-        *at = static_cast<char>(fold(static_cast<Byte>(*at)));
-    return text;
-}
-
 } // namespace
 
 } // namespace machine
@@ -158,7 +147,11 @@ int lstrcmpiA(LPCSTR a, LPCSTR b) {
 
 LPSTR CharLowerA(LPSTR text) {
     SIM_CALL("CharLowerA", "");
-    return ChangeCase(text, ToSmall);
+    if (reinterpret_cast<ULONG_PTR>(text) < 0x10000)
+        NotModelled("CharLowerA", "a single character");
+    for (char* at = text; *at; ++at)
+        *at = static_cast<char>(ToSmall(static_cast<Byte>(*at)));
+    return text;
 }
 
 LPSTR StrStrA(LPCSTR text, LPCSTR part) {

@@ -86,7 +86,7 @@ DWORD GetCurrentDirectoryA(DWORD size, LPSTR buffer);
 // cut, size - 2 for a list that was. The last error is 2 if there is no such file, section or key.
 DWORD GetPrivateProfileStringA(LPCSTR section, LPCSTR key, LPCSTR defaultText, LPSTR buffer, DWORD size, LPCSTR file);
 
-// --- Texts. All ANSI, code page 1252. lstr... give null or 0 for null arguments instead of failing.
+// --- Texts. All ANSI, code page 1252. lstrlenA gives 0 for null, null sorts in front of all texts.
 int lstrlenA(LPCSTR text);
 // -1, 0, 1 in the order of words: letters by alphabet, small before capital letters of otherwise equal texts, hyphens
 // and apostrophes only where nothing else differs.
@@ -94,13 +94,13 @@ int lstrcmpA(LPCSTR a, LPCSTR b);
 int lstrcmpiA(LPCSTR a, LPCSTR b);
 // At most 1024 characters with the zero go to the buffer; gives the count without it. No floating point.
 int wvsprintfA(LPSTR buffer, LPCSTR format, __builtin_va_list arguments);
-LPSTR CharLowerA(LPSTR text); // in place; a value below 0x10000 is one character
+LPSTR CharLowerA(LPSTR text);            // in place
 LPSTR StrStrA(LPCSTR text, LPCSTR part); // null for null or empty arguments
 LPSTR StrStrIA(LPCSTR text, LPCSTR part);
 LPSTR StrChrA(LPCSTR text, WORD character);
 LPSTR StrRChrA(LPCSTR text, LPCSTR end, WORD character);
-int StrToIntA(LPCSTR text); // "-12" and "12abc" are numbers, " 12", "+12" and "0x1F" are 0
-BOOL StrTrimA(LPSTR text, LPCSTR characters);            // TRUE if something was taken off
+int StrToIntA(LPCSTR text);                    // "-12" and "12abc" are numbers, " 12", "+12" and "0x1F" are 0
+BOOL StrTrimA(LPSTR text, LPCSTR characters);  // TRUE if something was taken off
 BOOL PathCanonicalizeA(LPSTR to, LPCSTR path); // to has MAX_PATH characters; FALSE if the path is longer
 void PathUnquoteSpacesA(LPSTR path);           // takes both quotes off, or none
 // The length with the zero, also of what does not fit: then the text is cut.
@@ -108,8 +108,8 @@ DWORD ExpandEnvironmentStringsA(LPCSTR text, LPSTR buffer, DWORD size);
 
 inline constexpr UINT CP_ACP = 0;
 inline constexpr UINT CP_THREAD_ACP = 3;
-// Characters written; 0 with 87 for a length of 0, 122 for a buffer that is too small. A length of -1 takes the text
-// with its zero. bytes or characters 0: the needed size. Only code page 1252 and UTF-8 are modelled.
+// Bytes written; 0 with 87 for a length of 0, 122 for a buffer that is too small. A length of -1 takes the text with
+// its zero. bytes 0: the needed size. What the code page lacks becomes '?' or the given character. Only 1252.
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters, LPSTR text, int bytes,
                         LPCSTR defaultCharacter, LPBOOL usedDefault);
 UINT GetACP();
@@ -125,10 +125,9 @@ DWORD FormatMessageA(DWORD flags, LPCVOID source, DWORD message, DWORD language,
 DWORD GetModuleFileNameA(HMODULE module, LPSTR path, DWORD size); // cut with 122; the program and libraries
 HMODULE LoadLibraryA(LPCSTR name);
 BOOL FreeLibrary(HMODULE module);
-// Optional operations alone can be looked up; what this version of Windows lacks gives null with 127.
+// Optional operations alone can be looked up, here RtlGetVersion, IsWow64Process, SetDllDirectoryA,
+// SetDefaultDllDirectories and those of version.dll; what this version of Windows lacks gives null with 127.
 FARPROC GetProcAddress(HMODULE module, LPCSTR name);
-BOOL SetDllDirectoryA(LPCSTR path);
-BOOL SetDefaultDllDirectories(DWORD flags);
 
 struct OSVERSIONINFOA {
     DWORD dwOSVersionInfoSize;

@@ -1,6 +1,7 @@
 // Files: opening and its errors, sharing, streams, times, searching; settings files; modules and version information.
-#include "Contract.h"
+#include "tests/contract/Contract.h"
 
+#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -23,7 +24,6 @@ protected:
     void TearDown() override { Clean(); }
     void Clean() {
         for (const std::string& path : {name, other}) {
-            SetFileAttributesA(path.c_str(), FILE_ATTRIBUTE_NORMAL);
             DeleteFileA((path + ":Zone.Identifier").c_str());
             DeleteFileA(path.c_str());
         }
@@ -147,15 +147,12 @@ TEST_F(FilesContract, RemovingAndRenamingOpenFiles) {
 }
 
 TEST_F(FilesContract, Attributes) {
-    ASSERT_TRUE(SetFileAttributesA(name.c_str(), FILE_ATTRIBUTE_READONLY));
-    EXPECT_EQ(ErrorOf([&] { return DeleteFileA(name.c_str()); }), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(OpenError(name, GENERIC_READ, ShareAll), 0u);
-    KNOWN_DIFFERENCE("as root a read-only file opens for writing",
-                     OpenError(name, GENERIC_WRITE, ShareAll) == ERROR_ACCESS_DENIED);
-    ASSERT_TRUE(SetFileAttributesA(name.c_str(), FILE_ATTRIBUTE_HIDDEN));
+    Clean();
+    EXPECT_EQ(OpenError(name, GENERIC_WRITE, 0, CREATE_NEW, FILE_ATTRIBUTE_HIDDEN), 0u);
+    EXPECT_EQ(GetFileAttributesA(name.c_str()) & FILE_ATTRIBUTE_HIDDEN, DWORD{FILE_ATTRIBUTE_HIDDEN});
+    EXPECT_EQ(OpenError(name, GENERIC_WRITE, ShareAll), 0u);
     KNOWN_DIFFERENCE("CREATE_ALWAYS replaces a hidden file",
                      OpenError(name, GENERIC_WRITE, ShareAll, CREATE_ALWAYS) == ERROR_ACCESS_DENIED);
-    ASSERT_TRUE(SetFileAttributesA(name.c_str(), FILE_ATTRIBUTE_NORMAL));
 }
 
 TEST_F(FilesContract, Streams) {
@@ -256,7 +253,8 @@ TEST(ModuleContract, LibrariesAndVersions) {
     WORD translation[2];
     std::memcpy(translation, part, sizeof(translation));
     char name[64];
-    wsprintfA(name, "\\StringFileInfo\\%04x%04x\\CompanyName", translation[0], translation[1]);
+    std::snprintf(name, sizeof(name), "\\StringFileInfo\\%04x%04x\\CompanyName", unsigned{translation[0]},
+                  unsigned{translation[1]});
     ASSERT_TRUE(query(data.data(), name, &part, &size));
     EXPECT_GT(std::strlen(static_cast<const char*>(part)), 3u);
     EXPECT_FALSE(query(data.data(), "\\StringFileInfo\\None", &part, &size));

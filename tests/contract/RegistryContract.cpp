@@ -1,5 +1,5 @@
 // The registry: values with their types and lengths, enumeration, rights, access lists, write times.
-#include "Contract.h"
+#include "tests/contract/Contract.h"
 
 namespace {
 

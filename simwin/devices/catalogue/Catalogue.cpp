@@ -22,8 +22,7 @@ constexpr const char* Silabs = "\\Device\\Silabser0";
 // general.
 constexpr CatalogueEntry Entries[] = {
     // FTDI: a bus driver's device on the hub, its ports below it
-    {"FTDIBUS\\*", Port, "Ports", "FTSER2K", nullptr, "USB Serial Port", "\\Device\\VCP0",
-     "FTDIBUS\\COMPORT&VID_0403&PID_6001"},
+    {"FTDIBUS\\*", Port, "Ports", "FTSER2K", nullptr, "USB Serial Port", "\\Device\\VCP0", nullptr},
     {"USB\\VID_0403&PID_6010&MI_00\\*", Other, "USB", "FTDIBUS", nullptr, "USB Serial Converter A", nullptr, nullptr},
     {"USB\\VID_0403&PID_6010&MI_01\\*", Other, "USB", "FTDIBUS", nullptr, "USB Serial Converter B", nullptr, nullptr},
     {"USB\\VID_0403&PID_6011&MI_00\\*", Other, "USB", "FTDIBUS", nullptr, "USB Serial Converter A", nullptr, nullptr},
@@ -56,6 +55,8 @@ constexpr CatalogueEntry Entries[] = {
      "Silicon Labs Quad CP2108 USB to UART Bridge: Interface 2", Silabs, nullptr},
     {"USB\\VID_10C4&PID_EA71&MI_03\\*", Port, "Ports", "silabser", nullptr,
      "Silicon Labs Quad CP2108 USB to UART Bridge: Interface 3", Silabs, nullptr},
+    {"USB\\VID_10C4&PID_EA70\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
+    {"USB\\VID_10C4&PID_EA71\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
     // Boards and instruments with the driver that comes with Windows
     {"USB\\VID_2341&PID_0043\\*", Port, "Ports", "usbser", nullptr, "Arduino Uno", UsbSer, nullptr},
     {"USB\\VID_2341&PID_0001\\*", Port, "Ports", "usbser", nullptr, "Arduino Uno", UsbSer, nullptr},
@@ -150,14 +151,11 @@ constexpr CatalogueEntry Entries[] = {
     {"BTH\\MS_RFCOMM\\*", Other, "Bluetooth", "RFCOMM", nullptr, "Bluetooth Device (RFCOMM Protocol TDI)", nullptr,
      nullptr},
     // On board, PCI, PC Card
-    {"ACPI\\PNP0501\\*", Port, "Ports", "Serial", nullptr, "Communications Port", "\\Device\\Serial0",
-     "ACPI\\PNP0501"},
-    {"ACPI\\PNP0502\\*", Port, "Ports", "Serial", nullptr, "Communications Port", "\\Device\\Serial0",
-     "ACPI\\PNP0502"},
+    {"ACPI\\PNP0501\\*", Port, "Ports", "Serial", nullptr, "Communications Port", "\\Device\\Serial0", "ACPI\\PNP0501"},
+    {"ACPI\\PNP0502\\*", Port, "Ports", "Serial", nullptr, "Communications Port", "\\Device\\Serial0", "ACPI\\PNP0502"},
     {"ROOT\\*PNP0501\\*", Port, "Ports", "Serial", nullptr, "Communications Port", "\\Device\\Serial0", nullptr},
     {"ACPI\\PNP0400\\*", Port, "Ports", "Parport", nullptr, "Printer Port", "\\Device\\Parallel0", "ACPI\\PNP0400"},
-    {"ACPI\\PNP0401\\*", Port, "Ports", "Parport", nullptr, "ECP Printer Port", "\\Device\\Parallel0",
-     "ACPI\\PNP0401"},
+    {"ACPI\\PNP0401\\*", Port, "Ports", "Parport", nullptr, "ECP Printer Port", "\\Device\\Parallel0", "ACPI\\PNP0401"},
     {"PCI\\VEN_8086&DEV_02E3&*", Port, "Ports", nullptr, nullptr, "Intel(R) Active Management Technology - SOL",
      nullptr, nullptr},
     {"PCI\\VEN_131F&DEV_2000&*", Port, "Ports", "Serial", nullptr, "SIIG CyberSerial Card", "\\Device\\Serial1",
@@ -170,10 +168,10 @@ constexpr CatalogueEntry Entries[] = {
      nullptr},
     // External multiport, virtual
     {"USB\\VID_110A&PID_????\\*", Usb, "MultiportSerial", nullptr, nullptr, "MOXA UPort", nullptr, nullptr},
-    {"COM0COM\\PORT\\CNCA*", Port, "Ports", "com0com", nullptr, "com0com - serial port emulator",
-     "\\Device\\com0com10", "com0com\\comport"},
-    {"COM0COM\\PORT\\CNCB*", Port, "Ports", "com0com", nullptr, "com0com - serial port emulator",
-     "\\Device\\com0com20", "com0com\\comport"},
+    {"COM0COM\\PORT\\CNCA*", Port, "Ports", "com0com", nullptr, "com0com - serial port emulator", "\\Device\\com0com10",
+     "com0com\\comport"},
+    {"COM0COM\\PORT\\CNCB*", Port, "Ports", "com0com", nullptr, "com0com - serial port emulator", "\\Device\\com0com20",
+     "com0com\\comport"},
     {"ROOT\\PORTS\\*", Port, "Ports", nullptr, nullptr, "Virtual Serial Port", nullptr, nullptr},
     // The USB tree itself
     {"USB\\ROOT_HUB*", RootHub, "USB", nullptr, nullptr, nullptr, nullptr, nullptr},
@@ -199,9 +197,9 @@ constexpr SetupClass SetupClasses[] = {
 };
 
 constexpr SetupClass InterfaceClasses[] = {
-    {"comport", "{86e0d1e0-8089-11d0-9ce4-08003e301f73}"},  {"modem", "{2c7089aa-2e0e-11d1-b114-00c04fc2aae4}"},
-    {"hub", "{f18a0e88-c30c-11d0-8815-00a0c906bed8}"},      {"controller", "{3abf6f2d-71c4-462a-8a92-1e6861e6af27}"},
-    {"usb", "{a5dcbf10-6530-11d2-901f-00c04fb951ed}"},      {"serenum", "{4d36e978-e325-11ce-bfc1-08002be10318}"},
+    {"comport", "{86e0d1e0-8089-11d0-9ce4-08003e301f73}"}, {"modem", "{2c7089aa-2e0e-11d1-b114-00c04fc2aae4}"},
+    {"hub", "{f18a0e88-c30c-11d0-8815-00a0c906bed8}"},     {"controller", "{3abf6f2d-71c4-462a-8a92-1e6861e6af27}"},
+    {"usb", "{a5dcbf10-6530-11d2-901f-00c04fb951ed}"},     {"serenum", "{4d36e978-e325-11ce-bfc1-08002be10318}"},
 };
 
 constexpr const char* ClassRoot = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class";
@@ -213,10 +211,6 @@ bool IsGuid(std::string_view text) {
 
 } // namespace
 
-std::span<const CatalogueEntry> Catalogue() {
-    return Entries;
-}
-
 const CatalogueEntry* FindInCatalogue(std::string_view id) {
     for (const CatalogueEntry& entry : Entries)
         if (MatchesWildcard(id, entry.pattern))
@@ -225,8 +219,7 @@ const CatalogueEntry* FindInCatalogue(std::string_view id) {
 }
 
 DeviceKind KindOf(std::string_view id, std::string_view service, std::string_view classNameOrGuid) {
-    const std::string name =
-        IsGuid(classNameOrGuid) ? SetupClassName(classNameOrGuid) : std::string(classNameOrGuid);
+    const std::string name = IsGuid(classNameOrGuid) ? SetupClassName(classNameOrGuid) : std::string(classNameOrGuid);
     if (EqualNoCase(name, "Ports") || EqualNoCase(name, "CNCPorts"))
         return DeviceKind::Port;
     if (EqualNoCase(name, "Modem"))
@@ -276,14 +269,22 @@ KindDefaults DefaultsOf(DeviceKind kind, const WindowsVersion& version) {
     const bool usb3 = version.Packed() >= Windows8;
     const char* hubService = usb3 ? "USBHUB3" : "usbhub";
     switch (kind) {
-    case DeviceKind::Port: return {"Ports", "Serial", "Communications Port", "\\Device\\Serial0", 100, 0};
-    case DeviceKind::Modem: return {"Modem", "Modem", "Standard Modem", "\\Device\\Modem0", 300, 0};
-    case DeviceKind::Controller: return {"USB", "USBXHCI", "USB xHCI Compliant Host Controller", nullptr, 50, 0};
-    case DeviceKind::RootHub: return {"USB", hubService, "USB Root Hub", nullptr, 50, 0x80};
-    case DeviceKind::Hub: return {"USB", hubService, "Generic USB Hub", nullptr, 50, Removable};
-    case DeviceKind::Usb: return {"USB", "", "USB Device", nullptr, 100, Removable};
-    case DeviceKind::Composite: return {"USB", "usbccgp", "USB Composite Device", nullptr, 100, Removable};
-    case DeviceKind::Other: break;
+    case DeviceKind::Port:
+        return {"Ports", "Serial", "Communications Port", "\\Device\\Serial0", 100, 0};
+    case DeviceKind::Modem:
+        return {"Modem", "Modem", "Standard Modem", "\\Device\\Modem0", 300, 0};
+    case DeviceKind::Controller:
+        return {"USB", "USBXHCI", "USB xHCI Compliant Host Controller", nullptr, 50, 0};
+    case DeviceKind::RootHub:
+        return {"USB", hubService, "USB Root Hub", nullptr, 50, 0x80};
+    case DeviceKind::Hub:
+        return {"USB", hubService, "Generic USB Hub", nullptr, 50, Removable};
+    case DeviceKind::Usb:
+        return {"USB", "", "USB Device", nullptr, 100, Removable};
+    case DeviceKind::Composite:
+        return {"USB", "usbccgp", "USB Composite Device", nullptr, 100, Removable};
+    case DeviceKind::Other:
+        break;
     }
     return {"System", "", "Device", nullptr, 0, 0};
 }

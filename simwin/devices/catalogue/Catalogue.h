@@ -6,7 +6,6 @@
 #include "simwin/kernel/Setup.h"
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -14,16 +13,15 @@ namespace machine {
 
 // One row: devices whose id fits the wildcard. A null text is not known. The first row that fits counts.
 struct CatalogueEntry {
-    const char* pattern;     // '*' any run, '?' one character, blind to case
+    const char* pattern; // '*' any run, '?' one character, blind to case
     DeviceKind kind;
     const char* className;
     const char* service;
-    const char* serviceX86;  // where the driver's service has another name on x86 Windows
+    const char* serviceX86; // where the driver's service has another name on x86 Windows
     const char* description;
     const char* kernelName;
     const char* hardwareId;
 };
-std::span<const CatalogueEntry> Catalogue();
 const CatalogueEntry* FindInCatalogue(std::string_view id);
 
 // The kind of a device by its id, service and setup class (name or GUID); Other if nothing tells more.

@@ -24,9 +24,10 @@ void Export(const std::vector<Exported>& devices) {
     for (const Exported& device : devices) {
         const std::string key = Enum + std::string(device.id);
         const std::string service = device.service;
-        registry.SetString(key, "ClassGUID", machine::SetupClassGuid(service == "Serial"             ? "Ports"
-                                                                     : service.substr(0, 3) == "usb" ? "USB"
-                                                                                                     : "System"));
+        registry.SetString(key, "ClassGUID",
+                           machine::SetupClassGuid(service == "Serial"             ? "Ports"
+                                                   : service.substr(0, 3) == "usb" ? "USB"
+                                                                                   : "System"));
         if (*device.prefix)
             registry.SetString(key, "ParentIdPrefix", device.prefix);
         if (*device.location)

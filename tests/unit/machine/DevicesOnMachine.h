@@ -93,8 +93,8 @@ inline simwin::DWORD ChangeState(const char* id, simwin::DWORD change) {
     for (DWORD i = 0; SetupDiEnumDeviceInfo(list, i, &device); ++i) {
         if (device.DevInst != Node(id).number)
             continue;
-        SP_PROPCHANGE_PARAMS params = {{sizeof(SP_CLASSINSTALL_HEADER), DIF_PROPERTYCHANGE}, change, DICS_FLAG_GLOBAL,
-                                       0};
+        SP_PROPCHANGE_PARAMS params = {
+            {sizeof(SP_CLASSINSTALL_HEADER), DIF_PROPERTYCHANGE}, change, DICS_FLAG_GLOBAL, 0};
         EXPECT_TRUE(SetupDiSetClassInstallParamsA(list, &device, &params.ClassInstallHeader, sizeof(params)));
         error = SetupDiCallClassInstaller(DIF_PROPERTYCHANGE, list, &device) ? 0 : GetLastError();
         break;
@@ -138,9 +138,9 @@ struct Listener {
         filter.dbcc_size = sizeof(filter);
         filter.dbcc_devicetype = simwin::DBT_DEVTYP_DEVICEINTERFACE;
         const bool all = !machine::GuidFromText(guid, filter.dbcc_classguid);
-        return simwin::RegisterDeviceNotificationA(
-            reinterpret_cast<simwin::HANDLE>(0x1234), &filter,
-            all ? simwin::DEVICE_NOTIFY_ALL_INTERFACE_CLASSES : simwin::DEVICE_NOTIFY_WINDOW_HANDLE);
+        return simwin::RegisterDeviceNotificationA(reinterpret_cast<simwin::HANDLE>(0x1234), &filter,
+                                                   all ? simwin::DEVICE_NOTIFY_ALL_INTERFACE_CLASSES
+                                                       : simwin::DEVICE_NOTIFY_WINDOW_HANDLE);
     }
     static std::vector<std::string> Texts() {
         std::vector<std::string> texts;

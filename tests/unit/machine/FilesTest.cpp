@@ -7,6 +7,7 @@
 #include "simwin/kernel/Process.h"
 #include "tests/harness/Harness.h"
 
+#include <cstdarg>
 #include <cstring>
 #include <string>
 
@@ -72,6 +73,16 @@ TEST(Files, WhatIsRefusedIsThereAllTheSame) {
     EXPECT_EQ(OpenError("C:\\Secret\\a.txt", GENERIC_READ, OPEN_EXISTING), DWORD{ERROR_ACCESS_DENIED});
     EXPECT_EQ(OpenError("C:\\Secret\\b.txt", GENERIC_WRITE, CREATE_NEW), DWORD{ERROR_ACCESS_DENIED});
     EXPECT_EQ(TheFiles().Read("C:\\Secret\\a.txt"), "x");
+}
+
+TEST(Files, ReadOnlyFilesStayAsTheyAre) {
+    TheFiles().Write("C:\\Work\\a.txt", "x")->attributes = FILE_ATTRIBUTE_READONLY;
+    EXPECT_EQ(OpenError("C:\\Work\\a.txt", GENERIC_READ, OPEN_EXISTING), 0u);
+    EXPECT_EQ(OpenError("C:\\Work\\a.txt", GENERIC_WRITE, OPEN_EXISTING), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(OpenError("C:\\Work\\a.txt", GENERIC_WRITE, CREATE_ALWAYS), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_FALSE(DeleteFileA("C:\\Work\\a.txt"));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_TRUE(MoveFileA("C:\\Work\\a.txt", "C:\\Work\\b.txt"));
 }
 
 TEST(Files, UsersWriteWhereUsersMay) {
@@ -146,11 +157,17 @@ TEST(Files, DevicesAreOpenedByTheirRoom) {
 
 TEST(Files, FormatsAddressesTheSameInEachRun) {
     char text[64];
+    const auto format = [&text](const char* form, ...) {
+        va_list arguments;
+        va_start(arguments, form);
+        wvsprintfA(text, form, arguments);
+        va_end(arguments);
+    };
     void* block = HeapAlloc(GetProcessHeap(), 0, 16);
-    wsprintfA(text, "%p", block);
+    format("%p", block);
     EXPECT_EQ(std::string(text).substr(0, 8), "00000000") << "a place in the simulated heap, not the host's";
     HeapFree(GetProcessHeap(), 0, block);
-    wsprintfA(text, "%p", INVALID_HANDLE_VALUE);
+    format("%p", INVALID_HANDLE_VALUE);
     EXPECT_STREQ(text, "FFFFFFFFFFFFFFFF");
 }
 
