@@ -54,7 +54,11 @@ endfunction()
 
 # --- The rehearsal tool.
 file(GLOB_RECURSE QM_REHEARSE_SOURCES CONFIGURE_DEPENDS rehearse/*.cpp)
-add_executable(quillmarch-rehearse ${QM_REHEARSE_SOURCES})
+list(REMOVE_ITEM QM_REHEARSE_SOURCES ${CMAKE_SOURCE_DIR}/rehearse/main.cpp)
+add_library(rehearse OBJECT ${QM_REHEARSE_SOURCES})
+target_link_libraries(rehearse PUBLIC simwin PRIVATE qm_warnings)
+add_executable(quillmarch-rehearse rehearse/main.cpp)
+target_link_libraries(quillmarch-rehearse PRIVATE rehearse)
 qm_host(quillmarch-rehearse)
 
 # --- Tests.
@@ -95,6 +99,17 @@ endforeach()
 file(GLOB contract_sources CONFIGURE_DEPENDS tests/contract/*.cpp)
 if(contract_sources)
     qm_test(contract SOURCES ${contract_sources})
+endif()
+
+# Random histories under seeded schedules; a small fixed number of seeds with every test run.
+file(GLOB storm_sources CONFIGURE_DEPENDS tests/storms/*.cpp)
+if(storm_sources)
+    add_executable(storm ${storm_sources})
+    target_include_directories(storm PRIVATE src)
+    target_link_libraries(storm PRIVATE rehearse)
+    qm_host(storm)
+    add_test(NAME storms COMMAND storm 40)
+    set_tests_properties(storms PROPERTIES TIMEOUT 240 LABELS storm)
 endif()
 
 # Whole machines as files, judged by their own expectations.

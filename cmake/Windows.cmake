@@ -1,13 +1,65 @@
-# Quillmarch.exe for x64: one static file that imports nothing but the system's own libraries.
-add_executable(Quillmarch WIN32 ${QM_PRODUCT_SOURCES} src/resources/Quillmarch.rc)
-target_include_directories(Quillmarch PRIVATE src src/resources $<$<COMPILE_LANGUAGE:CXX>:${CMAKE_BINARY_DIR}/generated>)
-target_compile_definitions(Quillmarch PRIVATE _WIN32_WINNT=0x0501)
-target_compile_options(Quillmarch PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics
-    -ffunction-sections -fdata-sections -Wno-cast-function-type>)
-target_compile_options(Quillmarch PRIVATE
-    $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Werror>)
-target_link_libraries(Quillmarch PRIVATE
-    setupapi cfgmgr32 wtsapi32 netapi32 shlwapi version ole32)
+# Quillmarch.exe for x64: one static file that imports nothing but the system's own libraries. Beside it the programs
+# that test it, and what it relies on, under Wine.
+option(QM_WINDOWS_TESTS "Build the tests that run under Wine" ON)
+
+set(QM_WARNINGS -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Werror)
+set(QM_SYSTEM_LIBRARIES setupapi cfgmgr32 wtsapi32 netapi32 shlwapi version ole32)
+
+add_library(product OBJECT ${QM_PRODUCT_SOURCES})
+target_include_directories(product PRIVATE src ${CMAKE_BINARY_DIR}/generated)
+target_compile_definitions(product PRIVATE _WIN32_WINNT=0x0501)
+target_compile_options(product PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics -ffunction-sections
+    -fdata-sections -Wno-cast-function-type ${QM_WARNINGS})
+# Nearly all the time of a file goes into the SDK's headers.
+target_precompile_headers(product PRIVATE src/platform/win32.h)
+
+add_executable(Quillmarch WIN32 $<TARGET_OBJECTS:product> src/resources/Quillmarch.rc)
+target_include_directories(Quillmarch PRIVATE src/resources)
+set_target_properties(Quillmarch PROPERTIES LINKER_LANGUAGE CXX)
+file(GLOB QM_RESOURCE_FILES CONFIGURE_DEPENDS src/resources/*)
+set_source_files_properties(src/resources/Quillmarch.rc PROPERTIES OBJECT_DEPENDS "${QM_RESOURCE_FILES}")
+target_link_libraries(Quillmarch PRIVATE ${QM_SYSTEM_LIBRARIES})
 target_link_options(Quillmarch PRIVATE -static -s -mwindows
     -Wl,--gc-sections,--dynamicbase,--nxcompat,--high-entropy-va,--no-insert-timestamp
     -Wl,--major-os-version=5,--minor-os-version=2,--major-subsystem-version=5,--minor-subsystem-version=2)
+
+if(NOT QM_WINDOWS_TESTS)
+    return()
+endif()
+
+# --- Tests. They are not optimised: they are built more often than they run.
+enable_testing()
+include(GoogleTest)
+set(gtest_disable_pthreads ON CACHE BOOL "" FORCE)
+set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
+add_subdirectory(/usr/src/googletest googletest EXCLUDE_FROM_ALL)
+target_compile_options(gtest PRIVATE -O0)
+target_compile_options(gtest_main PRIVATE -O0)
+
+# name: of the program. lock: tests that share it never run at the same time.
+function(qm_windows_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "LOCK" "SOURCES")
+    add_executable(${name} ${arg_SOURCES})
+    target_include_directories(${name} PRIVATE src ${CMAKE_SOURCE_DIR})
+    target_compile_definitions(${name} PRIVATE _WIN32_WINNT=0x0501)
+    target_compile_options(${name} PRIVATE -O0 -Wno-cast-function-type ${QM_WARNINGS})
+    target_link_options(${name} PRIVATE -s)
+    target_link_libraries(${name} PRIVATE gtest gtest_main ${QM_SYSTEM_LIBRARIES})
+    gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+        PROPERTIES TIMEOUT 120 RESOURCE_LOCK ${arg_LOCK} LABELS ${name})
+endfunction()
+
+# What keeps the Wine server while the tests run.
+add_executable(keep WIN32 tests/windows/Keep.cpp)
+
+file(GLOB contract_sources CONFIGURE_DEPENDS tests/contract/*.cpp)
+qm_windows_test(contract LOCK machine SOURCES ${contract_sources})
+target_precompile_headers(contract PRIVATE tests/contract/Contract.h)
+
+qm_windows_test(registry_access LOCK machine
+    SOURCES tests/windows/RegistryAccessTest.cpp $<TARGET_OBJECTS:product>)
+
+qm_windows_test(executable LOCK desktop SOURCES tests/windows/ExecutableTest.cpp)
+add_dependencies(executable Quillmarch)
+target_compile_definitions(executable PRIVATE QM_RESOURCE_FOLDER="Z:${CMAKE_SOURCE_DIR}/src/resources/")

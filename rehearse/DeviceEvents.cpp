@@ -144,10 +144,18 @@ Action DosNameEvent(const Record& event, Stage& stage) {
     };
 }
 
+Action CalmEvent(const Record&, Stage& stage) {
+    return [&stage] {
+        stage.timeline->Outside("from now on nothing fails, refuses or is held open");
+        machine::CalmDown();
+    };
+}
+
 constexpr EventRow Rows[] = {
     {"plug", PlugEvent}, {"unplug", UnplugEvent},   {"replug", ReplugEvent},
     {"move", MoveEvent}, {"problem", ProblemEvent}, {"devnodes_changed", DevnodesChangedEvent},
     {"hold", HoldEvent}, {"release", ReleaseEvent}, {"dos_name", DosNameEvent},
+    {"calm", CalmEvent},
 };
 
 } // namespace

@@ -22,6 +22,15 @@ namespace rehearse {
 
 namespace {
 
+constexpr std::uint64_t LookAgainMs = 10; // while the service comes up
+
+// Whether the description wants the service to run beside and it is still on its way.
+bool IsServiceComing(const Record& description) {
+    const Record* product = description.TableOf("quillmarch");
+    return product && product->TextOf("service_state") == "RUNNING" && machine::ServiceProcess(ServiceName) &&
+           machine::ServiceState(ServiceName) != simwin::SERVICE_RUNNING;
+}
+
 void StartProduct(Stage& stage) {
     stage.timeline->Outside("Quillmarch is started");
     machine::Process* process = StartProductInRole(*stage.description);
@@ -114,6 +123,16 @@ Action ActionOf(const Record& event, Stage& stage) {
     throw InputError(event.at, "this event is not known");
 }
 
+// The start in the role; behind a service that is to run beside.
+void StartInTurn(Stage& stage) {
+    if (stage.hasEnded)
+        return;
+    if (IsServiceComing(*stage.description))
+        machine::After(LookAgainMs, [&stage] { StartInTurn(stage); });
+    else
+        StartProduct(stage);
+}
+
 std::uint64_t StartMs(const Record& description) {
     const Record* product = description.TableOf("quillmarch");
     return product ? product->MsOf("starts_at") : 0;
@@ -130,7 +149,7 @@ void ScheduleEvents(Stage& stage) {
             machine::StartServiceByMachine(ServiceName);
         });
     }
-    machine::At(StartMs(description), machine::Due::Outside, [&stage] { StartProduct(stage); });
+    machine::At(StartMs(description), machine::Due::Outside, [&stage] { StartInTurn(stage); });
     std::vector<const Record*> events;
     for (const Record& event : description.TablesOf("event"))
         events.push_back(&event);

@@ -180,6 +180,10 @@ void JudgeService(const Record& expect, const machine::Process* product, Wrongs&
             std::count_if(reports.begin(), reports.end(), [](const auto& r) { return r.checkpoint > 0; });
         CompareNumber(wrongs, "checkpoints", count, expect.NumberOf("checkpoints"));
     }
+    if (expect.Has("wait_hint")) {
+        const auto& reports = machine::ServiceReports();
+        CompareNumber(wrongs, "wait_hint", reports.empty() ? 0 : reports.back().waitHint, expect.NumberOf("wait_hint"));
+    }
     if (expect.Has("exit_code")) {
         if (!product || !product->ended)
             wrongs.push_back("the process has not ended");
@@ -196,7 +200,7 @@ std::string SubjectOf(const Record& expect) {
             return fmt::format("{} '{}'", key, Shortened(expect.TextOf(key)));
     if (const Record* table = expect.TableOf("value"))
         return fmt::format("value '{}\\{}'", table->TextOf("key"), table->TextOf("name"));
-    for (const char* key : {"com_database", "log_order", "service", "checkpoints", "exit_code"})
+    for (const char* key : {"com_database", "log_order", "log_complete", "service", "checkpoints", "exit_code"})
         if (expect.Has(key))
             return key;
     return "expectation";
@@ -216,7 +220,7 @@ Wrongs WrongsOf(const Record& expect, const Stage& stage) {
         JudgeKey(expect, wrongs);
     else if (expect.Has("file"))
         JudgeFile(expect, wrongs);
-    else if (expect.Has("log") || expect.Has("log_order") || expect.Has("log_match"))
+    else if (expect.Has("log") || expect.Has("log_order") || expect.Has("log_match") || expect.Has("log_complete"))
         JudgeLog(expect, wrongs);
     else if (expect.Has("restart"))
         JudgeRestart(expect, wrongs);

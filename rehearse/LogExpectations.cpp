@@ -1,11 +1,14 @@
 #include "rehearse/Expectations.h"
 #include "rehearse/LogOutput.h"
 
+#include "simwin/kernel/Process.h"
 #include "simwin/kernel/Text.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
+#include <regex>
 #include <string_view>
 
 namespace rehearse {
@@ -65,6 +68,45 @@ void JudgeOrder(const std::vector<std::string>& texts, const std::vector<std::st
     }
 }
 
+// What each process gave to the debugger, as "delta message", against the lines of the log: none may be lost, torn or
+// written twice, and each must carry the delta that its own process had reached and the tag of its process's kind.
+void JudgeComplete(const std::vector<std::string>& lines, Wrongs& wrongs) {
+    constexpr const char* mark = "[QUILLMARCH]  ";
+    std::map<std::string, int> missing; // written, but not found; below zero: found too often
+    std::size_t written = 0, writers = 0;
+    for (const machine::Process* process : machine::AllProcesses()) {
+        writers += !process->debugOutput.empty();
+        for (std::string record : machine::Split(process->debugOutput, '\n')) {
+            const std::size_t at = record.find(mark);
+            if (at == std::string::npos)
+                continue;
+            ++missing[record.erase(at, std::string_view(mark).size())];
+            ++written;
+        }
+    }
+    if (written == 0) {
+        wrongs.push_back("no record went to the debugger: there is nothing to compare with");
+        return;
+    }
+    static const std::regex form(
+        R"(\d\d:\d\d:\d\d\.\d (\([ \d]{4}\)) (?:\{\d{4,}\}|\[(?:ns|in|sa|ba|ex)\d\d+\]) <[1-6]> ([^\r]*))");
+    for (const std::string& line : lines) {
+        std::smatch parts;
+        if (std::regex_match(line, parts, form))
+            --missing[parts.str(1) + parts.str(2)];
+        else
+            wrongs.push_back(fmt::format("'{}' is no whole record", line));
+    }
+    for (const auto& [record, count] : missing)
+        if (count != 0)
+            wrongs.push_back(fmt::format("'{}' is {}", record, count > 0 ? "lost" : "there more often than written"));
+    constexpr std::size_t shown = 5;
+    if (wrongs.size() > shown)
+        wrongs.resize(shown);
+    if (!wrongs.empty())
+        wrongs.push_back(fmt::format("{} records of {} processes, {} lines", written, writers, lines.size()));
+}
+
 } // namespace
 
 void JudgeLog(const Record& expect, Wrongs& wrongs) {
@@ -87,6 +129,8 @@ void JudgeLog(const Record& expect, Wrongs& wrongs) {
                 wrongs.push_back(
                     fmt::format("'{}' stands in record {}, '{}' in record {}", text, first + 1, other, second + 1));
         }
+    } else if (expect.Has("log_complete")) {
+        JudgeComplete(lines, wrongs);
     } else if (expect.Has("log_order")) {
         JudgeOrder(expect.TextsOf("log_order"), lines, wrongs);
     } else {

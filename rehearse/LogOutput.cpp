@@ -14,7 +14,10 @@ namespace rehearse {
 namespace {
 
 constexpr const char* DefaultLogFile = "C:\\_Quillmarch.log";
-bool g_isForced = false;
+constexpr int DecisionsLevel = 3; // at which the product tells each decision
+bool g_isForced = false;         // the file
+bool g_isDebugOutputForced = false;
+int g_level = DecisionsLevel;
 
 std::string IniFile() {
     const machine::Setup& setup = machine::TheSetup();
@@ -37,20 +40,33 @@ std::string BackupOf(const std::string& file) {
 
 } // namespace
 
+namespace {
+
+std::optional<std::string> ForcedValue(const std::string& file, std::string_view section, std::string_view key) {
+    if (!machine::EqualNoCase(file, IniFile()) || !machine::EqualNoCase(section, "Settings"))
+        return std::nullopt;
+    if (machine::EqualNoCase(key, "LogLevel"))
+        return fmt::format("{}", g_level);
+    if (machine::EqualNoCase(key, "WriteDebugOutput") && g_isDebugOutputForced)
+        return "1";
+    if (machine::EqualNoCase(key, "WriteLogfile") && g_isForced)
+        return "1";
+    if (machine::EqualNoCase(key, "Logfile") && g_isForced)
+        return DefaultLogFile;
+    return std::nullopt;
+}
+
+} // namespace
+
 void ForceLog(int level) {
     g_isForced = true;
-    machine::SetProfileOverride(
-        [level](const std::string& file, std::string_view section, std::string_view key) -> std::optional<std::string> {
-            if (!machine::EqualNoCase(file, IniFile()) || !machine::EqualNoCase(section, "Settings"))
-                return std::nullopt;
-            if (machine::EqualNoCase(key, "WriteLogfile"))
-                return "1";
-            if (machine::EqualNoCase(key, "LogLevel"))
-                return fmt::format("{}", level);
-            if (machine::EqualNoCase(key, "Logfile"))
-                return DefaultLogFile;
-            return std::nullopt;
-        });
+    g_level = level;
+    machine::SetProfileOverride(ForcedValue);
+}
+
+void ForceDebugOutput() {
+    g_isDebugOutputForced = true;
+    machine::SetProfileOverride(ForcedValue);
 }
 
 bool IsLogOn() {

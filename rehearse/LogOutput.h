@@ -10,6 +10,9 @@ namespace rehearse {
 // default place. The configuration file stays as it is.
 void ForceLog(int level);
 
+// From now on the product's own reads see debugger output that is on, for --explain; with --log both are on.
+void ForceDebugOutput();
+
 // Whether the product writes a log: forced, or by the configuration as it is now.
 bool IsLogOn();
 

@@ -206,7 +206,9 @@ machine::Setup SetupOf(const Record& description, const Options& options) {
         setup.pendingInstallsUntilMs = windows.MsOf("pending_installs");
     setup.seed = options.seed;
     setup.directory = product.TextOf("directory", setup.directory);
-    setup.productIsX64 = product.TextOf("edition", "x64") == "x64";
+    setup.productIsX64 = product.TextOf("edition", setup.x64Windows ? "x64" : "x86") == "x64";
+    if (setup.productIsX64 && !setup.x64Windows)
+        throw InputError(product.At("edition"), "the x64 edition does not run on x86 Windows");
     setup.imageFile = options.imageFile;
     setup.resourceFile = options.resourceFile;
     return setup;
@@ -271,7 +273,7 @@ machine::Process* StartProductInRole(const Record& description) {
     const Record& product = TableOrEmpty(description, "quillmarch");
     const machine::Setup& setup = machine::TheSetup();
     const std::string role = product.TextOf("role", "service");
-    if (role == "service" && product.FlagOf("registered", true)) {
+    if (role == "service" && machine::ServiceState(ServiceName) != 0) {
         if (machine::StartServiceByMachine(ServiceName) != 0)
             return nullptr;
         return machine::ServiceProcess(ServiceName);

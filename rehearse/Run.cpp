@@ -5,6 +5,7 @@
 #include "rehearse/Durations.h"
 #include "rehearse/Events.h"
 #include "rehearse/Expectations.h"
+#include "rehearse/Explanation.h"
 #include "rehearse/Leaks.h"
 #include "rehearse/LogOutput.h"
 #include "rehearse/MachineBuilder.h"
@@ -134,6 +135,8 @@ int Rehearse(const Options& options) {
     expectations.Check();
     if (log.IsWanted())
         ForceLog(options.logLevel);
+    if (options.explain)
+        ExplainDecisions(timeline);
     expectations.Schedule();
     ScheduleEvents(stage);
 

@@ -55,6 +55,8 @@ void Timeline::Watch() {
     machine::TheRegistry().WatchWrites([this](const machine::RegistryWrite& write) {
         CatchUp();
         m_writes.push_back({write.atMs, write.key, write.name, write.before, write.after});
+        if (m_writeWatcher)
+            m_writeWatcher(m_writes.back());
         const std::string device = DeviceOfParameters(write.key);
         if (!device.empty() && IsNameValue(write.name) && write.before != write.after)
             m_entries.push_back({write.atMs, false, "registry name of", device, write.before, write.after, "registry"});

@@ -6,6 +6,7 @@
 #include "simwin/devices/Devices.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -30,6 +31,9 @@ public:
     void Watch();
     void Outside(std::string what, std::string device = {});
     void Add(TimelineEntry entry) { m_entries.push_back(std::move(entry)); }
+
+    // Called with each value that the product has just written or deleted.
+    void WatchWrites(std::function<void(const WrittenValue&)> watcher) { m_writeWatcher = std::move(watcher); }
 
     // What happens from now on is not told: the run is over, the machine goes.
     void Close() { m_isClosed = true; }
@@ -59,6 +63,7 @@ private:
 
     std::vector<TimelineEntry> m_entries;
     std::vector<WrittenValue> m_writes;
+    std::function<void(const WrittenValue&)> m_writeWatcher;
     bool m_isClosed = false;
     std::size_t m_serviceReports = 0;
     std::map<std::string, PortState, machine::NoCaseLess> m_ports;

@@ -38,6 +38,7 @@ void Describe(CLI::App& app, Line& line) {
     app.add_option("--seed", line.seed, "seeded schedule and seeded faults")->type_name("N");
     app.add_option("--until", line.until, "end after this much virtual time")->type_name("DURATION");
     app.add_flag("--check", line.options.check, "judge the description's expectations");
+    app.add_flag("--explain", line.options.explain, "tell in the timeline why, in the words of the product's log");
     app.add_flag("--quiet", line.options.quiet, "no report on standard output");
     app.add_flag("--print-keys", line.printKeys, "print the tables of keys")->group("");
     app.add_option("--image", line.options.imageFile, "the product as a shared object")->group("");

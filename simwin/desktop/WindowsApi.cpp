@@ -1,5 +1,6 @@
 #include "simwin/desktop/DesktopState.h"
 
+#include "simwin/files/Files.h"
 #include "simwin/files/Resources.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Setup.h"
@@ -193,6 +194,29 @@ int GetDeviceCaps(HDC, int index) {
     return machine::TheSetup().dpi;
 }
 
+// Both are looked up at run time by a program that wants to run where they are missing.
+static UINT GetDpiForWindow(HWND window) {
+    SIM_CALL("GetDpiForWindow", "");
+    return window && machine::WindowFor(window) ? static_cast<UINT>(machine::TheSetup().dpi) : 0;
+}
+
+static HRESULT GetDpiForMonitor(HMONITOR monitor, int kind, UINT* x, UINT* y) {
+    SIM_CALL("GetDpiForMonitor", "");
+    constexpr int EffectiveDpi = 0;
+    constexpr HRESULT InvalidArgument = static_cast<HRESULT>(0x80070057);
+    if (kind != EffectiveDpi)
+        machine::NotModelled("GetDpiForMonitor", "a kind other than the effective one");
+    if (monitor != machine::TheMonitor)
+        return InvalidArgument;
+    *x = *y = static_cast<UINT>(machine::TheSetup().dpi);
+    return 0;
+}
+
+static const machine::OptionalOperation Optional[] = {
+    {"user32.dll", "GetDpiForWindow", machine::AsProc(GetDpiForWindow), 0x0A00, 14393},
+    {"shcore.dll", "GetDpiForMonitor", machine::AsProc(GetDpiForMonitor), 0x0603},
+};
+
 int MessageBoxA(HWND owner, LPCSTR text, LPCSTR caption, UINT flags) {
     SIM_CALL("MessageBoxA", text, ERROR_INVALID_WINDOW_HANDLE);
     if (flags & ~(machine::BoxIcons | MB_SYSTEMMODAL))
@@ -203,10 +227,11 @@ int MessageBoxA(HWND owner, LPCSTR text, LPCSTR caption, UINT flags) {
     std::uint64_t waitMs = 0;
     for (const machine::BoxAnswer& answer : desktop.answers)
         if (std::string_view(text).find(answer.text) != std::string_view::npos) {
+            if (answer.button != IDOK)
+                machine::NotModelled("MessageBoxA", "an answer by a button that the box has not");
             waitMs = answer.afterMs;
             break;
         }
-    // The box has one button, whatever the description would rather press.
     desktop.boxes.push_back({machine::Now(), caption, text, flags, machine::CurrentProcess()->id, IDOK});
     if (waitMs > 0)
         machine::SleepMs(waitMs);

@@ -39,7 +39,7 @@ DWORD PropertyChange(DeviceNode& node) {
     const std::size_t restart = OpenRestart(node, "property-change");
     if (node.said.refuses.value_or(false)) {
         EndRestart(restart, false);
-        return ERROR_NO_SUCH_CLASS_INSTALLER;
+        return ERROR_NO_DRIVER_SELECTED;
     }
     const bool staysStopped = node.problem == CM_PROB_DISABLED || node.problem == CM_PROB_HELD_FOR_EJECT;
     if (!staysStopped && !RefusesToStop(node)) {
@@ -54,7 +54,7 @@ DWORD PropertyChange(DeviceNode& node) {
 DWORD Disable(DeviceNode& node) {
     if (node.said.refuses.value_or(false)) {
         NoteFailedRestart(node, "disable-enable");
-        return ERROR_NO_SUCH_CLASS_INSTALLER;
+        return ERROR_NO_DRIVER_SELECTED;
     }
     node.openRestart = BeginRestart(node, "disable-enable");
     if (node.problem == CM_PROB_DISABLED || RefusesToStop(node))
@@ -70,7 +70,7 @@ DWORD Enable(DeviceNode& node) {
     const std::size_t restart = OpenRestart(node, "disable-enable");
     if (node.said.refuses.value_or(false)) {
         EndRestart(restart, false);
-        return ERROR_NO_SUCH_CLASS_INSTALLER;
+        return ERROR_NO_DRIVER_SELECTED;
     }
     if (node.problem == CM_PROB_DISABLED) {
         if (!node.sticky)

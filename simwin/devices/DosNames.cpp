@@ -68,13 +68,14 @@ DefinitionId DosNames::Define(std::string_view name, std::string_view target, co
 
 bool DosNames::Erase(NameMap::iterator entry, std::size_t at, const char* by) {
     Name& name = entry->second;
-    const std::string before = Top(name);
+    const std::string spelling = name.name, before = Top(name);
     name.stack.erase(name.stack.begin() + static_cast<std::ptrdiff_t>(at));
-    Tell(name.name, before, Top(name), by);
-    if (name.stack.empty()) {
+    const std::string after = Top(name);
+    if (name.stack.empty()) { // before anybody is told: who looks then finds no name without a definition
         m_order.erase(name.made);
         m_names.erase(entry);
     }
+    Tell(spelling, before, after, by);
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include "simwin/devices/Notifications.h"
 #include "simwin/devices/api.h"
 #include "simwin/devices/catalogue/Catalogue.h"
+#include "simwin/kernel/Call.h"
 #include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/registry/Registry.h"
@@ -472,6 +473,22 @@ bool ReleasePort(std::string_view portName) {
         if (device && held->device == device)
             return held->program->handles.Close(held->handle);
     return false;
+}
+
+void CalmDown() {
+    EndFaults();
+    while (!g_held->empty()) {
+        const HeldPort* held = g_held->back();
+        held->program->handles.Close(held->handle);
+    }
+    for (DeviceNode* node : TheDeviceTree().All()) {
+        node->vetoesLeft = 0;
+        node->said.refuses = false;
+        node->said.cycleStatus = 0;
+        node->said.heldBy.reset();
+        if (node->problem != 0)
+            SetDeviceProblem(node->id, {});
+    }
 }
 
 void ReplugAllDevices(std::uint64_t offMs) {

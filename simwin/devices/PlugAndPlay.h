@@ -30,6 +30,9 @@ bool HoldPort(std::string_view portName, Process* program);
 bool ReleasePort(std::string_view portName);
 bool HoldPort(std::string_view portName, std::string_view imagePath);
 bool HoldDevice(DeviceNode& node, Process* program);
+// From now on nothing fails, refuses or is held open: described faults, vetoes and refusals end, programs let go of
+// ports, problems end and what they stopped starts, hubs do as they are asked.
+void CalmDown();
 // All devices that would hang on a bus are taken away and come back: a resume with devices = "replug".
 void ReplugAllDevices(std::uint64_t offMs = DefaultOffMs);
 

@@ -368,7 +368,7 @@ BOOL SetupDiSetClassInstallParamsA(HDEVINFO handle, PSP_DEVINFO_DATA device, PSP
 
 BOOL SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO handle, PSP_DEVINFO_DATA device) {
     SIM_CALL("SetupDiCallClassInstaller", IdOf(device), ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER,
-             ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY, ERROR_NO_SUCH_CLASS_INSTALLER, ERROR_NO_SUCH_DEVINST);
+             ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY, ERROR_NO_DRIVER_SELECTED, ERROR_NO_SUCH_DEVINST);
     const machine::DeviceList* list = ListOf(handle);
     const ListEntry* entry = list ? EntryOf(*list, device) : nullptr;
     if (!entry)

@@ -197,7 +197,7 @@ DWORD CMP_WaitNoPendingInstallEvents(DWORD ms);
 
 // --- Setup API: errors.
 inline constexpr DWORD ERROR_CLASS_MISMATCH = 0xE0000201;
-inline constexpr DWORD ERROR_NO_SUCH_CLASS_INSTALLER = 0xE0000203; // what a refusing class installer gives here
+inline constexpr DWORD ERROR_NO_DRIVER_SELECTED = 0xE0000203; // what a refusing class installer gives here
 inline constexpr DWORD ERROR_NO_SUCH_DEVINST = 0xE000020B;
 inline constexpr DWORD ERROR_NO_CLASSINSTALL_PARAMS = 0xE0000215;
 inline constexpr DWORD ERROR_NO_SUCH_DEVICE_INTERFACE = 0xE0000225;
@@ -368,8 +368,6 @@ HDEVNOTIFY RegisterDeviceNotificationA(HANDLE recipient, LPVOID filter, DWORD fl
 BOOL UnregisterDeviceNotification(HDEVNOTIFY notification); // FALSE with 6
 
 // --- Requests to USB hubs.
-struct OVERLAPPED;
-using LPOVERLAPPED = OVERLAPPED*;
 inline constexpr DWORD IOCTL_USB_GET_NODE_INFORMATION = 0x220408;
 inline constexpr DWORD IOCTL_USB_GET_NODE_CONNECTION_DRIVERKEY_NAME = 0x220420;
 inline constexpr DWORD IOCTL_USB_HUB_CYCLE_PORT = 0x220444;

@@ -372,12 +372,13 @@ BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, LPDWORD read, LPVOID over
     return TRUE;
 }
 
-BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPVOID overlapped) {
+BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPOVERLAPPED overlapped) {
+    constexpr DWORD behindTheEnd = 0xFFFFFFFF;
     const FileObject object(file);
     SIM_CALL("WriteFile", object.text, ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED, ERROR_DISK_FULL, ERROR_GEN_FAILURE);
     if (written)
         *written = 0;
-    if (overlapped)
+    if (overlapped && (overlapped->Offset != behindTheEnd || overlapped->OffsetHigh != behindTheEnd))
         NotModelled("WriteFile", "overlapped writing");
     if (simCall.error)
         return Fail(simCall.error);
@@ -395,6 +396,8 @@ BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPVOID o
         return error ? Fail(error) : TRUE;
     }
     std::string& content = open->node->content;
+    if (overlapped)
+        open->position = content.size();
     const std::uint64_t end = open->position + bytes;
     if (end > content.size()) {
         if (!TheFiles().Grow(open->node.get(), static_cast<std::int64_t>(end - content.size())))
@@ -409,42 +412,6 @@ BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPVOID o
     if (written)
         *written = bytes;
     return TRUE;
-}
-
-DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD from) {
-    const FileObject object(file);
-    SIM_CALL("SetFilePointer", object.text, ERROR_INVALID_HANDLE);
-    if (simCall.error) {
-        SetError(simCall.error);
-        return INVALID_SET_FILE_POINTER;
-    }
-    OpenFile* open = UseFile(file);
-    if (!open)
-        return INVALID_SET_FILE_POINTER;
-    if (open->device)
-        NotModelled("SetFilePointer", "a device");
-    std::int64_t offset = distance;
-    if (distanceHigh)
-        offset = static_cast<std::int64_t>(static_cast<std::uint64_t>(*distanceHigh) << 32) +
-                 static_cast<std::uint32_t>(distance);
-    std::int64_t base = 0;
-    if (from == FILE_CURRENT)
-        base = static_cast<std::int64_t>(open->position);
-    else if (from == FILE_END)
-        base = static_cast<std::int64_t>(open->node->content.size());
-    else if (from != FILE_BEGIN) {
-        SetError(ERROR_INVALID_PARAMETER);
-        return INVALID_SET_FILE_POINTER;
-    }
-    if (base + offset < 0) {
-        SetError(ERROR_NEGATIVE_SEEK);
-        return INVALID_SET_FILE_POINTER;
-    }
-    open->position = static_cast<std::uint64_t>(base + offset);
-    if (distanceHigh)
-        *distanceHigh = static_cast<LONG>(open->position >> 32);
-    SetError(ERROR_SUCCESS);
-    return static_cast<DWORD>(open->position);
 }
 
 DWORD GetFileSize(HANDLE file, LPDWORD high) {

@@ -25,10 +25,6 @@ inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 inline constexpr DWORD FILE_FLAG_BACKUP_SEMANTICS = 0x02000000;
 inline constexpr DWORD FILE_FLAG_SEQUENTIAL_SCAN = 0x08000000;
 inline constexpr DWORD INVALID_FILE_SIZE = 0xFFFFFFFF;
-inline constexpr DWORD INVALID_SET_FILE_POINTER = 0xFFFFFFFF;
-inline constexpr DWORD FILE_BEGIN = 0;
-inline constexpr DWORD FILE_CURRENT = 1;
-inline constexpr DWORD FILE_END = 2;
 
 // INVALID_HANDLE_VALUE with 2 no such file, 3 no such folder, 5 refused (a folder without FILE_FLAG_BACKUP_SEMANTICS,
 // a read-only file for writing, an account that may not, a hidden file made anew without its attribute), 32 held by
@@ -38,10 +34,9 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES
                    DWORD flags, HANDLE templateFile);
 // FALSE with 5 for a handle without the right, 6. At the end of the file TRUE and 0 bytes.
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, LPDWORD read, LPVOID overlapped);
-// Moves the write time. FALSE with 5, 6, 112 (nothing more fits the disk).
-BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPVOID overlapped);
-// The new place; INVALID_SET_FILE_POINTER with 6, 87, 131.
-DWORD SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD from);
+// At the handle's place; with `overlapped`, whose two halves of the offset must then be 0xFFFFFFFF, behind whatever is
+// the end at that moment. Moves the write time. FALSE with 5, 6, 112 (nothing more fits the disk).
+BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPOVERLAPPED overlapped);
 DWORD GetFileSize(HANDLE file, LPDWORD high);
 BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* lastAccess, FILETIME* lastWrite);
 

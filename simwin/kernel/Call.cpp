@@ -89,6 +89,14 @@ std::span<Fault> Faults() {
     return TheGate().faults;
 }
 
+void EndFaults() {
+    for (Fault& fault : TheGate().faults) {
+        fault.after = 0;
+        fault.times = fault.acted;
+        fault.call.clear();
+    }
+}
+
 void ClearFaults() {
     delete g_gate;
     g_gate = nullptr;

@@ -35,7 +35,8 @@ struct Fault {
 };
 void AddFault(const Fault& fault);
 std::span<Fault> Faults();
-void ClearFaults();
+void EndFaults();   // none acts any more; what they did stays told
+void ClearFaults(); // the machine goes: faults, watcher and counts
 
 // Every operation that the machine has, by name.
 std::vector<const Operation*> AllOperations();

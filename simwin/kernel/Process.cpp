@@ -17,6 +17,7 @@ constexpr std::size_t MainStackBytes = 4 * 1024 * 1024;
 struct Processes {
     std::vector<Process*> all;
     std::vector<std::function<void(Process&)>> atEnd;
+    std::function<void(const Process&, const char*)> debugWatcher;
     simwin::DWORD nextId = 1200;
 };
 Processes* g_processes;
@@ -171,6 +172,17 @@ Process* FindProcess(simwin::DWORD id) {
         if (process->id == id)
             return process;
     return nullptr;
+}
+
+void WatchDebugOutput(std::function<void(const Process&, const char*)> watcher) {
+    g_processes->debugWatcher = std::move(watcher);
+}
+
+void NoteDebugOutput(Process& process, const char* text) {
+    if (g_processes->debugWatcher)
+        g_processes->debugWatcher(process, text);
+    else
+        process.debugOutput += text;
 }
 
 void OnProcessEnd(std::function<void(Process&)> action) {

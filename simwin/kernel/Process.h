@@ -73,6 +73,10 @@ void EndProcess(Process* process, simwin::DWORD exitCode);
 const std::vector<Process*>& AllProcesses();
 Process* FindProcess(simwin::DWORD id);
 
+// Watches what programs give to OutputDebugStringA, at the moment at which they do.
+void WatchDebugOutput(std::function<void(const Process&, const char* text)> watcher);
+void NoteDebugOutput(Process& process, const char* text);
+
 // What rooms do when any process ends (windows destroyed, registrations dropped), before its handles are closed.
 void OnProcessEnd(std::function<void(Process&)> action);
 

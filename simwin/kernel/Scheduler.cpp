@@ -329,6 +329,11 @@ RunOutcome RunMachine(const RunLimits& limits) {
     }
 }
 
+bool IsAtRest() {
+    const auto isOfMachine = [](const auto& entry) { return entry.first.due == Due::Machine; };
+    return g_scheduler->ready.empty() && std::none_of(g_scheduler->due.begin(), g_scheduler->due.end(), isOfMachine);
+}
+
 bool IsRunStopped() {
     return g_scheduler->stopped;
 }

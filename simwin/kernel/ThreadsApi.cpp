@@ -228,7 +228,7 @@ void DebugBreak() {
 
 void OutputDebugStringA(LPCSTR text) {
     SIM_CALL("OutputDebugStringA", "");
-    machine::CurrentProcess()->debugOutput += text ? text : "";
+    machine::NoteDebugOutput(*machine::CurrentProcess(), text ? text : "");
 }
 
 BOOL Beep(DWORD, DWORD ms) {

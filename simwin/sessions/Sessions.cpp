@@ -53,6 +53,8 @@ std::optional<WTS_CONNECTSTATE_CLASS> SessionStateFromName(std::string_view name
 void LogOn(unsigned id, std::string_view user) {
     const Session* known = FindSession(id);
     Session session = known ? *known : Session();
+    if (!known)
+        session.administrator = false;
     session.id = id;
     session.user = user;
     session.state = WTSActive;

@@ -22,7 +22,9 @@ struct CallbackTimer {
     char szName[TimerNameChars];
     ULONG_PTR Context;
     CallbackTimerProc Proc;
-    HANDLE hEvent; // set: the timer is killed. Closed by the timer's thread, with Id, under the record lock
+    HANDLE hEvent;   // set: the timer is killed. Closed by the timer's thread, with Id, under the record lock
+    DWORD IsKilled;  // signalled while it waited: its procedure will not run
+    DWORD IsWaiting; // until its thread knows how the wait ended
 };
 
 // What a timer's thread needs of its record. The record may be killed meanwhile, but these do not change.
@@ -69,6 +71,26 @@ static LONG TakeTimerSlot() QM_REQUIRES(CS_timerTable) QM_EXCLUDES(CS_timerRecor
     return slot;
 }
 
+// The first timer that fits, with an id by the id alone. One that was killed and whose thread has not come to its end
+// yet gives way to a later one: a third creation in a row would else signal the first once more, and the second would
+// run beside the third.
+static CallbackTimer* FindLiveTimer(DWORD id, const char* name) QM_REQUIRES(CS_timerRecord) {
+    CallbackTimer* killed = nullptr;
+    for (CallbackTimer* timer : Timers) {
+        if (timer == nullptr) {
+            break;
+        }
+        const bool fits = timer->Id != 0 && (id != 0 ? timer->Id == id : lstrcmpA(timer->szName, name) == 0);
+        if (fits && !timer->IsKilled) {
+            return timer;
+        }
+        if (fits && killed == nullptr) {
+            killed = timer;
+        }
+    }
+    return killed;
+}
+
 static void FillTimerRecord(LONG slot, LONG delayMs, DWORD id, ULONG_PTR context, CallbackTimerProc proc,
                             const char* name, HANDLE* killEvent) QM_EXCLUDES(CS_timerRecord) {
     LockGuard record(CS_timerRecord);
@@ -79,6 +101,7 @@ static void FillTimerRecord(LONG slot, LONG delayMs, DWORD id, ULONG_PTR context
     timer.Proc = proc;
     timer.hEvent = CreateEventA(nullptr, /*manualReset=*/FALSE, /*initialState=*/FALSE, nullptr);
     CopyText(timer.szName, name);
+    timer.IsWaiting = 1;
     *killEvent = timer.hEvent;
 }
 
@@ -144,27 +167,21 @@ DWORD KillCallbackTimer(DWORD id, const char* name) {
     if (id == 0 && !HasText(name)) {
         return 0;
     }
+    // SetEvent stays inside the record lock: the finishing thread closes the event under it.
     LockGuard table(CS_timerTable);
-    for (LONG slot = 0; slot < MaxCallbackTimers; ++slot) {
-        // SetEvent stays inside the record lock: the finishing thread closes the event under it.
-        LockGuard record(CS_timerRecord);
-        const CallbackTimer* timer = Timers[slot];
-        if (timer == nullptr) {
-            return 0;
-        }
-        const bool matches = timer->Id != 0 && (id != 0 ? timer->Id == id : lstrcmpA(timer->szName, name) == 0);
-        if (!matches) {
-            continue;
-        }
-        const LONG result = SetEvent(timer->hEvent);
-        if (HasText(name)) {
-            WriteLog(1, "KillCallbackTimer name=%s called SetEvent(0x%p) res=%i", name, timer->hEvent, result);
-        } else {
-            WriteLog(1, "KillCallbackTimer id=0x%X called SetEvent(0x%p) res=%i", id, timer->hEvent, result);
-        }
-        return 1;
+    LockGuard record(CS_timerRecord);
+    CallbackTimer* timer = FindLiveTimer(id, name);
+    if (timer == nullptr) {
+        return 0;
     }
-    return 0;
+    timer->IsKilled = timer->IsWaiting;
+    const LONG result = SetEvent(timer->hEvent);
+    if (HasText(name)) {
+        WriteLog(1, "KillCallbackTimer name=%s called SetEvent(0x%p) res=%i", name, timer->hEvent, result);
+    } else {
+        WriteLog(1, "KillCallbackTimer id=0x%X called SetEvent(0x%p) res=%i", id, timer->hEvent, result);
+    }
+    return 1;
 }
 
 DWORD KillAllCallbackTimers() {
@@ -213,7 +230,13 @@ static void RunTimer(LONG slot) {
         const CallbackTimer& timer = *Timers[slot];
         call = {timer.Delay, timer.Id, timer.Context, timer.Proc, timer.hEvent};
     }
-    if (WaitForSingleObject(call.hEvent, static_cast<DWORD>(call.Delay)) == WAIT_TIMEOUT) {
+    const DWORD waited = WaitForSingleObject(call.hEvent, static_cast<DWORD>(call.Delay));
+    if (waited == WAIT_TIMEOUT) {
+        {
+            LockGuard record(CS_timerRecord);
+            Timers[slot]->IsWaiting = 0;
+            Timers[slot]->IsKilled = 0; // too late: it runs, and the next kill finds it first
+        }
         WriteLog(5, " before exec timerproc id=%i", static_cast<LONG>(call.Id));
         call.Proc(call.Id, call.Context);
         WriteLog(5, " after exec timerproc id=%i", static_cast<LONG>(call.Id));

@@ -196,7 +196,7 @@ DWORD CService::HandlerEx(DWORD dwControl, DWORD dwEventType, LPVOID lpEventData
 }
 
 void CService::Run() {
-    AdoptRunThread();
+    RunThreadId = GetCurrentThreadId();
     if (g_Mode == ModeService) {
         // After a stop the service manager has heard of STOP_PENDING: it must not hear of RUNNING again.
         if (!g_StopRequested) {

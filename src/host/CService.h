@@ -45,7 +45,8 @@ public:
     // Returns: NO_ERROR, or ERROR_CALL_NOT_IMPLEMENTED for a control that is not known.
     DWORD HandlerEx(DWORD dwControl, DWORD dwEventType, LPVOID lpEventData, LPVOID lpContext);
 
-    // Pumps messages until WM_QUIT. In a service run it reports RUNNING first, unless a stop came before.
+    // Pumps messages until WM_QUIT. In a service run it reports RUNNING first, unless a stop came before. The thread
+    // has been adopted before: a look into its queue here would handle what was sent to the window ahead of the loop.
     void Run();
 
     // Makes the calling thread the target of WM_QUIT: gives it a message queue and stores its id in `RunThreadId`.

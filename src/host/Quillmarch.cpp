@@ -197,7 +197,7 @@ static int RunMainRoad(HINSTANCE hInstance, char* commandLine) {
             return exitCode;
         }
     }
-    if (!g_DebugMode && !g_pService->IsRegistered(/*Verbose=*/0)) {
+    if (!g_pService->IsRegistered(/*Verbose=*/0) && !g_DebugMode) {
         Usage();
         return ExitRefused;
     }

@@ -201,16 +201,20 @@ void ReplaceMissingDrive() {
     }
 }
 
-// Makes the empty file. Returns: 0 if there is no hope to make it, so that the log needs no closer thread.
+// Makes the empty file; one that another process has made by now may hold its records and stays. Returns: 0 if there is
+// no hope to make it, so that the log needs no closer thread.
 int CreateLogFile() {
     for (int attempt = 1; attempt <= CreateAttempts; ++attempt) {
-        const HANDLE file = CreateFileA(g_Log.LogFileName, GENERIC_WRITE, FILE_SHARE_READ, s_pSecurity, CREATE_ALWAYS,
+        const HANDLE file = CreateFileA(g_Log.LogFileName, GENERIC_WRITE, FILE_SHARE_READ, s_pSecurity, CREATE_NEW,
                                         FILE_ATTRIBUTE_NORMAL, nullptr);
         if (file != INVALID_HANDLE_VALUE) {
             CloseHandle(file);
             return 1;
         }
         const DWORD error = GetLastError();
+        if (error == ERROR_FILE_EXISTS) {
+            return 1;
+        }
         WriteLog(3, "creating log err=%u", error);
         if (error == ERROR_ACCESS_DENIED || error == ERROR_PATH_NOT_FOUND) {
             return 0;
@@ -251,9 +255,13 @@ DWORD LogFile_WriteLine(const char* name, const char* text, size_t length) QM_RE
     if (openError != ERROR_SUCCESS) {
         return openError;
     }
-    SetFilePointer(s_file, 0, nullptr, FILE_END);
+    // The end is found and written to in one step: behind a move of the pointer another process could write first, and
+    // the two records would lie over each other.
+    OVERLAPPED end = {};
+    end.Offset = 0xFFFFFFFF;
+    end.OffsetHigh = 0xFFFFFFFF;
     DWORD written = 0;
-    (void)WriteFile(s_file, text, static_cast<DWORD>(length), &written, nullptr); // the log never fails its caller
+    (void)WriteFile(s_file, text, static_cast<DWORD>(length), &written, &end); // the log never fails its caller
     SetEvent(s_writeEvent);
     return ERROR_SUCCESS;
 }

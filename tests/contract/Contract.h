@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -25,13 +26,8 @@ inline bool IsWine() {
 }
 #endif
 
-inline int& KnownDifferences() {
-    static int count = 0;
-    return count;
-}
-
 // A documented result: it must come on the simulated machine and on Windows, and must not come under Wine, which is
-// known to differ; there it is counted, and fails as soon as Wine agrees.
+// known to differ; there it is told, so that it can be counted, and fails as soon as Wine agrees.
 inline void CheckKnownDifference(bool agrees, const char* expression, const char* reason, const char* file, int line) {
     if (!IsWine()) {
         if (!agrees)
@@ -40,7 +36,7 @@ inline void CheckKnownDifference(bool agrees, const char* expression, const char
     }
     if (agrees)
         ADD_FAILURE_AT(file, line) << expression << "\n  holds under Wine by now, take the mark away: " << reason;
-    testing::Test::RecordProperty("known_differences", ++KnownDifferences());
+    std::printf("known difference: %s: %s\n", reason, expression);
 }
 #define KNOWN_DIFFERENCE(reason, expression)                                                                           \
     contract::CheckKnownDifference((expression), #expression, reason, __FILE__, __LINE__)

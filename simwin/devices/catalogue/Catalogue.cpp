@@ -172,7 +172,7 @@ constexpr CatalogueEntry Entries[] = {
      "com0com\\comport"},
     {"COM0COM\\PORT\\CNCB*", Port, "Ports", "com0com", nullptr, "com0com - serial port emulator", "\\Device\\com0com20",
      "com0com\\comport"},
-    {"ROOT\\PORTS\\*", Port, "Ports", nullptr, nullptr, "Virtual Serial Port", nullptr, nullptr},
+    {"ROOT\\PORTS\\*", Port, "Ports", nullptr, nullptr, "VComTunnel Virtual Serial Port", nullptr, nullptr},
     // The USB tree itself
     {"USB\\ROOT_HUB*", RootHub, "USB", nullptr, nullptr, nullptr, nullptr, nullptr},
     {"PCI\\*&CC_0C03*", Controller, "USB", nullptr, nullptr, nullptr, nullptr, nullptr},

@@ -72,9 +72,9 @@ struct Ended {
 
 // Runs the program as a user would start it, to its end or for at most a virtual minute.
 inline Ended RunProgram(const std::string& arguments, bool isAdministrator, const char* user = "LAB\\anna",
-                        unsigned session = 1) {
+                        unsigned session = 1, const std::string& path = ProgramPath()) {
     machine::ProcessStart start;
-    start.imagePath = ProgramPath();
+    start.imagePath = path;
     start.commandLine = "\"" + start.imagePath + "\"" + (arguments.empty() ? "" : " ") + arguments;
     start.currentDirectory = machine::TheSetup().directory;
     start.user = user;
@@ -82,8 +82,10 @@ inline Ended RunProgram(const std::string& arguments, bool isAdministrator, cons
     start.rights = isAdministrator ? machine::Rights::Elevated : machine::Rights::User;
     start.administrator = isAdministrator;
     const machine::Process* process = machine::StartProduct(start);
-    for (int step = 0; step < 600 && !process->ended; ++step)
+    for (int step = 0; step < 600 && !process->ended; ++step) {
         machine::SleepMs(100);
+        machine::CloseWindowsOf(process); // so ends a debug run
+    }
     Ended ended;
     ended.exitCode = static_cast<int>(process->exitCode);
     for (const machine::MessageBoxRecord& box : machine::MessageBoxes())

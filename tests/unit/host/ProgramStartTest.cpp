@@ -1,12 +1,14 @@
 // What a process of the executable becomes, and what the executable does as a tool.
 #include "tests/unit/host/HostSetup.h"
 
+#include "simwin/registry/Registry.h"
 #include "simwin/shell/Shell.h"
 
 #include "host/CommandTable.h"
 #include "host/DriveTests.h"
 #include "host/Quillmarch.h"
 #include "host/StartModes.h"
+#include "support/WindowDpi.h"
 
 namespace {
 
@@ -43,90 +45,154 @@ TEST(StartMode, TheAccountDecidesFirstThenTheBeginningOfTheCommandLine) {
             << row.sid << " '" << row.line << "'";
 }
 
-TEST(Command, TheFirstTokenOrTheLineUpToItsEndDecides) {
-    using enum CommandAction;
-    struct Row {
-        const char* line;
-        CommandAction action;
-        bool isVerbose, needsAdmin;
-    };
-    for (const Row& row : {
-             Row{"-?", ShowUsage, true, false},
-             Row{"--", ShowUsage, true, false},
-             Row{"/-/", ShowUsage, true, false},
-             Row{"-debug", DebugRun, true, false},
-             Row{"/DEBUG", DebugRun, true, false},
-             Row{"-debug x", ShowUsage, true, true},
-             Row{"-register", Register, true, true},
-             Row{"/Install", Register, true, true},
-             Row{"register", Register, true, true},
-             Row{"-register x", ShowUsage, true, true},
-             Row{"-register-x", Register, true, true},
-             Row{"-silentregister", Register, false, true},
-             Row{"-silentinstall", Register, false, true},
-             Row{"-uninstall", Deregister, true, true},
-             Row{"-deregister", Deregister, true, true},
-             Row{"-silentuninstall", Deregister, false, true},
-             Row{"-silentderegister", Deregister, false, true},
-             Row{"-unregister", ShowUsage, true, true},
-             Row{"-START", StartService, true, true},
-             Row{"/start", ShowUsage, true, true},
-             Row{"--start", ShowUsage, true, true},
-             Row{"start", ShowUsage, true, true},
-             Row{"-start/x", StartService, true, true},
-             Row{"-start ", ShowUsage, true, true},
-             Row{"-silentstart", StartService, false, true},
-             Row{"-startsilent", StartService, false, true},
-             Row{"-stop", StopService, true, true},
-             Row{"-silentstop", StopService, false, true},
-             Row{"-stopsilent", StopService, false, true},
-             Row{"-setregarbiter", ShowUsage, true, true},
-         }) {
-        char line[64];
-        CopyText(line, row.line);
-        const Command command = FindCommand(line);
-        EXPECT_EQ(command.action, row.action) << row.line;
-        EXPECT_EQ(command.isVerbose, row.isVerbose) << row.line;
-        EXPECT_EQ(command.needsAdmin, row.needsAdmin) << row.line;
+// --- The commands, from the command line to what is left on the machine.
+
+constexpr const char* ServiceKey = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\Quillmarch";
+constexpr const char* EventSource = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\Quillmarch";
+
+constexpr DWORD NotRegistered = 0, Stopped = SERVICE_STOPPED, Running = SERVICE_RUNNING;
+constexpr DWORD States[] = {NotRegistered, Stopped, Running};
+constexpr UINT Stop = 16, Warning = 48, Information = 64;
+
+// What a command comes to for an administrator: the box's beginning, its flags, the exit code, the state afterwards.
+struct Outcome {
+    const char* box;
+    UINT flags;
+    int exitCode;
+    DWORD state;
+};
+// By the state in front of it: not registered, stopped, running.
+using Outcomes = Outcome[3];
+
+constexpr const char* UsageBegins = "Quillmarch -register \t  registers Quillmarch as Win32 service and starts the "
+                                    "service (Admin privileges required)\nQuillmarch -unregister\t  unregisters the "
+                                    "Quillmarch service\n";
+constexpr Outcomes Usages = {
+    {UsageBegins, Stop, 1, NotRegistered}, {UsageBegins, Stop, 1, Stopped}, {UsageBegins, Stop, 1, Running}};
+constexpr Outcomes Debugs = {{"", 0, 0, NotRegistered}, // until its window is closed
+                             {"", 0, 0, Stopped},
+                             {"Cannot run while another instance is running as service", Stop, 1, Running}};
+constexpr Outcomes Registers = {
+    {"Service registered and started", Information, 0, Running},
+    {"Error registering the service: SERVICE_EXISTS -> ", Stop, 1, Stopped},
+    {"Error registering the service: SERVICE_EXISTS -> ", Stop, 1, Running},
+};
+constexpr Outcomes Deregisters = {
+    {"Error opening the service.\r\nSERVICE_DOES_NOT_EXIST -> ", Warning, 1, NotRegistered},
+    {"Service deregistered", Information, 0, NotRegistered},
+    {"Service deregistered", Information, 0, NotRegistered},
+};
+constexpr Outcomes Starts = {{"Service is not registered", Warning, 1, NotRegistered},
+                             {"Service successfully started", Information, 0, Running},
+                             {"Service is already running", Warning, 0, Running}};
+constexpr Outcomes Stops = {{"Service is not registered", Warning, 1, NotRegistered},
+                            {"Service is not running", Warning, 0, Stopped},
+                            {"Service successfully stopped", Information, 0, Stopped}};
+
+struct CommandCase {
+    const char* line;
+    const char* elevated; // what the copy with more rights is given; null: the command needs none
+    bool isVerbose;
+    const Outcomes& outcomes;
+};
+constexpr CommandCase CommandCases[] = {
+    {"-?", nullptr, true, Usages},
+    {"/?x", "/?x", true, Usages},
+    {"--", nullptr, true, Usages},
+    {"/-/", nullptr, true, Usages},
+    {"-debug", nullptr, true, Debugs},
+    {"/DEBUG", nullptr, true, Debugs},
+    {"-debug-x", nullptr, true, Debugs},
+    {"-debug x", "-debug x", true, Usages},
+    {"-install", "-install", true, Registers},
+    {"-register", "-register", true, Registers},
+    {"/Register", "/register", true, Registers},
+    {"register", "register", true, Registers},
+    {"-register-x", "-register", true, Registers},
+    {"-register x", "-register x", true, Usages},
+    {"-silentinstall", "-silentinstall", false, Registers},
+    {"-silentregister", "-silentregister", false, Registers},
+    {"-uninstall", "-uninstall", true, Deregisters},
+    {"-deregister", "-deregister", true, Deregisters},
+    {"/DEREGISTER/", "/deregister", true, Deregisters},
+    {"-silentuninstall", "-silentuninstall", false, Deregisters},
+    {"-silentderegister", "-silentderegister", false, Deregisters},
+    {"-unregister", "-unregister", true, Usages},
+    {"-start", "-start", true, Starts},
+    {"-START", "-start", true, Starts},
+    {"-start/x", "-start", true, Starts},
+    {"/start", "/start", true, Usages},
+    {"--start", "--start", true, Usages},
+    {"start", "start", true, Usages},
+    {"-silentstart", "-silentstart", false, Starts},
+    {"-startsilent", "-startsilent", false, Starts},
+    {"-stop", "-stop", true, Stops},
+    {"/stop", "/stop", true, Usages},
+    {"-silentstop", "-silentstop", false, Stops},
+    {"-stopsilent", "-stopsilent", false, Stops},
+    {"/silentstop", "/silentstop", true, Usages},
+    {"-setregarbiter", "-setregarbiter", true, Usages},
+    {"-balloon -time=5", "-balloon ", true, Usages},
+    {"-exec=\"x\"", "-exec=\"x\"", true, Usages},
+};
+
+// The machine with the service in one of the three states, and nothing left of the last case.
+void BringServiceTo(DWORD state) {
+    if (machine::ServiceProcess(Name)) {
+        machine::PostServiceControl(Name, SERVICE_CONTROL_STOP, 0, {});
+        machine::SleepMs(1000);
+    }
+    machine::RemoveService(Name);
+    machine::TheRegistry().DeleteTree(EventSource);
+    if (state == NotRegistered)
+        return;
+    DefineTheService();
+    g_pService->AddEventSource(Name, 0);
+    if (state == Running) {
+        machine::StartServiceByMachine(Name);
+        machine::SleepMs(1000);
+    }
+    ASSERT_EQ(machine::ServiceState(Name), state);
+}
+
+// What one case may not do and must do, whoever runs it.
+void Judge(const CommandCase& command, const Outcome& wanted, bool isAdministrator) {
+    const std::size_t boxesBefore = machine::MessageBoxes().size(), callsBefore = machine::ShellCalls().size();
+    const Ended ended = RunProgram(command.line, isAdministrator);
+    machine::SleepMs(1000);
+    const std::string box = command.isVerbose ? wanted.box : "";
+    EXPECT_EQ(ended.exitCode, wanted.exitCode) << ended.box;
+    EXPECT_EQ(ended.box.substr(0, box.size()), box);
+    EXPECT_EQ(machine::MessageBoxes().size() - boxesBefore, box.empty() ? 0u : 1u) << LastBox();
+    if (!box.empty()) {
+        EXPECT_EQ(machine::MessageBoxes().back().flags, wanted.flags | MB_SYSTEMMODAL);
+        EXPECT_EQ(machine::MessageBoxes().back().title, "Quill-March-Ward");
+    }
+    EXPECT_EQ(machine::ServiceState(Name), wanted.state);
+    EXPECT_EQ(machine::TheRegistry().FindKey(ServiceKey) != nullptr, wanted.state != NotRegistered);
+    EXPECT_EQ(machine::TheRegistry().FindKey(EventSource) != nullptr, wanted.state != NotRegistered);
+    const bool isLifted = !isAdministrator && command.elevated;
+    ASSERT_EQ(machine::ShellCalls().size() - callsBefore, isLifted ? 1u : 0u);
+    if (isLifted) {
+        EXPECT_EQ(machine::ShellCalls().back().verb, "runas");
+        EXPECT_EQ(machine::ShellCalls().back().file, ProgramPath());
+        EXPECT_EQ(machine::ShellCalls().back().parameters, command.elevated);
     }
 }
 
-TEST(Command, TheProgramEndsWithTheExitCodeOfItsCommand) {
-    machine::TheFiles().Write(ProgramPath(), "");
+TEST(Command, EachOneInEachStateOfTheServiceWithAndWithoutRights) {
+    StartOfProgram();
     machine::SetConsent(false);
-    const std::string usage = "Quillmarch -register \t  registers";
-    struct Row {
-        const char* arguments;
-        bool isAdministrator;
-        int exitCode;
-        std::string box; // how the last box begins; "" no box
-    };
-    for (const Row& row : {
-             Row{"-?", false, 1, usage},
-             Row{"//", false, 1, usage},
-             Row{"-unregister", true, 1, usage},
-             Row{"-stop", false, 1, ""}, // asks for more rights, and the user refuses
-             Row{"-start", true, 1, "Service is not registered"},
-             Row{"-silentstart", true, 1, ""},
-             Row{"-deregister", true, 1, "Error opening the service.\r\nSERVICE_DOES_NOT_EXIST"},
-             Row{"-register", true, 0, "Service registered and started"},
-             Row{"-register", true, 1, "Error registering the service: SERVICE_EXISTS"},
-             Row{"-start", true, 0, "Service is already running"},
-             Row{"-stop", true, 0, "Service successfully stopped"},
-             Row{"-stop", true, 0, "Service is not running"},
-             Row{"-START", true, 0, "Service successfully started"},
-             Row{"-debug", true, 1, "Cannot run while another instance is running as service"},
-             Row{"-deregister", true, 0, "Service deregistered"},
-             Row{"-setregarbiter", true, 1, usage},
-             Row{"-balloon -time=5", true, 1, usage},
-             Row{"-exec=\"x\"", true, 1, usage},
-         }) {
-        const Ended ended = RunProgram(row.arguments, row.isAdministrator);
-        EXPECT_EQ(ended.exitCode, row.exitCode) << row.arguments << ": " << ended.box;
-        EXPECT_EQ(ended.box.substr(0, row.box.size()), row.box) << row.arguments;
-        EXPECT_EQ(ended.box.empty(), row.box.empty()) << row.arguments << ": " << ended.box;
-    }
-    EXPECT_EQ(machine::ServiceState(Name), 0u);
+    for (const CommandCase& command : CommandCases)
+        for (std::size_t i = 0; i < std::size(States); ++i)
+            for (const bool isAdministrator : {true, false}) {
+                SCOPED_TRACE(std::string(command.line) + (isAdministrator ? ", administrator" : ", user") +
+                             ", service in state " + std::to_string(States[i]));
+                BringServiceTo(States[i]);
+                // Without rights only the wish for more remains, and the user refuses it.
+                const Outcome refused = {"", 0, 1, States[i]};
+                Judge(command, isAdministrator || !command.elevated ? command.outcomes[i] : refused, isAdministrator);
+            }
 }
 
 TEST(ProgramStart, WithoutACommandLineThereIsNothingToDo) {
@@ -158,20 +224,48 @@ TEST(ProgramStart, ADebugRunWithoutItsWindowEndsInGoodOrder) {
     EXPECT_EQ(ended.box.rfind("Error creating the main window err=", 0), 0u) << ended.box;
 }
 
+// The last call of the shell as "verb file".
+std::string LastShellCall() {
+    if (machine::ShellCalls().empty())
+        return "";
+    return machine::ShellCalls().back().verb + " " + machine::ShellCalls().back().file;
+}
+
 TEST(HelpFile, OpensInTheUsersLanguageAndAsksForRightsOnlyToTakeTheMarkOff) {
-    const std::string help = machine::TheSetup().directory + "\\Quillmarch_eng.chm";
+    const std::string folder = machine::TheSetup().directory + "\\Quillmarch_";
     machine::SetConsent(false);
-    EXPECT_EQ(RunProgram("", false).box.rfind("Quillmarch is a windows service", 0), 0u) << "no help file";
+    EXPECT_EQ(RunProgram("", false).box, "Quillmarch is a windows service, read the help file about how to use it");
+    EXPECT_EQ(machine::MessageBoxes().back().title, "Quillmarch");
+    EXPECT_EQ(machine::MessageBoxes().back().flags, Stop);
 
     machine::TheFiles().Write("C:\\Windows\\hh.exe", "");
-    machine::TheFiles().Write(help, "help");
     machine::SetAssociation(".chm", "C:\\Windows\\hh.exe");
-    const Ended ended = RunProgram("", false);
-    EXPECT_EQ(ended.exitCode, ExitRefused);
-    EXPECT_EQ(ended.box, "");
-    ASSERT_FALSE(machine::ShellCalls().empty());
-    EXPECT_EQ(machine::ShellCalls().back().verb, "open");
-    EXPECT_EQ(machine::ShellCalls().back().file, help);
+    for (const char* language : {"ger", "eng"})
+        machine::TheFiles().Write(folder + language + ".chm", "help");
+    struct Row {
+        unsigned language;
+        const char* file;
+    };
+    for (const Row& row : {Row{0x0407, "ger"}, Row{0x0807, "ger"}, Row{0x0C07, "ger"}, Row{0x1007, "ger"},
+                           Row{0x1407, "ger"}, Row{0x1807, "eng"}, Row{0x0007, "eng"}, Row{0x040C, "eng"}}) {
+        const_cast<machine::Setup&>(machine::TheSetup()).language = row.language;
+        const Ended ended = RunProgram("", false);
+        EXPECT_EQ(ended.exitCode, ExitRefused);
+        EXPECT_EQ(ended.box, "");
+        EXPECT_EQ(LastShellCall(), "open " + folder + row.file + ".chm") << row.language;
+    }
+
+    // Who may write takes the mark off and shows the file; who may not asks for a copy of the program that may.
+    const std::string mark = folder + "eng.chm:Zone.Identifier";
+    machine::TheFiles().Write(mark, "[ZoneTransfer]");
+    EXPECT_EQ(RunProgram("", false).exitCode, ExitRefused);
+    EXPECT_EQ(LastShellCall(), "runas " + ProgramPath());
+    EXPECT_EQ(machine::ShellCalls().back().parameters, "");
+    EXPECT_TRUE(machine::TheFiles().Exists(mark));
+    EXPECT_EQ(RunProgram("", true).exitCode, ExitRefused);
+    EXPECT_EQ(LastShellCall(), "open " + folder + "eng.chm");
+    EXPECT_FALSE(machine::TheFiles().Exists(mark));
+    EXPECT_FALSE(machine::TheFiles().Exists("C:\\_Quillmarch.log")) << "nobody switched the log on";
 }
 
 TEST(ExeDrive, OnlyADriveOfTheMachineItselfWillDo) {
@@ -179,18 +273,48 @@ TEST(ExeDrive, OnlyADriveOfTheMachineItselfWillDo) {
     machine::TheFiles().SetDrive('D', {});
     DefineDosDeviceA(DDD_RAW_TARGET_PATH, "S:", "\\??\\C:\\Tools");
     machine::TheFiles().SetDrive('S', {.type = DRIVE_FIXED, .substitutedFor = "C:\\Tools"});
+    EXPECT_EQ(FindExeDrive("D:\\q\\Quillmarch.exe"), ExeDrive::Local);
+    EXPECT_EQ(FindExeDrive("X:\\Quillmarch.exe"), ExeDrive::NotLocal) << "no such drive";
+    const std::string refusal = "Quillmarch service must be registered on a local drive";
     struct Row {
         const char* path;
-        ExeDrive drive;
+        std::string box;
     };
     for (const Row& row : {
-             Row{"D:\\q\\Quillmarch.exe", ExeDrive::Local},
-             Row{"N:\\q\\Quillmarch.exe", ExeDrive::NotLocal},
-             Row{"S:\\Quillmarch.exe", ExeDrive::NotLocal},
-             Row{"X:\\Quillmarch.exe", ExeDrive::NotLocal}, // no such drive
-             Row{"\\\\server\\share\\Quillmarch.exe", ExeDrive::NoDriveLetter},
-         })
-        EXPECT_EQ(FindExeDrive(row.path), row.drive) << row.path;
+             Row{"N:\\q\\Quillmarch.exe", refusal},
+             Row{"n:\\q\\Quillmarch.exe", refusal},
+             Row{"S:\\Quillmarch.exe", refusal},
+             Row{"\\\\server\\share\\Quillmarch.exe", ""},
+         }) {
+        const Ended ended = RunProgram("-register", true, "LAB\\anna", 1, row.path);
+        EXPECT_EQ(ended.exitCode, ExitRefused) << row.path;
+        EXPECT_EQ(ended.box, row.box) << row.path;
+        EXPECT_EQ(machine::ServiceState(Name), NotRegistered) << row.path;
+    }
+    EXPECT_EQ(machine::MessageBoxes().back().flags, Stop | MB_SYSTEMMODAL);
+}
+
+TEST(WindowDpi, EveryVersionOfWindowsHasAnAnswer) {
+    struct Row {
+        machine::WindowsVersion version;
+        const char* asked;
+    };
+    StartOfProgram();
+    auto& setup = const_cast<machine::Setup&>(machine::TheSetup());
+    setup.dpi = 144;
+    WNDCLASSA windowClass = {};
+    windowClass.lpfnWndProc = DefWindowProcA;
+    windowClass.lpszClassName = "any";
+    RegisterClassA(&windowClass);
+    const HWND window = CreateWindowExA(0, "any", "", 0, 0, 0, 9, 9, nullptr, nullptr, nullptr, nullptr);
+    for (const Row& row : {Row{{10, 0, 19045}, "GetDpiForWindow"}, Row{{10, 0, 10240}, "GetDpiForMonitor"},
+                           Row{{6, 3, 9600}, "GetDpiForMonitor"}, Row{{6, 1, 7601}, "GetDeviceCaps"}}) {
+        setup.version = row.version;
+        GetOsVersion(&g_Os);
+        const std::uint64_t before = machine::FindOperation(row.asked)->count;
+        EXPECT_EQ(GetWindowDpi(window), 144u) << row.asked;
+        EXPECT_EQ(machine::FindOperation(row.asked)->count, before + 1) << row.asked;
+    }
 }
 
 } // namespace

@@ -5,12 +5,16 @@
 #include "inventory/ProblemDevices.h"
 #include "simwin/devices/Devices.h"
 #include "simwin/devices/PlugAndPlay.h"
+#include "simwin/files/Files.h"
+#include "simwin/kernel/Process.h"
+#include "support/LogFile.h"
 #include "support/ProcessState.h"
 
 #include "tests/harness/Harness.h"
 #include "tests/unit/inventory/PortBuilder.h"
 
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -175,6 +179,43 @@ TEST(PortSnapshot, AUsbPortIsNamedByItsSocket) {
     EXPECT_EQ(socket->number, record->UsbDevInst);
     EXPECT_EQ(socket->parent->number, record->HubDevInst);
     EXPECT_EQ(socket->parent->number, record->SameParentDevInst);
+}
+
+// The whole machine at its limit: the table is full by the snapshot, and one more port arrives.
+TEST(PortSnapshot, APortTooManyIsRefusedAndTheOthersStayAsTheyAre) {
+    machine::DevicesDescription description;
+    for (int i = 0; i < kMaxPorts; ++i) {
+        const std::string number = std::to_string(i + 1);
+        machine::DeviceDescription port = Port(("ROOT\\PORTS\\" + number).c_str(), ("COM" + number).c_str());
+        port.kernelName = {"\\Device\\Virtual" + number};
+        description.devices.push_back(port);
+    }
+    ASSERT_EQ("", machine::BuildDevices(description));
+    CComPorts* table = NewTable();
+    ASSERT_EQ(kMaxPorts, table->CreateSnapshot(0));
+    EXPECT_STREQ("COM4096", table->Ports[kMaxPorts - 1]->szPortName);
+    std::vector<CComPort> before;
+    for (const CComPort* port : table->Ports) {
+        before.push_back(*port);
+    }
+
+    machine::DeviceDescription late = Port("ROOT\\PORTS\\LATE", "COM5000");
+    late.plugged = false;
+    const machine::DeviceNode* node = machine::AddDevice(late);
+    machine::PlugDevice(node->id);
+    Sleep(StartMs);
+    machine::TheFiles().Write("C:\\Limit.ini", "[Settings]\r\nWriteDebugOutput=1\r\nLogLevel=1\r\n");
+    CopyText(szIniFile, "C:\\Limit.ini");
+    LogFile_Init(0);
+    EXPECT_EQ(-1, table->AddNewPort(PathOf(node)));
+    EXPECT_EQ(0, table->AddPort(0, node->number, PathOf(node)));
+    EXPECT_NE(std::string::npos, machine::CurrentProcess()->debugOutput.find("ERROR: more than 4096 ports -> abort"));
+    LogFile_Exit();
+    EXPECT_EQ(kMaxPorts, table->PortCount);
+    for (int i = 0; i < kMaxPorts; ++i) {
+        ASSERT_EQ(0, memcmp(&before[static_cast<size_t>(i)], table->Ports[i], sizeof(CComPort))) << i;
+    }
+    EXPECT_EQ(nullptr, table->FindPortByComPort("COM5000"));
 }
 
 TEST(ProblemDevices, AHealedPortIsRemovedAndAnUnchangedProblemLeftAlone) {

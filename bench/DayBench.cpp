@@ -1,0 +1,181 @@
+// A whole day on the desk of the example: its new adapter is unplugged and plugged in again each minute. At each minute
+// every port must have its number; at the end no handle and no byte of the service may be left of the 1440 arrivals.
+// A program of its own: each day needs a machine of its own, and the product as an image.
+#include "bench/Marks.h"
+
+#include "rehearse/Description.h"
+#include "rehearse/DescriptionReader.h"
+#include "rehearse/MachineBuilder.h"
+#include "rehearse/Run.h"
+
+#include "simwin/devices/DeviceTree.h"
+#include "simwin/devices/PlugAndPlay.h"
+#include "simwin/kernel/Machine.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Scheduler.h"
+#include "simwin/services/Services.h"
+
+#include <cstdio>
+#include <string>
+
+namespace bench {
+namespace {
+
+constexpr std::uint64_t MinuteMs = 60'000, HourMs = 60 * MinuteMs;
+constexpr std::uint64_t OffMs = 5'000;     // how long the adapter is away
+constexpr std::uint64_t LookAtMs = 50'000; // of each minute
+constexpr std::uint64_t StopMs = MinuteMs;
+constexpr int MinutesOfADay = 24 * 60;
+constexpr char AdapterId[] = "USB\\VID_0403&PID_6001\\A702TB52";
+
+struct WantedName {
+    const char* id;
+    const char* name;
+};
+constexpr WantedName WantedNames[] = {
+    {"FTDIBUS\\VID_0403+PID_6001+A702TB52A\\0000", "COM20"},
+    {"FTDIBUS\\VID_0403+PID_6001+AR0JFBPEA\\0000", "COM21"},
+    {"ACPI\\PNP0501\\1", "COM1"},
+};
+
+// What one rehearsal came to.
+struct Day {
+    std::string stopped; // the verdict of a run that did not end in good order
+    std::uint64_t looks = 0, wrongNumbers = 0, switches = 0, threads = 0;
+    std::size_t bytesEarly = 0, bytesLate = 0, blocksEarly = 0, blocksLate = 0;
+    std::size_t handlesEarly = 0, handlesLate = 0, leakedHandles = 0;
+};
+
+void LookAtNames(Day* day) {
+    for (const WantedName& wanted : WantedNames) {
+        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(wanted.id);
+        ++day->looks;
+        if (!node || machine::DosNameOf(*node) != wanted.name || machine::RegistryNameOf(*node) != wanted.name) {
+            ++day->wrongNumbers;
+        }
+    }
+}
+
+void Schedule(const rehearse::Record& description, Day* day, int minutes) {
+    machine::At(0, machine::Due::Outside, [&description] { rehearse::StartProductInRole(description); });
+    machine::At(MinuteMs / 2, machine::Due::Outside, [] { machine::PlugDevice(AdapterId); });
+    for (int minute = 1; minute <= minutes; ++minute) {
+        const std::uint64_t startMs = static_cast<std::uint64_t>(minute) * MinuteMs;
+        machine::At(startMs, machine::Due::Outside, [] { machine::ReplugDevice(AdapterId, OffMs); });
+        machine::At(startMs + LookAtMs, machine::Due::Expectation, [day] { LookAtNames(day); });
+    }
+}
+
+bool RunUntil(std::uint64_t untilMs, Day* day) {
+    const machine::RunOutcome outcome = machine::RunMachine({untilMs});
+    if (outcome.verdict != machine::Verdict::Done) {
+        day->stopped = machine::OutcomeLine(outcome);
+    }
+    return day->stopped.empty();
+}
+
+// Runs the minutes on the machine that is made; the early numbers are those of the first hour's end.
+void RunMinutes(Day* day, int minutes) {
+    const std::uint64_t endMs = static_cast<std::uint64_t>(minutes + 1) * MinuteMs;
+    const std::uint64_t earlyMs = endMs < HourMs ? endMs : HourMs;
+    if (!RunUntil(earlyMs - 1, day)) {
+        return;
+    }
+    machine::Process* service = machine::ServiceProcess(rehearse::ServiceName);
+    if (!service) {
+        day->stopped = "the service does not run";
+        return;
+    }
+    service->Retain();
+    day->bytesEarly = service->heap.Bytes();
+    day->blocksEarly = service->heap.Blocks();
+    day->handlesEarly = service->handles.Entries().size();
+    if (RunUntil(endMs - 1, day)) {
+        day->bytesLate = service->heap.Bytes();
+        day->blocksLate = service->heap.Blocks();
+        day->handlesLate = service->handles.Entries().size();
+        machine::PostServiceControl(rehearse::ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
+        RunUntil(endMs + StopMs, day);
+        day->leakedHandles = service->leakedHandles;
+        if (!service->ended && day->stopped.empty()) {
+            day->stopped = "the service does not end";
+        }
+    }
+    day->switches = machine::Counts().switches;
+    day->threads = machine::Counts().threadsStarted;
+    service->Release();
+}
+
+Day Rehearse(int minutes) {
+    Day day;
+    rehearse::Options options;
+    options.description = QM_SOURCE_FOLDER "/examples/desk.toml";
+    options.imageFile = QM_IMAGE_FILE;
+    options.resourceFile = QM_RESOURCE_FILE;
+    try {
+        const rehearse::Record description = rehearse::ReadDescription(options.description);
+        machine::CreateMachine(rehearse::SetupOf(description, options));
+        rehearse::FillMachine(description, options);
+        Schedule(description, &day, minutes);
+        RunMinutes(&day, minutes);
+        machine::DestroyMachine();
+    } catch (const rehearse::InputError& error) {
+        day.stopped = error.what();
+    }
+    return day;
+}
+
+void ReplugDay(benchmark::State& state) {
+    machine::InstallCrashHandler();
+    const Day shortRun = Rehearse(1); // what the behaviour leaves behind in any case
+    Day day;
+    for (auto _ : state) {
+        day = Rehearse(MinutesOfADay);
+    }
+    if (!shortRun.stopped.empty() || !day.stopped.empty()) {
+        std::fprintf(stderr, "%s\n", (shortRun.stopped + day.stopped).c_str());
+        state.SkipWithError("the rehearsal did not end in good order");
+        return;
+    }
+    const auto difference = [](std::size_t late, std::size_t early) {
+        return static_cast<double>(late) - static_cast<double>(early);
+    };
+    state.counters["looks"] = static_cast<double>(day.looks);
+    state.counters["wrong"] = static_cast<double>(day.wrongNumbers);
+    state.counters["bytes"] = difference(day.bytesLate, day.bytesEarly);
+    state.counters["blocks"] = difference(day.blocksLate, day.blocksEarly);
+    state.counters["handles"] = difference(day.handlesLate, day.handlesEarly);
+    state.counters["leaked"] = difference(day.leakedHandles, shortRun.leakedHandles);
+    state.counters["threads"] = static_cast<double>(day.threads);
+    state.counters["switches"] = static_cast<double>(day.switches);
+}
+
+constexpr char DayName[] = "Day/ReplugEachMinute";
+
+BENCHMARK(ReplugDay)->Name(DayName)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
+
+std::function<double(const Measured&)> CounterOfDay(const char* counter) {
+    return [counter](const Measured& measured) {
+        return measured.Nanoseconds(DayName) > 0 ? measured.Counter(DayName, counter) : NotMeasured;
+    };
+}
+
+const Mark g_time(
+    "milliseconds for 24 hours with a replug each minute",
+    [](const Measured& measured) {
+        const double time = measured.Nanoseconds(DayName);
+        return time > 0 ? time / 1e6 : NotMeasured;
+    },
+    Wanted::Nothing, 0);
+const Mark g_looks("names looked at in 24 hours", CounterOfDay("looks"), Wanted::AtLeast, 3 * MinutesOfADay);
+const Mark g_wrong("names that were wrong", CounterOfDay("wrong"), Wanted::AtMost, 0);
+const Mark g_leaked("handles left after the stop, a day against a minute", CounterOfDay("leaked"), Wanted::AtMost, 0);
+const Mark g_handles("open handles, hour 24 against hour 1", CounterOfDay("handles"), Wanted::AtMost, 0);
+const Mark g_bytes("bytes on the heap, hour 24 against hour 1", CounterOfDay("bytes"), Wanted::AtMost, 0);
+
+} // namespace
+} // namespace bench
+
+int main(int count, char** arguments) {
+    return bench::TakeArguments(count, arguments) ? bench::RunAndJudge() : 2;
+}

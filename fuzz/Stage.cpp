@@ -1,0 +1,88 @@
+#include "fuzz/Stage.h"
+
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Machine.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Scheduler.h"
+
+#include "support/CRTreplace.h"
+#include "support/LogFile.h"
+#include "support/OsVersion.h"
+#include "support/SupportLocks.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+namespace fuzz {
+
+namespace {
+
+machine::Thread* g_thread;
+std::string_view g_input;
+bool g_isTried;
+
+[[noreturn]] void Serve() {
+    InitAllocator();
+    InitSupportLocks();
+    g_Os.MajorVersion = 10;
+    Prepare();
+    for (;;) {
+        machine::Block(machine::WaitKind::Object, "an input", machine::NoLimit);
+        TryInput(g_input);
+        g_isTried = true;
+    }
+}
+
+void RunUntilItWaits() {
+    machine::Counts().callsSinceTimeMoved = 0;
+    const machine::RunOutcome outcome = machine::RunMachine({});
+    if (outcome.verdict != machine::Verdict::Done) {
+        std::fprintf(stderr, "%s\n", machine::OutcomeLine(outcome).c_str());
+        std::abort();
+    }
+}
+
+void Start() {
+    machine::Setup setup;
+    machine::CreateMachine(setup);
+    machine::ProcessStart start;
+    start.imagePath = setup.directory + "\\" + setup.executable;
+    start.commandLine = "\"" + start.imagePath + "\"";
+    start.currentDirectory = setup.directory;
+    start.user = "NT AUTHORITY\\SYSTEM";
+    machine::Process* process = machine::StartHosted(start, [] {
+        Serve();
+        return 0;
+    });
+    g_thread = process->threads.front();
+    RunUntilItWaits();
+}
+
+} // namespace
+
+void Require(bool isTrue, const char* what) {
+    if (!isTrue) {
+        std::fprintf(stderr, "does not hold: %s\n", what);
+        std::abort();
+    }
+}
+
+std::string TextOf(std::string_view input) {
+    return std::string(input.data(), input.substr(0, input.find('\0')).size());
+}
+
+} // namespace fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (!fuzz::g_thread) {
+        fuzz::Start();
+    }
+    fuzz::g_input = std::string_view(reinterpret_cast<const char*>(data), size);
+    fuzz::g_isTried = false;
+    machine::Wake(fuzz::g_thread, WAIT_OBJECT_0);
+    fuzz::RunUntilItWaits();
+    fuzz::Require(fuzz::g_isTried, "the thread comes back from its input");
+    return 0;
+}

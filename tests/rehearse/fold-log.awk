@@ -1,0 +1,28 @@
+# Folds a product's log so that it can be read beside what it must say: an operation and its outcomes (the records behind
+# it that begin with a blank, of the same moment, thread and level) stand on one line, so does a run of equal records,
+# without the times of the further ones, and the stamp of the build is left out.
+{
+    sub(/\r$/, "")
+    sub(/ build [0-9-]+ [0-9:]+$/, " build STAMP")
+    head = substr($0, 1, index($0, "> ") + 1)
+    text = substr($0, length(head) + 1)
+    place = substr(head, 1, 10) substr(head, 19) # without the delta
+    if (text == last && text !~ /^ /) {
+        times++
+        next
+    }
+    if (times) {
+        line = line " [" times " more]"
+        times = 0
+    }
+    if (text ~ /^ / && head ~ /\(   0\)/ && place == lastPlace)
+        line = line " |" text
+    else {
+        if (NR > 1)
+            print line
+        line = $0
+    }
+    last = text
+    lastPlace = place
+}
+END { print line (times ? " [" times " more]" : "") }

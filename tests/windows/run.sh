@@ -1,0 +1,117 @@
+#!/usr/bin/env bash
+# The whole of `./quill windows`: builds the executable twice, checks what is written in it, and runs the tests under
+# Wine, in a prefix and on a screen of their own. Arguments go to ctest.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/../.."
+build=build/windows
+again=build/windows-again
+wine=build/wine
+export WINEDEBUG=-all WINEARCH=win64
+unset WINEDLLOVERRIDES WINELOADER WINESERVER DISPLAY WAYLAND_DISPLAY
+
+fail() {
+    echo "windows: $*" >&2
+    exit 1
+}
+
+# A prefix takes a while to make and is only copied afterwards. A crash in it ends the program and asks nobody.
+make_pristine_prefix() {
+    rm -rf "$wine/pristine" "$wine/new"
+    export WINEPREFIX=$PWD/$wine/new
+    WINEDLLOVERRIDES="mscoree,mshtml=" timeout 300 wineboot -i
+    timeout 60 wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f
+    timeout 60 wine reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' /v Debugger /d false /f
+    timeout 120 wineserver -w
+    mv "$wine/new" "$wine/pristine"
+}
+
+# One line of numbers, all warnings if there are any: the linker and the resource compiler know no -Werror.
+build_without_warning() { # FOLDER LOG ARGUMENTS
+    local folder=$1 log=$2
+    shift 2
+    ninja -C "$folder" "$@" >"$log" 2>&1 || { cat "$log" >&2; fail "the build has failed"; }
+    ! grep -i 'warning:' "$log" >&2 || { rm -f "$folder/Quillmarch.exe"; fail "the build warns"; }
+}
+
+# Ends what this run has started, and only that.
+screen=""
+prefix=""
+clean_up() {
+    if [ -n "$prefix" ]; then
+        WINEPREFIX=$prefix wineserver -k || true
+        WINEPREFIX=$prefix timeout 30 wineserver -w || true
+        rm -rf "$prefix"
+    fi
+    [ -z "$screen" ] || kill "$screen" 2>/dev/null || true
+}
+trap clean_up EXIT
+
+# A screen that picks its own number, told through a file.
+start_screen() {
+    local told=$prefix/screen
+    Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$told" </dev/null >/dev/null 2>&1 &
+    screen=$!
+    for _ in $(seq 100); do
+        [ ! -s "$told" ] || break
+        sleep 0.1
+    done
+    [ -s "$told" ] || fail "the virtual screen does not start"
+    DISPLAY=:$(cat "$told")
+    export DISPLAY
+}
+
+# The one program that keeps the server, detached from every pipe: else whoever waits for a test's output would wait
+# for the server that the test has started.
+start_server() {
+    setsid wine "$build/keep.exe" </dev/null >/dev/null 2>&1 &
+    for _ in $(seq 60); do
+        ! timeout 60 wine cmd /c exit 0 </dev/null >/dev/null 2>&1 || return 0
+        sleep 0.5
+    done
+    fail "Wine does not start"
+}
+
+mkdir -p "$wine"
+prefix_maker=""
+if [ ! -e "$wine/pristine/system.reg" ]; then
+    make_pristine_prefix >"$wine/prefix.log" 2>&1 </dev/null &
+    prefix_maker=$!
+fi
+
+# Configured each time: the version line has the date of the commit.
+for folder in "$build" "$again"; do
+    tests=ON
+    [ "$folder" = "$build" ] || tests=OFF
+    cmake --preset windows -B "$folder" -DQM_WINDOWS_TESTS=$tests >"$folder-configure.log" 2>&1 ||
+        { cat "$folder-configure.log" >&2; fail "the configuration has failed"; }
+done
+build_without_warning "$build" "$build.log"
+echo "built $build/Quillmarch.exe without a warning, $(stat -c %s "$build/Quillmarch.exe") bytes"
+bash tests/windows/check-imports.sh "$build/Quillmarch.exe"
+bash tests/windows/check-header.sh "$build/Quillmarch.exe"
+CCACHE_DISABLE=1 build_without_warning "$again" "$again.log" Quillmarch
+cmp "$build/Quillmarch.exe" "$again/Quillmarch.exe" || fail "two builds differ"
+echo "built twice, in two folders: the same bytes"
+
+if [ -n "$prefix_maker" ]; then
+    wait "$prefix_maker" || { cat "$wine/prefix.log" >&2; fail "no Wine prefix could be made"; }
+fi
+prefix=$(mktemp -d "$PWD/$wine/run.XXXXXX")
+cp -a "$wine/pristine/." "$prefix"
+export WINEPREFIX=$prefix
+start_screen
+start_server
+
+# Known differences, and what the layouts came to, are told in front of CTest's last lines.
+status=0
+ctest --test-dir "$build" --output-on-failure -j "$(nproc)" "$@" </dev/null | awk -v log_file="$build/Testing/Temporary/LastTest.log" '
+    / tests passed, / { closing = 1 }
+    closing { last = last $0 "\n"; next }
+    { print; fflush() }
+    END {
+        while ((getline line < log_file) > 0)
+            if (line ~ /^(known difference|layout): /) { print line; count += line ~ /^known/ }
+        print "known differences between Wine and Windows: " count + 0
+        printf "%s", last
+    }' || status=1
+exit $status
