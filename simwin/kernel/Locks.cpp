@@ -18,8 +18,15 @@ std::vector<Lock*> g_locks;
 // Pairs (outer, inner) in which locks were entered: the reverse pair is a deadlock that waits for its day.
 std::set<std::pair<const Lock*, const Lock*>> g_orders;
 
+// How many locks some thread owns. With none there is no order to check.
+std::size_t g_owned;
+
 Lock* LockOf(const simwin::CRITICAL_SECTION* section, const char* call) {
     auto* lock = static_cast<Lock*>(section->DebugInfo);
+    // The place where it stood when it was made; it may have moved up since.
+    const std::size_t place = section->SpinCount;
+    if (place < g_locks.size() && g_locks[place] == lock && lock->section == section)
+        return lock;
     for (Lock* known : g_locks)
         if (known == lock && known->section == section)
             return lock;
@@ -27,6 +34,8 @@ Lock* LockOf(const simwin::CRITICAL_SECTION* section, const char* call) {
 }
 
 void CheckOrder(const Lock* inner) {
+    if (g_owned == 0)
+        return;
     const Thread* thread = CurrentThread();
     for (const Lock* outer : g_locks) {
         if (outer->owner != thread || outer == inner)
@@ -40,6 +49,13 @@ void CheckOrder(const Lock* inner) {
 void Own(Lock* lock, Thread* thread) {
     lock->owner = thread;
     lock->depth = 1;
+    ++g_owned;
+}
+
+void Disown(Lock* lock) {
+    if (lock->owner)
+        --g_owned;
+    lock->owner = nullptr;
 }
 
 } // namespace
@@ -64,6 +80,7 @@ void ForgetLocks(const Process* process) {
         if (lock->process != process)
             return false;
         std::erase_if(g_orders, [lock](const auto& pair) { return pair.first == lock || pair.second == lock; });
+        Disown(lock);
         delete lock;
         return true;
     });
@@ -84,6 +101,7 @@ void InitializeCriticalSection(CRITICAL_SECTION* section) {
     *section = {};
     section->DebugInfo = lock;
     section->LockCount = -1;
+    section->SpinCount = machine::g_locks.size() - 1;
 }
 
 void DeleteCriticalSection(CRITICAL_SECTION* section) {
@@ -92,7 +110,7 @@ void DeleteCriticalSection(CRITICAL_SECTION* section) {
     if (!lock->waiters.empty())
         machine::BrokenRule("DeleteCriticalSection", "a thread waits for the lock");
     lock->section = nullptr;
-    lock->owner = nullptr;
+    machine::Disown(lock);
     section->DebugInfo = nullptr;
 }
 
@@ -131,7 +149,7 @@ void LeaveCriticalSection(CRITICAL_SECTION* section) {
         machine::BrokenRule("LeaveCriticalSection", "a lock that this thread does not hold");
     if (--lock->depth > 0)
         return;
-    lock->owner = nullptr;
+    machine::Disown(lock);
     if (!lock->waiters.empty()) {
         machine::Thread* next = lock->waiters.front();
         machine::Own(lock, next);

@@ -97,13 +97,17 @@ bool CCfgReader::CopyValue(const CfgSection& section, const char* key, char* out
     WORD link = section.BucketFirst[BucketOf(hash)];
     for (; link != 0; link = section.BucketNext[link - 1]) {
         const LONG place = link - 1;
-        if (section.KeyHashes[place] != hash || lstrcmpiA(section.Keys[place], key) != 0) {
+        if (section.KeyHashes[place] != hash) {
+            continue;
+        }
+        // Keys are mostly written as they are asked for, and the comparison by words costs more than all the rest.
+        if (strcmp(section.Keys[place], key) != 0 && lstrcmpiA(section.Keys[place], key) != 0) {
             continue;
         }
         const char* value = section.Values[place];
         *length = static_cast<DWORD>(strlen(value));
         if (*length < sizeBytes) {
-            CopyText(out, sizeBytes, value);
+            CopyBytes(out, value, size_t{*length} + 1);
             found = true;
             continue;
         }

@@ -58,6 +58,18 @@ static LineExtent FindLineEnd(char* at) {
     }
 }
 
+// Whether a mark may stand in the value. Nearly every value of a rule holds an underscore, hardly one holds two together,
+// and a search of Windows costs as much as all the rest of a line.
+static bool MayHoldMark(const char* value, const char* end) {
+    while (auto* underscore = static_cast<const char*>(memchr(value, '_', static_cast<size_t>(end - value)))) {
+        if (underscore[1] == '_') {
+            return true;
+        }
+        value = underscore + 1;
+    }
+    return false;
+}
+
 // Puts the section's name and the line's number where the value asks for them. A value never grows, since the next line
 // begins behind it: a text that is longer than its mark is not put in.
 static void ReplaceMarks(char* value, const CfgSection& section, DWORD lineNumber) {
@@ -94,7 +106,7 @@ static bool AddIniValue(CfgSection* section, char* line, DWORD length, DWORD lin
     const DWORD keyHash = NameHash(std::string_view(line, static_cast<size_t>(keyEnd - line)));
     AddSectionValue(section, section->ValueCount, line, keyHash, value);
     WriteLog(3, "  value %s=%s", line, value);
-    if (memchr(value, '_', static_cast<size_t>(line + length - value)) != nullptr) {
+    if (MayHoldMark(value, line + length)) {
         ReplaceMarks(value, *section, lineNumber);
     }
     return true;

@@ -9,6 +9,17 @@ static bool FitsOne(char text, char pattern) {
     return pattern != 0 && ((difference & AllButCaseBit) == 0 || pattern == '?');
 }
 
+// The first place from here on at which a run behind a `*` can begin; the end of the text if there is none.
+static const char* SkipToFit(const char* text, char pattern) {
+    if (pattern == '?' || pattern == '*') {
+        return text;
+    }
+    while (*text != 0 && (static_cast<unsigned char>(*text ^ pattern) & AllButCaseBit) != 0) {
+        ++text;
+    }
+    return text;
+}
+
 LONG WildcardMatch(const char* text, const char* pattern) {
     if (text == nullptr || *text == 0 || pattern == nullptr) {
         return 0;
@@ -27,6 +38,7 @@ LONG WildcardMatch(const char* text, const char* pattern) {
                 return 1;
             }
             restartPattern = pattern;
+            text = SkipToFit(text, *pattern);
             restartText = text + 1;
         } else if (FitsOne(*text, *pattern)) {
             ++text;
@@ -34,7 +46,8 @@ LONG WildcardMatch(const char* text, const char* pattern) {
         } else {
             // Only the last `*` is tried anew: whatever an earlier one could take, this one can take as well.
             pattern = restartPattern;
-            text = restartText++;
+            text = SkipToFit(restartText, *pattern);
+            restartText = text + 1;
         }
     }
     while (*pattern == '*') {

@@ -9,7 +9,6 @@
 #include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 #include "support/ThreadTools.h"
-#include "support/TimeTools.h"
 
 LogSettings g_Log;
 
@@ -17,7 +16,6 @@ namespace {
 
 constexpr DWORD MaxDelta = 9999;
 constexpr size_t MessageSize = 4096;
-constexpr size_t DeltaSize = 64;
 constexpr size_t MaxRecord = 1023; // with CR LF: the longest text that the platform's formatting gives
 constexpr DWORD IdleBeforeCloseMs = 50;
 constexpr DWORD ExitWaitMs = 1000;
@@ -39,7 +37,6 @@ HANDLE s_file QM_GUARDED_BY(s_logLock); // INVALID_HANDLE_VALUE while the file i
 DWORD s_previousTick QM_GUARDED_BY(s_logLock);
 char s_message[MessageSize] QM_GUARDED_BY(s_logLock);
 char s_line[MessageSize] QM_GUARDED_BY(s_logLock);
-char s_delta[DeltaSize] QM_GUARDED_BY(s_logLock);
 
 HANDLE s_writeEvent;   // manual reset, set after each record written to the file
 HANDLE s_closerThread; // set before the log has readers of it, cleared by LogFile_Exit
@@ -269,18 +266,20 @@ DWORD LogFile_WriteLine(const char* name, const char* text, size_t length) QM_RE
 // --- Records
 
 // Builds time, delta, origin, level and message in s_line; a message that is too long is cut so that the line end
-// stays.
-size_t FormatRecord(LONG level) QM_REQUIRES(s_logLock) {
-    char time[32];
-    FormatTime(time);
-    char origin[32];
+// stays. One format for all that stands in front of the message: each is a call to Windows, and a log of level 3 has
+// thousands of lines.
+size_t FormatRecord(LONG level, DWORD delta) QM_REQUIRES(s_logLock) {
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    const DWORD tenth = now.wMilliseconds / 100u;
     if (g_Mode == ModeService || g_Mode == ModeDebug) {
-        FormatText(origin, "{%4.4i}", static_cast<LONG>(GetCurrentThreadId()));
+        FormatText(s_line, "%02u:%02u:%02u.%u (%4u) {%4.4i} <%i> ", now.wHour, now.wMinute, now.wSecond, tenth, delta,
+                   static_cast<LONG>(GetCurrentThreadId()), level);
     } else {
         const char* tag = g_Mode >= 0 && g_Mode < ModeCount ? ModeTags[g_Mode] : ModeTags[ModeNul];
-        FormatText(origin, "[%s%2.2u]", tag, GetCurrentProcessId() & 0xFF);
+        FormatText(s_line, "%02u:%02u:%02u.%u (%4u) [%s%2.2u] <%i> ", now.wHour, now.wMinute, now.wSecond, tenth, delta,
+                   tag, GetCurrentProcessId() & 0xFF, level);
     }
-    FormatText(s_line, "%s %s %s <%i> ", time, s_delta, origin, level);
     const size_t length = AppendText(s_line, MaxRecord + 1 - 2, s_message);
     return length + CopyText(s_line + length, sizeof(s_line) - length, "\r\n");
 }
@@ -289,17 +288,17 @@ size_t FormatRecord(LONG level) QM_REQUIRES(s_logLock) {
 DWORD WriteRecord(LONG level, const char* format, va_list arguments) QM_REQUIRES(s_logLock) {
     DWORD openError = ERROR_SUCCESS;
     const DWORD tick = GetTickCount();
-    const DWORD delta = tick - s_previousTick;
-    FormatText(s_delta, "(%4u)", delta < MaxDelta ? delta : MaxDelta);
+    const DWORD sinceLast = tick - s_previousTick;
+    const DWORD delta = sinceLast < MaxDelta ? sinceLast : MaxDelta;
     FormatTextV(s_message, sizeof(s_message), format, arguments);
     if (g_Log.WriteDebugOutput) {
-        FormatText(s_line, "%s[QUILLMARCH]  ", s_delta);
+        FormatText(s_line, "(%4u)[QUILLMARCH]  ", delta);
         const size_t length = AppendText(s_line, MaxRecord + 1 - 1, s_message);
         CopyText(s_line + length, sizeof(s_line) - length, "\n");
         OutputDebugStringA(s_line);
     }
     if (g_Log.WriteLogfile) {
-        const size_t length = FormatRecord(level);
+        const size_t length = FormatRecord(level, delta);
         openError = LogFile_WriteLine(g_Log.LogFileName, s_line, length);
     }
     s_previousTick = tick;
@@ -447,7 +446,7 @@ void LogFile_ReadSettings() {
 void LogFile_Write(LONG level, const char* format, ...) {
     // Read first and put back last, so that a caller can log first and read the last error afterwards.
     DWORD lastError = GetLastError();
-    InterlockedIncrement(&s_writers);
+    __atomic_add_fetch(&s_writers, 1, __ATOMIC_SEQ_CST);
     // Asked again behind the count: since the caller's test the log may have ended, and its lock with it.
     if (LogFile_Wants(level)) {
         LockGuard lock(s_logLock);
@@ -459,7 +458,7 @@ void LogFile_Write(LONG level, const char* format, ...) {
             lastError = openError;
         }
     }
-    InterlockedDecrement(&s_writers);
+    __atomic_sub_fetch(&s_writers, 1, __ATOMIC_SEQ_CST);
     SetLastError(lastError);
 }
 

@@ -20,7 +20,7 @@ constexpr DWORD BcdServer2003 = 0x0502;
 constexpr DWORD BcdEight = 0x0602;
 constexpr char VersionKey[] = "SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
 
-using RtlGetVersionOperation = LONG(WINAPI*)(OSVERSIONINFOEXW*);
+using RtlGetVersionOperation = LONG(WINAPI*)(OSVERSIONINFOW*);
 using IsWow64ProcessOperation = BOOL(WINAPI*)(HANDLE, PBOOL);
 
 template<typename Info>
@@ -40,7 +40,7 @@ void ReadApiVersion(OsVersion* out) {
     if (rtlGetVersion) {
         OSVERSIONINFOEXW info = {};
         info.dwOSVersionInfoSize = sizeof(info);
-        if (rtlGetVersion(&info) == 0) {
+        if (rtlGetVersion(reinterpret_cast<OSVERSIONINFOW*>(&info)) == 0) {
             TakeVersion(info, out);
         }
     } else {

@@ -25,7 +25,7 @@ make_pristine_prefix() {
     mv "$wine/new" "$wine/pristine"
 }
 
-# One line of numbers, all warnings if there are any: the linker and the resource compiler know no -Werror.
+# Fails on any warning: the linker and the resource compiler know no -Werror.
 build_without_warning() { # FOLDER LOG ARGUMENTS
     local folder=$1 log=$2
     shift 2
@@ -36,7 +36,9 @@ build_without_warning() { # FOLDER LOG ARGUMENTS
 # Ends what this run has started, and only that.
 screen=""
 prefix=""
+prefix_maker=""
 clean_up() {
+    [ -z "$prefix_maker" ] || wait "$prefix_maker" || true
     if [ -n "$prefix" ]; then
         WINEPREFIX=$prefix wineserver -k || true
         WINEPREFIX=$prefix timeout 30 wineserver -w || true
@@ -72,7 +74,6 @@ start_server() {
 }
 
 mkdir -p "$wine"
-prefix_maker=""
 if [ ! -e "$wine/pristine/system.reg" ]; then
     make_pristine_prefix >"$wine/prefix.log" 2>&1 </dev/null &
     prefix_maker=$!
