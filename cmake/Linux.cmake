@@ -5,7 +5,7 @@ find_package(GTest REQUIRED)
 
 set(QM_BASE_FLAGS -fshort-wchar -fPIC -g)
 if(QM_SANITIZE)
-    list(APPEND QM_BASE_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    list(APPEND QM_BASE_FLAGS -fsanitize=address,undefined -fno-sanitize=vptr -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
     add_link_options(-fsanitize=address,undefined)
 endif()
 

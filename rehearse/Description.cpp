@@ -20,10 +20,17 @@ const char* IdentityOf(std::string_view list) {
     return nullptr;
 }
 
+// A name of the input may hold line ends; what is said of it stands on one line all the same.
+std::string OnOneLine(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
+    return text;
+}
+
 } // namespace
 
 InputError::InputError(const Position& at, std::string_view what)
-    : std::runtime_error(fmt::format("{}: {}", PositionText(at), what)) {
+    : std::runtime_error(OnOneLine(fmt::format("{}: {}", PositionText(at), what))) {
 }
 
 std::string PositionText(const Position& at) {

@@ -36,6 +36,7 @@ private:
     void ReadText(Value& value, const std::string& utf8, const Key& key, std::string_view name) const;
     void ReadArray(Value& value, const toml::array& array, const Key& key, std::string_view name) const;
     void CheckNeeded(const Record& record) const;
+    void AddOwnSubject(Record& record) const;
     void CheckSubjects(const Record& record) const;
     std::string HostPath(const std::string& path) const;
     std::string m_file;
@@ -136,6 +137,10 @@ Value FileReader::ReadValue(const toml::node& node, const toml::key& name, const
         value.type = Flag;
         value.number = *flag;
     } else if (const auto number = node.value_exact<std::int64_t>(); number && key.types & Number) {
+        // No number that is counted or measured is below zero; those of the registry have a check of their own.
+        const bool isMeasured = key.types & (Duration | Flag) || std::string_view(key.name) == "count";
+        if (isMeasured && *number < 0)
+            throw InputError(value.at, fmt::format("'{}' must not be below zero", name.str()));
         value.type = Number;
         value.number = *number;
     } else {
@@ -170,6 +175,7 @@ Record FileReader::ReadTable(const toml::table& table, const std::string& sectio
                    ReadValue(*field.node, *field.name, *key));
     }
     CheckNeeded(record);
+    AddOwnSubject(record);
     CheckSubjects(record);
     return record;
 }
@@ -179,9 +185,22 @@ void FileReader::CheckNeeded(const Record& record) const {
         const bool isNeeded = record.section == key.section && std::string_view(key.initial) == "needed";
         // A link that amends another may leave out what that one says.
         const bool isAmendable = record.section == "dos_name" && std::string_view(key.name) == "target";
-        if (isNeeded && !isAmendable && !record.Has(key.name))
+        if (isNeeded && !isAmendable && !record.Is(key.name, ~unsigned{Nothing}))
             throw InputError(record.at, fmt::format("'{}' is missing in '{}'", key.name, record.section));
     }
+}
+
+// A part of a text that stands without a file is a message box's, whatever else the box says.
+void FileReader::AddOwnSubject(Record& record) const {
+    const bool hasSubject = std::any_of(record.Fields().begin(), record.Fields().end(), [&](const Field& field) {
+        return IsSubject(*FindKey(record.section, field.key));
+    });
+    if (hasSubject || record.section != "expect" || !record.Is("contains", Text))
+        return;
+    Value whole;
+    whole.at = record.At("contains");
+    whole.type = Text;
+    record.Set("message", std::move(whole));
 }
 
 void FileReader::CheckSubjects(const Record& record) const {
@@ -193,7 +212,7 @@ void FileReader::CheckSubjects(const Record& record) const {
     };
     std::string subject;
     for (const auto& [name, value] : record.Fields()) {
-        if (!IsSubject(*FindKey(record.section, name)))
+        if (!IsSubject(*FindKey(record.section, name)) || value.type == Nothing)
             continue;
         if (!subject.empty() && !(isServiceFact(subject) && isServiceFact(name)))
             throw InputError(value.at, fmt::format("'{}' cannot stand beside '{}'", name, subject));
@@ -247,7 +266,8 @@ void ReadInto(Record& whole, const std::string& file, const Position& from, std:
 
 std::string ReadHostFile(const std::string& file, const Position& at) {
     std::error_code error;
-    const bool isFile = std::filesystem::is_regular_file(file, error);
+    const std::filesystem::file_status status = std::filesystem::status(file, error);
+    const bool isFile = std::filesystem::is_regular_file(status) || std::filesystem::is_fifo(status);
     std::ifstream stream(file, std::ios::binary);
     if (!isFile || !stream)
         throw InputError(at, fmt::format("there is no file '{}' that can be read", file));

@@ -129,6 +129,8 @@ Action ReleaseEvent(const Record& event, Stage& stage) {
 Action DosNameEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("dos_name");
     const std::string name = table.TextOf("name"), target = table.TextOf("target");
+    if (name.empty())
+        throw InputError(table.At("name"), "'name' must not be empty");
     const machine::Opens opens = OpensOf(table);
     const bool saysOpens = table.Has("opens");
     return [&stage, name, target, opens, saysOpens] {

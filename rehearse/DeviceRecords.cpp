@@ -21,6 +21,7 @@ constexpr const char* RootId = "HTREE\\ROOT\\0";
 constexpr std::int64_t LargestDword = 0xFFFFFFFF;
 constexpr std::int64_t MostHubPorts = 255;
 constexpr std::int64_t LargestComNumber = 4096;
+constexpr std::size_t UsualComDbBytes = 32;
 
 struct TextField {
     const char* key;
@@ -79,6 +80,18 @@ constexpr ListField ListFields[] = {
     {"interfaces", &machine::DeviceDescription::interfaces},
 };
 
+// A text of the host in the machine's code page: what a shell writes may be UTF-16.
+std::string ReadHostText(const std::string& file, const Position& at) {
+    const std::string bytes = ReadHostFile(file, at);
+    if (!bytes.starts_with("\xFF\xFE"))
+        return bytes;
+    std::u16string wide;
+    for (std::size_t i = 2; i + 1 < bytes.size(); i += 2)
+        wide.push_back(static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
+                                             static_cast<unsigned char>(bytes[i + 1]) << 8));
+    return machine::AnsiFromUtf16(wide);
+}
+
 void CheckInterfaces(const Record& record) {
     static const std::set<std::string> names = {"comport", "modem", "hub", "controller", "usb", "serenum"};
     const std::vector<std::string> interfaces = record.TextsOf("interfaces");
@@ -120,9 +133,10 @@ machine::ComDatabaseDescription ComDatabaseOf(const Record* record) {
     }
     if (const Value* taken = record->Find("taken")) {
         database.taken.emplace();
+        const auto most = static_cast<std::int64_t>(database.size.value_or(UsualComDbBytes) * 8);
         for (std::size_t i = 0; i < taken->numbers.size(); ++i) {
-            if (taken->numbers[i] < 1 || taken->numbers[i] > LargestComNumber)
-                throw InputError(taken->itemsAt[i], fmt::format("a number must be 1 to {}", LargestComNumber));
+            if (taken->numbers[i] < 1 || taken->numbers[i] > most)
+                throw InputError(taken->itemsAt[i], fmt::format("a number must be 1 to {}, as 'size' has room", most));
             database.taken->push_back(static_cast<unsigned>(taken->numbers[i]));
         }
     }
@@ -146,7 +160,9 @@ Position PlaceOf(const Record& description, const std::string& wrong) {
 machine::DeviceDescription DeviceOf(const Record& record) {
     machine::DeviceDescription device;
     device.id = record.TextOf("id");
-    if (device.id.find('\\') == std::string::npos)
+    // Two parts at least, none of them empty: a key below Enum.
+    const std::vector<std::string> parts = machine::Split(device.id, '\\');
+    if (parts.size() < 2 || std::find(parts.begin(), parts.end(), std::string()) != parts.end())
         throw InputError(record.At("id"), fmt::format("'{}' is no device id", device.id));
     for (const TextField& row : TextFields)
         if (record.Has(row.key))
@@ -206,11 +222,13 @@ void SetUpDevices(const Record& description) {
     for (const Record& record : description.TablesOf("dos_name")) {
         if (!record.Has("target"))
             throw InputError(record.at, "'target' is missing in 'dos_name'");
+        if (record.TextOf("name").empty())
+            throw InputError(record.At("name"), "'name' must not be empty");
         devices.dosNames.push_back({record.TextOf("name"), record.TextOf("target"), OpensOf(record)});
     }
     devices.comDatabase = ComDatabaseOf(description.TableOf("com_database"));
     if (description.Has("connected"))
-        devices.connected = ReadHostFile(description.TextOf("connected"), description.At("connected"));
+        devices.connected = ReadHostText(description.TextOf("connected"), description.At("connected"));
     const std::string wrong = machine::BuildDevices(devices);
     if (!wrong.empty())
         throw InputError(PlaceOf(description, wrong), wrong);

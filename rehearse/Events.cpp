@@ -140,6 +140,11 @@ std::uint64_t StartMs(const Record& description) {
 
 } // namespace
 
+Stage::~Stage() {
+    if (product)
+        product->Release();
+}
+
 void ScheduleEvents(Stage& stage) {
     const Record& description = *stage.description;
     const Record* product = description.TableOf("quillmarch");

@@ -17,8 +17,13 @@ namespace rehearse {
 struct Stage {
     const Record* description = nullptr;
     Timeline* timeline = nullptr;
-    machine::Process* product = nullptr; // started last; retained
+    machine::Process* product = nullptr; // started last; retained until the stage goes
     bool hasEnded = false;               // what was still to come does not happen any more
+
+    Stage(const Record* ofMachine, Timeline* toFill) : description(ofMachine), timeline(toFill) {}
+    ~Stage(); // behind the end of the machine
+    Stage(const Stage&) = delete;
+    Stage& operator=(const Stage&) = delete;
 };
 
 // Enters all events, the product's start in front of them. Throws InputError for one that cannot be.

@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* DefaultLogFile = "C:\\_Quillmarch.log";
 constexpr int DecisionsLevel = 3; // at which the product tells each decision
-bool g_isForced = false;         // the file
+bool g_isForced = false;          // the file
 bool g_isDebugOutputForced = false;
 int g_level = DecisionsLevel;
 

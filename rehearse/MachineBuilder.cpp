@@ -205,7 +205,11 @@ machine::Setup SetupOf(const Record& description, const Options& options) {
     if (windows.Has("pending_installs"))
         setup.pendingInstallsUntilMs = windows.MsOf("pending_installs");
     setup.seed = options.seed;
-    setup.directory = product.TextOf("directory", setup.directory);
+    if (product.Has("directory")) {
+        setup.directory = PathIn(product, "directory");
+        while (setup.directory.ends_with('\\'))
+            setup.directory.pop_back();
+    }
     setup.productIsX64 = product.TextOf("edition", setup.x64Windows ? "x64" : "x86") == "x64";
     if (setup.productIsX64 && !setup.x64Windows)
         throw InputError(product.At("edition"), "the x64 edition does not run on x86 Windows");

@@ -2,6 +2,7 @@
 
 #include "rehearse/MachineBuilder.h"
 
+#include "simwin/desktop/Desktop.h"
 #include "simwin/devices/Notifications.h"
 #include "simwin/devices/PlugAndPlay.h"
 #include "simwin/devices/api.h"
@@ -103,19 +104,27 @@ std::vector<std::uint8_t> DeviceEventData(const Record& table, simwin::DWORD cod
     return machine::InterfaceEventData(guid, table.TextOf("path"), isWide);
 }
 
-// By the road of the role: what is registered decides, and before that the service's control handler.
+// By the road of the role, in line with what its recipient has still to be told. One that has not registered gets it
+// by its control handler, or by its first window.
 void Notify(Stage& stage, simwin::DWORD code, const std::vector<std::uint8_t>& data) {
-    machine::Process* service = machine::ServiceProcess(ServiceName);
+    const Record* product = stage.description->TableOf("quillmarch");
+    const bool isWindowRole = product && product->TextOf("role") == "debug";
+    machine::Process* service = isWindowRole ? nullptr : machine::ServiceProcess(ServiceName);
     machine::Process* process = service ? service : stage.product;
     if (!process || process->ended)
         return;
     const std::vector<machine::NotificationRecipient> recipients = machine::Recipients();
     const bool isRegistered = std::any_of(recipients.begin(), recipients.end(),
                                           [&](const auto& recipient) { return recipient.process == process; });
+    const std::vector<const machine::Window*> windows = machine::Windows();
+    const auto window = std::find_if(windows.begin(), windows.end(),
+                                     [&](const machine::Window* one) { return one->process == process; });
     if (isRegistered)
         machine::SendNotification({process, nullptr, service != nullptr}, code, data);
     else if (service)
         machine::PostServiceControl(ServiceName, simwin::SERVICE_CONTROL_DEVICEEVENT, code, data);
+    else if (window != windows.end())
+        machine::SendNotification({process, (*window)->handle, false}, code, data);
 }
 
 Action NotifyEvent(const Record& event, Stage& stage) {

@@ -49,8 +49,8 @@ public:
     void Write(const std::string& text) {
         if (IsStandardOutput())
             std::fwrite(text.data(), 1, text.size(), stdout);
-        else
-            m_stream << text << std::flush;
+        else if (!(m_stream << text << std::flush))
+            throw InputError({*m_file, 1, 1}, "this file cannot be written");
     }
 
 private:

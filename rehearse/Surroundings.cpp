@@ -29,14 +29,6 @@ unsigned SessionIn(const Record& record, std::string_view key) {
     return static_cast<unsigned>(id);
 }
 
-// A path of the machine, or nobody could find what is put there.
-std::string PathIn(const Record& record, std::string_view key) {
-    const std::string path = record.TextOf(key);
-    if (path.size() < 3 || path[1] != ':' || path[2] != '\\')
-        throw InputError(record.At(key), fmt::format("'{}' must be a full path such as 'C:\\Tools\\term.exe'", key));
-    return path;
-}
-
 void SetUpFiles(const Record& description) {
     for (const Record& file : description.TablesOf("files")) {
         const std::string path = PathIn(file, "path");
@@ -146,6 +138,13 @@ Action RunEvent(const Record& event, Stage& stage) {
 constexpr EventRow Rows[] = {{"logon", LogonEvent}, {"logoff", LogoffEvent}, {"run", RunEvent}};
 
 } // namespace
+
+std::string PathIn(const Record& record, std::string_view key) {
+    const std::string path = record.TextOf(key);
+    if (path.size() < 3 || path[1] != ':' || path[2] != '\\')
+        throw InputError(record.At(key), fmt::format("'{}' must be a full path such as 'C:\\Tools\\term.exe'", key));
+    return path;
+}
 
 SessionFacts SessionOfUser(const Record& description, const std::string& user, const Position& at) {
     const std::vector<Record>& sessions = description.TablesOf("session");

@@ -21,6 +21,9 @@ struct SessionFacts {
 // are sessions but none of this user.
 SessionFacts SessionOfUser(const Record& description, const std::string& user, const Position& at);
 
+// A path of the machine, or nobody could find what is put there. Throws InputError unless it begins with a drive.
+std::string PathIn(const Record& record, std::string_view key);
+
 void SetUpSurroundings(const Record& description);
 
 std::span<const EventRow> SurroundingsEventRows();

@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <charconv>
 #include <cstdio>
 #include <filesystem>
 
@@ -22,8 +23,7 @@ std::string FileOfBuild(const char* name, const char* built) {
 
 struct Line {
     rehearse::Options options;
-    std::string ini, json, log, until;
-    std::uint64_t seed = 0;
+    std::string ini, json, log, until, seed;
     bool printKeys = false;
 };
 
@@ -57,8 +57,16 @@ std::string Complete(const CLI::App& app, Line& line) {
         line.options.json = line.json;
     if (app.count("--log"))
         line.options.log = line.log;
-    if (app.count("--seed"))
-        line.options.seed = line.seed;
+    if (line.json == "-" && line.log == "-")
+        return "--json and --log cannot both go to standard output";
+    if (app.count("--seed")) {
+        std::uint64_t seed = 0;
+        const char* end = line.seed.data() + line.seed.size();
+        const auto [last, error] = std::from_chars(line.seed.data(), end, seed);
+        if (error != std::errc() || last != end)
+            return fmt::format("--seed must be a number from 0 to 18446744073709551615, not '{}'", line.seed);
+        line.options.seed = seed;
+    }
     if (app.count("--until")) {
         line.options.untilMs = rehearse::ParseDuration(line.until);
         if (!line.options.untilMs)

@@ -73,8 +73,7 @@ DWORD Enable(DeviceNode& node) {
         return ERROR_NO_DRIVER_SELECTED;
     }
     if (node.problem == CM_PROB_DISABLED) {
-        if (!node.sticky)
-            node.problem = 0;
+        node.problem = node.stickyProblem;
         StartAndWait(node);
     }
     EndRestart(restart, node.IsRunning());

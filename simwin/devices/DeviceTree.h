@@ -69,9 +69,9 @@ struct DeviceNode {
     bool crowdedOut = false; // of several in the exports on one hub port not the last
     DeviceState state = DeviceState::Absent;
     simwin::DWORD problem = 0;
-    bool sticky = false;           // the next starts do not clear the problem
-    bool quietStart = false;       // a problem that ends quietly: the driver starts, the interfaces stay as they are
-    std::uint64_t startSerial = 0; // a start that was overtaken by something else is not finished
+    simwin::DWORD stickyProblem = 0; // what every later start ends with; 0: a start clears the problem
+    bool quietStart = false;         // a problem that ends quietly: the driver starts, the interfaces stay as they are
+    std::uint64_t startSerial = 0;   // a start that was overtaken by something else is not finished
     std::uint64_t attachedAtMs = 0;
     bool longKnown = true; // there since the start: its hub knows it
     unsigned starts = 0;   // of its driver

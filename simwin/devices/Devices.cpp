@@ -239,15 +239,11 @@ void TakeDescription(DeviceNode& node, const DeviceDescription& description) {
         node.ports = *node.said.ports;
 }
 
-// A described device, new or of the exports. Returns what is wrong, "" for nothing.
-std::string AddDescribed(const DeviceDescription& description) {
+// A described device, new or of the exports.
+void AddDescribed(const DeviceDescription& description) {
     DeviceTree& tree = TheDeviceTree();
     DeviceNode* node = tree.FindById(description.id);
-    const bool isNew = !node;
-    DeviceNode* parent = description.parent ? tree.FindById(*description.parent) : nullptr;
-    if (description.parent && !parent)
-        return fmt::format("device '{}': there is no parent '{}'", description.id, *description.parent);
-    if (isNew) {
+    if (!node) {
         node = tree.Add(description.id);
         node->kind = KindOfDescription(description);
         node->attached = true;
@@ -261,15 +257,22 @@ std::string AddDescribed(const DeviceDescription& description) {
         node->attached = *description.plugged;
         node->crowdedOut = false;
     }
-    if (!parent && isNew)
-        parent = ParentByEnumerator(node->id);
-    if (parent)
-        for (const DeviceNode* above = parent; above; above = above->parent)
-            if (above == node)
-                return fmt::format("device '{}': it hangs below itself", node->id);
-    if (parent && !node->root)
-        tree.SetParent(node, parent);
     CountHub(*node);
+}
+
+// Hangs it below its parent, which may stand behind it in the description. Returns what is wrong, "" for nothing.
+std::string LinkDescribed(const DeviceDescription& description) {
+    DeviceNode* node = TheDeviceTree().FindById(description.id);
+    DeviceNode* parent = description.parent ? TheDeviceTree().FindById(*description.parent) : nullptr;
+    if (description.parent && !parent)
+        return fmt::format("device '{}': there is no parent '{}'", description.id, *description.parent);
+    if (!parent && !node->parent && !node->root)
+        parent = ParentByEnumerator(node->id);
+    for (const DeviceNode* above = parent; above; above = above->parent)
+        if (above == node)
+            return fmt::format("device '{}': it hangs below itself", node->id);
+    if (parent && !node->root)
+        TheDeviceTree().SetParent(node, parent);
     return {};
 }
 
@@ -347,12 +350,14 @@ void GiveResources() {
 }
 
 std::string Build(const DevicesDescription& description) {
-    AddExportedDevices();
+    AddExportedDevices(description.devices);
     LinkExportedDevices();
     SettleExportedPresence(description.connected);
     FinishExported();
     for (const DeviceDescription& device : description.devices)
-        if (std::string wrong = AddDescribed(device); !wrong.empty())
+        AddDescribed(device);
+    for (const DeviceDescription& device : description.devices)
+        if (std::string wrong = LinkDescribed(device); !wrong.empty())
             return wrong;
     for (const DeviceDescription& device : description.devices)
         if (std::string wrong = FinishDescribed(*TheDeviceTree().FindById(device.id)); !wrong.empty())
@@ -451,7 +456,8 @@ std::string BuildDevices(const DevicesDescription& description) {
 DeviceNode* AddDevice(const DeviceDescription& description, std::string* wrong) {
     DeviceDescription away = description;
     away.plugged = false;
-    std::string found = AddDescribed(away);
+    AddDescribed(away);
+    std::string found = LinkDescribed(away);
     DeviceNode* node = TheDeviceTree().FindById(description.id);
     if (found.empty())
         found = FinishDescribed(*node);

@@ -63,7 +63,7 @@ std::string WantedDosName(const DeviceNode& node) {
     const char* value = "PortName";
     if (node.said.nameValue)
         value = node.said.nameValue->c_str();
-    else if (!TheRegistry().GetValue(parameters, "PortName"))
+    else if ((node.said.dosDeviceName && !node.said.portName) || !TheRegistry().GetValue(parameters, "PortName"))
         value = "DosDeviceName";
     return TheRegistry().GetString(parameters, value);
 }

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <iterator>
+#include <set>
 
 namespace machine {
 
@@ -180,8 +182,20 @@ bool StandsIn(const std::string& text, std::string_view id) {
     return false;
 }
 
+std::string IdOfKey(const RegistryKey& key) {
+    return key.parent->parent->name + "\\" + key.parent->name + "\\" + key.name;
+}
+
+// Whether a key below Enum tells what the device is. One that does not may be made of single values that somebody set
+// for a device which is described elsewhere.
+bool TellsDevice(const RegistryKey& key) {
+    constexpr const char* Telling[] = {"ClassGUID", "Class", "Service", "HardwareID", "DeviceDesc", "Driver"};
+    return std::any_of(std::begin(Telling), std::end(Telling),
+                       [&](const char* name) { return key.FindValue(name) != nullptr; });
+}
+
 void AddNode(const RegistryKey& key) {
-    const std::string id = key.parent->parent->name + "\\" + key.parent->name + "\\" + key.name;
+    const std::string id = IdOfKey(key);
     DeviceNode* node = TheDeviceTree().Add(id);
     node->installed = true;
     const std::string guid = DeviceText(*node, "ClassGUID");
@@ -235,12 +249,16 @@ DeviceNode* ParentByEnumerator(std::string_view id) {
     return TheDeviceTree().Root();
 }
 
-void AddExportedDevices() {
+void AddExportedDevices(const std::vector<DeviceDescription>& described) {
+    std::set<std::string, NoCaseLess> ids;
+    for (const DeviceDescription& device : described)
+        ids.insert(device.id);
     if (const RegistryKey* root = TheRegistry().FindKey(EnumKey))
         for (const RegistryKey* enumerator : root->created)
             for (const RegistryKey* device : enumerator->created)
                 for (const RegistryKey* instance : device->created)
-                    AddNode(*instance);
+                    if (TellsDevice(*instance) || !ids.contains(IdOfKey(*instance)))
+                        AddNode(*instance);
     if (!TheDeviceTree().Root()) {
         DeviceNode* root = TheDeviceTree().Add(RootId, RootNumber);
         root->attached = root->installed = true;

@@ -83,8 +83,8 @@ bool StopNode(DeviceNode& node, Cause cause) {
 
 void GoAbsent(DeviceNode& node) {
     node.state = DeviceState::Absent;
-    if (!node.sticky && node.problem != simwin::CM_PROB_DISABLED)
-        node.problem = 0;
+    if (node.problem != simwin::CM_PROB_DISABLED)
+        node.problem = node.stickyProblem;
     Tell(node, "left");
 }
 
@@ -143,7 +143,7 @@ void SetRunning(DeviceNode& node, Cause cause) {
 
 // Runs the driver. False if the node stays stopped, with a problem.
 bool StartDriver(DeviceNode& node, Cause cause) {
-    simwin::DWORD problem = node.sticky ? node.problem : 0;
+    simwin::DWORD problem = node.stickyProblem;
     if (!problem && node.IsPort())
         problem = StartPortDriver(node);
     if (!problem) {
@@ -325,7 +325,8 @@ void UninstallNode(DeviceNode& node, Cause cause) {
     StopTree(node, true, cause);
     node.attached = false;
     node.problem = 0;
-    node.sticky = node.stoppedByProduct = false;
+    node.stickyProblem = 0;
+    node.stoppedByProduct = false;
     node.openRestart.reset();
     if (node.IsPresent())
         GoAbsent(node);
@@ -388,7 +389,7 @@ void SetDeviceProblem(std::string_view id, const ProblemEvent& event) {
         return;
     if (event.number == 0) {
         node->problem = 0;
-        node->sticky = false;
+        node->stickyProblem = 0;
         if (node->IsPresent() && !node->IsRunning()) {
             node->quietStart = event.quiet;
             StartNode(*node, Cause::Outside);
@@ -397,7 +398,7 @@ void SetDeviceProblem(std::string_view id, const ProblemEvent& event) {
         if (node->IsPresent())
             StopTree(*node, true, Cause::Outside);
         node->problem = event.number;
-        node->sticky = event.sticky;
+        node->stickyProblem = event.sticky ? event.number : 0;
     } else {
         for (DeviceNode* child : node->children)
             if (child->IsPresent()) {
@@ -409,7 +410,7 @@ void SetDeviceProblem(std::string_view id, const ProblemEvent& event) {
         StopPortDriver(*node);
         node->stoppedByProduct = false;
         node->problem = event.number;
-        node->sticky = event.sticky;
+        node->stickyProblem = event.sticky ? event.number : 0;
         WakeWaiters(*node);
     }
     if (!node->IsPresent())

@@ -36,7 +36,7 @@ Gate& TheGate() {
 Fault* MatchFault(const char* name, const char* object) {
     Fault* hit = nullptr;
     for (Fault& fault : TheGate().faults) {
-        if (fault.call != name || !MatchesWildcard(object, fault.on))
+        if (fault.isOver || fault.call != name || !MatchesWildcard(object, fault.on))
             continue;
         ++fault.seen;
         if (!hit && fault.seen > fault.after && (fault.times == 0 || fault.acted < fault.times)) {
@@ -90,11 +90,8 @@ std::span<Fault> Faults() {
 }
 
 void EndFaults() {
-    for (Fault& fault : TheGate().faults) {
-        fault.after = 0;
-        fault.times = fault.acted;
-        fault.call.clear();
-    }
+    for (Fault& fault : TheGate().faults)
+        fault.isOver = true;
 }
 
 void ClearFaults() {

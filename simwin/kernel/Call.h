@@ -32,6 +32,7 @@ struct Fault {
     std::uint64_t delayMs = 0;
     std::uint64_t after = 0, times = 1; // skips the first `after` fits, then acts `times` times; times 0: for ever
     std::uint64_t seen = 0, acted = 0;
+    bool isOver = false;
 };
 void AddFault(const Fault& fault);
 std::span<Fault> Faults();

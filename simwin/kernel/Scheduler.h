@@ -110,8 +110,8 @@ struct RunLimits {
 // Runs until nothing is runnable and nothing is due, or until the limit. Returns at the first verdict.
 RunOutcome RunMachine(const RunLimits& limits);
 
-// Nothing is runnable and nothing of the machine's own is due: whatever began has settled. What happens outside and what
-// is judged may still be to come. To be asked in the scheduler's context.
+// Nothing is runnable and nothing of the machine's own is due: whatever began has settled. What happens outside and
+// what is judged may still be to come. To be asked in the scheduler's context.
 bool IsAtRest();
 
 // True once a verdict has been reached: what is cleaned up after it raises no second one.

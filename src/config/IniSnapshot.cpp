@@ -58,8 +58,8 @@ static LineExtent FindLineEnd(char* at) {
     }
 }
 
-// Whether a mark may stand in the value. Nearly every value of a rule holds an underscore, hardly one holds two together,
-// and a search of Windows costs as much as all the rest of a line.
+// Whether a mark may stand in the value. Nearly every value of a rule holds an underscore, hardly one holds two
+// together, and a search of Windows costs as much as all the rest of a line.
 static bool MayHoldMark(const char* value, const char* end) {
     while (auto* underscore = static_cast<const char*>(memchr(value, '_', static_cast<size_t>(end - value)))) {
         if (underscore[1] == '_') {

@@ -228,6 +228,8 @@ void WaitForNewName(CComPort* port) {
     CopyText(port->szKernelNameCom, target);
 }
 
+// The name goes even if another device has come to this kernel name meanwhile: whom that costs its name gets it back in
+// the next step. The storms name what is left of it as an exception; the order is not changed for it.
 void DeleteOldName(const Assignment& check) {
     // A restart under the name that the registry held before has no old name: it would delete what just appeared.
     if (lstrcmpiA(check.szOldRegPortName, check.port->szRegPortName) == 0) {

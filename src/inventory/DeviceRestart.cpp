@@ -5,6 +5,7 @@
 #include "inventory/DeviceLists.h"
 #include "inventory/DevicePaths.h"
 #include "inventory/DeviceProperties.h"
+#include "inventory/FriendlyName.h"
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
 #include "support/InterfaceClasses.h"
@@ -67,7 +68,7 @@ void TakeRegNameInForce(CComPort* port) {
     CopyText(port->szPortName, port->szRegPortName);
     const char* const name = port->szPortName;
     const bool isComName = name[0] == 'C' && name[1] == 'O' && name[2] == 'M';
-    CopyText(port->PortNumberText, isComName ? name + 3 : "");
+    CopyComDigits(isComName ? name : "", port->PortNumberText);
     port->PortNumber = isComName ? GetNumberOfPortName(name) : 0;
 }
 

@@ -20,11 +20,12 @@ constexpr char ZoneStream[] = "Zone.Identifier";
 bool HasForbiddenChars(const char* path) {
     const size_t prefixLength = sizeof(LongPathPrefix) - 1;
     const size_t driveLength = 2;
+    const size_t length = TextLength(path);
     size_t start = driveLength;
-    if (CountSameStart(LongPathPrefix, path) == prefixLength && TextLength(path) >= prefixLength + driveLength) {
+    if (CountSameStart(LongPathPrefix, path) == prefixLength) {
         start = prefixLength + driveLength;
     }
-    return !HasNoneOf(path + start, ForbiddenInNames);
+    return start < length && !HasNoneOf(path + start, ForbiddenInNames);
 }
 
 // Takes the mark off one file. Returns: 1 if there was one and it is gone.

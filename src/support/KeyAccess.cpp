@@ -55,14 +55,11 @@ PSECURITY_DESCRIPTOR RegGrantKeyAccess(HKEY root, const char* key) {
 }
 
 int RegRestoreKeyAccess(HKEY root, const char* key, PSECURITY_DESCRIPTOR list) {
-    // A key that stays open to everybody is worth a second attempt at either call.
     HKEY handle = nullptr;
-    if (RegOpenKeyExA(root, key, 0, WRITE_DAC | READ_CONTROL, &handle) != ERROR_SUCCESS &&
-        RegOpenKeyExA(root, key, 0, WRITE_DAC | READ_CONTROL, &handle) != ERROR_SUCCESS) {
+    if (RegOpenKeyExA(root, key, 0, WRITE_DAC | READ_CONTROL, &handle) != ERROR_SUCCESS) {
         return 0;
     }
-    const bool restored = RegSetKeySecurity(handle, DACL_SECURITY_INFORMATION, list) == ERROR_SUCCESS ||
-                          RegSetKeySecurity(handle, DACL_SECURITY_INFORMATION, list) == ERROR_SUCCESS;
+    const bool restored = RegSetKeySecurity(handle, DACL_SECURITY_INFORMATION, list) == ERROR_SUCCESS;
     LocalFree(list);
     RegCloseKey(handle);
     return restored;

@@ -105,12 +105,13 @@ start_server
 
 # Known differences, and what the layouts came to, are told in front of CTest's last lines.
 status=0
-ctest --test-dir "$build" --output-on-failure -j "$(nproc)" "$@" </dev/null | awk -v log_file="$build/Testing/Temporary/LastTest.log" '
+outputs=$build/Testing/Temporary/LastTest.log
+ctest --test-dir "$build" --output-on-failure -j "$(nproc)" "$@" </dev/null | awk -v outputs="$outputs" '
     / tests passed, / { closing = 1 }
     closing { last = last $0 "\n"; next }
     { print; fflush() }
     END {
-        while ((getline line < log_file) > 0)
+        while ((getline line < outputs) > 0)
             if (line ~ /^(known difference|layout): /) { print line; count += line ~ /^known/ }
         print "known differences between Wine and Windows: " count + 0
         printf "%s", last

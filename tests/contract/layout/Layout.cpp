@@ -35,7 +35,8 @@ void PrintMember(const char* type, const char* member, size_t offset, size_t siz
 
 #define CONSTANT(name) PrintConstant(#name, name);
 #define TYPE(name) PrintSize(#name, sizeof(name));
-#define MEMBER(type, member) PrintMember(#type, #member, offsetof(type, member), sizeof(static_cast<type*>(nullptr)->member));
+#define MEMBER(type, member)                                                                                           \
+    PrintMember(#type, #member, offsetof(type, member), sizeof(static_cast<type*>(nullptr)->member));
 
 int main() {
 #include "Layout.inc"

@@ -1,44 +1,17 @@
-// A configuration on the simulated machine, and the log as the debugger sees it: for tests that ask the reader, and for
-// those of the rooms that work on what it gives.
+// A configuration on the simulated machine, for tests that ask the reader, and for those of the rooms that work on what
+// it gives.
 #pragma once
 
-#include "tests/harness/Harness.h"
+#include "tests/unit/Log.h"
 
 #include "config/CCfgReader.h"
 #include "config/CSettings.h"
-#include "simwin/files/Files.h"
-#include "simwin/kernel/Process.h"
-#include "support/BoundedText.h"
-#include "support/LogFile.h"
-#include "support/ProcessState.h"
-
-#include <string>
 
 namespace configtest {
 
+using namespace logtest;
+
 inline constexpr char IniPath[] = "C:\\Config\\Quillmarch.ini";
-
-// Every record from here on goes to the debugger's output. The log has a file of settings for itself, so that a test's
-// configuration does not switch it off.
-inline void StartLog() {
-    CopyText(szIniFile, "C:\\Log\\Quillmarch.ini");
-    machine::TheFiles().Write(szIniFile, "[Settings]\r\nLogLevel=5\r\nWriteDebugOutput=1\r\n");
-    LogFile_Init(/*rotate=*/0);
-    machine::CurrentProcess()->debugOutput.clear();
-}
-
-inline bool Logged(const std::string& text) {
-    return machine::CurrentProcess()->debugOutput.find(text) != std::string::npos;
-}
-
-inline int CountLogged(const std::string& text) {
-    const std::string& log = machine::CurrentProcess()->debugOutput;
-    int count = 0;
-    for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + text.size())) {
-        ++count;
-    }
-    return count;
-}
 
 inline void WriteIni(const std::string& text) {
     machine::TheFiles().Write(IniPath, text);

@@ -1,64 +1,43 @@
 // Paths, files and opens that may hang; the allocator; what the record of the Windows version says.
-#include "tests/harness/Harness.h"
+#include "tests/unit/Log.h"
 
-#include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
-#include "simwin/kernel/Process.h"
 #include "simwin/registry/Registry.h"
 #include "support/Accounts.h"
-#include "support/BoundedText.h"
 #include "support/CRTreplace.h"
 #include "support/CreateFileTimeout.h"
 #include "support/FileTools.h"
-#include "support/LogFile.h"
 #include "support/OsVersion.h"
 #include "support/PathTools.h"
-#include "support/ProcessState.h"
 #include "support/StringTools.h"
-#include "support/SystemTools.h"
 #include "support/ThreadTools.h"
+
+using namespace logtest;
 
 namespace {
 
 // Windows 11, whose stored name is that of its predecessor.
 const harness::WithSetup windows11([](machine::Setup& setup) { setup.version = {10, 0, 22631}; });
 
-// The log as text of the debugger's output, for lines that prove which road was taken.
-struct LogText {
-    LogText() {
-        machine::CurrentProcess()->debugOutput.clear();
-        g_Log.WriteDebugOutput = 0;
-        machine::TheFiles().Write("C:\\Prog\\Quillmarch.INI", "[Settings]\r\nLogLevel=3\r\nWriteDebugOutput=1\r\n");
-        CopyText(szIniFile, "C:\\Prog\\Quillmarch.INI");
-        LogFile_Init(0);
-    }
-    ~LogText() {
-        LogFile_Exit();
-        g_Log = {};
-        machine::ClearFaults();
-    }
-    bool Has(const char* text) const { return machine::CurrentProcess()->debugOutput.find(text) != std::string::npos; }
-};
+void Write(const std::string& path) {
+    machine::TheFiles().Write(path, "x");
+}
 
 TEST(PathTools, AFullPathIsMadeOfEveryKindOfPath) {
     machine::SetEnvironment("QMTEMP", "C:\\Temp");
-    struct Row {
-        const char* path;
-        const char* base;
-        const char* result;
-    };
-    for (const Row& row : {
-             Row{"\\Temp\\x.log", "D:\\Prog", "D:\\Temp\\x.log"},
-             Row{"x.log", "D:\\Prog\\", "D:\\Prog\\x.log"},
-             Row{"x.log", "D:\\Prog", "D:\\Prog\\x.log"},
-             Row{"\\\\srv\\s\\x", "D:\\Prog", "\\\\srv\\s\\x"},
-             Row{"c:\\a\\..\\x", "D:\\Prog", "c:\\x"},
-             Row{"\"C:\\a b\\x\"", "D:\\Prog", "C:\\a b\\x"},
-             Row{"%QMTEMP%\\x", "D:\\Prog", "C:\\Temp\\x"},
-             Row{"x", "%QMTEMP%", "C:\\Temp\\x"},
-             Row{"", "D:\\Prog", "before"},
-             Row{"x", nullptr, "before"},
-         }) {
+    const struct {
+        const char *path, *base, *result;
+    } rows[] = {{"\\Temp\\x.log", "D:\\Prog", "D:\\Temp\\x.log"},
+                {"x.log", "D:\\Prog\\", "D:\\Prog\\x.log"},
+                {"x.log", "D:\\Prog", "D:\\Prog\\x.log"},
+                {"\\\\srv\\s\\x", "D:\\Prog", "\\\\srv\\s\\x"},
+                {"c:\\a\\..\\x", "D:\\Prog", "c:\\x"},
+                {"\"C:\\a b\\x\"", "D:\\Prog", "C:\\a b\\x"},
+                {"%QMTEMP%\\x", "D:\\Prog", "C:\\Temp\\x"},
+                {"x", "%QMTEMP%", "C:\\Temp\\x"},
+                {"", "D:\\Prog", "before"},
+                {"x", nullptr, "before"}};
+    for (const auto& row : rows) {
         char out[64] = "before";
         MakeFullPath(row.path, row.base, out);
         EXPECT_STREQ(out, row.result) << row.path;
@@ -85,20 +64,12 @@ TEST(PathTools, VariablesAreExpandedWithinTheLimit) {
     CopyText(text, "%QMLONG%%QMLONG%");
     EXPECT_EQ(ExpandEnvInPlace(text, 300), 0) << "no result of more than 259 characters is taken";
     EXPECT_STREQ(text, "%QMLONG%%QMLONG%");
-    CopyText(text, "plain");
-    EXPECT_EQ(ExpandEnvInPlace(text, 300), 0);
-    CopyText(text, "%QMLONG%");
-    EXPECT_EQ(ExpandEnvInPlace(text, 1025), 0);
 }
 
 TEST(PathTools, TheDirectoryOfAPath) {
-    for (const auto& [path, directory] :
-         std::initializer_list<std::pair<const char*, const char*>>{{"C:\\a\\b.txt", "C:\\a"},
-                                                                    {"C:\\a\\b\\", "C:\\a"},
-                                                                    {"C:\\b", "C:"},
-                                                                    {"C:\\", ""},
-                                                                    {"\\b", ""},
-                                                                    {"b.txt", ""}}) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"C:\\a\\b.txt", "C:\\a"}, {"C:\\a\\b\\", "C:\\a"}, {"C:\\b", "C:"}, {"C:\\", ""}, {"\\b", ""}, {"b.txt", ""}};
+    for (const auto& [path, directory] : rows) {
         char out[32] = "before";
         EXPECT_EQ(GetDirectoryOfPath(path, out), directory[0] != '\0') << path;
         EXPECT_STREQ(out, directory) << path;
@@ -106,67 +77,55 @@ TEST(PathTools, TheDirectoryOfAPath) {
 }
 
 TEST(FileTools, WhatCountsAsAnExistingFile) {
-    machine::TheFiles().Write("C:\\Dir\\a b.txt", "x");
-    machine::TheFiles().Write("C:\\Secret\\s.txt", "x");
+    Write("C:\\Dir\\a b.txt");
+    Write("C:\\Secret\\s.txt");
     machine::TheFiles().Refuse("C:\\Secret\\s.txt", "*");
     machine::SetEnvironment("QMDIR", "C:\\Dir");
-    struct Row {
+    const struct {
         std::string path;
         int exists;
-        bool looked; // on the disk
-    };
-    for (const Row& row : {
-             Row{"C:\\Dir\\a b.txt", 1, true},
-             Row{"c:\\dir", 1, true},
-             Row{"%QMDIR%\\a b.txt", 1, true},
-             Row{"C:\\Secret\\s.txt", 1, true},
-             Row{"C:\\", 1, true},
-             Row{"C:\\Dir\\none", 0, true},
-             Row{"\\\\?\\C:\\Dir\\a b.txt", 1, true},
-             Row{"\\\\?\\", 0, false},
-             Row{"", 0, false},
-             Row{"C:\\a:b", 0, false},
-             Row{"C:\\Dir\\*", 0, false},
-             Row{"\\\\?\\C:\\a:b", 0, false},
-             Row{"C:\\" + std::string(518, 'n'), 0, false},
-         }) {
+        bool isLookedFor;
+    } rows[] = {{"C:\\Dir\\a b.txt", 1, true},
+                {"%QMDIR%\\a b.txt", 1, true},
+                {"C:\\Secret\\s.txt", 1, true},
+                {"C:\\", 1, true},
+                {"C:\\Dir\\none", 0, true},
+                {"\\\\?\\C:\\Dir\\a b.txt", 1, true},
+                {"\\\\?\\", 0, true},
+                {"", 0, false},
+                {"C:\\a:b", 0, false},
+                {"C:\\Dir\\*", 0, false},
+                {"\\\\?\\C:\\a:b", 0, false},
+                {"C:\\" + std::string(517, 'n'), 0, true},
+                {"C:\\" + std::string(518, 'n'), 0, false}};
+    for (const auto& row : rows) {
         int looks = 0;
         machine::WatchCalls(
             [&](const char* name, const char*) { looks += std::string_view(name) == "GetFileAttributesA"; });
         EXPECT_EQ(FileExists(row.path.c_str()), row.exists) << row.path;
         machine::WatchCalls({});
-        EXPECT_EQ(looks > 0, row.looked) << row.path;
+        EXPECT_EQ(looks > 0, row.isLookedFor) << row.path;
     }
-    LogText log;
-    FileExists("C:\\a:b");
-    EXPECT_TRUE(log.Has("  invalid file name\n"));
     EXPECT_EQ(IsFolder("\"C:\\Dir\""), 1);
     EXPECT_EQ(IsFolder("C:\\Dir\\a b.txt"), 0);
     EXPECT_EQ(CanOpen("C:\\Dir"), 1);
     EXPECT_EQ(CanOpen("C:\\none"), 0);
-    EXPECT_TRUE(log.Has("CanOpen(C:\\none)...\n"));
-    EXPECT_TRUE(log.Has("  err=FILE_NOT_FOUND\n"));
 }
 
 TEST(FileTools, TheWriteTimeIsReadPastThoseWhoHoldTheFile) {
-    machine::TheFiles().Write("C:\\Dir\\t.ini", "x");
-    const ULONGLONG first = GetFileWriteTime("C:\\Dir\\t.ini");
-    EXPECT_NE(first, 0u);
-    Sleep(10);
-    machine::TheFiles().Write("C:\\Dir\\t.ini", "x");
-    HANDLE holder = CreateFileA("C:\\Dir\\t.ini", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    EXPECT_GT(GetFileWriteTime("C:\\Dir\\t.ini"), first);
+    Write("C:\\t.ini");
+    const ULONGLONG first = GetFileWriteTime("C:\\t.ini");
+    Write("C:\\t.ini");
+    HANDLE holder = CreateFileA("C:\\t.ini", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_GT(GetFileWriteTime("C:\\t.ini"), first);
     CloseHandle(holder);
-    EXPECT_EQ(GetFileWriteTime("C:\\Dir\\none.ini"), 0u);
+    EXPECT_EQ(GetFileWriteTime("C:\\none.ini"), 0u);
 }
 
 TEST(FileTools, ZoneMarksAreTakenOffTheFilesOfOneFolder) {
-    for (const char* file : {"C:\\Help\\a.chm", "C:\\Help\\b.chm", "C:\\Help\\Sub\\c.chm"}) {
-        machine::TheFiles().Write(file, "help");
-        if (file[8] != 'b') {
-            machine::TheFiles().Write(std::string(file) + ":Zone.Identifier", "[ZoneTransfer]");
-        }
-    }
+    for (const char* file : {"C:\\Help\\a.chm", "C:\\Help\\b.chm", "C:\\Help\\a.chm:Zone.Identifier",
+                             "C:\\Help\\Sub\\c.chm", "C:\\Help\\Sub\\c.chm:Zone.Identifier"})
+        Write(file);
     EXPECT_EQ(RemoveZoneIdentifiers("C:\\Help\\"), 1);
     EXPECT_EQ(CanOpen("C:\\Help\\a.chm:Zone.Identifier"), 0);
     EXPECT_EQ(CanOpen("C:\\Help\\Sub\\c.chm:Zone.Identifier"), 1);
@@ -175,68 +134,59 @@ TEST(FileTools, ZoneMarksAreTakenOffTheFilesOfOneFolder) {
     EXPECT_EQ(RemoveZoneIdentifiers("C:\\Nowhere"), 0);
 }
 
+HANDLE Open(const char* path, DWORD timeoutMs = 500) {
+    return CreateFileTimeout(path, GENERIC_READ, 0, OPEN_EXISTING, 0, timeoutMs);
+}
+
 TEST(CreateFileTimeout, TheCallerNeverWaitsLongerThanItSaid) {
-    machine::TheFiles().Write("C:\\slow.dat", "x");
-    struct Row {
-        const char* what;
-        DWORD openMs, timeoutMs, waitedMs;
-        DWORD error; // 0: a handle
-        bool tooLate;
-    };
-    for (const Row& row : {
-             Row{"in time", 300, 500, 300, 0, false},
-             Row{"just in time", 400, 500, 400, 0, false},
-             Row{"into the margin", 450, 500, 450, ERROR_TIMEOUT, true},
-             Row{"too late", 900, 500, 500, ERROR_TIMEOUT, true},
-             Row{"a short wait has no margin", 70, 80, 70, 0, false},
-             Row{"just as a short wait ends", 80, 80, 80, ERROR_TIMEOUT, false},
-             Row{"too late for a short wait", 90, 80, 80, ERROR_TIMEOUT, true},
-         }) {
-        LogText log;
+    StartLog();
+    Write("C:\\slow.dat");
+    const struct {
+        DWORD openMs, timeoutMs, waitedMs, error; // 0: a handle
+        bool isTooLate;
+    } rows[] = {{300, 500, 300, 0, false},
+                {400, 500, 400, 0, false},
+                {450, 500, 450, ERROR_TIMEOUT, true}, // into the margin
+                {900, 500, 500, ERROR_TIMEOUT, true},
+                {70, 80, 70, 0, false},             // a short wait has no margin
+                {80, 80, 80, ERROR_TIMEOUT, false}, // just as it ends
+                {90, 80, 80, ERROR_TIMEOUT, true}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.openMs);
+        ClearLog();
         machine::AddFault({.call = "CreateFileA", .on = "C:\\slow.dat", .delayMs = row.openMs});
-        const size_t open = machine::TheFiles().Find("C:\\slow.dat")->holders.size();
         const DWORD start = GetTickCount();
-        const HANDLE file = CreateFileTimeout("C:\\slow.dat", GENERIC_READ, 0, OPEN_EXISTING, 0, row.timeoutMs);
-        const DWORD error = GetLastError();
-        EXPECT_EQ(GetTickCount() - start, row.waitedMs) << row.what;
-        EXPECT_EQ(file != INVALID_HANDLE_VALUE, row.error == 0) << row.what;
-        if (file != INVALID_HANDLE_VALUE) {
+        const HANDLE file = Open("C:\\slow.dat", row.timeoutMs);
+        EXPECT_EQ(file == INVALID_HANDLE_VALUE ? GetLastError() : 0, row.error);
+        EXPECT_EQ(GetTickCount() - start, row.waitedMs);
+        if (row.error == 0)
             CloseHandle(file);
-        } else {
-            EXPECT_EQ(error, row.error) << row.what;
-        }
         Sleep(2000);
-        EXPECT_EQ(log.Has("  too late -> CloseHandle\n"), row.tooLate) << row.what;
-        EXPECT_EQ(machine::TheFiles().Find("C:\\slow.dat")->holders.size(), open)
-            << row.what << ": the handle is closed";
+        EXPECT_EQ(Logged("  too late -> CloseHandle\n"), row.isTooLate);
+        EXPECT_TRUE(machine::TheFiles().Find("C:\\slow.dat")->holders.empty()) << "the handle is closed";
     }
 }
 
-TEST(CreateFileTimeout, AFailureIsThatOfTheOpen) {
-    HANDLE file = CreateFileTimeout("C:\\none.dat", GENERIC_READ, 0, OPEN_EXISTING, 0, 500);
-    EXPECT_EQ(file, INVALID_HANDLE_VALUE);
+TEST(CreateFileTimeout, AFailureIsThatOfTheOpenOrOfItsThread) {
+    EXPECT_EQ(Open("C:\\none.dat"), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-    machine::TheFiles().Write("C:\\held.dat", "x");
-    HANDLE holder = CreateFileA("C:\\held.dat", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    file = CreateFileTimeout("C:\\held.dat", GENERIC_READ, 0, OPEN_EXISTING, 0, 500);
-    EXPECT_EQ(file, INVALID_HANDLE_VALUE);
+    Write("C:\\held.dat");
+    CreateFileA("C:\\held.dat", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_EQ(Open("C:\\held.dat"), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
-    CloseHandle(holder);
     machine::AddFault({.call = "CreateThread", .on = "*", .error = ERROR_NOT_ENOUGH_MEMORY});
-    EXPECT_EQ(CreateFileTimeout("C:\\held.dat", GENERIC_READ, 0, OPEN_EXISTING, 0, 500), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(Open("C:\\held.dat"), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
-    machine::ClearFaults();
 }
 
 TEST(Allocator, TriesAgainUntilThereIsMemory) {
-    LogText log;
+    StartLog();
     const LONG before = AllocatedBytes();
     machine::AddFault({.call = "HeapAlloc", .on = "*", .error = ERROR_NOT_ENOUGH_MEMORY, .times = 2});
     const DWORD start = GetTickCount();
-    const char* copy = StrDupNew("COM7");
-    EXPECT_STREQ(copy, "COM7");
+    EXPECT_STREQ(StrDupNew("COM7"), "COM7");
     EXPECT_EQ(GetTickCount() - start, 1000u);
-    EXPECT_TRUE(log.Has("HeapAlloc(5) failed\n"));
+    EXPECT_TRUE(Logged("HeapAlloc(5) failed\n"));
     EXPECT_EQ(AllocatedBytes() - before, 5);
     EXPECT_STREQ(StrDupNew(nullptr), "");
 }
@@ -247,17 +197,12 @@ DWORD WINAPI Nothing_ThreadProc(LPVOID) {
 }
 
 TEST(ThreadTools, ALoggedStartStandsInFrontOfTheThreadsFirstLine) {
-    LogText log;
+    StartLog();
     EXPECT_EQ(StartThreadLogged("Nothing_ThreadProc", Nothing_ThreadProc, nullptr), 1);
     Sleep(10);
     const std::string& text = machine::CurrentProcess()->debugOutput;
-    const size_t created = text.find("thread Nothing_ThreadProc created ThreadId=");
-    ASSERT_NE(created, std::string::npos);
-    EXPECT_LT(created, text.find("the thread runs"));
-    EXPECT_NE(StartThreadForId(nullptr, Nothing_ThreadProc, nullptr), 0u);
-    EXPECT_TRUE(log.Has("]  thread created ThreadId="));
-    machine::AddFault({.call = "CreateThread", .on = "*", .error = ERROR_NOT_ENOUGH_MEMORY});
-    EXPECT_EQ(StartThreadForId(nullptr, Nothing_ThreadProc, nullptr), 0u);
+    EXPECT_LT(text.find("thread Nothing_ThreadProc created ThreadId="), text.find("the thread runs"));
+    EXPECT_TRUE(Logged("the thread runs"));
 }
 
 TEST(OsVersion, TellsElevenByItsBuild) {
@@ -265,41 +210,24 @@ TEST(OsVersion, TellsElevenByItsBuild) {
     machine::TheRegistry().SetString(key, "ProductName", "Windows 10 Home");
     machine::TheRegistry().SetString(key, "DisplayVersion", "");
     machine::TheRegistry().SetString(key, "ReleaseId", "2009");
-    machine::TheRegistry().SetDword(key, "UBR", 4037);
     OsVersion os;
     GetOsVersion(&os);
-    EXPECT_EQ(os.MajorVersion, 10u);
-    EXPECT_EQ(os.BuildNumber, 22631u);
     EXPECT_EQ(os.VersionBcd, 0x1000u);
     EXPECT_EQ(os.CanCycleUsbPort, 1u);
     EXPECT_STREQ(os.ProductName, "Windows 11 Home");
     EXPECT_STREQ(os.DisplayVersion, "2009");
-    EXPECT_STREQ(os.Ubr, "4037");
     machine::TheRegistry().SetString(key, "ProductName", "Server");
     machine::TheRegistry().SetString(key, "DisplayVersion", "23H2");
     GetOsVersion(&os);
     EXPECT_STREQ(os.ProductName, "Server");
     EXPECT_STREQ(os.DisplayVersion, "23H2");
-    EXPECT_EQ(PackVersion(6, 3), 0x0603u);
     EXPECT_EQ(PackVersion(10, 12), 0x1012u);
 }
 
-TEST(Accounts, TheSystemsOwnAccountsAreToldByTheirSid) {
-    char sid[260];
-    EXPECT_EQ(GetUserSidText(sid), 1);
-    EXPECT_STREQ(sid, "S-1-5-18");
-    EXPECT_EQ(IsSystemAccount(), 1);
+TEST(Accounts, OnlyTheSystemsOwnAccountsAreToldByTheirSid) {
     EXPECT_EQ(IsSystemSidText("S-1-5-19"), 1);
     EXPECT_EQ(IsSystemSidText("S-1-5-180"), 0);
     EXPECT_EQ(IsSystemSidText("S-1-1-18"), 0);
-}
-
-TEST(SystemTools, ASubstitutedDriveIsTold) {
-    ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, "S:", "\\??\\C:\\Dir"));
-    ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, "T:", "\\Device\\HarddiskVolume9"));
-    EXPECT_EQ(IsSubstDrive('T'), 0);
-    EXPECT_EQ(IsSubstDrive('S'), 1);
-    EXPECT_EQ(IsSubstDrive('Q'), 0);
 }
 
 } // namespace

@@ -1,0 +1,424 @@
+#include "tests/storms/Judge.h"
+
+#include "inventory/CComPorts.h"
+#include "rehearse/LogOutput.h"
+#include "rehearse/MachineFacts.h"
+
+#include "simwin/devices/DeviceTree.h"
+#include "simwin/devices/Drivers.h"
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Image.h"
+#include "simwin/kernel/Locks.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Scheduler.h"
+#include "simwin/registry/Registry.h"
+#include "simwin/services/Services.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace storm {
+
+namespace {
+
+constexpr std::uint64_t SettlingMs = 1000;    // shorter pauses are not looked into
+constexpr std::uint64_t StopLimitMs = 11'000; // ten seconds and the last of its steps
+constexpr std::uint64_t SlowStopLimitMs = 30'000;
+constexpr std::uint64_t OwnChangeMs = 5000;
+constexpr unsigned LargestDatabaseNumber = 256;
+// First thread, service main or window thread, closer of the log.
+constexpr std::size_t ThreadsAtRest = 3;
+
+bool Says(const Device& device, std::string_view start) {
+    return std::any_of(device.lines.begin(), device.lines.end(),
+                       [&](const std::string& line) { return line.starts_with(start); });
+}
+
+bool IsNameWrite(const rehearse::WrittenValue& write) {
+    return (machine::EqualNoCase(write.name, "PortName") || machine::EqualNoCase(write.name, "DosDeviceName")) &&
+           write.before != write.after;
+}
+
+// The number in the brackets of a friendly name; 0 if there is none.
+unsigned NumberInFriendlyName(const std::string& name) {
+    const std::size_t at = name.rfind("(COM");
+    return at == std::string::npos ? 0 : machine::ComNumberOf(name.substr(at + 1, name.find(')', at) - at - 1));
+}
+
+std::string Quoted(const std::string& line) {
+    const std::size_t end = line.rfind('\''), start = line.rfind('\'', end - 1);
+    return line.substr(start + 1, end - start - 1);
+}
+
+std::string TargetOf(const std::string& name) {
+    const machine::DosDefinition* definition = machine::TheDosNames().InForce(name);
+    return definition ? definition->target : "";
+}
+
+machine::Process* TheProduct(const rehearse::Stage& stage) {
+    return stage.product && !stage.product->ended ? stage.product : nullptr;
+}
+
+// What cannot be opened a second time cannot be put back.
+bool HasCallFailed(std::string_view call) {
+    return std::any_of(machine::Faults().begin(), machine::Faults().end(),
+                       [&](const machine::Fault& fault) { return fault.call == call && fault.error && fault.acted; });
+}
+
+} // namespace
+
+void Judge::Complain(std::string what, std::string how) {
+    m_violations.push_back({std::move(what), fmt::format("{} at {} ms", how, machine::Now())});
+}
+
+bool Judge::HasFailed() const {
+    return std::any_of(machine::Faults().begin(), machine::Faults().end(),
+                       [](const machine::Fault& fault) { return fault.error && fault.acted; });
+}
+
+void Judge::Watch() {
+    m_stage.timeline->WatchWrites([this](const rehearse::WrittenValue& write) { OnWrite(write); });
+}
+
+void Judge::Schedule() {
+    std::vector<Event> events = m_plan.events;
+    for (Event& event : CalmEvents(m_plan, &m_settledAtMs)) {
+        if (event.text.starts_with("resume"))
+            m_lastCheckMs = event.atMs;
+        events.push_back(std::move(event));
+    }
+    for (std::size_t i = 1; i < events.size(); ++i) {
+        if (events[i].atMs - events[i - 1].atMs < SettlingMs)
+            continue;
+        const bool isCalm = events[i].atMs > m_settledAtMs;
+        machine::At(events[i].atMs - 1, machine::Due::Expectation, [this, isCalm] {
+            if (!m_stage.hasEnded)
+                Look(isCalm);
+        });
+    }
+}
+
+void Judge::Look(bool isCalm) {
+    if (!machine::IsAtRest())
+        return;
+    ++m_looks;
+    JudgeRest();
+    if (TheProduct(m_stage))
+        JudgePorts(isCalm);
+}
+
+void Judge::AtEnd() {
+    ++m_looks;
+    JudgeRest();
+    if (!TheProduct(m_stage)) {
+        Complain("the product runs in the end", "it has ended");
+        return;
+    }
+    JudgePorts(/*isCalm=*/true);
+    JudgeRules(RunningPorts(/*isCalm=*/true));
+    // (c) A twin stays marked behind a hub port cycle and gets another free number at each pass.
+    for (const rehearse::WrittenValue& write : m_stage.timeline->Writes()) {
+        const Device* device = RenamedPort(write);
+        if (device && m_lastCheckMs && write.atMs >= m_lastCheckMs && !IsTwin(*device))
+            Complain("a calm machine comes to rest",
+                     fmt::format("{}: {} -> {} ({} ms)", device->id, write.before, write.after, write.atMs));
+    }
+}
+
+// What holds whatever fails.
+void Judge::JudgeRest() {
+    for (const machine::Lock* lock : machine::HeldLocks())
+        Complain("no lock is held at rest", fmt::format("thread {}, entered in {}", lock->owner->id, lock->enteredIn));
+    if (const machine::Process* product = TheProduct(m_stage)) {
+        std::size_t threads = 0;
+        std::string waits;
+        for (const machine::Thread* thread : product->threads) {
+            // A port that hangs keeps the thread that tried to open it.
+            threads += std::string_view(thread->call) != "CreateFileA";
+            waits += fmt::format(" {} ({})", thread->call, thread->waitWhat);
+        }
+        if (threads > ThreadsAtRest)
+            Complain("no thread is left behind", fmt::format("{} threads in{}", threads, waits));
+    }
+    for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
+        const std::string driverKey = machine::DriverKeyOf(*node);
+        for (const std::string& key :
+             {node->enumPath, node->enumPath + "\\Device Parameters",
+              driverKey.empty() ? "" : "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\" + driverKey})
+            if (!key.empty() && machine::TheRegistry().FindKey(key) &&
+                !machine::TheRegistry().IsSecurityUnchanged(key) && !HasCallFailed("RegOpenKeyExA"))
+                Complain("access lists stay as they were", key);
+    }
+    ReadLog();
+}
+
+// What the log has told since it was read last.
+void Judge::ReadLog() {
+    const std::vector<std::string> lines = rehearse::LogLines();
+    for (std::size_t i = std::min(m_linesRead, lines.size()); i < lines.size(); ++i) {
+        const std::string& line = lines[i];
+        if (line.find("INT3 in") != std::string::npos && !HasFailed())
+            Complain("no fatal line", line);
+        // (i) A name that the service makes itself, for another port that has lost its own or in quick mode, is not the
+        // driver's: it stays when that port goes, in quick mode once the service was started anew.
+        if (line.find(" has lost its DDN '") != std::string::npos)
+            m_ownNames.insert(Quoted(line));
+        if (const std::size_t at = line.find(" created as "); at != std::string::npos && m_plan.switches.stops)
+            m_ownNames.insert(line.substr(line.rfind(' ', at - 1) + 1, at - line.rfind(' ', at - 1) - 1));
+        // (a) A removal takes a link for its own that leads to the kernel name of the record, also when that is the
+        // name's owner, or the same device that is back already.
+        if (line.find(" DDN '") != std::string::npos && line.ends_with("' removed"))
+            m_removedAtMs[Quoted(line)] = machine::Now();
+    }
+    m_linesRead = lines.size();
+    for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries())
+        if (entry.isOutside && entry.what.starts_with("the DOS name ") && entry.what.ends_with(" is deleted"))
+            m_removedAtMs[machine::Split(entry.what, ' ')[3]] = entry.atMs;
+}
+
+// What keeps a port from its name while the world shakes, without a fault of the product's.
+bool Judge::IsHindered(const Device& device) const {
+    if (m_plan.switches.stubborn)
+        return true;
+    // The class installer's list of ports does not have a modem: without a hub that cycles its port nothing restarts
+    // it.
+    if (Says(device, "kind = \"modem\"") && !Says(device, "interfaces"))
+        return true;
+    // (e) A port that is not on USB and seems to have come along with an upper device 0 waits for its restart for ever.
+    if (device.parent.empty() && (m_plan.switches.atBoot || m_plan.switches.atWrap))
+        return true;
+    return IsTwin(device);
+}
+
+// One of two that came with one name: nothing is done about it while no rule and no arrival moves one of them.
+bool Judge::IsTwin(const Device& device) const {
+    return std::any_of(m_plan.devices.begin(), m_plan.devices.end(), [&](const Device& other) {
+        return &other != &device && std::any_of(other.lines.begin(), other.lines.end(), [&](const std::string& line) {
+            return line.starts_with("port_name") && Says(device, line);
+        });
+    });
+}
+
+// The port that a write to its registry name is about; null for another key.
+const Device* Judge::RenamedPort(const rehearse::WrittenValue& write) const {
+    for (const Device& device : m_plan.devices) {
+        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device.id);
+        if (device.isPort && node && IsNameWrite(write) &&
+            machine::EqualNoCase(write.key, node->enumPath + "\\Device Parameters"))
+            return &device;
+    }
+    return nullptr;
+}
+
+std::vector<Judge::Running> Judge::RunningPorts(bool isCalm) const {
+    std::vector<Running> ports;
+    for (const Device& device : m_plan.devices) {
+        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device.id);
+        if (!device.isPort || !node || !node->IsRunning() || !node->driver)
+            continue;
+        Running port{&device, node, machine::RegistryNameOf(*node), machine::DosNameOf(*node), node->driver->name,
+                     true};
+        // A link that stays behind a driver, or that somebody laid there, keeps a driver from its name.
+        const std::string target = TargetOf(port.name);
+        const bool isDeadLink = !target.empty() && !machine::TheDeviceTree().RunningDevice(target);
+        // A modem is not found by its interface: without a hub that cycles its port nothing restarts it.
+        const bool isLeftAlone = Says(device, "kind = \"modem\"") &&
+                                 std::string_view(m_plan.windows.front()).find("6.1") != std::string::npos;
+        port.isBound = !isDeadLink && !isLeftAlone && !m_ownNames.contains(port.name) && !Says(device, "leaves_link") &&
+                       !Says(device, "link_goes") && (isCalm || !IsHindered(device));
+        const rehearse::TimelineEntry* start = LastStart(device.id);
+        const std::uint64_t ranAtMs = start ? start->atMs : 0;
+        // A driver that found its name taken does not try again when it is free.
+        const bool hasComeTooEarly =
+            target.empty() && start &&
+            (start->what.starts_with("runs without") || (start->what == "restarts" && start->to.empty()));
+        port.isBound &= !hasComeTooEarly;
+        const auto shared = m_sharedAtMs.find(&device);
+        if (shared != m_sharedAtMs.end() &&
+            (ranAtMs <= shared->second + OwnChangeMs || IsNameOfOther(device, port.name)))
+            port.isBound = false;
+        const auto removed = m_removedAtMs.find(port.name);
+        if (removed != m_removedAtMs.end() && ranAtMs <= removed->second)
+            port.isBound = false;
+        ports.push_back(std::move(port));
+    }
+    // What waits for its next start keeps the name that another one has by now.
+    for (Running& port : ports) {
+        const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(TargetOf(port.name));
+        for (const Running& other : ports)
+            if (owner && owner->node == other.node && other.node != port.node && !other.isBound)
+                port.isBound = false;
+    }
+    return ports;
+}
+
+void Judge::JudgePorts(bool isCalm) {
+    // A call that failed excuses what follows from it until every device has come anew in the calm.
+    if (!isCalm && (HasFailed() || m_plan.switches.uninstalls))
+        return;
+    const std::vector<Running> ports = RunningPorts(isCalm);
+    for (const Running& port : ports) {
+        for (const Running& other : ports)
+            if (&other < &port && port.isBound && other.isBound && machine::ComNumberOf(port.name) &&
+                machine::EqualNoCase(port.name, other.name))
+                Complain("registry names differ",
+                         fmt::format("{} and {} are both {}", other.device->id, port.device->id, port.name));
+        if (port.isBound && machine::ComNumberOf(port.name) && TargetOf(port.name) != port.kernel)
+            Complain(
+                "a running driver has its registry name",
+                fmt::format("{} ({}): {} leads to '{}'", port.device->id, port.kernel, port.name, TargetOf(port.name)));
+        const unsigned number = machine::ComNumberOf(port.dosName);
+        if (port.isBound && number && number <= LargestDatabaseNumber && !machine::ComDbTest(number) &&
+            !IsBitOfOther(port))
+            Complain("the database has every present number", fmt::format("{}: {}", port.device->id, port.dosName));
+        const unsigned friendly = NumberInFriendlyName(machine::FriendlyNameOf(*port.node));
+        if (port.isBound && friendly && machine::ComNumberOf(port.name) && friendly != machine::ComNumberOf(port.name))
+            Complain("registry name and friendly name agree",
+                     fmt::format("{}: {} and '{}'", port.device->id, port.name, machine::FriendlyNameOf(*port.node)));
+    }
+    JudgeRecords(ports);
+}
+
+void Judge::JudgeRecords(const std::vector<Running>& ports) {
+    const auto* table = static_cast<CComPorts**>(machine::ImageSymbol(TheProduct(m_stage)->image, "g_pComPorts"));
+    if (!table || !*table)
+        return;
+    for (LONG i = 0; i < (*table)->PortCount; ++i) {
+        const CComPort* record = (*table)->Ports[i];
+        const auto port = std::find_if(ports.begin(), ports.end(),
+                                       [&](const Running& p) { return p.node->number == record->DevInst; });
+        if (port == ports.end() || !port->isBound || !record->IsPresent || record->szPortName[0] == 0)
+            continue;
+        const std::string target = TargetOf(record->szPortName);
+        if (target != port->kernel && machine::TheDeviceTree().RunningDevice(target))
+            Complain("a name that a record claims leads to its port",
+                     fmt::format("{} ({}): the record has {}, which leads to '{}'", port->device->id, port->kernel,
+                                 record->szPortName, target));
+        if (target.empty())
+            Complain("a name that a record claims is there",
+                     fmt::format("{} ({}): {}", port->device->id, port->kernel, record->szPortName));
+    }
+}
+
+// No port stands behind what its section wants while a number that it likes better is free.
+void Judge::JudgeRules(const std::vector<Running>& ports) {
+    for (const Running& port : ports) {
+        const Section* section = FittingSection(m_plan.configurations.back(), *port.device);
+        if (!section || !port.isBound || !port.name.starts_with("COM"))
+            continue;
+        for (const unsigned number : section->wants) {
+            const std::string wanted = fmt::format("COM{}", number);
+            if (machine::EqualNoCase(wanted, port.name))
+                break;
+            const bool isTaken = !TargetOf(wanted).empty() ||
+                                 std::any_of(ports.begin(), ports.end(),
+                                             [&](const auto& p) { return machine::EqualNoCase(p.name, wanted); });
+            if (!isTaken)
+                Complain("every rule that can be met is met",
+                         fmt::format("{} is {} and {} is free", port.device->id, port.name, wanted));
+        }
+    }
+}
+
+bool Judge::IsNameOfOther(const Device& device, const std::string& name) const {
+    return std::any_of(m_plan.devices.begin(), m_plan.devices.end(), [&](const Device& other) {
+        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
+        return &other != &device && other.isPort && node && machine::EqualNoCase(machine::RegistryNameOf(*node), name);
+    });
+}
+
+// (j) A number counts as free while the port that has it in the registry has no DOS name: its restart is put off, or it
+// is away for a moment. Who is given it may take the owner's name for its own, and one of them has none until it comes
+// anew.
+// Likewise where two came with one name and the one that has the link is moved.
+void Judge::NoteNumberOfOther(const Device& device, const rehearse::WrittenValue& write) {
+    for (const Device& other : m_plan.devices) {
+        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
+        if (&other == &device || !other.isPort || !node)
+            continue;
+        const std::string name = machine::RegistryNameOf(*node);
+        if (machine::EqualNoCase(name, write.before))
+            m_movedAtMs[&other] = write.atMs;
+        if (machine::EqualNoCase(name, write.after) && TargetOf(name).empty())
+            m_sharedAtMs[&device] = m_sharedAtMs[&other] = write.atMs;
+        const bool isOwner = node->driver && TargetOf(name) == node->driver->name;
+        if (machine::EqualNoCase(name, write.before) && !isOwner)
+            m_sharedAtMs[&other] = write.atMs;
+    }
+}
+
+void Judge::OnWrite(const rehearse::WrittenValue& write) {
+    const Device* device = RenamedPort(write);
+    if (!device)
+        return;
+    NoteNumberOfOther(*device, write);
+    if (!IsNeverMeant(m_plan, *device) || (HasFailed() && machine::Now() < m_settledAtMs))
+        return;
+    // (a) Nothing tells the second of two arrivals of one device that the first has moved it.
+    // Nor is the second of two that came with one name left alone when the first has been moved.
+    const auto isJustNow = [&](const auto& times) {
+        const auto found = times.find(device);
+        return found != times.end() && write.atMs - found->second <= OwnChangeMs;
+    };
+    const bool isMovedAlready = isJustNow(m_movedAtMs) || isJustNow(m_sharedAtMs);
+    // The other one may just be on its way through a restart.
+    if (!IsNameOfOther(*device, write.before) && !isMovedAlready)
+        Complain("nobody takes a number from a port without a rule",
+                 fmt::format("{}: {} -> {}", device->id, write.before, write.after));
+    m_movedAtMs[device] = write.atMs;
+}
+
+// When and how the port came to run last; null if it has run all the time.
+const rehearse::TimelineEntry* Judge::LastStart(const std::string& device) const {
+    const rehearse::TimelineEntry* last = nullptr;
+    for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries())
+        if (entry.device == device && (entry.what.starts_with("runs") || entry.what == "restarts"))
+            last = &entry;
+    return last;
+}
+
+// The last moment at which the product looked at the port for certain: it came to run, or everything was checked.
+std::uint64_t Judge::LastLookedAtMs(const std::string& device) const {
+    const rehearse::TimelineEntry* start = LastStart(device);
+    std::uint64_t last = start ? start->atMs : 0;
+    for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries())
+        if (entry.atMs >= m_plan.calmAtMs && entry.what.starts_with("the machine wakes"))
+            last = std::max(last, entry.atMs);
+    return last;
+}
+
+// (b) A renamed port takes the bit of its old name out of the database, also when another port has that name; it comes
+// back with that one's next check.
+bool Judge::IsBitOfOther(const Running& port) const {
+    const std::uint64_t lookedAtMs = LastLookedAtMs(port.device->id);
+    return std::any_of(m_stage.timeline->Writes().begin(), m_stage.timeline->Writes().end(), [&](const auto& write) {
+        return IsNameWrite(write) && write.atMs >= lookedAtMs && machine::EqualNoCase(write.before, port.dosName) &&
+               machine::FindNoCase(write.key, port.node->enumPath) == std::string::npos;
+    });
+}
+
+void Judge::JudgeStops() {
+    std::uint64_t pendingAtMs = 0;
+    simwin::DWORD state = 0;
+    const std::uint64_t limit = m_plan.switches.slow ? SlowStopLimitMs : StopLimitMs;
+    for (const machine::ServiceReport& report : machine::ServiceReports()) {
+        if (report.state == simwin::SERVICE_STOP_PENDING && state != report.state)
+            pendingAtMs = report.atMs;
+        if (report.state == simwin::SERVICE_STOPPED && state == simwin::SERVICE_STOP_PENDING &&
+            report.atMs - pendingAtMs > limit)
+            Complain("a stop ends within ten seconds and a little",
+                     fmt::format("begun at {} ms, ended at {} ms", pendingAtMs, report.atMs));
+        state = report.state;
+    }
+}
+
+void Judge::AfterStop(std::size_t leakedHandles) {
+    if (TheProduct(m_stage))
+        Complain("the last stop ends", machine::WhoWaits());
+    if (leakedHandles && !HasFailed())
+        Complain("nothing is leaked", fmt::format("{} handles", leakedHandles));
+    JudgeStops();
+}
+
+} // namespace storm

@@ -1,0 +1,26 @@
+// Runs one plan on a simulated machine of its own and tells what was broken. One storm a host process: a crash of the
+// product ends it, and the caller sees by the exit code which way.
+#pragma once
+
+#include "tests/storms/Judge.h"
+#include "tests/storms/Plan.h"
+
+#include <string>
+#include <vector>
+
+namespace storm {
+
+struct Counts {
+    unsigned events = 0, looks = 0, ports = 0, restarts = 0, swaps = 0, faults = 0;
+};
+
+struct Outcome {
+    std::vector<Violation> violations;
+    Counts counts;
+    std::string everything; // report and log, for the comparison of two runs
+};
+
+// imageFile, resourceFile: the product as a shared object and its compiled resources.
+Outcome RunStorm(const Plan& plan, const std::string& imageFile, const std::string& resourceFile);
+
+} // namespace storm

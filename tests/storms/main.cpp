@@ -1,0 +1,140 @@
+// storm: random histories from seeds. Prints what each failing seed broke, and writes the smallest description that
+// still breaks it.
+#include "tests/storms/Runner.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <thread>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr std::uint64_t TwiceEach = 20; // every so manieth seed runs twice and must be the same
+
+struct Line {
+    std::size_t seeds = 0;
+    std::uint64_t first = 1;
+    unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
+    std::string folder, image = QM_IMAGE_FILE, resources = QM_RESOURCE_FILE;
+    bool verbose = false, print = false;
+};
+
+void Describe(CLI::App& app, Line& line) {
+    app.add_option("SEEDS", line.seeds, "how many seeds")->required();
+    app.add_option("--first", line.first, "the first of them");
+    app.add_option("--jobs", line.jobs, "so many at a time")->check(CLI::Range(1, 64));
+    app.add_option("--write", line.folder, "write shrunk descriptions of failing seeds there")->type_name("DIR");
+    app.add_option("--image", line.image, "the product as a shared object")->group("");
+    app.add_flag("--verbose", line.verbose, "a line for each seed");
+    app.add_flag("--print", line.print, "print the descriptions of the seeds, run nothing");
+}
+
+void TellFailure(const storm::Plan& plan, const storm::RunResult& result) {
+    fmt::print("seed {} ({}):\n", plan.seed, storm::SwitchesText(plan.switches));
+    for (const storm::Violation& violation : result.violations)
+        fmt::print("  {}: {}\n", violation.what, violation.how);
+    std::fflush(stdout);
+}
+
+void WriteShrunk(const storm::Runner& runner, const Line& line, const storm::Plan& plan,
+                 const storm::Violation& violation) {
+    const storm::Plan small = runner.Shrink(plan, violation.what);
+    const std::string file = fmt::format("{}/storm-{}.toml", line.folder, plan.seed);
+    std::string title = fmt::format("# Storm {} breaks: {}.\n", plan.seed, violation.what);
+    for (const storm::Violation& v : runner.Run(small).violations)
+        title += fmt::format("#   {}: {}\n", v.what, v.how);
+    title += fmt::format("# Run it with: quillmarch-rehearse --seed {} --log - FILE\n\n", plan.seed);
+    std::ofstream(file, std::ios::binary) << title << storm::Description(small);
+    fmt::print("  written: {}\n", file);
+}
+
+class Total {
+public:
+    void Add(const storm::Plan& plan, const storm::RunResult& result) {
+        const storm::Counts& c = result.counts;
+        m_counts.events += c.events;
+        m_counts.looks += c.looks;
+        m_counts.ports += c.ports;
+        m_counts.restarts += c.restarts;
+        m_counts.swaps += c.swaps;
+        m_counts.faults += c.faults;
+        if (result.violations.empty())
+            return;
+        ++m_failed;
+        std::map<std::string, unsigned> once;
+        for (const storm::Violation& violation : result.violations)
+            once[violation.what] = 1;
+        for (const auto& [what, one] : once)
+            m_broken[what] += one;
+        m_seeds[once.begin()->first] += fmt::format(" {}", plan.seed);
+    }
+    void Tell(std::size_t seeds) const {
+        fmt::print("{} storms: {} events, {} looks at rest, {} ports, {} restarts, {} swaps, {} faults; {} failed\n",
+                   seeds, m_counts.events, m_counts.looks, m_counts.ports, m_counts.restarts, m_counts.swaps,
+                   m_counts.faults, m_failed);
+        for (const auto& [what, count] : m_broken)
+            fmt::print("  {} x {}\n", count, what);
+    }
+    bool HasFailed() const { return m_failed != 0; }
+
+private:
+    storm::Counts m_counts;
+    unsigned m_failed = 0;
+    std::map<std::string, unsigned> m_broken;
+    std::map<std::string, std::string> m_seeds;
+};
+
+int RunSeeds(const Line& line) {
+    const storm::Runner runner(line.image, line.resources, line.jobs);
+    // A seed that runs twice has two places, one behind the other.
+    std::vector<std::uint64_t> places;
+    for (std::uint64_t seed = line.first; seed < line.first + line.seeds; ++seed)
+        places.insert(places.end(), seed % TwiceEach == 0 ? 2 : 1, seed);
+    Total total;
+    std::map<std::uint64_t, std::uint64_t> digests;
+    std::vector<std::pair<storm::Plan, storm::Violation>> failures;
+    runner.RunAll(
+        places.size(), [&](std::size_t place) { return storm::PlanOf(places[place]); },
+        [&](std::size_t place, storm::RunResult result) {
+            const storm::Plan plan = storm::PlanOf(places[place]);
+            const auto [known, isFirst] = digests.emplace(plan.seed, result.digest);
+            if (!isFirst && known->second != result.digest)
+                result.violations.push_back({"the same seed is the same run", "report or log differ"});
+            if (line.verbose)
+                fmt::print("seed {}: {}\n", plan.seed, storm::SwitchesText(plan.switches));
+            if (isFirst || !result.violations.empty())
+                total.Add(plan, result);
+            if (result.violations.empty())
+                return;
+            TellFailure(plan, result);
+            failures.emplace_back(plan, result.violations.front());
+        });
+    if (!line.folder.empty()) {
+        std::filesystem::create_directories(line.folder);
+        for (const auto& [plan, violation] : failures)
+            WriteShrunk(runner, line, plan, violation);
+    }
+    total.Tell(line.seeds);
+    return total.HasFailed() ? 1 : 0;
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    CLI::App app("Random histories under seeded schedules, judged by what must always hold.", "storm");
+    Line line;
+    Describe(app, line);
+    CLI11_PARSE(app, count, arguments);
+    if (!line.print)
+        return RunSeeds(line);
+    for (std::uint64_t seed = line.first; seed < line.first + line.seeds; ++seed)
+        fmt::print("# {}\n{}", storm::SwitchesText(storm::PlanOf(seed).switches),
+                   storm::Description(storm::PlanOf(seed)));
+    return 0;
+}
