@@ -67,6 +67,8 @@ Action MoveEvent(const Record& event, Stage& stage) {
     if (!node || !node->IsHub())
         throw InputError(table.At("hub"), fmt::format("'{}' is no hub", hub));
     const unsigned port = NumberIn(table, "hub_port", 1, node->ports ? node->ports : MostHubPorts);
+    if (machine::HangsBelow(node, machine::TheDeviceTree().FindById(id)))
+        throw InputError(table.At("hub"), fmt::format("'{}' hangs below what is moved there", hub));
     return [&stage, id, hub, port] {
         stage.timeline->Outside(fmt::format("moved to port {} of {}:", port, hub), id);
         machine::MoveDevice(id, hub, port);

@@ -58,15 +58,23 @@ private:
     std::ofstream m_stream;
 };
 
-// The machine goes before what watches it.
+// The machine goes before what watches it, and what ends with it is no part of the run: also when the input turns out
+// to be wrong while the machine is there already.
 struct MachineLife {
-    explicit MachineLife(const machine::Setup& setup) {
+    MachineLife(const machine::Setup& setup, Timeline& ofRun, Leaks& ofProduct) : timeline(ofRun), leaks(ofProduct) {
         machine::CreateMachine(setup);
         machine::InstallCrashHandler();
     }
-    ~MachineLife() { machine::DestroyMachine(); }
+    ~MachineLife() {
+        timeline.Close();
+        leaks.Close();
+        machine::DestroyMachine();
+    }
     MachineLife(const MachineLife&) = delete;
     MachineLife& operator=(const MachineLife&) = delete;
+
+    Timeline& timeline;
+    Leaks& leaks;
 };
 
 std::uint64_t UntilMs(const Record& description, const Options& options) {
@@ -128,7 +136,7 @@ int Rehearse(const Options& options) {
     Leaks leaks;
     Stage stage{&description, &timeline};
     Expectations expectations(stage);
-    const MachineLife machine(setup);
+    const MachineLife machine(setup, timeline, leaks);
     FillMachine(description, options);
     timeline.Watch();
     leaks.Watch();
@@ -165,7 +173,6 @@ int Rehearse(const Options& options) {
             StopProduct(stage, leaks, report);
         json.Write(report.dump(2) + "\n");
     }
-    leaks.Close();
     std::fflush(stdout);
     if (!isDone) {
         TellOutcome(outcome);

@@ -19,13 +19,6 @@ namespace {
 constexpr std::string_view EnumPart = "\\CurrentControlSet\\Enum\\";
 constexpr std::string_view ParametersPart = "\\Device Parameters";
 
-bool IsBelow(const machine::DeviceNode* node, const machine::DeviceNode* top) {
-    for (; node; node = node->parent)
-        if (node == top)
-            return true;
-    return false;
-}
-
 // The device whose name value a key holds; "" for another key.
 std::string DeviceOfParameters(std::string_view key) {
     const std::size_t enumAt = machine::FindNoCase(key, EnumPart);
@@ -121,7 +114,7 @@ void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
     bool isTold = false;
     for (auto& [id, port] : m_ports) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
-        if (!top || !node || !IsBelow(node, top))
+        if (!top || !node || !machine::HangsBelow(node, top))
             continue;
         if (comesLater) {
             port.pendingMeans = restart.means;

@@ -66,6 +66,13 @@ DeviceTree& TheDeviceTree() {
     return *g_tree;
 }
 
+bool HangsBelow(const DeviceNode* node, const DeviceNode* top) {
+    for (; node; node = node->parent)
+        if (node == top)
+            return true;
+    return false;
+}
+
 DeviceTree::~DeviceTree() {
     for (auto& [name, devices] : m_kernel)
         for (KernelDevice* device : devices)

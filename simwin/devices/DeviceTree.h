@@ -145,6 +145,9 @@ private:
 
 DeviceTree& TheDeviceTree();
 
+// Whether a node hangs at or below another; a null node does not.
+bool HangsBelow(const DeviceNode* node, const DeviceNode* top);
+
 // Properties, as the configuration manager gives them: what stands in the registry, with texts of the form
 // "@file,%name%;Text" cut to the text and "(1,2,3)" filled in. "" for one that is not there.
 std::string DeviceText(const DeviceNode& node, const char* value);

@@ -268,9 +268,8 @@ std::string LinkDescribed(const DeviceDescription& description) {
         return fmt::format("device '{}': there is no parent '{}'", description.id, *description.parent);
     if (!parent && !node->parent && !node->root)
         parent = ParentByEnumerator(node->id);
-    for (const DeviceNode* above = parent; above; above = above->parent)
-        if (above == node)
-            return fmt::format("device '{}': it hangs below itself", node->id);
+    if (HangsBelow(parent, node))
+        return fmt::format("device '{}': it hangs below itself", node->id);
     if (parent && !node->root)
         TheDeviceTree().SetParent(node, parent);
     return {};

@@ -11,8 +11,8 @@
 
 namespace machine {
 
-// Adds a node for every device below Enum, in the order of the exports, and the root if the exports have none. Keys that
-// only hold values of a described device are left to its description.
+// Adds a node for every device below Enum, in the order of the exports, and the root if the exports have none. Keys
+// that only hold values of a described device are left to its description.
 void AddExportedDevices(const std::vector<DeviceDescription>& described);
 // Finds the parents of the nodes that have none, once all nodes are there: by the prefix of their instance ids, by
 // their location, by their enumerator.

@@ -372,13 +372,15 @@ void ReplugDevice(std::string_view id, std::uint64_t offMs) {
 void MoveDevice(std::string_view id, std::string_view hubId, unsigned hubPort, std::uint64_t offMs) {
     DeviceNode* node = TheDeviceTree().FindById(id);
     DeviceNode* hub = TheDeviceTree().FindById(hubId);
-    if (!node || !hub)
+    if (!node || !hub || HangsBelow(hub, node))
         return;
     const std::uint64_t leaves = DetachTree(*node, Cause::Outside);
     After(std::max(offMs, leaves), [node, hub, hubPort] {
         node->pulledOut = node->crowdedOut = false;
-        TheDeviceTree().SetParent(node, hub);
-        PlaceOnHub(*node, *hub, hubPort);
+        if (!HangsBelow(hub, node)) { // the hub may have been moved meanwhile
+            TheDeviceTree().SetParent(node, hub);
+            PlaceOnHub(*node, *hub, hubPort);
+        }
         AttachNode(*node, Cause::Outside);
     });
 }

@@ -5,6 +5,7 @@
 #include "rehearse/MachineFacts.h"
 
 #include "simwin/devices/DeviceTree.h"
+#include "simwin/devices/Devices.h"
 #include "simwin/devices/Drivers.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Image.h"
@@ -58,6 +59,21 @@ std::string TargetOf(const std::string& name) {
 
 machine::Process* TheProduct(const rehearse::Stage& stage) {
     return stage.product && !stage.product->ended ? stage.product : nullptr;
+}
+
+std::vector<const CComPort*> Records(const rehearse::Stage& stage) {
+    const auto* table = static_cast<CComPorts**>(machine::ImageSymbol(TheProduct(stage)->image, "g_pComPorts"));
+    if (!table || !*table)
+        return {};
+    return {(*table)->Ports, (*table)->Ports + (*table)->PortCount};
+}
+
+bool IsMarked(const rehearse::Stage& stage, const std::string& device) {
+    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device);
+    const std::vector<const CComPort*> records = Records(stage);
+    return std::any_of(records.begin(), records.end(), [&](const CComPort* record) {
+        return node && record->DevInst == node->number && record->MarkedForRestart;
+    });
 }
 
 // What cannot be opened a second time cannot be put back.
@@ -117,10 +133,11 @@ void Judge::AtEnd() {
     }
     JudgePorts(/*isCalm=*/true);
     JudgeRules(RunningPorts(/*isCalm=*/true));
-    // (c) A twin stays marked behind a hub port cycle and gets another free number at each pass.
+    // (c) One that shared its name at a start stays marked behind a hub port cycle and gets another free number at each
+    // pass.
     for (const rehearse::WrittenValue& write : m_stage.timeline->Writes()) {
         const Device* device = RenamedPort(write);
-        if (device && m_lastCheckMs && write.atMs >= m_lastCheckMs && !IsTwin(*device))
+        if (device && m_lastCheckMs && write.atMs >= m_lastCheckMs && !IsMarked(m_stage, device->id))
             Complain("a calm machine comes to rest",
                      fmt::format("{}: {} -> {} ({} ms)", device->id, write.before, write.after, write.atMs));
     }
@@ -158,18 +175,23 @@ void Judge::ReadLog() {
     const std::vector<std::string> lines = rehearse::LogLines();
     for (std::size_t i = std::min(m_linesRead, lines.size()); i < lines.size(); ++i) {
         const std::string& line = lines[i];
-        if (line.find("INT3 in") != std::string::npos && !HasFailed())
+        // (j) A USB port that is pulled out while its record is read has no hub port, which counts as fatal.
+        if (line.find("INT3 in") != std::string::npos && line.find("BuildUsbPortName") == std::string::npos &&
+            !HasFailed())
             Complain("no fatal line", line);
-        // (i) A name that the service makes itself, for another port that has lost its own or in quick mode, is not the
-        // driver's: it stays when that port goes, in quick mode once the service was started anew.
+        // (a) A link is told by its kernel name alone. So a removal, or the end of a renaming, may take the link of the
+        // name's owner, of a device that has come to the kernel name meanwhile, or of the same one that is back
+        // already.
+        if (line.find(" DDN '") != std::string::npos && line.ends_with("' removed"))
+            m_removedAtMs[Quoted(line)] = machine::Now();
+        if (const std::size_t at = line.find("old COM"); at != std::string::npos && line.ends_with("-> delete"))
+            m_removedAtMs[line.substr(at + 4, line.find(' ', at + 4) - at - 4)] = machine::Now();
+        // And a link that the service makes, to restore another port's or in quick mode, is not the driver's: it stays
+        // when that port goes, in quick mode once the service was started anew.
         if (line.find(" has lost its DDN '") != std::string::npos)
             m_ownNames.insert(Quoted(line));
         if (const std::size_t at = line.find(" created as "); at != std::string::npos && m_plan.switches.stops)
             m_ownNames.insert(line.substr(line.rfind(' ', at - 1) + 1, at - line.rfind(' ', at - 1) - 1));
-        // (a) A removal takes a link for its own that leads to the kernel name of the record, also when that is the
-        // name's owner, or the same device that is back already.
-        if (line.find(" DDN '") != std::string::npos && line.ends_with("' removed"))
-            m_removedAtMs[Quoted(line)] = machine::Now();
     }
     m_linesRead = lines.size();
     for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries())
@@ -221,7 +243,10 @@ std::vector<Judge::Running> Judge::RunningPorts(bool isCalm) const {
                      true};
         // A link that stays behind a driver, or that somebody laid there, keeps a driver from its name.
         const std::string target = TargetOf(port.name);
-        const bool isDeadLink = !target.empty() && !machine::TheDeviceTree().RunningDevice(target);
+        const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(target);
+        const bool isDeadLink =
+            !target.empty() &&
+            (!owner || (owner->node != node && owner->link != machine::TheDosNames().InForce(port.name)->id));
         // A modem is not found by its interface: without a hub that cycles its port nothing restarts it.
         const bool isLeftAlone = Says(device, "kind = \"modem\"") &&
                                  std::string_view(m_plan.windows.front()).find("6.1") != std::string::npos;
@@ -233,7 +258,7 @@ std::vector<Judge::Running> Judge::RunningPorts(bool isCalm) const {
         const bool hasComeTooEarly =
             target.empty() && start &&
             (start->what.starts_with("runs without") || (start->what == "restarts" && start->to.empty()));
-        port.isBound &= !hasComeTooEarly;
+        port.isBound &= !hasComeTooEarly && !IsStillMarked(device.id);
         const auto shared = m_sharedAtMs.find(&device);
         if (shared != m_sharedAtMs.end() &&
             (ranAtMs <= shared->second + OwnChangeMs || IsNameOfOther(device, port.name)))
@@ -281,11 +306,7 @@ void Judge::JudgePorts(bool isCalm) {
 }
 
 void Judge::JudgeRecords(const std::vector<Running>& ports) {
-    const auto* table = static_cast<CComPorts**>(machine::ImageSymbol(TheProduct(m_stage)->image, "g_pComPorts"));
-    if (!table || !*table)
-        return;
-    for (LONG i = 0; i < (*table)->PortCount; ++i) {
-        const CComPort* record = (*table)->Ports[i];
+    for (const CComPort* record : Records(m_stage)) {
         const auto port = std::find_if(ports.begin(), ports.end(),
                                        [&](const Running& p) { return p.node->number == record->DevInst; });
         if (port == ports.end() || !port->isBound || !record->IsPresent || record->szPortName[0] == 0)
@@ -305,7 +326,7 @@ void Judge::JudgeRecords(const std::vector<Running>& ports) {
 void Judge::JudgeRules(const std::vector<Running>& ports) {
     for (const Running& port : ports) {
         const Section* section = FittingSection(m_plan.configurations.back(), *port.device);
-        if (!section || !port.isBound || !port.name.starts_with("COM"))
+        if (!section || !port.isBound || m_sharedAtMs.contains(port.device) || !port.name.starts_with("COM"))
             continue;
         for (const unsigned number : section->wants) {
             const std::string wanted = fmt::format("COM{}", number);
@@ -328,7 +349,7 @@ bool Judge::IsNameOfOther(const Device& device, const std::string& name) const {
     });
 }
 
-// (j) A number counts as free while the port that has it in the registry has no DOS name: its restart is put off, or it
+// (i) A number counts as free while the port that has it in the registry has no DOS name: its restart is put off, or it
 // is away for a moment. Who is given it may take the owner's name for its own, and one of them has none until it comes
 // anew.
 // Likewise where two came with one name and the one that has the link is moved.
@@ -363,7 +384,9 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
     };
     const bool isMovedAlready = isJustNow(m_movedAtMs) || isJustNow(m_sharedAtMs);
     // The other one may just be on its way through a restart.
-    if (!IsNameOfOther(*device, write.before) && !isMovedAlready)
+    const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(TargetOf(write.before));
+    const bool isLinkOfOther = owner && !machine::EqualNoCase(owner->node->id, device->id);
+    if (!IsNameOfOther(*device, write.before) && !isLinkOfOther && !isMovedAlready)
         Complain("nobody takes a number from a port without a rule",
                  fmt::format("{}: {} -> {}", device->id, write.before, write.after));
     m_movedAtMs[device] = write.atMs;
@@ -386,6 +409,19 @@ std::uint64_t Judge::LastLookedAtMs(const std::string& device) const {
         if (entry.atMs >= m_plan.calmAtMs && entry.what.starts_with("the machine wakes"))
             last = std::max(last, entry.atMs);
     return last;
+}
+
+// (d) A swap in front of the first notification leaves its marks: the next removal and arrival of both are dropped.
+bool Judge::IsStillMarked(const std::string& device) const {
+    std::uint64_t swappedAtMs = 0;
+    for (const machine::DeviceRestart& restart : machine::DeviceRestarts())
+        if (restart.device == device && restart.means == "remove-and-setup")
+            swappedAtMs = restart.atMs + OwnChangeMs;
+    const auto& entries = m_stage.timeline->Entries();
+    const auto isArrival = [&](const rehearse::TimelineEntry& entry) {
+        return entry.device == device && entry.atMs > swappedAtMs && entry.what.starts_with("runs");
+    };
+    return swappedAtMs != 0 && std::count_if(entries.begin(), entries.end(), isArrival) <= 1;
 }
 
 // (b) A renamed port takes the bit of its old name out of the database, also when another port has that name; it comes

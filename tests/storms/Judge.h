@@ -57,6 +57,7 @@ private:
     std::uint64_t LastLookedAtMs(const std::string& device) const;
     bool IsNameOfOther(const Device& device, const std::string& name) const;
     void NoteNumberOfOther(const Device& device, const rehearse::WrittenValue& write);
+    bool IsStillMarked(const std::string& device) const;
     bool IsHindered(const Device& device) const;
     bool IsTwin(const Device& device) const;
     const Device* RenamedPort(const rehearse::WrittenValue& write) const;

@@ -372,13 +372,18 @@ void Planner::MakeFaults() {
             const machine::Operation* operation = machine::FindOperation(call);
             if (!operation || operation->errorCount < 2)
                 continue;
+            // Without its initialisation thread a service never gets further than its start.
+            const bool isThread = std::string_view(call) == "CreateThread";
+            if (isThread && plan.switches.stops)
+                continue;
             const unsigned error =
                 operation->errors[1 + m_random.Below(static_cast<unsigned>(operation->errorCount) - 1)];
             const bool isNameWrite = std::string_view(call) == "RegSetValueExA" && m_random.Odds(60);
-            plan.faults.push_back(fmt::format("call = \"{}\"\non = '{}'\nerror = {}\nafter = {}\ntimes = {}", call,
-                                              isNameWrite ? R"(*\Device Parameters\PortName)" : "*", error,
-                                              isNameWrite ? m_random.Below(3) : m_random.Below(300),
-                                              m_random.Odds(20) ? 0 : 1 + m_random.Below(3)));
+            plan.faults.push_back(
+                fmt::format("call = \"{}\"\non = '{}'\nerror = {}\nafter = {}\ntimes = {}", call,
+                            isNameWrite ? R"(*\Device Parameters\PortName)" : "*", error,
+                            isNameWrite ? m_random.Below(3) : (isThread ? 20 : 0) + m_random.Below(300),
+                            m_random.Odds(20) ? 0 : 1 + m_random.Below(3)));
         }
     if (plan.switches.slow)
         for (unsigned i = 1 + m_random.Below(4); i > 0; --i)

@@ -46,27 +46,19 @@ TEST(KeyIndex, SuffixesOfTwoSectionsStandInOneLine) {
 }
 
 TEST(Durations, TheFirstLetterIsTheUnit) {
+    struct Row {
+        std::string text;
+        DWORD milliseconds;
+    };
     const std::string blanks(61, ' ');
-    for (const auto& [text, milliseconds] :
-         std::initializer_list<std::pair<std::string, DWORD>>{{"1500", 1500},
-                                                              {"5s", 5000},
-                                                              {"5 S", 5000},
-                                                              {"2m", 120'000},
-                                                              {"3h", 10'800'000},
-                                                              {"1d", 86'400'000},
-                                                              {"500ms", 30'000'000},
-                                                              {"1x", 1},
-                                                              {"1xs", 1},
-                                                              {"abc", 0},
-                                                              {"", 0},
-                                                              {"s5", 0},
-                                                              {"\xC4"
-                                                               "1s",
-                                                               0},
-                                                              {"50d", 50 * 86'400'000u},
-                                                              {"1" + blanks + "s", 1000},
-                                                              {"1 " + blanks + "s", 0}})
-        EXPECT_EQ(ParseDuration(text.c_str()), milliseconds) << text;
+    for (const Row& row : {Row{"1500", 1500}, Row{"5s", 5000}, Row{"5 S", 5000}, Row{"2m", 120'000},
+                           Row{"3h", 10'800'000}, Row{"1d", 86'400'000}, Row{"500ms", 30'000'000}, Row{"1x", 1},
+                           Row{"1xs", 1}, Row{"abc", 0}, Row{"", 0}, Row{"s5", 0},
+                           Row{"\xC4"
+                               "1s",
+                               0},
+                           Row{"50d", 50 * 86'400'000u}, Row{"1" + blanks + "s", 1000}, Row{"1 " + blanks + "s", 0}})
+        EXPECT_EQ(ParseDuration(row.text.c_str()), row.milliseconds) << row.text;
 }
 
 } // namespace

@@ -2,26 +2,22 @@
 // and the program run whole as a process of its own.
 #pragma once
 
+#include "tests/unit/Log.h"
+
 #include "simwin/desktop/Desktop.h"
-#include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
-#include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Setup.h"
 #include "simwin/services/Services.h"
+#include "simwin/shell/Shell.h"
 
 #include "host/CService.h"
-#include "support/BoundedText.h"
-#include "support/LogFile.h"
 #include "support/OsVersion.h"
-#include "support/ProcessState.h"
 #include "support/SupportLocks.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 namespace hosttest {
+
+using namespace logtest;
 
 // The service's name in the machine's own words.
 inline constexpr const char* Name = "Quillmarch";
@@ -48,13 +44,14 @@ inline void StartOfProgram() {
     g_pService->Init(Name, Name);
 }
 
-// How many records of this process contain the text.
-inline int LogCount(const std::string& text) {
-    const std::string& log = machine::CurrentProcess()->debugOutput;
-    int count = 0;
-    for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + text.size()))
-        ++count;
-    return count;
+inline void SetLanguage(unsigned language) {
+    const_cast<machine::Setup&>(machine::TheSetup()).language = language;
+}
+
+// The last call of the shell as "verb file".
+inline std::string LastShellCall() {
+    const auto& calls = machine::ShellCalls();
+    return calls.empty() ? "" : calls.back().verb + " " + calls.back().file;
 }
 
 inline std::string LastBox() {

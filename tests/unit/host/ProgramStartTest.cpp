@@ -2,7 +2,6 @@
 #include "tests/unit/host/HostSetup.h"
 
 #include "simwin/registry/Registry.h"
-#include "simwin/shell/Shell.h"
 
 #include "host/CommandTable.h"
 #include "host/DriveTests.h"
@@ -15,34 +14,20 @@ namespace {
 using namespace hosttest;
 
 TEST(StartMode, TheAccountDecidesFirstThenTheBeginningOfTheCommandLine) {
-    constexpr const char* System = "S-1-5-18";
-    constexpr const char* User = "S-1-5-21-1-2-3-1001";
-    struct Row {
-        const char* sid;
-        bool isUserSession;
-        const char* line;
-        LONG mode;
-    };
-    for (const Row& row : {
-             Row{System, false, "", ModeService},
-             Row{"S-1-5-20", false, "-balloon", ModeService},
-             Row{System, true, "-ini", ModeDebug},
-             Row{"S-1-5-1", false, "", ModeNul}, // not one of the system's own
-             Row{"S-1-5-180", false, "-ini", ModeIni},
-             Row{User, true, "", ModeNul},
-             Row{User, true, "-debug", ModeDebug},
-             Row{User, true, " -debug", ModeNonservice},
-             Row{User, true, "-DEBUG", ModeNonservice},
-             Row{User, true, "/debug", ModeNonservice},
-             Row{User, true, "-exec=\"x\"", ModeExec},
-             Row{User, true, "-ex", ModeNonservice},
-             Row{User, true, "-initial", ModeIni},
-             Row{User, true, "-balloon -bt=1", ModeBalloon},
-             Row{User, true, "-setregarbiter", ModeSetRegArbiter},
-             Row{User, true, "-register", ModeNonservice},
-         })
-        EXPECT_EQ(ChooseStartMode(row.sid, row.isUserSession, row.line), row.mode)
-            << row.sid << " '" << row.line << "'";
+    EXPECT_EQ(ChooseStartMode("S-1-5-18", false, ""), ModeService);
+    EXPECT_EQ(ChooseStartMode("S-1-5-20", false, "-balloon"), ModeService);
+    EXPECT_EQ(ChooseStartMode("S-1-5-18", true, "-ini"), ModeDebug);
+    EXPECT_EQ(ChooseStartMode("S-1-5-1", false, ""), ModeNul) << "not one of the system's own";
+    EXPECT_EQ(ChooseStartMode("S-1-5-180", false, "-ini"), ModeIni);
+    const auto ofUser = [](const char* line) { return ChooseStartMode("S-1-5-21-1-2-3-1001", true, line); };
+    for (const char* line : {" -debug", "-DEBUG", "/debug", "-ex", "-register"})
+        EXPECT_EQ(ofUser(line), ModeNonservice) << line;
+    EXPECT_EQ(ofUser(""), ModeNul);
+    EXPECT_EQ(ofUser("-debug"), ModeDebug);
+    EXPECT_EQ(ofUser("-exec=x"), ModeExec);
+    EXPECT_EQ(ofUser("-initial"), ModeIni);
+    EXPECT_EQ(ofUser("-balloon -bt=1"), ModeBalloon);
+    EXPECT_EQ(ofUser("-setregarbiter"), ModeSetRegArbiter);
 }
 
 // --- The commands, from the command line to what is left on the machine.
@@ -72,16 +57,13 @@ constexpr Outcomes Usages = {
 constexpr Outcomes Debugs = {{"", 0, 0, NotRegistered}, // until its window is closed
                              {"", 0, 0, Stopped},
                              {"Cannot run while another instance is running as service", Stop, 1, Running}};
-constexpr Outcomes Registers = {
-    {"Service registered and started", Information, 0, Running},
-    {"Error registering the service: SERVICE_EXISTS -> ", Stop, 1, Stopped},
-    {"Error registering the service: SERVICE_EXISTS -> ", Stop, 1, Running},
-};
+constexpr Outcomes Registers = {{"Service registered and started", Information, 0, Running},
+                                {"Error registering the service: SERVICE_EXISTS -> ", Stop, 1, Stopped},
+                                {"Error registering the service: SERVICE_EXISTS -> ", Stop, 1, Running}};
 constexpr Outcomes Deregisters = {
     {"Error opening the service.\r\nSERVICE_DOES_NOT_EXIST -> ", Warning, 1, NotRegistered},
     {"Service deregistered", Information, 0, NotRegistered},
-    {"Service deregistered", Information, 0, NotRegistered},
-};
+    {"Service deregistered", Information, 0, NotRegistered}};
 constexpr Outcomes Starts = {{"Service is not registered", Warning, 1, NotRegistered},
                              {"Service successfully started", Information, 0, Running},
                              {"Service is already running", Warning, 0, Running}};
@@ -89,52 +71,29 @@ constexpr Outcomes Stops = {{"Service is not registered", Warning, 1, NotRegiste
                             {"Service is not running", Warning, 0, Stopped},
                             {"Service successfully stopped", Information, 0, Stopped}};
 
-struct CommandCase {
-    const char* line;
-    const char* elevated; // what the copy with more rights is given; null: the command needs none
-    bool isVerbose;
+struct Command {
+    const char *line, *elevated; // what the copy with more rights is given; null: the command needs none
+    Command(const char* same) : line(same), elevated(same) {}
+    Command(const char* from, const char* to) : line(from), elevated(to) {}
+};
+struct CommandGroup {
     const Outcomes& outcomes;
+    bool isVerbose;
+    std::vector<Command> commands;
 };
-constexpr CommandCase CommandCases[] = {
-    {"-?", nullptr, true, Usages},
-    {"/?x", "/?x", true, Usages},
-    {"--", nullptr, true, Usages},
-    {"/-/", nullptr, true, Usages},
-    {"-debug", nullptr, true, Debugs},
-    {"/DEBUG", nullptr, true, Debugs},
-    {"-debug-x", nullptr, true, Debugs},
-    {"-debug x", "-debug x", true, Usages},
-    {"-install", "-install", true, Registers},
-    {"-register", "-register", true, Registers},
-    {"/Register", "/register", true, Registers},
-    {"register", "register", true, Registers},
-    {"-register-x", "-register", true, Registers},
-    {"-register x", "-register x", true, Usages},
-    {"-silentinstall", "-silentinstall", false, Registers},
-    {"-silentregister", "-silentregister", false, Registers},
-    {"-uninstall", "-uninstall", true, Deregisters},
-    {"-deregister", "-deregister", true, Deregisters},
-    {"/DEREGISTER/", "/deregister", true, Deregisters},
-    {"-silentuninstall", "-silentuninstall", false, Deregisters},
-    {"-silentderegister", "-silentderegister", false, Deregisters},
-    {"-unregister", "-unregister", true, Usages},
-    {"-start", "-start", true, Starts},
-    {"-START", "-start", true, Starts},
-    {"-start/x", "-start", true, Starts},
-    {"/start", "/start", true, Usages},
-    {"--start", "--start", true, Usages},
-    {"start", "start", true, Usages},
-    {"-silentstart", "-silentstart", false, Starts},
-    {"-startsilent", "-startsilent", false, Starts},
-    {"-stop", "-stop", true, Stops},
-    {"/stop", "/stop", true, Usages},
-    {"-silentstop", "-silentstop", false, Stops},
-    {"-stopsilent", "-stopsilent", false, Stops},
-    {"/silentstop", "/silentstop", true, Usages},
-    {"-setregarbiter", "-setregarbiter", true, Usages},
-    {"-balloon -time=5", "-balloon ", true, Usages},
-    {"-exec=\"x\"", "-exec=\"x\"", true, Usages},
-};
+const CommandGroup CommandGroups[] = {
+    {Usages, true, {{"-?", nullptr}, {"--", nullptr}, {"/-/", nullptr}, {"-balloon -time=5", "-balloon "}}},
+    {Usages, true, {"/?x", "-debug x", "-register x", "-unregister", "/start", "--start", "start", "/stop"}},
+    {Usages, true, {"/silentstop", "-setregarbiter", "-exec=x"}},
+    {Debugs, true, {{"-debug", nullptr}, {"/DEBUG", nullptr}, {"-debug-x", nullptr}}},
+    {Registers, true, {"-install", "-register", {"/Register", "/register"}, "register", {"-register-x", "-register"}}},
+    {Registers, false, {"-silentinstall", "-silentregister"}},
+    {Deregisters, true, {"-uninstall", "-deregister", {"/DEREGISTER/", "/deregister"}}},
+    {Deregisters, false, {"-silentuninstall", "-silentderegister"}},
+    {Starts, true, {"-start", {"-START", "-start"}, {"-start/x", "-start"}}},
+    {Starts, false, {"-silentstart", "-startsilent"}},
+    {Stops, true, {"-stop"}},
+    {Stops, false, {"-silentstop", "-stopsilent"}}};
 
 // The machine with the service in one of the three states, and nothing left of the last case.
 void BringServiceTo(DWORD state) {
@@ -156,11 +115,11 @@ void BringServiceTo(DWORD state) {
 }
 
 // What one case may not do and must do, whoever runs it.
-void Judge(const CommandCase& command, const Outcome& wanted, bool isAdministrator) {
+void Judge(const Command& command, bool isVerbose, const Outcome& wanted, bool isAdministrator) {
     const std::size_t boxesBefore = machine::MessageBoxes().size(), callsBefore = machine::ShellCalls().size();
     const Ended ended = RunProgram(command.line, isAdministrator);
     machine::SleepMs(1000);
-    const std::string box = command.isVerbose ? wanted.box : "";
+    const std::string box = isVerbose ? wanted.box : "";
     EXPECT_EQ(ended.exitCode, wanted.exitCode) << ended.box;
     EXPECT_EQ(ended.box.substr(0, box.size()), box);
     EXPECT_EQ(machine::MessageBoxes().size() - boxesBefore, box.empty() ? 0u : 1u) << LastBox();
@@ -169,13 +128,12 @@ void Judge(const CommandCase& command, const Outcome& wanted, bool isAdministrat
         EXPECT_EQ(machine::MessageBoxes().back().title, "Quill-March-Ward");
     }
     EXPECT_EQ(machine::ServiceState(Name), wanted.state);
-    EXPECT_EQ(machine::TheRegistry().FindKey(ServiceKey) != nullptr, wanted.state != NotRegistered);
-    EXPECT_EQ(machine::TheRegistry().FindKey(EventSource) != nullptr, wanted.state != NotRegistered);
+    for (const char* key : {ServiceKey, EventSource})
+        EXPECT_EQ(machine::TheRegistry().FindKey(key) != nullptr, wanted.state != NotRegistered) << key;
     const bool isLifted = !isAdministrator && command.elevated;
     ASSERT_EQ(machine::ShellCalls().size() - callsBefore, isLifted ? 1u : 0u);
     if (isLifted) {
-        EXPECT_EQ(machine::ShellCalls().back().verb, "runas");
-        EXPECT_EQ(machine::ShellCalls().back().file, ProgramPath());
+        EXPECT_EQ(LastShellCall(), "runas " + ProgramPath());
         EXPECT_EQ(machine::ShellCalls().back().parameters, command.elevated);
     }
 }
@@ -183,16 +141,18 @@ void Judge(const CommandCase& command, const Outcome& wanted, bool isAdministrat
 TEST(Command, EachOneInEachStateOfTheServiceWithAndWithoutRights) {
     StartOfProgram();
     machine::SetConsent(false);
-    for (const CommandCase& command : CommandCases)
-        for (std::size_t i = 0; i < std::size(States); ++i)
-            for (const bool isAdministrator : {true, false}) {
-                SCOPED_TRACE(std::string(command.line) + (isAdministrator ? ", administrator" : ", user") +
-                             ", service in state " + std::to_string(States[i]));
-                BringServiceTo(States[i]);
-                // Without rights only the wish for more remains, and the user refuses it.
-                const Outcome refused = {"", 0, 1, States[i]};
-                Judge(command, isAdministrator || !command.elevated ? command.outcomes[i] : refused, isAdministrator);
-            }
+    for (const CommandGroup& group : CommandGroups)
+        for (const Command& command : group.commands)
+            for (std::size_t i = 0; i < std::size(States); ++i)
+                for (const bool isAdministrator : {true, false}) {
+                    SCOPED_TRACE(std::string(command.line) + (isAdministrator ? ", administrator" : ", user") +
+                                 ", service in state " + std::to_string(States[i]));
+                    BringServiceTo(States[i]);
+                    // Without rights only the wish for more remains, and the user refuses it.
+                    const Outcome refused = {"", 0, 1, States[i]};
+                    const bool isRefused = !isAdministrator && command.elevated;
+                    Judge(command, group.isVerbose, isRefused ? refused : group.outcomes[i], isAdministrator);
+                }
 }
 
 TEST(ProgramStart, WithoutACommandLineThereIsNothingToDo) {
@@ -217,20 +177,6 @@ TEST(ProgramStart, ASecondInstanceIsRefusedWhileTheWindowOfADebugRunIsThere) {
     EXPECT_EQ(machine::ServiceState(Name), SERVICE_STOPPED);
 }
 
-TEST(ProgramStart, ADebugRunWithoutItsWindowEndsInGoodOrder) {
-    machine::AddFault({.call = "CreateWindowExA", .on = "*", .error = ERROR_NOT_ENOUGH_MEMORY});
-    const Ended ended = RunProgram("-debug", true);
-    EXPECT_EQ(ended.exitCode, ExitRefused);
-    EXPECT_EQ(ended.box.rfind("Error creating the main window err=", 0), 0u) << ended.box;
-}
-
-// The last call of the shell as "verb file".
-std::string LastShellCall() {
-    if (machine::ShellCalls().empty())
-        return "";
-    return machine::ShellCalls().back().verb + " " + machine::ShellCalls().back().file;
-}
-
 TEST(HelpFile, OpensInTheUsersLanguageAndAsksForRightsOnlyToTakeTheMarkOff) {
     const std::string folder = machine::TheSetup().directory + "\\Quillmarch_";
     machine::SetConsent(false);
@@ -238,29 +184,24 @@ TEST(HelpFile, OpensInTheUsersLanguageAndAsksForRightsOnlyToTakeTheMarkOff) {
     EXPECT_EQ(machine::MessageBoxes().back().title, "Quillmarch");
     EXPECT_EQ(machine::MessageBoxes().back().flags, Stop);
 
-    machine::TheFiles().Write("C:\\Windows\\hh.exe", "");
+    const std::string mark = folder + "eng.chm:Zone.Identifier";
     machine::SetAssociation(".chm", "C:\\Windows\\hh.exe");
-    for (const char* language : {"ger", "eng"})
-        machine::TheFiles().Write(folder + language + ".chm", "help");
-    struct Row {
-        unsigned language;
-        const char* file;
-    };
-    for (const Row& row : {Row{0x0407, "ger"}, Row{0x0807, "ger"}, Row{0x0C07, "ger"}, Row{0x1007, "ger"},
-                           Row{0x1407, "ger"}, Row{0x1807, "eng"}, Row{0x0007, "eng"}, Row{0x040C, "eng"}}) {
-        const_cast<machine::Setup&>(machine::TheSetup()).language = row.language;
+    for (const std::string& file : {std::string("C:\\Windows\\hh.exe"), folder + "ger.chm", folder + "eng.chm"})
+        machine::TheFiles().Write(file, "");
+    const std::pair<unsigned, const char*> rows[] = {{0x0407, "ger"}, {0x0807, "ger"}, {0x1407, "ger"},
+                                                     {0x1807, "eng"}, {0x0007, "eng"}, {0x040C, "eng"}};
+    for (const auto& [language, file] : rows) {
+        SetLanguage(language);
         const Ended ended = RunProgram("", false);
         EXPECT_EQ(ended.exitCode, ExitRefused);
         EXPECT_EQ(ended.box, "");
-        EXPECT_EQ(LastShellCall(), "open " + folder + row.file + ".chm") << row.language;
+        EXPECT_EQ(LastShellCall(), "open " + folder + file + ".chm") << language;
     }
 
     // Who may write takes the mark off and shows the file; who may not asks for a copy of the program that may.
-    const std::string mark = folder + "eng.chm:Zone.Identifier";
     machine::TheFiles().Write(mark, "[ZoneTransfer]");
     EXPECT_EQ(RunProgram("", false).exitCode, ExitRefused);
     EXPECT_EQ(LastShellCall(), "runas " + ProgramPath());
-    EXPECT_EQ(machine::ShellCalls().back().parameters, "");
     EXPECT_TRUE(machine::TheFiles().Exists(mark));
     EXPECT_EQ(RunProgram("", true).exitCode, ExitRefused);
     EXPECT_EQ(LastShellCall(), "open " + folder + "eng.chm");
@@ -276,29 +217,16 @@ TEST(ExeDrive, OnlyADriveOfTheMachineItselfWillDo) {
     EXPECT_EQ(FindExeDrive("D:\\q\\Quillmarch.exe"), ExeDrive::Local);
     EXPECT_EQ(FindExeDrive("X:\\Quillmarch.exe"), ExeDrive::NotLocal) << "no such drive";
     const std::string refusal = "Quillmarch service must be registered on a local drive";
-    struct Row {
-        const char* path;
-        std::string box;
-    };
-    for (const Row& row : {
-             Row{"N:\\q\\Quillmarch.exe", refusal},
-             Row{"n:\\q\\Quillmarch.exe", refusal},
-             Row{"S:\\Quillmarch.exe", refusal},
-             Row{"\\\\server\\share\\Quillmarch.exe", ""},
-         }) {
-        const Ended ended = RunProgram("-register", true, "LAB\\anna", 1, row.path);
-        EXPECT_EQ(ended.exitCode, ExitRefused) << row.path;
-        EXPECT_EQ(ended.box, row.box) << row.path;
-        EXPECT_EQ(machine::ServiceState(Name), NotRegistered) << row.path;
+    for (const std::string path : {"n:\\q\\Quillmarch.exe", "S:\\Quillmarch.exe", "\\\\server\\s\\Quillmarch.exe"}) {
+        const Ended ended = RunProgram("-register", true, "LAB\\anna", 1, path);
+        EXPECT_EQ(ended.exitCode, ExitRefused) << path;
+        EXPECT_EQ(ended.box, path[0] == '\\' ? "" : refusal) << path;
+        EXPECT_EQ(machine::ServiceState(Name), NotRegistered) << path;
     }
     EXPECT_EQ(machine::MessageBoxes().back().flags, Stop | MB_SYSTEMMODAL);
 }
 
 TEST(WindowDpi, EveryVersionOfWindowsHasAnAnswer) {
-    struct Row {
-        machine::WindowsVersion version;
-        const char* asked;
-    };
     StartOfProgram();
     auto& setup = const_cast<machine::Setup&>(machine::TheSetup());
     setup.dpi = 144;
@@ -307,13 +235,16 @@ TEST(WindowDpi, EveryVersionOfWindowsHasAnAnswer) {
     windowClass.lpszClassName = "any";
     RegisterClassA(&windowClass);
     const HWND window = CreateWindowExA(0, "any", "", 0, 0, 0, 9, 9, nullptr, nullptr, nullptr, nullptr);
-    for (const Row& row : {Row{{10, 0, 19045}, "GetDpiForWindow"}, Row{{10, 0, 10240}, "GetDpiForMonitor"},
-                           Row{{6, 3, 9600}, "GetDpiForMonitor"}, Row{{6, 1, 7601}, "GetDeviceCaps"}}) {
-        setup.version = row.version;
+    const std::pair<machine::WindowsVersion, const char*> rows[] = {{{10, 0, 19045}, "GetDpiForWindow"},
+                                                                    {{10, 0, 10240}, "GetDpiForMonitor"},
+                                                                    {{6, 3, 9600}, "GetDpiForMonitor"},
+                                                                    {{6, 1, 7601}, "GetDeviceCaps"}};
+    for (const auto& [version, asked] : rows) {
+        setup.version = version;
         GetOsVersion(&g_Os);
-        const std::uint64_t before = machine::FindOperation(row.asked)->count;
-        EXPECT_EQ(GetWindowDpi(window), 144u) << row.asked;
-        EXPECT_EQ(machine::FindOperation(row.asked)->count, before + 1) << row.asked;
+        const std::uint64_t before = machine::FindOperation(asked)->count;
+        EXPECT_EQ(GetWindowDpi(window), 144u) << asked;
+        EXPECT_EQ(machine::FindOperation(asked)->count, before + 1) << asked;
     }
 }
 

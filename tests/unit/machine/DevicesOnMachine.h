@@ -29,12 +29,14 @@ inline const char* Hub = "USB\\VID_05E3&PID_0608\\5&1&0&2";
 inline const char* Usb = "USB\\VID_0403&PID_6001\\A702TB52";
 inline const char* Port = "FTDIBUS\\VID_0403+PID_6001+A702TB52A\\0000";
 
-inline DeviceDescription Device(const char* id, DeviceKind kind, const char* parent = nullptr) {
+inline DeviceDescription Device(const char* id, DeviceKind kind, const char* parent = nullptr, unsigned hubPort = 0) {
     DeviceDescription device;
     device.id = id;
     device.kind = kind;
     if (parent)
         device.parent = parent;
+    if (hubPort)
+        device.hubPort = hubPort;
     return device;
 }
 
@@ -45,16 +47,10 @@ inline DeviceDescription NamedPort(const char* id, const char* name, const char*
 }
 
 // Controller, root hub, a hub on its port 2, and on that hub's port 3 a converter with one port.
-inline std::vector<DeviceDescription> Bench(const char* portName = "COM7") {
-    DeviceDescription hub = Device(Hub, DeviceKind::Hub, RootHub);
-    hub.hubPort = 2;
-    DeviceDescription usb = Device(Usb, DeviceKind::Usb, Hub);
-    usb.hubPort = 3;
-    DeviceDescription port = Device(Port, DeviceKind::Port, Usb);
-    if (portName)
-        port.portName = portName;
-    return {Device(Controller, DeviceKind::Controller), Device(RootHub, DeviceKind::RootHub, Controller), hub, usb,
-            port};
+inline std::vector<DeviceDescription> Bench() {
+    return {Device(Controller, DeviceKind::Controller), Device(RootHub, DeviceKind::RootHub, Controller),
+            Device(Hub, DeviceKind::Hub, RootHub, 2), Device(Usb, DeviceKind::Usb, Hub, 3),
+            NamedPort(Port, "COM7", Usb)};
 }
 
 inline void Build(const std::vector<DeviceDescription>& devices) {
@@ -89,64 +85,50 @@ inline simwin::DWORD ChangeState(const char* id, simwin::DWORD change) {
     const HDEVINFO list = SetupDiGetClassDevsA(nullptr, nullptr, nullptr, DIGCF_ALLCLASSES);
     SP_DEVINFO_DATA device{};
     device.cbSize = sizeof(device);
-    DWORD error = ERROR_NO_SUCH_DEVINST;
-    for (DWORD i = 0; SetupDiEnumDeviceInfo(list, i, &device); ++i) {
-        if (device.DevInst != Node(id).number)
-            continue;
-        SP_PROPCHANGE_PARAMS params = {
-            {sizeof(SP_CLASSINSTALL_HEADER), DIF_PROPERTYCHANGE}, change, DICS_FLAG_GLOBAL, 0};
-        EXPECT_TRUE(SetupDiSetClassInstallParamsA(list, &device, &params.ClassInstallHeader, sizeof(params)));
-        error = SetupDiCallClassInstaller(DIF_PROPERTYCHANGE, list, &device) ? 0 : GetLastError();
-        break;
-    }
+    for (DWORD i = 0; SetupDiEnumDeviceInfo(list, i, &device) && device.DevInst != Node(id).number;)
+        ++i;
+    SP_PROPCHANGE_PARAMS params = {{sizeof(SP_CLASSINSTALL_HEADER), DIF_PROPERTYCHANGE}, change, DICS_FLAG_GLOBAL, 0};
+    EXPECT_TRUE(SetupDiSetClassInstallParamsA(list, &device, &params.ClassInstallHeader, sizeof(params)));
+    const DWORD error = SetupDiCallClassInstaller(DIF_PROPERTYCHANGE, list, &device) ? 0 : GetLastError();
     SetupDiDestroyDeviceInfoList(list);
     return error;
 }
 
-// What a window was told: "+comport FTDIBUS#..." at a time. It answers at once unless `holds`.
+// What a window was told: "+FTDIBUS#..." at a time. It answers at once unless `holds`.
 struct Told {
     std::uint64_t atMs;
     std::string what;
+    bool operator==(const Told&) const = default;
 };
 struct Listener {
     static inline std::vector<Told> told;
     static inline unsigned broadcasts = 0;
     static inline bool holds = false;
     static inline machine::NotificationReturned held;
+    simwin::HDEVNOTIFY handle;
 
-    Listener() {
-        told.clear();
-        broadcasts = 0;
-        holds = false;
+    // Registers for an interface class by its name in a description, "" for all.
+    explicit Listener(const char* guid) {
         machine::SetWindowCheck(nullptr);
         machine::SetTreeChangeBroadcast([] { ++broadcasts; });
         machine::SetWindowRoad([](const machine::NotificationRecipient&, simwin::DWORD event,
                                   const std::vector<std::uint8_t>& data, machine::NotificationReturned returned) {
             const auto* notice = reinterpret_cast<const simwin::DEV_BROADCAST_DEVICEINTERFACE_A*>(data.data());
-            const char* sign = event == simwin::DBT_DEVICEARRIVAL ? "+" : "-";
-            told.push_back({machine::Now(), sign + std::string(notice->dbcc_name)});
+            const std::string path = notice->dbcc_name;
+            const std::string sign = event == simwin::DBT_DEVICEARRIVAL ? "+" : "-";
+            told.push_back({machine::Now(), sign + path.substr(4, path.find_last_of('#') - 4)});
             if (holds)
                 held = std::move(returned);
             else
                 returned();
         });
-    }
-
-    // Registers for an interface class by its name in a description, "" for all.
-    static simwin::HDEVNOTIFY Register(const char* guid) {
         simwin::DEV_BROADCAST_DEVICEINTERFACE_A filter{};
         filter.dbcc_size = sizeof(filter);
         filter.dbcc_devicetype = simwin::DBT_DEVTYP_DEVICEINTERFACE;
         const bool all = !machine::GuidFromText(guid, filter.dbcc_classguid);
-        return simwin::RegisterDeviceNotificationA(reinterpret_cast<simwin::HANDLE>(0x1234), &filter,
-                                                   all ? simwin::DEVICE_NOTIFY_ALL_INTERFACE_CLASSES
-                                                       : simwin::DEVICE_NOTIFY_WINDOW_HANDLE);
-    }
-    static std::vector<std::string> Texts() {
-        std::vector<std::string> texts;
-        for (const Told& one : told)
-            texts.push_back(one.what.substr(0, one.what.find_last_of('#')));
-        return texts;
+        handle = simwin::RegisterDeviceNotificationA(reinterpret_cast<simwin::HANDLE>(0x1234), &filter,
+                                                     all ? simwin::DEVICE_NOTIFY_ALL_INTERFACE_CLASSES
+                                                         : simwin::DEVICE_NOTIFY_WINDOW_HANDLE);
     }
 };
 inline const char* ComPortClass = "{86e0d1e0-8089-11d0-9ce4-08003e301f73}";

@@ -1,4 +1,4 @@
-// The registry as the other rooms and the rehearsal use it: exports, views, refusals, what the product wrote.
+// The registry as the other rooms and the rehearsal use it: exports whole and broken, and access lists.
 #include "simwin/registry/Registry.h"
 
 #include "platform/win32.h"
@@ -59,27 +59,17 @@ TEST(Registry, ReadsExports) {
 
 TEST(Registry, SaysWhereAnExportIsBroken) {
     const std::string head = "REGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Broken]\r\n\"Whole\"=\"x\"\r\n";
-    const struct {
+    struct Row {
         std::string bytes;
         unsigned line, column;
-    } rows[] = {{"", 1, 1},
-                {"Windows Registry\r\n", 1, 1},
-                {"REGEDIT4\r\n\"Name\"=\"x\"\r\n", 2, 1},
-                {head + "\"Name\"=\"COM", 5, 8},
-                {head + "\"Name\"=dword:0000", 5, 18},
-                {head + "\"Name\"=dword:xyz\r\n", 5, 14},
-                {head + "\"Name\"=hex:01,02,\\\r\n", 6, 1},
-                {head + "\"Name\"=hex:01,02,\\", 5, 19},
-                {head + "\"Name\"=hex:01,0g\r\n", 5, 16},
-                {head + "\"Name\"=hex:01,02", 5, 17},
-                {head + "\"Name\"=\r\n", 5, 8},
-                {head + "\"Name\"\r\n", 5, 7},
-                {head + "\"Name\"=\"a\"b\r\n", 5, 11},
-                {head + "[HKEY_LOCAL_MACHINE\\SOFT", 5, 25},
-                {head + "[HKEY_NOWHERE\\SOFTWARE]\r\n", 5, 2},
-                {head + "stray\r\n", 5, 1},
-                {Utf16(Export) + "x", 17, 1}};
-    for (const auto& row : rows) {
+    };
+    for (const Row& row :
+         {Row{"", 1, 1}, Row{"REGEDIT4\r\n\"Name\"=\"x\"\r\n", 2, 1}, Row{head + "\"Name\"=\"COM", 5, 8},
+          Row{head + "\"Name\"=dword:0000", 5, 18}, Row{head + "\"Name\"=dword:xyz\r\n", 5, 14},
+          Row{head + "\"Name\"=hex:01,02,\\\r\n", 6, 1}, Row{head + "\"Name\"=hex:01,0g\r\n", 5, 16},
+          Row{head + "\"Name\"=\r\n", 5, 8}, Row{head + "\"Name\"\r\n", 5, 7}, Row{head + "\"Name\"=\"a\"b\r\n", 5, 11},
+          Row{head + "[HKEY_LOCAL_MACHINE\\SOFT", 5, 25}, Row{head + "[HKEY_NOWHERE\\SOFTWARE]\r\n", 5, 2},
+          Row{head + "stray\r\n", 5, 1}, Row{Utf16(Export) + "x", 17, 1}}) {
         SCOPED_TRACE(row.bytes.substr(row.bytes.size() > 20 ? row.bytes.size() - 20 : 0));
         const auto error = machine::ImportExport(row.bytes, TheRegistry());
         ASSERT_TRUE(error);
@@ -87,66 +77,6 @@ TEST(Registry, SaysWhereAnExportIsBroken) {
         EXPECT_EQ(error->column, row.column) << error->text;
         EXPECT_FALSE(TheRegistry().FindKey("HKLM\\SOFTWARE\\Broken")) << "nothing is applied";
     }
-}
-
-TEST(Registry, ThirtyTwoBitProgramsSeeTheirOwnSoftware) {
-    TheRegistry().SetString("HKLM\\SOFTWARE\\Vendor", "Side", "64");
-    TheRegistry().SetString("HKLM\\SOFTWARE\\Wow6432Node\\Vendor", "Side", "32");
-    TheRegistry().SetDword("HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Policies\\System", "EnableLUA", 1);
-    const auto side = [](const char* path, REGSAM view) {
-        HKEY key = nullptr;
-        char text[8] = "";
-        DWORD size = sizeof(text);
-        if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, KEY_READ | view, &key) == 0) {
-            RegQueryValueExA(key, "Side", nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size);
-            RegCloseKey(key);
-        }
-        return std::string(text);
-    };
-    EXPECT_EQ(side("Software\\Vendor", 0), "64");
-    EXPECT_EQ(side("Software\\Vendor", KEY_WOW64_64KEY), "64");
-    EXPECT_EQ(side("Software\\Vendor", KEY_WOW64_32KEY), "32");
-    EXPECT_EQ(side("SOFTWARE\\Wow6432Node\\Vendor", KEY_WOW64_32KEY), "32");
-    HKEY key = nullptr;
-    EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Policies\\System", 0,
-                            KEY_READ | KEY_WOW64_32KEY, &key),
-              0);
-    RegCloseKey(key);
-}
-
-TEST(Registry, ProtectedKeysCanBeOpenedUpAndWritesAreSeen) {
-    constexpr char Path[] = "HKLM\\SYSTEM\\CurrentControlSet\\Enum\\A\\Device Parameters";
-    const char* SubKey = Path + 5;
-    TheRegistry().SetString(Path, "PortName", "COM3");
-    TheRegistry().ProtectKey(Path);
-    std::vector<std::string> writes;
-    TheRegistry().WatchWrites([&writes](const machine::RegistryWrite& write) {
-        writes.push_back(write.key + "|" + write.name + "|" + write.before + "|" + write.after);
-    });
-    HKEY key = nullptr;
-    for (const REGSAM access : {REGSAM{KEY_SET_VALUE}, REGSAM{KEY_QUERY_VALUE}})
-        EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, SubKey, 0, access, &key), ERROR_ACCESS_DENIED);
-    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, SubKey, 0, WRITE_DAC | READ_CONTROL, &key), 0);
-    PSECURITY_DESCRIPTOR open = nullptr;
-    BYTE former[256];
-    DWORD size = sizeof(former);
-    ASSERT_EQ(RegGetKeySecurity(key, DACL_SECURITY_INFORMATION, former, &size), 0);
-    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorA("D:(A;OICI;GA;;;WD)", 1, &open, nullptr));
-    ASSERT_EQ(RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, open), 0);
-    LocalFree(open);
-    EXPECT_FALSE(TheRegistry().IsSecurityUnchanged(Path));
-    HKEY writer = nullptr;
-    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, SubKey, 0, KEY_SET_VALUE, &writer), 0);
-    EXPECT_EQ(RegSetValueExA(writer, "PortName", 0, REG_SZ, reinterpret_cast<const BYTE*>("COM7"), 5), 0);
-    EXPECT_EQ(RegDeleteValueA(writer, "portname"), 0);
-    RegCloseKey(writer);
-    ASSERT_EQ(RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, former), 0);
-    RegCloseKey(key);
-    EXPECT_TRUE(TheRegistry().IsSecurityUnchanged(Path));
-    TheRegistry().SetString(Path, "PortName", "COM9"); // the machine's own write
-    TheRegistry().WatchWrites(nullptr);
-    const std::string start = std::string(Path) + "|PortName|";
-    EXPECT_EQ(writes, (std::vector<std::string>{start + "COM3|COM7", start + "COM7|"}));
 }
 
 TEST(Registry, AccountsAndListsDecideTogether) {

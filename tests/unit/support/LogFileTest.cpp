@@ -3,7 +3,6 @@
 
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
-#include "simwin/kernel/Process.h"
 #include "support/BoundedText.h"
 #include "support/LogFile.h"
 #include "support/ProcessState.h"
@@ -46,22 +45,20 @@ protected:
 };
 
 TEST_F(Log, SettingsSwitchItOn) {
-    const struct {
+    struct Row {
         const char* lines;
         LONG level;
         DWORD file, debugger;
         const char* name;
-    } rows[] = {{"", 3, 0, 0, ""},
-                {"LogLevel=12\r\nWriteLogfile=1\r\n", 1, 1, 0, kDefaultLog},
-                {"LogLevel=x\r\nWriteLogfile=1\r\nWriteDebugOutput=1\r\n", 0, 0, 0, ""},
-                {"LogLevel=0\r\nWriteLogfile=1\r\n", 0, 0, 0, ""},
-                {"WriteLogfile=yes\r\n", 3, 0, 0, kDefaultLog},
-                {"WriteLogfile=1\r\nLogfile=own.log\r\n", 3, 1, 0, "C:\\Prog\\own.log"},
-                {"WriteLogfile=1\r\nLogfile=\"C:\\Prog\\a b.log\"\r\n", 3, 1, 0, "C:\\Prog\\a b.log"},
-                {"WriteLogfile=1\r\nLogfile=C:\\Nowhere\\own.log\r\n", 3, 1, 0, kDefaultLog},
-                {"WriteDebugOutput=\r\n", 3, 0, 1, ""},
-                {"WriteDebugOutput=00\r\n", 3, 0, 0, ""}};
-    for (const auto& row : rows) {
+    };
+    for (const Row& row :
+         {Row{"", 3, 0, 0, ""}, Row{"LogLevel=12\r\nWriteLogfile=1\r\n", 1, 1, 0, kDefaultLog},
+          Row{"LogLevel=x\r\nWriteLogfile=1\r\nWriteDebugOutput=1\r\n", 0, 0, 0, ""},
+          Row{"LogLevel=0\r\nWriteLogfile=1\r\n", 0, 0, 0, ""}, Row{"WriteLogfile=yes\r\n", 3, 0, 0, kDefaultLog},
+          Row{"WriteLogfile=1\r\nLogfile=own.log\r\n", 3, 1, 0, "C:\\Prog\\own.log"},
+          Row{"WriteLogfile=1\r\nLogfile=\"C:\\Prog\\a b.log\"\r\n", 3, 1, 0, "C:\\Prog\\a b.log"},
+          Row{"WriteLogfile=1\r\nLogfile=C:\\Nowhere\\own.log\r\n", 3, 1, 0, kDefaultLog},
+          Row{"WriteDebugOutput=\r\n", 3, 0, 1, ""}, Row{"WriteDebugOutput=00\r\n", 3, 0, 0, ""}}) {
         SCOPED_TRACE(row.lines);
         g_Log = {};
         Start(row.lines);
@@ -71,24 +68,6 @@ TEST_F(Log, SettingsSwitchItOn) {
         EXPECT_STREQ(g_Log.LogFileName, row.name);
         LogFile_Exit();
     }
-}
-
-TEST_F(Log, ARecordReadsFieldByField) {
-    machine::CurrentProcess()->debugOutput.clear();
-    Start("WriteLogfile=1\r\nWriteDebugOutput=1\r\n");
-    WriteLog(1, "first");
-    Sleep(125);
-    WriteLog(2, "TickCount=%u", 912345u);
-    g_Mode = ModeBalloon;
-    WriteLog(3, "from a child");
-    EXPECT_TRUE(Has(" (9999) " + Tag() + " <1> first\r\n")) << Text();
-    EXPECT_TRUE(Has(" ( 125) " + Tag() + " <2> TickCount=912345\r\n")) << Text();
-    char child[32];
-    FormatText(child, " (   0) [ba%2.2u] <3> ", GetCurrentProcessId() & 0xFF);
-    EXPECT_TRUE(Has(child)) << Text();
-    EXPECT_EQ(Text().substr(0, 6), "14:03:") << "local time in front";
-    EXPECT_EQ(Text().find(' '), std::string("14:03:22.7").size());
-    EXPECT_NE(machine::CurrentProcess()->debugOutput.find("( 125)[QUILLMARCH]  TickCount=912345\n"), std::string::npos);
 }
 
 TEST_F(Log, ARecordAboveTheLevelLeavesNoTraceAndEvaluatesNothing) {
@@ -211,14 +190,6 @@ TEST_F(Log, FollowsTheSettingsWhileItRuns) {
     EXPECT_TRUE(Has("elsewhere", other));
     EXPECT_TRUE(Has("still on", other));
     EXPECT_FALSE(Has("silent", other));
-}
-
-TEST_F(Log, AFolderWithoutAccessLeavesTheProcessWithoutALog) {
-    machine::AddFault({.call = "CreateFileA", .on = "*_Quillmarch.log", .error = ERROR_ACCESS_DENIED, .times = 0});
-    const DWORD start = GetTickCount();
-    Start();
-    WriteLog(1, "nowhere");
-    EXPECT_EQ(GetTickCount() - start, 0u) << "nothing is tried again";
 }
 
 TEST_F(Log, AFileThatCannotBeMadeIsGivenUpAfterAHundredAttempts) {

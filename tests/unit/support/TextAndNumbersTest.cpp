@@ -5,7 +5,6 @@
 #include "simwin/kernel/Process.h"
 #include "support/BoundedText.h"
 #include "support/CommandLine.h"
-#include "support/NumberTools.h"
 #include "support/QuickSort.h"
 #include "support/StringTools.h"
 
@@ -37,23 +36,20 @@ TEST(BoundedText, NothingIsWrittenBehindTheArray) {
 }
 
 TEST(StringTools, ReplacementsStayWithinTheLimit) {
-    const struct {
+    struct Row {
         const char *text, *search, *replace;
         size_t limit;
         DWORD count;
         const char* result;
-    } rows[] = {{"COM3 and com3", "COM3", "COM7", 20, 2, "COM7 and COM7"},
-                {"COM3COM3", "COM3", "COM17", 10, 2, "COM17COM17"},
-                {"COM3COM3", "COM3", "COM17", 9, 0, "COM3COM3"},
-                {"COM13 COM13", "COM13", "C", 20, 2, "C C"},
-                {"aaaa", "aa", "a", 20, 2, "aa"},
-                {"aa", "a", "ab", 20, 2, "abab"}, // what was put in is not searched again
-                {"COM3", "", "x", 20, 0, "COM3"},
-                {"COM3", "COM3", "", 20, 1, ""},
-                {"", "COM3", "x", 20, 0, ""},
-                {"12345", "1", "", 4, 0, "12345"}, // longer than the limit already
-                {"x COM3", "com3", "COM30", 7, 1, "x COM30"}};
-    for (const auto& row : rows) {
+    };
+    for (const Row& row :
+         {Row{"COM3 and com3", "COM3", "COM7", 20, 2, "COM7 and COM7"},
+          Row{"COM3COM3", "COM3", "COM17", 10, 2, "COM17COM17"}, Row{"COM3COM3", "COM3", "COM17", 9, 0, "COM3COM3"},
+          Row{"COM13 COM13", "COM13", "C", 20, 2, "C C"}, Row{"aaaa", "aa", "a", 20, 2, "aa"},
+          Row{"aa", "a", "ab", 20, 2, "abab"}, // what was put in is not searched again
+          Row{"COM3", "", "x", 20, 0, "COM3"}, Row{"COM3", "COM3", "", 20, 1, ""}, Row{"", "COM3", "x", 20, 0, ""},
+          Row{"12345", "1", "", 4, 0, "12345"}, // longer than the limit already
+          Row{"x COM3", "com3", "COM30", 7, 1, "x COM30"}}) {
         char text[32];
         CopyText(text, row.text);
         EXPECT_EQ(ReplaceString(text, row.search, row.replace, row.limit), row.count) << row.text;
@@ -138,19 +134,17 @@ TEST(StringTools, ANameIsReadAsWideOrAnsiAndCut) {
 }
 
 TEST(CommandLine, IsTokenizedAtBlanksOutsideQuotes) {
-    const struct {
+    struct Row {
         std::string line;
         std::vector<std::string> tokens; // the table holds 6
-    } rows[] = {{"q.exe", {"q.exe"}},
-                {"\"C:\\Program Files\\q.exe\" -debug  x ", {"\"C:\\Program Files\\q.exe\"", "-debug", "x"}},
-                {"q -text=\"a b\" -time=5", {"q", "-text=\"a b\"", "-time=5"}},
-                {"q -text=\"a b", {"q", "-text=\"a b"}},
-                {"q \"a b\" c", {"q", "\"a", "b\" c"}}, // a quote behind a blank opens nothing, the next one does
-                {"", {}},
-                {"q a b c d e f g", {"q", "a", "b", "c", "d", "e"}},
-                {"q " + std::string(509, 'x'), {"q", std::string(509, 'x')}},
-                {"q " + std::string(510, 'x'), {}}};
-    for (const auto& row : rows) {
+    };
+    for (const Row& row :
+         {Row{"q.exe", {"q.exe"}},
+          Row{"\"C:\\Program Files\\q.exe\" -debug  x ", {"\"C:\\Program Files\\q.exe\"", "-debug", "x"}},
+          Row{"q -text=\"a b\" -time=5", {"q", "-text=\"a b\"", "-time=5"}}, Row{"q -text=\"a b", {"q", "-text=\"a b"}},
+          Row{"q \"a b\" c", {"q", "\"a", "b\" c"}}, // a quote behind a blank opens nothing, the next one does
+          Row{"", {}}, Row{"q a b c d e f g", {"q", "a", "b", "c", "d", "e"}},
+          Row{"q " + std::string(509, 'x'), {"q", std::string(509, 'x')}}, Row{"q " + std::string(510, 'x'), {}}}) {
         machine::CurrentProcess()->commandLine = row.line;
         char* tokens[6] = {};
         LONG count = -1;
@@ -191,15 +185,6 @@ TEST(QuickSort, SortsEveryShapeAndFindsNothingToMend) {
     }
     machine::WatchCalls({});
     EXPECT_EQ(beeps, 0);
-}
-
-TEST(NumberTools, OnlyWholeWordsAreFilled) {
-    BYTE block[7] = {1, 1, 1, 1, 1, 1, 1};
-    FillWords(block, 3, 0xAABBCCDD);
-    EXPECT_EQ(block[0], 1);
-    FillWords(block, 7, 0xAABBCCDD);
-    EXPECT_EQ(std::string(block, block + 5), "\xDD\xCC\xBB\xAA\x01");
-    EXPECT_EQ(TickDifference(5, 0xFFFFFFFF), 0xFFFFFFFAu);
 }
 
 } // namespace
