@@ -75,7 +75,7 @@ TEST(IniSnapshot, Utf16ReadsLikeItsAnsiForm) {
 }
 
 TEST(IniSnapshot, ZeroBytesAndEndlessLinesHarmNothing) {
-    const std::string zeros("[ComPorts5]\nKey\0=a\n\0Key=b\nOther=c\0d\n", 38), endless(5000, 'x');
+    const std::string zeros("[ComPorts5]\nKey\0=a\n\0Key=b\nOther=c\0d\n", 36), endless(5000, 'x');
     EXPECT_EQ(Read(zeros, ComPorts, 5, "Key"), Absent);
     EXPECT_EQ(Read(zeros, ComPorts, 5, "Other"), "c");
     EXPECT_EQ(Read("[ComPorts5]\nKey=" + endless + "\n", ComPorts, 5, "Key"), Absent);
