@@ -23,10 +23,8 @@ constexpr LeftOpen ByDesign[] = {
 };
 
 bool IsLogFile(const machine::HandleEntry& entry) {
-    if (entry.object->kind != machine::ObjectKind::File)
-        return false;
-    const auto* file = static_cast<const machine::OpenFile*>(entry.object);
-    return file->node && machine::EqualNoCase(file->node->Path(), LogFilePath());
+    const auto* file = dynamic_cast<const machine::OpenFile*>(entry.object);
+    return file && file->node && machine::EqualNoCase(file->node->Path(), LogFilePath());
 }
 
 std::size_t CountLeaks(const machine::Process& process) {

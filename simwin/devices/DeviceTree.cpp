@@ -112,18 +112,21 @@ DeviceNode* DeviceTree::Add(std::string_view id, simwin::DWORD number) {
     return node;
 }
 
-void DeviceTree::SetParent(DeviceNode* node, DeviceNode* parent) {
+bool DeviceTree::SetParent(DeviceNode* node, DeviceNode* parent) {
     if (node->parent == parent)
-        return;
+        return true;
+    if (HangsBelow(parent, node))
+        return false;
     if (node->parent)
         std::erase(node->parent->children, node);
     node->parent = parent;
     if (!parent)
-        return;
+        return true;
     auto& children = parent->children;
     const auto place = std::upper_bound(children.begin(), children.end(), node,
                                         [](const DeviceNode* a, const DeviceNode* b) { return a->number < b->number; });
     children.insert(place, node);
+    return true;
 }
 
 void DeviceTree::MakeRoot(DeviceNode* node) {

@@ -108,7 +108,8 @@ public:
     std::vector<DeviceNode*> All() const;
     // Makes a node below a parent (null: not yet). number 0: the next one.
     DeviceNode* Add(std::string_view id, simwin::DWORD number = 0);
-    void SetParent(DeviceNode* node, DeviceNode* parent);
+    // False, and nothing changes, for a parent that hangs below the node itself.
+    bool SetParent(DeviceNode* node, DeviceNode* parent);
     void MakeRoot(DeviceNode* node);
 
     // Interfaces. A class lists its interfaces in the order of enumeration.

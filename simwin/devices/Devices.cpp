@@ -183,6 +183,8 @@ DeviceKind KindOfDescription(const DeviceDescription& said) {
     const CatalogueEntry* known = FindInCatalogue(said.id);
     if (known && !said.className && !said.classGuid)
         return known->kind;
+    if (said.ports || said.knowsInMs || said.cycleStatus) // what only a hub has
+        return DeviceKind::Hub;
     const std::string fallback = known && known->className ? known->className : "";
     return KindOf(said.id, said.service.value_or(known && known->service ? known->service : ""),
                   said.className ? *said.className : said.classGuid.value_or(fallback));
@@ -268,10 +270,8 @@ std::string LinkDescribed(const DeviceDescription& description) {
         return fmt::format("device '{}': there is no parent '{}'", description.id, *description.parent);
     if (!parent && !node->parent && !node->root)
         parent = ParentByEnumerator(node->id);
-    if (HangsBelow(parent, node))
+    if (parent && !node->root && !TheDeviceTree().SetParent(node, parent))
         return fmt::format("device '{}': it hangs below itself", node->id);
-    if (parent && !node->root)
-        TheDeviceTree().SetParent(node, parent);
     return {};
 }
 

@@ -217,10 +217,8 @@ void LinkByLocation(DeviceNode* node, const std::map<unsigned, DeviceNode*>& hub
         hub = known->second;
     else if (number > 0 && number <= hubs.size())
         hub = hubs[number - 1];
-    if (!hub || hub == node)
-        return;
-    TheDeviceTree().SetParent(node, hub);
-    node->hubPort = port;
+    if (hub && TheDeviceTree().SetParent(node, hub))
+        node->hubPort = port;
 }
 
 } // namespace
@@ -280,8 +278,7 @@ void LinkExportedDevices() {
         DeviceNode* parent = FindByPrefix(prefixes, node->id, &address);
         if (!parent)
             continue;
-        tree.SetParent(node, parent);
-        if (!parent->IsHub())
+        if (!tree.SetParent(node, parent) || !parent->IsHub())
             continue;
         unsigned port = 0, number = 0;
         if (ParseHubLocation(DeviceText(*node, "LocationInformation"), port, number))
@@ -292,8 +289,8 @@ void LinkExportedDevices() {
         if (!node->parent && !node->root)
             LinkByLocation(node, hubByNumber, hubs);
     for (DeviceNode* node : tree.All())
-        if (!node->parent && !node->root)
-            tree.SetParent(node, ParentByEnumerator(node->id));
+        if (!node->parent && !node->root && !tree.SetParent(node, ParentByEnumerator(node->id)))
+            tree.SetParent(node, tree.Root());
 }
 
 void SettleExportedPresence(const std::optional<std::string>& connected) {

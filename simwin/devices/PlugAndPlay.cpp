@@ -377,10 +377,8 @@ void MoveDevice(std::string_view id, std::string_view hubId, unsigned hubPort, s
     const std::uint64_t leaves = DetachTree(*node, Cause::Outside);
     After(std::max(offMs, leaves), [node, hub, hubPort] {
         node->pulledOut = node->crowdedOut = false;
-        if (!HangsBelow(hub, node)) { // the hub may have been moved meanwhile
-            TheDeviceTree().SetParent(node, hub);
+        if (TheDeviceTree().SetParent(node, hub)) // the hub may have been moved meanwhile
             PlaceOnHub(*node, *hub, hubPort);
-        }
         AttachNode(*node, Cause::Outside);
     });
 }

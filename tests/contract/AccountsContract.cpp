@@ -10,7 +10,7 @@ TEST(Accounts, TheTokenNamesTheUserByItsSid) {
     ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token));
     DWORD needed = 0;
     EXPECT_EQ(contract::ErrorOf([&] { return GetTokenInformation(token, TokenUser, nullptr, 0, &needed); }),
-              static_cast<DWORD>(ERROR_INSUFFICIENT_BUFFER));
+              DWORD{ERROR_INSUFFICIENT_BUFFER});
     alignas(void*) char buffer[256];
     ASSERT_LE(needed, sizeof(buffer));
     ASSERT_TRUE(GetTokenInformation(token, TokenUser, buffer, sizeof(buffer), &needed));
@@ -27,7 +27,7 @@ TEST(Accounts, AProcessIsFoundByItsIdWhileItRuns) {
     EXPECT_TRUE(ProcessIdToSessionId(GetCurrentProcessId(), &session));
     EXPECT_NE(session, contract::NoError);
     EXPECT_EQ(contract::ErrorOf([&] { return ProcessIdToSessionId(0x7FFFFFF0, &session); }),
-              static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+              DWORD{ERROR_INVALID_PARAMETER});
 
     HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
     ASSERT_NE(snapshot, INVALID_HANDLE_VALUE);
@@ -36,7 +36,7 @@ TEST(Accounts, AProcessIsFoundByItsIdWhileItRuns) {
     bool isListed = false;
     for (BOOL more = Process32First(snapshot, &entry); more; more = Process32Next(snapshot, &entry))
         isListed = isListed || (entry.th32ProcessID == GetCurrentProcessId() && entry.szExeFile[0] != 0);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NO_MORE_FILES));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_NO_MORE_FILES});
     EXPECT_TRUE(isListed);
     CloseHandle(snapshot);
 }

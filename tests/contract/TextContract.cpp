@@ -47,20 +47,17 @@ TEST(TextContract, Formats) {
 }
 
 TEST(TextContract, ComparesInTheOrderOfWords) {
-    const struct {
-        const char *a, *b;
-        int exact, blind;
-    } rows[] = {{"COM3", "COM3", 0, 0},    {"com3", "COM3", -1, 0},   {"COM10", "COM2", -1, -1},
-                {"coop", "co-op", -1, -1}, {"COM1", "COM-1", -1, -1}, {"a", "B", -1, -1},
-                {"", "a", -1, -1},         {"abc", "ab", 1, 1},       {"a_b", "aab", -1, -1},
-                {"1", "a", -1, -1},        {"b", "A", 1, 1},          {"Port #1", "PORT #1", -1, 0},
-                {"x\\y", "X\\Y", -1, 0}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::string(row.a) + " against " + row.b);
-        EXPECT_EQ(Sign(lstrcmpA(row.a, row.b)), row.exact);
-        EXPECT_EQ(Sign(lstrcmpA(row.b, row.a)), -row.exact);
-        EXPECT_EQ(Sign(lstrcmpiA(row.a, row.b)), row.blind);
-        EXPECT_EQ(Sign(lstrcmpiA(row.b, row.a)), -row.blind);
+    using Row = std::tuple<const char*, const char*, int, int>;
+    for (const auto& [a, b, exact, blind] :
+         {Row{"COM3", "COM3", 0, 0}, Row{"com3", "COM3", -1, 0}, Row{"COM10", "COM2", -1, -1},
+          Row{"coop", "co-op", -1, -1}, Row{"COM1", "COM-1", -1, -1}, Row{"a", "B", -1, -1}, Row{"", "a", -1, -1},
+          Row{"abc", "ab", 1, 1}, Row{"a_b", "aab", -1, -1}, Row{"1", "a", -1, -1}, Row{"b", "A", 1, 1},
+          Row{"Port #1", "PORT #1", -1, 0}, Row{"x\\y", "X\\Y", -1, 0}}) {
+        SCOPED_TRACE(std::string(a) + " against " + b);
+        EXPECT_EQ(Sign(lstrcmpA(a, b)), exact);
+        EXPECT_EQ(Sign(lstrcmpA(b, a)), -exact);
+        EXPECT_EQ(Sign(lstrcmpiA(a, b)), blind);
+        EXPECT_EQ(Sign(lstrcmpiA(b, a)), -blind);
     }
     EXPECT_EQ(lstrcmpiA("\xC4nderung", "\xE4NDERUNG"), 0);
     EXPECT_EQ(lstrcmpiA(nullptr, ""), -1);
@@ -89,13 +86,10 @@ TEST(TextContract, Searches) {
 }
 
 TEST(TextContract, Numbers) {
-    const struct {
-        const char* text;
-        int number;
-    } rows[] = {{"-12", -12}, {"12abc", 12}, {"+12", 0}, {" 12", 0},       {"\t12", 0},
-                {"0x1F", 0},  {"", 0},       {"--5", 0}, {"4294967297", 1}};
-    for (const auto& row : rows)
-        EXPECT_EQ(StrToIntA(row.text), row.number) << row.text;
+    using Row = std::tuple<const char*, int>;
+    for (const auto& [text, number] : {Row{"-12", -12}, Row{"12abc", 12}, Row{"+12", 0}, Row{" 12", 0}, Row{"\t12", 0},
+                                       Row{"0x1F", 0}, Row{"", 0}, Row{"--5", 0}, Row{"4294967297", 1}})
+        EXPECT_EQ(StrToIntA(text), number) << text;
 }
 
 TEST(TextContract, Paths) {
@@ -110,13 +104,12 @@ TEST(TextContract, Paths) {
     }
     EXPECT_NE(contract::ErrorOf([&] { return PathCanonicalizeA(result, std::string(399, 'x').c_str()); }), 0u);
 
-    const struct {
-        const char *text, *unquoted;
-    } quotes[] = {{"\"a b\"", "a b"}, {"\"a b", "\"a b"}, {"a b\"", "a b\""}, {"\"\"", ""}, {"", ""}};
-    for (const auto& row : quotes) {
-        std::strcpy(result, row.text);
+    using Row = std::tuple<const char*, const char*>;
+    for (const auto& [text, unquoted] :
+         {Row{"\"a b\"", "a b"}, Row{"\"a b", "\"a b"}, Row{"a b\"", "a b\""}, Row{"\"\"", ""}, Row{"", ""}}) {
+        std::strcpy(result, text);
         PathUnquoteSpacesA(result);
-        EXPECT_STREQ(result, row.unquoted);
+        EXPECT_STREQ(result, unquoted);
     }
 }
 

@@ -160,6 +160,11 @@ void Judge::JudgeRest() {
     }
     for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
         const std::string driverKey = machine::DriverKeyOf(*node);
+        // (j) What an arrival reads stands outside every lock: of two threads that open one refusing key, the second
+        // may take the list of the first for the former one. A device has two arrivals when it has two interfaces of
+        // ports.
+        if (node->said.isProtected && node->said.interfaces && node->said.interfaces->back() == "modem")
+            continue;
         for (const std::string& key :
              {node->enumPath, node->enumPath + "\\Device Parameters",
               driverKey.empty() ? "" : "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\" + driverKey})
@@ -175,7 +180,7 @@ void Judge::ReadLog() {
     const std::vector<std::string> lines = rehearse::LogLines();
     for (std::size_t i = std::min(m_linesRead, lines.size()); i < lines.size(); ++i) {
         const std::string& line = lines[i];
-        // (j) A USB port that is pulled out while its record is read has no hub port, which counts as fatal.
+        // (j) Nor does it see that the port is pulled out meanwhile: without a hub port that counts as fatal.
         if (line.find("INT3 in") != std::string::npos && line.find("BuildUsbPortName") == std::string::npos &&
             !HasFailed())
             Complain("no fatal line", line);
@@ -186,6 +191,9 @@ void Judge::ReadLog() {
             m_removedAtMs[Quoted(line)] = machine::Now();
         if (const std::size_t at = line.find("old COM"); at != std::string::npos && line.ends_with("-> delete"))
             m_removedAtMs[line.substr(at + 4, line.find(' ', at + 4) - at - 4)] = machine::Now();
+        if (const std::size_t at = line.find(" has two Win32 names: "); at != std::string::npos)
+            for (const std::string& name : machine::Split(line.substr(at), ' '))
+                m_removedAtMs[name.substr(0, name.find(','))] = machine::Now();
         // And a link that the service makes, to restore another port's or in quick mode, is not the driver's: it stays
         // when that port goes, in quick mode once the service was started anew.
         if (line.find(" has lost its DDN '") != std::string::npos)
@@ -376,7 +384,16 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
     NoteNumberOfOther(*device, write);
     if (!IsNeverMeant(m_plan, *device) || (HasFailed() && machine::Now() < m_settledAtMs))
         return;
-    // (a) Nothing tells the second of two arrivals of one device that the first has moved it.
+    // (a) Nothing tells the second of two arrivals of one device that the first has moved it, and the record of a moved
+    // port has the number that it left until the port comes anew.
+    const auto& writes = m_stage.timeline->Writes();
+    const bool isStillOnRecord = std::any_of(writes.begin(), writes.end(), [&](const auto& earlier) {
+        const Device* other = RenamedPort(earlier);
+        if (!other || other == device || !machine::EqualNoCase(earlier.before, write.before))
+            return false;
+        const rehearse::TimelineEntry* start = LastStart(other->id);
+        return !start || start->atMs <= earlier.atMs;
+    });
     // Nor is the second of two that came with one name left alone when the first has been moved.
     const auto isJustNow = [&](const auto& times) {
         const auto found = times.find(device);
@@ -386,7 +403,7 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
     // The other one may just be on its way through a restart.
     const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(TargetOf(write.before));
     const bool isLinkOfOther = owner && !machine::EqualNoCase(owner->node->id, device->id);
-    if (!IsNameOfOther(*device, write.before) && !isLinkOfOther && !isMovedAlready)
+    if (!IsNameOfOther(*device, write.before) && !isLinkOfOther && !isMovedAlready && !isStillOnRecord)
         Complain("nobody takes a number from a port without a rule",
                  fmt::format("{}: {} -> {}", device->id, write.before, write.after));
     m_movedAtMs[device] = write.atMs;
@@ -435,12 +452,16 @@ bool Judge::IsBitOfOther(const Running& port) const {
 }
 
 void Judge::JudgeStops() {
-    std::uint64_t pendingAtMs = 0;
+    std::uint64_t startedAtMs = 0, pendingAtMs = 0;
     simwin::DWORD state = 0;
-    const std::uint64_t limit = m_plan.switches.slow ? SlowStopLimitMs : StopLimitMs;
     for (const machine::ServiceReport& report : machine::ServiceReports()) {
+        if (report.state == simwin::SERVICE_START_PENDING && state != report.state)
+            startedAtMs = report.atMs;
         if (report.state == simwin::SERVICE_STOP_PENDING && state != report.state)
             pendingAtMs = report.atMs;
+        // A stop in the middle of the start waits for the initialisation as the start does.
+        const bool isAtStart = pendingAtMs - startedAtMs < SlowStopLimitMs;
+        const std::uint64_t limit = m_plan.switches.slow || isAtStart ? SlowStopLimitMs : StopLimitMs;
         if (report.state == simwin::SERVICE_STOPPED && state == simwin::SERVICE_STOP_PENDING &&
             report.atMs - pendingAtMs > limit)
             Complain("a stop ends within ten seconds and a little",

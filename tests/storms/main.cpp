@@ -56,7 +56,7 @@ void WriteShrunk(const storm::Runner& runner, const Line& line, const storm::Pla
 
 class Total {
 public:
-    void Add(const storm::Plan& plan, const storm::RunResult& result) {
+    void Add(const storm::RunResult& result) {
         const storm::Counts& c = result.counts;
         m_counts.events += c.events;
         m_counts.looks += c.looks;
@@ -72,7 +72,6 @@ public:
             once[violation.what] = 1;
         for (const auto& [what, one] : once)
             m_broken[what] += one;
-        m_seeds[once.begin()->first] += fmt::format(" {}", plan.seed);
     }
     void Tell(std::size_t seeds) const {
         fmt::print("{} storms: {} events, {} looks at rest, {} ports, {} restarts, {} swaps, {} faults; {} failed\n",
@@ -87,7 +86,6 @@ private:
     storm::Counts m_counts;
     unsigned m_failed = 0;
     std::map<std::string, unsigned> m_broken;
-    std::map<std::string, std::string> m_seeds;
 };
 
 int RunSeeds(const Line& line) {
@@ -109,7 +107,7 @@ int RunSeeds(const Line& line) {
             if (line.verbose)
                 fmt::print("seed {}: {}\n", plan.seed, storm::SwitchesText(plan.switches));
             if (isFirst || !result.violations.empty())
-                total.Add(plan, result);
+                total.Add(result);
             if (result.violations.empty())
                 return;
             TellFailure(plan, result);

@@ -1,7 +1,6 @@
-// The small parts of the reader: hash of names, keys with an index, durations.
+// The small parts of the reader: keys with an index, durations.
 #include "config/Durations.h"
 #include "config/KeyIndex.h"
-#include "config/NameHash.h"
 
 #include <gtest/gtest.h>
 
@@ -9,24 +8,6 @@
 #include <utility>
 
 namespace {
-
-// Word by word, as it is told.
-DWORD SlowHash(std::string text) {
-    DWORD hash = static_cast<DWORD>(text.size()) << 24;
-    text += '\0';
-    for (size_t i = 0; i + 1 < text.size(); i += 2)
-        hash += static_cast<DWORD>((text[i + 1] & 0xFF) << 8 | (text[i] & 0xFF)) & 0xDFDF;
-    return hash;
-}
-
-TEST(NameHash, EveryLengthAndByteGivesTheSumOfItsWords) {
-    std::string text;
-    for (int length = 0; length < 300; ++length) {
-        EXPECT_EQ(NameHash(text), SlowHash(text)) << length;
-        text += static_cast<char>(255 - length * 7);
-    }
-    EXPECT_EQ(NameHash("comports"), NameHash("COMPORTS"));
-}
 
 TEST(KeyIndex, TheUnderscoreBecomesADigitOrGoes) {
     char key[] = "open_";
@@ -46,19 +27,17 @@ TEST(KeyIndex, SuffixesOfTwoSectionsStandInOneLine) {
 }
 
 TEST(Durations, TheFirstLetterIsTheUnit) {
-    struct Row {
-        std::string text;
-        DWORD milliseconds;
-    };
+    using Row = std::tuple<std::string, DWORD>;
     const std::string blanks(61, ' ');
-    for (const Row& row : {Row{"1500", 1500}, Row{"5s", 5000}, Row{"5 S", 5000}, Row{"2m", 120'000},
-                           Row{"3h", 10'800'000}, Row{"1d", 86'400'000}, Row{"500ms", 30'000'000}, Row{"1x", 1},
-                           Row{"1xs", 1}, Row{"abc", 0}, Row{"", 0}, Row{"s5", 0},
-                           Row{"\xC4"
-                               "1s",
-                               0},
-                           Row{"50d", 50 * 86'400'000u}, Row{"1" + blanks + "s", 1000}, Row{"1 " + blanks + "s", 0}})
-        EXPECT_EQ(ParseDuration(row.text.c_str()), row.milliseconds) << row.text;
+    for (const auto& [text, milliseconds] :
+         {Row{"1500", 1500}, Row{"5s", 5000}, Row{"5 S", 5000}, Row{"2m", 120'000}, Row{"3h", 10'800'000},
+          Row{"1d", 86'400'000}, Row{"500ms", 30'000'000}, Row{"1x", 1}, Row{"1xs", 1}, Row{"abc", 0}, Row{"", 0},
+          Row{"s5", 0},
+          Row{"\xC4"
+              "1s",
+              0},
+          Row{"50d", 50 * 86'400'000u}, Row{"1" + blanks + "s", 1000}, Row{"1 " + blanks + "s", 0}})
+        EXPECT_EQ(ParseDuration(text.c_str()), milliseconds) << text;
 }
 
 } // namespace

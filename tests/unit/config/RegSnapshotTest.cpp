@@ -31,30 +31,28 @@ TEST(RegSnapshot, AnExistingKeyIsTheSourceForTheLifeOfTheReader) {
 }
 
 TEST(RegSnapshot, UglyValuesAreReadOrPassedOver) {
-    const struct {
-        const char* name;
-        DWORD type;
-        std::string data, value;
-    } rows[] = {{"Plain", REG_SZ, "ab\0"s, "ab"},
-                {"NoZero", REG_SZ, "ab", "ab"},
-                {"Inner", REG_SZ, "a\0b\0"s, "a"},
-                {"Empty", REG_SZ, "\0"s, Absent},
-                {"Nothing", REG_SZ, "", Absent},
-                {" Blanks\t", REG_SZ, "a\0"s, Absent},
-                {"Number", REG_DWORD, "\7\0\0\0"s, "7"},
-                {"Negative", REG_DWORD, "\xFF\xFF\xFF\xFF", "-1"},
-                {"ShortNumber", REG_DWORD, "\7", Absent},
-                {"Binary", REG_BINARY, "42", "42"},
-                {"Most", REG_SZ, std::string(260, 'x'), std::string(260, 'x')},
-                {"TooLong", REG_SZ, std::string(261, 'x'), Absent},
-                {"Mark", REG_SZ, "__SECTION__", "__SECTION__"},
-                {"Last", REG_SZ, "z\0"s, "z"}};
-    for (const auto& row : rows)
-        machine::TheRegistry().SetValue(Key + "\\ComPorts7", row.name, row.type, {row.data.begin(), row.data.end()});
+    using Row = std::tuple<const char*, DWORD, std::string, std::string>;
+    const std::string most(260, 'x');
+    const Row rows[] = {Row{"Plain", REG_SZ, "ab\0"s, "ab"},
+                        Row{"NoZero", REG_SZ, "ab", "ab"},
+                        Row{"Inner", REG_SZ, "a\0b\0"s, "a"},
+                        Row{"Empty", REG_SZ, "\0"s, Absent},
+                        Row{"Nothing", REG_SZ, "", Absent},
+                        Row{" Blanks\t", REG_SZ, "a\0"s, Absent},
+                        Row{"Number", REG_DWORD, "\7\0\0\0"s, "7"},
+                        Row{"Negative", REG_DWORD, "\xFF\xFF\xFF\xFF", "-1"},
+                        Row{"ShortNumber", REG_DWORD, "\7", Absent},
+                        Row{"Binary", REG_BINARY, "42", "42"},
+                        Row{"Most", REG_SZ, most, most},
+                        Row{"TooLong", REG_SZ, most + "x", Absent},
+                        Row{"Mark", REG_SZ, "__SECTION__", "__SECTION__"},
+                        Row{"Last", REG_SZ, "z\0"s, "z"}};
+    for (const auto& [name, type, data, value] : rows)
+        machine::TheRegistry().SetValue(Key + "\\ComPorts7", name, type, {data.begin(), data.end()});
     RegReader reader;
     EXPECT_EQ(reader.CreateSnapshot("test"), 1u);
-    for (const auto& row : rows)
-        EXPECT_EQ(Get(reader, ComPorts, 7, row.name), row.value) << row.name;
+    for (const auto& [name, type, data, value] : rows)
+        EXPECT_EQ(Get(reader, ComPorts, 7, name), value) << name;
     EXPECT_EQ(Get(reader, ComPorts, 7, "blanks"), "a");
 }
 

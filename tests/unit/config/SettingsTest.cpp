@@ -8,18 +8,15 @@ using namespace configtest;
 namespace {
 
 TEST(Settings, TimesAreClampedAndTheRemovalsFollowsTheArrivals) {
-    struct Row {
-        const char* keys;
-        LONG timeout, timeoutOnRemoval;
-    };
-    for (const Row& row :
+    using Row = std::tuple<const char*, LONG, LONG>;
+    for (const auto& [keys, timeout, timeoutOnRemoval] :
          {Row{"Timeout=999", 1000, 1000}, Row{"Timeout=1000", 1000, 1000}, Row{"Timeout=60000", 60000, 30000},
           Row{"Timeout=60001", 60000, 30000}, Row{"Timeout=-5", 1000, 1000}, Row{"Timeout=1500", 1500, 1000},
           Row{"Timeout=5s", 1000, 1000}, Row{"TimeoutOnRemoval=", 5500, 2750},
           Row{"Timeout=2001\nTimeoutOnRemoval=99999", 2001, 60000}}) {
-        UseIni(std::string("[BalloonTips]\n") + row.keys + "\n");
-        EXPECT_EQ(g_pSettings->Timeout, row.timeout) << row.keys;
-        EXPECT_EQ(g_pSettings->TimeoutOnRemoval, row.timeoutOnRemoval) << row.keys;
+        UseIni(std::string("[BalloonTips]\n") + keys + "\n");
+        EXPECT_EQ(g_pSettings->Timeout, timeout) << keys;
+        EXPECT_EQ(g_pSettings->TimeoutOnRemoval, timeoutOnRemoval) << keys;
     }
 }
 
@@ -33,18 +30,15 @@ TEST(Settings, AnEmptyTextOrOneWithoutRoomIsNone) {
 }
 
 TEST(Settings, TheNarrowestUserWins) {
-    struct Row {
-        DWORD major;
-        const char* keys;
-        UserType user;
-    };
-    for (const Row& row : {Row{6, "open2=x", UserType::normal}, Row{6, "elevated2=1", UserType::elev},
-                           Row{5, "elevated2=1", UserType::normal}, Row{6, "elevated2=1\nsystem2=1", UserType::system},
-                           Row{6, "elevated2=1\nsystem2=1\nrestricted2=1", UserType::restr},
-                           Row{6, "elevated2=0\nsystem3=1\nrestricted=1", UserType::normal}}) {
-        g_Os.MajorVersion = row.major;
-        CCfgReader* reader = UseIni(std::string("[OnArrival4]\n") + row.keys + "\n");
-        EXPECT_EQ(reader->GetUserTypeFromCfg(OnArrival, 4, 2), row.user) << row.keys;
+    using Row = std::tuple<DWORD, const char*, UserType>;
+    for (const auto& [major, keys, user] :
+         {Row{6, "open2=x", UserType::normal}, Row{6, "elevated2=1", UserType::elev},
+          Row{5, "elevated2=1", UserType::normal}, Row{6, "elevated2=1\nsystem2=1", UserType::system},
+          Row{6, "elevated2=1\nsystem2=1\nrestricted2=1", UserType::restr},
+          Row{6, "elevated2=0\nsystem3=1\nrestricted=1", UserType::normal}}) {
+        g_Os.MajorVersion = major;
+        CCfgReader* reader = UseIni(std::string("[OnArrival4]\n") + keys + "\n");
+        EXPECT_EQ(reader->GetUserTypeFromCfg(OnArrival, 4, 2), user) << keys;
     }
     EXPECT_EQ(UseIni("[OnArrival4]\nsystem=1\n")->GetUserTypeFromCfg(OnArrival, 4, 10), UserType::system);
 }

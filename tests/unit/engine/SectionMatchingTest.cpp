@@ -28,29 +28,20 @@ TEST(WildcardMatch, WholeTextsFitWholePatterns) {
                                         {"COM  X", "COM"},
                                         {"COM1", nullptr},
                                         {"VID_04031", "VID_04??"}};
-    for (const auto& [text, pattern] : fitting) {
+    for (const auto& [text, pattern] : fitting)
         EXPECT_TRUE(WildcardMatch(text, pattern)) << text << " ~ " << pattern;
-    }
-    for (const auto& [text, pattern] : different) {
+    for (const auto& [text, pattern] : different)
         EXPECT_FALSE(WildcardMatch(text, pattern)) << (text != nullptr ? text : "(null)");
-    }
-}
-
-CComPort UsbPort() {
-    CComPort port;
-    port.BusTypeName = kBusTypeNames[kBusUsb];
-    CopyText(port.DeviceID, "FTDIBUS\\VID_0403+PID_6001\\0000");
-    CopyText(port.szKernelNameCom, "\\Device\\VCP0");
-    CopyText(port.FriendlyName, "USB Serial Port (COM7)");
-    return port;
 }
 
 TEST(SectionMatching, FormsAreAlternativesAndKeysMustAllHold) {
-    struct Row {
-        const char* section;
-        LONG number;
-    };
-    for (const Row& row :
+    CComPort port;
+    port.BusTypeName = kBusTypeNames[kBusUsb];
+    CopyText(port.DeviceID, "FTDIBUS\\VID_0403+PID_6001\\0000");
+    CopyText(port.FriendlyName, "USB Serial Port (COM7)");
+    const std::string noRoom = "[ComPorts1]\nDeviceID=" + std::string(260, '*') + "\n"; // counts as absent
+    using Row = std::pair<std::string, LONG>;
+    for (const auto& [section, number] :
          {Row{"[ComPorts]\nPortName=COM5\n", 0}, Row{"[ComPorts1]\nDeviceID=\n", 0},
           Row{"[ComPorts1]\nDeviceID=FTDIBUS\\*\n", 1}, Row{"[ComPorts1]\nDeviceID=FTDIBUS\\*\nBusType=PCI\n", 0},
           Row{"[ComPorts1]\nDeviceID=FTDIBUS\\*\nBusType=usb\n", 1},
@@ -58,90 +49,33 @@ TEST(SectionMatching, FormsAreAlternativesAndKeysMustAllHold) {
           Row{"[ComPorts1]\nUsbPort=*\n", 0}, Row{"[ComPorts1]\nFriendlyName3=*serial*(com7)\n", 1},
           Row{"[ComPorts0]\nBusType=USB\n", 0}, Row{"[ComPorts90]\nBusType=USB\n[ComPorts10]\nBusType=USB\n", 10},
           Row{"[ComPorts]\nBusType=USB\n[ComPorts99]\nBusType=USB\n", 99},
-          Row{"[ComPorts]\nBusType=USB\n[ComPorts99]\nBusType=PCI\n", 100}, Row{"[OnArrival1]\nBusType=USB\n", 0}}) {
-        UseIni(row.section);
-        const CComPort port = UsbPort();
-        EXPECT_EQ(GetFittingSectionNumber(&port, ComPorts), row.number) << row.section;
-    }
-    UseIni("[ComPorts1]\nDeviceID=" + std::string(260, '*') + "\n");
-    const CComPort port = UsbPort();
-    EXPECT_EQ(GetFittingSectionNumber(&port, ComPorts), 0) << "a value without room counts as absent";
-}
-
-TEST(SectionMatching, EachCriterionComparesItsField) {
-    CComPort port;
-    const char* const keys[] = {"BusType",
-                                "KernelName",
-                                "DeviceID",
-                                "ParentDeviceID",
-                                "GrandParentDeviceID",
-                                "Class",
-                                "ClassGuid",
-                                "FriendlyName",
-                                "IRQ",
-                                "IoPort",
-                                "UsbPort",
-                                "Location",
-                                "ParentLocation",
-                                "LocationPath",
-                                "ParentLocationPath",
-                                "Address",
-                                "ParentAddress"};
-    char busType[8];
-    char* const fields[] = {busType,
-                            port.szKernelNameCom,
-                            port.DeviceID,
-                            port.ParentDeviceID,
-                            port.GrandParentDeviceID,
-                            port.Class,
-                            port.ClassGuid,
-                            port.FriendlyName,
-                            port.IRQ,
-                            port.IoPort,
-                            port.UsbPort,
-                            port.Location,
-                            port.ParentLocation,
-                            port.LocationPath,
-                            port.ParentLocationPath,
-                            port.Address,
-                            port.ParentAddress};
-    port.BusTypeName = busType;
-    for (int i = 0; i < 17; ++i) {
-        FormatText(fields[i], 8, "v%i", i);
-    }
-    StartLog();
-    for (int i = 0; i < 17; ++i) {
-        const std::string key = keys[i];
-        UseIni("[OnRemoval2]\n" + key + "=v" + std::to_string(i) + "\n");
-        EXPECT_EQ(GetFittingSectionNumber(&port, OnRemoval), 2) << key;
-        EXPECT_TRUE(Logged(" check " + key + "  COM-Port's " + key + "=v" + std::to_string(i) + "\n")) << key;
+          Row{"[ComPorts]\nBusType=USB\n[ComPorts99]\nBusType=PCI\n", 100}, Row{"[OnArrival1]\nBusType=USB\n", 0},
+          Row{noRoom, 0}}) {
+        UseIni(section);
+        EXPECT_EQ(GetFittingSectionNumber(&port, ComPorts), number) << section;
     }
 }
 
 TEST(SectionMatching, PortNamesAreReadInTheOrderOfTheirKeys) {
     std::string many = "PortName=";
-    for (int i = 1; i <= 300; ++i) {
+    std::vector<DWORD> first256;
+    for (DWORD i = 1; i <= 300; ++i) {
         many += "COM" + std::to_string(i);
+        if (i <= MaxNewPorts)
+            first256.push_back(i);
     }
-    struct Row {
-        std::string keys;
-        std::vector<DWORD> numbers;
-    };
-    for (const Row& row : {Row{"PortName=COM5", {5}}, Row{"PortNames=COM3,COM4\nPortName1=com3 Com7", {3, 4, 3, 7}},
-                           Row{"PortName9=COM9\nPortName2=COM2\nPortName=COM1\nPortNames=COM10", {10, 1, 2, 9}},
-                           Row{"PortName3=\nPortName=COM", {}},
-                           Row{"PortName=COM0 COM1 COM65536 COM65537 COM-1 COMX COMCOM8", {1, 65536, 8}},
-                           Row{"PortName0=COM1\nPortName10=COM1", {}}}) {
-        UseIni("[ComPorts1]\n" + row.keys + "\n");
-        DWORD numbers[MaxNewPorts] = {};
+    using Row = std::pair<std::string, std::vector<DWORD>>;
+    for (const auto& [keys, expected] :
+         {Row{"PortName=COM5", {5}}, Row{"PortNames=COM3,COM4\nPortName1=com3 Com7", {3, 4, 3, 7}},
+          Row{"PortName9=COM9\nPortName2=COM2\nPortName=COM1\nPortNames=COM10", {10, 1, 2, 9}},
+          Row{"PortName3=\nPortName=COM", {}}, Row{"PortName0=COM1\nPortName10=COM1", {}},
+          Row{"PortName=COM0 COM1 COM65536 COM65537 COM-1 COMX COMCOM8", {1, 65536, 8}}, Row{many, first256}}) {
+        UseIni("[ComPorts1]\n" + keys + "\n");
+        DWORD numbers[MaxNewPorts + 1] = {};
         const LONG count = GetPortNamesFromSection(ComPorts, 1, numbers);
-        EXPECT_EQ(std::vector<DWORD>(numbers, numbers + count), row.numbers) << row.keys;
+        EXPECT_EQ(std::vector<DWORD>(numbers, numbers + count), expected) << keys;
+        EXPECT_EQ(numbers[MaxNewPorts], 0u);
     }
-    UseIni("[ComPorts1]\n" + many + "\n");
-    DWORD numbers[MaxNewPorts + 1] = {};
-    EXPECT_EQ(GetPortNamesFromSection(ComPorts, 1, numbers), MaxNewPorts);
-    EXPECT_EQ(numbers[MaxNewPorts - 1], 256u);
-    EXPECT_EQ(numbers[MaxNewPorts], 0u);
 }
 
 } // namespace

@@ -7,7 +7,6 @@
 #include "host/DriveTests.h"
 #include "host/Quillmarch.h"
 #include "host/StartModes.h"
-#include "support/WindowDpi.h"
 
 namespace {
 
@@ -155,28 +154,6 @@ TEST(Command, EachOneInEachStateOfTheServiceWithAndWithoutRights) {
                 }
 }
 
-TEST(ProgramStart, WithoutACommandLineThereIsNothingToDo) {
-    EXPECT_EQ(WinMain(nullptr, nullptr, nullptr, 1), ExitNoCommandLine);
-}
-
-TEST(ProgramStart, TheSystemAccountWithoutARegisteredServiceGetsTheUsage) {
-    const Ended ended = RunProgram("", /*isAdministrator=*/true, "NT AUTHORITY\\SYSTEM", /*session=*/0);
-    EXPECT_EQ(ended.exitCode, ExitRefused);
-    EXPECT_EQ(ended.box.rfind("Quillmarch -register", 0), 0u) << ended.box;
-}
-
-TEST(ProgramStart, ASecondInstanceIsRefusedWhileTheWindowOfADebugRunIsThere) {
-    DefineTheService();
-    machine::TheFiles().Write(ProgramPath(), "");
-    machine::Process* other = machine::StartScripted({});
-    machine::AddScriptedWindow(other, "Quillmarch_MainWndClass", "Quillmarch");
-    EXPECT_EQ(RunProgram("-debug", true).box, "Cannot run while another instance is running");
-    EXPECT_EQ(machine::StartServiceByMachine(Name), 0u);
-    machine::SleepMs(1000);
-    EXPECT_EQ(LastBox(), "Cannot run while another instance is running");
-    EXPECT_EQ(machine::ServiceState(Name), SERVICE_STOPPED);
-}
-
 TEST(HelpFile, OpensInTheUsersLanguageAndAsksForRightsOnlyToTakeTheMarkOff) {
     const std::string folder = machine::TheSetup().directory + "\\Quillmarch_";
     machine::SetConsent(false);
@@ -224,28 +201,6 @@ TEST(ExeDrive, OnlyADriveOfTheMachineItselfWillDo) {
         EXPECT_EQ(machine::ServiceState(Name), NotRegistered) << path;
     }
     EXPECT_EQ(machine::MessageBoxes().back().flags, Stop | MB_SYSTEMMODAL);
-}
-
-TEST(WindowDpi, EveryVersionOfWindowsHasAnAnswer) {
-    StartOfProgram();
-    auto& setup = const_cast<machine::Setup&>(machine::TheSetup());
-    setup.dpi = 144;
-    WNDCLASSA windowClass = {};
-    windowClass.lpfnWndProc = DefWindowProcA;
-    windowClass.lpszClassName = "any";
-    RegisterClassA(&windowClass);
-    const HWND window = CreateWindowExA(0, "any", "", 0, 0, 0, 9, 9, nullptr, nullptr, nullptr, nullptr);
-    const std::pair<machine::WindowsVersion, const char*> rows[] = {{{10, 0, 19045}, "GetDpiForWindow"},
-                                                                    {{10, 0, 10240}, "GetDpiForMonitor"},
-                                                                    {{6, 3, 9600}, "GetDpiForMonitor"},
-                                                                    {{6, 1, 7601}, "GetDeviceCaps"}};
-    for (const auto& [version, asked] : rows) {
-        setup.version = version;
-        GetOsVersion(&g_Os);
-        const std::uint64_t before = machine::FindOperation(asked)->count;
-        EXPECT_EQ(GetWindowDpi(window), 144u) << asked;
-        EXPECT_EQ(machine::FindOperation(asked)->count, before + 1) << asked;
-    }
 }
 
 } // namespace

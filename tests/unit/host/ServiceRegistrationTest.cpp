@@ -52,33 +52,24 @@ TEST(Registration, TheStateThatAServiceIsInDecidesWhatAChangeComesTo) {
     EXPECT_EQ(LastBox(), "Service failed to start");
 }
 
-TEST(Registration, AFailedStartTellsTheSystemsError) {
-    StartOfProgram();
-    DefineTheService("C:\\Nowhere\\Quillmarch.exe");
-    EXPECT_EQ(g_pService->ChangeState(SERVICE_RUNNING, 1), ChangeExeNotFound);
-    EXPECT_EQ(LastBox().rfind("Service failed to start\nPATH_NOT_FOUND", 0), 0u) << LastBox();
-}
-
 TEST(ImagePath, ABlankWithoutAQuoteGetsQuotesAndTheTypeStays) {
     StartOfProgram();
     FixServiceImagePath();
     EXPECT_EQ(machine::TheRegistry().FindKey(ServiceKey), nullptr) << "without a service nothing is made";
-    struct Row {
-        DWORD type;
-        const char *before, *after;
-    };
-    for (const Row& row : {Row{REG_EXPAND_SZ, "C:\\Program Files\\q.exe", "\"C:\\Program Files\\q.exe\""},
-                           Row{REG_SZ, "C:\\My Tools\\q.exe", "\"C:\\My Tools\\q.exe\""},
-                           Row{REG_EXPAND_SZ, "%ProgramFiles%\\My Q\\q.exe", "\"%ProgramFiles%\\My Q\\q.exe\""},
-                           Row{REG_EXPAND_SZ, "\"C:\\Program Files\\q.exe\"", "\"C:\\Program Files\\q.exe\""},
-                           Row{REG_EXPAND_SZ, "C:\\Q\\q.exe", "C:\\Q\\q.exe"},
-                           Row{REG_BINARY, "C:\\Program Files\\q.exe", "C:\\Program Files\\q.exe"}}) {
-        machine::TheRegistry().SetValue(ServiceKey, "ImagePath", row.type, machine::TextBytes(row.before));
+    using Row = std::tuple<DWORD, const char*, const char*>;
+    for (const auto& [type, before, after] :
+         {Row{REG_EXPAND_SZ, "C:\\Program Files\\q.exe", "\"C:\\Program Files\\q.exe\""},
+          Row{REG_SZ, "C:\\My Tools\\q.exe", "\"C:\\My Tools\\q.exe\""},
+          Row{REG_EXPAND_SZ, "%ProgramFiles%\\My Q\\q.exe", "\"%ProgramFiles%\\My Q\\q.exe\""},
+          Row{REG_EXPAND_SZ, "\"C:\\Program Files\\q.exe\"", "\"C:\\Program Files\\q.exe\""},
+          Row{REG_EXPAND_SZ, "C:\\Q\\q.exe", "C:\\Q\\q.exe"},
+          Row{REG_BINARY, "C:\\Program Files\\q.exe", "C:\\Program Files\\q.exe"}}) {
+        machine::TheRegistry().SetValue(ServiceKey, "ImagePath", type, machine::TextBytes(before));
         FixServiceImagePath();
         const machine::RegistryValue* value = machine::TheRegistry().GetValue(ServiceKey, "ImagePath");
         ASSERT_NE(value, nullptr);
-        EXPECT_EQ(machine::TextOf(*value), row.after);
-        EXPECT_EQ(value->type, row.type) << row.before;
+        EXPECT_EQ(machine::TextOf(*value), after);
+        EXPECT_EQ(value->type, type) << before;
     }
 }
 

@@ -2,7 +2,6 @@
 // service's process, its thread the dispatcher's.
 #include "tests/unit/host/HostSetup.h"
 
-#include "host/PowerEvents.h"
 #include "host/SessionEvents.h"
 
 #include "simwin/sessions/Sessions.h"
@@ -10,7 +9,6 @@
 #include "actions/CallBackTimer.h"
 #include "config/CCfgReader.h"
 #include "config/CSettings.h"
-#include "support/WorkerThreads.h"
 
 namespace {
 
@@ -71,14 +69,6 @@ TEST(ServiceRun, AStopDuringTheInitialisationStillEndsTheService) {
     EXPECT_EQ(FirstReportMs(SERVICE_STOPPED), 1500u + 4 * 900);
 }
 
-TEST(ServiceRun, AnInitialisationThatHangsKeepsWhatItCanReach) {
-    StartOfService();
-    machine::AddFault({.call = "CMP_WaitNoPendingInstallEvents", .on = "*", .delayMs = 40000});
-    RunWithStopAt(25000);
-    EXPECT_EQ(FirstReportMs(SERVICE_STOPPED), 25000u);
-    EXPECT_EQ(LiveWorkers(), 1);
-}
-
 TEST(ServiceRun, WithoutTheServiceManagerTheDispatcherComesBackAtOnce) {
     StartOfProgram();
     g_pService->IsServiceProcess = 1;
@@ -95,21 +85,6 @@ TEST(Controls, ADeviceEventAfterTheStopDoesNotWaitForTheLock) {
     g_pService->HandlerEx(SERVICE_CONTROL_DEVICEEVENT, 7, nullptr, nullptr);
     EXPECT_EQ(machine::Now(), 1u);
     EXPECT_FALSE(Logged("WM_DEVICE_CHANGE"));
-}
-
-TEST(PowerEvents, EachCodeIsASleepOrAResumeOrNothing) {
-    StartOfService();
-    struct Row {
-        DWORD event;
-        int sleeps, resumes;
-    };
-    for (const Row& row :
-         {Row{0, 0, 0}, Row{4, 1, 0}, Row{5, 1, 0}, Row{6, 0, 1}, Row{7, 0, 0}, Row{8, 0, 0}, Row{18, 0, 1}}) {
-        ClearLog();
-        EXPECT_EQ(PowerEventMsg(row.event, nullptr), 1u);
-        EXPECT_EQ(CountLogged(" System APM Sleep"), row.sleeps) << row.event;
-        EXPECT_EQ(CountLogged(" System APM Resume"), row.resumes) << row.event;
-    }
 }
 
 TEST(SessionEvents, ALogonIsFollowedUntilItsSessionAnswers) {

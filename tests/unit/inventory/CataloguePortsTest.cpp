@@ -6,7 +6,6 @@
 #include "inventory/CUsbRoothubs.h"
 #include "simwin/devices/DeviceTree.h"
 #include "simwin/devices/Devices.h"
-#include "simwin/devices/catalogue/Catalogue.h"
 #include "simwin/registry/Registry.h"
 
 #include "tests/harness/Harness.h"
@@ -30,17 +29,13 @@ const std::string kDockHub = "USB\\VID_0E0F&PID_0002\\7&1";
 const std::string kRadio = "USB\\VID_0E0F&PID_0008\\000650268328";
 const std::string kEmulator = "ROOT\\COM0COM\\0000";
 
+// above: what hangs between the hub and the port, the upper one first, parted by ">"; or its parent. usbPort: "" if it
+// is not on USB. A service, kernel name or text that nobody knows is null. group: the others of its group, as the
+// product forms it.
 struct Row {
-    const char* tag;
-    const char* above; // what hangs between the hub and the port, the upper one first, parted by ">"; or its parent
-    const char* id;
-    const char* usbPort; // "" if it is not on USB
-    const char* service; // a service, kernel name or text that nobody knows is null
-    const char* kernel;
-    const char* text;
-    const char* bus;
+    const char *tag, *above, *id, *usbPort, *service, *kernel, *text, *bus;
     std::string sameParent;
-    const char* group; // the others of its group, as the product forms it
+    const char* group;
 };
 
 // In the order of position: what is not on USB first, by id; then by socket, root first.
@@ -133,20 +128,22 @@ const char* const kNoPorts[] = {
     "COM0COM\\PORT\\CNCB1",
 };
 
-class Bench {
-public:
+struct Bench {
+    machine::DevicesDescription description;
+    std::map<std::string, std::size_t> places;
+
     // Describes a device once; the parent may be left to the enumerator.
     machine::DeviceDescription& Add(const std::string& id, const std::string& parent = "", unsigned hubPort = 0) {
-        machine::DeviceDescription device;
-        device.id = id;
-        if (!parent.empty())
-            device.parent = parent;
-        if (hubPort)
-            device.hubPort = hubPort;
-        const auto [place, isNew] = places_.try_emplace(id, description_.devices.size());
-        if (isNew)
-            description_.devices.push_back(device);
-        return description_.devices[place->second];
+        const auto [place, isNew] = places.try_emplace(id, description.devices.size());
+        if (isNew) {
+            machine::DeviceDescription& device = description.devices.emplace_back();
+            device.id = id;
+            if (!parent.empty())
+                device.parent = parent;
+            if (hubPort)
+                device.hubPort = hubPort;
+        }
+        return description.devices[place->second];
     }
     void AddRow(const Row& row) {
         const std::string usbPort = row.usbPort;
@@ -159,11 +156,6 @@ public:
                 Add(id, parent, parent == row.sameParent ? hubPort : 0);
         Add(row.id, parent, parent == row.sameParent && *row.above == 0 ? hubPort : 0);
     }
-    std::string Build() { return machine::BuildDevices(description_); }
-
-private:
-    machine::DevicesDescription description_;
-    std::map<std::string, std::size_t> places_;
 };
 
 void DescribeTheMachine(Bench& bench) {
@@ -220,7 +212,7 @@ TEST(CataloguePorts, EachKnownDeviceIsSeenAsItsIdAndItsPlaceTell) {
         bench.AddRow(row);
     bench.Add(kNoPorts[0]);
     bench.Add(kNoPorts[3], "USB\\VID_303A&PID_1001\\24:58:7C:DE:81:C8");
-    ASSERT_EQ(bench.Build(), "");
+    ASSERT_EQ(machine::BuildDevices(bench.description), "");
 
     g_pUsbRoothubs = new CUsbRoothubs;
     g_pUsbRoothubs->CreateSnapshot();
@@ -264,12 +256,6 @@ TEST(CataloguePorts, EachKnownDeviceIsSeenAsItsIdAndItsPlaceTell) {
               [](const CComPort* a, const CComPort* b) { return ComparePortsByPosition(&a, &b) < 0; });
     for (LONG i = 0; i < table->PortCount; ++i)
         EXPECT_STREQ(table->Ports[i]->DeviceID, kRows[i].id) << "at place " << i;
-}
-
-TEST(CataloguePorts, SomeServicesHaveAnotherNameOnX86) {
-    EXPECT_STREQ(machine::FindInCatalogue("usb\\vid_067b&pid_2303\\1")->serviceX86, "Ser2plx86");
-    EXPECT_STREQ(machine::FindInCatalogue("USB\\VID_1A86&PID_7523\\1")->serviceX86, "CH341SER");
-    EXPECT_EQ(machine::FindInCatalogue("FTDIBUS\\VID_0403+PID_6001+A1A\\0000")->serviceX86, nullptr);
 }
 
 } // namespace

@@ -1,8 +1,7 @@
 // The COM name database: which numbers each operation may touch, what a sweep leaves alone, which number is given out.
-#include "tests/harness/Harness.h"
+#include "tests/unit/inventory/PortBuilder.h"
 
 #include "config/CSettings.h"
-#include "inventory/CComPorts.h"
 #include "inventory/CDosDeviceNames.h"
 #include "inventory/ComNameArbiter.h"
 #include "simwin/registry/Registry.h"
@@ -13,23 +12,17 @@ using Bytes = std::vector<std::uint8_t>;
 
 constexpr char kKey[] = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
 
+int s_writes; // of simulated programs since the last Plant
+
 void Plant(const Bytes& database) {
     machine::TheRegistry().SetBinary(kKey, "ComDB", database);
+    machine::TheRegistry().WatchWrites([](const machine::RegistryWrite&) { ++s_writes; });
+    s_writes = 0;
 }
 
 Bytes Database() {
-    const machine::RegistryValue* value = machine::TheRegistry().GetValue(kKey, "ComDB");
-    return value != nullptr ? value->data : Bytes{};
+    return machine::TheRegistry().GetValue(kKey, "ComDB")->data;
 }
-
-// Counts what simulated programs write from here on.
-struct WriteCount {
-    int writes = 0;
-    WriteCount() {
-        machine::TheRegistry().WatchWrites([this](const machine::RegistryWrite&) { ++writes; });
-    }
-    ~WriteCount() { machine::TheRegistry().WatchWrites({}); }
-};
 
 int Add(int number) {
     return ComNameArbiterAdd(number);
@@ -40,38 +33,22 @@ int Remove(int number) {
 }
 
 TEST(ComNameArbiter, EachOperationKeepsItsOwnBounds) {
-    struct Row {
-        const char* what;
-        int (*operation)(int);
-        int number;
-        Bytes before, after;
-    };
-    for (const Row& row : {
-             Row{"the first number", Add, 1, {0x00, 0x00}, {0x01, 0x00}},
-             Row{"a byte's last number", Add, 8, {0x00, 0x00}, {0x80, 0x00}},
-             Row{"the next byte's first number", Add, 9, {0x00, 0x00}, {0x00, 0x01}},
-             Row{"the very last number is set", Add, 16, {0x00, 0x00}, {0x00, 0x80}},
-             Row{"but never cleared", Remove, 16, {0xFF, 0xFF}, {0xFF, 0xFF}},
-             Row{"the last but one is", Remove, 15, {0xFF, 0xFF}, {0xFF, 0xBF}},
-             Row{"behind the end", Add, 17, {0x00, 0x00}, {0x00, 0x00}},
-             Row{"no number", Add, 0, {0x00, 0x00}, {0x00, 0x00}},
-             Row{"below the first", Add, -1, {0x00, 0x00}, {0x00, 0x00}},
-             Row{"no number cleared", Remove, 0, {0xFF, 0xFF}, {0xFF, 0xFF}},
-             Row{"set already", Add, 3, {0x04, 0x00}, {0x04, 0x00}},
-             Row{"clear already", Remove, 3, {0x00, 0x00}, {0x00, 0x00}},
-             Row{"a database of no bytes", Add, 1, {}, {}},
-             Row{"and nothing in it to clear", Remove, 1, {}, {}},
-         }) {
-        Plant(row.before);
-        const WriteCount count;
-        const bool changes = row.before != row.after;
-        EXPECT_EQ(row.operation(row.number), changes ? 1 : 0) << row.what;
-        EXPECT_EQ(Database(), row.after) << row.what;
-        EXPECT_EQ(count.writes, changes ? 1 : 0) << row.what;
+    using Row = std::tuple<int (*)(int), int, Bytes, Bytes>;
+    const Bytes none = {0x00, 0x00}, all = {0xFF, 0xFF};
+    for (const auto& [operation, number, before, after] :
+         {Row{Add, 1, none, {0x01, 0x00}}, Row{Add, 8, none, {0x80, 0x00}}, Row{Add, 9, none, {0x00, 0x01}},
+          // The very last number is set, but never cleared.
+          Row{Add, 16, none, {0x00, 0x80}}, Row{Remove, 16, all, all}, Row{Remove, 15, all, {0xFF, 0xBF}},
+          Row{Add, 17, none, none}, Row{Add, 0, none, none}, Row{Add, -1, none, none}, Row{Remove, 0, all, all},
+          // What is so already is not written, and a database of no bytes has no numbers.
+          Row{Add, 3, {0x04, 0x00}, {0x04, 0x00}}, Row{Remove, 3, none, none}, Row{Add, 1, {}, {}},
+          Row{Remove, 1, {}, {}}}) {
+        Plant(before);
+        const bool changes = before != after;
+        EXPECT_EQ(operation(number), changes ? 1 : 0) << number;
+        EXPECT_EQ(Database(), after) << number;
+        EXPECT_EQ(s_writes, changes ? 1 : 0) << number;
     }
-}
-
-TEST(ComNameArbiter, ANameWithoutNumberChangesNothing) {
     for (const char* name : {"COM", "", "CO", "LPTx", "COMx7"}) {
         Plant({0x00});
         EXPECT_EQ(ComNameArbiterAddByName(name), 0) << name;
@@ -81,87 +58,54 @@ TEST(ComNameArbiter, ANameWithoutNumberChangesNothing) {
 }
 
 TEST(ComNameArbiter, TheHighestNumberIsNeverGivenOut) {
-    struct Row {
-        Bytes database;
-        LONG first, found;
-    };
-    for (const Row& row : {
-             Row{{0x00, 0x00}, 1, 1},
-             Row{{0x0F, 0x00}, 1, 5},
-             Row{{0x00, 0x00}, 9, 9},
-             Row{{0xFF, 0x3F}, 1, 15},
-             Row{{0xFF, 0x7F}, 1, 0},
-             Row{{0x00, 0x00}, 16, 0},
-             Row{{}, 1, 0},
-         }) {
-        Plant(row.database);
-        EXPECT_EQ(ComNameArbiterFindFree(row.first), row.found) << "from " << row.first;
+    using Row = std::tuple<Bytes, LONG, LONG>;
+    for (const auto& [database, first, found] :
+         {Row{{0x00, 0x00}, 1, 1}, Row{{0x0F, 0x00}, 1, 5}, Row{{0x00, 0x00}, 9, 9}, Row{{0xFF, 0x3F}, 1, 15},
+          Row{{0xFF, 0x7F}, 1, 0}, Row{{0x00, 0x00}, 16, 0}, Row{{}, 1, 0}}) {
+        Plant(database);
+        EXPECT_EQ(ComNameArbiterFindFree(first), found) << "from " << first;
     }
 }
 
 TEST(ComNameArbiter, WithoutADatabaseNothingIsMade) {
-    EXPECT_EQ(ComNameArbiterAdd(3), 0);
-    EXPECT_EQ(ComNameArbiterRemove("COM3"), 0);
-    EXPECT_EQ(ComNameArbiterFindFree(1), 0);
+    EXPECT_EQ(ComNameArbiterAdd(3) + ComNameArbiterRemove("COM3") + ComNameArbiterFindFree(1), 0);
     EXPECT_EQ(CleanRegComPortArbiter("1-16"), 0);
     EXPECT_EQ(machine::TheRegistry().FindKey(kKey), nullptr);
 }
 
 TEST(ComNameArbiter, ASweepFreesWhatIsListedAndHasNoDosName) {
-    struct Row {
-        const char* list;
-        Bytes before, after;
-        int result;
-    };
+    using Row = std::tuple<const char*, Bytes, Bytes, int>;
     // Live: COM3 and COM12. Names in other letters are no COM names.
-    for (const char* name : {"COM3", "COM12", "com5", "COMX", "COM0", "COM999", "AUX"}) {
+    for (const char* name : {"COM3", "COM12", "com5", "COMX", "COM0", "COM999", "AUX"})
         ASSERT_TRUE(CreateDosName(name, "\\Device\\Serial0")) << name;
-    }
-    for (const Row& row : {
-             Row{"1-16", {0xFF, 0xFF}, {0x04, 0x08}, 1},
-             Row{"1-4,7, 16", {0xFF, 0xFF}, {0xB4, 0x7F}, 1},
-             Row{"9-40", {0xFF, 0xFF}, {0xFF, 0x08}, 1},
-             Row{"3,12", {0xFF, 0xFF}, {0xFF, 0xFF}, 1},
-             Row{"1-16", {0x00, 0x00}, {0x00, 0x00}, 1},
-             Row{"abc", {0xFF, 0xFF}, {0xFF, 0xFF}, 1},
-             Row{"8-2", {0xFF, 0xFF}, {0xFF, 0xFF}, 0},
-             Row{"", {0xFF, 0xFF}, {0xFF, 0xFF}, 0},
-         }) {
-        Plant(row.before);
-        const WriteCount count;
-        const std::string shown = std::string("list '") + row.list + "'";
-        EXPECT_EQ(CleanRegComPortArbiter(row.list), row.result) << shown;
-        EXPECT_EQ(Database(), row.after) << shown;
-        EXPECT_EQ(count.writes, row.before != row.after ? 1 : 0) << shown;
+    for (const auto& [list, before, after, result] :
+         {Row{"1-16", {0xFF, 0xFF}, {0x04, 0x08}, 1}, Row{"1-4,7, 16", {0xFF, 0xFF}, {0xB4, 0x7F}, 1},
+          Row{"9-40", {0xFF, 0xFF}, {0xFF, 0x08}, 1}, Row{"3,12", {0xFF, 0xFF}, {0xFF, 0xFF}, 1},
+          Row{"1-16", {0x00, 0x00}, {0x00, 0x00}, 1}, Row{"abc", {0xFF, 0xFF}, {0xFF, 0xFF}, 1},
+          Row{"8-2", {0xFF, 0xFF}, {0xFF, 0xFF}, 0}, Row{"", {0xFF, 0xFF}, {0xFF, 0xFF}, 0}}) {
+        Plant(before);
+        EXPECT_EQ(CleanRegComPortArbiter(list), result) << list;
+        EXPECT_EQ(Database(), after) << list;
+        EXPECT_EQ(s_writes, before != after ? 1 : 0) << list;
     }
 }
 
 TEST(ComNameArbiter, AFreeNumberIsFreeInTheDatabaseAndAmongThePresentPorts) {
-    CSettings settings;
-    g_pSettings = &settings;
-    CComPorts ports;
-    ports.AddVirtualPort("COM2", "\\Device\\Serial1");
-    const int gone = ports.AddVirtualPort("COM4", "\\Device\\Serial3");
-    ports.Ports[gone]->IsPresent = 0;
-    struct Row {
-        LONG maxNumber;
-        Bytes database;
-        LONG found;
-    };
-    for (const Row& row : {
-             Row{255, {0x00, 0x00}, 1},
-             Row{255, {0x01, 0x00}, 3}, // COM2 is clear in the database, but a port has it
-             Row{255, {0x05, 0x00}, 4}, // the port that had COM4 has left
-             Row{0, {0x00, 0x00}, 0},
-             Row{2, {0x01, 0x00}, 0}, // behind the taken 2 the search may not start again
-             Row{2, {0x03, 0x00}, 3}, // the limit binds where a search starts, not what it finds
-             Row{255, {0xFF, 0x7F}, 0},
-         }) {
-        settings.MaxPortNumber = row.maxNumber;
-        Plant(row.database);
-        EXPECT_EQ(ports.FindFreePortNumber(), row.found) << "up to " << row.maxNumber;
+    g_pSettings = new CSettings;
+    CComPorts* ports = inventorytest::NewTable();
+    ports->AddVirtualPort("COM2", "\\Device\\Serial1");
+    ports->Ports[ports->AddVirtualPort("COM4", "\\Device\\Serial3")]->IsPresent = 0;
+    using Row = std::tuple<LONG, Bytes, LONG>;
+    for (const auto& [maxNumber, database, found] :
+         {Row{255, {0x00, 0x00}, 1}, Row{255, {0x01, 0x00}, 3}, // COM2 is clear in the database, but a port has it
+          Row{255, {0x05, 0x00}, 4},                            // the port that had COM4 has left
+          Row{0, {0x00, 0x00}, 0}, Row{2, {0x01, 0x00}, 0},     // behind the taken 2 the search may not start again
+          Row{2, {0x03, 0x00}, 3}, // the limit binds where a search starts, not what it finds
+          Row{255, {0xFF, 0x7F}, 0}}) {
+        g_pSettings->MaxPortNumber = maxNumber;
+        Plant(database);
+        EXPECT_EQ(ports->FindFreePortNumber(), found) << "up to " << maxNumber;
     }
-    g_pSettings = nullptr;
 }
 
 } // namespace

@@ -2,22 +2,20 @@
 // process ends; nobody deletes them, since the product's memory is the product's.
 #pragma once
 
+#include "tests/harness/Harness.h"
+
 #include "inventory/CComPorts.h"
+#include "simwin/devices/Devices.h"
 #include "support/BoundedText.h"
 
+#include <string>
 #include <vector>
 
 namespace inventorytest {
 
 struct PortRow {
     DWORD devInst = 0;
-    const char* path = "";
-    const char* id = "";
-    const char* regName = "";
-    const char* kernelNameCom = "";
-    const char* kernelNamePath = "";
-    const char* service = "";
-    const char* parentService = "";
+    const char *path = "", *id = "", *regName = "", *kernelNameCom = "", *kernelNamePath = "", *service = "";
     DWORD sameParent = 0;
 };
 
@@ -43,9 +41,17 @@ inline CComPort* Put(CComPorts* table, const PortRow& row) {
     CopyText(port->szKernelNameCom, row.kernelNameCom);
     CopyText(port->szKernelNameDevPath, row.kernelNamePath);
     CopyText(port->Service, row.service);
-    CopyText(port->ParentService, row.parentService);
     table->Ports[table->PortCount] = port;
     ++table->PortCount;
+    return port;
+}
+
+// A port as a device of the machine.
+inline machine::DeviceDescription Port(const char* id, const char* portName) {
+    machine::DeviceDescription port;
+    port.id = id;
+    port.kind = machine::DeviceKind::Port;
+    port.portName = portName;
     return port;
 }
 

@@ -1,10 +1,9 @@
+// What the scans make of the table: whose name a name is, which ports are one device's, and what a removal takes along.
 #include "config/CSettings.h"
-#include "inventory/CComPorts.h"
 #include "inventory/CDosDeviceNames.h"
 #include "inventory/KnownDrivers.h"
 #include "simwin/devices/DosNames.h"
 
-#include "tests/harness/Harness.h"
 #include "tests/unit/inventory/PortBuilder.h"
 
 namespace {
@@ -13,129 +12,87 @@ using inventorytest::NewTable;
 using inventorytest::PortRow;
 using inventorytest::Put;
 
+constexpr const char* Vcp = "\\Device\\VCP0";
+
 bool NameExists(const char* name) {
     char target[kDosTargetSize];
     return QueryDosName(name, target) != 0;
 }
 
-struct DriverRow {
-    const char *kernelName, *deviceId, *service, *parentService;
-    bool fits;
-};
-
-constexpr DriverRow Drivers[] = {
-    {"\\Device\\Serial0", "ACPI\\PNP0501\\1", "Serial", "", true},
-    {"\\Device\\Serial0", "ACPI\\PNP0501\\1", "", "msisadrv", true},
-    {"\\Device\\Serial0", "ACPI\\PNP0501\\1", "serial", "", false}, // exact in case
-    {"\\Device\\serial0", "ACPI\\PNP0501\\1", "Serial", "", false},
-    {"\\Device\\Serial3", "USB\\vid_6547&PID_0232\\1", "", "", true}, // by vendor, in a later row than the first hit
-    {"\\Device\\VCP2", "FTDIBUS\\VID_0403+PID_6001\\0000", "FTSER2K", "", true},
-    {"\\Device\\VCP2", "FTDIBUS\\VID_0403+PID_6001\\0000", "Other", "", false}, // a vendor id ends with "&"
-    {"\\Device\\VCP2", "USB\\VID_0403&PID_6001\\A1", "Other", "", true},
-    {"\\Device\\QCUSB_COM4", "USB\\VID_1199&PID_68A2\\1", "cmnxusbser", "", true},
-    {"\\Device\\e360", "X", "", "Mbm3CBus", true},
-    {"\\Device\\Silabser0", "X", "silabser", "", true},
-    {"\\Device\\VSerial0", "X", "evserial", "", true}, // the last row
-    {"\\Device\\VSerial0", "X", "", "", false},        // an empty cell is no empty name
-    {"", "X", "Serial", "msisadrv", false},
-};
-
 TEST(KnownDrivers, AKernelNameFitsByVendorServiceOrParent) {
-    for (const DriverRow& row : Drivers) {
-        EXPECT_EQ(row.fits, KernelNameFitsDriver(row.kernelName, row.deviceId, row.service, row.parentService))
-            << row.kernelName << " of " << row.deviceId << " " << row.service << " " << row.parentService;
-    }
+    using Row = std::tuple<const char*, const char*, const char*, const char*, bool>;
+    for (const auto& [kernelName, deviceId, service, parentService, fits] :
+         {Row{"\\Device\\Serial0", "ACPI\\PNP0501\\1", "Serial", "", true},
+          Row{"\\Device\\Serial0", "ACPI\\PNP0501\\1", "", "msisadrv", true},
+          Row{"\\Device\\Serial0", "ACPI\\PNP0501\\1", "serial", "", false}, // exact in case
+          Row{"\\Device\\serial0", "ACPI\\PNP0501\\1", "Serial", "", false},
+          // By vendor, in a later row than the first hit.
+          Row{"\\Device\\Serial3", "USB\\vid_6547&PID_0232\\1", "", "", true},
+          // A vendor id ends with "&".
+          Row{"\\Device\\VCP2", "FTDIBUS\\VID_0403+PID_6001\\0000", "Other", "", false},
+          Row{"\\Device\\VCP2", "USB\\VID_0403&PID_6001\\A1", "Other", "", true},
+          Row{"\\Device\\e360", "X", "", "Mbm3CBus", true},
+          Row{"\\Device\\VSerial0", "X", "evserial", "", true}, // the last row
+          Row{"\\Device\\VSerial0", "X", "", "", false},        // an empty cell is no empty name
+          Row{"", "X", "Serial", "msisadrv", false}})
+        EXPECT_EQ(fits, KernelNameFitsDriver(kernelName, deviceId, service, parentService))
+            << kernelName << " of " << deviceId << " " << service << " " << parentService;
 }
-
-struct SameDeviceRow {
-    const char *x, *y;
-    int same;
-};
-
-constexpr SameDeviceRow SameDevices[] = {
-    {"FTDIBUS\\VID_0403+PID_6011+A1&1\\0000", "FTDIBUS\\VID_0403+PID_6011+A1&2\\0000", 1},
-    {"USB\\VID_2C7C&PID_0125&MI_02\\7&1", "USB\\VID_2C7C&PID_0125&MI_03\\7&1", 1},
-    {"USB\\VID_2C7C&PID_0125&MI_02\\7&1", "USB\\vid_2C7C&PID_0125&MI_03\\7&1", 0},
-    {"USB\\VID_2C7C&PID_0125\\7&1", "USB\\VID_2C7D&PID_0125\\7&1", 0},
-    {"ABCDEFGHIJKLM\\1", "ABCDEFGHIJxyz\\1", 1}, // the shortest that counts
-    {"ABCDEFGHIJKL\\1", "ABCDEFGHIJKL\\1", 0},   // one character less says nothing
-    {"ABCDEFGHIJKLMNOP", "ABCDEFGHIJKLMNOP", 0}, // no instance part
-    {"", "", 0},
-    {"USB\\VID_2C7C&PID_0125&MI_02\\7&1", "USB\\VID_2C7C", 0},
-    {"BTHENUM\\{00001101}_LOCALMFG&0002\\7&1", "BTHENUM\\{00001101}_LOCALMFG&0055\\7&1", 1}, // alike up to the brace
-    {"BTHENUM\\{00001101}_LOCALMFG&0002\\7&1", "BTHENUM\\{00001102}_LOCALMFG&0055\\7&1", 0},
-    {"BTH\\{0001}_LOCALMFG&0002\\7&1", "BTH\\{0001}_REMOTE&0055\\7&1", 0}, // the brace stands too early
-};
 
 TEST(PortScans, FunctionsOfOneDeviceAreToldByTheirIds) {
-    for (const SameDeviceRow& row : SameDevices) {
-        CComPort x;
-        CComPort y;
-        CopyText(x.DeviceID, row.x);
-        CopyText(y.DeviceID, row.y);
-        EXPECT_EQ(row.same, CComPorts::IsSameDevice(&x, &y)) << row.x << " and " << row.y;
+    using Row = std::tuple<const char*, const char*, int>;
+    for (const auto& [a, b, same] :
+         {Row{"USB\\VID_2C7C&PID_0125&MI_02\\7&1", "USB\\VID_2C7C&PID_0125&MI_03\\7&1", 1},
+          Row{"USB\\VID_2C7C&PID_0125&MI_02\\7&1", "USB\\vid_2C7C&PID_0125&MI_03\\7&1", 0},
+          Row{"USB\\VID_2C7C&PID_0125\\7&1", "USB\\VID_2C7D&PID_0125\\7&1", 0},
+          Row{"ABCDEFGHIJKLM\\1", "ABCDEFGHIJxyz\\1", 1}, // the shortest that counts
+          Row{"ABCDEFGHIJKL\\1", "ABCDEFGHIJKL\\1", 0},   // one character less says nothing
+          Row{"ABCDEFGHIJKLMNOP", "ABCDEFGHIJKLMNOP", 0}, // no instance part
+          Row{"", "", 0}, Row{"USB\\VID_2C7C&PID_0125&MI_02\\7&1", "USB\\VID_2C7C", 0},
+          // Alike up to the brace, unless that stands too early.
+          Row{"BTHENUM\\{00001101}_LOCALMFG&0002\\7&1", "BTHENUM\\{00001101}_LOCALMFG&0055\\7&1", 1},
+          Row{"BTHENUM\\{00001101}_LOCALMFG&0002\\7&1", "BTHENUM\\{00001102}_LOCALMFG&0055\\7&1", 0},
+          Row{"BTH\\{0001}_LOCALMFG&0002\\7&1", "BTH\\{0001}_REMOTE&0055\\7&1", 0}}) {
+        CComPort x, y;
+        CopyText(x.DeviceID, a);
+        CopyText(y.DeviceID, b);
+        EXPECT_EQ(same, CComPorts::IsSameDevice(&x, &y)) << a << " and " << b;
     }
-}
-
-struct ConflictRow {
-    const char* what;
-    PortRow a, b;
-    bool aLoses, bLoses;
-};
-
-constexpr const char* Vcp = "\\Device\\VCP0";
-
-const ConflictRow Conflicts[] = {
-    {"a's path leads there",
-     {.regName = "COM7", .kernelNameCom = Vcp, .kernelNamePath = Vcp},
-     {.regName = "COM7", .kernelNameCom = Vcp, .kernelNamePath = "\\Device\\X"},
-     false,
-     true},
-    {"b's path leads there, a has none",
-     {.regName = "COM7", .kernelNameCom = Vcp},
-     {.regName = "COM7", .kernelNameCom = Vcp, .kernelNamePath = Vcp},
-     true,
-     false},
-    {"a's driver names devices so",
-     {.regName = "COM7", .kernelNameCom = Vcp, .service = "FTSER2K"},
-     {.regName = "COM7", .kernelNameCom = Vcp, .service = "Ser2pl"},
-     false,
-     true},
-    {"both fit",
-     {.regName = "COM7", .kernelNameCom = Vcp, .kernelNamePath = Vcp},
-     {.regName = "COM7", .kernelNameCom = Vcp, .service = "FTSER2K"},
-     true,
-     true},
-    {"neither fits", {.regName = "COM7", .kernelNameCom = Vcp}, {.regName = "COM7", .kernelNameCom = Vcp}, true, true},
-    {"other names", {.regName = "COM7", .kernelNameCom = Vcp}, {.regName = "COM8", .kernelNameCom = Vcp}, false, false},
-    {"differing in case", {.regName = "COM7", .kernelNameCom = Vcp}, {.regName = "com7"}, false, false},
-    {"both without a name", {.kernelNameCom = Vcp}, {.kernelNameCom = Vcp}, false, false},
-};
-
-void ExpectLost(const CComPort* port, bool loses, const char* what) {
-    EXPECT_EQ(loses ? 1u : 0u, port->MarkedForRestart) << what;
-    EXPECT_STREQ(loses ? "" : port->szRegPortName, port->szPortName) << what;
-    EXPECT_EQ(loses ? 0 : 7, port->PortNumber) << what;
 }
 
 TEST(PortScans, OfTwoPortsWithOneNameTheOneWithoutTheLinkLosesIt) {
-    for (const ConflictRow& row : Conflicts) {
+    using Row = std::tuple<const char*, PortRow, PortRow, bool, bool>;
+    const PortRow plain = {.regName = "COM7", .kernelNameCom = Vcp};
+    const PortRow linked = {.regName = "COM7", .kernelNameCom = Vcp, .kernelNamePath = Vcp};
+    const PortRow elsewhere = {.regName = "COM7", .kernelNameCom = Vcp, .kernelNamePath = "\\Device\\X"};
+    const PortRow ftdi = {.regName = "COM7", .kernelNameCom = Vcp, .service = "FTSER2K"};
+    const PortRow other = {.regName = "COM7", .kernelNameCom = Vcp, .service = "Ser2pl"};
+    for (const auto& [what, a, b, aLoses, bLoses] :
+         {Row{"a's path leads there", linked, elsewhere, false, true},
+          Row{"b's path leads there, a has none", plain, linked, true, false},
+          Row{"a's driver names devices so", ftdi, other, false, true}, Row{"both fit", linked, ftdi, true, true},
+          Row{"neither fits", plain, plain, true, true}, Row{"other names", plain, {.regName = "COM8"}, false, false},
+          Row{"differing in case", plain, {.regName = "com7"}, false, false},
+          Row{"without a name", {.kernelNameCom = Vcp}, {.kernelNameCom = Vcp}, false, false}}) {
         CComPorts* table = NewTable();
-        CComPort* a = Put(table, row.a);
-        CComPort* b = Put(table, row.b);
-        a->PortNumber = b->PortNumber = 7;
+        const bool isUndecided = aLoses && bLoses; // then the kernel names stay
+        CComPort* ports[] = {Put(table, a), Put(table, b)};
+        ports[0]->PortNumber = ports[1]->PortNumber = 7;
         table->ScanSamePorts();
-        ExpectLost(a, row.aLoses, row.what);
-        ExpectLost(b, row.bLoses, row.what);
-        const bool isUndecided = row.aLoses && row.bLoses; // then the kernel names stay
-        EXPECT_STREQ(row.aLoses && !isUndecided ? "" : row.a.kernelNameCom, a->szKernelNameCom) << row.what;
-        EXPECT_STREQ(row.bLoses && !isUndecided ? "" : row.b.kernelNameCom, b->szKernelNameCom) << row.what;
+        for (const int i : {0, 1}) {
+            const bool loses = i == 0 ? aLoses : bLoses;
+            EXPECT_EQ(loses ? 1u : 0u, ports[i]->MarkedForRestart) << what;
+            EXPECT_STREQ(loses ? "" : ports[i]->szRegPortName, ports[i]->szPortName) << what;
+            EXPECT_EQ(loses ? 0 : 7, ports[i]->PortNumber) << what;
+            EXPECT_STREQ(loses && !isUndecided ? "" : (i == 0 ? a : b).kernelNameCom, ports[i]->szKernelNameCom)
+                << what;
+        }
     }
     CComPorts* table = NewTable();
-    Put(table, Conflicts[4].a)->IsPresent = 0;
-    CComPort* present = Put(table, Conflicts[4].b);
+    Put(table, plain)->IsPresent = 0;
+    CComPort* present = Put(table, plain);
     table->ScanSamePorts();
-    EXPECT_EQ(0u, present->MarkedForRestart); // an absent port claims nothing
+    EXPECT_EQ(0u, present->MarkedForRestart) << "an absent port claims nothing";
 }
 
 void PutFunctions(CComPorts* table, int count, const char* device, DWORD sameParent) {
@@ -146,37 +103,30 @@ void PutFunctions(CComPorts* table, int count, const char* device, DWORD samePar
     }
 }
 
+std::vector<LONG> GroupOf(const CComPorts* table, LONG index) {
+    const CComPort* port = table->Ports[index];
+    return std::vector<LONG>(port->Same, port->Same + port->SameParentCount);
+}
+
+using Group = std::vector<LONG>;
+
 TEST(PortScans, ThePortsOfOneDeviceFormAGroupWithEachItselfFirst) {
     CComPorts* table = NewTable();
     PutFunctions(table, 2, "A", 50);
     PutFunctions(table, 4, "A", 60); // the same model on another hub
     PutFunctions(table, 1, "B", 50);
     table->ScanSameParents();
-    for (LONG i = 0; i < 7; ++i) {
-        const CComPort* port = table->Ports[i];
-        EXPECT_EQ(i == 6 ? 1 : i < 2 ? 2 : 4, port->SameParentCount) << i;
-        EXPECT_EQ(i, port->Same[0]) << i;
-    }
-    const CComPort* third = table->Ports[4];
-    EXPECT_EQ(2, third->Same[1]);
-    EXPECT_EQ(3, third->Same[2]);
-    EXPECT_EQ(5, third->Same[3]);
-}
-
-TEST(PortScans, APortThatIsJustRestartedStaysInItsGroup) {
-    CComPorts* table = NewTable();
-    PutFunctions(table, 3, "A", 50);
+    EXPECT_EQ(GroupOf(table, 0), (Group{0, 1}));
+    EXPECT_EQ(GroupOf(table, 4), (Group{4, 2, 3, 5}));
+    EXPECT_EQ(GroupOf(table, 6), (Group{6}));
+    // A port that is just restarted stays in its group; who takes no part keeps what he had.
+    table->Ports[2]->IsPresent = table->Ports[3]->IsPresent = 0;
+    table->Ports[2]->RestartTicker = GetTickCount() - 500;
+    table->Ports[3]->RestartTicker = GetTickCount() - 2000;
     table->ScanSameParents();
-    CComPort* restarting = table->Ports[1];
-    CComPort* gone = table->Ports[2];
-    restarting->IsPresent = gone->IsPresent = 0;
-    restarting->RestartTicker = GetTickCount() - 500;
-    gone->RestartTicker = GetTickCount() - 2000;
-    table->ScanSameParents();
-    EXPECT_EQ(2, table->Ports[0]->SameParentCount);
-    EXPECT_EQ(1, table->Ports[0]->Same[1]);
-    EXPECT_EQ(2, restarting->SameParentCount);
-    EXPECT_EQ(3, gone->SameParentCount); // who takes no part keeps what he had
+    EXPECT_EQ(GroupOf(table, 4), (Group{4, 2, 5}));
+    EXPECT_EQ(GroupOf(table, 2), (Group{2, 4, 5}));
+    EXPECT_EQ(GroupOf(table, 3).size(), 4u);
 }
 
 TEST(PortScans, AGroupEndsWithItsLastPlace) {
@@ -184,81 +134,57 @@ TEST(PortScans, AGroupEndsWithItsLastPlace) {
     PutFunctions(table, kMaxSame + 2, "A", 50);
     table->ScanSameParents();
     for (LONG i = 0; i < kMaxSame + 2; ++i) {
-        const CComPort* port = table->Ports[i];
-        EXPECT_EQ(kMaxSame, port->SameParentCount) << i;
-        EXPECT_EQ(i, port->Same[0]);
-        EXPECT_STREQ("", port->szPortName) << i; // the field behind Same
+        EXPECT_EQ(kMaxSame, table->Ports[i]->SameParentCount) << i;
+        EXPECT_EQ(i, table->Ports[i]->Same[0]);
+        EXPECT_STREQ("", table->Ports[i]->szPortName) << "the field behind Same of " << i;
     }
 }
 
-struct RemovalRow {
-    const char* what;
-    const char* target; // of COM5 at the removal, null for none
-    DWORD changedByDdn;
-    LONG removeNames; // RemoveDosDeviceNameOnRemoval
-    bool nameStays;
-    DWORD changedByDdnAfter;
-};
-
-constexpr RemovalRow Removals[] = {
-    {"gone", nullptr, 1, 1, false, 1},
-    {"another device has it", "\\Device\\VCP9", 1, 1, true, 1},
-    {"zombie, left", Vcp, 0, 0, true, 0},
-    {"zombie, removed as configured", Vcp, 0, 1, false, 0},
-    {"zombie that this service made", Vcp, 1, 0, false, 0},
-};
-
 TEST(PortScans, ARemovedPortTakesItsOwnNameAlongAndNoOther) {
+    // of COM5 at the removal, null for none
+    // RemoveDosDeviceNameOnRemoval
+    using Row = std::tuple<const char*, const char*, DWORD, LONG, bool, DWORD>;
     g_pSettings = new CSettings;
-    for (const RemovalRow& row : Removals) {
+    for (const auto& [what, target, changedByDdn, removeNames, nameStays, changedByDdnAfter] :
+         {Row{"gone", nullptr, 1, 1, false, 1}, Row{"another device has it", "\\Device\\VCP9", 1, 1, true, 1},
+          Row{"zombie, left", Vcp, 0, 0, true, 0}, Row{"zombie, removed as configured", Vcp, 0, 1, false, 0},
+          Row{"zombie that this service made", Vcp, 1, 0, false, 0}}) {
+        SCOPED_TRACE(what);
         CComPorts* table = NewTable();
-        if (row.target != nullptr) {
-            ASSERT_EQ(1, CreateDosName("COM5", row.target)) << row.what;
+        if (target != nullptr) {
+            ASSERT_EQ(1, CreateDosName("COM5", target));
         }
-        g_pSettings->RemoveDosDeviceNameOnRemoval = row.removeNames;
-        g_pSettings->RemovePortDeviceOnRemoval = g_pSettings->RemoveUsbDeviceOnRemoval = 0;
-        CComPort* port =
-            Put(table,
-                {.devInst = 99999, .path = "\\\\?\\a", .regName = "COM5", .kernelNameCom = Vcp, .kernelNamePath = Vcp});
+        g_pSettings->RemoveDosDeviceNameOnRemoval = removeNames;
+        CComPort* port = Put(table, {.devInst = 99999, .path = "\\\\?\\a", .regName = "COM5", .kernelNameCom = Vcp});
         port->PortNumber = 5;
-        port->PortChangedByDdn = row.changedByDdn;
-        port->ChangePortTicker = 1;
-        EXPECT_EQ(-1, table->RemovePort("\\\\?\\b")) << row.what;
-        EXPECT_EQ(1u, port->IsPresent) << row.what;
-        EXPECT_EQ(0, table->RemovePort("\\\\.\\A")) << row.what;
-        EXPECT_EQ(row.nameStays, NameExists("COM5")) << row.what;
-        EXPECT_EQ(row.changedByDdnAfter, port->PortChangedByDdn) << row.what;
-        EXPECT_EQ(0u, port->IsPresent) << row.what;
-        EXPECT_STREQ("", port->szPortName) << row.what;
-        EXPECT_STREQ("", port->szKernelNameCom) << row.what;
-        EXPECT_STREQ("", port->szKernelNameDevPath) << row.what;
-        EXPECT_STREQ("COM5", port->szRegPortName) << row.what;
-        EXPECT_EQ(5, port->PortNumber) << row.what;
-        EXPECT_EQ(45u, port->Problem) << row.what; // no such node
-        EXPECT_EQ(0u, port->ChangePortTicker) << row.what;
+        port->PortChangedByDdn = changedByDdn;
+        EXPECT_EQ(-1, table->RemovePort("\\\\?\\b"));
+        EXPECT_EQ(1u, port->IsPresent);
+        EXPECT_EQ(0, table->RemovePort("\\\\.\\A"));
+        EXPECT_EQ(nameStays, NameExists("COM5"));
+        EXPECT_EQ(changedByDdnAfter, port->PortChangedByDdn);
+        EXPECT_EQ(0u, port->IsPresent);
+        EXPECT_STREQ("", port->szPortName);
+        EXPECT_STREQ("COM5", port->szRegPortName);
+        EXPECT_EQ(5, port->PortNumber);
+        EXPECT_EQ(45u, port->Problem) << "no such node";
         DeleteDosName("COM5");
     }
 }
 
 TEST(PortScans, OnlyNamesWithoutADeviceAreDeleted) {
     CComPorts* table = NewTable();
-    struct {
-        const char* name;
-        DWORD error;
-        bool stays;
-    } rows[] = {{"COM21", ERROR_FILE_NOT_FOUND, false},
-                {"COM22", ERROR_PATH_NOT_FOUND, false},
-                {"COM23", ERROR_ACCESS_DENIED, true}};
-    for (const auto& row : rows) {
-        ASSERT_EQ(1, CreateDosName(row.name, "\\Device\\Gone"));
-        machine::TheDosNames().SetOpens(row.name, {.error = row.error});
-        Put(table, {.regName = row.name});
+    const std::pair<const char*, DWORD> rows[] = {
+        {"COM21", ERROR_FILE_NOT_FOUND}, {"COM22", ERROR_PATH_NOT_FOUND}, {"COM23", ERROR_ACCESS_DENIED}};
+    for (const auto& [name, error] : rows) {
+        ASSERT_EQ(1, CreateDosName(name, "\\Device\\Gone"));
+        machine::TheDosNames().SetOpens(name, {.error = error});
+        Put(table, {.regName = name});
     }
     Put(table, {}); // a port without a name in force
     table->DeleteNotFoundPorts();
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.stays, NameExists(row.name)) << row.name;
-    }
+    for (const auto& [name, error] : rows)
+        EXPECT_EQ(error == ERROR_ACCESS_DENIED, NameExists(name)) << name;
 }
 
 } // namespace

@@ -14,7 +14,7 @@ struct Tree {
     UsbHubList list = {};
 
     // node, parent: device nodes.
-    UsbHub& Add(DWORD node, DWORD parent, LONG portNumber) {
+    void Add(DWORD node, DWORD parent, LONG portNumber) {
         UsbHub& hub = hubs[list.Count];
         hub.Index = list.Count;
         hub.ParentIndex = kNoHub;
@@ -22,7 +22,6 @@ struct Tree {
         hub.ParentDevInst = parent;
         hub.PortNumber = portNumber;
         list.Hubs[list.Count++] = &hub;
-        return hub;
     }
 };
 
@@ -34,19 +33,16 @@ TEST(UsbHubs, NamesAndChainsReadFromTheRootDown) {
         const char* name;
         ULONGLONG chain;
     };
-    const Row rows[] = {
-        {12, 11, 2, "1-4-2", 0x0104020000000000}, // listed before the hubs above it
-        {10, 1, 1, "1", 0x0100000000000000},
-        {11, 10, 4, "1-4", 0x0104000000000000},
-        {20, 2, 2, "2", 0x0200000000000000},
-        {21, 20, 0, "2-0", 0x0200000000000000},        // its port could not be found
-        {30, 99, 3, "3", 0x0300000000000000},          // no hub above it in the list
-        {40, 5, -1, "4294967295", 0xFF00000000000000}, // a root hub of an unknown controller
-        {41, 40, 0x105, "4294967295-261", 0xFF05000000000000},
-    };
-    for (const Row& row : rows) {
+    const Row rows[] = {{12, 11, 2, "1-4-2", 0x0104020000000000}, // listed before the hubs above it
+                        {10, 1, 1, "1", 0x0100000000000000},
+                        {11, 10, 4, "1-4", 0x0104000000000000},
+                        {20, 2, 2, "2", 0x0200000000000000},
+                        {21, 20, 0, "2-0", 0x0200000000000000},        // its port could not be found
+                        {30, 99, 3, "3", 0x0300000000000000},          // no hub above it in the list
+                        {40, 5, -1, "4294967295", 0xFF00000000000000}, // a root hub of an unknown controller
+                        {41, 40, 0x105, "4294967295-261", 0xFF05000000000000}};
+    for (const Row& row : rows)
         tree.Add(row.node, row.parent, row.port);
-    }
     LinkHubs(&tree.list);
     for (LONG i = 0; i < tree.list.Count; ++i) {
         EXPECT_STREQ(tree.hubs[i].szName, rows[i].name);
@@ -58,9 +54,8 @@ TEST(UsbHubs, NamesAndChainsReadFromTheRootDown) {
 
 TEST(UsbHubs, ADeepTreeIsCutAndARingEnds) {
     Tree tree;
-    for (DWORD level = 1; level <= 12; ++level) {
+    for (DWORD level = 1; level <= 12; ++level)
         tree.Add(level, level - 1, 100 + static_cast<LONG>(level));
-    }
     tree.Add(50, 52, 1);
     tree.Add(51, 50, 2);
     tree.Add(52, 51, 3);
@@ -92,76 +87,46 @@ TEST(UsbHubs, AnOldListLivesUntilItsLastReaderIsGone) {
     EXPECT_EQ(AllocatedBytes(), bytesOfOneList) << "both retired lists are freed";
 }
 
-constexpr char kController[] = "PCI\\VEN_8086&DEV_9D2F\\3&11583659&0&A0";
-constexpr char kRootHub[] = "USB\\ROOT_HUB30\\4&1A2B3C4D&0&0";
-constexpr char kHub[] = "USB\\VID_0BDA&PID_5411\\5&1";
-
-machine::DeviceDescription Device(const char* id, const char* parent, machine::DeviceKind kind) {
-    machine::DeviceDescription device;
-    device.id = id;
-    if (*parent != 0) {
-        device.parent = parent;
-    }
-    device.kind = kind;
-    return device;
-}
-
-DWORD NodeOf(const char* id) {
-    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
-    return node != nullptr ? node->number : 0;
-}
-
 TEST(UsbHubs, TheHubTellsTheTruePortWhateverTheHintsSay) {
-    struct Row {
-        const char* id;
-        unsigned hubPort;
-        const char* location;
-        std::uint32_t address;
-    };
-    const Row rows[] = {
-        {"USB\\VID_0001&PID_0001\\1", 1, "Port_#0001.Hub_#0002", 1},
-        {"USB\\VID_0001&PID_0001\\2", 2, "port_#0005.Hub_#0002", 2}, // the hint names a port that is another's or empty
-        {"USB\\VID_0001&PID_0001\\3", 3, "Port_#0000.Hub_#0002", 3}, // no port in the text: the address is the hint
-        {"USB\\VID_0001&PID_0001\\4", 4, "in the rack", 99},         // the hub has no such port
-        {"USB\\VID_0001&PID_0001\\6", 6, "Port_#00x", 0},            // no hint at all
-    };
+    using machine::DeviceKind;
     machine::DevicesDescription description;
-    description.devices.push_back(Device(kController, "", machine::DeviceKind::Controller));
-    description.devices.push_back(Device(kRootHub, kController, machine::DeviceKind::RootHub));
-    description.devices.push_back(Device(kHub, kRootHub, machine::DeviceKind::Hub));
-    description.devices.back().hubPort = 4;
-    description.devices.back().ports = 7;
-    for (const Row& row : rows) {
-        machine::DeviceDescription device = Device(row.id, kHub, machine::DeviceKind::Usb);
-        device.hubPort = row.hubPort;
-        device.location = row.location;
-        device.address = row.address;
-        description.devices.push_back(device);
+    const auto add = [&](const char* id, DeviceKind kind, const char* parent, unsigned hubPort) -> auto& {
+        machine::DeviceDescription& device = description.devices.emplace_back();
+        device.id = id;
+        device.kind = kind;
+        if (parent != nullptr)
+            device.parent = parent;
+        if (hubPort != 0)
+            device.hubPort = hubPort;
+        return device;
+    };
+    constexpr char controller[] = "PCI\\VEN_8086&DEV_9D2F\\3&11583659&0&A0", hub[] = "USB\\VID_0BDA&PID_5411\\5&1",
+                   rootHub[] = "USB\\ROOT_HUB30\\4&1A2B3C4D&0&0";
+    add(controller, DeviceKind::Controller, nullptr, 0);
+    add(rootHub, DeviceKind::RootHub, controller, 0);
+    add(hub, DeviceKind::Hub, rootHub, 4).ports = 7;
+    using Row = std::tuple<const char*, unsigned, const char*, std::uint32_t>;
+    const Row rows[] = {{"USB\\VID_0001&PID_0001\\1", 1, "Port_#0001.Hub_#0002", 1},
+                        {"USB\\VID_0001&PID_0001\\2", 2, "port_#0005.Hub_#0002", 2}, // the hint names an empty port
+                        {"USB\\VID_0001&PID_0001\\3", 3, "Port_#0000.Hub_#0002", 3}, // the address is the hint
+                        {"USB\\VID_0001&PID_0001\\4", 4, "in the rack", 99},         // the hub has no such port
+                        {"USB\\VID_0001&PID_0001\\6", 6, "Port_#00x", 0}};           // no hint at all
+    for (const auto& [id, hubPort, location, address] : rows) {
+        machine::DeviceDescription& device = add(id, DeviceKind::Usb, hub, hubPort);
+        device.location = location;
+        device.address = address;
     }
     ASSERT_EQ(machine::BuildDevices(description), "");
-
-    CUsbRoothubs roothubs;
-    g_pUsbRoothubs = &roothubs;
-    ASSERT_EQ(roothubs.CreateSnapshot(), 1);
-    EXPECT_EQ(roothubs.GetHostControllerNumber(NodeOf(kController)), 1);
-    EXPECT_EQ(CUsbRoothubs::IsRootHub(NodeOf(kRootHub)), 1);
-    EXPECT_EQ(CUsbRoothubs::IsRootHub(NodeOf(kHub)), 0);
-    EXPECT_EQ(roothubs.RootHubCount, 1);
-
+    const auto node = [](const char* id) { return machine::TheDeviceTree().FindById(id)->number; };
+    g_pUsbRoothubs = new CUsbRoothubs;
+    ASSERT_EQ(g_pUsbRoothubs->CreateSnapshot(), 1);
     CUsbHubs hubs;
     ASSERT_EQ(hubs.CreateSnapshot(), 1);
     const HubReader reader(&hubs);
-    const UsbHub* const hub = hubs.FindHubByDevInst(NodeOf(kHub));
-    ASSERT_NE(hub, nullptr);
-    EXPECT_STREQ(hub->szName, "1-4");
-    EXPECT_EQ(hub->PortChain, 0x0104000000000000ull);
-    for (const Row& row : rows) {
-        EXPECT_EQ(hubs.GetUsbPortNumber(NodeOf(row.id)), row.hubPort) << row.location;
-    }
-    EXPECT_EQ(hubs.GetUsbPortNumber(NodeOf(kController)), 0u) << "not on a hub";
-    EXPECT_EQ(hubs.FindHubByDevInst(NodeOf(rows[0].id)), nullptr) << "not a hub";
-    EXPECT_EQ(hubs.FindHubByDevInst(0x7FFFFFFF), nullptr) << "not there";
-    g_pUsbRoothubs = nullptr;
+    for (const auto& [id, hubPort, location, address] : rows)
+        EXPECT_EQ(hubs.GetUsbPortNumber(node(id)), hubPort) << location << address;
+    EXPECT_EQ(hubs.GetUsbPortNumber(node(controller)), 0u) << "not on a hub";
+    EXPECT_EQ(hubs.FindHubByDevInst(node("USB\\VID_0001&PID_0001\\1")), nullptr) << "not a hub";
 }
 
 } // namespace

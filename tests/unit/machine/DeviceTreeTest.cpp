@@ -1,11 +1,161 @@
-// The device tree that exports tell: what hangs below what, and what of it is there. And the DOS name space.
-#include "tests/unit/machine/DevicesOnMachine.h"
+// Devices that arrive and leave: what is there at which moment, and who is told. The device tree that exports tell:
+// what hangs below what, and what of it is there. And the DOS name space.
+#include "tests/harness/Harness.h"
 
+#include "simwin/devices/Devices.h"
+#include "simwin/devices/Notifications.h"
+#include "simwin/devices/PlugAndPlay.h"
 #include "simwin/devices/catalogue/Catalogue.h"
+#include "simwin/kernel/Scheduler.h"
+#include "simwin/registry/Registry.h"
+#include "simwin/win32.h"
+
+#include <string>
+#include <vector>
 
 namespace {
 
-using namespace devicetest;
+using namespace simwin;
+using machine::DeviceDescription;
+using machine::DeviceKind;
+using machine::DeviceNode;
+using machine::SleepMs;
+
+constexpr char Controller[] = "PCI\\VEN_8086&DEV_A36D\\3&1";
+constexpr char RootHub[] = "USB\\ROOT_HUB30\\4&1&0&0";
+constexpr char Hub[] = "USB\\VID_05E3&PID_0608\\5&1&0&2";
+constexpr char Usb[] = "USB\\VID_0403&PID_6001\\A702TB52";
+constexpr char Port[] = "FTDIBUS\\VID_0403+PID_6001+A702TB52A\\0000";
+
+DeviceDescription Device(const char* id, DeviceKind kind, const char* parent = nullptr, unsigned hubPort = 0) {
+    DeviceDescription device;
+    device.id = id;
+    device.kind = kind;
+    if (parent)
+        device.parent = parent;
+    if (hubPort)
+        device.hubPort = hubPort;
+    return device;
+}
+
+// Controller, root hub, a hub on its port 2, and on that hub's port 3 a converter with one port.
+std::vector<DeviceDescription> Bench() {
+    std::vector<DeviceDescription> devices = {
+        Device(Controller, DeviceKind::Controller), Device(RootHub, DeviceKind::RootHub, Controller),
+        Device(Hub, DeviceKind::Hub, RootHub, 2), Device(Usb, DeviceKind::Usb, Hub, 3),
+        Device(Port, DeviceKind::Port, Usb)};
+    devices.back().portName = "COM7";
+    return devices;
+}
+
+void Build(const std::vector<DeviceDescription>& devices) {
+    machine::DevicesDescription description;
+    description.devices = devices;
+    ASSERT_EQ(machine::BuildDevices(description), "");
+}
+
+DeviceNode& Node(const char* id) {
+    return *machine::TheDeviceTree().FindById(id);
+}
+
+DWORD ProblemOf(const char* id, CONFIGRET expected = CR_SUCCESS) {
+    ULONG status = 0, problem = 0;
+    EXPECT_EQ(CM_Get_DevNode_Status(&status, &problem, Node(id).number, 0), expected) << id;
+    return problem;
+}
+
+// The first target of a DOS name, "" if there is no such name.
+std::string TargetOf(const std::string& name) {
+    char target[520];
+    return QueryDosDeviceA(name.c_str(), target, sizeof(target)) ? target : "";
+}
+
+std::string SerialComm(const char* kernelName) {
+    return machine::TheRegistry().GetString("HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM", kernelName);
+}
+
+// What a window was told: "+FTDIBUS#..." at a time. It answers at once.
+struct Told {
+    std::uint64_t atMs;
+    std::string what;
+    bool operator==(const Told&) const = default;
+};
+struct Listener {
+    static inline std::vector<Told> told;
+    static inline unsigned broadcasts = 0;
+
+    // Registers for an interface class by its name in a description, "" for all.
+    explicit Listener(const char* guid) {
+        machine::SetWindowCheck(nullptr);
+        machine::SetTreeChangeBroadcast([] { ++broadcasts; });
+        machine::SetWindowRoad([](const machine::NotificationRecipient&, DWORD event,
+                                  const std::vector<std::uint8_t>& data, machine::NotificationReturned returned) {
+            const auto* notice = reinterpret_cast<const DEV_BROADCAST_DEVICEINTERFACE_A*>(data.data());
+            const std::string path = notice->dbcc_name;
+            const std::string sign = event == DBT_DEVICEARRIVAL ? "+" : "-";
+            told.push_back({machine::Now(), sign + path.substr(4, path.find_last_of('#') - 4)});
+            returned();
+        });
+        DEV_BROADCAST_DEVICEINTERFACE_A filter{};
+        filter.dbcc_size = sizeof(filter);
+        filter.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
+        const bool all = !machine::GuidFromText(guid, filter.dbcc_classguid);
+        RegisterDeviceNotificationA(reinterpret_cast<HANDLE>(0x1234), &filter,
+                                    all ? DEVICE_NOTIFY_ALL_INTERFACE_CLASSES : DEVICE_NOTIFY_WINDOW_HANDLE);
+    }
+};
+
+const std::string UsbArrived = "+USB#VID_0403&PID_6001#A702TB52",
+                  PortArrived = "+FTDIBUS#VID_0403+PID_6001+A702TB52A#0000";
+
+TEST(PlugAndPlay, ArrivesFromTheTopDownAndTellsEachInterfaceAsItGoesUp) {
+    std::vector<DeviceDescription> devices = Bench();
+    devices[3].plugged = false;
+    Build(devices);
+    Listener listener("");
+    const std::uint64_t start = machine::Now();
+    machine::PlugDevice(Usb);
+    EXPECT_EQ(ProblemOf(Usb), 0u);
+    SleepMs(99);
+    ProblemOf(Port, CR_NO_SUCH_DEVNODE);
+    EXPECT_TRUE(Listener::told.empty());
+    SleepMs(200);
+    EXPECT_EQ(Listener::told, (std::vector<Told>{{start + 100, UsbArrived}, {start + 200, PortArrived}}));
+    EXPECT_EQ(TargetOf("COM7"), "\\Device\\VCP0");
+    EXPECT_EQ(SerialComm("\\Device\\VCP0"), "COM7");
+    EXPECT_EQ(Listener::broadcasts, 0u);
+    SleepMs(401);
+    EXPECT_EQ(Listener::broadcasts, 1u) << "half a second behind the last change, once for all of them";
+}
+
+TEST(PlugAndPlay, LeavesFromTheBottomUpAndComesBackAsTheSameNode) {
+    Build(Bench());
+    Listener listener("{86e0d1e0-8089-11d0-9ce4-08003e301f73}");
+    const DWORD number = Node(Port).number;
+    machine::UnplugDevice(Hub);
+    SleepMs(1);
+    ProblemOf(Port, CR_NO_SUCH_DEVNODE);
+    EXPECT_EQ(TargetOf("COM7"), "");
+    EXPECT_EQ(SerialComm("\\Device\\VCP0"), "");
+    EXPECT_TRUE(Node(Hub).IsPresent()) << "the hub is the last to go";
+    SleepMs(5);
+    EXPECT_FALSE(Node(Hub).IsPresent());
+    machine::PlugDevice(Hub);
+    SleepMs(1000);
+    EXPECT_EQ(Node(Port).number, number);
+    EXPECT_EQ(TargetOf("COM7"), "\\Device\\VCP0");
+    EXPECT_EQ(Node(Port).restarts, 0u) << "an unplug is no restart by the product";
+    EXPECT_EQ(Listener::told.size(), 2u);
+    machine::ReplugDevice(Hub, 0);
+    SleepMs(1000);
+    EXPECT_TRUE(Node(Port).IsRunning()) << "plugged in while it was still leaving";
+    machine::UnplugDevice(Usb);
+    SleepMs(10);
+    machine::ReplugDevice(Hub, 50);
+    SleepMs(1000);
+    EXPECT_TRUE(Node(Hub).IsRunning());
+    EXPECT_FALSE(Node(Usb).IsPresent()) << "it was pulled out by itself";
+}
 
 struct Exported {
     const char *id, *prefix, *location, *service;
@@ -26,7 +176,7 @@ constexpr Exported Desk[] = {
     {"USB\\VID_0781&PID_5530\\0001", "", "Port_#0003.Hub_#0002", "USBSTOR"},
     {"USB\\VID_0781&PID_5531\\0001", "", "Port_#0003.Hub_#0005", "USBSTOR"}};
 
-void BuildDesk(const std::string& connected = "") {
+void BuildDesk() {
     machine::Registry& registry = machine::TheRegistry();
     for (const Exported& device : Desk) {
         const std::string key = std::string("HKLM\\SYSTEM\\CurrentControlSet\\Enum\\") + device.id;
@@ -41,10 +191,7 @@ void BuildDesk(const std::string& connected = "") {
     }
     // The last one was removed.
     registry.SetDword("HKLM\\SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_0781&PID_5531\\0001", "ConfigFlags", 2);
-    machine::DevicesDescription description;
-    if (!connected.empty())
-        description.connected = connected;
-    ASSERT_EQ(machine::BuildDevices(description), "");
+    Build({});
 }
 
 TEST(ExportedTree, FindsParentsByPrefixThenLocationThenEnumerator) {
@@ -67,17 +214,7 @@ TEST(ExportedTree, FindsParentsByPrefixThenLocationThenEnumerator) {
     EXPECT_FALSE(Node("USB\\VID_0781&PID_5531\\0001").IsPresent());
 }
 
-TEST(ExportedTree, AListOfConnectedDevicesDecides) {
-    BuildDesk("Instance ID:   USB\\VID_0E0F&PID_0008\\650268328\r\n"
-              "Instance ID:   USB\\VID_0781&PID_5530\\00012\r\n");
-    EXPECT_TRUE(Node("USB\\VID_0E0F&PID_0008\\650268328").IsRunning());
-    EXPECT_TRUE(Node("USB\\ROOT_HUB\\5&2891968b&0").IsRunning()) << "what a device hangs on is there too";
-    EXPECT_FALSE(Node("USB\\VID_0E0F&PID_0008\\6&35d1f50b&0&1").IsPresent());
-    EXPECT_FALSE(Node("USB\\VID_0781&PID_5530\\0001").IsPresent()) << "its id is only a part of another";
-}
-
 TEST(DosNames, StackAndUncoverEachOtherAndAreListedInTheirOrder) {
-    using namespace simwin;
     char before[256], after[256], targets[64];
     const DWORD length = QueryDosDeviceA(nullptr, before, sizeof(before));
     for (const char* name : {"COM30", "COM4"})

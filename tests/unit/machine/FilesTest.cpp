@@ -20,13 +20,12 @@ DWORD OpenError(const char* name, DWORD access, DWORD disposition) {
 }
 
 TEST(Files, NamesLeadToFiles) {
-    struct Row {
-        const char *name, *folder, *full;
-    };
-    for (const Row& row : {Row{"x", "D:\\a", "D:\\a\\x"}, Row{"\\x", "D:\\a", "D:\\x"}, Row{"d:x", "D:\\a", "D:\\a\\x"},
-                           Row{"c:x", "D:\\a", "C:\\x"}, Row{"\\\\?\\C:\\a", "D:", "C:\\a"},
-                           Row{"..\\..\\..\\x. ", "D:\\a\\b", "D:\\x"}, Row{"c:/A/.\\x", "D:", "C:\\A\\x"}})
-        EXPECT_EQ(machine::ParsePath(row.name, row.folder).full, row.full);
+    using Row = std::tuple<const char*, const char*, const char*>;
+    for (const auto& [name, folder, full] :
+         {Row{"x", "D:\\a", "D:\\a\\x"}, Row{"\\x", "D:\\a", "D:\\x"}, Row{"d:x", "D:\\a", "D:\\a\\x"},
+          Row{"c:x", "D:\\a", "C:\\x"}, Row{"\\\\?\\C:\\a", "D:", "C:\\a"}, Row{"..\\..\\..\\x. ", "D:\\a\\b", "D:\\x"},
+          Row{"c:/A/.\\x", "D:", "C:\\A\\x"}})
+        EXPECT_EQ(machine::ParsePath(name, folder).full, full);
     EXPECT_EQ(machine::ParsePath("C:\\a:s", "D:").stream, "s");
     EXPECT_EQ(machine::ParsePath("\\\\srv\\share\\x", "D:").error, 53u);
     TheFiles().SetDrive('S', {.type = DRIVE_FIXED, .substitutedFor = "C:\\Tools"});
@@ -36,21 +35,6 @@ TEST(Files, NamesLeadToFiles) {
     EXPECT_EQ(GetDriveTypeA("N:\\"), UINT{DRIVE_REMOTE});
     EXPECT_EQ(GetDriveTypeA("S:\\"), UINT{DRIVE_FIXED});
     EXPECT_EQ(GetDriveTypeA("Q:\\"), UINT{DRIVE_NO_ROOT_DIR});
-}
-
-TEST(Files, WhatIsRefusedOrReadOnlyIsThereAllTheSame) {
-    TheFiles().Write("C:\\Secret\\a.txt", "x");
-    TheFiles().Refuse("C:\\Secret", "NT AUTHORITY\\SYSTEM");
-    EXPECT_EQ(GetFileAttributesA("C:\\Secret\\a.txt"), INVALID_FILE_ATTRIBUTES);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(OpenError("C:\\Secret\\a.txt", GENERIC_READ, OPEN_EXISTING), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(OpenError("C:\\Secret\\b.txt", GENERIC_WRITE, CREATE_NEW), DWORD{ERROR_ACCESS_DENIED});
-    TheFiles().Write("C:\\Work\\a.txt", "x")->attributes = FILE_ATTRIBUTE_READONLY;
-    EXPECT_EQ(OpenError("C:\\Work\\a.txt", GENERIC_READ, OPEN_EXISTING), 0u);
-    EXPECT_EQ(OpenError("C:\\Work\\a.txt", GENERIC_WRITE, OPEN_EXISTING), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(OpenError("C:\\Work\\a.txt", GENERIC_WRITE, CREATE_ALWAYS), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_FALSE(DeleteFileA("C:\\Work\\a.txt"));
-    EXPECT_TRUE(MoveFileA("C:\\Work\\a.txt", "C:\\Work\\b.txt"));
 }
 
 TEST(Files, UsersWriteWhereUsersMay) {

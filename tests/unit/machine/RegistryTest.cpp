@@ -59,22 +59,19 @@ TEST(Registry, ReadsExports) {
 
 TEST(Registry, SaysWhereAnExportIsBroken) {
     const std::string head = "REGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Broken]\r\n\"Whole\"=\"x\"\r\n";
-    struct Row {
-        std::string bytes;
-        unsigned line, column;
-    };
-    for (const Row& row :
+    using Row = std::tuple<std::string, unsigned, unsigned>;
+    for (const auto& [bytes, line, column] :
          {Row{"", 1, 1}, Row{"REGEDIT4\r\n\"Name\"=\"x\"\r\n", 2, 1}, Row{head + "\"Name\"=\"COM", 5, 8},
           Row{head + "\"Name\"=dword:0000", 5, 18}, Row{head + "\"Name\"=dword:xyz\r\n", 5, 14},
           Row{head + "\"Name\"=hex:01,02,\\\r\n", 6, 1}, Row{head + "\"Name\"=hex:01,0g\r\n", 5, 16},
           Row{head + "\"Name\"=\r\n", 5, 8}, Row{head + "\"Name\"\r\n", 5, 7}, Row{head + "\"Name\"=\"a\"b\r\n", 5, 11},
           Row{head + "[HKEY_LOCAL_MACHINE\\SOFT", 5, 25}, Row{head + "[HKEY_NOWHERE\\SOFTWARE]\r\n", 5, 2},
           Row{head + "stray\r\n", 5, 1}, Row{Utf16(Export) + "x", 17, 1}}) {
-        SCOPED_TRACE(row.bytes.substr(row.bytes.size() > 20 ? row.bytes.size() - 20 : 0));
-        const auto error = machine::ImportExport(row.bytes, TheRegistry());
+        SCOPED_TRACE(bytes.substr(bytes.size() > 20 ? bytes.size() - 20 : 0));
+        const auto error = machine::ImportExport(bytes, TheRegistry());
         ASSERT_TRUE(error);
-        EXPECT_EQ(error->line, row.line);
-        EXPECT_EQ(error->column, row.column) << error->text;
+        EXPECT_EQ(error->line, line);
+        EXPECT_EQ(error->column, column) << error->text;
         EXPECT_FALSE(TheRegistry().FindKey("HKLM\\SOFTWARE\\Broken")) << "nothing is applied";
     }
 }

@@ -2,7 +2,6 @@
 #include "tests/harness/Harness.h"
 
 #include "support/DiagnosticNames.h"
-#include "support/InterfaceClasses.h"
 
 namespace {
 
@@ -45,13 +44,6 @@ TEST(DiagnosticNames, TheLastErrorIsReadAndKept) {
     EXPECT_STREQ(ResultText(-3), "res=-3");
     EXPECT_STREQ(ErrorText(0x0FFFFFFF), "268435455") << "the system has no text for it";
     EXPECT_EQ(GetLastError(), 5u);
-}
-
-TEST(DiagnosticNames, AGuidIsComparedByteByByte) {
-    EXPECT_STREQ(DeviceGuidName(InterfaceClass::ComPort), "GUID_DEVINTERFACE_COMPORT");
-    GUID other = InterfaceClass::ComPort;
-    other.Data4[7] = 0x0A;
-    EXPECT_STREQ(DeviceGuidName(other), "{86E0D1E0-8089-11D0-9CE4-08003E301F0A}");
 }
 
 } // namespace
