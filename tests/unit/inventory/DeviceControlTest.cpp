@@ -1,6 +1,7 @@
 // The swap of two ports, of which one vetoes at first.
 #include "tests/unit/inventory/PortBuilder.h"
 
+#include "inventory/DeviceControl.h"
 #include "inventory/RestartMarks.h"
 #include "inventory/SwapPorts.h"
 #include "simwin/devices/Devices.h"
@@ -52,6 +53,9 @@ TEST(SwapPorts, AVetoOfTheSecondPortStartsTheFirstAgain) {
     EXPECT_STREQ(b.szPortName, "COM3");
     EXPECT_STREQ(b.szRegPortName, "COM3");
     EXPECT_STREQ(a.PortNumberText, "4");
+    a.DevPath[0] = 0;
+    EXPECT_EQ(PerformComPortPropertyChange(&a), 0) << "without a path nothing can be restarted";
+    EXPECT_EQ(PerformComPortDisableEnable(&a), 0);
 }
 
 } // namespace

@@ -55,6 +55,14 @@ TEST(PortSnapshot, RegistryNamesAndDosNamesComeTogetherInTheRecord) {
     EXPECT_EQ(1, GetPortNameByDevInst(port->DevInst, name, sizeof(name)));
     EXPECT_STREQ("COM", name) << "cut to its room";
     EXPECT_EQ(0, GetPortNameByDevInst(99999, name, sizeof(name)));
+
+    // A problem that was noted earlier and is gone: the device runs, and comes as new. One that has not changed stays.
+    table->FindRemovedProblemDevices();
+    EXPECT_EQ(1u, port->IsPresent);
+    table->Ports[port->Index]->Problem = 10;
+    table->FindRemovedProblemDevices();
+    EXPECT_EQ(0u, port->IsPresent);
+    EXPECT_EQ(0u, port->Problem);
 }
 
 } // namespace

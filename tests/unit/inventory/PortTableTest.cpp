@@ -2,7 +2,12 @@
 #include "inventory/CDosDeviceNames.h"
 #include "support/InterfaceClasses.h"
 
+#include "tests/unit/Log.h"
 #include "tests/unit/inventory/PortBuilder.h"
+
+#include <cstring>
+#include <iterator>
+#include <vector>
 
 namespace {
 
@@ -50,12 +55,18 @@ TEST(PortTable, TheLastSlotIsTakenAndOneMoreRefused) {
     EXPECT_EQ(12, first->PortNumber);
     EXPECT_STREQ("12", first->PortNumberText);
     EXPECT_EQ(0x8000000Cu, first->DevInst);
+    const std::vector<CComPort*> before(std::begin(table->Ports), std::end(table->Ports));
+    std::vector<CComPort> records;
+    for (const CComPort* record : before)
+        records.push_back(*record);
+    logtest::StartLog();
     EXPECT_EQ(-1, table->FindFreePortSlot());
     EXPECT_EQ(0, table->AddVirtualPort("COM8", "\\Device\\Gone"));
     EXPECT_EQ(0, table->AddPort(0, 1000, "\\\\?\\late"));
+    EXPECT_TRUE(logtest::Logged("ERROR: more than 4096 ports -> abort"));
     EXPECT_EQ(kMaxPorts, table->PortCount);
-    EXPECT_EQ(first, table->Ports[0]);
-    EXPECT_STREQ("COM12", first->szRegPortName);
+    for (int i = 0; i < kMaxPorts; ++i)
+        EXPECT_TRUE(before[i] == table->Ports[i] && std::memcmp(before[i], &records[i], sizeof(CComPort)) == 0) << i;
     table->Ports[9]->IsUsed = 0; // a slot that is given up is the next to be taken
     EXPECT_EQ(9, table->AddVirtualPort("COM9", "\\Device\\Gone"));
     EXPECT_EQ(kMaxPorts, table->PortCount);

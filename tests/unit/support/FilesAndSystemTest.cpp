@@ -35,6 +35,8 @@ TEST(PathTools, AFullPathIsMadeOfEveryKindOfPath) {
         MakeFullPath(path, base, out);
         EXPECT_STREQ(out, result) << path;
     }
+    char folder[32];
+    EXPECT_EQ(GetDirectoryOfPath("b.txt", folder), 0);
     // "D:\Prog" and a backslash and 8 characters fill an array of 17 with its zero.
     struct {
         char out[17] = "";

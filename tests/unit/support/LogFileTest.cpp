@@ -207,4 +207,12 @@ TEST_F(Log, AFileThatAnotherProcessMakesMeanwhileIsKept) {
     EXPECT_FALSE(Has("creating log err"));
 }
 
+TEST_F(Log, AFatalStopNamesItsPlaceAndWaits) {
+    Start();
+    const DWORD start = GetTickCount();
+    FATAL_SOFT_AT("CService", 77, "CService::Run");
+    EXPECT_EQ(GetTickCount() - start, 100u);
+    EXPECT_TRUE(Has("<1> INT3 in .\\CService line 77, function CService::Run\r\n")) << Text();
+}
+
 } // namespace
