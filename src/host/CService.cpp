@@ -57,9 +57,12 @@ static DWORD WINAPI HandlerExEntry(DWORD dwControl, DWORD dwEventType, LPVOID lp
 CService::CService() : hServiceStatus(nullptr), Status{}, IsServiceProcess(0), RunThreadId(0) {
     szServiceName[0] = 0;
     szDisplayName[0] = 0;
+    InitializeCriticalSection(&CS_status);
 }
 
-CService::~CService() = default;
+CService::~CService() {
+    DeleteCriticalSection(&CS_status);
+}
 
 void CService::Init(const char* szName, const char* szDisplay) {
     WriteLog(3, "CService::Init");
@@ -135,8 +138,12 @@ void CService::ServiceMain() {
 // arrival, a timer or the initialisation, and each may hang in a driver. The stop does not hang with them.
 void CService::StopService(const char* szControl) {
     WriteLog(2, "%s", szControl);
-    SetStatus(SERVICE_STOP_PENDING);
-    g_StopRequested = 1;
+    {
+        // One step: a `Run` that begins just now must not report RUNNING behind it.
+        LockGuard status(CS_status);
+        SetStatus(SERVICE_STOP_PENDING);
+        g_StopRequested = 1;
+    }
     const DWORD startTicks = GetTickCount();
     while (GetTickCount() - startTicks < StopWaitLimitMs) {
         if (TryEnterCriticalSection(&CS_main)) {
@@ -163,9 +170,12 @@ DWORD CService::HandlerEx(DWORD dwControl, DWORD dwEventType, LPVOID lpEventData
     case SERVICE_CONTROL_CONTINUE:
         WriteLog(2, "SERVICE_CONTROL_CONTNUE");
         break;
-    case SERVICE_CONTROL_INTERROGATE:
+    case SERVICE_CONTROL_INTERROGATE: {
+        // A state that `Run` reports in between would be taken back.
+        LockGuard status(CS_status);
         SetStatus(Status.dwCurrentState);
         break;
+    }
     case SERVICE_CONTROL_SHUTDOWN:
         StopService("SERVICE_CONTROL_SHUTDOWN");
         break;
@@ -198,9 +208,12 @@ DWORD CService::HandlerEx(DWORD dwControl, DWORD dwEventType, LPVOID lpEventData
 void CService::Run() {
     RunThreadId = GetCurrentThreadId();
     if (g_Mode == ModeService) {
-        // After a stop the service manager has heard of STOP_PENDING: it must not hear of RUNNING again.
-        if (!g_StopRequested) {
-            SetStatus(SERVICE_RUNNING);
+        {
+            // After a stop the service manager has heard of STOP_PENDING: it must not hear of RUNNING again.
+            LockGuard status(CS_status);
+            if (!g_StopRequested) {
+                SetStatus(SERVICE_RUNNING);
+            }
         }
         SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_HIGHEST);
     }
@@ -223,6 +236,7 @@ void CService::SetStatus(DWORD State) {
     if (State > LastState) {
         return;
     }
+    LockGuard status(CS_status);
     Status.dwCurrentState = State;
     Status.dwCheckPoint = 0;
     Status.dwWaitHint = State == SERVICE_START_PENDING ? StartPendingHintMs : 0;
@@ -235,6 +249,7 @@ void CService::SetStatus(DWORD State) {
 }
 
 void CService::Checkpoint(DWORD WaitHint) {
+    LockGuard status(CS_status);
     ++Status.dwCheckPoint;
     Status.dwWaitHint = WaitHint;
     SetServiceStatus(hServiceStatus, &Status);

@@ -3,8 +3,8 @@
 //
 // Made by WinMain and reached through `g_pService`. In a service run `Start` and `HandlerEx` run on the first thread,
 // inside the control dispatcher, `ServiceMain` and `Run` on the thread that the dispatcher starts. The tool's
-// operations run on the first thread. No lock guards the fields: each is a single word, set before the controls come,
-// or, as `Status`, written whole by whoever reports.
+// operations run on the first thread. No lock guards the names and words: each is set before the controls come.
+// `Status` is changed and reported in one step under `CS_status`, since `Run` and the handler report at the same time.
 
 #pragma once
 
@@ -96,6 +96,8 @@ private:
     void MarkInteractive();
     ChangeStateResult StartAndWait(SC_HANDLE service, DWORD Verbose);
     ChangeStateResult StopAndWait(SC_HANDLE service, DWORD Verbose);
+
+    CRITICAL_SECTION CS_status; // a short lock: held over a change of `Status` and its report, inside `CS_main` too
 };
 
 extern CService* g_pService; // set before the threads start, lives until the end of WinMain

@@ -69,6 +69,15 @@ TEST(ServiceRun, AStopDuringTheInitialisationStillEndsTheService) {
     EXPECT_EQ(FirstReportMs(SERVICE_STOPPED), 1500u + 4 * 900);
 }
 
+TEST(ServiceRun, AStopAtTheEndOfTheInitialisationIsNotOvertaken) {
+    StartOfService();
+    machine::AddFault({.call = "CMP_WaitNoPendingInstallEvents", .on = "*", .delayMs = 4500});
+    machine::AddFault({.call = "SetServiceStatus", .on = "STOP_PENDING", .delayMs = 100});
+    RunWithStopAt(4450);
+    EXPECT_EQ(FirstReportMs(SERVICE_RUNNING), ~0ull) << "RUNNING while STOP_PENDING is being reported";
+    EXPECT_EQ(FirstReportMs(SERVICE_STOPPED), 4550u);
+}
+
 TEST(ServiceRun, WithoutTheServiceManagerTheDispatcherComesBackAtOnce) {
     StartOfProgram();
     g_pService->IsServiceProcess = 1;
