@@ -16,8 +16,8 @@ constexpr int kSwapFailed = 2;
 // Takes both devices out, marked so that nobody reacts to it. After a failure nothing is left out and no mark stands
 // for a device that will not come back by itself.
 bool TakeBothOut(const CComPort* first, const CComPort* second) {
-    CopyText(szRestarting1, SkipPathPrefix(first->DevPath));
-    CopyText(szRestarting2, SkipPathPrefix(second->DevPath));
+    SetRestartMark(szRestarting1, SkipPathPrefix(first->DevPath));
+    SetRestartMark(szRestarting2, SkipPathPrefix(second->DevPath));
     if (!SafelyRemove(first->DevInst)) {
         szRestarting1[0] = 0;
         szRestarting2[0] = 0;
