@@ -1,11 +1,14 @@
 #include "inventory/CUsbRoothubs.h"
 
+#include <utility>
+
 #include "inventory/DeviceLists.h"
 #include "inventory/DeviceProperties.h"
 #include "inventory/DeviceTree.h"
 #include "support/BoundedText.h"
 #include "support/InterfaceClasses.h"
 #include "support/LogFile.h"
+#include "support/ScopeGuard.h"
 
 CUsbRoothubs* g_pUsbRoothubs;
 
@@ -20,29 +23,36 @@ bool Contains(const char* text, const char* part) {
 
 } // namespace
 
-CUsbRoothubs::~CUsbRoothubs() {
-    FreeLists();
+CUsbRoothubs::CUsbRoothubs() {
+    InitializeCriticalSection(&CS_lists);
 }
 
-void CUsbRoothubs::FreeLists() {
+CUsbRoothubs::~CUsbRoothubs() {
     for (LONG i = 0; i < HostControllerCount; ++i) {
         delete HostControllers[i];
-        HostControllers[i] = nullptr;
     }
     for (LONG i = 0; i < RootHubCount; ++i) {
         delete RootHubs[i];
-        RootHubs[i] = nullptr;
     }
-    HostControllerCount = 0;
-    RootHubCount = 0;
+    DeleteCriticalSection(&CS_lists);
 }
 
 int CUsbRoothubs::CreateSnapshot() {
-    FreeLists();
-    if (ListHostControllers()) {
-        ListRootHubs();
+    CUsbRoothubs fresh; // ends with the old lists
+    if (fresh.ListHostControllers()) {
+        fresh.ListRootHubs();
     }
+    SwapLists(&fresh);
     return 1;
+}
+
+// other: reached by the caller alone.
+void CUsbRoothubs::SwapLists(CUsbRoothubs* other) {
+    const LockGuard lock(CS_lists);
+    std::swap(HostControllerCount, other->HostControllerCount);
+    std::swap(HostControllers, other->HostControllers);
+    std::swap(RootHubCount, other->RootHubCount);
+    std::swap(RootHubs, other->RootHubs);
 }
 
 // Returns: false when the controllers cannot be listed; without their numbers the root hubs say nothing.
@@ -97,6 +107,7 @@ void CUsbRoothubs::ListRootHubs() {
 }
 
 LONG CUsbRoothubs::GetHostControllerNumber(DWORD devInst) const {
+    const LockGuard lock(CS_lists);
     for (LONG i = 0; i < HostControllerCount; ++i) {
         if (HostControllers[i]->DevInst == devInst) {
             return i + 1;

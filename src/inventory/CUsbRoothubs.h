@@ -1,7 +1,8 @@
 // The host controllers in the order in which the system lists them, and their root hubs. The place of a controller in
 // the list is the first number in the name of every hub and port below it.
-// Thread: the initialisation thread, then only the thread that delivers device notifications (a new root hub); the list
-// of hubs is rescanned on the same thread behind it. So no two threads touch it, and it has no lock.
+// Thread: the initialisation thread, and the thread that delivers device notifications (a new root hub); in a debug run
+// whose initialisation outlasts the wait for it both at once. So a rescan builds its lists aside and puts them in place
+// when they are whole; the short lock inside guards that step and the look-up, never a device call.
 #pragma once
 
 #include "platform/win32.h"
@@ -24,16 +25,16 @@ struct UsbRootHub {
 
 class CUsbRoothubs {
 public:
-    CUsbRoothubs() = default;
+    CUsbRoothubs();
     ~CUsbRoothubs();
     CUsbRoothubs(const CUsbRoothubs&) = delete;
     CUsbRoothubs& operator=(const CUsbRoothubs&) = delete;
 
     // Lists everything anew; what does not fit the arrays is left out. Returns: always 1.
-    int CreateSnapshot();
+    int CreateSnapshot() QM_EXCLUDES(CS_lists);
 
     // Returns: the place of the controller with this node, counted from 1; -1 if it is not in the list.
-    LONG GetHostControllerNumber(DWORD devInst) const;
+    LONG GetHostControllerNumber(DWORD devInst) const QM_EXCLUDES(CS_lists);
 
     // Is the node a root hub, by its device id or by what is above it? Asks the device tree, not the list. 1 or 0.
     static int IsRootHub(DWORD devInst);
@@ -44,9 +45,11 @@ public:
     UsbRootHub* RootHubs[kMaxRootHubs] = {};
 
 private:
-    void FreeLists();
     bool ListHostControllers();
     void ListRootHubs();
+    void SwapLists(CUsbRoothubs* other) QM_EXCLUDES(CS_lists);
+
+    mutable CRITICAL_SECTION CS_lists;
 };
 
 extern CUsbRoothubs* g_pUsbRoothubs; // made by the initialisation thread before the notifications, then constant
