@@ -121,8 +121,7 @@ static bool MoveAwayFromCollision(CComPort* port) {
     return false;
 }
 
-// The balloon of an arrival is due unless the port only flickered and no change of its number explains that.
-static bool IsArrivalBalloonDue(const CComPort* port) {
+bool IsArrivalBalloonDue(const CComPort* port) {
     if (g_pSettings == nullptr || !g_pSettings->Enabled) {
         return false;
     }
@@ -131,7 +130,7 @@ static bool IsArrivalBalloonDue(const CComPort* port) {
     return port->ArrivalTicker - port->RemovalTicker > FlickerMs || AgeOf(port->ChangePortTicker) < ChangeForgottenMs;
 }
 
-static bool IsRemovalToBeTold(const CComPort* port) {
+bool IsRemovalToBeTold(const CComPort* port) {
     if (g_pSettings == nullptr || !g_pSettings->EnabledOnRemoval) {
         return false;
     }

@@ -7,6 +7,14 @@
 
 #include "platform/win32.h"
 
+struct CComPort;
+
 // devpath: interface path of the notification. Blocks for as long as the check needs, restarts included.
 void ComPortArrived(const char* devpath);
 void ComPortRemoved(const char* devpath);
+
+// The two decisions whether the user hears of a port, on the ticks of its last arrival, removal and change of number.
+// A port that came or went within a second of the other has only flickered, unless a change of its number explains it.
+// The balloon of an arrival goes out alone; the one of a removal takes the actions along.
+bool IsArrivalBalloonDue(const CComPort* port);
+bool IsRemovalToBeTold(const CComPort* port);

@@ -1,10 +1,13 @@
-// What a device notification starts: the restart marks, a removal that the service caused itself, what a removal kills.
+// What a device notification starts: the restart marks, a removal that the service caused itself, what a removal kills,
+// what of it is told; the registration.
 #include "actions/CallBackTimer.h"
 #include "engine/NewDeviceArrived.h"
 #include "engine/PortArrival.h"
+#include "host/CService.h"
 #include "inventory/CDeviceArrivals.h"
 #include "inventory/RestartMarks.h"
 #include "support/InterfaceClasses.h"
+#include "support/OsVersion.h"
 #include "tests/unit/config/ConfigOnMachine.h"
 #include "tests/unit/inventory/PortBuilder.h"
 
@@ -16,15 +19,30 @@ namespace {
 
 constexpr char PortPath[] = "\\\\?\\USB#VID_0403&PID_6001#A1#{86e0d1e0-8089-11d0-9ce4-08003e301f73}";
 
-void Send(DWORD eventCode) {
-    std::vector<char> record(sizeof(DEV_BROADCAST_DEVICEINTERFACE_A) + sizeof(PortPath));
+void Send(DWORD eventCode, const char* path = PortPath, const GUID& interfaceClass = InterfaceClass::ComPort,
+          DWORD deviceType = DBT_DEVTYP_DEVICEINTERFACE) {
+    std::vector<char> record(sizeof(DEV_BROADCAST_DEVICEINTERFACE_A) + strlen(path));
     DEV_BROADCAST_DEVICEINTERFACE_A head = {};
     head.dbcc_size = static_cast<DWORD>(record.size());
-    head.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
-    head.dbcc_classguid = InterfaceClass::ComPort;
+    head.dbcc_devicetype = deviceType;
+    head.dbcc_classguid = interfaceClass;
     memcpy(record.data(), &head, sizeof(head));
-    memcpy(record.data() + offsetof(DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name), PortPath, sizeof(PortPath));
+    memcpy(record.data() + offsetof(DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name), path, strlen(path) + 1);
     EXPECT_EQ(DeviceChangeMsg(eventCode, reinterpret_cast<DEV_BROADCAST_HDR*>(record.data())), 0u);
+}
+
+// Makes a window of the thread, which answers from the given time on.
+DWORD WINAPI SlowWindow_ThreadProc(LPVOID answersAfterMs) {
+    WNDCLASSA windowClass = {};
+    windowClass.lpfnWndProc = MainWndProc;
+    windowClass.lpszClassName = "Slow";
+    RegisterClassA(&windowClass);
+    g_hwndMain = CreateWindowExA(0, "Slow", "", 0, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
+    Sleep(static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(answersAfterMs)));
+    MSG message;
+    while (GetMessageA(&message, nullptr, 0, 0) > 0)
+        DispatchMessageA(&message);
+    return 0;
 }
 
 class DeviceEvents : public testing::Test {
@@ -76,6 +94,90 @@ TEST_F(DeviceEvents, ARemovalKillsTheWaitingBalloonOfAnArrival) {
     ComPortRemoved(PortPath);
     Sleep(5000);
     EXPECT_TRUE(Logged("   GetTickCount() - P->ChangePortTicker="));
+}
+
+// Both sides of each limit, for the arrival and, with the ticks exchanged, for the removal; with the wrap of the tick
+// count between the two ticks, and then between them and now.
+TEST_F(DeviceEvents, AFlickerIsNotTold) {
+    for (const bool isBehindWrap : {false, true}) {
+        if (isBehindWrap)
+            Sleep(1500 - GetTickCount());
+        for (const auto& [gap, ageOfChange, isTold] :
+             {std::tuple(1000u, 2000u, false), std::tuple(1001u, 2000u, true), std::tuple(1000u, 1999u, true)}) {
+            UseIni("[BalloonTips]\nEnabled=1\nEnabledOnRemoval=0\n");
+            CComPort port = {};
+            port.RemovalTicker = isBehindWrap ? GetTickCount() - 2000 : 0xFFFFFF00u;
+            port.ArrivalTicker = port.RemovalTicker + gap;
+            port.ChangePortTicker = GetTickCount() - ageOfChange;
+            EXPECT_EQ(IsArrivalBalloonDue(&port), isTold) << gap << " " << ageOfChange;
+            std::swap(port.ArrivalTicker, port.RemovalTicker);
+            EXPECT_TRUE(IsArrivalBalloonDue(&port)) << "it has not been away";
+            EXPECT_FALSE(IsRemovalToBeTold(&port));
+            UseIni("[BalloonTips]\nEnabled=0\nEnabledOnRemoval=1\n");
+            EXPECT_EQ(IsRemovalToBeTold(&port), isTold) << gap << " " << ageOfChange;
+            EXPECT_FALSE(IsArrivalBalloonDue(&port));
+        }
+    }
+    EXPECT_EQ(CountLogged("P->ArrivalTicker - P->RemovalTicker=1000   ageof(P->ChangePortTicker)=2000"), 2);
+    EXPECT_EQ(CountLogged("P->ArrivalTicker - P->RemovalTicker=4294966296   GetTickCount() - P->ChangePortTicker=2000"),
+              2);
+}
+
+TEST_F(DeviceEvents, TheClassAndThePathDecideWhatIsDone) {
+    const GUID other = {0x12345678, 1, 2, {3}};
+    for (const char* path : {"\\\\?\\USB#Root_Hub30#1#{}", "\\\\?\\usb#ROOT_HUB#2#{}"}) {
+        Send(DBT_DEVICEARRIVAL, path, InterfaceClass::UsbHub);
+        Send(DBT_DEVICEREMOVECOMPLETE, path, InterfaceClass::UsbHub);
+    }
+    EXPECT_EQ(CountLogged("-------------------- +R+ ---------------------"), 2);
+    EXPECT_EQ(CountLogged("-------------------- -R- ---------------------"), 2);
+    EXPECT_FALSE(Logged("H+ -") || Logged("-H-"));
+    ClearLog();
+    for (const GUID& known : {InterfaceClass::SerenumBusEnumerator, other}) {
+        Send(DBT_DEVICEARRIVAL, "\\\\?\\X#root#1#{}", known);
+        Send(DBT_DEVICEREMOVECOMPLETE, "\\\\?\\X#root#1#{}", known);
+    }
+    EXPECT_EQ(CountLogged("DeviceArrivals[2]"), 2) << "ports may have come along with it";
+    EXPECT_EQ(CountLogged("--- +S+ ---"), 1);
+    EXPECT_EQ(CountLogged("--- +"), 1);
+    EXPECT_FALSE(Logged("--- -"));
+    Send(DBT_DEVICEQUERYREMOVE, PortPath, InterfaceClass::ComPort, DBT_DEVTYP_PORT);
+    EXPECT_FALSE(Logged("DBT_DEVICEQUERYREMOVE"));
+    Send(DBT_DEVICEQUERYREMOVE);
+    EXPECT_TRUE(Logged("DBT_DEVICEQUERYREMOVE"));
+    EXPECT_EQ(CountLogged("WM_DEVICE_CHANGE wParam=00008001"), 2);
+    EXPECT_FALSE(Logged("ComPort"));
+}
+
+TEST_F(DeviceEvents, AllClassesAreOneRegistrationButOnWindows2000) {
+    UseIni("[Settings]\nRegisterAllDevClasses=1\n");
+    CreateThread(nullptr, 0, SlowWindow_ThreadProc, nullptr, 0, nullptr);
+    Sleep(1);
+    for (const auto& [version, count] : {std::pair(0x0500u, 5), std::pair(0x0501u, 1)}) {
+        ClearLog();
+        g_Os.VersionBcd = version;
+        RegisterDeviceNotifications(g_hwndMain, DEVICE_NOTIFY_WINDOW_HANDLE);
+        EXPECT_EQ(CountLogged("RegisterDeviceNotification("), count);
+        EXPECT_EQ(Logged("RegisterDeviceNotification(ALL) hDevNotify=0x"), count == 1);
+        EXPECT_FALSE(Logged(" failed  err="));
+    }
+}
+
+TEST_F(DeviceEvents, AServiceAsksItsWindowUntilItAnswersWithinAHundredMilliseconds) {
+    g_pService = new CService;
+    for (const auto& [answersAfter, isService, silences, ms] :
+         {std::tuple(99, 1u, 0, 99u), std::tuple(101, 1u, 1, 1100u), std::tuple(1201, 1u, 2, 2200u),
+          std::tuple(1201, 0u, 0, 100u)}) {
+        ClearLog();
+        g_pService->IsServiceProcess = isService;
+        CreateThread(nullptr, 0, SlowWindow_ThreadProc, reinterpret_cast<LPVOID>(ULONG_PTR(answersAfter)), 0, nullptr);
+        Sleep(0);
+        const DWORD start = GetTickCount();
+        RegisterDeviceNotifications(g_hwndMain, DEVICE_NOTIFY_WINDOW_HANDLE);
+        EXPECT_EQ(GetTickCount() - start, ms) << answersAfter;
+        EXPECT_EQ(CountLogged("msgwin no response"), silences) << answersAfter;
+        EXPECT_EQ(CountLogged("RegisterDeviceNotification("), 5);
+    }
 }
 
 } // namespace
