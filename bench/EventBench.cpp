@@ -1,0 +1,386 @@
+#include "bench/EventBench.h"
+
+#include "bench/Calls.h"
+#include "bench/GrowingMachine.h"
+#include "bench/Marks.h"
+#include "bench/OwnShare.h"
+
+#include "simwin/files/Files.h"
+
+#include "config/CCfgReader.h"
+#include "config/CSettings.h"
+#include "engine/NewDeviceArrived.h"
+#include "engine/SectionMatching.h"
+#include "inventory/CComPorts.h"
+#include "inventory/CDeviceArrivals.h"
+#include "support/BoundedText.h"
+#include "support/InterfaceClasses.h"
+#include "support/ProcessState.h"
+#include "support/WorkerThreads.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace bench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int ManySections = 100; // with the one without a number
+constexpr int CriterionForms = 10, RowsToDeviceId = 3, CriterionRows = 17;
+constexpr DWORD SettledMs = 6000; // behind its last change a port is checked again
+constexpr DWORD ValueBytes = 260;
+constexpr unsigned WantedSamples = 2000;
+constexpr int MostSampledRounds = 2000, Arrivals = 100;
+constexpr LONG OtherNumbers[] = {5001, 5002}; // no port of the machine has them
+
+// So many sections, of which the last one that is looked at means the port.
+std::string SectionsFor(const CComPort& port, LONG sections, LONG wantedNumber) {
+    std::string text = "[Settings]\r\nWriteLogFile=0\r\n";
+    char line[320];
+    for (LONG number = 1; number < sections; ++number) {
+        std::snprintf(line, sizeof(line), "[ComPorts%d]\r\nDeviceID=FTDIBUS\\VID_0403+PID_6001+A%05dA\\*\r\n",
+                      static_cast<int>(number), static_cast<int>(number));
+        text += line;
+        std::snprintf(line, sizeof(line), "PortName=COM%d\r\n", 6000 + static_cast<int>(number));
+        text += line;
+    }
+    std::snprintf(line, sizeof(line), "[ComPorts]\r\nDeviceID=%s\r\nPortName=COM%d\r\n", port.DeviceID,
+                  static_cast<int>(wantedNumber));
+    return text + line;
+}
+
+void Configure(const std::string& text) {
+    machine::TheFiles().Write(szIniFile, text);
+    if (!g_pCfgReader) {
+        g_pCfgReader = new CCfgReader(szIniFile, nullptr, nullptr);
+        g_pSettings = new CSettings;
+        g_pDeviceArrivals = new CDeviceArrivals;
+    }
+    g_pCfgReader->CreateSnapshot("benchmark");
+    g_pSettings->ReadSettings();
+}
+
+// The place in the road of an arrival at which all is decided, told by a call that nothing before it makes: the entry
+// of the right number into the database of names, or the last question about the wanted one.
+class Decision {
+public:
+    Decision(const char* operation, const char* object)
+        : m_operation(machine::FindOperation(operation)->name), m_object(object) {
+        machine::WatchCalls([this](const char* name, const char* calledOn) { Look(name, calledOn); });
+    }
+    ~Decision() { machine::WatchCalls({}); }
+    Decision(const Decision&) = delete;
+    Decision& operator=(const Decision&) = delete;
+
+    void SetObject(const char* object) { m_object = object; }
+    void Arm() {
+        m_callsBefore = CountAllCalls();
+        m_isArmed = true;
+        m_start = Clock::now();
+        OwnShare::Begin();
+    }
+    bool IsReached() const { return !m_isArmed; }
+    double Microseconds() const { return std::chrono::duration<double, std::micro>(m_end - m_start).count(); }
+    double Calls() const { return static_cast<double>(m_callsAtEnd - m_callsBefore); }
+
+private:
+    void Look(const char* name, const char* calledOn) {
+        if (m_isArmed && name == m_operation && std::strstr(calledOn, m_object)) {
+            m_end = Clock::now();
+            OwnShare::End();
+            m_isArmed = false;
+            m_callsAtEnd = CountAllCalls() - 1; // the one that is just being made does what was decided
+        }
+    }
+
+    const char* m_operation;
+    const char* m_object;
+    bool m_isArmed = false;
+    Clock::time_point m_start, m_end;
+    std::uint64_t m_callsBefore = 0, m_callsAtEnd = 0;
+};
+
+// Tells the product of an arrival as Windows does, and waits until the thread that it starts for it has ended.
+void Arrive(const CComPort& port) {
+    alignas(DEV_BROADCAST_DEVICEINTERFACE_A) char block[sizeof(DEV_BROADCAST_DEVICEINTERFACE_A) + 260] = {};
+    auto* broadcast = reinterpret_cast<DEV_BROADCAST_DEVICEINTERFACE_A*>(block);
+    broadcast->dbcc_size = sizeof(block);
+    broadcast->dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
+    broadcast->dbcc_classguid = InterfaceClass::ComPort;
+    CopyText(block + offsetof(DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name), 260, port.DevPath);
+    DeviceChangeMsg(DBT_DEVICEARRIVAL, reinterpret_cast<const DEV_BROADCAST_HDR*>(broadcast));
+    while (LiveWorkers() > 0) {
+        Sleep(1);
+    }
+}
+
+// The last port of the table arrives again and again: the longest search of table and device list.
+struct ArrivalRounds {
+    ArrivalRounds(benchmark::State& state, bool isItsNumberRight)
+        : port(g_pComPorts->Ports[state.range(0) - 1]), sections(static_cast<LONG>(state.range(1))),
+          isRight(isItsNumberRight),
+          decision(isItsNumberRight ? "RegOpenKeyExA" : "QueryDosDeviceA", "COM Name Arbiter") {
+        if (isRight) {
+            Configure(SectionsFor(*port, sections, port->PortNumber));
+        }
+    }
+
+    // Returns: whether the product came to the decision, and to the one that is wanted.
+    bool Run() {
+        LONG wanted = port->PortNumber;
+        if (!isRight) {
+            wanted = port->PortNumber == OtherNumbers[0] ? OtherNumbers[1] : OtherNumbers[0];
+            std::snprintf(name, sizeof(name), "COM%d", static_cast<int>(wanted));
+            decision.SetObject(name);
+            Configure(SectionsFor(*port, sections, wanted));
+            Sleep(SettledMs);
+        }
+        decision.Arm();
+        Arrive(*port);
+        GoOnCalling();
+        return decision.IsReached() && port->PortNumber == wanted;
+    }
+
+    CComPort* port;
+    LONG sections;
+    bool isRight;
+    char name[16] = {};
+    Decision decision;
+};
+
+double Median(std::vector<double>* values) {
+    const auto middle = values->begin() + static_cast<std::ptrdiff_t>(values->size() / 2);
+    std::nth_element(values->begin(), middle, values->end());
+    return *middle;
+}
+
+void Arrival(benchmark::State& state, bool isRight) {
+    if (!PrepareTable(static_cast<int>(state.range(0)))) {
+        state.SkipWithError("the table does not have the ports of the machine");
+        return;
+    }
+    ArrivalRounds rounds(state, isRight);
+    bool isWellDecided = rounds.Run(); // the first arrival is noted anew, the others are known
+    std::vector<double> times;
+    for (auto _ : state) {
+        isWellDecided = rounds.Run() && isWellDecided;
+        times.push_back(rounds.decision.Microseconds());
+        state.SetIterationTime(times.back() / 1e6);
+    }
+    if (!isWellDecided) {
+        state.SkipWithError("the arrival did not come to its decision");
+        return;
+    }
+    const double median = Median(&times);
+    state.counters["calls"] = rounds.decision.Calls();
+    state.counters["us"] = median;
+    const OwnShare sampling;
+    for (int round = 0; round < MostSampledRounds && OwnShare::Samples() < WantedSamples; ++round) {
+        rounds.Run();
+    }
+    state.counters["own_us"] = median * OwnShare::Share();
+}
+
+void RightNumber(benchmark::State& state) {
+    Arrival(state, /*isRight=*/true);
+}
+
+void WrongNumber(benchmark::State& state) {
+    Arrival(state, /*isRight=*/false);
+}
+
+// --- A match over all sections, and its look-ups alone.
+
+struct LookUp {
+    LONG section;
+    std::string key;
+};
+
+// What a match asks for where the last section fits by its device id alone: three rows of each other section, and of
+// the last one all but the nine forms that its fit makes needless.
+std::vector<LookUp> LookUpsOfMatch() {
+    static constexpr const char* Keys[] = {"BusType",
+                                           "KernelName",
+                                           "DeviceID",
+                                           "ParentDeviceID",
+                                           "GrandParentDeviceID",
+                                           "Class",
+                                           "ClassGuid",
+                                           "FriendlyName",
+                                           "IRQ",
+                                           "IoPort",
+                                           "UsbPort",
+                                           "Location",
+                                           "ParentLocation",
+                                           "LocationPath",
+                                           "ParentLocationPath",
+                                           "Address",
+                                           "ParentAddress"};
+    static_assert(std::size(Keys) == CriterionRows);
+    std::vector<LookUp> lookUps;
+    for (LONG section = 1; section <= ManySections; ++section) {
+        for (int row = 0; row < (section < ManySections ? RowsToDeviceId : CriterionRows); ++row) {
+            for (int form = 0; form < CriterionForms; ++form) {
+                lookUps.push_back({section, Keys[row] + (form != 0 ? std::to_string(form) : "")});
+                if (section == ManySections && row == RowsToDeviceId - 1) {
+                    break;
+                }
+            }
+        }
+    }
+    return lookUps;
+}
+
+bool PrepareMatch(benchmark::State& state) {
+    if (!PrepareTable(1)) {
+        state.SkipWithError("the table does not have the port");
+        return false;
+    }
+    Configure(SectionsFor(*g_pComPorts->Ports[0], ManySections, 1));
+    return true;
+}
+
+template<typename Work>
+void CountAndRun(benchmark::State& state, Work work) {
+    const std::uint64_t callsBefore = CountAllCalls();
+    for (auto _ : state) {
+        work();
+        GoOnCalling();
+    }
+    state.counters["calls"] =
+        static_cast<double>(CountAllCalls() - callsBefore) / static_cast<double>(state.iterations());
+}
+
+void Match(benchmark::State& state) {
+    if (!PrepareMatch(state)) {
+        return;
+    }
+    if (GetFittingSectionNumber(g_pComPorts->Ports[0], ComPorts) != NoSectionNumber) {
+        state.SkipWithError("the wrong section fits");
+        return;
+    }
+    CountAndRun(state, [] {
+        auto section = GetFittingSectionNumber(g_pComPorts->Ports[0], ComPorts);
+        benchmark::DoNotOptimize(section);
+    });
+}
+
+void LookUpsAlone(benchmark::State& state) {
+    if (!PrepareMatch(state)) {
+        return;
+    }
+    const std::vector<LookUp> lookUps = LookUpsOfMatch();
+    CountAndRun(state, [&lookUps] {
+        char value[ValueBytes];
+        for (const LookUp& lookUp : lookUps) {
+            auto length = g_pCfgReader->GetString(ComPorts, lookUp.section, lookUp.key.c_str(), "", value, ValueBytes);
+            benchmark::DoNotOptimize(length);
+            benchmark::ClobberMemory();
+        }
+    });
+}
+
+[[maybe_unused]] const bool g_registered = [] {
+    benchmark::RegisterBenchmark("Match/Sections", Match)->Apply(Repeated);
+    benchmark::RegisterBenchmark("Match/LookUpsAlone", LookUpsAlone)->Apply(Repeated);
+    return true;
+}();
+
+// --- The marks.
+
+constexpr int SmallestTable = 1, SmallTable = 64;
+
+struct Road {
+    const char* name;
+    void (*run)(benchmark::State&);
+    const char* text;
+};
+constexpr Road Roads[] = {{"Right", RightNumber, "right"}, {"Wrong", WrongNumber, "wrong"}};
+
+std::string NameOf(const char* number, int ports, int sections) {
+    return std::string("Arrival/") + number + "/" + std::to_string(ports) + "/" + std::to_string(sections);
+}
+
+std::function<double(const Measured&)> CounterOf(const std::string& benchmark, const char* counter) {
+    return [benchmark, counter](const Measured& measured) {
+        return measured.Nanoseconds(benchmark) > 0 ? measured.Counter(benchmark, counter) : NotMeasured;
+    };
+}
+
+// How many more calls the larger of two arrivals makes for each of the things that it has more of.
+std::function<double(const Measured&)> MoreCalls(const std::string& small, const std::string& large, double more) {
+    return [small, large, more](const Measured& measured) {
+        const double few = measured.Counter(small, "calls"), many = measured.Counter(large, "calls");
+        return few > 0 && many > 0 ? (many - few) / more : NotMeasured;
+    };
+}
+
+double LookUpCalls(const Measured& measured) {
+    const double match = measured.Counter("Match/Sections", "calls");
+    const double lookUps = measured.Counter("Match/LookUpsAlone", "calls");
+    return match > 0 && lookUps > 0 ? match - lookUps : NotMeasured;
+}
+
+const Mark g_match("a match over 100 sections against its look-ups alone",
+                   TimeRatio("Match/Sections", "Match/LookUpsAlone"), Wanted::AtMost, 1.2);
+const Mark g_matchCalls("calls of that match beside its look-ups", LookUpCalls, Wanted::AtMost, 0);
+
+// A port asks for itself alone, but the device list of Windows is walked to find its path: two calls for an interface.
+// A section that does not fit costs the look-ups of its rows up to the one that fails, each with its lock.
+constexpr double CallsForAPort = 2.05, CallsForASection = 2 * RowsToDeviceId * CriterionForms;
+
+std::vector<std::unique_ptr<Mark>> MakeArrivalMarks() {
+    std::vector<std::unique_ptr<Mark>> marks;
+    for (const Road& road : Roads) {
+        const std::string arrival = std::string("arrival, number ") + road.text;
+        for (const int ports : {SmallestTable, SmallTable, LargestMachine}) {
+            for (const int sections : {1, ManySections}) {
+                const std::string name = NameOf(road.name, ports, sections);
+                const std::string cell =
+                    arrival + ", " + std::to_string(ports) + " ports, " + std::to_string(sections) + " sections: ";
+                const auto tell = [&](const char* what, const char* counter) {
+                    marks.push_back(std::make_unique<Mark>(cell + what, CounterOf(name, counter), Wanted::Nothing, 0));
+                };
+                tell("calls", "calls");
+                tell("us", "us");
+                tell("us of its own", "own_us");
+            }
+        }
+        marks.push_back(
+            std::make_unique<Mark>("calls for each port more, " + arrival,
+                                   MoreCalls(NameOf(road.name, SmallTable, 1), NameOf(road.name, LargestMachine, 1),
+                                             LargestMachine - SmallTable),
+                                   Wanted::AtMost, CallsForAPort));
+        marks.push_back(std::make_unique<Mark>(
+            "calls for each section more, " + arrival,
+            MoreCalls(NameOf(road.name, SmallTable, 1), NameOf(road.name, SmallTable, ManySections), ManySections - 1),
+            Wanted::AtMost, CallsForASection));
+    }
+    return marks;
+}
+
+[[maybe_unused]] const std::vector<std::unique_ptr<Mark>> g_arrivalMarks = MakeArrivalMarks();
+
+} // namespace
+
+void RegisterArrivals(int ports) {
+    for (const int sections : {1, ManySections}) {
+        for (const Road& road : Roads) {
+            benchmark::RegisterBenchmark((std::string("Arrival/") + road.name).c_str(), road.run)
+                ->Args({ports, sections})
+                ->Iterations(Arrivals)
+                ->UseManualTime()
+                ->Unit(benchmark::kMicrosecond);
+        }
+    }
+}
+
+} // namespace bench
