@@ -39,7 +39,6 @@ constexpr DWORD SettledMs = 6000; // behind its last change a port is checked ag
 constexpr DWORD ValueBytes = 260;
 constexpr unsigned WantedSamples = 2000;
 constexpr int MostSampledRounds = 2000, Arrivals = 100;
-constexpr LONG OtherNumbers[] = {5001, 5002}; // no port of the machine has them
 
 // So many sections, of which the last one that is looked at means the port.
 std::string SectionsFor(const CComPort& port, LONG sections, LONG wantedNumber) {
@@ -137,7 +136,9 @@ struct ArrivalRounds {
     bool Run() {
         LONG wanted = port->PortNumber;
         if (!isRight) {
-            wanted = port->PortNumber == OtherNumbers[0] ? OtherNumbers[1] : OtherNumbers[0];
+            // By turns one of two numbers that no port of the machine has, whatever it was made to before.
+            const LONG first = 2 * (LargestMachine + static_cast<LONG>(port->Index));
+            wanted = port->PortNumber == first ? first + 1 : first;
             std::snprintf(name, sizeof(name), "COM%d", static_cast<int>(wanted));
             decision.SetObject(name);
             Configure(SectionsFor(*port, sections, wanted));

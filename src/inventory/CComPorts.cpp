@@ -12,19 +12,6 @@ namespace {
 
 constexpr LONG kPortCountForWideIndex = 10;
 
-// Letters, digits and signs that no locale passes over, and the end of a text.
-bool IsPlainChar(char c) {
-    return c == '\0' || (c > ' ' && c < '\x7F');
-}
-
-char LowerAscii(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool DifferPlainly(char a, char b) {
-    return LowerAscii(a) != LowerAscii(b) && IsPlainChar(a) && IsPlainChar(b);
-}
-
 // Searches one text in the same field of many records, blind to case as lstrcmpiA is. That call goes through the
 // locale's tables, and a full table is searched once for each port: so paths and names that differ plainly at one place
 // are told apart without it, and the place where the last candidate differed is looked at first, since ids of one kind

@@ -91,11 +91,16 @@ int CComPorts::IsComPortNameAvailable(const char* portName) {
         if (port == nullptr) {
             continue;
         }
+        const bool claims = port->IsUsed && port->IsPresent &&
+                            (SameText(port->szPortName, portName) || SameText(port->szRegPortName, portName));
+        // What is true of the other records is asked for the log alone.
+        if (!claims && !LogFile_Wants(3)) {
+            continue;
+        }
         LiveState live;
         ReadLiveState(port, &live);
         LogRecord(i, port, &live);
-        const bool claims = lstrcmpA(port->szPortName, portName) == 0 || lstrcmpA(port->szRegPortName, portName) == 0;
-        if (!port->IsUsed || !port->IsPresent || !claims) {
+        if (!claims) {
             continue;
         }
         if (live.Problem != 0) {

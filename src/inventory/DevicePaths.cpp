@@ -1,13 +1,19 @@
 #include "inventory/DevicePaths.h"
 
 #include "inventory/DeviceLists.h"
+#include "support/BoundedText.h"
 #include "support/LogFile.h"
 #include "support/ScopeGuard.h"
+#include "support/StringTools.h"
 
 namespace {
 
 // More than any driver names an interface; a size beyond it comes from a broken provider.
 constexpr DWORD kMaxDetailBytes = 0x10000;
+
+// Room for most paths, so that a walk over many interfaces seldom needs a second block.
+constexpr DWORD kUsualDetailBytes = 260;
+constexpr DWORD kBehindDetailBytes = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
 
 // A path too long for the fixed block is passed over: one known path is searched.
 DWORD FindInterfaceNode(const DeviceList& list, const char* devicePath, const GUID& interfaceClass) {
@@ -15,7 +21,7 @@ DWORD FindInterfaceNode(const DeviceList& list, const char* devicePath, const GU
     for (DWORD index = 0; list.GetInterface(interfaceClass, index, &interfaceData); ++index) {
         char path[260];
         SP_DEVINFO_DATA device = {};
-        if (list.ReadShortPath(&interfaceData, path, &device) && lstrcmpiA(path, devicePath) == 0) {
+        if (list.ReadShortPath(&interfaceData, path, &device) && IsSameNoCase(path, devicePath)) {
             return device.DevInst;
         }
     }
@@ -36,7 +42,7 @@ const char* SkipPathPrefix(const char* devicePath) {
 }
 
 bool IsSameDevicePath(const char* a, const char* b) {
-    return lstrcmpiA(SkipPathPrefix(a), SkipPathPrefix(b)) == 0;
+    return IsSameNoCase(SkipPathPrefix(a), SkipPathPrefix(b));
 }
 
 DWORD GetDevInstByDevicePath(const char* devicePath, const GUID* interfaceClass, DWORD flags) {
@@ -93,22 +99,44 @@ InterfaceDetail::~InterfaceDetail() {
 void InterfaceDetail::Free() {
     operator delete(detail_);
     detail_ = nullptr;
+    roomBytes_ = 0;
 }
 
-bool InterfaceDetail::Read(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device) {
+bool InterfaceDetail::MakeRoom(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData) {
     Free();
     DWORD sizeBytes = 0;
     SetupDiGetDeviceInterfaceDetailA(list, interfaceData, nullptr, 0, &sizeBytes, nullptr);
     if (sizeBytes == 0 || sizeBytes > kMaxDetailBytes) {
         return false;
     }
-    // Blocks come zero-filled: the room behind what was asked for ends a path that comes without its final zero.
-    detail_ = static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(operator new(sizeBytes +
-                                                                           sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A)));
+    roomBytes_ = sizeBytes > kUsualDetailBytes ? sizeBytes : kUsualDetailBytes;
+    detail_ = static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(operator new(roomBytes_ + kBehindDetailBytes));
+    return true;
+}
+
+bool InterfaceDetail::Fill(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device) {
+    // The zeros behind what is asked for end a path that comes without its final zero.
+    ZeroBytes(detail_, roomBytes_ + kBehindDetailBytes);
     detail_->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
     *device = {};
     device->cbSize = sizeof(*device);
-    if (!SetupDiGetDeviceInterfaceDetailA(list, interfaceData, detail_, sizeBytes, nullptr, device)) {
+    return SetupDiGetDeviceInterfaceDetailA(list, interfaceData, detail_, roomBytes_, nullptr, device) != FALSE;
+}
+
+bool InterfaceDetail::Read(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device) {
+    if (detail_ != nullptr) {
+        if (Fill(list, interfaceData, device)) {
+            return true;
+        }
+        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
+            Free();
+            return false;
+        }
+    }
+    if (!MakeRoom(list, interfaceData)) {
+        return false;
+    }
+    if (!Fill(list, interfaceData, device)) {
         Free();
         return false;
     }

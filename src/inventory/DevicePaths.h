@@ -30,7 +30,8 @@ DWORD GetProblem(DWORD devInst);
 // Can the node be asked for its status? A device with a problem number is present.
 bool IsDevicePresent(DWORD devInst);
 
-// A heap copy of an interface's detail with its path, for one interface of a list. Frees it at the end of the scope.
+// A heap copy of an interface's detail with its path, freed at the end of the scope. A walk over a list keeps one for
+// all its interfaces: each block that is taken or given back has the whole heap checked.
 class InterfaceDetail {
 public:
     InterfaceDetail() = default;
@@ -38,14 +39,17 @@ public:
     InterfaceDetail(const InterfaceDetail&) = delete;
     InterfaceDetail& operator=(const InterfaceDetail&) = delete;
 
-    // Asks for the size, then for the detail and its device. `device` is set up for the call here.
-    // Returns: true if both calls went well; Path() and `device` are then good.
+    // Reads the detail and its device, after the question for its size unless the block of the interface before has the
+    // room. `device` is set up for the call here. Returns: true if all went well; Path() and `device` are then good.
     bool Read(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device);
 
     const char* Path() const { return detail_ != nullptr ? detail_->DevicePath : ""; }
 
 private:
+    bool MakeRoom(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData);
+    bool Fill(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device);
     void Free();
 
     SP_DEVICE_INTERFACE_DETAIL_DATA_A* detail_ = nullptr;
+    DWORD roomBytes_ = 0; // of the block, without what stands behind it
 };

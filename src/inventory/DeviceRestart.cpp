@@ -34,8 +34,8 @@ int RestartByInterface(const CComPort* port, Restart restart) {
         return 0;
     }
     SP_DEVICE_INTERFACE_DATA interfaceData;
+    InterfaceDetail detail;
     for (DWORD index = 0; list.GetInterface(InterfaceClass::ComPort, index, &interfaceData); ++index) {
-        InterfaceDetail detail;
         SP_DEVINFO_DATA device;
         if (!detail.Read(list.Get(), &interfaceData, &device) || !IsSameDevicePath(detail.Path(), port->DevPath)) {
             continue;

@@ -17,10 +17,6 @@ void CopyEnumerator(const char* deviceId, char (&enumerator)[260]) {
     CutAtChar(enumerator, '\\');
 }
 
-bool IsSameNoCase(const char* a, const char* b) {
-    return lstrcmpiA(a, b) == 0;
-}
-
 bool IsMotherboardPort(const CComPort* port) {
     return StrStrIA(port->DeviceID, "ACPI\\PNP0501") != nullptr ||
            StrStrIA(port->DeviceID, "ROOT\\*PNP0501\\") != nullptr;

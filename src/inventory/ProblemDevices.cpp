@@ -52,8 +52,8 @@ void CComPorts::FindNewProblemDevices() {
 
 void CComPorts::ScanNewProblems(const DeviceList& list, const GUID* interfaceClass) {
     SP_DEVICE_INTERFACE_DATA interfaceData = {};
+    InterfaceDetail detail;
     for (DWORD index = 0; list.GetInterface(*interfaceClass, index, &interfaceData); ++index) {
-        InterfaceDetail detail;
         SP_DEVINFO_DATA device = {};
         if (!detail.Read(list.Get(), &interfaceData, &device)) {
             continue;

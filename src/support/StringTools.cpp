@@ -132,6 +132,17 @@ int EndsWithNoCase(const char* text, const char* pattern) {
     return StrStrIA(text, pattern) == text + (textLength - patternLength);
 }
 
+bool IsSameNoCase(const char* a, const char* b) {
+    size_t at = 0;
+    while (a[at] == b[at]) {
+        if (a[at] == '\0') {
+            return true;
+        }
+        ++at;
+    }
+    return !DifferPlainly(a[at], b[at]) && lstrcmpiA(a, b) == 0;
+}
+
 void UnderscoresToBlanks(char* text) {
     size_t start = 0;
     for (; text[start] == '_'; ++start) {

@@ -55,6 +55,22 @@ void CopyLimited(char* dst, const char* src, size_t size);
 int StartsWithNoCase(const char* text, const char* pattern);
 int EndsWithNoCase(const char* text, const char* pattern);
 
+// Letters, digits and signs that no locale passes over, and the end of a text.
+constexpr bool IsPlainChar(char c) {
+    return c == '\0' || (c > ' ' && c < '\x7F');
+}
+
+// Whether two characters are so plain that texts which differ first in them are different to lstrcmpiA as well.
+constexpr bool DifferPlainly(char a, char b) {
+    constexpr char CaseBit = 'a' - 'A';
+    const char lowerA = a >= 'A' && a <= 'Z' ? static_cast<char>(a + CaseBit) : a;
+    const char lowerB = b >= 'A' && b <= 'Z' ? static_cast<char>(b + CaseBit) : b;
+    return lowerA != lowerB && IsPlainChar(a) && IsPlainChar(b);
+}
+
+// The answer of lstrcmpiA, without asking the locale's tables where two texts plainly are the same or differ.
+bool IsSameNoCase(const char* a, const char* b);
+
 // Leading and trailing runs of "_" become blanks.
 void UnderscoresToBlanks(char* text);
 
