@@ -1,6 +1,8 @@
 // A whole day on the desk of the example: its new adapter is unplugged and plugged in again each minute. At each minute
 // every port must have its number; at the end no handle and no byte of the service may be left of the 1440 arrivals.
+// The same day tells how many events a second go through the whole product, with its log off and on.
 // A program of its own: each day needs a machine of its own, and the product as an image.
+#include "bench/Calls.h"
 #include "bench/Marks.h"
 
 #include "rehearse/Description.h"
@@ -10,6 +12,7 @@
 
 #include "simwin/devices/DeviceTree.h"
 #include "simwin/devices/PlugAndPlay.h"
+#include "simwin/files/Files.h"
 #include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
@@ -26,6 +29,7 @@ constexpr std::uint64_t OffMs = 5'000;     // how long the adapter is away
 constexpr std::uint64_t LookAtMs = 50'000; // of each minute
 constexpr std::uint64_t StopMs = MinuteMs;
 constexpr int MinutesOfADay = 24 * 60;
+constexpr double EventsOfADay = 2.0 * MinutesOfADay; // the adapter goes, the adapter comes
 constexpr char AdapterId[] = "USB\\VID_0403&PID_6001\\A702TB52";
 
 struct WantedName {
@@ -41,7 +45,8 @@ constexpr WantedName WantedNames[] = {
 // What one rehearsal came to.
 struct Day {
     std::string stopped; // the verdict of a run that did not end in good order
-    std::uint64_t looks = 0, wrongNumbers = 0, switches = 0, threads = 0;
+    std::uint64_t looks = 0, wrongNumbers = 0, switches = 0, threads = 0, calls = 0;
+    std::size_t logBytes = 0;
     std::size_t bytesEarly = 0, bytesLate = 0, blocksEarly = 0, blocksLate = 0;
     std::size_t handlesEarly = 0, handlesLate = 0, leakedHandles = 0;
 };
@@ -106,7 +111,21 @@ void RunMinutes(Day* day, int minutes) {
     service->Release();
 }
 
-Day Rehearse(int minutes) {
+constexpr char LogPath[] = "C:\\_Quillmarch.log"; // where the log goes that no key names
+
+// The log of who turns it on and says no more: its level is the default one. Returns: "" or what is wrong.
+std::string TurnLogOn() {
+    constexpr std::string_view off = "WriteLogFile=0", on = "WriteLogFile=1";
+    std::string text = machine::TheFiles().Read(rehearse::ProductIni()).value_or("");
+    const std::size_t at = text.find(off);
+    if (at == std::string::npos) {
+        return "the settings of the example do not turn the log off";
+    }
+    machine::TheFiles().Write(rehearse::ProductIni(), text.replace(at, off.size(), on));
+    return "";
+}
+
+Day Rehearse(int minutes, bool withLog) {
     Day day;
     rehearse::Options options;
     options.description = QM_SOURCE_FOLDER "/examples/desk.toml";
@@ -116,8 +135,13 @@ Day Rehearse(int minutes) {
         const rehearse::Record description = rehearse::ReadDescription(options.description);
         machine::CreateMachine(rehearse::SetupOf(description, options));
         rehearse::FillMachine(description, options);
+        if (withLog) {
+            day.stopped = TurnLogOn();
+        }
         Schedule(description, &day, minutes);
         RunMinutes(&day, minutes);
+        day.logBytes = machine::TheFiles().Read(LogPath).value_or("").size();
+        day.calls = CountAllCalls();
         machine::DestroyMachine();
     } catch (const rehearse::InputError& error) {
         day.stopped = error.what();
@@ -127,10 +151,10 @@ Day Rehearse(int minutes) {
 
 void ReplugDay(benchmark::State& state) {
     machine::InstallCrashHandler();
-    const Day shortRun = Rehearse(1); // what the behaviour leaves behind in any case
+    const Day shortRun = Rehearse(1, /*withLog=*/false); // what the behaviour leaves behind in any case
     Day day;
     for (auto _ : state) {
-        day = Rehearse(MinutesOfADay);
+        day = Rehearse(MinutesOfADay, /*withLog=*/false);
     }
     if (!shortRun.stopped.empty() || !day.stopped.empty()) {
         std::fprintf(stderr, "%s\n", (shortRun.stopped + day.stopped).c_str());
@@ -150,15 +174,53 @@ void ReplugDay(benchmark::State& state) {
     state.counters["switches"] = static_cast<double>(day.switches);
 }
 
+// The same events and nothing else, the machine's start and the service's stop included.
+void Events(benchmark::State& state, bool withLog) {
+    machine::InstallCrashHandler();
+    Day day;
+    for (auto _ : state) {
+        day = Rehearse(MinutesOfADay, withLog);
+    }
+    if (!day.stopped.empty() || day.wrongNumbers != 0 || withLog != (day.logBytes != 0)) {
+        std::fprintf(stderr, "%s %zu bytes of log\n", day.stopped.c_str(), day.logBytes);
+        state.SkipWithError("the rehearsal did not end in good order");
+        return;
+    }
+    state.counters["calls"] = static_cast<double>(day.calls) / EventsOfADay;
+    state.counters["log"] = static_cast<double>(day.logBytes) / EventsOfADay;
+}
+
 constexpr char DayName[] = "Day/ReplugEachMinute";
+constexpr char LogOffName[] = "Events/LogOff", LogOnName[] = "Events/LogOn";
 
 BENCHMARK(ReplugDay)->Name(DayName)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
+BENCHMARK_CAPTURE(Events, LogOff, false)
+    ->Name(LogOffName)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1)
+    ->Repetitions(9);
+BENCHMARK_CAPTURE(Events, LogOn, true)->Name(LogOnName)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(9);
 
-std::function<double(const Measured&)> CounterOfDay(const char* counter) {
-    return [counter](const Measured& measured) {
-        return measured.Nanoseconds(DayName) > 0 ? measured.Counter(DayName, counter) : NotMeasured;
+std::function<double(const Measured&)> EventsASecond(const char* benchmark) {
+    return [benchmark](const Measured& measured) {
+        const double time = measured.Nanoseconds(benchmark);
+        return time > 0 ? EventsOfADay * 1e9 / time : NotMeasured;
     };
 }
+
+std::function<double(const Measured&)> CounterOf(const char* benchmark, const char* counter) {
+    return [benchmark, counter](const Measured& measured) {
+        return measured.Nanoseconds(benchmark) > 0 ? measured.Counter(benchmark, counter) : NotMeasured;
+    };
+}
+
+const Mark g_eventsLogOff("events a second, log off", EventsASecond(LogOffName), Wanted::AtLeast, 20'000);
+const Mark g_eventsLogOn("events a second, log at its default level", EventsASecond(LogOnName), Wanted::AtLeast, 5'000);
+const Mark g_callsLogOff("calls for an event, log off", CounterOf(LogOffName, "calls"), Wanted::Nothing, 0);
+const Mark g_callsLogOn("calls for an event, log at its default level", CounterOf(LogOnName, "calls"), Wanted::Nothing,
+                        0);
+const Mark g_logBytes("bytes of log for an event at its default level", CounterOf(LogOnName, "log"), Wanted::Nothing,
+                      0);
 
 const Mark g_time(
     "milliseconds for 24 hours with a replug each minute",
@@ -167,11 +229,12 @@ const Mark g_time(
         return time > 0 ? time / 1e6 : NotMeasured;
     },
     Wanted::Nothing, 0);
-const Mark g_looks("names looked at in 24 hours", CounterOfDay("looks"), Wanted::AtLeast, 3 * MinutesOfADay);
-const Mark g_wrong("names that were wrong", CounterOfDay("wrong"), Wanted::AtMost, 0);
-const Mark g_leaked("handles left after the stop, a day against a minute", CounterOfDay("leaked"), Wanted::AtMost, 0);
-const Mark g_handles("open handles, hour 24 against hour 1", CounterOfDay("handles"), Wanted::AtMost, 0);
-const Mark g_bytes("bytes on the heap, hour 24 against hour 1", CounterOfDay("bytes"), Wanted::AtMost, 0);
+const Mark g_looks("names looked at in 24 hours", CounterOf(DayName, "looks"), Wanted::AtLeast, 3 * MinutesOfADay);
+const Mark g_wrong("names that were wrong", CounterOf(DayName, "wrong"), Wanted::AtMost, 0);
+const Mark g_leaked("handles left after the stop, a day against a minute", CounterOf(DayName, "leaked"), Wanted::AtMost,
+                    0);
+const Mark g_handles("open handles, hour 24 against hour 1", CounterOf(DayName, "handles"), Wanted::AtMost, 0);
+const Mark g_bytes("bytes on the heap, hour 24 against hour 1", CounterOf(DayName, "bytes"), Wanted::AtMost, 0);
 
 } // namespace
 } // namespace bench
