@@ -76,12 +76,13 @@ Conversion TakeConversion(const char*& at) {
 
 std::string Digits(std::uint64_t number, unsigned base, bool capitals) {
     const char* digits = capitals ? "0123456789ABCDEF" : "0123456789abcdef";
-    std::string text;
+    char text[20]; // what 64 bits need at most, from the end
+    std::size_t at = sizeof(text);
     do {
-        text.insert(text.begin(), digits[number % base]);
+        text[--at] = digits[number % base];
         number /= base;
     } while (number);
-    return text;
+    return {text + at, sizeof(text) - at};
 }
 
 void Pad(std::string& out, const Conversion& conversion, std::string text, std::string_view sign, bool number) {
@@ -115,7 +116,9 @@ std::string FormatAsWindows(const char* format, __builtin_va_list arguments) {
     std::string out;
     for (const char* at = format; *at;) {
         if (*at != '%') {
-            out += *at++;
+            const std::size_t plain = std::strcspn(at, "%");
+            out.append(at, plain);
+            at += plain;
             continue;
         }
         if (*++at == '%') {

@@ -14,10 +14,6 @@ constexpr std::array<char16_t, 32> High1252 = {0x20AC, 0x0081, 0x201A, 0x0192, 0
 
 } // namespace
 
-char LowerChar(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-}
-
 std::string Lower(std::string_view text) {
     std::string result(text);
     for (char& c : result)
@@ -37,7 +33,7 @@ bool EqualNoCase(std::string_view a, std::string_view b) {
     if (a.size() != b.size())
         return false;
     for (std::size_t i = 0; i < a.size(); ++i)
-        if (LowerChar(a[i]) != LowerChar(b[i]))
+        if (a[i] != b[i] && LowerChar(a[i]) != LowerChar(b[i]))
             return false;
     return true;
 }
@@ -62,6 +58,8 @@ std::size_t FindNoCase(std::string_view text, std::string_view part, std::size_t
 bool NoCaseLess::operator()(std::string_view a, std::string_view b) const {
     const std::size_t n = a.size() < b.size() ? a.size() : b.size();
     for (std::size_t i = 0; i < n; ++i) {
+        if (a[i] == b[i])
+            continue;
         const auto x = static_cast<unsigned char>(LowerChar(a[i]));
         const auto y = static_cast<unsigned char>(LowerChar(b[i]));
         if (x != y)

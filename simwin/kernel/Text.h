@@ -7,7 +7,9 @@
 
 namespace machine {
 
-char LowerChar(char c); // ASCII only
+constexpr char LowerChar(char c) { // ASCII only
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+}
 std::string Lower(std::string_view text);
 std::string Upper(std::string_view text);
 bool EqualNoCase(std::string_view a, std::string_view b);

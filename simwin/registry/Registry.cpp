@@ -78,7 +78,7 @@ bool KeyNameLess::operator()(std::string_view a, std::string_view b) const {
     const auto capital = [](char c) { return static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 32 : c); };
     const std::size_t n = std::min(a.size(), b.size());
     for (std::size_t i = 0; i < n; ++i)
-        if (capital(a[i]) != capital(b[i]))
+        if (a[i] != b[i] && capital(a[i]) != capital(b[i]))
             return capital(a[i]) < capital(b[i]);
     return a.size() < b.size();
 }

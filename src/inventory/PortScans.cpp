@@ -1,4 +1,6 @@
 // Walks over the table that settle what a single device event cannot tell, and the removal of a port.
+#include <cstring>
+
 #include "config/CSettings.h"
 #include "inventory/CComPorts.h"
 #include "inventory/CDosDeviceNames.h"
@@ -120,13 +122,9 @@ bool TakesPartInGroups(const CComPort* port, DWORD nowTick) {
     return port->IsPresent || nowTick - port->RestartTicker < kRestartingMs;
 }
 
+// length: at most that of a, so that an end of b within it is a difference.
 bool IsSameStart(const char* a, const char* b, int length) {
-    for (int i = 0; i < length; ++i) {
-        if (a[i] != b[i] || a[i] == '\0') {
-            return false;
-        }
-    }
-    return true;
+    return strncmp(a, b, static_cast<size_t>(length)) == 0;
 }
 
 int FindFirst(const char* text, char c) {
@@ -139,13 +137,11 @@ int FindFirst(const char* text, char c) {
 }
 
 int FindLast(const char* text, char c) {
-    int last = -1;
-    for (int i = 0; text[i] != '\0'; ++i) {
-        if (text[i] == c) {
-            last = i;
-        }
+    int at = static_cast<int>(strlen(text)) - 1;
+    while (at >= 0 && text[at] != c) {
+        --at;
     }
-    return last;
+    return at;
 }
 
 void LogGroup(const CComPorts& table, const CComPort* port) {

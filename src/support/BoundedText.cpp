@@ -1,9 +1,17 @@
 #include "support/BoundedText.h"
 
+#include <cstring>
+
 namespace {
 
 // The formatting of Windows stops at 1024 characters a call and never writes beyond; the rest is a safety margin.
 constexpr size_t FormatBufferSize = 1040;
+
+// Length of the text, or limit if it does not end before. Nothing behind its end is read.
+size_t LengthWithin(const char* text, size_t limit) {
+    const void* end = memchr(text, 0, limit);
+    return end != nullptr ? static_cast<size_t>(static_cast<const char*>(end) - text) : limit;
+}
 
 } // namespace
 
@@ -11,11 +19,8 @@ size_t CopyTextPart(char* dst, size_t sizeChars, const char* source, size_t coun
     if (sizeChars == 0) {
         return 0;
     }
-    size_t length = 0;
-    while (source && length < count && length < sizeChars - 1 && source[length] != '\0') {
-        dst[length] = source[length];
-        ++length;
-    }
+    const size_t length = source != nullptr ? LengthWithin(source, count < sizeChars ? count : sizeChars - 1) : 0;
+    CopyBytes(dst, source, length);
     dst[length] = '\0';
     return length;
 }
@@ -25,10 +30,7 @@ size_t CopyText(char* dst, size_t sizeChars, const char* source) {
 }
 
 size_t AppendText(char* dst, size_t sizeChars, const char* source) {
-    size_t length = 0;
-    while (length < sizeChars && dst[length] != '\0') {
-        ++length;
-    }
+    const size_t length = LengthWithin(dst, sizeChars);
     if (length == sizeChars) {
         return length; // no text at all: nothing may be written behind it
     }
