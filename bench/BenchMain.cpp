@@ -3,8 +3,6 @@
 #include "bench/Marks.h"
 
 #include "simwin/kernel/Machine.h"
-#include "simwin/kernel/Process.h"
-#include "simwin/kernel/Scheduler.h"
 
 #include "support/BoundedText.h"
 #include "support/CRTreplace.h"
@@ -12,12 +10,8 @@
 #include "support/ProcessState.h"
 #include "support/SupportLocks.h"
 
-#include <cstdio>
-#include <cstdlib>
-
 namespace {
 
-constexpr int StoppedExitCode = 3;
 constexpr char ProductFolder[] = "C:\\Program Files\\Quillmarch";
 
 // What the start of the program does before anything else; the log stays off.
@@ -39,25 +33,10 @@ int RunOnMachine() {
     setup.imageFile = QM_IMAGE_FILE;
     setup.resourceFile = QM_RESOURCE_FILE;
     setup.directory = ProductFolder;
-    machine::InstallCrashHandler();
-    machine::CreateMachine(setup);
-    machine::ProcessStart start;
-    start.imagePath = setup.directory + "\\" + setup.executable;
-    start.commandLine = "\"" + start.imagePath + "\"";
-    start.currentDirectory = "C:\\Windows\\System32";
-    start.user = "NT AUTHORITY\\SYSTEM";
-    const machine::Process* process = machine::StartHosted(start, [] {
+    return machine::RunHosted(setup, [] {
         StartOfProgram();
         return bench::RunAndJudge();
     });
-    const machine::RunOutcome outcome = machine::RunMachine({});
-    if (outcome.verdict != machine::Verdict::Done || !process->ended) {
-        std::fprintf(stderr, "%s\n", machine::OutcomeLine(outcome).c_str());
-        std::_Exit(StoppedExitCode);
-    }
-    const int exitCode = static_cast<int>(process->exitCode);
-    machine::DestroyMachine();
-    return exitCode;
 }
 
 } // namespace

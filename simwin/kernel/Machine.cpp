@@ -6,7 +6,9 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -18,7 +20,6 @@ namespace {
 Setup g_setup;
 Room* g_rooms; // sorted by order
 
-constexpr int CrashExitCode = 3;
 char g_signalStack[64 * 1024];
 
 void WriteText(const char* text) {
@@ -79,6 +80,25 @@ void InstallCrashHandler() {
     action.sa_flags = SA_SIGINFO | SA_ONSTACK;
     for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT})
         sigaction(signal, &action, nullptr);
+}
+
+int RunHosted(const Setup& setup, std::function<int()> entry) {
+    InstallCrashHandler();
+    CreateMachine(setup);
+    ProcessStart start;
+    start.imagePath = setup.directory + "\\" + setup.executable;
+    start.commandLine = "\"" + start.imagePath + "\"";
+    start.currentDirectory = "C:\\Windows\\System32";
+    start.user = "NT AUTHORITY\\SYSTEM";
+    const Process* process = StartHosted(start, std::move(entry));
+    const RunOutcome outcome = RunMachine({});
+    if (outcome.verdict != Verdict::Done) {
+        std::fprintf(stderr, "%s\n", OutcomeLine(outcome).c_str());
+        std::_Exit(CrashExitCode);
+    }
+    const int exitCode = process->ended ? static_cast<int>(process->exitCode) : CrashExitCode;
+    DestroyMachine();
+    return exitCode;
 }
 
 } // namespace machine

@@ -5,6 +5,8 @@
 #include "simwin/kernel/Rules.h"
 #include "simwin/kernel/Setup.h"
 
+#include <functional>
+
 namespace machine {
 
 // Makes the machine: clock at 0, empty registry, no devices. One at a time.
@@ -13,6 +15,12 @@ void DestroyMachine();
 
 // Host signals that a crash of simulated code raises end the run with exit code 3 and a line "crash: ...".
 void InstallCrashHandler();
+
+// One hosted process on a machine of its own, started by the system: unit tests, benchmarks. `entry` runs as its first
+// thread, with the host's own copy of the product. Returns: the exit code, CrashExitCode if the process did not end. A
+// run that stops ends the host with that code and a line.
+inline constexpr int CrashExitCode = 3;
+int RunHosted(const Setup& setup, std::function<int()> entry);
 
 // A room's own start and end, called by CreateMachine in the order of registration and by DestroyMachine in the
 // reverse order. Registered by a static `Room` object in the room's source.

@@ -1,10 +1,7 @@
 #include "tests/harness/Harness.h"
 
 #include "simwin/kernel/Machine.h"
-#include "simwin/kernel/Process.h"
-#include "simwin/kernel/Scheduler.h"
 
-#include <cstdio>
 #include <cstring>
 #include <vector>
 
@@ -22,34 +19,17 @@ std::vector<void (*)()>& StartActions() {
     return actions;
 }
 
-constexpr int StoppedExitCode = 3;
-
 int RunOnMachine() {
     machine::Setup setup;
     setup.imageFile = QM_IMAGE_FILE;
     setup.resourceFile = QM_RESOURCE_FILE;
     for (const SetupAction action : SetupActions())
         action(setup);
-    machine::InstallCrashHandler();
-    machine::CreateMachine(setup);
-    machine::ProcessStart start;
-    start.imagePath = setup.directory + "\\" + setup.executable;
-    start.commandLine = "\"" + start.imagePath + "\"";
-    start.currentDirectory = "C:\\Windows\\System32";
-    start.user = "NT AUTHORITY\\SYSTEM";
-    const machine::Process* process = machine::StartHosted(start, [] {
+    return machine::RunHosted(setup, [] {
         for (void (*action)() : StartActions())
             action();
         return RUN_ALL_TESTS();
     });
-    const machine::RunOutcome outcome = machine::RunMachine({});
-    if (outcome.verdict != machine::Verdict::Done) {
-        std::fprintf(stderr, "%s\n", machine::OutcomeLine(outcome).c_str());
-        std::_Exit(StoppedExitCode);
-    }
-    const int result = process->ended ? static_cast<int>(process->exitCode) : StoppedExitCode;
-    machine::DestroyMachine();
-    return result;
 }
 
 } // namespace
