@@ -79,9 +79,7 @@ std::string Complete(const CLI::App& app, Line& line) {
     return "";
 }
 
-} // namespace
-
-int main(int count, char** arguments) {
+int RunLine(int count, char** arguments) {
     CLI::App app("Runs the product on a described machine and tells what happened.", "quillmarch-rehearse");
     Line line;
     Describe(app, line);
@@ -107,6 +105,18 @@ int main(int count, char** arguments) {
         return rehearse::Rehearse(line.options);
     } catch (const rehearse::InputError& error) {
         fmt::print(stderr, "{}\n", error.what());
+        return rehearse::ExitWrongInput;
+    }
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    try {
+        return RunLine(count, arguments);
+    } catch (const std::exception& error) { // a disk that is full, a folder that cannot be read
+        std::fputs(error.what(), stderr);
+        std::fputs("\n", stderr);
         return rehearse::ExitWrongInput;
     }
 }

@@ -349,7 +349,7 @@ std::string UsbPortOf(const DeviceNode& node) {
         at = at->parent;
     for (; at && at->parent && at->parent->IsHub(); at = at->parent)
         chain = fmt::format("-{}{}", at->hubPort, chain);
-    if (chain.empty() || !at->parent)
+    if (!at || chain.empty() || !at->parent)
         return {};
     unsigned controller = 0, count = 0;
     if (const auto* controllers = TheDeviceTree().InterfacesOf(InterfaceClassByName("controller")))

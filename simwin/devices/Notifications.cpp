@@ -266,7 +266,7 @@ bool GuidFromText(std::string_view text, simwin::GUID& guid) {
     constexpr std::string_view Form = "{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}";
     if (text.size() != Form.size())
         return false;
-    std::uint8_t digits[32];
+    std::uint8_t digits[32] = {};
     std::size_t count = 0;
     for (std::size_t i = 0; i < Form.size(); ++i) {
         const char c = LowerChar(text[i]);

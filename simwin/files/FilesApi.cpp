@@ -507,9 +507,8 @@ DWORD GetFileAttributesA(LPCSTR name) {
         error = place.error;
         // What lies below a refused folder cannot be told from what does not.
         const FileNode* asked = place.node ? place.node : place.folder;
-        if (asked && IsRefused(asked, CurrentCaller()))
-            error = ERROR_ACCESS_DENIED;
-        else if (!error && (place.node->deletePending || !MayAccess(place.node, CurrentCaller(), ReadAttributes)))
+        if ((asked && IsRefused(asked, CurrentCaller())) ||
+            (!error && (place.node->deletePending || !MayAccess(place.node, CurrentCaller(), ReadAttributes))))
             error = ERROR_ACCESS_DENIED;
         if (!error)
             return AttributesOf(place.node->parent && !place.node->parent->folder ? place.node->parent : place.node);

@@ -137,7 +137,7 @@ BOOL DeleteService(SC_HANDLE handle) {
     machine::Service* service = error ? nullptr : machine::ServiceFor(handle, DELETE, &error);
     if (service && service->markedForDelete)
         error = ERROR_SERVICE_MARKED_FOR_DELETE;
-    if (error)
+    if (error || !service)
         return Fail(error, FALSE);
     service->markedForDelete = true;
     return TRUE;
@@ -161,7 +161,7 @@ BOOL ChangeServiceConfig2A(SC_HANDLE handle, DWORD level, LPVOID info) {
     machine::Service* service = error ? nullptr : machine::ServiceFor(handle, SERVICE_CHANGE_CONFIG, &error);
     if (service && service->markedForDelete)
         error = ERROR_SERVICE_MARKED_FOR_DELETE;
-    if (error)
+    if (error || !service)
         return Fail(error, FALSE);
     machine::WriteServiceDescription(service->definition.name, static_cast<SERVICE_DESCRIPTIONA*>(info)->lpDescription);
     return TRUE;

@@ -66,7 +66,7 @@ void ServiceProcessEnded(Process& process) {
         }
     Service* service = nullptr;
     ServiceRun* run = RunOfProcess(&process, &service);
-    if (!run)
+    if (!run || !service)
         return;
     ForgetRun(*run);
     service->run.reset();
@@ -110,7 +110,7 @@ Room g_road(
     95,
     [] {
         SetServiceRoad([](const NotificationRecipient& recipient, DWORD event, const std::vector<std::uint8_t>& data,
-                          NotificationReturned returned) {
+                          const NotificationReturned& returned) {
             const auto handle = static_cast<SERVICE_STATUS_HANDLE>(recipient.handle);
             const bool isQueued =
                 PostServiceControl(handle, SERVICE_CONTROL_DEVICEEVENT, event, data, [returned](DWORD) { returned(); });
