@@ -9,11 +9,9 @@
 #include "simwin/devices/Drivers.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Image.h"
-#include "simwin/kernel/Locks.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/registry/Registry.h"
-#include "simwin/services/Services.h"
 
 #include <fmt/format.h>
 
@@ -23,13 +21,9 @@ namespace storm {
 
 namespace {
 
-constexpr std::uint64_t SettlingMs = 1000;    // shorter pauses are not looked into
-constexpr std::uint64_t StopLimitMs = 11'000; // ten seconds and the last of its steps
-constexpr std::uint64_t SlowStopLimitMs = 30'000;
+constexpr std::uint64_t SettlingMs = 1000; // shorter pauses are not looked into
 constexpr std::uint64_t OwnChangeMs = 5000;
 constexpr unsigned LargestDatabaseNumber = 256;
-// First thread, service main or window thread, closer of the log.
-constexpr std::size_t ThreadsAtRest = 3;
 
 bool Says(const Device& device, std::string_view start) {
     return std::any_of(device.lines.begin(), device.lines.end(),
@@ -57,12 +51,8 @@ std::string TargetOf(const std::string& name) {
     return definition ? definition->target : "";
 }
 
-machine::Process* TheProduct(const rehearse::Stage& stage) {
-    return stage.product && !stage.product->ended ? stage.product : nullptr;
-}
-
 std::vector<const CComPort*> Records(const rehearse::Stage& stage) {
-    const auto* table = static_cast<CComPorts**>(machine::ImageSymbol(TheProduct(stage)->image, "g_pComPorts"));
+    const auto* table = static_cast<CComPorts**>(machine::ImageSymbol(stage.product->image, "g_pComPorts"));
     if (!table || !*table)
         return {};
     return {(*table)->Ports, (*table)->Ports + (*table)->PortCount};
@@ -76,22 +66,7 @@ bool IsMarked(const rehearse::Stage& stage, const std::string& device) {
     });
 }
 
-// What cannot be opened a second time cannot be put back.
-bool HasCallFailed(std::string_view call) {
-    return std::any_of(machine::Faults().begin(), machine::Faults().end(),
-                       [&](const machine::Fault& fault) { return fault.call == call && fault.error && fault.acted; });
-}
-
 } // namespace
-
-void Judge::Complain(std::string what, std::string how) {
-    m_violations.push_back({std::move(what), fmt::format("{} at {} ms", how, machine::Now())});
-}
-
-bool Judge::HasFailed() const {
-    return std::any_of(machine::Faults().begin(), machine::Faults().end(),
-                       [](const machine::Fault& fault) { return fault.error && fault.acted; });
-}
 
 void Judge::Watch() {
     m_stage.timeline->WatchWrites([this](const rehearse::WrittenValue& write) { OnWrite(write); });
@@ -120,14 +95,16 @@ void Judge::Look(bool isCalm) {
         return;
     ++m_looks;
     JudgeRest();
-    if (TheProduct(m_stage))
+    ReadLog();
+    if (TheProduct())
         JudgePorts(isCalm);
 }
 
 void Judge::AtEnd() {
     ++m_looks;
     JudgeRest();
-    if (!TheProduct(m_stage)) {
+    ReadLog();
+    if (!TheProduct()) {
         Complain("the product runs in the end", "it has ended");
         return;
     }
@@ -141,38 +118,6 @@ void Judge::AtEnd() {
             Complain("a calm machine comes to rest",
                      fmt::format("{}: {} -> {} ({} ms)", device->id, write.before, write.after, write.atMs));
     }
-}
-
-// What holds whatever fails.
-void Judge::JudgeRest() {
-    for (const machine::Lock* lock : machine::HeldLocks())
-        Complain("no lock is held at rest", fmt::format("thread {}, entered in {}", lock->owner->id, lock->enteredIn));
-    if (const machine::Process* product = TheProduct(m_stage)) {
-        std::size_t threads = 0;
-        std::string waits;
-        for (const machine::Thread* thread : product->threads) {
-            // A port that hangs keeps the thread that tried to open it.
-            threads += std::string_view(thread->call) != "CreateFileA";
-            waits += fmt::format(" {} ({})", thread->call, thread->waitWhat);
-        }
-        if (threads > ThreadsAtRest)
-            Complain("no thread is left behind", fmt::format("{} threads in{}", threads, waits));
-    }
-    for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
-        const std::string driverKey = machine::DriverKeyOf(*node);
-        // (j) What an arrival reads stands outside every lock: of two threads that open one refusing key, the second
-        // may take the list of the first for the former one. A device has two arrivals when it has two interfaces of
-        // ports.
-        if (node->said.isProtected && node->said.interfaces && node->said.interfaces->back() == "modem")
-            continue;
-        for (const std::string& key :
-             {node->enumPath, node->enumPath + "\\Device Parameters",
-              driverKey.empty() ? "" : "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\" + driverKey})
-            if (!key.empty() && machine::TheRegistry().FindKey(key) &&
-                !machine::TheRegistry().IsSecurityUnchanged(key) && !HasCallFailed("RegOpenKeyExA"))
-                Complain("access lists stay as they were", key);
-    }
-    ReadLog();
 }
 
 // What the log has told since it was read last.
@@ -451,31 +396,8 @@ bool Judge::IsBitOfOther(const Running& port) const {
     });
 }
 
-void Judge::JudgeStops() {
-    std::uint64_t startedAtMs = 0, pendingAtMs = 0;
-    simwin::DWORD state = 0;
-    for (const machine::ServiceReport& report : machine::ServiceReports()) {
-        if (report.state == simwin::SERVICE_START_PENDING && state != report.state)
-            startedAtMs = report.atMs;
-        if (report.state == simwin::SERVICE_STOP_PENDING && state != report.state)
-            pendingAtMs = report.atMs;
-        // A stop in the middle of the start waits for the initialisation as the start does.
-        const bool isAtStart = pendingAtMs - startedAtMs < SlowStopLimitMs;
-        const std::uint64_t limit = m_plan.switches.slow || isAtStart ? SlowStopLimitMs : StopLimitMs;
-        if (report.state == simwin::SERVICE_STOPPED && state == simwin::SERVICE_STOP_PENDING &&
-            report.atMs - pendingAtMs > limit)
-            Complain("a stop ends within ten seconds and a little",
-                     fmt::format("begun at {} ms, ended at {} ms", pendingAtMs, report.atMs));
-        state = report.state;
-    }
-}
-
 void Judge::AfterStop(std::size_t leakedHandles) {
-    if (TheProduct(m_stage))
-        Complain("the last stop ends", machine::WhoWaits());
-    if (leakedHandles && !HasFailed())
-        Complain("nothing is leaked", fmt::format("{} handles", leakedHandles));
-    JudgeStops();
+    Rest::AfterStop(HasFailed() ? 0 : leakedHandles, m_plan.switches.slow);
 }
 
 } // namespace storm

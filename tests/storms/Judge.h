@@ -2,8 +2,8 @@
 // machine's own tree, registry and locks, and reads the product's memory for one thing only: what its records claim.
 #pragma once
 
-#include "rehearse/Events.h"
 #include "tests/storms/Plan.h"
+#include "tests/storms/Rest.h"
 
 #include <cstdint>
 #include <map>
@@ -17,22 +17,15 @@ struct DeviceNode;
 
 namespace storm {
 
-struct Violation {
-    std::string what; // which statement, the same text whenever it is broken
-    std::string how;  // device, names, time
-};
-
-class Judge {
+class Judge : public Rest {
 public:
-    Judge(const Plan& plan, rehearse::Stage& stage) : m_plan(plan), m_stage(stage) {}
+    Judge(const Plan& plan, rehearse::Stage& stage) : Rest(stage), m_plan(plan) {}
 
     void Watch();    // behind Timeline::Watch
     void Schedule(); // looks in each pause of the history
     void AtEnd();    // behind the run, in front of the last stop
     void AfterStop(std::size_t leakedHandles);
-    void Complain(std::string what, std::string how);
 
-    const std::vector<Violation>& Violations() const { return m_violations; }
     unsigned Looks() const { return m_looks; }
 
 private:
@@ -45,12 +38,10 @@ private:
     };
 
     void Look(bool isCalm);
-    void JudgeRest();
     void ReadLog();
     void JudgePorts(bool isCalm);
     void JudgeRecords(const std::vector<Running>& ports);
     void JudgeRules(const std::vector<Running>& ports);
-    void JudgeStops();
     void OnWrite(const rehearse::WrittenValue& write);
     std::vector<Running> RunningPorts(bool isCalm) const;
     const rehearse::TimelineEntry* LastStart(const std::string& device) const;
@@ -62,11 +53,8 @@ private:
     bool IsTwin(const Device& device) const;
     const Device* RenamedPort(const rehearse::WrittenValue& write) const;
     bool IsBitOfOther(const Running& port) const;
-    bool HasFailed() const; // some call has been made to fail
 
     const Plan& m_plan;
-    rehearse::Stage& m_stage;
-    std::vector<Violation> m_violations;
     unsigned m_looks = 0;
     std::uint64_t m_settledAtMs = 0, m_lastCheckMs = 0;
     std::map<const Device*, std::uint64_t> m_movedAtMs, m_sharedAtMs;

@@ -1,0 +1,103 @@
+#include "tests/storms/Rest.h"
+
+#include "simwin/devices/DeviceTree.h"
+#include "simwin/devices/Devices.h"
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Locks.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Scheduler.h"
+#include "simwin/registry/Registry.h"
+#include "simwin/services/Services.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace storm {
+
+namespace {
+
+constexpr std::uint64_t StopLimitMs = 11'000; // ten seconds and the last of its steps
+constexpr std::uint64_t SlowStopLimitMs = 30'000;
+// First thread, service main or window thread, closer of the log.
+constexpr std::size_t ThreadsAtRest = 3;
+
+// What cannot be opened a second time cannot be put back.
+bool HasCallFailed(std::string_view call) {
+    return std::any_of(machine::Faults().begin(), machine::Faults().end(),
+                       [&](const machine::Fault& fault) { return fault.call == call && fault.error && fault.acted; });
+}
+
+} // namespace
+
+void Rest::Complain(std::string what, std::string how) {
+    m_violations.push_back({std::move(what), fmt::format("{} at {} ms", how, machine::Now())});
+}
+
+bool Rest::HasFailed() const {
+    return std::any_of(machine::Faults().begin(), machine::Faults().end(),
+                       [](const machine::Fault& fault) { return fault.error && fault.acted; });
+}
+
+machine::Process* Rest::TheProduct() const {
+    return m_stage.product && !m_stage.product->ended ? m_stage.product : nullptr;
+}
+
+void Rest::JudgeRest() {
+    for (const machine::Lock* lock : machine::HeldLocks())
+        Complain("no lock is held at rest", fmt::format("thread {}, entered in {}", lock->owner->id, lock->enteredIn));
+    if (const machine::Process* product = TheProduct()) {
+        std::size_t threads = 0;
+        std::string waits;
+        for (const machine::Thread* thread : product->threads) {
+            // A port that hangs keeps the thread that tried to open it.
+            threads += std::string_view(thread->call) != "CreateFileA";
+            waits += fmt::format(" {} ({})", thread->call, thread->waitWhat);
+        }
+        if (threads > ThreadsAtRest)
+            Complain("no thread is left behind", fmt::format("{} threads in{}", threads, waits));
+    }
+    for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
+        const std::string driverKey = machine::DriverKeyOf(*node);
+        // (j) What an arrival reads stands outside every lock: of two threads that open one refusing key, the second
+        // may take the list of the first for the former one. A device has two arrivals when it has two interfaces of
+        // ports.
+        if (node->said.isProtected && node->said.interfaces && node->said.interfaces->back() == "modem")
+            continue;
+        for (const std::string& key :
+             {node->enumPath, node->enumPath + "\\Device Parameters",
+              driverKey.empty() ? "" : "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\" + driverKey})
+            if (!key.empty() && machine::TheRegistry().FindKey(key) &&
+                !machine::TheRegistry().IsSecurityUnchanged(key) && !HasCallFailed("RegOpenKeyExA"))
+                Complain("access lists stay as they were", key);
+    }
+}
+
+void Rest::JudgeStops(bool isSlow) {
+    std::uint64_t startedAtMs = 0, pendingAtMs = 0;
+    simwin::DWORD state = 0;
+    for (const machine::ServiceReport& report : machine::ServiceReports()) {
+        if (report.state == simwin::SERVICE_START_PENDING && state != report.state)
+            startedAtMs = report.atMs;
+        if (report.state == simwin::SERVICE_STOP_PENDING && state != report.state)
+            pendingAtMs = report.atMs;
+        // A stop in the middle of the start waits for the initialisation as the start does.
+        const bool isAtStart = pendingAtMs - startedAtMs < SlowStopLimitMs;
+        const std::uint64_t limit = isSlow || isAtStart ? SlowStopLimitMs : StopLimitMs;
+        if (report.state == simwin::SERVICE_STOPPED && state == simwin::SERVICE_STOP_PENDING &&
+            report.atMs - pendingAtMs > limit)
+            Complain("a stop ends within ten seconds and a little",
+                     fmt::format("begun at {} ms, ended at {} ms", pendingAtMs, report.atMs));
+        state = report.state;
+    }
+}
+
+void Rest::AfterStop(std::size_t leakedHandles, bool isSlow) {
+    if (TheProduct())
+        Complain("the last stop ends", machine::WhoWaits());
+    if (leakedHandles)
+        Complain("nothing is leaked", fmt::format("{} handles", leakedHandles));
+    JudgeStops(isSlow);
+}
+
+} // namespace storm

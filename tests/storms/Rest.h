@@ -1,0 +1,38 @@
+// What must hold of a machine at rest and behind a stop, whatever was made to fail: judged by the machine's own state.
+#pragma once
+
+#include "rehearse/Events.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace storm {
+
+struct Violation {
+    std::string what; // which statement, the same text whenever it is broken
+    std::string how;  // device, names, time
+};
+
+class Rest {
+public:
+    explicit Rest(rehearse::Stage& stage) : m_stage(stage) {}
+
+    void JudgeRest();
+    void AfterStop(std::size_t leakedHandles, bool isSlow); // isSlow: calls take long
+    void Complain(std::string what, std::string how);
+    const std::vector<Violation>& Violations() const { return m_violations; }
+
+protected:
+    machine::Process* TheProduct() const; // null if it does not run
+    bool HasFailed() const;               // some call has been made to fail
+
+    rehearse::Stage& m_stage;
+
+private:
+    void JudgeStops(bool isSlow);
+
+    std::vector<Violation> m_violations;
+};
+
+} // namespace storm
