@@ -23,6 +23,9 @@ struct Gate {
     std::array<TracedCall, TraceLength> trace{};
     std::size_t traced = 0;
     CallWatcher watcher;
+    bool isCounting = false, hasNthFailed = false;
+    std::uint64_t nth = 0, nthTimes = 1;
+    std::vector<const char*> countedCalls;
 };
 Gate* g_gate;
 
@@ -47,6 +50,28 @@ Fault* MatchFault(const char* name, const char* object) {
     return hit;
 }
 
+// Counts a call that no fault has hit; the fault that begins with it, if it is the one.
+const Fault* CountCall(const Operation& operation) {
+    Gate& gate = TheGate();
+    if (!gate.isCounting || operation.errorCount < 2)
+        return nullptr;
+    gate.countedCalls.push_back(operation.name);
+    if (gate.countedCalls.size() != gate.nth)
+        return nullptr;
+    gate.isCounting = false;
+    gate.hasNthFailed = true;
+    Fault fault;
+    fault.call = operation.name;
+    fault.on = "*";
+    fault.after = operation.count - 1;
+    fault.error = operation.errors[1 + fault.after % (operation.errorCount - 1)];
+    fault.times = gate.nthTimes;
+    fault.seen = operation.count;
+    fault.acted = 1;
+    gate.faults.push_back(fault);
+    return &gate.faults.back();
+}
+
 std::string LivelockText(const char* name) {
     return std::string("ten million calls without time moving, the last ") + name + "\n" + WhoWaits();
 }
@@ -69,9 +94,9 @@ Call::Call(Operation& operation, const char* object) {
         Yield();
         thread->call = operation.name;
     }
-    if (gate.faults.empty())
-        return;
-    const Fault* fault = MatchFault(operation.name, object ? object : "");
+    const Fault* fault = gate.faults.empty() ? nullptr : MatchFault(operation.name, object ? object : "");
+    if (!fault)
+        fault = CountCall(operation);
     if (!fault)
         return;
     error = fault->error;
@@ -89,7 +114,20 @@ std::span<Fault> Faults() {
     return TheGate().faults;
 }
 
+void FailNthCall(std::uint64_t nth, std::uint64_t times) {
+    Gate& gate = TheGate();
+    gate.isCounting = true;
+    gate.nth = nth;
+    gate.nthTimes = times;
+}
+
+CountedCalls CallsThatCanFail() {
+    const Gate& gate = TheGate();
+    return {gate.countedCalls, gate.hasNthFailed ? &gate.faults.back() : nullptr};
+}
+
 void EndFaults() {
+    TheGate().isCounting = false;
     for (Fault& fault : TheGate().faults)
         fault.isOver = true;
 }

@@ -1,20 +1,16 @@
 #include "tests/storms/Runner.h"
 
+#include "tests/storms/Children.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <map>
-
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace storm {
 
 namespace {
 
-constexpr unsigned LongestRunSeconds = 240; // of the host; a storm needs far less than one
 constexpr unsigned CountFields = 6;
 
 std::uint64_t DigestOf(const std::string& text) {
@@ -102,79 +98,12 @@ Plan WithoutUnit(const Plan& plan, std::size_t unit) {
 
 } // namespace
 
-struct Runner::Child {
-    pid_t process = -1;
-    int pipe = -1;
-    std::string text;
-
-    // True at the end of its output.
-    bool Read() {
-        char bytes[4096];
-        const ssize_t count = read(pipe, bytes, sizeof(bytes));
-        if (count > 0)
-            text.append(bytes, static_cast<std::size_t>(count));
-        return count <= 0;
-    }
-    RunResult End() {
-        close(pipe);
-        int status = 0;
-        waitpid(process, &status, 0);
-        return ParseResult(text, status);
-    }
-};
-
-Runner::Child Runner::Start(const Plan& plan) const {
-    int ends[2];
-    if (pipe(ends) != 0)
-        std::abort();
-    std::fflush(nullptr);
-    Child child;
-    child.process = fork();
-    if (child.process == 0) {
-        close(ends[0]);
-        dup2(ends[1], STDERR_FILENO); // a crash is told there
-        alarm(LongestRunSeconds);
-        std::string text;
-        try {
-            text = ResultText(RunStorm(plan, m_imageFile, m_resourceFile));
-        } catch (const std::exception& error) {
-            text = std::string("#broken the description is right\t") + error.what() + "\n";
-        }
-        for (std::size_t at = 0; at < text.size();) {
-            const ssize_t count = write(ends[1], text.data() + at, text.size() - at);
-            if (count <= 0)
-                break;
-            at += static_cast<std::size_t>(count);
-        }
-        _exit(0);
-    }
-    close(ends[1]);
-    child.pipe = ends[0];
-    return child;
-}
-
 void Runner::RunAll(std::size_t count, const std::function<Plan(std::size_t)>& plan,
                     const std::function<void(std::size_t, const RunResult&)>& done) const {
-    std::map<std::size_t, Child> running;
-    std::size_t next = 0;
-    while (next < count || !running.empty()) {
-        while (next < count && running.size() < m_jobs) {
-            running.emplace(next, Start(plan(next)));
-            ++next;
-        }
-        std::vector<pollfd> waits;
-        for (const auto& [place, child] : running)
-            waits.push_back({child.pipe, POLLIN, 0});
-        poll(waits.data(), waits.size(), -1);
-        for (const pollfd& wait : waits) {
-            const auto found = std::find_if(running.begin(), running.end(),
-                                            [&](const auto& entry) { return entry.second.pipe == wait.fd; });
-            if (!wait.revents || !found->second.Read())
-                continue;
-            done(found->first, found->second.End());
-            running.erase(found);
-        }
-    }
+    RunInChildren(
+        count, m_jobs,
+        [&](std::size_t place) { return ResultText(RunStorm(plan(place), m_imageFile, m_resourceFile)); },
+        [&](std::size_t place, const std::string& text, int status) { done(place, ParseResult(text, status)); });
 }
 
 RunResult Runner::Run(const Plan& plan) const {

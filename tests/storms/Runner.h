@@ -30,8 +30,6 @@ public:
     Plan Shrink(const Plan& plan, const std::string& what) const;
 
 private:
-    struct Child;
-    Child Start(const Plan& plan) const;
     bool StillFails(const Plan& plan, const std::string& what) const;
 
     std::string m_imageFile, m_resourceFile;

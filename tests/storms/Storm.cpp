@@ -2,18 +2,12 @@
 
 #include "rehearse/Description.h"
 #include "rehearse/DescriptionReader.h"
-#include "rehearse/Leaks.h"
 #include "rehearse/LogOutput.h"
-#include "rehearse/MachineBuilder.h"
 #include "rehearse/Report.h"
-#include "rehearse/Timeline.h"
+#include "tests/storms/Trial.h"
 
-#include "simwin/desktop/Desktop.h"
 #include "simwin/devices/Devices.h"
 #include "simwin/kernel/Call.h"
-#include "simwin/kernel/Machine.h"
-#include "simwin/kernel/Process.h"
-#include "simwin/services/Services.h"
 
 #include <filesystem>
 #include <fstream>
@@ -26,7 +20,6 @@ namespace {
 
 constexpr int LogLevel = 3;
 constexpr std::uint64_t CalmLimitMs = 30 * 60'000; // behind the last event
-constexpr std::uint64_t StopLimitMs = 60'000;
 
 rehearse::Record ReadPlan(const Plan& plan) {
     const std::filesystem::path file =
@@ -64,44 +57,24 @@ Outcome RunStorm(const Plan& plan, const std::string& imageFile, const std::stri
     options.resourceFile = resourceFile;
     const rehearse::Record description = ReadPlan(plan);
 
-    rehearse::Timeline timeline;
-    rehearse::Leaks leaks;
-    rehearse::Stage stage{&description, &timeline};
-    Judge judge(plan, stage);
-    machine::CreateMachine(rehearse::SetupOf(description, options));
-    machine::InstallCrashHandler();
-    rehearse::FillMachine(description, options);
-    timeline.Watch();
-    judge.Watch();
-    leaks.Watch();
-    rehearse::ForceLog(LogLevel);
-    rehearse::ScheduleEvents(stage);
-    judge.Schedule();
-
+    Trial trial(description);
+    Judge judge(plan, trial.stage);
     Outcome outcome;
-    const auto judgeRun = [&judge](const machine::RunOutcome& run) {
-        if (run.verdict != machine::Verdict::Done)
-            judge.Complain(machine::OutcomeLine({run.verdict, ""}), run.text);
-        return run.verdict == machine::Verdict::Done;
-    };
-    if (judgeRun(machine::RunMachine({rehearse::LastEventMs(description) + CalmLimitMs}))) {
-        timeline.CatchUp();
-        judge.AtEnd();
-        outcome.counts = CountsOf(plan, judge);
-        outcome.everything =
-            rehearse::MakeReport({"", plan.seed, stage.product}, timeline).dump() + rehearse::LogText();
-        if (machine::ServiceProcess(rehearse::ServiceName))
-            machine::PostServiceControl(rehearse::ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
-        else if (stage.product && !stage.product->ended)
-            machine::CloseWindowsOf(stage.product);
-        if (judgeRun(machine::RunMachine({machine::Now() + StopLimitMs})))
-            judge.AfterStop(leaks.HandlesOf(stage.product));
-    }
-    stage.hasEnded = true;
-    timeline.Close();
-    leaks.Close();
+    trial.Run(
+        options, CalmLimitMs, judge,
+        [&] {
+            judge.Watch();
+            rehearse::ForceLog(LogLevel);
+            judge.Schedule();
+        },
+        [&] {
+            judge.AtEnd();
+            outcome.counts = CountsOf(plan, judge);
+            outcome.everything =
+                rehearse::MakeReport({"", plan.seed, trial.stage.product}, trial.timeline).dump() + rehearse::LogText();
+        },
+        [&] { judge.AfterStop(trial.leaks.HandlesOf(trial.stage.product)); });
     outcome.violations = judge.Violations();
-    machine::DestroyMachine();
     return outcome;
 }
 

@@ -1,0 +1,97 @@
+#include "tests/storms/Children.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <vector>
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace storm {
+
+namespace {
+
+constexpr unsigned LongestRunSeconds = 240; // of the host; a run needs far less than one
+
+struct Child {
+    pid_t process = -1;
+    int pipe = -1;
+    std::string text;
+
+    // True at the end of its output.
+    bool Read() {
+        char bytes[4096];
+        const ssize_t count = read(pipe, bytes, sizeof(bytes));
+        if (count > 0)
+            text.append(bytes, static_cast<std::size_t>(count));
+        return count <= 0;
+    }
+    int End() const {
+        close(pipe);
+        int status = 0;
+        waitpid(process, &status, 0);
+        return status;
+    }
+};
+
+Child Start(std::size_t place, const std::function<std::string(std::size_t)>& work) {
+    int ends[2];
+    if (pipe(ends) != 0)
+        std::abort();
+    std::fflush(nullptr);
+    Child child;
+    child.process = fork();
+    if (child.process == 0) {
+        close(ends[0]);
+        dup2(ends[1], STDERR_FILENO); // a crash is told there
+        alarm(LongestRunSeconds);
+        std::string text;
+        try {
+            text = work(place);
+        } catch (const std::exception& error) {
+            text = std::string("#broken the description is right\t") + error.what() + "\n";
+        }
+        for (std::size_t at = 0; at < text.size();) {
+            const ssize_t count = write(ends[1], text.data() + at, text.size() - at);
+            if (count <= 0)
+                break;
+            at += static_cast<std::size_t>(count);
+        }
+        _exit(0);
+    }
+    close(ends[1]);
+    child.pipe = ends[0];
+    return child;
+}
+
+} // namespace
+
+void RunInChildren(std::size_t count, unsigned jobs, const std::function<std::string(std::size_t)>& work,
+                   const std::function<void(std::size_t, const std::string&, int)>& done) {
+    std::map<std::size_t, Child> running;
+    std::size_t next = 0;
+    while (next < count || !running.empty()) {
+        while (next < count && running.size() < jobs) {
+            running.emplace(next, Start(next, work));
+            ++next;
+        }
+        std::vector<pollfd> waits;
+        for (const auto& [place, child] : running)
+            waits.push_back({child.pipe, POLLIN, 0});
+        poll(waits.data(), waits.size(), -1);
+        for (const pollfd& wait : waits) {
+            const auto found = std::find_if(running.begin(), running.end(),
+                                            [&](const auto& entry) { return entry.second.pipe == wait.fd; });
+            if (!wait.revents || !found->second.Read())
+                continue;
+            const int status = found->second.End();
+            done(found->first, found->second.text, status);
+            running.erase(found);
+        }
+    }
+}
+
+} // namespace storm

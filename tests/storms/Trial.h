@@ -1,0 +1,28 @@
+// One description on a machine of its own: built, run until it is at rest, stopped.
+#pragma once
+
+#include "rehearse/Leaks.h"
+#include "rehearse/Run.h"
+#include "rehearse/Timeline.h"
+#include "tests/storms/Rest.h"
+
+#include <functional>
+
+namespace storm {
+
+class Trial {
+public:
+    explicit Trial(const rehearse::Record& description) : stage{&description, &timeline} {}
+
+    // onBuilt: in front of the run. atEnd: behind it, in front of the last stop; not if the run did not end in order.
+    // afterStop: likewise behind the last stop.
+    void Run(const rehearse::Options& options, std::uint64_t settlingMs, Rest& judge,
+             const std::function<void()>& onBuilt, const std::function<void()>& atEnd,
+             const std::function<void()>& afterStop);
+
+    rehearse::Timeline timeline;
+    rehearse::Leaks leaks;
+    rehearse::Stage stage;
+};
+
+} // namespace storm
