@@ -110,6 +110,13 @@ if(storm_sources)
     qm_host(storm)
     add_test(NAME storms COMMAND storm 40)
     set_tests_properties(storms PROPERTIES TIMEOUT 240 LABELS storm)
+    # Each call fails in its turn.
+    add_executable(faults tests/faults/main.cpp tests/storms/Children.cpp tests/storms/Rest.cpp tests/storms/Trial.cpp)
+    target_link_libraries(faults PRIVATE rehearse)
+    qm_host(faults)
+    target_compile_definitions(faults PRIVATE QM_SCENARIOS="${CMAKE_SOURCE_DIR}/tests/scenarios")
+    add_test(NAME faults COMMAND faults)
+    set_tests_properties(faults PROPERTIES TIMEOUT 600 LABELS storm)
 endif()
 
 # Whole machines as files, judged by their own expectations.

@@ -23,9 +23,8 @@ struct Gate {
     std::array<TracedCall, TraceLength> trace{};
     std::size_t traced = 0;
     CallWatcher watcher;
-    bool isCounting = false, hasNthFailed = false;
-    std::uint64_t nth = 0, nthTimes = 1;
-    std::vector<const char*> countedCalls;
+    bool isNoting = false;
+    std::vector<Fault> noted;
 };
 Gate* g_gate;
 
@@ -50,26 +49,15 @@ Fault* MatchFault(const char* name, const char* object) {
     return hit;
 }
 
-// Counts a call that no fault has hit; the fault that begins with it, if it is the one.
-const Fault* CountCall(const Operation& operation) {
-    Gate& gate = TheGate();
-    if (!gate.isCounting || operation.errorCount < 2)
-        return nullptr;
-    gate.countedCalls.push_back(operation.name);
-    if (gate.countedCalls.size() != gate.nth)
-        return nullptr;
-    gate.isCounting = false;
-    gate.hasNthFailed = true;
+void NoteCall(const Operation& operation) {
+    if (operation.errorCount < 2)
+        return;
     Fault fault;
     fault.call = operation.name;
     fault.on = "*";
     fault.after = operation.count - 1;
     fault.error = operation.errors[1 + fault.after % (operation.errorCount - 1)];
-    fault.times = gate.nthTimes;
-    fault.seen = operation.count;
-    fault.acted = 1;
-    gate.faults.push_back(fault);
-    return &gate.faults.back();
+    TheGate().noted.push_back(fault);
 }
 
 std::string LivelockText(const char* name) {
@@ -95,8 +83,8 @@ Call::Call(Operation& operation, const char* object) {
         thread->call = operation.name;
     }
     const Fault* fault = gate.faults.empty() ? nullptr : MatchFault(operation.name, object ? object : "");
-    if (!fault)
-        fault = CountCall(operation);
+    if (!fault && gate.isNoting)
+        NoteCall(operation);
     if (!fault)
         return;
     error = fault->error;
@@ -114,20 +102,15 @@ std::span<Fault> Faults() {
     return TheGate().faults;
 }
 
-void FailNthCall(std::uint64_t nth, std::uint64_t times) {
-    Gate& gate = TheGate();
-    gate.isCounting = true;
-    gate.nth = nth;
-    gate.nthTimes = times;
+void NoteCallsThatCanFail() {
+    TheGate().isNoting = true;
 }
 
-CountedCalls CallsThatCanFail() {
-    const Gate& gate = TheGate();
-    return {gate.countedCalls, gate.hasNthFailed ? &gate.faults.back() : nullptr};
+std::span<const Fault> NotedCalls() {
+    return TheGate().noted;
 }
 
 void EndFaults() {
-    TheGate().isCounting = false;
     for (Fault& fault : TheGate().faults)
         fault.isOver = true;
 }

@@ -37,15 +37,11 @@ struct Fault {
 void AddFault(const Fault& fault);
 std::span<Fault> Faults();
 
-// Counts the calls of simulated processes that could be made to fail and are not yet by a described fault; the one with
-// number `nth` (from 1 on) adds a fault to them, which begins with this call: it alone fails, or its operation from now
-// on (times 0). Where an operation declares several errors its calls take them in turn. nth 0 only counts.
-void FailNthCall(std::uint64_t nth, std::uint64_t times);
-struct CountedCalls {
-    std::vector<const char*> names; // up to the failing one, all of them without one
-    const Fault* fault = nullptr;   // what was added; null before
-};
-CountedCalls CallsThatCanFail();
+// From now on each call that could be made to fail, and is not by a described fault, is noted as the fault that makes
+// it fail, it alone. Where an operation declares several errors its calls take them in turn.
+void NoteCallsThatCanFail();
+std::span<const Fault> NotedCalls();
+
 void EndFaults();   // none acts any more; what they did stays told
 void ClearFaults(); // the machine goes: faults, watcher and counts
 

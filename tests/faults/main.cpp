@@ -1,0 +1,206 @@
+// faults: each call that can fail fails in its turn, once and from then on, over chosen scenarios, and whatever follows
+// must leave the machine in order. A round is a run of its own; which calls there are is told by a run without a fault,
+// and up to its fault a round is the same run.
+#include "rehearse/DescriptionReader.h"
+#include "tests/storms/Children.h"
+#include "tests/storms/Trial.h"
+
+#include "simwin/kernel/Call.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Text.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <thread>
+
+namespace {
+
+constexpr std::uint64_t SettlingMs = 60 * 60'000; // as a rehearsal waits behind the last event
+constexpr std::uint64_t ForEver = 0;
+
+// The wanted number by a cycle and by a property change, the swap, disable and enable, what is put off, the problem
+// scan, access lists, the collision, the resume, two names.
+constexpr const char* Chosen[] = {
+    "engine/wanted-number",     "engine/older-windows-property-change", "engine/swap-at-start",
+    "engine/protected-keys",    "engine/exception-h-two-names",         "restarts/disable-enable",
+    "restarts/collision",       "restarts/upper-device-later",          "restarts/problem-scan",
+    "host/resume-checks-ports",
+};
+
+struct Line {
+    std::vector<std::string> scenarios;
+    unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
+    std::size_t every = 1;
+    std::string folder, image = QM_IMAGE_FILE, resources = QM_RESOURCE_FILE;
+};
+
+struct Scenario {
+    std::string name, file;
+    std::vector<machine::Fault> calls; // all that can fail, in their order
+    std::size_t bytesByDesign = 0;     // what the product leaves of its heap without a fault
+};
+
+std::string FaultText(const machine::Fault& fault) {
+    return fmt::format("{} fails with {}{}", fault.call, fault.error, fault.times == ForEver ? " from then on" : "");
+}
+
+// A round: the scenario with one more fault, or with none to learn which calls there are. In a process of its own;
+// returns lines that ReadResult takes apart.
+std::string RunRound(const Scenario& scenario, const machine::Fault* fault, const Line& line) {
+    rehearse::Options options;
+    options.imageFile = line.image;
+    options.resourceFile = line.resources;
+    const rehearse::Record description = rehearse::ReadDescription(scenario.file);
+    storm::Trial trial(description);
+    storm::Rest judge(trial.stage);
+    std::string text;
+    trial.Run(
+        options, SettlingMs, judge, [&] { fault ? machine::AddFault(*fault) : machine::NoteCallsThatCanFail(); },
+        [&] { judge.JudgeRest(); },
+        [&] {
+            judge.AfterStop(trial.leaks.HandlesOf(trial.stage.product), /*isSlow=*/false);
+            const std::size_t bytes = trial.stage.product ? trial.stage.product->leakedBytes : 0;
+            if (!fault)
+                text += fmt::format("#bytes {}\n", bytes);
+            else if (bytes > scenario.bytesByDesign)
+                judge.Complain("nothing is leaked", fmt::format("{} bytes", bytes - scenario.bytesByDesign));
+            if (fault && machine::Faults().back().acted == 0)
+                judge.Complain("each call comes again until it fails", FaultText(*fault));
+            for (const machine::Fault& call : machine::NotedCalls())
+                text += fmt::format("#call {} {} {}\n", call.call, call.error, call.after);
+        });
+    text += "#end\n";
+    for (const storm::Violation& violation : judge.Violations())
+        text += fmt::format("#broken {}\t{}\n", violation.what, fmt::join(machine::Split(violation.how, '\n'), "|"));
+    return text;
+}
+
+// What a round told; with scenario what the run without a fault told of its calls too.
+std::vector<storm::Violation> ReadResult(const std::string& text, int status, Scenario* scenario) {
+    std::vector<storm::Violation> violations;
+    std::string rest;
+    bool hasEnded = false;
+    for (const std::string& line : machine::Split(text, '\n')) {
+        char name[64];
+        machine::Fault fault;
+        std::size_t bytes = 0;
+        if (scenario && std::sscanf(line.c_str(), "#call %63s %u %lu", name, &fault.error, &fault.after) == 3) {
+            fault.call = name;
+            fault.on = "*";
+            scenario->calls.push_back(fault);
+        } else if (scenario && std::sscanf(line.c_str(), "#bytes %zu", &bytes) == 1) {
+            scenario->bytesByDesign = bytes;
+        } else if (line.starts_with("#broken ")) {
+            const std::size_t tab = line.find('\t');
+            violations.push_back({line.substr(8, tab - 8), line.substr(tab + 1)});
+        } else if (line == "#end") {
+            hasEnded = true;
+        } else {
+            rest += line + "|";
+        }
+    }
+    if (status != 0 || !hasEnded)
+        violations.push_back({"the run comes to its end", fmt::format("wait status {}: {}", status, rest)});
+    return violations;
+}
+
+// The rounds of a scenario: each call once and for ever. With `every` only the first of each operation and every so
+// manieth call, others in each scenario.
+std::vector<machine::Fault> RoundsOf(const Scenario& scenario, std::size_t place, std::size_t every) {
+    std::vector<machine::Fault> rounds;
+    std::set<std::string> met;
+    for (std::size_t i = 0; i < scenario.calls.size(); ++i) {
+        machine::Fault fault = scenario.calls[i];
+        if (!met.insert(fault.call).second && (i + place) % every != 0)
+            continue;
+        fault.times = 1;
+        rounds.push_back(fault);
+        fault.times = ForEver;
+        if (fault.call != "HeapAlloc") // whose callers try again until there is memory
+            rounds.push_back(fault);
+    }
+    return rounds;
+}
+
+void TellViolations(const Scenario& scenario, const machine::Fault& fault, const Line& line,
+                    const std::vector<storm::Violation>& violations) {
+    for (const storm::Violation& violation : violations)
+        fmt::print("  {}: call {} of {}: {}: {}\n", scenario.name, fault.after + 1, FaultText(fault), violation.what,
+                   violation.how);
+    if (violations.empty() || line.folder.empty())
+        return;
+    std::string file = fmt::format("{}-{}-{}-{}", scenario.name, fault.call, fault.after + 1, fault.times);
+    std::replace(file.begin(), file.end(), '/', '-');
+    file = fmt::format("{}/{}.toml", line.folder, file);
+    std::filesystem::create_directories(line.folder);
+    std::ofstream(file, std::ios::binary)
+        << fmt::format("# Breaks: {}.\n# Run it with: quillmarch-rehearse --json - FILE\ninclude = ['{}']\n\n"
+                       "[[fault]]\ncall  = \"{}\"\nerror = {}\nafter = {}\ntimes = {}\n",
+                       violations.front().what, std::filesystem::absolute(scenario.file).string(), fault.call,
+                       fault.error, fault.after, fault.times);
+    fmt::print("    written: {}\n", file);
+}
+
+struct Total {
+    std::size_t once = 0, lasting = 0, failed = 0;
+    std::set<std::string> operations;
+};
+
+void RunScenario(Scenario& scenario, std::size_t place, const Line& line, Total& total) {
+    std::size_t failed = 0;
+    const auto judge = [&](const machine::Fault& fault, const std::vector<storm::Violation>& violations) {
+        failed += !violations.empty();
+        TellViolations(scenario, fault, line, violations);
+    };
+    storm::RunInChildren(
+        1, 1, [&](std::size_t) { return RunRound(scenario, nullptr, line); },
+        [&](std::size_t, const std::string& text, int status) { judge({}, ReadResult(text, status, &scenario)); });
+    const std::vector<machine::Fault> rounds = RoundsOf(scenario, place, line.every);
+    storm::RunInChildren(
+        rounds.size(), line.jobs, [&](std::size_t round) { return RunRound(scenario, &rounds[round], line); },
+        [&](std::size_t round, const std::string& text, int status) {
+            judge(rounds[round], ReadResult(text, status, nullptr));
+        });
+    std::size_t once = 0;
+    for (const machine::Fault& fault : rounds) {
+        once += fault.times != ForEver;
+        total.operations.insert(fault.call);
+    }
+    fmt::print("{:42} {:5} calls that can fail: {:5} once, {:5} lasting, {} rounds broken\n", scenario.name,
+               scenario.calls.size(), once, rounds.size() - once, failed);
+    std::fflush(stdout);
+    total.once += once;
+    total.lasting += rounds.size() - once;
+    total.failed += failed + rounds.empty();
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    CLI::App app("Each call that can fail fails in its turn, and the machine must be left in order.", "faults");
+    Line line;
+    app.add_option("SCENARIO", line.scenarios, "descriptions in place of the chosen ten")->check(CLI::ExistingFile);
+    app.add_option("--every", line.every, "of each operation the first call, of all calls every Nth")
+        ->check(CLI::PositiveNumber);
+    app.add_option("--jobs", line.jobs, "so many at a time")->check(CLI::Range(1, 64));
+    app.add_option("--write", line.folder, "write descriptions of broken rounds there")->type_name("DIR");
+    CLI11_PARSE(app, count, arguments);
+    if (line.scenarios.empty())
+        for (const char* name : Chosen)
+            line.scenarios.push_back(fmt::format("{}/{}.toml", QM_SCENARIOS, name));
+    Total total;
+    for (std::size_t place = 0; place < line.scenarios.size(); ++place) {
+        const std::filesystem::path file = line.scenarios[place];
+        Scenario scenario{(file.parent_path().filename() / file.stem()).string(), file.string(), {}, 0};
+        RunScenario(scenario, place, line, total);
+    }
+    fmt::print("{} scenarios: {} calls of {} operations failed once, {} from then on; {} rounds broken\n",
+               line.scenarios.size(), total.once, total.operations.size(), total.lasting, total.failed);
+    return total.failed == 0 ? 0 : 1;
+}
