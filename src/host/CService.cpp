@@ -118,7 +118,10 @@ void CService::ServiceMain() {
         WorkerStarting();
         const HANDLE thread = StartThread(InitializeQuillmarchService_ThreadProc, nullptr);
         if (thread == nullptr) {
+            Status.dwWin32ExitCode = GetLastError();
             WorkerEnded();
+            // Nobody else would tell: the service would seem to start for ever.
+            SetStatus(SERVICE_STOPPED);
             return;
         }
         const DWORD result = WaitForInitialisation(thread);
@@ -154,8 +157,16 @@ void CService::StopService(const char* szControl) {
         Checkpoint(StopCheckpointHintMs);
         Sleep(StopWaitStepMs);
     }
-    const BOOL result = PostThreadMessageA(RunThreadId, WM_QUIT, 0, 0);
+    BOOL result = PostThreadMessageA(RunThreadId, WM_QUIT, 0, 0);
     WriteLog(2, "PostThreadMessage(WM_QUIT) res=%i", result);
+    // Nothing else ends `Run`. If it cannot be woken it stays where it waits, and the end is told in its place.
+    while (!result && GetTickCount() - startTicks < StopWaitLimitMs) {
+        Sleep(StopWaitStepMs);
+        result = PostThreadMessageA(RunThreadId, WM_QUIT, 0, 0);
+    }
+    if (!result) {
+        SetStatus(SERVICE_STOPPED);
+    }
 }
 
 DWORD CService::HandlerEx(DWORD dwControl, DWORD dwEventType, LPVOID lpEventData, LPVOID) {

@@ -7,6 +7,7 @@
 
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
+#include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Text.h"
 
 #include <CLI/CLI.hpp>
@@ -22,15 +23,16 @@
 namespace {
 
 constexpr std::uint64_t SettlingMs = 60 * 60'000; // as a rehearsal waits behind the last event
+constexpr std::uint64_t CalmAfterMs = 2 * 60'000; // what fails from then on fails so long, or through the last stop
 constexpr std::uint64_t ForEver = 0;
+constexpr const char* NoRest = "a calm machine comes to rest";
 
 // The wanted number by a cycle and by a property change, the swap, disable and enable, what is put off, the problem
 // scan, access lists, the collision, the resume, two names.
 constexpr const char* Chosen[] = {
-    "engine/wanted-number",     "engine/older-windows-property-change", "engine/swap-at-start",
-    "engine/protected-keys",    "engine/exception-h-two-names",         "restarts/disable-enable",
-    "restarts/collision",       "restarts/upper-device-later",          "restarts/problem-scan",
-    "host/resume-checks-ports",
+    "engine/wanted-number",         "restarts/cycle-refused",   "engine/swap-at-start", "engine/protected-keys",
+    "engine/exception-h-two-names", "restarts/disable-enable",  "restarts/collision",   "restarts/upper-device-later",
+    "restarts/problem-scan",        "host/resume-checks-ports",
 };
 
 struct Line {
@@ -50,6 +52,27 @@ std::string FaultText(const machine::Fault& fault) {
     return fmt::format("{} fails with {}{}", fault.call, fault.error, fault.times == ForEver ? " from then on" : "");
 }
 
+// A fault that has not acted yet belongs to the last stop and has its turn there.
+void EndActingFaults() {
+    for (machine::Fault& fault : machine::Faults())
+        fault.isOver = fault.acted != 0;
+}
+
+// A list that its destruction leaves there cannot be closed in another way.
+std::size_t HandlesLeftByFault(const machine::Fault* fault) {
+    return fault && fault->call == "SetupDiDestroyDeviceInfoList" ? machine::Faults().back().acted : 0;
+}
+
+// What follows from the failure itself. A service manager that cannot be told of a state, or has no handler to tell,
+// waits for ever, and the machine says so; what closes the log looks at the clock if it has no event.
+bool IsExcused(const machine::Fault* fault, const storm::Violation& violation) {
+    if (!fault)
+        return false;
+    if (fault->call == "SetServiceStatus" || fault->call == "RegisterServiceCtrlHandlerExA")
+        return violation.what.starts_with("deadlock") && violation.how.find("stays in ") != std::string::npos;
+    return fault->call == "CreateEventA" && violation.what == NoRest;
+}
+
 // A round: the scenario with one more fault, or with none to learn which calls there are. In a process of its own;
 // returns lines that ReadResult takes apart.
 std::string RunRound(const Scenario& scenario, const machine::Fault* fault, const Line& line) {
@@ -61,11 +84,22 @@ std::string RunRound(const Scenario& scenario, const machine::Fault* fault, cons
     storm::Rest judge(trial.stage);
     std::string text;
     trial.Run(
-        options, SettlingMs, judge, [&] { fault ? machine::AddFault(*fault) : machine::NoteCallsThatCanFail(); },
-        [&] { judge.JudgeRest(); },
+        options, SettlingMs, judge,
         [&] {
-            judge.AfterStop(trial.leaks.HandlesOf(trial.stage.product), /*isSlow=*/false);
-            const std::size_t bytes = trial.stage.product ? trial.stage.product->leakedBytes : 0;
+            fault ? machine::AddFault(*fault) : machine::NoteCallsThatCanFail();
+            machine::At(rehearse::LastEventMs(description) + CalmAfterMs, machine::Due::Outside, EndActingFaults);
+        },
+        [&] {
+            if (!machine::IsAtRest())
+                judge.Complain(NoRest, machine::WhoWaits());
+            judge.JudgeRest();
+        },
+        [&] {
+            const std::size_t handles = trial.leaks.HandlesOf(trial.stage.product);
+            judge.AfterStop(handles - std::min(handles, HandlesLeftByFault(fault)), /*isSlow=*/false);
+            // One that refuses to run, by another exit code, ends without taking its tables down.
+            const machine::Process* product = trial.stage.product;
+            const std::size_t bytes = product && product->exitCode == 0 ? product->leakedBytes : 0;
             if (!fault)
                 text += fmt::format("#bytes {}\n", bytes);
             else if (bytes > scenario.bytesByDesign)
@@ -77,7 +111,9 @@ std::string RunRound(const Scenario& scenario, const machine::Fault* fault, cons
         });
     text += "#end\n";
     for (const storm::Violation& violation : judge.Violations())
-        text += fmt::format("#broken {}\t{}\n", violation.what, fmt::join(machine::Split(violation.how, '\n'), "|"));
+        if (!IsExcused(fault, violation))
+            text +=
+                fmt::format("#broken {}\t{}\n", violation.what, fmt::join(machine::Split(violation.how, '\n'), "|"));
     return text;
 }
 
