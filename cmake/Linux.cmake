@@ -115,8 +115,8 @@ if(storm_sources)
     target_link_libraries(faults PRIVATE rehearse)
     qm_host(faults)
     target_compile_definitions(faults PRIVATE QM_SCENARIOS="${CMAKE_SOURCE_DIR}/tests/scenarios")
-    add_test(NAME faults COMMAND faults)
-    set_tests_properties(faults PROPERTIES TIMEOUT 600 LABELS storm)
+    add_test(NAME faults COMMAND faults --every 12)
+    set_tests_properties(faults PROPERTIES TIMEOUT 240 LABELS storm)
 endif()
 
 # Whole machines as files, judged by their own expectations.

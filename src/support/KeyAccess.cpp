@@ -4,6 +4,7 @@
 
 namespace {
 
+constexpr int RestoreTries = 3;
 constexpr char EveryoneFullAccess[] = "D:(A;OICI;GA;;;WD)";
 
 // Sets an access list that gives everybody everything. A failure shows in the caller's next open.
@@ -39,6 +40,17 @@ PSECURITY_DESCRIPTOR ReadAccessList(HKEY handle) {
     return list;
 }
 
+// Puts a list back. Returns: whether it could be.
+bool SetAccessList(HKEY root, const char* key, PSECURITY_DESCRIPTOR list) {
+    HKEY handle = nullptr;
+    if (RegOpenKeyExA(root, key, 0, WRITE_DAC | READ_CONTROL, &handle) != ERROR_SUCCESS) {
+        return false;
+    }
+    const bool isSet = RegSetKeySecurity(handle, DACL_SECURITY_INFORMATION, list) == ERROR_SUCCESS;
+    RegCloseKey(handle);
+    return isSet;
+}
+
 } // namespace
 
 PSECURITY_DESCRIPTOR RegGrantKeyAccess(HKEY root, const char* key) {
@@ -55,12 +67,12 @@ PSECURITY_DESCRIPTOR RegGrantKeyAccess(HKEY root, const char* key) {
 }
 
 int RegRestoreKeyAccess(HKEY root, const char* key, PSECURITY_DESCRIPTOR list) {
-    HKEY handle = nullptr;
-    if (RegOpenKeyExA(root, key, 0, WRITE_DAC | READ_CONTROL, &handle) != ERROR_SUCCESS) {
-        return 0;
+    auto release = OnScopeExit([&] { LocalFree(list); });
+    // A key that stays open to everybody is worse than a late one, and nobody else knows the list any more.
+    for (int tries = 0; tries < RestoreTries; ++tries) {
+        if (SetAccessList(root, key, list)) {
+            return 1;
+        }
     }
-    const bool restored = RegSetKeySecurity(handle, DACL_SECURITY_INFORMATION, list) == ERROR_SUCCESS;
-    LocalFree(list);
-    RegCloseKey(handle);
-    return restored;
+    return 0;
 }
