@@ -72,8 +72,6 @@ bool IsExcused(const machine::Fault* fault, const storm::Violation& violation) {
     if (fault->call == "SetServiceStatus" || fault->call == "RegisterServiceCtrlHandlerExA")
         return (violation.what.starts_with("deadlock") && violation.how.find("stays in ") != std::string::npos) ||
                violation.what == "the last stop ends";
-    if (fault->call == "RegSetKeySecurity")
-        return fault->times == ForEver && violation.what == "access lists stay as they were";
     return fault->call == "CreateEventA" && violation.what == NoRest;
 }
 

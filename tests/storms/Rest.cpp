@@ -22,10 +22,13 @@ constexpr std::uint64_t SlowStopLimitMs = 30'000;
 // First thread, service main or window thread, closer of the log.
 constexpr std::size_t ThreadsAtRest = 3;
 
-// What cannot be opened a second time cannot be put back.
-bool HasCallFailed(std::string_view call) {
-    return std::any_of(machine::Faults().begin(), machine::Faults().end(),
-                       [&](const machine::Fault& fault) { return fault.call == call && fault.error && fault.acted; });
+// An access list is put back at the third try at the latest.
+constexpr std::uint64_t RestoreTries = 3;
+bool CannotBeRestored() {
+    return std::any_of(machine::Faults().begin(), machine::Faults().end(), [](const machine::Fault& fault) {
+        return (fault.call == "RegOpenKeyExA" || fault.call == "RegSetKeySecurity") && fault.error &&
+               fault.acted >= RestoreTries;
+    });
 }
 
 } // namespace
@@ -68,7 +71,7 @@ void Rest::JudgeRest() {
              {node->enumPath, node->enumPath + "\\Device Parameters",
               driverKey.empty() ? "" : "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\" + driverKey})
             if (!key.empty() && machine::TheRegistry().FindKey(key) &&
-                !machine::TheRegistry().IsSecurityUnchanged(key) && !HasCallFailed("RegOpenKeyExA"))
+                !machine::TheRegistry().IsSecurityUnchanged(key) && !CannotBeRestored())
                 Complain("access lists stay as they were", key);
     }
 }
