@@ -8,6 +8,7 @@
 #include "inventory/ComNameArbiter.h"
 #include "inventory/ComPortNumber.h"
 #include "inventory/DeviceControl.h"
+#include "inventory/FriendlyName.h"
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
 #include "support/LogFile.h"
@@ -18,13 +19,12 @@ static constexpr LONG PutOffRestartMs = 4000;
 static constexpr DWORD NewNameWaitMs = 5000;
 static constexpr DWORD NewNamePauseMs = 10;
 static constexpr DWORD ProblemWillBeRemoved = 21; // CM_PROB_WILL_BE_REMOVED
-static constexpr int ComLength = 3;
 
 // Name, digits and number of the DOS name in force follow the registry name.
 static void SetNameInForce(CComPort* port) {
     CopyText(port->szPortName, port->szRegPortName);
     port->PortNumber = GetNumberOfPortName(port->szPortName);
-    CopyText(port->PortNumberText, port->PortNumber != 0 ? port->szPortName + ComLength : "");
+    CopyComDigits(port->PortNumber != 0 ? port->szPortName : "", port->PortNumberText);
 }
 
 static void LogDeletion(const char* name, int isDeleted) {

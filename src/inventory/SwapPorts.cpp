@@ -4,6 +4,7 @@
 #include "inventory/ComPortNumber.h"
 #include "inventory/DeviceControl.h"
 #include "inventory/DevicePaths.h"
+#include "inventory/FriendlyName.h"
 #include "inventory/RestartMarks.h"
 #include "support/BoundedText.h"
 #include "support/LogFile.h"
@@ -51,7 +52,7 @@ void TakeNameInForce(CComPort* port) {
     CopyText(port->szPortName, port->szRegPortName);
     port->PortNumber = GetNumberOfPortName(port->szPortName);
     // The arrival that would fill it is passed over because of the mark.
-    CopyText(port->PortNumberText, port->PortNumber != 0 ? port->szPortName + 3 : "");
+    CopyComDigits(port->PortNumber != 0 ? port->szPortName : "", port->PortNumberText);
     port->ArrivalTicker = GetTickCount();
 }
 

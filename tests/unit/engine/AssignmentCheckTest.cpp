@@ -60,10 +60,12 @@ TEST_F(AssignmentCheck, OnlyANameThatLooksLikeOneIsChanged) {
 TEST_F(AssignmentCheck, ThePortWithoutANameMayOnlyBeLate) {
     UseIni("");
     CComPort* port = Port("A", 5, "\\Device\\Serial5");
+    CopyText(port->szRegPortName, "COM5 at the back");
+    CreateDosName("COM5 at the back", "\\Device\\Serial5");
     port->szPortName[0] = port->szKernelNameCom[0] = 0;
     port->PortNumber = 0;
     EXPECT_EQ(CheckComPortAssignment(port->Index), 0);
-    EXPECT_TRUE(Logged(" oh, there it is COM5 -> \\Device\\Serial5"));
+    EXPECT_TRUE(Logged(" oh, there it is COM5 at the back -> \\Device\\Serial5"));
     EXPECT_EQ(port->PortNumber, 5);
     EXPECT_STREQ(port->PortNumberText, "5");
 }
