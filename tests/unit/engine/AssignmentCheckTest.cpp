@@ -45,16 +45,30 @@ protected:
     CComPorts* table;
 };
 
-TEST_F(AssignmentCheck, OnlyANameThatLooksLikeOneIsChanged) {
-    UseIni("[ComPorts1]\nDeviceID=A\nPortName=COM7\n");
-    for (const char* regName : {"LPT1", "com5"}) {
-        CComPort* port = Port("A", 5, "\\Device\\Serial5");
+TEST_F(AssignmentCheck, EachEndWithoutAChangeTellsWhyAndWhetherItIsThrough) {
+    Port("B", 8, "\\Device\\Serial8")->DevInst = kVirtualDevInst + 8;
+    using Row = std::tuple<const char*, const char*, const char*, DWORD, DWORD, DWORD, const char*>;
+    for (const auto& [id, regName, rules, problem, isMarked, isDone, line] :
+         {Row{"", "COM4", "", 0, 0, 0, " not an actual device -> abort"},
+          Row{"A", "com4", "PortName=COM7", 0, 0, 1, " does not look like a 'COM' port -> abort"},
+          Row{"C", "COM4", "", 10, 0, 0, "new ComPorts="},
+          Row{"C", "COM4", "", 10, 1, 0, "device has COM4 in registry but is not assigned"},
+          Row{"A", "COM4", "", 0, 1, 1, "no ComPort defined in section"},
+          Row{"A", "COM4", "PortName=COM8,COM4", 0, 0, 1, "ComNameArbiterAdd(4)"},
+          Row{"A", "COM4", "PortName=COM8", 0, 0, 0, "TelitHack=1"}}) {
+        UseIni(std::string("[Settings]\nTelitHack=1\nMaxPortNumber=0\n[ComPorts2]\nDeviceID=B\nPortName=COM4\n") +
+               "[ComPorts1]\nDeviceID=A\n" + rules);
+        CComPort* port = Port(id, 4, "\\Device\\Serial4");
         CopyText(port->szRegPortName, regName);
-        EXPECT_EQ(CheckComPortAssignment(port->Index), 0) << regName;
-        EXPECT_EQ(port->PortChangeDone, 1u) << regName;
-        EXPECT_STREQ(port->szRegPortName, regName);
+        port->Problem = problem;
+        port->MarkedForRestart = isMarked;
+        ClearLog();
+        EXPECT_EQ(CheckComPortAssignment(port->Index), 0) << line;
+        EXPECT_EQ(port->PortChangeDone, isDone) << line;
+        EXPECT_TRUE(Logged(line)) << line;
+        EXPECT_EQ(Target("COM8"), "\\Device\\Serial8") << "the table has it: no swap with it, and no hack frees it";
+        port->IsUsed = 0;
     }
-    EXPECT_EQ(CountLogged(" does not look like a 'COM' port -> abort"), 2);
 }
 
 TEST_F(AssignmentCheck, ThePortWithoutANameMayOnlyBeLate) {
@@ -80,6 +94,7 @@ TEST_F(AssignmentCheck, OfTwoNamesTheWantedOneStays) {
     EXPECT_EQ(Target("COM9"), "\\Device\\Serial4");
     EXPECT_STREQ(port->szRegPortName, "COM9");
     EXPECT_EQ(port->PortNumber, 9);
+    EXPECT_EQ(port->PortChangeDone, 1u);
 }
 
 TEST_F(AssignmentCheck, QuickModeMovesTheDosNameAlone) {
