@@ -21,6 +21,7 @@ namespace storm {
 
 namespace {
 
+constexpr simwin::DWORD EarlyTicks = 95'000;
 constexpr std::uint64_t SettlingMs = 1000; // shorter pauses are not looked into
 constexpr std::uint64_t OwnChangeMs = 5000;
 constexpr unsigned LargestDatabaseNumber = 256;
@@ -52,6 +53,8 @@ std::string TargetOf(const std::string& name) {
 }
 
 std::vector<const CComPort*> Records(const rehearse::Stage& stage) {
+    if (!stage.product || stage.product->ended)
+        return {};
     const auto* table = static_cast<CComPorts**>(machine::ImageSymbol(stage.product->image, "g_pComPorts"));
     if (!table || !*table)
         return {};
@@ -64,6 +67,18 @@ bool IsMarked(const rehearse::Stage& stage, const std::string& device) {
     return std::any_of(records.begin(), records.end(), [&](const CComPort* record) {
         return node && record->DevInst == node->number && record->MarkedForRestart;
     });
+}
+
+bool IsOnRecord(const rehearse::Stage& stage, const machine::DeviceNode& node) {
+    const std::vector<const CComPort*> records = Records(stage);
+    return std::any_of(records.begin(), records.end(),
+                       [&](const CComPort* record) { return record->DevInst == node.number && record->IsPresent; });
+}
+
+bool IsStubborn(const machine::DeviceNode& node) {
+    return (node.driver && node.driver->handles > 0) || node.vetoesLeft != 0 || node.said.refuses.value_or(false) ||
+           std::any_of(node.children.begin(), node.children.end(),
+                       [](const machine::DeviceNode* child) { return IsStubborn(*child); });
 }
 
 } // namespace
@@ -82,22 +97,22 @@ void Judge::Schedule() {
     for (std::size_t i = 1; i < events.size(); ++i) {
         if (events[i].atMs - events[i - 1].atMs < SettlingMs)
             continue;
-        const bool isCalm = events[i].atMs > m_settledAtMs;
-        machine::At(events[i].atMs - 1, machine::Due::Expectation, [this, isCalm] {
+        machine::At(events[i].atMs - 1, machine::Due::Expectation, [this] {
             if (!m_stage.hasEnded)
-                Look(isCalm);
+                Look();
         });
     }
 }
 
-void Judge::Look(bool isCalm) {
+void Judge::Look() {
     if (!machine::IsAtRest())
         return;
     ++m_looks;
     JudgeRest();
     ReadLog();
+    NoteExcuses();
     if (TheProduct())
-        JudgePorts(isCalm);
+        JudgePorts(RunningPorts());
 }
 
 void Judge::AtEnd() {
@@ -108,8 +123,9 @@ void Judge::AtEnd() {
         Complain("the product runs in the end", "it has ended");
         return;
     }
-    JudgePorts(/*isCalm=*/true);
-    JudgeRules(RunningPorts(/*isCalm=*/true));
+    NoteExcuses();
+    JudgePorts(RunningPorts());
+    JudgeRules(RunningPorts());
     // (c) One that shared its name at a start stays marked behind a hub port cycle and gets another free number at each
     // pass.
     for (const rehearse::WrittenValue& write : m_stage.timeline->Writes()) {
@@ -125,6 +141,12 @@ void Judge::ReadLog() {
     const std::vector<std::string> lines = rehearse::LogLines();
     for (std::size_t i = std::min(m_linesRead, lines.size()); i < lines.size(); ++i) {
         const std::string& line = lines[i];
+        if (line.find("RegisterDeviceNotifications ") != std::string::npos)
+            m_listensAtMs = machine::Now();
+        if (const std::size_t at = line.find("+++ New dev "); at != std::string::npos)
+            m_arrival = line.substr(line.find("devpath=", at) + 12);
+        if (line.ends_with("the device we are just restarting -> abort"))
+            NoteDroppedArrival();
         // (j) Nor does it see that the port is pulled out meanwhile: without a hub port that counts as fatal.
         if (line.find("INT3 in") != std::string::npos && line.find("BuildUsbPortName") == std::string::npos &&
             !HasFailed())
@@ -136,15 +158,10 @@ void Judge::ReadLog() {
             m_removedAtMs[Quoted(line)] = machine::Now();
         if (const std::size_t at = line.find("old COM"); at != std::string::npos && line.ends_with("-> delete"))
             m_removedAtMs[line.substr(at + 4, line.find(' ', at + 4) - at - 4)] = machine::Now();
+        // (h) So is who has two names: the port may be another one, and its record shows the deleted name.
         if (const std::size_t at = line.find(" has two Win32 names: "); at != std::string::npos)
             for (const std::string& name : machine::Split(line.substr(at), ' '))
                 m_removedAtMs[name.substr(0, name.find(','))] = machine::Now();
-        // And a link that the service makes, to restore another port's or in quick mode, is not the driver's: it stays
-        // when that port goes, in quick mode once the service was started anew.
-        if (line.find(" has lost its DDN '") != std::string::npos)
-            m_ownNames.insert(Quoted(line));
-        if (const std::size_t at = line.find(" created as "); at != std::string::npos && m_plan.switches.stops)
-            m_ownNames.insert(line.substr(line.rfind(' ', at - 1) + 1, at - line.rfind(' ', at - 1) - 1));
     }
     m_linesRead = lines.size();
     for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries())
@@ -152,27 +169,13 @@ void Judge::ReadLog() {
             m_removedAtMs[machine::Split(entry.what, ' ')[3]] = entry.atMs;
 }
 
-// What keeps a port from its name while the world shakes, without a fault of the product's.
+// Who keeps the port from being restarted, a program or the device itself. A restart may be that of a device above it,
+// up to its hub, and then counts what all that hangs there says.
 bool Judge::IsHindered(const Device& device) const {
-    if (m_plan.switches.stubborn)
-        return true;
-    // The class installer's list of ports does not have a modem: without a hub that cycles its port nothing restarts
-    // it.
-    if (Says(device, "kind = \"modem\"") && !Says(device, "interfaces"))
-        return true;
-    // (e) A port that is not on USB and seems to have come along with an upper device 0 waits for its restart for ever.
-    if (device.parent.empty() && (m_plan.switches.atBoot || m_plan.switches.atWrap))
-        return true;
-    return IsTwin(device);
-}
-
-// One of two that came with one name: nothing is done about it while no rule and no arrival moves one of them.
-bool Judge::IsTwin(const Device& device) const {
-    return std::any_of(m_plan.devices.begin(), m_plan.devices.end(), [&](const Device& other) {
-        return &other != &device && std::any_of(other.lines.begin(), other.lines.end(), [&](const std::string& line) {
-            return line.starts_with("port_name") && Says(device, line);
-        });
-    });
+    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device.id);
+    while (node && !node->IsHub() && !IsStubborn(*node))
+        node = node->parent;
+    return node && IsStubborn(*node);
 }
 
 // The port that a write to its registry name is about; null for another key.
@@ -186,56 +189,76 @@ const Device* Judge::RenamedPort(const rehearse::WrittenValue& write) const {
     return nullptr;
 }
 
-std::vector<Judge::Running> Judge::RunningPorts(bool isCalm) const {
+std::vector<Judge::Running> Judge::RunningPorts() const {
     std::vector<Running> ports;
     for (const Device& device : m_plan.devices) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device.id);
         if (!device.isPort || !node || !node->IsRunning() || !node->driver)
             continue;
-        Running port{&device, node, machine::RegistryNameOf(*node), machine::DosNameOf(*node), node->driver->name,
-                     true};
-        // A link that stays behind a driver, or that somebody laid there, keeps a driver from its name.
-        const std::string target = TargetOf(port.name);
-        const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(target);
-        const bool isDeadLink =
-            !target.empty() &&
-            (!owner || (owner->node != node && owner->link != machine::TheDosNames().InForce(port.name)->id));
-        // A modem is not found by its interface: without a hub that cycles its port nothing restarts it.
-        const bool isLeftAlone = Says(device, "kind = \"modem\"") &&
-                                 std::string_view(m_plan.windows.front()).find("6.1") != std::string::npos;
-        port.isBound = !isDeadLink && !isLeftAlone && !m_ownNames.contains(port.name) && !Says(device, "leaves_link") &&
-                       !Says(device, "link_goes") && (isCalm || !IsHindered(device));
-        const rehearse::TimelineEntry* start = LastStart(device.id);
-        const std::uint64_t ranAtMs = start ? start->atMs : 0;
-        // A driver that found its name taken does not try again when it is free.
-        const bool hasComeTooEarly =
-            target.empty() && start &&
-            (start->what.starts_with("runs without") || (start->what == "restarts" && start->to.empty()));
-        port.isBound &= !hasComeTooEarly && !IsStillMarked(device.id);
-        const auto shared = m_sharedAtMs.find(&device);
-        if (shared != m_sharedAtMs.end() &&
-            (ranAtMs <= shared->second + OwnChangeMs || IsNameOfOther(device, port.name)))
-            port.isBound = false;
-        const auto removed = m_removedAtMs.find(port.name);
-        if (removed != m_removedAtMs.end() && ranAtMs <= removed->second)
-            port.isBound = false;
-        ports.push_back(std::move(port));
+        ports.push_back({&device, node, machine::RegistryNameOf(*node), machine::DosNameOf(*node), node->driver->name});
+        ports.back().isBound = IsBound(ports.back());
     }
     // What waits for its next start keeps the name that another one has by now.
     for (Running& port : ports) {
         const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(TargetOf(port.name));
-        for (const Running& other : ports)
-            if (owner && owner->node == other.node && other.node != port.node && !other.isBound)
-                port.isBound = false;
+        port.isBound &= std::none_of(ports.begin(), ports.end(), [&](const Running& other) {
+            return owner && owner->node == other.node && other.node != port.node && !other.isBound;
+        });
     }
     return ports;
 }
 
-void Judge::JudgePorts(bool isCalm) {
-    // A call that failed excuses what follows from it until every device has come anew in the calm.
-    if (!isCalm && (HasFailed() || m_plan.switches.uninstalls))
-        return;
-    const std::vector<Running> ports = RunningPorts(isCalm);
+bool Judge::IsBound(const Running& port) const {
+    const std::string target = TargetOf(port.name);
+    const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(target);
+    // A link that stays behind a driver, or that somebody laid there, keeps a driver from its name.
+    if (!target.empty() &&
+        (!owner || (owner->node != port.node && owner->link != machine::TheDosNames().InForce(port.name)->id)))
+        return false;
+    // A driver that takes a name that another one has comes first, whenever it comes.
+    if (owner && owner->node != port.node && owner->node->said.nameTaken == machine::NameTaken::Take)
+        return false;
+    // A driver that found its name taken does not try again when it is free.
+    const rehearse::TimelineEntry* start = LastStart(port.device->id);
+    if (start && start->to.empty() && (start->what == "restarts" || start->what.starts_with("runs without")) &&
+        (target.empty() || (owner && LastStartMs(owner->node->id) > start->atMs)))
+        return false;
+    // A link that goes after its driver takes that of the next one with it.
+    if (target.empty() && Says(*port.device, "link_goes"))
+        return false;
+    const std::uint64_t ranAtMs = LastStartMs(port.device->id);
+    // A modem is not found by its interface: where no hub cycles its port nothing restarts it.
+    const rehearse::WrittenValue moved = LastMove(*port.device);
+    if (Says(*port.device, "kind = \"modem\"") && !moved.name.empty() && moved.atMs >= ranAtMs)
+        return false;
+    // Nobody hears of what starts without its interfaces.
+    if (std::none_of(port.node->interfaces.begin(), port.node->interfaces.end(), [](const auto& i) { return i->up; }))
+        return false;
+    // Nobody hears of what comes while the service starts and does not listen yet.
+    if (start && IsUnheard(ranAtMs) && (start->isOutside || !IsOnRecord(m_stage, *port.node)))
+        return false;
+    const auto isSince = [ranAtMs](const auto& times, const auto& of) {
+        const auto found = times.find(of);
+        return found != times.end() && ranAtMs <= found->second;
+    };
+    return !IsTwin(port) && !isSince(m_excusedAtMs, port.device) && !isSince(m_removedAtMs, port.name) &&
+           ranAtMs > m_failedAtMs;
+}
+
+// A call that failed, or somebody who does not let go, excuses what follows from it until the port starts anew.
+void Judge::NoteExcuses() {
+    std::uint64_t failed = 0;
+    for (const machine::Fault& fault : machine::Faults())
+        failed += fault.error ? fault.acted : 0;
+    if (failed > m_failed)
+        m_failedAtMs = machine::Now();
+    m_failed = failed;
+    for (const Running& port : RunningPorts())
+        if (TargetOf(port.name) != port.kernel && IsHindered(*port.device))
+            m_excusedAtMs[port.device] = machine::Now();
+}
+
+void Judge::JudgePorts(const std::vector<Running>& ports) {
     for (const Running& port : ports) {
         for (const Running& other : ports)
             if (&other < &port && port.isBound && other.isBound && machine::ComNumberOf(port.name) &&
@@ -248,7 +271,7 @@ void Judge::JudgePorts(bool isCalm) {
                 fmt::format("{} ({}): {} leads to '{}'", port.device->id, port.kernel, port.name, TargetOf(port.name)));
         const unsigned number = machine::ComNumberOf(port.dosName);
         if (port.isBound && number && number <= LargestDatabaseNumber && !machine::ComDbTest(number) &&
-            !IsBitOfOther(port))
+            m_bitTakenAtMs[port.device] < LastStartMs(port.device->id))
             Complain("the database has every present number", fmt::format("{}: {}", port.device->id, port.dosName));
         const unsigned friendly = NumberInFriendlyName(machine::FriendlyNameOf(*port.node));
         if (port.isBound && friendly && machine::ComNumberOf(port.name) && friendly != machine::ComNumberOf(port.name))
@@ -265,13 +288,10 @@ void Judge::JudgeRecords(const std::vector<Running>& ports) {
         if (port == ports.end() || !port->isBound || !record->IsPresent || record->szPortName[0] == 0)
             continue;
         const std::string target = TargetOf(record->szPortName);
-        if (target != port->kernel && machine::TheDeviceTree().RunningDevice(target))
+        if (target != port->kernel)
             Complain("a name that a record claims leads to its port",
                      fmt::format("{} ({}): the record has {}, which leads to '{}'", port->device->id, port->kernel,
                                  record->szPortName, target));
-        if (target.empty())
-            Complain("a name that a record claims is there",
-                     fmt::format("{} ({}): {}", port->device->id, port->kernel, record->szPortName));
     }
 }
 
@@ -279,7 +299,11 @@ void Judge::JudgeRecords(const std::vector<Running>& ports) {
 void Judge::JudgeRules(const std::vector<Running>& ports) {
     for (const Running& port : ports) {
         const Section* section = FittingSection(m_plan.configurations.back(), *port.device);
-        if (!section || !port.isBound || m_sharedAtMs.contains(port.device) || !port.name.starts_with("COM"))
+        // (i) With no check of all ports two that share a number may move for each other without end.
+        const auto shared = m_excusedAtMs.find(port.device);
+        if (m_plan.switches.debugRole && shared != m_excusedAtMs.end() && shared->second >= m_plan.calmAtMs)
+            continue;
+        if (!section || !port.isBound || !port.name.starts_with("COM"))
             continue;
         for (const unsigned number : section->wants) {
             const std::string wanted = fmt::format("COM{}", number);
@@ -295,63 +319,65 @@ void Judge::JudgeRules(const std::vector<Running>& ports) {
     }
 }
 
-bool Judge::IsNameOfOther(const Device& device, const std::string& name) const {
-    return std::any_of(m_plan.devices.begin(), m_plan.devices.end(), [&](const Device& other) {
-        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
-        return &other != &device && other.isPort && node && machine::EqualNoCase(machine::RegistryNameOf(*node), name);
-    });
-}
-
-// (i) A number counts as free while the port that has it in the registry has no DOS name: its restart is put off, or it
-// is away for a moment. Who is given it may take the owner's name for its own, and one of them has none until it comes
-// anew.
-// Likewise where two came with one name and the one that has the link is moved.
-void Judge::NoteNumberOfOther(const Device& device, const rehearse::WrittenValue& write) {
-    for (const Device& other : m_plan.devices) {
-        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
-        if (&other == &device || !other.isPort || !node)
-            continue;
-        const std::string name = machine::RegistryNameOf(*node);
-        if (machine::EqualNoCase(name, write.before))
-            m_movedAtMs[&other] = write.atMs;
-        if (machine::EqualNoCase(name, write.after) && TargetOf(name).empty())
-            m_sharedAtMs[&device] = m_sharedAtMs[&other] = write.atMs;
-        const bool isOwner = node->driver && TargetOf(name) == node->driver->name;
-        if (machine::EqualNoCase(name, write.before) && !isOwner)
-            m_sharedAtMs[&other] = write.atMs;
-    }
-}
-
+// A port whose name is written is excused until it starts anew where the order of steps leaves it behind.
 void Judge::OnWrite(const rehearse::WrittenValue& write) {
     const Device* device = RenamedPort(write);
     if (!device)
         return;
-    NoteNumberOfOther(*device, write);
-    if (!IsNeverMeant(m_plan, *device) || (HasFailed() && machine::Now() < m_settledAtMs))
-        return;
-    // (a) Nothing tells the second of two arrivals of one device that the first has moved it, and the record of a moved
-    // port has the number that it left until the port comes anew.
-    const auto& writes = m_stage.timeline->Writes();
-    const bool isStillOnRecord = std::any_of(writes.begin(), writes.end(), [&](const auto& earlier) {
-        const Device* other = RenamedPort(earlier);
-        if (!other || other == device || !machine::EqualNoCase(earlier.before, write.before))
-            return false;
-        const rehearse::TimelineEntry* start = LastStart(other->id);
-        return !start || start->atMs <= earlier.atMs;
-    });
-    // Nor is the second of two that came with one name left alone when the first has been moved.
-    const auto isJustNow = [&](const auto& times) {
-        const auto found = times.find(device);
-        return found != times.end() && write.atMs - found->second <= OwnChangeMs;
-    };
-    const bool isMovedAlready = isJustNow(m_movedAtMs) || isJustNow(m_sharedAtMs);
-    // The other one may just be on its way through a restart.
+    NoteExcuses();
+    if (IsHindered(*device))
+        m_excusedAtMs[device] = write.atMs;
+    // (e) What is not on USB and seems to have come along with an upper device 0 waits for its restart for ever.
+    if (device->parent.empty() && machine::TickCount() < EarlyTicks)
+        m_excusedAtMs[device] = write.atMs;
+    bool isShared = false;
+    for (const Device& other : m_plan.devices) {
+        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
+        if (&other == device || !other.isPort || !node)
+            continue;
+        const std::string name = machine::RegistryNameOf(*node);
+        // It may just be on its way through a restart.
+        const rehearse::WrittenValue moved = LastMove(other);
+        const bool isOnItsWay = !moved.name.empty() && write.atMs - moved.atMs <= OwnChangeMs;
+        isShared |= machine::EqualNoCase(name, write.before) && (node->IsPresent() || isOnItsWay);
+        // (a) A record has the number that its port left until that comes anew.
+        isShared |= machine::EqualNoCase(moved.before, write.before) && LastStartMs(other.id) <= moved.atMs;
+        // (i) A number counts as free while the port that has it in the registry has no DOS name: its restart is put
+        // off, or it is away for a moment. Who is given it may take the owner's name for its own, and one of them has
+        // none until it comes anew. Likewise where two came with one name and the one that has the link is moved.
+        const bool isOwner = node->driver && TargetOf(name) == node->driver->name;
+        if (machine::EqualNoCase(name, write.after) && TargetOf(name).empty())
+            m_excusedAtMs[device] = m_excusedAtMs[&other] = write.atMs + OwnChangeMs;
+        if (machine::EqualNoCase(name, write.before) && !isOwner)
+            m_excusedAtMs[&other] = write.atMs + OwnChangeMs;
+        // (b) A renamed port takes the bit of its old name out of the database, also when another port has that name.
+        if (machine::EqualNoCase(machine::DosNameOf(*node), write.before))
+            m_bitTakenAtMs[&other] = write.atMs;
+    }
     const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(TargetOf(write.before));
-    const bool isLinkOfOther = owner && !machine::EqualNoCase(owner->node->id, device->id);
-    if (!IsNameOfOther(*device, write.before) && !isLinkOfOther && !isMovedAlready && !isStillOnRecord)
+    isShared |= owner && !machine::EqualNoCase(owner->node->id, device->id);
+    // (a) Nothing tells the second of two arrivals of one device that the first has moved it.
+    const rehearse::WrittenValue moved = LastMove(*device);
+    isShared |= !moved.name.empty() && write.atMs - moved.atMs <= OwnChangeMs && Says(*device, "interfaces");
+    // What an identification that failed has left behind is a port without a device, until the service starts anew.
+    for (const CComPort* record : Records(m_stage))
+        isShared |=
+            HasFailed() && record->DeviceID[0] == 0 && machine::EqualNoCase(record->szRegPortName, write.before);
+    m_moves[device] = write;
+    if (IsNeverMeant(m_plan, *device) && !isShared && LastStartMs(device->id) > m_failedAtMs)
         Complain("nobody takes a number from a port without a rule",
                  fmt::format("{}: {} -> {}", device->id, write.before, write.after));
-    m_movedAtMs[device] = write.atMs;
+}
+
+// The last write to the port's name; all zero if there was none.
+rehearse::WrittenValue Judge::LastMove(const Device& device) const {
+    const auto found = m_moves.find(&device);
+    return found != m_moves.end() ? found->second : rehearse::WrittenValue{};
+}
+
+std::uint64_t Judge::LastStartMs(const std::string& device) const {
+    const rehearse::TimelineEntry* start = LastStart(device);
+    return start ? start->atMs : 0;
 }
 
 // When and how the port came to run last; null if it has run all the time.
@@ -363,36 +389,38 @@ const rehearse::TimelineEntry* Judge::LastStart(const std::string& device) const
     return last;
 }
 
-// The last moment at which the product looked at the port for certain: it came to run, or everything was checked.
-std::uint64_t Judge::LastLookedAtMs(const std::string& device) const {
-    const rehearse::TimelineEntry* start = LastStart(device);
-    std::uint64_t last = start ? start->atMs : 0;
+// (d) A swap in front of the first notification leaves its marks: the next removal and arrival of both are dropped. Its
+// own arrivals are dropped as they should be.
+void Judge::NoteDroppedArrival() {
+    for (const Device& device : m_plan.devices) {
+        std::string path = device.id;
+        std::replace(path.begin(), path.end(), '\\', '#');
+        std::uint64_t swappedAtMs = 0;
+        for (const machine::DeviceRestart& restart : machine::DeviceRestarts())
+            if (restart.device == device.id && restart.means == "remove-and-setup")
+                swappedAtMs = restart.atMs;
+        if (machine::FindNoCase(m_arrival, path) == 0 && LastStartMs(device.id) > swappedAtMs + OwnChangeMs)
+            m_excusedAtMs[&device] = machine::Now();
+    }
+}
+
+// What runs then was there before the product listened, so no arrival told of it.
+bool Judge::IsUnheard(std::uint64_t ranAtMs) const {
+    std::uint64_t startedAtMs = 0;
     for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries())
-        if (entry.atMs >= m_plan.calmAtMs && entry.what.starts_with("the machine wakes"))
-            last = std::max(last, entry.atMs);
-    return last;
+        if (entry.what == "service is START_PENDING")
+            startedAtMs = entry.atMs;
+    return ranAtMs <= m_listensAtMs || m_listensAtMs < startedAtMs;
 }
 
-// (d) A swap in front of the first notification leaves its marks: the next removal and arrival of both are dropped.
-bool Judge::IsStillMarked(const std::string& device) const {
-    std::uint64_t swappedAtMs = 0;
-    for (const machine::DeviceRestart& restart : machine::DeviceRestarts())
-        if (restart.device == device && restart.means == "remove-and-setup")
-            swappedAtMs = restart.atMs + OwnChangeMs;
-    const auto& entries = m_stage.timeline->Entries();
-    const auto isArrival = [&](const rehearse::TimelineEntry& entry) {
-        return entry.device == device && entry.atMs > swappedAtMs && entry.what.starts_with("runs");
-    };
-    return swappedAtMs != 0 && std::count_if(entries.begin(), entries.end(), isArrival) <= 1;
-}
-
-// (b) A renamed port takes the bit of its old name out of the database, also when another port has that name; it comes
-// back with that one's next check.
-bool Judge::IsBitOfOther(const Running& port) const {
-    const std::uint64_t lookedAtMs = LastLookedAtMs(port.device->id);
-    return std::any_of(m_stage.timeline->Writes().begin(), m_stage.timeline->Writes().end(), [&](const auto& write) {
-        return IsNameWrite(write) && write.atMs >= lookedAtMs && machine::EqualNoCase(write.before, port.dosName) &&
-               machine::FindNoCase(write.key, port.node->enumPath) == std::string::npos;
+// One of two that came with one name before the service did: nothing is done about it while no rule and no arrival
+// moves one of them.
+bool Judge::IsTwin(const Running& port) const {
+    return std::any_of(m_plan.devices.begin(), m_plan.devices.end(), [&](const Device& other) {
+        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
+        return &other != port.device && other.isPort && node && node->IsRunning() &&
+               machine::EqualNoCase(machine::RegistryNameOf(*node), port.name) &&
+               IsUnheard(std::max(LastStartMs(other.id), LastStartMs(port.device->id)));
     });
 }
 

@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -34,33 +33,38 @@ private:
         const Device* device;
         const machine::DeviceNode* node;
         std::string name, dosName, kernel; // registry name; a COM name that leads to it; its kernel device
-        bool isBound;                      // its driver can be restarted and has its link to itself
+        bool isBound = false;              // nothing excuses it
     };
 
-    void Look(bool isCalm);
+    void Look();
     void ReadLog();
-    void JudgePorts(bool isCalm);
+    void NoteExcuses();
+    void JudgePorts(const std::vector<Running>& ports);
     void JudgeRecords(const std::vector<Running>& ports);
     void JudgeRules(const std::vector<Running>& ports);
     void OnWrite(const rehearse::WrittenValue& write);
-    std::vector<Running> RunningPorts(bool isCalm) const;
-    const rehearse::TimelineEntry* LastStart(const std::string& device) const;
-    std::uint64_t LastLookedAtMs(const std::string& device) const;
-    bool IsNameOfOther(const Device& device, const std::string& name) const;
-    void NoteNumberOfOther(const Device& device, const rehearse::WrittenValue& write);
-    bool IsStillMarked(const std::string& device) const;
+    std::vector<Running> RunningPorts() const;
+    bool IsBound(const Running& port) const;
+    bool IsTwin(const Running& port) const;
+    rehearse::WrittenValue LastMove(const Device& device) const;
+    bool IsUnheard(std::uint64_t ranAtMs) const;
+    void NoteDroppedArrival();
     bool IsHindered(const Device& device) const;
-    bool IsTwin(const Device& device) const;
+    const rehearse::TimelineEntry* LastStart(const std::string& device) const;
+    std::uint64_t LastStartMs(const std::string& device) const;
     const Device* RenamedPort(const rehearse::WrittenValue& write) const;
-    bool IsBitOfOther(const Running& port) const;
 
     const Plan& m_plan;
     unsigned m_looks = 0;
     std::uint64_t m_settledAtMs = 0, m_lastCheckMs = 0;
-    std::map<const Device*, std::uint64_t> m_movedAtMs, m_sharedAtMs;
+    std::uint64_t m_failed = 0, m_failedAtMs = 0;         // calls that failed, the last of them
+    std::map<const Device*, std::uint64_t> m_excusedAtMs; // a start behind this moment ends it
+    std::map<const Device*, std::uint64_t> m_bitTakenAtMs;
+    std::map<const Device*, rehearse::WrittenValue> m_moves; // the last write to its name
+    std::map<std::string, std::uint64_t> m_removedAtMs;      // names whose link was taken
     std::size_t m_linesRead = 0;
-    std::set<std::string> m_ownNames;
-    std::map<std::string, std::uint64_t> m_removedAtMs;
+    std::uint64_t m_listensAtMs = 0; // the product had asked for notifications
+    std::string m_arrival;           // path of the last one
 };
 
 } // namespace storm

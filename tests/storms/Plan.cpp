@@ -48,6 +48,9 @@ constexpr std::uint64_t Minute = 60'000;
 // doing (5000), as a flicker (1000) or as the echo of a change (2000), and long enough for everything to settle.
 constexpr unsigned Around[] = {0,    1,    20,   200,  600,  990,  999,  1000, 1001, 1500,
                                1999, 2000, 2001, 3500, 4000, 4999, 5000, 5001, 5600};
+// From an arrival on: how long its restart takes, and the limits of what the engine does about it.
+constexpr unsigned Restarts[] = {0, 0, 50, 100, 150, 600, 800};
+constexpr unsigned Limits[] = {0, 1000, 2000, 4000, 5000, 5000, 30'000};
 
 // Calls that are worth failing: those behind the means to change a port.
 constexpr const char* FailingCalls[] = {
@@ -94,6 +97,7 @@ private:
     void MakeFaults();
     void MakeHistory();
     Event MakeEvent();
+    std::uint64_t AddEcho(const Event& event);
 
     std::size_t AddUnit(const std::string& top) {
         plan.units.push_back(top);
@@ -306,6 +310,7 @@ Configuration Planner::MakeConfiguration() {
     set("RemovePortDeviceOnRemoval", on.uninstalls && m_random.Odds(50));
     set("RemoveUsbDeviceOnRemoval", on.uninstalls && m_random.Odds(30));
     set("RegisterAllDevClasses", m_random.Odds(15));
+    made.balloons = m_random.Odds(70);
     if (m_random.Odds(15))
         made.settings.emplace_back("ComNameArbiterClean", "3-60");
     unsigned number = 1;
@@ -454,15 +459,48 @@ Event Planner::MakeEvent() {
     return unitEvent(UnitTop());
 }
 
+// One more arrival or departure of what has just come, or of one of its ports alone, at a limit since then or a
+// millisecond beside it. Returns when that is over.
+std::uint64_t Planner::AddEcho(const Event& event) {
+    const std::vector<std::string> quoted = machine::Split(event.text, '\'');
+    const std::size_t offAt = event.text.find("off = \"");
+    if (event.unit < 0 || (offAt == std::string::npos && !event.text.starts_with("plug")))
+        return event.atMs;
+    const std::uint64_t cameAtMs =
+        event.atMs + (offAt == std::string::npos ? 0 : std::stoul(event.text.substr(offAt + 7)));
+    const std::uint64_t at = cameAtMs + m_random.Of(Restarts) + m_random.Of(Limits) + m_random.Below(3);
+    std::vector<std::string> ids = {quoted[1], quoted[1]};
+    for (const std::size_t port : m_ports)
+        if (plan.devices[port].unit == static_cast<std::size_t>(event.unit))
+            ids.push_back(plan.devices[port].id);
+    const std::string& id = ids[m_random.Below(static_cast<unsigned>(ids.size()))];
+    // Either it leaves at that time or it is back.
+    const std::uint64_t off = std::min<std::uint64_t>(m_random.Of(Around), at - cameAtMs);
+    const std::uint64_t leavesAtMs = m_random.Odds(50) ? at : at - off;
+    plan.events.push_back({leavesAtMs > 0 ? leavesAtMs - 1 : 0,
+                           fmt::format("replug = {{ device = '{}', off = \"{}ms\" }}", id, off), -1, event.unit});
+    return leavesAtMs + off;
+}
+
 void Planner::MakeHistory() {
     std::uint64_t at = m_random.Odds(20) ? m_random.Below(3000) : 20'000 + m_random.Below(5000);
     for (unsigned i = 8 + m_random.Below(25); i > 0; --i) {
         Event event = MakeEvent();
         event.atMs = at;
+        std::uint64_t overAtMs = at;
+        if (m_random.Odds(45)) {
+            // What a new rule moves is restarted, and a limit counts from there.
+            if (plan.switches.edits)
+                plan.events.push_back(
+                    {at > 0 ? at - 1 : 0, "",
+                     static_cast<int>(m_random.Below(static_cast<unsigned>(plan.configurations.size()))), -1});
+            overAtMs = AddEcho(event);
+        }
         const bool isStop = event.text == "stop = true" || event.text == "shutdown = true";
         plan.events.push_back(std::move(event));
         if (isStop)
             plan.events.push_back({at + 200 + m_random.Below(20'000), "start = true", -1, -1});
+        at = m_random.Odds(50) ? overAtMs : at;
         const unsigned pause = m_random.Below(10);
         at += pause < 2 ? 0 : pause < 4 ? m_random.Below(300) : pause < 7 ? m_random.Of(Around) : 0;
         if (pause >= 7)
@@ -478,6 +516,7 @@ std::string IniText(const Configuration& configuration) {
     std::string text = "[Settings]\n";
     for (const auto& [key, value] : configuration.settings)
         text += fmt::format("{}={}\n", key, value);
+    text += configuration.balloons ? "[BalloonTips]\nEnabled=1\nEnabledOnRemoval=1\n" : "";
     for (const Section& section : configuration.sections) {
         text += section.number == 100 ? "[ComPorts]\n" : fmt::format("[ComPorts{}]\n", section.number);
         text += fmt::format("{}={}\n", section.key, section.pattern);

@@ -51,6 +51,7 @@ struct Section {
 struct Configuration {
     std::vector<std::pair<std::string, std::string>> settings;
     std::vector<Section> sections;
+    bool balloons = false;
 };
 
 struct Event {
