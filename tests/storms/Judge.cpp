@@ -145,6 +145,8 @@ void Judge::ReadLog() {
             m_listensAtMs = machine::Now();
         if (const std::size_t at = line.find("+++ New dev "); at != std::string::npos)
             m_arrival = line.substr(line.find("devpath=", at) + 12);
+        if (line.find("CleanRegComPortArbiter(") != std::string::npos)
+            m_cleanedAtMs = machine::Now();
         if (line.ends_with("the device we are just restarting -> abort"))
             NoteDroppedArrival();
         // (j) Nor does it see that the port is pulled out meanwhile: without a hub port that counts as fatal.
@@ -231,8 +233,9 @@ bool Judge::IsBound(const Running& port) const {
     const rehearse::WrittenValue moved = LastMove(*port.device);
     if (Says(*port.device, "kind = \"modem\"") && !moved.name.empty() && moved.atMs >= ranAtMs)
         return false;
-    // Nobody hears of what starts without its interfaces.
-    if (std::none_of(port.node->interfaces.begin(), port.node->interfaces.end(), [](const auto& i) { return i->up; }))
+    // Nobody hears of what starts without its interfaces, or while they stay as they were.
+    if (IsQuietStart(*port.device) ||
+        std::none_of(port.node->interfaces.begin(), port.node->interfaces.end(), [](const auto& i) { return i->up; }))
         return false;
     // Nobody hears of what comes while the service starts and does not listen yet.
     if (start && IsUnheard(ranAtMs) && (start->isOutside || !IsOnRecord(m_stage, *port.node)))
@@ -271,7 +274,7 @@ void Judge::JudgePorts(const std::vector<Running>& ports) {
                 fmt::format("{} ({}): {} leads to '{}'", port.device->id, port.kernel, port.name, TargetOf(port.name)));
         const unsigned number = machine::ComNumberOf(port.dosName);
         if (port.isBound && number && number <= LargestDatabaseNumber && !machine::ComDbTest(number) &&
-            m_bitTakenAtMs[port.device] < LastStartMs(port.device->id))
+            m_bitTakenAtMs[port.device] < LastStartMs(port.device->id) && !IsCleanedInSwap(*port.device))
             Complain("the database has every present number", fmt::format("{}: {}", port.device->id, port.dosName));
         const unsigned friendly = NumberInFriendlyName(machine::FriendlyNameOf(*port.node));
         if (port.isBound && friendly && machine::ComNumberOf(port.name) && friendly != machine::ComNumberOf(port.name))
@@ -325,8 +328,9 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
     if (!device)
         return;
     NoteExcuses();
+    // Of two that are to swap the one that does as it is told comes back without its record.
     if (IsHindered(*device))
-        m_excusedAtMs[device] = write.atMs;
+        m_excusedAtMs[device] = write.atMs + OwnChangeMs;
     // (e) What is not on USB and seems to have come along with an upper device 0 waits for its restart for ever.
     if (device->parent.empty() && machine::TickCount() < EarlyTicks)
         m_excusedAtMs[device] = write.atMs;
@@ -341,7 +345,9 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
         const bool isOnItsWay = !moved.name.empty() && write.atMs - moved.atMs <= OwnChangeMs;
         isShared |= machine::EqualNoCase(name, write.before) && (node->IsPresent() || isOnItsWay);
         // (a) A record has the number that its port left until that comes anew.
-        isShared |= machine::EqualNoCase(moved.before, write.before) && LastStartMs(other.id) <= moved.atMs;
+        for (const rehearse::WrittenValue& earlier : m_stage.timeline->Writes())
+            isShared |= RenamedPort(earlier) == &other && machine::EqualNoCase(earlier.before, write.before) &&
+                        (LastStartMs(other.id) <= earlier.atMs || write.atMs - earlier.atMs <= OwnChangeMs);
         // (i) A number counts as free while the port that has it in the registry has no DOS name: its restart is put
         // off, or it is away for a moment. Who is given it may take the owner's name for its own, and one of them has
         // none until it comes anew. Likewise where two came with one name and the one that has the link is moved.
@@ -359,10 +365,9 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
     // (a) Nothing tells the second of two arrivals of one device that the first has moved it.
     const rehearse::WrittenValue moved = LastMove(*device);
     isShared |= !moved.name.empty() && write.atMs - moved.atMs <= OwnChangeMs && Says(*device, "interfaces");
-    // What an identification that failed has left behind is a port without a device, until the service starts anew.
+    // What the scan at the start finds by its DOS name alone is a port without a device, present until the next start.
     for (const CComPort* record : Records(m_stage))
-        isShared |=
-            HasFailed() && record->DeviceID[0] == 0 && machine::EqualNoCase(record->szRegPortName, write.before);
+        isShared |= record->DeviceID[0] == 0 && machine::EqualNoCase(record->szRegPortName, write.before);
     m_moves[device] = write;
     if (IsNeverMeant(m_plan, *device) && !isShared && LastStartMs(device->id) > m_failedAtMs)
         Complain("nobody takes a number from a port without a rule",
@@ -411,6 +416,24 @@ bool Judge::IsUnheard(std::uint64_t ranAtMs) const {
         if (entry.what == "service is START_PENDING")
             startedAtMs = entry.atMs;
     return ranAtMs <= m_listensAtMs || m_listensAtMs < startedAtMs;
+}
+
+// Its last start was the end of a problem of which its interfaces told nothing.
+bool Judge::IsQuietStart(const Device& device) const {
+    bool isQuiet = false, wasQuiet = false;
+    for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries()) {
+        if (entry.what.starts_with("problem ") && entry.what.find("(quiet") != std::string::npos)
+            isQuiet |= entry.device == device.id;
+        if (entry.device == device.id && (entry.what.starts_with("runs") || entry.what == "restarts"))
+            wasQuiet = std::exchange(isQuiet, false);
+    }
+    return wasQuiet;
+}
+
+// (b) The bit of a number goes with a clean-up while its port is out for a swap, whose arrival sets none.
+bool Judge::IsCleanedInSwap(const Device& device) const {
+    const rehearse::TimelineEntry* start = LastStart(device.id);
+    return start && start->means == "remove-and-setup" && start->atMs <= m_cleanedAtMs + OwnChangeMs;
 }
 
 // One of two that came with one name before the service did: nothing is done about it while no rule and no arrival

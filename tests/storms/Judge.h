@@ -49,6 +49,8 @@ private:
     rehearse::WrittenValue LastMove(const Device& device) const;
     bool IsUnheard(std::uint64_t ranAtMs) const;
     void NoteDroppedArrival();
+    bool IsQuietStart(const Device& device) const;
+    bool IsCleanedInSwap(const Device& device) const;
     bool IsHindered(const Device& device) const;
     const rehearse::TimelineEntry* LastStart(const std::string& device) const;
     std::uint64_t LastStartMs(const std::string& device) const;
@@ -64,6 +66,7 @@ private:
     std::map<std::string, std::uint64_t> m_removedAtMs;      // names whose link was taken
     std::size_t m_linesRead = 0;
     std::uint64_t m_listensAtMs = 0; // the product had asked for notifications
+    std::uint64_t m_cleanedAtMs = 0; // numbers that nobody has left the database
     std::string m_arrival;           // path of the last one
 };
 
