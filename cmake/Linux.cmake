@@ -101,14 +101,15 @@ if(contract_sources)
     qm_test(contract SOURCES ${contract_sources})
 endif()
 
-# Random histories under seeded schedules; a small fixed number of seeds with every test run.
+# Random histories under seeded schedules; a fixed number of seeds with every test run.
 file(GLOB storm_sources CONFIGURE_DEPENDS tests/storms/*.cpp)
+set(QM_STORM_SEEDS 200 CACHE STRING "seeds of the storms that the tests run")
 if(storm_sources)
     add_executable(storm ${storm_sources})
     target_include_directories(storm PRIVATE src)
     target_link_libraries(storm PRIVATE rehearse)
     qm_host(storm)
-    add_test(NAME storms COMMAND storm 40)
+    add_test(NAME storms COMMAND storm ${QM_STORM_SEEDS})
     set_tests_properties(storms PROPERTIES TIMEOUT 240 LABELS storm)
     # Each call fails in its turn.
     add_executable(faults tests/faults/main.cpp tests/storms/Children.cpp tests/storms/Rest.cpp tests/storms/Trial.cpp)

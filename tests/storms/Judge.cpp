@@ -245,7 +245,7 @@ bool Judge::IsBound(const Running& port) const {
         return found != times.end() && ranAtMs <= found->second;
     };
     return !IsTwin(port) && !isSince(m_excusedAtMs, port.device) && !isSince(m_removedAtMs, port.name) &&
-           ranAtMs > m_failedAtMs;
+           !HasFailedSince(ranAtMs);
 }
 
 // A call that failed, or somebody who does not let go, excuses what follows from it until the port starts anew.
@@ -369,7 +369,7 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
     for (const CComPort* record : Records(m_stage))
         isShared |= record->DeviceID[0] == 0 && machine::EqualNoCase(record->szRegPortName, write.before);
     m_moves[device] = write;
-    if (IsNeverMeant(m_plan, *device) && !isShared && LastStartMs(device->id) > m_failedAtMs)
+    if (IsNeverMeant(m_plan, *device) && !isShared && !HasFailedSince(LastStartMs(device->id)))
         Complain("nobody takes a number from a port without a rule",
                  fmt::format("{}: {} -> {}", device->id, write.before, write.after));
 }
@@ -437,11 +437,11 @@ bool Judge::IsCleanedInSwap(const Device& device) const {
 }
 
 // One of two that came with one name before the service did: nothing is done about it while no rule and no arrival
-// moves one of them.
+// moves one of them, and when the one with the link leaves the other still has none.
 bool Judge::IsTwin(const Running& port) const {
     return std::any_of(m_plan.devices.begin(), m_plan.devices.end(), [&](const Device& other) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
-        return &other != port.device && other.isPort && node && node->IsRunning() &&
+        return &other != port.device && other.isPort && node &&
                machine::EqualNoCase(machine::RegistryNameOf(*node), port.name) &&
                IsUnheard(std::max(LastStartMs(other.id), LastStartMs(port.device->id)));
     });

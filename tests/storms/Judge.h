@@ -47,6 +47,7 @@ private:
     bool IsBound(const Running& port) const;
     bool IsTwin(const Running& port) const;
     rehearse::WrittenValue LastMove(const Device& device) const;
+    bool HasFailedSince(std::uint64_t ranAtMs) const { return m_failed != 0 && ranAtMs <= m_failedAtMs; }
     bool IsUnheard(std::uint64_t ranAtMs) const;
     void NoteDroppedArrival();
     bool IsQuietStart(const Device& device) const;

@@ -11,7 +11,7 @@ namespace storm {
 
 namespace {
 
-constexpr unsigned CountFields = 6;
+constexpr unsigned CountFields = 7;
 
 std::uint64_t DigestOf(const std::string& text) {
     std::uint64_t digest = 14695981039346656037ull; // FNV-1a
@@ -27,8 +27,8 @@ std::string OneLine(std::string text) {
 
 std::string ResultText(const Outcome& outcome) {
     const Counts& c = outcome.counts;
-    std::string text = fmt::format("#counts {} {} {} {} {} {} {}\n", c.events, c.looks, c.ports, c.restarts, c.swaps,
-                                   c.faults, DigestOf(outcome.everything));
+    std::string text = fmt::format("#counts {} {} {} {} {} {} {} {}\n", c.events, c.looks, c.ports, c.restarts, c.swaps,
+                                   c.failed, c.slow, DigestOf(outcome.everything));
     for (const Violation& violation : outcome.violations)
         text += fmt::format("#broken {}\t{}\n", violation.what, OneLine(violation.how));
     return text;
@@ -44,8 +44,8 @@ RunResult ParseResult(const std::string& text, int status) {
         at = end + 1;
         Counts& c = result.counts;
         unsigned long long digest = 0;
-        if (std::sscanf(line.c_str(), "#counts %u %u %u %u %u %u %llu", &c.events, &c.looks, &c.ports, &c.restarts,
-                        &c.swaps, &c.faults, &digest) == CountFields + 1) {
+        if (std::sscanf(line.c_str(), "#counts %u %u %u %u %u %u %u %llu", &c.events, &c.looks, &c.ports, &c.restarts,
+                        &c.swaps, &c.failed, &c.slow, &digest) == CountFields + 1) {
             result.digest = digest;
             hasCounts = true;
         } else if (line.starts_with("#broken ")) {

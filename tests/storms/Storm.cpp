@@ -44,7 +44,7 @@ Counts CountsOf(const Plan& plan, const Judge& judge) {
     for (const std::string& line : rehearse::LogLines())
         counts.swaps += IsIn(line, "CComPorts::SwapPortNumbers(");
     for (const machine::Fault& fault : machine::Faults())
-        counts.faults += static_cast<unsigned>(fault.acted);
+        (fault.error ? counts.failed : counts.slow) += static_cast<unsigned>(fault.acted);
     return counts;
 }
 

@@ -11,7 +11,8 @@
 namespace storm {
 
 struct Counts {
-    unsigned events = 0, looks = 0, ports = 0, restarts = 0, swaps = 0, faults = 0;
+    unsigned events = 0, looks = 0, ports = 0, restarts = 0, swaps = 0, failed = 0,
+             slow = 0; // calls made to fail or to take long
 };
 
 struct Outcome {

@@ -63,7 +63,8 @@ public:
         m_counts.ports += c.ports;
         m_counts.restarts += c.restarts;
         m_counts.swaps += c.swaps;
-        m_counts.faults += c.faults;
+        m_counts.failed += c.failed;
+        m_counts.slow += c.slow;
         if (result.violations.empty())
             return;
         ++m_failed;
@@ -74,9 +75,10 @@ public:
             m_broken[what] += one;
     }
     void Tell(std::size_t seeds) const {
-        fmt::print("{} storms: {} events, {} looks at rest, {} ports, {} restarts, {} swaps, {} faults; {} failed\n",
+        fmt::print("{} storms: {} events, {} looks at rest, {} ports, {} restarts, {} swaps, {} failing and {} slow "
+                   "calls as faults; {} failed\n",
                    seeds, m_counts.events, m_counts.looks, m_counts.ports, m_counts.restarts, m_counts.swaps,
-                   m_counts.faults, m_failed);
+                   m_counts.failed, m_counts.slow, m_failed);
         for (const auto& [what, count] : m_broken)
             fmt::print("  {} x {}\n", count, what);
     }
