@@ -16,6 +16,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdio>
 
 namespace storm {
 
@@ -24,6 +25,7 @@ namespace {
 constexpr simwin::DWORD EarlyTicks = 95'000;
 constexpr std::uint64_t SettlingMs = 1000; // shorter pauses are not looked into
 constexpr std::uint64_t OwnChangeMs = 5000;
+constexpr std::uint64_t LogStepMs = 100;
 constexpr unsigned LargestDatabaseNumber = 256;
 
 bool Says(const Device& device, std::string_view start) {
@@ -45,6 +47,13 @@ unsigned NumberInFriendlyName(const std::string& name) {
 std::string Quoted(const std::string& line) {
     const std::size_t end = line.rfind('\''), start = line.rfind('\'', end - 1);
     return line.substr(start + 1, end - start - 1);
+}
+
+// Of a line of the log, in its steps: "14:03:26.8 ( 268) ...".
+std::uint64_t LogTimeMs(const std::string& line) {
+    unsigned hours = 0, minutes = 0, seconds = 0, tenths = 0;
+    (void)std::sscanf(line.c_str(), "%u:%u:%u.%u", &hours, &minutes, &seconds, &tenths);
+    return ((hours * 60ull + minutes) * 60 + seconds) * 1000 + tenths * LogStepMs;
 }
 
 std::string TargetOf(const std::string& name) {
@@ -143,12 +152,9 @@ void Judge::ReadLog() {
         const std::string& line = lines[i];
         if (line.find("RegisterDeviceNotifications ") != std::string::npos)
             m_listensAtMs = machine::Now();
-        if (const std::size_t at = line.find("+++ New dev "); at != std::string::npos)
-            m_arrival = line.substr(line.find("devpath=", at) + 12);
         if (line.find("CleanRegComPortArbiter(") != std::string::npos)
             m_cleanedAtMs = machine::Now();
-        if (line.ends_with("the device we are just restarting -> abort"))
-            NoteDroppedArrival();
+        JudgeOwnRestarts(line);
         // (j) Nor does it see that the port is pulled out meanwhile: without a hub port that counts as fatal.
         if (line.find("INT3 in") != std::string::npos && line.find("BuildUsbPortName") == std::string::npos &&
             !HasFailed())
@@ -394,19 +400,66 @@ const rehearse::TimelineEntry* Judge::LastStart(const std::string& device) const
     return last;
 }
 
-// (d) A swap in front of the first notification leaves its marks: the next removal and arrival of both are dropped. Its
-// own arrivals are dropped as they should be.
-void Judge::NoteDroppedArrival() {
+// What the product makes of the removals and arrivals that its own restarts cause, by the threads of its log.
+void Judge::JudgeOwnRestarts(const std::string& line) {
+    const std::size_t braceAt = line.find('{');
+    const std::string thread = line.substr(braceAt, line.find('}') - braceAt);
+    const std::uint64_t nowMs = LogTimeMs(line);
+    const auto isOwn = [&](const std::string& device) {
+        const auto found = m_ownRestartMs.find(device);
+        return found != m_ownRestartMs.end() && nowMs - found->second < OwnChangeMs - LogStepMs;
+    };
+    if (line.ends_with(" WinMain ------------------")) {
+        m_ownRestartMs.clear();
+        m_arrivedBy.clear();
+        m_dropped.clear();
+    }
+    if (const std::size_t at = line.find("devid='"); at != std::string::npos)
+        m_checkedBy[thread] = Quoted(line);
+    if (line.ends_with(" to appear..."))
+        m_ownRestartMs[m_checkedBy[thread]] = nowMs;
+    if (line.find("restart this later") != std::string::npos)
+        m_ownRestartMs.erase(m_checkedBy[thread]);
+    if (line.find("> RemovePort(") != std::string::npos) {
+        if (isOwn(DeviceOf(line)))
+            Complain("the removal of an own restart is ignored", line);
+        m_ownRestartMs.erase(DeviceOf(line));
+    }
+    if (line.find("> ComPortArrived(") != std::string::npos)
+        m_arrivedBy[thread] = DeviceOf(line);
+    if (line.find("> CheckComPortAssignment(") != std::string::npos && isOwn(m_arrivedBy[thread]))
+        Complain("the arrival of an own restart is not checked", line);
+    // The number of a thread that has ended comes back.
+    if (line.find("> CheckComPortAssignment") != std::string::npos || line.ends_with("> port not added"))
+        m_arrivedBy.erase(thread);
+    // (d) A swap in front of the first notification leaves its marks: the next removal and arrival of both are dropped.
+    // Its own arrivals are dropped as they should be; no mark drops two.
+    if (line.find("SwapPortNumbers(") != std::string::npos)
+        m_dropped.clear();
+    if (line.find("+++ New dev ") != std::string::npos || line.ends_with("DBT_DEVICEREMOVECOMPLETE"))
+        m_arrival = DeviceOf(line);
+    if (!line.ends_with("the device we are just restarting -> abort") || m_arrival.empty())
+        return;
+    if (++m_dropped[m_arrival] > 1)
+        Complain("a mark drops one arrival", m_arrival);
+    std::uint64_t swappedAtMs = 0;
+    for (const machine::DeviceRestart& restart : machine::DeviceRestarts())
+        if (restart.device == m_arrival && restart.means == "remove-and-setup")
+            swappedAtMs = restart.atMs;
+    for (const Device& device : m_plan.devices)
+        if (device.id == m_arrival && LastStartMs(device.id) > swappedAtMs + OwnChangeMs)
+            m_excusedAtMs[&device] = machine::Now();
+}
+
+// The port whose path stands in the line; "" for none.
+std::string Judge::DeviceOf(const std::string& line) const {
     for (const Device& device : m_plan.devices) {
         std::string path = device.id;
         std::replace(path.begin(), path.end(), '\\', '#');
-        std::uint64_t swappedAtMs = 0;
-        for (const machine::DeviceRestart& restart : machine::DeviceRestarts())
-            if (restart.device == device.id && restart.means == "remove-and-setup")
-                swappedAtMs = restart.atMs;
-        if (machine::FindNoCase(m_arrival, path) == 0 && LastStartMs(device.id) > swappedAtMs + OwnChangeMs)
-            m_excusedAtMs[&device] = machine::Now();
+        if (device.isPort && machine::FindNoCase(line, path + "#") != std::string::npos)
+            return device.id;
     }
+    return "";
 }
 
 // What runs then was there before the product listened, so no arrival told of it.

@@ -49,7 +49,8 @@ private:
     rehearse::WrittenValue LastMove(const Device& device) const;
     bool HasFailedSince(std::uint64_t ranAtMs) const { return m_failed != 0 && ranAtMs <= m_failedAtMs; }
     bool IsUnheard(std::uint64_t ranAtMs) const;
-    void NoteDroppedArrival();
+    void JudgeOwnRestarts(const std::string& line);
+    std::string DeviceOf(const std::string& line) const;
     bool IsQuietStart(const Device& device) const;
     bool IsCleanedInSwap(const Device& device) const;
     bool IsHindered(const Device& device) const;
@@ -66,9 +67,12 @@ private:
     std::map<const Device*, rehearse::WrittenValue> m_moves; // the last write to its name
     std::map<std::string, std::uint64_t> m_removedAtMs;      // names whose link was taken
     std::size_t m_linesRead = 0;
-    std::uint64_t m_listensAtMs = 0; // the product had asked for notifications
-    std::uint64_t m_cleanedAtMs = 0; // numbers that nobody has left the database
-    std::string m_arrival;           // path of the last one
+    std::uint64_t m_listensAtMs = 0;                             // the product had asked for notifications
+    std::uint64_t m_cleanedAtMs = 0;                             // numbers that nobody has left the database
+    std::string m_arrival;                                       // device of the notification that the log tells of
+    std::map<std::string, unsigned> m_dropped;                   // arrivals by device, since the last swap
+    std::map<std::string, std::string> m_checkedBy, m_arrivedBy; // device by thread
+    std::map<std::string, std::uint64_t> m_ownRestartMs;         // by the clock of the log
 };
 
 } // namespace storm
