@@ -111,41 +111,25 @@ std::string RunRound(const Scenario& scenario, const machine::Fault* fault, cons
             for (const machine::Fault& call : machine::NotedCalls())
                 text += fmt::format("#call {} {} {}\n", call.call, call.error, call.after);
         });
-    text += "#end\n";
-    for (const storm::Violation& violation : judge.Violations())
-        if (!IsExcused(fault, violation))
-            text +=
-                fmt::format("#broken {}\t{}\n", violation.what, fmt::join(machine::Split(violation.how, '\n'), "|"));
-    return text;
+    std::vector<storm::Violation> violations = judge.Violations();
+    std::erase_if(violations, [&](const storm::Violation& violation) { return IsExcused(fault, violation); });
+    return text + storm::EndOf(violations);
 }
 
 // What a round told; with scenario what the run without a fault told of its calls too.
 std::vector<storm::Violation> ReadResult(const std::string& text, int status, Scenario* scenario) {
-    std::vector<storm::Violation> violations;
-    std::string rest;
-    bool hasEnded = false;
-    for (const std::string& line : machine::Split(text, '\n')) {
+    return storm::ReadViolations(text, status, [scenario](const char* line) {
         char name[64];
         machine::Fault fault;
-        std::size_t bytes = 0;
-        if (scenario && std::sscanf(line.c_str(), "#call %63s %u %lu", name, &fault.error, &fault.after) == 3) {
-            fault.call = name;
-            fault.on = "*";
-            scenario->calls.push_back(fault);
-        } else if (scenario && std::sscanf(line.c_str(), "#bytes %zu", &bytes) == 1) {
-            scenario->bytesByDesign = bytes;
-        } else if (line.starts_with("#broken ")) {
-            const std::size_t tab = line.find('\t');
-            violations.push_back({line.substr(8, tab - 8), line.substr(tab + 1)});
-        } else if (line == "#end") {
-            hasEnded = true;
-        } else {
-            rest += line + "|";
-        }
-    }
-    if (status != 0 || !hasEnded)
-        violations.push_back({"the run comes to its end", fmt::format("wait status {}: {}", status, rest)});
-    return violations;
+        if (!scenario)
+            return false;
+        if (std::sscanf(line, "#call %63s %u %lu", name, &fault.error, &fault.after) != 3)
+            return std::sscanf(line, "#bytes %zu", &scenario->bytesByDesign) == 1;
+        fault.call = name;
+        fault.on = "*";
+        scenario->calls.push_back(fault);
+        return true;
+    });
 }
 
 // The rounds of a scenario: each call once and for ever. With `every` only the first of each operation and every so

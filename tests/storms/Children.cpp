@@ -1,5 +1,9 @@
 #include "tests/storms/Children.h"
 
+#include "simwin/kernel/Text.h"
+
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -52,7 +56,7 @@ Child Start(std::size_t place, const std::function<std::string(std::size_t)>& wo
         try {
             text = work(place);
         } catch (const std::exception& error) {
-            text = std::string("#broken the description is right\t") + error.what() + "\n";
+            text = EndOf({{"the description is right", error.what()}});
         }
         for (std::size_t at = 0; at < text.size();) {
             const ssize_t count = write(ends[1], text.data() + at, text.size() - at);
@@ -92,6 +96,34 @@ void RunInChildren(std::size_t count, unsigned jobs, const std::function<std::st
             running.erase(found);
         }
     }
+}
+
+std::string EndOf(const std::vector<Violation>& violations) {
+    std::string text;
+    for (const Violation& violation : violations)
+        text += fmt::format("#broken {}\t{}\n", violation.what, fmt::join(machine::Split(violation.how, '\n'), "|"));
+    return text + "#end\n";
+}
+
+std::vector<Violation> ReadViolations(const std::string& text, int status,
+                                      const std::function<bool(const char* line)>& take) {
+    std::vector<Violation> violations;
+    std::string rest;
+    bool hasEnded = false;
+    for (const std::string& line : machine::Split(text, '\n')) {
+        if (line.starts_with("#broken ")) {
+            const std::size_t tab = line.find('\t');
+            violations.push_back({line.substr(8, tab - 8), line.substr(tab + 1)});
+        } else if (line == "#end") {
+            hasEnded = true;
+        } else if (!line.empty() && !take(line.c_str())) {
+            rest += line + "|";
+        }
+    }
+    if (status != 0 || !hasEnded || !rest.empty())
+        violations.insert(violations.begin(),
+                          {"the run comes to its end", fmt::format("wait status {}: {}", status, rest)});
+    return violations;
 }
 
 } // namespace storm

@@ -1,9 +1,12 @@
 // Runs in host processes of their own, several at a time: a crash of one ends it alone, and its caller hears of it.
 #pragma once
 
+#include "tests/storms/Rest.h"
+
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace storm {
 
@@ -11,5 +14,12 @@ namespace storm {
 // and the wait status of the process.
 void RunInChildren(std::size_t count, unsigned jobs, const std::function<std::string(std::size_t)>& work,
                    const std::function<void(std::size_t, const std::string&, int)>& done);
+
+// What a child tells in the end of its text, and that it got there.
+std::string EndOf(const std::vector<Violation>& violations);
+// The violations of a text. Lines before its end go to `take`, which says whether it knows them; without the end, with
+// an unknown line or a bad status the run itself has failed.
+std::vector<Violation> ReadViolations(const std::string& text, int status,
+                                      const std::function<bool(const char* line)>& take);
 
 } // namespace storm

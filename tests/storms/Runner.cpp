@@ -20,44 +20,20 @@ std::uint64_t DigestOf(const std::string& text) {
     return digest;
 }
 
-std::string OneLine(std::string text) {
-    std::replace(text.begin(), text.end(), '\n', '|');
-    return text;
-}
-
 std::string ResultText(const Outcome& outcome) {
     const Counts& c = outcome.counts;
-    std::string text = fmt::format("#counts {} {} {} {} {} {} {} {}\n", c.events, c.looks, c.ports, c.restarts, c.swaps,
-                                   c.failed, c.slow, DigestOf(outcome.everything));
-    for (const Violation& violation : outcome.violations)
-        text += fmt::format("#broken {}\t{}\n", violation.what, OneLine(violation.how));
-    return text;
+    return fmt::format("#counts {} {} {} {} {} {} {} {}\n", c.events, c.looks, c.ports, c.restarts, c.swaps, c.failed,
+                       c.slow, DigestOf(outcome.everything)) +
+           EndOf(outcome.violations);
 }
 
 RunResult ParseResult(const std::string& text, int status) {
     RunResult result;
-    std::string rest;
-    bool hasCounts = false;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t end = std::min(text.find('\n', at), text.size());
-        const std::string line = text.substr(at, end - at);
-        at = end + 1;
+    result.violations = ReadViolations(text, status, [&](const char* line) {
         Counts& c = result.counts;
-        unsigned long long digest = 0;
-        if (std::sscanf(line.c_str(), "#counts %u %u %u %u %u %u %u %llu", &c.events, &c.looks, &c.ports, &c.restarts,
-                        &c.swaps, &c.failed, &c.slow, &digest) == CountFields + 1) {
-            result.digest = digest;
-            hasCounts = true;
-        } else if (line.starts_with("#broken ")) {
-            const std::size_t tab = line.find('\t');
-            result.violations.push_back({line.substr(8, tab - 8), line.substr(tab + 1)});
-        } else {
-            rest += line + "|";
-        }
-    }
-    if (status != 0 || !hasCounts)
-        result.violations.insert(result.violations.begin(),
-                                 {"the storm runs to its end", fmt::format("wait status {}: {}", status, rest)});
+        return std::sscanf(line, "#counts %u %u %u %u %u %u %u %lu", &c.events, &c.looks, &c.ports, &c.restarts,
+                           &c.swaps, &c.failed, &c.slow, &result.digest) == CountFields + 1;
+    });
     return result;
 }
 
