@@ -489,15 +489,16 @@ bool Judge::IsCleanedInSwap(const Device& device) const {
     return start && start->means == "remove-and-setup" && start->atMs <= m_cleanedAtMs + OwnChangeMs;
 }
 
-// One of two that came with one name before the service did: nothing is done about it while no rule and no arrival
-// moves one of them, and when the one with the link leaves the other still has none.
+// One of two that came with one name before the product listened: nothing is done about it while no rule moves it and
+// it does not come anew, and when the other one leaves with the link it still has none.
 bool Judge::IsTwin(const Running& port) const {
-    return std::any_of(m_plan.devices.begin(), m_plan.devices.end(), [&](const Device& other) {
-        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
-        return &other != port.device && other.isPort && node &&
-               machine::EqualNoCase(machine::RegistryNameOf(*node), port.name) &&
-               IsUnheard(std::max(LastStartMs(other.id), LastStartMs(port.device->id)));
-    });
+    const std::string line = fmt::format("port_name = \"{}\"", port.name);
+    return TargetOf(port.name) != port.kernel && IsUnheard(LastStartMs(port.device->id)) &&
+           std::any_of(m_plan.devices.begin(), m_plan.devices.end(), [&](const Device& other) {
+               const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
+               return &other != port.device && other.isPort &&
+                      (Says(other, line) || (node && machine::EqualNoCase(machine::RegistryNameOf(*node), port.name)));
+           });
 }
 
 void Judge::AfterStop(std::size_t leakedHandles) {
