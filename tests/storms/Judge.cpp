@@ -268,6 +268,10 @@ void Judge::NoteExcuses() {
 }
 
 void Judge::JudgePorts(const std::vector<Running>& ports) {
+    // What was taken out or disabled is put in again, unless a call fails or the device refuses.
+    for (const machine::DeviceNode* node : machine::TheDeviceTree().All())
+        if (node->openRestart && !HasFailed() && !node->said.refuses.value_or(false))
+            Complain("nothing is left out", node->id);
     for (const Running& port : ports) {
         for (const Running& other : ports)
             if (&other < &port && port.isBound && other.isBound && machine::ComNumberOf(port.name) &&
@@ -407,7 +411,7 @@ void Judge::JudgeOwnRestarts(const std::string& line) {
     const std::uint64_t nowMs = LogTimeMs(line);
     const auto isOwn = [&](const std::string& device) {
         const auto found = m_ownRestartMs.find(device);
-        return found != m_ownRestartMs.end() && nowMs - found->second < OwnChangeMs - LogStepMs;
+        return !device.empty() && found != m_ownRestartMs.end() && nowMs - found->second < OwnChangeMs - LogStepMs;
     };
     if (line.ends_with(" WinMain ------------------")) {
         m_ownRestartMs.clear();
