@@ -110,14 +110,14 @@ if(storm_sources)
     target_link_libraries(storm PRIVATE rehearse)
     qm_host(storm)
     add_test(NAME storms COMMAND storm ${QM_STORM_SEEDS})
-    set_tests_properties(storms PROPERTIES TIMEOUT 240 LABELS storm)
+    set_tests_properties(storms PROPERTIES TIMEOUT 900 LABELS storm)
     # Each call fails in its turn.
     add_executable(faults tests/faults/main.cpp tests/storms/Children.cpp tests/storms/Rest.cpp tests/storms/Trial.cpp)
     target_link_libraries(faults PRIVATE rehearse)
     qm_host(faults)
     target_compile_definitions(faults PRIVATE QM_SCENARIOS="${CMAKE_SOURCE_DIR}/tests/scenarios")
     add_test(NAME faults COMMAND faults --every 12)
-    set_tests_properties(faults PROPERTIES TIMEOUT 240 LABELS storm)
+    set_tests_properties(faults PROPERTIES TIMEOUT 900 LABELS storm)
 endif()
 
 # Whole machines as files, judged by their own expectations.
