@@ -270,7 +270,7 @@ void Judge::NoteExcuses() {
 void Judge::JudgePorts(const std::vector<Running>& ports) {
     // What was taken out or disabled is put in again, unless a call fails or the device refuses.
     for (const machine::DeviceNode* node : machine::TheDeviceTree().All())
-        if (node->openRestart && !HasFailed() && !node->said.refuses.value_or(false))
+        if (node->IsPresent() && node->openRestart && !HasFailed() && !node->said.refuses.value_or(false))
             Complain("nothing is left out", node->id);
     for (const Running& port : ports) {
         for (const Running& other : ports)
