@@ -407,6 +407,8 @@ const rehearse::TimelineEntry* Judge::LastStart(const std::string& device) const
 // What the product makes of the removals and arrivals that its own restarts cause, by the threads of its log.
 void Judge::JudgeOwnRestarts(const std::string& line) {
     const std::size_t braceAt = line.find('{');
+    if (braceAt == std::string::npos)
+        return; // written before the product knows its mode, when the log could not be made at once
     const std::string thread = line.substr(braceAt, line.find('}') - braceAt);
     const std::uint64_t nowMs = LogTimeMs(line);
     const auto isOwn = [&](const std::string& device) {
