@@ -20,6 +20,12 @@
 #if __has_include("simwin/desktop/api.h")
 #include "simwin/desktop/api.h"
 #endif
+#if __has_include("simwin/drawing/api.h")
+#include "simwin/drawing/api.h"
+#endif
+#if __has_include("simwin/pipes/api.h")
+#include "simwin/pipes/api.h"
+#endif
 #if __has_include("simwin/services/api.h")
 #include "simwin/services/api.h"
 #endif

@@ -175,6 +175,25 @@ HWND AddScriptedWindow(Process* process, std::string_view className, std::string
     return handle;
 }
 
+void ShellStarted(Process* shell) {
+    (void)AddScriptedWindow(shell, "Progman", "Program Manager");
+    (void)AddScriptedWindow(shell, "Shell_TrayWnd", "");
+}
+
+HWND ShowProgramWindow(Process* program, std::string_view title, unsigned show) {
+    const HWND handle = AddScriptedWindow(program, "ProgramWindow", title);
+    WindowFor(handle)->visible = show != SW_HIDE;
+    return handle;
+}
+
+void SetForegroundRule(unsigned session, Foreground rule) {
+    g_desktop->inputs[session].rule = rule;
+}
+
+void SetCursor(unsigned session, POINT place) {
+    g_desktop->inputs[session].cursor = place;
+}
+
 bool PostToWindow(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
     const Window* window = WindowFor(handle);
     if (!window || !window->threadId)

@@ -31,6 +31,20 @@ const Window* FindWindowByHandle(simwin::HWND window);
 // A window of a program that has no threads; it goes with its process.
 simwin::HWND AddScriptedWindow(Process* process, std::string_view className, std::string_view title);
 
+// The shell of a session runs from now on: its windows Progman and, unless there is no task bar, Shell_TrayWnd with
+// TrayNotifyWnd are there, in the session of its process, until it ends. Called once for each start of a shell.
+void ShellStarted(Process* shell);
+
+// A described program shows its window; `show` is the show state that it was started with: 0 stays hidden, 4 and 7 do
+// not take the foreground.
+simwin::HWND ShowProgramWindow(Process* program, std::string_view title, unsigned show);
+
+// How a session answers who wants the foreground: free (nobody has touched the machine for a while) or held (somebody
+// is typing). And where its cursor is. Free and the middle of the screen unless set.
+enum class Foreground : std::uint8_t { Free, Held };
+void SetForegroundRule(unsigned session, Foreground rule);
+void SetCursor(unsigned session, simwin::POINT place);
+
 // Posts a message to the window's thread. False if there is no such window.
 bool PostToWindow(simwin::HWND window, simwin::UINT message, simwin::WPARAM wParam, simwin::LPARAM lParam);
 

@@ -30,10 +30,16 @@ struct MessageQueue {
     std::vector<std::shared_ptr<SentMessage>> awaited;         // from this thread, which waits for the last
 };
 
+struct SessionInput {
+    Foreground rule = Foreground::Free;
+    simwin::POINT cursor{};
+};
+
 struct DesktopState {
     std::map<std::pair<const Process*, std::string>, simwin::WNDCLASSA> classes; // names in small letters
     std::map<std::uint64_t, std::unique_ptr<Window>> windows;                    // by handle, so oldest first
     std::map<simwin::DWORD, MessageQueue> queues;                                // by thread
+    std::map<unsigned, SessionInput> inputs;                                     // by session
     std::vector<BoxAnswer> answers;
     std::vector<MessageBoxRecord> boxes;
     std::uint64_t nextWindow = 0x10010;

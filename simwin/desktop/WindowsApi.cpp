@@ -1,4 +1,5 @@
 #include "simwin/desktop/DesktopState.h"
+#include "simwin/drawing/api.h"
 
 #include "simwin/files/Files.h"
 #include "simwin/files/Resources.h"

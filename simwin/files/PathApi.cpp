@@ -164,6 +164,23 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
     return needed;
 }
 
+int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int bytes, LPWSTR wide, int characters) {
+    SIM_CALL("MultiByteToWideChar", "");
+    CheckCodePage("MultiByteToWideChar", codePage);
+    if (flags)
+        NotModelled("MultiByteToWideChar", "flags");
+    if (!text || bytes == 0 || bytes < -1 || characters < 0)
+        return FailWith(ERROR_INVALID_PARAMETER);
+    const int needed = bytes < 0 ? static_cast<int>(std::strlen(text)) + 1 : bytes;
+    if (characters == 0)
+        return needed;
+    if (needed > characters)
+        return FailWith(ERROR_INSUFFICIENT_BUFFER);
+    for (int i = 0; i < needed; ++i)
+        wide[i] = static_cast<WCHAR>(Utf16FromAnsiByte(static_cast<unsigned char>(text[i])));
+    return needed;
+}
+
 UINT GetACP() {
     SIM_CALL("GetACP", "");
     return Western;

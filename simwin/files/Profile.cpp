@@ -139,6 +139,31 @@ struct ProfileObject { // file, section and key for the gate; without a destruct
     }
 };
 
+// As the system turns a text into a number: what does not fit wraps, what is none is 0.
+simwin::UINT NumberOf(std::string_view text) {
+    while (!text.empty() && static_cast<unsigned char>(text.front()) <= ' ')
+        text.remove_prefix(1);
+    const bool isNegative = text.starts_with('-');
+    if (isNegative || text.starts_with('+'))
+        text.remove_prefix(1);
+    simwin::UINT base = 10;
+    if (text.starts_with("0x") || text.starts_with("0o") || text.starts_with("0b")) {
+        base = text[1] == 'x' ? 16 : text[1] == 'o' ? 8 : 2;
+        text.remove_prefix(2);
+    }
+    simwin::UINT number = 0;
+    for (const char c : text) {
+        const char small = LowerChar(c);
+        const simwin::UINT digit = small >= '0' && small <= '9'   ? static_cast<simwin::UINT>(small - '0')
+                                   : small >= 'a' && small <= 'f' ? static_cast<simwin::UINT>(small - 'a' + 10)
+                                                                  : base;
+        if (digit >= base)
+            break;
+        number = number * base + digit;
+    }
+    return isNegative ? 0 - number : number;
+}
+
 } // namespace
 
 std::optional<std::string> ProfileValue(std::string_view text, std::string_view section, std::string_view key) {
@@ -187,6 +212,13 @@ DWORD GetPrivateProfileStringA(LPCSTR section, LPCSTR key, LPCSTR defaultText, L
     memcpy(buffer, value.data(), length);
     buffer[length] = 0;
     return static_cast<DWORD>(length);
+}
+
+UINT GetPrivateProfileIntA(LPCSTR section, LPCSTR key, INT defaultNumber, LPCSTR file) {
+    const ProfileObject object(file, section, key);
+    SIM_CALL("GetPrivateProfileIntA", object.text, ERROR_FILE_NOT_FOUND);
+    const auto found = simCall.error ? std::nullopt : Lookup(section, key, file);
+    return found && !found->empty() ? NumberOf(*found) : static_cast<UINT>(defaultNumber);
 }
 
 } // namespace simwin

@@ -80,6 +80,9 @@ DWORD GetCurrentDirectoryA(DWORD size, LPSTR buffer);
 // null section or key lists the names, each with its zero. Gives the characters copied: size - 1 for a value that was
 // cut, size - 2 for a list that was. The last error is 2 if there is no such file, section or key.
 DWORD GetPrivateProfileStringA(LPCSTR section, LPCSTR key, LPCSTR defaultText, LPSTR buffer, DWORD size, LPCSTR file);
+// The number that such a value begins with: blanks, a sign, digits, or 0x, 0o and 0b with theirs; 0 for a text that is
+// none. The default for an absent or empty value.
+UINT GetPrivateProfileIntA(LPCSTR section, LPCSTR key, INT defaultNumber, LPCSTR file);
 
 // --- Texts. All ANSI, code page 1252. lstrlenA gives 0 for null, null sorts in front of all texts.
 int lstrlenA(LPCSTR text);
@@ -107,6 +110,8 @@ inline constexpr UINT CP_THREAD_ACP = 3;
 // its zero. bytes 0: the needed size. What the code page lacks becomes '?' or the given character. Only 1252.
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters, LPSTR text, int bytes,
                         LPCSTR defaultCharacter, LPBOOL usedDefault);
+// The same in the other direction, without flags. Characters written; 0 with 87, 122.
+int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int bytes, LPWSTR wide, int characters);
 UINT GetACP();
 
 inline constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x0100;

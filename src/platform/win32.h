@@ -14,7 +14,9 @@
 #endif
 #include <windows.h>
 
+#include <aclapi.h>
 #include <cfgmgr32.h>
+#include <commctrl.h>
 #include <dbt.h>
 #include <lm.h>
 #include <objbase.h>
@@ -24,6 +26,7 @@
 #include <shlobj.h>
 #include <shlwapi.h>
 #include <tlhelp32.h>
+#include <uxtheme.h>
 #include <winioctl.h>
 #include <winsvc.h>
 #include <wtsapi32.h>
