@@ -2,6 +2,7 @@
 find_package(Boost REQUIRED COMPONENTS context)
 find_package(fmt REQUIRED)
 find_package(GTest REQUIRED)
+find_library(QM_HIVEX hivex REQUIRED) # reads the files in which Windows keeps its registry
 
 set(QM_BASE_FLAGS -fshort-wchar -fPIC -g)
 if(QM_SANITIZE)
@@ -14,7 +15,7 @@ file(GLOB_RECURSE QM_SIMWIN_SOURCES CONFIGURE_DEPENDS simwin/*.cpp)
 add_library(simwin OBJECT ${QM_SIMWIN_SOURCES})
 target_include_directories(simwin PUBLIC ${CMAKE_SOURCE_DIR})
 target_compile_options(simwin PUBLIC ${QM_BASE_FLAGS})
-target_link_libraries(simwin PUBLIC Boost::context fmt::fmt ${CMAKE_DL_LIBS} PRIVATE qm_warnings)
+target_link_libraries(simwin PUBLIC Boost::context fmt::fmt ${QM_HIVEX} ${CMAKE_DL_LIBS} PRIVATE qm_warnings)
 
 # --- The product: one shared object, loaded afresh for each simulated process. What it needs of Windows is found in the
 # host program; its operator new and delete stay its own.

@@ -12,7 +12,7 @@ namespace {
 constexpr Key Keys[] = {
     {"", "title", Plain, nullptr, "\"\"", "", "the promise, or what the machine is"},
     {"", "include", HostFile | HostFiles, nullptr, "[]", "", "descriptions that this one builds on, read first"},
-    {"", "registry", HostFile | HostFiles, nullptr, "[]", "", "exports of the registry editor, UTF-16 or ANSI"},
+    {"", "registry", HostFile | HostFiles, nullptr, "[]", "", "exports of the registry editor, UTF-16 or ANSI, or hives"},
     {"", "connected", HostFile, nullptr, "all", "", "any text that holds the ids of the devices that are there"},
     {"", "until", Duration, nullptr, "\"1h\" behind the last event", "", "the latest end"},
     {"", "windows", Table, nullptr, "", "", "the Windows of the machine"},
@@ -207,7 +207,8 @@ constexpr Key Keys[] = {
     {"expect", "contains", Text, nullptr, "", "file|message", "a part of it"},
     {"expect", "same_as", HostFile, nullptr, "", "file", "it holds what this file beside the description holds"},
     {"expect", "log", Text, nullptr, "", "", "records of the product's log whose line contains this"},
-    {"expect", "count", Number, nullptr, "one at least", "log|log_match|restart|message", "exactly so many"},
+    {"expect", "note", Plain, nullptr, "", "", "a line of the report about the machine itself that holds this"},
+    {"expect", "count", Number, nullptr, "one at least", "log|log_match|restart|message|note", "exactly so many"},
     {"expect", "before", Text, nullptr, "", "log", "the first match stands in front of the first match of this"},
     {"expect", "log_order", Texts, nullptr, "", "", "records of the log with these texts, one behind the other"},
     {"expect", "log_match", Text, nullptr, "", "", "a record whose whole line fits this wildcard"},

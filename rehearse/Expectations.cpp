@@ -8,6 +8,7 @@
 
 #include "simwin/devices/Devices.h"
 #include "simwin/files/Files.h"
+#include "simwin/kernel/Notes.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Text.h"
@@ -193,9 +194,19 @@ void JudgeService(const Record& expect, const machine::Process* product, Wrongs&
     }
 }
 
+void JudgeNote(const Record& expect, Wrongs& wrongs) {
+    const std::string wanted = expect.TextOf("note");
+    std::size_t fits = 0;
+    for (const machine::MachineNote& note : machine::AllNotes())
+        fits += note.text.find(wanted) != std::string::npos;
+    if (expect.Has("count") ? fits != static_cast<std::size_t>(expect.NumberOf("count")) : fits == 0)
+        wrongs.push_back(fmt::format("{} of {} notes hold it", fits, machine::AllNotes().size()));
+}
+
 // What the expectation is about, for its line.
 std::string SubjectOf(const Record& expect) {
-    for (const char* key : {"device", "dos_name", "key", "file", "restart", "message", "editor", "log", "log_match"})
+    for (const char* key :
+         {"device", "dos_name", "key", "file", "restart", "message", "editor", "log", "log_match", "note"})
         if (expect.Has(key))
             return fmt::format("{} '{}'", key, Shortened(expect.TextOf(key)));
     if (const Record* table = expect.TableOf("value"))
@@ -224,6 +235,8 @@ Wrongs WrongsOf(const Record& expect, const Stage& stage) {
         JudgeLog(expect, wrongs);
     else if (expect.Has("restart"))
         JudgeRestart(expect, wrongs);
+    else if (expect.Has("note"))
+        JudgeNote(expect, wrongs);
     else if (expect.Has("message") || expect.Has("editor"))
         JudgeSurroundings(expect, wrongs);
     else

@@ -3,6 +3,7 @@
 #include "rehearse/DescriptionReader.h"
 #include "rehearse/DeviceRecords.h"
 #include "rehearse/Durations.h"
+#include "rehearse/Exports.h"
 #include "rehearse/Surroundings.h"
 
 #include "simwin/files/Files.h"
@@ -10,7 +11,6 @@
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Text.h"
 #include "simwin/registry/Registry.h"
-#include "simwin/registry/RegistryExport.h"
 #include "simwin/services/Services.h"
 
 #include <fmt/format.h>
@@ -88,19 +88,6 @@ unsigned NumberIn(const Record& record, std::string_view key, std::int64_t other
     if (number < least || number > most)
         throw InputError(record.At(key), fmt::format("'{}' must be {} to {}", key, least, most));
     return static_cast<unsigned>(number);
-}
-
-void ImportExports(const Record& description) {
-    const Value* registry = description.Find("registry");
-    if (!registry)
-        return;
-    const std::vector<std::string> files = description.TextsOf("registry");
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        const Position& at = registry->itemsAt.empty() ? registry->at : registry->itemsAt[i];
-        const std::string bytes = ReadHostFile(files[i], at);
-        if (const auto error = machine::ImportExport(bytes, machine::TheRegistry()))
-            throw InputError({files[i], error->line, error->column}, error->text);
-    }
 }
 
 void SetDescribedValues(const Record& description) {

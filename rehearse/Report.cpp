@@ -7,6 +7,7 @@
 #include "simwin/desktop/Desktop.h"
 #include "simwin/devices/Devices.h"
 #include "simwin/kernel/Call.h"
+#include "simwin/kernel/Notes.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Text.h"
 #include "simwin/services/Services.h"
@@ -119,6 +120,13 @@ Json TimelineJson(const Timeline& timeline) {
     return list;
 }
 
+Json NotesJson() {
+    Json list = Json::array();
+    for (const machine::MachineNote& note : machine::AllNotes())
+        list.push_back({{"at_ms", note.atMs}, {"text", note.text}});
+    return list;
+}
+
 Json CallsJson() {
     std::vector<const machine::Operation*> operations = machine::AllOperations();
     std::sort(operations.begin(), operations.end(),
@@ -169,6 +177,7 @@ nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timelin
     report["registry_writes"] = WritesJson(timeline);
     report["restarts"] = RestartsJson();
     report["timeline"] = TimelineJson(timeline);
+    report["notes"] = NotesJson();
     report["calls"] = CallsJson();
     report["threads_started"] = machine::Counts().threadsStarted;
     SetLeaks(report, 0, 0);
@@ -184,6 +193,10 @@ std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, boo
     std::string text;
     if (!facts.title.empty())
         text += facts.title + "\n\n";
+    for (const machine::MachineNote& note : machine::AllNotes())
+        text += "note: " + note.text + "\n";
+    if (!machine::AllNotes().empty())
+        text += "\n";
     for (const TimelineEntry& entry : timeline.Entries())
         text += LineOf(entry, withColours);
     text += "\n" + PortsTable(AllPorts());

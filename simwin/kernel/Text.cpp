@@ -1,5 +1,6 @@
 #include "simwin/kernel/Text.h"
 
+#include <algorithm>
 #include <array>
 
 namespace machine {
@@ -169,6 +170,39 @@ std::string Utf8FromAnsi(std::string_view text) {
 
 std::string AnsiFromUtf8(std::string_view text) {
     return AnsiFromUtf16(Utf16FromUtf8(text));
+}
+
+std::string AnsiFromUtf16Bytes(std::string_view bytes) {
+    std::u16string wide;
+    wide.reserve(bytes.size() / 2);
+    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
+        wide.push_back(static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
+                                             static_cast<unsigned char>(bytes[i + 1]) << 8));
+    return AnsiFromUtf16(wide);
+}
+
+bool IsUnmarkedUtf16(std::string_view bytes) {
+    constexpr std::size_t sample = 512;
+    const std::size_t pairs = std::min(bytes.size(), sample) / 2;
+    std::size_t zeros = 0;
+    for (std::size_t i = 0; i < pairs; ++i)
+        zeros += bytes[2 * i] != 0 && bytes[2 * i + 1] == 0;
+    return pairs > 0 && zeros * 10 >= pairs * 9;
+}
+
+std::optional<std::string> AnsiFromFile(std::string_view bytes) {
+    std::string text;
+    if (bytes.starts_with("\xFF\xFE"))
+        text = AnsiFromUtf16Bytes(bytes.substr(2));
+    else if (IsUnmarkedUtf16(bytes))
+        text = AnsiFromUtf16Bytes(bytes);
+    else if (bytes.starts_with("\xEF\xBB\xBF"))
+        text = AnsiFromUtf8(bytes.substr(3));
+    else
+        text = bytes;
+    if (text.find('\0') != std::string::npos)
+        return std::nullopt;
+    return text;
 }
 
 std::vector<std::string> Split(std::string_view text, char at) {

@@ -1,6 +1,7 @@
 // Text tools of the machine: names without regard to case, wildcards, code page 1252, UTF-16. Pure functions.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,6 +33,13 @@ std::u16string Utf16FromAnsi(std::string_view text);
 std::u16string Utf16FromUtf8(std::string_view text);
 std::string Utf8FromAnsi(std::string_view text);
 std::string AnsiFromUtf8(std::string_view text);
+// Little-endian bytes; half a character at the end is dropped.
+std::string AnsiFromUtf16Bytes(std::string_view bytes);
+// The text of a file of the host: UTF-16 with a mark or (told by its zeros) without, UTF-8 with a mark, else taken for
+// code page 1252. Nothing for bytes that are no text.
+std::optional<std::string> AnsiFromFile(std::string_view bytes);
+// Whether bytes without a mark are little-endian UTF-16: as good as every second one is zero.
+bool IsUnmarkedUtf16(std::string_view bytes);
 // The 16-bit character of one byte of code page 1252.
 char16_t Utf16FromAnsiByte(unsigned char byte);
 

@@ -10,21 +10,36 @@ namespace {
 
 constexpr std::string_view Header5 = "Windows Registry Editor Version 5.00";
 constexpr std::string_view Header4 = "REGEDIT4";
+constexpr std::size_t MostLevels = 512, MostNameChars = 255; // of the registry
 constexpr simwin::DWORD TypeText = 1, TypeExpand = 2, TypeBinary = 3, TypeDword = 4, TypeMulti = 7;
 
-struct RootAlias {
+// isKept: false for a root that the machine makes by itself or never asks; what an export holds of it is passed over.
+struct RootName {
     const char* name;
+    bool isKept;
 };
-constexpr RootAlias Roots[] = {{"HKEY_LOCAL_MACHINE"}, {"HKEY_CURRENT_USER"}, {"HKEY_CLASSES_ROOT"}, {"HKEY_USERS"}};
+constexpr RootName Roots[] = {{"HKEY_LOCAL_MACHINE", true},   {"HKEY_CURRENT_USER", true},
+                              {"HKEY_CLASSES_ROOT", true},    {"HKEY_USERS", true},
+                              {"HKEY_CURRENT_CONFIG", false}, {"HKEY_PERFORMANCE_DATA", false},
+                              {"HKEY_DYN_DATA", false},       {"HKEY_CURRENT_USER_LOCAL_SETTINGS", false}};
+
+const RootName* FindRoot(std::string_view name) {
+    for (const RootName& root : Roots)
+        if (EqualNoCase(name, root.name))
+            return &root;
+    return nullptr;
+}
 
 // Reads the text of an export, all of it in code page 1252, so that a column is a character.
 class ExportReader {
 public:
-    explicit ExportReader(std::vector<ExportedKey>& keys) : m_keys(keys) {}
+    ExportReader(std::vector<ExportedKey>& keys, std::vector<ExportNote>& notes) : m_keys(keys), m_notes(notes) {}
 
     std::optional<ExportError> Read(std::string_view bytes) {
         if (!Decode(bytes))
             return m_error;
+        while (Peek() == ';' || (AtLineEnd() && !AtEnd()))
+            (void)EndOfLine(); // comments and empty lines in front of the header
         m_wide = AtText(Header5);
         if (!m_wide && !AtText(Header4))
             return Fail("the first line is not that of a registry export");
@@ -39,12 +54,9 @@ public:
 
 private:
     bool Decode(std::string_view bytes) {
-        if (bytes.starts_with("\xFF\xFE")) {
-            std::u16string wide;
-            for (std::size_t i = 2; i + 1 < bytes.size(); i += 2)
-                wide.push_back(static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
-                                                     static_cast<unsigned char>(bytes[i + 1]) << 8));
-            m_text = AnsiFromUtf16(wide);
+        const bool isMarked = bytes.starts_with("\xFF\xFE");
+        if (isMarked || IsUnmarkedUtf16(bytes)) {
+            m_text = AnsiFromUtf16Bytes(bytes.substr(isMarked ? 2 : 0));
             if (bytes.size() % 2 == 0)
                 return true;
             while (m_at < m_text.size())
@@ -69,10 +81,18 @@ private:
         Fail(text);
         return false;
     }
+    // The value cannot be read; the file can.
+    bool LeaveOut(std::string_view why) {
+        m_unreadable = why;
+        return false;
+    }
 
     char Peek() const { return m_at < m_text.size() ? m_text[m_at] : '\0'; }
     bool AtEnd() const { return m_at >= m_text.size(); }
     bool AtText(std::string_view text) const { return std::string_view(m_text).substr(m_at).starts_with(text); }
+    bool AtWord(std::string_view word) const {
+        return EqualNoCase(std::string_view(m_text).substr(m_at, word.size()), word);
+    }
     bool AtLineEnd() const { return AtEnd() || Peek() == '\r' || Peek() == '\n'; }
     void Step() {
         if (Peek() == '\n') {
@@ -117,13 +137,45 @@ private:
             return ReadKey();
         if (Peek() != '"' && Peek() != '@')
             return Refuse("neither a key nor a value");
-        if (m_keys.empty())
+        if (!m_hasKey)
             return Refuse("a value stands before the first key");
         ExportedValue value;
-        if (!ReadName(value.name) || !ReadData(value))
+        if (!ReadName(value.name))
             return false;
-        m_keys.back().values.push_back(std::move(value));
+        value.line = m_line;
+        value.column = m_column;
+        m_unreadable = {};
+        const bool isRead = ReadData(value) && IsLineOver();
+        if (m_error)
+            return false;
+        if (!isRead) {
+            if (!m_isPassedOver)
+                m_notes.push_back(NoteOfValue(m_keys.back(), value, m_unreadable));
+            SkipValue();
+            return true;
+        }
+        if (!m_isPassedOver)
+            m_keys.back().values.push_back(std::move(value));
         return EndOfLine();
+    }
+
+    bool IsLineOver() {
+        SkipBlanks();
+        return AtLineEnd() || Peek() == ';' || LeaveOut("something stands after the end of the data");
+    }
+
+    // Up to the end of the value, over lines that are continued.
+    void SkipValue() {
+        char last = '\0';
+        for (; !AtEnd(); Step()) {
+            if (Peek() == '\n' && last != '\\')
+                break;
+            if (Peek() == '\n')
+                last = '\0';
+            else if (Peek() != ' ' && Peek() != '\t' && Peek() != '\r')
+                last = Peek();
+        }
+        SkipLineEnd();
     }
 
     // A key's name may hold brackets: the last one of the line is the end.
@@ -144,14 +196,22 @@ private:
             Step();
         }
         key.path = m_text.substr(m_at, close - m_at);
-        const std::string_view root = std::string_view(key.path).substr(0, key.path.find('\\'));
-        bool known = false;
-        for (const RootAlias& alias : Roots)
-            known = known || EqualNoCase(root, alias.name);
-        if (!known)
-            return Refuse("not a root key: " + std::string(root));
+        const std::string_view name = std::string_view(key.path).substr(0, key.path.find('\\'));
+        const RootName* root = FindRoot(name);
+        if (!root)
+            return Refuse("not a root key: " + std::string(name));
+        const unsigned line = m_line, column = m_column;
         SkipText(close - m_at + 1);
-        m_keys.push_back(std::move(key));
+        m_hasKey = true;
+        m_isPassedOver = !root->isKept;
+        if (root->isKept && !IsPossibleKey(key.path)) {
+            m_isPassedOver = true;
+            m_notes.push_back({line, column,
+                               "a key that Windows could not hold (more than 512 levels, or a name of "
+                               "more than 255 characters): it is left out"});
+        }
+        if (!m_isPassedOver)
+            m_keys.push_back(std::move(key));
         return EndOfLine();
     }
 
@@ -202,10 +262,10 @@ private:
             value.data = TextBytes(text);
             return true;
         }
-        if (AtText("dword:"))
+        if (AtWord("dword:"))
             return ReadDword(value);
-        if (!AtText("hex"))
-            return Refuse("not the data of a value");
+        if (!AtWord("hex"))
+            return LeaveOut("not the data of a value");
         SkipText(3);
         value.type = TypeBinary;
         if (Peek() == '(') {
@@ -213,13 +273,15 @@ private:
             if (!ReadNumber(value.type))
                 return false;
             if (Peek() != ')')
-                return Refuse("the type has no closing bracket");
+                return LeaveOut("the type has no closing bracket");
             Step();
         }
         if (Peek() != ':')
-            return Refuse("':' is missing");
+            return LeaveOut("':' is missing");
         Step();
-        return ReadBytes(value.data) && ToAnsi(value);
+        if (!ReadBytes(value.data))
+            return false;
+        return !m_wide || TextDataToAnsi(value.type, value.data) || LeaveOut("a text of half a character");
     }
 
     // 1 to 8 hexadecimal digits.
@@ -228,7 +290,7 @@ private:
         const char* end = m_text.data() + m_text.size();
         const auto result = std::from_chars(start, end, number, 16);
         if (result.ec != std::errc() || result.ptr - start > 8)
-            return Refuse("not a hexadecimal number of at most 8 digits");
+            return LeaveOut("not a hexadecimal number of at most 8 digits");
         const auto length = static_cast<std::size_t>(result.ptr - start);
         SkipText(length);
         if (digits)
@@ -258,16 +320,21 @@ private:
             SkipBlanks();
             if (Peek() == '\\') {
                 Step();
-                if (AtEnd() || !AtLineEnd())
+                SkipBlanks();
+                if (AtEnd())
                     return Refuse("a line is to follow here");
+                if (!AtLineEnd())
+                    return LeaveOut("a line is to follow here");
                 SkipLineEnd();
                 continue;
             }
             simwin::DWORD byte = 0;
             const char* start = m_text.data() + m_at;
             const auto result = std::from_chars(start, m_text.data() + m_text.size(), byte, 16);
+            if (AtEnd())
+                return Refuse("the file ends in the middle of a value");
             if (result.ec != std::errc() || byte > 0xFF || result.ptr - start > 2)
-                return Refuse("not a byte of two hexadecimal digits");
+                return LeaveOut("not a byte of two hexadecimal digits");
             SkipText(static_cast<std::size_t>(result.ptr - start));
             data.push_back(static_cast<std::uint8_t>(byte));
             SkipBlanks();
@@ -279,22 +346,22 @@ private:
         }
     }
 
-    // Texts are UTF-16 in the newer form.
-    bool ToAnsi(ExportedValue& value) {
-        const bool text = value.type == TypeText || value.type == TypeExpand || value.type == TypeMulti;
-        if (!text || !m_wide)
-            return true;
-        if (value.data.size() % 2)
-            return Refuse("a text of half a character");
-        std::u16string wide;
-        for (std::size_t i = 0; i < value.data.size(); i += 2)
-            wide.push_back(static_cast<char16_t>(value.data[i] | value.data[i + 1] << 8));
-        const std::string ansi = AnsiFromUtf16(wide);
-        value.data.assign(ansi.begin(), ansi.end());
+    // What the registry's limits allow; the tree of keys is walked by recursion in places.
+    static bool IsPossibleKey(std::string_view path) {
+        std::size_t levels = 0, length = 0;
+        for (const char c : path) {
+            length = c == '\\' ? 0 : length + 1;
+            levels += c == '\\';
+            if (length > MostNameChars || levels > MostLevels)
+                return false;
+        }
         return true;
     }
 
     std::vector<ExportedKey>& m_keys;
+    std::vector<ExportNote>& m_notes;
+    bool m_hasKey = false, m_isPassedOver = false; // of the key that is being read
+    std::string_view m_unreadable;                 // why the value is left out
     std::string m_text;
     std::size_t m_at = 0;
     unsigned m_line = 1, m_column = 1;
@@ -304,8 +371,24 @@ private:
 
 } // namespace
 
-std::optional<ExportError> ReadExport(std::string_view bytes, std::vector<ExportedKey>& keys) {
-    return ExportReader(keys).Read(bytes);
+std::optional<ExportError> ReadExport(std::string_view bytes, std::vector<ExportedKey>& keys,
+                                      std::vector<ExportNote>& notes) {
+    return ExportReader(keys, notes).Read(bytes);
+}
+
+bool TextDataToAnsi(simwin::DWORD type, std::vector<std::uint8_t>& data) {
+    if (type != TypeText && type != TypeExpand && type != TypeMulti)
+        return true;
+    if (data.size() % 2)
+        return false;
+    const std::string ansi = AnsiFromUtf16Bytes({reinterpret_cast<const char*>(data.data()), data.size()});
+    data.assign(ansi.begin(), ansi.end());
+    return true;
+}
+
+ExportNote NoteOfValue(const ExportedKey& key, const ExportedValue& value, std::string_view why) {
+    const std::string name = value.name.empty() ? "the default value" : "value '" + value.name + "'";
+    return {value.line, value.column, name + " of '" + key.path + "': " + std::string(why) + "; it is left out"};
 }
 
 void ApplyExport(const std::vector<ExportedKey>& keys, Registry& registry) {
@@ -322,14 +405,6 @@ void ApplyExport(const std::vector<ExportedKey>& keys, Registry& registry) {
                 registry.PutValue(key, value.name, value.type, value.data);
         }
     }
-}
-
-std::optional<ExportError> ImportExport(std::string_view bytes, Registry& registry) {
-    std::vector<ExportedKey> keys;
-    if (const auto error = ReadExport(bytes, keys))
-        return error;
-    ApplyExport(keys, registry);
-    return std::nullopt;
 }
 
 } // namespace machine

@@ -1,6 +1,7 @@
 // Reads what the registry editor exports: "Windows Registry Editor Version 5.00" (UTF-16 with byte order mark, or
 // UTF-8) and "REGEDIT4" (ANSI), with wrapped hex lines, all types of value, and deletions of keys and values. The whole
-// file is read before anything is applied, so a broken one changes nothing.
+// file is read before anything is applied, so a broken one changes nothing. A single value that cannot be read is left
+// out and noted; only a broken structure is an error. Hives are read into the same records (Hive.h).
 #pragma once
 
 #include "simwin/registry/Registry.h"
@@ -17,8 +18,15 @@ struct ExportError {
     std::string text;
 };
 
+// What was left out of a file, and why. line 0: the file has no lines.
+struct ExportNote {
+    unsigned line = 0, column = 0;
+    std::string text; // in the machine's code page
+};
+
 struct ExportedValue {
     std::string name;
+    unsigned line = 0, column = 0; // where its data stands
     bool deleted = false;
     simwin::DWORD type = 0;
     std::vector<std::uint8_t> data; // texts in ANSI
@@ -30,11 +38,15 @@ struct ExportedKey {
     std::vector<ExportedValue> values;
 };
 
-// The keys in the order of the file. With an error `keys` is not to be used.
-std::optional<ExportError> ReadExport(std::string_view bytes, std::vector<ExportedKey>& keys);
+// The keys in the order of the file; notes are appended. With an error `keys` is not to be used.
+std::optional<ExportError> ReadExport(std::string_view bytes, std::vector<ExportedKey>& keys,
+                                      std::vector<ExportNote>& notes);
 void ApplyExport(const std::vector<ExportedKey>& keys, Registry& registry);
 
-// Both at once.
-std::optional<ExportError> ImportExport(std::string_view bytes, Registry& registry);
+// A text as files of the newer form and hives hold it, UTF-16, into the machine's code page. Other types stay as they
+// are. False, and nothing changes, for half a character.
+bool TextDataToAnsi(simwin::DWORD type, std::vector<std::uint8_t>& data);
+// The note of a value that is left out.
+ExportNote NoteOfValue(const ExportedKey& key, const ExportedValue& value, std::string_view why);
 
 } // namespace machine

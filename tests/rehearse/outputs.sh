@@ -28,7 +28,7 @@ check "the seed stands in the report" grep -q '^  "seed": 7,$' "$scratch/report1
 # Keys of the report in their order.
 keys=$(grep -o '^  "[a-z_]*"' "$scratch/report1.json" | tr -d ' "' | tr '\n' ' ')
 check "keys of the report" same "$keys" "title seed ended_at_ms exit_code service_states ports dos_names com_database \
-serialcomm processes balloons message_boxes registry_writes restarts timeline calls threads_started leaked_handles leaked_bytes "
+serialcomm processes balloons message_boxes registry_writes restarts timeline notes calls threads_started leaked_handles leaked_bytes "
 
 # The log is there although the configuration says no, at the level asked for; `-` is standard output alone.
 check "the log begins with its banner" grep -q 'Quillmarch WinMain' "$scratch/log1.txt"
