@@ -20,6 +20,7 @@ constexpr size_t MaxRecord = 1023; // with CR LF: the longest text that the plat
 constexpr DWORD IdleBeforeCloseMs = 50;
 constexpr DWORD ExitWaitMs = 1000;
 constexpr int OpenAttempts = 20;
+constexpr DWORD HeldMs = 5000; // after a record that was lost to a holder, each one costs its writer one attempt only
 constexpr int CreateAttempts = 100;
 constexpr DWORD RetryMs = 10;
 constexpr DWORD CreateFailedLine = 216;
@@ -35,6 +36,8 @@ DWORD s_lockReady;
 
 HANDLE s_file QM_GUARDED_BY(s_logLock); // INVALID_HANDLE_VALUE while the file is closed
 DWORD s_previousTick QM_GUARDED_BY(s_logLock);
+bool s_isHeld QM_GUARDED_BY(s_logLock);         // all attempts for a record met somebody who does not share the file
+DWORD s_heldSinceTick QM_GUARDED_BY(s_logLock); // when the last of those attempts failed
 char s_message[MessageSize] QM_GUARDED_BY(s_logLock);
 char s_line[MessageSize] QM_GUARDED_BY(s_logLock);
 
@@ -224,26 +227,47 @@ int CreateLogFile() {
     return 1;
 }
 
+// How often the open is tried for one record. Everybody may open the log, and one who never shares it would otherwise
+// make each record of the service wait for all attempts.
+int AttemptsForRecord() QM_REQUIRES(s_logLock) {
+    if (s_isHeld && GetTickCount() - s_heldSinceTick < HeldMs) {
+        return 1;
+    }
+    return OpenAttempts;
+}
+
+// One attempt. Returns: ERROR_SUCCESS or why not.
+DWORD TryOpenForAppend(const char* name) QM_REQUIRES(s_logLock) {
+    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE;
+    s_file = CreateFileA(name, GENERIC_WRITE, share, s_pSecurity, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (s_file == INVALID_HANDLE_VALUE && GetLastError() != ERROR_SHARING_VIOLATION) {
+        s_file = CreateFileA(name, GENERIC_WRITE, share, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    }
+    return s_file == INVALID_HANDLE_VALUE ? GetLastError() : DWORD{ERROR_SUCCESS};
+}
+
 // Opens the file for appending unless it is open. Returns: ERROR_SUCCESS, or the error of the last attempt.
 DWORD OpenForAppend(const char* name) QM_REQUIRES(s_logLock) {
+    if (s_file != INVALID_HANDLE_VALUE) {
+        return ERROR_SUCCESS;
+    }
+    const int attempts = AttemptsForRecord();
     DWORD error = ERROR_SUCCESS;
-    for (int attempt = 0; attempt < OpenAttempts && s_file == INVALID_HANDLE_VALUE; ++attempt) {
+    for (int attempt = 0; attempt < attempts; ++attempt) {
         if (attempt > 0) {
             Sleep(RetryMs);
         }
-        const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE;
-        s_file = CreateFileA(name, GENERIC_WRITE, share, s_pSecurity, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (s_file == INVALID_HANDLE_VALUE && GetLastError() != ERROR_SHARING_VIOLATION) {
-            s_file = CreateFileA(name, GENERIC_WRITE, share, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-        }
-        if (s_file == INVALID_HANDLE_VALUE) {
-            error = GetLastError();
-            if (error != ERROR_SHARING_VIOLATION) {
-                return error;
-            }
+        error = TryOpenForAppend(name);
+        if (error != ERROR_SHARING_VIOLATION) {
+            s_isHeld = false;
+            return error;
         }
     }
-    return s_file == INVALID_HANDLE_VALUE ? error : ERROR_SUCCESS;
+    if (attempts > 1) {
+        s_isHeld = true;
+        s_heldSinceTick = GetTickCount();
+    }
+    return error;
 }
 
 // Returns: ERROR_SUCCESS, or the error of the open: the record is then lost and nothing is reported.
@@ -363,6 +387,7 @@ void LogFile_Init(int rotate) {
         InitializeCriticalSection(&s_logLock);
         LockGuard lock(s_logLock);
         s_file = INVALID_HANDLE_VALUE;
+        s_isHeld = false;
         s_lockReady = 1;
     }
     if (!s_writeEvent) {

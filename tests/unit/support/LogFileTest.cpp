@@ -132,6 +132,33 @@ TEST_F(Log, WaitsAShortTimeForAWriterThatDoesNotShare) {
     EXPECT_TRUE(Has("kept"));
 }
 
+// Everybody may open the log, so one who never shares it must not slow the service down.
+TEST_F(Log, OneWhoKeepsTheFileCostsAttemptsOnlyEveryFiveSeconds) {
+    Start();
+    HANDLE holder = CreateFileA(kDefaultLog, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(holder, INVALID_HANDLE_VALUE);
+    const auto cost = [] {
+        const DWORD start = GetTickCount();
+        WriteLog(1, "lost");
+        return GetTickCount() - start;
+    };
+    EXPECT_GE(cost(), 190u);
+    for (int i = 0; i < 1000; ++i)
+        ASSERT_EQ(cost(), 0u);
+    Sleep(4900);
+    EXPECT_EQ(cost(), 0u);
+    Sleep(200);
+    EXPECT_GE(cost(), 190u);
+    EXPECT_EQ(cost(), 0u);
+    CloseHandle(holder);
+    WriteLog(1, "kept");
+    EXPECT_TRUE(Has("kept"));
+    Sleep(100);
+    holder = CreateFileA(kDefaultLog, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_GE(cost(), 190u) << "the next holder may be one of a moment";
+    CloseHandle(holder);
+}
+
 TEST_F(Log, AStartThatRotatesKeepsOneBackup) {
     machine::TheFiles().Write(kDefaultLog, "former\r\n");
     machine::TheFiles().Write(kDefaultBackup, "oldest\r\n");
