@@ -1,9 +1,21 @@
-# Quillmarch.exe for x64: one static file that imports nothing but the system's own libraries. Beside it the programs
-# that test it, and what it relies on, under Wine.
+# Quillmarch.exe for x64 or x86, as the toolchain says: one static file that imports nothing but the system's own
+# libraries. Beside it the programs that test it, and what it relies on, under Wine.
 option(QM_WINDOWS_TESTS "Build the tests that run under Wine" ON)
 
 set(QM_WARNINGS -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Werror)
-set(QM_SYSTEM_LIBRARIES setupapi cfgmgr32 wtsapi32 netapi32 shlwapi version ole32)
+# cfgmgr32 before setupapi: both have the operations of the configuration manager, and the first one gives them.
+# wtsapi32 and netapi32 are absent: a library that is imported by name could be taken from the program's own folder, so
+# they are loaded by their full path when they are needed.
+set(QM_SYSTEM_LIBRARIES cfgmgr32 setupapi shlwapi version ole32)
+
+# The oldest Windows that loads the edition, and what only one of them has.
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+    set(QM_OLDEST_MINOR 2)
+    set(QM_EDITION_OPTIONS -Wl,--high-entropy-va)
+else()
+    set(QM_OLDEST_MINOR 1)
+    set(QM_EDITION_OPTIONS "")
+endif()
 
 add_library(product OBJECT ${QM_PRODUCT_SOURCES})
 target_include_directories(product PRIVATE src ${CMAKE_BINARY_DIR}/generated)
@@ -20,8 +32,9 @@ file(GLOB QM_RESOURCE_FILES CONFIGURE_DEPENDS src/resources/*)
 set_source_files_properties(src/resources/Quillmarch.rc PROPERTIES OBJECT_DEPENDS "${QM_RESOURCE_FILES}")
 target_link_libraries(Quillmarch PRIVATE ${QM_SYSTEM_LIBRARIES})
 target_link_options(Quillmarch PRIVATE -static -s -mwindows
-    -Wl,--gc-sections,--dynamicbase,--nxcompat,--high-entropy-va,--no-insert-timestamp
-    -Wl,--major-os-version=5,--minor-os-version=2,--major-subsystem-version=5,--minor-subsystem-version=2)
+    ${QM_EDITION_OPTIONS} -Wl,--gc-sections,--dynamicbase,--nxcompat,--no-insert-timestamp
+    -Wl,--major-os-version=5,--minor-os-version=${QM_OLDEST_MINOR}
+    -Wl,--major-subsystem-version=5,--minor-subsystem-version=${QM_OLDEST_MINOR})
 
 if(NOT QM_WINDOWS_TESTS)
     return()

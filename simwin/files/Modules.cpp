@@ -26,12 +26,12 @@ struct Library {
     const char* name;
     bool alwaysLoaded;
 };
-constexpr Library Libraries[] = {{"kernel32.dll", true}, {"ntdll.dll", true},    {"user32.dll", true},
-                                 {"advapi32.dll", true}, {"gdi32.dll", true},    {"shell32.dll", true},
-                                 {"shlwapi.dll", true},  {"setupapi.dll", true}, {"cfgmgr32.dll", true},
-                                 {"wtsapi32.dll", true}, {"netapi32.dll", true}, {"ole32.dll", true},
-                                 {"winmm.dll", true},    {"version.dll", false}, {"uxtheme.dll", false},
-                                 {"shcore.dll", false},  {"comctl32.dll", false}};
+constexpr Library Libraries[] = {{"kernel32.dll", true},  {"ntdll.dll", true},     {"user32.dll", true},
+                                 {"advapi32.dll", true},  {"gdi32.dll", true},     {"shell32.dll", true},
+                                 {"shlwapi.dll", true},   {"setupapi.dll", true},  {"cfgmgr32.dll", true},
+                                 {"wtsapi32.dll", false}, {"netapi32.dll", false}, {"ole32.dll", true},
+                                 {"winmm.dll", true},     {"version.dll", false},  {"uxtheme.dll", false},
+                                 {"shcore.dll", false},   {"comctl32.dll", false}};
 constexpr std::size_t LibraryCount = std::size(Libraries);
 
 // How often each process has loaded what is not always there.

@@ -1,5 +1,6 @@
 #include "simwin/sessions/Sessions.h"
 
+#include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Text.h"
 #include "simwin/kernel/api.h"
@@ -205,5 +206,11 @@ void WTSFreeMemory(PVOID memory) {
     if (memory && !machine::CurrentProcess()->heap.Free(memory))
         machine::BrokenRule("WTSFreeMemory", "a block that is none");
 }
+
+// The program loads the library of these by its path.
+static const machine::OptionalOperation Optional[] = {
+    {"wtsapi32.dll", "WTSQuerySessionInformationA", machine::AsProc(WTSQuerySessionInformationA), 0x0500},
+    {"wtsapi32.dll", "WTSFreeMemory", machine::AsProc(WTSFreeMemory), 0x0500},
+};
 
 } // namespace simwin

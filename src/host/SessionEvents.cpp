@@ -3,6 +3,7 @@
 #include "support/DiagnosticNames.h"
 #include "support/LogFile.h"
 #include "support/ScopeGuard.h"
+#include "support/SystemTools.h"
 #include "support/ThreadTools.h"
 
 // Lets the dispatcher's thread finish its own lines in the log first.
@@ -14,14 +15,17 @@ static constexpr DWORD SettleDelayMs = 1000;
 
 // Asks for the connect state of the session until it can be had. Returns: 0 after the last failure.
 static DWORD QuerySessionState(DWORD sessionId, LONG* state) {
+    const SystemLibrary sessions("wtsapi32.dll");
+    const auto query = sessions.Find<decltype(&WTSQuerySessionInformationA)>("WTSQuerySessionInformationA");
+    const auto release = sessions.Find<decltype(&WTSFreeMemory)>("WTSFreeMemory");
     for (int tries = 1; tries <= QueryTries; ++tries) {
         WriteLog(3, "WTSQuerySessionInformation(%u, %s)...", sessionId, "WTSConnectState");
         LPSTR buffer = nullptr;
         DWORD bytes = 0;
-        if (WTSQuerySessionInformationA(WTS_CURRENT_SERVER_HANDLE, sessionId, WTSConnectState, &buffer, &bytes)) {
+        if (query && release && query(WTS_CURRENT_SERVER_HANDLE, sessionId, WTSConnectState, &buffer, &bytes)) {
             *state = static_cast<BYTE>(buffer[0]);
             WriteLog(3, " state=%s", SessionStateName(*state));
-            WTSFreeMemory(buffer);
+            release(buffer);
             if (tries > 1) {
                 Sleep(SettleDelayMs);
             }

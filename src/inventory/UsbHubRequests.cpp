@@ -1,5 +1,7 @@
 #include "inventory/UsbHubRequests.h"
 
+#include <cstddef>
+
 namespace {
 
 constexpr DWORD kNodeInformationRequest = 0x220408;     // IOCTL_USB_GET_NODE_INFORMATION

@@ -25,3 +25,29 @@ Operation FindOperation(HMODULE library, const char* name) {
     }
     return reinterpret_cast<Operation>(reinterpret_cast<void*>(GetProcAddress(library, name)));
 }
+
+// A library of the system for as long as it is used. It is the way to every library that the program does not import,
+// such as wtsapi32.dll and netapi32.dll: a file of the same name beside the program or on the path is never loaded.
+//     const SystemLibrary sessions("wtsapi32.dll");
+//     const auto query = sessions.Find<decltype(&WTSQuerySessionInformationA)>("WTSQuerySessionInformationA");
+//     if (query && query(...)) ...
+class SystemLibrary {
+public:
+    explicit SystemLibrary(const char* name) : m_module(LoadSystemLibrary(name)) {}
+    ~SystemLibrary() {
+        if (m_module) {
+            FreeLibrary(m_module);
+        }
+    }
+    SystemLibrary(const SystemLibrary&) = delete;
+    SystemLibrary& operator=(const SystemLibrary&) = delete;
+
+    // Null, with the last error, if the library or the operation is not there. Not to be called after the destructor.
+    template<typename Operation>
+    Operation Find(const char* name) const {
+        return FindOperation<Operation>(m_module, name);
+    }
+
+private:
+    HMODULE m_module;
+};

@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
-# The whole of `./quill windows`: builds the executable twice, checks what is written in it, and runs the tests under
-# Wine, in a prefix and on a screen of their own. Arguments go to ctest.
+# The whole of `./quill windows`: builds both editions twice, checks what is written in them, and runs the tests of x64
+# under Wine, in a prefix and on a screen of their own. Arguments go to ctest.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/../.."
 build=build/windows
-again=build/windows-again
 wine=build/wine
 export WINEDEBUG=-all WINEARCH=win64
 unset WINEDLLOVERRIDES WINELOADER WINESERVER DISPLAY WAYLAND_DISPLAY
@@ -79,20 +78,30 @@ if [ ! -e "$wine/pristine/system.reg" ]; then
     prefix_maker=$!
 fi
 
-# Configured each time: the version line has the date of the commit.
-for folder in "$build" "$again"; do
-    tests=ON
-    [ "$folder" = "$build" ] || tests=OFF
-    cmake --preset windows -B "$folder" -DQM_WINDOWS_TESTS=$tests >"$folder-configure.log" 2>&1 ||
-        { cat "$folder-configure.log" >&2; fail "the configuration has failed"; }
-done
-build_without_warning "$build" "$build.log"
-echo "built $build/Quillmarch.exe without a warning, $(stat -c %s "$build/Quillmarch.exe") bytes"
-bash tests/windows/check-imports.sh "$build/Quillmarch.exe"
-bash tests/windows/check-header.sh "$build/Quillmarch.exe"
-CCACHE_DISABLE=1 build_without_warning "$again" "$again.log" Quillmarch
-cmp "$build/Quillmarch.exe" "$again/Quillmarch.exe" || fail "two builds differ"
-echo "built twice, in two folders: the same bytes"
+# Builds an edition, checks it, builds it again in another folder, and compares. The tests are built with the first.
+build_edition() { # EDITION PRESET FOLDER TESTS
+    local edition=$1 preset=$2 folder=$3 tests=$4 size
+    # Configured each time: the version line has the date of the commit.
+    for part in "$folder:$tests" "$folder-again:OFF"; do
+        cmake --preset "$preset" -B "${part%:*}" -DQM_WINDOWS_TESTS="${part#*:}" >"${part%:*}-configure.log" 2>&1 ||
+            { cat "${part%:*}-configure.log" >&2; fail "the configuration has failed"; }
+    done
+    if [ "$tests" = ON ]; then
+        build_without_warning "$folder" "$folder.log"
+    else
+        build_without_warning "$folder" "$folder.log" Quillmarch
+    fi
+    size=$(stat -c %s "$folder/Quillmarch.exe")
+    [ "$size" -lt 1048576 ] || fail "$folder/Quillmarch.exe has $size bytes"
+    echo "built $folder/Quillmarch.exe without a warning, $size bytes"
+    bash tests/windows/check-imports.sh "$edition" "$folder/Quillmarch.exe"
+    bash tests/windows/check-header.sh "$edition" "$folder/Quillmarch.exe"
+    CCACHE_DISABLE=1 build_without_warning "$folder-again" "$folder-again.log" Quillmarch
+    cmp "$folder/Quillmarch.exe" "$folder-again/Quillmarch.exe" || fail "two builds of $edition differ"
+    echo "built $edition twice, in two folders: the same bytes"
+}
+build_edition x64 windows "$build" ON
+build_edition x86 windows-x86 "$build-x86" OFF
 
 if [ -n "$prefix_maker" ]; then
     wait "$prefix_maker" || { cat "$wine/prefix.log" >&2; fail "no Wine prefix could be made"; }
