@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
 #include <sstream>
 
@@ -40,6 +41,7 @@ private:
     void ReadText(Value& value, const std::string& utf8, const Key& key, std::string_view name) const;
     void ReadArray(Value& value, const toml::array& array, const Key& key, std::string_view name) const;
     void CheckNeeded(const Record& record) const;
+    void CheckOnce(const std::vector<Record>& devices) const;
     void AddOwnSubject(Record& record) const;
     void CheckSubjects(const Record& record) const;
     std::string HostPath(const std::string& path) const;
@@ -104,6 +106,8 @@ void FileReader::ReadArray(Value& value, const toml::array& array, const Key& ke
         value.type = Tables;
         for (const toml::node& item : array)
             value.tables.push_back(ReadTable(*item.as_table(), key.name));
+        if (std::string_view(key.name) == "device")
+            CheckOnce(value.tables);
         return;
     }
     const bool isNumbers = key.types & Numbers && (array.is_homogeneous<std::int64_t>() || isEmpty);
@@ -182,6 +186,19 @@ Record FileReader::ReadTable(const toml::table& table, const std::string& sectio
     AddOwnSubject(record);
     CheckSubjects(record);
     return record;
+}
+
+// Two tables of one file for one device are a copy that was meant for another one; a description amends those that it
+// includes.
+void FileReader::CheckOnce(const std::vector<Record>& devices) const {
+    std::map<std::string, Position> known;
+    for (const Record& device : devices) {
+        const auto [first, isNew] = known.emplace(machine::Lower(device.TextOf("id")), device.At("id"));
+        if (!isNew)
+            throw InputError(device.At("id"),
+                             fmt::format("device '{}' is described in line {} already",
+                                         machine::Utf8FromAnsi(device.TextOf("id")), first->second.line));
+    }
 }
 
 void FileReader::CheckNeeded(const Record& record) const {

@@ -34,8 +34,18 @@ unsigned NumberIn(const Record& record, std::string_view key, std::int64_t least
     return static_cast<unsigned>(number);
 }
 
+// A device that is known, but whose place nothing tells, cannot be plugged in.
+std::string PlugableIn(const Record& record, std::string_view key) {
+    const std::string id = DeviceIn(record, key);
+    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
+    if (node && !node->parent && !node->root)
+        throw InputError(record.At(key),
+                         fmt::format("nothing tells where '{}' is plugged in; describe its parent", id));
+    return id;
+}
+
 Action PlugEvent(const Record& event, Stage& stage) {
-    const std::string id = DeviceIn(event, "plug");
+    const std::string id = PlugableIn(event, "plug");
     return [&stage, id] {
         stage.timeline->Outside("plugged in:", id);
         machine::PlugDevice(id);
@@ -52,7 +62,7 @@ Action UnplugEvent(const Record& event, Stage& stage) {
 
 Action ReplugEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("replug");
-    const std::string id = DeviceIn(table, "device");
+    const std::string id = PlugableIn(table, "device");
     const std::uint64_t offMs = table.MsOf("off", machine::DefaultOffMs);
     return [&stage, id, offMs] {
         stage.timeline->Outside(fmt::format("pulled out and back {} ms later:", offMs), id);

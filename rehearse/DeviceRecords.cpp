@@ -80,16 +80,12 @@ constexpr ListField ListFields[] = {
     {"interfaces", &machine::DeviceDescription::interfaces},
 };
 
-// A text of the host in the machine's code page: what a shell writes may be UTF-16.
-std::string ReadHostText(const std::string& file, const Position& at) {
-    const std::string bytes = ReadHostFile(file, at);
-    if (!bytes.starts_with("\xFF\xFE"))
-        return bytes;
-    std::u16string wide;
-    for (std::size_t i = 2; i + 1 < bytes.size(); i += 2)
-        wide.push_back(static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
-                                             static_cast<unsigned char>(bytes[i + 1]) << 8));
-    return machine::AnsiFromUtf16(wide);
+// The list of connected devices, in whatever form Windows printed it.
+std::string ReadConnected(const std::string& file, const Position& at) {
+    const std::optional<std::string> text = machine::AnsiFromFile(ReadHostFile(file, at));
+    if (!text)
+        throw InputError(at, fmt::format("'{}' is no text: neither UTF-16 nor UTF-8 nor ANSI", file));
+    return *text;
 }
 
 void CheckInterfaces(const Record& record) {
@@ -143,16 +139,29 @@ machine::ComDatabaseDescription ComDatabaseOf(const Record* record) {
     return database;
 }
 
-// The place of what the machine complains of: the device whose id it names.
+// A name for what has no driver that would make it would be ignored in silence.
+void CheckNames(const Record& record) {
+    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(record.TextOf("id"));
+    for (const char* key : {"port_name", "dos_device_name"})
+        if (record.Has(key) && node && !node->IsPort())
+            throw InputError(record.At(key), fmt::format("'{}' is no port: it has no '{}'", record.TextOf("id"), key));
+}
+
+// The place of what the machine complains of: the device that it names first.
 Position PlaceOf(const Record& description, const std::string& wrong) {
     const Record* best = nullptr;
+    std::size_t bestAt = std::string::npos;
     for (const Record& record : description.TablesOf("device")) {
-        const std::string id = record.TextOf("id");
-        const bool isNamed = machine::FindNoCase(wrong, id) != std::string::npos;
-        if (isNamed && (!best || id.size() > best->TextOf("id").size()))
+        const std::string id = "'" + record.TextOf("id") + "'";
+        const std::size_t found = machine::FindNoCase(wrong, id);
+        if (found < bestAt) {
             best = &record;
+            bestAt = found;
+        }
     }
-    return best ? best->at : description.at;
+    if (best)
+        return best->at;
+    return description.Has("connected") ? description.At("connected") : description.at;
 }
 
 } // namespace
@@ -228,10 +237,12 @@ void SetUpDevices(const Record& description) {
     }
     devices.comDatabase = ComDatabaseOf(description.TableOf("com_database"));
     if (description.Has("connected"))
-        devices.connected = ReadHostText(description.TextOf("connected"), description.At("connected"));
+        devices.connected = ReadConnected(description.TextOf("connected"), description.At("connected"));
     const std::string wrong = machine::BuildDevices(devices);
     if (!wrong.empty())
         throw InputError(PlaceOf(description, wrong), wrong);
+    for (const Record& record : description.TablesOf("device"))
+        CheckNames(record);
 }
 
 } // namespace rehearse

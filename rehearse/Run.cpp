@@ -2,6 +2,7 @@
 
 #include "rehearse/Description.h"
 #include "rehearse/DescriptionReader.h"
+#include "rehearse/DevicesTable.h"
 #include "rehearse/Durations.h"
 #include "rehearse/Events.h"
 #include "rehearse/Expectations.h"
@@ -138,6 +139,10 @@ int Rehearse(const Options& options) {
     Expectations expectations(stage);
     const MachineLife machine(setup, timeline, leaks);
     FillMachine(description, options);
+    if (options.devices) {
+        fmt::print("{}", DevicesTable());
+        return ExitDone;
+    }
     timeline.Watch();
     leaks.Watch();
     expectations.Check();

@@ -12,7 +12,7 @@ struct Options {
     std::optional<std::string> ini, json, log; // host files; "-" is standard output
     int logLevel = 3;
     std::optional<std::uint64_t> seed, untilMs;
-    bool check = false, quiet = false, explain = false;
+    bool check = false, quiet = false, explain = false, devices = false;
     std::string imageFile, resourceFile; // the product as a shared object, and its compiled resources
 };
 

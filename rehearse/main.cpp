@@ -40,6 +40,8 @@ void Describe(CLI::App& app, Line& line) {
     app.add_flag("--check", line.options.check, "judge the description's expectations");
     app.add_flag("--explain", line.options.explain, "tell in the timeline why, in the words of the product's log");
     app.add_flag("--quiet", line.options.quiet, "no report on standard output");
+    app.add_flag("--devices", line.options.devices,
+                 "print the devices of the machine as it was understood, run nothing");
     app.add_flag("--print-keys", line.printKeys, "print the tables of keys")->group("");
     app.add_option("--image", line.options.imageFile, "the product as a shared object")->group("");
     app.add_option("--resources", line.options.resourceFile, "its compiled resources")->group("");

@@ -1,11 +1,14 @@
 #include "simwin/devices/DeviceTree.h"
 
+#include "simwin/devices/CapturedProperties.h"
 #include "simwin/devices/Drivers.h"
 #include "simwin/devices/catalogue/Catalogue.h"
 #include "simwin/kernel/Machine.h"
 #include "simwin/registry/Registry.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <iterator>
 
 #include <fmt/format.h>
 
@@ -267,7 +270,11 @@ std::string ClassNameOf(const DeviceNode& node) {
     if (!name.empty())
         return name;
     const std::string guid = DeviceText(node, "ClassGUID");
-    return guid.empty() ? std::string() : TheRegistry().GetString(ClassRoot + guid, "Class");
+    if (guid.empty())
+        return {};
+    // An export of Enum alone has no classes, but the machine that it was made of had.
+    const std::string stored = TheRegistry().GetString(ClassRoot + guid, "Class");
+    return stored.empty() ? SetupClassName(guid) : stored;
 }
 
 std::string ServiceOf(const DeviceNode& node) {
@@ -290,19 +297,50 @@ std::string InterfaceTargetOf(const DeviceNode& node) {
     return node.said.kernelNamePath ? *node.said.kernelNamePath : PhysicalNameOf(node);
 }
 
+// "PCI bus 2, device 3, function 0", in whatever language: the three numbers.
+static bool ReadPciLocation(const DeviceNode& node, unsigned (&numbers)[3]) {
+    const std::string location = DeviceText(node, "LocationInformation");
+    std::size_t count = 0;
+    bool isInNumber = false;
+    for (const char c : location) {
+        const bool isDigit = c >= '0' && c <= '9';
+        if (isDigit && !isInNumber) {
+            if (count == std::size(numbers))
+                return false;
+            numbers[count++] = 0;
+        }
+        if (isDigit)
+            numbers[count - 1] = std::min(numbers[count - 1] * 10 + static_cast<unsigned>(c - '0'), 0xFFFFu);
+        isInNumber = isDigit;
+    }
+    return count == std::size(numbers);
+}
+
+// Device and function, two hexadecimal digits each, behind the path of the bridge above. A bus behind a bridge that is
+// not known has no path: which bridge it is cannot be guessed.
+static std::string PciPathOf(const DeviceNode& node) {
+    unsigned numbers[3] = {};
+    if (!ReadPciLocation(node, numbers))
+        return {};
+    const auto [bus, device, function] = numbers;
+    std::string above;
+    if (node.parent && StartsWithNoCase(node.parent->id, "PCI\\"))
+        above = LocationPathOf(*node.parent);
+    else if (bus == 0)
+        above = "PCIROOT(0)";
+    return above.empty() ? std::string() : fmt::format("{}#PCI({:02X}{:02X})", above, device, function);
+}
+
 std::string LocationPathOf(const DeviceNode& node) {
     if (node.said.locationPath)
         return *node.said.locationPath;
-    const std::string above = node.parent ? LocationPathOf(*node.parent) : std::string();
-    if (StartsWithNoCase(node.id, "PCI\\")) {
-        // "PCI bus 2, device 3, function 0": device and function, two hexadecimal digits each
-        unsigned bus = 0, device = 0, function = 0;
-        const std::string location = DeviceText(node, "LocationInformation");
-        if (std::sscanf(location.c_str(), "PCI bus %u, device %u, function %u", &bus, &device, &function) != 3)
-            return {};
-        return fmt::format("{}#PCI({:02X}{:02X})", above.empty() ? "PCIROOT(0)" : above, device, function);
+    if (!StartsWithNoCase(node.id, "USB\\")) {
+        // A USB device may have been moved since; these stay where they are.
+        const std::string captured = CapturedLocationPath(node);
+        return captured.empty() && StartsWithNoCase(node.id, "PCI\\") ? PciPathOf(node) : captured;
     }
-    if (above.empty() || !StartsWithNoCase(node.id, "USB\\"))
+    const std::string above = node.parent ? LocationPathOf(*node.parent) : std::string();
+    if (above.empty())
         return {};
     if (node.kind == DeviceKind::RootHub)
         return above + "#USBROOT(0)";

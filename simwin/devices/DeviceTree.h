@@ -66,7 +66,8 @@ struct DeviceNode {
 
     bool attached = false;   // it sits in its socket: it is there whenever its parent is
     bool pulledOut = false;  // an event took it away, so that a plug of its parent leaves it out
-    bool crowdedOut = false; // of several in the exports on one hub port not the last
+    bool crowdedOut = false; // of several in the exports on one hub port not the one that is there
+    std::string whyAbsent;   // why the exports' device is not there at the start; "" if it is
     DeviceState state = DeviceState::Absent;
     simwin::DWORD problem = 0;
     simwin::DWORD stickyProblem = 0; // what every later start ends with; 0: a start clears the problem
@@ -80,7 +81,7 @@ struct DeviceNode {
     std::optional<std::uint32_t> irq, ioPort; // what its driver is given
     unsigned hubPort = 0;                     // of its parent hub; 0: none
     unsigned ports = 0;                       // of a hub
-    unsigned hubNumber = 0;                   // among the hubs, in the order of enumeration; 0: not a hub
+    unsigned hubNumber = 0;                   // as its devices call it in the exports, else the lowest free; 0: no hub
 
     KernelDevice* driver = nullptr;         // of a port or modem that runs
     bool stoppedByProduct = false;          // its running driver was stopped by a call of the product

@@ -1,6 +1,7 @@
 #include "simwin/devices/Devices.h"
 
 #include "simwin/devices/Drivers.h"
+#include "simwin/devices/ExportPresence.h"
 #include "simwin/devices/ExportTree.h"
 #include "simwin/devices/PlugAndPlay.h"
 #include "simwin/devices/api.h"
@@ -28,7 +29,6 @@ struct DevicesRoom {
     std::vector<DeviceRestart> restarts;
     DeviceObserver observer;
     std::map<std::string, unsigned, NoCaseLess> nextDriverKey; // by class
-    unsigned hubs = 0;
 };
 DevicesRoom* g_devices;
 
@@ -205,21 +205,20 @@ unsigned PortOnHub(const DeviceNode& node, const DeviceNode& hub) {
     unsigned port = 0, number = 0;
     if (node.said.location && ParseHubLocation(*node.said.location, port, number) && port)
         return port;
-    const std::string prefix = DeviceText(hub, "ParentIdPrefix") + "&";
-    const std::string instance(InstanceOf(node.id));
-    if (prefix.size() > 1 && StartsWithNoCase(instance, prefix))
-        if (const unsigned long last = std::strtoul(instance.c_str() + prefix.size(), nullptr, 10); last && last < 256)
-            return static_cast<unsigned>(last);
+    if (const unsigned inId = PortInId(node.id))
+        return inId;
     if (node.said.address && *node.said.address)
         return *node.said.address;
     return FreePort(hub, node);
 }
 
 void CountHub(DeviceNode& node) {
-    if (!node.IsHub() || node.hubNumber)
+    if (!node.IsHub())
         return;
-    node.hubNumber = ++g_devices->hubs;
-    node.ports = node.said.ports.value_or(HubPorts);
+    if (!node.hubNumber)
+        node.hubNumber = FreeHubNumber();
+    if (!node.ports)
+        node.ports = node.said.ports.value_or(HubPorts);
 }
 
 // A hub that is not described has as many ports as it needs.
@@ -269,7 +268,9 @@ std::string LinkDescribed(const DeviceDescription& description) {
     if (description.parent && !parent)
         return fmt::format("device '{}': there is no parent '{}'", description.id, *description.parent);
     if (!parent && !node->parent && !node->root)
-        parent = ParentByEnumerator(node->id);
+        parent = ParentOfDescribed(*node);
+    if (!parent && !node->parent && !node->root)
+        return fmt::format("device '{}': nothing tells where it is plugged in; name its parent", node->id);
     if (parent && !node->root && !TheDeviceTree().SetParent(node, parent))
         return fmt::format("device '{}': it hangs below itself", node->id);
     return {};
@@ -290,6 +291,22 @@ std::string FinishDescribed(DeviceNode& node) {
     MakeInterfaces(node, FactsOf(node).className);
     for (const auto& deviceInterface : node.interfaces)
         deviceInterface->registered |= !IsNeverThere(node);
+    return {};
+}
+
+// Of several that are described for one socket, as sketch and bootloader of a board, one can be plugged in.
+std::string FindSharedSocket(const DevicesDescription& description) {
+    std::map<std::pair<DeviceNode*, unsigned>, DeviceNode*> sockets;
+    for (const DeviceDescription& device : description.devices) {
+        DeviceNode* node = TheDeviceTree().FindById(device.id);
+        const bool isOnHub = node->parent && node->parent->IsHub() && node->hubPort;
+        if (!isOnHub || !node->attached)
+            continue;
+        const auto [socket, isFree] = sockets.try_emplace({node->parent, node->hubPort}, node);
+        if (!isFree)
+            return fmt::format("device '{}': it is plugged in on port {} of its hub, where another described device is",
+                               node->id, node->hubPort);
+    }
     return {};
 }
 
@@ -351,7 +368,8 @@ void GiveResources() {
 std::string Build(const DevicesDescription& description) {
     AddExportedDevices(description.devices);
     LinkExportedDevices();
-    SettleExportedPresence(description.connected);
+    if (std::string wrong = SettleExportedPresence(description.connected); !wrong.empty())
+        return wrong;
     FinishExported();
     for (const DeviceDescription& device : description.devices)
         AddDescribed(device);
@@ -361,6 +379,10 @@ std::string Build(const DevicesDescription& description) {
     for (const DeviceDescription& device : description.devices)
         if (std::string wrong = FinishDescribed(*TheDeviceTree().FindById(device.id)); !wrong.empty())
             return wrong;
+    if (std::string wrong = FindSharedSocket(description); !wrong.empty())
+        return wrong;
+    LeaveOutUnplaced();
+    YieldSocketsToDescribed();
     SetComDatabase(description);
     TheRegistry().CreateKey("HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM");
     for (const DosNameDescription& name : description.dosNames)

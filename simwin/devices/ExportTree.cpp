@@ -1,14 +1,17 @@
 #include "simwin/devices/ExportTree.h"
 
-#include "simwin/devices/api.h"
+#include "simwin/devices/CapturedProperties.h"
 #include "simwin/devices/catalogue/Catalogue.h"
+#include "simwin/kernel/Notes.h"
 #include "simwin/registry/Registry.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <iterator>
+#include <map>
 #include <set>
+
+#include <fmt/format.h>
 
 namespace machine {
 
@@ -18,8 +21,7 @@ constexpr const char* EnumKey = "HKLM\\SYSTEM\\CurrentControlSet\\Enum";
 constexpr const char* DeviceClasses = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\DeviceClasses";
 constexpr const char* RootId = "HTREE\\ROOT\\0";
 constexpr simwin::DWORD RootNumber = 1; // of a root that no export names
-constexpr simwin::DWORD ConfigDisabled = 1;
-constexpr simwin::DWORD ConfigRemoved = 2;
+constexpr unsigned MostHubPorts = 255;
 
 // The first node whose id begins so; null if there is none.
 DeviceNode* FirstWithId(std::string_view start) {
@@ -70,7 +72,7 @@ DeviceNode* ParentOnFtdiBus(std::string_view id) {
     const std::size_t first = middle.find('+');
     const std::size_t second = first == std::string_view::npos ? first : middle.find('+', first + 1);
     if (second == std::string_view::npos || second + 1 >= middle.size())
-        return TheDeviceTree().Root();
+        return nullptr;
     const std::string device = "USB\\" + std::string(middle.substr(0, first)) + "&" +
                                std::string(middle.substr(first + 1, second - first - 1));
     const std::string serial(middle.substr(second + 1));
@@ -84,15 +86,30 @@ DeviceNode* ParentOnFtdiBus(std::string_view id) {
                 return child;
         return whole;
     }
-    DeviceNode* whole = TheDeviceTree().FindById(device + "\\" + serial);
-    return whole ? whole : TheDeviceTree().Root();
+    return TheDeviceTree().FindById(device + "\\" + serial);
+}
+
+// The function of a composite device hangs below the device, if there is one only of its kind.
+DeviceNode* ParentOfFunction(std::string_view id) {
+    const std::size_t function = FindNoCase(id, "&MI_");
+    if (function == std::string_view::npos)
+        return nullptr;
+    const std::string device = std::string(id.substr(0, function)) + "\\";
+    DeviceNode* only = nullptr;
+    for (DeviceNode* node : TheDeviceTree().All()) {
+        if (!StartsWithNoCase(node->id, device))
+            continue;
+        if (only)
+            return nullptr;
+        only = node;
+    }
+    return only;
 }
 
 DeviceNode* ParentOnBluetooth(std::string_view id) {
-    DeviceNode* node = StartsWithNoCase(id, "BTHENUM\\")  ? FirstWithId("BTH\\MS_BTHBRB\\")
-                       : StartsWithNoCase(id, "RFCOMM\\") ? FirstWithId("BTH\\MS_RFCOMM\\")
-                                                          : FirstWithService("BTHUSB");
-    return node ? node : TheDeviceTree().Root();
+    return StartsWithNoCase(id, "BTHENUM\\")  ? FirstWithId("BTH\\MS_BTHBRB\\")
+           : StartsWithNoCase(id, "RFCOMM\\") ? FirstWithId("BTH\\MS_RFCOMM\\")
+                                              : FirstWithService("BTHUSB");
 }
 
 DeviceNode* ParentOfCom0Com(std::string_view) {
@@ -103,23 +120,24 @@ DeviceNode* ParentOfCom0Com(std::string_view) {
         if (const RegistryValue* ids = TheRegistry().GetValue(candidate->enumPath, "HardwareID"))
             if (FindNoCase(ValueText(*ids), "root\\com0com") != std::string::npos)
                 return candidate;
-    return TheDeviceTree().Root();
+    return nullptr;
 }
 
 // MF\PCI#VEN_..&DEV_..\3&11583659&0&B3#Child01 hangs below the card PCI\VEN_..&DEV_..\3&11583659&0&B3.
 DeviceNode* ParentOfCardFunction(std::string_view id) {
     std::string card(id.substr(3, id.rfind("#Child") - 3));
     std::replace(card.begin(), card.end(), '#', '\\');
-    DeviceNode* node = TheDeviceTree().FindById(card);
-    return node ? node : TheDeviceTree().Root();
+    return TheDeviceTree().FindById(card);
 }
 
 struct EnumeratorRule {
     const char* enumerator;
     DeviceNode* (*parent)(std::string_view id);
 };
-constexpr std::array<EnumeratorRule, 10> EnumeratorRules = {{
+// Buses that hang below the root of the tree by their nature: it stands in for a PCI or ACPI root that is not told.
+constexpr std::array<EnumeratorRule, 14> EnumeratorRules = {{
     {"FTDIBUS", ParentOnFtdiBus},
+    {"USB", ParentOfFunction},
     {"BTHENUM", ParentOnBluetooth},
     {"RFCOMM", ParentOnBluetooth},
     {"BTH", ParentOnBluetooth},
@@ -129,7 +147,22 @@ constexpr std::array<EnumeratorRule, 10> EnumeratorRules = {{
     {"ACPI_HAL", ParentOfAcpiRoot},
     {"PCI", ParentOnPci},
     {"ROOT", RootOfTree},
+    {"HTREE", RootOfTree},
+    {"SWD", RootOfTree},
+    {"SW", RootOfTree},
 }};
+
+// Where a device hangs that says nothing but its id: the device that its enumerator belongs to; null if that is not
+// known.
+DeviceNode* ParentByEnumerator(std::string_view id) {
+    const std::string_view enumerator = EnumeratorOf(id);
+    for (const EnumeratorRule& rule : EnumeratorRules)
+        if (EqualNoCase(rule.enumerator, enumerator)) {
+            DeviceNode* parent = rule.parent(id);
+            return parent && EqualNoCase(parent->id, id) ? TheDeviceTree().Root() : parent;
+        }
+    return nullptr;
+}
 
 // Prefixes of all devices, made anew for each linking: devices may have been added.
 std::map<std::string, DeviceNode*, NoCaseLess> Prefixes() {
@@ -141,45 +174,18 @@ std::map<std::string, DeviceNode*, NoCaseLess> Prefixes() {
 }
 
 // The device with the longest prefix that the instance begins with; what is left behind it is the bus address.
-DeviceNode* FindByPrefix(const std::map<std::string, DeviceNode*, NoCaseLess>& prefixes, std::string_view id,
-                         std::string* busAddress) {
+DeviceNode* FindByPrefix(const std::map<std::string, DeviceNode*, NoCaseLess>& prefixes, std::string_view id) {
     std::string_view start = InstanceOf(id);
-    const std::string_view whole = start;
     while (!start.empty()) {
         const auto found = prefixes.find(start);
-        if (found != prefixes.end() && !EqualNoCase(found->second->id, id)) {
-            if (busAddress)
-                *busAddress = start.size() < whole.size() ? whole.substr(start.size() + 1) : "";
+        if (found != prefixes.end() && !EqualNoCase(found->second->id, id))
             return found->second;
-        }
         const std::size_t cut = start.rfind('&');
         if (cut == std::string_view::npos)
             return nullptr;
         start = start.substr(0, cut);
     }
     return nullptr;
-}
-
-unsigned DecimalOf(const std::string& text) {
-    char* end = nullptr;
-    const unsigned long number = std::strtoul(text.c_str(), &end, 10);
-    return end && *end == 0 && !text.empty() ? static_cast<unsigned>(number) : 0;
-}
-
-// Does the id stand in the text, not as a part of a longer one?
-bool StandsIn(const std::string& text, std::string_view id) {
-    for (std::size_t at = FindNoCase(text, id); at != std::string::npos; at = FindNoCase(text, id, at + 1)) {
-        const char before = at > 0 ? text[at - 1] : '\n';
-        const std::size_t end = at + id.size();
-        const char behind = end < text.size() ? text[end] : '\n';
-        const auto isOutside = [](char c) {
-            return c == '\n' || c == '\r' || c == ' ' || c == '\t' || c == '"' || c == '\'' || c == ',' || c == ';' ||
-                   c == ':';
-        };
-        if (isOutside(before) && isOutside(behind))
-            return true;
-    }
-    return false;
 }
 
 std::string IdOfKey(const RegistryKey& key) {
@@ -206,19 +212,83 @@ void AddNode(const RegistryKey& key) {
         TheDeviceTree().MakeRoot(node);
 }
 
-// A device that sits on a hub: by the bus address behind the hub's prefix, or by its location.
-void LinkByLocation(DeviceNode* node, const std::map<unsigned, DeviceNode*>& hubByNumber,
-                    const std::vector<DeviceNode*>& hubs) {
-    unsigned port = 0, number = 0;
-    if (!ParseHubLocation(DeviceText(*node, "LocationInformation"), port, number))
+DeviceNode* HubOfNumber(unsigned number) {
+    for (DeviceNode* node : TheDeviceTree().All())
+        if (node->IsHub() && number && node->hubNumber == number)
+            return node;
+    return nullptr;
+}
+
+void TakeHubPort(DeviceNode* node) {
+    if (!node->parent || !node->parent->IsHub() || node->kind == DeviceKind::RootHub)
         return;
-    DeviceNode* hub = nullptr;
-    if (const auto known = hubByNumber.find(number); known != hubByNumber.end())
-        hub = known->second;
-    else if (number > 0 && number <= hubs.size())
-        hub = hubs[number - 1];
-    if (hub && TheDeviceTree().SetParent(node, hub))
-        node->hubPort = port;
+    unsigned port = 0, number = 0;
+    const bool isTold = ParseHubLocation(DeviceText(*node, "LocationInformation"), port, number);
+    const unsigned inId = PortInId(node->id);
+    node->hubPort = inId ? inId : isTold && port <= MostHubPorts ? port : 0;
+}
+
+// What a device on a hub calls that hub, and how much it knows of it.
+struct HubName {
+    DeviceNode* hub;
+    unsigned number;
+    bool hasControl;
+    std::uint64_t arrival;
+};
+
+// Numbers that only devices with a serial number name: which hub is meant, its place in the order of the hubs tells.
+void NumberByOrder() {
+    std::vector<DeviceNode*> hubs;
+    std::map<unsigned, const DeviceNode*> named;
+    for (DeviceNode* node : TheDeviceTree().All()) {
+        unsigned port = 0, number = 0;
+        if (node->IsHub())
+            hubs.push_back(node);
+        if (!node->parent && ParseHubLocation(DeviceText(*node, "LocationInformation"), port, number) &&
+            !HubOfNumber(number))
+            named.emplace(number, node);
+    }
+    for (const auto& [number, device] : named) {
+        DeviceNode* hub = number > 0 && number <= hubs.size() ? hubs[number - 1] : nullptr;
+        if (!hub || hub->hubNumber)
+            continue;
+        hub->hubNumber = number;
+        AddNote(Utf8FromAnsi(fmt::format("hub number {}, on which '{}' is, is taken for '{}', by the order of the hubs",
+                                         number, device->id, hub->id)));
+    }
+}
+
+// Hubs are called as the devices on them call them, the latest arrival first: Windows gives the numbers anew when hubs
+// start in another order. Hubs that nothing names get what is free, in their order.
+void NumberHubs() {
+    std::vector<HubName> names;
+    for (DeviceNode* node : TheDeviceTree().All()) {
+        unsigned port = 0, number = 0;
+        if (node->parent && node->parent->IsHub() &&
+            ParseHubLocation(DeviceText(*node, "LocationInformation"), port, number) && number)
+            names.push_back({node->parent, number, HasControlKey(*node), LastArrivalOf(*node)});
+    }
+    std::stable_sort(names.begin(), names.end(), [](const HubName& a, const HubName& b) {
+        return a.hasControl != b.hasControl ? a.hasControl : a.arrival > b.arrival;
+    });
+    for (const HubName& name : names)
+        if (!name.hub->hubNumber && !HubOfNumber(name.number))
+            name.hub->hubNumber = name.number;
+    NumberByOrder();
+    for (DeviceNode* node : TheDeviceTree().All())
+        if (node->IsHub() && !node->hubNumber)
+            node->hubNumber = FreeHubNumber();
+}
+
+// Of a device on a hub that no other device names by the number: the order of the hubs is all there is to go by.
+DeviceNode* HubByLocation(const DeviceNode& node) {
+    unsigned port = 0, number = 0;
+    const std::string location = node.said.location ? *node.said.location : DeviceText(node, "LocationInformation");
+    return ParseHubLocation(location, port, number) ? HubOfNumber(number) : nullptr;
+}
+
+bool LinkTo(DeviceNode* node, DeviceNode* parent) {
+    return parent && parent != node && TheDeviceTree().SetParent(node, parent);
 }
 
 } // namespace
@@ -237,14 +307,30 @@ bool ParseHubLocation(std::string_view location, unsigned& port, unsigned& hub) 
     return StartsWithNoCase(text, "Port_#") && std::sscanf(text.c_str() + 6, "%u.%*4[Hubhub]_#%u", &port, &hub) == 2;
 }
 
-DeviceNode* ParentByEnumerator(std::string_view id) {
-    const std::string_view enumerator = EnumeratorOf(id);
-    for (const EnumeratorRule& rule : EnumeratorRules)
-        if (EqualNoCase(rule.enumerator, enumerator)) {
-            DeviceNode* parent = rule.parent(id);
-            return parent && EqualNoCase(parent->id, id) ? TheDeviceTree().Root() : parent;
-        }
-    return TheDeviceTree().Root();
+unsigned FreeHubNumber() {
+    std::set<unsigned> taken;
+    for (const DeviceNode* node : TheDeviceTree().All())
+        taken.insert(node->hubNumber);
+    unsigned number = 1;
+    while (taken.contains(number))
+        ++number;
+    return number;
+}
+
+unsigned PortInId(std::string_view id) {
+    const std::string_view instance = InstanceOf(id);
+    const std::size_t last = instance.rfind('&');
+    // The second character tells an id that Windows made from a serial number.
+    const bool isMade = instance.size() > 2 && instance[1] == '&' && last > 1;
+    if (!StartsWithNoCase(id, "USB\\VID_") || FindNoCase(id, "&MI_") != std::string_view::npos || !isMade)
+        return 0;
+    unsigned port = 0;
+    for (const char c : instance.substr(last + 1)) {
+        if (c < '0' || c > '9' || port > MostHubPorts)
+            return 0;
+        port = port * 10 + static_cast<unsigned>(c - '0');
+    }
+    return port <= MostHubPorts ? port : 0;
 }
 
 void AddExportedDevices(const std::vector<DeviceDescription>& described) {
@@ -265,68 +351,31 @@ void AddExportedDevices(const std::vector<DeviceDescription>& described) {
 }
 
 void LinkExportedDevices() {
-    DeviceTree& tree = TheDeviceTree();
     const auto prefixes = Prefixes();
-    std::vector<DeviceNode*> hubs;
-    std::map<unsigned, DeviceNode*> hubByNumber; // by what the children of a hub call it
-    for (DeviceNode* node : tree.All()) {
-        if (node->IsHub())
-            hubs.push_back(node);
-        if (node->parent || node->root)
-            continue;
-        std::string address;
-        DeviceNode* parent = FindByPrefix(prefixes, node->id, &address);
-        if (!parent)
-            continue;
-        if (!tree.SetParent(node, parent) || !parent->IsHub())
-            continue;
-        unsigned port = 0, number = 0;
-        if (ParseHubLocation(DeviceText(*node, "LocationInformation"), port, number))
-            hubByNumber.emplace(number, parent);
-        node->hubPort = DecimalOf(address) ? DecimalOf(address) : port;
-    }
-    for (DeviceNode* node : tree.All())
-        if (!node->parent && !node->root)
-            LinkByLocation(node, hubByNumber, hubs);
-    for (DeviceNode* node : tree.All())
-        if (!node->parent && !node->root && !tree.SetParent(node, ParentByEnumerator(node->id)))
-            tree.SetParent(node, tree.Root());
-}
-
-void SettleExportedPresence(const std::optional<std::string>& connected) {
-    std::map<std::pair<DeviceNode*, unsigned>, DeviceNode*> sockets;
-    for (DeviceNode* node : TheDeviceTree().All()) {
+    const std::vector<DeviceNode*> nodes = TheDeviceTree().All();
+    for (DeviceNode* node : nodes) {
         if (node->root)
             continue;
-        if (connected) {
-            node->attached = StandsIn(*connected, node->id);
-            continue;
-        }
-        simwin::DWORD flags = 0;
-        TheRegistry().GetDword(node->enumPath, "ConfigFlags", flags);
-        if (flags & ConfigDisabled)
-            node->problem = simwin::CM_PROB_DISABLED;
-        if (flags & ConfigRemoved) {
-            node->attached = false;
-            node->crowdedOut = true;
-            continue;
-        }
-        if (!node->hubPort)
-            continue;
-        DeviceNode*& socket = sockets[{node->parent, node->hubPort}];
-        if (socket) {
-            socket->attached = false;
-            socket->crowdedOut = true;
-        }
-        socket = node;
+        if (LinkTo(node, FindByPrefix(prefixes, node->id)) ||
+            LinkTo(node, TheDeviceTree().FindById(LastKnownParentOf(*node))))
+            TakeHubPort(node);
     }
-    if (!connected)
-        return;
-    // What is there hangs somewhere: whatever is above it is there too.
-    for (DeviceNode* node : TheDeviceTree().All())
-        if (node->attached)
-            for (DeviceNode* above = node->parent; above; above = above->parent)
-                above->attached = true;
+    NumberHubs();
+    for (DeviceNode* node : nodes)
+        if (!node->parent && !node->root && LinkTo(node, HubByLocation(*node)))
+            TakeHubPort(node);
+    for (DeviceNode* node : nodes)
+        if (!node->parent && !node->root)
+            LinkTo(node, ParentByEnumerator(node->id));
+}
+
+DeviceNode* ParentOfDescribed(const DeviceNode& node) {
+    const bool canHavePrefix = InstanceOf(node.id).find('&') != std::string_view::npos;
+    if (DeviceNode* parent = canHavePrefix ? FindByPrefix(Prefixes(), node.id) : nullptr)
+        return parent;
+    if (DeviceNode* hub = HubByLocation(node))
+        return hub;
+    return ParentByEnumerator(node.id);
 }
 
 void AddExportedInterfaces() {

@@ -1,10 +1,9 @@
-// From the exports of the registry editor to a device tree: which devices there are, what hangs below what, and which
-// of them are there now.
+// From the exports of the registry editor to a device tree: which devices there are and what hangs below what. Which of
+// them are there now is told by ExportPresence.h.
 #pragma once
 
 #include "simwin/devices/DeviceTree.h"
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,16 +13,20 @@ namespace machine {
 // Adds a node for every device below Enum, in the order of the exports, and the root if the exports have none. Keys
 // that only hold values of a described device are left to its description.
 void AddExportedDevices(const std::vector<DeviceDescription>& described);
-// Finds the parents of the nodes that have none, once all nodes are there: by the prefix of their instance ids, by
-// their location, by their enumerator.
+// Finds the parents of the nodes that have none, once all nodes are there: by the prefix of their instance ids, by the
+// parent that was captured, by their location, by their enumerator. Gives the hubs their numbers. A node whose place
+// nothing tells keeps no parent.
 void LinkExportedDevices();
-// Says which exported devices are there: those whose ids stand in the text, or by what the exports tell themselves.
-void SettleExportedPresence(const std::optional<std::string>& connected);
+// The same for one described device that names no parent.
+DeviceNode* ParentOfDescribed(const DeviceNode& node);
 // Interface classes that the exports have registered for their devices.
 void AddExportedInterfaces();
 
-// Where a device hangs that says nothing but its id: the device that its enumerator belongs to, else the tree's root.
-DeviceNode* ParentByEnumerator(std::string_view id);
+// The lowest number that no hub has.
+unsigned FreeHubNumber();
+// The hub port in the id of a USB device without a serial number ("...&0&3"), which Windows writes in decimal; 0 for
+// another id.
+unsigned PortInId(std::string_view id);
 
 // "Port_#0007.Hub_#0002"; false for another text.
 bool ParseHubLocation(std::string_view location, unsigned& port, unsigned& hub);

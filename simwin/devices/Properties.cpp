@@ -2,6 +2,7 @@
 
 #include "simwin/devices/ExportTree.h"
 #include "simwin/devices/api.h"
+#include "simwin/kernel/Notes.h"
 #include "simwin/registry/Registry.h"
 
 #include <cstring>
@@ -66,6 +67,10 @@ std::optional<DeviceProperty> FromRegistry(const DeviceNode& node, const char* v
     return DeviceProperty{stored->type, stored->data};
 }
 
+bool IsOnBoard(std::string_view id) {
+    return StartsWithNoCase(id, "ACPI\\") || StartsWithNoCase(id, "PCI\\");
+}
+
 } // namespace
 
 bool IsRemovableNode(const DeviceNode& node) {
@@ -84,8 +89,13 @@ std::optional<DeviceProperty> ReadDeviceProperty(const DeviceNode& node, DWORD p
         return node.IsPresent() ? TextOrNone(PhysicalNameOf(node), wide) : std::nullopt;
     case CM_DRP_LOCATION_PATHS: {
         const std::string path = node.IsPresent() ? LocationPathOf(node) : std::string();
-        if (path.empty())
+        if (path.empty()) {
+            // Windows would give one: a rule that uses it acts otherwise there.
+            if (node.IsPresent() && node.IsPort() && IsOnBoard(node.id))
+                AddNote(Utf8FromAnsi("cannot tell the location path of '" + node.id +
+                                     "': give it as location_path if a rule uses it"));
             return std::nullopt;
+        }
         return Text(TypeTexts, path + std::string(2, '\0'), wide);
     }
     default:

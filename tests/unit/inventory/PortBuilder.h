@@ -52,6 +52,7 @@ inline machine::DeviceDescription Port(const char* id, const char* portName) {
     port.id = id;
     port.kind = machine::DeviceKind::Port;
     port.portName = portName;
+    port.parent = "HTREE\\ROOT\\0"; // where it is plugged in does not matter
     return port;
 }
 
