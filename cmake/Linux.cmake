@@ -91,7 +91,7 @@ target_compile_definitions(kernel PRIVATE PROBE_IMAGE="$<TARGET_FILE:probe>")
 target_link_libraries(kernel PRIVATE GTest::gtest GTest::gtest_main)
 gtest_discover_tests(kernel DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120 LABELS kernel)
 
-foreach(room support config actions engine inventory host machine)
+foreach(room support config actions engine inventory balloon host machine)
     file(GLOB room_sources CONFIGURE_DEPENDS tests/unit/${room}/*.cpp)
     if(room_sources)
         qm_test(unit_${room} SOURCES ${room_sources})

@@ -1,6 +1,8 @@
 #include "host/Quillmarch.h"
 
 #include "actions/CallBackTimer.h"
+#include "balloon/BalloonDelivery.h"
+#include "balloon/BalloonWindow.h"
 #include "config/CCfgReader.h"
 #include "config/CSettings.h"
 #include "host/BuildStamp.h"
@@ -36,6 +38,7 @@ static constexpr char ConfigurationKey[] = "Software\\Tarn Holve\\Quillmarch";
 static constexpr char DebugSwitch[] = "-debug";
 static constexpr DWORD DebugInitWaitStepMs = 4500;
 static constexpr DWORD DebugInitWaitLimitMs = 25000;
+static constexpr DWORD BalloonWaitMs = 60000;
 
 static bool AsksForDebugRun(const char* commandLine) {
     return StrStrA(commandLine, DebugSwitch) != nullptr;
@@ -183,6 +186,26 @@ static void DestroyObjects() {
     DeleteCriticalSection(&CS_main);
 }
 
+// The balloon child, until its balloon has gone or the wait for it ends. What a thread that still runs can reach is
+// left to the end of the process.
+static void RunBalloonChild(HINSTANCE hInstance) {
+    FreeBalloon_Init(hInstance);
+    WorkerStarting();
+    const HANDLE thread = StartThread(ShowBalloonByCommandLine_ThreadProc, nullptr);
+    if (thread != nullptr) {
+        (void)WaitForSingleObject(thread, BalloonWaitMs);
+        CloseHandle(thread);
+    } else {
+        WorkerEnded();
+    }
+    LogEnd();
+    FreeBalloon_Exit();
+    if (LiveWorkers() == 0) {
+        ExitSupportLocks();
+    }
+    LogFile_Exit();
+}
+
 // Modes 1 to 4, and everything else that has no road of its own.
 static int RunMainRoad(HINSTANCE hInstance, char* commandLine) {
     if (g_Os.IsWow64) {
@@ -230,8 +253,11 @@ extern "C" int WINAPI WinMain(HINSTANCE hInstance, HINSTANCE, LPSTR lpCmdLine, i
     NarrowDllSearch();
     InitAllocator();
     FindPathsAndVersions();
-    LogFile_Init(lpCmdLine[0] == 0 || AsksForDebugRun(lpCmdLine));
-    g_Mode = ChooseStartMode(szUserSid, IsUserSession(), lpCmdLine);
+    const LONG mode = ChooseStartMode(szUserSid, IsUserSession(), lpCmdLine);
+    // A child's texts come from devices: whatever they contain, it appends to the log of the service that started it.
+    const bool isChild = mode == ModeBalloon || mode == ModeExec;
+    LogFile_Init(!isChild && (lpCmdLine[0] == 0 || AsksForDebugRun(lpCmdLine)));
+    g_Mode = mode;
     if (g_Mode == ModeNul) {
         ShowHelpFile();
         return ExitRefused;
@@ -240,6 +266,10 @@ extern "C" int WINAPI WinMain(HINSTANCE hInstance, HINSTANCE, LPSTR lpCmdLine, i
     if (g_Mode == ModeIni) {
         EditIni();
         LogEnd();
+        return ExitDone;
+    }
+    if (g_Mode == ModeBalloon) {
+        RunBalloonChild(hInstance);
         return ExitDone;
     }
     return RunMainRoad(hInstance, lpCmdLine);

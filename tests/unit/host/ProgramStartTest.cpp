@@ -81,7 +81,7 @@ struct CommandGroup {
     std::vector<Command> commands;
 };
 const CommandGroup CommandGroups[] = {
-    {Usages, true, {{"-?", nullptr}, {"--", nullptr}, {"/-/", nullptr}, {"-balloon -time=5", "-balloon "}}},
+    {Usages, true, {{"-?", nullptr}, {"--", nullptr}, {"/-/", nullptr}}},
     {Usages, true, {"/?x", "-debug x", "-register x", "-unregister", "/start", "--start", "start", "/stop"}},
     {Usages, true, {"/silentstop", "-setregarbiter", "-exec=x"}},
     {Debugs, true, {{"-debug", nullptr}, {"/DEBUG", nullptr}, {"-debug-x", nullptr}}},

@@ -1,0 +1,175 @@
+#include "balloon/BalloonPipe.h"
+
+#include "balloon/BalloonDelivery.h"
+#include "balloon/BalloonState.h"
+#include "balloon/FreeBalloonInfo.h"
+#include "support/BoundedText.h"
+#include "support/DiagnosticNames.h"
+#include "support/LogFile.h"
+#include "support/OsVersion.h"
+#include "support/ProcessState.h"
+#include "support/ScopeGuard.h"
+#include "support/ThreadTools.h"
+#include "support/WorkerThreads.h"
+
+static constexpr char PipeName[] = "\\\\.\\pipe\\QuillmarchBalloonUpdate";
+static constexpr char ExitMessage[] = "exit";
+static constexpr DWORD MaxInstances = 10;
+static constexpr DWORD DefaultTimeoutMs = 1000;
+static constexpr DWORD StepMs = 10;
+static constexpr DWORD SilenceMs = 1000;
+static constexpr DWORD RefusesRemoteMajorVersion = 6;
+static constexpr char AdministratorsSid[] = "S-1-5-32-544";
+static constexpr char SystemSid[] = "S-1-5-18";
+
+static DWORD WINAPI BalloonPipeServer_ThreadProc(void* param);
+
+// Whether a pipe belongs to this user, or to somebody who may do everything anyway. Whoever made the first instance
+// owns the name: another user's server could read what was meant for this one, and its clients are not ours.
+static bool IsOwnPipe(HANDLE pipe) {
+    PSID owner = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    const DWORD error = GetSecurityInfo(pipe, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr,
+                                        nullptr, &descriptor);
+    if (error != ERROR_SUCCESS) {
+        SetLastError(error);
+        return false;
+    }
+    const auto freeDescriptor = OnScopeExit([descriptor] { LocalFree(descriptor); });
+    if (owner == nullptr) { // where pipes have no owners, nobody else can be it
+        return true;
+    }
+    LPSTR text = nullptr;
+    if (!ConvertSidToStringSidA(owner, &text)) {
+        return false;
+    }
+    const auto freeText = OnScopeExit([text] { LocalFree(text); });
+    const bool isOwn = SameText(text, szUserSid) || SameText(text, AdministratorsSid) || SameText(text, SystemSid);
+    if (!isOwn) {
+        SetLastError(ERROR_ACCESS_DENIED);
+    }
+    return isOwn;
+}
+
+static HANDLE CreateInstance() {
+    DWORD mode = PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE;
+    if (g_Os.MajorVersion >= RefusesRemoteMajorVersion) {
+        mode |= PIPE_REJECT_REMOTE_CLIENTS;
+    }
+    const HANDLE pipe = CreateNamedPipeA(PipeName, PIPE_ACCESS_INBOUND, mode, MaxInstances, 0, sizeof(FreeBalloonInfo),
+                                         DefaultTimeoutMs, nullptr);
+    if (pipe == INVALID_HANDLE_VALUE) {
+        return pipe;
+    }
+    if (!IsOwnPipe(pipe)) {
+        const LastErrorKeeper keeper;
+        CloseHandle(pipe);
+        return INVALID_HANDLE_VALUE;
+    }
+    return pipe;
+}
+
+void StartBalloonPipeServer() {
+    const HANDLE pipe = CreateInstance();
+    if (pipe == INVALID_HANDLE_VALUE) {
+        WriteLog(2, "CreateNamedPipe(%s) err=%s", PipeName, LastErrorName());
+        return;
+    }
+    WorkerStarting();
+    if (StartThreadForId("BalloonPipeServer_ThreadProc", BalloonPipeServer_ThreadProc, pipe) == 0) {
+        WorkerEnded();
+        CloseHandle(pipe);
+    }
+}
+
+bool SendExitToBalloonPipe() {
+    // Identification only: a server that is not ours must not act in this user's name.
+    const HANDLE pipe = CreateFileA(PipeName, GENERIC_WRITE | READ_CONTROL, 0, nullptr, OPEN_EXISTING,
+                                    SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr);
+    if (pipe == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    bool isSent = false;
+    if (IsOwnPipe(pipe)) {
+        DWORD written = 0;
+        isSent = WriteFile(pipe, ExitMessage, sizeof(ExitMessage), &written, nullptr) && written == sizeof(ExitMessage);
+        FlushFileBuffers(pipe);
+    }
+    CloseHandle(pipe);
+    Sleep(StepMs);
+    return isSent;
+}
+
+static bool Connect(HANDLE pipe) {
+    return ConnectNamedPipe(pipe, nullptr) || GetLastError() == ERROR_PIPE_CONNECTED;
+}
+
+// Waits for a message, so that the read after it does not block. Returns: false when the client has gone or is silent.
+static bool WaitForMessage(HANDLE pipe) {
+    const DWORD startTicks = GetTickCount();
+    do {
+        Sleep(StepMs);
+        DWORD available = 0;
+        if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr)) {
+            return false;
+        }
+        if (available != 0) {
+            return true;
+        }
+    } while (GetTickCount() - startTicks < SilenceMs);
+    return false;
+}
+
+namespace {
+// One byte more than a record: the end of a short message's text.
+union PipeMessage {
+    FreeBalloonInfo Record;
+    char Bytes[sizeof(FreeBalloonInfo) + 1];
+};
+} // namespace
+
+// Takes one message. Returns: false when the server is to end.
+static bool TakeMessage(const PipeMessage& received, DWORD bytes) {
+    if (bytes == sizeof(FreeBalloonInfo)) {
+        FreeBalloonInfo record = received.Record;
+        MakeRecordSafe(&record);
+        if (const HWND window = m_hwndBln) {
+            PostMessageA(window, WM_BALLOON_HOLD, 0, 0);
+        }
+        UpdateBalloon(record);
+        return true;
+    }
+    PipeMessage message = received;
+    message.Bytes[sizeof(ExitMessage) - 1] = 0;
+    return !SameText(message.Bytes, ExitMessage);
+}
+
+static void ServePipe(HANDLE pipe) {
+    for (;;) {
+        if (!Connect(pipe)) {
+            DisconnectNamedPipe(pipe);
+            Sleep(StepMs); // a pipe that can never be connected must not take a whole processor
+            continue;
+        }
+        PipeMessage message;
+        ZeroBytes(&message, sizeof(message));
+        DWORD bytes = 0;
+        if (!WaitForMessage(pipe) || !ReadFile(pipe, &message, sizeof(FreeBalloonInfo), &bytes, nullptr)) {
+            DisconnectNamedPipe(pipe);
+            continue;
+        }
+        Sleep(StepMs);
+        if (!TakeMessage(message, bytes)) {
+            return;
+        }
+    }
+}
+
+static DWORD WINAPI BalloonPipeServer_ThreadProc(void* param) {
+    const WorkerScope worker;
+    const HANDLE pipe = param;
+    ServePipe(pipe);
+    DisconnectNamedPipe(pipe);
+    CloseHandle(pipe);
+    return 0;
+}

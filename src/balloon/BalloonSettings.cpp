@@ -1,0 +1,25 @@
+#include "balloon/BalloonSettings.h"
+
+#include "support/OsVersion.h"
+#include "support/ProcessState.h"
+
+static constexpr char Section[] = "BalloonTips";
+static constexpr DWORD FlatMajorVersion = 10;
+static constexpr DWORD RoundBuildNumber = 22000;
+
+LONG ReadBalloonKey(const char* key, LONG defaultNumber) {
+    return static_cast<LONG>(GetPrivateProfileIntA(Section, key, defaultNumber, szIniFile));
+}
+
+BalloonStyles ReadBalloonStyles() {
+    const bool isFlatVersion = g_Os.MajorVersion >= FlatMajorVersion;
+    const bool isRoundVersion = isFlatVersion && g_Os.BuildNumber >= RoundBuildNumber;
+    BalloonStyles styles = {};
+    styles.Win11Style = ReadBalloonKey("Win11Style", isRoundVersion ? 1 : 0) != 0;
+    styles.Win10Style = styles.Win11Style || ReadBalloonKey("Win10Style", isFlatVersion ? 1 : 0) != 0;
+    return styles;
+}
+
+bool SuppressesForeignBalloons() {
+    return ReadBalloonKey("SuppressWindowsBalloons", /*defaultNumber=*/0) != 0;
+}
