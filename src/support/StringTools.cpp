@@ -274,3 +274,23 @@ void FormatGuid(char (&text)[40], const GUID& guid) {
     FormatText(text, "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", guid.Data1, guid.Data2, guid.Data3, d[0],
                d[1], d[2], d[3], d[4], d[5], d[6], d[7]);
 }
+
+void GetCommonPart(const char* const* texts, DWORD count, char* out, size_t size) {
+    constexpr DWORD MinCommonChars = 4;
+    CopyText(out, size, count != 0 ? texts[0] : "");
+    if (count == 0) {
+        return;
+    }
+    DWORD common = static_cast<DWORD>(TextLength(texts[0]));
+    for (DWORD i = 1; i < count; ++i) {
+        const DWORD same = CountSameStart(texts[0], texts[i]);
+        common = same < common ? same : common;
+    }
+    if (common >= MinCommonChars) {
+        CopyTextPart(out, size, texts[0], common);
+        return;
+    }
+    if (char* suffix = StrStrA(out, " (COM")) {
+        *suffix = 0;
+    }
+}

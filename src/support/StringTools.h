@@ -109,5 +109,10 @@ int HasNoneOf(const char* text, const char* chars);
 // The number of equal leading characters, exact in case; 0 if a is empty.
 DWORD CountSameStart(const char* a, const char* b);
 
+// What names of ports of one device have in common: the longest beginning that all share, exact in case, with a blank
+// at its end if there is one. Below 4 characters that says nothing, and the first name stands for all, cut at " (COM".
+// Empty for no names. size: of out.
+void GetCommonPart(const char* const* texts, DWORD count, char* out, size_t size);
+
 // "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}" in capitals: 38 characters.
 void FormatGuid(char (&text)[40], const GUID& guid);

@@ -1,0 +1,222 @@
+#include "actions/PortBalloon.h"
+
+#include "config/CSettings.h"
+#include "inventory/CComPorts.h"
+#include "inventory/CDosDeviceNames.h"
+#include "inventory/DeviceProperties.h"
+#include "inventory/FriendlyName.h"
+#include "support/BoundedText.h"
+#include "support/DiagnosticNames.h"
+#include "support/LogFile.h"
+#include "support/NumberTools.h"
+#include "support/ProcessState.h"
+#include "support/QuickSort.h"
+#include "support/StringTools.h"
+
+static constexpr DWORD MinStayMs = 5000;      // a device that leaves sooner is not reported as removed
+static constexpr DWORD SameArrivalMs = 30000; // ports of one device that arrived within it are listed together
+static constexpr DWORD SameRemovalMs = 5000;  // the same for ports that left
+static constexpr LONG ShowTimePerPortMs = 500;
+static constexpr size_t DevicePathPrefix = 4; // "\\?\"
+static constexpr size_t MaxCommandLine = 511; // the child reads nothing from 512 characters on
+static constexpr size_t QuoteChars = 2;       // the child cuts a value with its quotes
+static constexpr size_t MaxTitleChars = 119 - QuoteChars;
+static constexpr size_t MaxTextChars = 255 - QuoteChars;
+static constexpr DWORD NoBalloonTick = 0;
+static constexpr char ParameterFormat[] = "-balloon -bt=%u -time=%i -title=\"%s\" -text=\"%s\" -icon=%i";
+
+namespace {
+struct ListedPorts {
+    const CComPort* Ports[kMaxSame];
+    LONG Count;
+};
+} // namespace
+
+// A quote in a device's name must not end the value: what stands behind it would become options of the child.
+static void MakeQuotable(char* text) {
+    for (char* at = text; *at != 0; ++at) {
+        if (*at == '"') {
+            *at = '\'';
+        } else if (static_cast<BYTE>(*at) < ' ' || *at == 0x7F) {
+            *at = ' ';
+        }
+    }
+}
+
+static void EnsureFriendlyName(CComPort* port) {
+    if (port->FriendlyName[0] != 0) {
+        return;
+    }
+    if (!ReadDeviceText(port->DevInst, CM_DRP_FRIENDLYNAME, port->FriendlyName)) {
+        CopyText(port->FriendlyNameNoCom, "NoName Device");
+        return;
+    }
+    CopyText(port->FriendlyNameNoCom, port->FriendlyName);
+    StripComFromFriendlyName(port->FriendlyNameNoCom);
+    WriteLog(3, "got friendlyname from reg: '%s' '%s'", port->FriendlyName, port->FriendlyNameNoCom);
+}
+
+static void LogGroup(const CComPort* port) {
+    WriteLog(4, "P->SameParentCount=%u", static_cast<DWORD>(port->SameParentCount));
+    const DWORD now = GetTickCount();
+    for (LONG i = 0; i < port->SameParentCount; ++i) {
+        const CComPort* member = g_pComPorts->Ports[port->Same[i]];
+        if (member != nullptr) {
+            WriteLog(4, " Same[%i] port=%s present=%u age=%u agerem=%-9u chdone=%i", i, member->szRegPortName,
+                     member->IsPresent, now - member->ArrivalTicker, now - member->RemovalTicker,
+                     static_cast<LONG>(member->PortChangeDone));
+        }
+    }
+}
+
+static bool CameTogether(const CComPort* port, const CComPort* member) {
+    const DWORD difference = TickDifference(member->ArrivalTicker, port->ArrivalTicker);
+    WriteLog(4, "td=%u   %u %u", difference, member->ArrivalTicker, port->ArrivalTicker);
+    if (difference >= SameArrivalMs || TextLength(member->DevPath) < DevicePathPrefix) {
+        return false;
+    }
+    char target[kDosTargetSize];
+    if (!QueryDosName(member->DevPath + DevicePathPrefix, target)) {
+        WriteLog(4, "qdd err=%s -> skip", LastErrorName());
+        return false;
+    }
+    WriteLog(4, "%s added", member->szRegPortName);
+    return true;
+}
+
+static bool IsListed(DWORD id, const CComPort* port, const CComPort* member) {
+    const bool isArrival = id == ArrivalBalloonTimerId;
+    if (!member->PortChangeDone || (member->IsPresent != 0) != isArrival) {
+        return false;
+    }
+    return isArrival ? CameTogether(port, member) : GetTickCount() - member->RemovalTicker < SameRemovalMs;
+}
+
+static void FindListedPorts(DWORD id, const CComPort* port, ListedPorts* listed) {
+    WriteLog(4, "building port list out of %u ports...", static_cast<DWORD>(port->SameParentCount));
+    for (LONG i = 0; i < port->SameParentCount && i < kMaxSame; ++i) {
+        const CComPort* member = g_pComPorts->Ports[port->Same[i]];
+        if (member == nullptr) {
+            continue;
+        }
+        WriteLog(4, "P[%i] %s   pcd=%i pr=%i", member->Index, member->szPortName,
+                 static_cast<LONG>(member->PortChangeDone), static_cast<LONG>(member->IsPresent));
+        if (IsListed(id, port, member)) {
+            listed->Ports[listed->Count++] = member;
+        }
+    }
+    QuickSort(static_cast<void*>(listed->Ports), static_cast<size_t>(listed->Count), sizeof(listed->Ports[0]),
+              ComparePortsByPosition);
+}
+
+static const char* NameInList(const CComPort* port) {
+    return port->szRegPortName[0] != 0 ? port->szRegPortName : "???";
+}
+
+// Appends the ports that came or left together and makes their common name the title. Returns: their number.
+static LONG NameGroup(DWORD id, const CComPort* port, PortBalloon* balloon) {
+    ListedPorts listed = {};
+    FindListedPorts(id, port, &listed);
+    const char* names[kMaxSame] = {};
+    for (LONG i = 0; i < listed.Count; ++i) {
+        const char* separator = i == 0 ? "" : ", ";
+        const char* name = NameInList(listed.Ports[i]);
+        names[i] = listed.Ports[i]->FriendlyNameNoCom;
+        // A name that does not fit is left out whole, as are those behind it: half a name is another port's.
+        if (TextLength(balloon->Text) + TextLength(separator) + TextLength(name) <= MaxTextChars) {
+            AppendText(balloon->Text, separator);
+            AppendText(balloon->Text, name);
+        }
+    }
+    GetCommonPart(names, static_cast<DWORD>(listed.Count), balloon->Title, sizeof(balloon->Title));
+    if (balloon->Title[0] == 0) {
+        FormatText(balloon->Title, "%s Device", port->BusTypeName);
+    }
+    return listed.Count;
+}
+
+bool ComposePortBalloon(DWORD id, CComPort* port, PortBalloon* balloon) {
+    WriteLog(1, "ShowBalloonForPort_TimerProc(%s, %u, '%s', '%s', %u)",
+             id == ArrivalBalloonTimerId ? "arrival" : "removal", static_cast<DWORD>(port->Index), port->szRegPortName,
+             port->FriendlyName, port->IsPresent);
+    if (port->SameParentCount == 0) {
+        WriteLog(1, "P->SameParentCount == 0 -> abort");
+        return false;
+    }
+    if (!port->PortChangeDone) {
+        WriteLog(1, "P->PortChangeDone == 0 -> abort");
+        return false;
+    }
+    EnsureFriendlyName(port);
+    PortBalloon made = {};
+    made.Icon = PortPresentIcon;
+    const bool isPresent = port->IsPresent != 0;
+    if (!isPresent) {
+        const DWORD stayMs = GetTickCount() - port->ArrivalTicker;
+        if (stayMs < MinStayMs) {
+            WriteLog(2, "device is gone even arrived %u ms before -> no balloon", stayMs);
+            return false;
+        }
+        CopyText(made.Text, g_pSettings->TextRemoved);
+        AppendText(made.Text, ": ");
+        made.Icon = PortGoneIcon;
+    }
+    const size_t listStart = TextLength(made.Text);
+    LogGroup(port);
+    LONG namedPorts = 1;
+    if (port->SameParentCount == 1) {
+        CopyText(made.Title, port->FriendlyNameNoCom);
+        AppendText(made.Text, NameInList(port));
+    } else {
+        namedPorts = NameGroup(id, port, &made);
+    }
+    if (made.Text[0] == 0) {
+        WriteLog(1, "oops, no text -> no balloon");
+        return false;
+    }
+    made.ShowTime = (isPresent ? g_pSettings->Timeout : g_pSettings->TimeoutOnRemoval) + ShowTimePerPortMs * namedPorts;
+    BuildBalloonParameters(&made, listStart);
+    *balloon = made;
+    return true;
+}
+
+// The characters that the program's name and the blank behind it take of the child's command line.
+static size_t ProgramChars() {
+    const bool isQuoted = StrChrA(szExePath, ' ') != nullptr;
+    return TextLength(szExePath) + (isQuoted ? QuoteChars : 0) + 1;
+}
+
+static void CutText(char* text, size_t maxChars) {
+    if (TextLength(text) > maxChars) {
+        text[maxChars] = 0;
+    }
+}
+
+// Cuts the list at a comma as often as needed. Its first port stays.
+static void CutList(char* text, size_t listStart, size_t maxChars) {
+    while (TextLength(text) > maxChars) {
+        char* comma = StrRChrA(text + listStart, nullptr, ',');
+        if (comma == nullptr) {
+            return;
+        }
+        *comma = 0;
+    }
+}
+
+void BuildBalloonParameters(PortBalloon* balloon, size_t listStart) {
+    MakeQuotable(balloon->Title);
+    MakeQuotable(balloon->Text);
+    CutText(balloon->Title, MaxTitleChars);
+    CutList(balloon->Text, listStart, MaxTextChars);
+    CutText(balloon->Text, MaxTextChars);
+    const size_t fixedChars = ProgramChars() + FormatText(balloon->Parameters, ParameterFormat, NoBalloonTick,
+                                                          balloon->ShowTime, "", "", balloon->Icon);
+    const size_t room = fixedChars < MaxCommandLine ? MaxCommandLine - fixedChars : 0;
+    const size_t titleChars = TextLength(balloon->Title);
+    CutList(balloon->Text, listStart, room > titleChars ? room - titleChars : 0);
+    const size_t textChars = TextLength(balloon->Text);
+    CutText(balloon->Title, room > textChars ? room - textChars : 0);
+    CutText(balloon->Text, room);
+    FormatText(balloon->Parameters, ParameterFormat, NoBalloonTick, balloon->ShowTime, balloon->Title, balloon->Text,
+               balloon->Icon);
+}
