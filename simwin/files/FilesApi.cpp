@@ -606,4 +606,21 @@ DWORD GetCurrentDirectoryA(DWORD size, LPSTR buffer) {
     return GivePath(directory.size() == 2 ? directory + "\\" : directory, buffer, size);
 }
 
+BOOL SetCurrentDirectoryA(LPCSTR directory) {
+    SIM_CALL("SetCurrentDirectoryA", directory, ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED);
+    DWORD error = simCall.error;
+    if (!error) {
+        const Place place = FindPlace(directory);
+        error = place.error;
+        if (!error && !(AttributesOf(place.node) & FILE_ATTRIBUTE_DIRECTORY))
+            error = ERROR_DIRECTORY;
+        if (!error) {
+            CurrentProcess()->currentDirectory = place.path.full;
+            return TRUE;
+        }
+    }
+    SetError(error);
+    return FALSE;
+}
+
 } // namespace simwin

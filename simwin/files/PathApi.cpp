@@ -113,6 +113,18 @@ void PathUnquoteSpacesA(LPSTR path) {
         std::memmove(path, path + 1, length - 1);
 }
 
+LPSTR PathGetArgsA(LPCSTR path) {
+    SIM_CALL("PathGetArgsA", path);
+    bool isQuoted = false;
+    for (; *path; ++path) {
+        if (*path == ' ' && !isQuoted)
+            return const_cast<LPSTR>(path + 1);
+        if (*path == '"')
+            isQuoted = !isQuoted;
+    }
+    return const_cast<LPSTR>(path);
+}
+
 DWORD ExpandEnvironmentStringsA(LPCSTR text, LPSTR buffer, DWORD size) {
     SIM_CALL("ExpandEnvironmentStringsA", text);
     const std::string result = ExpandEnvironment(text ? text : "");

@@ -70,10 +70,12 @@ inline constexpr UINT DRIVE_FIXED = 3;
 inline constexpr UINT DRIVE_REMOTE = 4;
 UINT GetDriveTypeA(LPCSTR root); // "X:\"; a substituted drive is of the kind of the drive that it leads to
 
+inline constexpr DWORD ERROR_DIRECTORY = 267;
 // --- Folders. The length of the path, or the needed size with its zero if it does not fit; 0 with an error.
 UINT GetWindowsDirectoryA(LPSTR buffer, UINT size);
 UINT GetSystemDirectoryA(LPSTR buffer, UINT size);
 DWORD GetCurrentDirectoryA(DWORD size, LPSTR buffer);
+BOOL SetCurrentDirectoryA(LPCSTR directory); // of the whole process; 2, 3 no such folder, 267 a file
 
 // --- Settings files. Read straight from the file; without a path it lies in the Windows folder. Section and key are
 // blind to case, the first of equals counts; outer blanks and one pair of quotes are taken off values and default. A
@@ -101,6 +103,7 @@ int StrToIntA(LPCSTR text);                    // "-12" and "12abc" are numbers,
 BOOL StrTrimA(LPSTR text, LPCSTR characters);  // TRUE if something was taken off
 BOOL PathCanonicalizeA(LPSTR to, LPCSTR path); // to has MAX_PATH characters; FALSE if the path is longer
 void PathUnquoteSpacesA(LPSTR path);           // takes both quotes off, or none
+LPSTR PathGetArgsA(LPCSTR path);               // what follows the first blank outside quotes, else the final zero
 // The length with the zero, also of what does not fit: then the text is cut.
 DWORD ExpandEnvironmentStringsA(LPCSTR text, LPSTR buffer, DWORD size);
 

@@ -54,6 +54,12 @@ bool IsProgramFile(std::string_view path) {
     return EqualNoCase(extension, ".exe") || EqualNoCase(extension, ".com");
 }
 
+// The command processor runs it, but to FindExecutableA it is a program of its own.
+bool IsBatchFile(std::string_view path) {
+    const std::string extension = Extension(path);
+    return EqualNoCase(extension, ".bat") || EqualNoCase(extension, ".cmd");
+}
+
 // Windows looks for a name without a folder in the directory that it was given and in its own folders.
 std::string FindFile(const std::string& name, const std::string& directory) {
     const std::string base = directory.empty() ? CurrentProcess()->currentDirectory : directory;
@@ -207,7 +213,10 @@ HINSTANCE FindExecutableA(LPCSTR file, LPCSTR directory, LPSTR result) {
     result[0] = 0;
     if (simCall.error)
         return machine::ShellResult(SE_ERR_FNF);
-    const machine::Opened opened = machine::ResolveFile(machine::Unquoted(file), "", directory ? directory : "");
+    const std::string base = directory ? directory : "";
+    machine::Opened opened = machine::ResolveFile(machine::Unquoted(file), "", base);
+    if (opened.error == SE_ERR_NOASSOC && machine::IsBatchFile(machine::Unquoted(file)))
+        opened = {machine::FindFile(machine::Unquoted(file), base), {}, 0};
     if (opened.error)
         return machine::ShellResult(opened.error);
     const std::size_t length = opened.program.copy(result, MAX_PATH - 1);

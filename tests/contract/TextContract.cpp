@@ -111,6 +111,10 @@ TEST(TextContract, Paths) {
         PathUnquoteSpacesA(result);
         EXPECT_STREQ(result, unquoted);
     }
+    for (const auto& [line, arguments] : {Row{"a b c", "b c"}, Row{"a  b", " b"}, Row{"\"a b\" c", "c"},
+                                          Row{"\"a b c", ""}, Row{"a\tb", ""}, Row{"a", ""}, Row{"", ""}}) {
+        EXPECT_STREQ(PathGetArgsA(line), arguments) << line;
+    }
 }
 
 TEST(TextContract, EnvironmentVariables) {

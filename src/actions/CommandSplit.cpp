@@ -1,0 +1,256 @@
+#include "actions/CommandSplit.h"
+
+#include "support/BoundedText.h"
+#include "support/FileTools.h"
+#include "support/PathTools.h"
+#include "support/ProcessState.h"
+#include "support/StringTools.h"
+
+namespace {
+
+constexpr INT_PTR FindFailed = 32; // FindExecutableA gives a number above this one for success
+constexpr INT_PTR TextTooLong = 8;
+constexpr size_t LongestFound = 1024; // characters of a text that FindExecutableA is asked for
+constexpr size_t LongestToQuote = 257;
+constexpr size_t LongestQuotedProgram = 259;
+constexpr size_t LongestToWalk = 1023;
+constexpr size_t FullPathRoom = 1024;
+
+using LineText = char[MaxCommandLine + 1];
+
+// A line taken apart, before the program is looked up.
+struct LineParts {
+    LineText program;
+    LineText params;
+};
+
+// What a split found.
+struct SplitResult {
+    char exe[MAX_PATH];
+    char program[FullPathRoom]; // the document that exe opens, else exe in other words
+    char params[MaxProgramParams];
+};
+
+} // namespace
+
+static constexpr const char* Blanks = " \t";
+
+static bool IsOnDisk(const char* path) {
+    return GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES;
+}
+
+static const char* ExtensionOf(const char* path) {
+    const char* extension = "";
+    for (; *path != '\0'; ++path) {
+        if (*path == '\\' || *path == '/') {
+            extension = "";
+        } else if (*path == '.') {
+            extension = path + 1;
+        }
+    }
+    return extension;
+}
+
+static bool HasExtension(const char* path, const char* first, const char* second) {
+    LineText plain;
+    CopyText(plain, path);
+    (void)UnquoteText(plain);
+    const char* extension = ExtensionOf(plain);
+    return IsSameNoCase(extension, first) || IsSameNoCase(extension, second);
+}
+
+int IsExeOrCom(const char* path) {
+    return HasExtension(path, "exe", "com") ? 1 : 0;
+}
+
+static bool IsScript(const char* path) {
+    const char* name = path;
+    for (const char* at = path; *at != '\0'; ++at) {
+        name = *at == '\\' ? at + 1 : name;
+    }
+    return HasExtension(path, "cmd", "bat") || IsSameNoCase(name, "cmd.exe");
+}
+
+INT_PTR FindExecutableQuoted(const char* file, const char* dir, char (&found)[MAX_PATH]) {
+    found[0] = '\0';
+    const size_t length = TextLength(file);
+    if (length > LongestFound) {
+        return TextTooLong;
+    }
+    char quoted[LongestFound + 3];
+    CopyText(quoted, file);
+    if (length <= LongestToQuote) {
+        QuoteText(quoted);
+    }
+    const auto result = reinterpret_cast<INT_PTR>(FindExecutableA(quoted, dir, found));
+    found[MAX_PATH - 1] = '\0';
+    if (result <= FindFailed) {
+        found[0] = '\0';
+    }
+    return result;
+}
+
+// A document that is there stays what it is, or its program would be started without it. Everything else that the
+// shell found by a shorter name is taken as found.
+static void TakeFound(const char* typed, const char* baseDir, const char* found, LineText& program) {
+    char full[FullPathRoom] = {};
+    MakeFullPath(typed, baseDir, full);
+    if (IsExeOrCom(typed) != 0 || !IsOnDisk(full)) {
+        CopyText(program, found);
+    } else {
+        CopyText(program, typed);
+    }
+}
+
+// Looks for the longest beginning of the untrimmed text that ends at a blank and names a program or document. Without
+// one the parts stay as they are.
+static void WalkBack(const char* commandLine, const char* baseDir, LineParts* parts) {
+    LineText beginning;
+    CopyText(beginning, commandLine);
+    for (size_t at = TextLength(beginning); at > 1; --at) {
+        if (commandLine[at - 1] != ' ') {
+            continue;
+        }
+        beginning[at - 1] = '\0';
+        char found[MAX_PATH];
+        if (FindExecutableQuoted(beginning, baseDir, found) > FindFailed) {
+            (void)StrTrimA(beginning, Blanks);
+            TakeFound(beginning, baseDir, found, parts->program);
+            CopyText(parts->params, commandLine + at);
+            return;
+        }
+    }
+}
+
+// Returns: false for a line that is too long to be looked through.
+static bool TakeApart(const char* commandLine, const char* baseDir, LineParts* parts) {
+    LineText trimmed;
+    CopyText(trimmed, commandLine);
+    (void)StrTrimA(trimmed, Blanks);
+    const char* params = PathGetArgsA(trimmed);
+    parts->params[0] = '\0';
+    CopyText(parts->program, trimmed);
+    if (*params == '\0' || IsOnDisk(trimmed)) {
+        return true;
+    }
+    CopyText(parts->params, params);
+    parts->program[params - trimmed] = '\0';
+    (void)StrTrimA(parts->program, Blanks);
+    if (TextLength(parts->program) > LongestQuotedProgram) {
+        (void)UnquoteText(parts->program);
+    }
+    char found[MAX_PATH];
+    if (FindExecutableQuoted(parts->program, baseDir, found) > FindFailed) {
+        LineText typed;
+        CopyText(typed, parts->program);
+        TakeFound(typed, baseDir, found, parts->program);
+        return true;
+    }
+    if (TextLength(commandLine) > LongestToWalk) {
+        return false;
+    }
+    WalkBack(commandLine, baseDir, parts);
+    return true;
+}
+
+// Looks the program up. Returns: false if there is none, or the parameters would be cut.
+static bool LookUp(const LineParts& parts, const char* baseDir, SplitResult* result) {
+    LineText program;
+    CopyText(program, parts.program);
+    char full[FullPathRoom] = {};
+    MakeFullPath(program, baseDir, full);
+    if (IsOnDisk(full)) {
+        CopyText(program, full);
+    }
+    if (FindExecutableQuoted(program, baseDir, result->exe) <= FindFailed) {
+        return false;
+    }
+    CopyText(result->program, program);
+    result->params[0] = '\0';
+    const bool isDocument = IsExeOrCom(program) == 0 && !StrStrIA(result->exe, program);
+    if (isDocument) {
+        QuoteText(program);
+        AppendText(result->params, program);
+        AppendText(result->params, parts.params[0] != '\0' ? " " : "");
+    }
+    // A cut would end inside somebody's quotes.
+    if (TextLength(result->params) + TextLength(parts.params) >= MaxProgramParams) {
+        return false;
+    }
+    AppendText(result->params, parts.params);
+    return true;
+}
+
+static bool Split(const char* commandLine, const char* baseDir, SplitResult* result) {
+    LineParts parts;
+    return TextLength(commandLine) <= MaxCommandLine && TakeApart(commandLine, baseDir, &parts) &&
+           LookUp(parts, baseDir, result);
+}
+
+static int GiveSplit(bool isSplit, const SplitResult& result, char (&exe)[MAX_PATH], char (&params)[MaxProgramParams]) {
+    CopyText(exe, isSplit ? result.exe : "");
+    CopyText(params, isSplit ? result.params : "");
+    return isSplit ? 1 : 0;
+}
+
+int SplitCommandLine(const char* commandLine, const char* baseDir, char (&exe)[MAX_PATH],
+                     char (&params)[MaxProgramParams]) {
+    (void)SetCurrentDirectoryA(szWindowsDir); // without it a relative text depends on who split last
+    SplitResult result;
+    return GiveSplit(Split(commandLine, baseDir ? baseDir : "", &result), result, exe, params);
+}
+
+// The program part of a line whose program holds placeholders: its first word, or all if the placeholders come later.
+static size_t ProgramPartLength(const char* configured) {
+    size_t length = static_cast<size_t>(PathGetArgsA(configured) - configured);
+    for (size_t i = 0; i < length; ++i) {
+        if (configured[i] == '%') {
+            return length;
+        }
+    }
+    return TextLength(configured);
+}
+
+// Puts the values in and splits. named: the program that the configured line names by itself, or null.
+static bool SplitExpanded(const CComPort& port, const char* configured, const LineParts* named, bool isPrivileged,
+                          bool forScript, const char* baseDir, SplitResult* result) {
+    if (named) {
+        LineParts parts = *named;
+        return ExpandPortVariables(port, parts.params, MaxCommandLine, {forScript, /*inProgramPart=*/false}) &&
+               LookUp(parts, baseDir, result);
+    }
+    LineText head;
+    LineText tail;
+    const size_t headLength = ProgramPartLength(configured);
+    CopyTextPart(head, sizeof(head), configured, headLength);
+    CopyText(tail, configured + headLength);
+    if (!ExpandPortVariables(port, head, MaxCommandLine, {forScript, isPrivileged}) ||
+        !ExpandPortVariables(port, tail, MaxCommandLine - TextLength(head), {forScript, /*inProgramPart=*/false})) {
+        return false;
+    }
+    AppendText(head, tail);
+    return Split(head, baseDir, result);
+}
+
+int SplitPortCommandLine(const CComPort& port, const char* configured, UserType userType, const char* baseDir,
+                         char (&exe)[MAX_PATH], char (&params)[MaxProgramParams]) {
+    (void)SetCurrentDirectoryA(szWindowsDir);
+    const char* base = baseDir ? baseDir : "";
+    LineText trimmed;
+    CopyText(trimmed, configured);
+    (void)StrTrimA(trimmed, Blanks);
+    const bool isPrivileged = userType == UserType::system || userType == UserType::elev;
+    // Split before the values are in: with them in "tool.exe %Location%" could name a file as a whole.
+    LineParts parts;
+    SplitResult result;
+    const bool isNamed = TakeApart(trimmed, base, &parts) && LookUp(parts, base, &result);
+    const LineParts* named = isNamed ? &parts : nullptr;
+    bool isSplit = SplitExpanded(port, trimmed, named, isPrivileged, /*forScript=*/false, base, &result);
+    if (isSplit && (IsScript(result.exe) || IsScript(result.program))) {
+        SplitResult stricter;
+        isSplit = SplitExpanded(port, trimmed, named, isPrivileged, /*forScript=*/true, base, &stricter) &&
+                  IsSameNoCase(stricter.exe, result.exe) && IsSameNoCase(stricter.program, result.program);
+        result = stricter;
+    }
+    return GiveSplit(isSplit, result, exe, params);
+}
