@@ -53,10 +53,10 @@ void TryInput(std::string_view input) {
         Require(text[MaxCommandLine + 1] == '#', "nothing is written behind the text");
         Require(CountArguments(text) == (isExpanded ? expected : 0), "inside quotes a value stays one argument");
         char cut[64] = {};
-        CopyText(cut, line);
+        CopyText(cut, sizeof(cut) - 1, line);
         cut[63] = '#';
         (void)ExpandPortVariables(port, cut, 62, rules);
-        Require(std::strlen(cut) <= 64 && cut[63] == '#', "the limit holds");
+        Require(std::strlen(cut) <= 62 && cut[63] == '#', "the limit holds");
     }
 }
 
