@@ -8,6 +8,7 @@
 #include "inventory/ComPortNumber.h"
 #include "inventory/DeviceControl.h"
 #include "inventory/DeviceTree.h"
+#include "inventory/NameClaims.h"
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
 #include "support/ProcessState.h"
@@ -97,7 +98,7 @@ int CheckComPortAssignment(int index) {
     }
 
     BuildNewPortNames(&check);
-    if (check.newPorts[0] == static_cast<DWORD>(port->PortNumber)) {
+    if (HasNumber(port, check.newPorts[0])) {
         KeepPresentNumber(port);
         return NumberUnchanged;
     }
@@ -149,6 +150,7 @@ void RestartDevice_TimerProc(DWORD, ULONG_PTR devInst) {
     const auto node = static_cast<DWORD>(devInst);
     WriteLog(2, "RestartDevice_TimerProc(%u)", node);
     LockGuard main(CS_main);
+    NoteRestartOf(node);
     if (!CycleUpperHub(node)) {
         PerformDevicePropertyChange(node);
     }

@@ -9,6 +9,7 @@
 #include "inventory/ComPortNumber.h"
 #include "inventory/DeviceControl.h"
 #include "inventory/FriendlyName.h"
+#include "inventory/NameClaims.h"
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
 #include "support/LogFile.h"
@@ -25,6 +26,8 @@ static void SetNameInForce(CComPort* port) {
     CopyText(port->szPortName, port->szRegPortName);
     port->PortNumber = GetNumberOfPortName(port->szPortName);
     CopyComDigits(port->PortNumber != 0 ? port->szPortName : "", port->PortNumberText);
+    port->HasCopiedName = 0;
+    EndAwaitedRestart(port, /*isArrival=*/false);
 }
 
 static void LogDeletion(const char* name, int isDeleted) {
@@ -65,6 +68,7 @@ void TakeOverLateName(CComPort* port) {
     }
     CopyText(port->szKernelNameCom, target);
     SetNameInForce(port);
+    MarkCopiedName(port);
     WriteLog(1, " oh, there it is %s -> %s", port->szPortName, port->szKernelNameCom);
 }
 
@@ -107,6 +111,10 @@ LONG ReadQuickMode(const Assignment& check) {
     return mode;
 }
 
+bool HasNumber(const CComPort* port, DWORD number) {
+    return number == static_cast<DWORD>(port->PortNumber) && !port->HasCopiedName;
+}
+
 void KeepPresentNumber(CComPort* port) {
     WriteLog(1, "current portnumber %i is configured -> nothing more to do", port->PortNumber);
     ComNameArbiterAdd(port->PortNumber);
@@ -134,6 +142,10 @@ void KeepWantedOfTwoNames(CComPort* port, const char* name) {
 bool DoPortsWantEachOther(const Assignment& check) {
     const LONG section = GetFittingSectionNumber(check.otherPort, ComPorts);
     DWORD numbers[MaxNewPorts];
+    // Neither has a name to give that leads to the device of a third one.
+    if (check.port->HasCopiedName || check.otherPort->HasCopiedName) {
+        return false;
+    }
     if (section == 0 || GetPortNamesFromSection(ComPorts, section, numbers) == 0 ||
         numbers[0] != static_cast<DWORD>(check.port->PortNumber)) {
         return false;
@@ -183,6 +195,7 @@ void PutOffRestart(CComPort* port) {
     CreateCallbackTimer(PutOffRestartMs, port->SameParentDevInst, port->SameParentDevInst, RestartDevice_TimerProc,
                         "RestartSameParent");
     port->ChangePortTicker = GetTickCount() + static_cast<DWORD>(PutOffRestartMs);
+    AwaitRestart(port, port->ChangePortTicker);
 }
 
 bool IsCyclable(const CComPort* port) {
@@ -226,6 +239,7 @@ void WaitForNewName(CComPort* port) {
     }
     WriteLog(1, "QueryDosDevice(%s)...  kn=%s", port->szRegPortName, target);
     CopyText(port->szKernelNameCom, target);
+    MarkCopiedName(port);
 }
 
 // The name goes even if another device has come to this kernel name meanwhile: whom that costs its name gets it back in

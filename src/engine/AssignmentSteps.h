@@ -36,6 +36,8 @@ void AppendFreeNumber(Assignment* check);
 void BuildNewPortNames(Assignment* check);
 // The mode for this port: that of the section, else that of the settings.
 LONG ReadQuickMode(const Assignment& check);
+// Does the port have this number, by a link of its own?
+bool HasNumber(const CComPort* port, DWORD number);
 // The port has a wanted number: the COM name database is told, and the check is done.
 void KeepPresentNumber(CComPort* port);
 

@@ -73,7 +73,8 @@ static bool CycleOwnHubPort(const CComPort* port) {
 // Does the DOS name really lead to the port that was there first?
 static bool OwnsItsDosName(const CComPort* port) {
     char target[kDosTargetSize];
-    if (QueryDosName(port->szRegPortName, target) && lstrcmpA(target, port->szKernelNameCom) == 0) {
+    if (QueryDosName(port->szRegPortName, target) && lstrcmpA(target, port->szKernelNameCom) == 0 &&
+        !port->HasCopiedName) {
         WriteLog(1,
                  " current kernel name of %s is %s which belongs to a previousely present port -> assign different "
                  "port to new one",

@@ -3,6 +3,7 @@
 #include "config/CSettings.h"
 #include "inventory/CDosDeviceNames.h"
 #include "inventory/ComNameAvailability.h"
+#include "inventory/NameClaims.h"
 #include "inventory/SwapPorts.h"
 #include "support/LogFile.h"
 #include "support/ProcessState.h"
@@ -34,9 +35,14 @@ static bool IsRealDevice(const CComPort* port) {
 static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) {
     CComPort* port = check->port;
     const char* name = check->newPortNames[i];
-    if (check->newPorts[i] == static_cast<DWORD>(port->PortNumber)) {
+    if (HasNumber(port, check->newPorts[i])) {
         KeepPresentNumber(port);
         return Candidate::IsPresent;
+    }
+    // Not even the last number is tried: what waits for its restart would come back without a name.
+    if (const CComPort* holder = FindAwaitedHolder(name, port)) {
+        WriteLog(1, "%s waits for the restart of Ports[%i] -> try next port", name, holder->Index);
+        return Candidate::Taken;
     }
     const bool isTableFree = g_pComPorts->IsComPortNameAvailable(name) != 0;
     const bool isLast = i == check->newPortCount - 1;
@@ -47,7 +53,7 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
     while (!IsComPortNameAvailable(name)) {
         WriteLog(4, "TelitHack=%u", static_cast<DWORD>(TelitHack()));
         char target[kDosTargetSize];
-        if (port->szKernelNameCom[0] == 0 || !QueryDosName(name, target)) {
+        if (port->szKernelNameCom[0] == 0 || port->HasCopiedName || !QueryDosName(name, target)) {
             return Candidate::Taken;
         }
         if (lstrcmpA(target, port->szKernelNameCom) == 0) {

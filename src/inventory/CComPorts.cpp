@@ -127,7 +127,7 @@ int CComPorts::FindPortByComPort(const char* portName, const CComPort* skip) con
     FieldSearch name(portName);
     for (LONG i = 0; i < PortCount; ++i) {
         const CComPort* port = Ports[i];
-        if (port == skip || !HoldsName(port, &name) || port->Problem != 0) {
+        if (port == skip || !HoldsName(port, &name) || port->Problem != 0 || port->HasCopiedName) {
             continue;
         }
         char target[kDosTargetSize];

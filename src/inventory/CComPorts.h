@@ -91,6 +91,9 @@ struct CComPort {
     DWORD PortChangeDone = 0;          // the check has finished for the present arrival
     DWORD OnArrivalDone = 0;
     DWORD OnRemovalDone = 0;
+    DWORD AwaitedRestart = 0;       // a restart was put off and the port has not come back from it (NameClaims)
+    DWORD AwaitedRestartTicker = 0; // when that restart is due, if one is awaited
+    DWORD HasCopiedName = 0;        // szPortName leads to another present port's device; szKernelNameCom is that one's
 };
 
 // True for the node of a real device, false for 0 and for the DevInst of a virtual record.

@@ -3,6 +3,7 @@
 #include "inventory/CComPorts.h"
 #include "inventory/CDosDeviceNames.h"
 #include "inventory/DevicePaths.h"
+#include "inventory/NameClaims.h"
 #include "support/BoundedText.h"
 #include "support/CreateFileTimeout.h"
 #include "support/DiagnosticNames.h"
@@ -100,7 +101,8 @@ int CComPorts::IsComPortNameAvailable(const char* portName) {
         LiveState live;
         ReadLiveState(port, &live);
         LogRecord(i, port, &live);
-        if (!claims) {
+        // Its link is not there yet because its restart is still to come, not because it is dead.
+        if (!claims || IsRestartAwaited(port)) {
             continue;
         }
         if (live.Problem != 0) {

@@ -7,7 +7,7 @@
 #include "inventory/DeviceControl.h"
 #include "inventory/DevicePaths.h"
 #include "inventory/DeviceTree.h"
-#include "inventory/KnownDrivers.h"
+#include "inventory/NameClaims.h"
 #include "support/BoundedText.h"
 #include "support/CreateFileTimeout.h"
 #include "support/DiagnosticNames.h"
@@ -74,16 +74,6 @@ bool ClaimsName(const CComPort* port) {
     return port != nullptr && port->IsUsed && port->IsPresent && port->szRegPortName[0] != '\0';
 }
 
-// Does the DOS name lead to this port? Its own path leads to the same kernel device, or its driver names devices so.
-// A port without a kernel name has no DOS name in force.
-bool IsNameLikelyHere(const CComPort* port) {
-    if (port->szKernelNameCom[0] == '\0') {
-        return false;
-    }
-    return lstrcmpA(port->szKernelNameCom, port->szKernelNameDevPath) == 0 ||
-           KernelNameFitsDriver(port->szKernelNameCom, port->DeviceID, port->Service, port->ParentService);
-}
-
 void MarkWithoutName(CComPort* port) {
     port->MarkedForRestart = 1;
     port->szPortName[0] = '\0';
@@ -96,8 +86,8 @@ void MarkLoser(CComPort* port) {
 }
 
 void SettleName(CComPort* a, CComPort* b) {
-    const bool aFit = IsNameLikelyHere(a);
-    const bool bFit = IsNameLikelyHere(b);
+    const bool aFit = IsKernelNameOf(a, a->szKernelNameCom);
+    const bool bFit = IsKernelNameOf(b, b->szKernelNameCom);
     if (aFit == bFit) {
         WriteLog(1,
                  " Ports[%i] and Ports[%i] both want %s. Imposible to say who got it -> mark both for later common "
@@ -226,6 +216,7 @@ void SetAbsent(CComPort* port) {
     port->szPortName[0] = '\0';
     port->szKernelNameCom[0] = '\0';
     port->szKernelNameDevPath[0] = '\0';
+    port->HasCopiedName = 0;
     port->Problem = GetProblem(port->DevInst);
     port->RemovalTicker = GetTickCount();
     port->ChangePortTicker = 0;

@@ -9,6 +9,7 @@
 #include "inventory/DeviceResources.h"
 #include "inventory/DeviceTree.h"
 #include "inventory/FriendlyName.h"
+#include "inventory/NameClaims.h"
 #include "support/BoundedText.h"
 #include "support/LogFile.h"
 #include "support/ProcessState.h"
@@ -31,6 +32,7 @@ void ClearNames(CComPort* port) {
     port->PortNumberText[0] = '\0';
     port->szRegPortName[0] = '\0';
     port->szKernelNameDevPath[0] = '\0';
+    port->HasCopiedName = 0;
     port->Location[0] = '\0';
 }
 
@@ -137,6 +139,10 @@ void ReadNameInForce(CComPort* port) {
         CopyComDigits(port->szPortName, port->PortNumberText);
         port->PortNumber = GetNumberOfPortName(port->szPortName);
     }
+    // At the start all come at once, and the scan of equal names decides when all are read.
+    if (!g_InitialSnapshot) {
+        MarkCopiedName(port);
+    }
 }
 
 void ReadResources(CComPort* port) {
@@ -228,6 +234,7 @@ int CComPorts::UpdatePort(int index, DWORD devInst, const char* devicePath) {
         port->UsbPort[0] = '\0';
     }
     StampPresence(port);
+    EndAwaitedRestart(port, /*isArrival=*/true);
     WriteLog(1, " portreg=%s port=%s kncom=%s fn='%s' irq=%s ioport=%s usbport=%s", port->szRegPortName,
              port->szPortName, port->szKernelNameCom, port->FriendlyName, port->IRQ, port->IoPort, port->UsbPort);
     return 1;

@@ -1,0 +1,95 @@
+#include "inventory/NameClaims.h"
+
+#include "inventory/DevicePaths.h"
+#include "inventory/KnownDrivers.h"
+#include "support/LogFile.h"
+
+namespace {
+
+constexpr LONG kOverdueMs = 5000;
+
+// Of CComPort::AwaitedRestart. A flag beside the tick: a tick that is old enough would look ahead again.
+constexpr DWORD kNothingAwaited = 0;
+constexpr DWORD kRestartPutOff = 1;
+constexpr DWORD kRestartBegun = 2;
+
+// A port that shared its name at the start has none in force.
+bool IsLinkOf(const CComPort* port, const char* portName, const char* target) {
+    return port->IsUsed && port->IsPresent && IsRealDevInst(port->DevInst) && !port->HasCopiedName &&
+           lstrcmpiA(port->szPortName, portName) == 0 && lstrcmpA(port->szKernelNameCom, target) == 0;
+}
+
+} // namespace
+
+bool IsKernelNameOf(const CComPort* port, const char* kernelName) {
+    if (kernelName[0] == '\0') {
+        return false;
+    }
+    return lstrcmpA(kernelName, port->szKernelNameDevPath) == 0 ||
+           KernelNameFitsDriver(kernelName, port->DeviceID, port->Service, port->ParentService);
+}
+
+void AwaitRestart(CComPort* port, DWORD dueTick) {
+    port->AwaitedRestart = kRestartPutOff;
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        CComPort* other = g_pComPorts->Ports[i];
+        if (other != nullptr && other->AwaitedRestart == kRestartPutOff &&
+            other->SameParentDevInst == port->SameParentDevInst) {
+            other->AwaitedRestartTicker = dueTick;
+        }
+    }
+}
+
+void NoteRestartOf(DWORD sameParentDevInst) {
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        CComPort* port = g_pComPorts->Ports[i];
+        if (port != nullptr && port->AwaitedRestart == kRestartPutOff && port->SameParentDevInst == sameParentDevInst) {
+            port->AwaitedRestart = kRestartBegun;
+        }
+    }
+}
+
+void EndAwaitedRestart(CComPort* port, bool isArrival) {
+    if (!isArrival || port->AwaitedRestart == kRestartBegun) {
+        port->AwaitedRestart = kNothingAwaited;
+    }
+}
+
+bool IsRestartAwaited(CComPort* port) {
+    if (port->AwaitedRestart == kNothingAwaited) {
+        return false;
+    }
+    if (static_cast<LONG>(GetTickCount() - port->AwaitedRestartTicker) >= kOverdueMs) {
+        port->AwaitedRestart = kNothingAwaited;
+    }
+    return port->AwaitedRestart != kNothingAwaited;
+}
+
+const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker) {
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        CComPort* port = g_pComPorts->Ports[i];
+        if (port != nullptr && port != asker && port->IsUsed && IsRestartAwaited(port) &&
+            lstrcmpiA(port->szRegPortName, portName) == 0) {
+            return port;
+        }
+    }
+    return nullptr;
+}
+
+void MarkCopiedName(CComPort* port) {
+    port->HasCopiedName = 0;
+    if (port->szPortName[0] == '\0' || port->szKernelNameCom[0] == '\0' ||
+        lstrcmpA(port->szKernelNameCom, port->szKernelNameDevPath) == 0) {
+        return;
+    }
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        const CComPort* other = g_pComPorts->Ports[i];
+        // A record whose port was pulled out unnoticed has lost its device to whoever has the kernel name now.
+        if (other != nullptr && other != port && IsLinkOf(other, port->szPortName, port->szKernelNameCom) &&
+            GetProblem(other->DevInst) == 0) {
+            WriteLog(3, " %s leads to the device of Ports[%i]", port->szPortName, i);
+            port->HasCopiedName = 1;
+            return;
+        }
+    }
+}

@@ -1,0 +1,30 @@
+// Who has a COM name where one record alone does not say it: a port whose restart is still to come, a port whose
+// registry name leads to another one's device, and a name without a device whose owner has turned up.
+// Thread: any. Locks: none, as for the port table; the questions block only for the look at a DOS name.
+#pragma once
+
+#include "inventory/CComPorts.h"
+
+// Does the kernel name belong to this port? Its own path leads to it, or its driver names devices so. An empty kernel
+// name belongs to nobody.
+bool IsKernelNameOf(const CComPort* port, const char* kernelName);
+
+// --- a restart that was put off ---
+
+// The port, and all that wait for the same upper device, wait for a restart at this tick from now on.
+void AwaitRestart(CComPort* port, DWORD dueTick);
+// The restart of an upper device begins: what waits for it is up to date from its next arrival on.
+void NoteRestartOf(DWORD sameParentDevInst);
+// The port has arrived, or was restarted by itself: it waits no longer. isArrival: only if the restart has begun.
+void EndAwaitedRestart(CComPort* port, bool isArrival);
+// Is the restart still to come, and not overdue by more than 5 s?
+bool IsRestartAwaited(CComPort* port);
+// The port other than `asker` that waits for a restart under this name, or null. It keeps the name although no link of
+// that name is there yet, and while it is away for the restart.
+const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker);
+
+// --- a link that is another port's ---
+
+// Notes whether the link of the port's name is in force for another present port, so that the names in the record are
+// copies of that one's. Asks the configuration manager only if another record has the name.
+void MarkCopiedName(CComPort* port);
