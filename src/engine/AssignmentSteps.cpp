@@ -150,6 +150,10 @@ bool DoPortsWantEachOther(const Assignment& check) {
         numbers[0] != static_cast<DWORD>(check.port->PortNumber)) {
         return false;
     }
+    if (IsNameOfThird(check.port->szRegPortName, check.port, check.otherPort) ||
+        IsNameOfThird(check.otherPort->szRegPortName, check.port, check.otherPort)) {
+        return false;
+    }
     WriteLog(1, "other port will use section ComPorts%i with Port=COM%i -> swap ports", section,
              static_cast<LONG>(numbers[0]));
     return true;

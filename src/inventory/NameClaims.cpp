@@ -1,5 +1,6 @@
 #include "inventory/NameClaims.h"
 
+#include "inventory/CDosDeviceNames.h"
 #include "inventory/DevicePaths.h"
 #include "inventory/KnownDrivers.h"
 #include "support/LogFile.h"
@@ -92,4 +93,26 @@ void MarkCopiedName(CComPort* port) {
             return;
         }
     }
+}
+
+bool IsNameOfThird(const char* portName, const CComPort* first, const CComPort* second) {
+    char target[kDosTargetSize];
+    if (!QueryDosName(portName, target)) {
+        return false;
+    }
+    const bool isTheirs = IsLinkOf(first, portName, target) || IsLinkOf(second, portName, target);
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        const CComPort* third = g_pComPorts->Ports[i];
+        if (third == nullptr || third == first || third == second || !third->IsUsed || !third->IsPresent ||
+            !IsRealDevInst(third->DevInst)) {
+            continue;
+        }
+        // Of ports that shared the name at the start each may have it whose driver names devices so.
+        const bool mayBeIts = !isTheirs && lstrcmpiA(third->szRegPortName, portName) == 0 && IsKernelNameOf(third, target);
+        if (IsLinkOf(third, portName, target) || mayBeIts) {
+            WriteLog(1, "%s leads to Ports[%i] -> no swap", portName, i);
+            return true;
+        }
+    }
+    return false;
 }

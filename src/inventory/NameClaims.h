@@ -28,3 +28,6 @@ const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker);
 // Notes whether the link of the port's name is in force for another present port, so that the names in the record are
 // copies of that one's. Asks the configuration manager only if another record has the name.
 void MarkCopiedName(CComPort* port);
+// Does the link of the name lead to a present port that is neither of the two, or may it, so that a swap of the two
+// would cost that one its name? A name without a link does not.
+bool IsNameOfThird(const char* portName, const CComPort* first, const CComPort* second);
