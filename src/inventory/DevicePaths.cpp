@@ -41,6 +41,14 @@ const char* SkipPathPrefix(const char* devicePath) {
     return devicePath + skipped;
 }
 
+bool IsComPortPath(const char* devicePath) {
+    return StrStrIA(devicePath, "{86e0d1e0-8089-11d0-9ce4-08003e301f73}") != nullptr;
+}
+
+bool IsModemPath(const char* devicePath) {
+    return StrStrIA(devicePath, "{2c7089aa-2e0e-11d1-b114-00c04fc2aae4}") != nullptr;
+}
+
 bool IsSameDevicePath(const char* a, const char* b) {
     return IsSameNoCase(SkipPathPrefix(a), SkipPathPrefix(b));
 }

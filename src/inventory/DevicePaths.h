@@ -17,6 +17,10 @@ const char* SkipPathPrefix(const char* devicePath);
 // Are the two paths the same, blind to case and without the first four characters of both?
 bool IsSameDevicePath(const char* a, const char* b);
 
+// An interface path ends in its class: is it that of the COM ports, of the modems?
+bool IsComPortPath(const char* devicePath);
+bool IsModemPath(const char* devicePath);
+
 // The node of the interface with this path (blind to case) among those of the class.
 // flags: of SetupDiGetClassDevsA, DIGCF_DEVICEINTERFACE is added. Returns: the node, or 0.
 DWORD GetDevInstByDevicePath(const char* devicePath, const GUID* interfaceClass, DWORD flags);

@@ -215,6 +215,10 @@ int CComPorts::AddPort(int slotNumber, DWORD devInst, const char* devicePath) {
     CComPort* port = ReserveSlot(devInst, devicePath, &known);
     if (known != kNoPort) {
         WriteLog(1, " already in list at idx=%i", known);
+        // Its modem's arrival was quicker; the port can be restarted by this path alone.
+        if (IsModemPath(Ports[known]->DevPath) && IsComPortPath(devicePath)) {
+            CopyText(Ports[known]->DevPath, devicePath);
+        }
         return 0;
     }
     if (port == nullptr) {

@@ -202,9 +202,12 @@ int CComPorts::UpdatePort(int index, DWORD devInst, const char* devicePath) {
     port->IsUsed = 1;
     port->IsPresent = IsDevicePresent(devInst) ? 1 : 0;
     ClearNames(port);
+    // A port is restarted by the path of its COM port interface alone, so that of the same node's modem does not
+    // replace it. Here, since the two arrivals may be read at one time.
+    const bool keepsPath = port->DevInst == devInst && IsComPortPath(port->DevPath) && IsModemPath(path);
     port->DevInst = devInst;
     ReadTreePlace(port);
-    if (path[0] != '\0') {
+    if (path[0] != '\0' && !keepsPath) {
         CopyText(port->DevPath, path);
     }
     ReadIds(port);
