@@ -73,6 +73,7 @@ int CheckComPortAssignment(int index) {
 
     Assignment check = {};
     check.port = port;
+    RetireVirtualRecords(port->szRegPortName);
     FindHolderOfRegistryName(&check);
     check.section = GetFittingSectionNumber(port, ComPorts);
     if (check.section == 0) {

@@ -12,6 +12,7 @@
 #include "inventory/DeviceControl.h"
 #include "inventory/DevicePaths.h"
 #include "inventory/DeviceProperties.h"
+#include "inventory/NameClaims.h"
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
 #include "support/LogFile.h"
@@ -108,6 +109,7 @@ static bool MoveToFreeNumber(CComPort* port) {
 // Looks for ports that were there first and own the newcomer's number.
 // Returns: whether the newcomer was moved; the arrival that its restart brings does the rest.
 static bool MoveAwayFromCollision(CComPort* port) {
+    RetireVirtualRecords(port->szRegPortName);
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         const CComPort* other = g_pComPorts->Ports[i];
         if (other == nullptr || other == port || !other->IsPresent || other->PortNumber != port->PortNumber) {
@@ -120,6 +122,28 @@ static bool MoveAwayFromCollision(CComPort* port) {
         }
     }
     return false;
+}
+
+// The bit of the number in force is set. While the registry holds another one, the port is about to leave that number:
+// its bit goes when the port has the new one, unless somebody else has the number by then.
+static void KeepNumberTaken(CComPort* port) {
+    ComNameArbiterAdd(port->PortNumber);
+    if (port->PortNumber == 0) {
+        return;
+    }
+    if (port->PortNumber != GetNumberOfPortName(port->szRegPortName)) {
+        port->LeftNumber = port->PortNumber;
+        return;
+    }
+    if (port->LeftNumber != 0 && port->LeftNumber != port->PortNumber) {
+        char name[16];
+        char target[kDosTargetSize];
+        FormatText(name, "COM%i", port->LeftNumber);
+        if (!QueryDosName(name, target) && g_pComPorts->FindPortByComPort(name) == nullptr) {
+            ComNameArbiterRemove(name);
+        }
+    }
+    port->LeftNumber = 0;
 }
 
 bool IsArrivalBalloonDue(const CComPort* port) {
@@ -182,7 +206,7 @@ void ComPortArrived(const char* devpath) {
     if (result == 0 && port->PortNumber != 0 && MoveAwayFromCollision(port)) {
         return;
     }
-    ComNameArbiterAdd(port->PortNumber);
+    KeepNumberTaken(port);
     if (result == 0) {
         FixFriendlyName(port->szRegEnumPath, port->PortNumber);
     } else if (result != 1 || g_pSettings == nullptr || !g_pSettings->QuickAndDirtyMode) {
@@ -202,6 +226,8 @@ void ComPortRemoved(const char* devpath) {
     }
     g_pComPorts->ListPorts();
     const int index = g_pComPorts->FindPortIdxByDevicePath(devpath);
+    // The removal of a device that the table does not know may be that of a link's driver.
+    RetireVirtualRecords(nullptr);
     if (index < 0) {
         WriteLog(1, " not found");
         return;

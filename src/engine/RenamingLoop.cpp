@@ -2,6 +2,7 @@
 
 #include "config/CSettings.h"
 #include "inventory/CDosDeviceNames.h"
+#include "inventory/ComNameArbiter.h"
 #include "inventory/ComNameAvailability.h"
 #include "inventory/NameClaims.h"
 #include "inventory/SwapPorts.h"
@@ -84,7 +85,9 @@ static int BringDeviceToName(Assignment* check, const char* name) QM_REQUIRES(CS
         port->PortChangeDone = 1;
         return isMoved ? NumberChanged : ChangeIncomplete;
     }
-    if (port->ArrivalTicker - port->SameParentArrivalTicker < CameAlongMs && !IsCyclable(port)) {
+    // Without an upper device there is none whose restart would serve the port.
+    if (port->SameParentDevInst != 0 && port->ArrivalTicker - port->SameParentArrivalTicker < CameAlongMs &&
+        !IsCyclable(port)) {
         WriteLog(1, "port came along with an upper device -> restart this later");
         PutOffRestart(port);
     } else if (RestartForNewNumber(port)) {
@@ -126,6 +129,9 @@ int RenamePort(Assignment* check) {
         return result;
     }
     result = SwapPortNumbers(check->port, check->otherPort);
+    // Neither arrival sets its bit, since both are passed over, and an unfinished swap leaves either name in use.
+    ComNameArbiterAddByName(check->port->szRegPortName);
+    ComNameArbiterAddByName(check->otherPort->szRegPortName);
     check->port->PortChangeDone = 1;
     check->otherPort->PortChangeDone = 1;
     return result;

@@ -91,6 +91,7 @@ struct CComPort {
     DWORD PortChangeDone = 0;          // the check has finished for the present arrival
     DWORD OnArrivalDone = 0;
     DWORD OnRemovalDone = 0;
+    LONG LeftNumber = 0;            // has its bit because the port had it while the registry held another; 0: none
     DWORD AwaitedRestart = 0;       // a restart was put off and the port has not come back from it (NameClaims)
     DWORD AwaitedRestartTicker = 0; // when that restart is due, if one is awaited
     DWORD HasCopiedName = 0;        // szPortName leads to another present port's device; szKernelNameCom is that one's

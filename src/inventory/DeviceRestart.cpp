@@ -120,6 +120,8 @@ int PerformComPortDisableEnable(CComPort* port) {
         return 0;
     }
     return RestartByInterface(port, [port](HDEVINFO list, SP_DEVINFO_DATA* device) {
+        // Its removal and the problem that it passes through are met while the calls are still running.
+        port->RestartTicker = GetTickCount();
         if (!ChangeDeviceState(list, device, DICS_DISABLE) || !ChangeDeviceState(list, device, DICS_ENABLE)) {
             WriteLog(1, "failed  err=%s", LastErrorName());
             return false;

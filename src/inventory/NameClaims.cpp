@@ -20,6 +20,24 @@ bool IsLinkOf(const CComPort* port, const char* portName, const char* target) {
            lstrcmpiA(port->szPortName, portName) == 0 && lstrcmpA(port->szKernelNameCom, target) == 0;
 }
 
+// Is there a present port of this registry name to which the target belongs? What leads to the device of a port of
+// another name is that one's second name, whatever the driver.
+bool HasOwner(const char* portName, const char* target) {
+    bool hasOwner = false;
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        const CComPort* port = g_pComPorts->Ports[i];
+        if (port == nullptr || !port->RecordValid || !port->IsUsed || !port->IsPresent) {
+            continue;
+        }
+        if (lstrcmpiA(port->szRegPortName, portName) == 0) {
+            hasOwner |= IsKernelNameOf(port, target);
+        } else if (!port->HasCopiedName && lstrcmpA(port->szKernelNameCom, target) == 0) {
+            return false;
+        }
+    }
+    return hasOwner;
+}
+
 } // namespace
 
 bool IsKernelNameOf(const CComPort* port, const char* kernelName) {
@@ -77,6 +95,22 @@ const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker) {
     return nullptr;
 }
 
+void RetireVirtualRecords(const char* portName) {
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        CComPort* port = g_pComPorts->Ports[i];
+        if (port == nullptr || port->RecordValid || !port->IsUsed || !port->IsPresent ||
+            (portName != nullptr && lstrcmpiA(port->szRegPortName, portName) != 0)) {
+            continue;
+        }
+        char target[kDosTargetSize];
+        if (!QueryDosName(port->szRegPortName, target) || HasOwner(port->szRegPortName, target)) {
+            WriteLog(1, "%s has no link without a device any more -> set Port[%i].IsPresent = false",
+                     port->szRegPortName, i);
+            port->IsPresent = 0;
+        }
+    }
+}
+
 void MarkCopiedName(CComPort* port) {
     port->HasCopiedName = 0;
     if (port->szPortName[0] == '\0' || port->szKernelNameCom[0] == '\0' ||
@@ -108,7 +142,8 @@ bool IsNameOfThird(const char* portName, const CComPort* first, const CComPort* 
             continue;
         }
         // Of ports that shared the name at the start each may have it whose driver names devices so.
-        const bool mayBeIts = !isTheirs && lstrcmpiA(third->szRegPortName, portName) == 0 && IsKernelNameOf(third, target);
+        const bool mayBeIts =
+            !isTheirs && lstrcmpiA(third->szRegPortName, portName) == 0 && IsKernelNameOf(third, target);
         if (IsLinkOf(third, portName, target) || mayBeIts) {
             WriteLog(1, "%s leads to Ports[%i] -> no swap", portName, i);
             return true;

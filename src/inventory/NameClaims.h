@@ -23,6 +23,12 @@ bool IsRestartAwaited(CComPort* port);
 // that name is there yet, and while it is away for the restart.
 const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker);
 
+// --- a name without a device ---
+
+// Sets the virtual record of the name absent, or of all names if null, once its link is gone or belongs to a present
+// port with this registry name: the record stood for that link alone.
+void RetireVirtualRecords(const char* portName);
+
 // --- a link that is another port's ---
 
 // Notes whether the link of the port's name is in force for another present port, so that the names in the record are

@@ -312,6 +312,7 @@ void CComPorts::DeleteNotFoundPorts() {
             WriteLog(1, " err=%s", LastErrorName());
         }
     }
+    RetireVirtualRecords(nullptr);
 }
 
 int CComPorts::RemovePort(const char* devicePath) {

@@ -8,6 +8,7 @@
 #include "inventory/DeviceProperties.h"
 #include "inventory/DeviceRemoval.h"
 #include "inventory/PortInterfaceClasses.h"
+#include "inventory/RestartMarks.h"
 #include "support/BoundedText.h"
 #include "support/LogFile.h"
 
@@ -18,6 +19,15 @@ namespace {
 // Problem numbers of a device that is on its way out.
 constexpr DWORD kProblemWillBeRemoved = 21;
 constexpr DWORD kProblemHeldForEject = 47;
+
+constexpr DWORD kOwnRestartMs = 5000;
+
+// A device that this service restarts, or has out for a swap, passes through problems that mean nothing.
+bool IsOwnRestart(const CComPort* port) {
+    const char* path = SkipPathPrefix(port->DevPath);
+    return (port->RestartTicker != 0 && GetTickCount() - port->RestartTicker < kOwnRestartMs) ||
+           (path[0] != '\0' && (lstrcmpiA(path, szRestarting1) == 0 || lstrcmpiA(path, szRestarting2) == 0));
+}
 
 bool IsLeaving(DWORD problem) {
     return problem == kProblemWillBeRemoved || problem == kProblemHeldForEject;
@@ -69,7 +79,7 @@ void CComPorts::ReactToProblem(DWORD devInst, DWORD problem, const char* deviceP
     const int index = FindPortIdxByDevInst(devInst);
     CComPort* port = index != kNoPort ? Ports[index] : nullptr;
     if (port != nullptr) {
-        if (port->Problem == problem) {
+        if (port->Problem == problem || IsOwnRestart(port)) {
             return;
         }
         if (IsLeaving(problem)) {
@@ -100,7 +110,7 @@ void CComPorts::FindRemovedProblemDevices() {
     WriteLog(3, "CComPorts::FindRemovedProblemDevices()...");
     for (LONG i = 0; i < PortCount; ++i) {
         const CComPort* port = Ports[i];
-        if (port == nullptr || port->Problem == 0) {
+        if (port == nullptr || port->Problem == 0 || IsOwnRestart(port)) {
             continue;
         }
         const DWORD problem = GetProblem(port->DevInst);

@@ -22,7 +22,6 @@ namespace storm {
 
 namespace {
 
-constexpr simwin::DWORD EarlyTicks = 95'000;
 constexpr std::uint64_t SettlingMs = 1000; // shorter pauses are not looked into
 constexpr std::uint64_t OwnChangeMs = 5000;
 constexpr std::uint64_t LogStepMs = 100;
@@ -239,6 +238,9 @@ bool Judge::IsBound(const Running& port) const {
     const rehearse::WrittenValue moved = LastMove(*port.device);
     if (Says(*port.device, "kind = \"modem\"") && !moved.name.empty() && moved.atMs >= ranAtMs)
         return false;
+    // (c) One that stays marked is given another number at each arrival behind a restart that is put off.
+    if (IsMarked(m_stage, port.device->id) && !moved.name.empty() && moved.atMs >= ranAtMs)
+        return false;
     // Nobody hears of what starts without its interfaces, or while they stay as they were.
     if (IsQuietStart(*port.device) ||
         std::none_of(port.node->interfaces.begin(), port.node->interfaces.end(), [](const auto& i) { return i->up; }))
@@ -341,9 +343,6 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
     // Of two that are to swap the one that does as it is told comes back without its record.
     if (IsHindered(*device))
         m_excusedAtMs[device] = write.atMs + OwnChangeMs;
-    // (e) What is not on USB and seems to have come along with an upper device 0 waits for its restart for ever.
-    if (device->parent.empty() && machine::TickCount() < EarlyTicks)
-        m_excusedAtMs[device] = write.atMs;
     bool isShared = false;
     for (const Device& other : m_plan.devices) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
