@@ -40,6 +40,33 @@ char* ReadAllNames(DWORD* sizeBytes) {
     return buffer.Release();
 }
 
+// Whether the name is COM and a number. A port's name comes from the registry, where its driver may have written "C:"
+// or "PIPE": the machine must not lose those, nor get them from here.
+bool IsComName(const char* name) {
+    constexpr char smallLetters[] = "com";
+    constexpr BYTE caseBit = 0x20;
+    for (const char* letter = smallLetters; *letter != 0; ++letter, ++name) {
+        if ((*name | caseBit) != *letter) {
+            return false;
+        }
+    }
+    const char* digit = name;
+    while (*digit >= '0' && *digit <= '9') {
+        ++digit;
+    }
+    return digit != name && *digit == 0;
+}
+
+// Refuses, with the last error and a line, what IsComName does not know.
+bool MayBeChanged(const char* name) {
+    if (IsComName(name)) {
+        return true;
+    }
+    WriteLog(1, " DOS name %s is no COM name -> left alone", name);
+    SetLastError(ERROR_INVALID_NAME);
+    return false;
+}
+
 } // namespace
 
 CDosDeviceNames::CDosDeviceNames(const char* filter) {
@@ -99,9 +126,9 @@ int DeleteDosName(const char* name) {
         SetLastError(ERROR_FILE_NOT_FOUND);
         return 0;
     }
-    return DefineDosDeviceA(kDeleteFlags, name, nullptr) ? 1 : 0;
+    return MayBeChanged(name) && DefineDosDeviceA(kDeleteFlags, name, nullptr) ? 1 : 0;
 }
 
 int CreateDosName(const char* name, const char* kernelName) {
-    return DefineDosDeviceA(kCreateFlags, name, kernelName) ? 1 : 0;
+    return MayBeChanged(name) && DefineDosDeviceA(kCreateFlags, name, kernelName) ? 1 : 0;
 }

@@ -32,10 +32,10 @@ public:
 // Returns: 1 if the name exists. On failure 0 with the last error of the name space, `target` is empty then.
 int QueryDosName(const char* name, char (&target)[kDosTargetSize]);
 
-// Takes the name's present target away, without telling the windows of the machine.
-// Returns: 1, or 0 with the last error.
+// Takes the name's present target away, without telling the windows of the machine. A name other than COM and digits
+// stays, with a line: it belongs to something else. Returns: 1, or 0 with the last error.
 int DeleteDosName(const char* name);
 
-// Makes the name lead to the NT device, without telling the windows of the machine. Returns: 1, or 0 with the last
-// error.
+// Makes the name lead to the NT device, without telling the windows of the machine. A name other than COM and digits
+// is refused as above. Returns: 1, or 0 with the last error.
 int CreateDosName(const char* name, const char* kernelName);

@@ -41,8 +41,9 @@ KeyOutcome WithKey(HKEY firstRoot, HKEY secondRoot, const char* key, REGSAM righ
         error = work(handle);
         RegCloseKey(handle);
     }
-    if (formerList) {
-        (void)RegRestoreKeyAccess(HKEY_LOCAL_MACHINE, key, formerList); // the work is done, its result counts
+    // The work is done and its result counts, but whoever may write to this key from now on must be known.
+    if (formerList && !RegRestoreKeyAccess(HKEY_LOCAL_MACHINE, key, formerList)) {
+        WriteLog(1, "access list of HKLM\\%s could not be put back: everybody may change the key", key);
     }
     return {opened, static_cast<DWORD>(error)};
 }

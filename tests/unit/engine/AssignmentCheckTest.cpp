@@ -75,7 +75,7 @@ TEST_F(AssignmentCheck, ThePortWithoutANameMayOnlyBeLate) {
     UseIni("");
     CComPort* port = Port("A", 5, "\\Device\\Serial5");
     CopyText(port->szRegPortName, "COM5 at the back");
-    CreateDosName("COM5 at the back", "\\Device\\Serial5");
+    DefineDosDeviceA(DDD_RAW_TARGET_PATH, "COM5 at the back", "\\Device\\Serial5");
     port->szPortName[0] = port->szKernelNameCom[0] = 0;
     port->PortNumber = 0;
     EXPECT_EQ(CheckComPortAssignment(port->Index), 0);

@@ -77,7 +77,7 @@ TEST(ComNameArbiter, ASweepFreesWhatIsListedAndHasNoDosName) {
     using Row = std::tuple<const char*, Bytes, Bytes, int>;
     // Live: COM3 and COM12. Names in other letters are no COM names.
     for (const char* name : {"COM3", "COM12", "com5", "COMX", "COM0", "COM999", "AUX"})
-        ASSERT_TRUE(CreateDosName(name, "\\Device\\Serial0")) << name;
+        ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, name, "\\Device\\Serial0")) << name;
     for (const auto& [list, before, after, result] :
          {Row{"1-16", {0xFF, 0xFF}, {0x04, 0x08}, 1}, Row{"1-4,7, 16", {0xFF, 0xFF}, {0xB4, 0x7F}, 1},
           Row{"9-40", {0xFF, 0xFF}, {0xFF, 0x08}, 1}, Row{"3,12", {0xFF, 0xFF}, {0xFF, 0xFF}, 1},

@@ -82,10 +82,23 @@ std::string TargetOf(const char* name) {
     return definition != nullptr ? definition->target : "(none)";
 }
 
+// A port's name is what its driver wrote into the registry; the machine's other names must survive it.
+TEST(DosNames, OnlyComNamesAreMadeOrDeleted) {
+    for (const char* name : {"C:", "PIPE", "LPT1", "COM", "COM1x", "COMX", "xCOM1", "COM5 at the back"}) {
+        ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, name, "\\Device\\Other")) << name;
+        EXPECT_EQ(DeleteDosName(name), 0) << name;
+        EXPECT_EQ(GetLastError(), ERROR_INVALID_NAME);
+        EXPECT_EQ(CreateDosName(name, kKernelName), 0) << name;
+        EXPECT_EQ(TargetOf(name), "\\Device\\Other") << name;
+    }
+    EXPECT_EQ(CreateDosName("com12", kKernelName), 1);
+    EXPECT_EQ(DeleteDosName("COM12"), 1);
+}
+
 TEST(ComPortNumber, ASnapshotOfTheDosNamesHoldsWhatTheFilterFinds) {
     const std::string longTarget = "\\Device\\" + std::string(300, 'n');
-    ASSERT_TRUE(CreateDosName("MyCom", longTarget.c_str()));
-    ASSERT_TRUE(CreateDosName("LPT1", "\\Device\\Parallel0"));
+    ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, "MyCom", longTarget.c_str()));
+    ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, "LPT1", "\\Device\\Parallel0"));
     for (int i = 1; i <= 3000; ++i) // more than the first buffer holds
         ASSERT_TRUE(CreateDosName(("COM" + std::to_string(i)).c_str(), kKernelName));
     const CDosDeviceNames names("COM");

@@ -25,7 +25,7 @@ TEST(PortSnapshot, RegistryNamesAndDosNamesComeTogetherInTheRecord) {
     description.devices[3].interfaces = {"comport", "modem"};
     ASSERT_EQ(machine::BuildDevices(description), "");
     ASSERT_EQ(1, CreateDosName("COM40", "\\Device\\Nobody"));
-    ASSERT_EQ(1, CreateDosName("COMPORT", "\\Device\\Nobody"));
+    ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, "COMPORT", "\\Device\\Nobody"));
     CComPorts* table = inventorytest::NewTable();
     g_InitialSnapshot = 1;
     EXPECT_EQ(table->CreateSnapshot(0), 5) << "the board's, the one without a name, the modem once, COM9 and COM40";

@@ -6,6 +6,7 @@
 #include "simwin/registry/Registry.h"
 #include "support/Bitmap.h"
 #include "support/RegistryTools.h"
+#include "tests/unit/Log.h"
 
 namespace {
 
@@ -92,6 +93,16 @@ TEST(RegistryTools, AKeyThatRefusesIsOpenedForOneCallAndClosedAgain) {
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
     EXPECT_EQ(Stored("PortName"), "COM7\0"s);
     EXPECT_TRUE(isClosed());
+}
+
+TEST(RegistryTools, AListThatCannotBePutBackIsReported) {
+    machine::TheRegistry().SetString(kFull, "PortName", "COM3");
+    machine::TheRegistry().ProtectKey(kFull);
+    logtest::StartLog();
+    machine::AddFault({.call = "RegSetKeySecurity", .on = "*", .error = ERROR_ACCESS_DENIED, .after = 1, .times = 3});
+    EXPECT_EQ(RegWriteString(HKEY_LOCAL_MACHINE, kKey, "PortName", "COM7"), 1);
+    EXPECT_FALSE(machine::TheRegistry().IsSecurityUnchanged(kFull));
+    EXPECT_TRUE(logtest::Logged("HKLM\\SOFTWARE\\Tool could not be put back: everybody may change the key"));
 }
 
 TEST(RegistryTools, ANameIsChangedInPlace) {
