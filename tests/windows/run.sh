@@ -4,24 +4,12 @@
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/../.."
 build=build/windows
-wine=build/wine
-export WINEDEBUG=-all WINEARCH=win64
-unset WINEDLLOVERRIDES WINELOADER WINESERVER DISPLAY WAYLAND_DISPLAY
+# shellcheck source=tests/windows/prefix.sh
+. tests/windows/prefix.sh
 
 fail() {
     echo "windows: $*" >&2
     exit 1
-}
-
-# A prefix takes a while to make and is only copied afterwards. A crash in it ends the program and asks nobody.
-make_pristine_prefix() {
-    rm -rf "$wine/pristine" "$wine/new"
-    export WINEPREFIX=$PWD/$wine/new
-    WINEDLLOVERRIDES="mscoree,mshtml=" timeout 300 wineboot -i
-    timeout 60 wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f
-    timeout 60 wine reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' /v Debugger /d false /f
-    timeout 120 wineserver -w
-    mv "$wine/new" "$wine/pristine"
 }
 
 # Fails on any warning: the linker and the resource compiler know no -Werror.
@@ -106,7 +94,7 @@ build_edition x86 windows-x86 "$build-x86" OFF
 if [ -n "$prefix_maker" ]; then
     wait "$prefix_maker" || { cat "$wine/prefix.log" >&2; fail "no Wine prefix could be made"; }
 fi
-prefix=$(mktemp -d "$PWD/$wine/run.XXXXXX")
+prefix=$(mktemp -d "$wine/run.XXXXXX")
 cp -a "$wine/pristine/." "$prefix"
 export WINEPREFIX=$prefix
 start_screen

@@ -1,0 +1,91 @@
+#!/usr/bin/env bash
+# Tests the packages: what is in them, and the installers under Wine: install, upgrade, remove, with and without
+# registration, an INI file of the user's that survives it all, and the x86 installer that refuses x64.
+# usage: packages.sh FOLDER VERSION
+set -euo pipefail
+out=$1
+version=$2
+cd "$(dirname "$(readlink -f "$0")")/../.."
+# shellcheck source=tests/windows/prefix.sh
+. tests/windows/prefix.sh
+checks=0
+
+fail() {
+    echo "package: $*" >&2
+    exit 1
+}
+check() { # MEANING COMMAND...
+    local meaning=$1
+    shift
+    "$@" || fail "not so: $meaning"
+    checks=$((checks + 1))
+}
+not() { ! "$@"; }
+
+(cd "$out" && sha256sum --quiet -c SHA256SUMS) || fail "the checksums are not those of the files"
+for edition in x64 x86; do
+    names=$(cd "$out" && python3 -m zipfile -l "Quillmarch-$version-$edition.zip" | awk 'NR > 1 { print $1 }' | sort)
+    wanted=$(printf 'Quillmarch/\nQuillmarch/%s\n' Quillmarch.exe _edit_ini.cmd _service_deregister.cmd \
+        _service_register.cmd configuration.md readme.txt | grep -v '^Quillmarch/$' | sort)
+    check "the zip of $edition has its six files" test "$(grep -v '/$' <<<"$names")" = "$wanted"
+    msi=$out/Quillmarch-$version-$edition.msi
+    check "no INI file in the installer" not grep -qi '\.ini' <(msiinfo export "$msi" File)
+    check "six files in the installer" test "$(msiinfo export "$msi" File | tail -n +4 | grep -c .)" = 6
+    # 18: a program among the files; 64: goes on without it; 1024: in the elevated half; 2048: as the system.
+    for action in Register Deregister; do
+        check "$edition: ${action}Service runs as the system" \
+            grep -qP "^${action}Service\t$((18 + 64 + 1024 + 2048))\tExecutable\t-silent" <(msiinfo export "$msi" CustomAction)
+        check "$edition: ${action}Service between the elevated half's ends" awk -F'\t' -v wanted="${action}Service" '
+            $1 == wanted { at = $3 + 0 } $1 == "InstallInitialize" { begin = $3 + 0 } $1 == "InstallFinalize" { end = $3 + 0 }
+            END { exit !(at > begin && at < end) }' <(msiinfo export "$msi" InstallExecuteSequence)
+    done
+    check "$edition: the version before goes first" awk -F'\t' '$1 == "RemoveExistingProducts" { at = $3 + 0 }
+            $1 == "InstallValidate" { begin = $3 + 0 } $1 == "InstallInitialize" { end = $3 + 0 }
+            END { exit !(at > begin && at < end) }' <(msiinfo export "$msi" InstallExecuteSequence)
+    check "REGISTER reaches the elevated half" grep -qP '^SecureCustomProperties\t.*REGISTER' <(msiinfo export "$msi" Property)
+done
+
+mkdir -p "$wine"
+[ -e "$wine/pristine/system.reg" ] || make_pristine_prefix >"$wine/prefix.log" 2>&1 </dev/null || fail "no Wine prefix"
+prefix=$(mktemp -d "$wine/package.XXXXXX")
+export WINEPREFIX=$prefix
+clean_up() {
+    wineserver -k || true
+    timeout 30 wineserver -w || true
+    rm -rf "$prefix"
+}
+trap clean_up EXIT
+cp -a "$wine/pristine/." "$prefix"
+
+folder="$prefix/drive_c/Program Files/Quillmarch"
+install() { timeout 120 wine msiexec "$@" /qn </dev/null >/dev/null 2>&1; }
+registered() { timeout 60 wine reg query 'HKLM\System\CurrentControlSet\Services\Quillmarch' </dev/null >/dev/null 2>&1; }
+same() { cmp -s "$1" "$2"; }
+products() {
+    timeout 60 wine reg query 'HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall' /s </dev/null 2>/dev/null |
+        tr -d '\r' | awk '$1 == "DisplayName" && $3 == "Quillmarch" { name = 1; count++ }
+            $1 == "DisplayVersion" { shown = shown " " $3 } END { print count + 0 }'
+}
+
+check "the x86 installer refuses x64" not install /i "$out/Quillmarch-$version-x86.msi"
+check "and has installed nothing" not test -e "$prefix/drive_c/Program Files (x86)/Quillmarch/Quillmarch.exe"
+check "the version before is installed" install /i "$out/former/Quillmarch.msi" REGISTER=0
+check "its executable is there" test -e "$folder/Quillmarch.exe"
+check "without an INI file" not test -e "$folder/Quillmarch.ini"
+check "REGISTER=0 registers no service" not registered
+printf '[Settings]\r\nWriteLogfile=0\r\n' >"$folder/Quillmarch.INI"
+cp "$folder/Quillmarch.INI" "$prefix/own.ini"
+printf 'an older one' >"$folder/readme.txt"
+
+check "the upgrade is installed" install /i "$out/Quillmarch-$version-x64.msi"
+check "with its executable" same "$folder/Quillmarch.exe" "$out/x64/Quillmarch/Quillmarch.exe"
+check "the service is registered" registered
+check "there is one product" test "$(products)" = 1
+check "the user's INI file is as it was" same "$folder/Quillmarch.INI" "$prefix/own.ini"
+
+check "it is removed" install /x "$out/Quillmarch-$version-x64.msi"
+check "with its executable" not test -e "$folder/Quillmarch.exe"
+check "and its service" not registered
+check "there is no product" test "$(products)" = 0
+check "the user's INI file is still there" same "$folder/Quillmarch.INI" "$prefix/own.ini"
+echo "packages: $checks checks passed, the installers under $(wine --version)"
