@@ -39,7 +39,7 @@ struct Device {
         port->UsbPortChain = static_cast<ULONGLONG>(i) + 1; // their order, not that of their names
         port->BusTypeName = kBusTypeNames[kBusUsb];
         port->ArrivalTicker = port->RemovalTicker = GetTickCount();
-        CreateDosName(port->DevPath + 4, "\\Device\\Quad");
+        DefineDosDeviceA(DDD_RAW_TARGET_PATH, port->DevPath + 4, "\\Device\\Quad");
         g_pComPorts->Ports[i] = port;
         g_pComPorts->PortCount = i + 1;
     }
@@ -93,8 +93,8 @@ TEST(PortBalloon, OnlyPortsThatCameTogetherAndAreDoneAreListed) {
     device[0].ArrivalTicker += 1;
     ASSERT_TRUE(device.Compose(ArrivalBalloonTimerId, 3));
     EXPECT_STREQ(device.balloon.Text, "COM7, COM10");
-    DeleteDosName("quad0");
-    DeleteDosName("quad3");
+    DefineDosDeviceA(DDD_REMOVE_DEFINITION, "quad0", nullptr);
+    DefineDosDeviceA(DDD_REMOVE_DEFINITION, "quad3", nullptr);
     EXPECT_FALSE(device.Compose(ArrivalBalloonTimerId, 3));
     EXPECT_TRUE(Logged("qdd err=")) << "the names have gone";
     EXPECT_TRUE(Logged("oops, no text -> no balloon"));
