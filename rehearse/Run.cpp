@@ -15,6 +15,7 @@
 #include "rehearse/Timeline.h"
 
 #include "simwin/desktop/Desktop.h"
+#include "simwin/kernel/Image.h"
 #include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
@@ -143,6 +144,8 @@ int Rehearse(const Options& options) {
         fmt::print("{}", DevicesTable());
         return ExitDone;
     }
+    if (const std::string wrong = machine::PrepareImages(options.imageFile); !wrong.empty())
+        throw std::runtime_error("quillmarch-rehearse: " + wrong);
     timeline.Watch();
     leaks.Watch();
     expectations.Check();
@@ -180,6 +183,8 @@ int Rehearse(const Options& options) {
     }
     std::fflush(stdout);
     if (!isDone) {
+        if (const std::string& failure = machine::HostFailure(); !failure.empty())
+            throw std::runtime_error("quillmarch-rehearse: " + failure); // nobody's fault but the host's
         TellOutcome(outcome);
         return ExitStopped;
     }

@@ -4,10 +4,13 @@
 #include "rehearse/Durations.h"
 #include "rehearse/Run.h"
 
+#include "simwin/devices/catalogue/Catalogue.h"
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <charconv>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 
@@ -24,7 +27,7 @@ std::string FileOfBuild(const char* name, const char* built) {
 struct Line {
     rehearse::Options options;
     std::string ini, json, log, until, seed;
-    bool printKeys = false;
+    bool printKeys = false, printCatalogue = false;
 };
 
 void Describe(CLI::App& app, Line& line) {
@@ -42,6 +45,7 @@ void Describe(CLI::App& app, Line& line) {
     app.add_flag("--quiet", line.options.quiet, "no report on standard output");
     app.add_flag("--devices", line.options.devices,
                  "print the devices of the machine as it was understood, run nothing");
+    app.add_flag("--catalogue", line.printCatalogue, "print the kinds of devices that are known by their ids");
     app.add_flag("--print-keys", line.printKeys, "print the tables of keys")->group("");
     app.add_option("--image", line.options.imageFile, "the product as a shared object")->group("");
     app.add_option("--resources", line.options.resourceFile, "its compiled resources")->group("");
@@ -49,7 +53,7 @@ void Describe(CLI::App& app, Line& line) {
 
 // What the command line said, as options; a text for what is wrong with it.
 std::string Complete(const CLI::App& app, Line& line) {
-    if (line.printKeys)
+    if (line.printKeys || line.printCatalogue)
         return "";
     if (line.options.description.empty())
         return "MACHINE.toml is missing";
@@ -103,6 +107,10 @@ int RunLine(int count, char** arguments) {
         fmt::print("{}", rehearse::KeyTables());
         return rehearse::ExitDone;
     }
+    if (line.printCatalogue) {
+        fmt::print("{}", machine::CatalogueTable());
+        return rehearse::ExitDone;
+    }
     try {
         return rehearse::Rehearse(line.options);
     } catch (const rehearse::InputError& error) {
@@ -114,8 +122,15 @@ int RunLine(int count, char** arguments) {
 } // namespace
 
 int main(int count, char** arguments) {
+    // A reader that has gone is a failed write, not the end in the middle of everything.
+    std::signal(SIGPIPE, SIG_IGN);
     try {
-        return RunLine(count, arguments);
+        const int code = RunLine(count, arguments);
+        if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+            std::fputs("quillmarch-rehearse: standard output cannot be written\n", stderr);
+            return rehearse::ExitWrongInput;
+        }
+        return code;
     } catch (const std::exception& error) { // a disk that is full, a folder that cannot be read
         std::fputs(error.what(), stderr);
         std::fputs("\n", stderr);

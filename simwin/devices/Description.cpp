@@ -67,6 +67,13 @@ std::optional<std::uint64_t> DurationOf(std::string_view text) {
 
 } // namespace
 
+const char* DeviceKindName(DeviceKind kind) {
+    for (const KindName& known : KindNames)
+        if (kind == known.kind)
+            return known.name;
+    return "";
+}
+
 std::optional<DeviceKind> DeviceKindFromName(std::string_view name) {
     for (const KindName& known : KindNames)
         if (name == known.name)

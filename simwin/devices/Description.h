@@ -11,6 +11,7 @@
 namespace machine {
 
 enum class DeviceKind : std::uint8_t { Port, Modem, Controller, RootHub, Hub, Usb, Composite, Other };
+const char* DeviceKindName(DeviceKind kind);
 std::optional<DeviceKind> DeviceKindFromName(std::string_view name); // "port", "modem", "root-hub", ...
 
 // What a port's driver does when its DOS name exists already.

@@ -7,6 +7,7 @@
 #include "simwin/devices/api.h"
 #include "simwin/devices/catalogue/Catalogue.h"
 #include "simwin/kernel/Machine.h"
+#include "simwin/kernel/Notes.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/registry/Registry.h"
 
@@ -177,6 +178,14 @@ bool IsNeverThere(const DeviceNode& node) {
     return node.IsPort() && !node.printerPort && !node.installed && !node.said.portName && !node.said.dosDeviceName;
 }
 
+// From Windows 10 on the class driver takes every device that says it is a serial one (CDC ACM).
+bool IsServedAsSerial(const DeviceDescription& said) {
+    if (TheSetup().version.major < 10 || !said.hardwareId)
+        return false;
+    return std::any_of(said.hardwareId->begin(), said.hardwareId->end(),
+                       [](const std::string& id) { return StartsWithNoCase(id, "USB\\Class_02&SubClass_02"); });
+}
+
 DeviceKind KindOfDescription(const DeviceDescription& said) {
     if (said.kind)
         return *said.kind;
@@ -185,6 +194,8 @@ DeviceKind KindOfDescription(const DeviceDescription& said) {
         return known->kind;
     if (said.ports || said.knowsInMs || said.cycleStatus) // what only a hub has
         return DeviceKind::Hub;
+    if (!known && !said.service && !said.className && IsServedAsSerial(said))
+        return DeviceKind::Port;
     const std::string fallback = known && known->className ? known->className : "";
     return KindOf(said.id, said.service.value_or(known && known->service ? known->service : ""),
                   said.className ? *said.className : said.classGuid.value_or(fallback));
@@ -365,6 +376,18 @@ void GiveResources() {
     }
 }
 
+// Windows would look for a driver; here nobody knows what comes of such an adapter.
+void NoteUnknownAdapters(const DevicesDescription& description) {
+    for (const DeviceDescription& device : description.devices) {
+        const DeviceNode* node = TheDeviceTree().FindById(device.id);
+        const bool isPlain = node->kind == DeviceKind::Usb && node->children.empty() && ServiceOf(*node).empty();
+        if (isPlain && !device.kind && !device.className && !device.classGuid && !FindInCatalogue(device.id))
+            AddNote(Utf8FromAnsi(fmt::format("no driver is known for '{}': it brings no port; describe its port or "
+                                             "give `kind`",
+                                             node->id)));
+    }
+}
+
 std::string Build(const DevicesDescription& description) {
     AddExportedDevices(description.devices);
     LinkExportedDevices();
@@ -383,6 +406,7 @@ std::string Build(const DevicesDescription& description) {
         return wrong;
     LeaveOutUnplaced();
     YieldSocketsToDescribed();
+    NoteUnknownAdapters(description);
     SetComDatabase(description);
     TheRegistry().CreateKey("HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM");
     for (const DosNameDescription& name : description.dosNames)

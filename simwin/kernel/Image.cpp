@@ -2,12 +2,15 @@
 
 #include "simwin/kernel/Rules.h"
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include <dlfcn.h>
@@ -27,7 +30,9 @@ struct Range {
 
 std::map<std::string, std::vector<Image*>> g_pool; // by the file that they are copies of
 std::vector<Image*> g_images;
-std::string g_folder; // holds the copies until the end of the run: the sanitizers read line numbers from them
+std::string g_hostFailure;
+std::string g_prepared; // a copy that no image has taken yet
+std::string g_folder;   // holds the copies until the end of the run: the sanitizers read line numbers from them
 
 } // namespace
 
@@ -79,22 +84,85 @@ int FindSegments(dl_phdr_info* info, std::size_t, void* parameter) {
     return 1;
 }
 
-std::string CopyOf(const std::string& file) {
-    if (g_folder.empty()) {
-        std::string pattern = (std::filesystem::temp_directory_path() / "quillmarch-images-XXXXXX").string();
-        if (!mkdtemp(pattern.data()))
-            StopRun(Verdict::Crash, "no folder for the images can be made");
-        g_folder = pattern;
+std::string CopyName(std::size_t number) {
+    return g_folder + "/image" + std::to_string(number) + ".so";
+}
+
+// For the handler of signals, which may neither take memory nor touch a container: it can come in the middle of both.
+char g_folderForSignals[4096];
+volatile std::sig_atomic_t g_copiesMade;
+
+// Ctrl-C and the like: nothing stays in the temporary folder.
+void RemoveFolderAndEnd(int signal) {
+    for (int number = 0; number < g_copiesMade; ++number) {
+        char path[sizeof(g_folderForSignals) + 32];
+        char digits[12];
+        int length = 0;
+        for (int rest = number; rest > 0 || length == 0; rest /= 10)
+            digits[length++] = static_cast<char>('0' + rest % 10);
+        char* end = stpcpy(stpcpy(path, g_folderForSignals), "/image");
+        while (length > 0)
+            *end++ = digits[--length];
+        std::memcpy(end, ".so", sizeof(".so"));
+        unlink(path);
     }
-    const std::string copy = g_folder + "/image" + std::to_string(g_images.size()) + ".so";
+    if (g_folderForSignals[0])
+        rmdir(g_folderForSignals);
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+// "" if it was made.
+std::string MakeFolder() {
     std::error_code error;
-    std::filesystem::copy_file(file, copy, error);
+    const std::filesystem::path temporary = std::filesystem::temp_directory_path(error);
     if (error)
-        StopRun(Verdict::Crash, "cannot copy the product's image " + file + ": " + error.message());
+        return "the temporary folder (TMPDIR): " + error.message();
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        if (std::signal(signal, RemoveFolderAndEnd) == SIG_IGN)
+            std::signal(signal, SIG_IGN);
+    g_folder = (temporary / "quillmarch-images-XXXXXX").string();
+    if (g_folder.size() >= sizeof(g_folderForSignals) || !mkdtemp(g_folder.data())) {
+        g_folder.clear();
+        return "no folder can be made in " + temporary.string() + ": " + std::strerror(errno);
+    }
+    g_copiesMade = 0;
+    std::memcpy(g_folderForSignals, g_folder.c_str(), g_folder.size() + 1);
+    return {};
+}
+
+std::string MakeCopy(const std::string& file, const std::string& copy) {
+    std::error_code error;
+    g_copiesMade = g_copiesMade + 1; // before it is there, so that a signal finds it
+    std::filesystem::copy_file(file, copy, error);
+    return error ? "cannot copy the product's image " + file + ": " + error.message() : std::string();
+}
+
+std::string CopyOf(const std::string& file) {
+    if (!g_prepared.empty() && g_images.empty())
+        return std::exchange(g_prepared, {});
+    g_hostFailure = g_folder.empty() ? MakeFolder() : std::string();
+    const std::string copy = CopyName(g_images.size());
+    if (g_hostFailure.empty())
+        g_hostFailure = MakeCopy(file, copy);
+    if (!g_hostFailure.empty())
+        StopRun(Verdict::Crash, g_hostFailure);
     return copy;
 }
 
 } // namespace
+
+std::string PrepareImages(const std::string& file) {
+    std::string wrong = MakeFolder();
+    if (!wrong.empty())
+        return wrong;
+    g_prepared = CopyName(0);
+    return MakeCopy(file, g_prepared);
+}
+
+const std::string& HostFailure() {
+    return g_hostFailure;
+}
 
 Image* LoadImage(const std::string& file) {
     auto& pool = g_pool[file];
@@ -128,10 +196,13 @@ void UnloadImages() {
     }
     g_images.clear();
     g_pool.clear();
+    g_prepared.clear();
     if (!g_folder.empty()) {
         std::error_code ignored;
         std::filesystem::remove_all(g_folder, ignored);
         g_folder.clear();
+        g_folderForSignals[0] = '\0';
+        g_copiesMade = 0;
     }
 }
 

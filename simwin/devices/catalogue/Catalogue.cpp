@@ -3,6 +3,8 @@
 #include "simwin/kernel/Text.h"
 #include "simwin/registry/Registry.h"
 
+#include <fmt/format.h>
+
 namespace machine {
 
 namespace {
@@ -33,10 +35,19 @@ constexpr CatalogueEntry Entries[] = {
     {"USB\\VID_0403&PID_6011\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
     {"USB\\VID_0403&PID_*", Usb, "USB", "FTDIBUS", nullptr, "USB Serial Converter", nullptr, nullptr},
     // Prolific, WCH
+    {"USB\\VID_067B&PID_2304\\*", Port, "Ports", "Ser2pl", "Ser2plx86", "Prolific USB-to-Serial Comm Port",
+     "\\Device\\ProlificSerial0", nullptr},
+    {"USB\\VID_067B&PID_23?3\\*", Port, "Ports", "Ser2pl", "Ser2plx86", "Prolific USB-to-Serial Comm Port",
+     "\\Device\\ProlificSerial0", nullptr},
     {"USB\\VID_067B&PID_2303\\*", Port, "Ports", "Ser2pl", "Ser2plx86", "Prolific USB-to-Serial Comm Port",
      "\\Device\\ProlificSerial0", nullptr},
     {"USB\\VID_1A86&PID_7523\\*", Port, "Ports", "CH341SER_A64", "CH341SER", "USB-SERIAL CH340", "\\Device\\Serial1",
      nullptr},
+    {"USB\\VID_1A86&PID_7522\\*", Port, "Ports", "CH341SER_A64", "CH341SER", "USB-SERIAL CH340K", "\\Device\\Serial1",
+     nullptr},
+    {"USB\\VID_1A86&PID_5523\\*", Port, "Ports", "CH341SER_A64", "CH341SER", "USB-SERIAL CH341", "\\Device\\Serial1",
+     nullptr},
+    {"USB\\VID_1A86&PID_55D4\\*", Port, "Ports", nullptr, nullptr, "USB-Enhanced-SERIAL CH9102", nullptr, nullptr},
     {"USB\\VID_1A86&PID_55D3\\*", Port, "Ports", nullptr, nullptr, "USB-Enhanced-SERIAL CH343", nullptr, nullptr},
     // Silicon Labs
     {"USB\\VID_10C4&PID_EA60&MI_00&OS_NT\\*", Port, "Ports", "slabser", nullptr, "CP210x USB to UART Bridge Controller",
@@ -73,9 +84,18 @@ constexpr CatalogueEntry Entries[] = {
     {"USB\\VID_2341&PID_804E\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
     {"USB\\VID_2341&PID_804D\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
     {"USB\\VID_16C0&PID_0483\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
+    {"USB\\VID_239A&PID_????&MI_00\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
+    {"USB\\VID_239A&PID_????&MI_*", Other, "USBDevice", nullptr, nullptr, "USB Input Device", nullptr, nullptr},
+    {"USB\\VID_239A&PID_????\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
+    {"USB\\VID_16C0&PID_048B&MI_0?\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
+    {"USB\\VID_16C0&PID_048B\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
+    {"USB\\VID_2E8A&PID_0009&MI_00\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
+    {"USB\\VID_2E8A&PID_0009\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
     {"USB\\VID_2E8A&PID_000A\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
     {"USB\\VID_2E8A&PID_0005&MI_00\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
     {"USB\\VID_2E8A&PID_0005\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
+    {"USB\\VID_303A&PID_0002&MI_00\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
+    {"USB\\VID_303A&PID_0002\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
     {"USB\\VID_303A&PID_1001&MI_00\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
     {"USB\\VID_303A&PID_1001&MI_02\\*", Other, "USBDevice", "WinUSB", nullptr, "USB JTAG/serial debug unit", nullptr,
      nullptr},
@@ -95,6 +115,13 @@ constexpr CatalogueEntry Entries[] = {
     {"USB\\VID_1915&PID_C00A&MI_01\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
     {"USB\\VID_1915&PID_522A&MI_0?\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
     {"USB\\VID_1915&PID_C00A\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
+    {"USB\\VID_1915&PID_520F\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
+    {"USB\\VID_04D8&PID_00DF&MI_00\\*", Port, "Ports", "usbser", nullptr, "USB Serial Port", UsbSer, nullptr},
+    {"USB\\VID_04D8&PID_00DF&MI_02\\*", Other, "HIDClass", "HidUsb", nullptr, "USB Input Device", nullptr, nullptr},
+    {"USB\\VID_04D8&PID_00DF\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
+    {"USB\\VID_04E2&PID_1410\\*", Port, "Ports", nullptr, nullptr, "XR21V1410 USB UART", nullptr, nullptr},
+    {"USB\\VID_1546&PID_01A?\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
+    {"USB\\VID_05E0&PID_1701\\*", Port, "Ports", "usbser", nullptr, "USB CDC Scanner", UsbSer, nullptr},
     {"USB\\VID_1D50&PID_6018&MI_00\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
     {"USB\\VID_1D50&PID_6018&MI_02\\*", Port, "Ports", "usbser", nullptr, "USB Serial Device", UsbSer, nullptr},
     {"USB\\VID_1D50&PID_6018\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
@@ -116,13 +143,13 @@ constexpr CatalogueEntry Entries[] = {
     {"USB\\VID_2B04&PID_C006&MI_03\\*", Port, "Ports", "usbser", nullptr, nullptr, UsbSer, nullptr},
     {"USB\\VID_2B04&PID_C006\\*", Composite, "USB", "usbccgp", nullptr, "USB Composite Device", nullptr, nullptr},
     // Mobile modems
-    {"USB\\VID_2C7C&PID_0125&MI_00\\*", Port, "Ports", "qcusbser", nullptr, "Quectel USB DM Port", nullptr, nullptr},
-    {"USB\\VID_2C7C&PID_0125&MI_01\\*", Port, "Ports", "qcusbser", nullptr, "Quectel USB NMEA Port", nullptr, nullptr},
-    {"USB\\VID_2C7C&PID_0125&MI_02\\*", Port, "Ports", "qcusbser", nullptr, "Quectel USB AT Port", nullptr, nullptr},
-    {"USB\\VID_2C7C&PID_0125&MI_03\\*", Modem, "Modem", "qcmdm", nullptr, "Quectel USB Modem", nullptr, nullptr},
-    {"USB\\VID_2C7C&PID_0125&MI_04\\*", Other, "Net", "qcusbwwan", nullptr, "Quectel Wireless Ethernet Adapter",
+    {"USB\\VID_2C7C&PID_0???&MI_00\\*", Port, "Ports", "qcusbser", nullptr, "Quectel USB DM Port", nullptr, nullptr},
+    {"USB\\VID_2C7C&PID_0???&MI_01\\*", Port, "Ports", "qcusbser", nullptr, "Quectel USB NMEA Port", nullptr, nullptr},
+    {"USB\\VID_2C7C&PID_0???&MI_02\\*", Port, "Ports", "qcusbser", nullptr, "Quectel USB AT Port", nullptr, nullptr},
+    {"USB\\VID_2C7C&PID_0???&MI_03\\*", Modem, "Modem", "qcmdm", nullptr, "Quectel USB Modem", nullptr, nullptr},
+    {"USB\\VID_2C7C&PID_0???&MI_04\\*", Other, "Net", "qcusbwwan", nullptr, "Quectel Wireless Ethernet Adapter",
      nullptr, nullptr},
-    {"USB\\VID_2C7C&PID_0125\\*", Composite, "USB", "usbccgp", nullptr, "Quectel USB Composite Device (0028)", nullptr,
+    {"USB\\VID_2C7C&PID_0???\\*", Composite, "USB", "usbccgp", nullptr, "Quectel USB Composite Device (0028)", nullptr,
      nullptr},
     {"USB\\VID_2CA3&PID_4006&MI_00\\*", Port, "Ports", "qcusbser", nullptr, "Quectel USB DM Port", nullptr, nullptr},
     {"USB\\VID_2CA3&PID_4006&MI_01\\*", Port, "Ports", "qcusbser", nullptr, "Quectel USB NMEA Port", nullptr, nullptr},
@@ -160,6 +187,7 @@ constexpr CatalogueEntry Entries[] = {
      nullptr, nullptr},
     {"PCI\\VEN_131F&DEV_2000&*", Port, "Ports", "Serial", nullptr, "SIIG CyberSerial Card", "\\Device\\Serial1",
      "PCI\\VEN_131F&DEV_2000&CC_0700"},
+    {"PCI\\VEN_9710&DEV_9865&*", Port, "Ports", nullptr, nullptr, "PCI Serial Port", nullptr, nullptr},
     {"PCI\\VEN_18F7&DEV_0004&*", Other, "MultiportSerial", "mf", nullptr, "Multiport Serial Adapter", nullptr, nullptr},
     {"MF\\PCI#VEN_18F7&DEV_0004&*", Port, "Ports", "Serial", nullptr, "Communications Port", "\\Device\\Serial1",
      "SerialFC\\Port1"},
@@ -176,6 +204,46 @@ constexpr CatalogueEntry Entries[] = {
     // The USB tree itself
     {"USB\\ROOT_HUB*", RootHub, "USB", nullptr, nullptr, nullptr, nullptr, nullptr},
     {"PCI\\*&CC_0C03*", Controller, "USB", nullptr, nullptr, nullptr, nullptr, nullptr},
+};
+
+// Where the facts come from, by what a pattern begins with.
+struct CatalogueSource {
+    const char* start;
+    const char* source;
+};
+constexpr CatalogueSource Sources[] = {
+    {"FTDIBUS", "ftdibus.inf and ftdiport.inf of the maker, captured ids"},
+    {"USB\\VID_0403", "ftdibus.inf of the maker, captured ids"},
+    {"USB\\VID_067B", "ser2pl.inf of the maker; newer ids: the table of Linux's pl2303 driver"},
+    {"USB\\VID_1A86&PID_55D", "captured; the tables of Linux's cdc-acm driver; the maker's service is not known"},
+    {"USB\\VID_1A86", "captured; the table of Linux's ch341 driver"},
+    {"USB\\VID_10C4", "slabvcp.inf and slabbus.inf of the maker, captured ids"},
+    {"USB\\VID_2341", "arduino.inf, captured ids"},
+    {"USB\\VID_239A", "the boards' firmware: serial first, then storage and input"},
+    {"USB\\VID_04D8", "the maker's data sheet: serial and input interface"},
+    {"USB\\VID_04E2", "the table of Linux's xr_serial driver; the maker's service is not known"},
+    {"USB\\VID_1546", "public lists of USB ids; class CDC ACM, served by usbser.inf of Windows 10"},
+    {"USB\\VID_05E0", "public lists of USB ids; class CDC ACM, served by usbser.inf of Windows 10"},
+    {"USB\\VID_0483", "stlink_VCP.inf, captured ids"},
+    {"USB\\VID_2C7C", "captured from one module; its maker gives the LTE modules one layout"},
+    {"USB\\VID_2CA3", "captured"},
+    {"USB\\VID_1199", "captured"},
+    {"USB\\VID_05C6", "qcwdfser.inf and qcwdfmdm.inf of the maker"},
+    {"USB\\VID_1BC7", "public samples; the maker's service is not known"},
+    {"USB\\VID_110A", "captured hardware ids; service and kernel name are not known"},
+    {"USB\\VID_1366", "captured; the maker's service is not known"},
+    {"USB\\VID_0D28", "captured; the maker's service is not known"},
+    {"USB\\VID_", "captured ids, or the board's own INF for usbser"},
+    {"USB\\ROOT_HUB", "usbport.inf and usbhub3.inf of Windows"},
+    {"BTH", "bthspp.inf of Windows, captured ids"},
+    {"ACPI", "msports.inf of Windows, captured"},
+    {"ROOT\\*PNP", "msports.inf of Windows"},
+    {"PCI\\VEN_9710", "captured hardware id; service and kernel name are not known"},
+    {"PCI\\VEN_18F7", "serialfc.inf of the maker"},
+    {"MF", "serialfc.inf of the maker, mf.inf of Windows"},
+    {"COM0COM", "comport.inf of the emulator, captured ids"},
+    {"PC", "msports.inf and usbport.inf of Windows, captured ids"},
+    {"ROOT\\PORTS", "captured"},
 };
 
 struct SetupClass {
@@ -216,6 +284,23 @@ const CatalogueEntry* FindInCatalogue(std::string_view id) {
         if (MatchesWildcard(id, entry.pattern))
             return &entry;
     return nullptr;
+}
+
+std::string CatalogueTable() {
+    const auto orDash = [](const char* text) { return text ? text : "-"; };
+    std::string text = "id\tkind\tclass\tservice\tdescription\tkernel name\tsource\n";
+    for (const CatalogueEntry& entry : Entries) {
+        const char* source = "-";
+        for (const CatalogueSource& row : Sources)
+            if (StartsWithNoCase(entry.pattern, row.start)) {
+                source = row.source;
+                break;
+            }
+        text += fmt::format("{}\t{}\t{}\t{}\t{}\t{}\t{}\n", entry.pattern, DeviceKindName(entry.kind),
+                            orDash(entry.className), orDash(entry.service), orDash(entry.description),
+                            orDash(entry.kernelName), source);
+    }
+    return text;
 }
 
 DeviceKind KindOf(std::string_view id, std::string_view service, std::string_view classNameOrGuid) {

@@ -23,6 +23,8 @@ struct CatalogueEntry {
     const char* hardwareId;
 };
 const CatalogueEntry* FindInCatalogue(std::string_view id);
+// All rows with their sources, for people: columns with a tab between them.
+std::string CatalogueTable();
 
 // The kind of a device by its id, service and setup class (name or GUID); Other if nothing tells more.
 DeviceKind KindOf(std::string_view id, std::string_view service, std::string_view classNameOrGuid);
