@@ -56,7 +56,7 @@ def rehearse(tool, folder, number, data, how):
                              timeout=LIMIT_SECONDS)
     except subprocess.TimeoutExpired:
         return None, f"{how}: longer than {LIMIT_SECONDS} s"
-    lines = run.stderr.splitlines()
+    lines = run.stderr.rstrip("\n").split("\n") if run.stderr else []
     if run.returncode == 0 and not lines or run.returncode == 2 and len(lines) == 1 and PLACE.match(lines[0]):
         os.remove(registry)
         os.remove(machine)
