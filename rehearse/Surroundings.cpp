@@ -51,17 +51,25 @@ void SetUpShell(const Record& description) {
         machine::SetConsent(product->FlagOf("consent", true));
 }
 
+machine::Session SessionOf(const Record& record, bool isConsole) {
+    machine::Session session;
+    session.id = SessionIn(record, "id");
+    session.user = record.TextOf("user");
+    session.state =
+        *machine::SessionStateFromName(record.TextOf("state", session.user.empty() ? "connected" : "active"));
+    session.console = record.FlagOf("console", isConsole);
+    session.administrator = record.FlagOf("administrator");
+    session.filtered = record.FlagOf("uac");
+    return session;
+}
+
 void SetUpSessions(const Record& description) {
+    const std::vector<Record>& records = description.TablesOf("session");
+    const bool saysConsole = std::any_of(records.begin(), records.end(),
+                                         [](const Record& record) { return record.FlagOf("console", false); });
     bool isFirst = true;
-    for (const Record& record : description.TablesOf("session")) {
-        machine::Session session;
-        session.id = SessionIn(record, "id");
-        session.user = record.TextOf("user");
-        session.state = *machine::SessionStateFromName(record.TextOf("state", "active"));
-        session.console = record.FlagOf("console", isFirst);
-        session.administrator = record.FlagOf("administrator");
-        session.filtered = record.FlagOf("uac");
-        machine::DefineSession(session);
+    for (const Record& record : records) {
+        machine::DefineSession(SessionOf(record, isFirst && !saysConsole));
         isFirst = false;
     }
 }
@@ -74,11 +82,10 @@ void SetUpAnswers(const Record& description) {
 
 Action LogonEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("logon");
-    const unsigned id = SessionIn(table, "id");
-    const std::string user = table.TextOf("user");
-    return [&stage, id, user] {
-        stage.timeline->Outside(fmt::format("{} logs on to session {}", user, id));
-        machine::LogOn(id, user);
+    const machine::Session session = SessionOf(table, /*isConsole=*/false);
+    return [&stage, session] {
+        stage.timeline->Outside(fmt::format("{} logs on to session {}", session.user, session.id));
+        machine::LogOn(session);
     };
 }
 

@@ -32,6 +32,22 @@ void TellServices(DWORD event, unsigned id) {
     BroadcastServiceControl(SERVICE_CONTROL_SESSIONCHANGE, event, data);
 }
 
+bool HasServicesSession() {
+    return TheSetup().version.major >= 6;
+}
+
+// The console goes to session `id`: a session with nobody is not needed any more, a user's is disconnected.
+void LeaveConsole(unsigned id) {
+    std::erase_if(*g_sessions,
+                  [&](const Session& other) { return other.console && other.id != id && other.user.empty(); });
+    for (Session& other : *g_sessions)
+        if (other.console && other.id != id) {
+            other.console = false;
+            other.state = WTSDisconnected;
+            TellServices(WTS_CONSOLE_DISCONNECT, other.id);
+        }
+}
+
 } // namespace
 
 void DefineSession(const Session& session) {
@@ -50,29 +66,78 @@ std::optional<WTS_CONNECTSTATE_CLASS> SessionStateFromName(std::string_view name
     return std::nullopt;
 }
 
-void LogOn(unsigned id, std::string_view user) {
-    const Session* known = FindSession(id);
-    Session session = known ? *known : Session();
-    if (!known)
-        session.administrator = false;
-    session.id = id;
-    session.user = user;
+void LogOn(Session session) {
+    const Session* known = FindSession(session.id);
+    session.console = session.console || ConsoleSession() == session.id;
     session.state = WTSActive;
-    if (known && !EqualNoCase(known->user, user))
-        LogOff(id);
+    if (known && !known->user.empty() && !EqualNoCase(known->user, session.user))
+        LogOff(session.id);
+    if (session.console)
+        LeaveConsole(session.id);
     DefineSession(session);
-    TellServices(WTS_SESSION_LOGON, id);
+    TellServices(WTS_SESSION_LOGON, session.id);
 }
 
 void LogOff(unsigned id) {
-    if (std::erase_if(*g_sessions, [&](const Session& session) { return session.id == id; }) == 0)
+    const Session* known = FindSession(id);
+    if (!known)
         return;
+    const bool wasConsole = known->console;
+    std::erase_if(*g_sessions, [&](const Session& session) { return session.id == id; });
+    if (wasConsole) {
+        Session next;
+        next.id = HasServicesSession() ? id + 1 : 0;
+        while (HasServicesSession() && FindSession(next.id))
+            ++next.id;
+        next.state = WTSConnected;
+        DefineSession(next);
+    }
     // A copy: ending one process may start or end others.
     const std::vector<Process*> processes = AllProcesses();
     for (Process* process : processes)
         if (!process->ended && process->session == id && process->rights != Rights::System)
             EndProcess(process, 0);
     TellServices(WTS_SESSION_LOGOFF, id);
+}
+
+std::vector<Session> ListedSessions() {
+    std::vector<Session> listed;
+    for (const Session& session : *g_sessions)
+        if (session.id != 0)
+            listed.push_back(session);
+    const bool hasConsole =
+        std::any_of(g_sessions->begin(), g_sessions->end(), [](const Session& session) { return session.console; });
+    Session first;
+    first.id = 0;
+    first.state = WTSDisconnected;
+    first.console = false;
+    if (const Session* described = FindSession(0)) {
+        first = *described;
+    } else if (!hasConsole && !HasServicesSession()) {
+        first.state = WTSConnected;
+        first.console = true;
+    }
+    listed.insert(listed.begin(), first);
+    if (!hasConsole && HasServicesSession()) {
+        Session console;
+        while (FindSession(console.id))
+            ++console.id;
+        console.state = WTSConnected;
+        listed.push_back(console);
+    }
+    Session listener;
+    listener.id = ListenerSession;
+    listener.state = WTSListen;
+    listener.console = false;
+    listed.push_back(listener);
+    return listed;
+}
+
+std::optional<unsigned> ConsoleSession() {
+    for (const Session& session : ListedSessions())
+        if (session.console)
+            return session.id;
+    return std::nullopt;
 }
 
 const Session* FindSession(unsigned id) {

@@ -26,11 +26,21 @@ void DefineSession(const Session& session);
 // "active", "disconnected" and the other names of connect states, without regard to case.
 std::optional<simwin::WTS_CONNECTSTATE_CLASS> SessionStateFromName(std::string_view name);
 
-// A user logs on: the session is made unless it is described, and WTS_SESSION_LOGON goes to the services.
-void LogOn(unsigned id, std::string_view user);
-// The session's programs end, it is gone, and WTS_SESSION_LOGOFF goes to the services. An unknown id changes nothing.
+// A user logs on: the session is made unless it is described, and WTS_SESSION_LOGON goes to the services. It is the
+// console's if the console has this number, or with `console`; whoever else was there is disconnected then.
+void LogOn(Session session);
+// The session's programs end, it is gone, and WTS_SESSION_LOGOFF goes to the services. After the console's session a
+// new one, connected and with nobody, is there at once. An unknown id changes nothing.
 void LogOff(unsigned id);
 
+// From Windows 6.0 on session 0 is that of the services and never the console; before, it is both.
+inline constexpr unsigned ListenerSession = 65536;
+// What Windows lists: session 0, those of users in the order of description and logon, last the listener. A machine
+// without a described console has one more, connected and with nobody.
+std::vector<Session> ListedSessions();
+std::optional<unsigned> ConsoleSession();
+
+// Of the described sessions and those of users who logged on; null for another.
 const Session* FindSession(unsigned id);
 const Session* FindSessionOfUser(std::string_view user);
 const std::vector<Session>& AllSessions();

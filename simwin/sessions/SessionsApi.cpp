@@ -7,6 +7,7 @@
 #include "simwin/registry/Security.h"
 #include "simwin/services/api.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace machine {
@@ -88,6 +89,15 @@ simwin::BOOL GiveProcess(simwin::HANDLE handle, simwin::PROCESSENTRY32* entry, b
     const std::string name = process->imagePath.substr(process->imagePath.rfind('\\') + 1);
     name.copy(entry->szExeFile, sizeof(entry->szExeFile) - 1);
     return TRUE;
+}
+
+// Windows names the sessions of the services, the console, the listener and of remote users.
+std::string StationName(const Session& session) {
+    if (session.console)
+        return "Console";
+    if (session.id == 0)
+        return "Services";
+    return session.id == ListenerSession ? "RDP-Tcp" : "RDP-Tcp#" + std::to_string(session.id);
 }
 
 } // namespace
@@ -191,8 +201,10 @@ BOOL WTSQuerySessionInformationA(HANDLE server, DWORD sessionId, WTS_INFO_CLASS 
         machine::NotModelled("WTSQuerySessionInformationA", "anything but the connect state on this machine");
     if (simCall.error)
         return Fail(simCall.error, FALSE);
-    const machine::Session* session = machine::FindSession(sessionId);
-    if (!session)
+    const std::vector<machine::Session> listed = machine::ListedSessions();
+    const auto session = std::find_if(listed.begin(), listed.end(),
+                                      [&](const machine::Session& other) { return other.id == sessionId; });
+    if (session == listed.end())
         return Fail(ERROR_CTX_WINSTATION_NOT_FOUND, FALSE);
     *bytes = sizeof(DWORD);
     *buffer =
@@ -207,9 +219,42 @@ void WTSFreeMemory(PVOID memory) {
         machine::BrokenRule("WTSFreeMemory", "a block that is none");
 }
 
+BOOL WTSEnumerateSessionsA(HANDLE server, DWORD reserved, DWORD version, PWTS_SESSION_INFOA* sessions, DWORD* count) {
+    SIM_CALL("WTSEnumerateSessionsA", "", ERROR_ACCESS_DENIED, RPC_S_SERVER_UNAVAILABLE);
+    if (server != WTS_CURRENT_SERVER_HANDLE)
+        machine::NotModelled("WTSEnumerateSessionsA", "another machine");
+    if (simCall.error)
+        return Fail(simCall.error, FALSE);
+    if (reserved != 0 || version != 1)
+        return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    const std::vector<machine::Session> listed = machine::ListedSessions();
+    std::vector<std::string> names;
+    std::size_t bytes = listed.size() * sizeof(WTS_SESSION_INFOA);
+    for (const machine::Session& session : listed)
+        bytes += names.emplace_back(machine::StationName(session)).size() + 1;
+    auto* block =
+        static_cast<WTS_SESSION_INFOA*>(machine::CurrentProcess()->heap.Allocate(bytes, "WTSEnumerateSessionsA"));
+    char* text = reinterpret_cast<char*>(block + listed.size());
+    for (std::size_t i = 0; i < listed.size(); ++i) {
+        block[i] = {listed[i].id, text, listed[i].state};
+        std::memcpy(text, names[i].c_str(), names[i].size() + 1);
+        text += names[i].size() + 1;
+    }
+    *sessions = block;
+    *count = static_cast<DWORD>(listed.size());
+    return TRUE;
+}
+
+DWORD WTSGetActiveConsoleSessionId() {
+    SIM_CALL("WTSGetActiveConsoleSessionId", "");
+    return machine::ConsoleSession().value_or(0xFFFFFFFF);
+}
+
 // The program loads the library of these by its path.
 static const machine::OptionalOperation Optional[] = {
     {"wtsapi32.dll", "WTSQuerySessionInformationA", machine::AsProc(WTSQuerySessionInformationA), 0x0500},
+    {"wtsapi32.dll", "WTSEnumerateSessionsA", machine::AsProc(WTSEnumerateSessionsA), 0x0500},
+    {"kernel32.dll", "WTSGetActiveConsoleSessionId", machine::AsProc(WTSGetActiveConsoleSessionId), 0x0501},
     {"wtsapi32.dll", "WTSFreeMemory", machine::AsProc(WTSFreeMemory), 0x0500},
 };
 

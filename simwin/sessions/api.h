@@ -80,6 +80,16 @@ static_assert(sizeof(WTSSESSION_NOTIFICATION) == 8);
 // FALSE with 7022 for a session that is not there, 1722 while the terminal services do not answer.
 BOOL WTSQuerySessionInformationA(HANDLE server, DWORD sessionId, WTS_INFO_CLASS what, LPSTR* buffer, DWORD* bytes);
 void WTSFreeMemory(PVOID memory);
+struct WTS_SESSION_INFOA {
+    DWORD SessionId;
+    LPSTR pWinStationName;
+    WTS_CONNECTSTATE_CLASS State;
+};
+using PWTS_SESSION_INFOA = WTS_SESSION_INFOA*;
+// All sessions: 0, those of users, last the listener. The names lie in the same block, released with WTSFreeMemory.
+// reserved: 0; version: 1. FALSE with 1722 while the terminal services do not answer.
+BOOL WTSEnumerateSessionsA(HANDLE server, DWORD reserved, DWORD version, PWTS_SESSION_INFOA* sessions, DWORD* count);
+DWORD WTSGetActiveConsoleSessionId(); // 0xFFFFFFFF while no session has the console; from 5.1 on
 inline constexpr DWORD ERROR_CTX_WINSTATION_NOT_FOUND = 7022;
 inline constexpr DWORD RPC_S_SERVER_UNAVAILABLE = 1722;
 
