@@ -105,7 +105,8 @@ static void FindListedPorts(DWORD id, const CComPort* port, ListedPorts* listed)
             listed->Ports[listed->Count++] = member;
         }
     }
-    QuickSort(static_cast<void*>(listed->Ports), static_cast<size_t>(listed->Count), sizeof(listed->Ports[0]),
+    QuickSort(static_cast<void*>(listed->Ports), static_cast<size_t>(listed->Count),
+              sizeof(void*), // the elements are pointers
               ComparePortsByPosition);
 }
 
