@@ -155,8 +155,6 @@ struct Picture {
         BITMAPINFO info = {};
         info.bmiHeader = {sizeof(BITMAPINFOHEADER), w, -h, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
         EXPECT_EQ(GetDIBits(memory, bitmap, 0, static_cast<UINT>(h), pixels.data(), &info, DIB_RGB_COLORS), h);
-        for (DWORD& pixel : pixels)
-            pixel |= 0xFF000000; // without it some viewers show nothing
         DeleteObject(bitmap);
         DeleteDC(memory);
         ReleaseDC(nullptr, screen);
