@@ -76,8 +76,3 @@ qm_windows_test(registry_access LOCK machine
 qm_windows_test(executable LOCK desktop SOURCES tests/windows/ExecutableTest.cpp)
 add_dependencies(executable Quillmarch)
 target_compile_definitions(executable PRIVATE QM_RESOURCE_FOLDER="Z:${CMAKE_SOURCE_DIR}/src/resources/")
-
-# Pictures of the balloons are kept for people to look at.
-qm_windows_test(balloon LOCK desktop SOURCES tests/windows/BalloonTest.cpp)
-add_dependencies(balloon Quillmarch)
-target_compile_definitions(balloon PRIVATE QM_PICTURE_FOLDER="Z:${CMAKE_BINARY_DIR}/pictures/")
