@@ -65,6 +65,16 @@ std::string CounterKey(const CountedName& counted) {
 
 } // namespace
 
+bool InstanceIdLess::operator()(std::string_view a, std::string_view b) const {
+    // A key's name ends in front of every longer one, so the backslash sorts below all characters.
+    const auto rank = [](char c) {
+        const char capital = c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
+        return capital == '\\' ? 0 : static_cast<unsigned char>(capital);
+    };
+    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
+                                        [&](char x, char y) { return rank(x) < rank(y); });
+}
+
 DeviceTree& TheDeviceTree() {
     return *g_tree;
 }
@@ -96,6 +106,15 @@ std::vector<DeviceNode*> DeviceTree::All() const {
     std::vector<DeviceNode*> nodes;
     nodes.reserve(m_nodes.size());
     for (const auto& [number, node] : m_byNumber)
+        if (!node->uninstalled)
+            nodes.push_back(node);
+    return nodes;
+}
+
+std::vector<DeviceNode*> DeviceTree::AllByRegistry() const {
+    std::vector<DeviceNode*> nodes;
+    nodes.reserve(m_nodes.size());
+    for (const auto& [id, node] : m_byId)
         if (!node->uninstalled)
             nodes.push_back(node);
     return nodes;
@@ -147,14 +166,14 @@ DeviceInterface* DeviceTree::AddInterface(DeviceNode* node, std::string_view cla
     made->noticePath = PathOf(node->id, made->classGuid);
     made->path = Lower(made->noticePath);
     m_byPath.emplace(made->path.substr(4), made);
-    m_byClass[made->classGuid].emplace(node->number, made);
+    m_byClass[made->classGuid].emplace(Upper(made->path), made);
     return made;
 }
 
 void DeviceTree::RemoveInterfaces(DeviceNode* node) {
     for (const auto& gone : node->interfaces) {
         m_byPath.erase(gone->path.substr(4));
-        m_byClass[gone->classGuid].erase(node->number);
+        m_byClass[gone->classGuid].erase(Upper(gone->path));
     }
     node->interfaces.clear();
 }
@@ -164,7 +183,7 @@ DeviceInterface* DeviceTree::FindInterface(std::string_view pathWithoutPrefix) c
     return found == m_byPath.end() || found->second->node->uninstalled ? nullptr : found->second;
 }
 
-const std::map<simwin::DWORD, DeviceInterface*>* DeviceTree::InterfacesOf(std::string_view classGuid) const {
+const InterfaceKeys* DeviceTree::InterfacesOf(std::string_view classGuid) const {
     const auto found = m_byClass.find(classGuid);
     return found == m_byClass.end() ? nullptr : &found->second;
 }
@@ -391,7 +410,7 @@ std::string UsbPortOf(const DeviceNode& node) {
         return {};
     unsigned controller = 0, count = 0;
     if (const auto* controllers = TheDeviceTree().InterfacesOf(InterfaceClassByName("controller")))
-        for (const auto& [number, deviceInterface] : *controllers)
+        for (const auto& [key, deviceInterface] : *controllers)
             if (deviceInterface->up && (++count, deviceInterface->node == at->parent))
                 controller = count;
     return std::to_string(controller) + chain;

@@ -99,6 +99,15 @@ struct DeviceNode {
     bool IsPort() const { return kind == DeviceKind::Port || kind == DeviceKind::Modem; }
 };
 
+// Interfaces by the name of their registry key, in capitals.
+using InterfaceKeys = std::map<std::string, DeviceInterface*>;
+
+// Orders instance ids as the registry lists their keys: by enumerator, device, instance, each in capitals.
+struct InstanceIdLess {
+    using is_transparent = void;
+    bool operator()(std::string_view a, std::string_view b) const;
+};
+
 class DeviceTree {
 public:
     ~DeviceTree();
@@ -107,17 +116,20 @@ public:
     DeviceNode* Root() const { return m_root; }
     // In the order of enumeration, uninstalled ones left out.
     std::vector<DeviceNode*> All() const;
+    // The same in the order of the registry: by instance id in capitals, key by key.
+    std::vector<DeviceNode*> AllByRegistry() const;
     // Makes a node below a parent (null: not yet). number 0: the next one.
     DeviceNode* Add(std::string_view id, simwin::DWORD number = 0);
     // False, and nothing changes, for a parent that hangs below the node itself.
     bool SetParent(DeviceNode* node, DeviceNode* parent);
     void MakeRoot(DeviceNode* node);
 
-    // Interfaces. A class lists its interfaces in the order of enumeration.
+    // Interfaces. A class lists its interfaces in the order of their registry keys.
     DeviceInterface* AddInterface(DeviceNode* node, std::string_view classGuid);
     void RemoveInterfaces(DeviceNode* node);                                  // before the machine runs
     DeviceInterface* FindInterface(std::string_view pathWithoutPrefix) const; // '\\?\' and '\\.\' already cut
-    const std::map<simwin::DWORD, DeviceInterface*>* InterfacesOf(std::string_view classGuid) const;
+    const InterfaceKeys* InterfacesOf(std::string_view classGuid) const;      // null: no such class
+    const std::map<std::string, InterfaceKeys, NoCaseLess>& InterfaceClasses() const { return m_byClass; }
 
     // Kernel devices. A name is taken while its device runs or a handle to it is open.
     KernelDevice* RunningDevice(std::string_view kernelName) const;
@@ -132,9 +144,9 @@ public:
 private:
     std::vector<std::unique_ptr<DeviceNode>> m_nodes; // by number from m_first on, and the root of number 1
     std::map<simwin::DWORD, DeviceNode*> m_byNumber;
-    std::map<std::string, DeviceNode*, NoCaseLess> m_byId;
+    std::map<std::string, DeviceNode*, InstanceIdLess> m_byId;
     std::map<std::string, DeviceInterface*, NoCaseLess> m_byPath;
-    std::map<std::string, std::map<simwin::DWORD, DeviceInterface*>, NoCaseLess> m_byClass;
+    std::map<std::string, InterfaceKeys, NoCaseLess> m_byClass;
     std::map<std::string, std::vector<KernelDevice*>, NoCaseLess> m_kernel;
     // For the counting up of kernel names: all numbers from `base` to below `next` are taken.
     struct Counter {

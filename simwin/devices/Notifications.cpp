@@ -212,9 +212,9 @@ void NotifyInterface(const DeviceInterface& deviceInterface, simwin::DWORD event
 }
 
 void NoteTreeChange(bool servicesToo) {
-    if (g_notices->treeChange)
-        CancelDue(g_notices->treeChange);
     g_notices->treeChangeToServices |= servicesToo;
+    if (g_notices->treeChange)
+        return; // a long series must not keep its first change from being announced
     g_notices->treeChange = After(TreeChangeDelayMs, [] {
         g_notices->treeChange = 0;
         SendTreeChange(std::exchange(g_notices->treeChangeToServices, false));

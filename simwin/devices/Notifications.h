@@ -44,8 +44,8 @@ std::vector<std::uint8_t> OtherEventData(simwin::DWORD deviceType);
 
 // To everybody who registered for the class of the interface, in the order of registration.
 void NotifyInterface(const DeviceInterface& deviceInterface, simwin::DWORD event);
-// The tree changed: half a second after the last change the windows are told, and services too if a description wants
-// that of one of the changes.
+// The tree changed: half a second after the first change that was not told yet the windows are told, and services too
+// if a description wants that of one of the changes.
 void NoteTreeChange(bool servicesToo = false);
 // At once: to windows, and with `servicesToo` to every service that registered.
 void SendTreeChange(bool servicesToo);

@@ -1,5 +1,5 @@
 // SetupDi...: lists of devices and interfaces, and the class installer. A list is made once and holds its entries in
-// the order of enumeration, so that each of them is reached by its index at once.
+// the order of the registry, as Windows reads them there, so that each of them is reached by its index at once.
 #include "simwin/devices/ClassInstaller.h"
 #include "simwin/devices/DeviceTree.h"
 #include "simwin/devices/Devices.h"
@@ -104,25 +104,20 @@ const char* PathOf(HDEVINFO handle, const SP_DEVICE_INTERFACE_DATA* data) {
     return found ? found->path.c_str() : "";
 }
 
-void AddInterfaces(DeviceList& list, const std::string& classGuid, bool presentOnly) {
-    const auto* interfaces = TheDeviceTree().InterfacesOf(classGuid);
-    if (!interfaces)
-        return;
-    list.entries.reserve(interfaces->size());
-    for (const auto& [number, deviceInterface] : *interfaces)
-        if (presentOnly ? deviceInterface->up : deviceInterface->registered)
+void AddInterfaces(DeviceList& list, const InterfaceKeys& interfaces, bool presentOnly) {
+    list.entries.reserve(list.entries.size() + interfaces.size());
+    for (const auto& [key, deviceInterface] : interfaces)
+        if (!deviceInterface->node->uninstalled && (presentOnly ? deviceInterface->up : deviceInterface->registered))
             list.entries.push_back({deviceInterface->node, deviceInterface});
 }
 
 void AddAllInterfaces(DeviceList& list, bool presentOnly) {
-    for (DeviceNode* node : TheDeviceTree().All())
-        for (const auto& deviceInterface : node->interfaces)
-            if (presentOnly ? deviceInterface->up : deviceInterface->registered)
-                list.entries.push_back({node, deviceInterface.get()});
+    for (const auto& [classGuid, interfaces] : TheDeviceTree().InterfaceClasses())
+        AddInterfaces(list, interfaces, presentOnly);
 }
 
 void AddDevices(DeviceList& list, const std::string& setupClass, bool presentOnly) {
-    for (DeviceNode* node : TheDeviceTree().All())
+    for (DeviceNode* node : TheDeviceTree().AllByRegistry())
         if ((node->installed || node->IsPresent()) && (!presentOnly || node->IsPresent()) &&
             (setupClass.empty() || EqualNoCase(DeviceText(*node, "ClassGUID"), setupClass)))
             list.entries.push_back({node, nullptr});
@@ -159,8 +154,8 @@ HDEVINFO SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HWND, DWO
         AddDevices(*list, guid, presentOnly);
     else if (guid.empty())
         AddAllInterfaces(*list, presentOnly);
-    else
-        AddInterfaces(*list, guid, presentOnly);
+    else if (const InterfaceKeys* interfaces = TheDeviceTree().InterfacesOf(guid))
+        AddInterfaces(*list, *interfaces, presentOnly);
     if (flags & DIGCF_DEVICEINTERFACE)
         list->interfaceClass = guid;
     list->opened = list->entries.size();
