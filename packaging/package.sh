@@ -17,6 +17,7 @@ stage() { # PRESET FOLDER
     rm -rf "$folder"
     mkdir -p "$folder"
     cp "build/$preset/Quillmarch.exe" "$folder"
+    cp "$out"/Quillmarch_*.chm "$folder"
     local text
     for text in packaging/readme.txt packaging/*.cmd docs/configuration.md; do
         sed 's/\r*$/\r/' "$text" >"$folder/$(basename "$text")"
@@ -44,6 +45,7 @@ make_msi() { # EDITION VERSION FILE
 
 rm -rf "$out"
 mkdir -p "$out/former"
+python3 packaging/help/make_help.py "$out"
 for edition in x64 x86; do
     preset=windows
     [ "$edition" = x64 ] || preset=windows-x86
@@ -51,6 +53,7 @@ for edition in x64 x86; do
     (cd "$out/$edition" && TZ=UTC zip -q -X -r "../Quillmarch-$version-$edition.zip" Quillmarch)
     make_msi "$edition" "$version" "$out/Quillmarch-$version-$edition.msi"
 done
+rm "$out"/Quillmarch_*.chm
 (cd "$out" && sha256sum Quillmarch-* >SHA256SUMS)
 # A version before, which only the test installs.
 make_msi x64 0.9.0 "$out/former/Quillmarch.msi"

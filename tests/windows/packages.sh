@@ -22,15 +22,16 @@ check() { # MEANING COMMAND...
 }
 not() { ! "$@"; }
 
+python3 tests/windows/help.py "$out/x64/Quillmarch" || fail "the help files have faults"
 (cd "$out" && sha256sum --quiet -c SHA256SUMS) || fail "the checksums are not those of the files"
 for edition in x64 x86; do
     names=$(cd "$out" && python3 -m zipfile -l "Quillmarch-$version-$edition.zip" | awk 'NR > 1 { print $1 }' | sort)
-    wanted=$(printf 'Quillmarch/\nQuillmarch/%s\n' Quillmarch.exe _edit_ini.cmd _service_deregister.cmd \
-        _service_register.cmd configuration.md readme.txt | grep -v '^Quillmarch/$' | sort)
-    check "the zip of $edition has its six files" test "$(grep -v '/$' <<<"$names")" = "$wanted"
+    wanted=$(printf 'Quillmarch/%s\n' Quillmarch.exe Quillmarch_eng.chm Quillmarch_ger.chm _edit_ini.cmd \
+        _service_deregister.cmd _service_register.cmd configuration.md readme.txt | sort)
+    check "the zip of $edition has its eight files" test "$(grep -v '/$' <<<"$names")" = "$wanted"
     msi=$out/Quillmarch-$version-$edition.msi
     check "no INI file in the installer" not grep -qi '\.ini' <(msiinfo export "$msi" File)
-    check "six files in the installer" test "$(msiinfo export "$msi" File | tail -n +4 | grep -c .)" = 6
+    check "eight files in the installer" test "$(msiinfo export "$msi" File | tail -n +4 | grep -c .)" = 8
     # 18: a program among the files; 64: goes on without it; 1024: in the elevated half; 2048: as the system.
     for action in Register Deregister; do
         check "$edition: ${action}Service runs as the system" \
@@ -82,6 +83,17 @@ check "with its executable" same "$folder/Quillmarch.exe" "$out/x64/Quillmarch/Q
 check "the service is registered" registered
 check "there is one product" test "$(products)" = 1
 check "the user's INI file is as it was" same "$folder/Quillmarch.INI" "$prefix/own.ini"
+
+# The viewer's place is taken by a command that copies what it is asked to show.
+timeout 60 wine reg add 'HKCR\chm.file\shell\open\command' /ve /d 'cmd /c copy "%1" C:\opened.chm' /f </dev/null >/dev/null 2>&1
+status=0
+timeout 60 wine "$folder/Quillmarch.exe" </dev/null >/dev/null 2>&1 || status=$?
+check "a start by hand ends with 1" test "$status" = 1
+for _ in $(seq 100); do
+    ! same "$prefix/drive_c/opened.chm" "$folder/Quillmarch_eng.chm" || break
+    sleep 0.1
+done
+check "and opens the help" same "$prefix/drive_c/opened.chm" "$out/x64/Quillmarch/Quillmarch_eng.chm"
 
 check "it is removed" install /x "$out/Quillmarch-$version-x64.msi"
 check "with its executable" not test -e "$folder/Quillmarch.exe"
