@@ -50,6 +50,7 @@ Process* AddProcess(const ProcessStart& start) {
     process->rights = start.rights;
     process->administrator = start.administrator;
     process->showCommand = start.showCommand;
+    process->parentId = start.parentId;
     process->startedMs = Now();
     g_processes->all.push_back(process);
     return process;

@@ -21,6 +21,7 @@ struct Process : Waitable {
     ~Process() override;
 
     simwin::DWORD id = 0;
+    simwin::DWORD parentId = 0;   // its creator, ended or not; 0: the machine started it
     std::string imagePath;        // 'C:\Program Files\Quillmarch\Quillmarch.exe'
     std::string commandLine;      // whole, as GetCommandLineA gives it
     std::string currentDirectory; // without a backslash at the end
@@ -50,6 +51,7 @@ struct ProcessStart {
     Rights rights = Rights::System;
     bool administrator = true;
     unsigned showCommand = 1;
+    simwin::DWORD parentId = 0;
 };
 
 // The process of the running thread. Never null inside an operation.

@@ -85,6 +85,7 @@ simwin::BOOL GiveProcess(simwin::HANDLE handle, simwin::PROCESSENTRY32* entry, b
     *entry = {};
     entry->dwSize = sizeof(*entry);
     entry->th32ProcessID = process->id;
+    entry->th32ParentProcessID = process->parentId;
     entry->cntThreads = static_cast<simwin::DWORD>(process->threads.size());
     const std::string name = process->imagePath.substr(process->imagePath.rfind('\\') + 1);
     name.copy(entry->szExeFile, sizeof(entry->szExeFile) - 1);

@@ -136,6 +136,7 @@ int OpenByShell(const ShellCall& call) {
     start.administrator = caller->administrator || isElevated;
     start.rights = isElevated && caller->rights != Rights::System ? Rights::Elevated : caller->rights;
     start.showCommand = static_cast<unsigned>(call.show);
+    start.parentId = caller->id;
     simwin::DWORD error = 0;
     if (StartProgram(start, &error))
         return Done;
