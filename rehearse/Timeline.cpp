@@ -54,7 +54,11 @@ void Timeline::Watch() {
         if (!device.empty() && IsNameValue(write.name) && write.before != write.after)
             m_entries.push_back({write.atMs, false, "registry name of", device, write.before, write.after, "registry"});
     });
-    machine::WatchCalls([this](const char*, const char*) { CatchUp(); });
+    machine::WatchCalls([this](const char* name, const char*) {
+        CatchUp();
+        if (m_callWatcher && !m_isClosed)
+            m_callWatcher(name);
+    });
     machine::OnProcessEnd([this](machine::Process& process) {
         if (!m_isClosed)
             OnProcessEnded(process.imagePath, process.exitCode);

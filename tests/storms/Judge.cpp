@@ -7,6 +7,7 @@
 #include "simwin/devices/DeviceTree.h"
 #include "simwin/devices/Devices.h"
 #include "simwin/devices/Drivers.h"
+#include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Image.h"
 #include "simwin/kernel/Process.h"
@@ -16,7 +17,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <numeric>
 
 namespace storm {
 
@@ -24,7 +25,6 @@ namespace {
 
 constexpr std::uint64_t SettlingMs = 1000; // shorter pauses are not looked into
 constexpr std::uint64_t OwnChangeMs = 5000;
-constexpr std::uint64_t LogStepMs = 100;
 constexpr unsigned LargestDatabaseNumber = 256;
 
 bool Says(const Device& device, std::string_view start) {
@@ -48,13 +48,6 @@ std::string Quoted(const std::string& line) {
     return line.substr(start + 1, end - start - 1);
 }
 
-// Of a line of the log, in its steps: "14:03:26.8 ( 268) ...".
-std::uint64_t LogTimeMs(const std::string& line) {
-    unsigned hours = 0, minutes = 0, seconds = 0, tenths = 0;
-    (void)std::sscanf(line.c_str(), "%u:%u:%u.%u", &hours, &minutes, &seconds, &tenths);
-    return ((hours * 60ull + minutes) * 60 + seconds) * 1000 + tenths * LogStepMs;
-}
-
 std::string TargetOf(const std::string& name) {
     const machine::DosDefinition* definition = machine::TheDosNames().InForce(name);
     return definition ? definition->target : "";
@@ -69,18 +62,17 @@ std::vector<const CComPort*> Records(const rehearse::Stage& stage) {
     return {(*table)->Ports, (*table)->Ports + (*table)->PortCount};
 }
 
-bool IsMarked(const rehearse::Stage& stage, const std::string& device) {
-    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device);
-    const std::vector<const CComPort*> records = Records(stage);
-    return std::any_of(records.begin(), records.end(), [&](const CComPort* record) {
-        return node && record->DevInst == node->number && record->MarkedForRestart;
-    });
+const CComPort* RecordOf(const rehearse::Stage& stage, const machine::DeviceNode& node) {
+    for (const CComPort* record : Records(stage))
+        if (record->IsUsed && record->DevInst == node.number)
+            return record;
+    return nullptr;
 }
 
-bool IsOnRecord(const rehearse::Stage& stage, const machine::DeviceNode& node) {
-    const std::vector<const CComPort*> records = Records(stage);
-    return std::any_of(records.begin(), records.end(),
-                       [&](const CComPort* record) { return record->DevInst == node.number && record->IsPresent; });
+bool IsMarked(const rehearse::Stage& stage, const std::string& device) {
+    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device);
+    const CComPort* record = node ? RecordOf(stage, *node) : nullptr;
+    return record && record->MarkedForRestart;
 }
 
 bool IsStubborn(const machine::DeviceNode& node) {
@@ -93,6 +85,13 @@ bool IsStubborn(const machine::DeviceNode& node) {
 
 void Judge::Watch() {
     m_stage.timeline->WatchWrites([this](const rehearse::WrittenValue& write) { OnWrite(write); });
+    m_stage.timeline->WatchCalls([this](const char* name) { OnCall(name); });
+    machine::DeviceObserver observer = machine::TheDeviceObserver();
+    observer.dosNameChanged = [this, first = observer.dosNameChanged](const machine::DosNameChange& change) {
+        first(change);
+        OnDosName(change);
+    };
+    machine::SetDeviceObserver(std::move(observer));
 }
 
 void Judge::Schedule() {
@@ -134,46 +133,99 @@ void Judge::AtEnd() {
     NoteExcuses();
     JudgePorts(RunningPorts());
     JudgeRules(RunningPorts());
-    // (c) One that shared its name at a start stays marked behind a hub port cycle and gets another free number at each
-    // pass.
+    JudgeMoves();
+}
+
+void Judge::JudgeMoves() {
     for (const rehearse::WrittenValue& write : m_stage.timeline->Writes()) {
         const Device* device = RenamedPort(write);
-        if (device && m_lastCheckMs && write.atMs >= m_lastCheckMs && !IsMarked(m_stage, device->id))
-            Complain("a calm machine comes to rest",
-                     fmt::format("{}: {} -> {} ({} ms)", device->id, write.before, write.after, write.atMs));
+        if (!device || !m_lastCheckMs || write.atMs < m_lastCheckMs)
+            continue;
+        // One that shared its name at a start stays marked behind a hub port cycle and gets another free number at each
+        // pass.
+        const Reasons reasons = IsMarked(m_stage, device->id) ? Reasons{Excuse::Marked} : Reasons{};
+        Blame(reasons, "a calm machine comes to rest",
+              fmt::format("{}: {} -> {} ({} ms)", device->id, write.before, write.after, write.atMs));
     }
 }
 
-// What the log has told since it was read last.
+// What a call does is seen at the next one: no time passes in between.
+void Judge::OnCall(std::string_view name) {
+    const std::uint64_t failed =
+        std::transform_reduce(machine::Faults().begin(), machine::Faults().end(), std::uint64_t{0}, std::plus<>(),
+                              [](const machine::Fault& fault) { return fault.error ? fault.acted : 0; });
+    if (failed > m_failed)
+        m_failedAtMs = machine::Now();
+    m_failed = failed;
+    // The log is another file behind a move.
+    if (m_isLogWritten || name == "MoveFileA")
+        ReadLog();
+    m_isLogWritten = name == "WriteFile";
+    if (name == "RegisterDeviceNotificationA" && IsStarting())
+        m_listensAtMs = machine::Now();
+}
+
+// A check that a failed call broke off is made good by the next start, not by one under way.
+bool Judge::HasFailedSince(std::uint64_t ranAtMs) const {
+    return m_failed != 0 && ranAtMs <= m_failedAtMs + OwnChangeMs;
+}
+
 void Judge::ReadLog() {
-    const std::vector<std::string> lines = rehearse::LogLines();
-    for (std::size_t i = std::min(m_linesRead, lines.size()); i < lines.size(); ++i) {
-        const std::string& line = lines[i];
-        if (line.find("RegisterDeviceNotifications ") != std::string::npos)
-            m_listensAtMs = machine::Now();
-        if (line.find("CleanRegComPortArbiter(") != std::string::npos)
-            m_cleanedAtMs = machine::Now();
-        JudgeOwnRestarts(line);
-        // (j) Nor does it see that the port is pulled out meanwhile: without a hub port that counts as fatal.
-        if (line.find("INT3 in") != std::string::npos && line.find("BuildUsbPortName") == std::string::npos &&
-            !HasFailed())
-            Complain("no fatal line", line);
-        // (a) A link is told by its kernel name alone. So a removal, or the end of a renaming, may take the link of the
-        // name's owner, of a device that has come to the kernel name meanwhile, or of the same one that is back
-        // already.
-        if (line.find(" DDN '") != std::string::npos && line.ends_with("' removed"))
-            m_removedAtMs[Quoted(line)] = machine::Now();
-        if (const std::size_t at = line.find("old COM"); at != std::string::npos && line.ends_with("-> delete"))
-            m_removedAtMs[line.substr(at + 4, line.find(' ', at + 4) - at - 4)] = machine::Now();
-        // (h) So is who has two names: the port may be another one, and its record shows the deleted name.
-        if (const std::size_t at = line.find(" has two Win32 names: "); at != std::string::npos)
-            for (const std::string& name : machine::Split(line.substr(at), ' '))
-                m_removedAtMs[name.substr(0, name.find(','))] = machine::Now();
+    const machine::FileNode* log = machine::TheFiles().Find(rehearse::LogFilePath());
+    if (log != m_log || !log || log->content.size() < m_logRead)
+        m_logRead = 0;
+    m_log = log;
+    for (std::size_t end; log && (end = log->content.find("\r\n", m_logRead)) != std::string::npos;) {
+        const std::string line = log->content.substr(m_logRead, end - m_logRead);
+        m_logRead = end + 2;
+        OnLogLine(line);
     }
-    m_linesRead = lines.size();
-    for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries())
-        if (entry.isOutside && entry.what.starts_with("the DOS name ") && entry.what.ends_with(" is deleted"))
-            m_removedAtMs[machine::Split(entry.what, ' ')[3]] = entry.atMs;
+}
+
+// The log is the only place that tells what is fatal and what was made of a notification.
+void Judge::OnLogLine(const std::string& line) {
+    // Nothing sees that a port is pulled out while its socket is asked: without a hub port that counts as fatal.
+    Reasons reasons = HasFailed() ? Reasons{Excuse::CallFailed} : Reasons{};
+    if (line.find("BuildUsbPortName") != std::string::npos)
+        reasons.insert(Excuse::PulledWhileRead);
+    if (line.find("INT3 in") != std::string::npos)
+        Blame(reasons, "no fatal line", line);
+    const std::size_t braceAt = line.find('{');
+    if (braceAt == std::string::npos)
+        return; // written before the product knows its mode, when the log could not be made at once
+    const std::string thread = line.substr(braceAt, line.find('}') - braceAt);
+    JudgeOwnRestarts(line, thread);
+    JudgeMarks(line);
+}
+
+// A link is told by its kernel name alone. So a removal, or the end of a renaming, may take the link of a device that
+// has come to the kernel name meanwhile, or of the same one that is back already.
+void Judge::OnDosName(const machine::DosNameChange& change) {
+    if (!change.to.empty() || m_stage.hasEnded)
+        return;
+    if (std::string_view(change.by) == "outside")
+        m_takenAtMs[change.name] = machine::Now();
+    const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(change.from);
+    if (std::string_view(change.by) != "program" || !owner || !owner->node)
+        return;
+    for (const Device& device : m_plan.devices) {
+        if (device.id != owner->node->id)
+            continue;
+        if (machine::EqualNoCase(machine::RegistryNameOf(*owner->node), change.name))
+            Grant(Excuse::OwnersLink, &device, machine::Now());
+        else if (!machine::DosNameOf(*owner->node).empty())
+            Grant(Excuse::TwoNames, &device, machine::Now());
+    }
+}
+
+void Judge::Grant(Excuse excuse, const Device* device, std::uint64_t untilMs) {
+    std::uint64_t& granted = m_grants[{excuse, device}];
+    granted = std::max(granted, untilMs);
+}
+
+bool Judge::IsGranted(Excuse excuse, const Device* device, std::uint64_t ranAtMs) const {
+    const auto found = m_grants.find({excuse, device});
+    return found != m_grants.end() && ranAtMs <= found->second;
 }
 
 // Who keeps the port from being restarted, a program or the device itself. A restart may be that of a device above it,
@@ -203,147 +255,179 @@ std::vector<Judge::Running> Judge::RunningPorts() const {
         if (!device.isPort || !node || !node->IsRunning() || !node->driver)
             continue;
         ports.push_back({&device, node, machine::RegistryNameOf(*node), machine::DosNameOf(*node), node->driver->name});
-        ports.back().isBound = IsBound(ports.back());
-    }
-    // What waits for its next start keeps the name that another one has by now.
-    for (Running& port : ports) {
-        const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(TargetOf(port.name));
-        port.isBound &= std::none_of(ports.begin(), ports.end(), [&](const Running& other) {
-            return owner && owner->node == other.node && other.node != port.node && !other.isBound;
-        });
     }
     return ports;
 }
 
-bool Judge::IsBound(const Running& port) const {
+// What a port's link shows.
+Reasons Judge::LinkReasons(const Running& port) const {
+    Reasons reasons;
     const std::string target = TargetOf(port.name);
     const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(target);
     // A link that stays behind a driver, or that somebody laid there, keeps a driver from its name.
     if (!target.empty() &&
         (!owner || (owner->node != port.node && owner->link != machine::TheDosNames().InForce(port.name)->id)))
-        return false;
+        reasons.insert(Excuse::LinkInTheWay);
     // A driver that takes a name that another one has comes first, whenever it comes.
     if (owner && owner->node != port.node && owner->node->said.nameTaken == machine::NameTaken::Take)
-        return false;
+        reasons.insert(Excuse::LinkTaken);
     // A driver that found its name taken does not try again when it is free.
     const rehearse::TimelineEntry* start = LastStart(port.device->id);
     if (start && start->to.empty() && (start->what == "restarts" || start->what.starts_with("runs without")) &&
         (target.empty() || (owner && LastStartMs(owner->node->id) > start->atMs)))
-        return false;
+        reasons.insert(Excuse::FoundItTaken);
     // A link that goes after its driver takes that of the next one with it.
-    if (target.empty() && Says(*port.device, "link_goes"))
-        return false;
-    const std::uint64_t ranAtMs = LastStartMs(port.device->id);
-    // A modem is not found by its interface: where no hub cycles its port nothing restarts it.
-    const rehearse::WrittenValue moved = LastMove(*port.device);
-    if (Says(*port.device, "kind = \"modem\"") && !moved.name.empty() && moved.atMs >= ranAtMs)
-        return false;
-    // (c) One that stays marked is given another number at each arrival behind a restart that is put off.
-    if (IsMarked(m_stage, port.device->id) && !moved.name.empty() && moved.atMs >= ranAtMs)
-        return false;
-    // Nobody hears of what starts without its interfaces, or while they stay as they were.
-    if (IsQuietStart(*port.device) ||
-        std::none_of(port.node->interfaces.begin(), port.node->interfaces.end(), [](const auto& i) { return i->up; }))
-        return false;
-    // Nobody hears of what comes while the service starts and does not listen yet.
-    if (start && IsUnheard(ranAtMs) && (start->isOutside || !IsOnRecord(m_stage, *port.node)))
-        return false;
-    const auto isSince = [ranAtMs](const auto& times, const auto& of) {
-        const auto found = times.find(of);
-        return found != times.end() && ranAtMs <= found->second;
-    };
-    return !IsTwin(port) && !isSince(m_excusedAtMs, port.device) && !isSince(m_removedAtMs, port.name) &&
-           !HasFailedSince(ranAtMs);
+    const auto taken = m_takenAtMs.find(port.name);
+    if ((target.empty() && Says(*port.device, "link_goes")) ||
+        (taken != m_takenAtMs.end() && LastStartMs(port.device->id) <= taken->second))
+        reasons.insert(Excuse::LateLink);
+    return reasons;
 }
 
-// A call that failed, or somebody who does not let go, excuses what follows from it until the port starts anew.
+Reasons Judge::OwnReasons(const Running& port) const {
+    Reasons reasons = LinkReasons(port);
+    const Device& device = *port.device;
+    const rehearse::TimelineEntry* start = LastStart(device.id);
+    const std::uint64_t ranAtMs = LastStartMs(device.id);
+    const rehearse::WrittenValue moved = LastMove(device);
+    const bool isMoved = !moved.name.empty() && moved.atMs >= ranAtMs;
+    // A modem is not found by its interface: where no hub cycles its port nothing restarts it.
+    if (Says(device, "kind = \"modem\"") && isMoved)
+        reasons.insert(Excuse::Modem);
+    // One that stays marked is given another number at each arrival behind a restart that is put off.
+    if (IsMarked(m_stage, device.id) && isMoved)
+        reasons.insert(Excuse::Marked);
+    // Nobody hears of what starts without its interfaces, or while they stay as they were.
+    if (IsQuietStart(device) ||
+        std::none_of(port.node->interfaces.begin(), port.node->interfaces.end(), [](const auto& i) { return i->up; }))
+        reasons.insert(Excuse::NotTold);
+    // Nobody hears of what comes while the service starts and does not listen yet.
+    const CComPort* record = RecordOf(m_stage, *port.node);
+    if (start && IsUnheard(ranAtMs) && (start->isOutside || !record || !record->IsPresent))
+        reasons.insert(Excuse::BeforeListening);
+    if (IsTwin(port))
+        reasons.insert(Excuse::Twin);
+    if (HasFailedSince(ranAtMs))
+        reasons.insert(Excuse::CallFailed);
+    for (const Excuse excuse : {Excuse::OwnersLink, Excuse::SwapMark, Excuse::TwoNames, Excuse::OwnerAway,
+                                Excuse::SharedAndMoved, Excuse::Hindered})
+        if (IsGranted(excuse, &device, ranAtMs))
+            reasons.insert(excuse);
+    return reasons;
+}
+
+// What waits for its next start keeps the name that another one has by now.
+Reasons Judge::ReasonsOf(const Running& port, const Ports& ports) const {
+    Reasons reasons = OwnReasons(port);
+    const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(TargetOf(port.name));
+    for (const Running& other : ports)
+        if (owner && owner->node == other.node && other.node != port.node)
+            reasons.merge(OwnReasons(other));
+    return reasons;
+}
+
+// Somebody who does not let go excuses what follows from it until the port starts anew.
 void Judge::NoteExcuses() {
-    std::uint64_t failed = 0;
-    for (const machine::Fault& fault : machine::Faults())
-        failed += fault.error ? fault.acted : 0;
-    if (failed > m_failed)
-        m_failedAtMs = machine::Now();
-    m_failed = failed;
     for (const Running& port : RunningPorts())
         if (TargetOf(port.name) != port.kernel && IsHindered(*port.device))
-            m_excusedAtMs[port.device] = machine::Now();
+            Grant(Excuse::Hindered, port.device, machine::Now());
 }
 
-void Judge::JudgePorts(const std::vector<Running>& ports) {
+void Judge::JudgePorts(const Ports& ports) {
     // What was taken out or disabled is put in again, unless a call fails or the device refuses.
-    for (const machine::DeviceNode* node : machine::TheDeviceTree().All())
-        if (node->IsPresent() && node->openRestart && !HasFailed() && !node->said.refuses.value_or(false))
-            Complain("nothing is left out", node->id);
-    for (const Running& port : ports) {
-        for (const Running& other : ports)
-            if (&other < &port && port.isBound && other.isBound && machine::ComNumberOf(port.name) &&
-                machine::EqualNoCase(port.name, other.name))
-                Complain("registry names differ",
-                         fmt::format("{} and {} are both {}", other.device->id, port.device->id, port.name));
-        if (port.isBound && machine::ComNumberOf(port.name) && TargetOf(port.name) != port.kernel)
-            Complain(
-                "a running driver has its registry name",
-                fmt::format("{} ({}): {} leads to '{}'", port.device->id, port.kernel, port.name, TargetOf(port.name)));
-        const unsigned number = machine::ComNumberOf(port.dosName);
-        if (port.isBound && number && number <= LargestDatabaseNumber && !machine::ComDbTest(number) &&
-            m_bitTakenAtMs[port.device] < LastStartMs(port.device->id) && !IsCleanedInSwap(*port.device))
-            Complain("the database has every present number", fmt::format("{}: {}", port.device->id, port.dosName));
-        const unsigned friendly = NumberInFriendlyName(machine::FriendlyNameOf(*port.node));
-        if (port.isBound && friendly && machine::ComNumberOf(port.name) && friendly != machine::ComNumberOf(port.name))
-            Complain("registry name and friendly name agree",
-                     fmt::format("{}: {} and '{}'", port.device->id, port.name, machine::FriendlyNameOf(*port.node)));
+    for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
+        Reasons reasons = HasFailed() ? Reasons{Excuse::CallFailed} : Reasons{};
+        if (node->said.refuses.value_or(false))
+            reasons.insert(Excuse::Hindered);
+        if (node->IsPresent() && node->openRestart)
+            Blame(reasons, "nothing is left out", node->id);
     }
-    JudgeRecords(ports);
+    for (const Running& port : ports) {
+        const unsigned inRegistry = machine::ComNumberOf(port.name), number = machine::ComNumberOf(port.dosName);
+        for (const Running& other : ports) {
+            if (&other >= &port || !inRegistry || !machine::EqualNoCase(port.name, other.name))
+                continue;
+            Reasons reasons = ReasonsOf(port, ports);
+            reasons.merge(ReasonsOf(other, ports));
+            Blame(reasons, "registry names differ",
+                  fmt::format("{} and {} are both {}", other.device->id, port.device->id, port.name));
+        }
+        if (inRegistry && TargetOf(port.name) != port.kernel)
+            Blame(
+                ReasonsOf(port, ports), "a running driver has its registry name",
+                fmt::format("{} ({}): {} leads to '{}'", port.device->id, port.kernel, port.name, TargetOf(port.name)));
+        if (number && number <= LargestDatabaseNumber && !machine::ComDbTest(number)) {
+            Reasons reasons = ReasonsOf(port, ports);
+            for (const Excuse excuse : {Excuse::SharedBit, Excuse::CleanedInSwap})
+                if (IsGranted(excuse, port.device, LastStartMs(port.device->id)))
+                    reasons.insert(excuse);
+            Blame(reasons, "the database has every present number",
+                  fmt::format("{}: {}", port.device->id, port.dosName));
+        }
+        const unsigned friendly = NumberInFriendlyName(machine::FriendlyNameOf(*port.node));
+        if (friendly && inRegistry && friendly != inRegistry)
+            Blame(ReasonsOf(port, ports), "registry name and friendly name agree",
+                  fmt::format("{}: {} and '{}'", port.device->id, port.name, machine::FriendlyNameOf(*port.node)));
+    }
+    if (!IsStarting())
+        JudgeRecords(ports);
 }
 
-void Judge::JudgeRecords(const std::vector<Running>& ports) {
-    for (const CComPort* record : Records(m_stage)) {
-        const auto port = std::find_if(ports.begin(), ports.end(),
-                                       [&](const Running& p) { return p.node->number == record->DevInst; });
-        if (port == ports.end() || !port->isBound || !record->IsPresent || record->szPortName[0] == 0)
-            continue;
-        const std::string target = TargetOf(record->szPortName);
-        if (target != port->kernel)
-            Complain("a name that a record claims leads to its port",
-                     fmt::format("{} ({}): the record has {}, which leads to '{}'", port->device->id, port->kernel,
-                                 record->szPortName, target));
+void Judge::JudgeRecords(const Ports& ports) {
+    for (const Running& port : ports) {
+        const CComPort* record = RecordOf(m_stage, *port.node);
+        if (!record || !record->IsPresent)
+            Blame(ReasonsOf(port, ports), "a port that runs is present in the table", port.device->id);
+        else if (record->szPortName[0] != 0 && TargetOf(record->szPortName) != port.kernel)
+            Blame(ReasonsOf(port, ports), "a name that a record claims leads to its port",
+                  fmt::format("{} ({}): the record has {}, which leads to '{}'", port.device->id, port.kernel,
+                              record->szPortName, TargetOf(record->szPortName)));
     }
 }
 
 // No port stands behind what its section wants while a number that it likes better is free.
-void Judge::JudgeRules(const std::vector<Running>& ports) {
+void Judge::JudgeRules(const Ports& ports) {
     for (const Running& port : ports) {
         const Section* section = FittingSection(m_plan.configurations.back(), *port.device);
-        // (i) With no check of all ports two that share a number may move for each other without end.
-        const auto shared = m_excusedAtMs.find(port.device);
-        if (m_plan.switches.debugRole && shared != m_excusedAtMs.end() && shared->second >= m_plan.calmAtMs)
-            continue;
-        if (!section || !port.isBound || !port.name.starts_with("COM"))
+        if (!section || !port.name.starts_with("COM"))
             continue;
         for (const unsigned number : section->wants) {
             const std::string wanted = fmt::format("COM{}", number);
             if (machine::EqualNoCase(wanted, port.name))
                 break;
-            const bool isTaken = !TargetOf(wanted).empty() ||
-                                 std::any_of(ports.begin(), ports.end(),
-                                             [&](const auto& p) { return machine::EqualNoCase(p.name, wanted); });
-            if (!isTaken)
-                Complain("every rule that can be met is met",
-                         fmt::format("{} is {} and {} is free", port.device->id, port.name, wanted));
+            if (!TargetOf(wanted).empty() || std::any_of(ports.begin(), ports.end(), [&](const auto& p) {
+                    return machine::EqualNoCase(p.name, wanted);
+                }))
+                continue;
+            Reasons reasons = ReasonsOf(port, ports);
+            // With no check of all ports two that share a number may move for each other without end.
+            for (const Excuse excuse : {Excuse::OwnerAway, Excuse::SharedAndMoved})
+                if (m_plan.switches.debugRole && IsGranted(excuse, port.device, m_plan.calmAtMs))
+                    reasons.insert(Excuse::NoResume);
+            Blame(reasons, "every rule that can be met is met",
+                  fmt::format("{} is {} and {} is free", port.device->id, port.name, wanted));
         }
     }
 }
 
 // A port whose name is written is excused until it starts anew where the order of steps leaves it behind.
 void Judge::OnWrite(const rehearse::WrittenValue& write) {
+    if (machine::EqualNoCase(write.name, "ComDB"))
+        for (const Device& device : m_plan.devices)
+            if (const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device.id);
+                device.isPort && node && node->openRestart)
+                Grant(Excuse::CleanedInSwap, &device, write.atMs + OwnChangeMs);
     const Device* device = RenamedPort(write);
     if (!device)
         return;
     NoteExcuses();
     // Of two that are to swap the one that does as it is told comes back without its record.
     if (IsHindered(*device))
-        m_excusedAtMs[device] = write.atMs + OwnChangeMs;
+        Grant(Excuse::Hindered, device, write.atMs + OwnChangeMs);
     bool isShared = false;
+    Reasons reasons;
+    if (HasFailedSince(LastStartMs(device->id)))
+        reasons.insert(Excuse::CallFailed);
     for (const Device& other : m_plan.devices) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
         if (&other == device || !other.isPort || !node)
@@ -353,34 +437,38 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
         const rehearse::WrittenValue moved = LastMove(other);
         const bool isOnItsWay = !moved.name.empty() && write.atMs - moved.atMs <= OwnChangeMs;
         isShared |= machine::EqualNoCase(name, write.before) && (node->IsPresent() || isOnItsWay);
-        // (a) A record has the number that its port left until that comes anew.
+        // A record has the number that its port left until that comes anew.
         for (const rehearse::WrittenValue& earlier : m_stage.timeline->Writes())
-            isShared |= RenamedPort(earlier) == &other && machine::EqualNoCase(earlier.before, write.before) &&
-                        (LastStartMs(other.id) <= earlier.atMs || write.atMs - earlier.atMs <= OwnChangeMs);
-        // (i) A number counts as free while the port that has it in the registry has no DOS name: its restart is put
-        // off, or it is away for a moment. Who is given it may take the owner's name for its own, and one of them has
-        // none until it comes anew. Likewise where two came with one name and the one that has the link is moved.
+            if (RenamedPort(earlier) == &other && machine::EqualNoCase(earlier.before, write.before) &&
+                (LastStartMs(other.id) <= earlier.atMs || write.atMs - earlier.atMs <= OwnChangeMs))
+                reasons.insert(Excuse::LeftNumber);
+        // A number counts as free while the port that has it in the registry has no DOS name: its restart is put off,
+        // or it is away for a moment. Who is given it may take the owner's name for its own, and one of them has none
+        // until it comes anew. Likewise where two came with one name and the one that has the link is moved.
         const bool isOwner = node->driver && TargetOf(name) == node->driver->name;
         if (machine::EqualNoCase(name, write.after) && TargetOf(name).empty())
-            m_excusedAtMs[device] = m_excusedAtMs[&other] = write.atMs + OwnChangeMs;
+            for (const Device* each : {device, &other})
+                Grant(Excuse::OwnerAway, each, write.atMs + OwnChangeMs);
         if (machine::EqualNoCase(name, write.before) && !isOwner)
-            m_excusedAtMs[&other] = write.atMs + OwnChangeMs;
-        // (b) A renamed port takes the bit of its old name out of the database, also when another port has that name.
+            Grant(Excuse::SharedAndMoved, &other, write.atMs + OwnChangeMs);
+        // A renamed port takes the bit of its old name out of the database, also when another port has that name.
         if (machine::EqualNoCase(machine::DosNameOf(*node), write.before))
-            m_bitTakenAtMs[&other] = write.atMs;
+            Grant(Excuse::SharedBit, &other, write.atMs);
     }
     const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(TargetOf(write.before));
     isShared |= owner && !machine::EqualNoCase(owner->node->id, device->id);
-    // (a) Nothing tells the second of two arrivals of one device that the first has moved it.
+    // Nothing tells the second of two arrivals of one device that the first has moved it.
     const rehearse::WrittenValue moved = LastMove(*device);
-    isShared |= !moved.name.empty() && write.atMs - moved.atMs <= OwnChangeMs && Says(*device, "interfaces");
-    // What the scan at the start finds by its DOS name alone is a port without a device, present until the next start.
+    if (!moved.name.empty() && write.atMs - moved.atMs <= OwnChangeMs && Says(*device, "interfaces"))
+        reasons.insert(Excuse::TwoArrivals);
+    // What the scan at the start finds by its DOS name alone is a port without a device, present until its link goes.
     for (const CComPort* record : Records(m_stage))
-        isShared |= record->DeviceID[0] == 0 && machine::EqualNoCase(record->szRegPortName, write.before);
+        if (record->DeviceID[0] == 0 && record->IsPresent && machine::EqualNoCase(record->szRegPortName, write.before))
+            reasons.insert(Excuse::NoDevice);
     m_moves[device] = write;
-    if (IsNeverMeant(m_plan, *device) && !isShared && !HasFailedSince(LastStartMs(device->id)))
-        Complain("nobody takes a number from a port without a rule",
-                 fmt::format("{}: {} -> {}", device->id, write.before, write.after));
+    if (IsNeverMeant(m_plan, *device) && !isShared)
+        Blame(reasons, "nobody takes a number from a port without a rule",
+              fmt::format("{}: {} -> {}", device->id, write.before, write.after));
 }
 
 // The last write to the port's name; all zero if there was none.
@@ -404,20 +492,17 @@ const rehearse::TimelineEntry* Judge::LastStart(const std::string& device) const
 }
 
 // What the product makes of the removals and arrivals that its own restarts cause, by the threads of its log.
-void Judge::JudgeOwnRestarts(const std::string& line) {
-    const std::size_t braceAt = line.find('{');
-    if (braceAt == std::string::npos)
-        return; // written before the product knows its mode, when the log could not be made at once
-    const std::string thread = line.substr(braceAt, line.find('}') - braceAt);
-    const std::uint64_t nowMs = LogTimeMs(line);
+void Judge::JudgeOwnRestarts(const std::string& line, const std::string& thread) {
+    const std::uint64_t nowMs = machine::Now();
     const auto isOwn = [&](const std::string& device) {
         const auto found = m_ownRestartMs.find(device);
-        return !device.empty() && found != m_ownRestartMs.end() && nowMs - found->second < OwnChangeMs - LogStepMs;
+        return !device.empty() && found != m_ownRestartMs.end() && nowMs - found->second < OwnChangeMs;
     };
     if (line.ends_with(" WinMain ------------------")) {
         m_ownRestartMs.clear();
         m_arrivedBy.clear();
         m_dropped.clear();
+        m_scans.clear();
     }
     if (const std::size_t at = line.find("devid='"); at != std::string::npos)
         m_checkedBy[thread] = Quoted(line);
@@ -425,9 +510,13 @@ void Judge::JudgeOwnRestarts(const std::string& line) {
         m_ownRestartMs[m_checkedBy[thread]] = nowMs;
     if (line.find("restart this later") != std::string::npos)
         m_ownRestartMs.erase(m_checkedBy[thread]);
+    // A removal by the problem scan is no notified one.
+    if (line.find(" problem changed: ") != std::string::npos)
+        m_scans.insert(thread);
     if (line.find("> RemovePort(") != std::string::npos) {
-        if (isOwn(DeviceOf(line)))
+        if (isOwn(DeviceOf(line)) && !m_scans.contains(thread))
             Complain("the removal of an own restart is ignored", line);
+        m_scans.erase(thread);
         m_ownRestartMs.erase(DeviceOf(line));
     }
     if (line.find("> ComPortArrived(") != std::string::npos)
@@ -437,8 +526,11 @@ void Judge::JudgeOwnRestarts(const std::string& line) {
     // The number of a thread that has ended comes back.
     if (line.find("> CheckComPortAssignment") != std::string::npos || line.ends_with("> port not added"))
         m_arrivedBy.erase(thread);
-    // (d) A swap in front of the first notification leaves its marks: the next removal and arrival of both are dropped.
-    // Its own arrivals are dropped as they should be; no mark drops two.
+}
+
+// A swap in front of the first notification leaves its marks: the next removal and arrival of both are dropped. Its own
+// arrivals are dropped as they should be; no mark drops two.
+void Judge::JudgeMarks(const std::string& line) {
     if (line.find("SwapPortNumbers(") != std::string::npos)
         m_dropped.clear();
     if (line.find("+++ New dev ") != std::string::npos || line.ends_with("DBT_DEVICEREMOVECOMPLETE"))
@@ -453,7 +545,7 @@ void Judge::JudgeOwnRestarts(const std::string& line) {
             swappedAtMs = restart.atMs;
     for (const Device& device : m_plan.devices)
         if (device.id == m_arrival && LastStartMs(device.id) > swappedAtMs + OwnChangeMs)
-            m_excusedAtMs[&device] = machine::Now();
+            Grant(Excuse::SwapMark, &device, machine::Now());
 }
 
 // The port whose path stands in the line; "" for none.
@@ -467,13 +559,17 @@ std::string Judge::DeviceOf(const std::string& line) const {
     return "";
 }
 
-// What runs then was there before the product listened, so no arrival told of it.
-bool Judge::IsUnheard(std::uint64_t ranAtMs) const {
+std::uint64_t Judge::StartedAtMs() const {
     std::uint64_t startedAtMs = 0;
     for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries())
         if (entry.what == "service is START_PENDING")
             startedAtMs = entry.atMs;
-    return ranAtMs <= m_listensAtMs || m_listensAtMs < startedAtMs;
+    return startedAtMs;
+}
+
+// What runs then was there before the product listened, so no arrival told of it.
+bool Judge::IsUnheard(std::uint64_t ranAtMs) const {
+    return IsStarting() || ranAtMs <= *m_listensAtMs;
 }
 
 // Its last start was the end of a problem of which its interfaces told nothing.
@@ -486,12 +582,6 @@ bool Judge::IsQuietStart(const Device& device) const {
             wasQuiet = std::exchange(isQuiet, false);
     }
     return wasQuiet;
-}
-
-// (b) The bit of a number goes with a clean-up while its port is out for a swap, whose arrival sets none.
-bool Judge::IsCleanedInSwap(const Device& device) const {
-    const rehearse::TimelineEntry* start = LastStart(device.id);
-    return start && start->means == "remove-and-setup" && start->atMs <= m_cleanedAtMs + OwnChangeMs;
 }
 
 // One of two that came with one name before the product listened: nothing is done about it while no rule moves it and

@@ -7,12 +7,17 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace machine {
 struct DeviceNode;
-}
+struct DosNameChange;
+struct FileNode;
+} // namespace machine
 
 namespace storm {
 
@@ -33,27 +38,38 @@ private:
         const Device* device;
         const machine::DeviceNode* node;
         std::string name, dosName, kernel; // registry name; a COM name that leads to it; its kernel device
-        bool isBound = false;              // nothing excuses it
     };
+    using Ports = std::vector<Running>;
 
     void Look();
-    void ReadLog();
-    void NoteExcuses();
-    void JudgePorts(const std::vector<Running>& ports);
-    void JudgeRecords(const std::vector<Running>& ports);
-    void JudgeRules(const std::vector<Running>& ports);
+    void OnCall(std::string_view name);
     void OnWrite(const rehearse::WrittenValue& write);
-    std::vector<Running> RunningPorts() const;
-    bool IsBound(const Running& port) const;
+    void OnDosName(const machine::DosNameChange& change);
+    void ReadLog();
+    void OnLogLine(const std::string& line);
+    void JudgeMarks(const std::string& line);
+    void JudgeOwnRestarts(const std::string& line, const std::string& thread);
+    void JudgeMoves();
+    void JudgePorts(const Ports& ports);
+    void JudgeRecords(const Ports& ports);
+    void JudgeRules(const Ports& ports);
+    void NoteExcuses();
+
+    Ports RunningPorts() const;
+    Reasons ReasonsOf(const Running& port, const Ports& ports) const;
+    Reasons OwnReasons(const Running& port) const;
+    Reasons LinkReasons(const Running& port) const;
+    void Grant(Excuse excuse, const Device* device, std::uint64_t untilMs); // a start behind untilMs ends it
+    bool IsGranted(Excuse excuse, const Device* device, std::uint64_t ranAtMs) const;
     bool IsTwin(const Running& port) const;
-    rehearse::WrittenValue LastMove(const Device& device) const;
-    bool HasFailedSince(std::uint64_t ranAtMs) const { return m_failed != 0 && ranAtMs <= m_failedAtMs; }
+    bool HasFailedSince(std::uint64_t ranAtMs) const;
     bool IsUnheard(std::uint64_t ranAtMs) const;
-    void JudgeOwnRestarts(const std::string& line);
-    std::string DeviceOf(const std::string& line) const;
     bool IsQuietStart(const Device& device) const;
-    bool IsCleanedInSwap(const Device& device) const;
     bool IsHindered(const Device& device) const;
+    bool IsStarting() const { return !m_listensAtMs || *m_listensAtMs < StartedAtMs(); }
+    std::uint64_t StartedAtMs() const;
+    std::string DeviceOf(const std::string& line) const;
+    rehearse::WrittenValue LastMove(const Device& device) const;
     const rehearse::TimelineEntry* LastStart(const std::string& device) const;
     std::uint64_t LastStartMs(const std::string& device) const;
     const Device* RenamedPort(const rehearse::WrittenValue& write) const;
@@ -61,18 +77,19 @@ private:
     const Plan& m_plan;
     unsigned m_looks = 0;
     std::uint64_t m_settledAtMs = 0, m_lastCheckMs = 0;
-    std::uint64_t m_failed = 0, m_failedAtMs = 0;         // calls that failed, the last of them
-    std::map<const Device*, std::uint64_t> m_excusedAtMs; // a start behind this moment ends it
-    std::map<const Device*, std::uint64_t> m_bitTakenAtMs;
+    std::uint64_t m_failed = 0, m_failedAtMs = 0; // calls that failed, the last of them
+    std::map<std::pair<Excuse, const Device*>, std::uint64_t> m_grants;
     std::map<const Device*, rehearse::WrittenValue> m_moves; // the last write to its name
-    std::map<std::string, std::uint64_t> m_removedAtMs;      // names whose link was taken
-    std::size_t m_linesRead = 0;
-    std::uint64_t m_listensAtMs = 0;                             // the product had asked for notifications
-    std::uint64_t m_cleanedAtMs = 0;                             // numbers that nobody has left the database
+    std::map<std::string, std::uint64_t> m_takenAtMs;        // names whose link went by an outer hand
+    std::optional<std::uint64_t> m_listensAtMs;              // the product asked for notifications
+    const machine::FileNode* m_log = nullptr;                // what was read of it
+    std::size_t m_logRead = 0;
+    bool m_isLogWritten = false;
     std::string m_arrival;                                       // device of the notification that the log tells of
     std::map<std::string, unsigned> m_dropped;                   // arrivals by device, since the last swap
     std::map<std::string, std::string> m_checkedBy, m_arrivedBy; // device by thread
-    std::map<std::string, std::uint64_t> m_ownRestartMs;         // by the clock of the log
+    std::set<std::string> m_scans;                               // threads that remove by the problem scan
+    std::map<std::string, std::uint64_t> m_ownRestartMs;
 };
 
 } // namespace storm

@@ -37,6 +37,15 @@ void Rest::Complain(std::string what, std::string how) {
     m_violations.push_back({std::move(what), fmt::format("{} at {} ms", how, machine::Now())});
 }
 
+void Rest::Blame(const Reasons& reasons, std::string what, std::string how) {
+    if (reasons.empty())
+        Complain(std::move(what), std::move(how));
+    for (const Excuse reason : reasons) {
+        ++m_uses.at(static_cast<std::size_t>(reason)).all;
+        m_uses.at(static_cast<std::size_t>(reason)).alone += reasons.size() == 1;
+    }
+}
+
 bool Rest::HasFailed() const {
     return std::any_of(machine::Faults().begin(), machine::Faults().end(),
                        [](const machine::Fault& fault) { return fault.error && fault.acted; });
@@ -65,14 +74,16 @@ void Rest::JudgeRest() {
         // (j) What an arrival reads stands outside every lock: of two threads that open one refusing key, the second
         // may take the list of the first for the former one. A device has two arrivals when it has two interfaces of
         // ports.
+        Reasons reasons;
         if (node->said.isProtected && node->said.interfaces && node->said.interfaces->back() == "modem")
-            continue;
+            reasons.insert(Excuse::TwoWideLists);
+        if (CannotBeRestored())
+            reasons.insert(Excuse::CallFailed);
         for (const std::string& key :
              {node->enumPath, node->enumPath + "\\Device Parameters",
               driverKey.empty() ? "" : "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\" + driverKey})
-            if (!key.empty() && machine::TheRegistry().FindKey(key) &&
-                !machine::TheRegistry().IsSecurityUnchanged(key) && !CannotBeRestored())
-                Complain("access lists stay as they were", key);
+            if (!key.empty() && machine::TheRegistry().FindKey(key) && !machine::TheRegistry().IsSecurityUnchanged(key))
+                Blame(reasons, "access lists stay as they were", key);
     }
 }
 

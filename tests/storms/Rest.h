@@ -2,6 +2,7 @@
 #pragma once
 
 #include "rehearse/Events.h"
+#include "tests/storms/Excuses.h"
 
 #include <cstddef>
 #include <string>
@@ -21,7 +22,9 @@ public:
     void JudgeRest();
     void AfterStop(std::size_t leakedHandles, bool isSlow); // isSlow: calls take long
     void Complain(std::string what, std::string how);
+    void Blame(const Reasons& reasons, std::string what, std::string how); // complains if nothing excuses it
     const std::vector<Violation>& Violations() const { return m_violations; }
+    const UseTable& ExcuseUses() const { return m_uses; }
 
 protected:
     machine::Process* TheProduct() const; // null if it does not run
@@ -33,6 +36,7 @@ private:
     void JudgeStops(bool isSlow);
 
     std::vector<Violation> m_violations;
+    UseTable m_uses;
 };
 
 } // namespace storm

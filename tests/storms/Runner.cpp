@@ -12,25 +12,27 @@ namespace storm {
 namespace {
 
 constexpr unsigned CountFields = 7;
-
-std::uint64_t DigestOf(const std::string& text) {
-    std::uint64_t digest = 14695981039346656037ull; // FNV-1a
-    for (const char c : text)
-        digest = (digest ^ static_cast<unsigned char>(c)) * 1099511628211ull;
-    return digest;
-}
+constexpr int ExcuseFields = 3;
 
 std::string ResultText(const Outcome& outcome) {
     const Counts& c = outcome.counts;
-    return fmt::format("#counts {} {} {} {} {} {} {} {}\n", c.events, c.looks, c.ports, c.restarts, c.swaps, c.failed,
-                       c.slow, DigestOf(outcome.everything)) +
-           EndOf(outcome.violations);
+    std::string text = fmt::format("#counts {} {} {} {} {} {} {} {}\n", c.events, c.looks, c.ports, c.restarts, c.swaps,
+                                   c.failed, c.slow, DigestOf(outcome.everything));
+    for (std::size_t i = 0; i < outcome.excuses.size(); ++i)
+        text += fmt::format("#excuse {} {} {}\n", i, outcome.excuses[i].all, outcome.excuses[i].alone);
+    return text + EndOf(outcome.violations);
 }
 
 RunResult ParseResult(const std::string& text, int status) {
     RunResult result;
     result.violations = ReadViolations(text, status, [&](const char* line) {
         Counts& c = result.counts;
+        std::size_t excuse = 0;
+        Uses uses;
+        if (std::sscanf(line, "#excuse %zu %u %u", &excuse, &uses.all, &uses.alone) == ExcuseFields) {
+            result.excuses.at(excuse) = uses;
+            return true;
+        }
         return std::sscanf(line, "#counts %u %u %u %u %u %u %u %lu", &c.events, &c.looks, &c.ports, &c.restarts,
                            &c.swaps, &c.failed, &c.slow, &result.digest) == CountFields + 1;
     });
@@ -73,6 +75,13 @@ Plan WithoutUnit(const Plan& plan, std::size_t unit) {
 }
 
 } // namespace
+
+std::uint64_t DigestOf(const std::string& text) {
+    std::uint64_t digest = 14695981039346656037ull; // FNV-1a
+    for (const char c : text)
+        digest = (digest ^ static_cast<unsigned char>(c)) * 1099511628211ull;
+    return digest;
+}
 
 void Runner::RunAll(std::size_t count, const std::function<Plan(std::size_t)>& plan,
                     const std::function<void(std::size_t, const RunResult&)>& done) const {

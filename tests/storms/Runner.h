@@ -13,8 +13,11 @@ namespace storm {
 struct RunResult {
     std::vector<Violation> violations;
     Counts counts;
+    UseTable excuses;
     std::uint64_t digest = 0; // of report and log
 };
+
+std::uint64_t DigestOf(const std::string& text);
 
 class Runner {
 public:

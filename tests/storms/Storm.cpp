@@ -75,6 +75,7 @@ Outcome RunStorm(const Plan& plan, const std::string& imageFile, const std::stri
         },
         [&] { judge.AfterStop(trial.leaks.HandlesOf(trial.stage.product)); });
     outcome.violations = judge.Violations();
+    outcome.excuses = judge.ExcuseUses();
     return outcome;
 }
 

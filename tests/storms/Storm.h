@@ -18,6 +18,7 @@ struct Counts {
 struct Outcome {
     std::vector<Violation> violations;
     Counts counts;
+    UseTable excuses;
     std::string everything; // report and log, for the comparison of two runs
 };
 

@@ -15,11 +15,14 @@
 
 namespace {
 
+// Where derived seeds lie: apart from those that people name, and short enough to be typed.
+constexpr std::uint64_t DerivedStart = 1'000'000, DerivedSeeds = 1'000'000'000;
 constexpr std::uint64_t TwiceEach = 20; // every so manieth seed runs twice and must be the same
 
 struct Line {
     std::size_t seeds = 0;
     std::uint64_t first = 1;
+    std::string from;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
     std::string folder, image = QM_IMAGE_FILE, resources = QM_RESOURCE_FILE;
     bool verbose = false, print = false;
@@ -27,7 +30,8 @@ struct Line {
 
 void Describe(CLI::App& app, Line& line) {
     app.add_option("SEEDS", line.seeds, "how many seeds")->required();
-    app.add_option("--first", line.first, "the first of them");
+    app.add_option("--first", line.first, "the first of them")
+        ->excludes(app.add_option("--from", line.from, "derive the first of them from this text, as a commit's id"));
     app.add_option("--jobs", line.jobs, "so many at a time")->check(CLI::Range(1, 64));
     app.add_option("--write", line.folder, "write shrunk descriptions of failing seeds there")->type_name("DIR");
     app.add_option("--image", line.image, "the product as a shared object")->group("");
@@ -65,6 +69,10 @@ public:
         m_counts.swaps += c.swaps;
         m_counts.failed += c.failed;
         m_counts.slow += c.slow;
+        for (std::size_t i = 0; i < m_excuses.size(); ++i) {
+            m_excuses[i].all += result.excuses[i].all;
+            m_excuses[i].alone += result.excuses[i].alone;
+        }
         if (result.violations.empty())
             return;
         ++m_failed;
@@ -81,11 +89,17 @@ public:
                    m_counts.failed, m_counts.slow, m_failed);
         for (const auto& [what, count] : m_broken)
             fmt::print("  {} x {}\n", count, what);
+        fmt::print("broken statements that were excused, and by this alone:\n");
+        for (const storm::ExcuseRow& row : storm::ExcuseRows) {
+            const storm::Uses& uses = m_excuses.at(static_cast<std::size_t>(row.excuse));
+            fmt::print("  {:6} {:6}  ({}) {}, until {}\n", uses.all, uses.alone, row.letter, row.who, row.until);
+        }
     }
     bool HasFailed() const { return m_failed != 0; }
 
 private:
     storm::Counts m_counts;
+    storm::UseTable m_excuses;
     unsigned m_failed = 0;
     std::map<std::string, unsigned> m_broken;
 };
@@ -131,6 +145,10 @@ int main(int count, char** arguments) {
     Line line;
     Describe(app, line);
     CLI11_PARSE(app, count, arguments);
+    if (!line.from.empty()) {
+        line.first = DerivedStart + storm::DigestOf(line.from) % DerivedSeeds;
+        fmt::print("seeds from {} on\n", line.first);
+    }
     if (!line.print)
         return RunSeeds(line);
     for (std::uint64_t seed = line.first; seed < line.first + line.seeds; ++seed)
