@@ -9,8 +9,6 @@
 
 namespace rehearse {
 
-using Action = std::function<void()>;
-
 // subject: the event's key. make: checks the event (throws InputError) and gives what it does at its time.
 struct EventRow {
     const char* subject;

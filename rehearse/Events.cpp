@@ -118,7 +118,7 @@ Action ActionOf(const Record& event, Stage& stage) {
         if (const EventRow* row = FindRow(rows, event)) {
             if (event.Is(row->subject, Flag) && !event.FlagOf(row->subject))
                 throw InputError(event.At(row->subject), fmt::format("'{}' can only be true", row->subject));
-            return row->make(event, stage);
+            return InItsPowerState(row->subject, row->make(event, stage), stage);
         }
     throw InputError(event.at, "this event is not known");
 }

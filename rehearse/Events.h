@@ -6,6 +6,8 @@
 #include "rehearse/Timeline.h"
 
 #include <cstdint>
+#include <functional>
+#include <vector>
 
 namespace machine {
 struct Process;
@@ -13,11 +15,14 @@ struct Process;
 
 namespace rehearse {
 
+using Action = std::function<void()>;
+
 // The state that events share: what they tell, and the process that the description starts.
 struct Stage {
     const Record* description = nullptr;
     Timeline* timeline = nullptr;
     machine::Process* product = nullptr; // started last; retained until the stage goes
+    std::vector<Action> atWaking;        // events that the machine slept through
     bool hasEnded = false;               // what was still to come does not happen any more
 
     Stage(const Record* ofMachine, Timeline* toFill) : description(ofMachine), timeline(toFill) {}

@@ -4,14 +4,16 @@
 
 #include "simwin/desktop/Desktop.h"
 #include "simwin/devices/Notifications.h"
-#include "simwin/devices/PlugAndPlay.h"
 #include "simwin/devices/api.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
+#include "simwin/services/Power.h"
 #include "simwin/services/Services.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace rehearse {
 
@@ -40,19 +42,20 @@ constexpr NamedCode DeviceEventNames[] = {
 constexpr const char* ComPortClass = "{86e0d1e0-8089-11d0-9ce4-08003e301f73}";
 constexpr std::int64_t LargestDword = 0xFFFFFFFF;
 
-void Broadcast(simwin::DWORD code) {
-    machine::BroadcastServiceControl(simwin::SERVICE_CONTROL_POWEREVENT, code, {});
-}
-
 Action SuspendEvent(const Record& event, Stage& stage) {
     const std::string kind = event.TextOf("suspend");
-    // Nobody is told of a critical suspension; the programs learn of it when the machine wakes.
+    if (kind == "query") {
+        constexpr unsigned FirstThatDoesNotAsk = 0x0600;
+        if (machine::TheSetup().version.Packed() >= FirstThatDoesNotAsk)
+            throw InputError(event.At("suspend"), "Windows asks for a suspension below 6.0 only");
+        return [&stage] {
+            stage.timeline->Outside("asked whether the machine may sleep");
+            machine::BroadcastServiceControl(simwin::SERVICE_CONTROL_POWEREVENT, simwin::PBT_APMQUERYSUSPEND, {});
+        };
+    }
     return [&stage, kind] {
-        stage.timeline->Outside(kind == "query" ? "asked whether the machine may sleep" : "the machine goes to sleep");
-        if (kind == "query")
-            Broadcast(simwin::PBT_APMQUERYSUSPEND);
-        else if (kind != "critical")
-            Broadcast(simwin::PBT_APMSUSPEND);
+        stage.timeline->Outside("the machine goes to sleep");
+        machine::SuspendMachine(/*told=*/kind != "critical");
     };
 }
 
@@ -66,9 +69,9 @@ Action ResumeEvent(const Record& event, Stage& stage) {
     return [&stage, kind, code, isReplugged] {
         stage.timeline->Outside(
             fmt::format("the machine wakes ({}{})", kind, isReplugged ? ", devices come anew" : ""));
-        if (isReplugged)
-            machine::ReplugAllDevices();
-        Broadcast(code);
+        machine::ResumeMachine(code, isReplugged);
+        for (const Action& action : std::exchange(stage.atWaking, {}))
+            action();
     };
 }
 
@@ -142,6 +145,21 @@ Action NotifyEvent(const Record& event, Stage& stage) {
 constexpr EventRow Rows[] = {{"suspend", SuspendEvent}, {"resume", ResumeEvent}, {"notify", NotifyEvent}};
 
 } // namespace
+
+// What is done to the machine from outside can be done while it sleeps; people and programs wait for its waking.
+Action InItsPowerState(std::string_view subject, Action action, Stage& stage) {
+    constexpr std::string_view AtAnyTime[] = {"plug", "unplug", "replug", "move", "resume"};
+    if (std::find(std::begin(AtAnyTime), std::end(AtAnyTime), subject) != std::end(AtAnyTime))
+        return action;
+    return [&stage, subject = std::string(subject), action = std::move(action)] {
+        if (!machine::IsMachineDown()) {
+            action();
+            return;
+        }
+        stage.timeline->Outside(fmt::format("the machine sleeps: '{}' waits until it wakes", subject));
+        stage.atWaking.push_back(action);
+    };
+}
 
 std::span<const EventRow> PowerEventRows() {
     return Rows;

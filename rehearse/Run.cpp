@@ -94,6 +94,7 @@ void StopProduct(const Stage& stage, const Leaks& leaks, nlohmann::ordered_json&
         return;
     process->Retain();
     if (!process->ended) {
+        machine::WakeMachine(); // the run may have ended in its sleep
         if (service)
             machine::PostServiceControl(ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
         else

@@ -2,6 +2,7 @@
 
 #include "simwin/devices/Devices.h"
 #include "simwin/devices/Drivers.h"
+#include "simwin/devices/MissedChanges.h"
 #include "simwin/devices/Notifications.h"
 #include "simwin/devices/api.h"
 #include "simwin/devices/catalogue/Catalogue.h"
@@ -9,6 +10,7 @@
 #include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/registry/Registry.h"
+#include "simwin/services/Power.h"
 
 #include <algorithm>
 
@@ -223,11 +225,6 @@ DeviceNode* NodeOrNew(std::string_view id) {
     return AddDevice(description);
 }
 
-DeviceNode* NodeForEvent(std::string_view id) {
-    DeviceNode* node = TheDeviceTree().FindById(id);
-    return node && node->IsPresent() ? node : nullptr;
-}
-
 } // namespace
 
 void StartNode(DeviceNode& node, Cause cause) {
@@ -348,6 +345,10 @@ void PlugDevice(std::string_view id) {
     DeviceNode* node = NodeOrNew(id);
     if (!node)
         return;
+    if (IsMachineDown()) {
+        MissPlug(*node);
+        return;
+    }
     node->pulledOut = node->crowdedOut = false;
     AttachBelow(*node);
     AttachNode(*node, Cause::Outside);
@@ -357,13 +358,23 @@ void UnplugDevice(std::string_view id) {
     DeviceNode* node = TheDeviceTree().FindById(id);
     if (!node)
         return;
+    if (IsMachineDown()) {
+        MissUnplug(*node);
+        return;
+    }
     node->pulledOut = true;
     DetachTree(*node, Cause::Outside);
 }
 
 void ReplugDevice(std::string_view id, std::uint64_t offMs) {
-    DeviceNode* node = NodeForEvent(id);
+    DeviceNode* node = TheDeviceTree().FindById(id);
     if (!node)
+        return;
+    if (IsMachineDown()) {
+        MissReplug(*node, offMs);
+        return;
+    }
+    if (!node->IsPresent())
         return;
     DetachTree(*node, Cause::Outside);
     After(offMs, [node] { AttachNode(*node, Cause::Outside); });
@@ -374,6 +385,10 @@ void MoveDevice(std::string_view id, std::string_view hubId, unsigned hubPort, s
     DeviceNode* hub = TheDeviceTree().FindById(hubId);
     if (!node || !hub || HangsBelow(hub, node))
         return;
+    if (IsMachineDown()) {
+        MissMove(*node, *hub, hubPort);
+        return;
+    }
     const std::uint64_t leaves = DetachTree(*node, Cause::Outside);
     After(std::max(offMs, leaves), [node, hub, hubPort] {
         node->pulledOut = node->crowdedOut = false;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <unordered_map>
 
 #include <fmt/format.h>
@@ -34,6 +35,9 @@ struct Scheduler {
     std::vector<Thread*> threads; // that have not ended, in the order of their start
     std::vector<Thread*> ended;   // whose stacks are still to be given back
     std::map<DueKey, std::function<void()>> due;
+    std::map<DueKey, std::function<void()>> frozen; // the machine's own, while it sleeps
+    bool asleep = false;
+    std::uint64_t asleepSinceMs = 0;
     std::unordered_map<DueId, DueKey> dueById;
     DueId nextDue = 1;
     simwin::DWORD nextThreadId = 1000;
@@ -167,6 +171,8 @@ std::string NeverComes() {
 }
 
 RunOutcome EndOfRun() {
+    if (g_scheduler->asleep)
+        return {}; // it would go on if somebody woke it
     if (const std::string never = NeverComes(); !never.empty())
         return {Verdict::Deadlock, never + WhoWaits()};
     return {};
@@ -182,7 +188,7 @@ RunOutcome RunLoop(const RunLimits& limits) {
     while (!s.stopped) {
         if (RunDue(Due::Outside))
             continue;
-        if (!s.ready.empty()) {
+        if (!s.asleep && !s.ready.empty()) {
             RunNextReady();
             continue;
         }
@@ -213,9 +219,13 @@ simwin::DWORD TickCount() {
 }
 
 DueId At(std::uint64_t atMs, Due due, std::function<void()> action) {
-    const DueKey key = {std::max(atMs, g_scheduler->nowMs), due, g_scheduler->nextDue++};
-    g_scheduler->due.emplace(key, std::move(action));
-    g_scheduler->dueById.emplace(key.id, key);
+    Scheduler& s = *g_scheduler;
+    DueKey key = {std::max(atMs, s.nowMs), due, s.nextDue++};
+    const bool isFrozen = s.asleep && due == Due::Machine;
+    if (isFrozen)
+        key.atMs -= s.nowMs - s.asleepSinceMs; // as if it had been asked for when the sleep began
+    (isFrozen ? s.frozen : s.due).emplace(key, std::move(action));
+    s.dueById.emplace(key.id, key);
     return key.id;
 }
 
@@ -224,7 +234,47 @@ void CancelDue(DueId id) {
     if (found == g_scheduler->dueById.end())
         return;
     g_scheduler->due.erase(found->second);
+    g_scheduler->frozen.erase(found->second);
     g_scheduler->dueById.erase(found);
+}
+
+void FallAsleep() {
+    Scheduler& s = *g_scheduler;
+    if (s.asleep)
+        return;
+    s.asleep = true;
+    s.asleepSinceMs = s.nowMs;
+    for (auto entry = s.due.begin(); entry != s.due.end();)
+        if (entry->first.due == Due::Machine)
+            s.frozen.insert(s.due.extract(entry++));
+        else
+            ++entry;
+}
+
+bool IsAsleep() {
+    return g_scheduler->asleep;
+}
+
+void WakeMachine() {
+    Scheduler& s = *g_scheduler;
+    if (!s.asleep)
+        return;
+    s.asleep = false;
+    std::set<DueId> limits; // of waits that count the time asleep
+    constexpr unsigned FirstWithoutSleep = 0x0602;
+    if (TheSetup().version.Packed() < FirstWithoutSleep)
+        for (const Thread* thread : s.threads)
+            limits.insert(thread->waitDue);
+    for (auto& [key, action] : s.frozen) {
+        DueKey later = key;
+        if (limits.contains(key.id))
+            later.atMs = std::max(key.atMs, s.nowMs);
+        else
+            later.atMs += s.nowMs - s.asleepSinceMs;
+        s.due.emplace(later, std::move(action));
+        s.dueById.insert_or_assign(later.id, later);
+    }
+    s.frozen.clear();
 }
 
 Thread* CurrentThread() {
@@ -331,7 +381,8 @@ RunOutcome RunMachine(const RunLimits& limits) {
 
 bool IsAtRest() {
     const auto isOfMachine = [](const auto& entry) { return entry.first.due == Due::Machine; };
-    return g_scheduler->ready.empty() && std::none_of(g_scheduler->due.begin(), g_scheduler->due.end(), isOfMachine);
+    return !g_scheduler->asleep && g_scheduler->ready.empty() &&
+           std::none_of(g_scheduler->due.begin(), g_scheduler->due.end(), isOfMachine);
 }
 
 bool IsRunStopped() {

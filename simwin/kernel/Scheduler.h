@@ -75,6 +75,14 @@ inline DueId After(std::uint64_t delayMs, std::function<void()> action) {
 }
 void CancelDue(DueId id);
 
+// The whole machine sleeps: no thread runs and nothing of its own becomes due, only what happens outside and what is
+// judged. What was due stands still; what is asked for meanwhile counts from the waking on.
+void FallAsleep();
+bool IsAsleep();
+// What was due comes so much later as it slept. A thread's wait with a limit is told from it: on Windows below 6.2 its
+// limit counts the time asleep, and one that has passed ends at once.
+void WakeMachine();
+
 Thread* CurrentThread(); // null in the scheduler's own context
 std::vector<Thread*> AllThreads();
 
@@ -111,7 +119,7 @@ struct RunLimits {
 RunOutcome RunMachine(const RunLimits& limits);
 
 // Nothing is runnable and nothing of the machine's own is due: whatever began has settled. What happens outside and
-// what is judged may still be to come. To be asked in the scheduler's context.
+// what is judged may still be to come. Never while it sleeps. To be asked in the scheduler's context.
 bool IsAtRest();
 
 // True once a verdict has been reached: what is cleaned up after it raises no second one.

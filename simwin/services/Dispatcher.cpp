@@ -80,6 +80,8 @@ BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA* table) {
     while (!run->stopReported) {
         if (run->handler && !run->queue.empty()) {
             machine::HandleFirstControl(run);
+            if (machine::IsAsleep()) // by the control that it has just answered: the next one waits for the waking
+                machine::Yield();
             continue;
         }
         machine::Block(machine::WaitKind::Dispatcher, "a control of the service manager", machine::NoLimit);

@@ -271,12 +271,13 @@ Process* ServiceProcess(std::string_view name) {
     return service && service->run ? service->run->process : nullptr;
 }
 
-unsigned BroadcastServiceControl(DWORD control, DWORD eventType, const std::vector<BYTE>& data) {
+unsigned BroadcastServiceControl(DWORD control, DWORD eventType, const std::vector<BYTE>& data,
+                                 const ControlReturned& returned) {
     const DWORD needed = AcceptBitOf(control);
     unsigned count = 0;
     for (const auto& [name, service] : TheServices().services) {
         ServiceRun* run = service->run.get();
-        if (run && (run->status.dwControlsAccepted & needed) == needed && Post(run, control, eventType, data, {}))
+        if (run && (run->status.dwControlsAccepted & needed) == needed && Post(run, control, eventType, data, returned))
             ++count;
     }
     return count;

@@ -54,8 +54,9 @@ Process* ServiceProcess(simwin::SERVICE_STATUS_HANDLE handle);
 Process* ServiceProcess(std::string_view name);
 
 // A control that Windows sends to every service that accepts it (shutdown, power, session change): queued for those
-// whose reported status says so. Returns: to how many.
-unsigned BroadcastServiceControl(simwin::DWORD control, simwin::DWORD eventType, const std::vector<simwin::BYTE>& data);
+// whose reported status says so. `returned` is called for each of them. Returns: to how many.
+unsigned BroadcastServiceControl(simwin::DWORD control, simwin::DWORD eventType, const std::vector<simwin::BYTE>& data,
+                                 const ControlReturned& returned = {});
 
 // The state reported last, SERVICE_STOPPED for one that does not run, 0 for one that is not registered.
 simwin::DWORD ServiceState(std::string_view name);

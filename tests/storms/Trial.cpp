@@ -36,6 +36,7 @@ void Trial::Run(const rehearse::Options& options, std::uint64_t settlingMs, Rest
     if (RunUntil(rehearse::LastEventMs(*stage.description) + settlingMs, judge)) {
         timeline.CatchUp();
         atEnd();
+        machine::WakeMachine();
         if (machine::ServiceProcess(rehearse::ServiceName))
             machine::PostServiceControl(rehearse::ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
         else if (stage.product && !stage.product->ended)
