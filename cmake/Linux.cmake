@@ -105,20 +105,21 @@ endif()
 # Random histories under seeded schedules; a fixed number of seeds with every test run.
 file(GLOB storm_sources CONFIGURE_DEPENDS tests/storms/*.cpp)
 set(QM_STORM_SEEDS 200 CACHE STRING "seeds of the storms that the tests run")
+set(QM_FAULTS_EVERY 12 CACHE STRING "of how many calls of one operation the fault loop fails one")
 if(storm_sources)
     add_executable(storm ${storm_sources})
     target_include_directories(storm PRIVATE src)
     target_link_libraries(storm PRIVATE rehearse)
     qm_host(storm)
     add_test(NAME storms COMMAND storm ${QM_STORM_SEEDS})
-    set_tests_properties(storms PROPERTIES TIMEOUT 900 LABELS storm)
+    set_tests_properties(storms PROPERTIES TIMEOUT 900 LABELS storm COST 1000) # first: whatever starts last delays the end
     # Each call fails in its turn.
     add_executable(faults tests/faults/main.cpp tests/storms/Children.cpp tests/storms/Rest.cpp tests/storms/Trial.cpp)
     target_link_libraries(faults PRIVATE rehearse)
     qm_host(faults)
     target_compile_definitions(faults PRIVATE QM_SCENARIOS="${CMAKE_SOURCE_DIR}/tests/scenarios")
-    add_test(NAME faults COMMAND faults --every 12)
-    set_tests_properties(faults PROPERTIES TIMEOUT 900 LABELS storm)
+    add_test(NAME faults COMMAND faults --every ${QM_FAULTS_EVERY})
+    set_tests_properties(faults PROPERTIES TIMEOUT 900 LABELS storm COST 900)
 endif()
 
 # Whole machines as files, judged by their own expectations.
