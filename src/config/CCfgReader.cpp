@@ -203,6 +203,20 @@ UserType CCfgReader::GetUserTypeFromCfg(CfgSectionType type, LONG number, DWORD 
     return userType;
 }
 
+void CCfgReader::TellUnreadable(const char* place, const char* reason, DWORD error, ULONGLONG writeTime) {
+    if (ToldReason == reason && ToldError == error && ToldWriteTime == writeTime) {
+        return;
+    }
+    ToldReason = reason;
+    ToldError = error;
+    ToldWriteTime = writeTime;
+    if (error != 0) {
+        WriteLog(1, "configuration '%s' %s, err=%u -> no section counts", place, reason, error);
+    } else {
+        WriteLog(1, "configuration '%s' %s -> no section counts", place, reason);
+    }
+}
+
 CfgSection* CCfgReader::AddSection(LONG type, LONG number) {
     auto* section = new CfgSection; // operator new fills it with zeros
     section->Number = number;

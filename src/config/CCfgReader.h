@@ -99,6 +99,7 @@ private:
     DWORD RenewIniSnapshot(const char* reason) QM_REQUIRES(m_Lock);
     void DeleteIniSnapshot(const char* reason);
     DWORD ReadIniSnapshot() QM_REQUIRES(m_Lock);
+    HANDLE OpenIniFile() QM_REQUIRES(m_Lock);
     DWORD LoadIniText() QM_REQUIRES(m_Lock);
     DWORD ConvertIniText(DWORD* lastLineFeed) QM_REQUIRES(m_Lock);
     void ParseIniText(DWORD lastLineFeed) QM_REQUIRES(m_Lock);
@@ -110,6 +111,10 @@ private:
     void DeleteRegSnapshot(const char* reason);
     DWORD ReadRegSnapshot(HKEY configKey) QM_REQUIRES(m_Lock);
     CfgSection* AddRegSection(DWORD keyIndex, const char* subkeyName) QM_REQUIRES(m_Lock);
+
+    // Why a source of this write time (0: unknown) is not read, in one line for each change of the two.
+    // place: the file or the key. error: of Windows, 0: none.
+    void TellUnreadable(const char* place, const char* reason, DWORD error, ULONGLONG writeTime) QM_REQUIRES(m_Lock);
 
     CfgSection* AddSection(LONG type, LONG number) QM_REQUIRES(m_Lock);
     void ClearSections() QM_REQUIRES(m_Lock);
@@ -129,7 +134,13 @@ private:
     DWORD SectionTypeHashes[SectionTypeCount] = {}; // as szIniFile
     DWORD UseRegistry = 0;                          // as szIniFile: the choice is made once
     DWORD SectionCount QM_GUARDED_BY(m_Lock) = 0;
-    CRITICAL_SECTION m_Lock; // entered again by the thread that holds it
+    // What TellUnreadable told last; null: the source was read.
+    const char* ToldReason QM_GUARDED_BY(m_Lock) = nullptr;
+    DWORD ToldError QM_GUARDED_BY(m_Lock) = 0;
+    ULONGLONG ToldWriteTime QM_GUARDED_BY(m_Lock) = 0;
+    DWORD WasThere QM_GUARDED_BY(m_Lock) = 0;   // the file, at some time since the start
+    DWORD HeldTicker QM_GUARDED_BY(m_Lock) = 0; // when a wait for the file was last in vain; 0: never
+    CRITICAL_SECTION m_Lock;                    // entered again by the thread that holds it
 };
 
 extern CCfgReader* g_pCfgReader; // set before the threads start, lives until the end of WinMain

@@ -16,6 +16,17 @@ static constexpr signed char FirstKeyCharacter = 'A'; // as a signed byte, so by
 static constexpr unsigned char MarkByteLow = 0xFE;
 static constexpr unsigned char MarkByteHigh = 0xFF;
 
+// A reader that does not share the file, a scanner or a backup, mostly lets go of it at once. Whoever holds it for long
+// costs one such wait in five seconds.
+static constexpr DWORD HeldWaitMs = 1000;
+static constexpr DWORD HeldPauseMs = 50;
+static constexpr DWORD HeldAgainMs = 5000;
+
+static constexpr char Missing[] = "is missing";
+static constexpr char NotOpened[] = "cannot be opened";
+static constexpr char TooLarge[] = "has 1 MiB or more";
+static constexpr char NotWhole[] = "cannot be read whole";
+
 static constexpr char SectionMark[] = "__SECTION__";
 static constexpr char LineMark[] = "__LINE__";
 
@@ -162,24 +173,55 @@ DWORD CCfgReader::ReadIniSnapshot() {
     return 1;
 }
 
+// Returns: the file, or INVALID_HANDLE_VALUE with the last error. Waits up to HeldWaitMs for one that somebody holds.
+HANDLE CCfgReader::OpenIniFile() {
+    const DWORD startTick = GetTickCount();
+    const bool mayWait = HeldTicker == 0 || startTick - HeldTicker >= HeldAgainMs;
+    for (;;) {
+        HANDLE file = CreateFileA(szIniFile, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                  FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+        const LastErrorKeeper error;
+        if (file != INVALID_HANDLE_VALUE || error.Error() != ERROR_SHARING_VIOLATION || !mayWait) {
+            return file;
+        }
+        if (GetTickCount() - startTick >= HeldWaitMs) {
+            HeldTicker = GetTickCount();
+            return file;
+        }
+        Sleep(HeldPauseMs);
+    }
+}
+
 // Returns: 0 when there is no file to be read; 1 also when its contents did not come in whole, pFileText is null then.
 DWORD CCfgReader::LoadIniText() {
-    HANDLE file = CreateFileA(szIniFile, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    HANDLE file = OpenIniFile();
     if (file == INVALID_HANDLE_VALUE) {
+        const DWORD error = GetLastError();
+        const bool isMissing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+        // To have no file at all is as good a configuration as any.
+        WasThere = WasThere || !isMissing;
+        if (WasThere) {
+            TellUnreadable(szIniFile, isMissing ? Missing : NotOpened, isMissing ? 0 : error,
+                           isMissing ? 0 : GetFileWriteTime(szIniFile));
+        }
         return 0;
     }
     auto closeFile = OnScopeExit([&] { CloseHandle(file); });
+    WasThere = 1;
     DWORD sizeHigh = 0;
     const DWORD size = GetFileSize(file, &sizeHigh);
     if (size >= IniFileLimitBytes || sizeHigh != 0) {
+        TellUnreadable(szIniFile, TooLarge, 0, GetFileWriteTime(szIniFile));
         return 0;
     }
     OwnedArray<char> text(size_t{size} + AppendedBytes);
     DWORD bytesRead = 0;
-    if (!ReadFile(file, text.Get(), size, &bytesRead, nullptr) || bytesRead < size) {
+    const BOOL isRead = ReadFile(file, text.Get(), size, &bytesRead, nullptr);
+    if (!isRead || bytesRead < size) {
+        TellUnreadable(szIniFile, NotWhole, isRead ? 0 : GetLastError(), GetFileWriteTime(szIniFile));
         return 1;
     }
+    ToldReason = nullptr;
     memcpy(text.Get() + size, "\n\0\0", AppendedBytes);
     pFileText = text.Release();
     FileTextSize = size + AppendedBytes;

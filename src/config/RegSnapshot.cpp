@@ -11,6 +11,9 @@ static constexpr DWORD NameBytes = 64;  // of a subkey and of a value; a longer 
 static constexpr DWORD DataBytes = 260; // longer data is skipped
 static constexpr char Blanks[] = " \t";
 
+static constexpr char NotQueried[] = "cannot be queried";
+static constexpr char NoSubkeys[] = "has no subkeys, and the file is not read beside it";
+
 static ULONGLONG FileTimeWord(const FILETIME& time) {
     return static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
 }
@@ -18,10 +21,14 @@ static ULONGLONG FileTimeWord(const FILETIME& time) {
 // The data of one value as text. data: one byte longer than what the registry may fill, since nothing makes a program
 // that wrote it end its string with a zero.
 // Returns: false for a value that is to be skipped.
-static bool ReadRegText(HKEY key, const char* name, char (&data)[DataBytes + 1]) {
+static bool ReadRegText(HKEY key, const char* subkeyName, const char* name, char (&data)[DataBytes + 1]) {
     DWORD type = REG_NONE;
     DWORD sizeBytes = DataBytes;
-    if (RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<BYTE*>(data), &sizeBytes) != ERROR_SUCCESS) {
+    const LONG error = RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<BYTE*>(data), &sizeBytes);
+    if (error == ERROR_MORE_DATA) {
+        WriteLog(1, "value %s in Key [%s] has more than %u bytes -> ignored", name, subkeyName, DataBytes);
+    }
+    if (error != ERROR_SUCCESS) {
         return false;
     }
     if (type == REG_DWORD) {
@@ -37,14 +44,14 @@ static bool ReadRegText(HKEY key, const char* name, char (&data)[DataBytes + 1])
     return data[0] != 0;
 }
 
-static void ReadRegValue(HKEY key, DWORD index, CfgSection* section) {
+static void ReadRegValue(HKEY key, const char* subkeyName, DWORD index, CfgSection* section) {
     char name[NameBytes];
     DWORD nameLength = sizeof(name);
     if (RegEnumValueA(key, index, name, &nameLength, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
         return;
     }
     char data[DataBytes + 1];
-    if (!ReadRegText(key, name, data)) {
+    if (!ReadRegText(key, subkeyName, name, data)) {
         return;
     }
     StrTrimA(name, Blanks);
@@ -70,7 +77,7 @@ static void ReadRegValues(HKEY configKey, const char* subkeyName, CfgSection* se
                      MaxSectionValues, subkeyName);
             return;
         }
-        ReadRegValue(key, index, section);
+        ReadRegValue(key, subkeyName, index, section);
     }
 }
 
@@ -138,9 +145,12 @@ void CCfgReader::DeleteRegSnapshot(const char* reason) {
 DWORD CCfgReader::ReadRegSnapshot(HKEY configKey) {
     DWORD subkeys = 0;
     ULONGLONG writeTime = 0;
-    if (QueryConfigKey(configKey, &subkeys, &writeTime) != ERROR_SUCCESS || subkeys == 0) {
+    const LONG error = QueryConfigKey(configKey, &subkeys, &writeTime);
+    if (error != ERROR_SUCCESS || subkeys == 0) {
+        TellUnreadable(szRegKey, error != ERROR_SUCCESS ? NotQueried : NoSubkeys, static_cast<DWORD>(error), writeTime);
         return 0;
     }
+    ToldReason = nullptr;
     KeyCount = subkeys;
     for (DWORD index = 0; index < subkeys; ++index) {
         char name[NameBytes];

@@ -229,11 +229,18 @@ void UnregisterDeviceNotifications() {
     }
 }
 
+// Only the events of one device have a record. Any program can send the window another code with any number in place
+// of the record's address, and a read there would end the process.
+static bool HasRecord(DWORD eventCode, const DEV_BROADCAST_HDR* broadcast) {
+    return broadcast != nullptr && (eventCode == DBT_DEVICEARRIVAL || eventCode == DBT_DEVICEQUERYREMOVE ||
+                                    eventCode == DBT_DEVICEREMOVECOMPLETE);
+}
+
 DWORD DeviceChangeMsg(DWORD eventCode, const DEV_BROADCAST_HDR* broadcast) {
     WriteLog(3, "WM_DEVICE_CHANGE ---------------------->");
-    const DWORD deviceType = broadcast != nullptr ? broadcast->dbch_devicetype : 0;
-    const bool isInterface = broadcast != nullptr && deviceType == DBT_DEVTYP_DEVICEINTERFACE;
-    const bool isPort = broadcast != nullptr && deviceType == DBT_DEVTYP_PORT;
+    const DWORD deviceType = HasRecord(eventCode, broadcast) ? broadcast->dbch_devicetype : 0;
+    const bool isInterface = deviceType == DBT_DEVTYP_DEVICEINTERFACE;
+    const bool isPort = deviceType == DBT_DEVTYP_PORT;
     const auto* device = reinterpret_cast<const DEV_BROADCAST_DEVICEINTERFACE_A*>(broadcast);
     switch (eventCode) {
     case DBT_DEVNODES_CHANGED:

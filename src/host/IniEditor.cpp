@@ -54,7 +54,8 @@ static const void* FindSample(DWORD* sizeBytes) {
     return *sizeBytes > 0 && loaded != nullptr ? LockResource(loaded) : nullptr;
 }
 
-// Makes the file from the sample. Returns: false when the account may not and a copy with more rights was asked for.
+// Makes the file from the sample. Returns: false when the account may not; a copy with more rights was asked for then,
+// unless this is an administrator's: the next one would be refused too, and so without end.
 static bool CreateIniFile() {
     const HANDLE file =
         CreateFileA(szIniFile, GENERIC_WRITE, /*share=*/0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -62,7 +63,13 @@ static bool CreateIniFile() {
         if (GetLastError() != ERROR_ACCESS_DENIED) {
             return true;
         }
-        ShellExecuteA(GetForegroundWindow(), "runas", szExePath, "-ini", szExeDir, SW_SHOWNORMAL);
+        if (IsUserAnAdmin()) {
+            char text[2 * MAX_PATH];
+            FormatText(text, "Error %i creating the Quillmarch.INI\nINI file=%s", ERROR_ACCESS_DENIED, szIniFile);
+            ShowMessage(text, MB_ICONSTOP);
+        } else {
+            ShellExecuteA(GetForegroundWindow(), "runas", szExePath, "-ini", szExeDir, SW_SHOWNORMAL);
+        }
         return false;
     }
     DWORD sizeBytes = 0;

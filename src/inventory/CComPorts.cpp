@@ -2,6 +2,7 @@
 
 #include "inventory/CDosDeviceNames.h"
 #include "inventory/DevicePaths.h"
+#include "inventory/NameClaims.h"
 #include "support/BoundedText.h"
 #include "support/LogFile.h"
 #include "support/StringTools.h"
@@ -94,6 +95,26 @@ int CComPorts::FindFreePortSlot() const {
         }
     }
     return kNoPort;
+}
+
+int CComPorts::FindSlotOfLongestAbsent() const {
+    int longest = kNoPort;
+    DWORD longestMs = 0;
+    for (LONG i = 0; i < PortCount; ++i) {
+        CComPort* port = Ports[i];
+        if (port == nullptr || port->IsPresent || port->MarkedForRestart || IsRestartAwaited(port) ||
+            IsOwnRestart(port)) {
+            continue;
+        }
+        const DWORD absentMs = GetTickCount() - port->RemovalTicker;
+        // A record may be absent because its name was gone, while its port runs.
+        if ((longest == kNoPort || absentMs > longestMs) &&
+            (!IsRealDevInst(port->DevInst) || GetProblem(port->DevInst) == kProblemPhantom)) {
+            longest = static_cast<int>(i);
+            longestMs = absentMs;
+        }
+    }
+    return longest;
 }
 
 int CComPorts::FindPortIdxByDevicePath(const char* devicePath) const {

@@ -9,6 +9,7 @@
 #include "platform/win32.h"
 
 class DeviceList;
+class InterfaceDetail;
 
 constexpr int kMaxPorts = 4096;
 constexpr int kNoPort = -1;
@@ -185,12 +186,18 @@ private:
     // already, else -1. Returns: as TakeFreeSlot; null also if the device is known.
     CComPort* ReserveSlot(DWORD devInst, const char* devicePath, int* known) QM_EXCLUDES(CS_slots);
 
-    // Takes the first free slot. The record comes zeroed but for RecordValid 1, Index, IsUsed 1, DevInst and DevPath.
-    // Returns: the record, or null if the table is full.
+    // Takes the first free slot, in a full table that of the record that has been absent longest. The record comes
+    // zeroed but for RecordValid 1, Index, IsUsed 1, DevInst and DevPath.
+    // Returns: the record, or null if the table is full of ports that are there or are about to come back.
     CComPort* TakeFreeSlot(DWORD devInst, const char* devicePath) QM_REQUIRES(CS_slots);
 
+    // The record that has been absent longest and waits for nothing: no restart, no number, no driver. Index or -1.
+    int FindSlotOfLongestAbsent() const;
+
     int AddPortsOfClass(const GUID* interfaceClass);
-    void AddListedDevice(const DeviceList& list, DWORD index, const GUID* interfaceClass, SP_DEVINFO_DATA* device);
+    // detail: one for the whole walk.
+    void AddListedDevice(const DeviceList& list, DWORD index, const GUID* interfaceClass, SP_DEVINFO_DATA* device,
+                         InterfaceDetail* detail);
     void AddNamesWithoutDevice();
     int AddOrUpdateDevice(DWORD devInst, const char* devicePath);
     void ScanNewProblems(const DeviceList& list, const GUID* interfaceClass);

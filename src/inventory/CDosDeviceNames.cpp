@@ -1,5 +1,6 @@
 #include "inventory/CDosDeviceNames.h"
 
+#include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
 #include "support/LogFile.h"
 #include "support/ScopeGuard.h"
@@ -11,6 +12,8 @@ namespace {
 constexpr DWORD kFirstNamesSize = 16384;
 constexpr DWORD kNamesSizeStep = 4096;
 constexpr DWORD kNamesSizeLimit = 0x100000;
+
+constexpr size_t kFirstTargetsSize = 8192; // more than one target, kDosTargetSize
 
 constexpr DWORD kDeleteFlags = DDD_REMOVE_DEFINITION | DDD_NO_BROADCAST_SYSTEM;
 constexpr DWORD kCreateFlags = DDD_RAW_TARGET_PATH | DDD_NO_BROADCAST_SYSTEM;
@@ -39,6 +42,28 @@ char* ReadAllNames(DWORD* sizeBytes) {
     *sizeBytes = size;
     return buffer.Release();
 }
+
+// Texts one after another in one block. It grows by doubling, so that many texts take few blocks.
+class TextList {
+public:
+    void Add(const char* text) {
+        const size_t length = TextLength(text) + 1;
+        if (usedBytes_ + length > roomBytes_) {
+            roomBytes_ = 2 * roomBytes_ + kFirstTargetsSize;
+            OwnedArray<char> larger(roomBytes_);
+            CopyBytes(larger.Get(), texts_.Get(), usedBytes_);
+            texts_.Reset(larger.Release());
+        }
+        CopyBytes(texts_.Get() + usedBytes_, text, length);
+        usedBytes_ += length;
+    }
+    char* Release() { return texts_.Release(); }
+
+private:
+    OwnedArray<char> texts_;
+    size_t usedBytes_ = 0;
+    size_t roomBytes_ = 0;
+};
 
 // Whether the name is COM and a number. A port's name comes from the registry, where its driver may have written "C:"
 // or "PIPE": the machine must not lose those, nor get them from here.
@@ -84,6 +109,7 @@ CDosDeviceNames::CDosDeviceNames(const char* filter) {
         ++nameCount;
     }
     Entries = new DosDeviceEntry[static_cast<size_t>(nameCount)];
+    TextList targets;
     char* name = Buffer;
     for (LONG i = 0; i < nameCount; ++i, name += lstrlenA(name) + 1) {
         char target[kDosTargetSize];
@@ -91,17 +117,21 @@ CDosDeviceNames::CDosDeviceNames(const char* filter) {
             continue;
         }
         if (QueryDosName(name, target)) {
-            Entries[Count] = {StrDupNew(target), name};
+            targets.Add(target);
+            Entries[Count].Name = name;
             ++Count;
         }
+    }
+    Targets = targets.Release();
+    char* target = Targets;
+    for (LONG i = 0; i < Count; ++i, target += lstrlenA(target) + 1) {
+        Entries[i].Target = target;
     }
 }
 
 CDosDeviceNames::~CDosDeviceNames() {
-    for (LONG i = 0; i < Count; ++i) {
-        delete[] Entries[i].Target;
-    }
     delete[] Entries;
+    delete[] Targets;
     delete[] Buffer;
 }
 

@@ -10,7 +10,7 @@
 constexpr DWORD kDosTargetSize = 520;
 
 struct DosDeviceEntry {
-    char* Target; // first target of the name, a heap copy of its own
+    char* Target; // first target of the name, into Targets
     char* Name;   // into Buffer
 };
 
@@ -23,7 +23,8 @@ public:
     CDosDeviceNames(const CDosDeviceNames&) = delete;
     CDosDeviceNames& operator=(const CDosDeviceNames&) = delete;
 
-    char* Buffer = nullptr; // all names, one after another, ended by an empty one
+    char* Buffer = nullptr;  // all names, one after another, ended by an empty one
+    char* Targets = nullptr; // all targets one after another: the heap checks itself at each block, so they share one
     DosDeviceEntry* Entries = nullptr;
     LONG Count = 0;
 };

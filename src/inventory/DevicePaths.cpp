@@ -110,18 +110,6 @@ void InterfaceDetail::Free() {
     roomBytes_ = 0;
 }
 
-bool InterfaceDetail::MakeRoom(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData) {
-    Free();
-    DWORD sizeBytes = 0;
-    SetupDiGetDeviceInterfaceDetailA(list, interfaceData, nullptr, 0, &sizeBytes, nullptr);
-    if (sizeBytes == 0 || sizeBytes > kMaxDetailBytes) {
-        return false;
-    }
-    roomBytes_ = sizeBytes > kUsualDetailBytes ? sizeBytes : kUsualDetailBytes;
-    detail_ = static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(operator new(roomBytes_ + kBehindDetailBytes));
-    return true;
-}
-
 bool InterfaceDetail::Fill(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device) {
     // The zeros behind what is asked for end a path that comes without its final zero.
     ZeroBytes(detail_, roomBytes_ + kBehindDetailBytes);
@@ -141,8 +129,20 @@ bool InterfaceDetail::Read(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceDat
             return false;
         }
     }
-    if (!MakeRoom(list, interfaceData)) {
+    return ReadBySize(list, interfaceData, device);
+}
+
+bool InterfaceDetail::ReadBySize(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device) {
+    DWORD sizeBytes = 0;
+    SetupDiGetDeviceInterfaceDetailA(list, interfaceData, nullptr, 0, &sizeBytes, nullptr);
+    if (sizeBytes == 0 || sizeBytes > kMaxDetailBytes) {
+        Free();
         return false;
+    }
+    if (detail_ == nullptr || roomBytes_ < sizeBytes) {
+        Free();
+        roomBytes_ = sizeBytes > kUsualDetailBytes ? sizeBytes : kUsualDetailBytes;
+        detail_ = static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(operator new(roomBytes_ + kBehindDetailBytes));
     }
     if (!Fill(list, interfaceData, device)) {
         Free();

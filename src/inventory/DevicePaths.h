@@ -46,11 +46,12 @@ public:
     // Reads the detail and its device, after the question for its size unless the block of the interface before has the
     // room. `device` is set up for the call here. Returns: true if all went well; Path() and `device` are then good.
     bool Read(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device);
+    // The same with the question for the size in any case.
+    bool ReadBySize(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device);
 
     const char* Path() const { return detail_ != nullptr ? detail_->DevicePath : ""; }
 
 private:
-    bool MakeRoom(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData);
     bool Fill(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device);
     void Free();
 

@@ -3,11 +3,13 @@
 #include "inventory/CDosDeviceNames.h"
 #include "inventory/DevicePaths.h"
 #include "inventory/KnownDrivers.h"
+#include "inventory/RestartMarks.h"
 #include "support/LogFile.h"
 
 namespace {
 
 constexpr LONG kOverdueMs = 5000;
+constexpr DWORD kOwnRestartMs = 5000;
 
 // Of CComPort::AwaitedRestart. A flag beside the tick: a tick that is old enough would look ahead again.
 constexpr DWORD kNothingAwaited = 0;
@@ -84,6 +86,12 @@ bool IsRestartAwaited(CComPort* port) {
     return port->AwaitedRestart != kNothingAwaited;
 }
 
+bool IsOwnRestart(const CComPort* port) {
+    const char* path = SkipPathPrefix(port->DevPath);
+    return (port->RestartTicker != 0 && GetTickCount() - port->RestartTicker < kOwnRestartMs) ||
+           (path[0] != '\0' && (lstrcmpiA(path, szRestarting1) == 0 || lstrcmpiA(path, szRestarting2) == 0));
+}
+
 const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker) {
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         CComPort* port = g_pComPorts->Ports[i];
@@ -111,22 +119,25 @@ void RetireVirtualRecords(const char* portName) {
     }
 }
 
+bool IsLinkOfAnother(const CComPort* port, const char* portName, const char* target) {
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        const CComPort* other = g_pComPorts->Ports[i];
+        // A record whose port was pulled out unnoticed has lost its device to whoever has the kernel name now.
+        if (other != nullptr && other != port && IsLinkOf(other, portName, target) && GetProblem(other->DevInst) == 0) {
+            WriteLog(3, " %s leads to the device of Ports[%i]", portName, i);
+            return true;
+        }
+    }
+    return false;
+}
+
 void MarkCopiedName(CComPort* port) {
     port->HasCopiedName = 0;
     if (port->szPortName[0] == '\0' || port->szKernelNameCom[0] == '\0' ||
         lstrcmpA(port->szKernelNameCom, port->szKernelNameDevPath) == 0) {
         return;
     }
-    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
-        const CComPort* other = g_pComPorts->Ports[i];
-        // A record whose port was pulled out unnoticed has lost its device to whoever has the kernel name now.
-        if (other != nullptr && other != port && IsLinkOf(other, port->szPortName, port->szKernelNameCom) &&
-            GetProblem(other->DevInst) == 0) {
-            WriteLog(3, " %s leads to the device of Ports[%i]", port->szPortName, i);
-            port->HasCopiedName = 1;
-            return;
-        }
-    }
+    port->HasCopiedName = IsLinkOfAnother(port, port->szPortName, port->szKernelNameCom) ? 1 : 0;
 }
 
 bool IsNameOfThird(const char* portName, const CComPort* first, const CComPort* second) {

@@ -19,6 +19,8 @@ void NoteRestartOf(DWORD sameParentDevInst);
 void EndAwaitedRestart(CComPort* port, bool isArrival);
 // Is the restart still to come, and not overdue by more than 5 s?
 bool IsRestartAwaited(CComPort* port);
+// Is the port being restarted by this service, or out for a swap? The problems that it passes through mean nothing.
+bool IsOwnRestart(const CComPort* port);
 // The port other than `asker` that waits for a restart under this name, or null. It keeps the name although no link of
 // that name is there yet, and while it is away for the restart.
 const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker);
@@ -31,6 +33,8 @@ void RetireVirtualRecords(const char* portName);
 
 // --- a link that is another port's ---
 
+// Does the link, of this name and with this target, belong to a present port other than this one, by that one's record?
+bool IsLinkOfAnother(const CComPort* port, const char* portName, const char* target);
 // Notes whether the link of the port's name is in force for another present port, so that the names in the record are
 // copies of that one's. Asks the configuration manager only if another record has the name.
 void MarkCopiedName(CComPort* port);

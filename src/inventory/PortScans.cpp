@@ -203,7 +203,8 @@ void CheckNameOfRemovedPort(CComPort* port) {
         return;
     }
     WriteLog(1, "DosDeviceName(%s) is kn=%s  PortChangedByDdn=%u", port->szRegPortName, target, port->PortChangedByDdn);
-    if (lstrcmpA(target, port->szKernelNameCom) != 0) {
+    // The port may have had another one's name in its record, or one that came since has the kernel name now.
+    if (lstrcmpA(target, port->szKernelNameCom) != 0 || IsLinkOfAnother(port, port->szRegPortName, target)) {
         WriteLog(3, "szKnCom=%s P->szKernelNameCom=%s", target, port->szKernelNameCom);
         return;
     }

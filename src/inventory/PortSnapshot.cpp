@@ -135,30 +135,30 @@ int CComPorts::AddPortsOfClass(const GUID* interfaceClass) {
         return 0;
     }
     SP_DEVINFO_DATA device = {};
+    InterfaceDetail detail;
     for (DWORD index = 0; list.GetDevice(index, &device); ++index) {
-        AddListedDevice(list, index, interfaceClass, &device);
+        AddListedDevice(list, index, interfaceClass, &device, &detail);
     }
     return 1;
 }
 
 void CComPorts::AddListedDevice(const DeviceList& list, DWORD index, const GUID* interfaceClass,
-                                SP_DEVINFO_DATA* device) {
+                                SP_DEVINFO_DATA* device, InterfaceDetail* detail) {
     const DWORD problem = GetProblem(device->DevInst);
     if (problem == kProblemPhantom) {
         return;
     }
     SP_DEVICE_INTERFACE_DATA interfaceData = {};
-    InterfaceDetail detail;
     SP_DEVINFO_DATA detailDevice = {};
     if (!list.GetInterface(*interfaceClass, index, &interfaceData) ||
-        !detail.Read(list.Get(), &interfaceData, &detailDevice)) {
+        !detail->ReadBySize(list.Get(), &interfaceData, &detailDevice)) {
         return;
     }
     ListedDevice listed;
     ReadListedDevice(list.Get(), device, &listed);
     WriteLog(3, "found devid=%s svc=%s class=%s desc=%s", listed.Id, listed.Service, listed.Class, listed.Description);
     if (IsListedAsPort(listed, problem) && HasPortName(listed.Id, problem)) {
-        AddPort(static_cast<int>(PortCount), device->DevInst, detail.Path());
+        AddPort(static_cast<int>(PortCount), device->DevInst, detail->Path());
     }
 }
 
@@ -177,9 +177,14 @@ void CComPorts::AddNamesWithoutDevice() {
 }
 
 CComPort* CComPorts::TakeFreeSlot(DWORD devInst, const char* devicePath) {
-    const int slot = FindFreePortSlot();
+    int slot = FindFreePortSlot();
     if (slot == kNoPort) {
-        return nullptr;
+        slot = FindSlotOfLongestAbsent();
+        if (slot == kNoPort) {
+            return nullptr;
+        }
+        WriteLog(1, "more than %i ports -> Ports[%i] id=%s, absent longest, gives up its place", kMaxPorts, slot,
+                 Ports[slot]->DeviceID);
     }
     CComPort* port = Ports[slot];
     if (port == nullptr) {
@@ -285,7 +290,10 @@ int CComPorts::AddOrUpdateDevice(DWORD devInst, const char* devicePath) {
     if (index != kNoPort) {
         UpdatePort(index, devInst, devicePath);
     } else {
-        const int slot = FindFreePortSlot();
+        int slot = FindFreePortSlot();
+        if (slot == kNoPort) {
+            slot = FindSlotOfLongestAbsent();
+        }
         if (slot != kNoPort) {
             if (!AddPort(slot, devInst, devicePath)) {
                 return kNoPort;

@@ -7,8 +7,8 @@
 #include "inventory/DevicePaths.h"
 #include "inventory/DeviceProperties.h"
 #include "inventory/DeviceRemoval.h"
+#include "inventory/NameClaims.h"
 #include "inventory/PortInterfaceClasses.h"
-#include "inventory/RestartMarks.h"
 #include "support/BoundedText.h"
 #include "support/LogFile.h"
 
@@ -19,15 +19,6 @@ namespace {
 // Problem numbers of a device that is on its way out.
 constexpr DWORD kProblemWillBeRemoved = 21;
 constexpr DWORD kProblemHeldForEject = 47;
-
-constexpr DWORD kOwnRestartMs = 5000;
-
-// A device that this service restarts, or has out for a swap, passes through problems that mean nothing.
-bool IsOwnRestart(const CComPort* port) {
-    const char* path = SkipPathPrefix(port->DevPath);
-    return (port->RestartTicker != 0 && GetTickCount() - port->RestartTicker < kOwnRestartMs) ||
-           (path[0] != '\0' && (lstrcmpiA(path, szRestarting1) == 0 || lstrcmpiA(path, szRestarting2) == 0));
-}
 
 bool IsLeaving(DWORD problem) {
     return problem == kProblemWillBeRemoved || problem == kProblemHeldForEject;

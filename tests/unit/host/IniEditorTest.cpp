@@ -62,7 +62,11 @@ TEST(IniEditor, AFolderThatRefusesLeadsToOneStartWithMoreRights) {
     EditIni();
     EXPECT_EQ(LastShellCall(), "") << "without a file there is nothing to edit";
     EXPECT_EQ(LastBox(), "");
-    machine::AddFault({.call = "CreateFileA", .on = "*Quillmarch.INI", .error = ERROR_ACCESS_DENIED});
+    machine::AddFault({.call = "CreateFileA", .on = "*Quillmarch.INI", .error = ERROR_ACCESS_DENIED, .times = 2});
+    EditIni();
+    EXPECT_EQ(LastShellCall(), "") << "an administrator has no more rights to get";
+    EXPECT_EQ(LastBox(), "Error 5 creating the Quillmarch.INI\nINI file=" + std::string(szIniFile));
+    machine::CurrentProcess()->administrator = false;
     EditIni();
     EXPECT_EQ(LastShellCall(), std::string("runas ") + szExePath);
     EXPECT_EQ(machine::ShellCalls()[0].parameters, "-ini");

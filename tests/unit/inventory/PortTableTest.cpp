@@ -1,5 +1,6 @@
 #include "inventory/CDeviceArrivals.h"
 #include "inventory/CDosDeviceNames.h"
+#include "inventory/NameClaims.h"
 #include "support/InterfaceClasses.h"
 
 #include "tests/unit/Log.h"
@@ -69,6 +70,26 @@ TEST(PortTable, TheLastSlotIsTakenAndOneMoreRefused) {
         EXPECT_TRUE(before[i] == table->Ports[i] && std::memcmp(before[i], &records[i], sizeof(CComPort)) == 0) << i;
     table->Ports[9]->IsUsed = 0; // a slot that is given up is the next to be taken
     EXPECT_EQ(9, table->AddVirtualPort("COM9", "\\Device\\Gone"));
+    EXPECT_EQ(kMaxPorts, table->PortCount);
+}
+
+TEST(PortTable, AFullOneGivesUpTheRecordThatHasBeenAbsentLongestAndWaitsForNothing) {
+    CComPorts* table = NewTable();
+    Sleep(60'000);
+    for (DWORD i = 0; i < kMaxPorts; ++i) {
+        CComPort* port = Put(table, {.devInst = 5000 + i, .id = "FTDIBUS\\OLD"});
+        port->IsPresent = 0;
+        port->RemovalTicker = GetTickCount() - 1000 - i;
+    }
+    // From the longest absent on: there, marked, waiting for a restart, just restarted.
+    table->Ports[kMaxPorts - 1]->IsPresent = 1;
+    table->Ports[kMaxPorts - 2]->MarkedForRestart = 1;
+    AwaitRestart(table->Ports[kMaxPorts - 3], GetTickCount());
+    table->Ports[kMaxPorts - 4]->RestartTicker = GetTickCount() - 4999;
+    logtest::StartLog();
+    EXPECT_EQ(1, table->AddPort(0, 1000, "\\\\?\\new"));
+    EXPECT_EQ(kMaxPorts - 5, table->FindPortIdxByDevInst(1000));
+    EXPECT_EQ(1, logtest::CountLogged("more than 4096 ports -> Ports[4091] id=FTDIBUS\\OLD, absent longest, gives up"));
     EXPECT_EQ(kMaxPorts, table->PortCount);
 }
 
