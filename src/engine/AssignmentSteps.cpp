@@ -72,12 +72,22 @@ void TakeOverLateName(CComPort* port) {
     WriteLog(1, " oh, there it is %s -> %s", port->szPortName, port->szKernelNameCom);
 }
 
+// A port that lost its name at the start stays marked when its restart is that of its hub port or of an upper device.
+// It would get another free number at each check, restarted again and again, though it has one of its own by now.
+static bool HasOwnNumberByNow(const Assignment& check) {
+    return check.otherPort == nullptr && check.port->PortNumber != 0 && !check.port->HasCopiedName;
+}
+
 void AppendFreeNumber(Assignment* check) {
     if (check->newPortCount == MaxNewPorts) {
         return;
     }
     const LONG number = g_pComPorts->FindFreePortNumber();
     if (number == 0) {
+        return;
+    }
+    if (HasOwnNumberByNow(*check)) {
+        check->newPorts[check->newPortCount++] = static_cast<DWORD>(check->port->PortNumber);
         return;
     }
     check->newPorts[check->newPortCount++] = static_cast<DWORD>(number);

@@ -1,6 +1,7 @@
 #include "inventory/NameClaims.h"
 
 #include "inventory/CDosDeviceNames.h"
+#include "inventory/ComNameAvailability.h"
 #include "inventory/DevicePaths.h"
 #include "inventory/KnownDrivers.h"
 #include "inventory/RestartMarks.h"
@@ -138,6 +139,22 @@ void MarkCopiedName(CComPort* port) {
         return;
     }
     port->HasCopiedName = IsLinkOfAnother(port, port->szPortName, port->szKernelNameCom) ? 1 : 0;
+}
+
+void PassOnLink(const CComPort* gone) {
+    char target[kDosTargetSize];
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        CComPort* port = g_pComPorts->Ports[i];
+        if (port == nullptr || !port->IsPresent || !port->HasCopiedName ||
+            lstrcmpiA(port->szPortName, gone->szRegPortName) != 0) {
+            continue;
+        }
+        if (GetProblem(gone->DevInst) != 0 && QueryDosName(port->szPortName, target) &&
+            lstrcmpA(target, port->szKernelNameCom) == 0 && PortDevExist(port->szPortName)) {
+            port->HasCopiedName = 0;
+        }
+        return;
+    }
 }
 
 bool IsNameOfThird(const char* portName, const CComPort* first, const CComPort* second) {

@@ -38,6 +38,10 @@ bool IsLinkOfAnother(const CComPort* port, const char* portName, const char* tar
 // Notes whether the link of the port's name is in force for another present port, so that the names in the record are
 // copies of that one's. Asks the configuration manager only if another record has the name.
 void MarkCopiedName(CComPort* port);
+// A port goes whose name another one has copied. If its device is gone and the link still leads to a device, the link
+// was the other one's all the time: of those that shared a name at the start the first that is asked counts as its
+// owner. Blocks up to 500 ms, only if there is such a port.
+void PassOnLink(const CComPort* gone);
 // Does the link of the name lead to a present port that is neither of the two, or may it, so that a swap of the two
 // would cost that one its name? A name without a link does not.
 bool IsNameOfThird(const char* portName, const CComPort* first, const CComPort* second);

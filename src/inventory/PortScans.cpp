@@ -324,6 +324,7 @@ int CComPorts::RemovePort(const char* devicePath) {
         return kNoPort;
     }
     CComPort* port = Ports[index];
+    PassOnLink(port);
     CheckNameOfRemovedPort(port);
     SetAbsent(port);
     UninstallAsConfigured(port);

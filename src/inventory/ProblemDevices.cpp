@@ -101,7 +101,9 @@ void CComPorts::FindRemovedProblemDevices() {
     WriteLog(3, "CComPorts::FindRemovedProblemDevices()...");
     for (LONG i = 0; i < PortCount; ++i) {
         const CComPort* port = Ports[i];
-        if (port == nullptr || port->Problem == 0 || IsOwnRestart(port)) {
+        // A device that was gone and is back is brought in by its arrival, which may be reading it just now: the record
+        // is present before its old problem is overwritten.
+        if (port == nullptr || port->Problem == 0 || port->Problem == kProblemPhantom || IsOwnRestart(port)) {
             continue;
         }
         const DWORD problem = GetProblem(port->DevInst);
