@@ -107,6 +107,9 @@ constexpr Key Keys[] = {
 
     {"files", "path", Text, nullptr, "needed", "", "on the machine"},
     {"files", "text", Text, nullptr, "\"\"", "", "what it holds"},
+    {"files", "link", Text, nullptr, "no link", "", "the path that it is a link to"},
+    {"files", "names", Number, nullptr, "1", "", "how many names it has"},
+    {"files", "security", Text, nullptr, "that of its folder", "", "owner and access list, \"O:BAD:(A;;FA;;;BA)\"; a path that ends in a backslash is a folder's"},
     {"files", "program", Table, nullptr, "no program", "", "what it does when it is started"},
     {"files.program", "runs", Duration, nullptr, "\"1s\"", "", "so long"},
     {"files.program", "exit", Number, nullptr, "0", "", "ends with this code"},

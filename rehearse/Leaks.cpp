@@ -18,7 +18,7 @@ struct LeftOpen {
 constexpr std::size_t AnyNumber = ~std::size_t{0};
 constexpr LeftOpen ByDesign[] = {
     {machine::ObjectKind::DeviceNotification, AnyNumber}, // a service never unregisters
-    {machine::ObjectKind::Event, 1},                      // what the log signals after each record
+    {machine::ObjectKind::Event, 2},                      // what the log signals after a record, and after an open
     {machine::ObjectKind::Thread, 1},                     // what closes the log file
 };
 

@@ -32,7 +32,18 @@ unsigned SessionIn(const Record& record, std::string_view key) {
 void SetUpFiles(const Record& description) {
     for (const Record& file : description.TablesOf("files")) {
         const std::string path = PathIn(file, "path");
-        machine::TheFiles().Write(path, file.TextOf("text"));
+        machine::FileNode* node = path.ends_with('\\') ? machine::TheFiles().MakeFolder(path)
+                                                       : machine::TheFiles().Write(path, file.TextOf("text"));
+        if (!node)
+            throw InputError(file.At("path"), "'path' is no name on the machine");
+        node->link = file.TextOf("link");
+        node->names = static_cast<unsigned>(file.NumberOf("names", 1));
+        if (file.Has("security")) {
+            const auto security = machine::ParseSddl(file.TextOf("security"));
+            if (!security)
+                throw InputError(file.At("security"), "'security' is no owner and access list");
+            node->security = std::make_shared<const machine::SecurityDescriptor>(*security);
+        }
         const Record* program = file.TableOf("program");
         if (!program)
             continue;

@@ -321,6 +321,28 @@ FileNode* Files::Find(std::string_view path) {
     return found == node->streams.end() ? nullptr : found->second.get();
 }
 
+std::string Files::ThroughLinks(std::string path, bool last) {
+    constexpr int MostLinks = 16; // of a name; more are a ring
+    for (int followed = 0; followed < MostLinks; ++followed) {
+        std::size_t end = path.find('\\', 3);
+        const FileNode* link = nullptr;
+        for (; !link; end = path.find('\\', end + 1)) {
+            const bool isLast = end == std::string::npos;
+            if (isLast && !last)
+                return path;
+            const FileNode* node = Find(path.substr(0, end));
+            if (node && !node->link.empty())
+                link = node;
+            if (link || isLast)
+                break;
+        }
+        if (!link)
+            return path;
+        path = link->link + (end == std::string::npos ? std::string() : path.substr(end));
+    }
+    return path;
+}
+
 FileNode* Files::AddEntry(FileNode* folder, std::string_view name, bool isFolder, std::string_view owner) {
     auto node = std::make_shared<FileNode>();
     node->name = name;

@@ -26,6 +26,8 @@ struct FileNode {
     bool folder = false;
     simwin::DWORD attributes = 0; // of a file, without FILE_ATTRIBUTE_DIRECTORY
     std::string content;
+    std::string link;   // the full path that opening it leads to; "" no link
+    unsigned names = 1; // how many folders list this file
     std::uint64_t createdTime = 0, writeTime = 0;
     std::map<std::string, std::shared_ptr<FileNode>, NoCaseLess> entries; // of a folder
     std::map<std::string, std::shared_ptr<FileNode>, NoCaseLess> streams; // of a file
@@ -95,6 +97,8 @@ public:
     Drive& SetDrive(char letter, const Drive& drive);
     const Drive* FindDrive(char letter) const;
     FileNode* DriveRoot(char letter);
+    // Where a full path leads to by the links in it; `last`: also by its last name.
+    std::string ThroughLinks(std::string path, bool last);
     // Takes a file or an empty folder out of its folder, whatever holds it; gives it to another place.
     void Unlink(FileNode* node);
     bool Move(FileNode* node, std::string_view to);

@@ -30,7 +30,7 @@ struct Place {
     DWORD error = 0; // 2 or 3 if it is not there, 123 and others if it cannot be
 };
 
-Place FindPlace(const char* name) {
+Place FindPlace(const char* name, bool throughLink = false) {
     Place place;
     if (!name || !*name) {
         place.error = simwin::ERROR_PATH_NOT_FOUND;
@@ -40,6 +40,7 @@ Place FindPlace(const char* name) {
     place.error = place.path.error;
     if (place.error)
         return place;
+    place.path.full = TheFiles().ThroughLinks(place.path.full, throughLink);
     const std::string folderPath = FolderOfPath(place.path.full);
     if (folderPath.empty()) { // a drive's root
         place.node = TheFiles().Find(place.path.full);
@@ -112,8 +113,9 @@ bool Shares(const FileNode* node, DWORD access, DWORD share) {
 }
 
 DWORD AttributesOf(const FileNode* node) {
-    if (node->folder)
-        return simwin::FILE_ATTRIBUTE_DIRECTORY | node->attributes;
+    const DWORD link = node->link.empty() ? 0 : simwin::FILE_ATTRIBUTE_REPARSE_POINT;
+    if (node->folder || link)
+        return (node->folder ? simwin::FILE_ATTRIBUTE_DIRECTORY : 0) | link | node->attributes;
     return node->attributes ? node->attributes : simwin::FILE_ATTRIBUTE_NORMAL;
 }
 
@@ -317,7 +319,7 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES
         return OpenDeviceHandle(name, access, share, flags);
 
     const DWORD rights = MapGeneric(access, FileMapping);
-    Place place = FindPlace(name);
+    Place place = FindPlace(name, /*throughLink=*/true);
     const bool existed = place.node && !place.error;
     const bool mayMake = disposition != OPEN_EXISTING && !place.path.endsInBackslash;
     DWORD error = place.error;

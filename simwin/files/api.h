@@ -21,6 +21,7 @@ inline constexpr DWORD FILE_ATTRIBUTE_SYSTEM = 0x04;
 inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
 inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x20;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
+inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x400; // a link: what is done with the name happens elsewhere
 inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 inline constexpr DWORD FILE_FLAG_BACKUP_SEMANTICS = 0x02000000;
 inline constexpr DWORD FILE_FLAG_SEQUENTIAL_SCAN = 0x08000000;
@@ -40,7 +41,25 @@ BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPOVERLA
 DWORD GetFileSize(HANDLE file, LPDWORD high);
 BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* lastAccess, FILETIME* lastWrite);
 
-// --- Names. FALSE with 2, 3, 5, 32; MoveFileA of a target that exists: 183.
+struct BY_HANDLE_FILE_INFORMATION {
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD dwVolumeSerialNumber;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD nNumberOfLinks;
+    DWORD nFileIndexHigh;
+    DWORD nFileIndexLow;
+};
+// Of the file that was opened, which a link has led to. Times and numbers of the volume are 0. FALSE with 6.
+BOOL GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION* information);
+// The name without short parts; a link in it stays. 0 with 2 if there is no such file.
+DWORD GetLongPathNameA(LPCSTR name, LPSTR path, DWORD size);
+
+// --- Names. What a link stands for is opened; it is the link itself that is deleted, renamed or asked for. FALSE with
+// 2, 3, 5, 32; MoveFileA of a target that exists: 183.
 BOOL DeleteFileA(LPCSTR name);
 BOOL MoveFileA(LPCSTR from, LPCSTR to);
 DWORD GetFileAttributesA(LPCSTR name); // INVALID_FILE_ATTRIBUTES with 2, 3, 5, 123

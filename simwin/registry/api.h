@@ -75,6 +75,9 @@ inline constexpr DWORD SDDL_REVISION_1 = 1;
 
 // A self-relative descriptor with the parts asked for. 122 with the needed size if it does not fit. READ_CONTROL.
 LONG RegGetKeySecurity(HKEY key, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR descriptor, LPDWORD size);
+// The same of a file or folder. FALSE with 2, 5, 122 and the needed size.
+BOOL GetFileSecurityA(LPCSTR name, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR descriptor, DWORD size,
+                      LPDWORD needed);
 // Sets the list of this one key; keys that exist below it keep theirs. Needs WRITE_DAC. 87 or 1338 for a bad
 // descriptor.
 LONG RegSetKeySecurity(HKEY key, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR descriptor);

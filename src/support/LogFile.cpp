@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "support/BoundedText.h"
+#include "support/LogFileOpening.h"
 #include "support/PathTools.h"
 #include "support/ProcessState.h"
 #include "support/ScopeGuard.h"
@@ -21,6 +22,7 @@ constexpr DWORD IdleBeforeCloseMs = 50;
 constexpr DWORD ExitWaitMs = 1000;
 constexpr int OpenAttempts = 20;
 constexpr DWORD HeldMs = 5000; // after a record that was lost to a holder, each one costs its writer one attempt only
+constexpr DWORD OpenWaitMs = 190; // for an open that does not come back, as long as all attempts wait for a holder
 constexpr int CreateAttempts = 100;
 constexpr DWORD RetryMs = 10;
 constexpr DWORD CreateFailedLine = 216;
@@ -41,10 +43,12 @@ DWORD s_heldSinceTick QM_GUARDED_BY(s_logLock); // when the last of those attemp
 char s_message[MessageSize] QM_GUARDED_BY(s_logLock);
 char s_line[MessageSize] QM_GUARDED_BY(s_logLock);
 
-HANDLE s_writeEvent;   // manual reset, set after each record written to the file
-HANDLE s_closerThread; // set before the log has readers of it, cleared by LogFile_Exit
-DWORD s_exitRequested; // single word, set once by LogFile_Exit
-LONG s_writers;        // calls inside LogFile_Write; the lock is deleted only when there is none
+HANDLE s_writeEvent;      // manual reset, set after each record written to the file
+LogFileRequest s_request; // the closer opens the file: one who never answers an open hangs that thread alone
+DWORD s_requestReady;     // the request can be used; set before the closer starts
+HANDLE s_closerThread;    // set before the log has readers of it, cleared by LogFile_Exit
+DWORD s_exitRequested;    // single word, set once by LogFile_Exit
+LONG s_writers;           // calls inside LogFile_Write; the lock is deleted only when there is none
 
 SECURITY_ATTRIBUTES s_security;
 SECURITY_ATTRIBUTES* s_pSecurity; // null until a valid descriptor was built; set before other threads write
@@ -236,14 +240,23 @@ int AttemptsForRecord() QM_REQUIRES(s_logLock) {
     return OpenAttempts;
 }
 
+// A file that is not the log's own would be written to with the rights of the service. It is left alone from now on,
+// until the settings switch the log on again.
+void StopForLink() QM_REQUIRES(s_logLock) {
+    g_Log.WriteLogfile = 0;
+    OutputDebugStringA("[QUILLMARCH]  the log file is a link -> no more records are written to it\n");
+}
+
 // One attempt. Returns: ERROR_SUCCESS or why not.
 DWORD TryOpenForAppend(const char* name) QM_REQUIRES(s_logLock) {
-    const DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE;
-    s_file = CreateFileA(name, GENERIC_WRITE, share, s_pSecurity, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (s_file == INVALID_HANDLE_VALUE && GetLastError() != ERROR_SHARING_VIOLATION) {
-        s_file = CreateFileA(name, GENERIC_WRITE, share, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const LogFileAnswer answer = s_requestReady && s_closerThread
+                                     ? s_request.Ask(name, s_pSecurity, s_writeEvent, OpenWaitMs)
+                                     : OpenLogFileNow(name, s_pSecurity);
+    s_file = answer.File;
+    if (answer.Identity == LogFileIdentity::Link) {
+        StopForLink();
     }
-    return s_file == INVALID_HANDLE_VALUE ? GetLastError() : DWORD{ERROR_SUCCESS};
+    return answer.Error;
 }
 
 // Opens the file for appending unless it is open. Returns: ERROR_SUCCESS, or the error of the last attempt.
@@ -339,11 +352,13 @@ void CloseIfIdle() {
         CloseHandle(s_file);
         s_file = INVALID_HANDLE_VALUE;
     }
+    s_request.DropLateAnswer();
     LeaveCriticalSection(&s_logLock);
 }
 
 void CloseAtEnd() {
     LockGuard lock(s_logLock);
+    s_request.DropLateAnswer();
     if (s_file != INVALID_HANDLE_VALUE) {
         const HANDLE file = s_file;
         s_file = INVALID_HANDLE_VALUE;
@@ -354,8 +369,10 @@ void CloseAtEnd() {
 
 void CloseLogHandle() {
     while (!s_exitRequested) {
+        s_request.AnswerIfAsked();
         if (WaitForSingleObject(s_writeEvent, IdleBeforeCloseMs) == WAIT_OBJECT_0) {
-            // Reset only after it was seen: an event that is set just behind the end of a wait must not be lost.
+            // Reset only after it was seen: an event that is set just behind the end of a wait must not be lost. What
+            // it was set for is looked at after the reset.
             ResetEvent(s_writeEvent);
             continue;
         }
@@ -393,6 +410,8 @@ void LogFile_Init(int rotate) {
     if (!s_writeEvent) {
         s_writeEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     }
+    s_requestReady = s_request.Init() && s_writeEvent;
+    LogFileOpening_Init();
     SetLogFileName("");
     ReadSettings();
     if (!g_Log.WriteLogfile) {
@@ -451,6 +470,8 @@ void LogFile_Exit() {
         Sleep(RetryMs);
     }
     if (closerHasEnded && s_writers == 0) {
+        s_requestReady = 0;
+        s_request.Exit();
         s_lockReady = 0;
         DeleteCriticalSection(&s_logLock);
         s_exitRequested = 0;

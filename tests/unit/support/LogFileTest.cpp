@@ -159,6 +159,46 @@ TEST_F(Log, OneWhoKeepsTheFileCostsAttemptsOnlyEveryFiveSeconds) {
     CloseHandle(holder);
 }
 
+// An oplock that its holder never gives up. The second open of the log is the first record's.
+TEST_F(Log, AnOpenThatNeverComesBackCostsOneRecordItsWait) {
+    machine::AddFault({.call = "CreateFileA", .on = kDefaultLog, .delayMs = 3600000, .after = 1, .times = 1});
+    Start();
+    const DWORD start = GetTickCount();
+    for (int i = 0; i < 1000; ++i)
+        WriteLog(1, "lost");
+    EXPECT_EQ(GetTickCount() - start, 190u);
+    Sleep(3600000);
+    WriteLog(1, "kept");
+    EXPECT_TRUE(Has("<1> kept\r\n")) << Text();
+    EXPECT_FALSE(Has("lost"));
+}
+
+// Whoever may write the log's folder could let the service write to any file through it.
+TEST_F(Log, NothingIsWrittenThroughALink) {
+    CopyText(szSystemDir, "C:\\Windows\\system32");
+    const char target[] = "C:\\Secret\\target.txt";
+    const auto tryPath = [&](const std::string& path) {
+        Start("WriteLogfile=1\r\nLogfile=" + path + "\r\n");
+        WriteLog(1, "of the service");
+        const bool isOn = g_Log.WriteLogfile && g_Log.LogFileName == path;
+        LogFile_Exit();
+        return isOn;
+    };
+    machine::FileNode* file = machine::TheFiles().Write(target, "");
+    machine::TheFiles().MakeFolder("C:\\Logs");
+    EXPECT_TRUE(tryPath("C:\\Logs\\own.log"));
+    machine::TheFiles().Write("C:\\Logs\\link.log", "")->link = target;
+    EXPECT_FALSE(tryPath("C:\\Logs\\link.log"));
+    machine::TheFiles().MakeFolder("C:\\Junction")->link = "C:\\Secret";
+    EXPECT_FALSE(tryPath("C:\\Junction\\target.txt"));
+    file->names = 2;
+    EXPECT_FALSE(tryPath(target));
+    EXPECT_EQ(Text(target), "");
+    file->names = 1;
+    machine::AddFault({.call = "GetFileInformationByHandle", .on = "*", .error = ERROR_GEN_FAILURE, .times = 1});
+    EXPECT_TRUE(tryPath("C:\\Logs\\own.log")) << "one question without an answer loses one record";
+}
+
 TEST_F(Log, AStartThatRotatesKeepsOneBackup) {
     machine::TheFiles().Write(kDefaultLog, "former\r\n");
     machine::TheFiles().Write(kDefaultBackup, "oldest\r\n");
