@@ -15,6 +15,8 @@ namespace simwin {
 // says which view is meant.
 inline constexpr DWORD READ_CONTROL = 0x00020000;
 inline constexpr DWORD WRITE_DAC = 0x00040000;
+inline constexpr DWORD WRITE_OWNER = 0x00080000;
+inline constexpr DWORD GENERIC_ALL = 0x10000000;
 inline constexpr DWORD MAXIMUM_ALLOWED = 0x02000000;
 inline constexpr DWORD KEY_QUERY_VALUE = 0x0001;
 inline constexpr DWORD KEY_SET_VALUE = 0x0002;

@@ -2,6 +2,7 @@
 
 #include "host/CService.h"
 #include "host/DriveTests.h"
+#include "host/PermissionCheck.h"
 #include "host/Quillmarch.h"
 #include "support/BoundedText.h"
 #include "support/LogFile.h"
@@ -89,6 +90,7 @@ static int ExitCodeOfChange(DWORD target, bool isVerbose) {
 static int RunServiceCommand(const Command& command) {
     switch (command.action) {
     case CommandAction::Register:
+        LogWhatUsersMayChange();
         return CheckExeOnLocalDrive() && g_pService->Register(command.isVerbose) ? ExitDone : ExitRefused;
     case CommandAction::Deregister:
         return g_pService->Deregister(DeregisterWaitMs, command.isVerbose) ? ExitDone : ExitRefused;

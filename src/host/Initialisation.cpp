@@ -4,6 +4,7 @@
 #include "engine/AssignmentCheck.h"
 #include "engine/NewDeviceArrived.h"
 #include "host/CService.h"
+#include "host/PermissionCheck.h"
 #include "inventory/CComPorts.h"
 #include "inventory/CDeviceArrivals.h"
 #include "inventory/CUsbHubs.h"
@@ -74,6 +75,7 @@ static DWORD InitializeQuillmarchService() {
     } else {
         WriteLog(4, "ISVC_9b");
         RegisterDeviceNotifications(static_cast<HANDLE>(g_pService->hServiceStatus), DEVICE_NOTIFY_SERVICE_HANDLE);
+        LogWhatUsersMayChange();
     }
     WriteLog(4, "ISVC_10");
     if (g_StopRequested) {

@@ -12,6 +12,7 @@
 #include "host/IniEditor.h"
 #include "host/Initialisation.h"
 #include "host/MainWindow.h"
+#include "host/PermissionCheck.h"
 #include "host/StartModes.h"
 #include "inventory/CComPorts.h"
 #include "inventory/CDeviceArrivals.h"
@@ -34,7 +35,6 @@
 #include "support/TimeTools.h"
 #include "support/WorkerThreads.h"
 
-static constexpr char ConfigurationKey[] = "Software\\Tarn Holve\\Quillmarch";
 static constexpr char DebugSwitch[] = "-debug";
 static constexpr DWORD DebugInitWaitStepMs = 4500;
 static constexpr DWORD DebugInitWaitLimitMs = 25000;

@@ -1,0 +1,171 @@
+#include "host/PermissionCheck.h"
+
+#include "actions/CommandSplit.h"
+#include "config/CCfgReader.h"
+#include "config/KeyIndex.h"
+#include "support/AccessList.h"
+#include "support/BoundedText.h"
+#include "support/LogFile.h"
+#include "support/PathTools.h"
+#include "support/ProcessState.h"
+#include "support/ScopeGuard.h"
+#include "support/StringTools.h"
+
+namespace {
+
+constexpr SECURITY_INFORMATION OwnerAndList = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+constexpr DWORD MaxDescriptor = 0x10000; // the largest list that Windows knows
+constexpr DWORD MaxSeen = 64;
+constexpr DWORD EntriesOfSection = 10;
+constexpr size_t DriveRootLength = 3;
+
+// The rights that let somebody put something else in the place of a thing. Deletion, list and owner count everywhere.
+constexpr DWORD ReplaceRights = DELETE | WRITE_DAC | WRITE_OWNER | GENERIC_ALL;
+constexpr DWORD FileRights = ReplaceRights | GENERIC_WRITE | 0x2 | 0x4;    // write, append
+constexpr DWORD FolderRights = ReplaceRights | GENERIC_WRITE | 0x2 | 0x40; // add a file, delete an entry
+constexpr DWORD UpperFolderRights = ReplaceRights | 0x40;                  // rename what leads to the file
+constexpr DWORD KeyRights = ReplaceRights | GENERIC_WRITE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY;
+
+// The paths that were looked at in this pass, so that a folder that several things share is named once.
+struct Pass {
+    char seen[MaxSeen][MAX_PATH];
+    DWORD count;
+    BYTE descriptor[MaxDescriptor];
+};
+
+bool IsSeen(Pass& pass, const char* path) {
+    for (DWORD i = 0; i < pass.count; ++i) {
+        if (IsSameNoCase(pass.seen[i], path)) {
+            return true;
+        }
+    }
+    if (pass.count < MaxSeen) {
+        CopyText(pass.seen[pass.count++], path);
+    }
+    return false;
+}
+
+void LogIfChangeable(const Pass& pass, DWORD size, DWORD rights, const char* kind, const char* name) {
+    char who[SidTextSize];
+    if (WhoMayChange(pass.descriptor, size, rights, who)) {
+        WriteLog(1, "WARNING: %s may change the %s %s, and so what runs as the system", who, kind, name);
+    }
+}
+
+void LookAt(Pass& pass, const char* path, DWORD rights, const char* kind) {
+    DWORD size = 0;
+    if (!IsSeen(pass, path) && GetFileSecurityA(path, OwnerAndList, pass.descriptor, sizeof(pass.descriptor), &size)) {
+        LogIfChangeable(pass, size, rights, kind, path);
+    }
+}
+
+bool IsOnLocalDrive(const char* path) {
+    if (path[0] == '\0' || path[1] != ':' || path[2] != '\\') {
+        return false;
+    }
+    const char root[] = {path[0], ':', '\\', '\0'};
+    return GetDriveTypeA(root) != DRIVE_REMOTE;
+}
+
+// The folder, in which users must not make or replace a file, and those above it, which they must not replace.
+void LookAtFolders(Pass& pass, const char* folder) {
+    if (!IsOnLocalDrive(folder)) {
+        return;
+    }
+    char path[MAX_PATH];
+    CopyText(path, folder);
+    LookAt(pass, path, FolderRights, "folder");
+    for (size_t end = TextLength(path); end > DriveRootLength; --end) {
+        if (path[end] == '\\') {
+            path[end] = '\0';
+            LookAt(pass, path, UpperFolderRights, "folder");
+        }
+    }
+    path[DriveRootLength] = '\0';
+    LookAt(pass, path, UpperFolderRights, "folder");
+}
+
+// The folder of a file on a drive, with its backslash if it is the root.
+bool FolderOf(const char* file, char (&folder)[MAX_PATH]) {
+    if (!IsOnLocalDrive(file) || !GetDirectoryOfPath(file, folder)) {
+        return false;
+    }
+    if (TextLength(folder) < DriveRootLength) {
+        AppendText(folder, "\\");
+    }
+    return true;
+}
+
+void LookAtFile(Pass& pass, const char* file, const char* kind) {
+    char folder[MAX_PATH];
+    if (FolderOf(file, folder)) {
+        LookAt(pass, file, FileRights, kind);
+        LookAtFolders(pass, folder);
+    }
+}
+
+void LookAtKey(Pass& pass) {
+    HKEY key = nullptr;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, ConfigurationKey, 0, READ_CONTROL, &key) != ERROR_SUCCESS) {
+        return;
+    }
+    DWORD size = sizeof(pass.descriptor);
+    if (RegGetKeySecurity(key, OwnerAndList, pass.descriptor, &size) == ERROR_SUCCESS) {
+        LogIfChangeable(pass, size, KeyRights, "key", ConfigurationKey);
+    }
+    RegCloseKey(key);
+}
+
+// One entry of a section, if it runs with more rights than its user's.
+void LookAtEntry(Pass& pass, CfgSectionType type, LONG number, DWORD index) {
+    const UserType user = g_pCfgReader->GetUserTypeFromCfg(type, number, index);
+    if (user != UserType::system && user != UserType::elev) {
+        return;
+    }
+    char key[] = "open_";
+    SetKeyIndex(key, index);
+    char line[520];
+    char directory[MAX_PATH];
+    if (g_pCfgReader->GetString(type, number, key, "", line, sizeof(line)) == 0) {
+        return;
+    }
+    char directoryKey[] = "workdir_";
+    SetKeyIndex(directoryKey, index);
+    g_pCfgReader->GetString(type, number, directoryKey, szWindowsDir, directory, sizeof(directory));
+    char program[MAX_PATH];
+    OwnedArray<char> params(MaxProgramParams);
+    if (SplitCommandLine(line, directory, program, *reinterpret_cast<char(*)[MaxProgramParams]>(params.Get()))) {
+        (void)UnquoteText(program);
+        LookAtFile(pass, program, "program");
+    }
+    LookAtFolders(pass, directory);
+}
+
+void LookAtEntries(Pass& pass) {
+    for (const CfgSectionType type : {OnArrival, OnRemoval}) {
+        for (LONG number = 1; number <= MaxSectionNumber; ++number) {
+            if (!g_pCfgReader->HasSection(type, number)) {
+                continue;
+            }
+            for (DWORD index = 1; index <= EntriesOfSection; ++index) {
+                LookAtEntry(pass, type, number, index);
+            }
+        }
+    }
+}
+
+} // namespace
+
+void LogWhatUsersMayChange() {
+    Pass* pass = new Pass;
+    const auto freePass = OnScopeExit([pass] { delete pass; });
+    pass->count = 0;
+    LookAtFile(*pass, szExePath, "program");
+    LookAtFile(*pass, szIniFile, "configuration");
+    char logFolder[MAX_PATH];
+    if (g_Log.WriteLogfile && FolderOf(g_Log.LogFileName, logFolder)) {
+        LookAt(*pass, logFolder, FolderRights, "folder");
+    }
+    LookAtKey(*pass);
+    LookAtEntries(*pass);
+}

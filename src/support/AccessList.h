@@ -1,0 +1,16 @@
+// Who of the ordinary users may change something, by its owner and access list. Any thread, no lock, logs nothing.
+#pragma once
+
+#include <cstddef>
+
+#include "platform/win32.h"
+
+// Long enough for the text of every SID.
+constexpr size_t SidTextSize = 192;
+
+// Looks for Everyone, Users, Authenticated Users and INTERACTIVE, as somebody who is in all four, and for an owner who
+// is neither the system, an administrator nor this process's user: an owner can always change the list. descriptor:
+// self-relative, with owner and access list, `size` bytes; a damaged one counts as harmless from there on. rights: the
+// bits that count, specific and generic. who: receives the name or the owner's SID, unchanged if nobody. Returns: 1 if
+// somebody may.
+int WhoMayChange(const BYTE* descriptor, DWORD size, DWORD rights, char (&who)[SidTextSize]);
