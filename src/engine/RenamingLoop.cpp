@@ -45,6 +45,7 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
         WriteLog(1, "%s waits for the restart of Ports[%i] -> try next port", name, holder->Index);
         return Candidate::Taken;
     }
+    MarkNamelessHolders(name, port);
     const bool isTableFree = g_pComPorts->IsComPortNameAvailable(name) != 0;
     const bool isLast = i == check->newPortCount - 1;
     if (!isTableFree && !isLast) {

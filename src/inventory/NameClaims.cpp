@@ -104,6 +104,23 @@ const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker) {
     return nullptr;
 }
 
+void MarkNamelessHolders(const char* portName, const CComPort* asker) {
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        CComPort* port = g_pComPorts->Ports[i];
+        if (port == nullptr || port == asker || !port->IsUsed || !port->IsPresent || port->szPortName[0] != '\0' ||
+            port->MarkedForRestart || !IsRealDevInst(port->DevInst) || lstrcmpiA(port->szRegPortName, portName) != 0 ||
+            IsRestartAwaited(port) || IsOwnRestart(port)) {
+            continue;
+        }
+        char target[kDosTargetSize];
+        if (GetProblem(port->DevInst) == 0 && !QueryDosName(portName, target)) {
+            WriteLog(1, "Ports[%i] has no name, and %s is about to go to Ports[%i] -> mark Ports[%i] for later restart",
+                     i, portName, asker->Index, i);
+            port->MarkedForRestart = 1;
+        }
+    }
+}
+
 void RetireVirtualRecords(const char* portName) {
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         CComPort* port = g_pComPorts->Ports[i];

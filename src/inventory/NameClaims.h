@@ -25,6 +25,12 @@ bool IsOwnRestart(const CComPort* port);
 // that name is there yet, and while it is away for the restart.
 const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker);
 
+// --- a port without a name ---
+
+// Marks the ports other than `asker` that run and have this registry name, but had no link when they were read: the
+// table test is about to take them for dead because of that, and nobody would give them a number any more.
+void MarkNamelessHolders(const char* portName, const CComPort* asker);
+
 // --- a name without a device ---
 
 // Sets the virtual record of the name absent, or of all names if null, once its link is gone or belongs to a present
