@@ -206,6 +206,9 @@ static void LogPortName(const DEV_BROADCAST_HDR* broadcast) {
 
 void RegisterDeviceNotifications(HANDLE recipient, DWORD flags) {
     WriteLog(3, "RegisterDeviceNotifications hRecipient=0x%p Flags=0x%X", recipient, flags);
+    // Nobody will hear of the arrivals of a swap that is over by now: its marks would drop the next ones of both ports.
+    szRestarting1[0] = 0;
+    szRestarting2[0] = 0;
     if (flags == DEVICE_NOTIFY_WINDOW_HANDLE) {
         ProbeWindow(static_cast<HWND>(recipient));
     }
