@@ -124,7 +124,7 @@ CDosDeviceNames::CDosDeviceNames(const char* filter) {
     }
     Targets = targets.Release();
     char* target = Targets;
-    for (LONG i = 0; i < Count; ++i, target += lstrlenA(target) + 1) {
+    for (LONG i = 0; i < Count; ++i, target += TextLength(target) + 1) {
         Entries[i].Target = target;
     }
 }
