@@ -10,13 +10,15 @@
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
+#include "simwin/services/Power.h"
 #include "simwin/services/Services.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <functional>
+#include <utility>
 
 namespace rehearse {
 
@@ -31,11 +33,45 @@ bool IsServiceComing(const Record& description) {
            machine::ServiceState(ServiceName) != simwin::SERVICE_RUNNING;
 }
 
+bool IsServiceRole(const Record& description) {
+    const Record* product = description.TableOf("quillmarch");
+    return !product || product->TextOf("role", "service") == "service";
+}
+
+// Whether the service manager starts it by itself, in whatever role the description starts the product later.
+bool StartsWithWindows(const Record& description) {
+    return !IsServiceRole(description) && machine::ServiceState(ServiceName) != 0;
+}
+
+void Boot(Stage& stage) {
+    stage.timeline->Outside("Windows starts");
+    machine::BootMachine();
+    stage.timeline->AfterBoot();
+    if (StartsWithWindows(*stage.description))
+        machine::StartServiceByMachine(ServiceName);
+}
+
 void StartProduct(Stage& stage) {
+    if (machine::ThePowerState() == machine::PowerState::ShuttingDown) {
+        stage.timeline->Outside("Windows will start again when it is off");
+        stage.atOff.push_back([&stage] { StartProduct(stage); });
+        return;
+    }
+    if (machine::ThePowerState() == machine::PowerState::Off)
+        Boot(stage);
+    if (machine::ThePowerState() == machine::PowerState::FastOff) {
+        stage.timeline->Outside("Windows starts (fast startup)");
+        machine::StartFast();
+        for (const Action& action : std::exchange(stage.atWaking, {}))
+            action();
+        if (IsServiceRole(*stage.description)) // it lived through it, or nobody starts it
+            return;
+    }
     stage.timeline->Outside("Quillmarch is started");
-    machine::Process* process = StartProductInRole(*stage.description);
+    std::string why;
+    machine::Process* process = StartProductInRole(*stage.description, &why);
     if (!process) {
-        stage.timeline->Outside("it could not be started");
+        stage.timeline->Outside("it could not be started: " + why);
         return;
     }
     if (stage.product)
@@ -66,10 +102,19 @@ Action StopEvent(const Record&, Stage& stage) {
     };
 }
 
-Action ShutdownEvent(const Record&, Stage& stage) {
+Action ShutdownEvent(const Record& event, Stage& stage) {
+    if (event.TextOf("shutdown") == "fast") {
+        constexpr unsigned FirstWithFastStartup = 0x0602;
+        if (machine::TheSetup().version.Packed() < FirstWithFastStartup)
+            throw InputError(event.At("shutdown"), "there is no fast startup below Windows 6.2");
+        return [&stage] {
+            stage.timeline->Outside("Windows goes off for a fast startup");
+            machine::ShutDownFast();
+        };
+    }
     return [&stage] {
         stage.timeline->Outside("Windows shuts down");
-        machine::BroadcastServiceControl(simwin::SERVICE_CONTROL_SHUTDOWN, 0, {});
+        machine::ShutDownMachine();
     };
 }
 
@@ -138,6 +183,18 @@ std::uint64_t StartMs(const Record& description) {
     return product ? product->MsOf("starts_at") : 0;
 }
 
+void OnPowerEvent(Stage& stage, machine::PowerEvent event) {
+    if (stage.hasEnded)
+        return;
+    if (event == machine::PowerEvent::ServicesKilled) {
+        stage.timeline->Outside("Windows ends the services that still run");
+        return;
+    }
+    stage.timeline->Outside("the machine is off");
+    for (const Action& action : std::exchange(stage.atOff, {}))
+        action();
+}
+
 } // namespace
 
 Stage::~Stage() {
@@ -146,6 +203,7 @@ Stage::~Stage() {
 }
 
 void ScheduleEvents(Stage& stage) {
+    machine::SetPowerObserver([&stage](machine::PowerEvent event) { OnPowerEvent(stage, event); });
     const Record& description = *stage.description;
     const Record* product = description.TableOf("quillmarch");
     if (product && product->TextOf("service_state") == "RUNNING") {
@@ -154,7 +212,9 @@ void ScheduleEvents(Stage& stage) {
             machine::StartServiceByMachine(ServiceName);
         });
     }
-    machine::At(StartMs(description), machine::Due::Outside, [&stage] { StartInTurn(stage); });
+    machine::At(StartMs(description), machine::Due::Outside,
+                InItsPowerState(
+                    "start", [&stage] { StartInTurn(stage); }, stage));
     std::vector<const Record*> events;
     for (const Record& event : description.TablesOf("event"))
         events.push_back(&event);

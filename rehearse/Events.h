@@ -23,6 +23,7 @@ struct Stage {
     Timeline* timeline = nullptr;
     machine::Process* product = nullptr; // started last; retained until the stage goes
     std::vector<Action> atWaking;        // events that the machine slept through
+    std::vector<Action> atOff;           // that wait for the end of a shutdown
     bool hasEnded = false;               // what was still to come does not happen any more
 
     Stage(const Record* ofMachine, Timeline* toFill) : description(ofMachine), timeline(toFill) {}

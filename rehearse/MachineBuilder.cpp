@@ -12,6 +12,7 @@
 #include "simwin/kernel/Text.h"
 #include "simwin/registry/Registry.h"
 #include "simwin/services/Services.h"
+#include "simwin/sessions/Sessions.h"
 
 #include <fmt/format.h>
 
@@ -168,6 +169,26 @@ machine::ProcessStart StartByPerson(const Record& description, const Record& pro
     return start;
 }
 
+std::string WhyNotStarted(simwin::DWORD error) {
+    switch (error) {
+    case simwin::ERROR_SERVICE_ALREADY_RUNNING:
+        return "the service runs already";
+    case simwin::ERROR_SERVICE_MARKED_FOR_DELETE:
+        return "the service is marked for deletion";
+    case simwin::ERROR_FILE_NOT_FOUND:
+    case simwin::ERROR_PATH_NOT_FOUND:
+        return "the file that the service is registered with is not there";
+    default:
+        return fmt::format("error {}", error);
+    }
+}
+
+// A person of a described session who has logged off since, or who was there before a boot.
+bool IsLoggedOff(const Record& description, const std::string& account) {
+    return !machine::EqualNoCase(account, "system") && !description.TablesOf("session").empty() &&
+           !machine::FindSessionOfUser(account);
+}
+
 } // namespace
 
 machine::Setup SetupOf(const Record& description, const Options& options) {
@@ -191,6 +212,10 @@ machine::Setup SetupOf(const Record& description, const Options& options) {
     setup.firstNode = NumberIn(windows, "first_node", 257, 1, 0x7FFF0000);
     if (windows.Has("pending_installs"))
         setup.pendingInstallsUntilMs = windows.MsOf("pending_installs");
+    setup.firstInstallMs = windows.MsOf("first_install", setup.firstInstallMs);
+    if (windows.Has("kill_services_after"))
+        setup.killServicesAfterMs = windows.MsOf("kill_services_after");
+    setup.bootUptimeMs = windows.MsOf("boot_uptime", setup.bootUptimeMs);
     setup.seed = options.seed;
     if (product.Has("directory")) {
         setup.directory = PathIn(product, "directory");
@@ -260,14 +285,21 @@ void FillMachine(const Record& description, const Options& options) {
     AddFaults(description);
 }
 
-machine::Process* StartProductInRole(const Record& description) {
+machine::Process* StartProductInRole(const Record& description, std::string* why) {
     const Record& product = TableOrEmpty(description, "quillmarch");
     const machine::Setup& setup = machine::TheSetup();
     const std::string role = product.TextOf("role", "service");
     if (role == "service" && machine::ServiceState(ServiceName) != 0) {
-        if (machine::StartServiceByMachine(ServiceName) != 0)
+        if (const simwin::DWORD error = machine::StartServiceByMachine(ServiceName)) {
+            *why = WhyNotStarted(error);
             return nullptr;
+        }
         return machine::ServiceProcess(ServiceName);
+    }
+    const std::string account = product.TextOf("account", "system");
+    if (role != "service" && IsLoggedOff(description, account)) {
+        *why = account + " is not logged on";
+        return nullptr;
     }
     machine::ProcessStart start = role == "service" ? machine::ProcessStart() : StartByPerson(description, product);
     if (role == "service")

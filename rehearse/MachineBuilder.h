@@ -29,8 +29,9 @@ void FillMachine(const Record& description, const Options& options);
 // Path of the product's configuration on the machine.
 std::string ProductIni();
 
-// Starts the product in its role, as its start and the event `start` do. Returns the process, null if it did not start.
-machine::Process* StartProductInRole(const Record& description);
+// Starts the product in its role, as its start and the event `start` do. Returns the process; null,
+// with the reason, if it did not start.
+machine::Process* StartProductInRole(const Record& description, std::string* why);
 
 // Sets a registry value as a description writes it: text, number, several texts, bytes. key: 'HKLM\...'.
 void SetRegistryValue(const std::string& key, const std::string& name, const Value& value);

@@ -146,18 +146,56 @@ constexpr EventRow Rows[] = {{"suspend", SuspendEvent}, {"resume", ResumeEvent},
 
 } // namespace
 
-// What is done to the machine from outside can be done while it sleeps; people and programs wait for its waking.
+namespace {
+
+enum class Happens { Now, WhenAwake, Not };
+
+template<std::size_t N>
+bool IsOneOf(std::string_view subject, const std::string_view (&subjects)[N]) {
+    return std::find(std::begin(subjects), std::end(subjects), subject) != std::end(subjects);
+}
+
+// What is done to the machine from outside can be done at any time. People and programs need one that runs: they wait
+// for its waking, and nobody does anything at one that is off.
+Happens WhenHappens(std::string_view subject) {
+    constexpr std::string_view Always[] = {"plug", "unplug", "replug", "move"};
+    constexpr std::string_view WhileOff[] = {"start", "edit_ini", "delete_ini", "set_value", "problem", "calm"};
+    constexpr std::string_view NotAtTheEnd[] = {"suspend", "resume", "logon", "logoff", "run", "hold", "shutdown"};
+    switch (machine::ThePowerState()) {
+    case machine::PowerState::On:
+        return Happens::Now;
+    case machine::PowerState::Asleep:
+        return IsOneOf(subject, Always) || subject == "resume" ? Happens::Now
+               : subject == "suspend"                          ? Happens::Not
+                                                               : Happens::WhenAwake;
+    case machine::PowerState::ShuttingDown:
+        return IsOneOf(subject, NotAtTheEnd) ? Happens::Not : Happens::Now;
+    case machine::PowerState::FastOff:
+        if (subject == "problem" || subject == "calm") // devices keep their state meanwhile
+            return Happens::WhenAwake;
+        break;
+    case machine::PowerState::Off:
+        break;
+    }
+    return IsOneOf(subject, Always) || IsOneOf(subject, WhileOff) ? Happens::Now : Happens::Not;
+}
+
+} // namespace
+
 Action InItsPowerState(std::string_view subject, Action action, Stage& stage) {
-    constexpr std::string_view AtAnyTime[] = {"plug", "unplug", "replug", "move", "resume"};
-    if (std::find(std::begin(AtAnyTime), std::end(AtAnyTime), subject) != std::end(AtAnyTime))
-        return action;
     return [&stage, subject = std::string(subject), action = std::move(action)] {
-        if (!machine::IsMachineDown()) {
+        switch (WhenHappens(subject)) {
+        case Happens::Now:
             action();
-            return;
+            break;
+        case Happens::WhenAwake:
+            stage.timeline->Outside(fmt::format("the machine sleeps: '{}' waits until it wakes", subject));
+            stage.atWaking.push_back(action);
+            break;
+        case Happens::Not:
+            stage.timeline->Outside(fmt::format("the machine does not run: no '{}'", subject));
+            break;
         }
-        stage.timeline->Outside(fmt::format("the machine sleeps: '{}' waits until it wakes", subject));
-        stage.atWaking.push_back(action);
     };
 }
 

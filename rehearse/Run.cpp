@@ -101,7 +101,7 @@ void StopProduct(const Stage& stage, const Leaks& leaks, nlohmann::ordered_json&
             machine::CloseWindowsOf(process);                      // so ends a debug run
         (void)machine::RunMachine({machine::Now() + StopLimitMs}); // the verdict of the run itself stands already
     }
-    if (process->ended)
+    if (process->ended && !process->killed)
         SetLeaks(report, leaks.HandlesOf(process), process->leakedBytes);
     process->Release();
 }

@@ -8,6 +8,7 @@
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
+#include "simwin/services/Power.h"
 #include "simwin/sessions/Sessions.h"
 #include "simwin/shell/Shell.h"
 
@@ -138,7 +139,7 @@ Action RunEvent(const Record& event, Stage& stage) {
     return [&stage, start] {
         machine::ProcessStart now = start;
         const machine::Session* session = machine::FindSessionOfUser(start.user);
-        if (!session && !machine::AllSessions().empty()) {
+        if (!session && (machine::HasBooted() || !machine::AllSessions().empty())) {
             stage.timeline->Outside(fmt::format("{} is not logged on, and runs nothing", start.user));
             return;
         }

@@ -70,6 +70,21 @@ void Timeline::Outside(std::string what, std::string device) {
     m_entries.push_back({machine::Now(), true, std::move(what), std::move(device), "", "", ""});
 }
 
+void Timeline::AfterBoot() {
+    for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
+        if (!node->IsPort())
+            continue;
+        const std::string name = machine::DosNameOf(*node), before = m_ports[node->id].name;
+        m_ports[node->id] = {};
+        m_ports[node->id].name = name;
+        m_ports[node->id].restarts = node->restarts;
+        if (node->problem && node->IsPresent())
+            Outside(fmt::format("does not start (problem {}):", node->problem), node->id);
+        else if (name != before && node->IsPresent())
+            Outside(name.empty() ? "runs without a COM name:" : fmt::format("runs as {}:", name), node->id);
+    }
+}
+
 void Timeline::CatchUp() {
     if (m_isClosed)
         return;

@@ -41,6 +41,8 @@ public:
     // What happens from now on is not told: the run is over, the machine goes.
     void Close() { m_isClosed = true; }
 
+    // Windows has started anew: tells of ports that have another name than before, and forgets what was under way.
+    void AfterBoot();
     // Notes what has changed since it last looked: states of the service, names of ports.
     void CatchUp();
 

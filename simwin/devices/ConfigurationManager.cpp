@@ -2,6 +2,7 @@
 #include "simwin/devices/ClassInstaller.h"
 #include "simwin/devices/DeviceTree.h"
 #include "simwin/devices/Devices.h"
+#include "simwin/devices/PendingInstalls.h"
 #include "simwin/devices/Properties.h"
 #include "simwin/devices/api.h"
 #include "simwin/kernel/Call.h"
@@ -421,15 +422,7 @@ DWORD CMP_WaitNoPendingInstallEvents(DWORD ms) {
     SIM_CALL("CMP_WaitNoPendingInstallEvents", "", WAIT_TIMEOUT);
     if (simCall.error)
         return simCall.error;
-    const std::uint64_t until = TheSetup().pendingInstallsUntilMs.value_or(0);
-    if (Now() >= until)
-        return 0;
-    if (ms != INFINITE && ms < until - Now()) {
-        SleepMs(ms);
-        return WAIT_TIMEOUT;
-    }
-    SleepMs(until - Now());
-    return 0;
+    return WaitForInstalls(ms) ? 0 : WAIT_TIMEOUT;
 }
 
 } // namespace simwin

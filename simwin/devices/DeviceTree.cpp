@@ -111,6 +111,14 @@ std::vector<DeviceNode*> DeviceTree::All() const {
     return nodes;
 }
 
+std::vector<DeviceNode*> DeviceTree::AllEver() const {
+    std::vector<DeviceNode*> nodes;
+    nodes.reserve(m_nodes.size());
+    for (const auto& [number, node] : m_byNumber)
+        nodes.push_back(node);
+    return nodes;
+}
+
 std::vector<DeviceNode*> DeviceTree::AllByRegistry() const {
     std::vector<DeviceNode*> nodes;
     nodes.reserve(m_nodes.size());
@@ -240,6 +248,25 @@ void DeviceTree::ReleaseKernelDevice(KernelDevice* device) {
         }
     }
     delete device;
+}
+
+void DeviceTree::Renumber() {
+    std::vector<DeviceNode*> nodes;
+    for (const auto& [number, node] : m_byNumber)
+        if (!node->root)
+            nodes.push_back(node);
+    std::stable_partition(nodes.begin(), nodes.end(), [](const DeviceNode* node) { return !node->uninstalled; });
+    m_byNumber.clear();
+    if (m_root)
+        m_byNumber.emplace(m_root->number, m_root);
+    m_next = TheSetup().firstNode;
+    for (DeviceNode* node : nodes) {
+        node->number = m_next++;
+        m_byNumber.emplace(node->number, node);
+    }
+    for (const auto& node : m_nodes)
+        std::sort(node->children.begin(), node->children.end(),
+                  [](const DeviceNode* a, const DeviceNode* b) { return a->number < b->number; });
 }
 
 void DeviceTree::Forget(DeviceNode* node) {

@@ -87,7 +87,11 @@ struct DeviceNode {
     bool stoppedByProduct = false;          // its running driver was stopped by a call of the product
     std::optional<std::size_t> openRestart; // begun by a disable or a removal, ended by the call that starts it
     unsigned restarts = 0;
-    bool leaving = false; // it goes, step by step
+    bool installing = false;           // for the first time, and it has not started yet
+    bool leaving = false;              // it goes, step by step
+    bool isComingBack = false;         // out for a moment: a cycle, a replug, a move
+    DeviceNode* comesBackOn = nullptr; // of a move: the hub, and its port
+    unsigned comesBackOnPort = 0;
     bool returnsAfterLeaving = false;
     Cause startCause = Cause::Outside; // who asked for the start that is going on
     bool wasHeld = false;              // `held_by` opened it once
@@ -116,7 +120,9 @@ public:
     DeviceNode* Root() const { return m_root; }
     // In the order of enumeration, uninstalled ones left out.
     std::vector<DeviceNode*> All() const;
-    // The same in the order of the registry: by instance id in capitals, key by key.
+    // With those that were uninstalled and may come again.
+    std::vector<DeviceNode*> AllEver() const;
+    // All in the order of the registry: by instance id in capitals, key by key.
     std::vector<DeviceNode*> AllByRegistry() const;
     // Makes a node below a parent (null: not yet). number 0: the next one.
     DeviceNode* Add(std::string_view id, simwin::DWORD number = 0);
@@ -136,6 +142,9 @@ public:
     bool IsKernelNameTaken(std::string_view kernelName) const;
     KernelDevice* MakeKernelDevice(DeviceNode* node, std::string_view wanted); // digits at its end count up if taken
     void ReleaseKernelDevice(KernelDevice* device);
+
+    // A boot: numbers count from the first one again, in the order of enumeration; uninstalled devices come last.
+    void Renumber();
 
     // Takes it out of the tree for good; its number stays its own.
     void Forget(DeviceNode* node);

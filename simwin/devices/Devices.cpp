@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -28,6 +29,7 @@ constexpr unsigned HubPorts = 4;
 struct DevicesRoom {
     bool building = false;
     std::vector<DeviceRestart> restarts;
+    std::vector<DosNameDescription> dosNames; // described
     DeviceObserver observer;
     std::map<std::string, unsigned, NoCaseLess> nextDriverKey; // by class
 };
@@ -409,11 +411,11 @@ std::string Build(const DevicesDescription& description) {
     NoteUnknownAdapters(description);
     SetComDatabase(description);
     TheRegistry().CreateKey("HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM");
+    g_devices->dosNames = description.dosNames;
     for (const DosNameDescription& name : description.dosNames)
         SetDosName(name);
     GiveResources();
-    for (DeviceNode* node : TheDeviceTree().All())
-        RunAtStart(*node);
+    RunAllAtStart();
     return {};
 }
 
@@ -489,6 +491,19 @@ void SetDosName(const DosNameDescription& name) {
 
 bool IsBuildingDevices() {
     return g_devices->building;
+}
+
+void RunAllAtStart() {
+    const bool wasBuilding = std::exchange(g_devices->building, true);
+    for (DeviceNode* node : TheDeviceTree().AllEver())
+        RunAtStart(*node);
+    g_devices->building = wasBuilding;
+}
+
+void MakeLastingDosNames() {
+    for (const DosNameDescription& name : g_devices->dosNames)
+        if (name.opens && (!name.opens->error || name.opens->error == simwin::ERROR_ACCESS_DENIED))
+            SetDosName(name);
 }
 
 std::string BuildDevices(const DevicesDescription& description) {

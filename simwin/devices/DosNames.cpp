@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace machine {
 
@@ -13,12 +14,9 @@ namespace {
 
 DosNames* g_names;
 
-// What every Windows has before any port driver starts.
 void Create() {
     g_names = new DosNames;
-    g_names->Define("C:", "\\Device\\HarddiskVolume1", "outside");
-    g_names->Define("NUL", "\\Device\\Null", "outside");
-    g_names->Define("PIPE", "\\Device\\NamedPipe", "outside");
+    g_names->Reset();
 }
 
 void Destroy() {
@@ -44,6 +42,16 @@ unsigned ComNumberOf(std::string_view name) {
         number = number * 10 + static_cast<unsigned>(c - '0');
     }
     return number;
+}
+
+void DosNames::Reset() {
+    m_names.clear();
+    m_order.clear();
+    const std::function<void(const DosNameChange&)> watcher = std::exchange(m_watcher, {});
+    Define("C:", "\\Device\\HarddiskVolume1", "outside");
+    Define("NUL", "\\Device\\Null", "outside");
+    Define("PIPE", "\\Device\\NamedPipe", "outside");
+    m_watcher = watcher;
 }
 
 void DosNames::Tell(const std::string& name, const std::string& from, const std::string& to, const char* by) {

@@ -7,6 +7,7 @@
 #include "simwin/registry/Registry.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace machine {
 
@@ -186,6 +187,14 @@ void StopPortDriver(DeviceNode& node) {
     device->running = false;
     LetLinkGo(node, *device);
     TheRegistry().DeleteValue(SerialComm, device->name);
+    TheDeviceTree().ReleaseKernelDevice(device);
+}
+
+void DropPortDriver(DeviceNode& node) {
+    KernelDevice* device = std::exchange(node.driver, nullptr);
+    if (!device)
+        return;
+    device->running = false;
     TheDeviceTree().ReleaseKernelDevice(device);
 }
 

@@ -22,5 +22,7 @@ void CloseKernelDevice(KernelDevice& device);
 bool ComDbTest(unsigned number);
 void ComDbSet(unsigned number);
 std::vector<unsigned> ComDbNumbers();
+// The power goes: its kernel device is gone, and nothing is told or cleaned up.
+void DropPortDriver(DeviceNode& node);
 
 } // namespace machine

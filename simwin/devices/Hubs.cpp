@@ -172,6 +172,7 @@ bool KnowsCycle(const WindowsVersion& version) {
 void CycleLater(DeviceNode& device) {
     After(CycleOffAfterMs, [&device] {
         DetachTree(device, Cause::Product);
+        device.isComingBack = !device.pulledOut;
         After(CycleOffMs, [&device] {
             if (!device.pulledOut)
                 AttachNode(device, Cause::Product);

@@ -46,6 +46,18 @@ void Notice(const Missed& missed) {
         PlugDevice(id);
 }
 
+void Apply(const Missed& missed) {
+    DeviceNode& node = *missed.node;
+    node.attached = missed.isThere;
+    node.pulledOut = !missed.isThere;
+    if (!missed.isThere)
+        return;
+    node.crowdedOut = false;
+    if (missed.hub)
+        PutOnHub(node, *missed.hub, missed.hubPort);
+    AttachBelow(node);
+}
+
 } // namespace
 
 void MissPlug(DeviceNode& node) {
@@ -76,6 +88,11 @@ void MissMove(DeviceNode& node, DeviceNode& hub, unsigned hubPort) {
 void NoticeMissedChanges() {
     for (const Missed& missed : std::exchange(*g_missed, {}))
         Notice(missed);
+}
+
+void ApplyMissedChanges() {
+    for (const Missed& missed : std::exchange(*g_missed, {}))
+        Apply(missed);
 }
 
 } // namespace machine

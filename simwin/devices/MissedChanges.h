@@ -15,5 +15,7 @@ void MissMove(DeviceNode& node, DeviceNode& hub, unsigned hubPort);
 
 // The running machine notices: removals and arrivals. What was away for a moment alone has done both.
 void NoticeMissedChanges();
+// The machine is off and will find things as they are.
+void ApplyMissedChanges();
 
 } // namespace machine

@@ -221,6 +221,11 @@ void NoteTreeChange(bool servicesToo) {
     });
 }
 
+void ForgetTreeChange() {
+    g_notices->treeChange = 0;
+    g_notices->treeChangeToServices = false;
+}
+
 void SendTreeChange(bool servicesToo) {
     if (g_notices->broadcast)
         g_notices->broadcast();

@@ -47,6 +47,8 @@ void NotifyInterface(const DeviceInterface& deviceInterface, simwin::DWORD event
 // The tree changed: half a second after the first change that was not told yet the windows are told, and services too
 // if a description wants that of one of the changes.
 void NoteTreeChange(bool servicesToo = false);
+// The power is gone, and with it what was to be told.
+void ForgetTreeChange();
 // At once: to windows, and with `servicesToo` to every service that registered.
 void SendTreeChange(bool servicesToo);
 // To one recipient, whatever it registered: the raw event of a description. With a null handle to the recipient of that

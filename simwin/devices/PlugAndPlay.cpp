@@ -4,6 +4,7 @@
 #include "simwin/devices/Drivers.h"
 #include "simwin/devices/MissedChanges.h"
 #include "simwin/devices/Notifications.h"
+#include "simwin/devices/PendingInstalls.h"
 #include "simwin/devices/api.h"
 #include "simwin/devices/catalogue/Catalogue.h"
 #include "simwin/kernel/Call.h"
@@ -84,6 +85,7 @@ bool StopNode(DeviceNode& node, Cause cause) {
 }
 
 void GoAbsent(DeviceNode& node) {
+    FinishInstall(node);
     node.state = DeviceState::Absent;
     if (node.problem != simwin::CM_PROB_DISABLED)
         node.problem = node.stickyProblem;
@@ -145,6 +147,7 @@ void SetRunning(DeviceNode& node, Cause cause) {
 
 // Runs the driver. False if the node stays stopped, with a problem.
 bool StartDriver(DeviceNode& node, Cause cause) {
+    FinishInstall(node);
     simwin::DWORD problem = node.stickyProblem;
     if (!problem && node.IsPort())
         problem = StartPortDriver(node);
@@ -175,6 +178,8 @@ void Arrive(DeviceNode& node, Cause cause) {
     node.state = DeviceState::Stopped;
     node.attachedAtMs = Now();
     node.longKnown = IsBuildingDevices();
+    if (!node.installed && (!IsBuildingDevices() || HasBooted())) // at the start of the run all is settled
+        BeginInstall(node);
     if (!node.installed)
         InstallKeys(node, node.uninstalled);
     if (node.IsPort() && !node.printerPort && !HasPortName(node))
@@ -185,6 +190,7 @@ void Arrive(DeviceNode& node, Cause cause) {
     if (node.problem != 0) {
         for (const auto& deviceInterface : node.interfaces)
             deviceInterface->registered = true;
+        FinishInstall(node);
         return;
     }
     if (!IsBuildingDevices())
@@ -205,15 +211,6 @@ void LeaveNow(DeviceNode& node, Cause cause) {
     if (node.returnsAfterLeaving) {
         node.returnsAfterLeaving = false;
         AttachNode(node, cause);
-    }
-}
-
-// What hangs below comes along, unless an event took it away by itself or it has no room in its socket.
-void AttachBelow(DeviceNode& node) {
-    for (DeviceNode* child : node.children) {
-        if (!child->pulledOut && !child->crowdedOut)
-            child->attached = true;
-        AttachBelow(*child);
     }
 }
 
@@ -260,6 +257,8 @@ bool RunAtStart(DeviceNode& node) {
 
 void AttachNode(DeviceNode& node, Cause cause) {
     node.attached = true;
+    node.isComingBack = false;
+    node.comesBackOn = nullptr;
     if (node.leaving) {
         node.returnsAfterLeaving = true;
         return;
@@ -273,6 +272,8 @@ std::uint64_t DetachTree(DeviceNode& node, Cause cause) {
     CollectLeaving(node, leaving);
     node.attached = false;
     node.returnsAfterLeaving = false;
+    node.isComingBack = false;
+    node.comesBackOn = nullptr;
     for (DeviceNode* gone : leaving)
         gone->leaving = true;
     std::uint64_t delay = 0;
@@ -341,6 +342,20 @@ void UninstallNode(DeviceNode& node, Cause cause) {
     Tell(node, "uninstalled");
 }
 
+// What hangs below comes along, unless an event took it away by itself or it has no room in its socket.
+void AttachBelow(DeviceNode& node) {
+    for (DeviceNode* child : node.children) {
+        if (!child->pulledOut && !child->crowdedOut)
+            child->attached = true;
+        AttachBelow(*child);
+    }
+}
+
+void PutOnHub(DeviceNode& node, DeviceNode& hub, unsigned hubPort) {
+    if (TheDeviceTree().SetParent(&node, &hub)) // the hub may have been moved meanwhile
+        PlaceOnHub(node, hub, hubPort);
+}
+
 void PlugDevice(std::string_view id) {
     DeviceNode* node = NodeOrNew(id);
     if (!node)
@@ -377,6 +392,7 @@ void ReplugDevice(std::string_view id, std::uint64_t offMs) {
     if (!node->IsPresent())
         return;
     DetachTree(*node, Cause::Outside);
+    node->isComingBack = true;
     After(offMs, [node] { AttachNode(*node, Cause::Outside); });
 }
 
@@ -390,10 +406,12 @@ void MoveDevice(std::string_view id, std::string_view hubId, unsigned hubPort, s
         return;
     }
     const std::uint64_t leaves = DetachTree(*node, Cause::Outside);
+    node->isComingBack = true;
+    node->comesBackOn = hub;
+    node->comesBackOnPort = hubPort;
     After(std::max(offMs, leaves), [node, hub, hubPort] {
         node->pulledOut = node->crowdedOut = false;
-        if (TheDeviceTree().SetParent(node, hub)) // the hub may have been moved meanwhile
-            PlaceOnHub(*node, *hub, hubPort);
+        PutOnHub(*node, *hub, hubPort);
         AttachNode(*node, Cause::Outside);
     });
 }

@@ -36,6 +36,13 @@ void CalmDown();
 // All devices that would hang on a bus are taken away and come back: a resume with devices = "replug".
 void ReplugAllDevices(std::uint64_t offMs = DefaultOffMs);
 
+// The power goes: no device runs or is there, nobody is told, and what was under way is over. What is out for a moment
+// is back by the next start.
+void PowerOffDevices();
+// The next start: numbers, names and drivers from the beginning, each plugged device by what the registry says.
+// Problems that a fresh start cures are gone.
+void StartDevicesAnew();
+
 // The program that holds ports under this path: the one that runs already, or a scripted process that starts now.
 Process* HolderProcess(std::string_view imagePath);
 
@@ -51,6 +58,10 @@ unsigned StopTree(DeviceNode& node, bool childrenGo, Cause cause);
 void StartNode(DeviceNode& node, Cause cause);
 // Starts what hangs below a running node and may start; disabled and ejected ones stay as they are.
 void StartChildren(DeviceNode& node, Cause cause);
+// What hangs below it sits in its sockets too, but for what an event took away by itself.
+void AttachBelow(DeviceNode& node);
+// It hangs on this port of this hub from now on; stays where it was if the hub hangs below it.
+void PutOnHub(DeviceNode& node, DeviceNode& hub, unsigned hubPort);
 // At the start of the machine: without time, unless it is there already. False if it cannot run.
 bool RunAtStart(DeviceNode& node);
 // Blocks the running thread until the node runs, has failed or is gone. True if it runs.

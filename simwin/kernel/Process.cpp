@@ -164,6 +164,14 @@ void EndProcess(Process* process, simwin::DWORD exitCode) {
         EndThread(own, exitCode);
 }
 
+void KillProcess(Process* process) {
+    constexpr simwin::DWORD KilledExitCode = 1;
+    if (process->ended)
+        return;
+    process->killed = true;
+    EndProcess(process, KilledExitCode);
+}
+
 const std::vector<Process*>& AllProcesses() {
     return g_processes->all;
 }

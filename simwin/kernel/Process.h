@@ -38,6 +38,7 @@ struct Process : Waitable {
     std::string debugOutput; // what OutputDebugStringA was given
 
     bool ended = false;
+    bool killed = false;          // ended from outside, wherever it was: what it had open is no leak
     bool trapExpected = false;    // a described crash: its end by a trap does not end the run
     simwin::DWORD exitCode = 259; // STILL_ACTIVE
     std::uint64_t startedMs = 0, endedMs = 0;
@@ -70,6 +71,9 @@ Process* StartHosted(const ProcessStart& start, std::function<int()> entry);
 // Ends it with its threads wherever they are; its handles are closed, its image goes back to the pool. Called on one of
 // its own threads it does not return.
 void EndProcess(Process* process, simwin::DWORD exitCode);
+
+// From outside, as the task manager does.
+void KillProcess(Process* process);
 
 // All processes that ever ran, in the order of their start.
 const std::vector<Process*>& AllProcesses();

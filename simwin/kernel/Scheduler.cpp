@@ -277,6 +277,17 @@ void WakeMachine() {
     s.frozen.clear();
 }
 
+void ForgetDue() {
+    Scheduler& s = *g_scheduler;
+    s.frozen.clear();
+    std::erase_if(s.due, [](const auto& entry) { return entry.first.due == Due::Machine; });
+    std::erase_if(s.dueById, [](const auto& entry) { return entry.second.due == Due::Machine; });
+}
+
+void SetTickCount(std::uint64_t tickMs) {
+    g_scheduler->uptimeMs = tickMs - g_scheduler->nowMs;
+}
+
 Thread* CurrentThread() {
     return g_scheduler ? g_scheduler->current : nullptr;
 }

@@ -83,6 +83,11 @@ bool IsAsleep();
 // limit counts the time asleep, and one that has passed ends at once.
 void WakeMachine();
 
+// The power is gone: nothing of the machine's own is due any more.
+void ForgetDue();
+// The tick count begins anew: this is it now.
+void SetTickCount(std::uint64_t tickMs);
+
 Thread* CurrentThread(); // null in the scheduler's own context
 std::vector<Thread*> AllThreads();
 

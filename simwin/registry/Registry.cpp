@@ -264,6 +264,22 @@ bool Registry::RemoveValue(RegistryKey* key, std::string_view name) {
     return removed != 0;
 }
 
+static void RemoveVolatileBelow(Registry& registry, RegistryKey& key) {
+    const std::vector<RegistryKey*> children = key.created;
+    for (RegistryKey* child : children)
+        if (child->isVolatile)
+            registry.RemoveKey(child);
+        else
+            RemoveVolatileBelow(registry, *child);
+}
+
+void Registry::ForgetVolatile() {
+    for (RegistryKey* root : {LocalMachine(), Users()})
+        RemoveVolatileBelow(*this, *root);
+    DeleteTree("HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM");
+    CreateKey("HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM");
+}
+
 void Registry::SetValue(std::string_view path, std::string_view name, simwin::DWORD type,
                         std::vector<std::uint8_t> data) {
     PutValue(CreateKey(path), name, type, std::move(data));

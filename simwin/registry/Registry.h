@@ -40,6 +40,7 @@ public:
     const std::string name;
     RegistryKey* parent; // null for a root and for a deleted key
     bool deleted = false;
+    bool isVolatile = false; // gone when the machine is off, with all below it
     std::uint64_t lastWrite = 0;
     std::string keyClass;
     std::map<std::string, std::shared_ptr<RegistryKey>, KeyNameLess> subKeys;
@@ -90,6 +91,9 @@ public:
     void PutValue(RegistryKey* key, std::string_view name, simwin::DWORD type, std::vector<std::uint8_t> data);
     bool RemoveValue(RegistryKey* key, std::string_view name);
     void RemoveKey(RegistryKey* key); // with all below it
+
+    // The machine goes off: volatile keys are gone, and those that drivers fill at each start are empty.
+    void ForgetVolatile();
 
     // Watches writes by simulated processes (not those of the machine itself): values set and deleted.
     void WatchWrites(std::function<void(const RegistryWrite&)> watcher) { m_watcher = std::move(watcher); }

@@ -278,7 +278,11 @@ LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD, LPSTR keyClass, DWORD optio
         }
         if (!GrantedAccess(*at->security, caller, KEY_CREATE_SUB_KEY, KeyMapping))
             return ERROR_ACCESS_DENIED;
+        const bool isVolatile = options & REG_OPTION_VOLATILE;
+        if (at->isVolatile && !isVolatile)
+            return ERROR_CHILD_MUST_BE_VOLATILE;
         at = TheRegistry().AddKey(at, name, owner);
+        at->isVolatile = isVolatile;
     }
     if (keyClass)
         at->keyClass = keyClass;

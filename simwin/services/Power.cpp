@@ -3,8 +3,16 @@
 #include "simwin/devices/MissedChanges.h"
 #include "simwin/devices/PlugAndPlay.h"
 #include "simwin/kernel/Machine.h"
+#include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/registry/Registry.h"
+#include "simwin/services/ServiceState.h"
 #include "simwin/services/Services.h"
+#include "simwin/sessions/Sessions.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace machine {
 
@@ -19,15 +27,74 @@ struct Power {
     DueId latest = 0;        // when it stops whoever has not returned
     unsigned unanswered = 0; // handlers of the suspend that have not returned
     std::uint64_t serial = 0;
+    bool shutsDown = false, isOff = false, hasBooted = false;
+    bool isFast = false; // its sleep is a fast startup's
+    std::function<void(PowerEvent)> observer;
 };
 Power* g_power;
 
-Room g_room(
-    42, [] { g_power = new Power; },
-    [] {
-        delete g_power;
-        g_power = nullptr;
-    });
+void Tell(PowerEvent event) {
+    if (g_power->observer)
+        g_power->observer(event);
+}
+
+bool IsOfServices(const Process& process) {
+    return RunOfProcess(&process) != nullptr;
+}
+
+std::vector<Process*> RunningProcesses() {
+    std::vector<Process*> running; // a copy: ending one may end others
+    for (Process* process : AllProcesses())
+        if (!process->ended)
+            running.push_back(process);
+    return running;
+}
+
+bool DoesAnyServiceRun() {
+    const std::vector<Process*> running = RunningProcesses();
+    return std::any_of(running.begin(), running.end(), [](const Process* process) { return IsOfServices(*process); });
+}
+
+void GoOff() {
+    if (!g_power->shutsDown)
+        return;
+    g_power->shutsDown = false;
+    g_power->isOff = true;
+    for (Process* process : RunningProcesses())
+        KillProcess(process);
+    PowerOffDevices();
+    ForgetDue();
+    ForgetSessions();
+    TheRegistry().ForgetVolatile();
+    Tell(PowerEvent::Off);
+}
+
+void GoOffWhenNoServiceRuns(const Process&) {
+    if (g_power && g_power->shutsDown && !DoesAnyServiceRun())
+        After(0, GoOff); // the process is still on its way out
+}
+
+void KillServices() {
+    if (!g_power->shutsDown || !DoesAnyServiceRun())
+        return;
+    Tell(PowerEvent::ServicesKilled);
+    for (Process* process : RunningProcesses())
+        if (IsOfServices(*process))
+            KillProcess(process);
+}
+
+void Create() {
+    g_power = new Power;
+    OnProcessEnd([](Process& process) { GoOffWhenNoServiceRuns(process); });
+}
+
+void Destroy() {
+    delete g_power;
+    g_power = nullptr;
+}
+
+// Behind the services, which forget an ended process first.
+Room g_room(42, Create, Destroy);
 
 // What was begun is not waited for any more.
 void EndFallingAsleep() {
@@ -39,6 +106,8 @@ void EndFallingAsleep() {
 void StopRunning() {
     EndFallingAsleep();
     FallAsleep();
+    if (g_power->isFast) // not on the thread of the last handler
+        At(Now(), Due::Outside, [] { Tell(PowerEvent::Off); });
 }
 
 } // namespace
@@ -59,6 +128,56 @@ void SuspendMachine(bool told) {
         g_power->latest = After(LongestSuspendMs, StopRunning);
 }
 
+// Programs of people, in sessions or not, before the services learn of the shutdown.
+static void EndSessionsAndPrograms() {
+    const std::vector<Session> sessions = AllSessions();
+    for (const Session& session : sessions)
+        if (!session.user.empty())
+            LogOff(session.id);
+    for (Process* process : RunningProcesses())
+        if (!IsOfServices(*process) && (process->rights != Rights::System || process->session != 0))
+            KillProcess(process);
+}
+
+void ShutDownMachine() {
+    if (ThePowerState() != PowerState::On)
+        return;
+    EndFallingAsleep();
+    EndSessionsAndPrograms();
+    g_power->shutsDown = true;
+    BroadcastServiceControl(SERVICE_CONTROL_SHUTDOWN, 0, {});
+    if (DoesAnyServiceRun())
+        After(TheSetup().KillServicesAfterMs(), KillServices);
+    else
+        After(0, GoOff);
+}
+
+void ShutDownFast() {
+    if (ThePowerState() != PowerState::On)
+        return;
+    EndFallingAsleep();
+    EndSessionsAndPrograms();
+    g_power->isFast = true;
+    SuspendMachine(/*told=*/true);
+}
+
+void StartFast() {
+    if (!g_power->isFast)
+        return;
+    g_power->isFast = false;
+    g_power->hasBooted = true;
+    ResumeMachine(PBT_APMRESUMEAUTOMATIC, /*replugAll=*/false);
+}
+
+void BootMachine() {
+    if (!g_power->isOff)
+        return;
+    g_power->isOff = false;
+    g_power->hasBooted = true;
+    SetTickCount(TheSetup().bootUptimeMs);
+    StartDevicesAnew();
+}
+
 void ResumeMachine(DWORD code, bool replugAll) {
     EndFallingAsleep();
     WakeMachine();
@@ -68,8 +187,26 @@ void ResumeMachine(DWORD code, bool replugAll) {
         ReplugAllDevices();
 }
 
+bool HasBooted() {
+    return g_power->hasBooted;
+}
+
+PowerState ThePowerState() {
+    if (g_power->isOff)
+        return PowerState::Off;
+    if (g_power->isFast)
+        return IsAsleep() ? PowerState::FastOff : PowerState::ShuttingDown;
+    if (g_power->shutsDown)
+        return PowerState::ShuttingDown;
+    return IsAsleep() ? PowerState::Asleep : PowerState::On;
+}
+
+void SetPowerObserver(std::function<void(PowerEvent)> observer) {
+    g_power->observer = std::move(observer);
+}
+
 bool IsMachineDown() {
-    return IsAsleep();
+    return g_power->isOff || IsAsleep();
 }
 
 } // namespace machine

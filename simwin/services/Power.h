@@ -1,7 +1,11 @@
-// The machine as a whole goes to sleep and wakes. Called in the scheduler's context; none of this blocks.
+// The machine as a whole goes to sleep, wakes, goes off and starts again. Called in the scheduler's context; none of
+// this blocks.
 #pragma once
 
 #include "simwin/types.h"
+
+#include <cstdint>
+#include <functional>
 
 namespace machine {
 
@@ -11,6 +15,26 @@ void SuspendMachine(bool told);
 // It wakes, if it slept, and the services get the power event `code`; while they handle it, what was plugged in and
 // pulled out meanwhile is noticed, and with `replugAll` every USB device leaves and comes back.
 void ResumeMachine(simwin::DWORD code, bool replugAll);
+
+// Users' sessions and programs end, the services get their control, and those that still run some time later are ended
+// where they stand; then the rest, and the power goes. Does nothing while that is under way or over.
+void ShutDownMachine();
+// Fast startup (from Windows 6.2 on): users' sessions and programs end, the services live through it with a suspend,
+// and the machine sleeps without power until its start.
+void ShutDownFast();
+// It starts from there: the services get their resume, and nobody is logged on.
+void StartFast();
+// The machine is off and starts: everything from the beginning but for files and lasting keys. Services do not start by
+// themselves.
+void BootMachine();
+
+bool HasBooted(); // since the start of the run, at which somebody may be logged on
+
+enum class PowerState : std::uint8_t { On, Asleep, ShuttingDown, FastOff, Off };
+PowerState ThePowerState();
+// What is told of a shutdown: "killed" services that did not end in time, and that the machine is "off".
+enum class PowerEvent : std::uint8_t { ServicesKilled, Off };
+void SetPowerObserver(std::function<void(PowerEvent)> observer);
 
 // Nothing of it runs, so it cannot notice what is done to it.
 bool IsMachineDown();

@@ -67,11 +67,13 @@ std::optional<WTS_CONNECTSTATE_CLASS> SessionStateFromName(std::string_view name
 }
 
 void LogOn(Session session) {
-    const Session* known = FindSession(session.id);
     session.console = session.console || ConsoleSession() == session.id;
     session.state = WTSActive;
-    if (known && !known->user.empty() && !EqualNoCase(known->user, session.user))
-        LogOff(session.id);
+    const auto isOthers = [&](const Session* known) {
+        return known && !known->user.empty() && !EqualNoCase(known->user, session.user);
+    };
+    while (isOthers(FindSession(session.id))) // whoever is there stays logged on
+        ++session.id;
     if (session.console)
         LeaveConsole(session.id);
     DefineSession(session);
@@ -98,6 +100,10 @@ void LogOff(unsigned id) {
         if (!process->ended && process->session == id && process->rights != Rights::System)
             EndProcess(process, 0);
     TellServices(WTS_SESSION_LOGOFF, id);
+}
+
+void ForgetSessions() {
+    g_sessions->clear();
 }
 
 std::vector<Session> ListedSessions() {

@@ -28,10 +28,14 @@ std::optional<simwin::WTS_CONNECTSTATE_CLASS> SessionStateFromName(std::string_v
 
 // A user logs on: the session is made unless it is described, and WTS_SESSION_LOGON goes to the services. It is the
 // console's if the console has this number, or with `console`; whoever else was there is disconnected then.
+// In a session with another user it makes a new one: he stays logged on.
 void LogOn(Session session);
 // The session's programs end, it is gone, and WTS_SESSION_LOGOFF goes to the services. After the console's session a
 // new one, connected and with nobody, is there at once. An unknown id changes nothing.
 void LogOff(unsigned id);
+
+// The machine goes off: at the next start nobody is logged on.
+void ForgetSessions();
 
 // From Windows 6.0 on session 0 is that of the services and never the console; before, it is both.
 inline constexpr unsigned ListenerSession = 65536;
