@@ -137,6 +137,8 @@ inline constexpr int GWL_STYLE = -16;
 inline constexpr int GWL_EXSTYLE = -20;
 inline constexpr DWORD ERROR_INVALID_INDEX = 1413;
 LONG GetWindowLongA(HWND window, int index);
+// The extended style before, which from then on has WS_EX_LAYERED or not; GWL_EXSTYLE alone. 0 with 1400, 1413.
+LONG SetWindowLongA(HWND window, int index, LONG value);
 #define HWND_TOP (static_cast<simwin::HWND>(nullptr))
 #define HWND_BOTTOM (reinterpret_cast<simwin::HWND>(static_cast<simwin::LONG_PTR>(1)))
 #define HWND_TOPMOST (reinterpret_cast<simwin::HWND>(static_cast<simwin::LONG_PTR>(-1)))

@@ -42,7 +42,7 @@ bool IsBadNameChar(char c) {
 // What the room keeps besides the files themselves.
 struct FileRoom {
     Files* files = nullptr;
-    DeviceOpener opener;
+    DeviceOpener opener, pipeOpener;
     ProfileOverride profile;
     std::map<std::string, std::string, NoCaseLess> environment;
 };
@@ -110,8 +110,12 @@ void SetDeviceOpener(DeviceOpener opener) {
     g_room->opener = std::move(opener);
 }
 
-const DeviceOpener& TheDeviceOpener() {
-    return g_room->opener;
+void SetPipeOpener(DeviceOpener opener) {
+    g_room->pipeOpener = std::move(opener);
+}
+
+const DeviceOpener& TheOpenerOf(const char* name) {
+    return StartsWithNoCase(name, "\\\\.\\pipe\\") ? g_room->pipeOpener : g_room->opener;
 }
 
 void SetProfileOverride(ProfileOverride source) {

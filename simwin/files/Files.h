@@ -72,6 +72,8 @@ struct OpenFile : Object {
 using DeviceOpener = std::function<OpenDevice*(const char* name, simwin::DWORD access, simwin::DWORD share,
                                                simwin::DWORD flags, simwin::DWORD* error)>;
 void SetDeviceOpener(DeviceOpener opener);
+void SetPipeOpener(DeviceOpener opener); // those of pipes
+void SetPipeOpener(DeviceOpener opener); // names below \\.\pipe
 
 // A drive by its letter. Other kinds than a local disk: described for tests of "must lie on a local drive".
 struct Drive {

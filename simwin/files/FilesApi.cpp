@@ -10,7 +10,7 @@
 
 namespace machine {
 
-const DeviceOpener& TheDeviceOpener();
+const DeviceOpener& TheOpenerOf(const char* name);
 
 namespace {
 
@@ -135,10 +135,11 @@ simwin::HANDLE FailOpen(DWORD error) {
 
 // Nothing with a destructor stands here: the opener may block, and the thread may never come back.
 simwin::HANDLE OpenDeviceHandle(const char* name, DWORD access, DWORD share, DWORD flags) {
-    if (!TheDeviceOpener())
+    const DeviceOpener& opener = TheOpenerOf(name);
+    if (!opener)
         return FailOpen(simwin::ERROR_FILE_NOT_FOUND);
     DWORD error = simwin::ERROR_FILE_NOT_FOUND;
-    OpenDevice* device = TheDeviceOpener()(name, access, share, flags, &error);
+    OpenDevice* device = opener(name, access, share, flags, &error);
     if (!device)
         return FailOpen(error);
     if (device->name.empty())

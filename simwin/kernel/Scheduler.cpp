@@ -162,7 +162,8 @@ std::string NeverComes() {
     std::string text;
     for (const Thread* thread : g_scheduler->threads)
         if (thread->state == ThreadState::Waiting &&
-            (thread->waitKind == WaitKind::CriticalSection || thread->waitKind == WaitKind::Machine))
+            (thread->waitKind == WaitKind::CriticalSection || thread->waitKind == WaitKind::Machine ||
+             thread->waitKind == WaitKind::Answer))
             text += fmt::format("thread {} waits for ever for {}\n", thread->id, thread->waitWhat);
     for (const auto& check : g_scheduler->endChecks)
         if (const std::string found = check(); !found.empty())

@@ -25,6 +25,7 @@ enum class WaitKind : std::uint8_t {
     Message,         // GetMessageA: idle
     Dispatcher,      // the service control dispatcher: idle
     Pipe,            // a pipe's connect: idle
+    Answer,          // another thread's window
     Machine          // the machine works for the caller: a device starts, a message is answered
 };
 

@@ -82,7 +82,7 @@ void PlayProgram(Process* process) {
     const auto described = g_shell->programs.find(process->imagePath);
     const Program program = described == g_shell->programs.end() ? Program() : described->second;
     if (!program.window.empty())
-        AddScriptedWindow(process, ProgramWindowClass, program.window);
+        ShowProgramWindow(process, program.window, process->showCommand);
     if (!program.holds.empty())
         HoldPort(program.holds, process);
     After(program.runsMs, [process, exitCode = program.exitCode, holds = program.holds] {

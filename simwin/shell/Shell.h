@@ -19,7 +19,6 @@ struct Program {
     std::string holds;  // the port that it holds open while it runs; "" none
     std::string window; // title of a window that it shows; "" none
 };
-inline constexpr const char* ProgramWindowClass = "ProgramWindow";
 
 // path: full. A program that is not described runs for a second and ends with 0.
 void DescribeProgram(std::string_view path, const Program& program);

@@ -1,0 +1,31 @@
+// The machine's named pipes, whatever the session: inbound, of messages. The product's calls stand in PipesApi.cpp;
+// here a client that is only described opens, writes and goes. On the machine's side; none of this blocks.
+#pragma once
+
+#include "simwin/registry/Security.h"
+#include "simwin/types.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace machine {
+
+struct PipeInstance;
+
+// One connection of a client. Good for as long as the machine stands, also when its server has gone.
+struct PipeClient {
+    PipeInstance* instance = nullptr;
+    std::uint64_t connection = 0;
+};
+
+// Meets the instance that has listened longest. Returns: 0; 2 without such a pipe, 231 when none listens, 5 for who may
+// not write.
+simwin::DWORD ConnectPipeClient(std::string_view name, const Caller& caller, bool writes, PipeClient* client);
+// One message. Returns: 0; 232 for a server that has gone, 233 for one that dropped the client.
+simwin::DWORD WriteToPipe(const PipeClient& client, std::string message);
+void ClosePipeClient(const PipeClient& client);
+bool IsPipeConnected(const PipeClient& client);
+
+
+} // namespace machine
