@@ -1,6 +1,7 @@
 #include "rehearse/Events.h"
 
 #include "rehearse/DescriptionReader.h"
+#include "rehearse/DesktopEvents.h"
 #include "rehearse/DeviceEvents.h"
 #include "rehearse/EventRows.h"
 #include "rehearse/MachineBuilder.h"
@@ -158,8 +159,8 @@ const EventRow* FindRow(std::span<const EventRow> rows, const Record& event) {
 }
 
 Action ActionOf(const Record& event, Stage& stage) {
-    for (const std::span<const EventRow> rows :
-         {std::span<const EventRow>(Rows), DeviceEventRows(), PowerEventRows(), SurroundingsEventRows()})
+    for (const std::span<const EventRow> rows : {std::span<const EventRow>(Rows), DeviceEventRows(), PowerEventRows(),
+                                                 SurroundingsEventRows(), DesktopEventRows()})
         if (const EventRow* row = FindRow(rows, event)) {
             if (event.Is(row->subject, Flag) && !event.FlagOf(row->subject))
                 throw InputError(event.At(row->subject), fmt::format("'{}' can only be true", row->subject));

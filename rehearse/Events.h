@@ -17,16 +17,20 @@ namespace rehearse {
 
 using Action = std::function<void()>;
 
+class Balloons;
+
 // The state that events share: what they tell, and the process that the description starts.
 struct Stage {
     const Record* description = nullptr;
     Timeline* timeline = nullptr;
+    Balloons* balloons = nullptr;
     machine::Process* product = nullptr; // started last; retained until the stage goes
     std::vector<Action> atWaking;        // events that the machine slept through
     std::vector<Action> atOff;           // that wait for the end of a shutdown
     bool hasEnded = false;               // what was still to come does not happen any more
 
-    Stage(const Record* ofMachine, Timeline* toFill) : description(ofMachine), timeline(toFill) {}
+    Stage(const Record* ofMachine, Timeline* toFill, Balloons* shown)
+        : description(ofMachine), timeline(toFill), balloons(shown) {}
     ~Stage(); // behind the end of the machine
     Stage(const Stage&) = delete;
     Stage& operator=(const Stage&) = delete;

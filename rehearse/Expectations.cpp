@@ -1,6 +1,7 @@
 #include "rehearse/Expectations.h"
 
 #include "rehearse/DescriptionReader.h"
+#include "rehearse/DesktopEvents.h"
 #include "rehearse/Durations.h"
 #include "rehearse/MachineBuilder.h"
 #include "rehearse/MachineFacts.h"
@@ -205,8 +206,8 @@ void JudgeNote(const Record& expect, Wrongs& wrongs) {
 
 // What the expectation is about, for its line.
 std::string SubjectOf(const Record& expect) {
-    for (const char* key :
-         {"device", "dos_name", "key", "file", "restart", "message", "editor", "log", "log_match", "note"})
+    for (const char* key : {"device", "dos_name", "key", "file", "restart", "message", "editor", "log", "log_match",
+                            "note", "balloon", "shown", "tooltip", "input"})
         if (expect.Has(key))
             return fmt::format("{} '{}'", key, Shortened(expect.TextOf(key)));
     if (const Record* table = expect.TableOf("value"))
@@ -239,23 +240,47 @@ Wrongs WrongsOf(const Record& expect, const Stage& stage) {
         JudgeNote(expect, wrongs);
     else if (expect.Has("message") || expect.Has("editor"))
         JudgeSurroundings(expect, wrongs);
+    else if (IsAboutDesktop(expect))
+        JudgeDesktop(expect, stage, wrongs);
     else
         JudgeService(expect, stage.product, wrongs);
     return wrongs;
 }
 
-// A restart's time says when it was; it is judged at the end.
+// The time of a restart or a balloon says when it was; it is judged at the end.
 bool IsTimed(const Record& expect) {
-    return expect.Is("at", Duration) && !expect.Has("restart");
+    return expect.Is("at", Duration) && !expect.Has("restart") && !expect.Has("balloon");
+}
+
+// A pair of durations, both ends included.
+void CheckPair(const Record& expect, const char* key) {
+    const Value* value = expect.Find(key);
+    if (!value || value->type != Texts)
+        return;
+    const bool isPair = expect.Has("balloon") && value->texts.size() == 2 && ParseDuration(value->texts[0]) &&
+                        ParseDuration(value->texts[1]);
+    if (!isPair)
+        throw InputError(value->at, fmt::format("'{}' must be a time; of a balloon also a pair of them", key));
 }
 
 } // namespace
+
+bool IsAt(const Record& expect, std::string_view key, std::uint64_t atMs) {
+    const Value* value = expect.Find(key);
+    if (value && value->type == Duration)
+        return static_cast<std::int64_t>(atMs) == value->number;
+    if (value && value->type == Texts)
+        return atMs >= *ParseDuration(value->texts[0]) && atMs <= *ParseDuration(value->texts[1]);
+    return true;
+}
 
 void Expectations::Check() const {
     for (const Record& expect : m_stage.description->TablesOf("expect")) {
         for (const char* key : {"device", "restart"})
             if (expect.Has(key) && !IsKnownDevice(expect.TextOf(key)))
                 throw InputError(expect.At(key), fmt::format("there is no device '{}'", expect.TextOf(key)));
+        CheckPair(expect, "at");
+        CheckPair(expect, "until");
         if (expect.Has("same_as"))
             (void)ReadHostFile(expect.TextOf("same_as"), expect.At("same_as"));
         if (expect.Has("key"))

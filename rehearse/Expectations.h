@@ -35,6 +35,8 @@ private:
 
 // What was wrong with one expectation now; "" if it is met. Part of the class for the files that judge by subject.
 using Wrongs = std::vector<std::string>;
+// Whether a time is what the key says: that time, or one of a pair with both ends; also when it says nothing.
+bool IsAt(const Record& expect, std::string_view key, std::uint64_t atMs);
 void JudgeLog(const Record& expect, Wrongs& wrongs);
 
 } // namespace rehearse

@@ -1,5 +1,6 @@
 #include "rehearse/Report.h"
 
+#include "rehearse/BalloonReport.h"
 #include "rehearse/Durations.h"
 #include "rehearse/MachineFacts.h"
 #include "rehearse/PortsTable.h"
@@ -159,7 +160,7 @@ std::string LineOf(const TimelineEntry& entry, bool withColours) {
 
 } // namespace
 
-nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timeline) {
+nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timeline, const Balloons& balloons) {
     Json report;
     report["title"] = facts.title;
     report["seed"] = facts.seed ? Json(*facts.seed) : Json(nullptr);
@@ -172,7 +173,7 @@ nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timelin
     report["com_database"] = ComDatabase();
     report["serialcomm"] = PairsJson(SerialComm());
     report["processes"] = ProcessesJson();
-    report["balloons"] = Json::array();
+    report["balloons"] = BalloonsJson(balloons);
     report["message_boxes"] = BoxesJson();
     report["registry_writes"] = WritesJson(timeline);
     report["restarts"] = RestartsJson();

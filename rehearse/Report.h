@@ -2,6 +2,7 @@
 // the machine and the timeline, changes nothing. The same run gives the same bytes.
 #pragma once
 
+#include "rehearse/Balloons.h"
 #include "rehearse/Timeline.h"
 
 #include <nlohmann/json.hpp>
@@ -23,7 +24,7 @@ struct RunFacts {
 };
 
 // Keys in their fixed order, times in whole milliseconds. The leaks are 0 until SetLeaks.
-nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timeline);
+nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timeline, const Balloons& balloons);
 void SetLeaks(nlohmann::ordered_json& report, std::size_t handles, std::size_t bytes);
 
 // Timeline and table for standard output. withColours: for a terminal.

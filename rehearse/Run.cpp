@@ -1,5 +1,6 @@
 #include "rehearse/Run.h"
 
+#include "rehearse/Balloons.h"
 #include "rehearse/Description.h"
 #include "rehearse/DescriptionReader.h"
 #include "rehearse/DevicesTable.h"
@@ -63,12 +64,14 @@ private:
 // The machine goes before what watches it, and what ends with it is no part of the run: also when the input turns out
 // to be wrong while the machine is there already.
 struct MachineLife {
-    MachineLife(const machine::Setup& setup, Timeline& ofRun, Leaks& ofProduct) : timeline(ofRun), leaks(ofProduct) {
+    MachineLife(const machine::Setup& setup, Timeline& ofRun, Balloons& shown, Leaks& ofProduct)
+        : timeline(ofRun), balloons(shown), leaks(ofProduct) {
         machine::CreateMachine(setup);
         machine::InstallCrashHandler();
     }
     ~MachineLife() {
         timeline.Close();
+        balloons.Close();
         leaks.Close();
         machine::DestroyMachine();
     }
@@ -76,6 +79,7 @@ struct MachineLife {
     MachineLife& operator=(const MachineLife&) = delete;
 
     Timeline& timeline;
+    Balloons& balloons;
     Leaks& leaks;
 };
 
@@ -136,10 +140,11 @@ int Rehearse(const Options& options) {
     Output json(options.json), log(options.log);
 
     Timeline timeline;
+    Balloons balloons;
     Leaks leaks;
-    Stage stage{&description, &timeline};
+    Stage stage{&description, &timeline, &balloons};
     Expectations expectations(stage);
-    const MachineLife machine(setup, timeline, leaks);
+    const MachineLife machine(setup, timeline, balloons, leaks);
     FillMachine(description, options);
     if (options.devices) {
         fmt::print("{}", DevicesTable());
@@ -148,6 +153,7 @@ int Rehearse(const Options& options) {
     if (const std::string wrong = machine::PrepareImages(options.imageFile); !wrong.empty())
         throw std::runtime_error("quillmarch-rehearse: " + wrong);
     timeline.Watch();
+    balloons.Watch(timeline);
     leaks.Watch();
     expectations.Check();
     if (log.IsWanted())
@@ -167,6 +173,7 @@ int Rehearse(const Options& options) {
     if (isDone)
         expectations.JudgeEnd();
     timeline.Close();
+    balloons.Close();
     stage.hasEnded = true;
 
     const RunFacts facts{description.TextOf("title"), options.seed, stage.product};
@@ -177,7 +184,7 @@ int Rehearse(const Options& options) {
     if (log.IsWanted())
         log.Write(LogText());
     if (json.IsWanted()) {
-        nlohmann::ordered_json report = MakeReport(facts, timeline);
+        nlohmann::ordered_json report = MakeReport(facts, timeline, balloons);
         if (isDone)
             StopProduct(stage, leaks, report);
         json.Write(report.dump(2) + "\n");

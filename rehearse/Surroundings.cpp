@@ -1,5 +1,6 @@
 #include "rehearse/Surroundings.h"
 
+#include "rehearse/DesktopEvents.h"
 #include "rehearse/MachineBuilder.h"
 
 #include "simwin/desktop/Desktop.h"
@@ -83,6 +84,23 @@ void SetUpSessions(const Record& description) {
     for (const Record& record : records) {
         machine::DefineSession(SessionOf(record, isFirst && !saysConsole));
         isFirst = false;
+    }
+}
+
+// Each user has a shell, whose windows are the desktop.
+void StartShells(const Record& description) {
+    for (const Record& record : description.TablesOf("session")) {
+        const std::string user = record.TextOf("user");
+        if (user.empty() || !record.FlagOf("shell", true))
+            continue;
+        machine::ProcessStart start;
+        start.imagePath = start.commandLine = machine::WindowsDirectory() + "\\explorer.exe";
+        start.currentDirectory = machine::WindowsDirectory();
+        start.user = user;
+        start.session = SessionIn(record, "id");
+        start.rights = machine::Rights::User;
+        start.administrator = false;
+        machine::ShellStarted(machine::StartScripted(start));
     }
 }
 
@@ -182,6 +200,8 @@ void SetUpSurroundings(const Record& description) {
     SetUpSessions(description);
     SetUpAnswers(description);
     SetUpShell(description);
+    SetUpDesktop(description);
+    StartShells(description);
 }
 
 std::span<const EventRow> SurroundingsEventRows() {

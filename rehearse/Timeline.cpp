@@ -1,5 +1,6 @@
 #include "rehearse/Timeline.h"
 
+#include "simwin/desktop/Desktop.h"
 #include "simwin/devices/Drivers.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
@@ -58,6 +59,13 @@ void Timeline::Watch() {
         CatchUp();
         if (m_callWatcher && !m_isClosed)
             m_callWatcher(name);
+    });
+    machine::WatchInput([this](const machine::InputRecord& input) {
+        if (m_isClosed)
+            return;
+        const std::string to = input.window.empty() ? "no window" : "'" + input.window + "'";
+        m_entries.push_back(
+            {input.atMs, input.isByPerson, fmt::format("{} goes to {}", input.what, to), "", "", "", ""});
     });
     machine::OnProcessEnd([this](machine::Process& process) {
         if (!m_isClosed)

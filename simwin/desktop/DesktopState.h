@@ -87,7 +87,7 @@ simwin::RECT ScreenRect();
 // --- Windows: their changes, without messages. Each tells the watchers.
 Window* AddWindow(Process* process, unsigned session, std::string_view className, std::string_view title);
 void SetVisible(Window& window, bool isVisible);
-void Activate(Window& window);    // the foreground, and the front of its band
+void Activate(Window& window);     // the foreground, and the front of its band
 void BringToFront(Window& window); // of its band: those that are topmost, the others
 void SendToBack(Window& window);
 void MoveInOrder(Window& window, simwin::HWND after);

@@ -74,9 +74,9 @@ void HandleSent() {
     while (!queue.sent.empty()) {
         queue.inProcedure.splice(queue.inProcedure.end(), queue.sent, queue.sent.begin());
         SentMessage* message = queue.inProcedure.back().get();
-        const LRESULT result =
-            message->work ? message->work(*message)
-                          : CallWindow(message->window, message->message, message->wParam, message->lParam);
+        const LRESULT result = message->work
+                                   ? message->work(*message)
+                                   : CallWindow(message->window, message->message, message->wParam, message->lParam);
         // The procedure may have destroyed its window, and with it the message's place in the list.
         for (auto at = queue.inProcedure.begin(); at != queue.inProcedure.end(); ++at)
             if (at->get() == message) {

@@ -1,4 +1,5 @@
-// The windows of the shell, and those of programs that are only described: they have no thread and answer by themselves.
+// The windows of the shell, and those of programs that are only described: they have no thread and answer by
+// themselves.
 #include "simwin/desktop/DesktopState.h"
 
 #include "simwin/kernel/Text.h"

@@ -67,12 +67,8 @@ bool TakeTimerMessage(DWORD threadId, bool remove, MSG* message) {
         return false;
     const TimerKey key = first->first;
     WindowTimer& timer = TheDesktop().timers.at(key);
-    *message = {reinterpret_cast<HWND>(key.first),
-                WM_TIMER,
-                key.second,
-                reinterpret_cast<LPARAM>(timer.procedure),
-                TickCount(),
-                {0, 0}};
+    *message = {reinterpret_cast<HWND>(key.first),         WM_TIMER,    key.second,
+                reinterpret_cast<LPARAM>(timer.procedure), TickCount(), {0, 0}};
     if (!remove)
         return true;
     timer.waits = false;

@@ -298,8 +298,7 @@ int GetClassNameA(HWND handle, LPSTR name, int size) {
     const machine::Window* window = handle == DesktopWindow ? nullptr : UseWindow(handle, simCall.error);
     if ((!window && handle != DesktopWindow) || size <= 0)
         return 0;
-    return static_cast<int>(
-        CopyTitle(window ? window->className : "#32769", name, static_cast<std::size_t>(size)));
+    return static_cast<int>(CopyTitle(window ? window->className : "#32769", name, static_cast<std::size_t>(size)));
 }
 
 LONG GetWindowLongA(HWND handle, int index) {

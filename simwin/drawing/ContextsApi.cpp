@@ -143,8 +143,8 @@ HGDIOBJ SelectObject(HDC handle, HGDIOBJ object) {
     DeviceContext* context = UseContext(handle, simCall.error);
     GdiObject* selected = context ? GdiFor(object) : nullptr;
     HGDIOBJ* slot = selected ? SlotOf(*context, selected->kind) : nullptr;
-    const bool isElsewhere = slot && selected->kind == GdiKind::Bitmap && selected->process && selected->selected > 0 &&
-                             *slot != object;
+    const bool isElsewhere =
+        slot && selected->kind == GdiKind::Bitmap && selected->process && selected->selected > 0 && *slot != object;
     if (!slot || isElsewhere)
         return Fail<HGDIOBJ>(ERROR_INVALID_HANDLE, nullptr);
     const HGDIOBJ before = *slot;

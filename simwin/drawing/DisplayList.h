@@ -1,5 +1,5 @@
-// What a window or a bitmap shows, item by item in the order of drawing: the machine has no pixels. Read by tests and by
-// the rehearsal, which judges texts, places and colours and makes pictures of them.
+// What a window or a bitmap shows, item by item in the order of drawing: the machine has no pixels. Read by tests and
+// by the rehearsal, which judges texts, places and colours and makes pictures of them.
 #pragma once
 
 #include "simwin/types.h"

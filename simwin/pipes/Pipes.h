@@ -27,5 +27,4 @@ simwin::DWORD WriteToPipe(const PipeClient& client, std::string message);
 void ClosePipeClient(const PipeClient& client);
 bool IsPipeConnected(const PipeClient& client);
 
-
 } // namespace machine

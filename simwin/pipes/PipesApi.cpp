@@ -268,8 +268,7 @@ DWORD GetSecurityInfo(HANDLE object, SE_OBJECT_TYPE, SECURITY_INFORMATION what, 
     SecurityDescriptor own;
     own.owner = pipe->second.owner;
     const std::vector<std::uint8_t> bytes = ToBinary(own);
-    auto* block =
-        static_cast<std::uint8_t*>(CurrentProcess()->heap.Allocate(bytes.size(), "GetSecurityInfo"));
+    auto* block = static_cast<std::uint8_t*>(CurrentProcess()->heap.Allocate(bytes.size(), "GetSecurityInfo"));
     std::copy(bytes.begin(), bytes.end(), block);
     std::uint32_t ownerAt = 0;
     std::memcpy(&ownerAt, block + 4, sizeof(ownerAt));

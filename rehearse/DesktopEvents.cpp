@@ -1,0 +1,338 @@
+#include "rehearse/DesktopEvents.h"
+
+#include "rehearse/Balloons.h"
+#include "rehearse/Surroundings.h"
+
+#include "simwin/desktop/Desktop.h"
+#include "simwin/kernel/Scheduler.h"
+#include "simwin/kernel/Setup.h"
+#include "simwin/kernel/Text.h"
+#include "simwin/pipes/Pipes.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace rehearse {
+
+namespace {
+
+using machine::TaskBar;
+
+constexpr std::int64_t LargestScreen = 0xFFFF;
+constexpr const char* PipeName = "\\\\.\\pipe\\QuillmarchBalloonUpdate";
+constexpr std::size_t RecordBytes = 1160, LargestMessage = 65536;
+constexpr std::int64_t MostClients = 100;
+
+simwin::LONG PixelsIn(const Record& record, std::string_view key, std::int64_t otherwise) {
+    const std::int64_t pixels = record.NumberOf(key, otherwise);
+    if (pixels < -LargestScreen || pixels > LargestScreen)
+        throw InputError(record.At(key), fmt::format("'{}' must be -65535 to 65535", key));
+    return static_cast<simwin::LONG>(pixels);
+}
+
+TaskBar::Edge EdgeOf(const std::string& name) {
+    if (name == "top")
+        return TaskBar::Edge::Top;
+    if (name == "left")
+        return TaskBar::Edge::Left;
+    return name == "right" ? TaskBar::Edge::Right : TaskBar::Edge::Bottom;
+}
+
+// What the record says is changed in the bar.
+void AmendBar(TaskBar& bar, const Record& record) {
+    if (record.Has("edge"))
+        bar.edge = EdgeOf(record.TextOf("edge"));
+    bar.size = PixelsIn(record, "size", bar.size);
+    if (bar.size < 0)
+        throw InputError(record.At("size"), "'size' must not be below zero");
+    bar.isHidden = record.FlagOf("hidden", bar.isHidden);
+    bar.isRightToLeft = record.FlagOf("rtl", bar.isRightToLeft);
+    bar.isGone = record.FlagOf("gone");
+    bar.rect.reset();
+    const Value* rect = record.Find("rect");
+    if (!rect)
+        return;
+    const bool isRect =
+        rect->numbers.size() == 4 && std::all_of(rect->numbers.begin(), rect->numbers.end(),
+                                                 [](auto n) { return n >= -LargestScreen && n <= LargestScreen; });
+    if (!isRect)
+        throw InputError(rect->at, "'rect' must be left, top, right and bottom");
+    const auto at = [&](std::size_t i) { return static_cast<simwin::LONG>(rect->numbers[i]); };
+    bar.rect = simwin::RECT{at(0), at(1), at(2), at(3)};
+}
+
+simwin::COLORREF ColourIn(const Record& record, std::string_view key, std::int64_t otherwise) {
+    constexpr std::int64_t largest = 0xFFFFFF;
+    const std::int64_t rgb = record.NumberOf(key, otherwise);
+    if (rgb < 0 || rgb > largest)
+        throw InputError(record.At(key), fmt::format("'{}' must be a colour 0xRRGGBB", key));
+    return RgbOf(static_cast<simwin::COLORREF>(rgb)); // the same swap both ways
+}
+
+unsigned SessionIn(const Record& record, const Stage& stage) {
+    const std::vector<Record>& sessions = stage.description->TablesOf("session");
+    const std::int64_t first = sessions.empty() ? 1 : sessions.front().NumberOf("id", 1);
+    const std::int64_t id = record.NumberOf("session", first);
+    if (id < 0 || id > LargestScreen)
+        throw InputError(record.At("session"), "'session' must be 0 to 65535");
+    return static_cast<unsigned>(id);
+}
+
+Action MoveTaskBarEvent(const Record& event, Stage& stage) {
+    const Record table = *event.TableOf("move_taskbar");
+    TaskBar checked;
+    AmendBar(checked, table);
+    return [&stage, table] {
+        TaskBar bar = machine::TheTaskBar();
+        AmendBar(bar, table);
+        stage.timeline->Outside(bar.isGone ? "the task bar goes" : "the task bar moves");
+        machine::SetTaskBar(bar);
+    };
+}
+
+Action WindowEvent(const Record& event, Stage& stage, const char* subject, bool isToolTip) {
+    const Record& table = *event.TableOf(subject);
+    machine::ForeignWindow window;
+    window.name = table.TextOf("name");
+    window.session = SessionIn(table, stage);
+    if (table.FlagOf("gone"))
+        return [&stage, window] {
+            stage.timeline->Outside(fmt::format("the window '{}' goes", window.name));
+            machine::RemoveForeignWindow(window.session, window.name);
+        };
+    constexpr std::int64_t defaultStyle = 0x14CF0000, toolTipStyle = 0x94800000, largestDword = 0xFFFFFFFF;
+    const std::int64_t style = isToolTip ? toolTipStyle : table.NumberOf("style", defaultStyle);
+    if (style < 0 || style > largestDword)
+        throw InputError(table.At("style"), "'style' must be 0 to 4294967295");
+    window.style = static_cast<simwin::DWORD>(style);
+    window.className = isToolTip ? machine::ToolTipClass : table.TextOf("class", "ProgramWindow");
+    window.isTopmost = isToolTip || table.FlagOf("topmost");
+    window.takesActivation = !isToolTip;
+    const simwin::LONG x = PixelsIn(table, "x", 0), y = PixelsIn(table, "y", 0);
+    const simwin::LONG width = PixelsIn(table, "width", isToolTip ? 200 : machine::TheSetup().screenWidth);
+    const simwin::LONG height = PixelsIn(table, "height", isToolTip ? 60 : machine::TheSetup().screenHeight);
+    window.rect = {x, y, x + width, y + height};
+    return [&stage, window] {
+        stage.timeline->Outside(
+            fmt::format("the window '{}' is shown at {}, {}", window.name, window.rect.left, window.rect.top));
+        machine::ShowForeignWindow(window);
+    };
+}
+
+Action ToolTipEvent(const Record& event, Stage& stage) {
+    return WindowEvent(event, stage, "tooltip", /*isToolTip=*/true);
+}
+
+Action ForeignWindowEvent(const Record& event, Stage& stage) {
+    return WindowEvent(event, stage, "window", /*isToolTip=*/false);
+}
+
+// Where the mouse is to go; nothing without the balloon that it counts from.
+struct Target {
+    bool isOnBalloon = false;
+    std::optional<simwin::LONG> x, y;
+    std::optional<unsigned> session;
+
+    std::optional<std::pair<unsigned, simwin::POINT>> Find(const Balloons& balloons) const {
+        if (!isOnBalloon)
+            return std::pair(session.value_or(1), simwin::POINT{x.value_or(0), y.value_or(0)});
+        const Balloon* balloon = balloons.Front(session);
+        if (!balloon)
+            return std::nullopt;
+        const simwin::RECT& place = balloon->now.place;
+        return std::pair(balloon->session, simwin::POINT{place.left + x.value_or((place.right - place.left) / 2),
+                                                         place.top + y.value_or((place.bottom - place.top) / 2)});
+    }
+};
+
+Target TargetOf(const Record* table, const Stage& stage) {
+    Target target;
+    if (!table) {
+        target.isOnBalloon = true;
+        return target;
+    }
+    target.isOnBalloon = table->Has("on");
+    if (table->Has("x"))
+        target.x = PixelsIn(*table, "x", 0);
+    if (table->Has("y"))
+        target.y = PixelsIn(*table, "y", 0);
+    if (!target.isOnBalloon || table->Has("session"))
+        target.session = SessionIn(*table, stage);
+    return target;
+}
+
+Action ClickEvent(const Record& event, Stage& stage) {
+    const Record* table = event.TableOf("click");
+    const std::string name = table ? table->TextOf("button", "left") : "left";
+    const machine::MouseButton button = name == "left"    ? machine::MouseButton::Left
+                                        : name == "right" ? machine::MouseButton::Right
+                                                          : machine::MouseButton::Middle;
+    return [&stage, button, target = TargetOf(table, stage)] {
+        const auto place = target.Find(*stage.balloons);
+        if (!place) {
+            stage.timeline->Outside("there is no balloon to click on");
+            return;
+        }
+        machine::MoveMouse(place->first, place->second);
+        machine::ClickMouse(place->first, button);
+    };
+}
+
+Action MouseEvent(const Record& event, Stage& stage) {
+    return [&stage, target = TargetOf(event.TableOf("mouse"), stage)] {
+        const auto place = target.Find(*stage.balloons);
+        if (!place) {
+            stage.timeline->Outside("there is no balloon for the mouse to go to");
+            return;
+        }
+        stage.timeline->Outside(fmt::format("the mouse goes to {}, {}", place->second.x, place->second.y));
+        machine::MoveMouse(place->first, place->second);
+    };
+}
+
+// "\u0000" to "\u00FF", a byte each.
+std::string BytesIn(const Record& record, std::string_view key) {
+    const std::u16string text = machine::Utf16FromUtf8(record.TextOf(key));
+    std::string bytes;
+    for (const char16_t c : text) {
+        if (c > 0xFF)
+            throw InputError(record.At(key), fmt::format("'{}' holds characters above \\u00FF", key));
+        bytes += static_cast<char>(c);
+    }
+    return bytes;
+}
+
+void PutText(std::string& record, std::size_t at, std::size_t size, const std::string& text) {
+    text.copy(record.data() + at, std::min(size - 1, text.size()));
+}
+
+void PutNumber(std::string& record, std::size_t at, std::int64_t number) {
+    const auto value = static_cast<std::int32_t>(number);
+    std::memcpy(record.data() + at, &value, sizeof(value));
+}
+
+std::string MessageOf(const Record& table) {
+    const std::int64_t size = table.NumberOf("size", static_cast<std::int64_t>(RecordBytes));
+    if (size < 0 || size > static_cast<std::int64_t>(LargestMessage))
+        throw InputError(table.At("size"), "'size' must be 0 to 65536");
+    if (table.Has("raw"))
+        return BytesIn(table, "raw");
+    constexpr std::int64_t defaultMs = 5000, defaultIcon = 102;
+    std::string record(RecordBytes, '\0');
+    PutNumber(record, 0, table.NumberOf("time", defaultMs));
+    PutNumber(record, 4, table.NumberOf("charset", 1));
+    PutText(record, 8, 120, table.TextOf("title"));
+    PutText(record, 128, 256, table.TextOf("text1"));
+    PutText(record, 384, 768, table.TextOf("text2"));
+    PutNumber(record, 1152, table.NumberOf("icon", defaultIcon));
+    record.resize(static_cast<std::size_t>(size));
+    return record;
+}
+
+struct PipeWriter {
+    std::string user, message;
+    bool administrator = false, filtered = false;
+    std::optional<std::uint64_t> silentMs;
+    std::int64_t clients = 1;
+};
+
+void WriteOnce(const PipeWriter& writer, Timeline& timeline) {
+    machine::PipeClient client;
+    const machine::Caller caller = machine::MakeCaller(writer.user, writer.administrator, writer.filtered);
+    simwin::DWORD error = machine::ConnectPipeClient(PipeName, caller, /*writes=*/true, &client);
+    if (error) {
+        timeline.Outside(fmt::format("{} cannot open the balloon's pipe: error {}", writer.user, error));
+        return;
+    }
+    if (writer.silentMs) {
+        timeline.Outside(fmt::format("{} opens the balloon's pipe and writes nothing", writer.user));
+        machine::After(*writer.silentMs, [client, &timeline, user = writer.user] {
+            const bool isThere = machine::IsPipeConnected(client);
+            timeline.Outside(
+                fmt::format("{} {}", user, isThere ? "closes the pipe" : "had been dropped from the pipe"));
+            machine::ClosePipeClient(client);
+        });
+        return;
+    }
+    error = machine::WriteToPipe(client, writer.message);
+    machine::ClosePipeClient(client);
+    timeline.Outside(fmt::format("{} writes {} bytes to the balloon's pipe{}", writer.user, writer.message.size(),
+                                 error ? fmt::format(": error {}", error) : ""));
+}
+
+Action PipeEvent(const Record& event, Stage& stage) {
+    const Record& table = *event.TableOf("pipe");
+    const std::vector<Record>& sessions = stage.description->TablesOf("session");
+    PipeWriter writer;
+    writer.user = table.TextOf("user", sessions.empty() ? NamelessUser : sessions.front().TextOf("user"));
+    for (const Record& session : sessions)
+        if (machine::EqualNoCase(session.TextOf("user"), writer.user)) {
+            writer.administrator = session.FlagOf("administrator");
+            writer.filtered = session.FlagOf("uac");
+        }
+    writer.message = MessageOf(table);
+    if (table.Has("silent"))
+        writer.silentMs = table.MsOf("silent");
+    writer.clients = table.NumberOf("clients", 1);
+    if (writer.clients < 1 || writer.clients > MostClients)
+        throw InputError(table.At("clients"), "'clients' must be 1 to 100");
+    return [&stage, writer] {
+        for (std::int64_t i = 0; i < writer.clients; ++i)
+            WriteOnce(writer, *stage.timeline);
+    };
+}
+
+constexpr EventRow Rows[] = {
+    {"move_taskbar", MoveTaskBarEvent},
+    {"tooltip", ToolTipEvent},
+    {"window", ForeignWindowEvent},
+    {"click", ClickEvent},
+    {"mouse", MouseEvent},
+    {"pipe", PipeEvent},
+};
+
+void SetUpSessionInput(const Record& session) {
+    const auto id = static_cast<unsigned>(session.NumberOf("id", 1));
+    if (session.TextOf("foreground") == "held")
+        machine::SetForegroundRule(id, machine::Foreground::Held);
+    const Value* cursor = session.Find("cursor");
+    if (!cursor)
+        return;
+    if (cursor->numbers.size() != 2)
+        throw InputError(cursor->at, "'cursor' must be x and y");
+    machine::SetCursor(id,
+                       {static_cast<simwin::LONG>(cursor->numbers[0]), static_cast<simwin::LONG>(cursor->numbers[1])});
+}
+
+} // namespace
+
+void SetUpDesktop(const Record& description) {
+    if (const Record* windows = description.TableOf("windows")) {
+        TaskBar bar;
+        if (const Record* table = windows->TableOf("taskbar"))
+            AmendBar(bar, *table);
+        machine::SetTaskBar(bar);
+        machine::Appearance appearance;
+        if (windows->Is("theme", Text))
+            appearance.theme = machine::Appearance::Theme::Broken;
+        else if (!windows->FlagOf("theme", true))
+            appearance.theme = machine::Appearance::Theme::Off;
+        appearance.tooltipFade = windows->FlagOf("tooltip_fade", true);
+        if (const Record* colours = windows->TableOf("colours")) {
+            constexpr std::int64_t infoBack = 0xFFFFE1;
+            appearance.infoText = ColourIn(*colours, "infotext", 0);
+            appearance.infoBack = ColourIn(*colours, "infobk", infoBack);
+        }
+        machine::SetAppearance(appearance);
+    }
+    for (const Record& session : description.TablesOf("session"))
+        SetUpSessionInput(session);
+}
+
+std::span<const EventRow> DesktopEventRows() {
+    return Rows;
+}
+
+} // namespace rehearse

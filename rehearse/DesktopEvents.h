@@ -1,0 +1,19 @@
+// What happens on the desktop: the task bar moves, other programs show windows, somebody uses the mouse, a program
+// writes to the balloon's pipe. And what must be so there.
+#pragma once
+
+#include "rehearse/EventRows.h"
+#include "rehearse/Expectations.h"
+
+namespace rehearse {
+
+// The task bar, colours and theme of [windows]; foreground and cursor of the sessions. Throws InputError.
+void SetUpDesktop(const Record& description);
+
+std::span<const EventRow> DesktopEventRows();
+
+// balloon, shown, tooltip, input.
+bool IsAboutDesktop(const Record& expect);
+void JudgeDesktop(const Record& expect, const Stage& stage, Wrongs& wrongs);
+
+} // namespace rehearse
