@@ -71,7 +71,8 @@ Outcome RunStorm(const Plan& plan, const std::string& imageFile, const std::stri
             judge.AtEnd();
             outcome.counts = CountsOf(plan, judge);
             outcome.everything =
-                rehearse::MakeReport({"", plan.seed, trial.stage.product}, trial.timeline).dump() + rehearse::LogText();
+                rehearse::MakeReport({"", plan.seed, trial.stage.product}, trial.timeline, trial.balloons).dump() +
+                rehearse::LogText();
         },
         [&] { judge.AfterStop(trial.leaks.HandlesOf(trial.stage.product)); });
     outcome.violations = judge.Violations();

@@ -30,6 +30,7 @@ void Trial::Run(const rehearse::Options& options, std::uint64_t settlingMs, Rest
     machine::InstallCrashHandler();
     rehearse::FillMachine(*stage.description, options);
     timeline.Watch();
+    balloons.Watch(timeline);
     leaks.Watch();
     rehearse::ScheduleEvents(stage);
     onBuilt();
@@ -46,6 +47,7 @@ void Trial::Run(const rehearse::Options& options, std::uint64_t settlingMs, Rest
     }
     stage.hasEnded = true;
     timeline.Close();
+    balloons.Close();
     leaks.Close();
     machine::DestroyMachine();
 }

@@ -1,6 +1,7 @@
 // One description on a machine of its own: built, run until it is at rest, stopped.
 #pragma once
 
+#include "rehearse/Balloons.h"
 #include "rehearse/Leaks.h"
 #include "rehearse/Run.h"
 #include "rehearse/Timeline.h"
@@ -12,7 +13,7 @@ namespace storm {
 
 class Trial {
 public:
-    explicit Trial(const rehearse::Record& description) : stage{&description, &timeline} {}
+    explicit Trial(const rehearse::Record& description) : stage{&description, &timeline, &balloons} {}
 
     // onBuilt: in front of the run. atEnd: behind it, in front of the last stop; not if the run did not end in order.
     // afterStop: likewise behind the last stop.
@@ -21,6 +22,7 @@ public:
              const std::function<void()>& afterStop);
 
     rehearse::Timeline timeline;
+    rehearse::Balloons balloons;
     rehearse::Leaks leaks;
     rehearse::Stage stage;
 };
