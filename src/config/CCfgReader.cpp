@@ -203,13 +203,13 @@ UserType CCfgReader::GetUserTypeFromCfg(CfgSectionType type, LONG number, DWORD 
     return userType;
 }
 
-void CCfgReader::TellUnreadable(const char* place, const char* reason, DWORD error, ULONGLONG writeTime) {
-    if (ToldReason == reason && ToldError == error && ToldWriteTime == writeTime) {
+void CCfgReader::LogUnreadable(const char* place, const char* reason, DWORD error, ULONGLONG writeTime) {
+    if (LoggedReason == reason && LoggedError == error && LoggedWriteTime == writeTime) {
         return;
     }
-    ToldReason = reason;
-    ToldError = error;
-    ToldWriteTime = writeTime;
+    LoggedReason = reason;
+    LoggedError = error;
+    LoggedWriteTime = writeTime;
     if (error != 0) {
         WriteLog(1, "configuration '%s' %s, err=%u -> no section counts", place, reason, error);
     } else {

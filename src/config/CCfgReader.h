@@ -114,7 +114,7 @@ private:
 
     // Why a source of this write time (0: unknown) is not read, in one line for each change of the two.
     // place: the file or the key. error: of Windows, 0: none.
-    void TellUnreadable(const char* place, const char* reason, DWORD error, ULONGLONG writeTime) QM_REQUIRES(m_Lock);
+    void LogUnreadable(const char* place, const char* reason, DWORD error, ULONGLONG writeTime) QM_REQUIRES(m_Lock);
 
     CfgSection* AddSection(LONG type, LONG number) QM_REQUIRES(m_Lock);
     void ClearSections() QM_REQUIRES(m_Lock);
@@ -134,10 +134,10 @@ private:
     DWORD SectionTypeHashes[SectionTypeCount] = {}; // as szIniFile
     DWORD UseRegistry = 0;                          // as szIniFile: the choice is made once
     DWORD SectionCount QM_GUARDED_BY(m_Lock) = 0;
-    // What TellUnreadable told last; null: the source was read.
-    const char* ToldReason QM_GUARDED_BY(m_Lock) = nullptr;
-    DWORD ToldError QM_GUARDED_BY(m_Lock) = 0;
-    ULONGLONG ToldWriteTime QM_GUARDED_BY(m_Lock) = 0;
+    // What LogUnreadable wrote last; null: the source was read.
+    const char* LoggedReason QM_GUARDED_BY(m_Lock) = nullptr;
+    DWORD LoggedError QM_GUARDED_BY(m_Lock) = 0;
+    ULONGLONG LoggedWriteTime QM_GUARDED_BY(m_Lock) = 0;
     DWORD WasThere QM_GUARDED_BY(m_Lock) = 0;   // the file, at some time since the start
     DWORD HeldTicker QM_GUARDED_BY(m_Lock) = 0; // when a wait for the file was last in vain; 0: never
     CRITICAL_SECTION m_Lock;                    // entered again by the thread that holds it

@@ -201,8 +201,8 @@ DWORD CCfgReader::LoadIniText() {
         // To have no file at all is as good a configuration as any.
         WasThere = WasThere || !isMissing;
         if (WasThere) {
-            TellUnreadable(szIniFile, isMissing ? Missing : NotOpened, isMissing ? 0 : error,
-                           isMissing ? 0 : GetFileWriteTime(szIniFile));
+            LogUnreadable(szIniFile, isMissing ? Missing : NotOpened, isMissing ? 0 : error,
+                          isMissing ? 0 : GetFileWriteTime(szIniFile));
         }
         return 0;
     }
@@ -211,17 +211,17 @@ DWORD CCfgReader::LoadIniText() {
     DWORD sizeHigh = 0;
     const DWORD size = GetFileSize(file, &sizeHigh);
     if (size >= IniFileLimitBytes || sizeHigh != 0) {
-        TellUnreadable(szIniFile, TooLarge, 0, GetFileWriteTime(szIniFile));
+        LogUnreadable(szIniFile, TooLarge, 0, GetFileWriteTime(szIniFile));
         return 0;
     }
     OwnedArray<char> text(size_t{size} + AppendedBytes);
     DWORD bytesRead = 0;
     const BOOL isRead = ReadFile(file, text.Get(), size, &bytesRead, nullptr);
     if (!isRead || bytesRead < size) {
-        TellUnreadable(szIniFile, NotWhole, isRead ? 0 : GetLastError(), GetFileWriteTime(szIniFile));
+        LogUnreadable(szIniFile, NotWhole, isRead ? 0 : GetLastError(), GetFileWriteTime(szIniFile));
         return 1;
     }
-    ToldReason = nullptr;
+    LoggedReason = nullptr;
     memcpy(text.Get() + size, "\n\0\0", AppendedBytes);
     pFileText = text.Release();
     FileTextSize = size + AppendedBytes;

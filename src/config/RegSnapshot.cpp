@@ -147,10 +147,10 @@ DWORD CCfgReader::ReadRegSnapshot(HKEY configKey) {
     ULONGLONG writeTime = 0;
     const LONG error = QueryConfigKey(configKey, &subkeys, &writeTime);
     if (error != ERROR_SUCCESS || subkeys == 0) {
-        TellUnreadable(szRegKey, error != ERROR_SUCCESS ? NotQueried : NoSubkeys, static_cast<DWORD>(error), writeTime);
+        LogUnreadable(szRegKey, error != ERROR_SUCCESS ? NotQueried : NoSubkeys, static_cast<DWORD>(error), writeTime);
         return 0;
     }
-    ToldReason = nullptr;
+    LoggedReason = nullptr;
     KeyCount = subkeys;
     for (DWORD index = 0; index < subkeys; ++index) {
         char name[NameBytes];

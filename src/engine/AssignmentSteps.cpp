@@ -145,7 +145,7 @@ void KeepWantedOfTwoNames(CComPort* port, const char* name) {
                                     port->szKernelNameCom)) {
         WriteLog(2, "update Port[%u] %s -> %s", static_cast<DWORD>(port->Index), port->szRegPortName, name);
         CopyText(port->szRegPortName, name);
-        // The record would go on to hold the deleted name against others.
+        // The record would still hold the deleted name against others.
         CopyText(port->szPortName, name);
         CopyComDigits(name, port->PortNumberText);
     }

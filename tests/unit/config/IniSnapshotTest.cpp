@@ -112,29 +112,29 @@ TEST(IniSnapshot, OnlyAnotherWriteTimeIsAChange) {
     EXPECT_EQ(Get(*reader, Settings, NoSectionNumber, "Key"), Absent);
 }
 
-TEST(IniSnapshot, WhyAFileIsNotReadIsToldOnceForEachChange) {
+TEST(IniSnapshot, WhyAFileIsNotReadIsLoggedOnceForEachChange) {
     StartLog();
     CCfgReader* reader = UseIni("[Settings]\nKey=a\n");
-    const auto tells = [reader](const std::string& reason, int count) {
+    const auto logs = [reader](const std::string& reason, int count) {
         reader->CreateSnapshotIfRequired("test");
         reader->CreateSnapshotIfRequired("test");
         EXPECT_EQ(logtest::CountLogged("configuration '" + std::string(IniPath) + "' " + reason), count) << reason;
     };
     machine::TheFiles().Delete(IniPath);
-    tells("is missing -> no section counts", 1);
+    logs("is missing -> no section counts", 1);
     for (int change = 1; change <= 2; ++change) {
         Sleep(50);
         WriteIni(std::string(0x100000, ';'));
-        tells("has 1 MiB or more -> no section counts", change);
+        logs("has 1 MiB or more -> no section counts", change);
     }
     WriteIni("[Settings]\nKey=b\n");
     machine::AddFault({.call = "ReadFile", .on = "*", .error = ERROR_ACCESS_DENIED});
-    tells("cannot be read whole, err=5 -> no section counts", 1);
+    logs("cannot be read whole, err=5 -> no section counts", 1);
     Sleep(50);
     WriteIni("[Settings]\nKey=b\n");
     const HANDLE held = CreateFileA(IniPath, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     const DWORD start = GetTickCount();
-    tells("cannot be opened, err=32 -> no section counts", 1);
+    logs("cannot be opened, err=32 -> no section counts", 1);
     EXPECT_EQ(GetTickCount() - start, 1000u) << "one wait, not one for each port";
     CloseHandle(held);
     EXPECT_EQ(reader->CreateSnapshotIfRequired("test"), 1u);
