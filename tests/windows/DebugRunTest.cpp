@@ -1,0 +1,244 @@
+// A debug run of the real Quillmarch.exe on fake ports: planted through the setup API with ids as Windows gives them,
+// with their tree in the test's own cfgmgr32.dll. Afterwards the registry, the COM name database and the DOS names are
+// what the rules want.
+#include "platform/win32.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr GUID PortsClass = {0x4D36E978, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
+constexpr GUID UsbClass = {0x36FC9E60, 0xC465, 0x11CF, {0x80, 0x56, 0x44, 0x45, 0x53, 0x54, 0x00, 0x00}};
+constexpr GUID ComPortInterface = {0x86E0D1E0, 0x8089, 0x11D0, {0x9C, 0xE4, 0x08, 0x00, 0x3E, 0x30, 0x1F, 0x73}};
+constexpr char EnumKey[] = "SYSTEM\\CurrentControlSet\\Enum\\";
+constexpr char ArbiterKey[] = "SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
+constexpr char OverrideKey[] = "Software\\Wine\\AppDefaults\\Bed.exe\\DllOverrides";
+constexpr char ControlOverrideKey[] = "Software\\Wine\\AppDefaults\\loads-by-name.exe\\DllOverrides";
+constexpr char Adapter[] = "USB\\VID_0403&PID_6001\\A702TB52";
+constexpr char Port[] = "FTDIBUS\\VID_0403+PID_6001+A702TB52A\\0000";
+constexpr char Neighbour[] = "FTDIBUS\\VID_0403+PID_6001+AR0JFBPEA\\0000";
+constexpr char Quick[] = "FTDIBUS\\VID_0403+PID_6001+A507YBKBA\\0000";
+// What the program loads when it needs it. Those that it imports are loaded by Windows before its first instruction.
+const std::string Libraries[] = {"wtsapi32.dll", "netapi32.dll", "uxtheme.dll"};
+// Wine counts device nodes from 0, which no Windows gives out: the first one that is listed is nobody's.
+constexpr char FirstNode[] = "ACPI\\BED\\0";
+constexpr DWORD PatienceMs = 60000;
+
+void SetText(HKEY root, const std::string& path, const char* name, const std::string& text) {
+    HKEY key = nullptr;
+    ASSERT_EQ(RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr), 0) << path;
+    EXPECT_EQ(RegSetValueExA(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                             static_cast<DWORD>(text.size() + 1)),
+              0);
+    RegCloseKey(key);
+}
+
+// What `reg query` shows of a value: an independent reader.
+std::string RegQuery(const std::string& path, const std::string& name) {
+    const std::string command = "reg query \"HKLM\\" + path + "\" /v \"" + name + "\"";
+    FILE* pipe = _popen(command.c_str(), "r");
+    std::string all;
+    char part[512];
+    while (pipe && fgets(part, sizeof(part), pipe))
+        all += part;
+    if (pipe)
+        _pclose(pipe);
+    for (const char* type : {"REG_SZ    ", "REG_BINARY    ", "REG_DWORD    "}) {
+        const size_t at = all.find(type);
+        if (at != std::string::npos) {
+            const std::string value = all.substr(at + strlen(type));
+            return value.substr(0, value.find_first_of("\r\n"));
+        }
+    }
+    return "(none)";
+}
+
+std::string DosTarget(const char* name) {
+    char target[512] = "";
+    return QueryDosDeviceA(name, target, sizeof(target)) ? target : "(none)";
+}
+
+class DebugRun : public testing::Test {
+protected:
+    void SetUp() override {
+        char self[MAX_PATH], temp[MAX_PATH];
+        GetModuleFileNameA(nullptr, self, sizeof(self));
+        m_built = std::string(self).substr(0, std::string(self).rfind('\\') + 1);
+        GetTempPathA(sizeof(temp), temp);
+        m_folder = std::string(temp) + "Bed\\";
+        CreateDirectoryA(m_folder.c_str(), nullptr);
+        ASSERT_TRUE(CopyFileA((m_built + "Quillmarch.exe").c_str(), (m_folder + "Bed.exe").c_str(), FALSE));
+        // In the system's folder, since the product looks for libraries nowhere else.
+        char system[MAX_PATH];
+        GetSystemDirectoryA(system, sizeof(system));
+        m_library = std::string(system) + "\\cfgmgr32.dll";
+        ASSERT_TRUE(CopyFileA(m_library.c_str(), (m_folder + "former.dll").c_str(), FALSE));
+        ASSERT_TRUE(CopyFileA((m_built + "bed-cfgmgr32.dll").c_str(), m_library.c_str(), FALSE)) << GetLastError();
+        SetText(HKEY_CURRENT_USER, OverrideKey, "cfgmgr32", "native");
+        // As on Windows, a library of this name beside the program is taken unless the program asks for another.
+        for (const std::string& library : Libraries)
+            for (const char* key : {OverrideKey, ControlOverrideKey})
+                SetText(HKEY_CURRENT_USER, key, library.substr(0, library.size() - 4).c_str(), "native,builtin");
+        m_devices = SetupDiCreateDeviceInfoList(nullptr, nullptr);
+    }
+    void TearDown() override {
+        for (SP_DEVINFO_DATA& device : m_planted)
+            SetupDiRemoveDevice(m_devices, &device);
+        CopyFileA((m_folder + "former.dll").c_str(), m_library.c_str(), FALSE);
+        RegDeleteKeyA(HKEY_CURRENT_USER, OverrideKey);
+        RegDeleteKeyA(HKEY_CURRENT_USER, ControlOverrideKey);
+        for (const char* name : {"COM3", "COM4", "COM5", "COM6", "COM7"})
+            DefineDosDeviceA(DDD_REMOVE_DEFINITION, name, nullptr);
+        SetupDiDestroyDeviceInfoList(m_devices);
+    }
+
+    SP_DEVINFO_DATA Plant(const char* id, const GUID& setupClass) {
+        SP_DEVINFO_DATA device = {};
+        device.cbSize = sizeof(device);
+        EXPECT_TRUE(SetupDiCreateDeviceInfoA(m_devices, id, &setupClass, nullptr, nullptr, 0, &device)) << id;
+        EXPECT_TRUE(SetupDiRegisterDeviceInfo(m_devices, &device, 0, nullptr, nullptr, nullptr)) << id;
+        m_planted.push_back(device);
+        return device;
+    }
+
+    // A port as its driver leaves it: registry name, friendly name, interface that is up, DOS name.
+    void PlantPort(const char* id, const char* portName, const char* kernelName) {
+        SP_DEVINFO_DATA device = Plant(id, PortsClass);
+        const std::string friendly = std::string("USB Serial Port (") + portName + ")";
+        SetupDiSetDeviceRegistryPropertyA(m_devices, &device, SPDRP_FRIENDLYNAME,
+                                          reinterpret_cast<const BYTE*>(friendly.c_str()),
+                                          static_cast<DWORD>(friendly.size() + 1));
+        const std::string key = std::string(EnumKey) + id;
+        SetText(HKEY_LOCAL_MACHINE, key + "\\Device Parameters", "PortName", portName);
+        SetText(HKEY_LOCAL_MACHINE, key, "BedParent", Adapter);
+        SetText(HKEY_LOCAL_MACHINE, key, "BedKernelName", kernelName);
+        SetText(HKEY_LOCAL_MACHINE, key, "Service", "FTSER2K");
+        SP_DEVICE_INTERFACE_DATA interfaceData = {};
+        interfaceData.cbSize = sizeof(interfaceData);
+        ASSERT_TRUE(SetupDiCreateDeviceInterfaceA(m_devices, &device, &ComPortInterface, nullptr, 0, &interfaceData));
+        std::string path = std::string("##?#") + id + "#{86e0d1e0-8089-11d0-9ce4-08003e301f73}";
+        for (char& c : path)
+            c = c == '\\' ? '#' : c;
+        HKEY control = nullptr;
+        const std::string controlKey =
+            "SYSTEM\\CurrentControlSet\\Control\\DeviceClasses\\{86e0d1e0-8089-11d0-9ce4-08003e301f73}\\" + path +
+            "\\#\\Control";
+        ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, controlKey.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                                  &control, nullptr),
+                  0);
+        const DWORD linked = 1;
+        RegSetValueExA(control, "Linked", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&linked), sizeof(linked));
+        RegCloseKey(control);
+        if (*portName) {
+            EXPECT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, portName, kernelName));
+        }
+    }
+
+    void Run(const std::string& settings) {
+        std::ofstream(m_folder + "Bed.INI", std::ios::binary) << settings;
+        STARTUPINFOA startup = {};
+        startup.cb = sizeof(startup);
+        PROCESS_INFORMATION process = {};
+        std::string line = "\"" + m_folder + "Bed.exe\" -debug";
+        ASSERT_TRUE(CreateProcessA(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, m_folder.c_str(),
+                                   &startup, &process));
+        HWND window = nullptr;
+        const DWORD start = GetTickCount();
+        while (!(window = FindWindowA("Quillmarch_MainWndClass", nullptr)) && GetTickCount() - start < PatienceMs)
+            Sleep(50);
+        EXPECT_NE(window, nullptr) << "no main window";
+        // The first scan is over when the log says so.
+        while (Log().find("ISVC_end") == std::string::npos && GetTickCount() - start < PatienceMs &&
+               WaitForSingleObject(process.hProcess, 50) == WAIT_TIMEOUT) {
+        }
+        PostMessageA(window, WM_CLOSE, 0, 0);
+        DWORD code = 0xDEAD;
+        EXPECT_EQ(WaitForSingleObject(process.hProcess, PatienceMs), static_cast<DWORD>(WAIT_OBJECT_0));
+        GetExitCodeProcess(process.hProcess, &code);
+        EXPECT_EQ(code, 0u);
+        CloseHandle(process.hThread);
+        CloseHandle(process.hProcess);
+    }
+    void PlantDatabase(const std::vector<BYTE>& first) {
+        std::vector<BYTE> bits(first);
+        bits.resize(32);
+        HKEY key = nullptr;
+        ASSERT_EQ(
+            RegCreateKeyExA(HKEY_LOCAL_MACHINE, ArbiterKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr), 0);
+        RegSetValueExA(key, "ComDB", 0, REG_BINARY, bits.data(), static_cast<DWORD>(bits.size()));
+        RegCloseKey(key);
+    }
+    // registryName: what counts from the next start on; dosName: what leads to the device now, and what Windows shows.
+    void ExpectPort(const char* id, const std::string& registryName, const char* dosName,
+                    const std::string& kernelName) {
+        const std::string key = std::string(EnumKey) + id;
+        EXPECT_EQ(RegQuery(key + "\\Device Parameters", "PortName"), registryName) << id;
+        EXPECT_EQ(RegQuery(key, "FriendlyName"), std::string("USB Serial Port (") + dosName + ")") << id;
+        EXPECT_EQ(DosTarget(dosName), kernelName) << id;
+    }
+    bool HasLoaded(const std::string& library) const {
+        return GetFileAttributesA((m_folder + library + ".loaded").c_str()) != INVALID_FILE_ATTRIBUTES;
+    }
+    std::string Log() const {
+        std::ifstream file(m_folder + "Bed.log", std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    }
+
+    std::string m_built, m_folder, m_library;
+    HDEVINFO m_devices = INVALID_HANDLE_VALUE;
+    std::vector<SP_DEVINFO_DATA> m_planted;
+};
+
+// One port whose driver has to be asked to restart, which Wine cannot do: its new number is in the registry and counts
+// from its next start on, before the second run. One in quick mode: its DOS name moves at once. Libraries that lie
+// beside the program stay there.
+TEST_F(DebugRun, PortsGetTheNumbersOfTheirRulesAndNoLibraryIsTakenFromTheFolder) {
+    Plant(Adapter, UsbClass);
+    PlantPort(FirstNode, "", "");
+    PlantPort(Port, "COM3", "\\Device\\VCP0");
+    PlantPort(Quick, "COM7", "\\Device\\VCP1");
+    PlantPort(Neighbour, "COM4", "\\Device\\VCP2");
+    PlantDatabase({0x4C}); // COM3, COM4 and COM7
+    for (const std::string& library : Libraries)
+        ASSERT_TRUE(CopyFileA((m_built + "planted.dll").c_str(), (m_folder + library).c_str(), FALSE));
+    const std::string settings =
+        "[Settings]\r\nWriteLogfile=1\r\nLogfile=Bed.log\r\nLogLevel=4\r\n"
+        "[ComPorts10]\r\nDeviceID=FTDIBUS\\*A702TB52A\\*\r\nPortName=COM5\r\n"
+        "[ComPorts11]\r\nDeviceID=FTDIBUS\\*A507YBKBA\\*\r\nPortName=COM6\r\nQuickAndDirtyMode=1\r\n";
+    Run(settings);
+    ExpectPort(Port, "COM5", "COM3", "\\Device\\VCP0");
+    ExpectPort(Quick, "COM6", "COM6", "\\Device\\VCP1");
+    ExpectPort(Neighbour, "COM4", "COM4", "\\Device\\VCP2");
+    EXPECT_EQ(DosTarget("COM5"), "(none)");
+    EXPECT_EQ(DosTarget("COM7"), "(none)");
+    // Wine may have a COM1 of the host's.
+    EXPECT_EQ(strtoul(RegQuery(ArbiterKey, "ComDB").substr(0, 2).c_str(), nullptr, 16) & ~1ul, 0x38u) << "COM4 to COM6";
+    DefineDosDeviceA(DDD_REMOVE_DEFINITION, "COM3", nullptr); // the adapter is plugged again
+    ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, "COM5", "\\Device\\VCP0"));
+    Run(settings);
+    ExpectPort(Port, "COM5", "COM5", "\\Device\\VCP0");
+    ExpectPort(Quick, "COM6", "COM6", "\\Device\\VCP1");
+    ExpectPort(Neighbour, "COM4", "COM4", "\\Device\\VCP2");
+    EXPECT_NE(Log().find("current portnumber 5 is configured -> nothing more to do"), std::string::npos);
+    if (HasFailure())
+        std::printf("%s\n", Log().c_str());
+
+    for (const std::string& library : Libraries)
+        EXPECT_FALSE(HasLoaded(library)) << library << " was taken from the program's folder";
+    ASSERT_TRUE(CopyFileA((m_built + "loads-by-name.exe").c_str(), (m_folder + "loads-by-name.exe").c_str(), FALSE));
+    std::string line = m_folder + "loads-by-name.exe";
+    for (const std::string& library : Libraries)
+        line += " " + library;
+    system(line.c_str());
+    for (const std::string& library : Libraries)
+        EXPECT_TRUE(HasLoaded(library)) << "the control does not load " << library
+                                        << " either: this test shows nothing";
+}
+
+} // namespace
