@@ -31,6 +31,8 @@ Json ItemJson(const DrawnItem& item, simwin::LONG width) {
     row["width"] = item.place.right - item.place.left;
     row["height"] = item.place.bottom - item.place.top;
     row["from_right"] = width - item.place.left;
+    if (item.kind == DrawnKind::Fill || item.kind == DrawnKind::Frame || item.diameter > 0)
+        row["diameter"] = item.diameter;
     if (item.endsRight)
         row["ends"] = "right";
     if (item.kind != DrawnKind::Icon && item.kind != DrawnKind::Control)

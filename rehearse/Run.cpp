@@ -11,6 +11,7 @@
 #include "rehearse/Leaks.h"
 #include "rehearse/LogOutput.h"
 #include "rehearse/MachineBuilder.h"
+#include "rehearse/Pictures.h"
 #include "rehearse/Progress.h"
 #include "rehearse/Report.h"
 #include "rehearse/Timeline.h"
@@ -139,6 +140,8 @@ int Rehearse(const Options& options) {
         throw InputError({options.imageFile, 1, 1}, "the product's shared object is not there");
     Output json(options.json), log(options.log);
 
+    Pictures pictures(options.pictures);
+
     Timeline timeline;
     Balloons balloons;
     Leaks leaks;
@@ -154,6 +157,7 @@ int Rehearse(const Options& options) {
         throw std::runtime_error("quillmarch-rehearse: " + wrong);
     timeline.Watch();
     balloons.Watch(timeline);
+    balloons.OnChange([&](const Balloon& balloon, std::size_t index) { pictures.Add(balloon, index); });
     leaks.Watch();
     expectations.Check();
     if (log.IsWanted())
@@ -172,6 +176,7 @@ int Rehearse(const Options& options) {
     timeline.CatchUp();
     if (isDone)
         expectations.JudgeEnd();
+    pictures.AddRest();
     timeline.Close();
     balloons.Close();
     stage.hasEnded = true;

@@ -38,6 +38,8 @@ void Describe(CLI::App& app, Line& line) {
     app.add_option("--log-level", line.options.logLevel, "level of that log")
         ->check(CLI::Range(1, 6))
         ->type_name("1..6");
+    app.add_option("--pictures", line.options.pictures, "write balloons, message boxes and the desktop as SVG there")
+        ->type_name("DIR");
     app.add_option("--seed", line.seed, "seeded schedule and seeded faults")->type_name("N");
     app.add_option("--until", line.until, "end after this much virtual time")->type_name("DURATION");
     app.add_flag("--check", line.options.check, "judge the description's expectations");

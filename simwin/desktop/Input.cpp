@@ -101,7 +101,10 @@ bool MayTakeForeground(const SessionInput& input, const Process* process) {
     const Window* foreground = WindowFor(input.foreground);
     if (input.rule == Foreground::Free || !foreground || !process)
         return true;
-    return foreground->process == process || input.lastInput == process;
+    for (const Process* holder : {static_cast<const Process*>(foreground->process), input.lastInput})
+        if (holder && (holder == process || holder->id == process->parentId))
+            return true;
+    return false;
 }
 
 void SetForegroundRule(unsigned session, Foreground rule) {

@@ -40,12 +40,13 @@ std::vector<HWND>::iterator FrontOfBand(std::vector<HWND>& order, bool isTopmost
     return std::find_if(order.begin(), order.end(), [](HWND handle) { return !IsTopmost(*WindowFor(handle)); });
 }
 
-// Somebody has the foreground as long as there is a window that can.
+// Somebody has the foreground as long as there is a window that can. Tool windows take it, but do not inherit it.
 void PassForegroundOn(unsigned session) {
     SessionInput& input = TheDesktop().inputs[session];
     input.foreground = nullptr;
     for (const HWND handle : OrderOf(session))
-        if (const Window* window = WindowFor(handle); window->visible && window->TakesActivation()) {
+        if (const Window* window = WindowFor(handle);
+            window->visible && window->TakesActivation() && !(window->extendedStyle & WS_EX_TOOLWINDOW)) {
             input.foreground = handle;
             return;
         }
@@ -54,7 +55,7 @@ void PassForegroundOn(unsigned session) {
 } // namespace
 
 bool Window::TakesActivation() const {
-    return !parent && !(extendedStyle & (WS_EX_NOACTIVATE | WS_EX_TOOLWINDOW));
+    return !parent && !(extendedStyle & WS_EX_NOACTIVATE);
 }
 
 bool RoundShape::Contains(POINT point) const {

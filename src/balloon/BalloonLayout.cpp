@@ -155,9 +155,10 @@ static void DrawMarkedLine(HDC context, const char* text, const char* marker, bo
     char left[MaxMarkedChars + 1];
     CopyTextPart(left, sizeof(left), copy, front);
     DrwTxt(context, left, rect, DrawFormat, ThemePartBalloon);
-    rect->left = 0;
-    rect->right = maxRight;
-    DrwTxt(context, rest, rect, DrawFormat | DT_RIGHT, ThemePartBalloon);
+    RECT line = *rect; // what stands below begins where this line began
+    line.left = 0;
+    line.right = maxRight;
+    DrwTxt(context, rest, &line, DrawFormat | DT_RIGHT, ThemePartBalloon);
 }
 
 // Measures what begins at *rect, draws it if asked, and raises the right edge.

@@ -59,6 +59,14 @@ check "the line says what came" grep -qE "^$desk:[0-9]+:1: at .*: device '.*A702
 check "an earlier end makes a timed expectation fail" bash -c \
     "'$tool' --check --quiet --until 20s $desk 2>&1 | grep -q 'the run ended at 20.000 s, before 35.000 s'"
 
+# Pictures: one for each change, and the README's is what the tool makes.
+"$tool" --quiet --pictures "$scratch/pictures" tests/scenarios/balloon/pipe.toml
+check "a picture for each change" same "$(cd "$scratch/pictures" && echo balloon-01-*)" "balloon-01-02.svg balloon-01-first.svg"
+"$tool" --quiet --pictures "$scratch/pictures" tests/scenarios/balloon/shown.toml
+check "the README's picture" cmp -s "$scratch/pictures/balloon-01-first.svg" docs/balloon.svg
+"$tool" --quiet --pictures "$desk" "$desk" 2>/dev/null
+check "a folder that cannot be made" same "$?" 2
+
 # The tables of the document are those of the tool.
 "$tool" --print-keys >"$scratch/keys.md"
 sed -n '/^## Keys$/,/^## The report/p' docs/rehearsing.md | sed '1d;$d' >"$scratch/documented.md"
