@@ -100,6 +100,10 @@ static bool MoveToFreeNumber(CComPort* port) {
     ChangeRegistryComPortNumber(port->szRegPortName, name, port->szRegEnumPath, port->szRegClassPath,
                                 port->szKernelNameCom);
     ComNameArbiterAdd(number);
+    // With its old name and number a second arrival of this start would move it once more, and a newcomer would be
+    // moved away from the number that it left.
+    CopyText(port->szRegPortName, name);
+    port->PortNumber = 0;
     if (!CycleOwnHubPort(port)) {
         PerformComPortPropertyChange(port);
     }
