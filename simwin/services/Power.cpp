@@ -28,6 +28,7 @@ struct Power {
     unsigned unanswered = 0; // handlers of the suspend that have not returned
     std::uint64_t serial = 0;
     bool shutsDown = false, isOff = false, hasBooted = false;
+    PowerCounts counts;
     bool isFast = false; // its sleep is a fast startup's
     std::function<void(PowerEvent)> observer;
 };
@@ -106,6 +107,7 @@ void EndFallingAsleep() {
 void StopRunning() {
     EndFallingAsleep();
     FallAsleep();
+    g_power->counts.sleeps += !g_power->isFast;
     if (g_power->isFast) // not on the thread of the last handler
         At(Now(), Due::Outside, [] { Tell(PowerEvent::Off); });
 }
@@ -166,6 +168,7 @@ void StartFast() {
         return;
     g_power->isFast = false;
     g_power->hasBooted = true;
+    ++g_power->counts.fastStartups;
     ResumeMachine(PBT_APMRESUMEAUTOMATIC, /*replugAll=*/false);
 }
 
@@ -174,6 +177,7 @@ void BootMachine() {
         return;
     g_power->isOff = false;
     g_power->hasBooted = true;
+    ++g_power->counts.boots;
     SetTickCount(TheSetup().bootUptimeMs);
     StartDevicesAnew();
 }
@@ -185,6 +189,10 @@ void ResumeMachine(DWORD code, bool replugAll) {
     NoticeMissedChanges();
     if (replugAll)
         ReplugAllDevices();
+}
+
+const PowerCounts& CountsOfPower() {
+    return g_power->counts;
 }
 
 bool HasBooted() {

@@ -28,6 +28,10 @@ void StartFast();
 // themselves.
 void BootMachine();
 
+struct PowerCounts {
+    unsigned sleeps = 0, boots = 0, fastStartups = 0;
+};
+const PowerCounts& CountsOfPower();
 bool HasBooted(); // since the start of the run, at which somebody may be logged on
 
 enum class PowerState : std::uint8_t { On, Asleep, ShuttingDown, FastOff, Off };

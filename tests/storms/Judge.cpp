@@ -97,7 +97,7 @@ void Judge::Watch() {
 void Judge::Schedule() {
     std::vector<Event> events = m_plan.events;
     for (Event& event : CalmEvents(m_plan, &m_settledAtMs)) {
-        if (event.text.starts_with("resume"))
+        if (event.text.starts_with("resume") && event.atMs > m_plan.calmAtMs) // not the waking in front of the calm
             m_lastCheckMs = event.atMs;
         events.push_back(std::move(event));
     }

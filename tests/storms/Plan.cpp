@@ -7,6 +7,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
+#include <utility>
 
 namespace storm {
 
@@ -43,6 +45,7 @@ constexpr SwitchRow SwitchRows[] = {
 constexpr const char* RootHub = R"(USB\ROOT_HUB30\4&1a2b3c4d&0&0)";
 constexpr unsigned HubSockets = 7;
 constexpr std::uint64_t Minute = 60'000;
+constexpr unsigned PowerPercent = 40;
 
 // How long something is away, and how long nothing happens: around the limits at which an event counts as one's own
 // doing (5000), as a flicker (1000) or as the echo of a change (2000), and long enough for everything to settle.
@@ -73,8 +76,9 @@ unsigned DescribedNumber(const Device& device) {
 
 class Planner {
 public:
-    explicit Planner(std::uint64_t seed) : m_random(seed * 2654435761u + 17) {
+    explicit Planner(std::uint64_t seed) : m_random(seed * 2654435761u + 17), m_powerRandom(seed * 40503u + 5) {
         plan.seed = seed;
+        plan.switches.power = m_powerRandom.Odds(PowerPercent);
         plan.switches.firstNodeOne = seed % 2 == 0;
         for (const SwitchRow& row : SwitchRows)
             plan.switches.*row.member = m_random.Odds(row.percent);
@@ -96,6 +100,7 @@ private:
     void WantEachOther(Configuration& made);
     void MakeFaults();
     void MakeHistory();
+    void AddPowerSpans();
     Event MakeEvent();
     std::uint64_t AddEcho(const Event& event);
 
@@ -135,7 +140,7 @@ public:
     Plan plan;
 
 private:
-    Random m_random;
+    Random m_random, m_powerRandom;
     std::vector<std::pair<std::string, unsigned>> m_hubs; // id, sockets in use
     std::vector<std::size_t> m_pluggable, m_hubUnits, m_ports;
     unsigned m_nextName = 3, m_nextWanted = 20;
@@ -506,10 +511,32 @@ void Planner::MakeHistory() {
         if (pause >= 7)
             at += pause < 9 ? 8000 + m_random.Below(30'000) : Minute + m_random.Below(60'000);
     }
+    if (plan.switches.power)
+        AddPowerSpans();
     std::stable_sort(plan.events.begin(), plan.events.end(),
                      [](const Event& a, const Event& b) { return a.atMs < b.atMs; });
     plan.calmAtMs = plan.events.back().atMs + Minute;
     (void)CalmEvents(plan, &plan.settledAtMs);
+}
+
+// The machine goes to sleep or off somewhere in the history and comes back later: what happens meanwhile happens to a
+// machine that does not run. A debug run only sleeps: a shutdown would end it for good.
+void Planner::AddPowerSpans() {
+    const std::uint64_t last = plan.events.back().atMs;
+    const bool hasFastStartup = plan.windows.front().find("10.0") != std::string::npos;
+    const unsigned kinds = plan.switches.debugRole ? 1 : hasFastStartup ? 4 : 3;
+    for (unsigned i = 1 + m_powerRandom.Below(3); i > 0; --i) {
+        const std::uint64_t from = m_powerRandom.Next() % (last + 1);
+        const std::uint64_t to =
+            from + (m_powerRandom.Odds(50) ? 1 + m_powerRandom.Below(3000) : 8000 + m_powerRandom.Below(120'000));
+        const unsigned kind = m_powerRandom.Below(kinds);
+        const char* goes = kind == 0   ? "suspend = true"
+                           : kind == 1 ? "suspend = \"critical\""
+                           : kind == 2 ? "shutdown = true"
+                                       : "shutdown = \"fast\"";
+        plan.events.push_back({from, goes, -1, -1});
+        plan.events.push_back({to, kind < 2 ? "resume = \"automatic\"" : "start = true", -1, -1});
+    }
 }
 
 std::string IniText(const Configuration& configuration) {
@@ -526,6 +553,21 @@ std::string IniText(const Configuration& configuration) {
             text += fmt::format("PortName{}=COM{}\n", i + 1, section.wants[i]);
     }
     return text;
+}
+
+// Events without those that pull out what is out already, which is wrong input: a random history does, and a smaller
+// one of what was right may.
+std::vector<Event> WithoutVainPulls(const Plan& plan, std::vector<Event> events) {
+    std::map<std::string, bool> isOut;
+    for (const Device& device : plan.devices)
+        isOut[device.id] = std::find(device.lines.begin(), device.lines.end(), "plugged = false") != device.lines.end();
+    std::erase_if(events, [&](const Event& event) {
+        const std::vector<std::string> quoted = machine::Split(event.text, '\'');
+        if (event.text.starts_with("plug = "))
+            isOut[quoted[1]] = false;
+        return event.text.starts_with("unplug = ") && std::exchange(isOut[quoted[1]], true);
+    });
+    return events;
 }
 
 std::string EventText(const Plan& plan, const Event& event) {
@@ -554,6 +596,8 @@ std::string SwitchesText(const Switches& switches) {
     for (const SwitchRow& row : SwitchRows)
         if (switches.*row.member)
             text += fmt::format("{}{}", text.empty() ? "" : " ", row.name);
+    if (switches.power)
+        text += text.empty() ? "power" : " power";
     return text.empty() ? "none" : text;
 }
 
@@ -561,6 +605,10 @@ std::vector<Event> CalmEvents(const Plan& plan, std::uint64_t* settledAtMs) {
     constexpr std::uint64_t UnitPauseMs = 12'000, CheckPauseMs = 40'000;
     std::vector<Event> events;
     std::uint64_t at = plan.calmAtMs;
+    if (plan.switches.power) // whatever is left of the history, the machine runs
+        events.push_back({at - 20, "resume = \"automatic\"", -1, -1});
+    if (plan.switches.power && !plan.switches.debugRole)
+        events.push_back({at - 10, "start = true", -1, -1});
     events.push_back({at, "calm = true", -1, -1});
     if (plan.switches.stops && !plan.switches.debugRole)
         events.push_back({at + 10, "start = true", -1, -1});
@@ -601,7 +649,7 @@ std::string Description(const Plan& plan) {
         text += "[[dos_name]]\n" + name + "\n\n";
     for (const std::string& fault : plan.faults)
         text += "[[fault]]\n" + fault + "\n\n";
-    for (const Event& event : plan.events)
+    for (const Event& event : WithoutVainPulls(plan, plan.events))
         text += EventText(plan, event);
     std::uint64_t settledAtMs = 0;
     for (const Event& event : CalmEvents(plan, &settledAtMs))

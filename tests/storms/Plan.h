@@ -31,7 +31,8 @@ struct Switches {
     bool firstNodeOne = false, debugRole = false, failing = false, slow = false, stubborn = false, links = false,
          stops = false, resumes = false, edits = false, flicker = false, hubs = false, problems = false, quick = false,
          hack = false, removesNames = false, uninstalls = false, sameNames = false, contested = false, atWrap = false,
-         atBoot = false, refusing = false;
+         atBoot = false, refusing = false,
+         power = false; // sleeps, boots and fast startups; drawn apart, so that each seed keeps the rest of its history
 };
 
 struct Device {

@@ -11,13 +11,14 @@ namespace storm {
 
 namespace {
 
-constexpr unsigned CountFields = 7;
+constexpr unsigned CountFields = 10;
 constexpr int ExcuseFields = 3;
 
 std::string ResultText(const Outcome& outcome) {
     const Counts& c = outcome.counts;
-    std::string text = fmt::format("#counts {} {} {} {} {} {} {} {}\n", c.events, c.looks, c.ports, c.restarts, c.swaps,
-                                   c.failed, c.slow, DigestOf(outcome.everything));
+    std::string text =
+        fmt::format("#counts {} {} {} {} {} {} {} {} {} {} {}\n", c.events, c.looks, c.ports, c.restarts, c.swaps,
+                    c.failed, c.slow, c.sleeps, c.boots, c.fastStartups, DigestOf(outcome.everything));
     for (std::size_t i = 0; i < outcome.excuses.size(); ++i)
         text += fmt::format("#excuse {} {} {}\n", i, outcome.excuses[i].all, outcome.excuses[i].alone);
     return text + EndOf(outcome.violations);
@@ -33,8 +34,9 @@ RunResult ParseResult(const std::string& text, int status) {
             result.excuses.at(excuse) = uses;
             return true;
         }
-        return std::sscanf(line, "#counts %u %u %u %u %u %u %u %lu", &c.events, &c.looks, &c.ports, &c.restarts,
-                           &c.swaps, &c.failed, &c.slow, &result.digest) == CountFields + 1;
+        return std::sscanf(line, "#counts %u %u %u %u %u %u %u %u %u %u %lu", &c.events, &c.looks, &c.ports,
+                           &c.restarts, &c.swaps, &c.failed, &c.slow, &c.sleeps, &c.boots, &c.fastStartups,
+                           &result.digest) == CountFields + 1;
     });
     return result;
 }

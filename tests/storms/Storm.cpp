@@ -8,6 +8,7 @@
 
 #include "simwin/devices/Devices.h"
 #include "simwin/kernel/Call.h"
+#include "simwin/services/Power.h"
 
 #include <filesystem>
 #include <fstream>
@@ -43,6 +44,9 @@ Counts CountsOf(const Plan& plan, const Judge& judge) {
     counts.restarts = static_cast<unsigned>(machine::DeviceRestarts().size());
     for (const std::string& line : rehearse::LogLines())
         counts.swaps += IsIn(line, "CComPorts::SwapPortNumbers(");
+    counts.sleeps = machine::CountsOfPower().sleeps;
+    counts.boots = machine::CountsOfPower().boots;
+    counts.fastStartups = machine::CountsOfPower().fastStartups;
     for (const machine::Fault& fault : machine::Faults())
         (fault.error ? counts.failed : counts.slow) += static_cast<unsigned>(fault.acted);
     return counts;

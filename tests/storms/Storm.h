@@ -12,7 +12,8 @@ namespace storm {
 
 struct Counts {
     unsigned events = 0, looks = 0, ports = 0, restarts = 0, swaps = 0, failed = 0,
-             slow = 0; // calls made to fail or to take long
+             slow = 0, // calls made to fail or to take long
+        sleeps = 0, boots = 0, fastStartups = 0;
 };
 
 struct Outcome {

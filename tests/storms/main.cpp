@@ -69,6 +69,9 @@ public:
         m_counts.swaps += c.swaps;
         m_counts.failed += c.failed;
         m_counts.slow += c.slow;
+        m_counts.sleeps += c.sleeps;
+        m_counts.boots += c.boots;
+        m_counts.fastStartups += c.fastStartups;
         for (std::size_t i = 0; i < m_excuses.size(); ++i) {
             m_excuses[i].all += result.excuses[i].all;
             m_excuses[i].alone += result.excuses[i].alone;
@@ -84,9 +87,9 @@ public:
     }
     void Tell(std::size_t seeds) const {
         fmt::print("{} storms: {} events, {} looks at rest, {} ports, {} restarts, {} swaps, {} failing and {} slow "
-                   "calls as faults; {} failed\n",
+                   "calls as faults, {} sleeps, {} boots, {} fast startups; {} failed\n",
                    seeds, m_counts.events, m_counts.looks, m_counts.ports, m_counts.restarts, m_counts.swaps,
-                   m_counts.failed, m_counts.slow, m_failed);
+                   m_counts.failed, m_counts.slow, m_counts.sleeps, m_counts.boots, m_counts.fastStartups, m_failed);
         for (const auto& [what, count] : m_broken)
             fmt::print("  {} x {}\n", count, what);
         fmt::print("broken statements that were excused, and by this alone:\n");
