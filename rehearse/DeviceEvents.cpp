@@ -11,6 +11,8 @@
 
 #include <fmt/format.h>
 
+#include <map>
+
 namespace rehearse {
 
 namespace {
@@ -76,7 +78,8 @@ Action MoveEvent(const Record& event, Stage& stage) {
     const machine::DeviceNode* node = machine::TheDeviceTree().FindById(hub);
     if (!node || !node->IsHub())
         throw InputError(table.At("hub"), fmt::format("'{}' is no hub", hub));
-    const unsigned port = NumberIn(table, "hub_port", 1, node->ports ? node->ports : MostHubPorts);
+    // How many ports a hub of the exports has nothing tells; it has those that are needed.
+    const unsigned port = NumberIn(table, "hub_port", 1, node->said.ports.value_or(MostHubPorts));
     if (machine::HangsBelow(node, machine::TheDeviceTree().FindById(id)))
         throw InputError(table.At("hub"), fmt::format("'{}' hangs below what is moved there", hub));
     return [&stage, id, hub, port] {
@@ -172,7 +175,47 @@ constexpr EventRow Rows[] = {
     {"calm", CalmEvent},
 };
 
+// What is plugged in, as the events leave it one after another.
+class Sockets {
+public:
+    bool IsIn(const machine::DeviceNode& node) const {
+        const auto known = m_isIn.find(&node);
+        return known == m_isIn.end() ? node.attached : known->second == Is::In;
+    }
+    void Pull(const machine::DeviceNode& node) { m_isIn[&node] = Is::Pulled; }
+    // With all below it, but for what was pulled out by itself.
+    void Plug(const machine::DeviceNode& node) {
+        m_isIn[&node] = Is::In;
+        for (const machine::DeviceNode* child : node.children)
+            if (const auto known = m_isIn.find(child); known == m_isIn.end() || known->second != Is::Pulled)
+                Plug(*child);
+    }
+
+private:
+    enum class Is : std::uint8_t { In, Pulled };
+    std::map<const machine::DeviceNode*, Is> m_isIn;
+};
+
+const machine::DeviceNode* NodeIn(const Record& record, std::string_view key) {
+    return record.Has(key) ? machine::TheDeviceTree().FindById(record.TextOf(key)) : nullptr;
+}
+
 } // namespace
+
+void CheckSockets(const std::vector<const Record*>& events) {
+    Sockets sockets;
+    for (const Record* event : events) {
+        const Record* table = event->TableOf(event->Has("move") ? "move" : "replug");
+        const machine::DeviceNode* plugged = table ? NodeIn(*table, "device") : NodeIn(*event, "plug");
+        if (plugged && (!event->Has("replug") || sockets.IsIn(*plugged)))
+            sockets.Plug(*plugged);
+        const machine::DeviceNode* pulled = NodeIn(*event, "unplug");
+        if (pulled && !sockets.IsIn(*pulled))
+            throw InputError(event->At("unplug"), fmt::format("'{}' is not plugged in then", pulled->id));
+        if (pulled)
+            sockets.Pull(*pulled);
+    }
+}
 
 std::span<const EventRow> DeviceEventRows() {
     return Rows;

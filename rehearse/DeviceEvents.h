@@ -7,4 +7,7 @@ namespace rehearse {
 
 std::span<const EventRow> DeviceEventRows();
 
+// Throws InputError for the first of the events, in their order, that pulls out what is out.
+void CheckSockets(const std::vector<const Record*>& events);
+
 } // namespace rehearse

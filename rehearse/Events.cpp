@@ -221,6 +221,7 @@ void ScheduleEvents(Stage& stage) {
         events.push_back(&event);
     std::stable_sort(events.begin(), events.end(),
                      [](const Record* a, const Record* b) { return a->MsOf("at") < b->MsOf("at"); });
+    CheckSockets(events);
     for (const Record* event : events)
         machine::At(event->MsOf("at"), machine::Due::Outside, [&stage, action = ActionOf(*event, stage)] {
             if (!stage.hasEnded)

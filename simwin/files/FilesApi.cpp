@@ -4,6 +4,7 @@
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Clock.h"
 #include "simwin/kernel/Process.h"
+#include "simwin/pipes/api.h"
 
 #include <algorithm>
 #include <cstring>
@@ -158,7 +159,7 @@ void Touch(FileNode* node) {
 // What the disposition and the attributes say about a file that exists. 0: go on.
 DWORD CheckExisting(const FileNode* node, DWORD rights, DWORD disposition, DWORD flags) {
     if (disposition == simwin::CREATE_NEW)
-        return simwin::ERROR_FILE_EXISTS;
+        return node->folder ? simwin::ERROR_ACCESS_DENIED : simwin::ERROR_FILE_EXISTS;
     if (node->deletePending)
         return simwin::ERROR_ACCESS_DENIED;
     const bool rewrites = disposition == simwin::CREATE_ALWAYS;
@@ -312,6 +313,10 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES
         return FailOpen(simCall.error);
     if (templateFile)
         NotModelled("CreateFileA", "a template file");
+    constexpr DWORD KnownFlags = SettableAttributes | FILE_ATTRIBUTE_NORMAL | FILE_FLAG_BACKUP_SEMANTICS |
+                                 FILE_FLAG_SEQUENTIAL_SCAN | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
+    if (flags & ~KnownFlags)
+        NotModelled("CreateFileA", "flags other than those that are declared");
     if (disposition < CREATE_NEW || disposition > OPEN_ALWAYS)
         NotModelled("CreateFileA", "dispositions other than those that are declared");
     if (!name)

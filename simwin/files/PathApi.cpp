@@ -5,6 +5,7 @@
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace machine {
@@ -149,7 +150,7 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
         NotModelled("WideCharToMultiByte", "flags");
     if (simCall.error)
         return FailWith(simCall.error);
-    if (!wide || characters == 0 || characters < -1 || bytes < 0)
+    if (!wide || characters == 0 || bytes < 0 || (bytes > 0 && !text))
         return FailWith(ERROR_INVALID_PARAMETER);
     std::u16string source;
     for (int i = 0; characters < 0 || i < characters; ++i) {
@@ -170,10 +171,8 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
     const int needed = static_cast<int>(result.size());
     if (bytes == 0)
         return needed;
-    if (needed > bytes)
-        return FailWith(ERROR_INSUFFICIENT_BUFFER);
-    std::memcpy(text, result.data(), result.size());
-    return needed;
+    std::memcpy(text, result.data(), static_cast<std::size_t>(std::min(needed, bytes))); // what fits
+    return needed <= bytes ? needed : FailWith(ERROR_INSUFFICIENT_BUFFER);
 }
 
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int bytes, LPWSTR wide, int characters) {
@@ -181,16 +180,14 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int bytes, LPWS
     CheckCodePage("MultiByteToWideChar", codePage);
     if (flags)
         NotModelled("MultiByteToWideChar", "flags");
-    if (!text || bytes == 0 || bytes < -1 || characters < 0)
+    if (!text || bytes == 0 || characters < 0 || (characters > 0 && !wide))
         return FailWith(ERROR_INVALID_PARAMETER);
     const int needed = bytes < 0 ? static_cast<int>(std::strlen(text)) + 1 : bytes;
     if (characters == 0)
         return needed;
-    if (needed > characters)
-        return FailWith(ERROR_INSUFFICIENT_BUFFER);
-    for (int i = 0; i < needed; ++i)
+    for (int i = 0; i < std::min(needed, characters); ++i)
         wide[i] = static_cast<WCHAR>(Utf16FromAnsiByte(static_cast<unsigned char>(text[i])));
-    return needed;
+    return needed <= characters ? needed : FailWith(ERROR_INSUFFICIENT_BUFFER);
 }
 
 UINT GetACP() {

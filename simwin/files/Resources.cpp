@@ -345,6 +345,7 @@ BOOL VerQueryValueA(LPCVOID data, LPCSTR block, LPVOID* value, PUINT size) {
         found = child;
     }
     if (!is) {
+        *size = 0;
         SetError(ERROR_RESOURCE_TYPE_NOT_FOUND);
         return FALSE;
     }

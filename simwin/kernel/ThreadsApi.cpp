@@ -148,6 +148,11 @@ BOOL SetThreadPriority(HANDLE handle, int priority) {
     machine::Thread* thread = ThreadOf(handle);
     if (!thread)
         return FALSE;
+    constexpr int Idle = -15, Lowest = -2, Highest = 2, TimeCritical = 15;
+    if (priority != Idle && priority != TimeCritical && (priority < Lowest || priority > Highest)) {
+        SetError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
     thread->priority = priority;
     return TRUE;
 }

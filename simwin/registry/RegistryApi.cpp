@@ -314,8 +314,11 @@ LONG RegQueryValueExA(HKEY key, LPCSTR name, LPDWORD, LPDWORD type, LPBYTE data,
     if (use.error)
         return use.error;
     const RegistryValue* value = use.key->FindValue(name ? name : "");
-    if (!value)
+    if (!value) {
+        if (!data)
+            Give(size, 0);
         return ERROR_FILE_NOT_FOUND;
+    }
     Give(type, value->type);
     return GiveData(*value, data, size);
 }
@@ -415,8 +418,14 @@ LONG RegEnumValueA(HKEY key, DWORD index, LPSTR name, LPDWORD nameChars, LPDWORD
         return ERROR_NO_MORE_ITEMS;
     const RegistryValue& value = use.key->values[index];
     Give(type, value.type);
-    if (const LONG error = GiveName(value.name, name, nameChars))
-        return error;
+    if (!name || !nameChars)
+        return ERROR_INVALID_PARAMETER;
+    const bool fits = *nameChars > value.name.size() && (!data || *size >= value.data.size());
+    if (!fits) { // the size that the data needs; name and count stay as they were
+        Give(size, value.data.size());
+        return ERROR_MORE_DATA;
+    }
+    GiveName(value.name, name, nameChars);
     return GiveData(value, data, size);
 }
 

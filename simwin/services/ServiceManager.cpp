@@ -8,6 +8,8 @@ namespace {
 
 // Rights that everybody gets; all others need an administrator.
 constexpr simwin::DWORD PublicManagerRights = simwin::SC_MANAGER_CONNECT;
+constexpr simwin::DWORD DemandStart = 3, DuplicateName = 1078, UserDefinedControl = 0x0100;
+constexpr simwin::DWORD FirstOwnControl = 128, LastOwnControl = 255; // what they mean is the service's own matter
 constexpr simwin::DWORD PublicServiceRights = simwin::SERVICE_QUERY_CONFIG | simwin::SERVICE_QUERY_STATUS;
 
 struct ManagerHandle : Object {
@@ -54,6 +56,8 @@ void FillStatus(const Service& service, simwin::SERVICE_STATUS* status) {
     if (service.run)
         *status = service.run->status;
     status->dwServiceType = simwin::SERVICE_WIN32_OWN_PROCESS;
+    if (status->dwCurrentState == simwin::SERVICE_RUNNING)
+        status->dwWaitHint = 0; // whatever was reported
     if (status->dwCurrentState == 0)
         status->dwCurrentState = service.run ? simwin::SERVICE_START_PENDING : simwin::SERVICE_STOPPED;
 }
@@ -67,6 +71,8 @@ simwin::DWORD RefuseControl(const Service& service, simwin::DWORD control) {
         return 0;
     if (status.dwCurrentState != simwin::SERVICE_RUNNING && status.dwCurrentState != simwin::SERVICE_PAUSED)
         return simwin::ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
+    if (control >= FirstOwnControl)
+        return 0;
     const simwin::DWORD needed =
         control == simwin::SERVICE_CONTROL_STOP ? simwin::SERVICE_ACCEPT_STOP : simwin::SERVICE_ACCEPT_PAUSE_CONTINUE;
     return status.dwControlsAccepted & needed ? 0 : simwin::ERROR_INVALID_SERVICE_CONTROL;
@@ -111,6 +117,8 @@ SC_HANDLE OpenServiceA(SC_HANDLE manager, LPCSTR name, DWORD access) {
     return machine::OpenHandle(new machine::ServiceHandle(*service), access);
 }
 
+// Beside what is declared: 87 for a name or a start type that is none, 1078 for a display name that another service has
+// as one of its names. displayName null: the name.
 SC_HANDLE CreateServiceA(SC_HANDLE manager, LPCSTR name, LPCSTR displayName, DWORD access, DWORD type, DWORD startType,
                          DWORD errorControl, LPCSTR path, LPCSTR group, LPDWORD tagId, LPCSTR dependencies,
                          LPCSTR account, LPCSTR password) {
@@ -122,12 +130,16 @@ SC_HANDLE CreateServiceA(SC_HANDLE manager, LPCSTR name, LPCSTR displayName, DWO
         return Fail<SC_HANDLE>(simCall.error, nullptr);
     if (!machine::FromHandle<machine::ManagerHandle>(manager, machine::ObjectKind::ServiceManager))
         return Fail<SC_HANDLE>(ERROR_INVALID_HANDLE, nullptr);
+    if (!name || !path || (startType != SERVICE_AUTO_START && startType != machine::DemandStart))
+        return Fail<SC_HANDLE>(ERROR_INVALID_PARAMETER, nullptr);
     if (!(machine::CurrentProcess()->handles.Entry(manager)->access & SC_MANAGER_CREATE_SERVICE))
         return Fail<SC_HANDLE>(ERROR_ACCESS_DENIED, nullptr);
     if (const machine::Service* taken = machine::FindService(name))
         return Fail<SC_HANDLE>(taken->markedForDelete ? ERROR_SERVICE_MARKED_FOR_DELETE : ERROR_SERVICE_EXISTS,
                                nullptr);
-    machine::DefineService({name, displayName, path, startType});
+    if (machine::IsDisplayNameTaken(displayName ? displayName : name, name))
+        return Fail<SC_HANDLE>(machine::DuplicateName, nullptr);
+    machine::DefineService({name, displayName ? displayName : name, path, startType});
     return machine::OpenHandle(new machine::ServiceHandle(*machine::FindService(name)), access);
 }
 
@@ -177,13 +189,15 @@ BOOL QueryServiceStatus(SC_HANDLE handle, SERVICE_STATUS* status) {
     return TRUE;
 }
 
+// 128 to 255 reach the handler too; its result is not given to the sender then.
 BOOL ControlService(SC_HANDLE handle, DWORD control, SERVICE_STATUS* status) {
     SIM_CALL("ControlService", "", ERROR_ACCESS_DENIED, ERROR_INVALID_SERVICE_CONTROL, ERROR_SERVICE_REQUEST_TIMEOUT,
              ERROR_SERVICE_CANNOT_ACCEPT_CTRL, ERROR_SERVICE_NOT_ACTIVE);
     DWORD error = simCall.error;
-    if (!error && (control < SERVICE_CONTROL_STOP || control > SERVICE_CONTROL_INTERROGATE))
+    const bool isOwn = control >= machine::FirstOwnControl && control <= machine::LastOwnControl;
+    if (!error && !isOwn && (control < SERVICE_CONTROL_STOP || control > SERVICE_CONTROL_INTERROGATE))
         error = ERROR_INVALID_PARAMETER;
-    const DWORD right = control == SERVICE_CONTROL_STOP ? SERVICE_STOP : 0;
+    const DWORD right = isOwn ? machine::UserDefinedControl : control == SERVICE_CONTROL_STOP ? SERVICE_STOP : 0;
     machine::Service* service = error ? nullptr : machine::ServiceFor(handle, right, &error);
     if (!error)
         error = machine::RefuseControl(*service, control);
@@ -198,6 +212,8 @@ BOOL ControlService(SC_HANDLE handle, DWORD control, SERVICE_STATUS* status) {
     error = machine::Block(machine::WaitKind::Machine, "a service handler to return", machine::NoLimit);
     // The handle keeps the service alive over the wait.
     machine::FillStatus(*service, status);
+    if (isOwn && error != ERROR_SERVICE_NOT_ACTIVE) // the handler's result is not the sender's
+        error = 0;
     return error ? Fail(error, FALSE) : TRUE;
 }
 

@@ -22,6 +22,8 @@ bool IsProgram(const std::string& path) {
     return EqualNoCase(path, ProductPath()) || TheFiles().Exists(path);
 }
 
+} // namespace
+
 // What a path without quotes may mean: each start that ends at a blank, the whole last.
 std::string FirstProgram(const std::string& commandLine) {
     for (std::size_t blank = commandLine.find(' '); blank != std::string::npos;
@@ -34,7 +36,18 @@ std::string FirstProgram(const std::string& commandLine) {
     return commandLine;
 }
 
-} // namespace
+bool IsDisplayNameTaken(const std::string& displayName, const std::string& name) {
+    const RegistryKey* services = TheRegistry().FindKey("HKLM\\SYSTEM\\CurrentControlSet\\Services");
+    if (!services)
+        return false;
+    for (const auto& [key, service] : services->subKeys) {
+        const RegistryValue* shown = service->FindValue("DisplayName");
+        if (!EqualNoCase(key, name) &&
+            (EqualNoCase(key, displayName) || (shown && EqualNoCase(TextOf(*shown), displayName))))
+            return true;
+    }
+    return false;
+}
 
 void WriteServiceKey(const ServiceDefinition& definition) {
     const std::string key = KeyPath(definition.name);

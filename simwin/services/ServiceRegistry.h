@@ -16,5 +16,9 @@ std::string RegisteredImagePath(const ServiceDefinition& definition);
 // The file that a command line starts: quotes respected; without them the shortest start that ends at a blank and names
 // a file, as Windows does. Returns: 0, 2 or 3.
 simwin::DWORD FindServiceImage(const std::string& commandLine, std::string* imagePath);
+// Whether another service than `name` is called so, by its name or as people see it; those of the exports count.
+bool IsDisplayNameTaken(const std::string& displayName, const std::string& name);
+// The program of a command line without quotes: the shortest beginning, with or without ".exe", that is one.
+std::string FirstProgram(const std::string& commandLine);
 
 } // namespace machine

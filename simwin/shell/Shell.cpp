@@ -6,6 +6,7 @@
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Machine.h"
 #include "simwin/registry/Registry.h"
+#include "simwin/services/ServiceRegistry.h"
 
 #include <map>
 
@@ -173,14 +174,22 @@ void SetAssociation(std::string_view extension, std::string_view program) {
     registry.SetString("HKCR\\" + kind + "\\shell\\open\\command", "", "\"" + std::string(program) + "\" \"%1\"");
 }
 
+// The default value of a class: the user's own if there is one, else the machine's.
+static std::string ClassDefault(const std::string& key) {
+    const std::string own = TheRegistry().GetString("HKCU\\Software\\Classes\\" + key, "");
+    return own.empty() ? TheRegistry().GetString("HKCR\\" + key, "") : own;
+}
+
 std::string AssociatedProgram(std::string_view path) {
     const std::string extension = Extension(path);
-    const std::string kind = extension.empty() ? "" : TheRegistry().GetString("HKCR\\" + extension, "");
-    const std::string command =
-        kind.empty() ? "" : TheRegistry().GetString("HKCR\\" + kind + "\\shell\\open\\command", "");
+    const std::string kind = extension.empty() ? "" : ClassDefault(extension);
+    const std::string command = kind.empty() ? "" : ClassDefault(kind + "\\shell\\open\\command");
     if (command.empty())
         return {};
-    return command[0] == '"' ? command.substr(1, command.find('"', 1) - 1) : command.substr(0, command.find(' '));
+    if (command[0] == '"')
+        return command.substr(1, command.find('"', 1) - 1);
+    const std::string program = FirstProgram(command); // blanks may be a part of its name
+    return program == command ? command.substr(0, command.find(' ')) : program;
 }
 
 void SetConsent(bool isGiven) {

@@ -43,6 +43,22 @@ TEST_F(ServiceManager, AStoppedServiceTakesNoStopAndItsNameIsTaken) {
     CloseServiceHandle(service);
 }
 
+TEST_F(ServiceManager, NoOtherServiceIsShownByItsName) {
+    SC_HANDLE service = Create();
+    ASSERT_NE(service, nullptr) << GetLastError();
+    const auto second = [&](const char* name, const char* shown, DWORD start) {
+        return ErrorOf([&] {
+            return CreateServiceA(m_manager, name, shown, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, start,
+                                  SERVICE_ERROR_NORMAL, "C:\\Nowhere\\Second.exe", nullptr, nullptr, nullptr, nullptr,
+                                  nullptr);
+        });
+    };
+    EXPECT_EQ(second("QuillmarchSecond", Name, SERVICE_AUTO_START), DWORD{1078});
+    EXPECT_EQ(second("QuillmarchSecond", "Second", 77), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_TRUE(DeleteService(service));
+    CloseServiceHandle(service);
+}
+
 TEST_F(ServiceManager, ADeletedServiceIsGoneOnceNobodyHoldsIt) {
     SC_HANDLE service = Create();
     ASSERT_NE(service, nullptr) << GetLastError();

@@ -1,0 +1,49 @@
+// Where the simulated machine is known to give something else than Windows. Each stands here until somebody needs it.
+#include "tests/contract/Contract.h"
+
+using contract::ErrorOf;
+using contract::NoError;
+
+TEST(MachineDifferences, Files) {
+    WIN32_FIND_DATAA found;
+    const auto search = [&](const char* pattern) {
+        return ErrorOf([&] {
+            const HANDLE handle = FindFirstFileA(pattern, &found);
+            if (handle == INVALID_HANDLE_VALUE)
+                return false;
+            FindClose(handle);
+            return true;
+        });
+    };
+    MACHINE_DIFFERS("a folder that is not there is an unknown file", search("C:\\Absent\\") == ERROR_PATH_NOT_FOUND);
+    MACHINE_DIFFERS("devices are not found in folders", search("C:\\nul") == 0);
+    SetLastError(NoError);
+    char path[MAX_PATH];
+    GetModuleFileNameA(nullptr, path, MAX_PATH);
+    MACHINE_DIFFERS("a success leaves the last error alone", GetLastError() == 0);
+}
+
+TEST(MachineDifferences, Registry) {
+    HKEY key = nullptr, below = nullptr;
+    ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, "Software\\QuillmarchContractVolatile", 0, nullptr,
+                              REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, &key, nullptr),
+              0);
+    // What is gone with its parent cannot be lasting.
+    EXPECT_EQ(RegCreateKeyExA(key, "Lasting", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &below, nullptr),
+              ERROR_CHILD_MUST_BE_VOLATILE);
+    const char text[] = "data";
+    RegSetValueExA(key, "Text", 0, REG_SZ, reinterpret_cast<const BYTE*>(text), sizeof(text));
+    DWORD longest = 0;
+    RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &longest, nullptr,
+                     nullptr);
+    MACHINE_DIFFERS("the longest data is counted in ANSI", longest == 10);
+    // Too short for the name: the size of the data is given, the rest is left alone.
+    char name[8] = "#";
+    DWORD chars = 2, size = 0;
+    EXPECT_EQ(RegEnumValueA(key, 0, name, &chars, nullptr, nullptr, nullptr, &size), ERROR_MORE_DATA);
+    EXPECT_EQ(size, 5u);
+    EXPECT_EQ(chars, 2u);
+    EXPECT_STREQ(name, "#");
+    RegCloseKey(key);
+    RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\QuillmarchContractVolatile");
+}
