@@ -207,7 +207,7 @@ void RunScenario(Scenario& scenario, std::size_t place, const Line& line, Total&
 int main(int count, char** arguments) {
     CLI::App app("Each call that can fail fails in its turn, and the machine must be left in order.", "faults");
     Line line;
-    app.add_option("SCENARIO", line.scenarios, "descriptions in place of the chosen ten")->check(CLI::ExistingFile);
+    app.add_option("SCENARIO", line.scenarios, "descriptions in place of the chosen ones")->check(CLI::ExistingFile);
     app.add_option("--every", line.every, "of each operation the first call, of all calls every Nth")
         ->check(CLI::PositiveNumber);
     app.add_option("--jobs", line.jobs, "so many at a time")->check(CLI::Range(1, 64));

@@ -1,0 +1,75 @@
+// What the balloon's pipe relies on: messages stay whole, and each stand of an instance has its error.
+#include "tests/contract/Contract.h"
+
+namespace {
+
+constexpr char Name[] = "\\\\.\\pipe\\QuillmarchContractPipe";
+
+HANDLE Server() {
+    return CreateNamedPipeA(Name, PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE, 1, 0, 64, 1000,
+                            nullptr);
+}
+
+HANDLE Client() {
+    return CreateFileA(Name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION,
+                       nullptr);
+}
+
+DWORD Write(HANDLE client, const std::string& text) {
+    DWORD written = 0;
+    return contract::ErrorOf(
+        [&] { return WriteFile(client, text.data(), static_cast<DWORD>(text.size()), &written, nullptr); });
+}
+
+struct Message {
+    DWORD error;
+    std::string text;
+};
+
+Message Read(HANDLE server, DWORD bytes) {
+    char buffer[64] = {};
+    DWORD read = 0;
+    const DWORD error = contract::ErrorOf([&] { return ReadFile(server, buffer, bytes, &read, nullptr); });
+    return {error, std::string(buffer, read)};
+}
+
+TEST(Pipes, AMessageStaysWholeAndALongOneComesInParts) {
+    HANDLE server = Server();
+    ASSERT_NE(server, INVALID_HANDLE_VALUE);
+    HANDLE client = Client();
+    ASSERT_NE(client, INVALID_HANDLE_VALUE) << "an instance listens from its making on";
+    EXPECT_EQ(contract::ErrorOf([&] { return ConnectNamedPipe(server, nullptr); }), DWORD{ERROR_PIPE_CONNECTED});
+    EXPECT_EQ(Write(client, "first"), 0u);
+    EXPECT_EQ(Write(client, "second"), 0u);
+    DWORD available = 0, left = 0;
+    EXPECT_TRUE(PeekNamedPipe(server, nullptr, 0, nullptr, &available, &left));
+    EXPECT_EQ(available, 11u);
+    EXPECT_EQ(left, 5u);
+    Message message = Read(server, 64);
+    EXPECT_EQ(message.error, 0u);
+    EXPECT_EQ(message.text, "first");
+    message = Read(server, 4);
+    EXPECT_EQ(message.error, DWORD{ERROR_MORE_DATA});
+    EXPECT_EQ(message.text, "seco");
+    message = Read(server, 64);
+    EXPECT_EQ(message.error, 0u);
+    EXPECT_EQ(message.text, "nd");
+    CloseHandle(client);
+    EXPECT_EQ(Read(server, 64).error, DWORD{ERROR_BROKEN_PIPE});
+    CloseHandle(server);
+}
+
+TEST(Pipes, EachStandOfAnInstanceHasItsError) {
+    EXPECT_EQ(contract::ErrorOf([] { return Client() != INVALID_HANDLE_VALUE; }), DWORD{ERROR_FILE_NOT_FOUND});
+    HANDLE server = Server();
+    EXPECT_EQ(contract::ErrorOf([] { return Server() != INVALID_HANDLE_VALUE; }), DWORD{ERROR_PIPE_BUSY});
+    HANDLE client = Client();
+    EXPECT_EQ(contract::ErrorOf([] { return Client() != INVALID_HANDLE_VALUE; }), DWORD{ERROR_PIPE_BUSY});
+    CloseHandle(client);
+    EXPECT_EQ(contract::ErrorOf([&] { return ConnectNamedPipe(server, nullptr); }), DWORD{ERROR_NO_DATA});
+    EXPECT_TRUE(DisconnectNamedPipe(server));
+    EXPECT_EQ(Read(server, 64).error, DWORD{ERROR_PIPE_NOT_CONNECTED});
+    CloseHandle(server);
+}
+
+} // namespace

@@ -1,0 +1,135 @@
+// What the balloon relies on from windows: who handles what is sent, in which order messages come, what a window of
+// another thread may be asked.
+#include "tests/contract/Contract.h"
+
+namespace {
+
+constexpr char ClassName[] = "QuillmarchContractClass";
+constexpr UINT Ask = WM_APP + 1, AskBack = WM_APP + 2, Note = WM_APP + 3;
+
+HWND g_First, g_Second;
+std::string g_Order;
+DWORD g_AnswerThread;
+
+LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    switch (message) {
+    case Ask: // asks the asker back while it waits
+        g_AnswerThread = GetCurrentThreadId();
+        return SendMessageA(g_First, AskBack, 0, 0) + 1;
+    case AskBack:
+        return 41;
+    case Note:
+        g_Order += static_cast<char>(wParam);
+        return 0;
+    case WM_TIMER:
+        g_Order += 't';
+        return 0;
+    case WM_DESTROY:
+        PostQuitMessage(7);
+        return 0;
+    default:
+        return DefWindowProcA(window, message, wParam, lParam);
+    }
+}
+
+HWND MakeWindow(const char* title) {
+    return CreateWindowExA(WS_EX_TOOLWINDOW | WS_EX_NOACTIVATE, ClassName, title, WS_POPUP, 10, 20, 100, 50,
+                           GetDesktopWindow(), nullptr, nullptr, nullptr);
+}
+
+DWORD WINAPI SecondWindow_ThreadProc(LPVOID ready) {
+    g_Second = MakeWindow("second");
+    SetEvent(static_cast<HANDLE>(ready));
+    MSG message;
+    while (GetMessageA(&message, nullptr, 0, 0) > 0)
+        DispatchMessageA(&message);
+    return static_cast<DWORD>(message.wParam);
+}
+
+void Register() {
+    WNDCLASSA windowClass = {};
+    windowClass.lpfnWndProc = Procedure;
+    windowClass.lpszClassName = ClassName;
+    RegisterClassA(&windowClass);
+}
+
+struct Windows : testing::Test {
+    void SetUp() override {
+        Register();
+        g_Order.clear();
+        g_First = MakeWindow("first");
+        HANDLE ready = CreateEventA(nullptr, /*manualReset=*/FALSE, /*initialState=*/FALSE, nullptr);
+        m_thread = CreateThread(nullptr, 0, SecondWindow_ThreadProc, ready, 0, &m_threadId);
+        ASSERT_EQ(WaitForSingleObject(ready, 5000), DWORD{WAIT_OBJECT_0});
+        CloseHandle(ready);
+    }
+    void TearDown() override {
+        PostMessageA(g_Second, WM_CLOSE, 0, 0);
+        EXPECT_EQ(WaitForSingleObject(m_thread, 5000), DWORD{WAIT_OBJECT_0});
+        DWORD exitCode = 0;
+        GetExitCodeThread(m_thread, &exitCode);
+        EXPECT_EQ(exitCode, 7u) << "the end comes with its code";
+        CloseHandle(m_thread);
+        DestroyWindow(g_First);
+        MSG message;
+        while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE))
+            ;
+    }
+
+    HANDLE m_thread = nullptr;
+    DWORD m_threadId = 0;
+};
+
+TEST_F(Windows, WhoWaitsForAnAnswerIsAskedMeanwhile) {
+    EXPECT_EQ(SendMessageA(g_Second, Ask, 0, 0), 42);
+    EXPECT_EQ(g_AnswerThread, m_threadId);
+    DWORD_PTR result = 0;
+    EXPECT_NE(SendMessageTimeoutA(g_Second, Ask, 0, 0, SMTO_ABORTIFHUNG, 2000, &result), 0);
+    EXPECT_EQ(result, 42u);
+}
+
+TEST_F(Windows, PostedMessagesComeInTheirOrderTimersAndTheEndBehindThem) {
+    ASSERT_NE(SetTimer(g_First, 5, 10, nullptr), 0u);
+    Sleep(100);
+    PostMessageA(g_First, Note, 'a', 0);
+    PostMessageA(g_First, Note, 'b', 0);
+    MSG message;
+    for (int i = 0; i < 3 && GetMessageA(&message, nullptr, 0, 0) > 0; ++i)
+        DispatchMessageA(&message);
+    EXPECT_EQ(g_Order, "abt") << "and a timer whose message waited came once";
+    EXPECT_TRUE(KillTimer(g_First, 5));
+    EXPECT_FALSE(KillTimer(g_First, 5));
+}
+
+TEST_F(Windows, AWindowOfAnotherThreadMovesAndShowsButKeepsItsTimersAndItsLife) {
+    EXPECT_TRUE(SetWindowPos(g_Second, HWND_TOPMOST, 30, 40, 200, 60, SWP_NOACTIVATE));
+    RECT rect = {};
+    EXPECT_TRUE(GetWindowRect(g_Second, &rect));
+    EXPECT_EQ(rect.left, 30);
+    EXPECT_EQ(rect.bottom, 100);
+    EXPECT_NE(static_cast<DWORD>(GetWindowLongA(g_Second, GWL_EXSTYLE)) & WS_EX_TOPMOST, 0u);
+    EXPECT_FALSE(ShowWindow(g_Second, SW_SHOWNOACTIVATE)) << "it was hidden";
+    EXPECT_TRUE(IsWindowVisible(g_Second));
+    EXPECT_TRUE(ShowWindow(g_Second, SW_HIDE));
+    EXPECT_EQ(contract::ErrorOf([] { return DestroyWindow(g_Second); }), DWORD{ERROR_ACCESS_DENIED});
+    DWORD processId = 0;
+    EXPECT_EQ(GetWindowThreadProcessId(g_Second, &processId), m_threadId);
+    EXPECT_EQ(processId, GetCurrentProcessId());
+    char title[16] = {};
+    EXPECT_EQ(SendMessageA(g_Second, WM_GETTEXT, sizeof(title), reinterpret_cast<LPARAM>(title)), 6);
+    EXPECT_STREQ(title, "second");
+}
+
+TEST_F(Windows, AWindowThatHasGoneIsNoWindow) {
+    HWND gone = MakeWindow("gone");
+    EXPECT_TRUE(DestroyWindow(gone));
+    EXPECT_FALSE(IsWindow(gone));
+    EXPECT_EQ(contract::ErrorOf([&] { return PostMessageA(gone, Note, 0, 0); }), DWORD{ERROR_INVALID_WINDOW_HANDLE});
+    KNOWN_DIFFERENCE("a timer for a window that has gone fails with 6", contract::ErrorOf([&] {
+                                                                            return SetTimer(gone, 1, 10, nullptr) != 0;
+                                                                        }) == DWORD{ERROR_INVALID_WINDOW_HANDLE});
+    EXPECT_EQ(FindWindowA(ClassName, "gone"), nullptr);
+    EXPECT_EQ(FindWindowA(ClassName, "FIRST"), g_First);
+}
+
+} // namespace
