@@ -1,5 +1,5 @@
 // Device contexts, bitmaps, fonts, regions, icons, layered windows and visual styles. What is drawn goes into lists, as
-// items with their place, text, colour and size; see Drawing.h.
+// items with their place, text, colour and size; see DisplayList.h.
 #pragma once
 
 #include "simwin/desktop/api.h"
