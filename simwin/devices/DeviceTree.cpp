@@ -128,16 +128,22 @@ std::vector<DeviceNode*> DeviceTree::AllByRegistry() const {
     return nodes;
 }
 
+// The next one that nobody has.
+simwin::DWORD DeviceTree::NextNumber() {
+    while (m_byNumber.contains(m_next))
+        ++m_next;
+    return m_next++;
+}
+
 DeviceNode* DeviceTree::Add(std::string_view id, simwin::DWORD number) {
     if (m_next == 0)
         m_next = TheSetup().firstNode;
-    if (number == 0)
-        number = m_next++;
     DeviceNode* node = m_nodes.emplace_back(std::make_unique<DeviceNode>()).get();
-    node->number = number;
+    node->hasOwnNumber = number != 0;
+    node->number = number ? number : NextNumber();
     node->id = id;
     node->enumPath = EnumRoot + node->id;
-    m_byNumber.emplace(number, node);
+    m_byNumber.emplace(node->number, node);
     m_byId.emplace(node->id, node);
     return node;
 }
@@ -253,15 +259,13 @@ void DeviceTree::ReleaseKernelDevice(KernelDevice* device) {
 void DeviceTree::Renumber() {
     std::vector<DeviceNode*> nodes;
     for (const auto& [number, node] : m_byNumber)
-        if (!node->root)
+        if (!node->hasOwnNumber)
             nodes.push_back(node);
     std::stable_partition(nodes.begin(), nodes.end(), [](const DeviceNode* node) { return !node->uninstalled; });
-    m_byNumber.clear();
-    if (m_root)
-        m_byNumber.emplace(m_root->number, m_root);
+    std::erase_if(m_byNumber, [](const auto& entry) { return !entry.second->hasOwnNumber; });
     m_next = TheSetup().firstNode;
     for (DeviceNode* node : nodes) {
-        node->number = m_next++;
+        node->number = NextNumber();
         m_byNumber.emplace(node->number, node);
     }
     for (const auto& node : m_nodes)

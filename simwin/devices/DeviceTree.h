@@ -50,9 +50,10 @@ enum class Cause : std::uint8_t { Outside, Product };
 enum class DeviceState : std::uint8_t { Absent, Stopped, Starting, Running };
 
 struct DeviceNode {
-    simwin::DWORD number = 0; // the DEVINST
-    std::string id;           // as it is written
-    std::string enumPath;     // 'HKLM\SYSTEM\CurrentControlSet\Enum\...'
+    simwin::DWORD number = 0;  // the DEVINST
+    bool hasOwnNumber = false; // of every start, not one that counts
+    std::string id;            // as it is written
+    std::string enumPath;      // 'HKLM\SYSTEM\CurrentControlSet\Enum\...'
     DeviceKind kind = DeviceKind::Other;
     bool root = false;        // HTREE\ROOT\0
     bool printerPort = false; // class Ports, but LPTn: no COM interface, no SERIALCOMM
@@ -151,6 +152,8 @@ public:
     void Revive(DeviceNode* node);
 
 private:
+    simwin::DWORD NextNumber();
+
     std::vector<std::unique_ptr<DeviceNode>> m_nodes; // by number from m_first on, and the root of number 1
     std::map<simwin::DWORD, DeviceNode*> m_byNumber;
     std::map<std::string, DeviceNode*, InstanceIdLess> m_byId;
