@@ -203,8 +203,10 @@ void CheckNameOfRemovedPort(CComPort* port) {
         return;
     }
     WriteLog(1, "DosDeviceName(%s) is kn=%s  PortChangedByDdn=%u", port->szRegPortName, target, port->PortChangedByDdn);
-    // The port may have had another one's name in its record, or one that came since has the kernel name now.
-    if (lstrcmpA(target, port->szKernelNameCom) != 0 || IsLinkOfAnother(port, port->szRegPortName, target)) {
+    // The port may have had another one's name in its record, one that came since may have the kernel name now, or the
+    // port itself is back before its removal is looked at.
+    if (lstrcmpA(target, port->szKernelNameCom) != 0 || IsLinkOfAnother(port, port->szRegPortName, target) ||
+        GetProblem(port->DevInst) == 0) {
         WriteLog(3, "szKnCom=%s P->szKernelNameCom=%s", target, port->szKernelNameCom);
         return;
     }
