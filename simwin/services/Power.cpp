@@ -29,6 +29,8 @@ struct Power {
     std::uint64_t serial = 0;
     bool shutsDown = false, isOff = false, hasBooted = false;
     PowerCounts counts;
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> sleeps; // from, to; in order
+    std::uint64_t asleepSinceMs = 0;
     bool isFast = false; // its sleep is a fast startup's
     std::function<void(PowerEvent)> observer;
 };
@@ -107,6 +109,7 @@ void EndFallingAsleep() {
 void StopRunning() {
     EndFallingAsleep();
     FallAsleep();
+    g_power->asleepSinceMs = Now();
     g_power->counts.sleeps += !g_power->isFast;
     if (g_power->isFast) // not on the thread of the last handler
         At(Now(), Due::Outside, [] { Tell(PowerEvent::Off); });
@@ -184,6 +187,8 @@ void BootMachine() {
 
 void ResumeMachine(DWORD code, bool replugAll) {
     EndFallingAsleep();
+    if (IsAsleep())
+        g_power->sleeps.emplace_back(g_power->asleepSinceMs, Now());
     WakeMachine();
     BroadcastServiceControl(SERVICE_CONTROL_POWEREVENT, code, {});
     NoticeMissedChanges();
@@ -193,6 +198,14 @@ void ResumeMachine(DWORD code, bool replugAll) {
 
 const PowerCounts& CountsOfPower() {
     return g_power->counts;
+}
+
+std::uint64_t AsleepBetweenMs(std::uint64_t fromMs, std::uint64_t toMs) {
+    std::uint64_t asleepMs = 0;
+    for (const auto& [from, to] : g_power->sleeps)
+        if (std::max(from, fromMs) < std::min(to, toMs))
+            asleepMs += std::min(to, toMs) - std::max(from, fromMs);
+    return asleepMs;
 }
 
 bool HasBooted() {

@@ -32,6 +32,8 @@ struct PowerCounts {
     unsigned sleeps = 0, boots = 0, fastStartups = 0;
 };
 const PowerCounts& CountsOfPower();
+// How much of a time it slept through, in ms; a sleep that lasts still does not count.
+std::uint64_t AsleepBetweenMs(std::uint64_t fromMs, std::uint64_t toMs);
 bool HasBooted(); // since the start of the run, at which somebody may be logged on
 
 enum class PowerState : std::uint8_t { On, Asleep, ShuttingDown, FastOff, Off };

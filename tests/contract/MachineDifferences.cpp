@@ -17,10 +17,32 @@ TEST(MachineDifferences, Files) {
     };
     MACHINE_DIFFERS("a folder that is not there is an unknown file", search("C:\\Absent\\") == ERROR_PATH_NOT_FOUND);
     MACHINE_DIFFERS("devices are not found in folders", search("C:\\nul") == 0);
+    const std::string name = contract::TempFile("case.txt"), other = contract::TempFile("CASE.txt");
+    CloseHandle(CreateFileA(name.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    EXPECT_TRUE(MoveFileA(name.c_str(), other.c_str()));
+    EXPECT_EQ(search(other.c_str()), 0u);
+    EXPECT_NE(std::string(found.cFileName).find("CASE"), std::string::npos);
+    DeleteFileA(other.c_str());
     SetLastError(NoError);
     char path[MAX_PATH];
     GetModuleFileNameA(nullptr, path, MAX_PATH);
     MACHINE_DIFFERS("a success leaves the last error alone", GetLastError() == 0);
+}
+
+TEST(MachineDifferences, Others) {
+    MACHINE_DIFFERS("threads by their pseudo handle cannot be waited for",
+                    WaitForSingleObject(GetCurrentThread(), 0) == WAIT_TIMEOUT);
+    char target[MAX_PATH] = "";
+    EXPECT_TRUE(DefineDosDeviceA(0, "QuillmarchSlash", "C:/Nowhere"));
+    QueryDosDeviceA("QuillmarchSlash", target, sizeof(target));
+    MACHINE_DIFFERS("a slash in a target stays one", std::string(target).find("C:\\Nowhere") != std::string::npos);
+    EXPECT_TRUE(DefineDosDeviceA(DDD_REMOVE_DEFINITION, "QuillmarchSlash", nullptr));
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    const BOOL isRead =
+        ConvertStringSecurityDescriptorToSecurityDescriptorA("D: (A;;GA;;;WD)", SDDL_REVISION_1, &descriptor, nullptr);
+    MACHINE_DIFFERS("a list must not have blanks", isRead != FALSE);
+    if (isRead)
+        LocalFree(descriptor);
 }
 
 TEST(MachineDifferences, Registry) {

@@ -7,6 +7,7 @@
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/registry/Registry.h"
+#include "simwin/services/Power.h"
 #include "simwin/services/Services.h"
 
 #include <fmt/format.h>
@@ -99,7 +100,7 @@ void Rest::JudgeStops(bool isSlow) {
         const bool isAtStart = pendingAtMs - startedAtMs < SlowStopLimitMs;
         const std::uint64_t limit = isSlow || isAtStart ? SlowStopLimitMs : StopLimitMs;
         if (report.state == simwin::SERVICE_STOPPED && state == simwin::SERVICE_STOP_PENDING &&
-            report.atMs - pendingAtMs > limit)
+            report.atMs - pendingAtMs - machine::AsleepBetweenMs(pendingAtMs, report.atMs) > limit)
             Complain("a stop ends within ten seconds and a little",
                      fmt::format("begun at {} ms, ended at {} ms", pendingAtMs, report.atMs));
         state = report.state;
