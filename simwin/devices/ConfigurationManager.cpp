@@ -126,6 +126,11 @@ void GiveVeto(const RemovalVeto& veto, simwin::PPNP_VETO_TYPE type, wchar_t* nam
     name[count] = 0;
 }
 
+void CheckFlags(const char* call, simwin::ULONG flags, simwin::ULONG known) {
+    if (flags & ~known)
+        NotModelled(call, "flags other than those that are declared");
+}
+
 } // namespace
 
 } // namespace machine
@@ -134,8 +139,9 @@ namespace simwin {
 
 using namespace machine;
 
-CONFIGRET CM_Get_Parent(PDEVINST parent, DEVINST node, ULONG) {
+CONFIGRET CM_Get_Parent(PDEVINST parent, DEVINST node, ULONG flags) {
     SIM_CALL("CM_Get_Parent", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_FAILURE);
+    CheckFlags("CM_Get_Parent", flags, 0);
     if (simCall.error)
         return simCall.error;
     const DeviceNode* found = PresentNode(node);
@@ -147,8 +153,9 @@ CONFIGRET CM_Get_Parent(PDEVINST parent, DEVINST node, ULONG) {
     return CR_SUCCESS;
 }
 
-CONFIGRET CM_Get_Child(PDEVINST child, DEVINST node, ULONG) {
+CONFIGRET CM_Get_Child(PDEVINST child, DEVINST node, ULONG flags) {
     SIM_CALL("CM_Get_Child", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_FAILURE);
+    CheckFlags("CM_Get_Child", flags, 0);
     if (simCall.error)
         return simCall.error;
     const DeviceNode* found = PresentNode(node);
@@ -162,8 +169,9 @@ CONFIGRET CM_Get_Child(PDEVINST child, DEVINST node, ULONG) {
     return CR_NO_SUCH_DEVNODE;
 }
 
-CONFIGRET CM_Get_Sibling(PDEVINST sibling, DEVINST node, ULONG) {
+CONFIGRET CM_Get_Sibling(PDEVINST sibling, DEVINST node, ULONG flags) {
     SIM_CALL("CM_Get_Sibling", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_FAILURE);
+    CheckFlags("CM_Get_Sibling", flags, 0);
     if (simCall.error)
         return simCall.error;
     const DeviceNode* found = PresentNode(node);
@@ -181,8 +189,9 @@ CONFIGRET CM_Get_Sibling(PDEVINST sibling, DEVINST node, ULONG) {
     return CR_SUCCESS;
 }
 
-CONFIGRET CM_Get_Device_IDA(DEVINST node, PSTR buffer, ULONG size, ULONG) {
+CONFIGRET CM_Get_Device_IDA(DEVINST node, PSTR buffer, ULONG size, ULONG flags) {
     SIM_CALL("CM_Get_Device_IDA", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_BUFFER_SMALL, CR_FAILURE);
+    CheckFlags("CM_Get_Device_IDA", flags, 0);
     if (simCall.error)
         return simCall.error;
     const DeviceNode* found = TheDeviceTree().Find(node);
@@ -196,8 +205,9 @@ CONFIGRET CM_Get_Device_IDA(DEVINST node, PSTR buffer, ULONG size, ULONG) {
     return CR_SUCCESS;
 }
 
-CONFIGRET CM_Get_DevNode_Status(PULONG status, PULONG problem, DEVINST node, ULONG) {
+CONFIGRET CM_Get_DevNode_Status(PULONG status, PULONG problem, DEVINST node, ULONG flags) {
     SIM_CALL("CM_Get_DevNode_Status", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_FAILURE);
+    CheckFlags("CM_Get_DevNode_Status", flags, 0);
     if (simCall.error)
         return simCall.error;
     const DeviceNode* found = PresentNode(node);
@@ -211,16 +221,18 @@ CONFIGRET CM_Get_DevNode_Status(PULONG status, PULONG problem, DEVINST node, ULO
 }
 
 CONFIGRET CM_Get_DevNode_Registry_PropertyA(DEVINST node, ULONG property, PULONG type, PVOID buffer, PULONG size,
-                                            ULONG) {
+                                            ULONG flags) {
     SIM_CALL("CM_Get_DevNode_Registry_PropertyA", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_NO_SUCH_VALUE,
              CR_BUFFER_SMALL, CR_REGISTRY_ERROR, CR_FAILURE);
+    CheckFlags("CM_Get_DevNode_Registry_PropertyA", flags, 0);
     return simCall.error ? simCall.error : GetProperty(node, property, type, buffer, size, false);
 }
 
 CONFIGRET CM_Get_DevNode_Registry_PropertyW(DEVINST node, ULONG property, PULONG type, PVOID buffer, PULONG size,
-                                            ULONG) {
+                                            ULONG flags) {
     SIM_CALL("CM_Get_DevNode_Registry_PropertyW", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_NO_SUCH_VALUE,
              CR_BUFFER_SMALL, CR_REGISTRY_ERROR, CR_FAILURE);
+    CheckFlags("CM_Get_DevNode_Registry_PropertyW", flags, 0);
     return simCall.error ? simCall.error : GetProperty(node, property, type, buffer, size, true);
 }
 
@@ -253,8 +265,9 @@ CONFIGRET CM_Free_Log_Conf_Handle(LOG_CONF configuration) {
     return CR_SUCCESS;
 }
 
-CONFIGRET CM_Get_Next_Res_Des(PRES_DES descriptor, RES_DES previous, RESOURCEID type, PRESOURCEID found, ULONG) {
+CONFIGRET CM_Get_Next_Res_Des(PRES_DES descriptor, RES_DES previous, RESOURCEID type, PRESOURCEID found, ULONG flags) {
     SIM_CALL("CM_Get_Next_Res_Des", IdOfResource(previous), CR_NO_MORE_RES_DES, CR_INVALID_RES_DES, CR_FAILURE);
+    CheckFlags("CM_Get_Next_Res_Des", flags, 0);
     if (simCall.error)
         return simCall.error;
     const ResourceHandle* from = FindResource(previous);
@@ -282,8 +295,9 @@ CONFIGRET CM_Free_Res_Des_Handle(RES_DES descriptor) {
     return CR_SUCCESS;
 }
 
-CONFIGRET CM_Get_Res_Des_Data_Size(PULONG size, RES_DES descriptor, ULONG) {
+CONFIGRET CM_Get_Res_Des_Data_Size(PULONG size, RES_DES descriptor, ULONG flags) {
     SIM_CALL("CM_Get_Res_Des_Data_Size", IdOfResource(descriptor), CR_INVALID_RES_DES, CR_FAILURE);
+    CheckFlags("CM_Get_Res_Des_Data_Size", flags, 0);
     if (simCall.error)
         return simCall.error;
     const ResourceHandle* found = FindResource(descriptor);
@@ -293,8 +307,9 @@ CONFIGRET CM_Get_Res_Des_Data_Size(PULONG size, RES_DES descriptor, ULONG) {
     return CR_SUCCESS;
 }
 
-CONFIGRET CM_Get_Res_Des_Data(RES_DES descriptor, PVOID buffer, ULONG size, ULONG) {
+CONFIGRET CM_Get_Res_Des_Data(RES_DES descriptor, PVOID buffer, ULONG size, ULONG flags) {
     SIM_CALL("CM_Get_Res_Des_Data", IdOfResource(descriptor), CR_INVALID_RES_DES, CR_BUFFER_SMALL, CR_FAILURE);
+    CheckFlags("CM_Get_Res_Des_Data", flags, 0);
     if (simCall.error)
         return simCall.error;
     constexpr DWORDLONG LastOfSerial = 7; // a serial port has eight registers
@@ -331,15 +346,17 @@ CONFIGRET ChangeByNode(DEVINST node, DWORD change, CONFIGRET injected) {
 
 } // namespace
 
-CONFIGRET CM_Disable_DevNode(DEVINST node, ULONG) {
+CONFIGRET CM_Disable_DevNode(DEVINST node, ULONG flags) {
     SIM_CALL("CM_Disable_DevNode", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED,
              CR_NOT_DISABLEABLE, CR_REMOVE_VETOED, CR_NEED_RESTART, CR_FAILURE);
+    CheckFlags("CM_Disable_DevNode", flags, 0);
     return ChangeByNode(node, DICS_DISABLE, simCall.error);
 }
 
-CONFIGRET CM_Enable_DevNode(DEVINST node, ULONG) {
+CONFIGRET CM_Enable_DevNode(DEVINST node, ULONG flags) {
     SIM_CALL("CM_Enable_DevNode", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED, CR_NEED_RESTART,
              CR_FAILURE);
+    CheckFlags("CM_Enable_DevNode", flags, 0);
     return ChangeByNode(node, DICS_ENABLE, simCall.error);
 }
 
@@ -363,7 +380,7 @@ CONFIGRET CM_Setup_DevNode(DEVINST node, ULONG flags) {
     return CR_SUCCESS;
 }
 
-CONFIGRET CM_Reenumerate_DevNode_Ex(DEVINST node, ULONG, HMACHINE remote) {
+CONFIGRET CM_Reenumerate_DevNode_Ex(DEVINST node, ULONG flags, HMACHINE remote) {
     SIM_CALL("CM_Reenumerate_DevNode_Ex", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED,
              CR_FAILURE);
     if (simCall.error) {
@@ -373,6 +390,7 @@ CONFIGRET CM_Reenumerate_DevNode_Ex(DEVINST node, ULONG, HMACHINE remote) {
     }
     if (remote)
         NotModelled("CM_Reenumerate_DevNode_Ex", "another machine");
+    CheckFlags("CM_Reenumerate_DevNode_Ex", flags, 0);
     DeviceNode* found = PresentNode(node);
     if (!found)
         return Missing(node);
@@ -383,9 +401,10 @@ CONFIGRET CM_Reenumerate_DevNode_Ex(DEVINST node, ULONG, HMACHINE remote) {
 }
 
 CONFIGRET CM_Query_And_Remove_SubTreeW(DEVINST node, PPNP_VETO_TYPE vetoType, LPWSTR vetoName, ULONG nameLength,
-                                       ULONG) {
+                                       ULONG flags) {
     SIM_CALL("CM_Query_And_Remove_SubTreeW", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED,
              CR_REMOVE_VETOED, CR_FAILURE);
+    CheckFlags("CM_Query_And_Remove_SubTreeW", flags, CM_REMOVE_NO_RESTART);
     if (simCall.error) {
         if (const DeviceNode* asked = PresentNode(node))
             NoteFailedRestart(*asked, "remove-and-setup");
@@ -403,9 +422,11 @@ CONFIGRET CM_Query_And_Remove_SubTreeW(DEVINST node, PPNP_VETO_TYPE vetoType, LP
     return CR_REMOVE_VETOED;
 }
 
-CONFIGRET CM_Request_Device_EjectW(DEVINST node, PPNP_VETO_TYPE vetoType, LPWSTR vetoName, ULONG nameLength, ULONG) {
+CONFIGRET CM_Request_Device_EjectW(DEVINST node, PPNP_VETO_TYPE vetoType, LPWSTR vetoName, ULONG nameLength,
+                                   ULONG flags) {
     SIM_CALL("CM_Request_Device_EjectW", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED,
              CR_REMOVE_VETOED, CR_FAILURE);
+    CheckFlags("CM_Request_Device_EjectW", flags, 0);
     if (simCall.error)
         return simCall.error;
     DeviceNode* found = PresentNode(node);

@@ -272,9 +272,11 @@ BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO handle, PSP_DEVICE_INTERFACE_DATA
     return TRUE;
 }
 
-BOOL SetupDiOpenDeviceInterfaceA(HDEVINFO handle, PCSTR path, DWORD, PSP_DEVICE_INTERFACE_DATA data) {
+BOOL SetupDiOpenDeviceInterfaceA(HDEVINFO handle, PCSTR path, DWORD flags, PSP_DEVICE_INTERFACE_DATA data) {
     SIM_CALL("SetupDiOpenDeviceInterfaceA", path ? path : "", ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER,
              ERROR_NOT_ENOUGH_MEMORY, ERROR_NO_SUCH_DEVICE_INTERFACE);
+    if (flags)
+        NotModelled("SetupDiOpenDeviceInterfaceA", "flags");
     if (simCall.error) {
         SetError(simCall.error);
         return FALSE;

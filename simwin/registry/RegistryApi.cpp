@@ -229,10 +229,12 @@ namespace simwin {
 
 using namespace machine;
 
-LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD, REGSAM access, PHKEY result) {
+LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD options, REGSAM access, PHKEY result) {
     const CallObject object(key, subKey);
     SIM_CALL("RegOpenKeyExA", object.text, ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE,
              ERROR_KEY_DELETED);
+    if (options)
+        NotModelled("RegOpenKeyExA", "options");
     if (const LONG error = CheckOpening(subKey, access, result))
         return error;
     if (simCall.error)

@@ -109,6 +109,8 @@ SC_HANDLE OpenServiceA(SC_HANDLE manager, LPCSTR name, DWORD access) {
         return Fail<SC_HANDLE>(simCall.error, nullptr);
     if (!machine::FromHandle<machine::ManagerHandle>(manager, machine::ObjectKind::ServiceManager))
         return Fail<SC_HANDLE>(ERROR_INVALID_HANDLE, nullptr);
+    if (!name)
+        return Fail<SC_HANDLE>(ERROR_INVALID_PARAMETER, nullptr);
     machine::Service* service = machine::FindService(name);
     if (!service)
         return Fail<SC_HANDLE>(ERROR_SERVICE_DOES_NOT_EXIST, nullptr);
