@@ -1,7 +1,7 @@
 #include "rehearse/DesktopEvents.h"
 
 #include "rehearse/Balloons.h"
-#include "rehearse/Surroundings.h"
+#include "rehearse/SessionEvents.h"
 
 #include "simwin/desktop/Desktop.h"
 #include "simwin/kernel/Scheduler.h"

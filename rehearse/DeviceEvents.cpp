@@ -2,7 +2,7 @@
 
 #include "rehearse/DeviceRecords.h"
 #include "rehearse/MachineFacts.h"
-#include "rehearse/Surroundings.h"
+#include "rehearse/SessionEvents.h"
 
 #include "simwin/devices/Devices.h"
 #include "simwin/devices/PlugAndPlay.h"

@@ -6,7 +6,7 @@
 #include "rehearse/EventRows.h"
 #include "rehearse/MachineBuilder.h"
 #include "rehearse/PowerEvents.h"
-#include "rehearse/Surroundings.h"
+#include "rehearse/SessionEvents.h"
 
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Process.h"
@@ -143,7 +143,7 @@ Action SetValueEvent(const Record& event, Stage& stage) {
     (void)RegistryDataOf(value); // complains now, not in the middle of the run
     return [&stage, key, name, value] {
         stage.timeline->Outside(fmt::format("registry value {}\\{} is set", key, name));
-        SetRegistryValue(key, name, value);
+        SetRegistryValue(*stage.description, key, name, value);
     };
 }
 
@@ -159,8 +159,8 @@ const EventRow* FindRow(std::span<const EventRow> rows, const Record& event) {
 }
 
 Action ActionOf(const Record& event, Stage& stage) {
-    for (const std::span<const EventRow> rows : {std::span<const EventRow>(Rows), DeviceEventRows(), PowerEventRows(),
-                                                 SurroundingsEventRows(), DesktopEventRows()})
+    for (const std::span<const EventRow> rows :
+         {std::span<const EventRow>(Rows), DeviceEventRows(), PowerEventRows(), SessionEventRows(), DesktopEventRows()})
         if (const EventRow* row = FindRow(rows, event)) {
             if (event.Is(row->subject, Flag) && !event.FlagOf(row->subject))
                 throw InputError(event.At(row->subject), fmt::format("'{}' can only be true", row->subject));

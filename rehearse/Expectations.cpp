@@ -5,6 +5,7 @@
 #include "rehearse/Durations.h"
 #include "rehearse/MachineBuilder.h"
 #include "rehearse/MachineFacts.h"
+#include "rehearse/Processes.h"
 #include "rehearse/Surroundings.h"
 
 #include "simwin/devices/Devices.h"
@@ -98,9 +99,9 @@ bool IsSameValue(const machine::RegistryValue& value, const Value& wanted) {
     return value.data == data.data;
 }
 
-void JudgeValue(const Record& expect, Wrongs& wrongs) {
+void JudgeValue(const Record& expect, const Record& description, Wrongs& wrongs) {
     const Record& table = *expect.TableOf("value");
-    const machine::RegistryKey* key = machine::TheRegistry().FindKey(table.TextOf("key"), SystemUser);
+    const machine::RegistryKey* key = machine::TheRegistry().FindKey(table.TextOf("key"), DescribedUser(description));
     const machine::RegistryValue* value = key ? key->FindValue(table.TextOf("name")) : nullptr;
     const bool isGone = expect.FlagOf("gone") || table.FlagOf("gone");
     if (!value) {
@@ -115,9 +116,9 @@ void JudgeValue(const Record& expect, Wrongs& wrongs) {
     }
 }
 
-void JudgeKey(const Record& expect, Wrongs& wrongs) {
+void JudgeKey(const Record& expect, const Record& description, Wrongs& wrongs) {
     const std::string key = expect.TextOf("key");
-    const bool isThere = machine::TheRegistry().FindKey(key, SystemUser) != nullptr;
+    const bool isThere = machine::TheRegistry().FindKey(key, DescribedUser(description)) != nullptr;
     if (isThere == expect.FlagOf("gone"))
         wrongs.push_back(isThere ? "it is there" : "there is no such key");
     if (isThere && expect.Has("acl") && !machine::TheRegistry().IsSecurityUnchanged(key))
@@ -206,8 +207,8 @@ void JudgeNote(const Record& expect, Wrongs& wrongs) {
 
 // What the expectation is about, for its line.
 std::string SubjectOf(const Record& expect) {
-    for (const char* key : {"device", "dos_name", "key", "file", "restart", "message", "editor", "log", "log_match",
-                            "note", "balloon", "shown", "tooltip", "input"})
+    for (const char* key : {"device", "dos_name", "key", "file", "restart", "message", "editor", "process", "log",
+                            "log_match", "note", "balloon", "shown", "tooltip", "input"})
         if (expect.Has(key))
             return fmt::format("{} '{}'", key, Shortened(expect.TextOf(key)));
     if (const Record* table = expect.TableOf("value"))
@@ -227,9 +228,9 @@ Wrongs WrongsOf(const Record& expect, const Stage& stage) {
     else if (expect.Has("com_database"))
         JudgeComDatabase(expect, wrongs);
     else if (expect.Has("value"))
-        JudgeValue(expect, wrongs);
+        JudgeValue(expect, *stage.description, wrongs);
     else if (expect.Has("key"))
-        JudgeKey(expect, wrongs);
+        JudgeKey(expect, *stage.description, wrongs);
     else if (expect.Has("file"))
         JudgeFile(expect, wrongs);
     else if (expect.Has("log") || expect.Has("log_order") || expect.Has("log_match") || expect.Has("log_complete"))
@@ -238,6 +239,8 @@ Wrongs WrongsOf(const Record& expect, const Stage& stage) {
         JudgeRestart(expect, wrongs);
     else if (expect.Has("note"))
         JudgeNote(expect, wrongs);
+    else if (expect.Has("process"))
+        JudgeProcess(expect, wrongs);
     else if (expect.Has("message") || expect.Has("editor"))
         JudgeSurroundings(expect, wrongs);
     else if (IsAboutDesktop(expect))
@@ -247,9 +250,9 @@ Wrongs WrongsOf(const Record& expect, const Stage& stage) {
     return wrongs;
 }
 
-// The time of a restart or a balloon says when it was; it is judged at the end.
+// The time of a restart, a process or a balloon says when it was; it is judged at the end.
 bool IsTimed(const Record& expect) {
-    return expect.Is("at", Duration) && !expect.Has("restart") && !expect.Has("balloon");
+    return expect.Is("at", Duration) && !expect.Has("restart") && !expect.Has("process") && !expect.Has("balloon");
 }
 
 // A pair of durations, both ends included.
@@ -257,10 +260,11 @@ void CheckPair(const Record& expect, const char* key) {
     const Value* value = expect.Find(key);
     if (!value || value->type != Texts)
         return;
-    const bool isPair = expect.Has("balloon") && value->texts.size() == 2 && ParseDuration(value->texts[0]) &&
-                        ParseDuration(value->texts[1]);
+    const bool isPair = (expect.Has("process") || expect.Has("balloon")) && value->texts.size() == 2 &&
+                        ParseDuration(value->texts[0]) && ParseDuration(value->texts[1]);
     if (!isPair)
-        throw InputError(value->at, fmt::format("'{}' must be a time; of a balloon also a pair of them", key));
+        throw InputError(value->at,
+                         fmt::format("'{}' must be a time; of a process or a balloon also a pair of them", key));
 }
 
 } // namespace
@@ -276,6 +280,7 @@ bool IsAt(const Record& expect, std::string_view key, std::uint64_t atMs) {
 
 void Expectations::Check() const {
     for (const Record& expect : m_stage.description->TablesOf("expect")) {
+        CheckPair(expect, "ends_at");
         for (const char* key : {"device", "restart"})
             if (expect.Has(key) && !IsKnownDevice(expect.TextOf(key)))
                 throw InputError(expect.At(key), fmt::format("there is no device '{}'", expect.TextOf(key)));

@@ -4,6 +4,7 @@
 #include "rehearse/DeviceRecords.h"
 #include "rehearse/Durations.h"
 #include "rehearse/Exports.h"
+#include "rehearse/SessionEvents.h"
 #include "rehearse/Surroundings.h"
 
 #include "simwin/files/Files.h"
@@ -13,6 +14,7 @@
 #include "simwin/registry/Registry.h"
 #include "simwin/services/Services.h"
 #include "simwin/sessions/Sessions.h"
+#include "simwin/sessions/Tokens.h"
 
 #include <fmt/format.h>
 
@@ -96,7 +98,7 @@ void SetDescribedValues(const Record& description) {
     for (const auto& [key, values] : keys.Fields()) {
         CheckRegistryPath(key, values.at);
         for (const auto& [name, value] : values.tables.front().Fields())
-            SetRegistryValue(key, name, value);
+            SetRegistryValue(description, key, name, value);
     }
 }
 
@@ -155,17 +157,14 @@ machine::ProcessStart StartByPerson(const Record& description, const Record& pro
     const std::string account = product.TextOf("account", "system");
     if (machine::EqualNoCase(account, "system")) {
         start.user = SystemUser;
-        start.session = DebugSession;
+        start.session = machine::ConsoleSession().value_or(DebugSession);
         start.rights = machine::Rights::System;
         start.administrator = true;
         return start;
     }
-    const SessionFacts session = SessionOfUser(description, account, product.At("account"));
-    start.user = account;
-    start.session = session.id;
-    const bool isAdministrator = product.FlagOf("administrator", true);
-    start.administrator = isAdministrator && !session.hasFilteredTokens;
-    start.rights = isAdministrator && !session.hasFilteredTokens ? machine::Rights::Elevated : machine::Rights::User;
+    machine::Logon logon = LogonOfUser(description, account, product.At("account"));
+    logon.administrator = product.FlagOf("administrator", true);
+    machine::StartWith(start, *new machine::Token(machine::LogonToken(logon)));
     return start;
 }
 
@@ -270,19 +269,30 @@ void CheckRegistryPath(const std::string& key, const Position& at) {
         throw InputError(at, fmt::format("'{}' begins with no root of the registry such as HKLM", key));
 }
 
-void SetRegistryValue(const std::string& key, const std::string& name, const Value& value) {
+void SetRegistryValue(const Record& description, const std::string& key, const std::string& name, const Value& value) {
     RegistryData data = RegistryDataOf(value);
     machine::Registry& registry = machine::TheRegistry();
-    registry.PutValue(registry.CreateKey(key, SystemUser), name, data.type, std::move(data.data));
+    registry.PutValue(registry.CreateKey(key, DescribedUser(description)), name, data.type, std::move(data.data));
 }
 
 void FillMachine(const Record& description, const Options& options) {
     ImportExports(description);
     InstallProduct(description, options);
     SetUpSurroundings(description);
+    for (const Record& session : description.TablesOf("session"))
+        if (session.Has("user")) // SIDs are given in the order of the sessions
+            (void)machine::SidOfAccount(session.TextOf("user"));
     SetDescribedValues(description);
+    SetUpSessions(description); // whether their tokens are filtered stands in the registry
     SetUpDevices(description);
     AddFaults(description);
+}
+
+std::string DescribedUser(const Record& description) {
+    for (const Record& session : description.TablesOf("session"))
+        if (session.Has("user"))
+            return session.TextOf("user");
+    return SystemUser;
 }
 
 machine::Process* StartProductInRole(const Record& description, std::string* why) {

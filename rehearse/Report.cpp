@@ -4,6 +4,7 @@
 #include "rehearse/Durations.h"
 #include "rehearse/MachineFacts.h"
 #include "rehearse/PortsTable.h"
+#include "rehearse/Processes.h"
 
 #include "simwin/desktop/Desktop.h"
 #include "simwin/devices/Devices.h"
@@ -58,22 +59,6 @@ Json PairsJson(const std::vector<std::pair<std::string, std::string>>& pairs) {
     for (const auto& [name, value] : pairs)
         table[Utf8(name)] = Utf8(value);
     return table;
-}
-
-Json ProcessesJson() {
-    Json list = Json::array();
-    for (const machine::Process* process : machine::AllProcesses())
-        list.push_back({{"at_ms", process->startedMs},
-                        {"image", Utf8(process->imagePath)},
-                        {"command_line", Utf8(process->commandLine)},
-                        {"directory", Utf8(process->currentDirectory)},
-                        {"user", Utf8(process->user)},
-                        {"session", process->session},
-                        {"rights", machine::RightsName(process->rights)},
-                        {"show", process->showCommand},
-                        {"exit_code", process->ended ? Json(process->exitCode) : Json(nullptr)},
-                        {"ended_at_ms", process->ended ? Json(process->endedMs) : Json(nullptr)}});
-    return list;
 }
 
 Json BoxesJson() {

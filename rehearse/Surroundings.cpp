@@ -6,11 +6,9 @@
 #include "simwin/desktop/Desktop.h"
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Process.h"
-#include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
-#include "simwin/services/Power.h"
-#include "simwin/sessions/Sessions.h"
+#include "simwin/registry/Security.h"
 #include "simwin/shell/Shell.h"
 
 #include <fmt/format.h>
@@ -21,14 +19,17 @@ namespace rehearse {
 
 namespace {
 
-constexpr std::int64_t LargestSession = 65535;
 constexpr std::int64_t DefaultRunMs = 1000;
 
-unsigned SessionIn(const Record& record, std::string_view key) {
-    const std::int64_t id = record.NumberOf(key, 1);
-    if (id < 0 || id > LargestSession)
-        throw InputError(record.At(key), fmt::format("'{}' must be 0 to {}", key, LargestSession));
-    return static_cast<unsigned>(id);
+machine::Program ProgramOf(const Record& record) {
+    machine::Program program;
+    program.runsMs = record.Is("runs", Text) ? machine::Program::Forever : record.MsOf("runs", DefaultRunMs);
+    program.exitCode = static_cast<simwin::DWORD>(record.NumberOf("exit"));
+    program.holds = record.TextOf("holds");
+    program.window = record.TextOf("window");
+    program.failsWith = static_cast<simwin::DWORD>(record.NumberOf("fails"));
+    program.blocksMs = record.MsOf("blocks");
+    return program;
 }
 
 void SetUpFiles(const Record& description) {
@@ -46,17 +47,18 @@ void SetUpFiles(const Record& description) {
                 throw InputError(file.At("security"), "'security' is no owner and access list");
             node->security = std::make_shared<const machine::SecurityDescriptor>(*security);
         }
-        const Record* program = file.TableOf("program");
-        if (!program)
-            continue;
-        machine::DescribeProgram(path, {program->MsOf("runs", DefaultRunMs),
-                                        static_cast<simwin::DWORD>(program->NumberOf("exit")), program->TextOf("holds"),
-                                        program->TextOf("window")});
+        if (const Record* program = file.TableOf("program"))
+            machine::DescribeProgram(path, ProgramOf(*program));
     }
 }
 
 void SetUpShell(const Record& description) {
     const Record* windows = description.TableOf("windows");
+    if (windows && windows->Has("computer"))
+        machine::SetEnvironment("COMPUTERNAME", windows->TextOf("computer"));
+    if (const Record* environment = windows ? windows->TableOf("environment") : nullptr)
+        for (const auto& [name, value] : environment->Fields())
+            machine::SetEnvironment(name, value.text);
     if (const Record* associations = windows ? windows->TableOf("associations") : nullptr)
         for (const auto& [extension, program] : associations->Fields())
             machine::SetAssociation(extension, program.text);
@@ -64,115 +66,11 @@ void SetUpShell(const Record& description) {
         machine::SetConsent(product->FlagOf("consent", true));
 }
 
-machine::Session SessionOf(const Record& record, bool isConsole) {
-    machine::Session session;
-    session.id = SessionIn(record, "id");
-    session.user = record.TextOf("user");
-    session.state =
-        *machine::SessionStateFromName(record.TextOf("state", session.user.empty() ? "connected" : "active"));
-    session.console = record.FlagOf("console", isConsole);
-    session.administrator = record.FlagOf("administrator");
-    session.filtered = record.FlagOf("uac");
-    return session;
-}
-
-void SetUpSessions(const Record& description) {
-    const std::vector<Record>& records = description.TablesOf("session");
-    const bool saysConsole = std::any_of(records.begin(), records.end(),
-                                         [](const Record& record) { return record.FlagOf("console", false); });
-    bool isFirst = true;
-    for (const Record& record : records) {
-        machine::DefineSession(SessionOf(record, isFirst && !saysConsole));
-        isFirst = false;
-    }
-}
-
-// Each user has a shell, whose windows are the desktop.
-void StartShells(const Record& description) {
-    for (const Record& record : description.TablesOf("session")) {
-        const std::string user = record.TextOf("user");
-        if (user.empty() || !record.FlagOf("shell", true))
-            continue;
-        machine::ProcessStart start;
-        start.imagePath = start.commandLine = machine::WindowsDirectory() + "\\explorer.exe";
-        start.currentDirectory = machine::WindowsDirectory();
-        start.user = user;
-        start.session = SessionIn(record, "id");
-        start.rights = machine::Rights::User;
-        start.administrator = false;
-        machine::ShellStarted(machine::StartScripted(start));
-    }
-}
-
 void SetUpAnswers(const Record& description) {
     for (const Record& record : description.TablesOf("answer"))
         machine::AddBoxAnswer(
             {record.TextOf("message"), machine::ButtonFromName(record.TextOf("button", "ok")), record.MsOf("after")});
 }
-
-Action LogonEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("logon");
-    const machine::Session session = SessionOf(table, /*isConsole=*/false);
-    return [&stage, session] {
-        stage.timeline->Outside(fmt::format("{} logs on to session {}", session.user, session.id));
-        machine::LogOn(session);
-    };
-}
-
-Action LogoffEvent(const Record& event, Stage& stage) {
-    const unsigned id = SessionIn(event, "logoff");
-    return [&stage, id] {
-        stage.timeline->Outside(fmt::format("session {} ends", id));
-        machine::LogOff(id);
-    };
-}
-
-bool LogsOnLater(const Record& description, const std::string& user) {
-    const std::vector<Record>& events = description.TablesOf("event");
-    return std::any_of(events.begin(), events.end(), [&](const Record& event) {
-        const Record* logon = event.TableOf("logon");
-        return logon && machine::EqualNoCase(logon->TextOf("user"), user);
-    });
-}
-
-// The program of a command line: in quotes, or up to the first blank.
-std::string ProgramOf(const std::string& commandLine) {
-    if (commandLine.starts_with('"'))
-        return commandLine.substr(1, commandLine.find('"', 1) - 1);
-    return commandLine.substr(0, commandLine.find(' '));
-}
-
-Action RunEvent(const Record& event, Stage& stage) {
-    const std::vector<Record>& sessions = stage.description->TablesOf("session");
-    const std::string first = sessions.empty() ? NamelessUser : sessions.front().TextOf("user");
-    machine::ProcessStart start;
-    start.user = event.TextOf("user", first);
-    if (!LogsOnLater(*stage.description, start.user))
-        start.session = SessionOfUser(*stage.description, start.user, event.At("user")).id;
-    start.commandLine = event.TextOf("run");
-    start.imagePath = ProgramOf(start.commandLine);
-    if (start.imagePath.size() < 3 || start.imagePath[1] != ':')
-        throw InputError(event.At("run"), "'run' must begin with the full path of a program");
-    start.currentDirectory = start.imagePath.substr(0, start.imagePath.rfind('\\'));
-    return [&stage, start] {
-        machine::ProcessStart now = start;
-        const machine::Session* session = machine::FindSessionOfUser(start.user);
-        if (!session && (machine::HasBooted() || !machine::AllSessions().empty())) {
-            stage.timeline->Outside(fmt::format("{} is not logged on, and runs nothing", start.user));
-            return;
-        }
-        if (session)
-            now.session = session->id;
-        now.administrator = session && session->administrator && !session->filtered;
-        now.rights = now.administrator ? machine::Rights::Elevated : machine::Rights::User;
-        simwin::DWORD error = 0;
-        const bool isStarted = machine::StartProgram(now, &error) != nullptr;
-        stage.timeline->Outside(
-            fmt::format("{} {}{}", start.user, isStarted ? "runs " : "cannot run ", start.commandLine));
-    };
-}
-
-constexpr EventRow Rows[] = {{"logon", LogonEvent}, {"logoff", LogoffEvent}, {"run", RunEvent}};
 
 } // namespace
 
@@ -183,29 +81,11 @@ std::string PathIn(const Record& record, std::string_view key) {
     return path;
 }
 
-SessionFacts SessionOfUser(const Record& description, const std::string& user, const Position& at) {
-    const std::vector<Record>& sessions = description.TablesOf("session");
-    if (sessions.empty())
-        return {};
-    const auto session = std::find_if(sessions.begin(), sessions.end(), [&](const Record& record) {
-        return machine::EqualNoCase(record.TextOf("user"), user);
-    });
-    if (session == sessions.end())
-        throw InputError(at, fmt::format("there is no session of '{}'", user));
-    return {SessionIn(*session, "id"), session->FlagOf("uac")};
-}
-
 void SetUpSurroundings(const Record& description) {
     SetUpFiles(description);
-    SetUpSessions(description);
     SetUpAnswers(description);
     SetUpShell(description);
     SetUpDesktop(description);
-    StartShells(description);
-}
-
-std::span<const EventRow> SurroundingsEventRows() {
-    return Rows;
 }
 
 namespace {

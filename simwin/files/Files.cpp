@@ -5,6 +5,7 @@
 #include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/registry/Security.h"
 
 #include <algorithm>
 
@@ -44,7 +45,9 @@ struct FileRoom {
     Files* files = nullptr;
     DeviceOpener opener, pipeOpener;
     ProfileOverride profile;
-    std::map<std::string, std::string, NoCaseLess> environment;
+    using Environment = std::map<std::string, std::string, NoCaseLess>;
+    Environment environment;                                      // of all
+    std::map<std::string, Environment, NoCaseLess> environmentOf; // of accounts, besides what each has
 };
 
 static FileRoom* g_room;
@@ -67,9 +70,9 @@ static void DescribeSystem() {
         files.Write(system + "\\uxtheme.dll", "MZ")->fileVersion = SystemFileVersion();
     if (setup.version.Packed() >= 0x0603)
         files.Write(system + "\\Shcore.dll", "MZ")->fileVersion = SystemFileVersion();
-    for (const char* name : {"notepad.exe", "explorer.exe"})
-        files.Write(windows + "\\" + name, "MZ")->fileVersion = SystemFileVersion();
-    files.MakeFolder("C:\\Temp");
+    for (const std::string& name : {windows + "\\notepad.exe", windows + "\\explorer.exe", system + "\\cmd.exe"})
+        files.Write(name, "MZ")->fileVersion = SystemFileVersion();
+    files.MakeFolder(windows + "\\Temp");
     files.Write(setup.directory + "\\" + setup.executable, "MZ");
 
     auto& environment = g_room->environment;
@@ -81,8 +84,6 @@ static void DescribeSystem() {
                    {"ALLUSERSPROFILE", "C:\\ProgramData"},
                    {"PUBLIC", "C:\\Users\\Public"},
                    {"COMPUTERNAME", "LAB-PC"},
-                   {"TEMP", "C:\\Temp"},
-                   {"TMP", "C:\\Temp"},
                    {"ComSpec", system + "\\cmd.exe"},
                    {"Path", system + ";" + windows}};
     if (setup.x64Windows)
@@ -126,29 +127,50 @@ const ProfileOverride& TheProfileOverride() {
     return g_room->profile;
 }
 
+// What differs by account. The system goes by the computer's name.
+static FileRoom::Environment EnvironmentOfAccount(const std::string& account) {
+    if (SidOfAccount(account) == SidSystem) {
+        const std::string temp = WindowsDirectory() + "\\Temp";
+        return {{"USERNAME", GetEnvironment("COMPUTERNAME") + "$"},
+                {"USERPROFILE", SystemDirectory() + "\\config\\systemprofile"},
+                {"TEMP", temp},
+                {"TMP", temp}};
+    }
+    const std::size_t slash = account.find('\\');
+    const std::string user = slash == std::string::npos ? account : account.substr(slash + 1);
+    const std::string profile = "C:\\Users\\" + user, temp = profile + "\\AppData\\Local\\Temp";
+    return {{"USERNAME", user}, {"USERPROFILE", profile}, {"TEMP", temp}, {"TMP", temp}};
+}
+
+static const std::string* FindIn(const FileRoom::Environment& environment, std::string_view name) {
+    const auto place = environment.find(name);
+    return place == environment.end() ? nullptr : &place->second;
+}
+
 std::string GetEnvironment(std::string_view name, bool* found) {
-    const auto place = g_room->environment.find(name);
-    bool is = place != g_room->environment.end();
-    std::string value = is ? place->second : std::string();
-    if (!is && CurrentThread()) {
-        // What differs by user: the system's own account goes by the computer's name.
-        const Process& process = *CurrentProcess();
-        const std::size_t slash = process.user.find('\\');
-        const std::string user = process.rights == Rights::System ? GetEnvironment("COMPUTERNAME") + "$"
-                                 : slash == std::string::npos     ? process.user
-                                                                  : process.user.substr(slash + 1);
-        is = true;
-        if (EqualNoCase(name, "USERNAME"))
-            value = user;
-        else if (EqualNoCase(name, "USERPROFILE"))
-            value =
-                process.rights == Rights::System ? SystemDirectory() + "\\config\\systemprofile" : "C:\\Users\\" + user;
-        else
-            is = false;
+    const FileRoom& room = *g_room;
+    std::optional<std::string> value;
+    if (const Thread* thread = CurrentThread()) {
+        const auto described = room.environmentOf.find(thread->process->environmentOf);
+        if (described != room.environmentOf.end())
+            if (const std::string* own = FindIn(described->second, name))
+                value = *own;
+    }
+    if (!value)
+        if (const std::string* common = FindIn(room.environment, name))
+            value = *common;
+    if (!value && CurrentThread()) {
+        const FileRoom::Environment account = EnvironmentOfAccount(CurrentProcess()->environmentOf);
+        if (const std::string* own = FindIn(account, name))
+            value = *own;
     }
     if (found)
-        *found = is;
-    return value;
+        *found = value.has_value();
+    return value.value_or("");
+}
+
+void SetUserEnvironment(std::string_view account, std::string_view name, std::string_view value) {
+    g_room->environmentOf[std::string(account)].insert_or_assign(std::string(name), std::string(value));
 }
 
 void SetEnvironment(std::string_view name, std::string_view value) {

@@ -145,9 +145,15 @@ void SetProfileOverride(ProfileOverride source);
 // Formats as wvsprintfA does, without a limit: for the machine's own texts that the product gets to see.
 std::string FormatAsWindows(const char* format, __builtin_va_list arguments);
 
-// The environment that ExpandEnvironmentStringsA reads: of the machine, by name without regard to case.
+// The environment of the running process, by name without regard to case: what the machine sets for all, and what
+// comes from the account whose environment it is. Outside a process that of the machine.
 std::string GetEnvironment(std::string_view name, bool* found = nullptr);
-void SetEnvironment(std::string_view name, std::string_view value);
+void SetEnvironment(std::string_view name, std::string_view value); // for all
+void SetUserEnvironment(std::string_view account, std::string_view name, std::string_view value);
+// Each %NAME% that is known replaced.
+std::string ExpandEnvironment(std::string_view text);
+// Whether the running thread may run this file.
+bool MayExecute(const FileNode* node);
 
 // An operation that GetProcAddress gives, as a static object of the room that has it: from which version of Windows on
 // (as WindowsVersion::Packed()) its library exports it.

@@ -298,6 +298,10 @@ simwin::WIN32_FIND_DATAA FindData(const FileNode* node, const char* name) {
 
 } // namespace
 
+bool MayExecute(const FileNode* node) {
+    return MayAccess(node, CurrentCaller(), Execute);
+}
+
 } // namespace machine
 
 namespace simwin {

@@ -47,7 +47,20 @@ std::string Canonical(std::string_view path) {
     return result.size() == 2 && result[1] == ':' ? result + "\\" : result;
 }
 
-// Replaces %NAME% by its value; a name that is none stands as it is.
+constexpr simwin::UINT Western = 1252;
+
+void CheckCodePage(const char* call, simwin::UINT codePage) {
+    if (codePage != simwin::CP_ACP && codePage != simwin::CP_THREAD_ACP && codePage != Western)
+        NotModelled(call, "code page " + std::to_string(codePage));
+}
+
+int FailWith(simwin::DWORD error) {
+    SetError(error);
+    return 0;
+}
+
+} // namespace
+
 std::string ExpandEnvironment(std::string_view text) {
     std::string result;
     while (!text.empty()) {
@@ -68,20 +81,6 @@ std::string ExpandEnvironment(std::string_view text) {
     }
     return result += text;
 }
-
-constexpr simwin::UINT Western = 1252;
-
-void CheckCodePage(const char* call, simwin::UINT codePage) {
-    if (codePage != simwin::CP_ACP && codePage != simwin::CP_THREAD_ACP && codePage != Western)
-        NotModelled(call, "code page " + std::to_string(codePage));
-}
-
-int FailWith(simwin::DWORD error) {
-    SetError(error);
-    return 0;
-}
-
-} // namespace
 
 } // namespace machine
 

@@ -44,13 +44,17 @@ Process* AddProcess(const ProcessStart& start) {
     process->id = g_processes->nextId += 4;
     process->imagePath = start.imagePath;
     process->commandLine = start.commandLine;
-    process->currentDirectory = start.currentDirectory;
+    process->currentDirectory = process->startDirectory = start.currentDirectory;
     process->user = start.user;
     process->session = start.session;
     process->rights = start.rights;
     process->administrator = start.administrator;
     process->showCommand = start.showCommand;
     process->parentId = start.parentId;
+    process->environmentOf = start.environmentOf.empty() ? start.user : start.environmentOf;
+    process->token = start.token;
+    if (process->token)
+        process->token->Retain();
     process->startedMs = Now();
     g_processes->all.push_back(process);
     return process;
@@ -88,7 +92,10 @@ simwin::DWORD RunProduct(Process* process) {
 
 } // namespace
 
-Process::~Process() = default;
+Process::~Process() {
+    if (token)
+        token->Release();
+}
 
 const char* RightsName(Rights rights) {
     static constexpr const char* Names[] = {"system", "user", "restricted", "elevated"};

@@ -25,11 +25,14 @@ struct Process : Waitable {
     std::string imagePath;        // 'C:\Program Files\Quillmarch\Quillmarch.exe'
     std::string commandLine;      // whole, as GetCommandLineA gives it
     std::string currentDirectory; // without a backslash at the end
+    std::string startDirectory;   // what it was at the start
     std::string user;             // 'NT AUTHORITY\SYSTEM', 'LAB\anna'
     unsigned session = 0;
     Rights rights = Rights::System;
     bool administrator = true; // a member of Administrators whose token says so
     unsigned showCommand = 1;
+    std::string environmentOf; // the account whose environment it has: its own, or its creator's
+    Object* token = nullptr;   // its own, kept beyond its end; null until it is asked for
 
     Image* image = nullptr; // null: a scripted program, or the host's own copy in a unit test
     std::vector<Thread*> threads;
@@ -53,6 +56,8 @@ struct ProcessStart {
     bool administrator = true;
     unsigned showCommand = 1;
     simwin::DWORD parentId = 0;
+    std::string environmentOf; // "": the user's own
+    Object* token = nullptr;   // borrowed; null: it follows from the rights
 };
 
 // The process of the running thread. Never null inside an operation.

@@ -109,6 +109,9 @@ void Retire(Thread* thread, simwin::DWORD exitCode) {
         std::erase(g_scheduler->ready, thread);
     thread->state = ThreadState::Ended;
     thread->exitCode = exitCode;
+    if (thread->impersonated)
+        thread->impersonated->Release();
+    thread->impersonated = nullptr;
     std::erase(g_scheduler->threads, thread);
     std::erase(thread->process->threads, thread);
     thread->autoReset = false;
@@ -320,6 +323,8 @@ void ResumeThreadOf(Thread* thread) {
 void EndThread(Thread* thread, simwin::DWORD exitCode) {
     if (thread->state == ThreadState::Ended)
         return;
+    if (thread->impersonated && thread == g_scheduler->current)
+        StopRun(Verdict::BrokenRule, "a thread ends while it impersonates");
     Retire(thread, exitCode);
     if (thread == g_scheduler->current)
         LeaveFiberForEver(thread);

@@ -42,7 +42,8 @@ struct Thread : Waitable {
     int suspendCount = 0;
     int priority = 0; // data only: no thread overtakes another for it
     simwin::DWORD lastError = 0;
-    simwin::DWORD exitCode = 259; // STILL_ACTIVE
+    Object* impersonated = nullptr; // the token that it acts with; null: its process's
+    simwin::DWORD exitCode = 259;   // STILL_ACTIVE
 
     WaitKind waitKind = WaitKind::None;
     const char* waitWhat = "";      // for the report of who waits for what

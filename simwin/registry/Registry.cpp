@@ -151,10 +151,12 @@ RegistryKey* Registry::Root(std::string_view root, std::string_view user) {
         return CreateKey("HKLM\\SOFTWARE\\Classes");
     if (!IsRoot(root, CurrentUser))
         return nullptr;
-    std::string account(user);
-    if (account.empty() && CurrentThread())
-        account = CurrentProcess()->user;
-    const Sid sid = account.empty() ? SidSystem : SidOfAccount(account);
+    if (!user.empty())
+        return UserKey(SidOfAccount(user));
+    return UserKey(CurrentThread() ? CurrentCaller().user : SidSystem);
+}
+
+RegistryKey* Registry::UserKey(const Sid& sid) {
     if (RegistryKey* key = FindChild(m_users.get(), sid))
         return key;
     RegistryKey* key = AddKey(m_users.get(), sid);
@@ -186,8 +188,22 @@ RegistryKey* Registry::AddKey(RegistryKey* parent, std::string_view name, std::s
     return key;
 }
 
-RegistryKey* Registry::FindKey(std::string_view path, std::string_view user) {
+RegistryKey* Registry::Start(std::string_view& path, std::string_view user) {
     RegistryKey* key = Root(TakeName(path), user);
+    if (key != m_users.get())
+        return key;
+    std::string_view rest = path;
+    std::string account(TakeName(rest));
+    if (account.empty() || account.starts_with("S-1-") || account.starts_with('.'))
+        return key;
+    if (!EqualNoCase(account, "SYSTEM"))
+        account += "\\" + std::string(TakeName(rest));
+    path = rest;
+    return UserKey(SidOfAccount(account));
+}
+
+RegistryKey* Registry::FindKey(std::string_view path, std::string_view user) {
+    RegistryKey* key = Start(path, user);
     while (key && !path.empty()) {
         const std::string_view name = TakeName(path);
         if (!name.empty())
@@ -197,7 +213,7 @@ RegistryKey* Registry::FindKey(std::string_view path, std::string_view user) {
 }
 
 RegistryKey* Registry::CreateKey(std::string_view path, std::string_view user) {
-    RegistryKey* key = Root(TakeName(path), user);
+    RegistryKey* key = Start(path, user);
     while (key && !path.empty()) {
         const std::string_view name = TakeName(path);
         if (!name.empty())

@@ -62,7 +62,8 @@ public:
     Registry();
 
     // The key at a full path, or null. Both "HKLM" and "HKEY_LOCAL_MACHINE" name a root; "HKCU" is that of `user`,
-    // which is the running process's unless given. ControlSet001 is the same key as CurrentControlSet.
+    // which is the running thread's unless given. After HKU a user may stand by name. ControlSet001 is the same key as
+    // CurrentControlSet.
     RegistryKey* FindKey(std::string_view path, std::string_view user = {});
     // Finds or makes it with all on its way.
     RegistryKey* CreateKey(std::string_view path, std::string_view user = {});
@@ -105,6 +106,10 @@ public:
     RegistryKey* Users() { return m_users.get(); }
 
 private:
+    // The root of a path, or the user's key in 'HKU\LAB\anna\...' and 'HKU\SYSTEM\...'; takes its name off the path.
+    RegistryKey* Start(std::string_view& path, std::string_view user);
+    RegistryKey* UserKey(const Sid& sid); // made when it is first asked for
+
     std::shared_ptr<RegistryKey> m_localMachine, m_users;
     std::function<void(const RegistryWrite&)> m_watcher;
 };

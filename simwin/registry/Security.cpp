@@ -7,6 +7,7 @@
 
 #include <charconv>
 #include <cstring>
+#include <span>
 
 namespace machine {
 
@@ -39,6 +40,12 @@ constexpr SidAlias Aliases[] = {
     {"BG", "S-1-5-32-546", nullptr},
     {"PU", "S-1-5-32-547", nullptr},
     {"AC", "S-1-15-2-1", nullptr},
+};
+
+// Accounts that the descriptor language has no short name for.
+constexpr SidAlias OtherAccounts[] = {
+    {nullptr, "S-1-2-0", "LOCAL"},
+    {nullptr, "S-1-5-14", "NT AUTHORITY\\REMOTE INTERACTIVE LOGON"},
 };
 
 struct RightName {
@@ -256,16 +263,18 @@ constexpr std::size_t HeaderBytes = 20, AclHeaderBytes = 8, AceHeaderBytes = 8;
 
 } // namespace
 
+// With or without its domain.
+static bool IsAccount(const SidAlias& alias, std::string_view account) {
+    const std::string_view full = alias.account ? alias.account : "";
+    return alias.account && (EqualNoCase(account, full) || EqualNoCase(account, full.substr(full.find('\\') + 1)));
+}
+
 Sid SidOfAccount(std::string_view account) {
-    for (const SidAlias& alias : Aliases) {
-        if (!alias.account)
-            continue;
-        const std::string_view full = alias.account;
-        const std::size_t slash = full.find('\\');
-        const bool bare = slash != std::string_view::npos && EqualNoCase(account, full.substr(slash + 1));
-        if (EqualNoCase(account, full) || bare)
-            return alias.sid;
-    }
+    for (const std::span<const SidAlias> aliases :
+         {std::span<const SidAlias>(Aliases), std::span<const SidAlias>(OtherAccounts)})
+        for (const SidAlias& alias : aliases)
+            if (IsAccount(alias, account))
+                return alias.sid;
     if (EqualNoCase(account, "LocalSystem"))
         return SidSystem;
     std::size_t i = 0;
@@ -277,9 +286,11 @@ Sid SidOfAccount(std::string_view account) {
 }
 
 std::string AccountOfSid(std::string_view sid) {
-    for (const SidAlias& alias : Aliases)
-        if (alias.account && EqualNoCase(sid, alias.sid))
-            return alias.account;
+    for (const std::span<const SidAlias> aliases :
+         {std::span<const SidAlias>(Aliases), std::span<const SidAlias>(OtherAccounts)})
+        for (const SidAlias& alias : aliases)
+            if (alias.account && EqualNoCase(sid, alias.sid))
+                return alias.account;
     for (std::size_t i = 0; i < g_accounts->names.size(); ++i)
         if (EqualNoCase(sid, MachineSid + std::to_string(FirstAccountNumber + i)))
             return g_accounts->names[i];

@@ -1,8 +1,11 @@
 #include "simwin/sessions/Sessions.h"
 
+#include "simwin/files/Files.h"
 #include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Text.h"
+#include "simwin/registry/Security.h"
 #include "simwin/services/Services.h"
+#include "simwin/sessions/Tokens.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,15 +16,26 @@ using namespace simwin;
 
 namespace {
 
-std::vector<Session>* g_sessions;
+struct SessionRoom {
+    std::vector<Session> sessions; // in the order of description and logon
+    std::vector<std::function<void(Process&)>> onShell;
+    bool consoleIsEmpty = false;
+};
+SessionRoom* g_room;
+std::vector<Session>* g_sessions; // of the room
 
 constexpr const char* StateNames[] = {"active", "connected", "connectquery", "shadow", "disconnected",
                                       "idle",   "listen",    "reset",        "down",   "init"};
 
-Room g_room(
-    45, [] { g_sessions = new std::vector<Session>; },
+Room g_sessionRoom(
+    45,
     [] {
-        delete g_sessions;
+        g_room = new SessionRoom;
+        g_sessions = &g_room->sessions;
+    },
+    [] {
+        delete g_room;
+        g_room = nullptr;
         g_sessions = nullptr;
     });
 
@@ -34,6 +48,28 @@ void TellServices(DWORD event, unsigned id) {
 
 bool HasServicesSession() {
     return TheSetup().version.major >= 6;
+}
+
+std::string ShellPath() {
+    return WindowsDirectory() + "\\explorer.exe";
+}
+
+bool IsOfSession(const Process& process, const Session& session) {
+    return !process.ended && process.session == session.id && EqualNoCase(process.user, session.user);
+}
+
+void StartShell(const Session& session) {
+    if (!session.hasShell || session.user.empty() || ShellOf(session))
+        return;
+    ProcessStart start;
+    start.imagePath = ShellPath();
+    start.commandLine = start.imagePath;
+    start.currentDirectory = SystemDirectory();
+    auto* token = new Token(LogonToken(LogonOf(session)));
+    StartWith(start, *token);
+    Process* shell = StartScripted(start);
+    for (const auto& action : g_room->onShell)
+        action(*shell);
 }
 
 // The console goes to session `id`: a session with nobody is not needed any more, a user's is disconnected.
@@ -57,6 +93,60 @@ void DefineSession(const Session& session) {
         *known = session;
     else
         g_sessions->push_back(session);
+    if (session.console)
+        g_room->consoleIsEmpty = false;
+    if (session.user.empty())
+        return;
+    (void)SidOfAccount(session.user); // SIDs are given in the order of the sessions
+    for (const auto& [name, value] : session.environment)
+        SetUserEnvironment(session.user, name, value);
+}
+
+Process* ShellOf(const Session& session) {
+    for (Process* process : AllProcesses())
+        if (IsOfSession(*process, session) && EqualNoCase(process->imagePath, ShellPath()))
+            return process;
+    return nullptr;
+}
+
+void StartShells() {
+    for (const Session& session : *g_sessions)
+        StartShell(session);
+}
+
+Logon LogonOf(const Session& session) {
+    return {session.user, session.id, session.console, session.administrator, session.filtered, session.groups};
+}
+
+void OnShellStart(std::function<void(Process&)> action) {
+    g_room->onShell.push_back(std::move(action));
+}
+
+void LeaveConsoleEmpty() {
+    g_room->consoleIsEmpty = true;
+}
+
+void ChangeSession(unsigned id, std::optional<WTS_CONNECTSTATE_CLASS> state, std::optional<bool> console) {
+    const auto at =
+        std::find_if(g_sessions->begin(), g_sessions->end(), [&](const Session& session) { return session.id == id; });
+    if (at == g_sessions->end())
+        return;
+    Session session = *at;
+    const bool wasConnected = session.state == WTSActive || session.state == WTSConnected;
+    const bool moves = console && *console != session.console;
+    const DWORD connect[] = {WTS_REMOTE_CONNECT, WTS_CONSOLE_CONNECT};
+    const DWORD disconnect[] = {WTS_REMOTE_DISCONNECT, WTS_CONSOLE_DISCONNECT};
+    const DWORD leaves = disconnect[session.console];
+    session.console = console.value_or(session.console);
+    session.state = state ? *state : moves && session.console ? WTSActive : session.state;
+    const bool isConnected = session.state == WTSActive || session.state == WTSConnected;
+    if (moves && session.console)
+        LeaveConsole(id);
+    DefineSession(session);
+    if (wasConnected && (moves || !isConnected))
+        TellServices(leaves, id);
+    if (isConnected && (moves || !wasConnected))
+        TellServices(connect[session.console], id);
 }
 
 std::optional<WTS_CONNECTSTATE_CLASS> SessionStateFromName(std::string_view name) {
@@ -77,6 +167,7 @@ void LogOn(Session session) {
     if (session.console)
         LeaveConsole(session.id);
     DefineSession(session);
+    StartShell(session);
     TellServices(WTS_SESSION_LOGON, session.id);
 }
 
@@ -119,12 +210,12 @@ std::vector<Session> ListedSessions() {
     first.console = false;
     if (const Session* described = FindSession(0)) {
         first = *described;
-    } else if (!hasConsole && !HasServicesSession()) {
+    } else if (!hasConsole && !HasServicesSession() && !g_room->consoleIsEmpty) {
         first.state = WTSConnected;
         first.console = true;
     }
     listed.insert(listed.begin(), first);
-    if (!hasConsole && HasServicesSession()) {
+    if (!hasConsole && HasServicesSession() && !g_room->consoleIsEmpty) {
         Session console;
         while (FindSession(console.id))
             ++console.id;

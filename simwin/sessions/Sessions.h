@@ -5,6 +5,8 @@
 #include "simwin/kernel/Process.h"
 #include "simwin/sessions/api.h"
 
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,15 +16,25 @@ namespace machine {
 
 struct Session {
     unsigned id = 1;
-    std::string user; // 'LAB\anna'
+    std::string user = {}; // 'LAB\anna'
     simwin::WTS_CONNECTSTATE_CLASS state = simwin::WTSActive;
-    bool console = true;       // at the machine itself, not by remote desktop
-    bool administrator = true; // the user is a member of Administrators
-    bool filtered = false;     // programs get the filtered token until the user consents to more
+    bool console = true;                  // at the machine itself, not by remote desktop
+    bool administrator = true;            // the user is a member of Administrators
+    bool filtered = false;                // programs get the filtered token until the user consents to more
+    std::vector<std::string> groups = {}; // by name or SID, besides those that each user has
+    std::map<std::string, std::string> environment = {}; // of the user's programs, besides what each has
+    bool hasShell = true;                                // explorer.exe runs while somebody is logged on
 };
+struct Logon;
+Logon LogonOf(const Session& session);
 
 // Makes a session, or changes the one with this id.
 void DefineSession(const Session& session);
+// The shells of the sessions that are there. A user who logs on later gets one then.
+void StartShells();
+Process* ShellOf(const Session& session); // null without one
+// What is to be done with each shell as it starts: its windows.
+void OnShellStart(std::function<void(Process& shell)> action);
 // "active", "disconnected" and the other names of connect states, without regard to case.
 std::optional<simwin::WTS_CONNECTSTATE_CLASS> SessionStateFromName(std::string_view name);
 
@@ -30,6 +42,11 @@ std::optional<simwin::WTS_CONNECTSTATE_CLASS> SessionStateFromName(std::string_v
 // console's if the console has this number, or with `console`; whoever else was there is disconnected then.
 // In a session with another user it makes a new one: he stays logged on.
 void LogOn(Session session);
+// A session is disconnected, connected, or comes to the console or leaves it; the services hear of it. An unknown id
+// changes nothing.
+void ChangeSession(unsigned id, std::optional<simwin::WTS_CONNECTSTATE_CLASS> state, std::optional<bool> console);
+// The console is nobody's until a session comes to it.
+void LeaveConsoleEmpty();
 // The session's programs end, it is gone, and WTS_SESSION_LOGOFF goes to the services. After the console's session a
 // new one, connected and with nobody, is there at once. An unknown id changes nothing.
 void LogOff(unsigned id);

@@ -4,7 +4,6 @@
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Text.h"
 #include "simwin/kernel/api.h"
-#include "simwin/registry/Security.h"
 #include "simwin/services/api.h"
 
 #include <algorithm>
@@ -13,13 +12,6 @@
 namespace machine {
 
 namespace {
-
-// The token of a process, as it was when the token was opened.
-struct Token : Object {
-    Token() : Object(ObjectKind::Token) {}
-    std::string user;
-    bool administrator = false;
-};
 
 // The processes at one moment, for a walk.
 struct ProcessSnapshot : Object {
@@ -33,43 +25,6 @@ Result Fail(simwin::DWORD error, Result result) {
     SetError(error);
     return result;
 }
-
-Process* ProcessOfHandle(simwin::HANDLE handle) {
-    if (handle == simwin::GetCurrentProcess())
-        return CurrentProcess();
-    return FromHandle<Process>(handle, ObjectKind::Process);
-}
-
-// "S-1-5-21-1-2" as bytes: revision, count, authority in big-endian order, sub-authorities.
-std::vector<std::uint8_t> SidBytes(const std::string& text) {
-    std::vector<std::uint64_t> parts;
-    for (const std::string& part : Split(text.substr(2), '-'))
-        parts.push_back(std::stoull(part));
-    std::vector<std::uint8_t> bytes = {static_cast<std::uint8_t>(parts[0]),
-                                       static_cast<std::uint8_t>(parts.size() - 2)};
-    for (int shift = 40; shift >= 0; shift -= 8)
-        bytes.push_back(static_cast<std::uint8_t>(parts[1] >> shift));
-    for (std::size_t i = 2; i < parts.size(); ++i)
-        for (int shift = 0; shift < 32; shift += 8)
-            bytes.push_back(static_cast<std::uint8_t>(parts[i] >> shift));
-    return bytes;
-}
-
-std::string SidText(const std::uint8_t* bytes) {
-    std::uint64_t authority = 0;
-    for (int i = 2; i < 8; ++i)
-        authority = authority << 8 | bytes[i];
-    std::string text = "S-" + std::to_string(bytes[0]) + "-" + std::to_string(authority);
-    for (int i = 0; i < bytes[1]; ++i) {
-        simwin::DWORD part = 0;
-        std::memcpy(&part, bytes + 8 + 4 * i, sizeof(part));
-        text += "-" + std::to_string(part);
-    }
-    return text;
-}
-
-constexpr std::uint8_t SidRevision = 1;
-constexpr std::uint8_t MostSubAuthorities = 15;
 
 simwin::BOOL GiveProcess(simwin::HANDLE handle, simwin::PROCESSENTRY32* entry, bool fromStart) {
     ProcessSnapshot* snapshot = FromHandle<ProcessSnapshot>(handle, ObjectKind::Snapshot);
@@ -108,60 +63,6 @@ std::string StationName(const Session& session) {
 namespace simwin {
 
 using machine::Fail;
-
-BOOL OpenProcessToken(HANDLE handle, DWORD access, PHANDLE token) {
-    SIM_CALL("OpenProcessToken", "", ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE);
-    if (access != TOKEN_QUERY)
-        machine::NotModelled("OpenProcessToken", "an access other than TOKEN_QUERY");
-    if (simCall.error)
-        return Fail(simCall.error, FALSE);
-    const machine::Process* process = machine::ProcessOfHandle(handle);
-    if (!process)
-        return Fail(ERROR_INVALID_HANDLE, FALSE);
-    auto* opened = new machine::Token;
-    opened->user = process->user;
-    opened->administrator = process->administrator;
-    *token = machine::CurrentProcess()->handles.Open(opened, access);
-    return TRUE;
-}
-
-BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS what, LPVOID buffer, DWORD size, PDWORD needed) {
-    SIM_CALL("GetTokenInformation", "", ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE);
-    if (what != TokenUser)
-        machine::NotModelled("GetTokenInformation", "a class other than TokenUser");
-    if (simCall.error)
-        return Fail(simCall.error, FALSE);
-    const machine::Token* opened = machine::FromHandle<machine::Token>(token, machine::ObjectKind::Token);
-    if (!opened)
-        return Fail(ERROR_INVALID_HANDLE, FALSE);
-    const std::vector<std::uint8_t> sid = machine::SidBytes(machine::SidOfAccount(opened->user));
-    *needed = static_cast<DWORD>(sizeof(TOKEN_USER) + sid.size());
-    if (!buffer || size < *needed)
-        return Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
-    auto* user = static_cast<TOKEN_USER*>(buffer);
-    user->User.Sid = user + 1;
-    user->User.Attributes = 0;
-    std::memcpy(user->User.Sid, sid.data(), sid.size());
-    return TRUE;
-}
-
-BOOL ConvertSidToStringSidA(PSID sid, LPSTR* text) {
-    SIM_CALL("ConvertSidToStringSidA", "", ERROR_INVALID_SID, ERROR_NOT_ENOUGH_MEMORY);
-    if (simCall.error)
-        return Fail(simCall.error, FALSE);
-    const auto* bytes = static_cast<const std::uint8_t*>(sid);
-    if (!bytes || bytes[0] != machine::SidRevision || bytes[1] > machine::MostSubAuthorities)
-        return Fail(ERROR_INVALID_SID, FALSE);
-    const std::string made = machine::SidText(bytes);
-    *text = static_cast<char*>(machine::CurrentProcess()->heap.Allocate(made.size() + 1, "ConvertSidToStringSidA"));
-    std::memcpy(*text, made.c_str(), made.size() + 1);
-    return TRUE;
-}
-
-BOOL IsUserAnAdmin() {
-    SIM_CALL("IsUserAnAdmin", "");
-    return machine::CurrentProcess()->administrator;
-}
 
 BOOL ProcessIdToSessionId(DWORD processId, LPDWORD sessionId) {
     SIM_CALL("ProcessIdToSessionId", "", ERROR_INVALID_PARAMETER, ERROR_ACCESS_DENIED);

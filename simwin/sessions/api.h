@@ -214,6 +214,8 @@ enum WTS_CONNECTSTATE_CLASS : int {
 enum WTS_INFO_CLASS : int { WTSConnectState = 8 };
 inline constexpr DWORD WTS_CONSOLE_CONNECT = 1;
 inline constexpr DWORD WTS_CONSOLE_DISCONNECT = 2;
+inline constexpr DWORD WTS_REMOTE_CONNECT = 3;
+inline constexpr DWORD WTS_REMOTE_DISCONNECT = 4;
 inline constexpr DWORD WTS_SESSION_LOGON = 5;
 inline constexpr DWORD WTS_SESSION_LOGOFF = 6;
 struct WTSSESSION_NOTIFICATION {

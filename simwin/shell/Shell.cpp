@@ -1,12 +1,10 @@
 #include "simwin/shell/Shell.h"
 
-#include "simwin/desktop/Desktop.h"
-#include "simwin/devices/PlugAndPlay.h"
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Machine.h"
 #include "simwin/registry/Registry.h"
-#include "simwin/services/ServiceRegistry.h"
+#include "simwin/sessions/Tokens.h"
 
 #include <map>
 
@@ -15,7 +13,6 @@ namespace machine {
 namespace {
 
 struct ShellState {
-    std::map<std::string, Program, NoCaseLess> programs;
     bool consent = true;
     std::vector<ShellCall> calls;
     std::map<simwin::DWORD, bool> comThreads;
@@ -32,10 +29,6 @@ Room g_room(
 constexpr int Done = 42; // any number above 32 says that it worked
 constexpr int AssociationFound = 33;
 
-std::string ProductPath() {
-    return TheSetup().directory + "\\" + TheSetup().executable;
-}
-
 std::string Unquoted(std::string_view text) {
     if (text.size() >= 2 && text.front() == '"' && text.back() == '"')
         text = text.substr(1, text.size() - 2);
@@ -50,49 +43,16 @@ std::string Extension(std::string_view path) {
     return std::string(path.substr(dot));
 }
 
-bool IsProgramFile(std::string_view path) {
-    const std::string extension = Extension(path);
-    return EqualNoCase(extension, ".exe") || EqualNoCase(extension, ".com");
-}
-
-// The command processor runs it, but to FindExecutableA it is a program of its own.
-bool IsBatchFile(std::string_view path) {
-    const std::string extension = Extension(path);
-    return EqualNoCase(extension, ".bat") || EqualNoCase(extension, ".cmd");
-}
-
-// Windows looks for a name without a folder in the directory that it was given and in its own folders.
-std::string FindFile(const std::string& name, const std::string& directory) {
-    const std::string base = directory.empty() ? CurrentProcess()->currentDirectory : directory;
-    for (const std::string& folder : {base, SystemDirectory(), WindowsDirectory()}) {
-        const std::string path = ParsePath(name, folder).full;
-        if (!path.empty() && (TheFiles().Exists(path) || EqualNoCase(path, ProductPath())))
+// A command from the registry in two: the program, in quotes or up to the first blank at which a file ends, and the
+// rest.
+std::string ProgramOfCommand(const std::string& command) {
+    if (command.starts_with('"'))
+        return command.substr(1, command.find('"', 1) - 1);
+    for (std::size_t end = command.find(' '); end != std::string::npos; end = command.find(' ', end + 1))
+        if (const std::string path = FindFileOfShell(command.substr(0, end), SystemDirectory()); !path.empty())
             return path;
-    }
-    return {};
-}
-
-simwin::DWORD MissingError(const std::string& path) {
-    const std::size_t slash = path.rfind('\\');
-    return slash == std::string::npos || TheFiles().Exists(path.substr(0, slash)) ? simwin::ERROR_FILE_NOT_FOUND
-                                                                                  : simwin::ERROR_PATH_NOT_FOUND;
-}
-
-// A scripted program holds its port and shows its window until it ends.
-void PlayProgram(Process* process) {
-    const auto described = g_shell->programs.find(process->imagePath);
-    const Program program = described == g_shell->programs.end() ? Program() : described->second;
-    if (!program.window.empty())
-        ShowProgramWindow(process, program.window, process->showCommand);
-    if (!program.holds.empty())
-        HoldPort(program.holds, process);
-    After(program.runsMs, [process, exitCode = program.exitCode, holds = program.holds] {
-        if (process->ended)
-            return;
-        if (!holds.empty())
-            ReleasePort(holds);
-        EndProcess(process, exitCode);
-    });
+    const std::string whole = FindFileOfShell(command, SystemDirectory());
+    return whole.empty() ? command.substr(0, command.find(' ')) : whole;
 }
 
 struct Opened {
@@ -102,15 +62,32 @@ struct Opened {
 
 // What a file means to the shell: itself with its parameters, or its program with the file.
 Opened ResolveFile(const std::string& name, const std::string& parameters, const std::string& directory) {
-    const std::string path = FindFile(name, directory);
-    if (path.empty())
-        return {{}, {}, MissingError(name) == simwin::ERROR_PATH_NOT_FOUND ? simwin::SE_ERR_PNF : simwin::SE_ERR_FNF};
-    if (IsProgramFile(path))
+    const std::string path = FindFileOfShell(name, directory);
+    if (path.empty()) {
+        const std::size_t slash = name.rfind('\\');
+        const bool hasFolder = slash == std::string::npos || TheFiles().Exists(name.substr(0, slash));
+        return {{}, {}, hasFolder ? simwin::SE_ERR_FNF : simwin::SE_ERR_PNF};
+    }
+    const std::string extension = Extension(path);
+    if (EqualNoCase(extension, ".exe") || EqualNoCase(extension, ".com") || IsBatchFile(path))
         return {path, parameters, 0};
     const std::string program = AssociatedProgram(path);
     if (program.empty())
         return {{}, {}, simwin::SE_ERR_NOASSOC};
     return {program, "\"" + path + "\"", 0};
+}
+
+// The token that a program gets when the user, or an administrator in its place, has agreed to more rights.
+TokenFacts WithConsent(const TokenFacts& own) {
+    TokenFacts more;
+    if (RightsOf(own) == Rights::System || HasGroup(own, SidAdministrators))
+        return own;
+    if (LinkedToken(own, more))
+        return more;
+    Logon logon = own.logon;
+    logon.administrator = true;
+    logon.filtered = false;
+    return LogonToken(logon);
 }
 
 int OpenByShell(const ShellCall& call) {
@@ -123,7 +100,7 @@ int OpenByShell(const ShellCall& call) {
                                                         : static_cast<simwin::DWORD>(opened.error));
         return opened.error;
     }
-    const Process* caller = CurrentProcess();
+    Process* caller = CurrentProcess();
     if (isElevated && !caller->administrator && !g_shell->consent) {
         SetError(simwin::ERROR_CANCELLED);
         return simwin::SE_ERR_ACCESSDENIED;
@@ -132,14 +109,16 @@ int OpenByShell(const ShellCall& call) {
     start.imagePath = opened.program;
     start.commandLine = "\"" + opened.program + "\"" + (opened.parameters.empty() ? "" : " ") + opened.parameters;
     start.currentDirectory = call.directory.empty() ? caller->currentDirectory : call.directory;
-    start.user = caller->user;
-    start.session = caller->session;
-    start.administrator = caller->administrator || isElevated;
-    start.rights = isElevated && caller->rights != Rights::System ? Rights::Elevated : caller->rights;
     start.showCommand = static_cast<unsigned>(call.show);
     start.parentId = caller->id;
+    start.environmentOf = caller->environmentOf;
+    auto* token = new Token(isElevated ? WithConsent(TokenOf(*caller)) : TokenFacts(TokenOf(*caller)));
+    token->Retain();
+    StartWith(start, *token);
     simwin::DWORD error = 0;
-    if (StartProgram(start, &error))
+    const Process* started = StartProgram(start, &error);
+    token->Release();
+    if (started)
         return Done;
     SetError(error);
     return static_cast<int>(error);
@@ -150,22 +129,6 @@ simwin::HINSTANCE ShellResult(int number) {
 }
 
 } // namespace
-
-void DescribeProgram(std::string_view path, const Program& program) {
-    g_shell->programs.insert_or_assign(std::string(path), program);
-}
-
-Process* StartProgram(const ProcessStart& start, simwin::DWORD* error) {
-    if (EqualNoCase(start.imagePath, ProductPath()))
-        return StartProduct(start);
-    if (!TheFiles().Exists(start.imagePath)) {
-        *error = MissingError(start.imagePath);
-        return nullptr;
-    }
-    Process* process = StartScripted(start);
-    PlayProgram(process);
-    return process;
-}
 
 void SetAssociation(std::string_view extension, std::string_view program) {
     const std::string kind = std::string(extension.substr(extension.empty() ? 0 : 1)) + "file";
@@ -184,12 +147,7 @@ std::string AssociatedProgram(std::string_view path) {
     const std::string extension = Extension(path);
     const std::string kind = extension.empty() ? "" : ClassDefault(extension);
     const std::string command = kind.empty() ? "" : ClassDefault(kind + "\\shell\\open\\command");
-    if (command.empty())
-        return {};
-    if (command[0] == '"')
-        return command.substr(1, command.find('"', 1) - 1);
-    const std::string program = FirstProgram(command); // blanks may be a part of its name
-    return program == command ? command.substr(0, command.find(' ')) : program;
+    return command.empty() ? "" : ProgramOfCommand(ExpandEnvironment(command));
 }
 
 void SetConsent(bool isGiven) {
@@ -223,12 +181,9 @@ HINSTANCE FindExecutableA(LPCSTR file, LPCSTR directory, LPSTR result) {
     result[0] = 0;
     if (simCall.error)
         return machine::ShellResult(SE_ERR_FNF);
-    const std::string base = directory ? directory : "";
-    machine::Opened opened = machine::ResolveFile(machine::Unquoted(file), "", base);
-    if (opened.error == SE_ERR_NOASSOC && machine::IsBatchFile(machine::Unquoted(file)))
-        opened = {machine::FindFile(machine::Unquoted(file), base), {}, 0};
+    const machine::Opened opened = machine::ResolveFile(machine::Unquoted(file), "", directory ? directory : "");
     if (opened.error)
-        return machine::ShellResult(opened.error);
+        return machine::ShellResult(opened.error == SE_ERR_PNF ? SE_ERR_FNF : opened.error);
     const std::size_t length = opened.program.copy(result, MAX_PATH - 1);
     result[length] = 0;
     return machine::ShellResult(machine::AssociationFound);

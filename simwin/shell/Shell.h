@@ -14,22 +14,37 @@ namespace machine {
 
 // What a described program does from its start to its end.
 struct Program {
+    static constexpr std::uint64_t Forever = ~std::uint64_t{0}; // until its session ends
     std::uint64_t runsMs = 1000;
     simwin::DWORD exitCode = 0;
-    std::string holds;  // the port that it holds open while it runs; "" none
-    std::string window; // title of a window that it shows; "" none
+    std::string holds = {};      // the port that it holds open while it runs; "" none
+    std::string window = {};     // title of a window that it shows; "" none
+    simwin::DWORD failsWith = 0; // the error with which it cannot be started
+    std::uint64_t blocksMs = 0;  // so late is the return of the call that starts it
 };
 
 // path: full. A program that is not described runs for a second and ends with 0.
 void DescribeProgram(std::string_view path, const Program& program);
+const Program* FindProgram(std::string_view path); // null if it is not described
 
-// Starts a program: the product as a process of its own, any other as a scripted one. The file must exist.
-// Returns: null with *error 2 or 3.
+// Starts a program: the product as a process of its own, a script by the command processor, any other as a scripted
+// one. Its file must exist. Returns: null with *error 2, 3, 5 for a folder, 193 for what is no program, or what the
+// description says.
 Process* StartProgram(const ProcessStart& start, simwin::DWORD* error);
+// .bat and .cmd: the command processor runs them.
+bool IsBatchFile(std::string_view path);
+
+// The parts of a line as the command processor takes it apart: at &, &&, | and || outside double quotes and not after
+// a caret; nothing after a line's end counts.
+std::vector<std::string> CommandParts(std::string_view line);
+
+// A name without a folder is looked for in `directory`, the system's and Windows' folders and PATH; one without an
+// extension also with those of programs and scripts. "" if there is no such file.
+std::string FindFileOfShell(std::string_view name, const std::string& directory);
 
 // extension: with its dot, "" for none. Entered in the registry below HKCR as a setup would.
 void SetAssociation(std::string_view extension, std::string_view program);
-// "" without one.
+// The running process's user comes before the machine. "" without one.
 std::string AssociatedProgram(std::string_view path);
 
 // How "runas" is answered; yes unless set.

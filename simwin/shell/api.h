@@ -62,17 +62,17 @@ BOOL CreateProcessA(LPCSTR program, LPSTR commandLine, LPSECURITY_ATTRIBUTES pro
                     BOOL inherit, DWORD flags, LPVOID environment, LPCSTR directory, LPSTARTUPINFOA startup,
                     LPPROCESS_INFORMATION information);
 // The same with a primary token that has TOKEN_QUERY, TOKEN_DUPLICATE and TOKEN_ASSIGN_PRIMARY, in the token's session.
-// The process's own token must hold SeIncreaseQuota and SeAssignPrimaryToken. FALSE also with 6, 1309, 1314, 1346.
+// The process's own token must hold SeIncreaseQuota and SeAssignPrimaryToken. FALSE also with 6, 1314, 1346, 1349.
 BOOL CreateProcessAsUserA(HANDLE token, LPCSTR program, LPSTR commandLine, LPSECURITY_ATTRIBUTES process,
                           LPSECURITY_ATTRIBUTES thread, BOOL inherit, DWORD flags, LPVOID environment, LPCSTR directory,
                           LPSTARTUPINFOA startup, LPPROCESS_INFORMATION information);
-inline constexpr DWORD ERROR_NO_IMPERSONATION_TOKEN = 1309;
+inline constexpr DWORD ERROR_ELEVATION_REQUIRED = 740;
 
 inline constexpr DWORD PROCESS_TERMINATE = 0x0001;
 inline constexpr DWORD PROCESS_QUERY_INFORMATION = 0x0400;
 inline constexpr DWORD PROCESS_ALL_ACCESS = 0x001F0FFF; // before 6.0 more bits are refused
-// A handle with these rights. null with 5 (another user's process for a caller who is no administrator, bits that this
-// Windows does not know), 87 for an id that no process has.
+// A handle with these rights. null with 5 (another user's process or one of higher integrity, for a caller who is not
+// the system and has not SeDebug enabled; bits that this Windows does not know), 87 for an id that no process has.
 HANDLE OpenProcess(DWORD access, BOOL inherit, DWORD processId);
 
 LANGID GetUserDefaultLangID();

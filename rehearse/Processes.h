@@ -1,0 +1,14 @@
+// The programs of a run, as expectations and the report see them: who started them, as whom, with which rights.
+#pragma once
+
+#include "rehearse/Expectations.h"
+
+#include "nlohmann/json.hpp"
+
+namespace rehearse {
+
+// Expectation "process": programs with this image, over the whole run.
+void JudgeProcess(const Record& expect, Wrongs& wrongs);
+nlohmann::ordered_json ProcessesJson();
+
+} // namespace rehearse

@@ -1,0 +1,174 @@
+#include "rehearse/SessionEvents.h"
+
+#include "simwin/desktop/Desktop.h"
+#include "simwin/kernel/Scheduler.h"
+#include "simwin/kernel/Text.h"
+#include "simwin/services/Power.h"
+#include "simwin/sessions/Sessions.h"
+#include "simwin/shell/Shell.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace rehearse {
+
+namespace {
+
+constexpr std::int64_t LargestSession = 65535;
+
+unsigned SessionIn(const Record& record, std::string_view key) {
+    const std::int64_t id = record.NumberOf(key, 1);
+    if (id < 0 || id > LargestSession)
+        throw InputError(record.At(key), fmt::format("'{}' must be 0 to {}", key, LargestSession));
+    return static_cast<unsigned>(id);
+}
+
+std::optional<simwin::WTS_CONNECTSTATE_CLASS> StateIn(const Record& record) {
+    return machine::SessionStateFromName(record.TextOf("state"));
+}
+
+machine::Session SessionOf(const Record& record, bool isConsole) {
+    machine::Session session;
+    session.id = SessionIn(record, "id");
+    session.user = record.TextOf("user");
+    session.state = StateIn(record).value_or(session.user.empty() ? simwin::WTSConnected : simwin::WTSActive);
+    session.console = record.FlagOf("console", isConsole);
+    session.administrator = record.FlagOf("administrator");
+    session.filtered = record.FlagOf("uac");
+    session.groups = record.TextsOf("groups");
+    session.hasShell = record.FlagOf("shell", true);
+    if (const Record* environment = record.TableOf("environment"))
+        for (const auto& [name, value] : environment->Fields())
+            session.environment.emplace(name, value.text);
+    return session;
+}
+
+// What the event does and what the timeline tells of it.
+Action LogonEvent(const Record& event, Stage& stage) {
+    const Record& table = *event.TableOf("logon");
+    const machine::Session session = SessionOf(table, /*isConsole=*/false);
+    return [&stage, session] {
+        stage.timeline->Outside(fmt::format("{} logs on to session {}", session.user, session.id));
+        machine::LogOn(session);
+    };
+}
+
+Action LogoffEvent(const Record& event, Stage& stage) {
+    const unsigned id = SessionIn(event, "logoff");
+    return [&stage, id] {
+        stage.timeline->Outside(fmt::format("session {} ends", id));
+        machine::LogOff(id);
+    };
+}
+
+Action SessionEvent(const Record& event, Stage& stage) {
+    const Record& table = *event.TableOf("session");
+    const unsigned id = SessionIn(table, "id");
+    const std::optional<simwin::WTS_CONNECTSTATE_CLASS> state = StateIn(table);
+    std::optional<bool> console;
+    if (table.Has("console"))
+        console = table.FlagOf("console");
+    const std::string what = table.TextOf("state", console.value_or(false) ? "at the console" : "not at the console");
+    return [&stage, id, state, console, what] {
+        stage.timeline->Outside(fmt::format("session {} is {}", id, what));
+        machine::ChangeSession(id, state, console);
+    };
+}
+
+bool LogsOnLater(const Record& description, const std::string& user) {
+    const std::vector<Record>& events = description.TablesOf("event");
+    return std::any_of(events.begin(), events.end(), [&](const Record& event) {
+        const Record* logon = event.TableOf("logon");
+        return logon && machine::EqualNoCase(logon->TextOf("user"), user);
+    });
+}
+
+// The program of a command line: in quotes, or up to the first blank.
+std::string ProgramOf(const std::string& commandLine) {
+    if (commandLine.starts_with('"'))
+        return commandLine.substr(1, commandLine.find('"', 1) - 1);
+    return commandLine.substr(0, commandLine.find(' '));
+}
+
+Action RunEvent(const Record& event, Stage& stage) {
+    const std::vector<Record>& sessions = stage.description->TablesOf("session");
+    const std::string first = sessions.empty() ? NamelessUser : sessions.front().TextOf("user");
+    machine::ProcessStart start;
+    machine::Logon logon;
+    logon.user = event.TextOf("user", first);
+    if (!LogsOnLater(*stage.description, logon.user))
+        logon = LogonOfUser(*stage.description, logon.user, event.At("user"));
+    start.commandLine = event.TextOf("run");
+    start.imagePath = ProgramOf(start.commandLine);
+    if (start.imagePath.size() < 3 || start.imagePath[1] != ':')
+        throw InputError(event.At("run"), "'run' must begin with the full path of a program");
+    start.currentDirectory = start.imagePath.substr(0, start.imagePath.rfind('\\'));
+    return [&stage, start, logon] {
+        machine::ProcessStart now = start;
+        machine::Logon user = logon;
+        const machine::Session* session = machine::FindSessionOfUser(logon.user);
+        if (session) {
+            user = machine::LogonOf(*session);
+            const machine::Process* shell = machine::ShellOf(*session);
+            now.parentId = shell ? shell->id : 0;
+        }
+        if (!session && (machine::HasBooted() || !machine::AllSessions().empty())) {
+            stage.timeline->Outside(fmt::format("{} is not logged on, and runs nothing", logon.user));
+            return;
+        }
+        auto* token = new machine::Token(machine::LogonToken(user));
+        token->Retain();
+        machine::StartWith(now, *token);
+        simwin::DWORD error = 0;
+        const bool isStarted = machine::StartProgram(now, &error) != nullptr;
+        token->Release();
+        stage.timeline->Outside(
+            fmt::format("{} {}{}", logon.user, isStarted ? "runs " : "cannot run ", start.commandLine));
+    };
+}
+
+constexpr EventRow Rows[] = {
+    {"logon", LogonEvent}, {"logoff", LogoffEvent}, {"session", SessionEvent}, {"run", RunEvent}};
+
+} // namespace
+
+machine::Logon LogonOfUser(const Record& description, const std::string& user, const Position& at) {
+    const std::vector<Record>& sessions = description.TablesOf("session");
+    if (sessions.empty()) {
+        machine::Logon logon;
+        logon.user = user;
+        logon.session = 1;
+        return logon;
+    }
+    const auto session = std::find_if(sessions.begin(), sessions.end(), [&](const Record& record) {
+        return machine::EqualNoCase(record.TextOf("user"), user);
+    });
+    if (session == sessions.end())
+        throw InputError(at, fmt::format("there is no session of '{}'", user));
+    return machine::LogonOf(SessionOf(*session, /*isConsole=*/true));
+}
+
+void SetUpSessions(const Record& description) {
+    const std::vector<Record>& records = description.TablesOf("session");
+    const Record* windows = description.TableOf("windows");
+    const bool isEmpty = windows && windows->Has("console");
+    const bool saysConsole = isEmpty || std::any_of(records.begin(), records.end(), [](const Record& record) {
+                                 return record.FlagOf("console", false);
+                             });
+    bool isFirst = true;
+    for (const Record& record : records) {
+        machine::DefineSession(SessionOf(record, isFirst && !saysConsole));
+        isFirst = false;
+    }
+    if (isEmpty)
+        machine::LeaveConsoleEmpty();
+    machine::OnShellStart([](machine::Process& shell) { machine::ShellStarted(&shell); });
+    machine::StartShells();
+}
+
+std::span<const EventRow> SessionEventRows() {
+    return Rows;
+}
+
+} // namespace rehearse

@@ -1,0 +1,18 @@
+// SIDs in the form in which programs see them.
+#pragma once
+
+#include "simwin/registry/Security.h"
+#include "simwin/types.h"
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace machine {
+
+// Revision, count, the authority with its highest byte first, the parts.
+std::vector<std::uint8_t> SidBytes(const Sid& sid);
+// Nothing for what is no SID.
+std::optional<Sid> SidOfBytes(simwin::PSID sid);
+
+} // namespace machine
