@@ -97,8 +97,8 @@ def render(page):
             while at < len(lines) and lines[at].startswith("|"):
                 at += 1
             out += table(page, lines[start:at])
-        elif line.startswith("## "):
-            out.append(f"<h2>{inline(line[3:])}</h2>")
+        elif re.match(r"###? ", line):
+            out.append(f"<h2>{inline(line.lstrip('#').strip())}</h2>")
         elif re.match(r"- |\d+\. ", line):
             kind = "ul" if line.startswith("-") else "ol"
             while at < len(lines) and re.match(r"- |\d+\. ", lines[at]):
