@@ -100,6 +100,12 @@ export WINEPREFIX=$prefix
 start_screen
 start_server
 
+# The simulated machine's half of the comparison of logs; the tests of Linux need the same files.
+[ -e build/dev/build.ninja ] || cmake --preset dev >build/dev-configure.log 2>&1 ||
+    { cat build/dev-configure.log >&2; fail "the configuration has failed"; }
+ninja -C build/dev quillmarch-rehearse quillmarch >build/dev.log 2>&1 || { cat build/dev.log >&2; fail "the build has failed"; }
+rm -f "$build/bed.log"
+
 # Known differences, and what the layouts came to, are told in front of CTest's last lines.
 status=0
 outputs=$build/Testing/Temporary/LastTest.log
@@ -113,4 +119,13 @@ ctest --test-dir "$build" --output-on-failure -j "$(nproc)" "$@" </dev/null | aw
         print "known differences between Wine and Windows: " count + 0
         printf "%s", last
     }' || status=1
+
+# One debug run, line by line, here and there; without its test, when arguments have chosen others, there is none.
+if [ -e "$build/bed.log" ]; then
+    build/dev/quillmarch-rehearse --ini "$build/bed.ini" --log "$build/bed-simulated.log" tests/rehearse/wine-bed.toml \
+        >"$build/bed-simulated.txt" 2>&1 || { cat "$build/bed-simulated.txt" >&2; fail "the rehearsal has failed"; }
+    python3 tests/windows/compare-logs.py "$build/bed-simulated.log" "$build/bed.log" || status=1
+elif [ $# -eq 0 ]; then
+    fail "the debug run has left no log"
+fi
 exit $status
