@@ -1,5 +1,6 @@
 #include "actions/PortBalloon.h"
 
+#include "actions/ProcessCreation.h"
 #include "config/CSettings.h"
 #include "inventory/CComPorts.h"
 #include "inventory/CDosDeviceNames.h"
@@ -18,7 +19,7 @@ static constexpr DWORD SameArrivalMs = 30000; // ports of one device that arrive
 static constexpr DWORD SameRemovalMs = 5000;  // the same for ports that left
 static constexpr LONG ShowTimePerPortMs = 500;
 static constexpr size_t DevicePathPrefix = 4; // "\\?\"
-static constexpr size_t MaxCommandLine = 511; // the child reads nothing from 512 characters on
+static constexpr size_t MaxChildLine = 511;   // the child reads nothing from 512 characters on
 static constexpr size_t QuoteChars = 2;       // the child cuts a value with its quotes
 static constexpr size_t MaxTitleChars = 119 - QuoteChars;
 static constexpr size_t MaxTextChars = 255 - QuoteChars;
@@ -212,7 +213,7 @@ void BuildBalloonParameters(PortBalloon* balloon, size_t listStart) {
     CutText(balloon->Text, MaxTextChars);
     const size_t fixedChars = ProgramChars() + FormatText(balloon->Parameters, ParameterFormat, NoBalloonTick,
                                                           balloon->ShowTime, "", "", balloon->Icon);
-    const size_t room = fixedChars < MaxCommandLine ? MaxCommandLine - fixedChars : 0;
+    const size_t room = fixedChars < MaxChildLine ? MaxChildLine - fixedChars : 0;
     const size_t titleChars = TextLength(balloon->Title);
     CutList(balloon->Text, listStart, room > titleChars ? room - titleChars : 0);
     const size_t textChars = TextLength(balloon->Text);
@@ -220,4 +221,12 @@ void BuildBalloonParameters(PortBalloon* balloon, size_t listStart) {
     CutText(balloon->Text, room);
     FormatText(balloon->Parameters, ParameterFormat, NoBalloonTick, balloon->ShowTime, balloon->Title, balloon->Text,
                balloon->Icon);
+}
+
+void ShowBalloonForPort_TimerProc(DWORD id, ULONG_PTR portIndex) {
+    PortBalloon balloon;
+    if (ComposePortBalloon(id, g_pComPorts->Ports[portIndex], &balloon)) {
+        (void)CreateProcessEx(szExePath, balloon.Parameters, /*dir=*/"", SW_HIDE, NormalPriority, UserType::normal,
+                              /*phProcess=*/nullptr);
+    }
 }

@@ -10,6 +10,7 @@ struct CComPort;
 // The timers that end in a balloon. One id for each direction: of a burst of events the last one speaks for all.
 constexpr DWORD ArrivalBalloonTimerId = 0xBABA0001;
 constexpr DWORD RemovalBalloonTimerId = 0xBABA0000;
+inline constexpr char BalloonTimerName[] = "ShowBalloonForPort";
 
 // Icons by resource id.
 constexpr LONG PortPresentIcon = 102;
@@ -22,6 +23,10 @@ struct PortBalloon {
     LONG Icon;
     char Parameters[512]; // of the child, without the program's name
 };
+
+// A timer's procedure: composes the balloon and starts the child process that shows it. id: one of the two above.
+// portIndex: of the port whose event it was. Nobody waits for the child.
+void ShowBalloonForPort_TimerProc(DWORD id, ULONG_PTR portIndex);
 
 // Composes the balloon of a timer. id: one of the two above; the direction. port: of the event; its friendly name is
 // filled in if it has none. *balloon is only written when a balloon is due.

@@ -1,6 +1,8 @@
 #include "engine/PortArrival.h"
 
+#include "actions/ActionSections.h"
 #include "actions/CallBackTimer.h"
+#include "actions/PortBalloon.h"
 #include "config/CCfgReader.h"
 #include "config/CSettings.h"
 #include "engine/AssignmentCheck.h"
@@ -25,7 +27,8 @@ static constexpr DWORD OwnRestartMs = 5000;      // below it, a removal is the o
 static constexpr DWORD FlickerMs = 1000;         // up to and with it, a port came and went without meaning
 static constexpr DWORD ChangeForgottenMs = 2000; // from it on, a change of the number does not explain a flicker
 
-static constexpr DWORD ArrivalBalloonTimerId = 0xBABA0001;
+static constexpr LONG AfterArrivalMs = 1000; // to the balloon and the actions: a device brings several ports
+static constexpr LONG AfterRemovalMs = 500;
 static constexpr size_t LoggedDeviceIdChars = 200;
 
 static DWORD AgeOf(DWORD ticker) {
@@ -217,9 +220,10 @@ void ComPortArrived(const char* devpath) {
         return; // the arrival that the restart brings goes on from here
     }
     if (IsArrivalBalloonDue(port)) {
-        // The user is told of this arrival.
+        CreateCallbackTimer(AfterArrivalMs, ArrivalBalloonTimerId, static_cast<ULONG_PTR>(index),
+                            ShowBalloonForPort_TimerProc, BalloonTimerName);
     }
-    // The arrival is complete, and its actions are due whether or not the balloon is.
+    DoOnArrivalRemoval_Async(port, OnArrival, AfterArrivalMs); // whether or not the balloon is due
 }
 
 void ComPortRemoved(const char* devpath) {
@@ -252,5 +256,7 @@ void ComPortRemoved(const char* devpath) {
     if (!IsRemovalToBeTold(port)) {
         return;
     }
-    // The user is told of this removal: balloon and actions are due.
+    CreateCallbackTimer(AfterRemovalMs, RemovalBalloonTimerId, static_cast<ULONG_PTR>(index),
+                        ShowBalloonForPort_TimerProc, BalloonTimerName);
+    DoOnArrivalRemoval_Async(port, OnRemoval, AfterRemovalMs);
 }

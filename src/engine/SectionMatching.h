@@ -4,14 +4,11 @@
 // change the section between two keys.
 #pragma once
 
+#include "actions/SectionChoice.h" // GetFittingSectionNumber
 #include "config/CCfgReader.h"
 #include "platform/win32.h"
 
 struct CComPort;
-
-// Returns: the number of the first fitting section, 1 to 99, or 100 for the one without a number, which is tried last;
-// 0 when none fits.
-LONG GetFittingSectionNumber(const CComPort* port, CfgSectionType sectionType);
 
 // Returns: 1 when the section has at least one criterion and the port passes each of them, else 0.
 LONG TestSectionCriteria(const CComPort* port, CfgSectionType sectionType, LONG sectionNumber);

@@ -1,5 +1,6 @@
 #include "host/CService.h"
 
+#include "actions/UserTokens.h"
 #include "engine/NewDeviceArrived.h"
 #include "host/Initialisation.h"
 #include "host/PowerEvents.h"
@@ -66,6 +67,7 @@ CService::~CService() {
 
 void CService::Init(const char* szName, const char* szDisplay) {
     WriteLog(3, "CService::Init");
+    EnableServicePrivileges();
     CopyText(szServiceName, szName);
     CopyText(szDisplayName, szDisplay);
     Status = {};

@@ -1,5 +1,6 @@
 #include "host/Initialisation.h"
 
+#include "actions/CurrentUser.h"
 #include "config/CSettings.h"
 #include "engine/AssignmentCheck.h"
 #include "engine/NewDeviceArrived.h"
@@ -80,6 +81,9 @@ static DWORD InitializeQuillmarchService() {
     WriteLog(4, "ISVC_10");
     if (g_StopRequested) {
         return 0;
+    }
+    if (!IsUserKnown()) {
+        (void)SetCurrentUserInfo();
     }
     WriteLog(4, "ISVC_end");
     return 1;

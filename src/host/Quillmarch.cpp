@@ -1,6 +1,9 @@
 #include "host/Quillmarch.h"
 
 #include "actions/CallBackTimer.h"
+#include "actions/CurrentUser.h"
+#include "actions/ExecuteMode.h"
+#include "actions/ServiceTools.h"
 #include "balloon/BalloonDelivery.h"
 #include "balloon/BalloonWindow.h"
 #include "config/CCfgReader.h"
@@ -67,6 +70,7 @@ static void FindPathsAndVersions() {
     GetUserSidText(szUserSid);
     GetOsVersion(&g_Os);
     InitSupportLocks();
+    InitServiceTools();
     FixServiceImagePath();
     FindIniFile();
     FileVersion version;
@@ -121,6 +125,10 @@ static void CreateObjects(const char* commandLine) {
     g_pCfgReader->CreateSnapshot("main");
     g_pSettings = new CSettings;
     g_pSettings->ReadSettings();
+    (void)SetCurrentUserInfo();
+    if (LastLogonSession == NoSession) {
+        LastLogonSession = GetBestUserSessionId();
+    }
 }
 
 // Whether another instance stands in the way of this one. A message has told so.
@@ -175,6 +183,7 @@ static void DestroyObjects() {
     if (LiveWorkers() != 0) {
         return;
     }
+    ExitServiceTools();
     DeleteCriticalSection(&CS_assign);
     Destroy(g_pDeviceArrivals);
     Destroy(g_pUsbRoothubs);
@@ -270,6 +279,11 @@ extern "C" int WINAPI WinMain(HINSTANCE hInstance, HINSTANCE, LPSTR lpCmdLine, i
     }
     if (g_Mode == ModeBalloon) {
         RunBalloonChild(hInstance);
+        return ExitDone;
+    }
+    if (g_Mode == ModeExec) {
+        RunExecuteMode(static_cast<WORD>(nCmdShow));
+        LogEnd();
         return ExitDone;
     }
     return RunMainRoad(hInstance, lpCmdLine);

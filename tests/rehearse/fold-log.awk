@@ -1,9 +1,11 @@
 # Folds a product's log so that it can be read beside what it must say: an operation and its outcomes (the records behind
 # it that begin with a blank, of the same moment, thread and level) stand on one line, so does a run of equal records,
-# without the times of the further ones, and the stamp of the build is left out.
+# without the times of the further ones, and the stamp of the build and addresses in the product are left out.
 {
     sub(/\r$/, "")
     sub(/ build [0-9-]+ [0-9:]+$/, " build STAMP")
+    if ($0 ~ /CreateCallbackTimer\(/)
+        sub(/0x[0-9A-F]+\)$/, "PROC)") # an address in the product
     head = substr($0, 1, index($0, "> ") + 1)
     text = substr($0, length(head) + 1)
     place = substr(head, 1, 10) substr(head, 19) # without the delta

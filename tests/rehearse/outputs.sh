@@ -37,9 +37,7 @@ check "level 3 has no detail" bash -c "! grep -q '<4>' '$scratch/log1.txt'"
 check "level 6 has detail" grep -q '<6>' "$scratch/out.txt"
 check "standard output is the log alone" bash -c "! grep -q 'Restarts' '$scratch/out.txt'"
 
-# The log of the example, line by line: the expected file was read against what the product must say. Not in it, since
-# not built yet, are the lines of SetCurrentUserInfo and GetBestUserSessionId at the start and of
-# DoOnArrivalRemoval_Async and DoOnArrivalRemoval at each arrival.
+# The log of the example, line by line: the expected file was read against what the product must say.
 "$tool" --quiet --log "$scratch/desk.log" --log-level 3 $desk
 awk -f tests/rehearse/fold-log.awk "$scratch/desk.log" >"$scratch/folded.log"
 check "the log of the example" diff tests/rehearse/desk-expected.log "$scratch/folded.log"

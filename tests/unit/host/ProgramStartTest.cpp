@@ -83,7 +83,7 @@ struct CommandGroup {
 const CommandGroup CommandGroups[] = {
     {Usages, true, {{"-?", nullptr}, {"--", nullptr}, {"/-/", nullptr}}},
     {Usages, true, {"/?x", "-debug x", "-register x", "-unregister", "/start", "--start", "start", "/stop"}},
-    {Usages, true, {"/silentstop", "-setregarbiter", "-exec=x"}},
+    {Usages, true, {"/silentstop", "-setregarbiter"}},
     {Debugs, true, {{"-debug", nullptr}, {"/DEBUG", nullptr}, {"-debug-x", nullptr}}},
     {Registers, true, {"-install", "-register", {"/Register", "/register"}, "register", {"-register-x", "-register"}}},
     {Registers, false, {"-silentinstall", "-silentregister"}},

@@ -1,0 +1,209 @@
+#include "actions/CurrentUser.h"
+
+#include "actions/UserTokens.h"
+#include "support/BoundedText.h"
+#include "support/LogFile.h"
+#include "support/OsVersion.h"
+#include "support/ProcessState.h"
+#include "support/ScopeGuard.h"
+#include "support/StringTools.h"
+#include "support/SystemTools.h"
+
+static constexpr size_t NameChars = 64;
+static constexpr size_t FullNameChars = MaxNameChars + 1;
+static constexpr size_t GroupTextChars = 1024;
+static constexpr DWORD MaxGroups = 100;
+static constexpr size_t MaxJoinedBeforeLast = 957; // a separator and one more name fit behind it
+static constexpr DWORD MaxTokenUser = 256;
+
+static constexpr LONG LogonLocal = 1;
+static constexpr LONG LogonDomain = 2;
+
+namespace {
+struct UserInfo {
+    char CurrentUser[NameChars]; // empty: nobody is known to be logged on
+    char PreviousUser[NameChars];
+    char TokenUserName[NameChars];
+    char TokenDomain[NameChars];
+    char Computer[NameChars];
+    LONG LogonType;
+    BOOL IsAdmin;
+    BOOL WasAdmin;
+    char GroupText[GroupTextChars];
+    const char* GroupNames[MaxGroups]; // into GroupText
+    DWORD GroupCount;
+    char Groups[GroupTextChars];
+};
+} // namespace
+
+static UserInfo s_user;
+
+bool IsUserKnown() {
+    return s_user.CurrentUser[0] != '\0';
+}
+
+void ResetCurrentUserInfo() {
+    WriteLog(2, "ResetCurrentUserInfo()");
+    CopyText(s_user.PreviousUser, s_user.CurrentUser);
+    s_user.WasAdmin = s_user.IsAdmin;
+    s_user.CurrentUser[0] = '\0';
+    s_user.TokenUserName[0] = '\0';
+    s_user.TokenDomain[0] = '\0';
+    s_user.Computer[0] = '\0';
+    s_user.LogonType = 0;
+    s_user.IsAdmin = FALSE;
+    s_user.GroupCount = 0;
+    s_user.GroupText[0] = '\0';
+    s_user.Groups[0] = '\0';
+}
+
+static bool GetUserAndDomain(HANDLE token) {
+    alignas(TOKEN_USER) BYTE buffer[MaxTokenUser];
+    DWORD needed = 0;
+    if (!GetTokenInformation(token, TokenUser, buffer, sizeof(buffer), &needed)) {
+        return false;
+    }
+    char name[FullNameChars] = {};
+    char domain[FullNameChars] = {};
+    DWORD nameChars = sizeof(name);
+    DWORD domainChars = sizeof(domain);
+    SID_NAME_USE use = SidTypeUser;
+    if (!LookupAccountSidA(nullptr, reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid, name, &nameChars, domain,
+                           &domainChars, &use)) {
+        return false;
+    }
+    CopyText(s_user.TokenUserName, name);
+    CopyText(s_user.TokenDomain, domain);
+    WriteLog(3, "userbytoken=%s domain=%s", s_user.TokenUserName, s_user.TokenDomain);
+    return true;
+}
+
+// What this thread's user is to Windows. fullName: empty if it cannot be had.
+static void AskAsUser(char (&fullName)[FullNameChars]) {
+    s_user.IsAdmin = IsUserAnAdmin() ? TRUE : FALSE;
+    DWORD nameChars = sizeof(fullName);
+    if (!GetUserNameA(fullName, &nameChars)) {
+        fullName[0] = '\0';
+    }
+    char computer[FullNameChars] = {};
+    DWORD computerChars = sizeof(computer);
+    if (!GetComputerNameA(computer, &computerChars)) {
+        computer[0] = '\0';
+    }
+    CopyText(s_user.Computer, computer);
+    CopyText(s_user.CurrentUser, fullName);
+    const bool isLocal = s_user.Computer[0] == '\0' || s_user.TokenDomain[0] == '\0' ||
+                         lstrcmpiA(s_user.Computer, s_user.TokenDomain) == 0;
+    s_user.LogonType = isLocal ? LogonLocal : LogonDomain;
+    WriteLog(3, "user=%s computer=%s", s_user.CurrentUser, s_user.Computer);
+    WriteLog(3, "user=%s domain=%s logontype=%s", s_user.CurrentUser, s_user.TokenDomain, isLocal ? "local" : "Server");
+}
+
+static void TakeGroupNames(const LOCALGROUP_USERS_INFO_0* groups, DWORD count) {
+    size_t used = 0;
+    DWORD taken = 0;
+    for (; taken < count && used + NameChars <= GroupTextChars; ++taken) {
+        char name[FullNameChars] = {};
+        if (WideCharToMultiByte(CP_ACP, /*flags=*/0, groups[taken].lgrui0_name, /*cchWideChar=*/-1, name,
+                                static_cast<int>(sizeof(name)), nullptr, nullptr) == 0) {
+            name[0] = '\0';
+        }
+        char* const place = s_user.GroupText + used;
+        used += CopyText(place, NameChars, name) + 1;
+        s_user.GroupNames[taken] = place;
+    }
+    s_user.GroupCount = taken;
+}
+
+// Returns: whether Windows was asked.
+static bool LookUpGroups(const char* fullName) {
+    const SystemLibrary users("netapi32.dll");
+    const auto getGroups = users.Find<decltype(&NetUserGetLocalGroups)>("NetUserGetLocalGroups");
+    const auto release = users.Find<decltype(&NetApiBufferFree)>("NetApiBufferFree");
+    WCHAR wideName[FullNameChars] = {};
+    if (!getGroups || !release ||
+        MultiByteToWideChar(CP_ACP, /*flags=*/0, fullName, /*cbMultiByte=*/-1, wideName,
+                            static_cast<int>(FullNameChars)) == 0) {
+        return false;
+    }
+    LPBYTE list = nullptr;
+    DWORD count = 0;
+    DWORD total = 0;
+    const NET_API_STATUS result = getGroups(/*server=*/nullptr, wideName, /*level=*/0, LG_INCLUDE_INDIRECT, &list,
+                                            MAX_PREFERRED_LENGTH, &count, &total);
+    WriteLog(3, "NetUserGetLocalGroups(%s) res=%i entries=%i", fullName, static_cast<LONG>(result),
+             static_cast<LONG>(count));
+    if (!list) {
+        return true;
+    }
+    if (result == NERR_Success) {
+        if (count > MaxGroups) {
+            WriteLog(2, "warning: UserGroups cut from %i to %i", static_cast<LONG>(count),
+                     static_cast<LONG>(MaxGroups));
+            count = MaxGroups;
+        }
+        TakeGroupNames(reinterpret_cast<LOCALGROUP_USERS_INFO_0*>(list), count);
+    }
+    (void)release(list);
+    return true;
+}
+
+static void JoinGroups() {
+    char joined[GroupTextChars] = {};
+    for (DWORD i = 0; i < s_user.GroupCount && TextLength(joined) <= MaxJoinedBeforeLast; ++i) {
+        AppendText(joined, i == 0 ? "" : ", ");
+        AppendText(joined, s_user.GroupNames[i]);
+    }
+    CopyText(s_user.Groups, joined);
+}
+
+static int LogResult(bool hasAsked) {
+    WriteLog(2, "SetCurrentUserInfo(): CurrentUser=%s IsAdmin=%i Groups=%s", s_user.CurrentUser, s_user.IsAdmin,
+             s_user.Groups);
+    return hasAsked ? 1 : 0;
+}
+
+static HANDLE GetTokenOfUser() {
+    if (g_Mode == ModeService) {
+        return GetCurrentUserToken();
+    }
+    HANDLE token = nullptr;
+    return OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) ? token : nullptr;
+}
+
+// Asks Windows who this thread's user is. Returns: whether it was asked for his groups.
+static bool AskForUserAndGroups() {
+    char fullName[FullNameChars] = {};
+    AskAsUser(fullName);
+    return s_user.LogonType == LogonLocal && fullName[0] != '\0' && LookUpGroups(fullName);
+}
+
+// Asks in the user's name where he is another one than this process's.
+static int AskForUser() {
+    bool hasAsked = false;
+    if (g_Mode == ModeService) {
+        const ImpersonationScope user(/*isElevated=*/g_Os.MajorVersion >= 6);
+        hasAsked = user.IsOn() && AskForUserAndGroups();
+    } else {
+        hasAsked = AskForUserAndGroups();
+    }
+    JoinGroups();
+    return LogResult(hasAsked);
+}
+
+int SetCurrentUserInfo() {
+    WriteLog(2, "SetCurrentUserInfo()");
+    ResetCurrentUserInfo();
+    {
+        const OwnedHandle token(GetTokenOfUser());
+        if (!token.IsOpen()) {
+            WriteLog(2, "getting user's token failed -> no user is logged on");
+            return 0;
+        }
+        if (!GetUserAndDomain(token.Get())) {
+            WriteLog(2, "GetUserAndDomain failed");
+            return 0;
+        }
+    }
+    return AskForUser();
+}

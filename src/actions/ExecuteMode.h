@@ -1,0 +1,35 @@
+// The mode "-exec": a copy of this executable in the user's session that takes the foreground with a small window,
+// starts one program in front of everything else, and ends. The service that made the copy hears nothing of it.
+// Thread: the first one of the process, with the log ready and no other object of the program.
+#pragma once
+
+#include "actions/ProcessCreation.h"
+#include "platform/win32.h"
+
+enum class ExecuteResult : BYTE {
+    NotStarted = 0, // the start failed; also what the shell started, of which nothing is known
+    Running = 1,    // a process was made; it was not waited for, or it outlasted the wait
+    Ended = 2,      // it ended within the wait; also for a program that is not there
+};
+
+// What a command line of this mode asks for.
+struct ExecuteRequest {
+    char program[1024];
+    const char* params; // into the raw command line, whose end is theirs
+    bool wait;
+};
+
+// tokens, rawCommandLine: as below. directory: changed if a token names one.
+void ReadExecuteRequest(LONG tokenCount, char* const* tokens, const char* rawCommandLine, ExecuteRequest* request,
+                        char (&directory)[MAX_PATH]);
+
+// The command line of the program: parameters that begin with it are the whole already.
+void BuildRequestLine(const ExecuteRequest& request, char (&line)[MaxProcessLine]);
+
+// Starts the program of a command line. tokens: of rawCommandLine, as TokenizeCommandLine gives them. directory: of the
+// program unless a token names one. showCommand: as for ShowWindow. With -wait=1 it blocks for up to 11 seconds.
+ExecuteResult AutoRunByCommandLine(LONG tokenCount, char* const* tokens, const char* rawCommandLine,
+                                   char (&directory)[MAX_PATH], WORD showCommand);
+
+// The whole mode. Blocks for up to some 20 seconds.
+void RunExecuteMode(WORD showCommand);

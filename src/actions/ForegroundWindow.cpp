@@ -1,0 +1,142 @@
+#include "actions/ForegroundWindow.h"
+
+#include "support/BoundedText.h"
+#include "support/LogFile.h"
+#include "support/ScopeGuard.h"
+#include "support/ThreadTools.h"
+
+static constexpr int OutOfSight = 32000;
+static constexpr DWORD WindowStepMs = 30;
+static constexpr DWORD WindowLimitMs = 3000;
+static constexpr DWORD SettleMs = 10;
+static constexpr UINT TextLimitMs = 100;
+static constexpr BYTE NearlyTransparent = 32;
+static constexpr size_t TextChars = 128;
+
+static char s_title[32];                // set before the thread starts
+static HWND volatile s_foreWindow;      // set once by the window's thread
+static volatile LONG s_isWindowRefused; // the window will not come
+
+namespace {
+struct WindowText {
+    char text[2 * TextChars + 8];
+};
+} // namespace
+
+static WindowText Describe(HWND window) {
+    char title[TextChars] = {};
+    char className[TextChars] = {};
+    DWORD_PTR length = 0;
+    if (window) {
+        (void)SendMessageTimeoutA(window, WM_GETTEXT, sizeof(title), reinterpret_cast<LPARAM>(title), SMTO_ABORTIFHUNG,
+                                  TextLimitMs, &length);
+        (void)GetClassNameA(window, className, sizeof(className));
+    }
+    title[sizeof(title) - 1] = '\0';
+    WindowText described;
+    FormatText(described.text, "'%s' <%s>", title, className);
+    return described;
+}
+
+void LogWindow(const char* what, HWND window) {
+    if (LogFile_Wants(3)) {
+        WriteLog(3, "%s=%s", what, Describe(window).text);
+    }
+}
+
+static DWORD WINAPI CreateForeWindow_ThreadProc(void* title) {
+    WNDCLASSA windowClass = {};
+    windowClass.lpfnWndProc = DefWindowProcA;
+    windowClass.lpszClassName = ForeWindowClass;
+    if (!RegisterClassA(&windowClass)) {
+        WriteLog(3, " registerclass err=%u", GetLastError());
+    }
+    const HWND window =
+        CreateWindowExA(WS_EX_TOPMOST | WS_EX_TOOLWINDOW, ForeWindowClass, static_cast<const char*>(title),
+                        WS_POPUP | WS_VISIBLE | WS_CAPTION, OutOfSight, OutOfSight, /*width=*/1, /*height=*/1,
+                        GetDesktopWindow(), nullptr, nullptr, nullptr);
+    if (!window) {
+        s_isWindowRefused = 1;
+        return 0;
+    }
+    s_foreWindow = window;
+    ShowWindow(window, SW_SHOW);
+    MSG message;
+    while (IsWindow(window) && GetMessageA(&message, nullptr, 0, 0) > 0) {
+        DispatchMessageA(&message);
+    }
+    return 1;
+}
+
+HWND StartForeWindow(const char* title) {
+    CopyText(s_title, title);
+    if (!StartThreadForId("CreateForeWindow_ThreadProc", CreateForeWindow_ThreadProc, s_title)) {
+        return nullptr;
+    }
+    const DWORD startTicks = GetTickCount();
+    while (!s_foreWindow && !s_isWindowRefused && GetTickCount() - startTicks < WindowLimitMs) {
+        Sleep(WindowStepMs);
+    }
+    const HWND window = s_foreWindow;
+    if (!window) {
+        WriteLog(2, "MyForeWin did not come -> program starts without it");
+        return nullptr;
+    }
+    const BOOL result = ShowWindow(window, SW_SHOW);
+    const DWORD error = GetLastError();
+    if (LogFile_Wants(3)) {
+        WriteLog(3, "MyForeWin=%s showres=%u err=%u", Describe(window).text, static_cast<DWORD>(result), error);
+    }
+    Sleep(SettleMs);
+    return window;
+}
+
+// A thread that shares the input of the one in the foreground may take its place.
+static void TakeForegroundByInput(HWND window, HWND foreground) {
+    const DWORD itsThread = GetWindowThreadProcessId(window, nullptr);
+    const DWORD foreThread = GetWindowThreadProcessId(foreground, nullptr);
+    if (itsThread == foreThread) {
+        return;
+    }
+    const BOOL isAttached = AttachThreadInput(foreThread, itsThread, /*attach=*/TRUE);
+    WriteLog(3, " AttachThreadInput(%u, %u, 1) res=%u", foreThread, itsThread, static_cast<DWORD>(isAttached));
+    const BOOL isSet = SetForegroundWindow(window);
+    WriteLog(3, " SetForegroundWindow res=%u", static_cast<DWORD>(isSet));
+    if (isAttached) {
+        const BOOL isDetached = AttachThreadInput(foreThread, itsThread, /*attach=*/FALSE);
+        WriteLog(3, " AttachThreadInput(%u, %u, 0) res=%u", foreThread, itsThread, static_cast<DWORD>(isDetached));
+    }
+}
+
+// Whoever got the last click may take the foreground: the window goes under the cursor and is clicked.
+static void TakeForegroundByClick(HWND window) {
+    POINT cursor = {};
+    (void)GetCursorPos(&cursor);
+    // Only a layered window can be made transparent.
+    (void)SetWindowLongA(window, GWL_EXSTYLE, GetWindowLongA(window, GWL_EXSTYLE) | WS_EX_LAYERED);
+    (void)SetLayeredWindowAttributes(window, /*colorKey=*/0, NearlyTransparent, LWA_ALPHA);
+    (void)SetWindowPos(window, HWND_TOPMOST, cursor.x, cursor.y, /*width=*/1, /*height=*/1, SWP_SHOWWINDOW);
+    // A click on anything else would be the user's in his program.
+    if (WindowFromPoint(cursor) != window) {
+        return;
+    }
+    WriteLog(3, " send mouseclick");
+    mouse_event(MOUSEEVENTF_LEFTDOWN, 0, 0, 0, 0);
+    mouse_event(MOUSEEVENTF_LEFTUP, 0, 0, 0, 0);
+    (void)SetForegroundWindow(window);
+}
+
+void ForceMyDummyWindowToForeground(HWND window) {
+    const HWND foreground = GetForegroundWindow();
+    if (foreground == window) {
+        return;
+    }
+    TakeForegroundByInput(window, foreground);
+    if (GetForegroundWindow() != window) {
+        TakeForegroundByClick(window);
+    }
+    if (GetForegroundWindow() == window) {
+        keybd_event(VK_LSHIFT, 0, 0, 0);
+        keybd_event(VK_LSHIFT, 0, KEYEVENTF_KEYUP, 0);
+    }
+}
