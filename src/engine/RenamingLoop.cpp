@@ -58,7 +58,9 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
         if (port->szKernelNameCom[0] == 0 || port->HasCopiedName || !QueryDosName(name, target)) {
             return Candidate::Taken;
         }
-        if (lstrcmpA(target, port->szKernelNameCom) == 0) {
+        // A link that an earlier driver left may lead to the device that has come to its kernel name: whose name the
+        // wanted one is says that one's record.
+        if (lstrcmpA(target, port->szKernelNameCom) == 0 && !IsLinkOfAnother(port, name, target)) {
             KeepWantedOfTwoNames(port, name);
             return Candidate::WasSecond;
         }

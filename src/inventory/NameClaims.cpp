@@ -23,6 +23,19 @@ bool IsLinkOf(const CComPort* port, const char* portName, const char* target) {
            lstrcmpiA(port->szPortName, portName) == 0 && lstrcmpA(port->szKernelNameCom, target) == 0;
 }
 
+// The present port other than `port` to which the link of the name leads, or null.
+const CComPort* FindLinkOwner(const CComPort* port, const char* portName, const char* target) {
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        const CComPort* other = g_pComPorts->Ports[i];
+        // A record whose port was pulled out unnoticed has lost its device to whoever has the kernel name now.
+        if (other != nullptr && other != port && IsLinkOf(other, portName, target) && GetProblem(other->DevInst) == 0) {
+            WriteLog(3, " %s leads to the device of Ports[%i]", portName, i);
+            return other;
+        }
+    }
+    return nullptr;
+}
+
 // Is there a present port of this registry name to which the target belongs? What leads to the device of a port of
 // another name is that one's second name, whatever the driver.
 bool HasOwner(const char* portName, const char* target) {
@@ -138,15 +151,7 @@ void RetireVirtualRecords(const char* portName) {
 }
 
 bool IsLinkOfAnother(const CComPort* port, const char* portName, const char* target) {
-    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
-        const CComPort* other = g_pComPorts->Ports[i];
-        // A record whose port was pulled out unnoticed has lost its device to whoever has the kernel name now.
-        if (other != nullptr && other != port && IsLinkOf(other, portName, target) && GetProblem(other->DevInst) == 0) {
-            WriteLog(3, " %s leads to the device of Ports[%i]", portName, i);
-            return true;
-        }
-    }
-    return false;
+    return FindLinkOwner(port, portName, target) != nullptr;
 }
 
 void MarkCopiedName(CComPort* port) {
@@ -155,7 +160,12 @@ void MarkCopiedName(CComPort* port) {
         lstrcmpA(port->szKernelNameCom, port->szKernelNameDevPath) == 0) {
         return;
     }
-    port->HasCopiedName = IsLinkOfAnother(port, port->szPortName, port->szKernelNameCom) ? 1 : 0;
+    const CComPort* owner = FindLinkOwner(port, port->szPortName, port->szKernelNameCom);
+    // Of two that are read at one time each may find the other unmarked: without an owner neither would be moved away.
+    port->HasCopiedName = owner != nullptr ? 1 : 0;
+    if (owner != nullptr && owner->HasCopiedName) {
+        port->HasCopiedName = 0;
+    }
 }
 
 void PassOnLink(const CComPort* gone) {

@@ -48,6 +48,12 @@ std::string Quoted(const std::string& line) {
     return line.substr(start + 1, end - start - 1);
 }
 
+bool IsPathIn(const std::string& line, const Device& device) {
+    std::string path = device.id;
+    std::replace(path.begin(), path.end(), '\\', '#');
+    return device.isPort && machine::FindNoCase(line, path + "#") != std::string::npos;
+}
+
 std::string TargetOf(const std::string& name) {
     const machine::DosDefinition* definition = machine::TheDosNames().InForce(name);
     return definition ? definition->target : "";
@@ -67,12 +73,6 @@ const CComPort* RecordOf(const rehearse::Stage& stage, const machine::DeviceNode
         if (record->IsUsed && record->DevInst == node.number)
             return record;
     return nullptr;
-}
-
-bool IsMarked(const rehearse::Stage& stage, const std::string& device) {
-    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device);
-    const CComPort* record = node ? RecordOf(stage, *node) : nullptr;
-    return record && record->MarkedForRestart;
 }
 
 bool IsStubborn(const machine::DeviceNode& node) {
@@ -141,11 +141,8 @@ void Judge::JudgeMoves() {
         const Device* device = RenamedPort(write);
         if (!device || !m_lastCheckMs || write.atMs < m_lastCheckMs)
             continue;
-        // One that shared its name at a start stays marked behind a hub port cycle and gets another free number at each
-        // pass.
-        const Reasons reasons = IsMarked(m_stage, device->id) ? Reasons{Excuse::Marked} : Reasons{};
-        Blame(reasons, "a calm machine comes to rest",
-              fmt::format("{}: {} -> {} ({} ms)", device->id, write.before, write.after, write.atMs));
+        Complain("a calm machine comes to rest",
+                 fmt::format("{}: {} -> {} ({} ms)", device->id, write.before, write.after, write.atMs));
     }
 }
 
@@ -185,9 +182,9 @@ void Judge::ReadLog() {
 // The log is the only place that tells what is fatal and what was made of a notification.
 void Judge::OnLogLine(const std::string& line) {
     // Nothing sees that a port is pulled out while its socket is asked: without a hub port that counts as fatal.
-    Reasons reasons = HasFailed() ? Reasons{Excuse::CallFailed} : Reasons{};
+    Reasons reasons = HasFailed() ? Reasons{&excuse::CallFailed} : Reasons{};
     if (line.find("BuildUsbPortName") != std::string::npos)
-        reasons.insert(Excuse::PulledWhileRead);
+        reasons.insert(&excuse::PulledWhileRead);
     if (line.find("INT3 in") != std::string::npos)
         Blame(reasons, "no fatal line", line);
     const std::size_t braceAt = line.find('{');
@@ -212,18 +209,16 @@ void Judge::OnDosName(const machine::DosNameChange& change) {
         if (device.id != owner->node->id)
             continue;
         if (machine::EqualNoCase(machine::RegistryNameOf(*owner->node), change.name))
-            Grant(Excuse::OwnersLink, &device, machine::Now());
-        else if (!machine::DosNameOf(*owner->node).empty())
-            Grant(Excuse::TwoNames, &device, machine::Now());
+            Grant(&excuse::OwnersLink, &device, machine::Now());
     }
 }
 
-void Judge::Grant(Excuse excuse, const Device* device, std::uint64_t untilMs) {
+void Judge::Grant(Reason excuse, const Device* device, std::uint64_t untilMs) {
     std::uint64_t& granted = m_grants[{excuse, device}];
     granted = std::max(granted, untilMs);
 }
 
-bool Judge::IsGranted(Excuse excuse, const Device* device, std::uint64_t ranAtMs) const {
+bool Judge::IsGranted(Reason excuse, const Device* device, std::uint64_t ranAtMs) const {
     const auto found = m_grants.find({excuse, device});
     return found != m_grants.end() && ranAtMs <= found->second;
 }
@@ -267,20 +262,20 @@ Reasons Judge::LinkReasons(const Running& port) const {
     // A link that stays behind a driver, or that somebody laid there, keeps a driver from its name.
     if (!target.empty() &&
         (!owner || (owner->node != port.node && owner->link != machine::TheDosNames().InForce(port.name)->id)))
-        reasons.insert(Excuse::LinkInTheWay);
+        reasons.insert(&excuse::LinkInTheWay);
     // A driver that takes a name that another one has comes first, whenever it comes.
     if (owner && owner->node != port.node && owner->node->said.nameTaken == machine::NameTaken::Take)
-        reasons.insert(Excuse::LinkTaken);
+        reasons.insert(&excuse::LinkTaken);
     // A driver that found its name taken does not try again when it is free.
     const rehearse::TimelineEntry* start = LastStart(port.device->id);
     if (start && start->to.empty() && (start->what == "restarts" || start->what.starts_with("runs without")) &&
         (target.empty() || (owner && LastStartMs(owner->node->id) > start->atMs)))
-        reasons.insert(Excuse::FoundItTaken);
+        reasons.insert(&excuse::FoundItTaken);
     // A link that goes after its driver takes that of the next one with it.
     const auto taken = m_takenAtMs.find(port.name);
     if ((target.empty() && Says(*port.device, "link_goes")) ||
         (taken != m_takenAtMs.end() && LastStartMs(port.device->id) <= taken->second))
-        reasons.insert(Excuse::LateLink);
+        reasons.insert(&excuse::LateLink);
     return reasons;
 }
 
@@ -293,24 +288,21 @@ Reasons Judge::OwnReasons(const Running& port) const {
     const bool isMoved = !moved.name.empty() && moved.atMs >= ranAtMs;
     // A modem is not found by its interface: where no hub cycles its port nothing restarts it.
     if (Says(device, "kind = \"modem\"") && isMoved)
-        reasons.insert(Excuse::Modem);
-    // One that stays marked is given another number at each arrival behind a restart that is put off.
-    if (IsMarked(m_stage, device.id) && isMoved)
-        reasons.insert(Excuse::Marked);
+        reasons.insert(&excuse::Modem);
     // Nobody hears of what starts without its interfaces, or while they stay as they were.
     if (IsQuietStart(device) ||
         std::none_of(port.node->interfaces.begin(), port.node->interfaces.end(), [](const auto& i) { return i->up; }))
-        reasons.insert(Excuse::NotTold);
+        reasons.insert(&excuse::NotTold);
     // Nobody hears of what comes while the service starts and does not listen yet.
     const CComPort* record = RecordOf(m_stage, *port.node);
     if (start && IsUnheard(ranAtMs) && (start->isOutside || !record || !record->IsPresent))
-        reasons.insert(Excuse::BeforeListening);
+        reasons.insert(&excuse::BeforeListening);
     if (IsTwin(port))
-        reasons.insert(Excuse::Twin);
+        reasons.insert(&excuse::Twin);
     if (HasFailedSince(ranAtMs))
-        reasons.insert(Excuse::CallFailed);
-    for (const Excuse excuse : {Excuse::OwnersLink, Excuse::SwapMark, Excuse::TwoNames, Excuse::OwnerAway,
-                                Excuse::SharedAndMoved, Excuse::Hindered})
+        reasons.insert(&excuse::CallFailed);
+    for (Reason excuse :
+         {&excuse::OwnersLink, &excuse::SwapMark, &excuse::OwnerAway, &excuse::SharedAndMoved, &excuse::Hindered})
         if (IsGranted(excuse, &device, ranAtMs))
             reasons.insert(excuse);
     return reasons;
@@ -330,15 +322,15 @@ Reasons Judge::ReasonsOf(const Running& port, const Ports& ports) const {
 void Judge::NoteExcuses() {
     for (const Running& port : RunningPorts())
         if (TargetOf(port.name) != port.kernel && IsHindered(*port.device))
-            Grant(Excuse::Hindered, port.device, machine::Now());
+            Grant(&excuse::Hindered, port.device, machine::Now());
 }
 
 void Judge::JudgePorts(const Ports& ports) {
     // What was taken out or disabled is put in again, unless a call fails or the device refuses.
     for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
-        Reasons reasons = HasFailed() ? Reasons{Excuse::CallFailed} : Reasons{};
+        Reasons reasons = HasFailed() ? Reasons{&excuse::CallFailed} : Reasons{};
         if (node->said.refuses.value_or(false))
-            reasons.insert(Excuse::Hindered);
+            reasons.insert(&excuse::Hindered);
         if (node->IsPresent() && node->openRestart)
             Blame(reasons, "nothing is left out", node->id);
     }
@@ -358,9 +350,8 @@ void Judge::JudgePorts(const Ports& ports) {
                 fmt::format("{} ({}): {} leads to '{}'", port.device->id, port.kernel, port.name, TargetOf(port.name)));
         if (number && number <= LargestDatabaseNumber && !machine::ComDbTest(number)) {
             Reasons reasons = ReasonsOf(port, ports);
-            for (const Excuse excuse : {Excuse::SharedBit, Excuse::CleanedInSwap})
-                if (IsGranted(excuse, port.device, LastStartMs(port.device->id)))
-                    reasons.insert(excuse);
+            if (IsGranted(&excuse::SharedBit, port.device, LastStartMs(port.device->id)))
+                reasons.insert(&excuse::SharedBit);
             Blame(reasons, "the database has every present number",
                   fmt::format("{}: {}", port.device->id, port.dosName));
         }
@@ -400,10 +391,6 @@ void Judge::JudgeRules(const Ports& ports) {
                 }))
                 continue;
             Reasons reasons = ReasonsOf(port, ports);
-            // With no check of all ports two that share a number may move for each other without end.
-            for (const Excuse excuse : {Excuse::OwnerAway, Excuse::SharedAndMoved})
-                if (m_plan.switches.debugRole && IsGranted(excuse, port.device, m_plan.calmAtMs))
-                    reasons.insert(Excuse::NoResume);
             Blame(reasons, "every rule that can be met is met",
                   fmt::format("{} is {} and {} is free", port.device->id, port.name, wanted));
         }
@@ -412,22 +399,17 @@ void Judge::JudgeRules(const Ports& ports) {
 
 // A port whose name is written is excused until it starts anew where the order of steps leaves it behind.
 void Judge::OnWrite(const rehearse::WrittenValue& write) {
-    if (machine::EqualNoCase(write.name, "ComDB"))
-        for (const Device& device : m_plan.devices)
-            if (const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device.id);
-                device.isPort && node && node->openRestart)
-                Grant(Excuse::CleanedInSwap, &device, write.atMs + OwnChangeMs);
     const Device* device = RenamedPort(write);
     if (!device)
         return;
     NoteExcuses();
     // Of two that are to swap the one that does as it is told comes back without its record.
     if (IsHindered(*device))
-        Grant(Excuse::Hindered, device, write.atMs + OwnChangeMs);
+        Grant(&excuse::Hindered, device, write.atMs + OwnChangeMs);
     bool isShared = false;
     Reasons reasons;
     if (HasFailedSince(LastStartMs(device->id)))
-        reasons.insert(Excuse::CallFailed);
+        reasons.insert(&excuse::CallFailed);
     for (const Device& other : m_plan.devices) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
         if (&other == device || !other.isPort || !node)
@@ -437,34 +419,21 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
         const rehearse::WrittenValue moved = LastMove(other);
         const bool isOnItsWay = !moved.name.empty() && write.atMs - moved.atMs <= OwnChangeMs;
         isShared |= machine::EqualNoCase(name, write.before) && (node->IsPresent() || isOnItsWay);
-        // A record has the number that its port left until that comes anew.
-        for (const rehearse::WrittenValue& earlier : m_stage.timeline->Writes())
-            if (RenamedPort(earlier) == &other && machine::EqualNoCase(earlier.before, write.before) &&
-                (LastStartMs(other.id) <= earlier.atMs || write.atMs - earlier.atMs <= OwnChangeMs))
-                reasons.insert(Excuse::LeftNumber);
         // A number counts as free while the port that has it in the registry has no DOS name: its restart is put off,
         // or it is away for a moment. Who is given it may take the owner's name for its own, and one of them has none
         // until it comes anew. Likewise where two came with one name and the one that has the link is moved.
         const bool isOwner = node->driver && TargetOf(name) == node->driver->name;
         if (machine::EqualNoCase(name, write.after) && TargetOf(name).empty())
             for (const Device* each : {device, &other})
-                Grant(Excuse::OwnerAway, each, write.atMs + OwnChangeMs);
+                Grant(&excuse::OwnerAway, each, write.atMs + OwnChangeMs);
         if (machine::EqualNoCase(name, write.before) && !isOwner)
-            Grant(Excuse::SharedAndMoved, &other, write.atMs + OwnChangeMs);
+            Grant(&excuse::SharedAndMoved, &other, write.atMs + OwnChangeMs);
         // A renamed port takes the bit of its old name out of the database, also when another port has that name.
         if (machine::EqualNoCase(machine::DosNameOf(*node), write.before))
-            Grant(Excuse::SharedBit, &other, write.atMs);
+            Grant(&excuse::SharedBit, &other, write.atMs);
     }
     const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(TargetOf(write.before));
     isShared |= owner && !machine::EqualNoCase(owner->node->id, device->id);
-    // Nothing tells the second of two arrivals of one device that the first has moved it.
-    const rehearse::WrittenValue moved = LastMove(*device);
-    if (!moved.name.empty() && write.atMs - moved.atMs <= OwnChangeMs && Says(*device, "interfaces"))
-        reasons.insert(Excuse::TwoArrivals);
-    // What the scan at the start finds by its DOS name alone is a port without a device, present until its link goes.
-    for (const CComPort* record : Records(m_stage))
-        if (record->DeviceID[0] == 0 && record->IsPresent && machine::EqualNoCase(record->szRegPortName, write.before))
-            reasons.insert(Excuse::NoDevice);
     m_moves[device] = write;
     if (IsNeverMeant(m_plan, *device) && !isShared)
         Blame(reasons, "nobody takes a number from a port without a rule",
@@ -528,8 +497,8 @@ void Judge::JudgeOwnRestarts(const std::string& line, const std::string& thread)
         m_arrivedBy.erase(thread);
 }
 
-// A swap in front of the first notification leaves its marks: the next removal and arrival of both are dropped. Its own
-// arrivals are dropped as they should be; no mark drops two.
+// A swap's own arrivals are dropped; no mark drops two. That of a port which was pulled out meanwhile drops its next
+// one.
 void Judge::JudgeMarks(const std::string& line) {
     if (line.find("SwapPortNumbers(") != std::string::npos)
         m_dropped.clear();
@@ -539,23 +508,17 @@ void Judge::JudgeMarks(const std::string& line) {
         return;
     if (++m_dropped[m_arrival] > 1)
         Complain("a mark drops one arrival", m_arrival);
-    std::uint64_t swappedAtMs = 0;
-    for (const machine::DeviceRestart& restart : machine::DeviceRestarts())
-        if (restart.device == m_arrival && restart.means == "remove-and-setup")
-            swappedAtMs = restart.atMs;
+    const rehearse::TimelineEntry* start = LastStart(m_arrival);
     for (const Device& device : m_plan.devices)
-        if (device.id == m_arrival && LastStartMs(device.id) > swappedAtMs + OwnChangeMs)
-            Grant(Excuse::SwapMark, &device, machine::Now());
+        if (device.id == m_arrival && start && start->means != "remove-and-setup")
+            Grant(&excuse::SwapMark, &device, machine::Now());
 }
 
 // The port whose path stands in the line; "" for none.
 std::string Judge::DeviceOf(const std::string& line) const {
-    for (const Device& device : m_plan.devices) {
-        std::string path = device.id;
-        std::replace(path.begin(), path.end(), '\\', '#');
-        if (device.isPort && machine::FindNoCase(line, path + "#") != std::string::npos)
+    for (const Device& device : m_plan.devices)
+        if (IsPathIn(line, device))
             return device.id;
-    }
     return "";
 }
 

@@ -59,8 +59,8 @@ private:
     Reasons ReasonsOf(const Running& port, const Ports& ports) const;
     Reasons OwnReasons(const Running& port) const;
     Reasons LinkReasons(const Running& port) const;
-    void Grant(Excuse excuse, const Device* device, std::uint64_t untilMs); // a start behind untilMs ends it
-    bool IsGranted(Excuse excuse, const Device* device, std::uint64_t ranAtMs) const;
+    void Grant(Reason excuse, const Device* device, std::uint64_t untilMs); // a start behind untilMs ends it
+    bool IsGranted(Reason excuse, const Device* device, std::uint64_t ranAtMs) const;
     bool IsTwin(const Running& port) const;
     bool HasFailedSince(std::uint64_t ranAtMs) const;
     bool IsUnheard(std::uint64_t ranAtMs) const;
@@ -78,7 +78,7 @@ private:
     unsigned m_looks = 0;
     std::uint64_t m_settledAtMs = 0, m_lastCheckMs = 0;
     std::uint64_t m_failed = 0, m_failedAtMs = 0; // calls that failed, the last of them
-    std::map<std::pair<Excuse, const Device*>, std::uint64_t> m_grants;
+    std::map<std::pair<Reason, const Device*>, std::uint64_t> m_grants;
     std::map<const Device*, rehearse::WrittenValue> m_moves; // the last write to its name
     std::map<std::string, std::uint64_t> m_takenAtMs;        // names whose link went by an outer hand
     std::optional<std::uint64_t> m_listensAtMs;              // the product asked for notifications

@@ -41,9 +41,9 @@ void Rest::Complain(std::string what, std::string how) {
 void Rest::Blame(const Reasons& reasons, std::string what, std::string how) {
     if (reasons.empty())
         Complain(std::move(what), std::move(how));
-    for (const Excuse reason : reasons) {
-        ++m_uses.at(static_cast<std::size_t>(reason)).all;
-        m_uses.at(static_cast<std::size_t>(reason)).alone += reasons.size() == 1;
+    for (Reason reason : reasons) {
+        ++m_uses[reason].all;
+        m_uses[reason].alone += reasons.size() == 1;
     }
 }
 
@@ -77,9 +77,9 @@ void Rest::JudgeRest() {
         // ports.
         Reasons reasons;
         if (node->said.isProtected && node->said.interfaces && node->said.interfaces->back() == "modem")
-            reasons.insert(Excuse::TwoWideLists);
+            reasons.insert(&excuse::TwoWideLists);
         if (CannotBeRestored())
-            reasons.insert(Excuse::CallFailed);
+            reasons.insert(&excuse::CallFailed);
         for (const std::string& key :
              {node->enumPath, node->enumPath + "\\Device Parameters",
               driverKey.empty() ? "" : "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\" + driverKey})

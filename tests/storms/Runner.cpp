@@ -17,10 +17,11 @@ constexpr int ExcuseFields = 3;
 std::string ResultText(const Outcome& outcome) {
     const Counts& c = outcome.counts;
     std::string text =
-        fmt::format("#counts {} {} {} {} {} {} {} {} {} {} {}\n", c.events, c.looks, c.ports, c.restarts, c.swaps,
+        fmt::format("#counts {} {} {} {} {} {} {} {} {} {} {}\n", c.events, c.looks, c.ports, c.restarts, c.swapped,
                     c.failed, c.slow, c.sleeps, c.boots, c.fastStartups, DigestOf(outcome.everything));
-    for (std::size_t i = 0; i < outcome.excuses.size(); ++i)
-        text += fmt::format("#excuse {} {} {}\n", i, outcome.excuses[i].all, outcome.excuses[i].alone);
+    for (const auto& [reason, uses] : outcome.excuses)
+        text += fmt::format("#excuse {} {} {}\n", std::find(std::begin(Excuses), std::end(Excuses), reason) - Excuses,
+                            uses.all, uses.alone);
     return text + EndOf(outcome.violations);
 }
 
@@ -31,11 +32,11 @@ RunResult ParseResult(const std::string& text, int status) {
         std::size_t excuse = 0;
         Uses uses;
         if (std::sscanf(line, "#excuse %zu %u %u", &excuse, &uses.all, &uses.alone) == ExcuseFields) {
-            result.excuses.at(excuse) = uses;
+            result.excuses[Excuses[excuse]] = uses;
             return true;
         }
         return std::sscanf(line, "#counts %u %u %u %u %u %u %u %u %u %u %lu", &c.events, &c.looks, &c.ports,
-                           &c.restarts, &c.swaps, &c.failed, &c.slow, &c.sleeps, &c.boots, &c.fastStartups,
+                           &c.restarts, &c.swapped, &c.failed, &c.slow, &c.sleeps, &c.boots, &c.fastStartups,
                            &result.digest) == CountFields + 1;
     });
     return result;

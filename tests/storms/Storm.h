@@ -10,8 +10,10 @@
 
 namespace storm {
 
+constexpr std::uint64_t TwiceEach = 20; // every so manieth seed runs twice and must be the same
+
 struct Counts {
-    unsigned events = 0, looks = 0, ports = 0, restarts = 0, swaps = 0, failed = 0,
+    unsigned events = 0, looks = 0, ports = 0, restarts = 0, swapped = 0, failed = 0,
              slow = 0, // calls made to fail or to take long
         sleeps = 0, boots = 0, fastStartups = 0;
 };
@@ -20,7 +22,7 @@ struct Outcome {
     std::vector<Violation> violations;
     Counts counts;
     UseTable excuses;
-    std::string everything; // report and log, for the comparison of two runs
+    std::string everything; // report and log of a seed that runs twice
 };
 
 // imageFile, resourceFile: the product as a shared object and its compiled resources.

@@ -17,7 +17,6 @@ namespace {
 
 // Where derived seeds lie: apart from those that people name, and short enough to be typed.
 constexpr std::uint64_t DerivedStart = 1'000'000, DerivedSeeds = 1'000'000'000;
-constexpr std::uint64_t TwiceEach = 20; // every so manieth seed runs twice and must be the same
 
 struct Line {
     std::size_t seeds = 0;
@@ -66,15 +65,15 @@ public:
         m_counts.looks += c.looks;
         m_counts.ports += c.ports;
         m_counts.restarts += c.restarts;
-        m_counts.swaps += c.swaps;
+        m_counts.swapped += c.swapped;
         m_counts.failed += c.failed;
         m_counts.slow += c.slow;
         m_counts.sleeps += c.sleeps;
         m_counts.boots += c.boots;
         m_counts.fastStartups += c.fastStartups;
-        for (std::size_t i = 0; i < m_excuses.size(); ++i) {
-            m_excuses[i].all += result.excuses[i].all;
-            m_excuses[i].alone += result.excuses[i].alone;
+        for (const auto& [reason, uses] : result.excuses) {
+            m_excuses[reason].all += uses.all;
+            m_excuses[reason].alone += uses.alone;
         }
         if (result.violations.empty())
             return;
@@ -85,18 +84,18 @@ public:
         for (const auto& [what, one] : once)
             m_broken[what] += one;
     }
-    void Tell(std::size_t seeds) const {
-        fmt::print("{} storms: {} events, {} looks at rest, {} ports, {} restarts, {} swaps, {} failing and {} slow "
-                   "calls as faults, {} sleeps, {} boots, {} fast startups; {} failed\n",
-                   seeds, m_counts.events, m_counts.looks, m_counts.ports, m_counts.restarts, m_counts.swaps,
-                   m_counts.failed, m_counts.slow, m_counts.sleeps, m_counts.boots, m_counts.fastStartups, m_failed);
+    void Tell(std::size_t seeds) {
+        fmt::print(
+            "{} storms: {} events, {} looks at rest, {} ports, {} restarts, {} swapped ports, {} failing and {} slow "
+            "calls as faults, {} sleeps, {} boots, {} fast startups; {} failed\n",
+            seeds, m_counts.events, m_counts.looks, m_counts.ports, m_counts.restarts, m_counts.swapped,
+            m_counts.failed, m_counts.slow, m_counts.sleeps, m_counts.boots, m_counts.fastStartups, m_failed);
         for (const auto& [what, count] : m_broken)
             fmt::print("  {} x {}\n", count, what);
         fmt::print("broken statements that were excused, and by this alone:\n");
-        for (const storm::ExcuseRow& row : storm::ExcuseRows) {
-            const storm::Uses& uses = m_excuses.at(static_cast<std::size_t>(row.excuse));
-            fmt::print("  {:6} {:6}  ({}) {}, until {}\n", uses.all, uses.alone, row.letter, row.who, row.until);
-        }
+        for (const storm::Reason reason : storm::Excuses)
+            fmt::print("  {:6} {:6}  ({}) {}, until {}\n", m_excuses[reason].all, m_excuses[reason].alone,
+                       reason->letter, reason->who, reason->until);
     }
     bool HasFailed() const { return m_failed != 0; }
 
@@ -112,7 +111,7 @@ int RunSeeds(const Line& line) {
     // A seed that runs twice has two places, one behind the other.
     std::vector<std::uint64_t> places;
     for (std::uint64_t seed = line.first; seed < line.first + line.seeds; ++seed)
-        places.insert(places.end(), seed % TwiceEach == 0 ? 2 : 1, seed);
+        places.insert(places.end(), seed % storm::TwiceEach == 0 ? 2 : 1, seed);
     Total total;
     std::map<std::uint64_t, std::uint64_t> digests;
     std::vector<std::pair<storm::Plan, storm::Violation>> failures;
