@@ -102,22 +102,27 @@ Action WindowEvent(const Record& event, Stage& stage, const char* subject, bool 
             stage.timeline->Outside(fmt::format("the window '{}' goes", window.name));
             machine::RemoveForeignWindow(window.session, window.name);
         };
-    constexpr std::int64_t defaultStyle = 0x14CF0000, toolTipStyle = 0x94800000, largestDword = 0xFFFFFFFF;
-    const std::int64_t style = isToolTip ? toolTipStyle : table.NumberOf("style", defaultStyle);
-    if (style < 0 || style > largestDword)
-        throw InputError(table.At("style"), "'style' must be 0 to 4294967295");
-    window.style = static_cast<simwin::DWORD>(style);
-    window.className = isToolTip ? machine::ToolTipClass : table.TextOf("class", "ProgramWindow");
-    window.isTopmost = isToolTip || table.FlagOf("topmost");
-    window.takesActivation = !isToolTip;
-    const simwin::LONG x = PixelsIn(table, "x", 0), y = PixelsIn(table, "y", 0);
-    const simwin::LONG width = PixelsIn(table, "width", isToolTip ? 200 : machine::TheSetup().screenWidth);
-    const simwin::LONG height = PixelsIn(table, "height", isToolTip ? 60 : machine::TheSetup().screenHeight);
-    window.rect = {x, y, x + width, y + height};
+    window.isToolTip = isToolTip;
+    for (const auto& [key, field] : {std::pair("x", &window.x), std::pair("y", &window.y),
+                                     std::pair("width", &window.width), std::pair("height", &window.height)})
+        if (table.Has(key))
+            *field = PixelsIn(table, key, 0);
+    if (table.Has("style")) {
+        constexpr std::int64_t largestDword = 0xFFFFFFFF;
+        const std::int64_t style = table.NumberOf("style");
+        if (style < 0 || style > largestDword)
+            throw InputError(table.At("style"), "'style' must be 0 to 4294967295");
+        window.style = static_cast<simwin::DWORD>(style);
+    }
+    if (table.Has("class"))
+        window.className = table.TextOf("class");
+    if (table.Has("topmost"))
+        window.isTopmost = table.FlagOf("topmost");
     return [&stage, window] {
-        stage.timeline->Outside(
-            fmt::format("the window '{}' is shown at {}, {}", window.name, window.rect.left, window.rect.top));
         machine::ShowForeignWindow(window);
+        const machine::Window* shown = machine::FindForeignWindow(window.name);
+        stage.timeline->Outside(
+            fmt::format("the window '{}' is shown at {}, {}", window.name, shown->rect.left, shown->rect.top));
     };
 }
 

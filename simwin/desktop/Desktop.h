@@ -79,13 +79,16 @@ void SetAppearance(const Appearance& appearance);
 const Appearance& TheAppearance();
 bool HasTheme(); // there is one that answers, even if it is broken
 
-// A described window of another program: made, or changed if the session has one of this name.
+// A described window of another program: made, or changed in what is said if the session has one of this name. A tool
+// tip has class and style of its own and is topmost; another window covers the screen unless it says otherwise.
 struct ForeignWindow {
-    std::string name, className;
-    simwin::DWORD style = 0;
-    simwin::RECT rect{};
-    bool isTopmost = false, takesActivation = true;
+    std::string name;
     unsigned session = 1;
+    bool isToolTip = false;
+    std::optional<std::string> className;
+    std::optional<simwin::DWORD> style;
+    std::optional<simwin::LONG> x, y, width, height;
+    std::optional<bool> isTopmost;
 };
 inline constexpr const char* ToolTipClass = "tooltips_class32";
 void ShowForeignWindow(const ForeignWindow& window);

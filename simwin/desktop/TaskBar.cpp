@@ -93,6 +93,19 @@ Process* ShellOf(unsigned session) {
     return nullptr;
 }
 
+// As it is unless it is said otherwise.
+Window* AddForeignWindow(const ForeignWindow& described) {
+    constexpr RECT toolTipRect = {0, 0, 200, 60};
+    constexpr DWORD toolTipStyle = 0x94800000, windowStyle = 0x14CF0000;
+    const bool isToolTip = described.isToolTip;
+    Window* window = AddWindow(ShellOf(described.session), described.session,
+                               isToolTip ? ToolTipClass : "ProgramWindow", described.name);
+    window->style = isToolTip ? toolTipStyle : windowStyle;
+    window->extendedStyle = isToolTip ? WS_EX_TOPMOST | WS_EX_NOACTIVATE | WS_EX_TOOLWINDOW : 0;
+    window->rect = isToolTip ? toolTipRect : ScreenRect();
+    return window;
+}
+
 } // namespace
 
 HWND AddScriptedWindow(Process* process, std::string_view className, std::string_view title) {
@@ -159,16 +172,19 @@ void ShowForeignWindow(const ForeignWindow& described) {
     Window* window = WindowFor(handle);
     const bool isNew = window == nullptr;
     if (isNew) {
-        window = AddWindow(ShellOf(described.session), described.session, described.className, described.name);
+        window = AddForeignWindow(described);
         handle = window->handle;
     }
-    window->className = described.className;
-    window->style = described.style & ~WS_VISIBLE;
-    window->extendedStyle = (described.isTopmost ? WS_EX_TOPMOST : 0) |
-                            (described.takesActivation ? 0 : WS_EX_NOACTIVATE | WS_EX_TOOLWINDOW);
-    if (isNew || !window->visible)
+    window->className = described.className.value_or(window->className);
+    window->style = described.style.value_or(window->style) & ~WS_VISIBLE;
+    if (described.isTopmost)
+        MoveInOrder(*window, *described.isTopmost ? HWND_TOPMOST : HWND_NOTOPMOST);
+    else if (isNew || !window->visible)
         BringToFront(*window);
-    SetPlace(*window, described.rect);
+    const RECT& old = window->rect;
+    const LONG left = described.x.value_or(old.left), top = described.y.value_or(old.top);
+    SetPlace(*window, {left, top, left + described.width.value_or(old.right - old.left),
+                       top + described.height.value_or(old.bottom - old.top)});
     SetVisible(*window, true);
     if (isNew)
         Activate(*window);

@@ -29,7 +29,10 @@ void Show(unsigned session, const char* name, RECT rect, bool isTopmost = false)
     window.name = name;
     window.className = "Game";
     window.style = GameStyle;
-    window.rect = rect;
+    window.x = rect.left;
+    window.y = rect.top;
+    window.width = rect.right - rect.left;
+    window.height = rect.bottom - rect.top;
     window.isTopmost = isTopmost;
     window.session = session;
     machine::ShowForeignWindow(window);
