@@ -90,7 +90,10 @@ std::string IconElements(const DrawnItem& item) {
     for (int row = 0; row < pixels.size; ++row)
         for (int column = 0; column < pixels.size;) {
             const int start = column;
-            const auto at = [&](int x) { return pixels.argb[static_cast<std::size_t>(row * pixels.size + x)]; };
+            const auto at = [&](int x) {
+                return pixels.argb[static_cast<std::size_t>(row) * static_cast<std::size_t>(pixels.size) +
+                                   static_cast<std::size_t>(x)];
+            };
             const std::uint32_t argb = at(start);
             while (column < pixels.size && at(column) == argb)
                 ++column;

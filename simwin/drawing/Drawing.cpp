@@ -116,7 +116,7 @@ HGDIOBJ AddGdi(GdiObject object) {
 
 const GdiObject& SelectedFont(const DeviceContext& context) {
     const GdiObject* font = GdiFor(context.font, GdiKind::Font);
-    return font ? *font : *GdiFor(g_drawing->font);
+    return font ? *font : g_drawing->objects.at(reinterpret_cast<std::uint64_t>(g_drawing->font));
 }
 
 void Draw(const DeviceContext& context, DrawnItem item) {
