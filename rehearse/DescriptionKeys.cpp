@@ -213,6 +213,8 @@ constexpr Key Keys[] = {
     {"event.logon", "uac", Flag, nullptr, "false", "", "its administrator works with a filtered token"},
     {"event.logon", "shell", Flag, nullptr, "true", "", "as with [[session]]"},
     {"event.logon", "groups", Texts, nullptr, "[]", "", "as with [[session]]"},
+    {"event.logon", "foreground", Text, "free|held", "\"free\"", "", "as with [[session]]"},
+    {"event.logon", "cursor", Numbers, nullptr, "the middle", "", "as with [[session]]"},
     {"event.logon", "environment", AnyKeys, nullptr, "{}", "", "as with [[session]]"},
     {"event.logon.environment", "", Text, nullptr, "", "", "a value"},
     {"event.session", "id", Number, nullptr, "needed", "", "session number"},

@@ -298,20 +298,24 @@ constexpr EventRow Rows[] = {
     {"pipe", PipeEvent},
 };
 
-void SetUpSessionInput(const Record& session) {
-    const auto id = static_cast<unsigned>(session.NumberOf("id", 1));
-    if (session.TextOf("foreground") == "held")
-        machine::SetForegroundRule(id, machine::Foreground::Held);
-    const Value* cursor = session.Find("cursor");
-    if (!cursor)
-        return;
-    if (cursor->numbers.size() != 2)
-        throw InputError(cursor->at, "'cursor' must be x and y");
-    machine::SetCursor(id,
-                       {static_cast<simwin::LONG>(cursor->numbers[0]), static_cast<simwin::LONG>(cursor->numbers[1])});
-}
-
 } // namespace
+
+Action SessionInputOf(const Record& session) {
+    const auto id = static_cast<unsigned>(session.NumberOf("id", 1));
+    const bool isHeld = session.TextOf("foreground") == "held";
+    std::optional<simwin::POINT> place;
+    if (const Value* cursor = session.Find("cursor")) {
+        if (cursor->numbers.size() != 2)
+            throw InputError(cursor->at, "'cursor' must be x and y");
+        place =
+            simwin::POINT{static_cast<simwin::LONG>(cursor->numbers[0]), static_cast<simwin::LONG>(cursor->numbers[1])};
+    }
+    return [id, isHeld, place] {
+        machine::SetForegroundRule(id, isHeld ? machine::Foreground::Held : machine::Foreground::Free);
+        if (place)
+            machine::SetCursor(id, *place);
+    };
+}
 
 void SetUpDesktop(const Record& description) {
     if (const Record* windows = description.TableOf("windows")) {
@@ -333,7 +337,7 @@ void SetUpDesktop(const Record& description) {
         machine::SetAppearance(appearance);
     }
     for (const Record& session : description.TablesOf("session"))
-        SetUpSessionInput(session);
+        SessionInputOf(session)();
 }
 
 std::span<const EventRow> DesktopEventRows() {

@@ -1,5 +1,7 @@
 #include "rehearse/SessionEvents.h"
 
+#include "rehearse/DesktopEvents.h"
+
 #include "simwin/desktop/Desktop.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Text.h"
@@ -48,9 +50,11 @@ machine::Session SessionOf(const Record& record, bool isConsole) {
 Action LogonEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("logon");
     const machine::Session session = SessionOf(table, /*isConsole=*/false);
-    return [&stage, session] {
+    const Action input = SessionInputOf(table);
+    return [&stage, input, session] {
         stage.timeline->Outside(fmt::format("{} logs on to session {}", session.user, session.id));
         machine::LogOn(session);
+        input();
     };
 }
 
