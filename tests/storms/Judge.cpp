@@ -273,7 +273,8 @@ Reasons Judge::LinkReasons(const Running& port) const {
         reasons.insert(&excuse::FoundItTaken);
     // A link that goes after its driver takes that of the next one with it.
     const auto taken = m_takenAtMs.find(port.name);
-    if ((target.empty() && Says(*port.device, "link_goes")) ||
+    if (((target.empty() || (owner && LastStartMs(owner->node->id) > LastStartMs(port.device->id))) &&
+         Says(*port.device, "link_goes")) ||
         (taken != m_takenAtMs.end() && LastStartMs(port.device->id) <= taken->second))
         reasons.insert(&excuse::LateLink);
     return reasons;
