@@ -30,9 +30,9 @@ constexpr const char* NoRest = "a calm machine comes to rest";
 // The wanted number by a cycle and by a property change, the swap, disable and enable, what is put off, the problem
 // scan, access lists, the collision, the resume, two names.
 constexpr const char* Chosen[] = {
-    "engine/wanted-number",         "restarts/cycle-refused",   "engine/swap-at-start", "engine/protected-keys",
-    "engine/exception-h-two-names", "restarts/disable-enable",  "restarts/collision",   "restarts/upper-device-later",
-    "restarts/problem-scan",        "host/resume-checks-ports",
+    "engine/wanted-number",  "restarts/cycle-refused",   "engine/swap-at-start", "engine/protected-keys",
+    "engine/two-names",      "restarts/disable-enable",  "restarts/collision",   "restarts/upper-device-later",
+    "restarts/problem-scan", "host/resume-checks-ports",
 };
 
 struct Line {
