@@ -97,4 +97,5 @@ endforeach()
 qm_windows_test(debug_run LOCK desktop SOURCES tests/windows/DebugRunTest.cpp)
 add_dependencies(debug_run Quillmarch bed_cfgmgr32 planted loads-by-name)
 
-qm_windows_test(number_faults LOCK machine SOURCES tests/windows/NumberFaultsTest.cpp $<TARGET_OBJECTS:product>)
+# With the debug run, which has the same database.
+qm_windows_test(number_faults LOCK desktop SOURCES tests/windows/NumberFaultsTest.cpp $<TARGET_OBJECTS:product>)

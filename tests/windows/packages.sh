@@ -68,6 +68,24 @@ products() {
             $1 == "DisplayVersion" { shown = shown " " $3 } END { print count + 0 }'
 }
 
+# The zip as a user unpacks it: the script makes the INI file from the sample, and a second run leaves it alone.
+python3 -m zipfile -e "$out/Quillmarch-$version-x64.zip" "$prefix/drive_c/unpacked"
+unpacked=$prefix/drive_c/unpacked/Quillmarch
+edit_ini() {
+    timeout 60 wine cmd /c 'C:\unpacked\Quillmarch\_edit_ini.cmd' </dev/null >/dev/null 2>&1 || true
+    for _ in $(seq 100); do
+        [ ! -s "$unpacked/Quillmarch.INI" ] || return 0
+        sleep 0.1
+    done
+    return 1
+}
+check "_edit_ini.cmd makes the INI file" edit_ini
+check "of the sample" same "$unpacked/Quillmarch.INI" src/resources/sample_eng.ini
+echo '; mine' >>"$unpacked/Quillmarch.INI"
+cp "$unpacked/Quillmarch.INI" "$prefix/mine.ini"
+check "_edit_ini.cmd runs again" edit_ini
+check "and leaves the file alone" same "$unpacked/Quillmarch.INI" "$prefix/mine.ini"
+
 check "the x86 installer refuses x64" not install /i "$out/Quillmarch-$version-x86.msi"
 check "and has installed nothing" not test -e "$prefix/drive_c/Program Files (x86)/Quillmarch/Quillmarch.exe"
 check "the version before is installed" install /i "$out/former/Quillmarch.msi" REGISTER=0
