@@ -67,6 +67,10 @@ void Timeline::Watch() {
         m_entries.push_back(
             {input.atMs, input.isByPerson, fmt::format("{} goes to {}", input.what, to), "", "", "", ""});
     });
+    machine::OnProcessStart([this](const machine::Process& process) {
+        if (!m_isClosed)
+            OnProcessStarted(process);
+    });
     machine::OnProcessEnd([this](machine::Process& process) {
         if (!m_isClosed)
             OnProcessEnded(process.imagePath, process.exitCode);
@@ -210,6 +214,19 @@ void Timeline::OnDriverNameChanged(const machine::DosNameChange& change) {
         return;
     Outside(fmt::format("loses its DOS name {}:", change.name), device->node->id);
     port.name = name;
+}
+
+// The description's own starts are told by their events.
+void Timeline::OnProcessStarted(const machine::Process& process) {
+    const machine::Process* parent = process.parentId ? machine::FindProcess(process.parentId) : nullptr;
+    const std::string product = machine::TheSetup().directory + "\\" + machine::TheSetup().executable;
+    if (!parent || !machine::EqualNoCase(parent->imagePath, product))
+        return;
+    CatchUp();
+    m_entries.push_back({machine::Now(), false,
+                         fmt::format("starts {} as {} ({}) in session {}", process.commandLine, process.user,
+                                     machine::RightsName(process.rights), process.session),
+                         "", "", "", ""});
 }
 
 void Timeline::OnProcessEnded(const std::string& image, std::uint32_t exitCode) {

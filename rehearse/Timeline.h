@@ -64,6 +64,7 @@ private:
     void OnRestarted(const machine::DeviceRestart& restart);
     void OnDosNameChanged(const machine::DosNameChange& change);
     void OnDriverNameChanged(const machine::DosNameChange& change);
+    void OnProcessStarted(const machine::Process& process);
     void OnProcessEnded(const std::string& image, std::uint32_t exitCode);
 
     std::vector<TimelineEntry> m_entries;

@@ -16,6 +16,7 @@ constexpr std::size_t MainStackBytes = 4 * 1024 * 1024;
 
 struct Processes {
     std::vector<Process*> all;
+    std::vector<std::function<void(const Process&)>> atStart;
     std::vector<std::function<void(Process&)>> atEnd;
     std::function<void(const Process&, const char*)> debugWatcher;
     simwin::DWORD nextId = 1200;
@@ -57,6 +58,8 @@ Process* AddProcess(const ProcessStart& start) {
         process->token->Retain();
     process->startedMs = Now();
     g_processes->all.push_back(process);
+    for (const auto& action : g_processes->atStart)
+        action(*process);
     return process;
 }
 
@@ -199,6 +202,10 @@ void NoteDebugOutput(Process& process, const char* text) {
         g_processes->debugWatcher(process, text);
     else
         process.debugOutput += text;
+}
+
+void OnProcessStart(std::function<void(const Process&)> action) {
+    g_processes->atStart.push_back(std::move(action));
 }
 
 void OnProcessEnd(std::function<void(Process&)> action) {

@@ -88,6 +88,8 @@ Process* FindProcess(simwin::DWORD id);
 void WatchDebugOutput(std::function<void(const Process&, const char* text)> watcher);
 void NoteDebugOutput(Process& process, const char* text);
 
+// Watches the start of every process, before its first thread runs.
+void OnProcessStart(std::function<void(const Process&)> action);
 // What rooms do when any process ends (windows destroyed, registrations dropped), before its handles are closed.
 void OnProcessEnd(std::function<void(Process&)> action);
 

@@ -1,5 +1,7 @@
 #include "tests/storms/Plan.h"
 
+#include "tests/storms/People.h"
+
 #include "simwin/devices/DosNames.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Text.h"
@@ -45,7 +47,7 @@ constexpr SwitchRow SwitchRows[] = {
 constexpr const char* RootHub = R"(USB\ROOT_HUB30\4&1a2b3c4d&0&0)";
 constexpr unsigned HubSockets = 7;
 constexpr std::uint64_t Minute = 60'000;
-constexpr unsigned PowerPercent = 40;
+constexpr unsigned PowerPercent = 40, PeoplePercent = 40;
 
 // How long something is away, and how long nothing happens: around the limits at which an event counts as one's own
 // doing (5000), as a flicker (1000) or as the echo of a change (2000), and long enough for everything to settle.
@@ -76,9 +78,11 @@ unsigned DescribedNumber(const Device& device) {
 
 class Planner {
 public:
-    explicit Planner(std::uint64_t seed) : m_random(seed * 2654435761u + 17), m_powerRandom(seed * 40503u + 5) {
+    explicit Planner(std::uint64_t seed)
+        : m_random(seed * 2654435761u + 17), m_powerRandom(seed * 40503u + 5), m_peopleRandom(seed * 69069u + 1) {
         plan.seed = seed;
         plan.switches.power = m_powerRandom.Odds(PowerPercent);
+        plan.switches.people = m_peopleRandom.Odds(PeoplePercent);
         plan.switches.firstNodeOne = seed % 2 == 0;
         for (const SwitchRow& row : SwitchRows)
             plan.switches.*row.member = m_random.Odds(row.percent);
@@ -140,7 +144,7 @@ public:
     Plan plan;
 
 private:
-    Random m_random, m_powerRandom;
+    Random m_random, m_powerRandom, m_peopleRandom;
     std::vector<std::pair<std::string, unsigned>> m_hubs; // id, sockets in use
     std::vector<std::size_t> m_pluggable, m_hubUnits, m_ports;
     unsigned m_nextName = 3, m_nextWanted = 20;
@@ -513,6 +517,8 @@ void Planner::MakeHistory() {
     }
     if (plan.switches.power)
         AddPowerSpans();
+    if (plan.switches.people)
+        AddPeople(plan, m_peopleRandom);
     std::stable_sort(plan.events.begin(), plan.events.end(),
                      [](const Event& a, const Event& b) { return a.atMs < b.atMs; });
     plan.calmAtMs = plan.events.back().atMs + Minute;
@@ -552,7 +558,7 @@ std::string IniText(const Configuration& configuration) {
         for (std::size_t i = 0; i < section.wants.size(); ++i)
             text += fmt::format("PortName{}=COM{}\n", i + 1, section.wants[i]);
     }
-    return text;
+    return text + configuration.actions;
 }
 
 // Events without those that pull out what is out already, which is wrong input: a random history does, and a smaller
@@ -598,6 +604,8 @@ std::string SwitchesText(const Switches& switches) {
             text += fmt::format("{}{}", text.empty() ? "" : " ", row.name);
     if (switches.power)
         text += text.empty() ? "power" : " power";
+    if (switches.people)
+        text += text.empty() ? "people" : " people";
     return text.empty() ? "none" : text;
 }
 
@@ -647,6 +655,8 @@ std::string Description(const Plan& plan) {
     }
     for (const std::string& name : plan.dosNames)
         text += "[[dos_name]]\n" + name + "\n\n";
+    for (const std::string& table : plan.people)
+        text += table + "\n";
     for (const std::string& fault : plan.faults)
         text += "[[fault]]\n" + fault + "\n\n";
     for (const Event& event : WithoutVainPulls(plan, plan.events))

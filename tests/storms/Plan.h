@@ -32,7 +32,9 @@ struct Switches {
          stops = false, resumes = false, edits = false, flicker = false, hubs = false, problems = false, quick = false,
          hack = false, removesNames = false, uninstalls = false, sameNames = false, contested = false, atWrap = false,
          atBoot = false, refusing = false,
-         power = false; // sleeps, boots and fast startups; drawn apart, so that each seed keeps the rest of its history
+         // Drawn apart, so that each seed keeps the rest of its history.
+        power = false,  // sleeps, boots and fast startups
+        people = false; // sessions, logons, logoffs, and programs that are started for ports
 };
 
 struct Device {
@@ -53,6 +55,7 @@ struct Configuration {
     std::vector<std::pair<std::string, std::string>> settings;
     std::vector<Section> sections;
     bool balloons = false;
+    std::string actions; // the sections that start programs
 };
 
 struct Event {
@@ -65,8 +68,8 @@ struct Event {
 struct Plan {
     std::uint64_t seed = 0;
     Switches switches;
-    std::vector<std::string> windows, dosNames, faults; // lines and tables as they stand in the description
-    std::vector<std::string> units;                     // id of each unit's top
+    std::vector<std::string> windows, dosNames, faults, people; // lines and tables as they stand in the description
+    std::vector<std::string> units;                             // id of each unit's top
     std::vector<Device> devices;
     std::vector<Configuration> configurations; // the first at the start, the last in the calm
     std::vector<Event> events;                 // of the shaking, in order of time
