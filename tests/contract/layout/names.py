@@ -10,6 +10,7 @@ import sys
 
 NOT_OF_WINDOWS = {"va_list_t"}  # a helper of the headers' own
 OF_ANOTHER_AGE = {"PROCESS_ALL_ACCESS"}  # more bits in the SDK's headers for 6.0, which this program compares by
+NOT_IN_MINGW = {"ERROR_ELEVATION_REQUIRED"}  # 740, as Microsoft's list of system error codes has it
 
 
 def statements(text):
@@ -42,7 +43,7 @@ def members(body, prefix=""):
 def lines_of(statement):
     """The lines of one declaration, or None for one that is not understood."""
     if match := re.fullmatch(r"inline constexpr \w+ (\w+) = .*", statement):
-        return [] if match.group(1) in OF_ANOTHER_AGE else [f"CONSTANT({match.group(1)})"]
+        return [] if match.group(1) in OF_ANOTHER_AGE | NOT_IN_MINGW else [f"CONSTANT({match.group(1)})"]
     if match := re.fullmatch(r"enum (\w+) : \w+ ?\{(.*)\}", statement):
         names = [item.split("=")[0].strip() for item in match.group(2).split(",")]
         return [f"TYPE({match.group(1)})"] + [f"CONSTANT({name})" for name in names if name]
