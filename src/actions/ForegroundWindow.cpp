@@ -112,8 +112,11 @@ static void TakeForegroundByInput(HWND window, HWND foreground) {
 static void TakeForegroundByClick(HWND window) {
     POINT cursor = {};
     (void)GetCursorPos(&cursor);
-    // Only a layered window can be made transparent.
-    (void)SetWindowLongA(window, GWL_EXSTYLE, GetWindowLongA(window, GWL_EXSTYLE) | WS_EX_LAYERED);
+    // Only a layered window can be made transparent. A style that cannot be read would be lost by the change.
+    const LONG style = GetWindowLongA(window, GWL_EXSTYLE);
+    if (style != 0) {
+        (void)SetWindowLongA(window, GWL_EXSTYLE, style | WS_EX_LAYERED);
+    }
     (void)SetLayeredWindowAttributes(window, /*colorKey=*/0, NearlyTransparent, LWA_ALPHA);
     (void)SetWindowPos(window, HWND_TOPMOST, cursor.x, cursor.y, /*width=*/1, /*height=*/1, SWP_SHOWWINDOW);
     // A click on anything else would be the user's in his program.
