@@ -22,7 +22,8 @@ EQUAL = [
     (r"FOLDER\\(Bed|Quillmarch)\.", r"FOLDER\\PROGRAM."),
 ]
 # What the two machines are: accounts, versions, the other names of the object manager.
-LEFT_OUT = r"^<\d> (ddn\d+=|Date=|Path=|LogFile=|CmdLine=|CurDir=|TickCount=|Quillmarch\.EXE |sid=|UAC=|OS version=)"
+LEFT_OUT = (r"^<\d> (ddn\d+=|Date=|Path=|LogFile=|CmdLine=|CurDir=|TickCount=|Quillmarch\.EXE |sid=|UAC=|OS version="
+            r"|userbytoken=|user=|NetUserGetLocalGroups\(|SetCurrentUserInfo\(\): )")
 # Known differences: what is made equal, None leaves the line out, and why.
 KNOWN = [
     (r"kndp='[^']*'", "kndp=''", "Wine has no DOS names of interface paths"),
@@ -32,6 +33,8 @@ KNOWN = [
     (r"^<\d> (CService::Run -> after ServiceMsgLoop|KillAllCallbackTimers\(\)|CCfgReader::~CCfgReader\(\)"
      r"|CCfgReader::DeleteSnapshot\(destructor\)|<-+ /Quillmarch WinMain -+)$", None,
      "nobody closes the window of the debug run on the simulated machine"),
+    (r"^<3> ( not WTSActive -> ignore| WTSQuerySessionInformation err=ok|session\(\d+\) state=\w+)$", None,
+     "Wine has no sessions to ask"),
 ]
 
 
