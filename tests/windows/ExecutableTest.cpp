@@ -324,4 +324,33 @@ TEST_F(Executable, RunsWithAWindowUntilItIsClosed) {
         EXPECT_EQ(record.find("INT3"), std::string::npos) << record;
 }
 
+// The copy that starts a program in the user's session: what it passes on, and how long it waits.
+TEST_F(Executable, StartsAProgramInExecuteMode) {
+    WriteLogSettings(4);
+    DeleteFileA(m_log.c_str()); // a child adds to the log that is there
+    const std::string parameters = R"(/c echo "a  b" -exec="c d" -params=\\ > out.txt)";
+    Started run = Start(R"(-exec="%WINDIR%\system32\cmd.exe" -dir=")" + m_folder +
+                        R"(" -wait=1 -windownumber=7 -params=)" + parameters);
+    EXPECT_EQ(run.End(), 0u);
+    EXPECT_NE(ReadAll(m_folder + "\\out.txt").find(R"("a  b" -exec="c d" -params=\\ )"), std::string::npos)
+        << ReadAll(m_folder + "\\out.txt");
+    char tag[16];
+    std::snprintf(tag, sizeof(tag), "\\[ex%2.2u\\]", static_cast<unsigned>(run.id & 0xFF));
+    ExpectInOrder(Records(tag), {"Quillmarch in execute mode  cmdln=", "MyForeWin='7' <Quillmarch_ForeWndClass>",
+                                 "AutoRunByCommandLine exe='C:\\windows\\system32\\cmd.exe' params='" + parameters,
+                                 " CreateProcess OK  pid=", " waiting 11000 ms", " waitres=0 after ",
+                                 "Quillmarch in execute mode return 0"});
+
+    DeleteFileA(m_log.c_str());
+    run = Start(R"(-exec="%WINDIR%\system32\notepad.exe" -dir=")" + m_folder + R"(" -wait=1 -windownumber=8 -params=)");
+    EXPECT_NE(WaitForWindow("Quillmarch_ForeWndClass", run.id, "8").window, nullptr);
+    EXPECT_EQ(run.End(), 0u);
+    EXPECT_EQ(FindWindowA("Quillmarch_ForeWndClass", nullptr), nullptr);
+    const std::string log = ReadAll(m_log);
+    std::smatch wait;
+    ASSERT_TRUE(std::regex_search(log, wait, std::regex(" waitres=258 after (\\d+) ms"))) << log;
+    EXPECT_GE(std::stoi(wait[1]), 11000);
+    EXPECT_LT(std::stoi(wait[1]), 12000);
+}
+
 } // namespace
