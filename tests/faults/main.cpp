@@ -28,12 +28,17 @@ constexpr std::uint64_t ForEver = 0;
 constexpr const char* NoRest = "a calm machine comes to rest";
 
 // The wanted number by a cycle and by a property change, the swap, disable and enable, what is put off, the problem
-// scan, access lists, the collision, the resume, two names, programs of each kind of user and through execute mode.
+// scan, access lists, the collision, the resume, two names, programs of each kind of user and through execute mode,
+// balloons.
 constexpr const char* Chosen[] = {
-    "engine/wanted-number",  "restarts/cycle-refused",   "engine/swap-at-start",    "engine/protected-keys",
-    "engine/two-names",      "restarts/disable-enable",  "restarts/collision",      "restarts/upper-device-later",
-    "restarts/problem-scan", "host/resume-checks-ports", "actions/every-user-type", "actions/remote-sessions",
-    "actions/execute-mode",
+    "engine/wanted-number",    "restarts/cycle-refused",
+    "engine/swap-at-start",    "engine/protected-keys",
+    "engine/two-names",        "restarts/disable-enable",
+    "restarts/collision",      "restarts/upper-device-later",
+    "restarts/problem-scan",   "host/resume-checks-ports",
+    "actions/every-user-type", "actions/remote-sessions",
+    "actions/execute-mode",    "balloon/shown",
+    "balloon/ports",
 };
 
 struct Line {
