@@ -4,6 +4,8 @@
 
 #include "simwin/shell/Shell.h"
 
+#include "actions/ProcessCreation.h"
+#include "actions/ProgramLauncher.h"
 #include "inventory/CComPorts.h"
 #include "support/StringTools.h"
 #include "tests/unit/Log.h"
@@ -30,6 +32,23 @@ struct Disk : testing::Test {
     }
     char exe[MAX_PATH], params[MaxProgramParams];
 };
+
+// What becomes of a split line: the command line of the program itself, and that of the copy which starts it.
+void ExpectLaunch(const char* exe, const char* params) {
+    const std::string tail = *params ? std::string(" ") + params : "";
+    char line[MaxProcessLine], copyLine[MaxExecuteLine];
+    BuildProcessLine(exe, params, line);
+    EXPECT_EQ(line, (StrChrA(exe, ' ') ? "\"" + std::string(exe) + "\"" : std::string(exe)) + tail);
+    OpenParams open = {};
+    CopyText(open.szExe, exe);
+    CopyText(open.szParams, params);
+    CopyText(open.szWorkDir, "C:\\Work");
+    BuildExecuteLine(open, /*wait=*/true, /*windowNumber=*/7, copyLine);
+    // The copy takes parameters that begin with the program for a whole line, so then it gets one.
+    const std::string passed = BeginsWithProgram(params, exe) ? line : params;
+    EXPECT_EQ(copyLine,
+              "-exec=\"" + std::string(exe) + "\" -dir=\"C:\\Work\" -wait=1 -windownumber=7 -params=" + passed);
+}
 
 TEST_F(Disk, ALineNamesAProgramAndItsParameters) {
     const struct {
@@ -93,6 +112,9 @@ TEST_F(Disk, ALineNamesAProgramAndItsParameters) {
         EXPECT_EQ(SplitCommandLine(row.line, "C:\\Work", exe, params), row.exe ? 1 : 0) << row.line;
         EXPECT_TRUE(lstrcmpiA(exe, row.exe ? row.exe : "") == 0) << row.line << " gave " << exe;
         EXPECT_STREQ(params, row.params) << row.line;
+        if (row.exe) {
+            ExpectLaunch(exe, params);
+        }
     }
     char directory[MAX_PATH];
     GetCurrentDirectoryA(sizeof(directory), directory);
