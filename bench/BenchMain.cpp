@@ -4,6 +4,7 @@
 
 #include "simwin/kernel/Machine.h"
 
+#include "actions/CallBackTimer.h"
 #include "support/BoundedText.h"
 #include "support/CRTreplace.h"
 #include "support/OsVersion.h"
@@ -25,6 +26,7 @@ void StartOfProgram() {
     CopyText(szIniFile, (machine::TheSetup().directory + "\\Quillmarch.INI").c_str());
     InitializeCriticalSection(&CS_main);
     InitializeCriticalSection(&CS_assign);
+    InitCallbackTimers(); // an arrival starts the programs and the balloon of its port by timers
     g_Mode = ModeService;
 }
 
