@@ -1,4 +1,4 @@
-// The balloons of a run as JSON. Made behind the run.
+// The balloons of a run as JSON, made after the run.
 #pragma once
 
 #include "rehearse/Balloons.h"

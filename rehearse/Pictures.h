@@ -1,5 +1,5 @@
 // Pictures of what a person saw, as SVG: each balloon with what it showed, message boxes, the desktop at the end.
-// Written to a folder of the host while the machine runs and behind it. In true pixels, texts as texts with their
+// Written to a folder of the host while the machine runs and after it. In true pixels, texts as texts with their
 // lengths.
 #pragma once
 
@@ -15,7 +15,7 @@ public:
     // folder: made if it is not there; "" no pictures. Throws InputError if it cannot be.
     explicit Pictures(std::string folder);
     // A balloon appears or changes what it shows. index: from 0. Called inside the machine; a file that cannot be
-    // written is told by AddRest.
+    // written is added by AddRest.
     void Add(const Balloon& balloon, std::size_t index);
     // Message boxes and the desktop of the console's session, as they are now. Throws InputError for the first file
     // that could not be written.

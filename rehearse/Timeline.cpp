@@ -216,7 +216,7 @@ void Timeline::OnDriverNameChanged(const machine::DosNameChange& change) {
     port.name = name;
 }
 
-// The description's own starts are told by their events.
+// The description's own starts are reported by their events.
 void Timeline::OnProcessStarted(const machine::Process& process) {
     const machine::Process* parent = process.parentId ? machine::FindProcess(process.parentId) : nullptr;
     const std::string product = machine::TheSetup().directory + "\\" + machine::TheSetup().executable;

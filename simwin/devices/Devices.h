@@ -25,7 +25,7 @@ void InstallKeys(DeviceNode& node, bool firstTime);
 // Writes location and bus address of what sits on a hub port.
 void PlaceOnHub(DeviceNode& node, DeviceNode& hub, unsigned port);
 bool IsBuildingDevices();
-// Every attached device whose parent runs starts, in the order of enumeration, in no time and without being told of.
+// Every attached device whose parent runs starts, in the order of enumeration, in no time and without notifications.
 void RunAllAtStart();
 // Described names that lead to something that runs are there at each start; what only an earlier life left is not.
 void MakeLastingDosNames();

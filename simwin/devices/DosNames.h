@@ -50,7 +50,7 @@ public:
     // With their spelling, in the order in which they were made.
     std::vector<std::string> Names() const;
 
-    // As they are before any driver has started. Nobody is told: the machine is off.
+    // As they are before any driver has started. Nobody is notified: the machine is off.
     void Reset();
 
     void WatchChanges(std::function<void(const DosNameChange&)> watcher) { m_watcher = std::move(watcher); }

@@ -22,7 +22,7 @@ void CloseKernelDevice(KernelDevice& device);
 bool ComDbTest(unsigned number);
 void ComDbSet(unsigned number);
 std::vector<unsigned> ComDbNumbers();
-// The power goes: its kernel device is gone, and nothing is told or cleaned up.
+// The power goes: its kernel device is gone, and nobody is notified or cleans up.
 void DropPortDriver(DeviceNode& node);
 
 } // namespace machine

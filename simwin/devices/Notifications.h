@@ -47,7 +47,7 @@ void NotifyInterface(const DeviceInterface& deviceInterface, simwin::DWORD event
 // The tree changed: half a second after the first change that was not told yet the windows are told, and services too
 // if a description wants that of one of the changes.
 void NoteTreeChange(bool servicesToo = false);
-// The power is gone, and with it what was to be told.
+// The power is gone, and with it what was to be announced.
 void ForgetTreeChange();
 // At once: to windows, and with `servicesToo` to every service that registered.
 void SendTreeChange(bool servicesToo);

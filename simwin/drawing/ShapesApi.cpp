@@ -83,7 +83,7 @@ HRGN CreateRoundRectRgn(int left, int top, int right, int bottom, int width, int
     if (simCall.error)
         return Fail<HRGN>(simCall.error, nullptr);
     GdiObject region{GdiKind::Region};
-    region.shape = {{left, top, right - 1, bottom - 1}, width}; // one pixel less than it is told, as on Windows
+    region.shape = {{left, top, right - 1, bottom - 1}, width}; // one pixel less than was asked for, as on Windows
     return static_cast<HRGN>(AddGdi(std::move(region)));
 }
 

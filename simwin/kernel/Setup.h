@@ -26,7 +26,7 @@ struct Setup {
     int screenWidth = 1920, screenHeight = 1080, dpi = 96;
     unsigned firstNode = 257;
     std::optional<std::uint64_t> pendingInstallsUntilMs;
-    std::uint64_t firstInstallMs = 2000;              // behind the start of a device that was never there
+    std::uint64_t firstInstallMs = 2000;              // after the start of a device that was never there
     std::uint64_t bootUptimeMs = 25'000;              // the tick count at which the service starts in a boot
     std::optional<std::uint64_t> killServicesAfterMs; // at a shutdown; by version unless said
     std::uint64_t KillServicesAfterMs() const {

@@ -13,7 +13,7 @@ static constexpr size_t NameChars = 64;
 static constexpr size_t FullNameChars = MaxNameChars + 1;
 static constexpr size_t GroupTextChars = 1024;
 static constexpr DWORD MaxGroups = 100;
-static constexpr size_t MaxJoinedBeforeLast = 957; // a separator and one more name fit behind it
+static constexpr size_t MaxJoinedBeforeLast = 957; // a separator and one more name fit after it
 static constexpr DWORD MaxTokenUser = 256;
 
 static constexpr LONG LogonLocal = 1;

@@ -17,7 +17,7 @@ static_assert(NormalPriority == NORMAL_PRIORITY_CLASS);
 // at both ends.
 void BuildProcessLine(const char* program, const char* params, char (&line)[MaxProcessLine]);
 
-// The characters that the program and the blank behind it take of the command line.
+// The characters that the program and the blank after it take of the command line.
 size_t ProcessLineStart(const char* program);
 
 // Whether the parameters are a whole command line already: they begin with the program, as BuildProcessLine writes it,

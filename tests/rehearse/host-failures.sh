@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What the host cannot do is no fault of the product: exit code 2, and nothing stays behind. And each form in which
+# What the host cannot do is no fault of the product: exit code 2, and nothing is left over. And each form in which
 # Windows prints ids is read. Usage: host-failures.sh TOOL
 set -u
 tool=$(readlink -f "$1")

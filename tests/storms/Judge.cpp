@@ -154,7 +154,7 @@ void Judge::OnCall(std::string_view name) {
     if (failed > m_failed)
         m_failedAtMs = machine::Now();
     m_failed = failed;
-    // The log is another file behind a move.
+    // After a move the log is another file.
     if (m_isLogWritten || name == "MoveFileA")
         ReadLog();
     m_isLogWritten = name == "WriteFile";
@@ -531,7 +531,7 @@ std::uint64_t Judge::StartedAtMs() const {
     return startedAtMs;
 }
 
-// What runs then was there before the product listened, so no arrival told of it.
+// What runs then was there before the product listened, so no arrival announced it.
 bool Judge::IsUnheard(std::uint64_t ranAtMs) const {
     return IsStarting() || ranAtMs <= *m_listensAtMs;
 }
