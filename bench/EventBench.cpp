@@ -282,7 +282,8 @@ void LookUpsAlone(benchmark::State& state) {
     CountAndRun(state, [&lookUps] {
         char value[ValueBytes];
         for (const LookUp& lookUp : lookUps) {
-            auto length = g_pCfgReader->GetString(ComPorts, lookUp.section, lookUp.key.c_str(), "", value, ValueBytes);
+            auto length = g_pCfgReader->GetString(ComPorts, lookUp.section, KeyName::Unchecked(lookUp.key.c_str()), "",
+                                                  value, ValueBytes);
             benchmark::DoNotOptimize(length);
             benchmark::ClobberMemory();
         }

@@ -164,7 +164,7 @@ void LookUp(benchmark::State& state) {
     char value[ValueBytes];
     for (auto _ : state) {
         for (const char* key : Questions()) {
-            if (reader.GetString(ComPorts, 1, key, "", value, sizeof(value)) == 0) {
+            if (reader.GetString(ComPorts, 1, KeyName::Unchecked(key), "", value, sizeof(value)) == 0) {
                 state.SkipWithError("a key is not there");
                 return;
             }

@@ -29,7 +29,8 @@ constexpr const char* NumberKeys[] = {"LogLevel", "MaxPortNumber", "Timeout", "s
 CComPort* g_port;
 
 void AskForTexts(CfgSectionType type, LONG number) {
-    for (const char* key : TextKeys) {
+    for (const char* text : TextKeys) {
+        const KeyName key = KeyName::Unchecked(text);
         char roomy[RoomyBytes], tight[TightBytes];
         const DWORD length = g_pCfgReader->GetString(type, number, key, "default", roomy, sizeof(roomy));
         Require(length < sizeof(roomy) && std::strlen(roomy) == length, "the length of a value is that of its text");
@@ -40,7 +41,8 @@ void AskForTexts(CfgSectionType type, LONG number) {
 }
 
 void AskForNumbers(CfgSectionType type, LONG number) {
-    for (const char* key : NumberKeys) {
+    for (const char* text : NumberKeys) {
+        const KeyName key = KeyName::Unchecked(text);
         LONG value = 0;
         DWORD duration = 0;
         const DWORD length = g_pCfgReader->GetInt(type, number, key, -7, &value);

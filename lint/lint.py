@@ -27,6 +27,7 @@ BANNED_IN_SRC = [
     (re.compile(r"\bgoto\b"), "no goto"),
     (re.compile(r"\b(strcpy|strcat|sprintf|strncpy|strncat|gets|vsprintf|lstrcpyA|lstrcatA)\s*\("), "an unbounded copy: use BoundedText"),
     (re.compile(r"#\s*include\s*[\"<](simwin/|windows\.h|setupapi\.h)"), "the one door is platform/win32.h"),
+    (re.compile(r"\bKeyName::Unchecked\b"), "a key without a row in src/keys/ConfigurationKeys.h"),
 ]
 BANNED_IN_SIMWIN = [
     (re.compile(r"\bstd::chrono\b|\bclock_gettime\b|\bgettimeofday\b|\btime\s*\(\s*(NULL|nullptr|0)\s*\)|\brandom_device\b|\brand\s*\("),

@@ -5,8 +5,10 @@
 #include "support/OsVersion.h"
 #include "support/StringTools.h"
 
-static constexpr DWORD MaxWaitMs = 86400000; // one day
-static constexpr size_t WordChars = 32;
+static_assert(sizeof(OpenParams::szOpen) == KeyRow("open_").longest + 1);
+static_assert(sizeof(OpenParams::szWorkDir) == KeyRow("workdir_").longest + 1);
+static_assert(sizeof(OpenParams::szMd5) == KeyRow("md5_").longest + 1);
+static constexpr size_t WordChars = KeyRow("WindowStyle_").longest + 1;
 
 namespace {
 struct ShowWord {
@@ -32,44 +34,33 @@ WORD ParseShowCommand(const char* word) {
 }
 
 namespace {
-// One entry's keys. template: ends with an underscore, in whose place the entry's digit comes.
+// One entry's keys.
 class EntryReader {
 public:
     EntryReader(CfgSectionType type, LONG number, DWORD index) : m_type(type), m_number(number), m_index(index) {}
 
-    template<size_t K, size_t N>
-    DWORD GetText(const char (&keyTemplate)[K], const char* defaultText, char (&out)[N]) const {
-        char key[K];
-        return g_pCfgReader->GetString(m_type, m_number, KeyOf(keyTemplate, key), defaultText, out, N);
+    template<size_t N>
+    DWORD GetText(KeyTemplate key, const char* defaultText, char (&out)[N]) const {
+        return g_pCfgReader->GetString(m_type, m_number, IndexedKey(key, m_index), defaultText, out, N);
     }
-    template<size_t K>
-    DWORD GetWaitMs(const char (&keyTemplate)[K]) const {
-        char key[K];
+    DWORD GetWaitMs(KeyTemplate keyTemplate) const {
+        const IndexedKey key(keyTemplate, m_index);
         DWORD ms = 0;
         LONG number = 0;
-        (void)g_pCfgReader->GetDuration(m_type, m_number, KeyOf(keyTemplate, key), /*defaultMs=*/0, &ms);
+        (void)g_pCfgReader->GetDuration(m_type, m_number, key, /*defaultMs=*/0, &ms);
         (void)g_pCfgReader->GetInt(m_type, m_number, key, /*defaultValue=*/0, &number);
         if (number < 0) { // as a duration it would be a huge one
             return 0;
         }
-        return ms > MaxWaitMs ? MaxWaitMs : ms;
+        return ms > LongestDurationMs ? LongestDurationMs : ms;
     }
-    template<size_t K>
-    LONG GetNumber(const char (&keyTemplate)[K], LONG defaultValue) const {
-        char key[K];
+    LONG GetNumber(KeyTemplate key, LONG defaultValue) const {
         LONG value = defaultValue;
-        (void)g_pCfgReader->GetInt(m_type, m_number, KeyOf(keyTemplate, key), defaultValue, &value);
+        (void)g_pCfgReader->GetInt(m_type, m_number, IndexedKey(key, m_index), defaultValue, &value);
         return value;
     }
 
 private:
-    template<size_t K>
-    const char* KeyOf(const char (&keyTemplate)[K], char (&key)[K]) const {
-        CopyBytes(key, keyTemplate, K);
-        SetKeyIndex(key, m_index);
-        return key;
-    }
-
     CfgSectionType m_type;
     LONG m_number;
     DWORD m_index;

@@ -1,6 +1,7 @@
 #include "actions/PortVariables.h"
 
 #include "inventory/CComPorts.h"
+#include "keys/ConfigurationKeys.h"
 #include "support/BoundedText.h"
 
 namespace {
@@ -12,27 +13,27 @@ struct PortVariable {
 
 // The order counts: a value may hold the placeholder of a later row.
 constexpr PortVariable PortVariables[] = {
-    {"PortName", [](const CComPort& port) -> const char* { return port.szPortName; }},
-    {"ComPort", [](const CComPort& port) -> const char* { return port.szPortName; }},
-    {"ComPortNumber", [](const CComPort& port) -> const char* { return port.PortNumberText; }},
-    {"PortNumber", [](const CComPort& port) -> const char* { return port.PortNumberText; }},
-    {"KernelName", [](const CComPort& port) -> const char* { return port.szKernelNameCom; }},
-    {"DeviceID", [](const CComPort& port) -> const char* { return port.DeviceID; }},
-    {"DevicePath", [](const CComPort& port) -> const char* { return port.DevPath; }},
-    {"DriverKeyName", [](const CComPort& port) -> const char* { return port.DriverKeyName; }},
-    {"Class", [](const CComPort& port) -> const char* { return port.Class; }},
-    {"ClassGuid", [](const CComPort& port) -> const char* { return port.ClassGuid; }},
-    {"FriendlyName", [](const CComPort& port) -> const char* { return port.FriendlyName; }},
-    {"BusType", [](const CComPort& port) -> const char* { return port.BusTypeName; }},
-    {"Location", [](const CComPort& port) -> const char* { return port.Location; }},
-    {"LocationPath", [](const CComPort& port) -> const char* { return port.LocationPath; }},
-    {"ParentLocation", [](const CComPort& port) -> const char* { return port.ParentLocation; }},
-    {"ParentLocationPath", [](const CComPort& port) -> const char* { return port.ParentLocationPath; }},
-    {"Address", [](const CComPort& port) -> const char* { return port.Address; }},
-    {"ParentAddress", [](const CComPort& port) -> const char* { return port.ParentAddress; }},
-    {"UsbPort", [](const CComPort& port) -> const char* { return port.UsbPort; }},
+    {Placeholder("PortName"), [](const CComPort& port) -> const char* { return port.szPortName; }},
+    {Placeholder("ComPort"), [](const CComPort& port) -> const char* { return port.szPortName; }},
+    {Placeholder("ComPortNumber"), [](const CComPort& port) -> const char* { return port.PortNumberText; }},
+    {Placeholder("PortNumber"), [](const CComPort& port) -> const char* { return port.PortNumberText; }},
+    {Placeholder("KernelName"), [](const CComPort& port) -> const char* { return port.szKernelNameCom; }},
+    {Placeholder("DeviceID"), [](const CComPort& port) -> const char* { return port.DeviceID; }},
+    {Placeholder("DevicePath"), [](const CComPort& port) -> const char* { return port.DevPath; }},
+    {Placeholder("DriverKeyName"), [](const CComPort& port) -> const char* { return port.DriverKeyName; }},
+    {Placeholder("Class"), [](const CComPort& port) -> const char* { return port.Class; }},
+    {Placeholder("ClassGuid"), [](const CComPort& port) -> const char* { return port.ClassGuid; }},
+    {Placeholder("FriendlyName"), [](const CComPort& port) -> const char* { return port.FriendlyName; }},
+    {Placeholder("BusType"), [](const CComPort& port) -> const char* { return port.BusTypeName; }},
+    {Placeholder("Location"), [](const CComPort& port) -> const char* { return port.Location; }},
+    {Placeholder("LocationPath"), [](const CComPort& port) -> const char* { return port.LocationPath; }},
+    {Placeholder("ParentLocation"), [](const CComPort& port) -> const char* { return port.ParentLocation; }},
+    {Placeholder("ParentLocationPath"), [](const CComPort& port) -> const char* { return port.ParentLocationPath; }},
+    {Placeholder("Address"), [](const CComPort& port) -> const char* { return port.Address; }},
+    {Placeholder("ParentAddress"), [](const CComPort& port) -> const char* { return port.ParentAddress; }},
+    {Placeholder("UsbPort"), [](const CComPort& port) -> const char* { return port.UsbPort; }},
 };
-static_assert(sizeof(PortVariables) / sizeof(PortVariables[0]) == 19);
+static_assert(sizeof(PortVariables) / sizeof(PortVariables[0]) == PlaceholderCount);
 
 constexpr size_t ValueRoom = 520; // the longest field, the device path
 

@@ -123,7 +123,7 @@ static COLORREF ReadFill() {
                     CappedByte(BlueOf(accent) * AccentPercent / 100));
 }
 
-static void ReplaceByKey(COLORREF* colour, const char* key) {
+static void ReplaceByKey(COLORREF* colour, KeyName key) {
     const LONG value = ReadBalloonKey(key, /*defaultNumber=*/-1);
     if (value != -1) {
         *colour = SwapRedAndBlue(static_cast<COLORREF>(value));

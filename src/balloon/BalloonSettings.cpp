@@ -7,8 +7,8 @@ static constexpr char Section[] = "BalloonTips";
 static constexpr DWORD FlatMajorVersion = 10;
 static constexpr DWORD RoundBuildNumber = 22000;
 
-LONG ReadBalloonKey(const char* key, LONG defaultNumber) {
-    return static_cast<LONG>(GetPrivateProfileIntA(Section, key, defaultNumber, szIniFile));
+LONG ReadBalloonKey(KeyName key, LONG defaultNumber) {
+    return static_cast<LONG>(GetPrivateProfileIntA(Section, key.Text(), defaultNumber, szIniFile));
 }
 
 BalloonStyles ReadBalloonStyles() {

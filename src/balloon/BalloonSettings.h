@@ -2,10 +2,11 @@
 // without the service's snapshot, and the registry source does not hold them. Thread: any, no lock.
 #pragma once
 
+#include "keys/ConfigurationKeys.h"
 #include "platform/win32.h"
 
 // The key's number, or the default when file or key is not there.
-LONG ReadBalloonKey(const char* key, LONG defaultNumber);
+LONG ReadBalloonKey(KeyName key, LONG defaultNumber);
 
 struct BalloonStyles {
     bool Win11Style; // larger corners

@@ -14,15 +14,12 @@ CCfgReader* g_pCfgReader = nullptr;
 // Numbers are read through a buffer of this size; a text that needs more is no number that an administrator meant.
 static constexpr DWORD NumberTextBytes = 32;
 
-static constexpr const char* SectionTypeNames[] = {
-    "Settings", "ComPorts", "OnArrival", "OnRemoval", "OnRemovalRequest", "OnRemovalFailed", "BalloonTips",
-};
-static_assert(sizeof(SectionTypeNames) / sizeof(SectionTypeNames[0]) == SectionTypeCount);
+static_assert(SectionNameCount == SectionTypeCount);
 
 static constexpr DWORD MajorVersionWithElevation = 6;
 
 const char* SectionTypeName(CfgSectionType type) {
-    return type >= 0 && type < SectionTypeCount ? SectionTypeNames[type] : "";
+    return type >= 0 && type < SectionTypeCount ? SectionNames[type] : "";
 }
 
 static bool IsSectionSlot(CfgSectionType type, LONG number) {
@@ -54,7 +51,7 @@ CCfgReader::CCfgReader(const char* iniFile, HKEY rootKey, const char* regKey) : 
     CopyText(szIniFile, iniFile);
     CopyText(szRegKey, regKey);
     for (LONG type = 0; type < SectionTypeCount; ++type) {
-        SectionTypeHashes[type] = NameHash(SectionTypeNames[type]);
+        SectionTypeHashes[type] = NameHash(SectionNames[type]);
     }
     if (rootKey == nullptr || regKey == nullptr) {
         return;
@@ -119,35 +116,35 @@ bool CCfgReader::CopyValue(const CfgSection& section, const char* key, char* out
     return found;
 }
 
-DWORD CCfgReader::GetString(CfgSectionType type, LONG number, const char* key, const char* defaultText, char* out,
+DWORD CCfgReader::GetString(CfgSectionType type, LONG number, KeyName key, const char* defaultText, char* out,
                             DWORD sizeBytes) {
     DWORD length = 0;
     {
         LockGuard lock(m_Lock);
         const CfgSection* section = IsSectionSlot(type, number) ? CfgSections[type][number] : nullptr;
-        if (section != nullptr && CopyValue(*section, key, out, sizeBytes, &length)) {
+        if (section != nullptr && CopyValue(*section, key.Text(), out, sizeBytes, &length)) {
             return length;
         }
     }
     return static_cast<DWORD>(CopyText(out, sizeBytes, defaultText));
 }
 
-DWORD CCfgReader::GetString(CfgSectionType type, const char* key, const char* defaultText, char* out, DWORD sizeBytes) {
+DWORD CCfgReader::GetString(CfgSectionType type, KeyName key, const char* defaultText, char* out, DWORD sizeBytes) {
     return GetString(type, NoSectionNumber, key, defaultText, out, sizeBytes);
 }
 
-DWORD CCfgReader::GetInt(CfgSectionType type, LONG number, const char* key, LONG defaultValue, LONG* out) {
+DWORD CCfgReader::GetInt(CfgSectionType type, LONG number, KeyName key, LONG defaultValue, LONG* out) {
     char text[NumberTextBytes];
     const DWORD length = GetString(type, number, key, "", text, sizeof(text));
     *out = length != 0 ? StrToIntA(text) : defaultValue;
     return length;
 }
 
-DWORD CCfgReader::GetInt(CfgSectionType type, const char* key, LONG defaultValue, LONG* out) {
+DWORD CCfgReader::GetInt(CfgSectionType type, KeyName key, LONG defaultValue, LONG* out) {
     return GetInt(type, NoSectionNumber, key, defaultValue, out);
 }
 
-DWORD CCfgReader::GetDuration(CfgSectionType type, LONG number, const char* key, DWORD defaultMs, DWORD* out) {
+DWORD CCfgReader::GetDuration(CfgSectionType type, LONG number, KeyName key, DWORD defaultMs, DWORD* out) {
     char text[NumberTextBytes];
     const DWORD length = GetString(type, number, key, "", text, sizeof(text));
     *out = length != 0 ? ParseDuration(text) : defaultMs;
@@ -175,12 +172,9 @@ LONG CCfgReader::FindSectionType(const char* baseName, LONG number) const {
 
 UserType CCfgReader::GetUserTypeFromCfg(CfgSectionType type, LONG number, DWORD index) {
     WriteLog(3, "GetUserTypeFromCfg(%s%s, %u)", SectionTypeName(type), SectionNumberSuffix(number), index);
-    char systemKey[] = "system_";
-    char elevatedKey[] = "elevated_";
-    char restrictedKey[] = "restricted_";
-    SetKeyIndex(systemKey, index);
-    SetKeyIndex(elevatedKey, index);
-    SetKeyIndex(restrictedKey, index);
+    const IndexedKey systemKey("system_", index);
+    const IndexedKey elevatedKey("elevated_", index);
+    const IndexedKey restrictedKey("restricted_", index);
 
     // Each key overrides the one before: whoever asks for less rights beside more gets less.
     UserType userType = UserType::normal;

@@ -26,7 +26,7 @@ constexpr LONG SectionTypeCount = 7;
 constexpr LONG MaxSectionNumber = NoSectionNumber;     // the highest slot that a section can have
 constexpr LONG LastSectionSlot = MaxSectionNumber + 1; // repeats the section stored last; null: the type has none
 constexpr LONG SectionSlotCount = LastSectionSlot + 1;
-constexpr LONG MaxSectionValues = 300;
+constexpr LONG MaxSectionValues = ValuesOfASection;
 constexpr DWORD KeyBucketCount = 64;
 
 // "Settings", "ComPorts"...; the empty text for a value that is no section type.
@@ -69,17 +69,16 @@ public:
     // least 1). A key that occurs twice gives its last value. A value with no room in `out` is told in the log and
     // gives the default; a default with no room is cut. Key names compare without regard to case.
     // Returns: the length of the text in `out`.
-    DWORD GetString(CfgSectionType type, LONG number, const char* key, const char* defaultText, char* out,
-                    DWORD sizeBytes);
-    DWORD GetString(CfgSectionType type, const char* key, const char* defaultText, char* out, DWORD sizeBytes);
+    DWORD GetString(CfgSectionType type, LONG number, KeyName key, const char* defaultText, char* out, DWORD sizeBytes);
+    DWORD GetString(CfgSectionType type, KeyName key, const char* defaultText, char* out, DWORD sizeBytes);
 
     // The value as a decimal number. A value of 32 characters or more and an empty one give the default.
     // Returns: the length of the value's text, 0 where `*out` is the default.
-    DWORD GetInt(CfgSectionType type, LONG number, const char* key, LONG defaultValue, LONG* out);
-    DWORD GetInt(CfgSectionType type, const char* key, LONG defaultValue, LONG* out);
+    DWORD GetInt(CfgSectionType type, LONG number, KeyName key, LONG defaultValue, LONG* out);
+    DWORD GetInt(CfgSectionType type, KeyName key, LONG defaultValue, LONG* out);
 
     // The value in milliseconds as ParseDuration reads it; otherwise as GetInt.
-    DWORD GetDuration(CfgSectionType type, LONG number, const char* key, DWORD defaultMs, DWORD* out);
+    DWORD GetDuration(CfgSectionType type, LONG number, KeyName key, DWORD defaultMs, DWORD* out);
 
     // Returns: non-zero when the section is there. Takes no lock: it only asks whether a slot is null.
     DWORD HasSection(CfgSectionType type, LONG number) const;

@@ -11,56 +11,49 @@ CSettings* g_pSettings = nullptr;
 static constexpr LONG MaxPortNumberBeforeRead = 255;
 static constexpr LONG TimeoutBeforeReadMs = 6000;
 static constexpr LONG TimeoutOnRemovalBeforeReadMs = 3000;
-static constexpr LONG DefaultTimeoutMs = 5500;
-static constexpr LONG ShortestTimeoutMs = 1000;
-static constexpr LONG LongestTimeoutMs = 60000;
+static constexpr const KnownKey& TimeoutKey = KeyRow("Timeout");
+static_assert(sizeof(CSettings::ComNameArbiterClean) == KeyRow("ComNameArbiterClean").longest + 1);
+static_assert(sizeof(CSettings::TextRemoved) == KeyRow("TextRemoved").longest + 1);
 
 namespace {
 struct NumericKey {
-    const char* name;
+    const KnownKey& key;
     LONG CSettings::*field;
-    LONG defaultValue;
 };
 } // namespace
 
 // In reading order: these before [BalloonTips], the others behind it.
 static constexpr NumericKey FirstKeys[] = {
-    {"TelitHack", &CSettings::TelitHack, 0},
-    {"RegisterAllDevClasses", &CSettings::RegisterAllDevClasses, 0},
-    {"QuickAndDirtyMode", &CSettings::QuickAndDirtyMode, 0},
-    {"RemoveDosDeviceNameOnStartup", &CSettings::RemoveDosDeviceNameOnStartup, 0},
-    {"RemoveDosDeviceNameOnRemoval", &CSettings::RemoveDosDeviceNameOnRemoval, 0},
-    {"RemovePortDeviceOnRemoval", &CSettings::RemovePortDeviceOnRemoval, 0},
-    {"RemoveUsbDeviceOnRemoval", &CSettings::RemoveUsbDeviceOnRemoval, 0},
-    {"CheckPortsOnStartup", &CSettings::CheckPortsOnStartup, 1},
-    {"CheckPortsOnResume", &CSettings::CheckPortsOnResume, 0},
-    {"AutoRunOnLogon", &CSettings::AutoRunOnLogon, 0},
+    {KeyRow("TelitHack"), &CSettings::TelitHack},
+    {KeyRow("RegisterAllDevClasses"), &CSettings::RegisterAllDevClasses},
+    {KeyRow("QuickAndDirtyMode"), &CSettings::QuickAndDirtyMode},
+    {KeyRow("RemoveDosDeviceNameOnStartup"), &CSettings::RemoveDosDeviceNameOnStartup},
+    {KeyRow("RemoveDosDeviceNameOnRemoval"), &CSettings::RemoveDosDeviceNameOnRemoval},
+    {KeyRow("RemovePortDeviceOnRemoval"), &CSettings::RemovePortDeviceOnRemoval},
+    {KeyRow("RemoveUsbDeviceOnRemoval"), &CSettings::RemoveUsbDeviceOnRemoval},
+    {KeyRow("CheckPortsOnStartup"), &CSettings::CheckPortsOnStartup},
+    {KeyRow("CheckPortsOnResume"), &CSettings::CheckPortsOnResume},
+    {KeyRow("AutoRunOnLogon"), &CSettings::AutoRunOnLogon},
 };
 static_assert(sizeof(FirstKeys) / sizeof(FirstKeys[0]) == 10);
 
-static constexpr NumericKey MaxPortNumberKey = {"MaxPortNumber", &CSettings::MaxPortNumber, 255};
+static constexpr NumericKey MaxPortNumberKey = {KeyRow("MaxPortNumber"), &CSettings::MaxPortNumber};
 
 static constexpr NumericKey LastKeys[] = {
-    {"WaitNoPendingInstallEventsOnInit", &CSettings::WaitNoPendingInstallEventsOnInit, 5000},
-    {"EventLog", &CSettings::EventLog, 0},
-    {"RemoteSessions", &CSettings::RemoteSessions, 1},
+    {KeyRow("WaitNoPendingInstallEventsOnInit"), &CSettings::WaitNoPendingInstallEventsOnInit},
+    {KeyRow("EventLog"), &CSettings::EventLog},
+    {KeyRow("RemoteSessions"), &CSettings::RemoteSessions},
 };
 static_assert(sizeof(LastKeys) / sizeof(LastKeys[0]) == 3);
 
 static void ReadNumber(CSettings* settings, const NumericKey& key) {
     LONG value = 0;
-    g_pCfgReader->GetInt(Settings, key.name, key.defaultValue, &value);
+    g_pCfgReader->GetInt(Settings, key.key, key.key.defaultNumber, &value);
     settings->*key.field = value;
-    WriteLog(2, "%s=%u", key.name, static_cast<DWORD>(value));
+    WriteLog(2, "%s=%u", key.key.name, static_cast<DWORD>(value));
 }
 
-template<size_t N>
-static void ReadText(const char* name, const char* defaultText, char (&field)[N]) {
-    g_pCfgReader->GetString(Settings, name, defaultText, field, N);
-    WriteLog(2, "%s=%s", name, field);
-}
-
-static LONG ReadBalloonNumber(const char* name, LONG defaultValue) {
+static LONG ReadBalloonNumber(KeyName name, LONG defaultValue) {
     LONG value = 0;
     g_pCfgReader->GetInt(BalloonTips, name, defaultValue, &value);
     return value;
@@ -68,10 +61,10 @@ static LONG ReadBalloonNumber(const char* name, LONG defaultValue) {
 
 // As signed numbers, so a negative time becomes the shortest one and not the longest.
 static LONG ClampTimeout(LONG milliseconds) {
-    if (milliseconds < ShortestTimeoutMs) {
-        return ShortestTimeoutMs;
+    if (milliseconds < TimeoutKey.lowest) {
+        return TimeoutKey.lowest;
     }
-    return milliseconds > LongestTimeoutMs ? LongestTimeoutMs : milliseconds;
+    return milliseconds > TimeoutKey.highest ? TimeoutKey.highest : milliseconds;
 }
 
 static void LogBalloonNumber(const char* name, LONG value) {
@@ -92,20 +85,23 @@ void CSettings::ReadSettings() {
     for (const NumericKey& key : FirstKeys) {
         ReadNumber(this, key);
     }
-    ReadText("ComNameArbiterClean", "", ComNameArbiterClean);
+    g_pCfgReader->GetString(Settings, "ComNameArbiterClean", "", ComNameArbiterClean, sizeof(ComNameArbiterClean));
+    WriteLog(2, "ComNameArbiterClean=%s", ComNameArbiterClean);
     ReadNumber(this, MaxPortNumberKey);
 
     Enabled = ReadBalloonNumber("Enabled", 0);
     LogBalloonNumber("Enabled", Enabled);
     EnabledOnRemoval = ReadBalloonNumber("EnabledOnRemoval", Enabled);
     LogBalloonNumber("EnabledOnRemoval", EnabledOnRemoval);
-    Timeout = ClampTimeout(ReadBalloonNumber("Timeout", DefaultTimeoutMs));
+    Timeout = ClampTimeout(ReadBalloonNumber(TimeoutKey, TimeoutKey.defaultNumber));
     LogBalloonNumber("Timeout", Timeout);
     TimeoutOnRemoval = ClampTimeout(ReadBalloonNumber("TimeoutOnRemoval", Timeout / 2));
     LogBalloonNumber("TimeoutOnRemoval", TimeoutOnRemoval);
-    SuppressWindowsBalloons = ReadBalloonNumber("SuppressWindowsBalloons", 1);
+    SuppressWindowsBalloons =
+        ReadBalloonNumber("SuppressWindowsBalloons", KeyRow("SuppressWindowsBalloons").defaultNumber);
     LogBalloonNumber("SuppressWindowsBalloons", SuppressWindowsBalloons);
-    g_pCfgReader->GetString(BalloonTips, "TextRemoved", "Removed", TextRemoved, sizeof(TextRemoved));
+    g_pCfgReader->GetString(BalloonTips, "TextRemoved", KeyRow("TextRemoved").defaultText, TextRemoved,
+                            sizeof(TextRemoved));
     WriteLog(2, "BalloonTips: TextRemoved=%s", TextRemoved);
 
     for (const NumericKey& key : LastKeys) {

@@ -9,9 +9,7 @@
 #include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
-static constexpr DWORD IniFileLimitBytes = 0x100000;  // a file of this size or more is no configuration
 static constexpr DWORD AppendedBytes = 4;             // a line feed and three zeros
-static constexpr DWORD SectionLineLimit = 32;         // characters with both brackets; a line as long is ignored
 static constexpr signed char FirstKeyCharacter = 'A'; // as a signed byte, so bytes from 0x80 up begin no key either
 static constexpr unsigned char MarkByteLow = 0xFE;
 static constexpr unsigned char MarkByteHigh = 0xFF;

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 
+#include "keys/ConfigurationKeys.h"
 #include "platform/win32.h"
 
 // The section without a number; callers walk 1 to 99 and try this one last.
@@ -21,6 +22,25 @@ template<size_t N>
 void SetKeyIndex(char (&text)[N], DWORD index) {
     SetKeyIndex(text, N, index);
 }
+
+// The name of a key of one index, made from its template.
+class IndexedKey {
+public:
+    IndexedKey(KeyTemplate keyTemplate, DWORD index) : m_size(keyTemplate.SizeWithTerminator()) {
+        for (size_t i = 0; i < m_size; ++i) {
+            m_text[i] = keyTemplate.Text()[i];
+        }
+        SetIndex(index);
+    }
+    // index: as of SetKeyIndex.
+    void SetIndex(DWORD index) { SetKeyIndex(m_text, m_size, index); }
+    const char* Text() const { return m_text; }
+    operator KeyName() const { return {m_text, 0}; } // good as long as this object
+
+private:
+    char m_text[LongestKeyTemplate + 1];
+    size_t m_size;
+};
 
 // Returns: the decimal text of a number up to 99 for log lines and messages, the empty text for any number above it.
 // One row of a constant table; never to be freed, good for the life of the process.

@@ -14,40 +14,40 @@
 #include "support/ProcessState.h"
 #include "support/ScopeGuard.h"
 
-static constexpr DWORD PortNamesBytes = 2048;
 static constexpr LONG LowestNumber = 1;
-static constexpr LONG HighestNumber = 65536;
 static constexpr int ComLength = 3;
-
-// In the order in which they are read, which is that of preference.
-static constexpr const char* PortNameKeys[] = {
-    "PortNames", "PortName",  "PortName1", "PortName2", "PortName3", "PortName4",
-    "PortName5", "PortName6", "PortName7", "PortName8", "PortName9",
-};
-static_assert(sizeof(PortNameKeys) / sizeof(PortNameKeys[0]) == 11);
 
 static bool LooksLikeComPort(const char* name) {
     return name[0] == 'C' && name[1] == 'O' && name[2] == 'M';
 }
 
-LONG GetPortNamesFromSection(CfgSectionType sectionType, LONG sectionNumber, DWORD* numbers) {
-    LONG count = 0;
-    for (const char* key : PortNameKeys) {
-        char value[PortNamesBytes];
-        if (g_pCfgReader->GetString(sectionType, sectionNumber, key, "", value, sizeof(value)) == 0) {
+// Returns: false when there is no room for a further number.
+static bool TakeNumbers(CfgSectionType sectionType, LONG sectionNumber, KeyName key, DWORD* numbers, LONG* count) {
+    char value[LongestPortNames + 1];
+    if (g_pCfgReader->GetString(sectionType, sectionNumber, key, "", value, sizeof(value)) == 0) {
+        return true;
+    }
+    for (const char* at = StrStrIA(value, "COM"); at != nullptr; at = StrStrIA(at, "COM")) {
+        at += ComLength;
+        const LONG number = StrToIntA(at);
+        if (number < LowestNumber || number > HighestPortNumber) {
             continue;
         }
-        for (const char* at = StrStrIA(value, "COM"); at != nullptr; at = StrStrIA(at, "COM")) {
-            at += ComLength;
-            const LONG number = StrToIntA(at);
-            if (number < LowestNumber || number > HighestNumber) {
-                continue;
-            }
-            if (count == MaxNewPorts) {
-                return count;
-            }
-            numbers[count++] = static_cast<DWORD>(number);
+        if (*count == MaxNewPorts) {
+            return false;
         }
+        numbers[(*count)++] = static_cast<DWORD>(number);
+    }
+    return true;
+}
+
+// The keys are read in the order of preference.
+LONG GetPortNamesFromSection(CfgSectionType sectionType, LONG sectionNumber, DWORD* numbers) {
+    LONG count = 0;
+    bool hasRoom = TakeNumbers(sectionType, sectionNumber, "PortNames", numbers, &count);
+    for (char form = '0'; hasRoom && form <= '9'; ++form) {
+        const IndexedKey key("PortName_", static_cast<DWORD>(form));
+        hasRoom = TakeNumbers(sectionType, sectionNumber, key, numbers, &count);
     }
     return count;
 }

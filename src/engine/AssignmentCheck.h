@@ -8,7 +8,7 @@
 #include "inventory/AssignmentCall.h"
 #include "platform/win32.h"
 
-constexpr LONG MaxNewPorts = 256;
+constexpr LONG MaxNewPorts = MostPortNumbers;
 
 // The numbers that the section's port names want, in order of preference, into `numbers` of MaxNewPorts places; places
 // behind the count stay as they are.

@@ -5,45 +5,36 @@
 #include "support/BoundedText.h"
 #include "support/LogFile.h"
 
-static constexpr DWORD CriterionValueBytes = 260;
 static constexpr char PlainKeyForm = '0'; // cuts the underscore off; the forms 1 to 9 follow it
 static constexpr char LastKeyForm = '9';
 
 namespace {
-struct Criterion {
-    const char* keyTemplate;
-    size_t templateSize; // with the terminator
+struct PortCriterion {
+    KeyTemplate key;
     const char* (*value)(const CComPort& port);
 };
-
-template<size_t N>
-constexpr Criterion MakeCriterion(const char (&keyTemplate)[N], const char* (*value)(const CComPort& port)) {
-    return {keyTemplate, N, value};
-}
 } // namespace
 
-static constexpr Criterion Criteria[] = {
-    MakeCriterion("BusType_", [](const CComPort& p) -> const char* { return p.BusTypeName; }),
-    MakeCriterion("KernelName_", [](const CComPort& p) -> const char* { return p.szKernelNameCom; }),
-    MakeCriterion("DeviceID_", [](const CComPort& p) -> const char* { return p.DeviceID; }),
-    MakeCriterion("ParentDeviceID_", [](const CComPort& p) -> const char* { return p.ParentDeviceID; }),
-    MakeCriterion("GrandParentDeviceID_", [](const CComPort& p) -> const char* { return p.GrandParentDeviceID; }),
-    MakeCriterion("Class_", [](const CComPort& p) -> const char* { return p.Class; }),
-    MakeCriterion("ClassGuid_", [](const CComPort& p) -> const char* { return p.ClassGuid; }),
-    MakeCriterion("FriendlyName_", [](const CComPort& p) -> const char* { return p.FriendlyName; }),
-    MakeCriterion("IRQ_", [](const CComPort& p) -> const char* { return p.IRQ; }),
-    MakeCriterion("IoPort_", [](const CComPort& p) -> const char* { return p.IoPort; }),
-    MakeCriterion("UsbPort_", [](const CComPort& p) -> const char* { return p.UsbPort; }),
-    MakeCriterion("Location_", [](const CComPort& p) -> const char* { return p.Location; }),
-    MakeCriterion("ParentLocation_", [](const CComPort& p) -> const char* { return p.ParentLocation; }),
-    MakeCriterion("LocationPath_", [](const CComPort& p) -> const char* { return p.LocationPath; }),
-    MakeCriterion("ParentLocationPath_", [](const CComPort& p) -> const char* { return p.ParentLocationPath; }),
-    MakeCriterion("Address_", [](const CComPort& p) -> const char* { return p.Address; }),
-    MakeCriterion("ParentAddress_", [](const CComPort& p) -> const char* { return p.ParentAddress; }),
+static constexpr PortCriterion Criteria[] = {
+    {"BusType_", [](const CComPort& p) -> const char* { return p.BusTypeName; }},
+    {"KernelName_", [](const CComPort& p) -> const char* { return p.szKernelNameCom; }},
+    {"DeviceID_", [](const CComPort& p) -> const char* { return p.DeviceID; }},
+    {"ParentDeviceID_", [](const CComPort& p) -> const char* { return p.ParentDeviceID; }},
+    {"GrandParentDeviceID_", [](const CComPort& p) -> const char* { return p.GrandParentDeviceID; }},
+    {"Class_", [](const CComPort& p) -> const char* { return p.Class; }},
+    {"ClassGuid_", [](const CComPort& p) -> const char* { return p.ClassGuid; }},
+    {"FriendlyName_", [](const CComPort& p) -> const char* { return p.FriendlyName; }},
+    {"IRQ_", [](const CComPort& p) -> const char* { return p.IRQ; }},
+    {"IoPort_", [](const CComPort& p) -> const char* { return p.IoPort; }},
+    {"UsbPort_", [](const CComPort& p) -> const char* { return p.UsbPort; }},
+    {"Location_", [](const CComPort& p) -> const char* { return p.Location; }},
+    {"ParentLocation_", [](const CComPort& p) -> const char* { return p.ParentLocation; }},
+    {"LocationPath_", [](const CComPort& p) -> const char* { return p.LocationPath; }},
+    {"ParentLocationPath_", [](const CComPort& p) -> const char* { return p.ParentLocationPath; }},
+    {"Address_", [](const CComPort& p) -> const char* { return p.Address; }},
+    {"ParentAddress_", [](const CComPort& p) -> const char* { return p.ParentAddress; }},
 };
-static_assert(sizeof(Criteria) / sizeof(Criteria[0]) == 17);
-
-static constexpr size_t LongestTemplateSize = sizeof("GrandParentDeviceID_");
+static_assert(sizeof(Criteria) / sizeof(Criteria[0]) == CriterionCount);
 
 namespace {
 enum class CriterionResult {
@@ -54,28 +45,26 @@ enum class CriterionResult {
 } // namespace
 
 // Reads the ten forms of one key until one fits the port.
-static CriterionResult TestCriterion(const CComPort& port, const Criterion& criterion, CfgSectionType sectionType,
+static CriterionResult TestCriterion(const CComPort& port, const PortCriterion& criterion, CfgSectionType sectionType,
                                      LONG sectionNumber) {
     const char* portValue = criterion.value(port);
     if (portValue == nullptr) {
         portValue = "";
     }
-    char plainKey[LongestTemplateSize];
-    CopyText(plainKey, criterion.keyTemplate);
-    SetKeyIndex(plainKey, criterion.templateSize, PlainKeyForm);
+    const IndexedKey plain(criterion.key, PlainKeyForm);
+    const char* plainKey = plain.Text();
     WriteLog(3, " check %s  COM-Port's %s=%s", plainKey, plainKey, portValue);
 
-    char key[LongestTemplateSize];
-    CopyText(key, criterion.keyTemplate);
+    IndexedKey key = plain;
     bool isConfigured = false;
     for (char form = PlainKeyForm; form <= LastKeyForm; ++form) {
-        SetKeyIndex(key, criterion.templateSize, static_cast<DWORD>(form));
-        char value[CriterionValueBytes];
+        key.SetIndex(static_cast<DWORD>(form));
+        char value[LongestPath + 1];
         if (g_pCfgReader->GetString(sectionType, sectionNumber, key, "", value, sizeof(value)) == 0) {
             continue;
         }
         isConfigured = true;
-        WriteLog(3, " %s=%s", key, value);
+        WriteLog(3, " %s=%s", key.Text(), value);
         if (WildcardMatch(portValue, value)) {
             WriteLog(3, " test passed");
             return CriterionResult::Passed;
@@ -108,7 +97,7 @@ LONG TestSectionCriteria(const CComPort* port, CfgSectionType sectionType, LONG 
     WriteLog(3, "reading criterions from [%s%s]", SectionTypeName(sectionType), SectionNumberSuffix(sectionNumber));
     bool fits = true;
     bool isConfigured = false;
-    for (const Criterion& criterion : Criteria) {
+    for (const PortCriterion& criterion : Criteria) {
         const CriterionResult result = TestCriterion(*port, criterion, sectionType, sectionNumber);
         isConfigured = isConfigured || result != CriterionResult::NotConfigured;
         if (result == CriterionResult::Failed) {

@@ -122,16 +122,12 @@ void LookAtEntry(Pass& pass, CfgSectionType type, LONG number, DWORD index) {
     if (user != UserType::system && user != UserType::elev) {
         return;
     }
-    char key[] = "open_";
-    SetKeyIndex(key, index);
     char line[520];
     char directory[MAX_PATH];
-    if (g_pCfgReader->GetString(type, number, key, "", line, sizeof(line)) == 0) {
+    if (g_pCfgReader->GetString(type, number, IndexedKey("open_", index), "", line, sizeof(line)) == 0) {
         return;
     }
-    char directoryKey[] = "workdir_";
-    SetKeyIndex(directoryKey, index);
-    g_pCfgReader->GetString(type, number, directoryKey, szWindowsDir, directory, sizeof(directory));
+    g_pCfgReader->GetString(type, number, IndexedKey("workdir_", index), szWindowsDir, directory, sizeof(directory));
     char program[MAX_PATH];
     OwnedArray<char> params(MaxProgramParams);
     if (SplitCommandLine(line, directory, program, *reinterpret_cast<char(*)[MaxProgramParams]>(params.Get()))) {

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstddef>
 
+#include "keys/ConfigurationKeys.h"
 #include "support/BoundedText.h"
 #include "support/LogFileOpening.h"
 #include "support/PathTools.h"
@@ -58,9 +59,9 @@ DWORD s_ownsDescriptor;
 
 // Reads one key of the INI file. Returns: 1 if it has a value.
 template<size_t N>
-int ReadLogKey(const char* key, const char* defaultValue, char (&value)[N]) {
+int ReadLogKey(KeyName key, const char* defaultValue, char (&value)[N]) {
     value[0] = '\0';
-    GetPrivateProfileStringA("Settings", key, defaultValue, value, static_cast<DWORD>(N), szIniFile);
+    GetPrivateProfileStringA("Settings", key.Text(), defaultValue, value, static_cast<DWORD>(N), szIniFile);
     return value[0] != '\0';
 }
 

@@ -31,7 +31,7 @@ inline constexpr char Absent[] = "(absent)";
 
 inline std::string Get(CCfgReader& reader, CfgSectionType type, LONG number, const char* key) {
     char value[2048];
-    reader.GetString(type, number, key, Absent, value, sizeof(value));
+    reader.GetString(type, number, KeyName::Unchecked(key), Absent, value, sizeof(value));
     return value;
 }
 

@@ -77,7 +77,7 @@ TEST(IniSnapshot, AValueWithoutRoomGivesTheDefaultAndIsTold) {
                                 "\nTwice=7\nEmpty=\nLate=7\nLate=" + tooLong + "\n");
     const auto number = [reader](const char* key) {
         LONG value = 0;
-        reader->GetInt(ComPorts, 1, key, 5, &value);
+        reader->GetInt(ComPorts, 1, KeyName::Unchecked(key), 5, &value);
         return value;
     };
     number("Fits");
@@ -88,11 +88,11 @@ TEST(IniSnapshot, AValueWithoutRoomGivesTheDefaultAndIsTold) {
     EXPECT_EQ(number("Late"), 5);
     EXPECT_EQ(number("Empty"), 5);
     DWORD duration = 0;
-    EXPECT_EQ(reader->GetDuration(ComPorts, 1, "Long", 5, &duration), 0u);
+    EXPECT_EQ(reader->GetDuration(ComPorts, 1, KeyName::Unchecked("Long"), 5, &duration), 0u);
     EXPECT_EQ(duration, 5u);
     char text[4] = "zzz";
-    EXPECT_EQ(reader->GetString(ComPorts, 1, "Empty", "default", text, sizeof(text)), 0u);
-    EXPECT_EQ(reader->GetString(ComPorts, 1, "None", "default", text, sizeof(text)), 3u);
+    EXPECT_EQ(reader->GetString(ComPorts, 1, KeyName::Unchecked("Empty"), "default", text, sizeof(text)), 0u);
+    EXPECT_EQ(reader->GetString(ComPorts, 1, KeyName::Unchecked("None"), "default", text, sizeof(text)), 3u);
     EXPECT_STREQ(text, "def");
 }
 
