@@ -211,12 +211,21 @@ static size_t ProgramPartLength(const char* configured) {
     return TextLength(configured);
 }
 
+namespace {
+// What the values of a device lose before the line is split.
+struct Reading {
+    bool forScript;     // what cmd.exe evaluates
+    bool headIsProgram; // what leads to another folder or drive, in the part that names the program by itself
+    bool tailIsProgram; // the same behind it
+};
+} // namespace
+
 // Puts the values in and splits. named: the program that the configured line names by itself, or null.
-static bool SplitExpanded(const CComPort& port, const char* configured, const LineParts* named, bool isPrivileged,
-                          bool forScript, const char* baseDir, SplitResult* result) {
+static bool SplitExpanded(const CComPort& port, const char* configured, const LineParts* named, const Reading& reading,
+                          const char* baseDir, SplitResult* result) {
     if (named) {
         LineParts parts = *named;
-        return ExpandPortVariables(port, parts.params, MaxCommandLine, {forScript, /*inProgramPart=*/false}) &&
+        return ExpandPortVariables(port, parts.params, MaxCommandLine, {reading.forScript, /*inProgramPart=*/false}) &&
                LookUp(parts, baseDir, result);
     }
     LineText head;
@@ -224,12 +233,17 @@ static bool SplitExpanded(const CComPort& port, const char* configured, const Li
     const size_t headLength = ProgramPartLength(configured);
     CopyTextPart(head, sizeof(head), configured, headLength);
     CopyText(tail, configured + headLength);
-    if (!ExpandPortVariables(port, head, MaxCommandLine, {forScript, isPrivileged}) ||
-        !ExpandPortVariables(port, tail, MaxCommandLine - TextLength(head), {forScript, /*inProgramPart=*/false})) {
+    if (!ExpandPortVariables(port, head, MaxCommandLine, {reading.forScript, reading.headIsProgram}) ||
+        !ExpandPortVariables(port, tail, MaxCommandLine - TextLength(head),
+                             {reading.forScript, reading.tailIsProgram})) {
         return false;
     }
     AppendText(head, tail);
     return Split(head, baseDir, result);
+}
+
+static bool IsSameProgram(const SplitResult& one, const SplitResult& other) {
+    return IsSameNoCase(one.exe, other.exe) && IsSameNoCase(one.program, other.program);
 }
 
 int SplitPortCommandLine(const CComPort& port, const char* configured, UserType userType, const char* baseDir,
@@ -245,11 +259,18 @@ int SplitPortCommandLine(const CComPort& port, const char* configured, UserType 
     SplitResult result;
     const bool isNamed = TakeApart(trimmed, base, &parts) && LookUp(parts, base, &result);
     const LineParts* named = isNamed ? &parts : nullptr;
-    bool isSplit = SplitExpanded(port, trimmed, named, isPrivileged, /*forScript=*/false, base, &result);
+    bool isSplit = SplitExpanded(port, trimmed, named, {false, isPrivileged, false}, base, &result);
+    if (isSplit && isPrivileged && !isNamed) {
+        // The walk for a path with blanks may take a value from behind the first word, "x\..\..\y.exe", into the
+        // program.
+        SplitResult harmless;
+        isSplit = SplitExpanded(port, trimmed, named, {false, true, true}, base, &harmless) &&
+                  IsSameProgram(harmless, result);
+    }
     if (isSplit && (IsScript(result.exe) || IsScript(result.program))) {
         SplitResult stricter;
-        isSplit = SplitExpanded(port, trimmed, named, isPrivileged, /*forScript=*/true, base, &stricter) &&
-                  IsSameNoCase(stricter.exe, result.exe) && IsSameNoCase(stricter.program, result.program);
+        isSplit = SplitExpanded(port, trimmed, named, {true, isPrivileged, false}, base, &stricter) &&
+                  IsSameProgram(stricter, result);
         result = stricter;
     }
     return GiveSplit(isSplit, result, exe, params);

@@ -6,6 +6,7 @@
 #include "keys/ConfigurationKeys.h"
 #include "support/BoundedText.h"
 #include "support/LogFileOpening.h"
+#include "support/LogFileRotation.h"
 #include "support/PathTools.h"
 #include "support/ProcessState.h"
 #include "support/ScopeGuard.h"
@@ -27,7 +28,6 @@ constexpr DWORD OpenWaitMs = 190; // for an open that does not come back, as lon
 constexpr int CreateAttempts = 100;
 constexpr DWORD RetryMs = 10;
 constexpr DWORD CreateFailedLine = 216;
-constexpr DWORD LastBackupSuffix = 99;
 constexpr char EveryoneFullAccess[] = "D:(A;OICI;GA;;;WD)";
 
 // Origin tags in the order of the modes.
@@ -138,32 +138,6 @@ void ReadSettings() {
 }
 
 // --- The file
-
-// The backup's name, or 0 if this path gives none that differs from it: such a log is not rotated but appended to, so
-// that no record is lost and no other file is touched.
-int MakeBackupName(const char* name, char (&backup)[260]) {
-    CopyText(backup, name);
-    return ReplaceInArray(backup, ".log", "_bak.log") > 0;
-}
-
-void LogFile_Backup(const char* name) {
-    char backup[260];
-    if (!MakeBackupName(name, backup)) {
-        return;
-    }
-    if (!DeleteFileA(backup)) {
-        // A backup that somebody holds can often still be renamed, and then goes under its new name.
-        for (DWORD n = 1; n <= LastBackupSuffix; ++n) {
-            char renamed[sizeof(backup) + 4];
-            FormatText(renamed, "%s_%u", backup, n);
-            if (MoveFileA(backup, renamed)) {
-                (void)DeleteFileA(renamed); // what cannot go now stays under a name that is not in the way
-                break;
-            }
-        }
-    }
-    (void)MoveFileA(name, backup); // a log that cannot be renamed is appended to
-}
 
 // Makes everybody's access the security of files that the log creates. Without it they get the default security.
 void BuildSecurity() {
@@ -418,9 +392,7 @@ void LogFile_Init(int rotate) {
     if (!g_Log.WriteLogfile) {
         return;
     }
-    if (rotate) {
-        LogFile_Backup(g_Log.LogFileName);
-    }
+    const bool isRotated = !rotate || RotateLogFile(g_Log.LogFileName);
     if (!LogFileIsThere()) {
         BuildSecurity();
         ReplaceMissingDrive();
@@ -430,6 +402,9 @@ void LogFile_Init(int rotate) {
         }
     }
     StartCloser();
+    if (!isRotated) {
+        WriteLog(1, "the log before could not be kept in time -> appending to it"); // not before the closer can open it
+    }
 }
 
 void LogFile_Exit() {

@@ -246,6 +246,8 @@ TEST_F(Disk, AValueInTheProgramPart) {
         {".", "C:\\Tools\\%FriendlyName%%FriendlyName%\\evil.exe", UserType::elev, nullptr},
         {".\\.", "C:\\Tools\\%FriendlyName%\\evil.exe", UserType::system, nullptr},
         {"%SystemDrive%\\evil", "%FriendlyName%.exe", UserType::system, nullptr},
+        {"x\\..\\..\\evil.exe", "C:\\Tools\\%PortName% %FriendlyName% /b", UserType::normal, "C:\\evil.exe"},
+        {"x\\..\\..\\evil.exe", "C:\\Tools\\%PortName% %FriendlyName% /b", UserType::system, nullptr},
         {"run.cmd&", "C:\\Tools\\%FriendlyName%", UserType::normal, nullptr},
     };
     CComPort port;

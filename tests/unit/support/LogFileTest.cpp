@@ -212,6 +212,22 @@ TEST_F(Log, AStartThatRotatesKeepsOneBackup) {
     EXPECT_NE(machine::ToSddl(*log->security).find(";;;WD)"), std::string::npos) << machine::ToSddl(*log->security);
 }
 
+// Deleted or renamed while somebody never answers for it: the start waits a second, and what hangs changes nothing
+// later.
+TEST_F(Log, ARotationThatNeverComesBackIsGivenUp) {
+    for (const auto& [call, file] : {std::pair{"DeleteFileA", kDefaultBackup}, std::pair{"MoveFileA", kDefaultLog}}) {
+        machine::TheFiles().Write(kDefaultLog, "former\r\n");
+        machine::TheFiles().Write(kDefaultBackup, "oldest\r\n");
+        machine::AddFault({.call = call, .on = file, .delayMs = 3600000, .times = 1});
+        const DWORD start = GetTickCount();
+        Start("WriteLogfile=1\r\n", /*rotate=*/1);
+        EXPECT_EQ(GetTickCount() - start, 1000u) << call;
+        EXPECT_TRUE(Text().starts_with("former\r\n") && Has("could not be kept in time")) << Text();
+        LogFile_Exit();
+        Sleep(3600000);
+    }
+}
+
 TEST_F(Log, ANameThatGivesNoBackupNameIsNeverLost) {
     const std::string tooLong = "C:\\Prog\\" + std::string(245, 'n') + ".log"; // with "_bak" no path any more
     for (const std::string& name : {std::string("C:\\Prog\\quill.txt"), tooLong}) {
