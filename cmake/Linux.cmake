@@ -35,9 +35,9 @@ if(EXISTS ${CMAKE_SOURCE_DIR}/src/resources/Quillmarch.rc)
     file(GLOB QM_RESOURCE_FILES CONFIGURE_DEPENDS src/resources/*)
     add_custom_command(OUTPUT ${QM_RESOURCES}
         COMMAND ${QM_WINDRES} -O res --preprocessor=gcc --preprocessor-arg=-E --preprocessor-arg=-xc
-                --preprocessor-arg=-DRC_INVOKED -I ${CMAKE_SOURCE_DIR}/src/resources
+                --preprocessor-arg=-DRC_INVOKED -I ${CMAKE_SOURCE_DIR}/src/resources -I ${QM_GENERATED_RESOURCES}
                 ${CMAKE_SOURCE_DIR}/src/resources/Quillmarch.rc ${QM_RESOURCES}
-        DEPENDS ${QM_RESOURCE_FILES} VERBATIM)
+        DEPENDS ${QM_RESOURCE_FILES} ${QM_GENERATED_RESOURCES}/Version.h VERBATIM)
     add_custom_target(resources ALL DEPENDS ${QM_RESOURCES})
 endif()
 
@@ -138,6 +138,8 @@ endif()
 if(QM_FUZZ AND EXISTS ${CMAKE_SOURCE_DIR}/fuzz/CMakeLists.txt)
     add_subdirectory(fuzz)
 endif()
+add_test(NAME house_calls COMMAND bash ${CMAKE_SOURCE_DIR}/tests/house/calls.sh ${CMAKE_SOURCE_DIR}/quill)
+set_tests_properties(house_calls PROPERTIES TIMEOUT 120 LABELS house)
 if(EXISTS ${CMAKE_SOURCE_DIR}/tests/rehearse/CMakeLists.txt)
     add_subdirectory(tests/rehearse)
 endif()

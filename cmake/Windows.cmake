@@ -27,10 +27,11 @@ target_compile_options(product PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe
 target_precompile_headers(product PRIVATE src/platform/win32.h)
 
 add_executable(Quillmarch WIN32 $<TARGET_OBJECTS:product> src/resources/Quillmarch.rc)
-target_include_directories(Quillmarch PRIVATE src/resources)
+target_include_directories(Quillmarch PRIVATE src/resources ${QM_GENERATED_RESOURCES})
 set_target_properties(Quillmarch PROPERTIES LINKER_LANGUAGE CXX)
 file(GLOB QM_RESOURCE_FILES CONFIGURE_DEPENDS src/resources/*)
-set_source_files_properties(src/resources/Quillmarch.rc PROPERTIES OBJECT_DEPENDS "${QM_RESOURCE_FILES}")
+set_source_files_properties(src/resources/Quillmarch.rc PROPERTIES OBJECT_DEPENDS
+    "${QM_RESOURCE_FILES};${QM_GENERATED_RESOURCES}/Version.h")
 target_link_libraries(Quillmarch PRIVATE ${QM_SYSTEM_LIBRARIES})
 target_link_options(Quillmarch PRIVATE -static -s -mwindows
     ${QM_EDITION_OPTIONS} -Wl,--gc-sections,--dynamicbase,--nxcompat,--no-insert-timestamp

@@ -5,6 +5,7 @@ Rules: arrows between folders (read from the table in docs/architecture.md), siz
 conditional compilation, operations without the gate, headers without their opening comment, files that nobody
 builds or runs, words that do not belong, formatting (clang-format).
 """
+import fnmatch
 import os
 import re
 import subprocess
@@ -12,6 +13,9 @@ import sys
 
 MAX_LINES = 700
 CODE_ROOTS = ("src", "simwin", "rehearse", "tests", "bench", "fuzz")
+
+WALKED = ("tests/rehearse/wrong/", "tests/scenarios/real/") # whose every file a script runs
+MAY_NAME = (".h", ".cpp", ".cmake", ".txt", ".sh", ".py", ".toml", ".md", ".def", ".in", ".rc")
 
 BANNED_EVERYWHERE = [
     (re.compile(r"\bstd::w?(wstring|wstring_view)\b|\bwcs[a-z]+\s*\("), "wide functions of the host: WCHAR is 16 bits here"),
@@ -141,14 +145,56 @@ def check_gates(api_names, sources):
             for path, names in sorted(api_names.items()) for name in sorted(names) if name not in gated]
 
 
-def check_unused(files):
-    """Sources that no build lists, scenarios that no run lists."""
+def built_patterns(builds):
+    """What the build files name: (folder of the build file, pattern, recursive) of each source and glob, with the rooms
+    of a foreach written out. builds: path -> lines."""
+    patterns = []
+    for path, lines in builds.items():
+        text = re.sub(r"#.*", "", "\n".join(lines))
+        rooms = {name: words.split() for name, words in re.findall(r"foreach\((\w+) ([\w\s]+)\)", text)}
+        for command in re.findall(r"\w+\([^()]*\)", text):
+            for word in re.findall(r'[^\s"();]+\.(?:cpp|toml)\b', command):
+                word = re.sub(r"\$\{(CMAKE_SOURCE_DIR|CMAKE_CURRENT_SOURCE_DIR)\}/", "", word)
+                if word == "${QM_LAYOUT}/Layout.cpp":
+                    word = "tests/contract/layout/Layout.cpp"
+                variable = re.search(r"\$\{(\w+)\}", word)
+                values = rooms.get(variable.group(1), []) if variable else [None]
+                for value in values:
+                    name = word.replace(variable.group(0), value) if variable else word
+                    patterns.append((os.path.dirname(path), name, "GLOB_RECURSE" in command))
+    return patterns
+
+
+def is_built(path, patterns):
+    for folder, pattern, recursive in patterns:
+        bases = {pattern, os.path.join(folder, pattern)}
+        for base in bases:
+            if fnmatch.fnmatchcase(path, base) and (recursive or path.count("/") == base.count("/")):
+                return True
+    return False
+
+
+def check_unused(files, texts):
+    """Sources that no build lists, headers that nobody includes, scripts and scenarios that nobody names. texts: path ->
+    lines, of every file that may name another one."""
+    builds = {path: lines for path, lines in texts.items() if path.endswith((".cmake", "CMakeLists.txt"))}
+    patterns = built_patterns(builds)
+    words = {path: set(re.findall(r"[\w.-]+", "\n".join(lines))) for path, lines in texts.items()}
     found = []
     for path in files:
-        if path.startswith("tests/") and path.endswith(".toml") and not path.startswith(("tests/scenarios/", "tests/rehearse/", "tests/storms/", "tests/machines/")):
-            found.append((path, 1, "a scenario that no run lists"))
-        if path.endswith(".cpp") and not path.startswith(CODE_ROOTS):
+        name = os.path.basename(path)
+        names = {name, name[:-3]} if name.endswith(".py") else {name} # a module is imported without its ending
+        named = any(names & others for other, others in words.items() if other != path)
+        if path.endswith(".cpp") and not is_built(path, patterns):
             found.append((path, 1, "a source that no build lists"))
+        elif path.endswith(".h") and path.startswith(CODE_ROOTS) and not named:
+            found.append((path, 1, "a header that nobody includes"))
+        elif path.endswith((".sh", ".py", ".awk")) and not named:
+            found.append((path, 1, "a script that nobody calls"))
+        elif path.endswith(".toml") and path.startswith("tests/") and not path.startswith(WALKED) and not named:
+            if is_built(path, patterns) and "/parts/" not in path:
+                continue # the tests' build takes every scenario; parts are included by others
+            found.append((path, 1, "a scenario that no run lists"))
     return found
 
 
@@ -185,7 +231,8 @@ def main():
             found += check_words(path, read(path))
     apis = {path: declared_operations(lines) for path, lines in code.items() if re.fullmatch(r"simwin/\w+/api\.h", path)}
     found += check_gates(apis, {path: lines for path, lines in code.items() if path.startswith("simwin/")})
-    found += check_unused(files)
+    texts = {path: read(path) for path in files if path.endswith(MAY_NAME) or "." not in os.path.basename(path)}
+    found += check_unused(files, texts)
     found += check_format(files)
     for path, number, why in sorted(set(found)):
         print(f"{path}:{number}: {why}")

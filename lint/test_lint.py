@@ -55,9 +55,18 @@ class Lint(unittest.TestCase):
         self.assertEqual(len(lint.check_words("README.md", ["see Part 1" + ".2"])), 1)
         self.assertEqual(lint.check_words("README.md", ["a part of it"]), [])
 
-    def test_a_scenario_that_no_run_lists_is_found(self):
-        self.assertEqual(len(lint.check_unused(["tests/odd/a.toml"])), 1)
-        self.assertEqual(lint.check_unused(["tests/scenarios/a.toml"]), [])
+    def test_an_orphan_is_found_in_every_root(self):
+        files = lint.tracked()
+        texts = {path: lint.read(path) for path in files if path.endswith(lint.MAY_NAME) or "." not in path.rsplit("/", 1)[-1]}
+        self.assertEqual(lint.check_unused(files, texts), [])
+        own = "Or" "phan" + str(len(files)) # a name that no file has
+        globbed = ("src", "simwin", "rehearse") # whatever .cpp lies there is built
+        planted = [f"{root}/{own}{ending}" for root in lint.CODE_ROOTS for ending in (".h", ".py", ".cpp")
+                   if ending != ".cpp" or root not in globbed]
+        planted += [f"tests/rehearse/{own}.toml", f"tests/scenarios/parts/{own}.toml", f"tests/unit/{own}.cpp",
+                    f"tests/windows/bed/{own}.cpp", f"packaging/{own}.cpp", f"lint/{own}.py"]
+        for orphan in planted:
+            self.assertEqual([path for path, _, _ in lint.check_unused([*files, orphan], texts)], [orphan])
 
 
 if __name__ == "__main__":

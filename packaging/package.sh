@@ -6,7 +6,7 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 root=$PWD
 out=$PWD/build/packages
 upgrade_code=6B0D2E57-9C1F-4A7E-8F53-2D1A7C46E9B0
-version=$(sed -n 's/^#define QM_VERSION_TEXT "\([0-9]*\.[0-9]*\.[0-9]*\)\..*/\1/p' src/resources/Quillmarch.rc)
+version=$(sed -n 's/^project(Quillmarch VERSION \([0-9.]*\) .*/\1/p' CMakeLists.txt)
 stamp=$(git log -1 --format=%ct 2>/dev/null || echo 0)
 
 # Builds an edition and puts its files in a folder. The texts get the line ends of Windows, all files one date.
