@@ -6,6 +6,7 @@
 #include "inventory/KnownDrivers.h"
 #include "inventory/RestartMarks.h"
 #include "support/LogFile.h"
+#include "support/StringTools.h"
 
 namespace {
 
@@ -20,7 +21,7 @@ constexpr DWORD kRestartBegun = 2;
 // A port that shared its name at the start has none in force.
 bool IsLinkOf(const CComPort* port, const char* portName, const char* target) {
     return port->IsUsed && port->IsPresent && IsRealDevInst(port->DevInst) && !port->HasCopiedName &&
-           lstrcmpiA(port->szPortName, portName) == 0 && lstrcmpA(port->szKernelNameCom, target) == 0;
+           IsSameNoCase(port->szPortName, portName) && lstrcmpA(port->szKernelNameCom, target) == 0;
 }
 
 // The present port other than `port` to which the link of the name leads, or null.
@@ -45,7 +46,7 @@ bool HasOwner(const char* portName, const char* target) {
         if (port == nullptr || !port->RecordValid || !port->IsUsed || !port->IsPresent) {
             continue;
         }
-        if (lstrcmpiA(port->szRegPortName, portName) == 0) {
+        if (IsSameNoCase(port->szRegPortName, portName)) {
             hasOwner |= IsKernelNameOf(port, target);
         } else if (!port->HasCopiedName && lstrcmpA(port->szKernelNameCom, target) == 0) {
             return false;
@@ -103,14 +104,14 @@ bool IsRestartAwaited(CComPort* port) {
 bool IsOwnRestart(const CComPort* port) {
     const char* path = SkipPathPrefix(port->DevPath);
     return (port->RestartTicker != 0 && GetTickCount() - port->RestartTicker < kOwnRestartMs) ||
-           (path[0] != '\0' && (lstrcmpiA(path, szRestarting1) == 0 || lstrcmpiA(path, szRestarting2) == 0));
+           (path[0] != '\0' && (IsSameNoCase(path, szRestarting1) || IsSameNoCase(path, szRestarting2)));
 }
 
 const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker) {
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         CComPort* port = g_pComPorts->Ports[i];
         if (port != nullptr && port != asker && port->IsUsed && IsRestartAwaited(port) &&
-            lstrcmpiA(port->szRegPortName, portName) == 0) {
+            IsSameNoCase(port->szRegPortName, portName)) {
             return port;
         }
     }
@@ -121,7 +122,7 @@ void MarkNamelessHolders(const char* portName, const CComPort* asker) {
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         CComPort* port = g_pComPorts->Ports[i];
         if (port == nullptr || port == asker || !port->IsUsed || !port->IsPresent || port->szPortName[0] != '\0' ||
-            port->MarkedForRestart || !IsRealDevInst(port->DevInst) || lstrcmpiA(port->szRegPortName, portName) != 0 ||
+            port->MarkedForRestart || !IsRealDevInst(port->DevInst) || !IsSameNoCase(port->szRegPortName, portName) ||
             IsRestartAwaited(port) || IsOwnRestart(port)) {
             continue;
         }
@@ -138,7 +139,7 @@ void RetireVirtualRecords(const char* portName) {
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         CComPort* port = g_pComPorts->Ports[i];
         if (port == nullptr || port->RecordValid || !port->IsUsed || !port->IsPresent ||
-            (portName != nullptr && lstrcmpiA(port->szRegPortName, portName) != 0)) {
+            (portName != nullptr && !IsSameNoCase(port->szRegPortName, portName))) {
             continue;
         }
         char target[kDosTargetSize];
@@ -173,7 +174,7 @@ void PassOnLink(const CComPort* gone) {
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         CComPort* port = g_pComPorts->Ports[i];
         if (port == nullptr || !port->IsPresent || !port->HasCopiedName ||
-            lstrcmpiA(port->szPortName, gone->szRegPortName) != 0) {
+            !IsSameNoCase(port->szPortName, gone->szRegPortName)) {
             continue;
         }
         if (GetProblem(gone->DevInst) != 0 && QueryDosName(port->szPortName, target) &&
@@ -198,7 +199,7 @@ bool IsNameOfThird(const char* portName, const CComPort* first, const CComPort* 
         }
         // Of ports that shared the name at the start each may have it whose driver names devices so.
         const bool mayBeIts =
-            !isTheirs && lstrcmpiA(third->szRegPortName, portName) == 0 && IsKernelNameOf(third, target);
+            !isTheirs && IsSameNoCase(third->szRegPortName, portName) && IsKernelNameOf(third, target);
         if (IsLinkOf(third, portName, target) || mayBeIts) {
             WriteLog(1, "%s leads to Ports[%i] -> no swap", portName, i);
             return true;
