@@ -73,7 +73,8 @@ void TakeOverLateName(CComPort* port) {
 }
 
 // A port that lost its name at the start stays marked when its restart is that of its hub port or of an upper device.
-// It would get another free number at each check, restarted again and again, though it has one of its own by now.
+// It would get another free number at each check, restarted again and again, though it has one of its own by now. So
+// that one stands before the free one.
 static bool HasOwnNumberByNow(const Assignment& check) {
     return check.otherPort == nullptr && check.port->PortNumber != 0 && !check.port->HasCopiedName;
 }
@@ -86,9 +87,8 @@ void AppendFreeNumber(Assignment* check) {
     if (number == 0) {
         return;
     }
-    if (HasOwnNumberByNow(*check)) {
+    if (HasOwnNumberByNow(*check) && check->newPortCount + 1 < MaxNewPorts) {
         check->newPorts[check->newPortCount++] = static_cast<DWORD>(check->port->PortNumber);
-        return;
     }
     check->newPorts[check->newPortCount++] = static_cast<DWORD>(number);
     WriteLog(1, "adding COM%i to list of new ports because %s is in use and we must change the port", number,

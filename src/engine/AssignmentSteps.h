@@ -31,7 +31,8 @@ struct Assignment {
 void FindHolderOfRegistryName(Assignment* check);
 // A device that has a name in the registry and none in force may only be late: waits a second and takes it over.
 void TakeOverLateName(CComPort* port);
-// Puts a number that is free everywhere behind the configured ones, if there is one and the list has room.
+// Puts a number that is free everywhere behind the configured ones, if there is one and the list has room. Before it
+// comes the port's own one if its name is nobody else's.
 void AppendFreeNumber(Assignment* check);
 void BuildNewPortNames(Assignment* check);
 // The mode for this port: that of the section, else that of the settings.

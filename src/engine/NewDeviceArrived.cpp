@@ -7,6 +7,7 @@
 #include "inventory/CDeviceArrivals.h"
 #include "inventory/CUsbHubs.h"
 #include "inventory/CUsbRoothubs.h"
+#include "inventory/DevicePaths.h"
 #include "inventory/RestartMarks.h"
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
@@ -204,11 +205,21 @@ static void LogPortName(const DEV_BROADCAST_HDR* broadcast) {
     WriteLog(3, " name=%s", name);
 }
 
+// A port that was swapped at the start and runs again has arrived while nobody listened. The mark that its arrival
+// would have taken away would drop the next removal and arrival of this path.
+static void ForgetUnheardArrival(char (&mark)[260]) {
+    char path[sizeof(mark) + kPathPrefixLength];
+    FormatText(path, "\\\\?\\%s", mark);
+    const int index = mark[0] != 0 && g_pComPorts != nullptr ? g_pComPorts->FindPortIdxByDevicePath(path) : kNoPort;
+    if (index != kNoPort && GetProblem(g_pComPorts->Ports[index]->DevInst) == 0) {
+        mark[0] = 0;
+    }
+}
+
 void RegisterDeviceNotifications(HANDLE recipient, DWORD flags) {
     WriteLog(3, "RegisterDeviceNotifications hRecipient=0x%p Flags=0x%X", recipient, flags);
-    // Nobody will hear of the arrivals of a swap that is over by now: its marks would drop the next ones of both ports.
-    szRestarting1[0] = 0;
-    szRestarting2[0] = 0;
+    ForgetUnheardArrival(szRestarting1);
+    ForgetUnheardArrival(szRestarting2);
     if (flags == DEVICE_NOTIFY_WINDOW_HANDLE) {
         ProbeWindow(static_cast<HWND>(recipient));
     }

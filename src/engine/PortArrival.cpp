@@ -103,10 +103,15 @@ static bool MoveToFreeNumber(CComPort* port) {
     ChangeRegistryComPortNumber(port->szRegPortName, name, port->szRegEnumPath, port->szRegClassPath,
                                 port->szKernelNameCom);
     ComNameArbiterAdd(number);
-    // With its old name and number a second arrival of this start would move it once more, and a newcomer would be
-    // moved away from the number that it left.
+    // The names of the record were those of the port that was there first, and it has none of its own until it is back.
+    // With them a second arrival of this start would move it once more, and a newcomer would be moved away from the
+    // number that it left.
     CopyText(port->szRegPortName, name);
+    port->szPortName[0] = 0;
+    port->szKernelNameCom[0] = 0;
+    port->HasCopiedName = 0;
     port->PortNumber = 0;
+    port->PortNumberText[0] = 0;
     if (!CycleOwnHubPort(port)) {
         PerformComPortPropertyChange(port);
     }

@@ -101,16 +101,19 @@ int CComPorts::IsComPortNameAvailable(const char* portName) {
         LiveState live;
         ReadLiveState(port, &live);
         LogRecord(i, port, &live);
-        // Its link is not there yet because its restart is still to come, not because it is dead.
-        if (!claims || IsRestartAwaited(port)) {
+        if (!claims) {
             continue;
+        }
+        if (live.Problem == 0 && live.DosNameExists) {
+            WriteLog(3, " used by Ports[%i] id=%s kn=%s", i, port->DeviceID, live.KernelName);
+            return 0;
+        }
+        if (IsRestartAwaited(port)) {
+            continue; // its link is not there yet because its restart is still to come, not because it is dead
         }
         if (live.Problem != 0) {
             WriteLog(1, "unexpected problem=%u -> set Port[%i].IsPresent = false", live.Problem, i);
             SetAbsent(port, live.Problem);
-        } else if (live.DosNameExists) {
-            WriteLog(3, " used by Ports[%i] id=%s kn=%s", i, port->DeviceID, live.KernelName);
-            return 0;
         } else {
             WriteLog(1, "unexpected gone ddn -> set Port[%i].IsPresent = false", i);
             SetAbsent(port, 0);

@@ -101,13 +101,14 @@ void CComPorts::FindRemovedProblemDevices() {
     WriteLog(3, "CComPorts::FindRemovedProblemDevices()...");
     for (LONG i = 0; i < PortCount; ++i) {
         const CComPort* port = Ports[i];
-        // A device that was gone and is back is brought in by its arrival, which may be reading it just now: the record
-        // is present before its old problem is overwritten.
-        if (port == nullptr || port->Problem == 0 || port->Problem == kProblemPhantom || IsOwnRestart(port)) {
+        if (port == nullptr || port->Problem == 0 || IsOwnRestart(port)) {
             continue;
         }
         const DWORD problem = GetProblem(port->DevInst);
-        if (problem != port->Problem) {
+        // A device that was gone and runs again is brought in by its arrival, which may be reading it just now: the
+        // record is present before its old problem is overwritten.
+        const bool isBack = port->Problem == kProblemPhantom && problem == 0;
+        if (problem != port->Problem && !isBack) {
             WriteLog(3, "P[%i] problem changed: %u -> %u", i, port->Problem, problem);
             RemovePort(port->DevPath);
         }
