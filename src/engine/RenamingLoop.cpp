@@ -31,6 +31,12 @@ static bool IsRealDevice(const CComPort* port) {
     return port != nullptr && static_cast<LONG>(port->DevInst) >= 0;
 }
 
+// Without an upper device there is none whose restart would serve the port.
+static bool ComesWithUpperDevice(const CComPort* port) {
+    return port->SameParentDevInst != 0 && port->ArrivalTicker - port->SameParentArrivalTicker < CameAlongMs &&
+           !IsCyclable(port);
+}
+
 // The order is from the mildest means to the hardest: what the port has, a name that is free or only looks taken, the
 // next number, one of two names, a swap, a stray name. Another order would take a number away that need not go.
 static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) {
@@ -43,6 +49,10 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
     // Not even the last number is tried: what waits for its restart would come back without a name.
     if (const CComPort* holder = FindAwaitedHolder(name, port)) {
         WriteLog(1, "%s waits for the restart of Ports[%i] -> try next port", name, holder->Index);
+        return Candidate::Taken;
+    }
+    if (const CComPort* sibling = ComesWithUpperDevice(port) ? FindNamelessSibling(name, port) : nullptr) {
+        WriteLog(1, "%s would come to Ports[%i] with the same restart -> try next port", name, sibling->Index);
         return Candidate::Taken;
     }
     MarkNamelessHolders(name, port);
@@ -88,9 +98,7 @@ static int BringDeviceToName(Assignment* check, const char* name) QM_REQUIRES(CS
         port->PortChangeDone = 1;
         return isMoved ? NumberChanged : ChangeIncomplete;
     }
-    // Without an upper device there is none whose restart would serve the port.
-    if (port->SameParentDevInst != 0 && port->ArrivalTicker - port->SameParentArrivalTicker < CameAlongMs &&
-        !IsCyclable(port)) {
+    if (ComesWithUpperDevice(port)) {
         WriteLog(1, "port came along with an upper device -> restart this later");
         PutOffRestart(port);
     } else if (RestartForNewNumber(port)) {

@@ -118,6 +118,20 @@ const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker) {
     return nullptr;
 }
 
+const CComPort* FindNamelessSibling(const char* portName, const CComPort* asker) {
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        const CComPort* port = g_pComPorts->Ports[i];
+        if (port == nullptr || port == asker || !port->IsUsed || !port->IsPresent || !IsRealDevInst(port->DevInst) ||
+            port->SameParentDevInst != asker->SameParentDevInst || !IsSameNoCase(port->szRegPortName, portName) ||
+            GetProblem(port->DevInst) != 0) {
+            continue;
+        }
+        char target[kDosTargetSize];
+        return QueryDosName(portName, target) && PortDevExist(portName) ? nullptr : port;
+    }
+    return nullptr;
+}
+
 void MarkNamelessHolders(const char* portName, const CComPort* asker) {
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         CComPort* port = g_pComPorts->Ports[i];

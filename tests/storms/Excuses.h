@@ -20,10 +20,11 @@ inline constexpr Excuse OwnerAway{"i", "who got the number of one that has no DO
 inline constexpr Excuse SharedAndMoved{"i", "who shared the name of a port that was moved", "5 s and its next start"};
 inline constexpr Excuse PulledWhileRead{"j", "who was pulled out while its socket was asked", "at once"};
 inline constexpr Excuse TwoWideLists{"j", "whose refusing key two threads opened", "the end"};
+inline constexpr Excuse RestartLost{"k", "whose restart was put off when the service ended", "its next start"};
 inline constexpr Excuse CallFailed{"-", "who has not started since a call failed", "its next start"};
 inline constexpr Excuse Hindered{"-", "whom somebody kept from a restart", "its next start"};
 inline constexpr Excuse LinkInTheWay{"-", "whose name a link of no driver has", "the link goes"};
-inline constexpr Excuse LinkTaken{"-", "whose name a driver took", "that one stops"};
+inline constexpr Excuse LinkTaken{"-", "whose name a driver took", "that one stops and its next start"};
 inline constexpr Excuse FoundItTaken{"-", "whose driver found its name taken", "its next start"};
 inline constexpr Excuse LateLink{"-", "whose link goes after its driver, or by an outer hand", "its next start"};
 inline constexpr Excuse Modem{"-", "a modem that was given a name", "its next start"};
@@ -36,10 +37,12 @@ using Reason = const Excuse*;
 using Reasons = std::set<Reason>;
 
 inline constexpr Reason Excuses[] = {
-    &excuse::OwnersLink,      &excuse::SharedBit,    &excuse::SwapMark,   &excuse::OwnerAway, &excuse::SharedAndMoved,
-    &excuse::PulledWhileRead, &excuse::TwoWideLists, &excuse::CallFailed, &excuse::Hindered,  &excuse::LinkInTheWay,
-    &excuse::LinkTaken,       &excuse::FoundItTaken, &excuse::LateLink,   &excuse::Modem,     &excuse::NotTold,
-    &excuse::BeforeListening, &excuse::Twin,
+    &excuse::OwnersLink,   &excuse::SharedBit,       &excuse::SwapMark,
+    &excuse::OwnerAway,    &excuse::SharedAndMoved,  &excuse::PulledWhileRead,
+    &excuse::TwoWideLists, &excuse::RestartLost,     &excuse::CallFailed,
+    &excuse::Hindered,     &excuse::LinkInTheWay,    &excuse::LinkTaken,
+    &excuse::FoundItTaken, &excuse::LateLink,        &excuse::Modem,
+    &excuse::NotTold,      &excuse::BeforeListening, &excuse::Twin,
 };
 
 struct Uses {

@@ -198,19 +198,20 @@ void Judge::OnLogLine(const std::string& line) {
 // A link is told by its kernel name alone. So a removal, or the end of a renaming, may take the link of a device that
 // has come to the kernel name meanwhile, or of the same one that is back already.
 void Judge::OnDosName(const machine::DosNameChange& change) {
-    if (!change.to.empty() || m_stage.hasEnded)
+    if (m_stage.hasEnded)
+        return;
+    const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(change.from);
+    const Device* device = owner && owner->node ? PlannedDevice(owner->node->id) : nullptr;
+    const bool isOwners = device && machine::EqualNoCase(machine::RegistryNameOf(*owner->node), change.name);
+    // Whoever takes a running port's name takes it along when it leaves.
+    if (isOwners && std::string_view(change.by) == "driver")
+        Grant(&excuse::LinkTaken, device, machine::Now());
+    if (!change.to.empty())
         return;
     if (std::string_view(change.by) == "outside")
         m_takenAtMs[change.name] = machine::Now();
-    const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(change.from);
-    if (std::string_view(change.by) != "program" || !owner || !owner->node)
-        return;
-    for (const Device& device : m_plan.devices) {
-        if (device.id != owner->node->id)
-            continue;
-        if (machine::EqualNoCase(machine::RegistryNameOf(*owner->node), change.name))
-            Grant(&excuse::OwnersLink, &device, machine::Now());
-    }
+    if (std::string_view(change.by) == "program" && isOwners)
+        Grant(&excuse::OwnersLink, device, machine::Now());
 }
 
 void Judge::Grant(Reason excuse, const Device* device, std::uint64_t untilMs) {
@@ -230,6 +231,13 @@ bool Judge::IsHindered(const Device& device) const {
     while (node && !node->IsHub() && !IsStubborn(*node))
         node = node->parent;
     return node && IsStubborn(*node);
+}
+
+// The device of the plan with this id, or null.
+const Device* Judge::PlannedDevice(const std::string& id) const {
+    const auto found = std::find_if(m_plan.devices.begin(), m_plan.devices.end(),
+                                    [&](const Device& device) { return device.id == id; });
+    return found != m_plan.devices.end() ? &*found : nullptr;
 }
 
 // The port that a write to its registry name is about; null for another key.
@@ -302,8 +310,8 @@ Reasons Judge::OwnReasons(const Running& port) const {
         reasons.insert(&excuse::Twin);
     if (HasFailedSince(ranAtMs))
         reasons.insert(&excuse::CallFailed);
-    for (Reason excuse :
-         {&excuse::OwnersLink, &excuse::SwapMark, &excuse::OwnerAway, &excuse::SharedAndMoved, &excuse::Hindered})
+    for (Reason excuse : {&excuse::OwnersLink, &excuse::SwapMark, &excuse::OwnerAway, &excuse::SharedAndMoved,
+                          &excuse::RestartLost, &excuse::Hindered, &excuse::LinkTaken})
         if (IsGranted(excuse, &device, ranAtMs))
             reasons.insert(excuse);
     return reasons;
@@ -470,6 +478,7 @@ void Judge::JudgeOwnRestarts(const std::string& line, const std::string& thread)
     };
     if (line.ends_with(" WinMain ------------------")) {
         m_ownRestartMs.clear();
+        GrantLostRestarts();
         m_arrivedBy.clear();
         m_dropped.clear();
         m_scans.clear();
@@ -478,8 +487,10 @@ void Judge::JudgeOwnRestarts(const std::string& line, const std::string& thread)
         m_checkedBy[thread] = Quoted(line);
     if (line.ends_with(" to appear..."))
         m_ownRestartMs[m_checkedBy[thread]] = nowMs;
-    if (line.find("restart this later") != std::string::npos)
+    if (line.find("restart this later") != std::string::npos) {
         m_ownRestartMs.erase(m_checkedBy[thread]);
+        m_putOffMs[m_checkedBy[thread]] = nowMs;
+    }
     // A removal by the problem scan is no notified one.
     if (line.find(" problem changed: ") != std::string::npos)
         m_scans.insert(thread);
@@ -488,7 +499,11 @@ void Judge::JudgeOwnRestarts(const std::string& line, const std::string& thread)
             Complain("the removal of an own restart is ignored", line);
         m_scans.erase(thread);
         m_ownRestartMs.erase(DeviceOf(line));
+        m_removedBy[thread] = DeviceOf(line);
     }
+    // A removal that began ahead of the restart, in a debug run, makes the port forget it.
+    if (line.find(">  set Port[") != std::string::npos)
+        m_ownRestartMs.erase(std::exchange(m_removedBy[thread], ""));
     if (line.find("> ComPortArrived(") != std::string::npos)
         m_arrivedBy[thread] = DeviceOf(line);
     if (line.find("> CheckComPortAssignment(") != std::string::npos && isOwn(m_arrivedBy[thread]))
@@ -496,6 +511,14 @@ void Judge::JudgeOwnRestarts(const std::string& line, const std::string& thread)
     // The number of a thread that has ended comes back.
     if (line.find("> CheckComPortAssignment") != std::string::npos || line.ends_with("> port not added"))
         m_arrivedBy.erase(thread);
+}
+
+// A restart that was put off ends with the service that was to bring it.
+void Judge::GrantLostRestarts() {
+    for (const Device& device : m_plan.devices)
+        if (const auto found = m_putOffMs.find(device.id); found != m_putOffMs.end())
+            Grant(&excuse::RestartLost, &device, found->second);
+    m_putOffMs.clear();
 }
 
 // A swap's own arrivals are dropped; no mark drops two. That of a port which was pulled out meanwhile drops its next

@@ -49,6 +49,7 @@ private:
     void OnLogLine(const std::string& line);
     void JudgeMarks(const std::string& line);
     void JudgeOwnRestarts(const std::string& line, const std::string& thread);
+    void GrantLostRestarts();
     void JudgeMoves();
     void JudgePorts(const Ports& ports);
     void JudgeRecords(const Ports& ports);
@@ -72,6 +73,7 @@ private:
     rehearse::WrittenValue LastMove(const Device& device) const;
     const rehearse::TimelineEntry* LastStart(const std::string& device) const;
     std::uint64_t LastStartMs(const std::string& device) const;
+    const Device* PlannedDevice(const std::string& id) const;
     const Device* RenamedPort(const rehearse::WrittenValue& write) const;
 
     const Plan& m_plan;
@@ -85,11 +87,11 @@ private:
     const machine::FileNode* m_log = nullptr;                // what was read of it
     std::size_t m_logRead = 0;
     bool m_isLogWritten = false;
-    std::string m_arrival;                                       // device of the notification that the log tells of
-    std::map<std::string, unsigned> m_dropped;                   // arrivals by device, since the last swap
-    std::map<std::string, std::string> m_checkedBy, m_arrivedBy; // device by thread
-    std::set<std::string> m_scans;                               // threads that remove by the problem scan
-    std::map<std::string, std::uint64_t> m_ownRestartMs;
+    std::string m_arrival;                     // device of the notification that the log tells of
+    std::map<std::string, unsigned> m_dropped; // arrivals by device, since the last swap
+    std::map<std::string, std::string> m_checkedBy, m_arrivedBy, m_removedBy; // device by thread
+    std::set<std::string> m_scans;                                            // threads that remove by the problem scan
+    std::map<std::string, std::uint64_t> m_ownRestartMs, m_putOffMs;          // by device
 };
 
 } // namespace storm

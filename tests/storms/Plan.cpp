@@ -618,7 +618,8 @@ std::vector<Event> CalmEvents(const Plan& plan, std::uint64_t* settledAtMs) {
     if (plan.switches.power && !plan.switches.debugRole)
         events.push_back({at - 10, "start = true", -1, -1});
     events.push_back({at, "calm = true", -1, -1});
-    if (plan.switches.stops && !plan.switches.debugRole)
+    // A start under failing calls may have ended at once.
+    if ((plan.switches.stops || plan.switches.power) && !plan.switches.debugRole)
         events.push_back({at + 10, "start = true", -1, -1});
     events.push_back({at + 20, "", static_cast<int>(plan.configurations.size()) - 1, -1});
     at += 2000;

@@ -38,10 +38,18 @@ void Describe(CLI::App& app, Line& line) {
     app.add_flag("--print", line.print, "print the descriptions of the seeds, run nothing");
 }
 
+// What never ends would fill the screen.
+std::string ViolationsText(const std::string& start, const std::vector<storm::Violation>& violations) {
+    constexpr std::size_t Most = 12;
+    std::string text;
+    for (std::size_t i = 0; i < violations.size() && i < Most; ++i)
+        text += fmt::format("{}{}: {}\n", start, violations[i].what, violations[i].how);
+    return violations.size() > Most ? text + fmt::format("{}and {} more\n", start, violations.size() - Most) : text;
+}
+
 void TellFailure(const storm::Plan& plan, const storm::RunResult& result) {
-    fmt::print("seed {} ({}):\n", plan.seed, storm::SwitchesText(plan.switches));
-    for (const storm::Violation& violation : result.violations)
-        fmt::print("  {}: {}\n", violation.what, violation.how);
+    fmt::print("seed {} ({}):\n{}", plan.seed, storm::SwitchesText(plan.switches),
+               ViolationsText("  ", result.violations));
     std::fflush(stdout);
 }
 
@@ -50,8 +58,7 @@ void WriteShrunk(const storm::Runner& runner, const Line& line, const storm::Pla
     const storm::Plan small = runner.Shrink(plan, violation.what);
     const std::string file = fmt::format("{}/storm-{}.toml", line.folder, plan.seed);
     std::string title = fmt::format("# Storm {} breaks: {}.\n", plan.seed, violation.what);
-    for (const storm::Violation& v : runner.Run(small).violations)
-        title += fmt::format("#   {}: {}\n", v.what, v.how);
+    title += ViolationsText("#   ", runner.Run(small).violations);
     title += fmt::format("# Run it with: quillmarch-rehearse --seed {} --log - FILE\n\n", plan.seed);
     std::ofstream(file, std::ios::binary) << title << storm::Description(small);
     fmt::print("  written: {}\n", file);
