@@ -9,10 +9,10 @@
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
 #include "support/FileTools.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/PathTools.h"
 #include "support/ProcessState.h"
-#include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
 static constexpr DWORD PauseAfterEntryMs = 100;
@@ -98,7 +98,7 @@ OpenResult ExecuteOpenSection(CComPort* port, CfgSectionType type, LONG number, 
             return OpenResult::NotPossible;
         }
         const bool wait = params.MaxWait > 0;
-        OwnedHandle process;
+        OwnedProcess process;
         const OpenResult ofEntry = ExecuteOpenByParams(port, &params, wait, wait ? process.Receive() : nullptr);
         result = result == OpenResult::NotRun ? ofEntry : result;
         if (wait && process.IsOpen()) {

@@ -1,6 +1,7 @@
 #include "actions/CallBackTimer.h"
 
 #include "support/BoundedText.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/ScopeGuard.h"
 #include "support/WorkerThreads.h"
@@ -140,18 +141,15 @@ DWORD CreateCallbackTimer(LONG delayMs, DWORD id, ULONG_PTR context, CallbackTim
 
     // Suspended until the record is filled: the thread never sees half of it.
     DWORD threadId = 0;
-    WorkerStarting();
-    HANDLE thread = CreateThread(nullptr, 0, CallbackTimer_ThreadProc,
-                                 reinterpret_cast<void*>(static_cast<LONG_PTR>(slot)), CREATE_SUSPENDED, &threadId);
-    if (thread == nullptr) {
-        WorkerEnded();
+    const OwnedThread thread = StartWorker(
+        CallbackTimer_ThreadProc, reinterpret_cast<void*>(static_cast<LONG_PTR>(slot)), CREATE_SUSPENDED, &threadId);
+    if (!thread) {
         return 0;
     }
     HANDLE killEvent = nullptr;
     FillTimerRecord(slot, delayMs, id, context, proc, name, &killEvent);
     WriteLog(3, "thread TimerProc created ThreadId=0x%04X hEvent=0x%p", threadId, killEvent);
-    ResumeThread(thread);
-    CloseHandle(thread);
+    ResumeThread(thread.Get());
     return id;
 }
 
@@ -246,10 +244,7 @@ static void RunTimer(LONG slot) {
     LockGuard record(CS_timerRecord);
     CallbackTimer& timer = *Timers[slot];
     timer.Id = 0;
-    if (timer.hEvent != nullptr) {
-        CloseHandle(timer.hEvent);
-        timer.hEvent = nullptr;
-    }
+    CloseGlobal<EventKind>(timer.hEvent);
 }
 
 static DWORD WINAPI CallbackTimer_ThreadProc(void* param) {

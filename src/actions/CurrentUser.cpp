@@ -2,10 +2,10 @@
 
 #include "actions/UserTokens.h"
 #include "support/BoundedText.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
 #include "support/ProcessState.h"
-#include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 #include "support/SystemTools.h"
 
@@ -195,7 +195,7 @@ int SetCurrentUserInfo() {
     WriteLog(2, "SetCurrentUserInfo()");
     ResetCurrentUserInfo();
     {
-        const OwnedHandle token(GetTokenOfUser());
+        const OwnedToken token(GetTokenOfUser());
         if (!token.IsOpen()) {
             WriteLog(2, "getting user's token failed -> no user is logged on");
             return 0;

@@ -8,9 +8,9 @@
 #include "support/CommandLine.h"
 #include "support/DiagnosticNames.h"
 #include "support/FileTools.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
-#include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
 static constexpr char ExecToken[] = "-exec=";
@@ -99,9 +99,10 @@ static ExecuteResult StartProgram(const ExecuteRequest& request, const char* dir
         WriteLog(2, " CreateProcess failed: %s", LastErrorName());
         return ExecuteResult::NotStarted;
     }
-    const OwnedHandle process(made.hProcess);
+    const OwnedProcess process(made.hProcess);
+    OwnedThread thread(made.hThread);
     WriteLog(3, " CreateProcess OK  pid=%u", made.dwProcessId);
-    CloseHandle(made.hThread);
+    thread.Reset();
     return request.wait ? WaitForProgram(process.Get()) : ExecuteResult::Running;
 }
 

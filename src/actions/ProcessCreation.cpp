@@ -5,6 +5,7 @@
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
 #include "support/FileTools.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
 #include "support/ProcessState.h"
@@ -66,7 +67,7 @@ void BuildProcessLine(const char* program, const char* params, char (&line)[MaxP
 }
 
 // The user's token becomes the elevated one that is linked with it; a user with one token has no other.
-static void TakeElevatedToken(OwnedHandle* token) {
+static void TakeElevatedToken(OwnedToken* token) {
     HANDLE linked = nullptr;
     const BOOL result = GetLinkedToken(token->Get(), &linked);
     WriteLog(2, " ElevatedToken=0x%p err=%i res=0x%X", linked, static_cast<LONG>(GetLastError()),
@@ -76,7 +77,7 @@ static void TakeElevatedToken(OwnedHandle* token) {
     }
 }
 
-static void TakeRestrictedToken(OwnedHandle* token) {
+static void TakeRestrictedToken(OwnedToken* token) {
     const HANDLE restricted = MakeRestrictedToken(token->Get());
     const LastErrorKeeper cause;
     WriteLog(3, " RestrictedToken=0x%p", restricted);
@@ -87,7 +88,7 @@ static void TakeRestrictedToken(OwnedHandle* token) {
     }
 }
 
-static TokenChoice ChooseForService(UserType type, OwnedHandle* token) {
+static TokenChoice ChooseForService(UserType type, OwnedToken* token) {
     if (type != UserType::normal && type != UserType::restr && type != UserType::elev) {
         return TokenChoice::Own;
     }
@@ -104,7 +105,7 @@ static TokenChoice ChooseForService(UserType type, OwnedHandle* token) {
     return TokenChoice::Chosen;
 }
 
-static TokenChoice ChooseOutsideService(UserType type, OwnedHandle* token) {
+static TokenChoice ChooseOutsideService(UserType type, OwnedToken* token) {
     if (g_Os.MajorVersion >= 6 && IsUacEnabled()) {
         if (type == UserType::normal || type == UserType::restr) {
             // This process may be elevated, the shell is not.
@@ -156,8 +157,8 @@ static DWORD MakeProcess(HANDLE token, ProcessStart* start, HANDLE* phProcess) {
         WriteLog(2, " err=%s", LastErrorName());
         return 0;
     }
-    OwnedHandle process(made.hProcess);
-    const OwnedHandle thread(made.hThread);
+    OwnedProcess process(made.hProcess);
+    const OwnedThread thread(made.hThread);
     WriteLog(3, " res=%u hProcess=0x%X", static_cast<DWORD>(isMade),
              static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(made.hProcess)));
     if (phProcess) {
@@ -167,7 +168,7 @@ static DWORD MakeProcess(HANDLE token, ProcessStart* start, HANDLE* phProcess) {
 }
 
 // Returns: false if there is no usable token although one was chosen.
-static bool MakePrimary(const OwnedHandle& token, OwnedHandle* duplicate) {
+static bool MakePrimary(const OwnedToken& token, OwnedToken* duplicate) {
     if (!DuplicateTokenEx(token.Get(), MAXIMUM_ALLOWED, nullptr, SecurityIdentification, TokenPrimary,
                           duplicate->Receive())) {
         WriteLog(3, " DuplicateToken failed err=%s", LastErrorName());
@@ -187,12 +188,12 @@ DWORD CreateProcessEx(const char* program, const char* params, const char* dir, 
     if (phProcess) {
         *phProcess = nullptr;
     }
-    OwnedHandle token;
+    OwnedToken token;
     const TokenChoice choice = IsServiceProcess() ? ChooseForService(type, &token) : ChooseOutsideService(type, &token);
     if (choice == TokenChoice::NoUser) {
         return 0;
     }
-    OwnedHandle duplicate;
+    OwnedToken duplicate;
     if (choice == TokenChoice::Chosen && !MakePrimary(token, &duplicate)) {
         return 0;
     }

@@ -2,6 +2,7 @@
 
 #include "config/CSettings.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
 #include "support/SystemTools.h"
@@ -49,12 +50,8 @@ void InitServiceTools() {
 void ExitServiceTools() {
     const SessionOperations freed = s_operations;
     s_operations = {};
-    if (freed.sessions) {
-        FreeLibrary(freed.sessions);
-    }
-    if (freed.kernel) {
-        FreeLibrary(freed.kernel);
-    }
+    const OwnedLibrary kernel(freed.kernel);
+    const OwnedLibrary sessions(freed.sessions);
 }
 
 // Returns: false with the last error.

@@ -2,6 +2,7 @@
 
 #include "actions/ServiceTools.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
 #include "support/ScopeGuard.h"
@@ -64,7 +65,7 @@ static DWORD FindShellOfSession(LONG session) {
     if (session < 0) {
         return 0;
     }
-    const OwnedHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    const OwnedFile snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     if (!snapshot.IsOpen()) {
         return 0;
     }
@@ -102,7 +103,7 @@ HANDLE GetExplorersUserToken(LONG session) {
         return nullptr;
     }
     HANDLE token = nullptr;
-    const OwnedHandle process(OpenProcess(PROCESS_ALL_ACCESS, /*inherit=*/FALSE, processId));
+    const OwnedProcess process(OpenProcess(PROCESS_ALL_ACCESS, /*inherit=*/FALSE, processId));
     // The last right is for the restricted form, whose handle has the rights of this one.
     if (!process.IsOpen() ||
         !OpenProcessToken(process.Get(), TOKEN_DUPLICATE | TOKEN_QUERY | TOKEN_ADJUST_DEFAULT, &token)) {
@@ -178,7 +179,7 @@ HANDLE MakeRestrictedToken(HANDLE token) {
     }
     SID_AND_ATTRIBUTES disabled = {};
     disabled.Sid = administrators.Get();
-    OwnedHandle restricted;
+    OwnedToken restricted;
     if (!CreateRestrictedToken(token, SANDBOX_INERT, /*disableCount=*/1, &disabled, privilegeCount, privileges,
                                /*restrictCount=*/0, nullptr, restricted.Receive())) {
         return nullptr;
@@ -216,7 +217,7 @@ int ImpersonateCurrentUser(bool isOn, bool isElevated) {
     if (!isOn) {
         return EndImpersonation();
     }
-    OwnedHandle token(GetCurrentUserToken());
+    OwnedToken token(GetCurrentUserToken());
     if (!token.IsOpen()) {
         return 0;
     }
@@ -229,7 +230,7 @@ int ImpersonateCurrentUser(bool isOn, bool isElevated) {
             token.Reset(linked);
         }
     }
-    OwnedHandle duplicate;
+    OwnedToken duplicate;
     if (!DuplicateToken(token.Get(), SecurityImpersonation, duplicate.Receive())) {
         WriteLog(2, "ImpCU DuplicateToken failed");
         return 0;
@@ -243,8 +244,8 @@ int ImpersonateCurrentUser(bool isOn, bool isElevated) {
 }
 
 int IsProcessElevated(DWORD processId) {
-    const OwnedHandle process(OpenProcess(PROCESS_QUERY_INFORMATION, /*inherit=*/FALSE, processId));
-    OwnedHandle token;
+    const OwnedProcess process(OpenProcess(PROCESS_QUERY_INFORMATION, /*inherit=*/FALSE, processId));
+    OwnedToken token;
     if (!process.IsOpen() || !OpenProcessToken(process.Get(), TOKEN_QUERY, token.Receive())) {
         return 0;
     }
@@ -271,7 +272,7 @@ int SetPrivilege(HANDLE token, const char* name, bool isEnabled) {
 }
 
 void EnableServicePrivileges() {
-    OwnedHandle token;
+    OwnedToken token;
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.Receive())) {
         return;
     }

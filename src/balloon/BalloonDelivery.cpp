@@ -10,6 +10,7 @@
 #include "balloon/ForeignBalloons.h"
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/ScopeGuard.h"
 #include "support/ThreadTools.h"
@@ -72,18 +73,15 @@ int ShowFreeBalloonThreaded(const FreeBalloonInfo& record) {
         LockGuard lock(CS_BalloonData);
         g_BalloonInfo = record;
     }
-    WorkerStarting();
     DWORD threadId = 0;
-    const HANDLE thread = CreateThread(nullptr, 0, ShowFreeBalloon_ThreadProc, nullptr, 0, &threadId);
-    if (thread == nullptr) {
-        WorkerEnded();
+    const OwnedThread thread = StartWorker(ShowFreeBalloon_ThreadProc, nullptr, /*flags=*/0, &threadId);
+    if (!thread) {
         return 1;
     }
     WriteLog(3, "thread ShowFreeBalloon_ThreadProc created ThreadId=%04u", threadId);
     const DWORD maxWaitMs = MaxWaitFor(record.ShowTime);
     WriteLog(4, " balloon maxwait=%i", static_cast<LONG>(maxWaitMs));
-    (void)WaitForSingleObject(thread, maxWaitMs); // one that outlasts the wait ends with the process
-    CloseHandle(thread);
+    (void)WaitForSingleObject(thread.Get(), maxWaitMs); // one that outlasts the wait ends with the process
     return 1;
 }
 

@@ -5,10 +5,10 @@
 #include "balloon/FreeBalloonInfo.h"
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
 #include "support/ProcessState.h"
-#include "support/ScopeGuard.h"
 #include "support/ThreadTools.h"
 #include "support/WorkerThreads.h"
 
@@ -28,74 +28,70 @@ static DWORD WINAPI BalloonPipeServer_ThreadProc(void* param);
 // owns the name: another user's server could read what was meant for this one, and its clients are not ours.
 static bool IsOwnPipe(HANDLE pipe) {
     PSID owner = nullptr;
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    OwnedSecurityDescriptor descriptor;
     const DWORD error = GetSecurityInfo(pipe, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr,
-                                        nullptr, &descriptor);
+                                        nullptr, descriptor.Receive());
     if (error != ERROR_SUCCESS) {
         SetLastError(error);
         return false;
     }
-    const auto freeDescriptor = OnScopeExit([descriptor] { LocalFree(descriptor); });
     if (owner == nullptr) { // where pipes have no owners, nobody else can be it
         return true;
     }
-    LPSTR text = nullptr;
-    if (!ConvertSidToStringSidA(owner, &text)) {
+    OwnedLocalText text;
+    if (!ConvertSidToStringSidA(owner, text.Receive())) {
         return false;
     }
-    const auto freeText = OnScopeExit([text] { LocalFree(text); });
-    const bool isOwn = SameText(text, szUserSid) || SameText(text, AdministratorsSid) || SameText(text, SystemSid);
+    const bool isOwn =
+        SameText(text.Get(), szUserSid) || SameText(text.Get(), AdministratorsSid) || SameText(text.Get(), SystemSid);
     if (!isOwn) {
         SetLastError(ERROR_ACCESS_DENIED);
     }
     return isOwn;
 }
 
-static HANDLE CreateInstance() {
+static OwnedFile CreateInstance() {
     DWORD mode = PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE;
     if (g_Os.MajorVersion >= RefusesRemoteMajorVersion) {
         mode |= PIPE_REJECT_REMOTE_CLIENTS;
     }
-    const HANDLE pipe = CreateNamedPipeA(PipeName, PIPE_ACCESS_INBOUND, mode, MaxInstances, 0, sizeof(FreeBalloonInfo),
-                                         DefaultTimeoutMs, nullptr);
-    if (pipe == INVALID_HANDLE_VALUE) {
-        return pipe;
-    }
-    if (!IsOwnPipe(pipe)) {
-        const LastErrorKeeper keeper;
-        CloseHandle(pipe);
-        return INVALID_HANDLE_VALUE;
+    OwnedFile pipe(CreateNamedPipeA(PipeName, PIPE_ACCESS_INBOUND, mode, MaxInstances, 0, sizeof(FreeBalloonInfo),
+                                    DefaultTimeoutMs, nullptr));
+    if (pipe && !IsOwnPipe(pipe.Get())) {
+        pipe.Reset();
     }
     return pipe;
 }
 
 void StartBalloonPipeServer() {
-    const HANDLE pipe = CreateInstance();
-    if (pipe == INVALID_HANDLE_VALUE) {
+    OwnedFile pipe = CreateInstance();
+    if (!pipe) {
         WriteLog(2, "CreateNamedPipe(%s) err=%s", PipeName, LastErrorName());
         return;
     }
     WorkerStarting();
-    if (StartThreadForId("BalloonPipeServer_ThreadProc", BalloonPipeServer_ThreadProc, pipe) == 0) {
+    if (StartThreadForId("BalloonPipeServer_ThreadProc", BalloonPipeServer_ThreadProc, pipe.Get()) == 0) {
         WorkerEnded();
-        CloseHandle(pipe);
+        return;
     }
+    (void)pipe.Release(); // the thread's by now
 }
 
 bool SendExitToBalloonPipe() {
     // Identification only: a server that is not ours must not act in this user's name.
-    const HANDLE pipe = CreateFileA(PipeName, GENERIC_WRITE | READ_CONTROL, 0, nullptr, OPEN_EXISTING,
-                                    SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr);
-    if (pipe == INVALID_HANDLE_VALUE) {
+    OwnedFile pipe(CreateFileA(PipeName, GENERIC_WRITE | READ_CONTROL, 0, nullptr, OPEN_EXISTING,
+                               SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
+    if (!pipe) {
         return false;
     }
     bool isSent = false;
-    if (IsOwnPipe(pipe)) {
+    if (IsOwnPipe(pipe.Get())) {
         DWORD written = 0;
-        isSent = WriteFile(pipe, ExitMessage, sizeof(ExitMessage), &written, nullptr) && written == sizeof(ExitMessage);
-        FlushFileBuffers(pipe);
+        isSent = WriteFile(pipe.Get(), ExitMessage, sizeof(ExitMessage), &written, nullptr) &&
+                 written == sizeof(ExitMessage);
+        FlushFileBuffers(pipe.Get());
     }
-    CloseHandle(pipe);
+    pipe.Reset();
     Sleep(StepMs);
     return isSent;
 }
@@ -167,9 +163,8 @@ static void ServePipe(HANDLE pipe) {
 
 static DWORD WINAPI BalloonPipeServer_ThreadProc(void* param) {
     const WorkerScope worker;
-    const HANDLE pipe = param;
-    ServePipe(pipe);
-    DisconnectNamedPipe(pipe);
-    CloseHandle(pipe);
+    const OwnedFile pipe(param);
+    ServePipe(pipe.Get());
+    DisconnectNamedPipe(pipe.Get());
     return 0;
 }

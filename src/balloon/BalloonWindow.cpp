@@ -8,6 +8,7 @@
 #include "balloon/BalloonState.h"
 #include "balloon/ForeignBalloons.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
 #include "support/ScopeGuard.h"
@@ -301,8 +302,7 @@ static void OnClose(HWND window) {
     StopClosingForeignBalloons();
     if (TrackingThread != nullptr) {
         (void)WaitForSingleObject(TrackingThread, TrackingEndMs); // it ends by itself, later if it is slow
-        CloseHandle(TrackingThread);
-        TrackingThread = nullptr;
+        CloseGlobal<ThreadKind>(TrackingThread);
     }
     DestroyWindow(window);
 }

@@ -27,24 +27,14 @@ struct WideText {
 CUxTheme::CUxTheme()
     : m_library(LoadSystemLibrary("UxTheme.dll")), m_commonControls(LoadSystemLibrary("comctl32.dll")) {
     using InitCommonControlsCall = void(WINAPI*)();
-    if (const auto init = FindOperation<InitCommonControlsCall>(m_commonControls, "InitCommonControls")) {
+    if (const auto init = FindOperation<InitCommonControlsCall>(m_commonControls.Get(), "InitCommonControls")) {
         init();
     }
-    m_openThemeData = FindOperation<OpenThemeDataCall>(m_library, "OpenThemeData");
-    m_isThemeActive = FindOperation<IsThemeActiveCall>(m_library, "IsThemeActive");
-    m_drawThemeBackground = FindOperation<DrawThemeBackgroundCall>(m_library, "DrawThemeBackground");
-    m_drawThemeText = FindOperation<DrawThemeTextCall>(m_library, "DrawThemeText");
-    m_getThemeTextExtent = FindOperation<GetThemeTextExtentCall>(m_library, "GetThemeTextExtent");
-}
-
-CUxTheme::~CUxTheme() {
-    // The theme handle goes with its library.
-    if (m_commonControls != nullptr) {
-        FreeLibrary(m_commonControls);
-    }
-    if (m_library != nullptr) {
-        FreeLibrary(m_library);
-    }
+    m_openThemeData = FindOperation<OpenThemeDataCall>(m_library.Get(), "OpenThemeData");
+    m_isThemeActive = FindOperation<IsThemeActiveCall>(m_library.Get(), "IsThemeActive");
+    m_drawThemeBackground = FindOperation<DrawThemeBackgroundCall>(m_library.Get(), "DrawThemeBackground");
+    m_drawThemeText = FindOperation<DrawThemeTextCall>(m_library.Get(), "DrawThemeText");
+    m_getThemeTextExtent = FindOperation<GetThemeTextExtentCall>(m_library.Get(), "GetThemeTextExtent");
 }
 
 bool CUxTheme::Open(HWND window) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "platform/win32.h"
+#include "support/Handles.h"
 
 // Parts and states of the class TOOLTIP.
 constexpr int ThemePartBalloon = 3;
@@ -16,7 +17,6 @@ class CUxTheme {
 public:
     // Loads the library and the common controls, whose classes the theme needs.
     CUxTheme();
-    ~CUxTheme();
     CUxTheme(const CUxTheme&) = delete;
     CUxTheme& operator=(const CUxTheme&) = delete;
 
@@ -39,8 +39,8 @@ private:
     using DrawThemeTextCall = HRESULT(WINAPI*)(HANDLE, HDC, int, int, LPCWSTR, int, DWORD, DWORD, const RECT*);
     using GetThemeTextExtentCall = HRESULT(WINAPI*)(HANDLE, HDC, int, int, LPCWSTR, int, DWORD, const RECT*, RECT*);
 
-    HMODULE m_library = nullptr;
-    HMODULE m_commonControls = nullptr;
+    OwnedLibrary m_library; // the theme handle goes with it
+    OwnedLibrary m_commonControls;
     HANDLE m_theme = nullptr;
     OpenThemeDataCall m_openThemeData = nullptr;
     IsThemeActiveCall m_isThemeActive = nullptr;

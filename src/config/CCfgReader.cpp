@@ -5,6 +5,7 @@
 #include "config/Durations.h"
 #include "config/NameHash.h"
 #include "support/BoundedText.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
 #include "support/ScopeGuard.h"
@@ -56,9 +57,8 @@ CCfgReader::CCfgReader(const char* iniFile, HKEY rootKey, const char* regKey) : 
     if (rootKey == nullptr || regKey == nullptr) {
         return;
     }
-    HKEY key = nullptr;
-    if (RegOpenKeyExA(rootKey, szRegKey, 0, KEY_READ, &key) == ERROR_SUCCESS) {
-        RegCloseKey(key);
+    OwnedKey key;
+    if (RegOpenKeyExA(rootKey, szRegKey, 0, KEY_READ, key.Receive()) == ERROR_SUCCESS) {
         UseRegistry = 1;
     }
 }

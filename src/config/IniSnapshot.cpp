@@ -5,6 +5,7 @@
 #include "config/NameHash.h"
 #include "support/BoundedText.h"
 #include "support/FileTools.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/ScopeGuard.h"
 #include "support/StringTools.h"
@@ -192,8 +193,8 @@ HANDLE CCfgReader::OpenIniFile() {
 
 // Returns: 0 when there is no file to be read; 1 also when its contents did not come in whole, pFileText is null then.
 DWORD CCfgReader::LoadIniText() {
-    HANDLE file = OpenIniFile();
-    if (file == INVALID_HANDLE_VALUE) {
+    const OwnedFile file(OpenIniFile());
+    if (!file) {
         const DWORD error = GetLastError();
         const bool isMissing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
         // To have no file at all is as good a configuration as any.
@@ -204,17 +205,16 @@ DWORD CCfgReader::LoadIniText() {
         }
         return 0;
     }
-    auto closeFile = OnScopeExit([&] { CloseHandle(file); });
     WasThere = 1;
     DWORD sizeHigh = 0;
-    const DWORD size = GetFileSize(file, &sizeHigh);
+    const DWORD size = GetFileSize(file.Get(), &sizeHigh);
     if (size >= IniFileLimitBytes || sizeHigh != 0) {
         LogUnreadable(szIniFile, TooLarge, 0, GetFileWriteTime(szIniFile));
         return 0;
     }
     OwnedArray<char> text(size_t{size} + AppendedBytes);
     DWORD bytesRead = 0;
-    const BOOL isRead = ReadFile(file, text.Get(), size, &bytesRead, nullptr);
+    const BOOL isRead = ReadFile(file.Get(), text.Get(), size, &bytesRead, nullptr);
     if (!isRead || bytesRead < size) {
         LogUnreadable(szIniFile, NotWhole, isRead ? 0 : GetLastError(), GetFileWriteTime(szIniFile));
         return 1;

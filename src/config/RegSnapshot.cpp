@@ -3,6 +3,7 @@
 #include "config/CCfgReader.h"
 #include "config/NameHash.h"
 #include "support/BoundedText.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/ScopeGuard.h"
 #include "support/StringTools.h"
@@ -61,14 +62,13 @@ static void ReadRegValue(HKEY key, const char* subkeyName, DWORD index, CfgSecti
 }
 
 static void ReadRegValues(HKEY configKey, const char* subkeyName, CfgSection* section) {
-    HKEY key = nullptr;
-    if (RegOpenKeyExA(configKey, subkeyName, 0, KEY_READ, &key) != ERROR_SUCCESS) {
+    OwnedKey key;
+    if (RegOpenKeyExA(configKey, subkeyName, 0, KEY_READ, key.Receive()) != ERROR_SUCCESS) {
         return;
     }
-    auto closeKey = OnScopeExit([&] { RegCloseKey(key); });
     DWORD values = 0;
-    if (RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &values, nullptr, nullptr, nullptr,
-                         nullptr) != ERROR_SUCCESS) {
+    if (RegQueryInfoKeyA(key.Get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &values, nullptr, nullptr,
+                         nullptr, nullptr) != ERROR_SUCCESS) {
         return;
     }
     for (DWORD index = 0; index < values; ++index) {
@@ -77,7 +77,7 @@ static void ReadRegValues(HKEY configKey, const char* subkeyName, CfgSection* se
                      MaxSectionValues, subkeyName);
             return;
         }
-        ReadRegValue(key, subkeyName, index, section);
+        ReadRegValue(key.Get(), subkeyName, index, section);
     }
 }
 
@@ -91,17 +91,16 @@ static LONG QueryConfigKey(HKEY key, DWORD* subkeys, ULONGLONG* writeTime) {
 }
 
 DWORD CCfgReader::CreateRegSnapshot(const char* reason) {
-    HKEY key = nullptr;
-    if (RegOpenKeyExA(hRootKey, szRegKey, 0, KEY_READ, &key) != ERROR_SUCCESS) {
+    OwnedKey key;
+    if (RegOpenKeyExA(hRootKey, szRegKey, 0, KEY_READ, key.Receive()) != ERROR_SUCCESS) {
         return 0;
     }
-    auto closeKey = OnScopeExit([&] { RegCloseKey(key); });
     DWORD keys = 0;
     {
         LockGuard lock(m_Lock);
         WriteLog(3, "CCfgReader::CreateSnapshot(%s)...", reason);
         DeleteRegSnapshot(reason);
-        if (!ReadRegSnapshot(key)) {
+        if (!ReadRegSnapshot(key.Get())) {
             return 0;
         }
         keys = KeyCount;
@@ -111,16 +110,15 @@ DWORD CCfgReader::CreateRegSnapshot(const char* reason) {
 }
 
 DWORD CCfgReader::RenewRegSnapshot(const char* reason) {
-    HKEY key = nullptr;
-    const LONG openError = RegOpenKeyExA(hRootKey, szRegKey, 0, KEY_READ, &key);
+    OwnedKey key;
+    const LONG openError = RegOpenKeyExA(hRootKey, szRegKey, 0, KEY_READ, key.Receive());
     if (openError != ERROR_SUCCESS) {
         WriteLog(1, "error opening reg  err=%u", static_cast<DWORD>(openError));
         return 0;
     }
-    auto closeKey = OnScopeExit([&] { RegCloseKey(key); });
     DWORD subkeys = 0;
     ULONGLONG writeTime = 0;
-    if (QueryConfigKey(key, &subkeys, &writeTime) != ERROR_SUCCESS || writeTime == LastWriteTime) {
+    if (QueryConfigKey(key.Get(), &subkeys, &writeTime) != ERROR_SUCCESS || writeTime == LastWriteTime) {
         return 0;
     }
     return CreateRegSnapshot(reason);

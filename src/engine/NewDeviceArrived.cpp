@@ -11,6 +11,7 @@
 #include "inventory/RestartMarks.h"
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/InterfaceClasses.h"
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
@@ -161,12 +162,9 @@ static void RouteArrival(const DEV_BROADCAST_DEVICEINTERFACE_A& device) {
             return;
         }
     }
-    HANDLE thread = StartArrival(device.dbcc_classguid, path);
+    const OwnedThread thread(StartArrival(device.dbcc_classguid, path));
     if (g_pDeviceArrivals != nullptr) {
         g_pDeviceArrivals->AddDeviceArrival(path, &device.dbcc_classguid);
-    }
-    if (thread != nullptr) {
-        CloseHandle(thread);
     }
 }
 

@@ -7,6 +7,7 @@
 #include "host/SessionEvents.h"
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
 #include "support/ProcessState.h"
@@ -117,17 +118,15 @@ void CService::ServiceMain() {
     {
         // Device events wait in the handler until the port table is there.
         LockGuard lock(CS_main);
-        WorkerStarting();
-        const HANDLE thread = StartThread(InitializeQuillmarchService_ThreadProc, nullptr);
-        if (thread == nullptr) {
+        OwnedThread thread = StartWorker(InitializeQuillmarchService_ThreadProc, nullptr);
+        if (!thread) {
             Status.dwWin32ExitCode = GetLastError();
-            WorkerEnded();
             // Nobody else would tell: the service would seem to start for ever.
             SetStatus(SERVICE_STOPPED);
             return;
         }
-        const DWORD result = WaitForInitialisation(thread);
-        CloseHandle(thread);
+        const DWORD result = WaitForInitialisation(thread.Get());
+        thread.Reset();
         WriteLog(2, "after init  res=%u", result);
     }
     Status.dwWin32ExitCode = NO_ERROR;

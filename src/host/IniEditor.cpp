@@ -3,11 +3,11 @@
 #include "host/CService.h"
 #include "support/BoundedText.h"
 #include "support/FileTools.h"
+#include "support/Handles.h"
 #include "support/MessageTools.h"
 #include "support/PathTools.h"
 #include "support/ProcessState.h"
 #include "support/RegistryTools.h"
-#include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
 // COINIT_APARTMENTTHREADED and COINIT_DISABLE_OLE1DDE, as the shell wants it for what it starts.
@@ -57,9 +57,9 @@ static const void* FindSample(DWORD* sizeBytes) {
 // Makes the file from the sample. Returns: false when the account may not; a copy with more rights was asked for then,
 // unless this is an administrator's: the next one would be refused too, and so without end.
 static bool CreateIniFile() {
-    const HANDLE file =
-        CreateFileA(szIniFile, GENERIC_WRITE, /*share=*/0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
+    const OwnedFile file(
+        CreateFileA(szIniFile, GENERIC_WRITE, /*share=*/0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) {
         if (GetLastError() != ERROR_ACCESS_DENIED) {
             return true;
         }
@@ -76,9 +76,8 @@ static bool CreateIniFile() {
     const void* sample = FindSample(&sizeBytes);
     if (sample != nullptr) {
         DWORD written = 0;
-        WriteFile(file, sample, sizeBytes, &written, nullptr);
+        WriteFile(file.Get(), sample, sizeBytes, &written, nullptr);
     }
-    CloseHandle(file);
     return true;
 }
 

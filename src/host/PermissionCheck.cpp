@@ -5,6 +5,7 @@
 #include "config/KeyIndex.h"
 #include "support/AccessList.h"
 #include "support/BoundedText.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/PathTools.h"
 #include "support/ProcessState.h"
@@ -105,15 +106,14 @@ void LookAtFile(Pass& pass, const char* file, const char* kind) {
 }
 
 void LookAtKey(Pass& pass) {
-    HKEY key = nullptr;
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, ConfigurationKey, 0, READ_CONTROL, &key) != ERROR_SUCCESS) {
+    OwnedKey key;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, ConfigurationKey, 0, READ_CONTROL, key.Receive()) != ERROR_SUCCESS) {
         return;
     }
     DWORD size = sizeof(pass.descriptor);
-    if (RegGetKeySecurity(key, OwnerAndList, pass.descriptor, &size) == ERROR_SUCCESS) {
+    if (RegGetKeySecurity(key.Get(), OwnerAndList, pass.descriptor, &size) == ERROR_SUCCESS) {
         LogIfChangeable(pass, size, KeyRights, "key", ConfigurationKey);
     }
-    RegCloseKey(key);
 }
 
 // One entry of a section, if it runs with more rights than its user's.
@@ -153,8 +153,7 @@ void LookAtEntries(Pass& pass) {
 } // namespace
 
 void LogWhatUsersMayChange() {
-    Pass* pass = new Pass;
-    const auto freePass = OnScopeExit([pass] { delete pass; });
+    const Owned<Pass> pass(new Pass);
     pass->count = 0;
     LookAtFile(*pass, szExePath, "program");
     LookAtFile(*pass, szIniFile, "configuration");

@@ -25,6 +25,7 @@
 #include "support/BoundedText.h"
 #include "support/CRTreplace.h"
 #include "support/FileVersion.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/MessageTools.h"
 #include "support/OsVersion.h"
@@ -151,18 +152,15 @@ static int RunDebug(HINSTANCE hInstance) {
     {
         // Nothing that needs `CS_main` runs before the tables are there.
         LockGuard lock(CS_main);
-        WorkerStarting();
-        const HANDLE thread = StartThread(InitializeQuillmarchService_ThreadProc, nullptr);
-        if (thread == nullptr) {
-            WorkerEnded();
+        const OwnedThread thread = StartWorker(InitializeQuillmarchService_ThreadProc, nullptr);
+        if (!thread) {
             return ExitRefused;
         }
-        SetThreadPriority(thread, THREAD_PRIORITY_HIGHEST);
+        SetThreadPriority(thread.Get(), THREAD_PRIORITY_HIGHEST);
         const DWORD startTicks = GetTickCount();
-        while (WaitForSingleObject(thread, DebugInitWaitStepMs) == WAIT_TIMEOUT &&
+        while (WaitForSingleObject(thread.Get(), DebugInitWaitStepMs) == WAIT_TIMEOUT &&
                GetTickCount() - startTicks <= DebugInitWaitLimitMs) {
         }
-        CloseHandle(thread);
     }
     g_pService->IsServiceProcess = 0;
     g_pService->Run();
@@ -199,14 +197,11 @@ static void DestroyObjects() {
 // left to the end of the process.
 static void RunBalloonChild(HINSTANCE hInstance) {
     FreeBalloon_Init(hInstance);
-    WorkerStarting();
-    const HANDLE thread = StartThread(ShowBalloonByCommandLine_ThreadProc, nullptr);
-    if (thread != nullptr) {
-        (void)WaitForSingleObject(thread, BalloonWaitMs);
-        CloseHandle(thread);
-    } else {
-        WorkerEnded();
+    OwnedThread thread = StartWorker(ShowBalloonByCommandLine_ThreadProc, nullptr);
+    if (thread) {
+        (void)WaitForSingleObject(thread.Get(), BalloonWaitMs);
     }
+    thread.Reset();
     LogEnd();
     FreeBalloon_Exit();
     if (LiveWorkers() == 0) {

@@ -5,11 +5,11 @@
 
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/MessageTools.h"
 #include "support/ProcessState.h"
 #include "support/RegistryTools.h"
-#include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
 static constexpr char ServicesKey[] = "SYSTEM\\CurrentControlSet\\Services";
@@ -28,27 +28,6 @@ static constexpr DWORD StopPollMs = 10;
 
 // Longest text of a box: a sentence and the system's text of an error.
 static constexpr size_t BoxTextChars = 512;
-
-namespace {
-// A handle of the service manager or of a service, closed at the end of the scope.
-class ScHandle {
-public:
-    explicit ScHandle(SC_HANDLE handle) : m_handle(handle) {}
-    ~ScHandle() {
-        if (m_handle != nullptr) {
-            LastErrorKeeper keep;
-            CloseServiceHandle(m_handle);
-        }
-    }
-    ScHandle(const ScHandle&) = delete;
-    ScHandle& operator=(const ScHandle&) = delete;
-    explicit operator bool() const { return m_handle != nullptr; }
-    SC_HANDLE Get() const { return m_handle; }
-
-private:
-    SC_HANDLE m_handle;
-};
-} // namespace
 
 // A box with the system's text of the last error in place of %s.
 static void ShowErrorBox(DWORD Verbose, const char* format, UINT flags) {
@@ -71,12 +50,12 @@ static void FormatServiceKey(char (&key)[MAX_PATH], const char* szName) {
 }
 
 DWORD CService::IsRegistered(DWORD Verbose) {
-    const ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
+    const OwnedService manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
     if (!manager) {
         ShowBox(Verbose, "Cannot open the Service Control Manager", MB_ICONWARNING);
         return 0;
     }
-    const ScHandle service(OpenServiceA(manager.Get(), szServiceName, SERVICE_QUERY_CONFIG));
+    const OwnedService service(OpenServiceA(manager.Get(), szServiceName, SERVICE_QUERY_CONFIG));
     if (!service) {
         WriteLog(2, "OpenService err=%s", LastErrorName());
         ShowBox(Verbose, "Service is not registered", MB_ICONWARNING);
@@ -86,12 +65,12 @@ DWORD CService::IsRegistered(DWORD Verbose) {
 }
 
 DWORD CService::QueryState() {
-    const ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
+    const OwnedService manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
     if (!manager) {
         ShowErrorBox(/*Verbose=*/1, "Error opening the Service Control Manager:\n%s", PlainBox);
         return 0;
     }
-    const ScHandle service(OpenServiceA(manager.Get(), szServiceName, SERVICE_QUERY_STATUS));
+    const OwnedService service(OpenServiceA(manager.Get(), szServiceName, SERVICE_QUERY_STATUS));
     if (!service) {
         ShowBox(/*Verbose=*/1, "Couldn't open service", PlainBox);
         return 0;
@@ -148,7 +127,7 @@ ChangeStateResult CService::StopAndWait(SC_HANDLE service, DWORD Verbose) {
 
 ChangeStateResult CService::ChangeState(DWORD Target, DWORD Verbose) {
     {
-        const ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
+        const OwnedService manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));
         if (!manager) {
             return ChangeNoAccess;
         }
@@ -164,11 +143,11 @@ ChangeStateResult CService::ChangeState(DWORD Target, DWORD Verbose) {
         ShowBox(Verbose, text, MB_ICONWARNING);
         return ChangeAlready;
     }
-    const ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    const OwnedService manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     if (!manager) {
         return ChangeNoAccess;
     }
-    const ScHandle service(
+    const OwnedService service(
         OpenServiceA(manager.Get(), szServiceName, SERVICE_QUERY_STATUS | SERVICE_START | SERVICE_STOP));
     if (!service) {
         return ChangeNoAccess;
@@ -177,7 +156,7 @@ ChangeStateResult CService::ChangeState(DWORD Target, DWORD Verbose) {
 }
 
 DWORD CService::Register(DWORD Verbose) {
-    const ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    const OwnedService manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     if (!manager) {
         ShowErrorBox(Verbose, "Error opening the Service Control Manager:\n%s", MB_ICONSTOP);
         return 0;
@@ -187,9 +166,9 @@ DWORD CService::Register(DWORD Verbose) {
     if (StrChrA(path, ' ') != nullptr) {
         QuoteText(path);
     }
-    const ScHandle service(CreateServiceA(manager.Get(), szServiceName, szDisplayName, SERVICE_ALL_ACCESS,
-                                          SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, SERVICE_ERROR_NORMAL, path,
-                                          nullptr, nullptr, nullptr, nullptr, nullptr));
+    const OwnedService service(CreateServiceA(manager.Get(), szServiceName, szDisplayName, SERVICE_ALL_ACCESS,
+                                              SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, SERVICE_ERROR_NORMAL, path,
+                                              nullptr, nullptr, nullptr, nullptr, nullptr));
     if (!service) {
         WriteLog(2, "CreateService failed err=%s", LastErrorName());
         ShowErrorBox(Verbose, "Error registering the service: %s", MB_ICONSTOP);
@@ -223,12 +202,13 @@ static DWORD WaitForStop(SC_HANDLE service, SERVICE_STATUS status, DWORD WaitMs,
 }
 
 DWORD CService::Deregister(DWORD WaitMs, DWORD Verbose) {
-    const ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    const OwnedService manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     if (!manager) {
         ShowBox(Verbose, "Couldn't open service manager", MB_ICONWARNING);
         return 0;
     }
-    const ScHandle service(OpenServiceA(manager.Get(), szServiceName, DELETE | SERVICE_STOP | SERVICE_QUERY_STATUS));
+    const OwnedService service(
+        OpenServiceA(manager.Get(), szServiceName, DELETE | SERVICE_STOP | SERVICE_QUERY_STATUS));
     if (!service) {
         WriteLog(2, "OpenService err=%s", LastErrorName());
         ShowErrorBox(Verbose, "Error opening the service.\r\n%s", MB_ICONWARNING);
@@ -256,11 +236,11 @@ void CService::SetDescription() {
     if (RegValueExists(HKEY_LOCAL_MACHINE, key, "Description")) {
         return;
     }
-    const ScHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    const OwnedService manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     if (!manager) {
         return;
     }
-    const ScHandle service(OpenServiceA(manager.Get(), szServiceName, SERVICE_CHANGE_CONFIG));
+    const OwnedService service(OpenServiceA(manager.Get(), szServiceName, SERVICE_CHANGE_CONFIG));
     if (!service) {
         return;
     }
@@ -292,18 +272,17 @@ static void SetKeyNumber(HKEY key, const char* szValue, DWORD number) {
 void CService::AddEventSource(const char* szName, DWORD CategoryCount) {
     char path[MAX_PATH];
     FormatText(path, "%s\\%s", EventSourcesKey, szName);
-    HKEY key = nullptr;
-    if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_SET_VALUE, nullptr, &key,
-                        nullptr) != ERROR_SUCCESS) {
+    OwnedKey key;
+    if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_SET_VALUE, nullptr,
+                        key.Receive(), nullptr) != ERROR_SUCCESS) {
         return;
     }
-    SetKeyText(key, "EventMessageFile", szExePath);
-    SetKeyNumber(key, "TypesSupported", EventTypesSupported);
+    SetKeyText(key.Get(), "EventMessageFile", szExePath);
+    SetKeyNumber(key.Get(), "TypesSupported", EventTypesSupported);
     if (CategoryCount > 0) {
-        SetKeyText(key, "CategoryMessageFile", szExePath);
-        SetKeyNumber(key, "CategoryCount", CategoryCount);
+        SetKeyText(key.Get(), "CategoryMessageFile", szExePath);
+        SetKeyNumber(key.Get(), "CategoryCount", CategoryCount);
     }
-    RegCloseKey(key);
 }
 
 void CService::RemoveEventSource(const char* szName) {
@@ -315,21 +294,21 @@ void CService::RemoveEventSource(const char* szName) {
 void FixServiceImagePath() {
     char path[MAX_PATH];
     FormatServiceKey(path, ServiceName);
-    HKEY key = nullptr;
+    OwnedKey key;
     // Only who may write has anything to mend here: at most starts the program has no right to, and the value is whole.
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, &key) != ERROR_SUCCESS) {
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, key.Receive()) != ERROR_SUCCESS) {
         return;
     }
     char imagePath[MAX_PATH + 2] = {};
     DWORD type = 0;
     DWORD size = MAX_PATH;
-    const LONG result = RegQueryValueExA(key, "ImagePath", nullptr, &type, reinterpret_cast<BYTE*>(imagePath), &size);
+    const LONG result =
+        RegQueryValueExA(key.Get(), "ImagePath", nullptr, &type, reinterpret_cast<BYTE*>(imagePath), &size);
     const bool isText = result == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ);
     if (isText && imagePath[0] != '"' && StrChrA(imagePath, ' ') != nullptr) {
         QuoteText(imagePath);
         // The type stays: a path with variables is only expanded in a value that says so.
-        RegSetValueExA(key, "ImagePath", 0, type, reinterpret_cast<const BYTE*>(imagePath),
+        RegSetValueExA(key.Get(), "ImagePath", 0, type, reinterpret_cast<const BYTE*>(imagePath),
                        static_cast<DWORD>(lstrlenA(imagePath) + 1));
     }
-    RegCloseKey(key);
 }

@@ -8,6 +8,7 @@
 #include "inventory/UsbHubRequests.h"
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/InterfaceClasses.h"
 #include "support/LogFile.h"
 #include "support/ScopeGuard.h"
@@ -175,14 +176,13 @@ DWORD GetTruePort(const UsbHubList* list, DWORD devInst, LONG expectedPort) {
         WriteLog(3, " hub devpath is empty -> abort");
         return 0;
     }
-    HANDLE hub = CreateFileA(record->szDevPath, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, /*security=*/nullptr,
-                             OPEN_EXISTING, /*flags=*/0, /*template=*/nullptr);
-    if (hub == INVALID_HANDLE_VALUE) {
+    const OwnedFile hub(CreateFileA(record->szDevPath, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                    /*security=*/nullptr, OPEN_EXISTING, /*flags=*/0, /*template=*/nullptr));
+    if (!hub) {
         WriteLog(3, " error opening usb hub '%s'  err=%s", record->szDevPath, LastErrorName());
         return 0;
     }
-    const auto closeHub = OnScopeExit([hub] { CloseHandle(hub); });
-    return SearchPort(hub, record, expectedPort, driverKey);
+    return SearchPort(hub.Get(), record, expectedPort, driverKey);
 }
 
 DWORD GetPort(const UsbHubList* list, DWORD devInst) {

@@ -7,6 +7,7 @@
 #include "support/BoundedText.h"
 #include "support/CreateFileTimeout.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 
 namespace {
@@ -72,11 +73,11 @@ int PortDevExist(const char* name) {
     WriteLog(1, "PortDevExist(%s)...", name);
     char path[260];
     FormatText(path, "\\\\.\\%s", name);
-    HANDLE port =
-        CreateFileTimeout(path, /*access=*/0, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING, 0, kOpenTimeoutMs);
+    OwnedFile port(
+        CreateFileTimeout(path, /*access=*/0, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING, 0, kOpenTimeoutMs));
     int res = 1;
-    if (port != INVALID_HANDLE_VALUE) {
-        CloseHandle(port);
+    if (port) {
+        port.Reset();
     } else {
         const DWORD error = GetLastError();
         res = error != ERROR_FILE_NOT_FOUND && error != kNoSuchDevice;

@@ -1,8 +1,8 @@
 #include "inventory/DeviceControl.h"
 
 #include "inventory/DeviceProperties.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
-#include "support/ScopeGuard.h"
 
 namespace {
 
@@ -22,16 +22,15 @@ int CycleUsbPort(const char* hubPath, DWORD hubPortNumber) {
         return 0;
     }
     WriteLog(3, "CreateFile(%s)...", hubPath);
-    HANDLE hub = CreateFileA(hubPath, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, /*security=*/nullptr,
-                             OPEN_EXISTING, /*flags=*/0, /*template=*/nullptr);
-    if (hub == INVALID_HANDLE_VALUE) {
+    const OwnedFile hub(CreateFileA(hubPath, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, /*security=*/nullptr,
+                                    OPEN_EXISTING, /*flags=*/0, /*template=*/nullptr));
+    if (!hub) {
         return 0;
     }
-    const auto closeHub = OnScopeExit([hub] { CloseHandle(hub); });
-    WriteLog(3, "IOCTL_USB_HUB_CYCLE_PORT(0x%p, %u)...", hub, hubPortNumber);
+    WriteLog(3, "IOCTL_USB_HUB_CYCLE_PORT(0x%p, %u)...", hub.Get(), hubPortNumber);
     CyclePortRecord record = {hubPortNumber, 0};
     DWORD returned = 0;
-    const BOOL done = DeviceIoControl(hub, kCyclePortRequest, &record, sizeof(record), &record, sizeof(record),
+    const BOOL done = DeviceIoControl(hub.Get(), kCyclePortRequest, &record, sizeof(record), &record, sizeof(record),
                                       &returned, /*overlapped=*/nullptr);
     return done && record.StatusReturned == 0;
 }

@@ -11,26 +11,20 @@ static_assert(kDetailPathOffset == 4);
 } // namespace
 
 DeviceList::DeviceList(const GUID* interfaceClass, DWORD flags)
-    : list_(SetupDiGetClassDevsA(interfaceClass, /*Enumerator=*/nullptr, /*hwndParent=*/nullptr, flags)) {
-}
-
-DeviceList::~DeviceList() {
-    if (IsValid()) {
-        SetupDiDestroyDeviceInfoList(list_);
-    }
+    : m_list(SetupDiGetClassDevsA(interfaceClass, /*Enumerator=*/nullptr, /*hwndParent=*/nullptr, flags)) {
 }
 
 bool DeviceList::GetDevice(DWORD index, SP_DEVINFO_DATA* device) const {
     *device = {};
     device->cbSize = sizeof(*device);
-    return SetupDiEnumDeviceInfo(list_, index, device) != FALSE;
+    return SetupDiEnumDeviceInfo(m_list.Get(), index, device) != FALSE;
 }
 
 bool DeviceList::GetInterface(const GUID& interfaceClass, DWORD index, SP_DEVICE_INTERFACE_DATA* interfaceData) const {
     *interfaceData = {};
     interfaceData->cbSize = sizeof(*interfaceData);
-    return SetupDiEnumDeviceInterfaces(list_, /*DeviceInfoData=*/nullptr, &interfaceClass, index, interfaceData) !=
-           FALSE;
+    return SetupDiEnumDeviceInterfaces(m_list.Get(), /*DeviceInfoData=*/nullptr, &interfaceClass, index,
+                                       interfaceData) != FALSE;
 }
 
 bool DeviceList::FindDevice(DWORD devInst, SP_DEVINFO_DATA* device) const {
@@ -50,7 +44,7 @@ bool DeviceList::ReadShortPath(SP_DEVICE_INTERFACE_DATA* interfaceData, char (&p
     *device = {};
     device->cbSize = sizeof(*device);
     path[0] = 0;
-    if (!SetupDiGetDeviceInterfaceDetailA(list_, interfaceData, detail, kDetailSize, nullptr, device)) {
+    if (!SetupDiGetDeviceInterfaceDetailA(m_list.Get(), interfaceData, detail, kDetailSize, nullptr, device)) {
         return false;
     }
     CopyTextPart(path, sizeof(path), reinterpret_cast<const char*>(block) + kDetailPathOffset,

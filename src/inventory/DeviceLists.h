@@ -4,18 +4,16 @@
 #pragma once
 
 #include "platform/win32.h"
+#include "support/Handles.h"
 
 // A device list that is destroyed at the end of the scope.
 class DeviceList {
 public:
     // interfaceClass: null for no class. flags: DIGCF_... A list that cannot be had leaves the reason as last error.
     DeviceList(const GUID* interfaceClass, DWORD flags);
-    ~DeviceList();
-    DeviceList(const DeviceList&) = delete;
-    DeviceList& operator=(const DeviceList&) = delete;
 
-    bool IsValid() const { return list_ != INVALID_HANDLE_VALUE; }
-    HDEVINFO Get() const { return list_; }
+    bool IsValid() const { return m_list.IsOpen(); }
+    HDEVINFO Get() const { return m_list.Get(); }
 
     // The device or the interface at this index. Returns: true, or false behind the last one.
     bool GetDevice(DWORD index, SP_DEVINFO_DATA* device) const;
@@ -29,5 +27,5 @@ public:
     bool ReadShortPath(SP_DEVICE_INTERFACE_DATA* interfaceData, char (&path)[260], SP_DEVINFO_DATA* device) const;
 
 private:
-    HDEVINFO list_;
+    OwnedDeviceList m_list;
 };

@@ -2,8 +2,8 @@
 
 #include "inventory/DeviceLists.h"
 #include "support/BoundedText.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
-#include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
 namespace {
@@ -70,12 +70,8 @@ DWORD GetDevInstByDevicePathAny(const char* devicePath, DWORD flags) {
     SP_DEVICE_INTERFACE_DATA interfaceData = {};
     interfaceData.cbSize = sizeof(interfaceData);
     {
-        HDEVINFO list = SetupDiCreateDeviceInfoList(nullptr, nullptr);
-        if (list == INVALID_HANDLE_VALUE) {
-            return 0;
-        }
-        auto listGuard = OnScopeExit([list] { SetupDiDestroyDeviceInfoList(list); });
-        if (!SetupDiOpenDeviceInterfaceA(list, devicePath, 0, &interfaceData)) {
+        const OwnedDeviceList list(SetupDiCreateDeviceInfoList(nullptr, nullptr));
+        if (!list || !SetupDiOpenDeviceInterfaceA(list.Get(), devicePath, 0, &interfaceData)) {
             return 0;
         }
     }

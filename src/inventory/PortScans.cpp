@@ -11,6 +11,7 @@
 #include "support/BoundedText.h"
 #include "support/CreateFileTimeout.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/ScopeGuard.h"
 
@@ -298,10 +299,9 @@ void CComPorts::DeleteNotFoundPorts() {
         }
         char path[sizeof(port->szPortName) + 8];
         FormatText(path, "\\\\.\\%s", port->szPortName);
-        HANDLE handle = CreateFileTimeout(path, /*access=*/0, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING,
-                                          /*flags=*/0, kOpenPortMs);
-        if (handle != INVALID_HANDLE_VALUE) {
-            CloseHandle(handle);
+        const OwnedFile handle(CreateFileTimeout(path, /*access=*/0, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING,
+                                                 /*flags=*/0, kOpenPortMs));
+        if (handle) {
             continue;
         }
         const DWORD error = GetLastError();

@@ -1,7 +1,7 @@
 #include "support/Accounts.h"
 
 #include "support/BoundedText.h"
-#include "support/ScopeGuard.h"
+#include "support/Handles.h"
 #include "support/StringTools.h"
 
 namespace {
@@ -17,12 +17,11 @@ int TokenUserText(HANDLE token, char* out, size_t size) {
     if (!GetTokenInformation(token, TokenUser, buffer, sizeof(buffer), &needed)) {
         return 0;
     }
-    char* text = nullptr;
-    if (!ConvertSidToStringSidA(reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid, &text)) {
+    OwnedLocalText text;
+    if (!ConvertSidToStringSidA(reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid, text.Receive())) {
         return 0;
     }
-    CopyText(out, size, text);
-    LocalFree(text);
+    CopyText(out, size, text.Get());
     return 1;
 }
 
@@ -30,14 +29,11 @@ int TokenUserText(HANDLE token, char* out, size_t size) {
 
 int GetUserSidText(char* out, size_t size) {
     CopyText(out, size, "");
-    HANDLE token = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) {
+    OwnedToken token;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Receive())) {
         return 0;
     }
-    const int result = TokenUserText(token, out, size);
-    LastErrorKeeper keep;
-    CloseHandle(token);
-    return result;
+    return TokenUserText(token.Get(), out, size);
 }
 
 int IsSystemAccount() {

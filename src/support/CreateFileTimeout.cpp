@@ -2,6 +2,7 @@
 
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/ScopeGuard.h"
 
@@ -22,7 +23,7 @@ struct OpenRequest {
     DWORD Flags;
     DWORD LatestMs; // an open that takes longer comes too late
     DWORD Error;
-    HANDLE Handle;
+    OwnedFile File;
     LONG State;
 };
 
@@ -31,37 +32,29 @@ HANDLE OpenNow(const OpenRequest& request) {
                        nullptr);
 }
 
-void CloseResult(OpenRequest& request) {
-    if (request.Handle != INVALID_HANDLE_VALUE) {
-        CloseHandle(request.Handle);
-        request.Handle = INVALID_HANDLE_VALUE;
-    }
-}
-
 void OpenInTime(OpenRequest& request) {
     WriteLog(3, "CreateFile(%s)...", request.FileName);
     const DWORD startTick = GetTickCount();
     SetLastError(ERROR_SUCCESS);
-    request.Handle = OpenNow(request);
+    request.File.Reset(OpenNow(request));
     request.Error = GetLastError();
-    if (request.Handle == INVALID_HANDLE_VALUE) {
+    if (!request.File) {
         WriteLog(3, " err=%s", ErrorName(request.Error));
         return;
     }
-    WriteLog(3, " h=0x%p", request.Handle);
+    WriteLog(3, " h=0x%p", request.File.Get());
     if (GetTickCount() - startTick > request.LatestMs) {
         WriteLog(3, " too late -> CloseHandle");
-        CloseResult(request);
+        request.File.Reset();
         request.Error = ERROR_TIMEOUT;
     }
 }
 
 DWORD RunRequest(OpenRequest* request) {
     OpenInTime(*request);
-    const DWORD exitCode = request->Handle != INVALID_HANDLE_VALUE;
+    const DWORD exitCode = request->File.IsOpen();
     if (InterlockedCompareExchange(&request->State, Finished, Running) == Abandoned) {
-        CloseResult(*request);
-        delete request;
+        delete request; // closes the file
     }
     return exitCode;
 }
@@ -73,15 +66,14 @@ DWORD WINAPI CreateFile_ThreadProc(LPVOID parameter) {
 // The caller goes without a result.
 void AbandonRequest(OpenRequest* request) {
     if (InterlockedCompareExchange(&request->State, Abandoned, Running) == Finished) {
-        CloseResult(*request);
-        delete request;
+        delete request; // closes the file
     }
 }
 
 // The result of a thread that has ended. The last error is that of the open.
 HANDLE TakeResult(OpenRequest& request, DWORD exitCode) {
     if (exitCode == 1) {
-        return request.Handle;
+        return request.File.Release();
     }
     if (request.Error == ERROR_FILE_NOT_FOUND) {
         return OpenNow(request); // a name that does not exist cannot hang
@@ -103,31 +95,29 @@ HANDLE CreateFileTimeout(const char* name, DWORD access, DWORD share, DWORD disp
     request->Flags = flags;
     request->LatestMs = timeoutMs > SafetyMs ? timeoutMs - SafetyMs : timeoutMs;
     request->Error = ERROR_SUCCESS;
-    request->Handle = INVALID_HANDLE_VALUE;
     request->State = Running;
 
     const DWORD startTick = GetTickCount();
     DWORD threadId = 0;
-    const HANDLE thread = CreateThread(nullptr, 0, CreateFile_ThreadProc, request, 0, &threadId);
+    OwnedThread thread(CreateThread(nullptr, 0, CreateFile_ThreadProc, request, 0, &threadId));
     if (!thread) {
         LastErrorKeeper keep;
         delete request;
         return INVALID_HANDLE_VALUE;
     }
     WriteLog(3, "thread CreateFile_ThreadProc created ThreadId=%04u waiting upto %u ms", threadId, timeoutMs);
-    const DWORD waitResult = WaitForSingleObject(thread, timeoutMs);
+    const DWORD waitResult = WaitForSingleObject(thread.Get(), timeoutMs);
     WriteLog(3, "waitres=%u after %u ms", waitResult, GetTickCount() - startTick);
     if (waitResult != WAIT_OBJECT_0) {
-        CloseHandle(thread);
+        thread.Reset();
         AbandonRequest(request);
         SetLastError(ERROR_TIMEOUT);
         return INVALID_HANDLE_VALUE;
     }
     DWORD exitCode = 0;
-    (void)GetExitCodeThread(thread, &exitCode); // without one the request's error tells what to do
+    (void)GetExitCodeThread(thread.Get(), &exitCode); // without one the request's error tells what to do
     const HANDLE result = TakeResult(*request, exitCode);
     LastErrorKeeper keep;
     delete request;
-    CloseHandle(thread);
     return result;
 }

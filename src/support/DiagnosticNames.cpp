@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "support/BoundedText.h"
+#include "support/Handles.h"
 #include "support/InterfaceClasses.h"
 #include "support/ScopeGuard.h"
 #include "support/StringTools.h"
@@ -386,16 +387,17 @@ const char* ErrorText(DWORD code) {
     static DWORD next;
     LastErrorKeeper keep; // the question for the text may itself fail
     char(&text)[288] = ring[next++ % RingSize];
-    char* systemText = nullptr;
-    const DWORD length = FormatMessageA(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code,
-                                        NeutralDefaultLanguage, reinterpret_cast<LPSTR>(&systemText), 0, nullptr);
+    OwnedLocalText systemText;
+    const DWORD length =
+        FormatMessageA(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code,
+                       NeutralDefaultLanguage, reinterpret_cast<LPSTR>(systemText.Receive()), 0, nullptr);
     if (length == 0 || !systemText) {
         FormatText(text, "%u", code);
         return text;
     }
     char line[MaxSystemText + 1];
-    CopyText(line, systemText);
-    LocalFree(systemText);
+    CopyText(line, systemText.Get());
+    systemText.Reset();
     ReplaceChar(line, '\n', ' ');
     ReplaceChar(line, '\r', ' ');
     FormatText(text, "%s -> %s", ErrorName(code), line);

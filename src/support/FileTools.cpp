@@ -4,9 +4,9 @@
 
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
 #include "support/PathTools.h"
-#include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
 namespace {
@@ -62,13 +62,13 @@ int FileExists(const char* path) {
 
 int CanOpen(const char* path) {
     WriteLog(3, "CanOpen(%s)...", path);
-    const HANDLE file = CreateFileA(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                    OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
+    OwnedFile file(CreateFileA(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                               OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    if (!file) {
         WriteLog(3, " err=%s", LastErrorName());
         return 0;
     }
-    CloseHandle(file);
+    file.Reset();
     WriteLog(3, " ok");
     return 1;
 }
@@ -85,14 +85,12 @@ int IsFolder(const char* path) {
 
 ULONGLONG GetFileWriteTime(const char* path) {
     FILETIME written = {};
-    const HANDLE file = CreateFileA(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file != INVALID_HANDLE_VALUE) {
-        if (!GetFileTime(file, nullptr, nullptr, &written)) {
-            written = {};
-        }
-        CloseHandle(file);
+    OwnedFile file(CreateFileA(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                               FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (file && !GetFileTime(file.Get(), nullptr, nullptr, &written)) {
+        written = {};
     }
+    file.Reset();
     WriteLog(4, "GetFileWriteTime(%s) = %08X,%08X", path, written.dwHighDateTime, written.dwLowDateTime);
     return (static_cast<ULONGLONG>(written.dwHighDateTime) << 32) | written.dwLowDateTime;
 }
@@ -106,16 +104,15 @@ int RemoveZoneIdentifiers(const char* folder) {
     char pattern[MAX_PATH + 2];
     FormatText(pattern, "%s\\*", directory);
     WIN32_FIND_DATAA entry;
-    const HANDLE search = FindFirstFileA(pattern, &entry);
-    if (search == INVALID_HANDLE_VALUE) {
+    const OwnedFind search(FindFirstFileA(pattern, &entry));
+    if (!search) {
         return 0;
     }
-    auto close = OnScopeExit([&] { FindClose(search); });
     int removed = 0;
     do {
         if (!(entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && RemoveZoneIdentifier(directory, entry.cFileName)) {
             removed = 1;
         }
-    } while (FindNextFileA(search, &entry));
+    } while (FindNextFileA(search.Get(), &entry));
     return removed;
 }

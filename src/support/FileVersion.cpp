@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "support/BoundedText.h"
+#include "support/Handles.h"
 #include "support/ProcessState.h"
 #include "support/ScopeGuard.h"
 #include "support/SystemTools.h"
@@ -93,14 +94,11 @@ int ReadVersion(HMODULE library, const char* path, FileVersion* out) {
 
 int GetFileVersionData(const char* path, FileVersion* out) {
     *out = {};
-    const HMODULE library = LoadSystemLibrary("version.dll");
-    const int result = library ? ReadVersion(library, path, out) : 0;
+    const OwnedLibrary library(LoadSystemLibrary("version.dll"));
+    const int result = library ? ReadVersion(library.Get(), path, out) : 0;
     LastErrorKeeper keep;
     if (!result) {
         FormatText(out->Text, "ERROR%u", keep.Error());
-    }
-    if (library) {
-        FreeLibrary(library);
     }
     return result;
 }

@@ -1,6 +1,6 @@
 #include "support/KeyAccess.h"
 
-#include "support/ScopeGuard.h"
+#include "support/Handles.h"
 
 namespace {
 
@@ -9,14 +9,13 @@ constexpr char EveryoneFullAccess[] = "D:(A;OICI;GA;;;WD)";
 
 // Sets an access list that gives everybody everything. A failure shows in the caller's next open.
 void SetEveryoneFullAccess(HKEY handle) {
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(EveryoneFullAccess, SDDL_REVISION_1, &descriptor,
+    OwnedSecurityDescriptor descriptor;
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(EveryoneFullAccess, SDDL_REVISION_1, descriptor.Receive(),
                                                               nullptr)) {
         return;
     }
-    auto release = OnScopeExit([&] { LocalFree(descriptor); });
-    if (IsValidSecurityDescriptor(descriptor)) {
-        (void)RegSetKeySecurity(handle, DACL_SECURITY_INFORMATION, descriptor);
+    if (IsValidSecurityDescriptor(descriptor.Get())) {
+        (void)RegSetKeySecurity(handle, DACL_SECURITY_INFORMATION, descriptor.Get());
     }
 }
 
@@ -28,46 +27,38 @@ PSECURITY_DESCRIPTOR ReadAccessList(HKEY handle) {
     if (size == 0) {
         return nullptr;
     }
-    PSECURITY_DESCRIPTOR list = LocalAlloc(LPTR, size);
-    if (!list) {
-        return nullptr;
+    OwnedSecurityDescriptor list(LocalAlloc(LPTR, size));
+    if (!list || RegGetKeySecurity(handle, DACL_SECURITY_INFORMATION, list.Get(), &size) != ERROR_SUCCESS) {
+        return nullptr; // without the former list there is nothing to put back, so the key must stay as it is
     }
-    if (RegGetKeySecurity(handle, DACL_SECURITY_INFORMATION, list, &size) != ERROR_SUCCESS) {
-        // Without the former list there is nothing to put back, so the key must stay as it is.
-        LocalFree(list);
-        return nullptr;
-    }
-    return list;
+    return list.Release();
 }
 
 // Puts a list back. Returns: whether it could be.
 bool SetAccessList(HKEY root, const char* key, PSECURITY_DESCRIPTOR list) {
-    HKEY handle = nullptr;
-    if (RegOpenKeyExA(root, key, 0, WRITE_DAC | READ_CONTROL, &handle) != ERROR_SUCCESS) {
+    OwnedKey handle;
+    if (RegOpenKeyExA(root, key, 0, WRITE_DAC | READ_CONTROL, handle.Receive()) != ERROR_SUCCESS) {
         return false;
     }
-    const bool isSet = RegSetKeySecurity(handle, DACL_SECURITY_INFORMATION, list) == ERROR_SUCCESS;
-    RegCloseKey(handle);
-    return isSet;
+    return RegSetKeySecurity(handle.Get(), DACL_SECURITY_INFORMATION, list) == ERROR_SUCCESS;
 }
 
 } // namespace
 
 PSECURITY_DESCRIPTOR RegGrantKeyAccess(HKEY root, const char* key) {
-    HKEY handle = nullptr;
-    if (RegOpenKeyExA(root, key, 0, WRITE_DAC | READ_CONTROL, &handle) != ERROR_SUCCESS) {
+    OwnedKey handle;
+    if (RegOpenKeyExA(root, key, 0, WRITE_DAC | READ_CONTROL, handle.Receive()) != ERROR_SUCCESS) {
         return nullptr;
     }
-    auto close = OnScopeExit([&] { RegCloseKey(handle); });
-    PSECURITY_DESCRIPTOR list = ReadAccessList(handle);
+    PSECURITY_DESCRIPTOR list = ReadAccessList(handle.Get());
     if (list) {
-        SetEveryoneFullAccess(handle);
+        SetEveryoneFullAccess(handle.Get());
     }
     return list;
 }
 
 int RegRestoreKeyAccess(HKEY root, const char* key, PSECURITY_DESCRIPTOR list) {
-    auto release = OnScopeExit([&] { LocalFree(list); });
+    const OwnedSecurityDescriptor owned(list);
     // A key that stays open to everybody is worse than a late one, and nobody else knows the list any more.
     for (int tries = 0; tries < RestoreTries; ++tries) {
         if (SetAccessList(root, key, list)) {

@@ -5,6 +5,7 @@
 
 #include "keys/ConfigurationKeys.h"
 #include "support/BoundedText.h"
+#include "support/Handles.h"
 #include "support/LogFileOpening.h"
 #include "support/LogFileRotation.h"
 #include "support/PathTools.h"
@@ -106,10 +107,7 @@ void SetLogFileName(const char* name) {
         return;
     }
     CopyText(g_Log.LogFileName, name);
-    if (s_file != INVALID_HANDLE_VALUE) {
-        CloseHandle(s_file);
-        s_file = INVALID_HANDLE_VALUE;
-    }
+    CloseGlobal<FileKind>(s_file);
 }
 
 // The steps of LogFile_ReadSettings.
@@ -144,17 +142,14 @@ void BuildSecurity() {
     if (s_pSecurity) {
         return;
     }
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(EveryoneFullAccess, SDDL_REVISION_1, &descriptor,
-                                                              nullptr)) {
-        return;
-    }
-    if (!IsValidSecurityDescriptor(descriptor)) {
-        LocalFree(descriptor);
+    OwnedSecurityDescriptor descriptor;
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(EveryoneFullAccess, SDDL_REVISION_1, descriptor.Receive(),
+                                                              nullptr) ||
+        !IsValidSecurityDescriptor(descriptor.Get())) {
         return;
     }
     s_security.nLength = sizeof(s_security);
-    s_security.lpSecurityDescriptor = descriptor;
+    s_security.lpSecurityDescriptor = descriptor.Release();
     s_security.bInheritHandle = FALSE;
     s_ownsDescriptor = 1;
     s_pSecurity = &s_security;
@@ -184,10 +179,9 @@ void ReplaceMissingDrive() {
 // no hope to make it, so that the log needs no closer thread.
 int CreateLogFile() {
     for (int attempt = 1; attempt <= CreateAttempts; ++attempt) {
-        const HANDLE file = CreateFileA(g_Log.LogFileName, GENERIC_WRITE, FILE_SHARE_READ, s_pSecurity, CREATE_NEW,
-                                        FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (file != INVALID_HANDLE_VALUE) {
-            CloseHandle(file);
+        const OwnedFile file(CreateFileA(g_Log.LogFileName, GENERIC_WRITE, FILE_SHARE_READ, s_pSecurity, CREATE_NEW,
+                                         FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (file) {
             return 1;
         }
         const DWORD error = GetLastError();
@@ -323,10 +317,7 @@ void CloseIfIdle() {
     if (!TryEnterCriticalSection(&s_logLock)) {
         return; // a writer is at work, and its event will bring the thread back
     }
-    if (s_file != INVALID_HANDLE_VALUE) {
-        CloseHandle(s_file);
-        s_file = INVALID_HANDLE_VALUE;
-    }
+    CloseGlobal<FileKind>(s_file);
     s_request.DropLateAnswer();
     LeaveCriticalSection(&s_logLock);
 }
@@ -334,11 +325,9 @@ void CloseIfIdle() {
 void CloseAtEnd() {
     LockGuard lock(s_logLock);
     s_request.DropLateAnswer();
-    if (s_file != INVALID_HANDLE_VALUE) {
-        const HANDLE file = s_file;
-        s_file = INVALID_HANDLE_VALUE;
+    const OwnedFile file(std::exchange(s_file, INVALID_HANDLE_VALUE));
+    if (file) {
         Sleep(RetryMs);
-        CloseHandle(file);
     }
 }
 
@@ -422,24 +411,18 @@ void LogFile_Exit() {
     bool closerHasEnded = true;
     if (s_closerThread) {
         closerHasEnded = WaitForSingleObject(s_closerThread, ExitWaitMs) == WAIT_OBJECT_0;
-        CloseHandle(s_closerThread);
-        s_closerThread = nullptr;
+        CloseGlobal<ThreadKind>(s_closerThread);
     }
-    CloseHandle(s_writeEvent);
-    s_writeEvent = nullptr;
+    CloseGlobal<EventKind>(s_writeEvent);
 
     g_Log.LogLevel = 0;
     {
         LockGuard lock(s_logLock);
-        if (s_file != INVALID_HANDLE_VALUE) {
-            CloseHandle(s_file);
-            s_file = INVALID_HANDLE_VALUE;
-        }
+        CloseGlobal<FileKind>(s_file);
     }
     s_pSecurity = nullptr;
     if (s_ownsDescriptor) {
-        LocalFree(s_security.lpSecurityDescriptor);
-        s_security.lpSecurityDescriptor = nullptr;
+        CloseGlobal<LocalKind<PSECURITY_DESCRIPTOR>>(s_security.lpSecurityDescriptor);
         s_ownsDescriptor = 0;
     }
     for (DWORD waited = 0; s_writers != 0 && waited < ExitWaitMs; waited += RetryMs) {

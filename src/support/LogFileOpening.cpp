@@ -1,7 +1,7 @@
 #include "support/LogFileOpening.h"
 
 #include "support/BoundedText.h"
-#include "support/ScopeGuard.h"
+#include "support/Handles.h"
 #include "support/StringTools.h"
 #include "support/SystemTools.h"
 
@@ -91,11 +91,8 @@ void LogFileOpening_Init() {
     if (s_finalPath) {
         return;
     }
-    const HMODULE kernel = LoadSystemLibrary("kernel32.dll");
-    s_finalPath = FindOperation<FinalPathOperation>(kernel, "GetFinalPathNameByHandleA");
-    if (kernel) {
-        FreeLibrary(kernel); // it never leaves the process
-    }
+    const SystemLibrary kernel("kernel32.dll"); // which never leaves the process, nor does its operation
+    s_finalPath = kernel.Find<FinalPathOperation>("GetFinalPathNameByHandleA");
 }
 
 LogFileAnswer OpenLogFileNow(const char* name, SECURITY_ATTRIBUTES* security) {
@@ -110,8 +107,7 @@ LogFileAnswer OpenLogFileNow(const char* name, SECURITY_ATTRIBUTES* security) {
     answer.Identity = IdentityOf(answer.File, name);
     if (answer.Identity != LogFileIdentity::Own) {
         answer.Error = answer.Identity == LogFileIdentity::Unknown ? GetLastError() : DWORD{ERROR_ACCESS_DENIED};
-        CloseHandle(answer.File);
-        answer.File = INVALID_HANDLE_VALUE;
+        CloseGlobal<FileKind>(answer.File);
     }
     return answer;
 }
@@ -128,10 +124,7 @@ bool LogFileRequest::Init() {
 void LogFileRequest::Exit() {
     DropLateAnswer();
     SetState(m_state, Idle);
-    if (m_answered) {
-        CloseHandle(m_answered);
-        m_answered = nullptr;
-    }
+    CloseGlobal<EventKind>(m_answered);
 }
 
 LogFileAnswer LogFileRequest::Take() {
@@ -164,10 +157,7 @@ LogFileAnswer LogFileRequest::Ask(const char* name, SECURITY_ATTRIBUTES* securit
 
 void LogFileRequest::DropLateAnswer() {
     if (StateOf(m_state) == Answered) {
-        const LogFileAnswer late = Take();
-        if (late.File != INVALID_HANDLE_VALUE) {
-            CloseHandle(late.File);
-        }
+        (void)OwnedFile(Take().File);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/win32.h"
 #include "support/BoundedText.h"
+#include "support/Handles.h"
 #include "support/StringTools.h"
 #include "support/ThreadTools.h"
 
@@ -71,13 +72,12 @@ bool RotateLogFile(const char* name) {
     }
     Set(s_isGivenUp, 0);
     Set(s_isBusy, 1);
-    const HANDLE thread = StartThread(LogFile_Backup_ThreadProc, nullptr);
+    const OwnedThread thread(StartThread(LogFile_Backup_ThreadProc, nullptr));
     if (!thread) {
         Set(s_isBusy, 0);
         return false;
     }
-    const bool hasEnded = WaitForSingleObject(thread, RotationWaitMs) == WAIT_OBJECT_0;
+    const bool hasEnded = WaitForSingleObject(thread.Get(), RotationWaitMs) == WAIT_OBJECT_0;
     Set(s_isGivenUp, 1);
-    CloseHandle(thread);
     return hasEnded;
 }

@@ -35,8 +35,8 @@ void TakeVersion(const Info& info, OsVersion* out) {
 
 // RtlGetVersion tells the truth; GetVersionExA tells a program without a manifest what it was made for.
 void ReadApiVersion(OsVersion* out) {
-    const HMODULE ntdll = LoadSystemLibrary("ntdll.dll");
-    const auto rtlGetVersion = FindOperation<RtlGetVersionOperation>(ntdll, "RtlGetVersion");
+    const SystemLibrary ntdll("ntdll.dll");
+    const auto rtlGetVersion = ntdll.Find<RtlGetVersionOperation>("RtlGetVersion");
     if (rtlGetVersion) {
         OSVERSIONINFOEXW info = {};
         info.dwOSVersionInfoSize = sizeof(info);
@@ -50,20 +50,14 @@ void ReadApiVersion(OsVersion* out) {
             TakeVersion(info, out);
         }
     }
-    if (ntdll) {
-        FreeLibrary(ntdll);
-    }
 }
 
 DWORD ReadIsWow64() {
     BOOL isWow64 = FALSE;
-    const HMODULE kernel = LoadSystemLibrary("kernel32.dll");
-    const auto isWow64Process = FindOperation<IsWow64ProcessOperation>(kernel, "IsWow64Process");
+    const SystemLibrary kernel("kernel32.dll");
+    const auto isWow64Process = kernel.Find<IsWow64ProcessOperation>("IsWow64Process");
     if (isWow64Process && !isWow64Process(GetCurrentProcess(), &isWow64)) {
         isWow64 = FALSE;
-    }
-    if (kernel) {
-        FreeLibrary(kernel);
     }
     return isWow64 ? 1 : 0;
 }

@@ -2,10 +2,10 @@
 
 #include "support/BoundedText.h"
 #include "support/DiagnosticNames.h"
+#include "support/Handles.h"
 #include "support/KeyAccess.h"
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
-#include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
 namespace {
@@ -26,20 +26,20 @@ struct KeyOutcome {
 // firstRoot: of the first open; secondRoot: of the one behind the grant. work: LONG(HKEY), a registry error.
 template<typename Work>
 KeyOutcome WithKey(HKEY firstRoot, HKEY secondRoot, const char* key, REGSAM rights, Work work) {
-    HKEY handle = nullptr;
+    OwnedKey handle;
     PSECURITY_DESCRIPTOR formerList = nullptr;
-    LONG error = RegOpenKeyExA(firstRoot, key, 0, rights, &handle);
+    LONG error = RegOpenKeyExA(firstRoot, key, 0, rights, handle.Receive());
     if (error == static_cast<LONG>(ERROR_ACCESS_DENIED)) {
         formerList = RegGrantKeyAccess(HKEY_LOCAL_MACHINE, key);
         if (!formerList) {
             return {false, ERROR_ACCESS_DENIED};
         }
-        error = RegOpenKeyExA(secondRoot, key, 0, rights, &handle);
+        error = RegOpenKeyExA(secondRoot, key, 0, rights, handle.Receive());
     }
     const bool opened = error == static_cast<LONG>(ERROR_SUCCESS);
     if (opened) {
-        error = work(handle);
-        RegCloseKey(handle);
+        error = work(handle.Get());
+        handle.Reset(); // before the access list comes back, which an open handle would survive
     }
     // The work is done and its result counts, but whoever may write to this key from now on must be known.
     if (formerList && !RegRestoreKeyAccess(HKEY_LOCAL_MACHINE, key, formerList)) {
@@ -99,34 +99,34 @@ LONG WriteText(HKEY handle, const char* name, const char* text) {
 } // namespace
 
 int RegDeleteValue(HKEY root, const char* key, const char* name) {
-    HKEY handle = nullptr;
-    LONG error = RegOpenKeyExA(root, key, 0, KEY_WRITE, &handle);
+    OwnedKey handle;
+    LONG error = RegOpenKeyExA(root, key, 0, KEY_WRITE, handle.Receive());
     if (error == static_cast<LONG>(ERROR_SUCCESS)) {
-        error = RegDeleteValueA(handle, name);
-        RegCloseKey(handle);
+        error = RegDeleteValueA(handle.Get(), name);
+        handle.Reset();
     }
     WriteLog(1, "RegDeleteValue(%s, %s)  err=%u", key, name, static_cast<DWORD>(error));
     return Finish(static_cast<DWORD>(error));
 }
 
 int RegValueExists(HKEY root, const char* key, const char* name) {
-    HKEY handle = nullptr;
-    LONG error = RegOpenKeyExA(root, key, 0, KEY_QUERY_VALUE, &handle);
+    OwnedKey handle;
+    LONG error = RegOpenKeyExA(root, key, 0, KEY_QUERY_VALUE, handle.Receive());
     if (error == static_cast<LONG>(ERROR_SUCCESS)) {
-        error = RegQueryValueExA(handle, name, nullptr, nullptr, nullptr, nullptr);
-        RegCloseKey(handle);
+        error = RegQueryValueExA(handle.Get(), name, nullptr, nullptr, nullptr, nullptr);
+        handle.Reset();
     }
     return Finish(static_cast<DWORD>(error));
 }
 
 DWORD RegGetKeyWriteTime(HKEY root, const char* key, FILETIME* time) {
-    HKEY handle = nullptr;
-    LONG error = RegOpenKeyExA(root, key, 0, KEY_READ, &handle);
+    OwnedKey handle;
+    LONG error = RegOpenKeyExA(root, key, 0, KEY_READ, handle.Receive());
     if (error == static_cast<LONG>(ERROR_SUCCESS)) {
         FILETIME written = {};
-        error = RegQueryInfoKeyA(handle, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+        error = RegQueryInfoKeyA(handle.Get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                                  nullptr, nullptr, &written);
-        RegCloseKey(handle);
+        handle.Reset();
         if (error == static_cast<LONG>(ERROR_SUCCESS)) {
             *time = written;
         }
@@ -201,11 +201,11 @@ int RegReadDisplayString(HKEY root, const char* key, const char* name, char* buf
         return Finish(ERROR_INVALID_PARAMETER);
     }
     buffer[0] = '\0';
-    HKEY handle = nullptr;
-    LONG error = RegOpenKeyExA(root, key, 0, KEY_QUERY_VALUE, &handle);
+    OwnedKey handle;
+    LONG error = RegOpenKeyExA(root, key, 0, KEY_QUERY_VALUE, handle.Receive());
     if (error == static_cast<LONG>(ERROR_SUCCESS)) {
-        error = QueryText(handle, name, buffer, size);
-        RegCloseKey(handle);
+        error = QueryText(handle.Get(), name, buffer, size);
+        handle.Reset();
     }
     return Finish(static_cast<DWORD>(error)) && buffer[0] != '\0';
 }
@@ -252,17 +252,16 @@ void RegChangeValue(HKEY root, const char* key, const char* name, const char* se
 
 void RegChangeAllValues(HKEY root, const char* key, const char* search, const char* replace) {
     WriteLog(2, "RegChangeAllValues(%s, %s, %s)", key, search, replace);
-    HKEY handle = nullptr;
-    const LONG error = RegOpenKeyExA(HKEY_LOCAL_MACHINE, key, 0, KEY_ALL_ACCESS, &handle);
+    OwnedKey handle;
+    const LONG error = RegOpenKeyExA(HKEY_LOCAL_MACHINE, key, 0, KEY_ALL_ACCESS, handle.Receive());
     if (error != static_cast<LONG>(ERROR_SUCCESS)) {
         SetLastError(static_cast<DWORD>(error));
         return;
     }
-    auto close = OnScopeExit([&] { RegCloseKey(handle); });
     for (DWORD index = 0;; ++index) {
         char name[MaxValueName + 1];
         DWORD length = sizeof(name);
-        if (RegEnumValueA(handle, index, name, &length, nullptr, nullptr, nullptr, nullptr) !=
+        if (RegEnumValueA(handle.Get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) !=
             static_cast<LONG>(ERROR_SUCCESS)) {
             break;
         }

@@ -1,5 +1,5 @@
-// Small owners for what has to be given back on every road out of a function: any clean-up, the last error, a lock,
-// a handle, blocks of the replaced operator new. None of them can be copied. Any thread.
+// Small owners for what has to be given back however a function ends: any clean-up, the last error, a lock, blocks of
+// the replaced operator new. Handles have theirs in Handles.h. None of them can be copied. Any thread.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 #include "platform/win32.h"
 
-// auto guard = OnScopeExit([&] { RegCloseKey(key); });   Dismiss() takes the promise back.
+// auto guard = OnScopeExit([&] { LogEnd(); });   Dismiss() takes the promise back.
 template<typename Action>
 class [[nodiscard]] ScopeExit {
 public:
@@ -44,34 +44,6 @@ public:
 
 private:
     DWORD m_error;
-};
-
-// A handle of Windows for the length of the scope, null or INVALID_HANDLE_VALUE for none. Closing keeps the last error.
-class OwnedHandle {
-public:
-    OwnedHandle() = default;
-    explicit OwnedHandle(HANDLE handle) : m_handle(handle) {}
-    ~OwnedHandle() { Reset(); }
-    OwnedHandle(const OwnedHandle&) = delete;
-    OwnedHandle& operator=(const OwnedHandle&) = delete;
-    void Reset(HANDLE handle = nullptr) {
-        if (IsOpen()) {
-            const LastErrorKeeper keep;
-            CloseHandle(m_handle);
-        }
-        m_handle = handle;
-    }
-    HANDLE Release() { return std::exchange(m_handle, nullptr); }
-    HANDLE Get() const { return m_handle; }
-    // For an operation that gives a handle. What was held is closed before.
-    HANDLE* Receive() {
-        Reset();
-        return &m_handle;
-    }
-    bool IsOpen() const { return m_handle != nullptr && m_handle != INVALID_HANDLE_VALUE; }
-
-private:
-    HANDLE m_handle = nullptr;
 };
 
 // Holds a critical section for the length of the scope.

@@ -1,8 +1,8 @@
 #include "support/SystemTools.h"
 
 #include "support/BoundedText.h"
+#include "support/Handles.h"
 #include "support/LogFile.h"
-#include "support/ScopeGuard.h"
 
 namespace {
 
@@ -13,14 +13,13 @@ using SetDllDirectoryOperation = BOOL(WINAPI*)(LPCSTR);
 using SetDefaultDllDirectoriesOperation = BOOL(WINAPI*)(DWORD);
 
 DWORD FindProcess(const char* name) {
-    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    if (snapshot == INVALID_HANDLE_VALUE) {
+    const OwnedFile snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    if (!snapshot) {
         return 0;
     }
-    auto close = OnScopeExit([&] { CloseHandle(snapshot); });
     PROCESSENTRY32 entry = {};
     entry.dwSize = sizeof(entry);
-    for (BOOL more = Process32First(snapshot, &entry); more; more = Process32Next(snapshot, &entry)) {
+    for (BOOL more = Process32First(snapshot.Get(), &entry); more; more = Process32Next(snapshot.Get(), &entry)) {
         if (lstrcmpiA(entry.szExeFile, name) == 0) {
             return entry.th32ProcessID;
         }
@@ -62,16 +61,13 @@ int IsSubstDrive(char letter) {
 }
 
 void NarrowDllSearch() {
-    const HMODULE kernel = LoadSystemLibrary("kernel32.dll");
-    const auto setDllDirectory = FindOperation<SetDllDirectoryOperation>(kernel, "SetDllDirectoryA");
+    const SystemLibrary kernel("kernel32.dll");
+    const auto setDllDirectory = kernel.Find<SetDllDirectoryOperation>("SetDllDirectoryA");
     if (setDllDirectory) {
         setDllDirectory("");
     }
-    const auto setDirectories = FindOperation<SetDefaultDllDirectoriesOperation>(kernel, "SetDefaultDllDirectories");
+    const auto setDirectories = kernel.Find<SetDefaultDllDirectoriesOperation>("SetDefaultDllDirectories");
     if (setDirectories) {
         setDirectories(SearchSystemDirectoryOnly);
-    }
-    if (kernel) {
-        FreeLibrary(kernel);
     }
 }

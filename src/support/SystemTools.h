@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/win32.h"
+#include "support/Handles.h"
 
 // Id of the first process of that image name, blind to case; 0 if there is none. Logs at level 3.
 DWORD GetProcessIdByName(const char* name);
@@ -34,20 +35,13 @@ Operation FindOperation(HMODULE library, const char* name) {
 class SystemLibrary {
 public:
     explicit SystemLibrary(const char* name) : m_module(LoadSystemLibrary(name)) {}
-    ~SystemLibrary() {
-        if (m_module) {
-            FreeLibrary(m_module);
-        }
-    }
-    SystemLibrary(const SystemLibrary&) = delete;
-    SystemLibrary& operator=(const SystemLibrary&) = delete;
 
     // Null, with the last error, if the library or the operation is not there. Not to be called after the destructor.
     template<typename Operation>
     Operation Find(const char* name) const {
-        return FindOperation<Operation>(m_module, name);
+        return FindOperation<Operation>(m_module.Get(), name);
     }
 
 private:
-    HMODULE m_module;
+    OwnedLibrary m_module;
 };

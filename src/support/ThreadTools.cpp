@@ -1,5 +1,6 @@
 #include "support/ThreadTools.h"
 
+#include "support/Handles.h"
 #include "support/LogFile.h"
 
 HANDLE StartThread(LPTHREAD_START_ROUTINE procedure, void* parameter) {
@@ -9,21 +10,20 @@ HANDLE StartThread(LPTHREAD_START_ROUTINE procedure, void* parameter) {
 
 int StartThreadLogged(const char* name, LPTHREAD_START_ROUTINE procedure, void* parameter) {
     DWORD threadId = 0;
-    const HANDLE thread = CreateThread(nullptr, 0, procedure, parameter, CREATE_SUSPENDED, &threadId);
+    const OwnedThread thread(CreateThread(nullptr, 0, procedure, parameter, CREATE_SUSPENDED, &threadId));
     if (!thread) {
         return 0;
     }
     if (name) {
         WriteLog(3, "thread %s created ThreadId=%04u", name, threadId);
     }
-    ResumeThread(thread);
-    CloseHandle(thread);
+    ResumeThread(thread.Get());
     return 1;
 }
 
 DWORD StartThreadForId(const char* name, LPTHREAD_START_ROUTINE procedure, void* parameter) {
     DWORD threadId = 0;
-    const HANDLE thread = CreateThread(nullptr, 0, procedure, parameter, 0, &threadId);
+    const OwnedThread thread(CreateThread(nullptr, 0, procedure, parameter, 0, &threadId));
     if (!thread) {
         return 0;
     }
@@ -32,6 +32,5 @@ DWORD StartThreadForId(const char* name, LPTHREAD_START_ROUTINE procedure, void*
     } else {
         WriteLog(3, "thread created ThreadId=%04u", threadId);
     }
-    CloseHandle(thread);
     return threadId;
 }

@@ -19,29 +19,22 @@ UINT AskWindow(HWND window) {
     if (g_Os.VersionBcd < BcdTen || g_Os.BuildNumber < FirstBuildWithWindowDpi) {
         return 0;
     }
-    const HMODULE user = LoadSystemLibrary("user32.dll");
-    const auto getDpi = FindOperation<GetDpiForWindowOperation>(user, "GetDpiForWindow");
-    const UINT dpi = getDpi ? getDpi(window) : 0;
-    if (user) {
-        FreeLibrary(user);
-    }
-    return dpi;
+    const SystemLibrary user("user32.dll");
+    const auto getDpi = user.Find<GetDpiForWindowOperation>("GetDpiForWindow");
+    return getDpi ? getDpi(window) : 0;
 }
 
 UINT AskMonitor(HWND window) {
     if (g_Os.VersionBcd < BcdEightOne) {
         return 0;
     }
-    const HMODULE shcore = LoadSystemLibrary("Shcore.dll");
-    const auto getDpi = FindOperation<GetDpiForMonitorOperation>(shcore, "GetDpiForMonitor");
+    const SystemLibrary shcore("Shcore.dll");
+    const auto getDpi = shcore.Find<GetDpiForMonitorOperation>("GetDpiForMonitor");
     UINT x = 0;
     UINT y = 0;
     RECT place = {};
     if (getDpi && GetWindowRect(window, &place)) {
         (void)getDpi(MonitorFromRect(&place, MONITOR_DEFAULTTONEAREST), EffectiveDpi, &x, &y); // a failure leaves 0
-    }
-    if (shcore) {
-        FreeLibrary(shcore);
     }
     return x;
 }

@@ -5,8 +5,13 @@
 #pragma once
 
 #include "platform/win32.h"
+#include "support/Handles.h"
 
-// Called by the starter before it makes the thread, so that no thread exists that was not counted.
+// Makes a counted thread; its procedure holds a WorkerScope. flags: as for CreateThread. threadId: may be null.
+// Returns: the thread; nothing, with the last error, if there is none, and then nothing is counted.
+OwnedThread StartWorker(LPTHREAD_START_ROUTINE procedure, void* parameter, DWORD flags = 0, DWORD* threadId = nullptr);
+
+// Called by a starter of its own kind before it makes the thread, so that no thread exists that was not counted.
 void WorkerStarting();
 
 // Called as the thread's last step, and by the starter if the thread could not be made.
