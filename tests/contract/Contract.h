@@ -74,5 +74,7 @@ DWORD ErrorOf(Operation operation) {
     SetLastError(NoError);
     return operation() ? 0 : GetLastError();
 }
+#define EXPECT_ERROR(error, operation)                                                                                 \
+    EXPECT_EQ(contract::ErrorOf([&] { return (operation); }), static_cast<DWORD>(error)) << #operation
 
 } // namespace contract

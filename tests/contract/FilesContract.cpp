@@ -6,7 +6,6 @@
 
 namespace {
 
-using contract::ErrorOf;
 using contract::NoError;
 using contract::TempFile;
 
@@ -86,7 +85,7 @@ TEST_F(FilesContract, ReadingAndWriting) {
     EXPECT_EQ(Read(file, 40), "456789");
     EXPECT_EQ(Read(file, 4), "") << "success with nothing at the end";
     DWORD moved = 0;
-    EXPECT_EQ(ErrorOf([&] { return WriteFile(file, "x", 1, &moved, nullptr); }), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_ERROR(ERROR_ACCESS_DENIED, WriteFile(file, "x", 1, &moved, nullptr));
     CloseHandle(file);
     file = Open(name, GENERIC_WRITE, ShareAll);
     const HANDLE second = Open(name, GENERIC_WRITE, ShareAll);
@@ -123,11 +122,11 @@ TEST_F(FilesContract, Sharing) {
 
 TEST_F(FilesContract, RemovingAndRenamingOpenFiles) {
     HANDLE file = Open(name, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
-    EXPECT_EQ(ErrorOf([&] { return DeleteFileA(name.c_str()); }), DWORD{ERROR_SHARING_VIOLATION});
-    EXPECT_EQ(ErrorOf([&] { return MoveFileA(name.c_str(), other.c_str()); }), DWORD{ERROR_SHARING_VIOLATION});
+    EXPECT_ERROR(ERROR_SHARING_VIOLATION, DeleteFileA(name.c_str()));
+    EXPECT_ERROR(ERROR_SHARING_VIOLATION, MoveFileA(name.c_str(), other.c_str()));
     CloseHandle(file);
     Write(other, "");
-    EXPECT_EQ(ErrorOf([&] { return MoveFileA(name.c_str(), other.c_str()); }), DWORD{ERROR_ALREADY_EXISTS});
+    EXPECT_ERROR(ERROR_ALREADY_EXISTS, MoveFileA(name.c_str(), other.c_str()));
     EXPECT_TRUE(DeleteFileA(other.c_str()));
     file = Open(name, GENERIC_READ, ShareAll);
     EXPECT_TRUE(MoveFileA(name.c_str(), other.c_str()));
@@ -137,8 +136,8 @@ TEST_F(FilesContract, RemovingAndRenamingOpenFiles) {
                      OpenError(other, GENERIC_READ, ShareAll) == ERROR_ACCESS_DENIED);
     CloseHandle(file);
     EXPECT_EQ(OpenError(other, GENERIC_READ, ShareAll), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(ErrorOf([&] { return DeleteFileA(other.c_str()); }), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(ErrorOf([&] { return DeleteFileA(contract::TempFolder().c_str()); }), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_ERROR(ERROR_FILE_NOT_FOUND, DeleteFileA(other.c_str()));
+    EXPECT_ERROR(ERROR_ACCESS_DENIED, DeleteFileA(contract::TempFolder().c_str()));
 }
 
 TEST_F(FilesContract, Streams) {
@@ -150,7 +149,7 @@ TEST_F(FilesContract, Streams) {
     EXPECT_EQ(GetFileSize(file, nullptr), 10u) << "the file itself stays as it is";
     CloseHandle(file);
     EXPECT_TRUE(DeleteFileA(stream.c_str()));
-    EXPECT_EQ(ErrorOf([&] { return DeleteFileA(stream.c_str()); }), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_ERROR(ERROR_FILE_NOT_FOUND, DeleteFileA(stream.c_str()));
     EXPECT_EQ(OpenError(name, GENERIC_READ, ShareAll), 0u);
 }
 
@@ -173,7 +172,7 @@ TEST_F(FilesContract, WriteTimesAndSearch) {
     ASSERT_NE(find, INVALID_HANDLE_VALUE);
     EXPECT_EQ(data.nFileSizeLow, 10u);
     EXPECT_STREQ(data.cFileName, name.c_str() + name.rfind('\\') + 1);
-    EXPECT_EQ(ErrorOf([&] { return FindNextFileA(find, &data); }), DWORD{ERROR_NO_MORE_FILES});
+    EXPECT_ERROR(ERROR_NO_MORE_FILES, FindNextFileA(find, &data));
     EXPECT_TRUE(FindClose(find));
 }
 
@@ -199,7 +198,7 @@ TEST_F(FilesContract, SettingsFiles) {
 }
 
 TEST(ModuleContract, LibrariesAndVersions) {
-    EXPECT_EQ(ErrorOf([] { return LoadLibraryA("QuillmarchNone.dll") != nullptr; }), DWORD{ERROR_MOD_NOT_FOUND});
+    EXPECT_ERROR(ERROR_MOD_NOT_FOUND, LoadLibraryA("QuillmarchNone.dll") != nullptr);
     char directory[MAX_PATH], program[MAX_PATH];
     ASSERT_GT(GetSystemDirectoryA(directory, sizeof(directory)), 3u);
     const DWORD length = GetModuleFileNameA(nullptr, program, sizeof(program));
@@ -213,8 +212,7 @@ TEST(ModuleContract, LibrariesAndVersions) {
     const auto query = reinterpret_cast<BOOL(WINAPI*)(LPCVOID, LPCSTR, LPVOID*, PUINT)>(find("VerQueryValueA"));
     ASSERT_TRUE(getInfo && query);
     std::vector<char> data(4096 + 64);
-    EXPECT_EQ(ErrorOf([&] { return getInfo((system + "\\QuillmarchNone.dll").c_str(), 0, 4096, data.data()); }),
-              DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_ERROR(ERROR_FILE_NOT_FOUND, getInfo((system + "\\QuillmarchNone.dll").c_str(), 0, 4096, data.data()));
     ASSERT_TRUE(getInfo((system + "\\ntdll.dll").c_str(), 0, 4096, data.data()));
     void* part = nullptr;
     UINT size = 0;

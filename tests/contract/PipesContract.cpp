@@ -21,12 +21,8 @@ DWORD Write(HANDLE client, const std::string& text) {
         [&] { return WriteFile(client, text.data(), static_cast<DWORD>(text.size()), &written, nullptr); });
 }
 
-struct Message {
-    DWORD error;
-    std::string text;
-};
-
-Message Read(HANDLE server, DWORD bytes) {
+// The error, 0 for none, and what was read.
+std::pair<DWORD, std::string> Read(HANDLE server, DWORD bytes) {
     char buffer[64] = {};
     DWORD read = 0;
     const DWORD error = contract::ErrorOf([&] { return ReadFile(server, buffer, bytes, &read, nullptr); });
@@ -38,37 +34,32 @@ TEST(Pipes, AMessageStaysWholeAndALongOneComesInParts) {
     ASSERT_NE(server, INVALID_HANDLE_VALUE);
     HANDLE client = Client();
     ASSERT_NE(client, INVALID_HANDLE_VALUE) << "an instance listens from its making on";
-    EXPECT_EQ(contract::ErrorOf([&] { return ConnectNamedPipe(server, nullptr); }), DWORD{ERROR_PIPE_CONNECTED});
+    EXPECT_ERROR(ERROR_PIPE_CONNECTED, ConnectNamedPipe(server, nullptr));
     EXPECT_EQ(Write(client, "first"), 0u);
     EXPECT_EQ(Write(client, "second"), 0u);
     DWORD available = 0, left = 0;
     EXPECT_TRUE(PeekNamedPipe(server, nullptr, 0, nullptr, &available, &left));
     EXPECT_EQ(available, 11u);
     EXPECT_EQ(left, 5u);
-    Message message = Read(server, 64);
-    EXPECT_EQ(message.error, 0u);
-    EXPECT_EQ(message.text, "first");
-    message = Read(server, 4);
-    EXPECT_EQ(message.error, DWORD{ERROR_MORE_DATA});
-    EXPECT_EQ(message.text, "seco");
-    message = Read(server, 64);
-    EXPECT_EQ(message.error, 0u);
-    EXPECT_EQ(message.text, "nd");
+    using Message = std::pair<DWORD, std::string>;
+    EXPECT_EQ(Read(server, 64), (Message{0, "first"}));
+    EXPECT_EQ(Read(server, 4), (Message{ERROR_MORE_DATA, "seco"}));
+    EXPECT_EQ(Read(server, 64), (Message{0, "nd"}));
     CloseHandle(client);
-    EXPECT_EQ(Read(server, 64).error, DWORD{ERROR_BROKEN_PIPE});
+    EXPECT_EQ(Read(server, 64).first, DWORD{ERROR_BROKEN_PIPE});
     CloseHandle(server);
 }
 
 TEST(Pipes, EachStandOfAnInstanceHasItsError) {
-    EXPECT_EQ(contract::ErrorOf([] { return Client() != INVALID_HANDLE_VALUE; }), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_ERROR(ERROR_FILE_NOT_FOUND, Client() != INVALID_HANDLE_VALUE);
     HANDLE server = Server();
-    EXPECT_EQ(contract::ErrorOf([] { return Server() != INVALID_HANDLE_VALUE; }), DWORD{ERROR_PIPE_BUSY});
+    EXPECT_ERROR(ERROR_PIPE_BUSY, Server() != INVALID_HANDLE_VALUE);
     HANDLE client = Client();
-    EXPECT_EQ(contract::ErrorOf([] { return Client() != INVALID_HANDLE_VALUE; }), DWORD{ERROR_PIPE_BUSY});
+    EXPECT_ERROR(ERROR_PIPE_BUSY, Client() != INVALID_HANDLE_VALUE);
     CloseHandle(client);
-    EXPECT_EQ(contract::ErrorOf([&] { return ConnectNamedPipe(server, nullptr); }), DWORD{ERROR_NO_DATA});
+    EXPECT_ERROR(ERROR_NO_DATA, ConnectNamedPipe(server, nullptr));
     EXPECT_TRUE(DisconnectNamedPipe(server));
-    EXPECT_EQ(Read(server, 64).error, DWORD{ERROR_PIPE_NOT_CONNECTED});
+    EXPECT_EQ(Read(server, 64).first, DWORD{ERROR_PIPE_NOT_CONNECTED});
     CloseHandle(server);
 }
 

@@ -3,97 +3,69 @@
 
 namespace {
 
-using contract::ErrorOf;
-
 constexpr char Name[] = "QuillmarchContract";
 
+// A service that is registered and stopped.
 class ServiceManager : public testing::Test {
 protected:
     void SetUp() override {
         m_manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
         ASSERT_NE(m_manager, nullptr) << GetLastError();
+        m_service = Create(Name, Name);
+        ASSERT_NE(m_service, nullptr) << GetLastError();
     }
-    void TearDown() override { CloseServiceHandle(m_manager); }
-
-    SC_HANDLE Create() {
-        return CreateServiceA(m_manager, Name, Name, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START,
+    void TearDown() override {
+        if (m_service) {
+            EXPECT_TRUE(DeleteService(m_service));
+            CloseServiceHandle(m_service);
+        }
+        CloseServiceHandle(m_manager);
+    }
+    SC_HANDLE Create(const char* name, const char* shown, DWORD start = SERVICE_AUTO_START) {
+        return CreateServiceA(m_manager, name, shown, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, start,
                               SERVICE_ERROR_NORMAL, "C:\\Nowhere\\QuillmarchContract.exe", nullptr, nullptr, nullptr,
                               nullptr, nullptr);
     }
-
-    SC_HANDLE m_manager = nullptr;
+    SC_HANDLE m_manager = nullptr, m_service = nullptr;
 };
 
-TEST_F(ServiceManager, AServiceThatIsNotThereCannotBeOpened) {
-    EXPECT_EQ(ErrorOf([&] { return OpenServiceA(m_manager, "QuillmarchNever", SERVICE_QUERY_CONFIG); }),
-              DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
-}
-
-TEST_F(ServiceManager, AStoppedServiceTakesNoStopAndItsNameIsTaken) {
-    SC_HANDLE service = Create();
-    ASSERT_NE(service, nullptr) << GetLastError();
-    EXPECT_EQ(ErrorOf([&] { return Create(); }), DWORD{ERROR_SERVICE_EXISTS});
+TEST_F(ServiceManager, AStoppedServiceTakesNoStopAndBothItsNamesAreTaken) {
+    EXPECT_ERROR(ERROR_SERVICE_EXISTS, Create(Name, Name));
+    EXPECT_ERROR(1078, Create("QuillmarchSecond", Name));
+    EXPECT_ERROR(ERROR_INVALID_PARAMETER, Create("QuillmarchSecond", "Second", 77));
     SERVICE_STATUS status = {};
-    EXPECT_TRUE(QueryServiceStatus(service, &status));
+    EXPECT_TRUE(QueryServiceStatus(m_service, &status));
     EXPECT_EQ(status.dwCurrentState, DWORD{SERVICE_STOPPED});
     EXPECT_EQ(status.dwCheckPoint, 0u);
-    EXPECT_EQ(ErrorOf([&] { return ControlService(service, SERVICE_CONTROL_STOP, &status); }),
-              DWORD{ERROR_SERVICE_NOT_ACTIVE});
-    EXPECT_TRUE(DeleteService(service));
-    CloseServiceHandle(service);
-}
-
-TEST_F(ServiceManager, NoOtherServiceIsShownByItsName) {
-    SC_HANDLE service = Create();
-    ASSERT_NE(service, nullptr) << GetLastError();
-    const auto second = [&](const char* name, const char* shown, DWORD start) {
-        return ErrorOf([&] {
-            return CreateServiceA(m_manager, name, shown, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, start,
-                                  SERVICE_ERROR_NORMAL, "C:\\Nowhere\\Second.exe", nullptr, nullptr, nullptr, nullptr,
-                                  nullptr);
-        });
-    };
-    EXPECT_EQ(second("QuillmarchSecond", Name, SERVICE_AUTO_START), DWORD{1078});
-    EXPECT_EQ(second("QuillmarchSecond", "Second", 77), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_TRUE(DeleteService(service));
-    CloseServiceHandle(service);
+    EXPECT_ERROR(ERROR_SERVICE_NOT_ACTIVE, ControlService(m_service, SERVICE_CONTROL_STOP, &status));
 }
 
 TEST_F(ServiceManager, ADeletedServiceIsGoneOnceNobodyHoldsIt) {
-    SC_HANDLE service = Create();
-    ASSERT_NE(service, nullptr) << GetLastError();
-    EXPECT_TRUE(DeleteService(service));
-    EXPECT_EQ(ErrorOf([&] { return DeleteService(service); }), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
-    EXPECT_TRUE(CloseServiceHandle(service));
-    EXPECT_EQ(ErrorOf([&] { return OpenServiceA(m_manager, Name, SERVICE_QUERY_CONFIG); }),
-              DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
+    EXPECT_TRUE(DeleteService(m_service));
+    EXPECT_ERROR(ERROR_SERVICE_MARKED_FOR_DELETE, DeleteService(m_service));
+    EXPECT_TRUE(CloseServiceHandle(m_service));
+    m_service = nullptr;
+    EXPECT_ERROR(ERROR_SERVICE_DOES_NOT_EXIST, OpenServiceA(m_manager, Name, SERVICE_QUERY_CONFIG));
 }
 
 TEST_F(ServiceManager, AHandleGivesOnlyTheRightsThatItWasOpenedWith) {
-    SC_HANDLE service = Create();
-    ASSERT_NE(service, nullptr) << GetLastError();
     SC_HANDLE reader = OpenServiceA(m_manager, "QUILLMARCHCONTRACT", SERVICE_QUERY_CONFIG);
     ASSERT_NE(reader, nullptr) << "names are blind to case";
     SERVICE_STATUS status = {};
     char text[] = "text";
     SERVICE_DESCRIPTIONA description = {text};
-    const BOOL refused[] = {QueryServiceStatus(reader, &status), ControlService(reader, SERVICE_CONTROL_STOP, &status),
-                            ChangeServiceConfig2A(reader, SERVICE_CONFIG_DESCRIPTION, &description),
-                            StartServiceA(reader, 0, nullptr)};
-    for (const BOOL result : refused)
-        EXPECT_FALSE(result);
-    EXPECT_EQ(ErrorOf([&] { return DeleteService(reader); }), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_FALSE(QueryServiceStatus(reader, &status) || ControlService(reader, SERVICE_CONTROL_STOP, &status) ||
+                 ChangeServiceConfig2A(reader, SERVICE_CONFIG_DESCRIPTION, &description) ||
+                 StartServiceA(reader, 0, nullptr));
+    EXPECT_ERROR(ERROR_ACCESS_DENIED, DeleteService(reader));
     CloseServiceHandle(reader);
-    EXPECT_TRUE(ChangeServiceConfig2A(service, SERVICE_CONFIG_DESCRIPTION, &description));
-    EXPECT_TRUE(DeleteService(service));
-    CloseServiceHandle(service);
+    EXPECT_TRUE(ChangeServiceConfig2A(m_service, SERVICE_CONFIG_DESCRIPTION, &description));
 }
 
 TEST_F(ServiceManager, AProcessThatItDidNotStartHasNoDispatcher) {
     char name[] = "QuillmarchContract";
     const SERVICE_TABLE_ENTRYA table[] = {{name, [](DWORD, LPSTR*) {}}, {nullptr, nullptr}};
-    EXPECT_EQ(ErrorOf([&] { return StartServiceCtrlDispatcherA(table); }),
-              DWORD{ERROR_FAILED_SERVICE_CONTROLLER_CONNECT});
+    EXPECT_ERROR(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT, StartServiceCtrlDispatcherA(table));
 }
 
 } // namespace

@@ -136,14 +136,10 @@ TEST(TextContract, CodePages) {
     EXPECT_EQ(std::string(text, 4), "a\x80?#");
     EXPECT_TRUE(used);
     EXPECT_EQ(WideCharToMultiByte(CP_THREAD_ACP, 0, source, -1, text, 8, nullptr, nullptr), 4);
-    EXPECT_EQ(contract::ErrorOf([&] { return WideCharToMultiByte(CP_ACP, 0, source, 3, text, 2, nullptr, nullptr); }),
-              DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_ERROR(ERROR_INSUFFICIENT_BUFFER, WideCharToMultiByte(CP_ACP, 0, source, 3, text, 2, nullptr, nullptr));
     EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, source, -5, text, 8, nullptr, nullptr), 4); // as far as its zero
-    EXPECT_EQ(
-        contract::ErrorOf([&] { return WideCharToMultiByte(CP_ACP, 0, source, 3, nullptr, 8, nullptr, nullptr); }),
-        DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(contract::ErrorOf([&] { return SetThreadPriority(GetCurrentThread(), 7); }),
-              DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_ERROR(ERROR_INVALID_PARAMETER, WideCharToMultiByte(CP_ACP, 0, source, 3, nullptr, 8, nullptr, nullptr));
+    EXPECT_ERROR(ERROR_INVALID_PARAMETER, SetThreadPriority(GetCurrentThread(), 7));
 }
 
 TEST(TextContract, SystemTexts) {

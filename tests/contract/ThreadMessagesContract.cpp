@@ -24,9 +24,7 @@ TEST(ThreadMessages, AThreadGetsMessagesFromItsFirstLookOn) {
     HANDLE started = CreateEventA(nullptr, /*manualReset=*/FALSE, /*initialState=*/FALSE, nullptr);
     HANDLE thread = CreateThread(nullptr, 0, Pump_ThreadProc, started, 0, &g_ThreadId);
     WaitForSingleObject(started, 5000);
-    EXPECT_EQ(contract::ErrorOf([] { return PostThreadMessageA(g_ThreadId, WM_USER, 0, 0); }),
-              DWORD{ERROR_INVALID_THREAD_ID})
-        << "there is no queue yet";
+    EXPECT_ERROR(ERROR_INVALID_THREAD_ID, PostThreadMessageA(g_ThreadId, WM_USER, 0, 0)) << "there is no queue yet";
 
     WaitForSingleObject(started, 5000);
     EXPECT_TRUE(PostThreadMessageA(g_ThreadId, WM_USER + 1, 0, 0));

@@ -1,4 +1,4 @@
-// What the session code relies on: the process's token, copies of it, impersonation, and processes that it makes.
+// What the start and the session code rely on: the process's token and user, copies of it, impersonation, processes.
 #include "tests/contract/Contract.h"
 
 #include <cstring>
@@ -31,28 +31,20 @@ TEST(Tokens, AHandleGivesTheRightsThatItWasOpenedWith) {
     DWORD needed = 0;
     HANDLE query = OpenOwn(TOKEN_QUERY), copyable = OpenOwn(TOKEN_DUPLICATE), copy = nullptr;
     EXPECT_EQ(Ask<TOKEN_TYPE>(query, TokenType), TokenPrimary);
-    EXPECT_EQ(contract::ErrorOf([&] { return GetTokenInformation(copyable, TokenType, &needed, 4, &needed); }),
-              DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(contract::ErrorOf([&] { return DuplicateToken(query, SecurityImpersonation, &copy); }),
-              DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_ERROR(ERROR_ACCESS_DENIED, GetTokenInformation(copyable, TokenType, &needed, 4, &needed));
+    EXPECT_ERROR(ERROR_ACCESS_DENIED, DuplicateToken(query, SecurityImpersonation, &copy));
     TOKEN_PRIVILEGES none = {};
-    EXPECT_EQ(
-        contract::ErrorOf([&] { return AdjustTokenPrivileges(query, FALSE, &none, sizeof(none), nullptr, nullptr); }),
-        DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_ERROR(ERROR_ACCESS_DENIED, AdjustTokenPrivileges(query, FALSE, &none, sizeof(none), nullptr, nullptr));
     CloseHandle(query);
     CloseHandle(copyable);
-    EXPECT_EQ(contract::ErrorOf([&] { return GetTokenInformation(query, TokenType, &needed, 4, &needed); }),
-              DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_ERROR(ERROR_INVALID_HANDLE, GetTokenInformation(query, TokenType, &needed, 4, &needed));
 }
 
 TEST(Tokens, NobodyIsImpersonatedWithACopyForLookingAt) {
     HANDLE token = OpenOwn(TOKEN_DUPLICATE | TOKEN_QUERY), look = nullptr, act = nullptr;
     ASSERT_TRUE(DuplicateToken(token, SecurityIdentification, &look));
-    EXPECT_EQ(contract::ErrorOf([&] {
-                  return DuplicateTokenEx(look, MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenImpersonation,
-                                          &act);
-              }),
-              DWORD{ERROR_ACCESS_DENIED})
+    EXPECT_ERROR(ERROR_ACCESS_DENIED,
+                 DuplicateTokenEx(look, MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenImpersonation, &act))
         << "a copy by DuplicateToken is not copied again";
     ASSERT_TRUE(DuplicateToken(token, SecurityImpersonation, &act));
     EXPECT_EQ(Ask<SECURITY_IMPERSONATION_LEVEL>(act, TokenImpersonationLevel), SecurityImpersonation);
@@ -78,8 +70,7 @@ TEST(Tokens, APrivilegeThatTheTokenLacksIsToldByTheLastError) {
     EXPECT_EQ(adjust(), DWORD{ERROR_NOT_ALL_ASSIGNED});
     CloseHandle(token);
     LUID luid;
-    EXPECT_EQ(contract::ErrorOf([&] { return LookupPrivilegeValueA(nullptr, "SeNoPrivilege", &luid); }),
-              DWORD{ERROR_NO_SUCH_PRIVILEGE});
+    EXPECT_ERROR(ERROR_NO_SUCH_PRIVILEGE, LookupPrivilegeValueA(nullptr, "SeNoPrivilege", &luid));
 }
 
 TEST(Tokens, ARestrictedCopyHasNoAdministratorsAndNoDeletedPrivilege) {
@@ -112,17 +103,22 @@ TEST(Tokens, ARestrictedCopyHasNoAdministratorsAndNoDeletedPrivilege) {
     CloseHandle(token);
 }
 
-TEST(Tokens, TheUsersSidHasANameAndADomain) {
+TEST(Tokens, TheUsersSidHasATextANameAndADomain) {
     HANDLE token = OpenOwn(TOKEN_QUERY);
     alignas(void*) char buffer[256];
     DWORD needed = 0, nameSize = 0, domainSize = 0;
+    EXPECT_ERROR(ERROR_INSUFFICIENT_BUFFER, GetTokenInformation(token, TokenUser, nullptr, 0, &needed));
+    ASSERT_LE(needed, sizeof(buffer));
     ASSERT_TRUE(GetTokenInformation(token, TokenUser, buffer, sizeof(buffer), &needed));
     CloseHandle(token);
     PSID sid = reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid;
+    LPSTR text = nullptr;
+    ASSERT_TRUE(ConvertSidToStringSidA(sid, &text));
+    EXPECT_EQ(std::strncmp(text, "S-1-5-", 6), 0) << text;
+    EXPECT_EQ(LocalFree(text), nullptr);
     SID_NAME_USE use;
-    EXPECT_EQ(contract::ErrorOf(
-                  [&] { return LookupAccountSidA(nullptr, sid, nullptr, &nameSize, nullptr, &domainSize, &use); }),
-              DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_ERROR(ERROR_INSUFFICIENT_BUFFER,
+                 LookupAccountSidA(nullptr, sid, nullptr, &nameSize, nullptr, &domainSize, &use));
     char name[256], domain[256];
     ASSERT_LE(nameSize, sizeof(name));
     ASSERT_TRUE(LookupAccountSidA(nullptr, sid, name, &nameSize, domain, &domainSize, &use));
@@ -130,7 +126,7 @@ TEST(Tokens, TheUsersSidHasANameAndADomain) {
     KNOWN_DIFFERENCE("the sizes of a name that was found count its zero",
                      nameSize == std::strlen(name) && domainSize == std::strlen(domain));
     DWORD size = 1;
-    EXPECT_EQ(contract::ErrorOf([&] { return GetComputerNameA(name, &size); }), DWORD{ERROR_BUFFER_OVERFLOW});
+    EXPECT_ERROR(ERROR_BUFFER_OVERFLOW, GetComputerNameA(name, &size));
     size = sizeof(name);
     EXPECT_TRUE(GetComputerNameA(name, &size));
     EXPECT_EQ(size, std::strlen(name));
@@ -151,8 +147,7 @@ DWORD Start(const char* program, const char* line, const char* directory = nullp
     DWORD exitCode = 1;
     EXPECT_TRUE(GetExitCodeProcess(made.hProcess, &exitCode));
     EXPECT_EQ(exitCode, 0u);
-    EXPECT_EQ(contract::ErrorOf([&] { return OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, 0x7FFFFFF0) != nullptr; }),
-              DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_ERROR(ERROR_INVALID_PARAMETER, OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, 0x7FFFFFF0) != nullptr);
     EXPECT_TRUE(CloseHandle(made.hThread));
     EXPECT_TRUE(CloseHandle(made.hProcess));
     return 0;
@@ -167,6 +162,23 @@ TEST(Processes, AProgramIsStartedOrTheErrorSaysWhyNot) {
     EXPECT_EQ(Start("C:\\No such folder\\a.exe", "a"), DWORD{ERROR_PATH_NOT_FOUND});
     EXPECT_EQ(Start((std::string(system) + "\\no-such.exe").c_str(), "a"), DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(Start(processor.c_str(), "cmd.exe /c rem", "C:\\No such folder"), DWORD{ERROR_DIRECTORY});
+}
+
+TEST(Processes, OneIsFoundByItsIdWhileItRuns) {
+    DWORD session = contract::NoError;
+    EXPECT_TRUE(ProcessIdToSessionId(GetCurrentProcessId(), &session));
+    EXPECT_NE(session, contract::NoError);
+    EXPECT_ERROR(ERROR_INVALID_PARAMETER, ProcessIdToSessionId(0x7FFFFFF0, &session));
+    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    ASSERT_NE(snapshot, INVALID_HANDLE_VALUE);
+    PROCESSENTRY32 entry = {};
+    entry.dwSize = sizeof(entry);
+    bool isListed = false;
+    for (BOOL more = Process32First(snapshot, &entry); more; more = Process32Next(snapshot, &entry))
+        isListed = isListed || (entry.th32ProcessID == GetCurrentProcessId() && entry.szExeFile[0] != 0);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_NO_MORE_FILES});
+    EXPECT_TRUE(isListed);
+    CloseHandle(snapshot);
 }
 
 } // namespace

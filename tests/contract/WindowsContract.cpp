@@ -111,7 +111,7 @@ TEST_F(Windows, AWindowOfAnotherThreadMovesAndShowsButKeepsItsTimersAndItsLife) 
     EXPECT_FALSE(ShowWindow(g_Second, SW_SHOWNOACTIVATE)) << "it was hidden";
     EXPECT_TRUE(IsWindowVisible(g_Second));
     EXPECT_TRUE(ShowWindow(g_Second, SW_HIDE));
-    EXPECT_EQ(contract::ErrorOf([] { return DestroyWindow(g_Second); }), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_ERROR(ERROR_ACCESS_DENIED, DestroyWindow(g_Second));
     DWORD processId = 0;
     EXPECT_EQ(GetWindowThreadProcessId(g_Second, &processId), m_threadId);
     EXPECT_EQ(processId, GetCurrentProcessId());
@@ -124,10 +124,10 @@ TEST_F(Windows, AWindowThatHasGoneIsNoWindow) {
     HWND gone = MakeWindow("gone");
     EXPECT_TRUE(DestroyWindow(gone));
     EXPECT_FALSE(IsWindow(gone));
-    EXPECT_EQ(contract::ErrorOf([&] { return PostMessageA(gone, Note, 0, 0); }), DWORD{ERROR_INVALID_WINDOW_HANDLE});
-    KNOWN_DIFFERENCE("a timer for a window that has gone fails with 6", contract::ErrorOf([&] {
-                                                                            return SetTimer(gone, 1, 10, nullptr) != 0;
-                                                                        }) == DWORD{ERROR_INVALID_WINDOW_HANDLE});
+    EXPECT_ERROR(ERROR_INVALID_WINDOW_HANDLE, PostMessageA(gone, Note, 0, 0));
+    const auto setTimer = [&] { return SetTimer(gone, 1, 10, nullptr) != 0; };
+    KNOWN_DIFFERENCE("a timer for a window that has gone fails with 6",
+                     contract::ErrorOf(setTimer) == ERROR_INVALID_WINDOW_HANDLE);
     EXPECT_EQ(FindWindowA(ClassName, "gone"), nullptr);
     EXPECT_EQ(FindWindowA(ClassName, "FIRST"), g_First);
 }
