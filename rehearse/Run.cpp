@@ -11,6 +11,7 @@
 #include "rehearse/Leaks.h"
 #include "rehearse/LogOutput.h"
 #include "rehearse/MachineBuilder.h"
+#include "rehearse/OutputFile.h"
 #include "rehearse/Pictures.h"
 #include "rehearse/Progress.h"
 #include "rehearse/Report.h"
@@ -27,7 +28,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 
 #include <unistd.h>
 
@@ -35,32 +35,7 @@ namespace rehearse {
 
 namespace {
 
-constexpr const char* StandardOutput = "-";
 constexpr std::uint64_t StopLimitMs = MsPerMinute; // what a stop behind the report may take
-
-// Output files are opened before anything runs, so that a wrong name is told at once.
-class Output {
-public:
-    explicit Output(const std::optional<std::string>& file) : m_file(file) {
-        if (m_file && *m_file != StandardOutput) {
-            m_stream.open(*m_file, std::ios::binary);
-            if (!m_stream)
-                throw InputError({*m_file, 1, 1}, "this file cannot be written");
-        }
-    }
-    bool IsWanted() const { return m_file.has_value(); }
-    bool IsStandardOutput() const { return m_file && *m_file == StandardOutput; }
-    void Write(const std::string& text) {
-        if (IsStandardOutput())
-            std::fwrite(text.data(), 1, text.size(), stdout);
-        else if (!(m_stream << text << std::flush))
-            throw InputError({*m_file, 1, 1}, "this file cannot be written");
-    }
-
-private:
-    std::optional<std::string> m_file;
-    std::ofstream m_stream;
-};
 
 // The machine goes before what watches it, and what ends with it is no part of the run: also when the input turns out
 // to be wrong while the machine is there already.

@@ -10,6 +10,7 @@ namespace rehearse {
 struct Options {
     std::string description;
     std::optional<std::string> ini, json, log; // host files; "-" is standard output
+    std::optional<std::string> rules;          // a configuration to be checked by itself
     std::string pictures;                      // host folder; "" none
     int logLevel = 3;
     std::optional<std::uint64_t> seed, untilMs;

@@ -3,6 +3,8 @@
 #include "rehearse/DescriptionKeys.h"
 #include "rehearse/Durations.h"
 #include "rehearse/Run.h"
+#include "rehearse/rules/Findings.h"
+#include "rehearse/rules/Rules.h"
 
 #include "simwin/devices/catalogue/Catalogue.h"
 
@@ -26,13 +28,14 @@ std::string FileOfBuild(const char* name, const char* built) {
 
 struct Line {
     rehearse::Options options;
-    std::string ini, json, log, until, seed;
-    bool printKeys = false, printCatalogue = false;
+    std::string ini, json, log, until, seed, rules;
+    bool printKeys = false, printCatalogue = false, printFindings = false;
 };
 
 void Describe(CLI::App& app, Line& line) {
     app.add_option("MACHINE.toml", line.options.description, "the description of the machine");
     app.add_option("--ini", line.ini, "use this configuration in place of the described one")->type_name("FILE");
+    app.add_option("--rules", line.rules, "check this configuration by itself; needs no machine")->type_name("FILE");
     app.add_option("--json", line.json, "write the report as JSON")->type_name("FILE|-");
     app.add_option("--log", line.log, "write the product's log file there (forces it on)")->type_name("FILE|-");
     app.add_option("--log-level", line.options.logLevel, "level of that log")
@@ -49,16 +52,21 @@ void Describe(CLI::App& app, Line& line) {
                  "print the devices of the machine as it was understood, run nothing");
     app.add_flag("--catalogue", line.printCatalogue, "print the kinds of devices that are known by their ids");
     app.add_flag("--print-keys", line.printKeys, "print the tables of keys")->group("");
+    app.add_flag("--print-findings", line.printFindings, "print what --rules can find")->group("");
     app.add_option("--image", line.options.imageFile, "the product as a shared object")->group("");
     app.add_option("--resources", line.options.resourceFile, "its compiled resources")->group("");
 }
 
 // What the command line said, as options; a text for what is wrong with it.
 std::string Complete(const CLI::App& app, Line& line) {
-    if (line.printKeys || line.printCatalogue)
+    if (line.printKeys || line.printCatalogue || line.printFindings)
         return "";
-    if (line.options.description.empty())
+    if (app.count("--rules"))
+        line.options.rules = line.rules;
+    if (line.options.description.empty() && !line.options.rules)
         return "MACHINE.toml is missing";
+    if (line.options.rules && !line.options.description.empty())
+        return "--rules checks a configuration by itself, without a machine";
     if (app.count("--ini"))
         line.options.ini = line.ini;
     if (app.count("--json"))
@@ -113,8 +121,12 @@ int RunLine(int count, char** arguments) {
         fmt::print("{}", machine::CatalogueTable());
         return rehearse::ExitDone;
     }
+    if (line.printFindings) {
+        fmt::print("{}", rehearse::FaultTable());
+        return rehearse::ExitDone;
+    }
     try {
-        return rehearse::Rehearse(line.options);
+        return line.options.rules ? rehearse::CheckRules(line.options) : rehearse::Rehearse(line.options);
     } catch (const rehearse::InputError& error) {
         fmt::print(stderr, "{}\n", error.what());
         return rehearse::ExitWrongInput;

@@ -1,0 +1,11 @@
+// Everything that is wrong with a configuration by itself, without any machine. Pure.
+#pragma once
+
+#include "rehearse/rules/IniFile.h"
+
+namespace rehearse {
+
+// findings: what the reading found; comes back with all the rest, in the order of the file.
+void CheckIni(const IniFile& ini, Findings& findings);
+
+} // namespace rehearse
