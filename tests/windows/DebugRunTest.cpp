@@ -1,6 +1,6 @@
 // A debug run of the real Quillmarch.exe on fake ports: planted through the setup API with ids as Windows gives them,
 // with their tree in the test's own cfgmgr32.dll. Afterwards the registry, the COM name database and the DOS names are
-// what the rules want.
+// what the rules want. And no start of it takes a library that somebody has planted.
 #include "platform/win32.h"
 
 #include <gtest/gtest.h>
@@ -78,7 +78,8 @@ protected:
         // In the system's folder, since the product looks for libraries nowhere else.
         char system[MAX_PATH];
         GetSystemDirectoryA(system, sizeof(system));
-        m_library = std::string(system) + "\\cfgmgr32.dll";
+        m_system = std::string(system) + "\\";
+        m_library = m_system + "cfgmgr32.dll";
         ASSERT_TRUE(CopyFileA(m_library.c_str(), (m_folder + "former.dll").c_str(), FALSE));
         ASSERT_TRUE(CopyFileA((m_built + "bed-cfgmgr32.dll").c_str(), m_library.c_str(), FALSE)) << GetLastError();
         SetText(HKEY_CURRENT_USER, OverrideKey, "cfgmgr32", "native");
@@ -148,27 +149,39 @@ protected:
         }
     }
 
-    void Run(const std::string& settings) {
-        std::ofstream(m_folder + "Bed.INI", std::ios::binary) << settings;
+    HANDLE Start(const std::string& program, const std::string& arguments, const std::string& folder) const {
         STARTUPINFOA startup = {};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION process = {};
-        std::string line = "\"" + m_folder + "Bed.exe\" -debug";
-        ASSERT_TRUE(CreateProcessA(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, m_folder.c_str(),
-                                   &startup, &process));
+        std::string line = "\"" + m_folder + program + "\" " + arguments;
+        EXPECT_TRUE(CreateProcessA(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, folder.c_str(), &startup,
+                                   &process));
+        CloseHandle(process.hThread);
+        return process.hProcess;
+    }
+    static HWND WaitForWindow(const char* className) {
         HWND window = nullptr;
         const DWORD start = GetTickCount();
-        while (!(window = FindWindowA("Quillmarch_MainWndClass", nullptr)) && GetTickCount() - start < PatienceMs)
+        while (!(window = FindWindowA(className, nullptr)) && GetTickCount() - start < PatienceMs)
             Sleep(50);
+        return window;
+    }
+    static void ExpectEnd(HANDLE process) {
+        DWORD code = 0xDEAD;
+        EXPECT_EQ(WaitForSingleObject(process, PatienceMs), static_cast<DWORD>(WAIT_OBJECT_0));
+        GetExitCodeProcess(process, &code);
+        EXPECT_EQ(code, 0u);
+        CloseHandle(process);
+    }
+
+    void Run(const std::string& settings, const std::string& folder = "") {
+        std::ofstream(m_folder + "Bed.INI", std::ios::binary) << settings;
+        const HANDLE process = Start("Bed.exe", "-debug", folder.empty() ? m_folder : folder);
+        const HWND window = WaitForWindow("Quillmarch_MainWndClass");
         EXPECT_NE(window, nullptr) << "no main window";
         // Nobody reads the message before the first scan is over.
         PostMessageA(window, WM_CLOSE, 0, 0);
-        DWORD code = 0xDEAD;
-        EXPECT_EQ(WaitForSingleObject(process.hProcess, PatienceMs), static_cast<DWORD>(WAIT_OBJECT_0));
-        GetExitCodeProcess(process.hProcess, &code);
-        EXPECT_EQ(code, 0u);
-        CloseHandle(process.hThread);
-        CloseHandle(process.hProcess);
+        ExpectEnd(process);
     }
     void PlantDatabase(const std::vector<BYTE>& first) {
         std::vector<BYTE> bits(first);
@@ -187,23 +200,19 @@ protected:
         EXPECT_EQ(RegQuery(key, "FriendlyName"), std::string("USB Serial Port (") + dosName + ")") << id;
         EXPECT_EQ(DosTarget(dosName), kernelName) << id;
     }
-    bool HasLoaded(const std::string& library) const {
-        return GetFileAttributesA((m_folder + library + ".loaded").c_str()) != INVALID_FILE_ATTRIBUTES;
-    }
     std::string Log() const {
         std::ifstream file(m_folder + "Bed.log", std::ios::binary);
         return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     }
 
-    std::string m_built, m_folder, m_library, m_hostPort;
+    std::string m_built, m_folder, m_system, m_library, m_hostPort;
     HDEVINFO m_devices = INVALID_HANDLE_VALUE;
     std::vector<SP_DEVINFO_DATA> m_planted;
 };
 
 // One port whose driver has to be asked to restart, which Wine cannot do: its new number is in the registry and counts
-// from its next start on, before the second run. One in quick mode: its DOS name moves at once. Libraries that lie
-// beside the program stay there.
-TEST_F(DebugRun, PortsGetTheNumbersOfTheirRulesAndNoLibraryIsTakenFromTheFolder) {
+// from its next start on, before the second run. One in quick mode: its DOS name moves at once.
+TEST_F(DebugRun, PortsGetTheNumbersOfTheirRules) {
     Plant(TreeRoot, UsbClass);
     Plant(Adapter, UsbClass);
     SetText(HKEY_LOCAL_MACHINE, std::string(EnumKey) + Adapter, "BedParent", TreeRoot);
@@ -212,8 +221,6 @@ TEST_F(DebugRun, PortsGetTheNumbersOfTheirRulesAndNoLibraryIsTakenFromTheFolder)
     PlantPort(Quick, "COM7", "\\Device\\VCP1");
     PlantPort(Neighbour, "COM4", "\\Device\\VCP2");
     PlantDatabase({0x4C}); // COM3, COM4 and COM7
-    for (const std::string& library : Libraries)
-        ASSERT_TRUE(CopyFileA((m_built + "planted.dll").c_str(), (m_folder + library).c_str(), FALSE));
     const std::string settings =
         "[Settings]\r\nWriteLogfile=1\r\nLogfile=Bed.log\r\nLogLevel=3\r\n"
         "[ComPorts10]\r\nDeviceID=FTDIBUS\\*A702TB52A\\*\r\nPortName=COM5\r\n"
@@ -238,17 +245,48 @@ TEST_F(DebugRun, PortsGetTheNumbersOfTheirRulesAndNoLibraryIsTakenFromTheFolder)
     EXPECT_NE(Log().find("current portnumber 5 is configured -> nothing more to do"), std::string::npos);
     if (HasFailure())
         std::printf("%s\n", Log().c_str());
+}
 
-    for (const std::string& library : Libraries)
-        EXPECT_FALSE(HasLoaded(library)) << library << " was taken from the program's folder";
+// Beside the program, in the current folder, and on the path. Windows looks into its own folder before the latter two:
+// there a library can only be planted that Windows lacks, as its older versions lack some.
+TEST_F(DebugRun, NoLibraryIsTakenFromElsewhereThanTheSystemsFolder) {
+    const std::string current = m_folder + "Current\\", onPath = m_folder + "Path\\";
+    CreateDirectoryA(current.c_str(), nullptr);
+    CreateDirectoryA(onPath.c_str(), nullptr);
+    char path[4096] = "";
+    GetEnvironmentVariableA("PATH", path, sizeof(path));
+    SetEnvironmentVariableA("PATH", (std::string(path) + ";" + onPath).c_str());
     ASSERT_TRUE(CopyFileA((m_built + "loads-by-name.exe").c_str(), (m_folder + "loads-by-name.exe").c_str(), FALSE));
-    std::string line = m_folder + "loads-by-name.exe";
+    std::string names;
+    for (const std::string& library : Libraries) {
+        names += " " + library;
+        MoveFileA((m_system + library).c_str(), (m_system + library + ".away").c_str());
+    }
+    for (const std::string& place : {m_folder, current, onPath}) {
+        for (const std::string& library : Libraries) {
+            DeleteFileA((place + library + ".loaded").c_str()); // of a run before
+            ASSERT_TRUE(CopyFileA((m_built + "planted.dll").c_str(), (place + library).c_str(), FALSE));
+        }
+        const auto isLoaded = [&](const std::string& library) {
+            return GetFileAttributesA((place + library + ".loaded").c_str()) != INVALID_FILE_ATTRIBUTES;
+        };
+        Run("", current);
+        const HANDLE balloon = Start("Bed.exe", "-balloon -text=COM7", current);
+        EXPECT_NE(WaitForWindow("TarnHolveBalloonTipClass"), nullptr);
+        TerminateProcess(balloon, 0); // Wine's timers never end it
+        ExpectEnd(balloon);
+        for (const std::string& library : Libraries)
+            EXPECT_FALSE(isLoaded(library)) << library << " was taken from " << place;
+        ExpectEnd(Start("loads-by-name.exe", names, current));
+        for (const std::string& library : Libraries) {
+            EXPECT_TRUE(isLoaded(library))
+                << "the control does not take " << library << " from " << place << " either: this test shows nothing";
+            DeleteFileA((place + library).c_str());
+        }
+    }
     for (const std::string& library : Libraries)
-        line += " " + library;
-    system(line.c_str());
-    for (const std::string& library : Libraries)
-        EXPECT_TRUE(HasLoaded(library)) << "the control does not load " << library
-                                        << " either: this test shows nothing";
+        MoveFileA((m_system + library + ".away").c_str(), (m_system + library).c_str());
+    SetEnvironmentVariableA("PATH", path);
 }
 
 } // namespace
