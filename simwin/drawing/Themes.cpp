@@ -115,7 +115,7 @@ static HRESULT GetThemeTextExtent(HTHEME theme, HDC handle, int part, int, LPCWS
     return 0;
 }
 
-static void InitCommonControls() {
+void InitCommonControls() {
     SIM_CALL("InitCommonControls", "");
 }
 

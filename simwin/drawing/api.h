@@ -94,7 +94,7 @@ BOOL UpdateLayeredWindow(HWND window, HDC screen, POINT* place, SIZE* size, HDC 
 BOOL SetLayeredWindowAttributes(HWND window, COLORREF key, BYTE alpha, DWORD flags); // LWA_ALPHA; FALSE with 1400, 87
 
 // --- Visual styles. From 5.1 on UxTheme.dll has, to be looked up: OpenThemeData, IsThemeActive, DrawThemeBackground,
-// DrawThemeText, GetThemeTextExtent; comctl32.dll InitCommonControls. Behind them: whether the user has a theme, and
+// DrawThemeText, GetThemeTextExtent. Behind them: whether the user has a theme, and
 // the theme's class TOOLTIP. Results are HRESULTs: 0, 0x80070006 for what is no theme, 0x80070490 where it lacks the
 // part.
 //     HTHEME OpenThemeData(HWND window, LPCWSTR classes); null without such a class or theme
@@ -103,6 +103,8 @@ BOOL SetLayeredWindowAttributes(HWND window, COLORREF key, BYTE alpha, DWORD fla
 //     HRESULT DrawThemeText(HTHEME, HDC, int part, int state, LPCWSTR, int count, DWORD format, DWORD, const RECT*);
 //     HRESULT GetThemeTextExtent(HTHEME, HDC, int part, int state, LPCWSTR, int count, DWORD format,
 //                                const RECT* bounds, RECT* extent);
-//     void InitCommonControls();
+
+// Readies the classes of the newer controls, which a manifest asks for. comctl32.dll has it, to be looked up too.
+void InitCommonControls();
 
 } // namespace simwin

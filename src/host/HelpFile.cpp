@@ -2,6 +2,7 @@
 
 #include "support/BoundedText.h"
 #include "support/FileTools.h"
+#include "support/MessageTools.h"
 #include "support/ProcessState.h"
 
 // The five variants of German that Windows knows.
@@ -38,7 +39,7 @@ void ShowHelpFile() {
     const auto result =
         reinterpret_cast<INT_PTR>(ShellExecuteA(nullptr, "open", helpFile, nullptr, nullptr, SW_SHOWNORMAL));
     if (result < ShellExecuteFailed) {
-        MessageBoxA(nullptr, "Quillmarch is a windows service, read the help file about how to use it", "Quillmarch",
-                    MB_ICONSTOP);
+        ShowBox(nullptr, "Quillmarch is a windows service, read the help file about how to use it", "Quillmarch",
+                MB_ICONSTOP);
     }
 }

@@ -12,8 +12,14 @@ constexpr LONG_PTR LastShellError = 32; // results up to it are errors
 
 } // namespace
 
+int ShowBox(HWND owner, const char* text, const char* caption, UINT flags) {
+    // The manifest asks for the newer controls, and Windows 5.1 makes no window with them before they are ready.
+    InitCommonControls();
+    return MessageBoxA(owner, text, caption, flags);
+}
+
 int ShowMessage(const char* text, UINT flags) {
-    return MessageBoxA(nullptr, text, Caption, flags | MB_SYSTEMMODAL);
+    return ShowBox(nullptr, text, Caption, flags | MB_SYSTEMMODAL);
 }
 
 int ExecuteAsAdmin(const char* parameters) {

@@ -25,5 +25,8 @@ wants "^MinorOSystemVersion[[:space:]]+$minor\$" "system version 5.$minor"
 wants '^MajorSubsystemVersion[[:space:]]+5$' "subsystem version 5.$minor"
 wants "^MinorSubsystemVersion[[:space:]]+$minor\$" "subsystem version 5.$minor"
 wants '^Time/Date[[:space:]].* 1970$' "no date of the build"
+for part in asInvoker dpiAware Microsoft.Windows.Common-Controls; do
+    grep -qa "$part" "$exe" || { echo "check-header: no $part in the manifest" >&2; failed=1; }
+done
 [ "$failed" = 0 ] || exit 1
-echo "header of $edition: moves anywhere, no data is executed, subsystem 5.$minor, no date"
+echo "header of $edition: moves anywhere, no data is executed, subsystem 5.$minor, no date, manifest"
