@@ -136,17 +136,9 @@ static bool MoveAwayFromCollision(CComPort* port) {
     return false;
 }
 
-// The bit of the number in force is set. While the registry holds another one, the port is about to leave that number:
-// its bit goes when the port has the new one, unless somebody else has the number by then.
-static void KeepNumberTaken(CComPort* port) {
-    ComNameArbiterAdd(port->PortNumber);
-    if (port->PortNumber == 0) {
-        return;
-    }
-    if (port->PortNumber != GetNumberOfPortName(port->szRegPortName)) {
-        port->LeftNumber = port->PortNumber;
-        return;
-    }
+// A number that the port is about to leave keeps its bit until the port has another one in force, and then as long as
+// somebody else has the number.
+static void FreeLeftNumber(CComPort* port) {
     if (port->LeftNumber != 0 && port->LeftNumber != port->PortNumber) {
         char name[16];
         char target[kDosTargetSize];
@@ -156,6 +148,17 @@ static void KeepNumberTaken(CComPort* port) {
         }
     }
     port->LeftNumber = 0;
+}
+
+static void KeepNumberTaken(CComPort* port) {
+    ComNameArbiterAdd(port->PortNumber);
+    if (port->PortNumber == 0) {
+        return;
+    }
+    FreeLeftNumber(port);
+    if (port->PortNumber != GetNumberOfPortName(port->szRegPortName)) {
+        port->LeftNumber = port->PortNumber;
+    }
 }
 
 bool IsArrivalBalloonDue(const CComPort* port) {

@@ -37,6 +37,14 @@ static bool ComesWithUpperDevice(const CComPort* port) {
            !IsCyclable(port);
 }
 
+static bool WouldComeToSibling(const char* name, const CComPort* port) {
+    const CComPort* sibling = ComesWithUpperDevice(port) ? FindNamelessSibling(name, port) : nullptr;
+    if (sibling != nullptr) {
+        WriteLog(1, "%s would come to Ports[%i] with the same restart -> try next port", name, sibling->Index);
+    }
+    return sibling != nullptr;
+}
+
 // The order is from the mildest means to the hardest: what the port has, a name that is free or only looks taken, the
 // next number, one of two names, a swap, a stray name. Another order would take a number away that need not go.
 static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) {
@@ -51,8 +59,8 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
         WriteLog(1, "%s waits for the restart of Ports[%i] -> try next port", name, holder->Index);
         return Candidate::Taken;
     }
-    if (const CComPort* sibling = ComesWithUpperDevice(port) ? FindNamelessSibling(name, port) : nullptr) {
-        WriteLog(1, "%s would come to Ports[%i] with the same restart -> try next port", name, sibling->Index);
+    // Before the table test, which would take that port for dead.
+    if (WouldComeToSibling(name, port)) {
         return Candidate::Taken;
     }
     MarkNamelessHolders(name, port);
@@ -86,7 +94,8 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
             return Candidate::Taken;
         }
     }
-    return WriteNewNumber(check, name) ? Candidate::IsInRegistry : Candidate::Taken;
+    // The link that just went may have been one that its driver left behind.
+    return !WouldComeToSibling(name, port) && WriteNewNumber(check, name) ? Candidate::IsInRegistry : Candidate::Taken;
 }
 
 // The registry holds the new number; the device has to follow, at once, later or by its DOS name alone.

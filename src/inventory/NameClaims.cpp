@@ -127,7 +127,7 @@ const CComPort* FindNamelessSibling(const char* portName, const CComPort* asker)
             continue;
         }
         char target[kDosTargetSize];
-        return QueryDosName(portName, target) && PortDevExist(portName) ? nullptr : port;
+        return QueryDosName(portName, target) ? nullptr : port;
     }
     return nullptr;
 }

@@ -24,9 +24,8 @@ bool IsOwnRestart(const CComPort* port);
 // The port other than `asker` that waits for a restart under this name, or null. It keeps the name although no link of
 // that name is there yet, and while it is away for the restart.
 const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker);
-// The port below the upper device of `asker` that runs with this registry name and has no link that leads to a device,
-// or null. The restart of the upper device would bring the name to both. Blocks up to 500 ms, only if such a port has a
-// link.
+// The port below the upper device of `asker` that runs with this registry name, whose link is missing, or null. The
+// restart of the upper device would bring the name to both.
 const CComPort* FindNamelessSibling(const char* portName, const CComPort* asker);
 
 // --- a port without a name ---

@@ -134,6 +134,26 @@ void Judge::AtEnd() {
     JudgePorts(RunningPorts());
     JudgeRules(RunningPorts());
     JudgeMoves();
+    JudgeLeftNumbers();
+}
+
+// What a port is about to leave is forgotten with the service, and a device that is taken out of the registry keeps its
+// bit, as on Windows.
+void Judge::JudgeLeftNumbers() {
+    const Switches& switches = m_plan.switches;
+    if (HasFailed() || switches.stops || switches.power || switches.uninstalls)
+        return;
+    for (const auto& write : m_stage.timeline->Writes()) {
+        const unsigned number = RenamedPort(write) ? machine::ComNumberOf(write.before) : 0;
+        if (!number || number > LargestDatabaseNumber || !machine::ComDbTest(number) || !TargetOf(write.before).empty())
+            continue;
+        if (std::none_of(m_plan.devices.begin(), m_plan.devices.end(), [&](const Device& device) {
+                const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device.id);
+                return node && machine::EqualNoCase(machine::RegistryNameOf(*node), write.before);
+            }))
+            Complain("a number that was left is free in the database",
+                     fmt::format("{} ({} ms)", write.before, write.atMs));
+    }
 }
 
 void Judge::JudgeMoves() {

@@ -51,6 +51,7 @@ private:
     void JudgeOwnRestarts(const std::string& line, const std::string& thread);
     void GrantLostRestarts();
     void JudgeMoves();
+    void JudgeLeftNumbers();
     void JudgePorts(const Ports& ports);
     void JudgeRecords(const Ports& ports);
     void JudgeRules(const Ports& ports);
