@@ -1,10 +1,13 @@
-// The swap of two ports, of which one vetoes at first.
-#include "tests/unit/inventory/PortBuilder.h"
-
+// The swap of two ports, of which one vetoes at first; records that neither the catalogue's devices nor a rehearsal
+// show.
 #include "inventory/DeviceControl.h"
+#include "inventory/CDosDeviceNames.h"
+#include "inventory/ProblemDevices.h"
 #include "inventory/RestartMarks.h"
 #include "inventory/SwapPorts.h"
 #include "simwin/devices/Devices.h"
+#include "support/ProcessState.h"
+#include "tests/unit/inventory/PortBuilder.h"
 
 namespace {
 
@@ -56,6 +59,64 @@ TEST(SwapPorts, AVetoOfTheSecondPortStartsTheFirstAgain) {
     a.DevPath[0] = 0;
     EXPECT_EQ(PerformComPortPropertyChange(&a), 0) << "without a path nothing can be restarted";
     EXPECT_EQ(PerformComPortDisableEnable(&a), 0);
+}
+
+using inventorytest::Port;
+
+const CComPort* RecordOf(const CComPorts* table, const char* id) {
+    const int index = table->FindPortIdxByDevInst(machine::TheDeviceTree().FindById(id)->number);
+    return index >= 0 ? table->Ports[index] : nullptr;
+}
+
+TEST(PortSnapshot, RegistryNamesAndDosNamesComeTogetherInTheRecord) {
+    constexpr char onBoard[] = "ACPI\\PNP0501\\1", unnamed[] = "FTDIBUS\\VID_0403+PID_6001+A1\\0000",
+                   otherValue[] = "FTDIBUS\\VID_0403+PID_6001+A2\\0000", twice[] = "USB\\VID_12D1&PID_1003\\1";
+    machine::DevicesDescription description;
+    description.devices = {Port(onBoard, "COM1"), Port(unnamed, ""), Port(otherValue, ""), Port(twice, "COM11"),
+                           Port("ACPI\\PNP0400\\1", "LPT1")};
+    description.devices[2].portName.reset();
+    description.devices[2].dosDeviceName = "COM9";
+    description.devices[3].interfaces = {"comport", "modem"};
+    ASSERT_EQ(machine::BuildDevices(description), "");
+    ASSERT_EQ(1, CreateDosName("COM40", "\\Device\\Nobody"));
+    ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, "COMPORT", "\\Device\\Nobody"));
+    CComPorts* table = inventorytest::NewTable();
+    g_InitialSnapshot = 1;
+    EXPECT_EQ(table->CreateSnapshot(0), 5) << "the board's, the one without a name, the modem once, COM9 and COM40";
+
+    const CComPort* port = RecordOf(table, onBoard);
+    ASSERT_NE(nullptr, port);
+    EXPECT_STREQ("COM1", port->szPortName);
+    EXPECT_EQ(1u, port->RecordValid);
+    EXPECT_GE(GetTickCount() - port->ArrivalTicker, 60000u);
+    const CComPort* nameless = RecordOf(table, unnamed);
+    ASSERT_NE(nullptr, nameless);
+    EXPECT_STREQ("COM0", nameless->szRegPortName);
+    EXPECT_STREQ("", nameless->szPortName);
+    EXPECT_EQ(0, nameless->PortNumber);
+    EXPECT_EQ(0u, table->FindPortByComPort("COM40")->RecordValid);
+    EXPECT_EQ(nullptr, table->FindPortByComPort("COMPORT"));
+
+    // A port that runs without the value "PortName" is none at the start, and is one when it arrives.
+    EXPECT_EQ(nullptr, RecordOf(table, otherValue));
+    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(otherValue);
+    EXPECT_NE(-1, table->AddNewPort(node->interfaces[0]->path.c_str()));
+    EXPECT_STREQ("COM9", RecordOf(table, otherValue)->szRegPortName);
+    for (const char* path : {"\\\\?", "\\\\?\\nobody"})
+        EXPECT_EQ(-1, table->AddNewPort(path));
+    EXPECT_EQ(-1, table->AddNewPort(nullptr));
+    char name[4];
+    EXPECT_EQ(1, GetPortNameByDevInst(port->DevInst, name, sizeof(name)));
+    EXPECT_STREQ("COM", name) << "cut to its room";
+    EXPECT_EQ(0, GetPortNameByDevInst(99999, name, sizeof(name)));
+
+    // A problem that was noted earlier and is gone: the device runs, and comes as new. One that has not changed stays.
+    table->FindRemovedProblemDevices();
+    EXPECT_EQ(1u, port->IsPresent);
+    table->Ports[port->Index]->Problem = 10;
+    table->FindRemovedProblemDevices();
+    EXPECT_EQ(0u, port->IsPresent);
+    EXPECT_EQ(0u, port->Problem);
 }
 
 } // namespace

@@ -1,13 +1,17 @@
-// The colours of the flat look, for accent colours that users choose, and the keys that replace them.
+// The colours of the flat look, for accent colours that users choose, and the keys that replace them; the pipe's
+// record; the icon's size.
 #include "balloon/BalloonColours.h"
-
+#include "balloon/BalloonLayout.h"
+#include "balloon/BalloonPosition.h"
 #include "balloon/BalloonSettings.h"
+#include "balloon/FreeBalloonInfo.h"
 #include "support/BoundedText.h"
 #include "support/OsVersion.h"
 #include "support/ProcessState.h"
 #include "support/RegistryTools.h"
 #include "tests/unit/Log.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 
 namespace {
@@ -120,6 +124,39 @@ TEST(BalloonSettings, ForeignBalloonsAreWaitedForUnlessTheKeyIsSet) {
     EXPECT_FALSE(SuppressesForeignBalloons());
     UseIni("[BalloonTips]\r\nSuppressWindowsBalloons=1\r\n");
     EXPECT_TRUE(SuppressesForeignBalloons());
+}
+
+TEST(FreeBalloonInfo, ARecordOfAnyBytesBecomesSafe) {
+    FreeBalloonInfo record;
+    std::memset(&record, 'x', sizeof(record));
+    MakeRecordSafe(&record);
+    EXPECT_EQ(TextLength(record.Title), 119u);
+    EXPECT_EQ(TextLength(record.Text1), 255u);
+    EXPECT_EQ(TextLength(record.Text2), 767u);
+    EXPECT_EQ(record.ShowTime, 60000);
+    for (const auto& [given, kept] : {std::pair{-1, 0}, {0, 0}, {60000, 60000}, {60001, 60000}, {INT_MIN, 0}}) {
+        record.ShowTime = given;
+        MakeRecordSafe(&record);
+        EXPECT_EQ(record.ShowTime, kept) << given;
+    }
+}
+
+TEST(BalloonLayout, TheIconGrowsInStepsUntilItFollowsTheResolution) {
+    for (const auto& [dpi, size] : {std::pair{96u, 16},
+                                    {119u, 16},
+                                    {120u, 20},
+                                    {143u, 20},
+                                    {144u, 24},
+                                    {191u, 24},
+                                    {192u, 32},
+                                    {287u, 32},
+                                    {288u, 48},
+                                    {335u, 48},
+                                    {336u, 56},
+                                    {384u, 64}}) {
+        g_BalloonDpi = dpi;
+        EXPECT_EQ(IconSizeForDpi(dpi), size) << dpi;
+    }
 }
 
 } // namespace
