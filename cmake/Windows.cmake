@@ -62,7 +62,7 @@ function(qm_windows_test name)
     target_link_options(${name} PRIVATE -s)
     target_link_libraries(${name} PRIVATE gtest gtest_main ${QM_SYSTEM_LIBRARIES})
     gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-        PROPERTIES TIMEOUT 120 RESOURCE_LOCK ${arg_LOCK} LABELS ${name})
+        PROPERTIES TIMEOUT 300 RESOURCE_LOCK ${arg_LOCK} LABELS ${name})
 endfunction()
 
 # What keeps the Wine server while the tests run.
@@ -100,3 +100,8 @@ add_dependencies(debug_run Quillmarch bed_cfgmgr32 planted loads-by-name)
 
 # With the debug run, which has the same database.
 qm_windows_test(number_faults LOCK desktop SOURCES tests/windows/NumberFaultsTest.cpp $<TARGET_OBJECTS:product>)
+
+# Pictures of the balloons are kept for people to look at.
+qm_windows_test(balloon LOCK desktop SOURCES tests/windows/BalloonTest.cpp)
+add_dependencies(balloon Quillmarch)
+target_compile_definitions(balloon PRIVATE QM_PICTURE_FOLDER="Z:${CMAKE_BINARY_DIR}/pictures/")

@@ -104,7 +104,7 @@ start_server
 [ -e build/dev/build.ninja ] || cmake --preset dev >build/dev-configure.log 2>&1 ||
     { cat build/dev-configure.log >&2; fail "the configuration has failed"; }
 ninja -C build/dev quillmarch-rehearse quillmarch >build/dev.log 2>&1 || { cat build/dev.log >&2; fail "the build has failed"; }
-rm -f "$build/bed.log"
+rm -rf "$build/bed.log" "$build/pictures"
 
 # Known differences, and what the layouts came to, are told in front of CTest's last lines.
 status=0
@@ -119,6 +119,8 @@ ctest --test-dir "$build" --output-on-failure -j "$(nproc)" "$@" </dev/null | aw
         print "known differences between Wine and Windows: " count + 0
         printf "%s", last
     }' || status=1
+
+[ ! -d "$build/pictures" ] || echo "balloons as they were seen: $build/pictures"
 
 # One debug run, line by line, here and there; without its test, when arguments have chosen others, there is none.
 if [ -e "$build/bed.log" ]; then
