@@ -29,7 +29,7 @@ constexpr LONG Around = 64, CaptionHeight = 24, BoxWidth = 480, BoxLine = 20;
 constexpr const char* ScreenColour = "#2B5B84";
 constexpr const char* BarColour = "#101418";
 constexpr const char* WindowColour = "#E6E6E6";
-constexpr const char* Fonts = "Segoe UI, Noto Sans, DejaVu Sans, sans-serif";
+constexpr const char* Fonts = "Segoe UI, Noto Sans, DejaVu Sans Condensed, sans-serif";
 constexpr int CloseHot = 2;
 
 std::string Colour(simwin::COLORREF colour) {

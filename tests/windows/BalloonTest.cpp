@@ -1,5 +1,5 @@
 // The real balloon on a screen beside a task bar, compared pixel by pixel with what its layout says in this machine's
-// fonts, at two resolutions and in two looks; and a client of its pipe. Each test runs on a desktop of its own, which
+// fonts, at two resolutions and in three looks; and a client of its pipe. Each test runs on a desktop of its own, which
 // takes the resolution that is set when it is made. What was seen is kept as pictures.
 #include "platform/win32.h"
 
@@ -114,6 +114,7 @@ struct Look {
     int diameter;
 };
 constexpr Look Win10Look = {"win10", "win10", "", true, 2};
+constexpr Look Win11Look = {"win11", "win10", "Win11Style=1\n", true, 7};
 constexpr Look ClassicLook = {"classic", "win7", "Win10Style=0\n", false, 13};
 
 struct Texts {
@@ -345,8 +346,8 @@ void CheckLook(int dpi, const Look& look) {
 }
 
 void CheckLooks(int dpi) {
-    CheckLook(dpi, Win10Look);
-    CheckLook(dpi, ClassicLook);
+    for (const Look& look : {Win10Look, Win11Look, ClassicLook})
+        CheckLook(dpi, look);
 }
 
 TEST(Balloon, IsDrawnAsLaidOutAt96) {
@@ -420,10 +421,16 @@ void CheckPipe(int dpi) {
         if (balloon.HasEnded()) { // a slow machine: no balloon outlives its minute
             EXPECT_GE(GetTickCount() - startTicks, BalloonLifeMs - 1000) << "after " << sent << " messages";
         } else {
-            const HANDLE pipe = OpenPipe(balloon);
-            EXPECT_TRUE(Send(pipe, Record(NewTexts)));
+            // Again and again: a client that this machine halts for a second is dropped with what it has written.
+            const LONG width = Layout(dpi, Win10Look, NewTexts).width;
+            WaitUntil([&] {
+                RECT place = {};
+                const HANDLE pipe = OpenPipe(balloon);
+                Send(pipe, Record(NewTexts));
+                CloseHandle(pipe);
+                return GetWindowRect(window, &place) && place.right - place.left == width;
+            });
             ExpectBalloon(window, bar, dpi, Win10Look, NewTexts, program, "updated");
-            CloseHandle(pipe);
             Click(window);
         }
         EXPECT_EQ(balloon.ExitCode(), 0u);
