@@ -82,6 +82,9 @@ Action MoveEvent(const Record& event, Stage& stage) {
     const unsigned port = NumberIn(table, "hub_port", 1, node->said.ports.value_or(MostHubPorts));
     if (machine::HangsBelow(node, machine::TheDeviceTree().FindById(id)))
         throw InputError(table.At("hub"), fmt::format("'{}' hangs below what is moved there", hub));
+    const machine::DeviceNode* moved = machine::TheDeviceTree().FindById(id);
+    if (moved && moved->parent && (!moved->parent->IsHub() || moved->kind == machine::DeviceKind::RootHub))
+        throw InputError(table.At("device"), fmt::format("'{}' is not plugged in on a hub", id));
     return [&stage, id, hub, port] {
         stage.timeline->Outside(fmt::format("moved to port {} of {}:", port, hub), id);
         machine::MoveDevice(id, hub, port);
@@ -183,6 +186,18 @@ public:
         return known == m_isIn.end() ? node.attached : known->second == Is::In;
     }
     void Pull(const machine::DeviceNode& node) { m_isIn[&node] = Is::Pulled; }
+    void Move(const machine::DeviceNode& node, const machine::DeviceNode* hub, unsigned port) {
+        m_movedTo[&node] = {hub, port};
+    }
+    // Who else is on the hub port of a device; null for nobody, and for a device that is on none.
+    const machine::DeviceNode* OtherOnSocketOf(const machine::DeviceNode& node) const {
+        const Place place = PlaceOf(node);
+        for (const machine::DeviceNode* other : machine::TheDeviceTree().All())
+            if (place.hub && place.hub->IsHub() && place.port && other != &node && IsIn(*other) &&
+                PlaceOf(*other) == place)
+                return other;
+        return nullptr;
+    }
     // With all below it, but for what was pulled out by itself.
     void Plug(const machine::DeviceNode& node) {
         m_isIn[&node] = Is::In;
@@ -192,8 +207,19 @@ public:
     }
 
 private:
+    struct Place {
+        const machine::DeviceNode* hub;
+        unsigned port;
+        bool operator==(const Place&) const = default;
+    };
+    Place PlaceOf(const machine::DeviceNode& node) const {
+        const auto moved = m_movedTo.find(&node);
+        return moved == m_movedTo.end() ? Place{node.parent, node.hubPort} : moved->second;
+    }
+
     enum class Is : std::uint8_t { In, Pulled };
     std::map<const machine::DeviceNode*, Is> m_isIn;
+    std::map<const machine::DeviceNode*, Place> m_movedTo;
 };
 
 const machine::DeviceNode* NodeIn(const Record& record, std::string_view key) {
@@ -204,16 +230,29 @@ const machine::DeviceNode* NodeIn(const Record& record, std::string_view key) {
 
 void CheckSockets(const std::vector<const Record*>& events) {
     Sockets sockets;
-    for (const Record* event : events) {
+    std::vector<std::pair<const machine::DeviceNode*, Position>>
+        arrivals; // of one instant, in which two may change places
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        const Record* event = events[i];
         const Record* table = event->TableOf(event->Has("move") ? "move" : "replug");
         const machine::DeviceNode* plugged = table ? NodeIn(*table, "device") : NodeIn(*event, "plug");
         if (plugged && (!event->Has("replug") || sockets.IsIn(*plugged)))
             sockets.Plug(*plugged);
+        if (plugged && event->Has("move"))
+            sockets.Move(*plugged, NodeIn(*table, "hub"), static_cast<unsigned>(table->NumberOf("hub_port")));
+        if (plugged && !event->Has("replug"))
+            arrivals.emplace_back(plugged, event->Has("move") ? table->At("hub_port") : event->At("plug"));
         const machine::DeviceNode* pulled = NodeIn(*event, "unplug");
         if (pulled && !sockets.IsIn(*pulled))
             throw InputError(event->At("unplug"), fmt::format("'{}' is not plugged in then", pulled->id));
         if (pulled)
             sockets.Pull(*pulled);
+        if (i + 1 < events.size() && events[i + 1]->MsOf("at") == event->MsOf("at"))
+            continue;
+        for (const auto& [node, at] : arrivals)
+            if (const machine::DeviceNode* other = sockets.OtherOnSocketOf(*node); other && sockets.IsIn(*node))
+                throw InputError(at, fmt::format("'{}' is on that hub port then: pull it out first", other->id));
+        arrivals.clear();
     }
 }
 

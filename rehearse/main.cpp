@@ -138,6 +138,7 @@ int RunLine(int count, char** arguments) {
 int main(int count, char** arguments) {
     // A reader that has gone is a failed write, not the end in the middle of everything.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN); // likewise a file that may not grow any more
     try {
         const int code = RunLine(count, arguments);
         if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
@@ -146,6 +147,7 @@ int main(int count, char** arguments) {
         }
         return code;
     } catch (const std::exception& error) { // a disk that is full, a folder that cannot be read
+        std::fputs("quillmarch-rehearse: ", stderr);
         std::fputs(error.what(), stderr);
         std::fputs("\n", stderr);
         return rehearse::ExitWrongInput;

@@ -4,6 +4,7 @@
 #include "simwin/devices/api.h"
 #include "simwin/kernel/Call.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace simwin {
@@ -77,8 +78,10 @@ BOOL DefineDosDeviceA(DWORD flags, LPCSTR name, LPCSTR target) {
     }
     machine::DosNames& names = machine::TheDosNames();
     std::string path = target ? target : "";
-    if (!path.empty() && !(flags & DDD_RAW_TARGET_PATH))
+    if (!path.empty() && !(flags & DDD_RAW_TARGET_PATH)) {
+        std::replace(path.begin(), path.end(), '/', '\\');
         path = "\\??\\" + path;
+    }
     if (!remove) {
         names.Define(name, path, "program");
         return TRUE;

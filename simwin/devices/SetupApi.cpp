@@ -59,6 +59,12 @@ bool HasSize(DWORD given, std::size_t wanted) {
     return false;
 }
 
+bool IsGiven(const void* record) {
+    if (!record)
+        SetError(ERROR_INVALID_PARAMETER);
+    return record;
+}
+
 void GiveDevice(const ListEntry& entry, std::size_t index, SP_DEVINFO_DATA& device) {
     device.ClassGuid = ClassGuidOf(*entry.node);
     device.DevInst = entry.node->number;
@@ -67,7 +73,7 @@ void GiveDevice(const ListEntry& entry, std::size_t index, SP_DEVINFO_DATA& devi
 
 // The entry that a device record stands for; null, with the last error, if it is none of this list.
 const ListEntry* EntryOf(const DeviceList& list, const SP_DEVINFO_DATA* device) {
-    if (!device || !HasSize(device->cbSize, sizeof(*device)))
+    if (!IsGiven(device) || !HasSize(device->cbSize, sizeof(*device)))
         return nullptr;
     if (device->Reserved - 1 < list.entries.size() &&
         list.entries[device->Reserved - 1].node->number == device->DevInst)
@@ -77,7 +83,7 @@ const ListEntry* EntryOf(const DeviceList& list, const SP_DEVINFO_DATA* device) 
 }
 
 const ListEntry* EntryOf(const DeviceList& list, const SP_DEVICE_INTERFACE_DATA* data) {
-    if (!data || !HasSize(data->cbSize, sizeof(*data)))
+    if (!IsGiven(data) || !HasSize(data->cbSize, sizeof(*data)))
         return nullptr;
     if (data->Reserved - 1 < list.entries.size() && list.entries[data->Reserved - 1].deviceInterface)
         return &list.entries[data->Reserved - 1];
@@ -187,7 +193,7 @@ BOOL SetupDiEnumDeviceInfo(HDEVINFO handle, DWORD index, PSP_DEVINFO_DATA device
         return FALSE;
     }
     const machine::DeviceList* list = ListOf(handle);
-    if (!list || !device || !HasSize(device->cbSize, sizeof(*device)))
+    if (!list || !IsGiven(device) || !HasSize(device->cbSize, sizeof(*device)))
         return FALSE;
     if (index >= list->entries.size()) {
         SetError(ERROR_NO_MORE_ITEMS);
@@ -205,7 +211,7 @@ BOOL SetupDiEnumDeviceInterfaces(HDEVINFO handle, PSP_DEVINFO_DATA device, const
         return FALSE;
     }
     const machine::DeviceList* list = ListOf(handle);
-    if (!list || !data || !HasSize(data->cbSize, sizeof(*data)))
+    if (!list || !IsGiven(data) || !HasSize(data->cbSize, sizeof(*data)))
         return FALSE;
     if (!interfaceClass) {
         SetError(ERROR_INVALID_PARAMETER);
@@ -310,6 +316,11 @@ BOOL SetupDiGetDeviceRegistryPropertyA(HDEVINFO handle, PSP_DEVINFO_DATA device,
         return FALSE;
     if (entry->node->uninstalled) {
         SetError(ERROR_NO_SUCH_DEVINST);
+        return FALSE;
+    }
+    constexpr DWORD FirstUnknown = 0x25, InvalidProperty = 0xE0000209;
+    if (property >= FirstUnknown) {
+        SetError(InvalidProperty);
         return FALSE;
     }
     const std::optional<DeviceProperty> found = ReadDeviceProperty(*entry->node, property + 1, false);

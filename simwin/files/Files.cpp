@@ -494,14 +494,51 @@ bool Files::Grow(const FileNode* node, std::int64_t bytes) {
     return true;
 }
 
+// What Windows makes of some wildcards before it compares.
+constexpr char UpToLastDot = '<', UpToADot = '>', DotOrEnd = '"';
+
+static bool MatchesMarks(std::string_view name, std::string_view pattern) {
+    if (pattern.empty())
+        return name.empty();
+    const char mark = pattern[0];
+    const std::string_view rest = pattern.substr(1);
+    if (mark == '*' || mark == UpToLastDot) {
+        const std::size_t dot = name.rfind('.');
+        const std::size_t most = mark == '*' || dot == std::string_view::npos ? name.size() : dot;
+        for (std::size_t taken = 0; taken <= most; ++taken)
+            if (MatchesMarks(name.substr(taken), rest))
+                return true;
+        return false;
+    }
+    if (mark == UpToADot && (name.empty() || name[0] == '.'))
+        return MatchesMarks(name, rest);
+    if (mark == DotOrEnd && name.empty())
+        return MatchesMarks(name, rest);
+    if (name.empty())
+        return false;
+    const bool fits = mark == UpToADot || (mark == DotOrEnd ? name[0] == '.' : LowerChar(mark) == LowerChar(name[0]));
+    return fits && MatchesMarks(name.substr(1), rest);
+}
+
 bool MatchesFilePattern(std::string_view name, std::string_view pattern) {
     if (pattern == "*.*")
         return true;
-    if (MatchesWildcard(name, pattern))
-        return true;
-    // "*." means names without an extension.
-    return pattern.ends_with('.') && name.find('.') == std::string_view::npos &&
-           MatchesWildcard(name, pattern.substr(0, pattern.size() - 1));
+    const std::size_t last = pattern.find_last_not_of(". ");
+    if (last != std::string_view::npos && !pattern.ends_with("*."))
+        pattern = pattern.substr(0, last + 1); // dots and blanks at the end are no part of a name
+    std::string marked(pattern);
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        const char next = i + 1 < pattern.size() ? pattern[i + 1] : '\0';
+        if (pattern[i] == '?')
+            marked[i] = UpToADot;
+        else if (pattern[i] == '.' && (next == '?' || next == '*'))
+            marked[i] = DotOrEnd;
+        else if (pattern[i] == '*' && next == '.')
+            marked[i] = UpToLastDot;
+    }
+    if (marked.ends_with('.') && marked.size() > 1 && marked[marked.size() - 2] == UpToLastDot)
+        marked.pop_back(); // "*.": names without an extension
+    return MatchesMarks(name, marked);
 }
 
 } // namespace machine

@@ -296,6 +296,22 @@ simwin::WIN32_FIND_DATAA FindData(const FileNode* node, const char* name) {
     return data;
 }
 
+// Names of devices that are in every folder.
+bool IsDosDevice(std::string_view name) {
+    for (const char* device : {"con", "prn", "aux", "nul"})
+        if (EqualNoCase(name, device))
+            return true;
+    return name.size() == 4 && name[3] >= '1' && name[3] <= '9' &&
+           (StartsWithNoCase(name, "com") || StartsWithNoCase(name, "lpt"));
+}
+
+simwin::WIN32_FIND_DATAA DeviceData(std::string_view name) {
+    simwin::WIN32_FIND_DATAA data = {};
+    data.dwFileAttributes = simwin::FILE_ATTRIBUTE_ARCHIVE;
+    memcpy(data.cFileName, name.data(), name.size());
+    return data;
+}
+
 } // namespace
 
 bool MayExecute(const FileNode* node) {
@@ -344,8 +360,8 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES
     file->node = Shared(place.node);
     file->holder = {rights, share};
     file->node->holders.push_back(&file->holder);
-    if (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS)
-        SetError(existed ? DWORD{ERROR_ALREADY_EXISTS} : DWORD{ERROR_SUCCESS});
+    const bool tellsThatItWas = disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
+    SetError(existed && tellsThatItWas ? DWORD{ERROR_ALREADY_EXISTS} : DWORD{ERROR_SUCCESS});
     return OpenHandle(file, rights);
 }
 
@@ -539,15 +555,17 @@ HANDLE FindFirstFileA(LPCSTR pattern, WIN32_FIND_DATAA* data) {
     const std::size_t slash = text.rfind('\\');
     const std::string wanted = text.substr(slash == std::string::npos ? 0 : slash + 1);
     const std::string folderName = slash == std::string::npos ? "." : text.substr(0, slash + 1);
-    if (wanted.empty())
-        return FailOpen(ERROR_FILE_NOT_FOUND);
     const ParsedPath folderPath = ParsePath(folderName, CurrentProcess()->currentDirectory);
     const FileNode* folder = folderPath.error ? nullptr : TheFiles().Find(folderPath.full);
     if (!folder || !folder->folder)
         return FailOpen(folderPath.error ? folderPath.error : DWORD{ERROR_PATH_NOT_FOUND});
+    if (wanted.empty())
+        return FailOpen(ERROR_FILE_NOT_FOUND);
     if (!MayAccess(folder, CurrentCaller(), ListFolder))
         return FailOpen(ERROR_ACCESS_DENIED);
     auto* search = new FileSearch;
+    if (IsDosDevice(wanted))
+        search->found.push_back(DeviceData(wanted));
     for (const char* dots : {".", ".."})
         if (folder->parent && MatchesFilePattern(dots, wanted))
             search->found.push_back(FindData(folder, dots));

@@ -152,6 +152,7 @@ DWORD GetModuleFileNameA(HMODULE module, LPSTR path, DWORD size) {
     const std::string text =
         IsProgram(module) ? CurrentProcess()->imagePath : SystemDirectory() + "\\" + Libraries[library].name;
     if (size > text.size()) {
+        SetError(ERROR_SUCCESS);
         std::memcpy(path, text.c_str(), text.size() + 1);
         return static_cast<DWORD>(text.size());
     }
@@ -190,8 +191,8 @@ BOOL FreeLibrary(HMODULE module) {
 FARPROC GetProcAddress(HMODULE module, LPCSTR name) {
     SIM_CALL("GetProcAddress", name, ERROR_PROC_NOT_FOUND);
     const std::size_t library = LibraryOf(module);
-    if (simCall.error || library == LibraryCount) {
-        SetError(simCall.error ? simCall.error : DWORD{ERROR_MOD_NOT_FOUND});
+    if (simCall.error || library == LibraryCount) { // the program itself exports nothing
+        SetError(simCall.error ? simCall.error : IsProgram(module) ? ERROR_PROC_NOT_FOUND : ERROR_MOD_NOT_FOUND);
         return nullptr;
     }
     const WindowsVersion& version = TheSetup().version;

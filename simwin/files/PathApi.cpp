@@ -48,6 +48,7 @@ std::string Canonical(std::string_view path) {
 }
 
 constexpr simwin::UINT Western = 1252;
+constexpr simwin::DWORD NameTooLong = 206;
 
 void CheckCodePage(const char* call, simwin::UINT codePage) {
     if (codePage != simwin::CP_ACP && codePage != simwin::CP_THREAD_ACP && codePage != Western)
@@ -95,10 +96,10 @@ BOOL PathCanonicalizeA(LPSTR to, LPCSTR path) {
     if (!to || !path)
         return FailWith(ERROR_INVALID_PARAMETER);
     if (std::strlen(path) >= MAX_PATH)
-        return FailWith(ERROR_INSUFFICIENT_BUFFER);
+        return FailWith(NameTooLong);
     const std::string result = Canonical(path);
     if (result.size() >= MAX_PATH)
-        return FailWith(ERROR_INSUFFICIENT_BUFFER);
+        return FailWith(NameTooLong);
     std::memcpy(to, result.c_str(), result.size() + 1);
     return TRUE;
 }

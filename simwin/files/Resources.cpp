@@ -303,8 +303,12 @@ BOOL GetFileVersionInfoA(LPCSTR file, DWORD, DWORD size, LPVOID data) {
     DWORD error = simCall.error;
     std::vector<std::uint8_t> bytes;
     if (!error) {
-        const ParsedPath path = ParsePath(file ? file : "", CurrentProcess()->currentDirectory);
+        ParsedPath path = ParsePath(file ? file : "", CurrentProcess()->currentDirectory);
         const FileNode* node = path.error ? nullptr : TheFiles().Find(path.full);
+        if (!node && file && std::string_view(file).find_first_of(":\\/") == std::string_view::npos) {
+            path = ParsePath(file, SystemDirectory()); // where libraries are looked for
+            node = path.error ? nullptr : TheFiles().Find(path.full);
+        }
         if (!node || node->folder) {
             error = ERROR_FILE_NOT_FOUND;
         } else if (IsProgramFile(path.full)) {

@@ -5,7 +5,6 @@
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace machine {
@@ -102,6 +101,15 @@ constexpr SystemText SystemTexts[] = {
 
 constexpr simwin::DWORD ErrorMessageNotFound = 317;
 
+// The text of a code, or of the error that an HRESULT of Windows' own facility stands for; null without one.
+const char* FindText(simwin::DWORD code) {
+    constexpr simwin::DWORD OfWindows = 0x80070000;
+    for (const SystemText& row : SystemTexts)
+        if (row.code == code || (row.code | OfWindows) == code)
+            return row.text;
+    return nullptr;
+}
+
 } // namespace
 
 } // namespace machine
@@ -114,9 +122,8 @@ DWORD FormatMessageA(DWORD flags, LPCVOID, DWORD message, DWORD, LPSTR buffer, D
     if ((flags & ~Modelled) || !(flags & FORMAT_MESSAGE_FROM_SYSTEM))
         machine::NotModelled("FormatMessageA", "messages other than the system's");
     DWORD error = simCall.error;
-    const auto* found = std::find_if(std::begin(machine::SystemTexts), std::end(machine::SystemTexts),
-                                     [message](const machine::SystemText& row) { return row.code == message; });
-    if (!error && found == std::end(machine::SystemTexts))
+    const char* found = machine::FindText(message);
+    if (!error && !found)
         error = machine::ErrorMessageNotFound;
     if (!error && !buffer)
         error = ERROR_INVALID_PARAMETER;
@@ -124,7 +131,7 @@ DWORD FormatMessageA(DWORD flags, LPCVOID, DWORD message, DWORD, LPSTR buffer, D
         machine::SetError(error);
         return 0;
     }
-    const std::string text = std::string(found->text) + "\r\n";
+    const std::string text = std::string(found) + "\r\n";
     LPSTR to = buffer;
     if (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) {
         to = static_cast<LPSTR>(machine::CurrentProcess()->heap.Allocate(text.size() + 1, "FormatMessageA"));

@@ -115,7 +115,9 @@ void RemoveFolderAndEnd(int signal) {
 // "" if it was made.
 std::string MakeFolder() {
     std::error_code error;
-    const std::filesystem::path temporary = std::filesystem::temp_directory_path(error);
+    const char* described = std::getenv("TMPDIR");
+    const bool isEmpty = described && !*described; // as good as none, as for the shell's own tools
+    const std::filesystem::path temporary = isEmpty ? "/tmp" : std::filesystem::temp_directory_path(error);
     if (error)
         return "the temporary folder (TMPDIR): " + error.message();
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})

@@ -31,8 +31,13 @@ simwin::HANDLE HandleTable::Open(Object* object, simwin::DWORD access) {
     return reinterpret_cast<simwin::HANDLE>(value);
 }
 
+// The low two bits of a handle belong to its user and do not count.
+static std::uint64_t NumberOf(simwin::HANDLE handle) {
+    return reinterpret_cast<std::uint64_t>(handle) & ~std::uint64_t{3};
+}
+
 bool HandleTable::Close(simwin::HANDLE handle) {
-    const auto found = m_entries.find(reinterpret_cast<std::uint64_t>(handle));
+    const auto found = m_entries.find(NumberOf(handle));
     if (found == m_entries.end())
         return false;
     Object* object = found->second.object;
@@ -44,7 +49,7 @@ bool HandleTable::Close(simwin::HANDLE handle) {
 }
 
 const HandleEntry* HandleTable::Entry(simwin::HANDLE handle) const {
-    const auto found = m_entries.find(reinterpret_cast<std::uint64_t>(handle));
+    const auto found = m_entries.find(NumberOf(handle));
     return found == m_entries.end() ? nullptr : &found->second;
 }
 

@@ -192,7 +192,12 @@ bool IsUnmarkedUtf16(std::string_view bytes) {
 
 std::optional<std::string> AnsiFromFile(std::string_view bytes) {
     std::string text;
-    if (bytes.starts_with("\xFF\xFE"))
+    std::string swapped(bytes.starts_with("\xFE\xFF") ? bytes.substr(2) : std::string_view());
+    for (std::size_t i = 0; i + 1 < swapped.size(); i += 2)
+        std::swap(swapped[i], swapped[i + 1]);
+    if (!swapped.empty())
+        text = AnsiFromUtf16Bytes(swapped);
+    else if (bytes.starts_with("\xFF\xFE"))
         text = AnsiFromUtf16Bytes(bytes.substr(2));
     else if (IsUnmarkedUtf16(bytes))
         text = AnsiFromUtf16Bytes(bytes);

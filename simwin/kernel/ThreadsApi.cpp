@@ -27,6 +27,10 @@ machine::Thread* ThreadOf(HANDLE handle) {
 }
 
 machine::Waitable* WaitableOf(HANDLE handle) {
+    if (handle == ThisThread)
+        return machine::CurrentThread();
+    if (handle == ThisProcess)
+        return machine::CurrentProcess();
     const machine::HandleEntry* entry = machine::CurrentProcess()->handles.Entry(handle);
     if (!entry)
         return nullptr;

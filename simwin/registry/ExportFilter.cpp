@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 
 namespace machine {
 
@@ -14,20 +15,22 @@ namespace {
 constexpr std::string_view LocalMachine = "HKEY_LOCAL_MACHINE";
 constexpr std::string_view System = "HKEY_LOCAL_MACHINE\\SYSTEM";
 constexpr std::string_view CurrentSet = "CurrentControlSet";
-constexpr simwin::DWORD TypeText = 1, TypeExpand = 2, TypeDword = 4, TypeMulti = 7;
+constexpr simwin::DWORD TypeText = 1, TypeExpand = 2, TypeBinary = 3, TypeDword = 4, TypeMulti = 7;
 
-enum class Wanted { Text, Number, Texts };
+enum class Wanted { Text, Number, Texts, Bytes };
 struct StoredType {
     const char* name;
     Wanted type;
 };
-constexpr StoredType StoredTypes[] = {
+constexpr StoredType OfDevice[] = {
     {"DeviceDesc", Wanted::Text}, {"FriendlyName", Wanted::Text},   {"Service", Wanted::Text},
     {"ClassGUID", Wanted::Text},  {"Class", Wanted::Text},          {"LocationInformation", Wanted::Text},
     {"Driver", Wanted::Text},     {"ParentIdPrefix", Wanted::Text}, {"ConfigFlags", Wanted::Number},
     {"Address", Wanted::Number},  {"Capabilities", Wanted::Number}, {"HardwareID", Wanted::Texts},
     {"Mfg", Wanted::Text},        {"CompatibleIDs", Wanted::Texts},
 };
+constexpr StoredType OfParameters[] = {{"PortName", Wanted::Text}, {"DosDeviceName", Wanted::Text}};
+constexpr StoredType OfArbiter[] = {{"ComDB", Wanted::Bytes}};
 
 bool IsOfType(const ExportedValue& value, Wanted wanted) {
     switch (wanted) {
@@ -37,6 +40,8 @@ bool IsOfType(const ExportedValue& value, Wanted wanted) {
         return value.type == TypeDword && value.data.size() == sizeof(simwin::DWORD);
     case Wanted::Texts:
         return value.type == TypeMulti;
+    case Wanted::Bytes:
+        return value.type == TypeBinary;
     }
     return false;
 }
@@ -48,15 +53,21 @@ std::string_view Cut(std::string_view& path) {
     return name;
 }
 
-// ...\SYSTEM\<set>\Enum\<enumerator>\<device>\<instance>
-bool IsDeviceKey(std::string_view path) {
+// The values that a key has by its place: ...\SYSTEM\<set>\Enum\<enumerator>\<device>\<instance>, the parameters
+// below it, and the database of COM names.
+std::span<const StoredType> StoredTypesOf(std::string_view path) {
     for (int i = 0; i < 3; ++i)
         Cut(path);
+    if (EqualNoCase(path, "Control\\COM Name Arbiter"))
+        return OfArbiter;
     if (!EqualNoCase(Cut(path), "Enum"))
-        return false;
+        return {};
     for (int i = 0; i < 2; ++i)
         Cut(path);
-    return !path.empty() && path.find('\\') == std::string_view::npos;
+    const bool isInstance = !Cut(path).empty();
+    if (EqualNoCase(path, "Device Parameters"))
+        return OfParameters;
+    return isInstance && path.empty() ? std::span<const StoredType>(OfDevice) : std::span<const StoredType>();
 }
 
 // The number of "ControlSet002"; 0 for another name.
@@ -127,12 +138,11 @@ std::optional<unsigned> SelectedSet(const std::vector<ExportedKey>& keys) {
 
 void LeaveOutWrongTypes(std::vector<ExportedKey>& keys, std::vector<ExportNote>& notes) {
     for (ExportedKey& key : keys) {
-        if (!IsDeviceKey(key.path))
-            continue;
+        const std::span<const StoredType> types = StoredTypesOf(key.path);
         std::erase_if(key.values, [&](const ExportedValue& value) {
             if (value.deleted)
                 return false;
-            for (const StoredType& row : StoredTypes) {
+            for (const StoredType& row : types) {
                 if (!EqualNoCase(row.name, value.name) || IsOfType(value, row.type))
                     continue;
                 notes.push_back(NoteOfValue(key, value, "its type is not that of this value"));
@@ -164,10 +174,11 @@ std::vector<std::string> UnifyControlSets(std::vector<ExportedKey>& keys) {
     else if (!hasCurrent || sets.size() == 1)
         taken = sets.begin()->first;
     // ControlSet001 alone is what an export of a running machine has; everything else is said.
-    const bool isPlain = sets.size() == 1 && taken == 1;
+    const bool isPlain = sets.size() == 1 && taken == 1 && selected.value_or(taken) == taken;
     if (taken && !isPlain)
         lines.push_back("control set '" + sets[taken] + "' is taken for the current one" +
                         (selected == taken ? ", as Select says"
+                         : selected        ? ": the one that Select names is not there"
                          : sets.size() > 1 ? ": no Select names another"
                                            : ""));
     for (const auto& [number, name] : sets)

@@ -13,6 +13,7 @@ namespace machine {
 namespace {
 
 constexpr simwin::DWORD DeleteRight = 0x00010000;
+constexpr simwin::DWORD UnknownRevision = 1305, InvalidAcl = 1336;
 constexpr simwin::DWORD ViewFlags = simwin::KEY_WOW64_32KEY | simwin::KEY_WOW64_64KEY;
 constexpr simwin::DWORD KnownRights = 0x001F003F | ViewFlags | simwin::MAXIMUM_ALLOWED | 0xF0000000;
 
@@ -22,16 +23,24 @@ struct OpenKey : Object {
     std::shared_ptr<RegistryKey> key;
 };
 
+// The low half of a root's handle alone says which it is.
+simwin::DWORD RootNumber(simwin::HKEY handle) {
+    return static_cast<simwin::DWORD>(reinterpret_cast<simwin::ULONG_PTR>(handle));
+}
+
+constexpr simwin::DWORD FirstRoot = 0x80000000;
+constexpr const char* RootTexts[] = {"HKCR", "HKCU", "HKLM", "HKU"};
+
 bool IsPredefined(simwin::HKEY handle) {
-    return handle == HKEY_CLASSES_ROOT || handle == HKEY_CURRENT_USER || handle == HKEY_LOCAL_MACHINE ||
-           handle == HKEY_USERS;
+    return RootNumber(handle) >= FirstRoot && RootNumber(handle) - FirstRoot < std::size(RootTexts);
 }
 
 const char* RootText(simwin::HKEY handle) {
-    return handle == HKEY_CLASSES_ROOT    ? "HKCR"
-           : handle == HKEY_CURRENT_USER  ? "HKCU"
-           : handle == HKEY_LOCAL_MACHINE ? "HKLM"
-                                          : "HKU";
+    return RootTexts[RootNumber(handle) - FirstRoot];
+}
+
+bool IsClassesRoot(simwin::HKEY handle) {
+    return RootNumber(handle) == RootNumber(HKEY_CLASSES_ROOT);
 }
 
 // The key behind a handle with the rights that it was opened with, or an error.
@@ -129,11 +138,21 @@ std::string Redirected(std::string_view path) {
     return rest.empty() ? "SOFTWARE\\Wow6432Node" : "SOFTWARE\\Wow6432Node\\" + std::string(rest);
 }
 
-std::string SubPath(const RegistryKey* base, const char* subKey, simwin::DWORD access) {
-    const std::string_view path = subKey ? subKey : "";
-    if (base == TheRegistry().LocalMachine() && Is32BitView(access))
+// A subkey's path from the key that it is looked for from. A handle below HKLM keeps the view in which it was opened
+// unless the call names the other one.
+std::string SubPath(RegistryKey*& base, const char* subKey, simwin::DWORD access) {
+    constexpr std::string_view Machine = "HKLM\\";
+    const std::string path = subKey ? subKey : "";
+    RegistryKey* localMachine = TheRegistry().LocalMachine();
+    if (!Is32BitView(access))
+        return path;
+    if (base == localMachine)
         return Redirected(path);
-    return std::string(path);
+    const std::string from = base->Path();
+    if (!(access & simwin::KEY_WOW64_32KEY) || !from.starts_with(Machine))
+        return path;
+    base = localMachine;
+    return Redirected(from.substr(Machine.size()) + "\\" + path);
 }
 
 RegistryKey* FindBelow(RegistryKey* base, std::string_view path) {
@@ -145,6 +164,11 @@ RegistryKey* FindBelow(RegistryKey* base, std::string_view path) {
             base = TheRegistry().FindChild(base, name);
     }
     return base;
+}
+
+// The user's own class, which stands in front of the machine's; null without one.
+RegistryKey* OwnClass(std::string_view path) {
+    return FindBelow(TheRegistry().FindKey("HKCU\\Software\\Classes"), path);
 }
 
 std::shared_ptr<RegistryKey> Shared(RegistryKey* key) {
@@ -163,14 +187,15 @@ simwin::LONG OpenHandle(RegistryKey* key, simwin::DWORD access, simwin::HKEY* re
 }
 
 // What RegOpenKeyExA and RegCreateKeyExA have in common before they look.
-simwin::LONG CheckOpening(const char* subKey, simwin::DWORD access, simwin::HKEY* result) {
+simwin::LONG CheckOpening(simwin::HKEY key, const char* subKey, simwin::DWORD access, simwin::HKEY* result) {
     if (!result || (access & ViewFlags) == ViewFlags)
         return simwin::ERROR_INVALID_PARAMETER;
-    *result = nullptr;
     if (access & ~KnownRights)
         NotModelled("registry", "access rights of another kind");
-    if (subKey && *subKey == '\\')
+    if (subKey && *subKey == '\\' && !IsClassesRoot(key)) {
+        *result = nullptr;
         return simwin::ERROR_BAD_PATHNAME;
+    }
     return simwin::ERROR_SUCCESS;
 }
 
@@ -235,14 +260,26 @@ LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD options, REGSAM access, PHKEY 
              ERROR_KEY_DELETED);
     if (options)
         NotModelled("RegOpenKeyExA", "options");
-    if (const LONG error = CheckOpening(subKey, access, result))
+    if (const LONG error = CheckOpening(key, subKey, access, result))
         return error;
-    if (simCall.error)
+    if (simCall.error) {
+        *result = nullptr;
         return AsResult(simCall.error);
+    }
+    if ((!key && !subKey) || (IsPredefined(key) && (!subKey || !*subKey))) { // the root itself
+        *result = key;
+        return ERROR_SUCCESS;
+    }
     const KeyUse base = UseKey(key, 0);
+    if (base.error == ERROR_INVALID_HANDLE)
+        return base.error;
+    *result = nullptr;
     if (base.error)
         return base.error;
-    RegistryKey* found = FindBelow(base.key, SubPath(base.key, subKey, access));
+    RegistryKey* found = IsClassesRoot(key) ? OwnClass(subKey) : nullptr;
+    RegistryKey* from = base.key;
+    if (!found)
+        found = FindBelow(from, SubPath(from, subKey, access));
     if (!found)
         return ERROR_FILE_NOT_FOUND;
     return OpenHandle(found, access, result);
@@ -252,8 +289,9 @@ LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD, LPSTR keyClass, DWORD optio
                      const SECURITY_ATTRIBUTES* security, PHKEY result, LPDWORD disposition) {
     const CallObject object(key, subKey);
     SIM_CALL("RegCreateKeyExA", object.text, ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE);
-    if (const LONG error = CheckOpening(subKey, access, result))
+    if (const LONG error = CheckOpening(key, subKey, access, result))
         return error;
+    *result = nullptr;
     if (options & ~REG_OPTION_VOLATILE)
         NotModelled("RegCreateKeyExA", "options other than volatile");
     if (security && security->lpSecurityDescriptor)
@@ -263,14 +301,14 @@ LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD, LPSTR keyClass, DWORD optio
     const KeyUse base = UseKey(key, 0);
     if (base.error)
         return base.error;
-    const std::string path = SubPath(base.key, subKey, access);
-    if (RegistryKey* found = FindBelow(base.key, path)) {
+    RegistryKey* at = base.key;
+    const std::string path = SubPath(at, subKey, access);
+    if (RegistryKey* found = FindBelow(at, path)) {
         Give(disposition, REG_OPENED_EXISTING_KEY);
         return OpenHandle(found, access, result);
     }
     const Caller caller = CurrentCaller();
     const Sid owner = caller.Is(SidAdministrators) ? Sid(SidAdministrators) : caller.user;
-    RegistryKey* at = base.key;
     for (const std::string& name : Split(path, '\\')) {
         if (name.empty())
             continue;
@@ -321,7 +359,9 @@ LONG RegQueryValueExA(HKEY key, LPCSTR name, LPDWORD, LPDWORD type, LPBYTE data,
             Give(size, 0);
         return ERROR_FILE_NOT_FOUND;
     }
+    const DWORD room = size ? *size : 0; // read first: type and size may be one variable
     Give(type, value->type);
+    Give(size, room);
     return GiveData(*value, data, size);
 }
 
@@ -373,7 +413,8 @@ LONG RegDeleteKeyA(HKEY key, LPCSTR subKey) {
     const KeyUse base = UseKey(key, 0);
     if (base.error)
         return base.error;
-    RegistryKey* found = FindBelow(base.key, SubPath(base.key, subKey, 0));
+    RegistryKey* from = base.key;
+    RegistryKey* found = FindBelow(from, SubPath(from, subKey, 0));
     if (!found)
         return ERROR_FILE_NOT_FOUND;
     const bool allowed = GrantedAccess(*found->security, CurrentCaller(), DeleteRight, KeyMapping);
@@ -383,12 +424,10 @@ LONG RegDeleteKeyA(HKEY key, LPCSTR subKey) {
     return ERROR_SUCCESS;
 }
 
-LONG RegEnumKeyExA(HKEY key, DWORD index, LPSTR name, LPDWORD nameChars, LPDWORD, LPSTR keyClass, LPDWORD,
+LONG RegEnumKeyExA(HKEY key, DWORD index, LPSTR name, LPDWORD nameChars, LPDWORD, LPSTR keyClass, LPDWORD classChars,
                    FILETIME* lastWrite) {
     const CallObject object(key);
     SIM_CALL("RegEnumKeyExA", object.text, ERROR_ACCESS_DENIED, ERROR_KEY_DELETED, ERROR_NO_MORE_ITEMS);
-    if (keyClass)
-        NotModelled("RegEnumKeyExA", "the class of a key");
     if (simCall.error)
         return AsResult(simCall.error);
     const KeyUse use = UseKey(key, KEY_ENUMERATE_SUB_KEYS);
@@ -398,6 +437,8 @@ LONG RegEnumKeyExA(HKEY key, DWORD index, LPSTR name, LPDWORD nameChars, LPDWORD
         return ERROR_NO_MORE_ITEMS;
     const RegistryKey& found = *std::next(use.key->subKeys.begin(), static_cast<int>(index))->second;
     if (const LONG error = GiveName(found.name, name, nameChars))
+        return error;
+    if (const LONG error = keyClass ? GiveName(found.keyClass, keyClass, classChars) : ERROR_SUCCESS)
         return error;
     if (lastWrite)
         *lastWrite = ToFileTime(found.lastWrite);
@@ -431,18 +472,18 @@ LONG RegEnumValueA(HKEY key, DWORD index, LPSTR name, LPDWORD nameChars, LPDWORD
     return GiveData(value, data, size);
 }
 
-LONG RegQueryInfoKeyA(HKEY key, LPSTR keyClass, LPDWORD, LPDWORD, LPDWORD subKeys, LPDWORD maxSubKeyChars,
+LONG RegQueryInfoKeyA(HKEY key, LPSTR keyClass, LPDWORD classChars, LPDWORD, LPDWORD subKeys, LPDWORD maxSubKeyChars,
                       LPDWORD maxClassChars, LPDWORD values, LPDWORD maxNameChars, LPDWORD maxDataBytes,
                       LPDWORD securityBytes, FILETIME* lastWrite) {
     const CallObject object(key);
     SIM_CALL("RegQueryInfoKeyA", object.text, ERROR_ACCESS_DENIED, ERROR_KEY_DELETED);
-    if (keyClass)
-        NotModelled("RegQueryInfoKeyA", "the class of a key");
     if (simCall.error)
         return AsResult(simCall.error);
     const KeyUse use = UseKey(key, KEY_QUERY_VALUE);
     if (use.error)
         return use.error;
+    if (const LONG error = keyClass ? GiveName(use.key->keyClass, keyClass, classChars) : ERROR_SUCCESS)
+        return error;
     std::size_t longestKey = 0, longestClass = 0, longestName = 0, longestData = 0;
     for (const auto& [name, subKey] : use.key->subKeys) {
         longestKey = std::max(longestKey, name.size());
@@ -450,7 +491,7 @@ LONG RegQueryInfoKeyA(HKEY key, LPSTR keyClass, LPDWORD, LPDWORD, LPDWORD subKey
     }
     for (const RegistryValue& value : use.key->values) {
         longestName = std::max(longestName, value.name.size());
-        longestData = std::max(longestData, value.data.size());
+        longestData = std::max(longestData, value.data.size() * (IsText(value.type) ? sizeof(WCHAR) : 1));
     }
     Give(subKeys, use.key->subKeys.size());
     Give(maxSubKeyChars, longestKey);
@@ -534,9 +575,14 @@ BOOL ConvertStringSecurityDescriptorToSecurityDescriptorA(LPCSTR text, DWORD rev
         SetError(simCall.error);
         return FALSE;
     }
-    const auto parsed = text && result && revision == SDDL_REVISION_1 ? ParseSddl(text) : std::nullopt;
+    if (!text || !result || revision != SDDL_REVISION_1) {
+        SetError(text && result ? UnknownRevision : ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    bool isListBad = false;
+    const auto parsed = ParseSddl(text, &isListBad);
     if (!parsed) {
-        SetError(ERROR_INVALID_PARAMETER);
+        SetError(isListBad ? InvalidAcl : ERROR_INVALID_PARAMETER);
         return FALSE;
     }
     const std::vector<std::uint8_t> bytes = ToBinary(*parsed);

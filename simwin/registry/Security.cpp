@@ -297,7 +297,18 @@ std::string AccountOfSid(std::string_view sid) {
     return {};
 }
 
-std::optional<SecurityDescriptor> ParseSddl(std::string_view text) {
+// Blanks may stand in front of each part.
+static std::string WithoutLeadingBlanks(std::string_view text) {
+    std::string kept;
+    for (const char c : text)
+        if (c != ' ' || (!kept.empty() && std::string_view(":;()").find(kept.back()) == std::string_view::npos))
+            kept += c;
+    return kept;
+}
+
+std::optional<SecurityDescriptor> ParseSddl(std::string_view written, bool* isListBad) {
+    const std::string kept = WithoutLeadingBlanks(written);
+    std::string_view text = kept;
     SecurityDescriptor result;
     while (!text.empty()) {
         if (text.size() < 2 || text[1] != ':')
@@ -317,8 +328,11 @@ std::optional<SecurityDescriptor> ParseSddl(std::string_view text) {
                 return std::nullopt;
             (part == 'o' ? result.owner : result.group) = *sid;
         } else if (part == 'd') {
-            if (!ParseDacl(body, result))
+            if (!ParseDacl(body, result)) {
+                if (isListBad)
+                    *isListBad = true;
                 return std::nullopt;
+            }
         } else if (part == 's') {
             NotModelled("ConvertStringSecurityDescriptorToSecurityDescriptorA", "a system access list");
         } else {

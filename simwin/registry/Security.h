@@ -50,7 +50,7 @@ struct SecurityDescriptor {
 };
 
 // From and to the descriptor language. Empty if the text is none of it; a system list is not modelled.
-std::optional<SecurityDescriptor> ParseSddl(std::string_view text);
+std::optional<SecurityDescriptor> ParseSddl(std::string_view text, bool* isListBad = nullptr);
 std::string ToSddl(const SecurityDescriptor& descriptor);
 
 // The self-relative form. Parse gives nothing for a form that is not valid or that is longer than `available` bytes.

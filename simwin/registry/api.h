@@ -43,7 +43,8 @@ inline constexpr DWORD REG_OPENED_EXISTING_KEY = 2;
 // --- Keys and values. Results are error codes; the last error is left alone. Names are blind to case. Common errors: 2
 // no such key or value, 5 the access list or the handle's rights refuse, 6 no such handle, 1018 the key was deleted.
 
-// Opens a subkey, or with null or "" the key itself again. The access list of the opened key alone decides.
+// Opens a subkey, or with null or "" the key itself again; a root is then its own result. Of HKCR a user's own key
+// below Software\Classes stands in front of the machine's. The access list of the opened key alone decides.
 LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD options, REGSAM access, PHKEY result);
 // Opens or makes it with all that is missing on the way; new keys take what their parent hands down.
 LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD reserved, LPSTR keyClass, DWORD options, REGSAM access,
@@ -64,7 +65,8 @@ LONG RegEnumKeyExA(HKEY key, DWORD index, LPSTR name, LPDWORD nameChars, LPDWORD
 // with the size that the data needs.
 LONG RegEnumValueA(HKEY key, DWORD index, LPSTR name, LPDWORD nameChars, LPDWORD reserved, LPDWORD type, LPBYTE data,
                    LPDWORD size);
-// Counts, longest names and data without their zeros, the key's last write time. Any pointer may be null.
+// Counts, longest names without their zeros, the longest data (texts in UTF-16), the key's last write time. Any pointer
+// may be null.
 LONG RegQueryInfoKeyA(HKEY key, LPSTR keyClass, LPDWORD classChars, LPDWORD reserved, LPDWORD subKeys,
                       LPDWORD maxSubKeyChars, LPDWORD maxClassChars, LPDWORD values, LPDWORD maxNameChars,
                       LPDWORD maxDataBytes, LPDWORD securityBytes, FILETIME* lastWrite);
@@ -83,7 +85,8 @@ BOOL GetFileSecurityA(LPCSTR name, SECURITY_INFORMATION what, PSECURITY_DESCRIPT
 // Sets the list of this one key; keys that exist below it keep theirs. Needs WRITE_DAC. 87 or 1338 for a bad
 // descriptor.
 LONG RegSetKeySecurity(HKEY key, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR descriptor);
-// A self-relative descriptor from its text, released with LocalFree. FALSE with 87 or 1336 for a text that is none.
+// A self-relative descriptor from its text, released with LocalFree. FALSE with 87, with
+// 1336 for a list that is none, with 1305 for another revision.
 BOOL ConvertStringSecurityDescriptorToSecurityDescriptorA(LPCSTR text, DWORD revision, PSECURITY_DESCRIPTOR* result,
                                                           PULONG size);
 BOOL IsValidSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor);

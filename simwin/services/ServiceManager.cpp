@@ -1,4 +1,5 @@
 #include "simwin/kernel/Call.h"
+#include "simwin/registry/Security.h"
 #include "simwin/services/ServiceRegistry.h"
 #include "simwin/services/ServiceState.h"
 
@@ -7,10 +8,12 @@ namespace machine {
 namespace {
 
 // Rights that everybody gets; all others need an administrator.
-constexpr simwin::DWORD PublicManagerRights = simwin::SC_MANAGER_CONNECT;
+constexpr simwin::DWORD PublicManagerRights = 0x20015;
 constexpr simwin::DWORD DemandStart = 3, DuplicateName = 1078, UserDefinedControl = 0x0100;
 constexpr simwin::DWORD FirstOwnControl = 128, LastOwnControl = 255; // what they mean is the service's own matter
-constexpr simwin::DWORD PublicServiceRights = simwin::SERVICE_QUERY_CONFIG | simwin::SERVICE_QUERY_STATUS;
+constexpr simwin::DWORD PublicServiceRights = 0x2018D;
+constexpr GenericMapping ManagerMapping = {0x20014, 0x20022, 0x20009, simwin::SC_MANAGER_ALL_ACCESS};
+constexpr GenericMapping ServiceMapping = {0x2008D, 0x20002, 0x20170, simwin::SERVICE_ALL_ACCESS};
 
 struct ManagerHandle : Object {
     ManagerHandle() : Object(ObjectKind::ServiceManager) {}
@@ -98,8 +101,10 @@ SC_HANDLE OpenSCManagerA(LPCSTR machineName, LPCSTR database, DWORD access) {
         machine::NotModelled("OpenSCManagerA", "another machine or database");
     if (simCall.error)
         return Fail<SC_HANDLE>(simCall.error, nullptr);
+    access = machine::MapGeneric(access, machine::ManagerMapping);
     if (!machine::MayOpen(access, machine::PublicManagerRights))
         return Fail<SC_HANDLE>(ERROR_ACCESS_DENIED, nullptr);
+    machine::SetError(ERROR_SUCCESS);
     return machine::OpenHandle(new machine::ManagerHandle, access);
 }
 
@@ -114,6 +119,7 @@ SC_HANDLE OpenServiceA(SC_HANDLE manager, LPCSTR name, DWORD access) {
     machine::Service* service = machine::FindService(name);
     if (!service)
         return Fail<SC_HANDLE>(ERROR_SERVICE_DOES_NOT_EXIST, nullptr);
+    access = machine::MapGeneric(access, machine::ServiceMapping);
     if (!machine::MayOpen(access, machine::PublicServiceRights))
         return Fail<SC_HANDLE>(ERROR_ACCESS_DENIED, nullptr);
     return machine::OpenHandle(new machine::ServiceHandle(*service), access);
@@ -142,7 +148,8 @@ SC_HANDLE CreateServiceA(SC_HANDLE manager, LPCSTR name, LPCSTR displayName, DWO
     if (machine::IsDisplayNameTaken(displayName ? displayName : name, name))
         return Fail<SC_HANDLE>(machine::DuplicateName, nullptr);
     machine::DefineService({name, displayName ? displayName : name, path, startType});
-    return machine::OpenHandle(new machine::ServiceHandle(*machine::FindService(name)), access);
+    return machine::OpenHandle(new machine::ServiceHandle(*machine::FindService(name)),
+                               machine::MapGeneric(access, machine::ServiceMapping));
 }
 
 BOOL DeleteService(SC_HANDLE handle) {

@@ -129,7 +129,7 @@ BOOL ChangeServiceConfig2A(SC_HANDLE service, DWORD level, LPVOID info);
 BOOL QueryServiceStatus(SC_HANDLE service, SERVICE_STATUS* status);
 
 // Sends a control and waits until the handler has returned; `status` is what was reported then. control: stop, pause,
-// continue, interrogate.
+// continue, interrogate, or 128 to 255, whose result the handler keeps to itself.
 // Returns: FALSE with 5, 6, 87 for a control that programs cannot send, 1052 for one that is not accepted, 1061 while a
 // start or stop is pending, 1062 when it does not run, or with what the handler returned. Blocks.
 BOOL ControlService(SC_HANDLE service, DWORD control, SERVICE_STATUS* status);

@@ -127,6 +127,8 @@ BOOL ConvertSidToStringSidA(PSID sid, LPSTR* text) {
     SIM_CALL("ConvertSidToStringSidA", "", ERROR_INVALID_SID, ERROR_NOT_ENOUGH_MEMORY);
     if (simCall.error)
         return Fail(simCall.error, FALSE);
+    if (!sid || !text)
+        return Fail(ERROR_INVALID_PARAMETER, FALSE);
     const std::optional<std::string> made = machine::SidOfBytes(sid);
     if (!made)
         return Fail(ERROR_INVALID_SID, FALSE);

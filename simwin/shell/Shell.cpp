@@ -146,7 +146,11 @@ static std::string ClassDefault(const std::string& key) {
 std::string AssociatedProgram(std::string_view path) {
     const std::string extension = Extension(path);
     const std::string kind = extension.empty() ? "" : ClassDefault(extension);
-    const std::string command = kind.empty() ? "" : ClassDefault(kind + "\\shell\\open\\command");
+    const std::string shell = kind + "\\shell";
+    std::string command = kind.empty() ? "" : ClassDefault(shell + "\\open\\command");
+    const RegistryKey* verbs = kind.empty() ? nullptr : TheRegistry().FindKey("HKCR\\" + shell);
+    if (command.empty() && verbs && !verbs->subKeys.empty()) // the first verb will do
+        command = ClassDefault(shell + "\\" + verbs->subKeys.begin()->second->name + "\\command");
     return command.empty() ? "" : ProgramOfCommand(ExpandEnvironment(command));
 }
 

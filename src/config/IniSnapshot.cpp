@@ -215,8 +215,9 @@ DWORD CCfgReader::LoadIniText() {
     OwnedArray<char> text(size_t{size} + AppendedBytes);
     DWORD bytesRead = 0;
     const BOOL isRead = ReadFile(file.Get(), text.Get(), size, &bytesRead, nullptr);
+    const DWORD error = isRead ? 0 : GetLastError(); // before anything else is asked of Windows
     if (!isRead || bytesRead < size) {
-        LogUnreadable(szIniFile, NotWhole, isRead ? 0 : GetLastError(), GetFileWriteTime(szIniFile));
+        LogUnreadable(szIniFile, NotWhole, error, GetFileWriteTime(szIniFile));
         return 1;
     }
     LoggedReason = nullptr;

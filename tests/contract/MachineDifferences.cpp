@@ -15,35 +15,54 @@ TEST(MachineDifferences, Files) {
             return true;
         });
     };
-    MACHINE_DIFFERS("a folder that is not there is an unknown file", search("C:\\Absent\\") == ERROR_PATH_NOT_FOUND);
-    MACHINE_DIFFERS("devices are not found in folders", search("C:\\nul") == 0);
+    KNOWN_DIFFERENCE("an absent folder is an unknown file", search("C:\\Absent\\") == ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(search("C:\\nul"), 0u) << "devices are found in folders";
     const std::string name = contract::TempFile("case.txt"), other = contract::TempFile("CASE.txt");
     CloseHandle(CreateFileA(name.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     EXPECT_TRUE(MoveFileA(name.c_str(), other.c_str()));
     EXPECT_EQ(search(other.c_str()), 0u);
     KNOWN_DIFFERENCE("a change of case alone renames nothing",
                      std::string(found.cFileName).find("CASE") != std::string::npos);
+    for (const char* pattern : {"CASE.t??????", "CASE?????.txt", "C<.txt"})
+        KNOWN_DIFFERENCE("wildcards are plain ones", search(contract::TempFile(pattern).c_str()) == 0);
+    KNOWN_DIFFERENCE("wildcards are plain ones", search(contract::TempFile("CASE*.").c_str()) != 0);
+    EXPECT_EQ(search(contract::TempFile("CASE.txt. ").c_str()), 0u);
+    EXPECT_NE(search(contract::TempFile("CASE.?").c_str()), 0u);
     DeleteFileA(other.c_str());
     SetLastError(NoError);
     char path[MAX_PATH];
     GetModuleFileNameA(nullptr, path, MAX_PATH);
-    MACHINE_DIFFERS("a success leaves the last error alone", GetLastError() == 0);
+    EXPECT_EQ(GetLastError(), 0u) << "a success takes the last error away";
 }
 
 TEST(MachineDifferences, Others) {
-    MACHINE_DIFFERS("threads by their pseudo handle cannot be waited for",
-                    WaitForSingleObject(GetCurrentThread(), 0) == WAIT_TIMEOUT);
+    EXPECT_EQ(WaitForSingleObject(GetCurrentThread(), 0), DWORD{WAIT_TIMEOUT});
     char target[MAX_PATH] = "";
+    const std::string folder = contract::TempFolder();
     EXPECT_TRUE(DefineDosDeviceA(0, "QuillmarchSlash", "C:/Nowhere"));
     QueryDosDeviceA("QuillmarchSlash", target, sizeof(target));
-    MACHINE_DIFFERS("a slash in a target stays one", std::string(target).find("C:\\Nowhere") != std::string::npos);
+    KNOWN_DIFFERENCE("a slash in a target stays one", std::string(target) == "\\??\\C:\\Nowhere");
     EXPECT_TRUE(DefineDosDeviceA(DDD_REMOVE_DEFINITION, "QuillmarchSlash", nullptr));
+    EXPECT_TRUE(DefineDosDeviceA(0, "QuillmarchFolder", folder.c_str()));
+    const std::string name = contract::TempFile("below.txt");
+    CloseHandle(CreateFileA(name.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const std::string below = "\\\\.\\QuillmarchFolder" + name.substr(folder.size());
+    const HANDLE file = CreateFileA(below.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    MACHINE_DIFFERS("nothing is opened below a name that leads to a folder", file != INVALID_HANDLE_VALUE);
+    CloseHandle(file);
+    DeleteFileA(name.c_str());
+    EXPECT_TRUE(DefineDosDeviceA(DDD_REMOVE_DEFINITION, "QuillmarchFolder", nullptr));
     PSECURITY_DESCRIPTOR descriptor = nullptr;
-    const BOOL isRead =
-        ConvertStringSecurityDescriptorToSecurityDescriptorA("D: (A;;GA;;;WD)", SDDL_REVISION_1, &descriptor, nullptr);
-    MACHINE_DIFFERS("a list must not have blanks", isRead != FALSE);
-    if (isRead)
-        LocalFree(descriptor);
+    const auto read = [&](const char* list, DWORD revision = SDDL_REVISION_1) {
+        const DWORD error = ErrorOf(
+            [&] { return ConvertStringSecurityDescriptorToSecurityDescriptorA(list, revision, &descriptor, nullptr); });
+        if (!error)
+            LocalFree(descriptor);
+        return error;
+    };
+    EXPECT_EQ(read(" D: ( A;; GA;;;WD)"), 0u);
+    EXPECT_EQ(read("D:(A;;GA;;;WD)", 7), 1305u);
+    EXPECT_EQ(read("D:(A;;??;;;WD)"), 1336u);
 }
 
 TEST(MachineDifferences, Registry) {
@@ -59,7 +78,7 @@ TEST(MachineDifferences, Registry) {
     DWORD longest = 0;
     RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &longest, nullptr,
                      nullptr);
-    MACHINE_DIFFERS("the longest data is counted in ANSI", longest == 10);
+    EXPECT_EQ(longest, 10u) << "in UTF-16";
     // Too short for the name: the size of the data is given, the rest is left alone.
     char name[8] = "#";
     DWORD chars = 2, size = 0;
@@ -69,4 +88,28 @@ TEST(MachineDifferences, Registry) {
     KNOWN_DIFFERENCE("a name that does not fit is put in by part", std::string(name) == "#");
     RegCloseKey(key);
     RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\QuillmarchContractVolatile");
+    EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "", 0, KEY_READ, &key), 0);
+    EXPECT_EQ(key, HKEY_LOCAL_MACHINE) << "a root is its own result";
+    EXPECT_EQ(RegOpenKeyExA(HKEY_CLASSES_ROOT, "\\", 0, KEY_READ, &key), 0);
+    RegCloseKey(key);
+    MACHINE_DIFFERS("classes of interfaces are not there",
+                    RegOpenKeyExA(HKEY_CLASSES_ROOT, "Interface", 0, KEY_READ, &key) == 0);
+    // A user's own class stands in front of the machine's.
+    ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, "Software\\Classes\\QuillmarchOwn", 0, nullptr, 0, KEY_ALL_ACCESS,
+                              nullptr, &key, nullptr),
+              0);
+    KNOWN_DIFFERENCE("a user's own classes are not there",
+                     RegOpenKeyExA(HKEY_CLASSES_ROOT, "QuillmarchOwn", 0, KEY_READ, &below) == 0);
+    bool isListed = false;
+    char listed[MAX_PATH];
+    chars = sizeof(listed);
+    for (DWORD i = 0; RegEnumKeyExA(HKEY_CLASSES_ROOT, i, listed, &chars, nullptr, nullptr, nullptr, nullptr) == 0;
+         ++i) {
+        isListed = isListed || std::string(listed) == "QuillmarchOwn";
+        chars = sizeof(listed);
+    }
+    MACHINE_DIFFERS("a user's own classes are opened, but not listed", isListed);
+    RegCloseKey(below);
+    RegCloseKey(key);
+    RegDeleteKeyA(HKEY_CURRENT_USER, "Software\\Classes\\QuillmarchOwn");
 }

@@ -13,6 +13,10 @@ want() { # WHAT CODE CAME
 
 TMPDIR=$scratch/absent "$tool" --quiet examples/desk.toml 2>/dev/null
 want "a TMPDIR that is not there" 2 $?
+(ulimit -f 100; "$tool" --quiet examples/desk.toml 2>/dev/null)
+want "a file that may not grow" 2 $?
+TMPDIR='' "$tool" --quiet examples/desk.toml
+want "an empty TMPDIR is none" 0 $?
 "$tool" examples/desk.toml >&- 2>/dev/null
 want "a closed standard output" 2 $?
 [ -e /dev/full ] && { "$tool" examples/desk.toml >/dev/full 2>/dev/null; want "a full disk" 2 $?; }
@@ -41,7 +45,9 @@ form table "| $escaped|OK|\n"
 form tabs "OK\t$escaped\tUSB\n"
 form json "{\"InstanceId\": \"${escaped//\\/\\\\}\"}\n"
 form lines "$escaped: OK\n"
-printf "$escaped\r\n" | iconv -f ASCII -t UTF-16LE >"$scratch/wide"
-printf "registry = ['%s']\nconnected = 'wide'\n" "$PWD/tests/scenarios/parts/places.reg" >"$scratch/form.toml"
-want "UTF-16 without a mark" 1 "$("$tool" --devices "$scratch/form.toml" | grep -F "$id" | grep -c 'there$')"
+for code in UTF-16LE UTF-16BE; do # the former without a mark
+    { [ $code = UTF-16LE ] || printf '\xfe\xff'; printf "$escaped\r\n" | iconv -f ASCII -t $code; } >"$scratch/wide"
+    printf "registry = ['%s']\nconnected = 'wide'\n" "$PWD/tests/scenarios/parts/places.reg" >"$scratch/form.toml"
+    want $code 1 "$("$tool" --devices "$scratch/form.toml" | grep -F "$id" | grep -c 'there$')"
+done
 exit "$failed"
