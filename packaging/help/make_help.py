@@ -19,6 +19,8 @@ LANGUAGES = {
 # File names of the configuration's sections, in the order of its headings.
 CONFIGURATION_PAGES = ("configuration", "configuration-change", "configuration-file", "configuration-settings",
                        "configuration-comports", "configuration-balloontips", "configuration-actions")
+# What only those can run who have the source; the configuration's page comes with the packages too.
+LEFT_OUT = ("Findings of a check",)
 STYLE = ("body{font:10pt Segoe UI,Tahoma,sans-serif;margin:1em}table{border-collapse:collapse}"
          "td,th{border:1px solid #bbb;padding:3px 6px;text-align:left;vertical-align:top}"
          "code,pre{font-family:Consolas,Courier New,monospace}pre{background:#eee;padding:6px}")
@@ -40,7 +42,8 @@ def inline(text):
     text = ascii_html(CODE.sub(keep, text))
     text = re.sub(r"\*\*(.+?)\*\*", r"<b>\1</b>", text)
     text = re.sub(r"\[((?:\[[^\]]*\]|[^\[\]])+)\]\(([\w-]+\.html)\)", r'<a href="\2">\1</a>', text)
-    text = re.sub(r"\[([^\[\]]+)\]\([\w./#-]+\.md[\w#-]*\)", r"\1", text)  # a document that comes with the source alone
+    # A document that comes with the source alone.
+    text = re.sub(r"\[([^\[\]]+)\]\((?:[\w./#-]+\.md[\w#-]*|#[\w-]+)\)", r"\1", text)
     return re.sub("\0(\\d+)\0", lambda match: spans[int(match.group(1))], text)
 
 
@@ -51,10 +54,13 @@ class Page:
 
 def split_pages(path, names=None):
     """A page for each heading of the first level, or, with names, for each one of the first two."""
-    pages, fenced = [], False
+    pages, fenced, skipped = [], False, False
     for line in open(path, encoding="utf-8").read().split("\n"):
         heading = None if fenced else re.fullmatch(r"(#{1,2}) (.*?)(?: \{([\w-]+)\})?", line)
         fenced ^= line.startswith("```")
+        skipped = heading.group(2) in LEFT_OUT if heading else skipped
+        if skipped:
+            continue
         if heading and (names or len(heading.group(1)) == 1):
             if names and len(pages) == len(names):
                 sys.exit(f"make_help: {path}: no file name for the page '{heading.group(2)}'")
