@@ -16,7 +16,7 @@ stage() { # PRESET FOLDER
     ninja -C "build/$preset" Quillmarch >"build/$preset.log" 2>&1 || { cat "build/$preset.log" >&2; exit 1; }
     rm -rf "$folder"
     mkdir -p "$folder"
-    cp "build/$preset/Quillmarch.exe" "$folder"
+    cp "build/$preset/Quillmarch.exe" "$folder" # a signature of the executable goes here
     cp "$out"/Quillmarch_*.chm "$folder"
     local text
     for text in packaging/readme.txt packaging/*.cmd docs/configuration.md; do
@@ -53,6 +53,7 @@ for edition in x64 x86; do
     (cd "$out/$edition" && TZ=UTC zip -q -X -r "../Quillmarch-$version-$edition.zip" Quillmarch)
     make_msi "$edition" "$version" "$out/Quillmarch-$version-$edition.msi"
 done
+# Signatures of the installers go here: the checksums are made of what is given out.
 rm "$out"/Quillmarch_*.chm
 (cd "$out" && sha256sum Quillmarch-* >SHA256SUMS)
 # A version before, which only the test installs.

@@ -3,6 +3,9 @@
 #include "simwin/registry/Registry.h"
 #include "tests/unit/host/HostSetup.h"
 
+#include "config/CCfgReader.h"
+#include "host/PermissionCheck.h"
+
 namespace {
 
 using namespace hosttest;
@@ -92,6 +95,17 @@ TEST(Registration, EntersADescriptionAndAnEventSource) {
     registry.SetString(ServiceKey, "Description", "ours");
     g_pService->SetDescription();
     EXPECT_EQ(registry.GetString(ServiceKey, "Description"), "ours") << "one that is there is kept";
+}
+
+TEST(Registration, WarnsOfAConfigurationKeyThatUsersMayChange) {
+    StartOfProgram();
+    g_pCfgReader = new CCfgReader(szIniFile, nullptr, nullptr);
+    machine::TheRegistry().SetSecurity("HKLM\\SOFTWARE\\Tarn Holve\\Quillmarch", "O:BAD:P(A;;KA;;;BA)(A;;KR;;;BU)");
+    LogWhatUsersMayChange();
+    EXPECT_FALSE(Logged("may change the key"));
+    machine::TheRegistry().SetSecurity("HKLM\\SOFTWARE\\Tarn Holve\\Quillmarch", "O:BAD:P(A;;KA;;;BA)(A;;KW;;;BU)");
+    LogWhatUsersMayChange();
+    EXPECT_TRUE(Logged("WARNING: Users may change the key Software\\Tarn Holve\\Quillmarch, and so"));
 }
 
 TEST(Registration, TheStateThatAServiceIsInDecidesWhatAChangeComesTo) {
