@@ -28,7 +28,7 @@ inline bool IsWine() {
 #endif
 
 // A documented result: it must come on the simulated machine and on Windows, and must not come under Wine, which is
-// known to differ; there it is told, so that it can be counted, and fails as soon as Wine agrees.
+// known to differ; there it is printed, so that it can be counted, and fails as soon as Wine agrees.
 inline void CheckKnownDifference(bool agrees, const char* expression, const char* reason, const char* file, int line) {
     if (!IsWine()) {
         if (!agrees)

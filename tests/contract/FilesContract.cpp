@@ -91,11 +91,11 @@ TEST_F(FilesContract, ReadingAndWriting) {
     const HANDLE second = Open(name, GENERIC_WRITE, ShareAll);
     OVERLAPPED end = {};
     end.Offset = end.OffsetHigh = 0xFFFFFFFF;
-    EXPECT_TRUE(WriteFile(file, "ab", 2, &moved, &end)) << "behind the end, wherever the handle stands";
+    EXPECT_TRUE(WriteFile(file, "ab", 2, &moved, &end)) << "at the end, wherever the handle stands";
     EXPECT_EQ(moved, 2u);
     EXPECT_TRUE(WriteFile(second, "cd", 2, &moved, &end));
     EXPECT_TRUE(WriteFile(file, "ef", 2, &moved, &end));
-    EXPECT_TRUE(WriteFile(second, "W", 1, &moved, nullptr)) << "behind what this handle wrote last";
+    EXPECT_TRUE(WriteFile(second, "W", 1, &moved, nullptr)) << "after what this handle wrote last";
     CloseHandle(second);
     const HANDLE reader = Open(name, GENERIC_READ, ShareAll);
     EXPECT_EQ(Read(reader, 40), "0123456789abcdWf");

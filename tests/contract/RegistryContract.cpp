@@ -187,7 +187,7 @@ TEST_F(RegistryContract, RightsOfTheHandle) {
     RegCloseKey(writer);
 }
 
-// The road of the registry tools: a key that refuses is given to everybody, used, and put back.
+// What the registry tools do: a key that refuses is given to everybody, used, and put back.
 TEST_F(RegistryContract, AccessListsAreGivenAndPutBack) {
     HKEY key = Create("Refusing");
     ASSERT_EQ(SetList(key, "P(A;;KR;;;WD)"), 0);

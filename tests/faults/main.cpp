@@ -1,5 +1,5 @@
 // faults: each call that can fail fails in its turn, once and from then on, over chosen scenarios, and whatever follows
-// must leave the machine in order. A round is a run of its own; which calls there are is told by a run without a fault,
+// must leave the machine in order. A round is a run of its own; a run without a fault shows which calls there are,
 // and up to its fault a round is the same run.
 #include "rehearse/DescriptionReader.h"
 #include "tests/storms/Children.h"
@@ -22,7 +22,7 @@
 
 namespace {
 
-constexpr std::uint64_t SettlingMs = 60 * 60'000; // as a rehearsal waits behind the last event
+constexpr std::uint64_t SettlingMs = 60 * 60'000; // as a rehearsal waits after the last event
 constexpr std::uint64_t CalmAfterMs = 2 * 60'000; // what fails from then on fails so long, or through the last stop
 constexpr std::uint64_t ForEver = 0;
 constexpr const char* NoRest = "a calm machine comes to rest";
@@ -69,7 +69,7 @@ std::size_t HandlesLeftByFault(const machine::Fault* fault) {
     return fault && fault->call == "SetupDiDestroyDeviceInfoList" ? machine::Faults().back().acted : 0;
 }
 
-// What follows from the failure itself. A service manager that cannot be told of a state, or has no handler to tell,
+// What follows from the failure itself. A service manager that hears of no state, or has no handler to tell,
 // waits for ever, and the machine says so; what closes the log looks at the clock if it has no event; a list that
 // cannot be set at any try is not put back.
 bool IsExcused(const machine::Fault* fault, const storm::Violation& violation) {
@@ -122,7 +122,7 @@ std::string RunRound(const Scenario& scenario, const machine::Fault* fault, cons
     return text + storm::EndOf(violations);
 }
 
-// What a round told; with scenario what the run without a fault told of its calls too.
+// What a round printed; with scenario also the calls that the run without a fault printed.
 std::vector<storm::Violation> ReadResult(const std::string& text, int status, Scenario* scenario) {
     return storm::ReadViolations(text, status, [scenario](const char* line) {
         char name[64];

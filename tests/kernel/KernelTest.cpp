@@ -45,7 +45,7 @@ TEST(Kernel, AProgramThatBreaksTheRulesStopsTheRunWithItsVerdict) {
     struct Row {
         const char* deed;
         Verdict verdict;
-        const char* told;
+        const char* text;
     };
     for (const Row& row : {
              Row{"deadlock", Verdict::Deadlock, "held by thread"},
@@ -57,7 +57,7 @@ TEST(Kernel, AProgramThatBreaksTheRulesStopsTheRunWithItsVerdict) {
          }) {
         const Ran ran = RunProbe(row.deed);
         EXPECT_EQ(ran.outcome.verdict, row.verdict) << row.deed << ": " << ran.outcome.text;
-        EXPECT_NE(ran.outcome.text.find(row.told), std::string::npos) << row.deed << ": " << ran.outcome.text;
+        EXPECT_NE(ran.outcome.text.find(row.text), std::string::npos) << row.deed << ": " << ran.outcome.text;
     }
 }
 
@@ -98,7 +98,7 @@ TEST(Kernel, AProcessEndsWithItsThreadsWhereverTheyAre) {
     const Ran ran = RunProbe("threads");
     EXPECT_EQ(ran.outcome.verdict, Verdict::Done) << ran.outcome.text;
     EXPECT_EQ(ran.exitCode, 7u);
-    EXPECT_EQ(ran.endedMs, 10u) << "time went on for a thread that was gone";
+    EXPECT_EQ(ran.endedMs, 10u) << "time passed for a thread that was gone";
 }
 
 TEST(Kernel, AHandleLeftOpenIsCounted) {

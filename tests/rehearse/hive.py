@@ -36,7 +36,7 @@ class Hive:
     """Keys are nested dictionaries: name -> (keys, values)."""
 
     def __init__(self):
-        self.cells = bytearray(32)  # behind the header of the one bin
+        self.cells = bytearray(32)  # after the header of the one bin
 
     def cell(self, data):
         at = len(self.cells)

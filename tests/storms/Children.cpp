@@ -50,7 +50,7 @@ Child Start(std::size_t place, const std::function<std::string(std::size_t)>& wo
     child.process = fork();
     if (child.process == 0) {
         close(ends[0]);
-        dup2(ends[1], STDERR_FILENO); // a crash is told there
+        dup2(ends[1], STDERR_FILENO); // a crash is reported there
         alarm(LongestRunSeconds);
         std::string text;
         try {

@@ -215,7 +215,7 @@ void Judge::OnLogLine(const std::string& line) {
     JudgeMarks(line);
 }
 
-// A link is told by its kernel name alone. So a removal, or the end of a renaming, may take the link of a device that
+// A link is known by its kernel name alone. So a removal, or the end of a renaming, may take the link of a device that
 // has come to the kernel name meanwhile, or of the same one that is back already.
 void Judge::OnDosName(const machine::DosNameChange& change) {
     if (m_stage.hasEnded)
@@ -405,7 +405,7 @@ void Judge::JudgeRecords(const Ports& ports) {
     }
 }
 
-// No port stands behind what its section wants while a number that it likes better is free.
+// No port has less than its section wants while a number that it likes better is free.
 void Judge::JudgeRules(const Ports& ports) {
     for (const Running& port : ports) {
         const Section* section = FittingSection(m_plan.configurations.back(), *port.device);
@@ -432,7 +432,7 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
     if (!device)
         return;
     NoteExcuses();
-    // Of two that are to swap the one that does as it is told comes back without its record.
+    // Of two that are to swap the one that restarts comes back without its record.
     if (IsHindered(*device))
         Grant(&excuse::Hindered, device, write.atMs + OwnChangeMs);
     bool isShared = false;

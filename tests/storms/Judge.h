@@ -1,4 +1,4 @@
-// What must hold on a machine in a storm. Asked whenever everything has settled, and behind the run; judges by the
+// What must hold on a machine in a storm. Asked whenever everything has settled, and after the run; judges by the
 // machine's own tree, registry and locks, and reads the product's memory for one thing only: what its records claim.
 #pragma once
 
@@ -25,9 +25,9 @@ class Judge : public Rest {
 public:
     Judge(const Plan& plan, rehearse::Stage& stage) : Rest(stage), m_plan(plan) {}
 
-    void Watch();    // behind Timeline::Watch
+    void Watch();    // after Timeline::Watch
     void Schedule(); // looks in each pause of the history
-    void AtEnd();    // behind the run, in front of the last stop
+    void AtEnd();    // after the run, before the last stop
     void AfterStop(std::size_t leakedHandles);
 
     unsigned Looks() const { return m_looks; }
@@ -61,7 +61,7 @@ private:
     Reasons ReasonsOf(const Running& port, const Ports& ports) const;
     Reasons OwnReasons(const Running& port) const;
     Reasons LinkReasons(const Running& port) const;
-    void Grant(Reason excuse, const Device* device, std::uint64_t untilMs); // a start behind untilMs ends it
+    void Grant(Reason excuse, const Device* device, std::uint64_t untilMs); // a start after untilMs ends it
     bool IsGranted(Reason excuse, const Device* device, std::uint64_t ranAtMs) const;
     bool IsTwin(const Running& port) const;
     bool HasFailedSince(std::uint64_t ranAtMs) const;

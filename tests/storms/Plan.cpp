@@ -64,7 +64,7 @@ constexpr const char* FailingCalls[] = {
     "DeviceIoControl",   "CreateFileA",       "CreateThread",         "CM_Get_DevNode_Registry_PropertyA",
     "CM_Get_Device_IDA", "CM_Get_Parent",     "CM_Setup_DevNode",     "SetupDiOpenDeviceInterfaceA",
     "CreateEventA",      "RegGetKeySecurity", "CM_Get_DevNode_Status"};
-// Where time can be lost: on the roads of an arrival, before and behind its locks.
+// Where time can be lost: in an arrival, before and after its locks.
 constexpr const char* SlowCalls[] = {
     "QueryDosDeviceA", "SetupDiGetClassDevsA", "SetupDiCallClassInstaller", "RegSetValueExA", "DeviceIoControl",
     "CM_Get_Parent",   "EnterCriticalSection", "CM_Get_DevNode_Status",     "CreateThread",   "RegOpenKeyExA"};

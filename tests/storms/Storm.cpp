@@ -20,7 +20,7 @@ namespace storm {
 namespace {
 
 constexpr int LogLevel = 3;
-constexpr std::uint64_t CalmLimitMs = 30 * 60'000; // behind the last event
+constexpr std::uint64_t CalmLimitMs = 30 * 60'000; // after the last event
 
 rehearse::Record ReadPlan(const Plan& plan) {
     const std::filesystem::path file =

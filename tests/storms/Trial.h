@@ -15,8 +15,8 @@ class Trial {
 public:
     explicit Trial(const rehearse::Record& description) : stage{&description, &timeline, &balloons} {}
 
-    // onBuilt: in front of the run. atEnd: behind it, in front of the last stop; not if the run did not end in order.
-    // afterStop: likewise behind the last stop.
+    // onBuilt: before the run. atEnd: after it, before the last stop; not if the run did not end in order.
+    // afterStop: likewise after the last stop.
     void Run(const rehearse::Options& options, std::uint64_t settlingMs, Rest& judge,
              const std::function<void()>& onBuilt, const std::function<void()>& atEnd,
              const std::function<void()>& afterStop);

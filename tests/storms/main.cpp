@@ -115,7 +115,7 @@ private:
 
 int RunSeeds(const Line& line) {
     const storm::Runner runner(line.image, line.resources, line.jobs);
-    // A seed that runs twice has two places, one behind the other.
+    // A seed that runs twice has two places, one after the other.
     std::vector<std::uint64_t> places;
     for (std::uint64_t seed = line.first; seed < line.first + line.seeds; ++seed)
         places.insert(places.end(), seed % storm::TwiceEach == 0 ? 2 : 1, seed);

@@ -35,7 +35,7 @@ clean_up() {
 }
 trap clean_up EXIT
 
-# A screen that picks its own number, told through a file.
+# A screen that picks its own number and writes it to a file.
 start_screen() {
     local told=$prefix/screen
     Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$told" </dev/null >/dev/null 2>&1 &
@@ -106,7 +106,7 @@ start_server
 ninja -C build/dev quillmarch-rehearse quillmarch >build/dev.log 2>&1 || { cat build/dev.log >&2; fail "the build has failed"; }
 rm -rf "$build/bed.log" "$build/pictures"
 
-# Known differences, and what the layouts came to, are told in front of CTest's last lines.
+# Known differences, and what the layouts came to, are printed before CTest's last lines.
 status=0
 outputs=$build/Testing/Temporary/LastTest.log
 ctest --test-dir "$build" --output-on-failure -j "$(nproc)" "$@" </dev/null | awk -v outputs="$outputs" '

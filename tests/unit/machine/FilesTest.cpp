@@ -1,8 +1,7 @@
-// Files as the other rooms and the rehearsal use them: names and drives, and who may do what.
+// Files as the other rooms and the rehearsal use them: names and drives.
 #include "simwin/files/Files.h"
 
 #include "platform/win32.h"
-#include "simwin/kernel/Process.h"
 #include "tests/harness/Harness.h"
 
 #include <string>
@@ -35,20 +34,6 @@ TEST(Files, NamesLeadToFiles) {
     EXPECT_EQ(GetDriveTypeA("N:\\"), UINT{DRIVE_REMOTE});
     EXPECT_EQ(GetDriveTypeA("S:\\"), UINT{DRIVE_FIXED});
     EXPECT_EQ(GetDriveTypeA("Q:\\"), UINT{DRIVE_NO_ROOT_DIR});
-}
-
-TEST(Files, UsersWriteWhereUsersMay) {
-    machine::Process* process = machine::CurrentProcess();
-    process->rights = machine::Rights::User;
-    process->user = "LAB\\anna";
-    process->administrator = false;
-    TheFiles().MakeFolder("C:\\Work");
-    constexpr char ini[] = "C:\\Program Files\\Quillmarch\\Quillmarch.INI", log[] = "C:\\_Quillmarch.log";
-    EXPECT_EQ(OpenError(ini, GENERIC_WRITE, CREATE_NEW), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(OpenError(log, GENERIC_WRITE, CREATE_NEW), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(OpenError("C:\\Work\\a.txt", GENERIC_WRITE, CREATE_NEW), 0u);
-    process->administrator = true;
-    EXPECT_EQ(OpenError(log, GENERIC_WRITE, CREATE_NEW), 0u);
 }
 
 } // namespace

@@ -156,28 +156,6 @@ TEST(Programs, ADescribedOneFailsBlocksAndOutlastsAllButItsSession) {
     EXPECT_TRUE(made->ended);
 }
 
-TEST(Programs, TheShellFindsThemByNameAndDocumentsByTheUsersAssociation) {
-    WriteProgram();
-    machine::TheFiles().Write("C:\\Tools\\a.log", "x");
-    machine::TheFiles().Write("C:\\Program Files\\Foo Bar\\view.exe", "MZ");
-    machine::SetAssociation(".log", "C:\\Windows\\notepad.exe");
-    using Row = std::tuple<const char*, int, const char*>;
-    const auto check = [](const Row& row) {
-        char found[MAX_PATH];
-        const auto result = reinterpret_cast<INT_PTR>(FindExecutableA(std::get<0>(row), "C:\\Tools", found));
-        EXPECT_EQ(result > 32 ? 33 : result, std::get<1>(row)) << std::get<0>(row);
-        EXPECT_STRCASEEQ(found, std::get<2>(row));
-    };
-    for (const Row& row : {Row{"\"term\"", 33, "C:\\Tools\\term.exe"}, Row{"notepad", 33, "C:\\Windows\\notepad.exe"},
-                           Row{"C:\\Tools\\term", 33, "C:\\Tools\\term.exe"}, Row{"C:\\Tools", 31, ""},
-                           Row{"a.log", 33, "C:\\Windows\\notepad.exe"}, Row{"nothing", 2, ""}})
-        check(row);
-    machine::TheRegistry().SetString("HKCU\\Software\\Classes\\.log", "", "own");
-    machine::TheRegistry().SetString("HKCU\\Software\\Classes\\own\\shell\\open\\command", "",
-                                     "C:\\Program Files\\Foo Bar\\view.exe %1");
-    check({"a.log", 33, "C:\\Program Files\\Foo Bar\\view.exe"});
-}
-
 // "0 disconnected, 1 active console, 65536 listen" in the order of the list.
 std::string Listed() {
     PWTS_SESSION_INFOA sessions = nullptr;
