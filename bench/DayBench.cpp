@@ -193,13 +193,9 @@ void Events(benchmark::State& state, bool withLog) {
 constexpr char DayName[] = "Day/ReplugEachMinute";
 constexpr char LogOffName[] = "Events/LogOff", LogOnName[] = "Events/LogOn";
 
-BENCHMARK(ReplugDay)->Name(DayName)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
-BENCHMARK_CAPTURE(Events, LogOff, false)
-    ->Name(LogOffName)
-    ->Unit(benchmark::kMillisecond)
-    ->Iterations(1)
-    ->Repetitions(9);
-BENCHMARK_CAPTURE(Events, LogOn, true)->Name(LogOnName)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(9);
+BENCHMARK(ReplugDay)->Name(DayName)->Unit(benchmark::Millisecond)->Iterations(1)->Repetitions(3);
+BENCHMARK_CAPTURE(Events, LogOff, false)->Name(LogOffName)->Unit(benchmark::Millisecond)->Iterations(1)->Repetitions(9);
+BENCHMARK_CAPTURE(Events, LogOn, true)->Name(LogOnName)->Unit(benchmark::Millisecond)->Iterations(1)->Repetitions(9);
 
 std::function<double(const Measured&)> EventsASecond(const char* benchmark) {
     return [benchmark](const Measured& measured) {

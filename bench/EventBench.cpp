@@ -380,7 +380,7 @@ void RegisterArrivals(int ports) {
                 ->Args({ports, sections})
                 ->Iterations(Arrivals)
                 ->UseManualTime()
-                ->Unit(benchmark::kMicrosecond);
+                ->Unit(benchmark::Microsecond);
         }
     }
 }

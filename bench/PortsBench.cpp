@@ -34,7 +34,7 @@ void Measure(benchmark::State& state, Work work) {
     const double ports = static_cast<double>(state.range(0)), rounds = static_cast<double>(state.iterations());
     state.counters["calls/port"] = static_cast<double>(CountAllCalls() - callsBefore) / (ports * rounds);
     state.counters["time/port"] =
-        benchmark::Counter(ports, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+        benchmark::Counter(ports, benchmark::Counter::IsIterationInvariantRate | benchmark::Counter::Invert);
 }
 
 // The first snapshot of a service finds an empty table.
@@ -159,14 +159,14 @@ std::function<double(const Measured&)> CallGrowth(const std::string& benchmark) 
 [[maybe_unused]] const bool g_registered = [] {
     RegisterArrivals(1);
     for (const int ports : {SmallTable, MiddleTable, LargeTable}) {
-        benchmark::RegisterBenchmark("Ports/Snapshot", Snapshot)->Arg(ports)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("Ports/Snapshot", Snapshot)->Arg(ports)->Unit(benchmark::Millisecond);
         if (ports == LargeTable) {
-            benchmark::RegisterBenchmark("Ports/BlocksBefore", BlocksBefore)->Arg(ports)->Unit(benchmark::kMillisecond);
-            benchmark::RegisterBenchmark("Ports/BlocksNow", BlocksNow)->Arg(ports)->Unit(benchmark::kMillisecond);
+            benchmark::RegisterBenchmark("Ports/BlocksBefore", BlocksBefore)->Arg(ports)->Unit(benchmark::Millisecond);
+            benchmark::RegisterBenchmark("Ports/BlocksNow", BlocksNow)->Arg(ports)->Unit(benchmark::Millisecond);
         }
-        benchmark::RegisterBenchmark("Ports/Listing", Listing)->Arg(ports)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark("Ports/SameNames", SameNames)->Arg(ports)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark("Ports/SameParents", SameParents)->Arg(ports)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("Ports/Listing", Listing)->Arg(ports)->Unit(benchmark::Millisecond);
+        benchmark::RegisterBenchmark("Ports/SameNames", SameNames)->Arg(ports)->Unit(benchmark::Millisecond);
+        benchmark::RegisterBenchmark("Ports/SameParents", SameParents)->Arg(ports)->Unit(benchmark::Millisecond);
         if (ports != MiddleTable) {
             RegisterArrivals(ports);
         }

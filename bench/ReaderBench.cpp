@@ -219,10 +219,10 @@ void HashMap(benchmark::State& state) {
     LookUpIn<std::unordered_map<std::string, std::string>>(state);
 }
 
-BENCHMARK(Parse)->Name("Reader/Parse")->Unit(benchmark::kMicrosecond)->Apply(Repeated);
-BENCHMARK(LineSplit)->Name("Reader/LineSplit")->Unit(benchmark::kMicrosecond)->Apply(Repeated);
-BENCHMARK(Inih)->Name("Reader/Inih")->Unit(benchmark::kMicrosecond)->Apply(Repeated);
-BENCHMARK(Glib)->Name("Reader/Glib")->Unit(benchmark::kMicrosecond)->Apply(Repeated);
+BENCHMARK(Parse)->Name("Reader/Parse")->Unit(benchmark::Microsecond)->Apply(Repeated);
+BENCHMARK(LineSplit)->Name("Reader/LineSplit")->Unit(benchmark::Microsecond)->Apply(Repeated);
+BENCHMARK(Inih)->Name("Reader/Inih")->Unit(benchmark::Microsecond)->Apply(Repeated);
+BENCHMARK(Glib)->Name("Reader/Glib")->Unit(benchmark::Microsecond)->Apply(Repeated);
 BENCHMARK(LookUp)->Name("LookUp/Section")->Apply(Repeated);
 BENCHMARK(LockAlone)->Name("LookUp/LockAlone")->Apply(Repeated);
 BENCHMARK(OrderedMap)->Name("LookUp/OrderedMap")->Apply(Repeated);

@@ -74,7 +74,7 @@ void Prepare() {
     g_port = new CComPort;
     CopyText(g_port->DeviceID, "FTDIBUS\\VID_0403+PID_6001+A702TB52A\\0000");
     CopyText(g_port->FriendlyName, "USB Serial Port (COM7)");
-    g_port->BusTypeName = kBusTypeNames[kBusUsb];
+    g_port->BusTypeName = BusTypeNames[BusUsb];
 }
 
 void TryInput(std::string_view input) {

@@ -28,7 +28,7 @@ static constexpr char ParameterFormat[] = "-balloon -bt=%u -time=%i -title=\"%s\
 
 namespace {
 struct ListedPorts {
-    const CComPort* Ports[kMaxSame];
+    const CComPort* Ports[MaxSame];
     LONG Count;
 };
 } // namespace
@@ -76,7 +76,7 @@ static bool CameTogether(const CComPort* port, const CComPort* member) {
     if (difference >= SameArrivalMs || TextLength(member->DevPath) < DevicePathPrefix) {
         return false;
     }
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     if (!QueryDosName(member->DevPath + DevicePathPrefix, target)) {
         WriteLog(4, "qdd err=%s -> skip", LastErrorName());
         return false;
@@ -95,7 +95,7 @@ static bool IsListed(DWORD id, const CComPort* port, const CComPort* member) {
 
 static void FindListedPorts(DWORD id, const CComPort* port, ListedPorts* listed) {
     WriteLog(4, "building port list out of %u ports...", static_cast<DWORD>(port->SameParentCount));
-    for (LONG i = 0; i < port->SameParentCount && i < kMaxSame; ++i) {
+    for (LONG i = 0; i < port->SameParentCount && i < MaxSame; ++i) {
         const CComPort* member = g_pComPorts->Ports[port->Same[i]];
         if (member == nullptr) {
             continue;
@@ -119,7 +119,7 @@ static const char* NameInList(const CComPort* port) {
 static LONG NameGroup(DWORD id, const CComPort* port, PortBalloon* balloon) {
     ListedPorts listed = {};
     FindListedPorts(id, port, &listed);
-    const char* names[kMaxSame] = {};
+    const char* names[MaxSame] = {};
     for (LONG i = 0; i < listed.Count; ++i) {
         const char* separator = i == 0 ? "" : ", ";
         const char* name = NameInList(listed.Ports[i]);

@@ -51,7 +51,7 @@ void FindHolderOfRegistryName(Assignment* check) {
     }
     WriteLog(3, "%s seems to be used by %s (%s) -> check", port->szRegPortName, check->otherPort->szPortName,
              check->otherPort->DeviceID);
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     if (QueryDosName(port->szRegPortName, target)) {
         WriteLog(3, " kn=%s", target);
     } else {
@@ -62,7 +62,7 @@ void FindHolderOfRegistryName(Assignment* check) {
 void TakeOverLateName(CComPort* port) {
     WriteLog(1, "device has %s in registry but is not assigned", port->szRegPortName);
     Sleep(LateNameWaitMs);
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     if (!QueryDosName(port->szRegPortName, target)) {
         return;
     }
@@ -216,7 +216,7 @@ void PutOffRestart(CComPort* port) {
 }
 
 bool IsCyclable(const CComPort* port) {
-    return g_Os.CanCycleUsbPort && port->BusType == kBusUsb;
+    return g_Os.CanCycleUsbPort && port->BusType == BusUsb;
 }
 
 static bool CycleHubPort(const CComPort* port) {
@@ -245,7 +245,7 @@ void WaitForNewName(CComPort* port) {
     port->RestartTicker = start;
     SetNameInForce(port);
     WriteLog(1, "waiting for %s to appear...", port->szRegPortName);
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     while (!QueryDosName(port->szRegPortName, target)) {
         if (GetTickCount() - start >= NewNameWaitMs) {
             WriteLog(1, "QueryDosDevice(%s)  err=%s  :-(", port->szRegPortName, LastErrorName());
@@ -266,7 +266,7 @@ void DeleteOldName(const Assignment& check) {
     if (lstrcmpiA(check.szOldRegPortName, check.port->szRegPortName) == 0) {
         return;
     }
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     if (!QueryDosName(check.szOldRegPortName, target) || lstrcmpA(target, check.szOldKernelName) != 0) {
         return;
     }
@@ -277,7 +277,7 @@ void DeleteOldName(const Assignment& check) {
 }
 
 void RestoreOtherPortsName(const CComPort* otherPort) {
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     if (otherPort == nullptr || otherPort->szKernelNameCom[0] == 0 || QueryDosName(otherPort->szRegPortName, target)) {
         return;
     }

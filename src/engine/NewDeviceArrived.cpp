@@ -206,10 +206,10 @@ static void LogPortName(const DEV_BROADCAST_HDR* broadcast) {
 // A port that was swapped at the start and runs again has arrived while nobody listened. The mark that its arrival
 // would have taken away would drop the next removal and arrival of this path.
 static void ForgetUnheardArrival(char (&mark)[260]) {
-    char path[sizeof(mark) + kPathPrefixLength];
+    char path[sizeof(mark) + PathPrefixLength];
     FormatText(path, "\\\\?\\%s", mark);
-    const int index = mark[0] != 0 && g_pComPorts != nullptr ? g_pComPorts->FindPortIdxByDevicePath(path) : kNoPort;
-    if (index != kNoPort && GetProblem(g_pComPorts->Ports[index]->DevInst) == 0) {
+    const int index = mark[0] != 0 && g_pComPorts != nullptr ? g_pComPorts->FindPortIdxByDevicePath(path) : NoPort;
+    if (index != NoPort && GetProblem(g_pComPorts->Ports[index]->DevInst) == 0) {
         mark[0] = 0;
     }
 }

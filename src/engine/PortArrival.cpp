@@ -43,7 +43,7 @@ static void LogNamesOfNewPort(const char* devpath) {
     if (devInst == 0 || !ReadDeviceId(devInst, deviceId) || !GetRegPortNameByDeviceId(deviceId, portName)) {
         return;
     }
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     const int exists = QueryDosName(portName, target);
     WriteLog(1, "portreg=%s kn=%s", portName, exists ? target : LastErrorName());
 }
@@ -66,7 +66,7 @@ static bool SharesHubPort(const CComPort* port) {
 
 // Takes the power from the port's hub port, where the port has one for itself. Returns: whether it was restarted so.
 static bool CycleOwnHubPort(const CComPort* port) {
-    if (port->BusType != kBusUsb || port->HubDevInst == 0 || port->UsbPortNumber == 0 || SharesHubPort(port)) {
+    if (port->BusType != BusUsb || port->HubDevInst == 0 || port->UsbPortNumber == 0 || SharesHubPort(port)) {
         return false;
     }
     HubReader reader(g_pUsbHubs);
@@ -76,7 +76,7 @@ static bool CycleOwnHubPort(const CComPort* port) {
 
 // Does the DOS name really lead to the port that was there first?
 static bool OwnsItsDosName(const CComPort* port) {
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     if (QueryDosName(port->szRegPortName, target) && lstrcmpA(target, port->szKernelNameCom) == 0 &&
         !port->HasCopiedName) {
         WriteLog(1,
@@ -141,7 +141,7 @@ static bool MoveAwayFromCollision(CComPort* port) {
 static void FreeLeftNumber(CComPort* port) {
     if (port->LeftNumber != 0 && port->LeftNumber != port->PortNumber) {
         char name[16];
-        char target[kDosTargetSize];
+        char target[DosTargetSize];
         FormatText(name, "COM%i", port->LeftNumber);
         if (!QueryDosName(name, target) && g_pComPorts->FindPortByComPort(name) == nullptr) {
             ComNameArbiterRemove(name);

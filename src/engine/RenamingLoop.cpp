@@ -72,7 +72,7 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
     }
     while (!IsComPortNameAvailable(name)) {
         WriteLog(4, "TelitHack=%u", static_cast<DWORD>(TelitHack()));
-        char target[kDosTargetSize];
+        char target[DosTargetSize];
         if (port->szKernelNameCom[0] == 0 || port->HasCopiedName || !QueryDosName(name, target)) {
             return Candidate::Taken;
         }

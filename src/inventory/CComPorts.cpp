@@ -11,7 +11,7 @@ CComPorts* g_pComPorts;
 
 namespace {
 
-constexpr LONG kPortCountForWideIndex = 10;
+constexpr LONG PortCountForWideIndex = 10;
 
 // Searches one text in the same field of many records, blind to case as lstrcmpiA is. That call goes through the
 // locale's tables, and a full table is searched once for each port: so paths and names that differ plainly at one place
@@ -19,27 +19,27 @@ constexpr LONG kPortCountForWideIndex = 10;
 // differ late.
 class FieldSearch {
 public:
-    explicit FieldSearch(const char* wanted) : wanted_(wanted) {}
+    explicit FieldSearch(const char* wanted) : m_wanted(wanted) {}
 
     // field: an array of the same size each time; what stands behind a text's end does no harm, the text then differs.
     bool Matches(const char* field) {
-        if (DifferPlainly(field[lastDifference_], wanted_[lastDifference_])) {
+        if (DifferPlainly(field[m_lastDifference], m_wanted[m_lastDifference])) {
             return false;
         }
         size_t at = 0;
-        while (field[at] == wanted_[at]) {
-            if (wanted_[at] == '\0') {
+        while (field[at] == m_wanted[at]) {
+            if (m_wanted[at] == '\0') {
                 return true;
             }
             ++at;
         }
-        lastDifference_ = at;
-        return !DifferPlainly(field[at], wanted_[at]) && lstrcmpiA(field, wanted_) == 0;
+        m_lastDifference = at;
+        return !DifferPlainly(field[at], m_wanted[at]) && lstrcmpiA(field, m_wanted) == 0;
     }
 
 private:
-    const char* wanted_;
-    size_t lastDifference_ = 0;
+    const char* m_wanted;
+    size_t m_lastDifference = 0;
 };
 
 // The name first: a record without it then costs one look into its memory.
@@ -85,20 +85,20 @@ int CComPorts::FindPortIdxByDevInst(DWORD devInst) const {
             return static_cast<int>(i);
         }
     }
-    return kNoPort;
+    return NoPort;
 }
 
 int CComPorts::FindFreePortSlot() const {
-    for (int slot = 0; slot < kMaxPorts; ++slot) {
+    for (int slot = 0; slot < MaxPorts; ++slot) {
         if (Ports[slot] == nullptr || !Ports[slot]->IsUsed) {
             return slot;
         }
     }
-    return kNoPort;
+    return NoPort;
 }
 
 int CComPorts::FindSlotOfLongestAbsent() const {
-    int longest = kNoPort;
+    int longest = NoPort;
     DWORD longestMs = 0;
     for (LONG i = 0; i < PortCount; ++i) {
         CComPort* port = Ports[i];
@@ -108,8 +108,8 @@ int CComPorts::FindSlotOfLongestAbsent() const {
         }
         const DWORD absentMs = GetTickCount() - port->RemovalTicker;
         // A record may be absent because its name was gone, while its port runs.
-        if ((longest == kNoPort || absentMs > longestMs) &&
-            (!IsRealDevInst(port->DevInst) || GetProblem(port->DevInst) == kProblemPhantom)) {
+        if ((longest == NoPort || absentMs > longestMs) &&
+            (!IsRealDevInst(port->DevInst) || GetProblem(port->DevInst) == ProblemPhantom)) {
             longest = static_cast<int>(i);
             longestMs = absentMs;
         }
@@ -119,7 +119,7 @@ int CComPorts::FindSlotOfLongestAbsent() const {
 
 int CComPorts::FindPortIdxByDevicePath(const char* devicePath) const {
     if (devicePath == nullptr || devicePath[0] == '\0') {
-        return kNoPort;
+        return NoPort;
     }
     FieldSearch path(SkipPathPrefix(devicePath));
     for (LONG i = 0; i < PortCount; ++i) {
@@ -131,7 +131,7 @@ int CComPorts::FindPortIdxByDevicePath(const char* devicePath) const {
             return static_cast<int>(i);
         }
     }
-    return kNoPort;
+    return NoPort;
 }
 
 CComPort* CComPorts::FindPortByComPort(const char* portName) const {
@@ -151,12 +151,12 @@ int CComPorts::FindPortByComPort(const char* portName, const CComPort* skip) con
         if (port == skip || !HoldsName(port, &name) || port->Problem != 0 || port->HasCopiedName) {
             continue;
         }
-        char target[kDosTargetSize];
+        char target[DosTargetSize];
         if (QueryDosName(portName, target) && lstrcmpA(target, port->szKernelNameCom) == 0) {
             return static_cast<int>(i);
         }
     }
-    return kNoPort;
+    return NoPort;
 }
 
 void CComPorts::ListPorts() const {
@@ -167,9 +167,9 @@ void CComPorts::ListPorts() const {
         if (port == nullptr) {
             continue;
         }
-        FormatText(indexText, PortCount >= kPortCountForWideIndex ? "P[%2i]" : "P[%i]", i);
+        FormatText(indexText, PortCount >= PortCountForWideIndex ? "P[%2i]" : "P[%i]", i);
         // A virtual record has no node to ask; it reads as the phantom that the question would give.
-        const DWORD problem = IsRealDevInst(port->DevInst) ? GetProblem(port->DevInst) : kProblemPhantom;
+        const DWORD problem = IsRealDevInst(port->DevInst) ? GetProblem(port->DevInst) : ProblemPhantom;
         WriteLog(1,
                  "%s used=%u present=%u portreg=%-6s port=%-6s dev=%-5u id=%s dp='%s' kndp='%s', kncom='%s' svc=%s "
                  "parsvc=%s problive=%u",

@@ -11,38 +11,38 @@
 class DeviceList;
 class InterfaceDetail;
 
-constexpr int kMaxPorts = 4096;
-constexpr int kNoPort = -1;
+constexpr int MaxPorts = 4096;
+constexpr int NoPort = -1;
 
 // Places in CComPort::Same, the port itself included. Further members of a group are left out.
-constexpr int kMaxSame = 33;
+constexpr int MaxSame = 33;
 
 // A virtual record's DevInst is this plus the number, so a real device node reads as signed not negative.
-constexpr DWORD kVirtualDevInst = 0x80000000u;
+constexpr DWORD VirtualDevInst = 0x80000000u;
 
 enum BusTypeIndex : int {
-    kBusUnknown = 0,
-    kBusIsa = 1,
-    kBusPci = 2,
-    kBusPcmcia = 3,
-    kBusUsb = 4,
+    BusUnknown = 0,
+    BusIsa = 1,
+    BusPci = 2,
+    BusPcmcia = 3,
+    BusUsb = 4,
 };
 
 // Names of the bus types by index; ended by a null pointer.
-constexpr const char* kBusTypeNames[] = {"Unknown", "ISA", "PCI", "PCMCIA", "USB", nullptr};
-static_assert(sizeof(kBusTypeNames) / sizeof(kBusTypeNames[0]) == kBusUsb + 2);
+constexpr const char* BusTypeNames[] = {"Unknown", "ISA", "PCI", "PCMCIA", "USB", nullptr};
+static_assert(sizeof(BusTypeNames) / sizeof(BusTypeNames[0]) == BusUsb + 2);
 
 // One port. Texts are ANSI and ended by zero; DevInst fields are nodes of the configuration manager; tickers are
 // GetTickCount values, to be compared by unsigned subtraction only.
 // Guard: none, see the head of this file. Each field is written by the operation named with it.
 struct CComPort {
     DWORD RecordValid = 1; // 1 in the record of a device, 0 in a virtual record
-    LONG Index = kNoPort;  // own place in Ports, -1 until inserted
+    LONG Index = NoPort;   // own place in Ports, -1 until inserted
     DWORD IsUsed = 0;
     DWORD IsPresent = 0;
     DWORD MarkedForRestart = 0; // needs its number again at the next check; cleared by the restart
     ULONGLONG EnumTime = 0;     // FILETIME of the last write to the device's Enum key
-    DWORD DevInst = 0;          // in a virtual record kVirtualDevInst plus the number
+    DWORD DevInst = 0;          // in a virtual record VirtualDevInst plus the number
     DWORD ParentDevInst = 0;
     DWORD GrandParentDevInst = 0;
     DWORD SameParentDevInst = 0;  // ancestor that groups the ports of one physical device, 0 if none
@@ -51,7 +51,7 @@ struct CComPort {
     DWORD Problem = 0;            // problem number at the last look, 45 when the node could not be asked
     LONG PortNumber = 0;          // number in szPortName; an absent port keeps its last one
     LONG SameParentCount = 0;     // entries in Same, 0 until the first scan
-    LONG Same[kMaxSame] = {};     // indices of the ports of the same device, itself first
+    LONG Same[MaxSame] = {};      // indices of the ports of the same device, itself first
     char szPortName[128] = {};    // DOS name in force, else empty
     char PortNumberText[12] = {}; // digits of szPortName
     char szRegPortName[128] = {}; // registry name
@@ -81,8 +81,8 @@ struct CComPort {
     DWORD UsbPortNumber = 0;    // hub port of UsbDevInst, 0 if unknown
     char Class[64] = {};
     char ClassGuid[42] = {};
-    const char* BusTypeName = nullptr; // of kBusTypeNames
-    LONG BusType = kBusUnknown;
+    const char* BusTypeName = nullptr; // of BusTypeNames
+    LONG BusType = BusUnknown;
     DWORD ArrivalTicker = 0;
     DWORD RemovalTicker = 0;
     DWORD SameParentArrivalTicker = 0; // of CDeviceArrivals, 0 if it knows none
@@ -105,7 +105,7 @@ constexpr bool IsRealDevInst(DWORD devInst) {
 
 class CComPorts {
 public:
-    CComPort* Ports[kMaxPorts] = {};
+    CComPort* Ports[MaxPorts] = {};
     LONG PortCount = 0; // slots 0 to PortCount minus 1 hold a record
 
     CComPorts();

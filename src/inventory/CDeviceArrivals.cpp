@@ -40,7 +40,7 @@ DWORD CDeviceArrivals::AddDeviceArrival(const char* devicePath, const GUID* inte
         }
     }
 
-    const DWORD slot = Count < kMaxDeviceArrivals ? Count : (LastIndex + 1) % kMaxDeviceArrivals;
+    const DWORD slot = Count < MaxDeviceArrivals ? Count : (LastIndex + 1) % MaxDeviceArrivals;
     const DWORD devInst = GetDevInstByDevicePath(devicePath, interfaceClass, DIGCF_PRESENT);
     const bool isFresh = Arrivals[slot] == nullptr;
     DeviceArrival* entry = isFresh ? new DeviceArrival{} : Arrivals[slot];

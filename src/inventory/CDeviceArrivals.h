@@ -7,7 +7,7 @@
 
 #include "platform/win32.h"
 
-constexpr DWORD kMaxDeviceArrivals = 4096;
+constexpr DWORD MaxDeviceArrivals = 4096;
 
 struct DeviceArrival {
     char DevPath[260];
@@ -17,9 +17,9 @@ struct DeviceArrival {
 
 class CDeviceArrivals {
 public:
-    DWORD Count = 0;                                  // entries in use
-    DWORD LastIndex = 0;                              // slot written last
-    DeviceArrival* Arrivals[kMaxDeviceArrivals] = {}; // owned
+    DWORD Count = 0;                                 // entries in use
+    DWORD LastIndex = 0;                             // slot written last
+    DeviceArrival* Arrivals[MaxDeviceArrivals] = {}; // owned
 
     CDeviceArrivals() = default;
     ~CDeviceArrivals(); // frees the entries: only when no thread is left that can reach them

@@ -9,19 +9,19 @@
 namespace {
 
 // The list of all names: what it starts with, how it grows, and where a name space that still does not fit is given up.
-constexpr DWORD kFirstNamesSize = 16384;
-constexpr DWORD kNamesSizeStep = 4096;
-constexpr DWORD kNamesSizeLimit = 0x100000;
+constexpr DWORD FirstNamesSize = 16384;
+constexpr DWORD NamesSizeStep = 4096;
+constexpr DWORD NamesSizeLimit = 0x100000;
 
-constexpr size_t kFirstTargetsSize = 8192; // more than one target, kDosTargetSize
+constexpr size_t FirstTargetsSize = 8192; // more than one target, DosTargetSize
 
-constexpr DWORD kDeleteFlags = DDD_REMOVE_DEFINITION | DDD_NO_BROADCAST_SYSTEM;
-constexpr DWORD kCreateFlags = DDD_RAW_TARGET_PATH | DDD_NO_BROADCAST_SYSTEM;
-static_assert(kDeleteFlags == 10 && kCreateFlags == 9);
+constexpr DWORD DeleteFlags = DDD_REMOVE_DEFINITION | DDD_NO_BROADCAST_SYSTEM;
+constexpr DWORD CreateFlags = DDD_RAW_TARGET_PATH | DDD_NO_BROADCAST_SYSTEM;
+static_assert(DeleteFlags == 10 && CreateFlags == 9);
 
 // The size that the last snapshot reached, so that the next one need not grow again. A single word without a lock: a
 // snapshot allocates by its own copy, and a lost update costs one more try.
-constinit DWORD s_namesSize = kFirstNamesSize;
+constinit DWORD s_namesSize = FirstNamesSize;
 
 // Reads the names into a new buffer of *sizeBytes bytes, the last of which is zero. Returns: the buffer, or null.
 char* ReadAllNames(DWORD* sizeBytes) {
@@ -32,11 +32,11 @@ char* ReadAllNames(DWORD* sizeBytes) {
         if (QueryDosDeviceA(nullptr, buffer.Get(), size - 1) != 0) {
             break;
         }
-        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || size >= kNamesSizeLimit) {
+        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || size >= NamesSizeLimit) {
             s_namesSize = size;
             return nullptr;
         }
-        size += kNamesSizeStep;
+        size += NamesSizeStep;
     }
     s_namesSize = size;
     *sizeBytes = size;
@@ -48,21 +48,21 @@ class TextList {
 public:
     void Add(const char* text) {
         const size_t length = TextLength(text) + 1;
-        if (usedBytes_ + length > roomBytes_) {
-            roomBytes_ = 2 * roomBytes_ + kFirstTargetsSize;
-            OwnedArray<char> larger(roomBytes_);
-            CopyBytes(larger.Get(), texts_.Get(), usedBytes_);
-            texts_.Reset(larger.Release());
+        if (m_usedBytes + length > m_roomBytes) {
+            m_roomBytes = 2 * m_roomBytes + FirstTargetsSize;
+            OwnedArray<char> larger(m_roomBytes);
+            CopyBytes(larger.Get(), m_texts.Get(), m_usedBytes);
+            m_texts.Reset(larger.Release());
         }
-        CopyBytes(texts_.Get() + usedBytes_, text, length);
-        usedBytes_ += length;
+        CopyBytes(m_texts.Get() + m_usedBytes, text, length);
+        m_usedBytes += length;
     }
-    char* Release() { return texts_.Release(); }
+    char* Release() { return m_texts.Release(); }
 
 private:
-    OwnedArray<char> texts_;
-    size_t usedBytes_ = 0;
-    size_t roomBytes_ = 0;
+    OwnedArray<char> m_texts;
+    size_t m_usedBytes = 0;
+    size_t m_roomBytes = 0;
 };
 
 // Whether the name is COM and a number. A port's name comes from the registry, where its driver may have written "C:"
@@ -112,7 +112,7 @@ CDosDeviceNames::CDosDeviceNames(const char* filter) {
     TextList targets;
     char* name = Buffer;
     for (LONG i = 0; i < nameCount; ++i, name += lstrlenA(name) + 1) {
-        char target[kDosTargetSize];
+        char target[DosTargetSize];
         if (filter != nullptr && StrStrIA(name, filter) == nullptr) {
             continue;
         }
@@ -135,7 +135,7 @@ CDosDeviceNames::~CDosDeviceNames() {
     delete[] Buffer;
 }
 
-int QueryDosName(const char* name, char (&target)[kDosTargetSize]) {
+int QueryDosName(const char* name, char (&target)[DosTargetSize]) {
     for (char& character : target) {
         character = 0;
     }
@@ -144,7 +144,7 @@ int QueryDosName(const char* name, char (&target)[kDosTargetSize]) {
         SetLastError(ERROR_FILE_NOT_FOUND);
         return 0;
     }
-    if (QueryDosDeviceA(name, target, kDosTargetSize - 1) == 0) {
+    if (QueryDosDeviceA(name, target, DosTargetSize - 1) == 0) {
         target[0] = 0;
         return 0;
     }
@@ -156,9 +156,9 @@ int DeleteDosName(const char* name) {
         SetLastError(ERROR_FILE_NOT_FOUND);
         return 0;
     }
-    return MayBeChanged(name) && DefineDosDeviceA(kDeleteFlags, name, nullptr) ? 1 : 0;
+    return MayBeChanged(name) && DefineDosDeviceA(DeleteFlags, name, nullptr) ? 1 : 0;
 }
 
 int CreateDosName(const char* name, const char* kernelName) {
-    return MayBeChanged(name) && DefineDosDeviceA(kCreateFlags, name, kernelName) ? 1 : 0;
+    return MayBeChanged(name) && DefineDosDeviceA(CreateFlags, name, kernelName) ? 1 : 0;
 }

@@ -7,7 +7,7 @@
 #include "platform/win32.h"
 
 // Room for the targets of one name, in characters.
-constexpr DWORD kDosTargetSize = 520;
+constexpr DWORD DosTargetSize = 520;
 
 struct DosDeviceEntry {
     char* Target; // first target of the name, into Targets
@@ -31,7 +31,7 @@ public:
 
 // The first target of a DOS name, cut to the array. An empty name is none.
 // Returns: 1 if the name exists. On failure 0 with the last error of the name space, `target` is empty then.
-int QueryDosName(const char* name, char (&target)[kDosTargetSize]);
+int QueryDosName(const char* name, char (&target)[DosTargetSize]);
 
 // Takes the name's present target away, without telling the windows of the machine. A name other than COM and digits
 // stays, with a line: it belongs to something else. Returns: 1, or 0 with the last error.

@@ -17,15 +17,15 @@ CUsbHubs* g_pUsbHubs;
 
 namespace {
 
-constexpr DWORD kPresentInterfaces = DIGCF_PRESENT | DIGCF_DEVICEINTERFACE;
+constexpr DWORD PresentInterfaces = DIGCF_PRESENT | DIGCF_DEVICEINTERFACE;
 
 // A hub that has only just started refuses questions about its ports for a moment.
-constexpr DWORD kHubRetryMs = 500;
+constexpr DWORD HubRetryMs = 500;
 
-constexpr int kChainTopShift = 56;
+constexpr int ChainTopShift = 56;
 
-constexpr char kLocationStart[] = "Port_#0";
-constexpr int kLocationNumberOffset = 6; // behind "Port_#"
+constexpr char LocationStart[] = "Port_#0";
+constexpr int LocationNumberOffset = 6; // behind "Port_#"
 
 UsbHub* FindHub(const UsbHubList* list, DWORD devInst) {
     for (LONG i = 0; i < list->Count; ++i) {
@@ -37,7 +37,7 @@ UsbHub* FindHub(const UsbHubList* list, DWORD devInst) {
 }
 
 ULONGLONG TopByte(LONG portNumber) {
-    return static_cast<ULONGLONG>(portNumber & 0xFF) << kChainTopShift;
+    return static_cast<ULONGLONG>(portNumber & 0xFF) << ChainTopShift;
 }
 
 void FreeList(UsbHubList* list) {
@@ -51,7 +51,7 @@ void FreeList(UsbHubList* list) {
 UsbHub* MakeHub(LONG index, DWORD devInst, const char* path) {
     auto* const hub = new UsbHub{};
     hub->Index = index;
-    hub->ParentIndex = kNoHub;
+    hub->ParentIndex = NoHub;
     hub->DevInst = devInst;
     hub->ParentDevInst = GetParentDevInst(devInst);
     char deviceId[260] = {};
@@ -70,15 +70,15 @@ UsbHub* MakeHub(LONG index, DWORD devInst, const char* path) {
 
 // Returns: 0 when the device information set cannot be had.
 int ReadHubs(UsbHubList* list) {
-    const DeviceList devices(&InterfaceClass::UsbHub, kPresentInterfaces);
+    const DeviceList devices(&InterfaceClass::UsbHub, PresentInterfaces);
     if (!devices.IsValid()) {
         WriteLog(2, "SetupDiGetClassDevs res=INVALID_HANDLE_VALUE -> abort");
         return 0;
     }
     SP_DEVICE_INTERFACE_DATA interfaceData;
     for (DWORD index = 0; devices.GetInterface(InterfaceClass::UsbHub, index, &interfaceData); ++index) {
-        if (list->Count >= kMaxHubs) {
-            WriteLog(1, " UHI_3 count > max (%u) -> abort", static_cast<DWORD>(kMaxHubs));
+        if (list->Count >= MaxHubs) {
+            WriteLog(1, " UHI_3 count > max (%u) -> abort", static_cast<DWORD>(MaxHubs));
             break;
         }
         char path[260];
@@ -99,8 +99,8 @@ LONG GetExpectedPort(DWORD devInst) {
     LONG expected = 0;
     if (ReadDeviceText(devInst, CM_DRP_LOCATION_INFORMATION, location)) {
         WriteLog(4, " CM_DRP_LOCATION_INFORMATION=%s", location);
-        if (StrStrIA(location, kLocationStart) == location) {
-            expected = StrToIntA(location + kLocationNumberOffset);
+        if (StrStrIA(location, LocationStart) == location) {
+            expected = StrToIntA(location + LocationNumberOffset);
             WriteLog(4, " PortNumber is probably %u", static_cast<DWORD>(expected));
         }
     }
@@ -115,7 +115,7 @@ LONG GetExpectedPort(DWORD devInst) {
 
 // Does the hub report this driver key at the port? error: why it could not say, else 0.
 bool HasDriverKey(HANDLE hub, DWORD port, const char* driverKey, DWORD* error) {
-    char reported[kHubDriverKeySize];
+    char reported[HubDriverKeySize];
     *error = 0;
     if (!UsbGetConnectionDriverKey(hub, port, reported, error)) {
         return false;
@@ -134,7 +134,7 @@ DWORD SearchPort(HANDLE hub, UsbHub* record, LONG expectedPort, const char* driv
     if (expected != 0) {
         bool found = HasDriverKey(hub, expected, driverKey, &error);
         if (!found && error == ERROR_INVALID_PARAMETER) {
-            Sleep(kHubRetryMs);
+            Sleep(HubRetryMs);
             found = HasDriverKey(hub, expected, driverKey, &error);
         }
         if (found) {
@@ -213,18 +213,18 @@ LONG FindParentIndex(const UsbHubList* list, LONG index) {
             return i;
         }
     }
-    return kNoHub;
+    return NoHub;
 }
 
 } // namespace
 
-CUsbHubs::CUsbHubs() : current_(new UsbHubList{}) {
-    current_->Holders = 1;
+CUsbHubs::CUsbHubs() : m_current(new UsbHubList{}) {
+    m_current->Holders = 1;
     InitializeCriticalSection(&CS_lists);
 }
 
 CUsbHubs::~CUsbHubs() {
-    Release(current_);
+    Release(m_current);
     DeleteCriticalSection(&CS_lists);
 }
 
@@ -269,8 +269,8 @@ LONG CUsbHubs::GetCount() {
 
 UsbHubList* CUsbHubs::HoldCurrent() {
     const LockGuard lock(CS_lists);
-    ++current_->Holders;
-    return current_;
+    ++m_current->Holders;
+    return m_current;
 }
 
 void CUsbHubs::Release(UsbHubList* list) {
@@ -296,21 +296,21 @@ void CUsbHubs::Publish(UsbHubList* list) {
     UsbHubList* retired = nullptr;
     {
         const LockGuard lock(CS_lists);
-        retired = current_;
+        retired = m_current;
         // The owner's hold and that of the older list: whoever still reads that one may look up records in this one.
         list->Holders = 2;
         retired->Next = list;
-        current_ = list;
+        m_current = list;
     }
     Release(retired);
 }
 
-HubReader::HubReader(CUsbHubs* hubs) : hubs_(hubs), list_(hubs != nullptr ? hubs->HoldCurrent() : nullptr) {
+HubReader::HubReader(CUsbHubs* hubs) : m_hubs(hubs), m_list(hubs != nullptr ? hubs->HoldCurrent() : nullptr) {
 }
 
 HubReader::~HubReader() {
-    if (list_ != nullptr) {
-        hubs_->Release(list_);
+    if (m_list != nullptr) {
+        m_hubs->Release(m_list);
     }
 }
 
@@ -318,7 +318,7 @@ void LinkHubs(UsbHubList* list) {
     for (LONG i = 0; i < list->Count; ++i) {
         UsbHub* const hub = list->Hubs[i];
         hub->ParentIndex = FindParentIndex(list, i);
-        if (hub->ParentIndex != kNoHub) {
+        if (hub->ParentIndex != NoHub) {
             WriteLog(5, "USB-Hub '%s' is parent of USB-Hub '%s'", list->Hubs[hub->ParentIndex]->szDevPath,
                      hub->szDevPath);
         }
@@ -333,7 +333,7 @@ void LinkHubs(UsbHubList* list) {
 
 void BuildPortName(const UsbHubList* list, LONG parentIndex, char (&name)[24], ULONGLONG* chain) {
     // No path from a hub to its root has more hubs than there are.
-    for (LONG level = 0; parentIndex != kNoHub && level < list->Count; ++level) {
+    for (LONG level = 0; parentIndex != NoHub && level < list->Count; ++level) {
         const UsbHub* const parent = list->Hubs[parentIndex];
         char chainText[20];
         FormatText(chainText, "%08X%08X", static_cast<DWORD>(*chain >> 32), static_cast<DWORD>(*chain));

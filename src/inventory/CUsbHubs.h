@@ -8,8 +8,8 @@
 
 #include "platform/win32.h"
 
-constexpr LONG kMaxHubs = 256;
-constexpr LONG kNoHub = -1;
+constexpr LONG MaxHubs = 256;
+constexpr LONG NoHub = -1;
 
 struct UsbHub {
     LONG Index;       // place in the list
@@ -31,7 +31,7 @@ struct UsbHubList {
     LONG Holders;
     UsbHubList* Next; // the snapshot that took its place; held by this one
     LONG Count;
-    UsbHub* Hubs[kMaxHubs];
+    UsbHub* Hubs[MaxHubs];
 };
 
 class CUsbHubs {
@@ -68,7 +68,7 @@ private:
     void Publish(UsbHubList* list) QM_EXCLUDES(CS_lists);
 
     CRITICAL_SECTION CS_lists;
-    UsbHubList* current_ QM_GUARDED_BY(CS_lists);
+    UsbHubList* m_current QM_GUARDED_BY(CS_lists);
 };
 
 // Keeps alive every hub record that is in the list now or comes into it while the reader exists. Cheap; several at once
@@ -81,11 +81,11 @@ public:
     HubReader& operator=(const HubReader&) = delete;
 
     // The list as it was when the reader began, null without hubs.
-    const UsbHubList* List() const { return list_; }
+    const UsbHubList* List() const { return m_list; }
 
 private:
-    CUsbHubs* hubs_;
-    UsbHubList* list_;
+    CUsbHubs* m_hubs;
+    UsbHubList* m_list;
 };
 
 extern CUsbHubs* g_pUsbHubs; // made by the initialisation thread before the notifications, then constant

@@ -14,8 +14,8 @@ CUsbRoothubs* g_pUsbRoothubs;
 
 namespace {
 
-constexpr DWORD kPresentInterfaces = DIGCF_PRESENT | DIGCF_DEVICEINTERFACE;
-static_assert(kPresentInterfaces == 18);
+constexpr DWORD PresentInterfaces = DIGCF_PRESENT | DIGCF_DEVICEINTERFACE;
+static_assert(PresentInterfaces == 18);
 
 bool Contains(const char* text, const char* part) {
     return StrStrIA(text, part) != nullptr;
@@ -57,12 +57,12 @@ void CUsbRoothubs::SwapLists(CUsbRoothubs* other) {
 
 // Returns: false when the controllers cannot be listed; without their numbers the root hubs say nothing.
 bool CUsbRoothubs::ListHostControllers() {
-    const DeviceList list(&InterfaceClass::UsbHostController, kPresentInterfaces);
+    const DeviceList list(&InterfaceClass::UsbHostController, PresentInterfaces);
     if (!list.IsValid()) {
         return false;
     }
     SP_DEVICE_INTERFACE_DATA interfaceData;
-    for (DWORD index = 0; index < static_cast<DWORD>(kMaxHostControllers) &&
+    for (DWORD index = 0; index < static_cast<DWORD>(MaxHostControllers) &&
                           list.GetInterface(InterfaceClass::UsbHostController, index, &interfaceData);
          ++index) {
         char path[260];
@@ -79,14 +79,14 @@ bool CUsbRoothubs::ListHostControllers() {
 
 void CUsbRoothubs::ListRootHubs() {
     WriteLog(3, "CUsbRoothubs::CreateSnapshot Start");
-    const DeviceList list(&InterfaceClass::UsbHub, kPresentInterfaces);
+    const DeviceList list(&InterfaceClass::UsbHub, PresentInterfaces);
     if (!list.IsValid()) {
         WriteLog(2, "SetupDiGetClassDevs res=INVALID_HANDLE_VALUE -> abort");
         return;
     }
     SP_DEVICE_INTERFACE_DATA interfaceData;
     for (DWORD index = 0;
-         RootHubCount < kMaxRootHubs && list.GetInterface(InterfaceClass::UsbHub, index, &interfaceData); ++index) {
+         RootHubCount < MaxRootHubs && list.GetInterface(InterfaceClass::UsbHub, index, &interfaceData); ++index) {
         char path[260];
         char deviceId[260] = {};
         SP_DEVINFO_DATA device;

@@ -7,8 +7,8 @@
 
 #include "platform/win32.h"
 
-constexpr LONG kMaxHostControllers = 64;
-constexpr LONG kMaxRootHubs = 64;
+constexpr LONG MaxHostControllers = 64;
+constexpr LONG MaxRootHubs = 64;
 
 struct UsbHostController {
     LONG Index; // place in the list, from 0
@@ -41,8 +41,8 @@ public:
 
     LONG HostControllerCount = 0;
     LONG RootHubCount = 0;
-    UsbHostController* HostControllers[kMaxHostControllers] = {};
-    UsbRootHub* RootHubs[kMaxRootHubs] = {};
+    UsbHostController* HostControllers[MaxHostControllers] = {};
+    UsbRootHub* RootHubs[MaxRootHubs] = {};
 
 private:
     bool ListHostControllers();

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr DWORD kInstallWaitMs = 5000;
+constexpr DWORD InstallWaitMs = 5000;
 
 // The installers of other vendors check the size.
 static_assert(sizeof(SP_PROPCHANGE_PARAMS) == 20);
@@ -13,7 +13,7 @@ static_assert(sizeof(SP_PROPCHANGE_PARAMS) == 20);
 
 void WaitForPendingInstalls(const char* announcement) {
     WriteLog(1, "%s", announcement);
-    const DWORD waitResult = CMP_WaitNoPendingInstallEvents(kInstallWaitMs);
+    const DWORD waitResult = CMP_WaitNoPendingInstallEvents(InstallWaitMs);
     WriteLog(1, "waitres=%u", waitResult);
 }
 

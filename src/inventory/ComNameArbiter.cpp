@@ -11,20 +11,20 @@
 
 namespace {
 
-constexpr char kArbiterKey[] = "SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
-constexpr char kComDbValue[] = "ComDB";
-constexpr char kNotFound[] = "ComDB reg value not found";
+constexpr char ArbiterKey[] = "SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
+constexpr char ComDbValue[] = "ComDB";
+constexpr char NotFound[] = "ComDB reg value not found";
 
 // Far above the 512 bytes that Windows ever uses; a larger value is damaged and not worth its room in memory.
-constexpr DWORD kMaxComDbSize = 0x10000;
+constexpr DWORD MaxComDbSize = 0x10000;
 
 // The list of all DOS names, as in CDosDeviceNames, but with a size of its own that grows in smaller steps.
-constexpr DWORD kFirstNamesSize = 16384;
-constexpr DWORD kNamesSizeStep = 1024;
-constexpr DWORD kNamesSizeLimit = 0x100000;
+constexpr DWORD FirstNamesSize = 16384;
+constexpr DWORD NamesSizeStep = 1024;
+constexpr DWORD NamesSizeLimit = 0x100000;
 
 // The size reached stands for the next call. A single word without a lock: each call allocates by its own copy.
-constinit DWORD s_namesSize = kFirstNamesSize;
+constinit DWORD s_namesSize = FirstNamesSize;
 
 // One reading of the database: the bytes, and how many numbers they hold.
 struct ComDb {
@@ -38,7 +38,7 @@ struct ComDb {
 };
 
 int WriteComDb(const BYTE* bytes, DWORD sizeBytes) {
-    const int res = RegWriteBinary(HKEY_LOCAL_MACHINE, kArbiterKey, kComDbValue, bytes, sizeBytes);
+    const int res = RegWriteBinary(HKEY_LOCAL_MACHINE, ArbiterKey, ComDbValue, bytes, sizeBytes);
     WriteLog(3, " set ComDB=%s  res=%u", BytesToHex(bytes, sizeBytes), static_cast<DWORD>(res));
     return res;
 }
@@ -48,7 +48,7 @@ template<typename ChangeBit>
 int ChangeComDb(ChangeBit changeBit) {
     ComDb db;
     if (!db.Bytes) {
-        WriteLog(1, " %s", kNotFound);
+        WriteLog(1, " %s", NotFound);
         return 0;
     }
     WriteLog(3, " ComDB=%s", BytesToHex(db.Bytes.Get(), db.SizeBytes));
@@ -66,10 +66,10 @@ char* ReadAllNames(DWORD* sizeBytes) {
     DWORD size = s_namesSize;
     OwnedArray<char> buffer(size);
     while (QueryDosDeviceA(nullptr, buffer.Get(), size - 1) == 0) {
-        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || size >= kNamesSizeLimit) {
+        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || size >= NamesSizeLimit) {
             return nullptr;
         }
-        size += kNamesSizeStep;
+        size += NamesSizeStep;
         buffer.Reset(new char[size]);
     }
     s_namesSize = size;
@@ -122,12 +122,12 @@ bool HasUsedNumber(const CComPorts* ports, LONG number) {
 
 BYTE* ReadComDb(DWORD* sizeBytes) {
     DWORD size = 0;
-    if (!GetRegValueSize(HKEY_LOCAL_MACHINE, kArbiterKey, kComDbValue, &size) || size > kMaxComDbSize) {
-        WriteLog(1, "%s", kNotFound);
+    if (!GetRegValueSize(HKEY_LOCAL_MACHINE, ArbiterKey, ComDbValue, &size) || size > MaxComDbSize) {
+        WriteLog(1, "%s", NotFound);
         return nullptr;
     }
     OwnedArray<BYTE> bytes(size);
-    if (!RegReadBinary(HKEY_LOCAL_MACHINE, kArbiterKey, kComDbValue, bytes.Get(), &size)) {
+    if (!RegReadBinary(HKEY_LOCAL_MACHINE, ArbiterKey, ComDbValue, bytes.Get(), &size)) {
         return nullptr;
     }
     *sizeBytes = size;
@@ -154,7 +154,7 @@ int ComNameArbiterRemove(const char* portName) {
 LONG ComNameArbiterFindFree(LONG firstNumber) {
     const ComDb db;
     if (!db.Bytes) {
-        WriteLog(1, " %s", kNotFound);
+        WriteLog(1, " %s", NotFound);
         return 0;
     }
     const LONG bits = static_cast<LONG>(db.Bits());
@@ -170,7 +170,7 @@ int CleanRegComPortArbiter(const char* listText) {
     WriteLog(1, "CleanRegComPortArbiter(%s)", listText);
     const ComDb db;
     if (!db.Bytes) {
-        WriteLog(1, " %s", kNotFound);
+        WriteLog(1, " %s", NotFound);
         return 0;
     }
     const DWORD size = db.SizeBytes;

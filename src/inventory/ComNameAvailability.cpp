@@ -12,16 +12,16 @@
 
 namespace {
 
-constexpr DWORD kOpenTimeoutMs = 500;
+constexpr DWORD OpenTimeoutMs = 500;
 
 // ERROR_NO_SUCH_DEVICE, which older headers lack: a driver's answer for a device that has left.
-constexpr DWORD kNoSuchDevice = 433;
+constexpr DWORD NoSuchDevice = 433;
 
 // What a record claims, and what is true of it at this moment.
 struct LiveState {
     DWORD Problem;
     int DosNameExists;
-    char KernelName[kDosTargetSize];
+    char KernelName[DosTargetSize];
 };
 
 void ReadLiveState(const CComPort* port, LiveState* live) {
@@ -50,7 +50,7 @@ void SetAbsent(CComPort* port, DWORD problem) {
 
 int IsComPortNameAvailable(const char* name) {
     WriteLog(1, "IsComPortNameAvailable(%s)...", name);
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     if (!QueryDosName(name, target)) {
         WriteLog(1, " yes (QueryDosDevice(%s) failed with err=%s)", name, LastErrorName());
         return 1;
@@ -74,13 +74,13 @@ int PortDevExist(const char* name) {
     char path[260];
     FormatText(path, "\\\\.\\%s", name);
     OwnedFile port(
-        CreateFileTimeout(path, /*access=*/0, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING, 0, kOpenTimeoutMs));
+        CreateFileTimeout(path, /*access=*/0, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING, 0, OpenTimeoutMs));
     int res = 1;
     if (port) {
         port.Reset();
     } else {
         const DWORD error = GetLastError();
-        res = error != ERROR_FILE_NOT_FOUND && error != kNoSuchDevice;
+        res = error != ERROR_FILE_NOT_FOUND && error != NoSuchDevice;
     }
     WriteLog(1, " res=%u", static_cast<DWORD>(res));
     return res;

@@ -11,24 +11,24 @@
 namespace {
 
 // Longest friendly name and port name, in characters.
-constexpr DWORD kNameLimit = 128;
-constexpr char kFriendlyNameValue[] = "FriendlyName";
-constexpr char kDeviceParameters[] = "\\Device Parameters";
-constexpr char kDeviceMapKey[] = "HARDWARE\\DEVICEMAP\\SERIALCOMM";
+constexpr DWORD NameLimit = 128;
+constexpr char FriendlyNameValue[] = "FriendlyName";
+constexpr char DeviceParameters[] = "\\Device Parameters";
+constexpr char DeviceMapKey[] = "HARDWARE\\DEVICEMAP\\SERIALCOMM";
 
 // Values of the device's parameters that hold its port name. A driver keeps one of them, the other, or both.
-constexpr const char* kPortNameValues[] = {"PortName", "DosDeviceName"};
-static_assert(sizeof(kPortNameValues) / sizeof(kPortNameValues[0]) == 2);
+constexpr const char* PortNameValues[] = {"PortName", "DosDeviceName"};
+static_assert(sizeof(PortNameValues) / sizeof(PortNameValues[0]) == 2);
 
 // A friendly name on its way to a new COM name. One place more than the limit, so that a text of exactly the limit is
 // still ended by a zero.
 struct FriendlyNameText {
-    char Text[kNameLimit + 1] = {};
-    char ComName[kNameLimit] = {}; // the COM name that the text really shows
+    char Text[NameLimit + 1] = {};
+    char ComName[NameLimit] = {}; // the COM name that the text really shows
 };
 
 bool ReadFriendlyName(const char* regEnumPath, FriendlyNameText* name) {
-    return RegReadString(HKEY_LOCAL_MACHINE, regEnumPath, kFriendlyNameValue, name->Text, kNameLimit, 0) != 0;
+    return RegReadString(HKEY_LOCAL_MACHINE, regEnumPath, FriendlyNameValue, name->Text, NameLimit, 0) != 0;
 }
 
 bool FindComName(FriendlyNameText* name) {
@@ -42,7 +42,7 @@ bool FindComName(FriendlyNameText* name) {
 
 // Puts the new COM name in the place of the shown one. Returns: true if the text has changed.
 bool RenameInFriendlyName(FriendlyNameText* name, const char* newComName) {
-    if (!ReplaceString(name->Text, name->ComName, newComName, kNameLimit)) {
+    if (!ReplaceString(name->Text, name->ComName, newComName, NameLimit)) {
         return false;
     }
     WriteLog(2, "new FriendlyName=%s", name->Text);
@@ -62,12 +62,12 @@ void WriteTextLogged(const char* key, const char* valueName, const char* text) {
 void ChangeFriendlyName(const char* regEnumPath, const char* newName) {
     FriendlyNameText name;
     if (ReadFriendlyName(regEnumPath, &name) && FindComName(&name) && RenameInFriendlyName(&name, newName)) {
-        WriteTextLogged(regEnumPath, kFriendlyNameValue, name.Text);
+        WriteTextLogged(regEnumPath, FriendlyNameValue, name.Text);
     }
 }
 
 void ChangePortName(const char* parametersKey, const char* valueName, const char* newName) {
-    char present[kNameLimit] = {};
+    char present[NameLimit] = {};
     if (!RegReadString(HKEY_LOCAL_MACHINE, parametersKey, valueName, present, sizeof(present), 0)) {
         return;
     }
@@ -77,14 +77,14 @@ void ChangePortName(const char* parametersKey, const char* valueName, const char
 }
 
 void ChangeDeviceMap(const char* kernelNameCom, const char* newName) {
-    char present[kNameLimit] = {};
+    char present[NameLimit] = {};
     if (*kernelNameCom == 0 ||
-        !RegReadString(HKEY_LOCAL_MACHINE, kDeviceMapKey, kernelNameCom, present, sizeof(present), 0)) {
+        !RegReadString(HKEY_LOCAL_MACHINE, DeviceMapKey, kernelNameCom, present, sizeof(present), 0)) {
         return;
     }
     WriteLog(2, "%s=%s", kernelNameCom, present);
     WriteLog(2, "new value for %s is %s", kernelNameCom, newName);
-    WriteTextLogged(kDeviceMapKey, kernelNameCom, newName);
+    WriteTextLogged(DeviceMapKey, kernelNameCom, newName);
 }
 
 } // namespace
@@ -93,10 +93,10 @@ int ChangeRegistryComPortNumber(const char* oldName, const char* newName, const 
                                 const char* regClassPath, const char* kernelNameCom) {
     WriteLog(1, "ChangeRegistryComPortNumber(%s, %s, %s, %s)", oldName, newName, regEnumPath, regClassPath);
     ChangeFriendlyName(regEnumPath, newName);
-    char parametersKey[260 + sizeof(kDeviceParameters)];
+    char parametersKey[260 + sizeof(DeviceParameters)];
     CopyText(parametersKey, regEnumPath);
-    AppendText(parametersKey, kDeviceParameters);
-    for (const char* valueName : kPortNameValues) {
+    AppendText(parametersKey, DeviceParameters);
+    for (const char* valueName : PortNameValues) {
         ChangePortName(parametersKey, valueName, newName);
     }
     RegChangeAllValues(HKEY_LOCAL_MACHINE, regClassPath, oldName, newName);
@@ -109,7 +109,7 @@ int ChangeRegistryComPortNumber(const char* oldName, const char* newName, const 
 
 int ChangeDosDeviceComPortNumber(const char* oldName, const char* newName) {
     WriteLog(1, "ChangeDosDeviceComPortNumber(%s, %s)", oldName, newName);
-    char kernelName[kDosTargetSize] = {};
+    char kernelName[DosTargetSize] = {};
     if (*oldName != 0) {
         if (!QueryDosName(oldName, kernelName)) {
             WriteLog(1, "%s not found", oldName);
@@ -125,7 +125,7 @@ int ChangeDosDeviceComPortNumber(const char* oldName, const char* newName) {
         WriteLog(1, "error %u creating %s", GetLastError(), newName);
         return 0;
     }
-    char newTarget[kDosTargetSize];
+    char newTarget[DosTargetSize];
     const int exists = QueryDosName(newName, newTarget);
     WriteLog(1, exists ? "%s created as %s" : "%s not created as %s", newName, kernelName);
     return exists;
@@ -145,25 +145,25 @@ void FixFriendlyName(const char* regEnumPath, LONG portNumber) {
     FormatText(wanted, "COM%i", portNumber);
     if (lstrcmpA(name.ComName, wanted) != 0 && RenameInFriendlyName(&name, wanted)) {
         // A name that cannot be written is only a label: the number itself stands.
-        (void)WriteText(regEnumPath, kFriendlyNameValue, name.Text);
+        (void)WriteText(regEnumPath, FriendlyNameValue, name.Text);
     }
 }
 
 int DeleteSerialCommValue(const char* valueName) {
-    char present[kNameLimit] = {};
-    if (*valueName == 0 || !RegReadString(HKEY_LOCAL_MACHINE, kDeviceMapKey, valueName, present, sizeof(present), 0) ||
-        !RegDeleteValue(HKEY_LOCAL_MACHINE, kDeviceMapKey, valueName)) {
+    char present[NameLimit] = {};
+    if (*valueName == 0 || !RegReadString(HKEY_LOCAL_MACHINE, DeviceMapKey, valueName, present, sizeof(present), 0) ||
+        !RegDeleteValue(HKEY_LOCAL_MACHINE, DeviceMapKey, valueName)) {
         return 0;
     }
-    WriteLog(2, "deleted %s '%s'", kDeviceMapKey, valueName);
+    WriteLog(2, "deleted %s '%s'", DeviceMapKey, valueName);
     return 1;
 }
 
 int GetRegPortNameByDeviceId(const char* deviceId, char (&portName)[128]) {
     char parametersKey[320];
-    FormatText(parametersKey, "SYSTEM\\CurrentControlSet\\Enum\\%s%s", deviceId, kDeviceParameters);
-    char text[kNameLimit] = {};
-    const int res = RegReadString(HKEY_LOCAL_MACHINE, parametersKey, kPortNameValues[0], text, sizeof(text), 0);
+    FormatText(parametersKey, "SYSTEM\\CurrentControlSet\\Enum\\%s%s", deviceId, DeviceParameters);
+    char text[NameLimit] = {};
+    const int res = RegReadString(HKEY_LOCAL_MACHINE, parametersKey, PortNameValues[0], text, sizeof(text), 0);
     CopyText(portName, res ? text : "");
     return res;
 }

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr DWORD kCyclePortRequest = 0x220444; // IOCTL_USB_HUB_CYCLE_PORT
+constexpr DWORD CyclePortRequest = 0x220444; // IOCTL_USB_HUB_CYCLE_PORT
 
 // USB_CYCLE_PORT_PARAMS, in and out.
 struct CyclePortRecord {
@@ -30,7 +30,7 @@ int CycleUsbPort(const char* hubPath, DWORD hubPortNumber) {
     WriteLog(3, "IOCTL_USB_HUB_CYCLE_PORT(0x%p, %u)...", hub.Get(), hubPortNumber);
     CyclePortRecord record = {hubPortNumber, 0};
     DWORD returned = 0;
-    const BOOL done = DeviceIoControl(hub.Get(), kCyclePortRequest, &record, sizeof(record), &record, sizeof(record),
+    const BOOL done = DeviceIoControl(hub.Get(), CyclePortRequest, &record, sizeof(record), &record, sizeof(record),
                                       &returned, /*overlapped=*/nullptr);
     return done && record.StatusReturned == 0;
 }

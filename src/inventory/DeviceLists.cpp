@@ -4,9 +4,9 @@
 
 namespace {
 
-constexpr DWORD kDetailSize = 260;
-constexpr DWORD kDetailPathOffset = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath);
-static_assert(kDetailPathOffset == 4);
+constexpr DWORD DetailSize = 260;
+constexpr DWORD DetailPathOffset = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath);
+static_assert(DetailPathOffset == 4);
 
 } // namespace
 
@@ -38,16 +38,16 @@ bool DeviceList::FindDevice(DWORD devInst, SP_DEVINFO_DATA* device) const {
 
 bool DeviceList::ReadShortPath(SP_DEVICE_INTERFACE_DATA* interfaceData, char (&path)[260],
                                SP_DEVINFO_DATA* device) const {
-    alignas(SP_DEVICE_INTERFACE_DETAIL_DATA_A) BYTE block[kDetailSize] = {};
+    alignas(SP_DEVICE_INTERFACE_DETAIL_DATA_A) BYTE block[DetailSize] = {};
     auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(block);
     detail->cbSize = sizeof(*detail);
     *device = {};
     device->cbSize = sizeof(*device);
     path[0] = 0;
-    if (!SetupDiGetDeviceInterfaceDetailA(m_list.Get(), interfaceData, detail, kDetailSize, nullptr, device)) {
+    if (!SetupDiGetDeviceInterfaceDetailA(m_list.Get(), interfaceData, detail, DetailSize, nullptr, device)) {
         return false;
     }
-    CopyTextPart(path, sizeof(path), reinterpret_cast<const char*>(block) + kDetailPathOffset,
-                 kDetailSize - kDetailPathOffset);
+    CopyTextPart(path, sizeof(path), reinterpret_cast<const char*>(block) + DetailPathOffset,
+                 DetailSize - DetailPathOffset);
     return true;
 }

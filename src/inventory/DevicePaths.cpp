@@ -9,11 +9,11 @@
 namespace {
 
 // More than any driver names an interface; a size beyond it comes from a broken provider.
-constexpr DWORD kMaxDetailBytes = 0x10000;
+constexpr DWORD MaxDetailBytes = 0x10000;
 
 // Room for most paths, so that a walk over many interfaces seldom needs a second block.
-constexpr DWORD kUsualDetailBytes = 260;
-constexpr DWORD kBehindDetailBytes = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
+constexpr DWORD UsualDetailBytes = 260;
+constexpr DWORD BehindDetailBytes = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
 
 // A path too long for the fixed block is passed over: one known path is searched.
 DWORD FindInterfaceNode(const DeviceList& list, const char* devicePath, const GUID& interfaceClass) {
@@ -35,7 +35,7 @@ const char* SkipPathPrefix(const char* devicePath) {
         return "";
     }
     int skipped = 0;
-    while (skipped < kPathPrefixLength && devicePath[skipped] != '\0') {
+    while (skipped < PathPrefixLength && devicePath[skipped] != '\0') {
         ++skipped;
     }
     return devicePath + skipped;
@@ -82,7 +82,7 @@ DWORD GetProblem(DWORD devInst) {
     ULONG status = 0;
     ULONG problem = 0;
     if (CM_Get_DevNode_Status(&status, &problem, devInst, 0) != CR_SUCCESS) {
-        return kProblemPhantom;
+        return ProblemPhantom;
     }
     return problem;
 }
@@ -101,22 +101,22 @@ InterfaceDetail::~InterfaceDetail() {
 }
 
 void InterfaceDetail::Free() {
-    operator delete(detail_);
-    detail_ = nullptr;
-    roomBytes_ = 0;
+    operator delete(m_detail);
+    m_detail = nullptr;
+    m_roomBytes = 0;
 }
 
 bool InterfaceDetail::Fill(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device) {
     // The zeros behind what is asked for end a path that comes without its final zero.
-    ZeroBytes(detail_, roomBytes_ + kBehindDetailBytes);
-    detail_->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
+    ZeroBytes(m_detail, m_roomBytes + BehindDetailBytes);
+    m_detail->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
     *device = {};
     device->cbSize = sizeof(*device);
-    return SetupDiGetDeviceInterfaceDetailA(list, interfaceData, detail_, roomBytes_, nullptr, device) != FALSE;
+    return SetupDiGetDeviceInterfaceDetailA(list, interfaceData, m_detail, m_roomBytes, nullptr, device) != FALSE;
 }
 
 bool InterfaceDetail::Read(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device) {
-    if (detail_ != nullptr) {
+    if (m_detail != nullptr) {
         if (Fill(list, interfaceData, device)) {
             return true;
         }
@@ -131,14 +131,14 @@ bool InterfaceDetail::Read(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceDat
 bool InterfaceDetail::ReadBySize(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device) {
     DWORD sizeBytes = 0;
     SetupDiGetDeviceInterfaceDetailA(list, interfaceData, nullptr, 0, &sizeBytes, nullptr);
-    if (sizeBytes == 0 || sizeBytes > kMaxDetailBytes) {
+    if (sizeBytes == 0 || sizeBytes > MaxDetailBytes) {
         Free();
         return false;
     }
-    if (detail_ == nullptr || roomBytes_ < sizeBytes) {
+    if (m_detail == nullptr || m_roomBytes < sizeBytes) {
         Free();
-        roomBytes_ = sizeBytes > kUsualDetailBytes ? sizeBytes : kUsualDetailBytes;
-        detail_ = static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(operator new(roomBytes_ + kBehindDetailBytes));
+        m_roomBytes = sizeBytes > UsualDetailBytes ? sizeBytes : UsualDetailBytes;
+        m_detail = static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(operator new(m_roomBytes + BehindDetailBytes));
     }
     if (!Fill(list, interfaceData, device)) {
         Free();

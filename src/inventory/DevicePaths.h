@@ -6,10 +6,10 @@
 #include "platform/win32.h"
 
 // The problem number that stands for a node that cannot be asked (CM_PROB_PHANTOM).
-constexpr DWORD kProblemPhantom = 45;
+constexpr DWORD ProblemPhantom = 45;
 
 // Length of "\\?\" and "\\.\", which do not count when paths are compared.
-constexpr int kPathPrefixLength = 4;
+constexpr int PathPrefixLength = 4;
 
 // The path behind its first four characters; the empty text at its end if it is shorter. Null gives an empty text.
 const char* SkipPathPrefix(const char* devicePath);
@@ -49,12 +49,12 @@ public:
     // The same with the question for the size in any case.
     bool ReadBySize(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device);
 
-    const char* Path() const { return detail_ != nullptr ? detail_->DevicePath : ""; }
+    const char* Path() const { return m_detail != nullptr ? m_detail->DevicePath : ""; }
 
 private:
     bool Fill(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device);
     void Free();
 
-    SP_DEVICE_INTERFACE_DETAIL_DATA_A* detail_ = nullptr;
-    DWORD roomBytes_ = 0; // of the block, without what stands behind it
+    SP_DEVICE_INTERFACE_DETAIL_DATA_A* m_detail = nullptr;
+    DWORD m_roomBytes = 0; // of the block, without what stands behind it
 };

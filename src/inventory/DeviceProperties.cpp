@@ -10,18 +10,18 @@
 namespace {
 
 // The longest text property that anybody asks for: a list of hardware ids.
-constexpr size_t kMaxPropertyChars = 1024;
+constexpr size_t MaxPropertyChars = 1024;
 
-constexpr size_t kMaxIdChars = 260;
+constexpr size_t MaxIdChars = 260;
 
 // The list of location paths, for which not every edition of the SDK has a name.
-constexpr ULONG kPropertyLocationPaths = 0x24;
+constexpr ULONG PropertyLocationPaths = 0x24;
 
-constexpr size_t kLocationPathsBytes = 2048;
-constexpr size_t kLocationPathsChars = kLocationPathsBytes / sizeof(WCHAR);
+constexpr size_t LocationPathsBytes = 2048;
+constexpr size_t LocationPathsChars = LocationPathsBytes / sizeof(WCHAR);
 
 // Most bytes that one wide character takes in any system code page.
-constexpr size_t kMaxAnsiPerWide = 3;
+constexpr size_t MaxAnsiPerWide = 3;
 
 bool IsTextType(ULONG type) {
     return type == REG_SZ || type == REG_MULTI_SZ || type == REG_EXPAND_SZ;
@@ -30,9 +30,9 @@ bool IsTextType(ULONG type) {
 } // namespace
 
 bool ReadDeviceText(DWORD devInst, ULONG property, char* text, size_t sizeChars) {
-    char buffer[kMaxPropertyChars + 1] = {}; // one more than is asked for, so that the text always ends
+    char buffer[MaxPropertyChars + 1] = {}; // one more than is asked for, so that the text always ends
     ULONG type = REG_NONE;
-    ULONG sizeBytes = static_cast<ULONG>(std::min(sizeChars, kMaxPropertyChars));
+    ULONG sizeBytes = static_cast<ULONG>(std::min(sizeChars, MaxPropertyChars));
     if (CM_Get_DevNode_Registry_PropertyA(devInst, property, &type, buffer, &sizeBytes, 0) != CR_SUCCESS) {
         return false;
     }
@@ -56,14 +56,14 @@ bool ReadDeviceNumber(DWORD devInst, ULONG property, DWORD* number) {
 }
 
 void ReadLocationPath(DWORD devInst, char* text, size_t sizeChars) {
-    WCHAR paths[kLocationPathsChars + 1] = {};
+    WCHAR paths[LocationPathsChars + 1] = {};
     ULONG type = REG_NONE;
-    ULONG sizeBytes = kLocationPathsBytes;
-    if (CM_Get_DevNode_Registry_PropertyW(devInst, kPropertyLocationPaths, &type, paths, &sizeBytes, 0) != CR_SUCCESS ||
+    ULONG sizeBytes = LocationPathsBytes;
+    if (CM_Get_DevNode_Registry_PropertyW(devInst, PropertyLocationPaths, &type, paths, &sizeBytes, 0) != CR_SUCCESS ||
         !IsTextType(type)) {
         paths[0] = 0;
     }
-    char ansi[(kLocationPathsChars + 1) * kMaxAnsiPerWide] = {};
+    char ansi[(LocationPathsChars + 1) * MaxAnsiPerWide] = {};
     if (WideCharToMultiByte(CP_ACP, 0, paths, -1, ansi, static_cast<int>(sizeof(ansi)), nullptr, nullptr) == 0) {
         ansi[0] = '\0';
     }
@@ -71,8 +71,8 @@ void ReadLocationPath(DWORD devInst, char* text, size_t sizeChars) {
 }
 
 bool ReadDeviceId(DWORD devInst, char* id, size_t sizeChars) {
-    char buffer[kMaxIdChars + 1] = {};
-    const ULONG room = static_cast<ULONG>(std::min(sizeChars, kMaxIdChars));
+    char buffer[MaxIdChars + 1] = {};
+    const ULONG room = static_cast<ULONG>(std::min(sizeChars, MaxIdChars));
     if (CM_Get_Device_IDA(devInst, buffer, room, 0) != CR_SUCCESS) {
         return false;
     }

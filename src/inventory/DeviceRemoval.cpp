@@ -11,10 +11,10 @@
 
 namespace {
 
-constexpr DWORD kWillBeRemoved = 21;
-constexpr DWORD kDeviceNotThere = 24;
-constexpr DWORD kVetoNameSize = 260; // characters
-constexpr DWORD kDelayStepMs = 1000;
+constexpr DWORD WillBeRemoved = 21;
+constexpr DWORD DeviceNotThere = 24;
+constexpr DWORD VetoNameSize = 260; // characters
+constexpr DWORD DelayStepMs = 1000;
 
 static_assert(sizeof(SP_REMOVEDEVICE_PARAMS) == 16);
 
@@ -30,16 +30,16 @@ CONFIGRET ReadProblem(DWORD devInst, ULONG* status, ULONG* problem) {
     *problem = 0;
     const CONFIGRET cret = CM_Get_DevNode_Status(status, problem, devInst, /*flags=*/0);
     if (cret != CR_SUCCESS) {
-        *problem = kProblemPhantom;
+        *problem = ProblemPhantom;
     }
     return cret;
 }
 
 CONFIGRET RemoveSubTree(DWORD devInst, LONG level) {
     PNP_VETO_TYPE vetoType = PNP_VetoTypeUnknown;
-    WCHAR vetoName[kVetoNameSize] = {};
+    WCHAR vetoName[VetoNameSize] = {};
     const CONFIGRET cret =
-        CM_Query_And_Remove_SubTreeW(devInst, &vetoType, vetoName, kVetoNameSize, CM_REMOVE_NO_RESTART);
+        CM_Query_And_Remove_SubTreeW(devInst, &vetoType, vetoName, VetoNameSize, CM_REMOVE_NO_RESTART);
     WriteLog(level, "CM_Query_And_Remove_SubTree(%u)  cret=%s vetotype=%s", devInst, ConfigRetName(cret),
              VetoTypeName(static_cast<DWORD>(vetoType)));
     return cret;
@@ -48,8 +48,8 @@ CONFIGRET RemoveSubTree(DWORD devInst, LONG level) {
 void RequestEject(DWORD devInst) {
     WriteLog(3, "CM_Request_Device_Eject(%u)...", devInst);
     PNP_VETO_TYPE vetoType = PNP_VetoTypeUnknown;
-    WCHAR vetoName[kVetoNameSize] = {};
-    const CONFIGRET cret = CM_Request_Device_EjectW(devInst, &vetoType, vetoName, kVetoNameSize, /*flags=*/0);
+    WCHAR vetoName[VetoNameSize] = {};
+    const CONFIGRET cret = CM_Request_Device_EjectW(devInst, &vetoType, vetoName, VetoNameSize, /*flags=*/0);
     WriteLog(3, "CM_Request_Device_Eject(%u)  cret=%s vetotype=%s", devInst, ConfigRetName(cret),
              VetoTypeName(static_cast<DWORD>(vetoType)));
 }
@@ -71,7 +71,7 @@ int RemoveDevice(HDEVINFO list, SP_DEVINFO_DATA* device) {
 bool WaitDelay(DWORD delayMs) {
     const DWORD startTicks = GetTickCount();
     while (GetTickCount() - startTicks < delayMs) {
-        Sleep(kDelayStepMs);
+        Sleep(DelayStepMs);
         if (g_StopRequested) {
             return false;
         }
@@ -135,7 +135,7 @@ int PerformDeviceSafeRemovalAndRestart(DWORD devInst) {
     ULONG problem = 0;
     CONFIGRET cret = ReadProblem(devInst, &status, &problem);
     WriteLog(1, "CM_Get_DevNode_Status  cret=%s  prob=%s", ConfigRetName(cret), ProblemName(problem));
-    if (problem != kWillBeRemoved && problem != kDeviceNotThere) {
+    if (problem != WillBeRemoved && problem != DeviceNotThere) {
         return 0;
     }
     cret = CM_Setup_DevNode(devInst, CM_SETUP_DEVNODE_READY);

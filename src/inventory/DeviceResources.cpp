@@ -3,13 +3,13 @@
 namespace {
 
 // A driver's list has a handful of descriptors of a few dozen bytes; what is beyond comes from a broken list.
-constexpr int kMaxDescriptors = 256;
-constexpr ULONG kMaxDescriptorBytes = 1024;
+constexpr int MaxDescriptors = 256;
+constexpr ULONG MaxDescriptorBytes = 1024;
 
 union DescriptorData {
     IO_DES io;
     IRQ_DES irq;
-    BYTE bytes[kMaxDescriptorBytes];
+    BYTE bytes[MaxDescriptorBytes];
 };
 
 bool OpenConfiguration(DWORD devInst, LOG_CONF* configuration) {
@@ -44,7 +44,7 @@ bool ReadResource(DWORD devInst, RESOURCEID type, DWORD* value) {
         return false;
     }
     const bool isIo = type == ResType_IO;
-    for (int count = 0; count < kMaxDescriptors; ++count) {
+    for (int count = 0; count < MaxDescriptors; ++count) {
         DescriptorData data = {};
         if (ReadDescriptor(descriptor, isIo ? sizeof(IO_DES) : sizeof(IRQ_DES), &data)) {
             *value = isIo ? static_cast<DWORD>(data.io.IOD_Alloc_Base) : static_cast<DWORD>(data.irq.IRQD_Alloc_Num);

@@ -14,15 +14,15 @@
 
 namespace {
 
-constexpr char kWaitAnnouncement[] = "CM_WaitNoPendingInstallEvents(5000)...";
-constexpr char kBareWaitAnnouncement[] = "CM_WaitNoPendingInstallEvents()";
+constexpr char WaitAnnouncement[] = "CM_WaitNoPendingInstallEvents(5000)...";
+constexpr char BareWaitAnnouncement[] = "CM_WaitNoPendingInstallEvents()";
 
 // Problem numbers with which the class installer can start a device.
-constexpr DWORD kNoProblem = 0;
-constexpr DWORD kWillBeRemoved = 21;
-constexpr DWORD kDisabled = 22;
+constexpr DWORD NoProblem = 0;
+constexpr DWORD WillBeRemoved = 21;
+constexpr DWORD Disabled = 22;
 
-constexpr int kMinPathLength = 5;
+constexpr int MinPathLength = 5;
 
 // The search that both restarts of a port share: hands each COM port interface with the port's path to `restart`, until
 // that gives true. A port that offers only the modem interface is not met.
@@ -74,9 +74,9 @@ void TakeRegNameInForce(CComPort* port) {
 
 // Starts the device through the configuration manager. The last of the three set-ups is the one that counts.
 int RestartBySetup(DWORD devInst) {
-    constexpr ULONG kSetups[] = {CM_SETUP_DEVNODE_READY, CM_SETUP_DEVNODE_RESET, CM_SETUP_PROP_CHANGE};
+    constexpr ULONG Setups[] = {CM_SETUP_DEVNODE_READY, CM_SETUP_DEVNODE_RESET, CM_SETUP_PROP_CHANGE};
     CONFIGRET cret = CR_SUCCESS;
-    for (const ULONG setup : kSetups) {
+    for (const ULONG setup : Setups) {
         cret = CM_Setup_DevNode(devInst, setup);
     }
     if (cret != CR_SUCCESS) {
@@ -92,12 +92,12 @@ int RestartBySetup(DWORD devInst) {
 
 int PerformComPortPropertyChange(CComPort* port) {
     WriteLog(1, "PerformComPortPropertyChange(%u)", port->DevInst);
-    if (lstrlenA(port->DevPath) < kMinPathLength) {
+    if (lstrlenA(port->DevPath) < MinPathLength) {
         WriteLog(1, " error, no devicepath -> abort");
         FATAL_SOFT("DeviceRestart", "PerformComPortPropertyChange");
         return 0;
     }
-    WaitForPendingInstalls(kWaitAnnouncement);
+    WaitForPendingInstalls(WaitAnnouncement);
     return RestartByInterface(port, [port](HDEVINFO list, SP_DEVINFO_DATA* device) {
         if (device->DevInst != port->DevInst) {
             return false;
@@ -116,7 +116,7 @@ int PerformComPortPropertyChange(CComPort* port) {
 
 int PerformComPortDisableEnable(CComPort* port) {
     WriteLog(1, "PerformComPortDisableEnable(%s)", port->DevPath);
-    if (lstrlenA(port->DevPath) < kMinPathLength) {
+    if (lstrlenA(port->DevPath) < MinPathLength) {
         return 0;
     }
     return RestartByInterface(port, [port](HDEVINFO list, SP_DEVINFO_DATA* device) {
@@ -134,7 +134,7 @@ int PerformComPortDisableEnable(CComPort* port) {
 
 int PerformDeviceCmDisableEnable(DWORD devInst) {
     WriteLog(1, "PerformDeviceCmDisableEnable(%u)", devInst);
-    WaitForPendingInstalls(kBareWaitAnnouncement);
+    WaitForPendingInstalls(BareWaitAnnouncement);
     CONFIGRET cret = CM_Disable_DevNode(devInst, /*flags=*/0);
     WriteLog(2, " CM_Disable_DevNode(%u)  cret=%u", devInst, cret);
     if (cret != CR_SUCCESS) {
@@ -151,7 +151,7 @@ int PerformDevicePropertyChange(DWORD devInst) {
         return 0;
     }
     WriteLog(1, "PerformDevicePropertyChange(%s)", deviceId);
-    WaitForPendingInstalls(kWaitAnnouncement);
+    WaitForPendingInstalls(WaitAnnouncement);
     const DeviceList list(nullptr, DIGCF_ALLCLASSES | DIGCF_PRESENT);
     if (!list.IsValid()) {
         WriteLog(1, "SetupDiClassDevs() failed  err=%u", GetLastError());
@@ -182,10 +182,10 @@ int RestartDev(DWORD devInst) {
     }
     const DWORD problem = GetProblem(devInst);
     WriteLog(1, "RestartDev id=%s  Problem=%u", deviceId, problem);
-    if (g_Os.IsWow64 || (problem != kNoProblem && problem != kWillBeRemoved && problem != kDisabled)) {
+    if (g_Os.IsWow64 || (problem != NoProblem && problem != WillBeRemoved && problem != Disabled)) {
         return RestartBySetup(devInst);
     }
-    const int res = ChangeDeviceState(list.Get(), &device, problem == kDisabled ? DICS_ENABLE : DICS_PROPCHANGE);
+    const int res = ChangeDeviceState(list.Get(), &device, problem == Disabled ? DICS_ENABLE : DICS_PROPCHANGE);
     WriteLog(1, "DIF_PROPERTYCHANGE %s", ResultText(res));
     return res;
 }

@@ -7,9 +7,9 @@
 namespace {
 
 // Real trees have some twenty levels. A walk ends here at the latest, also when a node is its own ancestor.
-constexpr int kMaxLevels = 64;
+constexpr int MaxLevels = 64;
 // A bus has at most some hundred devices.
-constexpr int kMaxSiblings = 4096;
+constexpr int MaxSiblings = 4096;
 
 // The text of an id before its first backslash: "USB", "PCI", "FTDIBUS".
 void CopyEnumerator(const char* deviceId, char (&enumerator)[260]) {
@@ -39,11 +39,11 @@ DWORD GetParentDevInst(DWORD devInst) {
 
 int GetBusType(const CComPort* port) {
     if (IsMotherboardPort(port)) {
-        return kBusIsa;
+        return BusIsa;
     }
     char parentService[64] = {};
     if (ReadDeviceText(port->ParentDevInst, CM_DRP_SERVICE, parentService) && IsSameNoCase(parentService, "msisadrv")) {
-        return kBusIsa;
+        return BusIsa;
     }
     char own[260];
     char parent[260];
@@ -52,14 +52,14 @@ int GetBusType(const CComPort* port) {
     CopyEnumerator(port->ParentDeviceID, parent);
     CopyEnumerator(port->GrandParentDeviceID, grandParent);
     // From the highest index down: a USB port has PCI above it too.
-    for (int bus = kBusUsb; bus >= kBusPci; --bus) {
-        const char* name = kBusTypeNames[bus];
+    for (int bus = BusUsb; bus >= BusPci; --bus) {
+        const char* name = BusTypeNames[bus];
         if (IsSameNoCase(own, name) || IsSameNoCase(parent, name) || IsSameNoCase(grandParent, name) ||
             EndsWithNoCase(parent, name) || EndsWithNoCase(grandParent, name)) {
             return bus;
         }
     }
-    return kBusUnknown;
+    return BusUnknown;
 }
 
 DWORD GetSameParentDevInst(DWORD devInst) {
@@ -68,7 +68,7 @@ DWORD GetSameParentDevInst(DWORD devInst) {
         return 0;
     }
     DWORD node = devInst;
-    for (int level = 0; level < kMaxLevels; ++level) {
+    for (int level = 0; level < MaxLevels; ++level) {
         node = GetParentDevInst(node);
         if (node == 0) {
             return 0;
@@ -82,7 +82,7 @@ DWORD GetSameParentDevInst(DWORD devInst) {
 
 DWORD GetUsbDevInst(DWORD devInst) {
     DWORD node = devInst;
-    for (int level = 0; level < kMaxLevels; ++level) {
+    for (int level = 0; level < MaxLevels; ++level) {
         const DWORD parent = GetParentDevInst(node);
         if (parent == 0) {
             return 0;
@@ -120,7 +120,7 @@ bool IsUsbHubDevice(DWORD devInst) {
 bool HasWorkingChild(DWORD devInst) {
     DEVINST child = 0;
     CONFIGRET result = CM_Get_Child(&child, devInst, 0);
-    for (int count = 0; result == CR_SUCCESS && count < kMaxSiblings; ++count) {
+    for (int count = 0; result == CR_SUCCESS && count < MaxSiblings; ++count) {
         ULONG status = 0;
         ULONG problem = 0;
         if (CM_Get_DevNode_Status(&status, &problem, child, 0) == CR_SUCCESS && problem == 0) {

@@ -9,7 +9,7 @@
 // The node's parent, 0 at the root or when it cannot be asked.
 DWORD GetParentDevInst(DWORD devInst);
 
-// Index into kBusTypeNames, judged by the device ids in the record; the parent's service is read afresh.
+// Index into BusTypeNames, judged by the device ids in the record; the parent's service is read afresh.
 int GetBusType(const CComPort* port);
 
 // The first ancestor that is a hub or whose id begins with PCI or ROOT; 0 for a motherboard port or if there is none.

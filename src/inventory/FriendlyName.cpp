@@ -4,9 +4,9 @@
 
 namespace {
 
-constexpr char kBracketedCom[] = "(COM";
-constexpr char kCom[] = "COM";
-constexpr int kComLength = sizeof(kCom) - 1;
+constexpr char BracketedCom[] = "(COM";
+constexpr char Com[] = "COM";
+constexpr int ComLength = sizeof(Com) - 1;
 
 bool IsDigit(char c) {
     return c >= '0' && c <= '9';
@@ -38,31 +38,31 @@ void CutAndTrim(char* text, const char* end) {
 } // namespace
 
 void StripComFromFriendlyName(char* text) {
-    const char* bracket = StrStrA(text, kBracketedCom);
-    if (bracket != nullptr && IsDigit(bracket[1 + kComLength])) {
+    const char* bracket = StrStrA(text, BracketedCom);
+    if (bracket != nullptr && IsDigit(bracket[1 + ComLength])) {
         CutAndTrim(text, bracket);
         return;
     }
-    const char* com = StrStrA(text, kCom);
-    if (com != nullptr && IsDigit(com[kComLength])) {
+    const char* com = StrStrA(text, Com);
+    if (com != nullptr && IsDigit(com[ComLength])) {
         CutAndTrim(text, com);
     }
 }
 
 const char* FindComInFriendlyName(const char* text) {
-    const char* bracket = StrStrA(text, kBracketedCom);
-    if (bracket != nullptr && IsDigit(bracket[1 + kComLength])) {
+    const char* bracket = StrStrA(text, BracketedCom);
+    if (bracket != nullptr && IsDigit(bracket[1 + ComLength])) {
         return bracket + 1;
     }
-    const char* com = StrStrA(text, kCom);
-    while (com != nullptr && !IsDigit(com[kComLength])) {
-        com = StrStrA(com + kComLength, kCom);
+    const char* com = StrStrA(text, Com);
+    while (com != nullptr && !IsDigit(com[ComLength])) {
+        com = StrStrA(com + ComLength, Com);
     }
     return com;
 }
 
 void CopyComName(const char* comName, char* out, size_t sizeChars) {
-    size_t length = kComLength;
+    size_t length = ComLength;
     while (IsDigit(comName[length])) {
         ++length;
     }
@@ -71,7 +71,7 @@ void CopyComName(const char* comName, char* out, size_t sizeChars) {
 
 void CopyComDigits(const char* portName, char* out, size_t sizeChars) {
     size_t start = 0;
-    while (start < kComLength && portName[start] != '\0') {
+    while (start < ComLength && portName[start] != '\0') {
         ++start;
     }
     size_t length = 0;

@@ -10,13 +10,13 @@
 
 namespace {
 
-constexpr LONG kOverdueMs = 5000;
-constexpr DWORD kOwnRestartMs = 5000;
+constexpr LONG OverdueMs = 5000;
+constexpr DWORD OwnRestartMs = 5000;
 
 // Of CComPort::AwaitedRestart. A flag beside the tick: a tick that is old enough would look ahead again.
-constexpr DWORD kNothingAwaited = 0;
-constexpr DWORD kRestartPutOff = 1;
-constexpr DWORD kRestartBegun = 2;
+constexpr DWORD NothingAwaited = 0;
+constexpr DWORD RestartPutOff = 1;
+constexpr DWORD RestartBegun = 2;
 
 // A port that shared its name at the start has none in force.
 bool IsLinkOf(const CComPort* port, const char* portName, const char* target) {
@@ -66,10 +66,10 @@ bool IsKernelNameOf(const CComPort* port, const char* kernelName) {
 }
 
 void AwaitRestart(CComPort* port, DWORD dueTick) {
-    port->AwaitedRestart = kRestartPutOff;
+    port->AwaitedRestart = RestartPutOff;
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         CComPort* other = g_pComPorts->Ports[i];
-        if (other != nullptr && other->AwaitedRestart == kRestartPutOff &&
+        if (other != nullptr && other->AwaitedRestart == RestartPutOff &&
             other->SameParentDevInst == port->SameParentDevInst) {
             other->AwaitedRestartTicker = dueTick;
         }
@@ -79,31 +79,31 @@ void AwaitRestart(CComPort* port, DWORD dueTick) {
 void NoteRestartOf(DWORD sameParentDevInst) {
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         CComPort* port = g_pComPorts->Ports[i];
-        if (port != nullptr && port->AwaitedRestart == kRestartPutOff && port->SameParentDevInst == sameParentDevInst) {
-            port->AwaitedRestart = kRestartBegun;
+        if (port != nullptr && port->AwaitedRestart == RestartPutOff && port->SameParentDevInst == sameParentDevInst) {
+            port->AwaitedRestart = RestartBegun;
         }
     }
 }
 
 void EndAwaitedRestart(CComPort* port, bool isArrival) {
-    if (!isArrival || port->AwaitedRestart == kRestartBegun) {
-        port->AwaitedRestart = kNothingAwaited;
+    if (!isArrival || port->AwaitedRestart == RestartBegun) {
+        port->AwaitedRestart = NothingAwaited;
     }
 }
 
 bool IsRestartAwaited(CComPort* port) {
-    if (port->AwaitedRestart == kNothingAwaited) {
+    if (port->AwaitedRestart == NothingAwaited) {
         return false;
     }
-    if (static_cast<LONG>(GetTickCount() - port->AwaitedRestartTicker) >= kOverdueMs) {
-        port->AwaitedRestart = kNothingAwaited;
+    if (static_cast<LONG>(GetTickCount() - port->AwaitedRestartTicker) >= OverdueMs) {
+        port->AwaitedRestart = NothingAwaited;
     }
-    return port->AwaitedRestart != kNothingAwaited;
+    return port->AwaitedRestart != NothingAwaited;
 }
 
 bool IsOwnRestart(const CComPort* port) {
     const char* path = SkipPathPrefix(port->DevPath);
-    return (port->RestartTicker != 0 && GetTickCount() - port->RestartTicker < kOwnRestartMs) ||
+    return (port->RestartTicker != 0 && GetTickCount() - port->RestartTicker < OwnRestartMs) ||
            (path[0] != '\0' && (IsSameNoCase(path, szRestarting1) || IsSameNoCase(path, szRestarting2)));
 }
 
@@ -126,7 +126,7 @@ const CComPort* FindNamelessSibling(const char* portName, const CComPort* asker)
             GetProblem(port->DevInst) != 0) {
             continue;
         }
-        char target[kDosTargetSize];
+        char target[DosTargetSize];
         return QueryDosName(portName, target) ? nullptr : port;
     }
     return nullptr;
@@ -140,7 +140,7 @@ void MarkNamelessHolders(const char* portName, const CComPort* asker) {
             IsRestartAwaited(port) || IsOwnRestart(port)) {
             continue;
         }
-        char target[kDosTargetSize];
+        char target[DosTargetSize];
         if (GetProblem(port->DevInst) == 0 && !QueryDosName(portName, target)) {
             WriteLog(1, "Ports[%i] has no name, and %s is about to go to Ports[%i] -> mark Ports[%i] for later restart",
                      i, portName, asker->Index, i);
@@ -156,7 +156,7 @@ void RetireVirtualRecords(const char* portName) {
             (portName != nullptr && !IsSameNoCase(port->szRegPortName, portName))) {
             continue;
         }
-        char target[kDosTargetSize];
+        char target[DosTargetSize];
         if (!QueryDosName(port->szRegPortName, target) || HasOwner(port->szRegPortName, target)) {
             WriteLog(1, "%s has no link without a device any more -> set Port[%i].IsPresent = false",
                      port->szRegPortName, i);
@@ -184,7 +184,7 @@ void MarkCopiedName(CComPort* port) {
 }
 
 void PassOnLink(const CComPort* gone) {
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         CComPort* port = g_pComPorts->Ports[i];
         if (port == nullptr || !port->IsPresent || !port->HasCopiedName ||
@@ -200,7 +200,7 @@ void PassOnLink(const CComPort* gone) {
 }
 
 bool IsNameOfThird(const char* portName, const CComPort* first, const CComPort* second) {
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     if (!QueryDosName(portName, target)) {
         return false;
     }

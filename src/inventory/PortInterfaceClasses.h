@@ -6,5 +6,5 @@
 #include "support/InterfaceClasses.h"
 
 // A device that offers both is entered once, by the first.
-constexpr const GUID* kPortInterfaceClasses[] = {&InterfaceClass::ComPort, &InterfaceClass::Modem};
-static_assert(sizeof(kPortInterfaceClasses) / sizeof(kPortInterfaceClasses[0]) == 2);
+constexpr const GUID* InterfaceClassesOfPorts[] = {&InterfaceClass::ComPort, &InterfaceClass::Modem};
+static_assert(sizeof(InterfaceClassesOfPorts) / sizeof(InterfaceClassesOfPorts[0]) == 2);

@@ -17,50 +17,50 @@
 
 namespace {
 
-constexpr DWORD kRestartingMs = 2000; // an absent port stays in its group for so long after its restart
-constexpr DWORD kOpenPortMs = 500;
-constexpr DWORD kUninstallDelayMs = 5000;
+constexpr DWORD RestartingMs = 2000; // an absent port stays in its group for so long after its restart
+constexpr DWORD OpenPortMs = 500;
+constexpr DWORD UninstallDelayMs = 5000;
 
-constexpr int kShortestIdPart = 10;      // shorter common parts of two ids say nothing
-constexpr int kFunctionNumberLength = 3; // "_00": the function of a composite device, before the last backslash
+constexpr int ShortestIdPart = 10;      // shorter common parts of two ids say nothing
+constexpr int FunctionNumberLength = 3; // "_00": the function of a composite device, before the last backslash
 
 // Records of the table in chains by a key, each chain in table order. A scan of all pairs looks only at those that can
 // be a pair, and meets them in the order in which it would meet them in the table.
 class RecordChains {
 public:
-    RecordChains() : first_(kChains), next_(kMaxPorts), keys_(kMaxPorts) {
-        for (int chain = 0; chain < kChains; ++chain) {
-            first_[chain] = kNoPort;
+    RecordChains() : m_first(Chains), m_next(MaxPorts), m_keys(MaxPorts) {
+        for (int chain = 0; chain < Chains; ++chain) {
+            m_first[chain] = NoPort;
         }
     }
 
     // From the last record of the table to the first.
     void PushFront(LONG index, DWORD key) {
-        LONG& first = first_[ChainOf(key)];
-        keys_[index] = key;
-        next_[index] = first;
+        LONG& first = m_first[ChainOf(key)];
+        m_keys[index] = key;
+        m_next[index] = first;
         first = index;
     }
 
     // The first record with the key and the one behind a record with the same key; -1 at the end.
-    LONG First(DWORD key) const { return SkipOthers(first_[ChainOf(key)], key); }
-    LONG Next(LONG index) const { return SkipOthers(next_[index], keys_[index]); }
+    LONG First(DWORD key) const { return SkipOthers(m_first[ChainOf(key)], key); }
+    LONG Next(LONG index) const { return SkipOthers(m_next[index], m_keys[index]); }
 
 private:
-    static constexpr int kChains = 4096;
+    static constexpr int Chains = 4096;
 
     static int ChainOf(DWORD key) { return static_cast<int>((key * 2654435761u) >> 20); }
 
     LONG SkipOthers(LONG index, DWORD key) const {
-        while (index != kNoPort && keys_[index] != key) {
-            index = next_[index];
+        while (index != NoPort && m_keys[index] != key) {
+            index = m_next[index];
         }
         return index;
     }
 
-    OwnedArray<LONG> first_;
-    OwnedArray<LONG> next_;
-    OwnedArray<DWORD> keys_;
+    OwnedArray<LONG> m_first;
+    OwnedArray<LONG> m_next;
+    OwnedArray<DWORD> m_keys;
 };
 
 DWORD HashOfText(const char* text) {
@@ -110,7 +110,7 @@ bool TakesPartInGroups(const CComPort* port, DWORD nowTick) {
     if (port == nullptr || !port->IsUsed) {
         return false;
     }
-    return port->IsPresent || nowTick - port->RestartTicker < kRestartingMs;
+    return port->IsPresent || nowTick - port->RestartTicker < RestartingMs;
 }
 
 // length: at most that of a, so that an end of b within it is a difference.
@@ -150,11 +150,11 @@ void LogGroup(const CComPorts& table, const CComPort* port) {
 // Fills one group. Members behind the last place of Same are left out: they find the port in their own group.
 void GroupPort(CComPorts* table, CComPort* port, const RecordChains& chains) {
     // Built aside: another scan may fill the same record just now, and neither may count on the other's entries.
-    LONG same[kMaxSame] = {port->Index};
+    LONG same[MaxSame] = {port->Index};
     LONG count = 1;
     WriteLog(4, " Ports[%i] (%s) ParentDevInst=%u", port->Index, port->szPortName, port->ParentDevInst);
     WriteLog(4, " Ports[%i] (%s) SameParentDevInst=%u:", port->Index, port->szPortName, port->SameParentDevInst);
-    for (LONG i = chains.First(port->SameParentDevInst); i != kNoPort && count < kMaxSame; i = chains.Next(i)) {
+    for (LONG i = chains.First(port->SameParentDevInst); i != NoPort && count < MaxSame; i = chains.Next(i)) {
         const CComPort* other = table->Ports[i];
         if (other == port || other->SameParentDevInst != port->SameParentDevInst ||
             !CComPorts::IsSameDevice(other, port)) {
@@ -198,7 +198,7 @@ void HandleZombieName(CComPort* port) {
 }
 
 void CheckNameOfRemovedPort(CComPort* port) {
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     if (!QueryDosName(port->szRegPortName, target)) {
         WriteLog(1, "DosDeviceName(%s) is gone -> good", port->szRegPortName);
         return;
@@ -227,7 +227,7 @@ void SetAbsent(CComPort* port) {
 }
 
 bool IsOnUsb(const CComPort* port) {
-    return port->BusTypeName != nullptr && lstrcmpA(port->BusTypeName, kBusTypeNames[kBusUsb]) == 0;
+    return port->BusTypeName != nullptr && lstrcmpA(port->BusTypeName, BusTypeNames[BusUsb]) == 0;
 }
 
 void UninstallAsConfigured(const CComPort* port) {
@@ -235,10 +235,10 @@ void UninstallAsConfigured(const CComPort* port) {
         return;
     }
     if (g_pSettings->RemovePortDeviceOnRemoval) {
-        UninstallDeviceByDevInstDelayed(port->DevInst, kUninstallDelayMs);
+        UninstallDeviceByDevInstDelayed(port->DevInst, UninstallDelayMs);
     }
     if (g_pSettings->RemoveUsbDeviceOnRemoval && IsOnUsb(port) && !HasWorkingChild(port->ParentDevInst)) {
-        UninstallDeviceByDevInstDelayed(port->ParentDevInst, kUninstallDelayMs);
+        UninstallDeviceByDevInstDelayed(port->ParentDevInst, UninstallDelayMs);
     }
 }
 
@@ -256,7 +256,7 @@ void CComPorts::ScanSamePorts() {
         if (!ClaimsName(a)) {
             continue;
         }
-        for (LONG k = chains.First(HashOfText(a->szRegPortName)); k != kNoPort; k = chains.Next(k)) {
+        for (LONG k = chains.First(HashOfText(a->szRegPortName)); k != NoPort; k = chains.Next(k)) {
             CComPort* b = Ports[k];
             if (b != a && lstrcmpA(a->szRegPortName, b->szRegPortName) == 0) {
                 SettleName(a, b);
@@ -300,7 +300,7 @@ void CComPorts::DeleteNotFoundPorts() {
         char path[sizeof(port->szPortName) + 8];
         FormatText(path, "\\\\.\\%s", port->szPortName);
         const OwnedFile handle(CreateFileTimeout(path, /*access=*/0, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING,
-                                                 /*flags=*/0, kOpenPortMs));
+                                                 /*flags=*/0, OpenPortMs));
         if (handle) {
             continue;
         }
@@ -321,9 +321,9 @@ void CComPorts::DeleteNotFoundPorts() {
 int CComPorts::RemovePort(const char* devicePath) {
     WriteLog(1, "RemovePort(%s)", devicePath != nullptr ? devicePath : "");
     const int index = FindPortIdxByDevicePath(devicePath);
-    if (index == kNoPort) {
+    if (index == NoPort) {
         WriteLog(1, "not found");
-        return kNoPort;
+        return NoPort;
     }
     CComPort* port = Ports[index];
     PassOnLink(port);
@@ -334,8 +334,8 @@ int CComPorts::RemovePort(const char* devicePath) {
 }
 
 int CComPorts::IsSameDevice(const CComPort* x, const CComPort* y) {
-    const int commonLength = FindLast(x->DeviceID, '\\') - kFunctionNumberLength;
-    if (commonLength < kShortestIdPart) {
+    const int commonLength = FindLast(x->DeviceID, '\\') - FunctionNumberLength;
+    if (commonLength < ShortestIdPart) {
         return 0;
     }
     if (IsSameStart(x->DeviceID, y->DeviceID, commonLength)) {
@@ -343,5 +343,5 @@ int CComPorts::IsSameDevice(const CComPort* x, const CComPort* y) {
     }
     // Ids that hold a GUID go on behind it with a part that differs from port to port.
     const int braceAt = FindFirst(x->DeviceID, '}');
-    return braceAt >= kShortestIdPart && IsSameStart(x->DeviceID, y->DeviceID, braceAt) ? 1 : 0;
+    return braceAt >= ShortestIdPart && IsSameStart(x->DeviceID, y->DeviceID, braceAt) ? 1 : 0;
 }

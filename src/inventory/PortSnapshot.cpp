@@ -15,18 +15,18 @@
 
 namespace {
 
-constexpr size_t kSetupTextChars = 256;
-constexpr size_t kListedIdChars = 200;
-constexpr int kShortestDevicePath = 4;
+constexpr size_t SetupTextChars = 256;
+constexpr size_t ListedIdChars = 200;
+constexpr int ShortestDevicePath = 4;
 
 // What a device with a problem may be called to count as a port.
-constexpr const char* kPortDescriptions[] = {"Serial", "UART", "rs232", "rs422", "rs485"};
+constexpr const char* PortDescriptions[] = {"Serial", "UART", "rs232", "rs422", "rs485"};
 
 struct ListedDevice {
-    char Id[kListedIdChars];
-    char Service[kSetupTextChars];
-    char Class[kSetupTextChars];
-    char Description[kSetupTextChars];
+    char Id[ListedIdChars];
+    char Service[SetupTextChars];
+    char Class[SetupTextChars];
+    char Description[SetupTextChars];
 };
 
 bool ContainsNoCase(const char* text, const char* part) {
@@ -34,12 +34,12 @@ bool ContainsNoCase(const char* text, const char* part) {
 }
 
 // An unreadable or ill-typed property leaves the text empty.
-bool ReadSetupText(HDEVINFO list, SP_DEVINFO_DATA* device, DWORD property, char (&text)[kSetupTextChars]) {
-    char buffer[kSetupTextChars + 1] = {};
+bool ReadSetupText(HDEVINFO list, SP_DEVINFO_DATA* device, DWORD property, char (&text)[SetupTextChars]) {
+    char buffer[SetupTextChars + 1] = {};
     DWORD type = REG_NONE;
     text[0] = '\0';
     if (!SetupDiGetDeviceRegistryPropertyA(list, device, property, &type, reinterpret_cast<BYTE*>(buffer),
-                                           kSetupTextChars, nullptr) ||
+                                           SetupTextChars, nullptr) ||
         type != REG_SZ) {
         return false;
     }
@@ -56,7 +56,7 @@ void ReadListedDevice(HDEVINFO list, SP_DEVINFO_DATA* device, ListedDevice* out)
 }
 
 bool IsDescribedAsPort(const char* description) {
-    for (const char* part : kPortDescriptions) {
+    for (const char* part : PortDescriptions) {
         if (ContainsNoCase(description, part)) {
             return true;
         }
@@ -98,7 +98,7 @@ bool FindInterface(const DeviceList& list, const GUID& interfaceClass, const cha
 
 void LogUnknownPath(const char* devicePath) {
     WriteLog(4, "device path not found -> port not added");
-    char kernelName[kDosTargetSize];
+    char kernelName[DosTargetSize];
     if (QueryDosName(SkipPathPrefix(devicePath), kernelName)) {
         WriteLog(4, " kn=%s -> strange", kernelName);
     } else {
@@ -107,7 +107,7 @@ void LogUnknownPath(const char* devicePath) {
 }
 
 bool IsPortClass(HDEVINFO list, SP_DEVINFO_DATA* device) {
-    char className[kSetupTextChars];
+    char className[SetupTextChars];
     return ReadSetupText(list, device, SPDRP_CLASS, className) &&
            (lstrcmpiA(className, "Ports") == 0 || lstrcmpiA(className, "Modem") == 0);
 }
@@ -117,7 +117,7 @@ bool IsPortClass(HDEVINFO list, SP_DEVINFO_DATA* device) {
 int CComPorts::CreateSnapshot(int reason) {
     WriteLog(3, "CComPorts::CreateSnapshot(%i)...", reason);
     ClearPorts();
-    for (const GUID* interfaceClass : kPortInterfaceClasses) {
+    for (const GUID* interfaceClass : InterfaceClassesOfPorts) {
         if (!AddPortsOfClass(interfaceClass)) {
             return 0;
         }
@@ -145,7 +145,7 @@ int CComPorts::AddPortsOfClass(const GUID* interfaceClass) {
 void CComPorts::AddListedDevice(const DeviceList& list, DWORD index, const GUID* interfaceClass,
                                 SP_DEVINFO_DATA* device, InterfaceDetail* detail) {
     const DWORD problem = GetProblem(device->DevInst);
-    if (problem == kProblemPhantom) {
+    if (problem == ProblemPhantom) {
         return;
     }
     SP_DEVICE_INTERFACE_DATA interfaceData = {};
@@ -178,12 +178,12 @@ void CComPorts::AddNamesWithoutDevice() {
 
 CComPort* CComPorts::TakeFreeSlot(DWORD devInst, const char* devicePath) {
     int slot = FindFreePortSlot();
-    if (slot == kNoPort) {
+    if (slot == NoPort) {
         slot = FindSlotOfLongestAbsent();
-        if (slot == kNoPort) {
+        if (slot == NoPort) {
             return nullptr;
         }
-        WriteLog(1, "more than %i ports -> Ports[%i] id=%s, absent longest, gives up its place", kMaxPorts, slot,
+        WriteLog(1, "more than %i ports -> Ports[%i] id=%s, absent longest, gives up its place", MaxPorts, slot,
                  Ports[slot]->DeviceID);
     }
     CComPort* port = Ports[slot];
@@ -207,18 +207,18 @@ CComPort* CComPorts::TakeFreeSlot(DWORD devInst, const char* devicePath) {
 CComPort* CComPorts::ReserveSlot(DWORD devInst, const char* devicePath, int* known) {
     const LockGuard lock(CS_slots);
     *known = FindPortIdxByDevInst(devInst);
-    if (*known == kNoPort) {
+    if (*known == NoPort) {
         *known = FindPortIdxByDevicePath(devicePath);
     }
-    return *known == kNoPort ? TakeFreeSlot(devInst, devicePath) : nullptr;
+    return *known == NoPort ? TakeFreeSlot(devInst, devicePath) : nullptr;
 }
 
 int CComPorts::AddPort(int slotNumber, DWORD devInst, const char* devicePath) {
     WriteLog(1, "-------");
     WriteLog(1, "AddPort(%u, %i, %s)", static_cast<UINT>(slotNumber), static_cast<LONG>(devInst), devicePath);
-    int known = kNoPort;
+    int known = NoPort;
     CComPort* port = ReserveSlot(devInst, devicePath, &known);
-    if (known != kNoPort) {
+    if (known != NoPort) {
         WriteLog(1, " already in list at idx=%i", known);
         // Its modem's arrival was quicker; the port can be restarted by this path alone.
         if (IsModemPath(Ports[known]->DevPath) && IsComPortPath(devicePath)) {
@@ -227,7 +227,7 @@ int CComPorts::AddPort(int slotNumber, DWORD devInst, const char* devicePath) {
         return 0;
     }
     if (port == nullptr) {
-        WriteLog(1, "ERROR: more than %i ports -> abort", kMaxPorts);
+        WriteLog(1, "ERROR: more than %i ports -> abort", MaxPorts);
         return 0;
     }
     UpdatePort(static_cast<int>(port->Index), devInst, devicePath);
@@ -241,15 +241,15 @@ int CComPorts::AddVirtualPort(const char* portName, const char* kernelName) {
     CComPort* port = nullptr;
     {
         const LockGuard lock(CS_slots);
-        port = TakeFreeSlot(kVirtualDevInst | static_cast<DWORD>(number), "");
+        port = TakeFreeSlot(VirtualDevInst | static_cast<DWORD>(number), "");
     }
     if (port == nullptr) {
-        WriteLog(1, "ERROR: more than %i ports -> abort", kMaxPorts);
+        WriteLog(1, "ERROR: more than %i ports -> abort", MaxPorts);
         return 0;
     }
     port->RecordValid = 0;
-    port->BusType = kBusUnknown;
-    port->BusTypeName = kBusTypeNames[kBusUnknown];
+    port->BusType = BusUnknown;
+    port->BusTypeName = BusTypeNames[BusUnknown];
     port->Problem = 0;
     CopyText(port->szPortName, portName);
     CopyText(port->szRegPortName, portName);
@@ -262,11 +262,11 @@ int CComPorts::AddVirtualPort(const char* portName, const char* kernelName) {
 
 int CComPorts::AddNewPort(const char* devicePath) {
     WriteLog(4, "CComPorts::AddNewPort(%s)...", devicePath != nullptr ? devicePath : "");
-    if (devicePath == nullptr || lstrlenA(devicePath) < kShortestDevicePath) {
+    if (devicePath == nullptr || lstrlenA(devicePath) < ShortestDevicePath) {
         WriteLog(1, "no devpath -> abort");
-        return kNoPort;
+        return NoPort;
     }
-    for (const GUID* interfaceClass : kPortInterfaceClasses) {
+    for (const GUID* interfaceClass : InterfaceClassesOfPorts) {
         const DeviceList list(interfaceClass, DIGCF_DEVICEINTERFACE);
         if (!list.IsValid()) {
             WriteLog(1, "SetupDiClassDevs() failed  err=%u", GetLastError());
@@ -275,28 +275,28 @@ int CComPorts::AddNewPort(const char* devicePath) {
         InterfaceDetail detail;
         SP_DEVINFO_DATA device = {};
         if (FindInterface(list, *interfaceClass, devicePath, &detail, &device)) {
-            return IsPortClass(list.Get(), &device) ? AddOrUpdateDevice(device.DevInst, detail.Path()) : kNoPort;
+            return IsPortClass(list.Get(), &device) ? AddOrUpdateDevice(device.DevInst, detail.Path()) : NoPort;
         }
     }
     LogUnknownPath(devicePath);
-    return kNoPort;
+    return NoPort;
 }
 
 int CComPorts::AddOrUpdateDevice(DWORD devInst, const char* devicePath) {
     int index = FindPortIdxByDevicePath(devicePath);
-    if (index == kNoPort) {
+    if (index == NoPort) {
         index = FindPortIdxByDevInst(devInst);
     }
-    if (index != kNoPort) {
+    if (index != NoPort) {
         UpdatePort(index, devInst, devicePath);
     } else {
         int slot = FindFreePortSlot();
-        if (slot == kNoPort) {
+        if (slot == NoPort) {
             slot = FindSlotOfLongestAbsent();
         }
-        if (slot != kNoPort) {
+        if (slot != NoPort) {
             if (!AddPort(slot, devInst, devicePath)) {
-                return kNoPort;
+                return NoPort;
             }
             // Another arrival may have taken the slot that was free above.
             index = FindPortIdxByDevInst(devInst);

@@ -18,12 +18,12 @@
 namespace {
 
 // Ports met at the start count as long arrived.
-constexpr DWORD kStartArrivalAgeMs = 60000;
+constexpr DWORD StartArrivalAgeMs = 60000;
 
-constexpr DWORD kHubRetryMs = 10;
-constexpr DWORD kHubRetryLimitMs = 15000;
+constexpr DWORD HubRetryMs = 10;
+constexpr DWORD HubRetryLimitMs = 15000;
 
-constexpr int kChainBytes = 8;
+constexpr int ChainBytes = 8;
 
 void ClearNames(CComPort* port) {
     port->szPortName[0] = '\0';
@@ -102,7 +102,7 @@ void ReadKernelNameOfPath(CComPort* port, const char* devicePath) {
         WriteLog(1, " devid=%s", port->DeviceID);
         return;
     }
-    char kernelName[kDosTargetSize];
+    char kernelName[DosTargetSize];
     if (QueryDosName(SkipPathPrefix(devicePath), kernelName)) {
         CopyText(port->szKernelNameDevPath, kernelName);
         WriteLog(4, " kernelname of devicepath is '%s'", port->szKernelNameDevPath);
@@ -129,7 +129,7 @@ bool BeginsWithCom(const char* name) {
 
 // A registry name counts as the port's name only when its DOS name is there.
 void ReadNameInForce(CComPort* port) {
-    char kernelName[kDosTargetSize];
+    char kernelName[DosTargetSize];
     if (port->szRegPortName[0] == '\0' || !QueryDosName(port->szRegPortName, kernelName)) {
         return;
     }
@@ -160,7 +160,7 @@ void ReadResources(CComPort* port) {
 void StampPresence(CComPort* port) {
     const DWORD now = GetTickCount();
     if (port->IsPresent) {
-        port->ArrivalTicker = g_InitialSnapshot ? now - kStartArrivalAgeMs : now;
+        port->ArrivalTicker = g_InitialSnapshot ? now - StartArrivalAgeMs : now;
     } else {
         port->RemovalTicker = now;
     }
@@ -171,12 +171,12 @@ void StampPresence(CComPort* port) {
 DWORD WaitForUsbPortNumber(const CComPort* port, DWORD hubDevInst, bool* isHubPresent) {
     const DWORD startTick = GetTickCount();
     DWORD portNumber = g_pUsbHubs->GetUsbPortNumber(port->UsbDevInst);
-    while (portNumber == 0 && port->IsPresent && GetTickCount() - startTick < kHubRetryLimitMs) {
+    while (portNumber == 0 && port->IsPresent && GetTickCount() - startTick < HubRetryLimitMs) {
         *isHubPresent = IsDevicePresent(hubDevInst);
         if (!*isHubPresent || !IsDevicePresent(port->UsbDevInst)) {
             break;
         }
-        Sleep(kHubRetryMs);
+        Sleep(HubRetryMs);
         portNumber = g_pUsbHubs->GetUsbPortNumber(port->UsbDevInst);
     }
     return portNumber;
@@ -184,7 +184,7 @@ DWORD WaitForUsbPortNumber(const CComPort* port, DWORD hubDevInst, bool* isHubPr
 
 // Puts the port number into the highest byte of the hub's chain that is 0. A chain without room leaves *chain as it is.
 void AppendToChain(ULONGLONG hubChain, DWORD portNumber, ULONGLONG* chain) {
-    for (int byteIndex = kChainBytes - 1; byteIndex >= 0; --byteIndex) {
+    for (int byteIndex = ChainBytes - 1; byteIndex >= 0; --byteIndex) {
         const int shift = byteIndex * 8;
         if (((hubChain >> shift) & 0xFF) == 0) {
             *chain = hubChain | (static_cast<ULONGLONG>(portNumber & 0xFF) << shift);
@@ -230,8 +230,8 @@ int CComPorts::UpdatePort(int index, DWORD devInst, const char* devicePath) {
         ReadResources(port);
     }
     port->BusType = GetBusType(port);
-    port->BusTypeName = kBusTypeNames[port->BusType];
-    if (port->BusType == kBusUsb) {
+    port->BusTypeName = BusTypeNames[port->BusType];
+    if (port->BusType == BusUsb) {
         BuildUsbPortName(port);
     } else {
         port->UsbPort[0] = '\0';

@@ -17,11 +17,11 @@ DWORD g_LastProblemDevInst;
 namespace {
 
 // Problem numbers of a device that is on its way out.
-constexpr DWORD kProblemWillBeRemoved = 21;
-constexpr DWORD kProblemHeldForEject = 47;
+constexpr DWORD ProblemWillBeRemoved = 21;
+constexpr DWORD ProblemHeldForEject = 47;
 
 bool IsLeaving(DWORD problem) {
-    return problem == kProblemWillBeRemoved || problem == kProblemHeldForEject;
+    return problem == ProblemWillBeRemoved || problem == ProblemHeldForEject;
 }
 
 } // namespace
@@ -43,7 +43,7 @@ int GetPortNameByDevInst(DWORD devInst, char* name, size_t sizeChars) {
 
 void CComPorts::FindNewProblemDevices() {
     WriteLog(3, "CComPorts::FindNewProblemDevices()...");
-    for (const GUID* interfaceClass : kPortInterfaceClasses) {
+    for (const GUID* interfaceClass : InterfaceClassesOfPorts) {
         const DeviceList list(interfaceClass, DIGCF_DEVICEINTERFACE);
         if (list.IsValid()) {
             ScanNewProblems(list, interfaceClass);
@@ -60,7 +60,7 @@ void CComPorts::ScanNewProblems(const DeviceList& list, const GUID* interfaceCla
             continue;
         }
         const DWORD problem = GetProblem(device.DevInst);
-        if (problem != 0 && problem != kProblemPhantom) {
+        if (problem != 0 && problem != ProblemPhantom) {
             ReactToProblem(device.DevInst, problem, detail.Path());
         }
     }
@@ -68,7 +68,7 @@ void CComPorts::ScanNewProblems(const DeviceList& list, const GUID* interfaceCla
 
 void CComPorts::ReactToProblem(DWORD devInst, DWORD problem, const char* devicePath) {
     const int index = FindPortIdxByDevInst(devInst);
-    CComPort* port = index != kNoPort ? Ports[index] : nullptr;
+    CComPort* port = index != NoPort ? Ports[index] : nullptr;
     if (port != nullptr) {
         if (port->Problem == problem || IsOwnRestart(port)) {
             return;
@@ -107,7 +107,7 @@ void CComPorts::FindRemovedProblemDevices() {
         const DWORD problem = GetProblem(port->DevInst);
         // A device that was gone and runs again is brought in by its arrival, which may be reading it just now: the
         // record is present before its old problem is overwritten.
-        const bool isBack = port->Problem == kProblemPhantom && problem == 0;
+        const bool isBack = port->Problem == ProblemPhantom && problem == 0;
         if (problem != port->Problem && !isBack) {
             WriteLog(3, "P[%i] problem changed: %u -> %u", i, port->Problem, problem);
             RemovePort(port->DevPath);

@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr int kSwapDone = 1;
-constexpr int kSwapFailed = 2;
+constexpr int SwapDone = 1;
+constexpr int SwapFailed = 2;
 
 // Takes both devices out, marked so that nobody reacts to it. After a failure nothing is left out and no mark stands
 // for a device that will not come back by itself.
@@ -61,7 +61,7 @@ void TakeNameInForce(CComPort* port) {
 int SwapPortNumbers(CComPort* first, CComPort* second) {
     WriteLog(3, "CComPorts::SwapPortNumbers(%s, %s)...", first->szRegPortName, second->szRegPortName);
     if (!TakeBothOut(first, second)) {
-        return kSwapFailed;
+        return SwapFailed;
     }
     SwapRegistry(first, second);
     // A link that the drivers left behind would keep each from making its new name. One that is gone already is fine.
@@ -70,9 +70,9 @@ int SwapPortNumbers(CComPort* first, CComPort* second) {
     const int firstStarted = RestartDev(first->DevInst);
     const int secondStarted = RestartDev(second->DevInst);
     if (!firstStarted || !secondStarted) {
-        return kSwapFailed;
+        return SwapFailed;
     }
     TakeNameInForce(first);
     TakeNameInForce(second);
-    return kSwapDone;
+    return SwapDone;
 }

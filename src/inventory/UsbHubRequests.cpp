@@ -4,8 +4,8 @@
 
 namespace {
 
-constexpr DWORD kNodeInformationRequest = 0x220408;     // IOCTL_USB_GET_NODE_INFORMATION
-constexpr DWORD kConnectionDriverKeyRequest = 0x220420; // IOCTL_USB_GET_NODE_CONNECTION_DRIVERKEY_NAME
+constexpr DWORD NodeInformationRequest = 0x220408;     // IOCTL_USB_GET_NODE_INFORMATION
+constexpr DWORD ConnectionDriverKeyRequest = 0x220420; // IOCTL_USB_GET_NODE_CONNECTION_DRIVERKEY_NAME
 
 // USB_NODE_INFORMATION of a hub. The SDK packs it and its descriptor to single bytes; here by offset.
 struct NodeInformation {
@@ -26,19 +26,19 @@ struct ConnectionDriverKey {
 static_assert(sizeof(ConnectionDriverKey) == 128 && offsetof(ConnectionDriverKey, DriverKeyName) == 8);
 
 // Checks the hub's answer and converts its name. Returns: 1, or 0 with the last error.
-int ConvertDriverKey(ConnectionDriverKey* answer, char (&driverKey)[kHubDriverKeySize]) {
+int ConvertDriverKey(ConnectionDriverKey* answer, char (&driverKey)[HubDriverKeySize]) {
     if (answer->ActualLength > sizeof(*answer)) {
         // What came is only the head of a longer name.
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
         return 0;
     }
-    constexpr size_t kLast = sizeof(answer->DriverKeyName) / sizeof(WCHAR) - 1;
-    answer->DriverKeyName[kLast] = 0;
+    constexpr size_t Last = sizeof(answer->DriverKeyName) / sizeof(WCHAR) - 1;
+    answer->DriverKeyName[Last] = 0;
     if (WideCharToMultiByte(CP_ACP, /*flags=*/0, answer->DriverKeyName, /*cchWideChar=*/-1, driverKey,
-                            static_cast<int>(kHubDriverKeySize), nullptr, nullptr) == 0) {
+                            static_cast<int>(HubDriverKeySize), nullptr, nullptr) == 0) {
         return 0;
     }
-    driverKey[kHubDriverKeySize - 1] = 0;
+    driverKey[HubDriverKeySize - 1] = 0;
     return 1;
 }
 
@@ -47,19 +47,19 @@ int ConvertDriverKey(ConnectionDriverKey* answer, char (&driverKey)[kHubDriverKe
 DWORD UsbGetHubPortCount(HANDLE hHub) {
     NodeInformation information = {};
     DWORD returned = 0;
-    if (!DeviceIoControl(hHub, kNodeInformationRequest, &information, sizeof(information), &information,
+    if (!DeviceIoControl(hHub, NodeInformationRequest, &information, sizeof(information), &information,
                          sizeof(information), &returned, /*overlapped=*/nullptr)) {
         return 0;
     }
     return information.bNumberOfPorts;
 }
 
-int UsbGetConnectionDriverKey(HANDLE hHub, DWORD port, char (&driverKey)[kHubDriverKeySize], DWORD* error) {
+int UsbGetConnectionDriverKey(HANDLE hHub, DWORD port, char (&driverKey)[HubDriverKeySize], DWORD* error) {
     driverKey[0] = 0;
     ConnectionDriverKey record = {};
     record.ConnectionIndex = port;
     DWORD returned = 0;
-    if (!DeviceIoControl(hHub, kConnectionDriverKeyRequest, &record, sizeof(record), &record, sizeof(record), &returned,
+    if (!DeviceIoControl(hHub, ConnectionDriverKeyRequest, &record, sizeof(record), &record, sizeof(record), &returned,
                          /*overlapped=*/nullptr) ||
         !ConvertDriverKey(&record, driverKey)) {
         *error = GetLastError();

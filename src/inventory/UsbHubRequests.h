@@ -6,11 +6,11 @@
 #include "platform/win32.h"
 
 // Room for a driver key name with its final zero: a class GUID, a backslash and a number of four digits.
-constexpr DWORD kHubDriverKeySize = 44;
+constexpr DWORD HubDriverKeySize = 44;
 
 // hHub: a hub opened for reading. Returns: the number of its ports, 0 on failure.
 DWORD UsbGetHubPortCount(HANDLE hHub);
 
 // The driver key of the device at a port of the hub, in the system code page. port: from 1.
 // Returns: 1; or 0 with the error in *error and an empty `driverKey`.
-int UsbGetConnectionDriverKey(HANDLE hHub, DWORD port, char (&driverKey)[kHubDriverKeySize], DWORD* error);
+int UsbGetConnectionDriverKey(HANDLE hHub, DWORD port, char (&driverKey)[HubDriverKeySize], DWORD* error);

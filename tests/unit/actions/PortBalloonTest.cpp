@@ -37,7 +37,7 @@ struct Device {
         FormatText(port->FriendlyNameNoCom, "Quad Port %c", 'A' + i);
         FormatText(port->DevPath, "\\\\?\\quad%i", i);
         port->UsbPortChain = static_cast<ULONGLONG>(i) + 1; // their order, not that of their names
-        port->BusTypeName = kBusTypeNames[kBusUsb];
+        port->BusTypeName = BusTypeNames[BusUsb];
         port->ArrivalTicker = port->RemovalTicker = GetTickCount();
         DefineDosDeviceA(DDD_RAW_TARGET_PATH, port->DevPath + 4, "\\Device\\Quad");
         g_pComPorts->Ports[i] = port;
@@ -118,8 +118,8 @@ TEST(PortBalloon, NoBalloonForAPortThatIsNotDoneOrLeftAtOnce) {
 }
 
 TEST(PortBalloon, WhatWouldGrowTooLongIsCutTheListFirst) {
-    Device device(kMaxSame);
-    for (int i = 0; i < kMaxSame; ++i) {
+    Device device(MaxSame);
+    for (int i = 0; i < MaxSame; ++i) {
         FormatText(device[i].szRegPortName, "COM%i", 4000 + i);
         FormatText(device[i].FriendlyNameNoCom, "%0100i-%i", 0, i);
     }

@@ -38,7 +38,7 @@ protected:
     }
 
     static std::string Target(const char* name) {
-        char target[kDosTargetSize];
+        char target[DosTargetSize];
         return QueryDosName(name, target) ? target : "";
     }
 
@@ -46,7 +46,7 @@ protected:
 };
 
 TEST_F(AssignmentCheck, EachEndWithoutAChangeTellsWhyAndWhetherItIsThrough) {
-    Port("B", 8, "\\Device\\Serial8")->DevInst = kVirtualDevInst + 8;
+    Port("B", 8, "\\Device\\Serial8")->DevInst = VirtualDevInst + 8;
     using Row = std::tuple<const char*, const char*, const char*, DWORD, DWORD, DWORD, const char*>;
     for (const auto& [id, regName, rules, problem, isMarked, isDone, line] :
          {Row{"", "COM4", "", 0, 0, 0, " not an actual device -> abort"},
@@ -112,9 +112,8 @@ TEST_F(AssignmentCheck, QuickModeMovesTheDosNameAlone) {
 TEST_F(AssignmentCheck, PortsThatCameAlongShareOneRestartLater) {
     UseIni("[ComPorts1]\nDeviceID=A\nPortName=COM65536\n");
     using Row = std::tuple<DWORD, LONG, DWORD, bool>;
-    for (const auto& [age, busType, canCycle, isPutOff] :
-         {Row{29999, kBusPci, 1, true}, Row{30000, kBusPci, 1, false}, Row{29999, kBusUsb, 1, false},
-          Row{29999, kBusUsb, 0, true}}) {
+    for (const auto& [age, busType, canCycle, isPutOff] : {Row{29999, BusPci, 1, true}, Row{30000, BusPci, 1, false},
+                                                           Row{29999, BusUsb, 1, false}, Row{29999, BusUsb, 0, true}}) {
         CComPort* port = Port("A", 4, "\\Device\\Serial4");
         port->SameParentDevInst = 300;
         port->BusType = busType;

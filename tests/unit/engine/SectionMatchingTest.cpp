@@ -36,7 +36,7 @@ TEST(WildcardMatch, WholeTextsFitWholePatterns) {
 
 TEST(SectionMatching, FormsAreAlternativesAndKeysMustAllHold) {
     CComPort port;
-    port.BusTypeName = kBusTypeNames[kBusUsb];
+    port.BusTypeName = BusTypeNames[BusUsb];
     CopyText(port.DeviceID, "FTDIBUS\\VID_0403+PID_6001\\0000");
     CopyText(port.FriendlyName, "USB Serial Port (COM7)");
     const std::string noRoom = "[ComPorts1]\nDeviceID=" + std::string(260, '*') + "\n"; // counts as absent

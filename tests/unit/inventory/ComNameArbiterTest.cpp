@@ -10,18 +10,18 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr char kKey[] = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
+constexpr char Key[] = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
 
 int s_writes; // of simulated programs since the last Plant
 
 void Plant(const Bytes& database) {
-    machine::TheRegistry().SetBinary(kKey, "ComDB", database);
+    machine::TheRegistry().SetBinary(Key, "ComDB", database);
     machine::TheRegistry().WatchWrites([](const machine::RegistryWrite&) { ++s_writes; });
     s_writes = 0;
 }
 
 Bytes Database() {
-    return machine::TheRegistry().GetValue(kKey, "ComDB")->data;
+    return machine::TheRegistry().GetValue(Key, "ComDB")->data;
 }
 
 int Add(int number) {
@@ -70,7 +70,7 @@ TEST(ComNameArbiter, TheHighestNumberIsNeverGivenOut) {
 TEST(ComNameArbiter, WithoutADatabaseNothingIsMade) {
     EXPECT_EQ(ComNameArbiterAdd(3) + ComNameArbiterRemove("COM3") + ComNameArbiterFindFree(1), 0);
     EXPECT_EQ(CleanRegComPortArbiter("1-16"), 0);
-    EXPECT_EQ(machine::TheRegistry().FindKey(kKey), nullptr);
+    EXPECT_EQ(machine::TheRegistry().FindKey(Key), nullptr);
 }
 
 TEST(ComNameArbiter, ASweepFreesWhatIsListedAndHasNoDosName) {

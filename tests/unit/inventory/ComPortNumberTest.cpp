@@ -10,11 +10,11 @@
 
 namespace {
 
-constexpr char kEnum[] = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_1111&PID_2222\\A1";
-constexpr char kClass[] = "SYSTEM\\CurrentControlSet\\Control\\Class\\{4d36e978-e325-11ce-bfc1-08002be10318}\\0003";
-constexpr char kKernelName[] = "\\Device\\VCP0";
-const std::string kDevice = std::string("HKLM\\") + kEnum, kParameters = kDevice + "\\Device Parameters",
-                  kDriver = std::string("HKLM\\") + kClass, kDeviceMap = "HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM";
+constexpr char EnumKey[] = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_1111&PID_2222\\A1";
+constexpr char ClassKey[] = "SYSTEM\\CurrentControlSet\\Control\\Class\\{4d36e978-e325-11ce-bfc1-08002be10318}\\0003";
+constexpr char KernelName[] = "\\Device\\VCP0";
+const std::string DeviceKey = std::string("HKLM\\") + EnumKey, ParametersKey = DeviceKey + "\\Device Parameters",
+                  Driver = std::string("HKLM\\") + ClassKey, DeviceMap = "HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM";
 
 void Set(const std::string& key, const char* name, const std::string& text) {
     machine::TheRegistry().SetString(key, name, text);
@@ -25,7 +25,7 @@ std::string Get(const std::string& key, const char* name) {
 }
 
 void Change(const char* oldName, const char* newName) {
-    EXPECT_EQ(ChangeRegistryComPortNumber(oldName, newName, kEnum, kClass, kKernelName), 1);
+    EXPECT_EQ(ChangeRegistryComPortNumber(oldName, newName, EnumKey, ClassKey, KernelName), 1);
 }
 
 TEST(ComPortNumber, AFriendlyNameShowsTheNewNumberWhereverItShowedOne) {
@@ -38,43 +38,43 @@ TEST(ComPortNumber, AFriendlyNameShowsTheNewNumberWhereverItShowedOne) {
           Row{"COMPAQ COM3", "COM7", "COMPAQ COM7"}, Row{"COMPAQ port", "COM7", "COMPAQ port"},
           Row{longest, "COM1234", longest.substr(0, 118) + "(COM1234)"}, // 127 characters
           Row{"ab" + longest, "COM1234", "ab" + longest}}) {             // 129 would not fit
-        Set(kDevice, "FriendlyName", before);
-        Set(kParameters, "PortName", "COM3");
+        Set(DeviceKey, "FriendlyName", before);
+        Set(ParametersKey, "PortName", "COM3");
         Change("COM3", newName);
-        EXPECT_EQ(Get(kDevice, "FriendlyName"), after);
-        EXPECT_EQ(Get(kParameters, "PortName"), newName) << before;
+        EXPECT_EQ(Get(DeviceKey, "FriendlyName"), after);
+        EXPECT_EQ(Get(ParametersKey, "PortName"), newName) << before;
     }
 }
 
 TEST(ComPortNumber, TheTextsOfTheClassKeyFollowAndOnlyValuesThatAreThere) {
     for (const auto& [kept, other] : {std::pair("PortName", "DosDeviceName"), std::pair("DosDeviceName", "PortName")}) {
-        machine::TheRegistry().DeleteTree(kDevice);
-        Set(kParameters, kept, "COM3");
-        Set(kDriver, "AttachedTo", "com3");
-        Set(kDriver, "UserInit", "AT on \\\\.\\COM3");
-        machine::TheRegistry().SetDword(kDriver, "COM3", 3);
+        machine::TheRegistry().DeleteTree(DeviceKey);
+        Set(ParametersKey, kept, "COM3");
+        Set(Driver, "AttachedTo", "com3");
+        Set(Driver, "UserInit", "AT on \\\\.\\COM3");
+        machine::TheRegistry().SetDword(Driver, "COM3", 3);
         Change("COM3", "COM9");
-        EXPECT_EQ(Get(kParameters, kept), "COM9");
-        EXPECT_EQ(Get(kParameters, other) + Get(kDevice, "FriendlyName"), "(none)(none)") << "something was made";
-        EXPECT_EQ(Get(kDriver, "AttachedTo"), "COM9");
-        EXPECT_EQ(Get(kDriver, "UserInit"), "AT on \\\\.\\COM9");
-        EXPECT_EQ(machine::ValueText(*machine::TheRegistry().GetValue(kDriver, "COM3")), "3");
+        EXPECT_EQ(Get(ParametersKey, kept), "COM9");
+        EXPECT_EQ(Get(ParametersKey, other) + Get(DeviceKey, "FriendlyName"), "(none)(none)") << "something was made";
+        EXPECT_EQ(Get(Driver, "AttachedTo"), "COM9");
+        EXPECT_EQ(Get(Driver, "UserInit"), "AT on \\\\.\\COM9");
+        EXPECT_EQ(machine::ValueText(*machine::TheRegistry().GetValue(Driver, "COM3")), "3");
     }
 }
 
 TEST(ComPortNumber, TheDeviceMapFollowsInQuickModeOnly) {
     g_pSettings = new CSettings;
-    Set(kDeviceMap, "\\Device\\VCP1", "COM4");
+    Set(DeviceMap, "\\Device\\VCP1", "COM4");
     for (const LONG quick : {0, 1}) {
         g_pSettings->QuickAndDirtyMode = quick;
-        Set(kDeviceMap, kKernelName, "COM3");
+        Set(DeviceMap, KernelName, "COM3");
         Change("COM3", "COM9");
-        EXPECT_EQ(Get(kDeviceMap, kKernelName), quick ? "COM9" : "COM3");
+        EXPECT_EQ(Get(DeviceMap, KernelName), quick ? "COM9" : "COM3");
     }
-    EXPECT_EQ(DeleteSerialCommValue(kKernelName), 1);
-    EXPECT_EQ(DeleteSerialCommValue(kKernelName), 0);
+    EXPECT_EQ(DeleteSerialCommValue(KernelName), 1);
+    EXPECT_EQ(DeleteSerialCommValue(KernelName), 0);
     EXPECT_EQ(DeleteSerialCommValue(""), 0);
-    EXPECT_EQ(Get(kDeviceMap, "\\Device\\VCP1"), "COM4");
+    EXPECT_EQ(Get(DeviceMap, "\\Device\\VCP1"), "COM4");
 }
 
 std::string TargetOf(const char* name) {
@@ -88,10 +88,10 @@ TEST(DosNames, OnlyComNamesAreMadeOrDeleted) {
         ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, name, "\\Device\\Other")) << name;
         EXPECT_EQ(DeleteDosName(name), 0) << name;
         EXPECT_EQ(GetLastError(), ERROR_INVALID_NAME);
-        EXPECT_EQ(CreateDosName(name, kKernelName), 0) << name;
+        EXPECT_EQ(CreateDosName(name, KernelName), 0) << name;
         EXPECT_EQ(TargetOf(name), "\\Device\\Other") << name;
     }
-    EXPECT_EQ(CreateDosName("com12", kKernelName), 1);
+    EXPECT_EQ(CreateDosName("com12", KernelName), 1);
     EXPECT_EQ(DeleteDosName("COM12"), 1);
 }
 
@@ -100,19 +100,19 @@ TEST(ComPortNumber, ASnapshotOfTheDosNamesHoldsWhatTheFilterFinds) {
     ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, "MyCom", longTarget.c_str()));
     ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, "LPT1", "\\Device\\Parallel0"));
     for (int i = 1; i <= 3000; ++i) // more than the first buffer holds
-        ASSERT_TRUE(CreateDosName(("COM" + std::to_string(i)).c_str(), kKernelName));
+        ASSERT_TRUE(CreateDosName(("COM" + std::to_string(i)).c_str(), KernelName));
     const CDosDeviceNames names("COM");
     ASSERT_EQ(names.Count, 3001);
     EXPECT_STREQ(names.Entries[0].Name, "MyCom");
     EXPECT_EQ(names.Entries[0].Target, longTarget);
     EXPECT_STREQ(names.Entries[3000].Name, "COM3000");
-    EXPECT_STREQ(names.Entries[3000].Target, kKernelName);
+    EXPECT_STREQ(names.Entries[3000].Target, KernelName);
 }
 
 TEST(ComPortNumber, TheTableHoldsANameForAWorkingPortOnly) {
     CComPorts* ports = inventorytest::NewTable();
-    const CComPort* port = ports->Ports[ports->AddVirtualPort("COM7", kKernelName)];
-    ASSERT_TRUE(CreateDosName("COM7", kKernelName));
+    const CComPort* port = ports->Ports[ports->AddVirtualPort("COM7", KernelName)];
+    ASSERT_TRUE(CreateDosName("COM7", KernelName));
     EXPECT_EQ(ports->IsComPortNameAvailable("COM8"), 1);
     EXPECT_EQ(ports->IsComPortNameAvailable("com7"), 1) << "names are compared exactly";
     EXPECT_EQ(ports->IsComPortNameAvailable("COM7"), 0);

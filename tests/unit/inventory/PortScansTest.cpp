@@ -15,7 +15,7 @@ using inventorytest::Put;
 constexpr const char* Vcp = "\\Device\\VCP0";
 
 bool NameExists(const char* name) {
-    char target[kDosTargetSize];
+    char target[DosTargetSize];
     return QueryDosName(name, target) != 0;
 }
 
@@ -131,10 +131,10 @@ TEST(PortScans, ThePortsOfOneDeviceFormAGroupWithEachItselfFirst) {
 
 TEST(PortScans, AGroupEndsWithItsLastPlace) {
     CComPorts* table = NewTable();
-    PutFunctions(table, kMaxSame + 2, "A", 50);
+    PutFunctions(table, MaxSame + 2, "A", 50);
     table->ScanSameParents();
-    for (LONG i = 0; i < kMaxSame + 2; ++i) {
-        EXPECT_EQ(kMaxSame, table->Ports[i]->SameParentCount) << i;
+    for (LONG i = 0; i < MaxSame + 2; ++i) {
+        EXPECT_EQ(MaxSame, table->Ports[i]->SameParentCount) << i;
         EXPECT_EQ(i, table->Ports[i]->Same[0]);
         EXPECT_STREQ("", table->Ports[i]->szPortName) << "the field behind Same of " << i;
     }

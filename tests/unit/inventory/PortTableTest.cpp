@@ -49,7 +49,7 @@ TEST(PortTable, ANameBelongsToThePortThatTheLinkLeadsTo) {
 
 TEST(PortTable, TheLastSlotIsTakenAndOneMoreRefused) {
     CComPorts* table = NewTable();
-    for (int i = 0; i < kMaxPorts; ++i)
+    for (int i = 0; i < MaxPorts; ++i)
         ASSERT_EQ(i, table->AddVirtualPort("COM12", "\\Device\\Gone")) << i;
     const CComPort* first = table->Ports[0];
     EXPECT_EQ(0u, first->RecordValid);
@@ -65,32 +65,32 @@ TEST(PortTable, TheLastSlotIsTakenAndOneMoreRefused) {
     EXPECT_EQ(0, table->AddVirtualPort("COM8", "\\Device\\Gone"));
     EXPECT_EQ(0, table->AddPort(0, 1000, "\\\\?\\late"));
     EXPECT_TRUE(logtest::Logged("ERROR: more than 4096 ports -> abort"));
-    EXPECT_EQ(kMaxPorts, table->PortCount);
-    for (int i = 0; i < kMaxPorts; ++i)
+    EXPECT_EQ(MaxPorts, table->PortCount);
+    for (int i = 0; i < MaxPorts; ++i)
         EXPECT_TRUE(before[i] == table->Ports[i] && std::memcmp(before[i], &records[i], sizeof(CComPort)) == 0) << i;
     table->Ports[9]->IsUsed = 0; // a slot that is given up is the next to be taken
     EXPECT_EQ(9, table->AddVirtualPort("COM9", "\\Device\\Gone"));
-    EXPECT_EQ(kMaxPorts, table->PortCount);
+    EXPECT_EQ(MaxPorts, table->PortCount);
 }
 
 TEST(PortTable, AFullOneGivesUpTheRecordThatHasBeenAbsentLongestAndWaitsForNothing) {
     CComPorts* table = NewTable();
     Sleep(60'000);
-    for (DWORD i = 0; i < kMaxPorts; ++i) {
+    for (DWORD i = 0; i < MaxPorts; ++i) {
         CComPort* port = Put(table, {.devInst = 5000 + i, .id = "FTDIBUS\\OLD"});
         port->IsPresent = 0;
         port->RemovalTicker = GetTickCount() - 1000 - i;
     }
     // From the longest absent on: there, marked, waiting for a restart, just restarted.
-    table->Ports[kMaxPorts - 1]->IsPresent = 1;
-    table->Ports[kMaxPorts - 2]->MarkedForRestart = 1;
-    AwaitRestart(table->Ports[kMaxPorts - 3], GetTickCount());
-    table->Ports[kMaxPorts - 4]->RestartTicker = GetTickCount() - 4999;
+    table->Ports[MaxPorts - 1]->IsPresent = 1;
+    table->Ports[MaxPorts - 2]->MarkedForRestart = 1;
+    AwaitRestart(table->Ports[MaxPorts - 3], GetTickCount());
+    table->Ports[MaxPorts - 4]->RestartTicker = GetTickCount() - 4999;
     logtest::StartLog();
     EXPECT_EQ(1, table->AddPort(0, 1000, "\\\\?\\new"));
-    EXPECT_EQ(kMaxPorts - 5, table->FindPortIdxByDevInst(1000));
+    EXPECT_EQ(MaxPorts - 5, table->FindPortIdxByDevInst(1000));
     EXPECT_EQ(1, logtest::CountLogged("more than 4096 ports -> Ports[4091] id=FTDIBUS\\OLD, absent longest, gives up"));
-    EXPECT_EQ(kMaxPorts, table->PortCount);
+    EXPECT_EQ(MaxPorts, table->PortCount);
 }
 
 DWORD WINAPI AddPorts(void* firstDevInst) {
@@ -146,11 +146,11 @@ TEST(PortTable, PortsAreOrderedByChainThenLocationThenId) {
 TEST(DeviceArrivals, AFullListWritesOverTheOldestEntryAndAKnownPathMovesItsTick) {
     g_pDeviceArrivals = new CDeviceArrivals;
     char path[64];
-    for (DWORD i = 0; i < kMaxDeviceArrivals + 2; ++i) {
+    for (DWORD i = 0; i < MaxDeviceArrivals + 2; ++i) {
         FormatText(path, "\\\\?\\usb#%u", i);
         g_pDeviceArrivals->AddDeviceArrival(path, &InterfaceClass::UsbDevice);
     }
-    EXPECT_EQ(kMaxDeviceArrivals, g_pDeviceArrivals->Count);
+    EXPECT_EQ(MaxDeviceArrivals, g_pDeviceArrivals->Count);
     EXPECT_EQ(1u, g_pDeviceArrivals->LastIndex);
     EXPECT_STREQ("\\\\?\\usb#4096", g_pDeviceArrivals->Arrivals[0]->DevPath);
     EXPECT_STREQ("\\\\?\\usb#4097", g_pDeviceArrivals->Arrivals[1]->DevPath);

@@ -10,14 +10,14 @@ namespace {
 
 // A list of hubs of the test's own.
 struct Tree {
-    UsbHub hubs[kMaxHubs] = {};
+    UsbHub hubs[MaxHubs] = {};
     UsbHubList list = {};
 
     // node, parent: device nodes.
     void Add(DWORD node, DWORD parent, LONG portNumber) {
         UsbHub& hub = hubs[list.Count];
         hub.Index = list.Count;
-        hub.ParentIndex = kNoHub;
+        hub.ParentIndex = NoHub;
         hub.DevInst = node;
         hub.ParentDevInst = parent;
         hub.PortNumber = portNumber;
@@ -49,7 +49,7 @@ TEST(UsbHubs, NamesAndChainsReadFromTheRootDown) {
         EXPECT_EQ(tree.hubs[i].PortChain, rows[i].chain) << rows[i].name;
     }
     EXPECT_EQ(tree.hubs[0].ParentIndex, 2);
-    EXPECT_EQ(tree.hubs[1].ParentIndex, kNoHub);
+    EXPECT_EQ(tree.hubs[1].ParentIndex, NoHub);
 }
 
 TEST(UsbHubs, ADeepTreeIsCutAndARingEnds) {

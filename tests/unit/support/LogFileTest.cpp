@@ -11,9 +11,9 @@
 
 namespace {
 
-constexpr char kIni[] = "C:\\Prog\\Quillmarch.INI";
-constexpr char kDefaultLog[] = "C:\\_Quillmarch.log";
-constexpr char kDefaultBackup[] = "C:\\_Quillmarch_bak.log";
+constexpr char Ini[] = "C:\\Prog\\Quillmarch.INI";
+constexpr char DefaultLog[] = "C:\\_Quillmarch.log";
+constexpr char DefaultBackup[] = "C:\\_Quillmarch_bak.log";
 
 class Log : public testing::Test {
 protected:
@@ -21,19 +21,19 @@ protected:
         machine::TheFiles().MakeFolder("C:\\Prog");
         CopyText(szWindowsDir, "C:\\Windows");
         CopyText(szExeDir, "C:\\Prog");
-        CopyText(szIniFile, kIni);
+        CopyText(szIniFile, Ini);
         g_Mode = ModeService;
     }
 
-    static void Settings(const std::string& lines) { machine::TheFiles().Write(kIni, "[Settings]\r\n" + lines); }
+    static void Settings(const std::string& lines) { machine::TheFiles().Write(Ini, "[Settings]\r\n" + lines); }
     static void Start(const std::string& lines = "WriteLogfile=1\r\n", int rotate = 0) {
         Settings(lines);
         LogFile_Init(rotate);
     }
-    static std::string Text(const char* file = kDefaultLog) {
+    static std::string Text(const char* file = DefaultLog) {
         return machine::TheFiles().Read(file).value_or("(no file)");
     }
-    static bool Has(const std::string& text, const char* file = kDefaultLog) {
+    static bool Has(const std::string& text, const char* file = DefaultLog) {
         return Text(file).find(text) != std::string::npos;
     }
     static bool IsOpenOfTheLog(const char* name, const char* object) {
@@ -44,12 +44,12 @@ protected:
 TEST_F(Log, SettingsSwitchItOn) {
     using Row = std::tuple<const char*, LONG, DWORD, DWORD, const char*>;
     for (const auto& [lines, level, file, debugger, name] :
-         {Row{"", 3, 0, 0, ""}, Row{"LogLevel=12\r\nWriteLogfile=1\r\n", 1, 1, 0, kDefaultLog},
+         {Row{"", 3, 0, 0, ""}, Row{"LogLevel=12\r\nWriteLogfile=1\r\n", 1, 1, 0, DefaultLog},
           Row{"LogLevel=x\r\nWriteLogfile=1\r\nWriteDebugOutput=1\r\n", 0, 0, 0, ""},
-          Row{"LogLevel=0\r\nWriteLogfile=1\r\n", 0, 0, 0, ""}, Row{"WriteLogfile=yes\r\n", 3, 0, 0, kDefaultLog},
+          Row{"LogLevel=0\r\nWriteLogfile=1\r\n", 0, 0, 0, ""}, Row{"WriteLogfile=yes\r\n", 3, 0, 0, DefaultLog},
           Row{"WriteLogfile=1\r\nLogfile=own.log\r\n", 3, 1, 0, "C:\\Prog\\own.log"},
           Row{"WriteLogfile=1\r\nLogfile=\"C:\\Prog\\a b.log\"\r\n", 3, 1, 0, "C:\\Prog\\a b.log"},
-          Row{"WriteLogfile=1\r\nLogfile=C:\\Nowhere\\own.log\r\n", 3, 1, 0, kDefaultLog},
+          Row{"WriteLogfile=1\r\nLogfile=C:\\Nowhere\\own.log\r\n", 3, 1, 0, DefaultLog},
           Row{"WriteDebugOutput=\r\n", 3, 0, 1, ""}, Row{"WriteDebugOutput=00\r\n", 3, 0, 0, ""}}) {
         SCOPED_TRACE(lines);
         g_Log = {};
@@ -97,7 +97,7 @@ TEST_F(Log, KeepsTheCallersLastErrorUnlessTheFileCannotBeOpened) {
     WriteLog(1, "one");
     EXPECT_EQ(GetLastError(), 0xDEADu);
     Sleep(200); // the file is closed by now
-    machine::TheFiles().Refuse(kDefaultLog, "*");
+    machine::TheFiles().Refuse(DefaultLog, "*");
     WriteLog(1, "two");
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
     EXPECT_FALSE(Has("two"));
@@ -109,9 +109,9 @@ TEST_F(Log, TheFileIsLeftToOthersFiftyMillisecondsAfterTheLastRecord) {
         WriteLog(1, "burst %i", i);
         Sleep(30);
     }
-    EXPECT_FALSE(MoveFileA(kDefaultLog, "C:\\taken.log"));
+    EXPECT_FALSE(MoveFileA(DefaultLog, "C:\\taken.log"));
     Sleep(60);
-    EXPECT_TRUE(MoveFileA(kDefaultLog, "C:\\taken.log"));
+    EXPECT_TRUE(MoveFileA(DefaultLog, "C:\\taken.log"));
     WriteLog(1, "later");
     EXPECT_TRUE(Has("later"));
     EXPECT_FALSE(Has("burst"));
@@ -119,7 +119,7 @@ TEST_F(Log, TheFileIsLeftToOthersFiftyMillisecondsAfterTheLastRecord) {
 
 TEST_F(Log, WaitsAShortTimeForAWriterThatDoesNotShare) {
     Start();
-    HANDLE holder = CreateFileA(kDefaultLog, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    HANDLE holder = CreateFileA(DefaultLog, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(holder, INVALID_HANDLE_VALUE);
     const DWORD start = GetTickCount();
     WriteLog(1, "lost");
@@ -135,7 +135,7 @@ TEST_F(Log, WaitsAShortTimeForAWriterThatDoesNotShare) {
 // Everybody may open the log, so one who never shares it must not slow the service down.
 TEST_F(Log, OneWhoKeepsTheFileCostsAttemptsOnlyEveryFiveSeconds) {
     Start();
-    HANDLE holder = CreateFileA(kDefaultLog, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    HANDLE holder = CreateFileA(DefaultLog, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(holder, INVALID_HANDLE_VALUE);
     const auto cost = [] {
         const DWORD start = GetTickCount();
@@ -154,14 +154,14 @@ TEST_F(Log, OneWhoKeepsTheFileCostsAttemptsOnlyEveryFiveSeconds) {
     WriteLog(1, "kept");
     EXPECT_TRUE(Has("kept"));
     Sleep(100);
-    holder = CreateFileA(kDefaultLog, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    holder = CreateFileA(DefaultLog, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     EXPECT_GE(cost(), 190u) << "the next holder may be one of a moment";
     CloseHandle(holder);
 }
 
 // An oplock that its holder never gives up. The second open of the log is the first record's.
 TEST_F(Log, AnOpenThatNeverComesBackCostsOneRecordItsWait) {
-    machine::AddFault({.call = "CreateFileA", .on = kDefaultLog, .delayMs = 3600000, .after = 1, .times = 1});
+    machine::AddFault({.call = "CreateFileA", .on = DefaultLog, .delayMs = 3600000, .after = 1, .times = 1});
     Start();
     const DWORD start = GetTickCount();
     for (int i = 0; i < 1000; ++i)
@@ -200,14 +200,14 @@ TEST_F(Log, NothingIsWrittenThroughALink) {
 }
 
 TEST_F(Log, AStartThatRotatesKeepsOneBackup) {
-    machine::TheFiles().Write(kDefaultLog, "former\r\n");
-    machine::TheFiles().Write(kDefaultBackup, "oldest\r\n");
+    machine::TheFiles().Write(DefaultLog, "former\r\n");
+    machine::TheFiles().Write(DefaultBackup, "oldest\r\n");
     machine::AddFault({.call = "DeleteFileA", .on = "*_bak.log", .error = ERROR_ACCESS_DENIED, .times = 1});
     Start("WriteLogfile=1\r\n", /*rotate=*/1);
-    EXPECT_EQ(Text(kDefaultBackup), "former\r\n");
+    EXPECT_EQ(Text(DefaultBackup), "former\r\n");
     EXPECT_FALSE(machine::TheFiles().Exists("C:\\_Quillmarch_bak.log_1")) << "renamed, and deleted then";
     EXPECT_EQ(Text(), "");
-    const machine::FileNode* log = machine::TheFiles().Find(kDefaultLog);
+    const machine::FileNode* log = machine::TheFiles().Find(DefaultLog);
     ASSERT_TRUE(log && log->security);
     EXPECT_NE(machine::ToSddl(*log->security).find(";;;WD)"), std::string::npos) << machine::ToSddl(*log->security);
 }
@@ -215,9 +215,9 @@ TEST_F(Log, AStartThatRotatesKeepsOneBackup) {
 // Deleted or renamed while somebody never answers for it: the start waits a second, and what hangs changes nothing
 // later.
 TEST_F(Log, ARotationThatNeverComesBackIsGivenUp) {
-    for (const auto& [call, file] : {std::pair{"DeleteFileA", kDefaultBackup}, std::pair{"MoveFileA", kDefaultLog}}) {
-        machine::TheFiles().Write(kDefaultLog, "former\r\n");
-        machine::TheFiles().Write(kDefaultBackup, "oldest\r\n");
+    for (const auto& [call, file] : {std::pair{"DeleteFileA", DefaultBackup}, std::pair{"MoveFileA", DefaultLog}}) {
+        machine::TheFiles().Write(DefaultLog, "former\r\n");
+        machine::TheFiles().Write(DefaultBackup, "oldest\r\n");
         machine::AddFault({.call = call, .on = file, .delayMs = 3600000, .times = 1});
         const DWORD start = GetTickCount();
         Start("WriteLogfile=1\r\n", /*rotate=*/1);
@@ -280,7 +280,7 @@ TEST_F(Log, AFileThatAnotherProcessMakesMeanwhileIsKept) {
     machine::WatchCalls([&](const char* name, const char* object) {
         if (IsOpenOfTheLog(name, object)) {
             machine::WatchCalls({});
-            machine::TheFiles().Write(kDefaultLog, "of the other\r\n");
+            machine::TheFiles().Write(DefaultLog, "of the other\r\n");
         }
     });
     Start();

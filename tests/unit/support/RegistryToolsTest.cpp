@@ -10,17 +10,17 @@
 
 namespace {
 
-constexpr char kFull[] = "HKLM\\SOFTWARE\\Tool";
-constexpr char kKey[] = "SOFTWARE\\Tool";
-constexpr DWORD kNobodysError = 0xDEAD;
+constexpr char Full[] = "HKLM\\SOFTWARE\\Tool";
+constexpr char Key[] = "SOFTWARE\\Tool";
+constexpr DWORD NobodysError = 0xDEAD;
 
 // Stores a value of any shape.
 void Plant(DWORD type, std::string_view bytes) {
-    machine::TheRegistry().SetValue(kFull, "V", type, {bytes.begin(), bytes.end()});
+    machine::TheRegistry().SetValue(Full, "V", type, {bytes.begin(), bytes.end()});
 }
 
 std::string Stored(const char* name = "V") {
-    const machine::RegistryValue* value = machine::TheRegistry().GetValue(kFull, name);
+    const machine::RegistryValue* value = machine::TheRegistry().GetValue(Full, name);
     return value ? std::string(value->data.begin(), value->data.end()) : "(absent)";
 }
 
@@ -48,60 +48,60 @@ TEST(RegistryTools, EveryReaderSurvivesEveryShapeOfValue) {
         // The buffer stands between guards, so that one byte too much shows.
         char room[10];
         std::fill_n(room, 10, '#');
-        SetLastError(kNobodysError);
-        EXPECT_EQ(RegReadString(HKEY_LOCAL_MACHINE, kKey, "V", room + 1, 8), textError == 0);
-        EXPECT_EQ(GetLastError(), textError == 0 ? kNobodysError : textError);
+        SetLastError(NobodysError);
+        EXPECT_EQ(RegReadString(HKEY_LOCAL_MACHINE, Key, "V", room + 1, 8), textError == 0);
+        EXPECT_EQ(GetLastError(), textError == 0 ? NobodysError : textError);
         EXPECT_STREQ(room + 1, text);
         EXPECT_TRUE(room[0] == '#' && room[9] == '#');
 
         DWORD number = 77;
-        EXPECT_EQ(RegReadDword(HKEY_LOCAL_MACHINE, kKey, "V", &number), numberError == 0);
+        EXPECT_EQ(RegReadDword(HKEY_LOCAL_MACHINE, Key, "V", &number), numberError == 0);
         EXPECT_EQ(number, numberError == 0 ? expected : 77u);
 
         BYTE bytes[6] = {9, 9, 9, 9, 9, 9};
         DWORD size = 5;
         const bool fits = data.size() <= 5;
-        EXPECT_EQ(RegReadBinary(HKEY_LOCAL_MACHINE, kKey, "V", bytes, &size), fits);
+        EXPECT_EQ(RegReadBinary(HKEY_LOCAL_MACHINE, Key, "V", bytes, &size), fits);
         EXPECT_EQ(size, fits ? data.size() : 5u);
         EXPECT_EQ(bytes[5], 9);
 
-        EXPECT_EQ(GetRegValueSize(HKEY_LOCAL_MACHINE, kKey, "V", &size), 1);
+        EXPECT_EQ(GetRegValueSize(HKEY_LOCAL_MACHINE, Key, "V", &size), 1);
         EXPECT_EQ(size, data.size());
     }
 }
 
 TEST(RegistryTools, AKeyThatRefusesIsOpenedForOneCallAndClosedAgain) {
-    machine::TheRegistry().SetString(kFull, "PortName", "COM3");
-    machine::TheRegistry().ProtectKey(kFull);
-    const auto isClosed = [] { return machine::TheRegistry().IsSecurityUnchanged(kFull); };
+    machine::TheRegistry().SetString(Full, "PortName", "COM3");
+    machine::TheRegistry().ProtectKey(Full);
+    const auto isClosed = [] { return machine::TheRegistry().IsSecurityUnchanged(Full); };
     char text[16];
     const size_t blocks = machine::CurrentProcess()->heap.Blocks();
-    EXPECT_EQ(RegReadString(HKEY_LOCAL_MACHINE, kKey, "PortName", text, sizeof(text)), 1);
+    EXPECT_EQ(RegReadString(HKEY_LOCAL_MACHINE, Key, "PortName", text, sizeof(text)), 1);
     EXPECT_STREQ(text, "COM3");
     EXPECT_EQ(machine::CurrentProcess()->heap.Blocks(), blocks) << "both lists are released";
     EXPECT_TRUE(isClosed());
-    RegChangeValue(HKEY_LOCAL_MACHINE, kKey, "PortName", "COM3", "COM7");
+    RegChangeValue(HKEY_LOCAL_MACHINE, Key, "PortName", "COM3", "COM7");
     EXPECT_EQ(Stored("PortName"), "COM7\0"s);
     EXPECT_TRUE(isClosed());
     DWORD size = 0;
-    EXPECT_EQ(GetRegValueSize(HKEY_LOCAL_MACHINE, kKey, "None", &size), 0) << "a failed work gives access back too";
+    EXPECT_EQ(GetRegValueSize(HKEY_LOCAL_MACHINE, Key, "None", &size), 0) << "a failed work gives access back too";
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
     EXPECT_TRUE(isClosed());
-    EXPECT_EQ(RegDeleteValue(HKEY_LOCAL_MACHINE, kKey, "PortName"), 0) << "the deletion changes no access";
+    EXPECT_EQ(RegDeleteValue(HKEY_LOCAL_MACHINE, Key, "PortName"), 0) << "the deletion changes no access";
     machine::AddFault({.call = "RegGetKeySecurity", .on = "*", .error = ERROR_ACCESS_DENIED, .times = 0});
-    EXPECT_EQ(RegWriteString(HKEY_LOCAL_MACHINE, kKey, "PortName", "COM9"), 0) << "access cannot be granted";
+    EXPECT_EQ(RegWriteString(HKEY_LOCAL_MACHINE, Key, "PortName", "COM9"), 0) << "access cannot be granted";
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
     EXPECT_EQ(Stored("PortName"), "COM7\0"s);
     EXPECT_TRUE(isClosed());
 }
 
 TEST(RegistryTools, AListThatCannotBePutBackIsReported) {
-    machine::TheRegistry().SetString(kFull, "PortName", "COM3");
-    machine::TheRegistry().ProtectKey(kFull);
+    machine::TheRegistry().SetString(Full, "PortName", "COM3");
+    machine::TheRegistry().ProtectKey(Full);
     logtest::StartLog();
     machine::AddFault({.call = "RegSetKeySecurity", .on = "*", .error = ERROR_ACCESS_DENIED, .after = 1, .times = 3});
-    EXPECT_EQ(RegWriteString(HKEY_LOCAL_MACHINE, kKey, "PortName", "COM7"), 1);
-    EXPECT_FALSE(machine::TheRegistry().IsSecurityUnchanged(kFull));
+    EXPECT_EQ(RegWriteString(HKEY_LOCAL_MACHINE, Key, "PortName", "COM7"), 1);
+    EXPECT_FALSE(machine::TheRegistry().IsSecurityUnchanged(Full));
     EXPECT_TRUE(logtest::Logged("HKLM\\SOFTWARE\\Tool could not be put back: everybody may change the key"));
 }
 
@@ -122,7 +122,7 @@ TEST(RegistryTools, ANameIsChangedInPlace) {
                 {REG_SZ, long128, "COM7890", long128}}; // too long when replaced
     for (const auto& row : rows) {
         Plant(row.type, row.before);
-        RegChangeAllValues(HKEY_LOCAL_MACHINE, kKey, "COM3", row.replace);
+        RegChangeAllValues(HKEY_LOCAL_MACHINE, Key, "COM3", row.replace);
         EXPECT_EQ(Stored(), row.after) << row.before;
     }
 }
