@@ -8,7 +8,7 @@
 static_assert(sizeof(OpenParams::szOpen) == KeyRow("open_").longest + 1);
 static_assert(sizeof(OpenParams::szWorkDir) == KeyRow("workdir_").longest + 1);
 static_assert(sizeof(OpenParams::szMd5) == KeyRow("md5_").longest + 1);
-static constexpr size_t WordChars = KeyRow("WindowStyle_").longest + 1;
+constexpr size_t WordChars = KeyRow("WindowStyle_").longest + 1;
 
 namespace {
 struct ShowWord {
@@ -18,7 +18,7 @@ struct ShowWord {
 } // namespace
 
 // The first row that fits decides.
-static constexpr ShowWord ShowWords[] = {
+constexpr ShowWord ShowWords[] = {
     {"min", 7},        // minimised, without activation
     {"noactivate", 4}, // shown, without activation
     {"na", 4},         {"max", SW_SHOWMAXIMIZED}, {"hid", SW_HIDE},

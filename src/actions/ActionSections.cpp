@@ -15,8 +15,8 @@
 #include "support/ProcessState.h"
 #include "support/StringTools.h"
 
-static constexpr DWORD PauseAfterEntryMs = 100;
-static constexpr size_t DirectoryChars = 1024;
+constexpr DWORD PauseAfterEntryMs = 100;
+constexpr size_t DirectoryChars = 1024;
 
 static void DoOnArrivalRemoval_TimerProc(DWORD id, ULONG_PTR context);
 

@@ -6,10 +6,10 @@
 #include "support/ScopeGuard.h"
 #include "support/WorkerThreads.h"
 
-static constexpr DWORD LastIdBeforeGenerated = 0x000FFFFF;
-static constexpr size_t TimerNameChars = 24;
-static constexpr LONG NoSlot = -1;
-static constexpr DWORD WaitForThreadsMs = 1000;
+constexpr DWORD LastIdBeforeGenerated = 0x000FFFFF;
+constexpr size_t TimerNameChars = 24;
+constexpr LONG NoSlot = -1;
+constexpr DWORD WaitForThreadsMs = 1000;
 
 // Order: table lock, then record lock. The table lock makes creation and kill one step each; the record lock is what a
 // finishing thread takes, which must never wait for a creation.

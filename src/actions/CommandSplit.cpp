@@ -6,8 +6,6 @@
 #include "support/ProcessState.h"
 #include "support/StringTools.h"
 
-namespace {
-
 constexpr INT_PTR FindFailed = 32; // FindExecutableA gives a number above this one for success
 constexpr INT_PTR TextTooLong = 8;
 constexpr size_t LongestFound = 1024; // characters of a text that FindExecutableA is asked for
@@ -18,6 +16,7 @@ constexpr size_t FullPathRoom = 1024;
 
 using LineText = char[MaxCommandLine + 1];
 
+namespace {
 // A line taken apart, before the program is looked up.
 struct LineParts {
     LineText program;
@@ -30,10 +29,9 @@ struct SplitResult {
     char program[FullPathRoom]; // the document that exe opens, else exe in other words
     char params[MaxProgramParams];
 };
-
 } // namespace
 
-static constexpr const char* Blanks = " \t";
+constexpr const char* Blanks = " \t";
 
 static bool IsOnDisk(const char* path) {
     return GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES;

@@ -9,15 +9,15 @@
 #include "support/StringTools.h"
 #include "support/SystemTools.h"
 
-static constexpr size_t NameChars = 64;
-static constexpr size_t FullNameChars = MaxNameChars + 1;
-static constexpr size_t GroupTextChars = 1024;
-static constexpr DWORD MaxGroups = 100;
-static constexpr size_t MaxJoinedBeforeLast = 957; // a separator and one more name fit after it
-static constexpr DWORD MaxTokenUser = 256;
+constexpr size_t NameChars = 64;
+constexpr size_t FullNameChars = MaxNameChars + 1;
+constexpr size_t GroupTextChars = 1024;
+constexpr DWORD MaxGroups = 100;
+constexpr size_t MaxJoinedBeforeLast = 957; // a separator and one more name fit after it
+constexpr DWORD MaxTokenUser = 256;
 
-static constexpr LONG LogonLocal = 1;
-static constexpr LONG LogonDomain = 2;
+constexpr LONG LogonLocal = 1;
+constexpr LONG LogonDomain = 2;
 
 namespace {
 struct UserInfo {

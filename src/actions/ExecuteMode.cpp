@@ -13,19 +13,19 @@
 #include "support/OsVersion.h"
 #include "support/StringTools.h"
 
-static constexpr char ExecToken[] = "-exec=";
-static constexpr char DirToken[] = "-dir=";
-static constexpr char WaitToken[] = "-wait=";
-static constexpr char WindowToken[] = "-windownumber=";
-static constexpr char ParamsToken[] = "-params=";
+constexpr char ExecToken[] = "-exec=";
+constexpr char DirToken[] = "-dir=";
+constexpr char WaitToken[] = "-wait=";
+constexpr char WindowToken[] = "-windownumber=";
+constexpr char ParamsToken[] = "-params=";
 
-static constexpr LONG MaxTokens = 32; // the parameters come sixth and are taken from the whole line
-static constexpr size_t WindowNumberChars = 5;
-static constexpr DWORD ProgramWaitMs = 11000;
-static constexpr DWORD StepMs = 30;
-static constexpr int ForegroundTries = 33;
-static constexpr DWORD BeforeLookMs = 100;
-static constexpr int HandOverTries = 100;
+constexpr LONG MaxTokens = 32; // the parameters come sixth and are taken from the whole line
+constexpr size_t WindowNumberChars = 5;
+constexpr DWORD ProgramWaitMs = 11000;
+constexpr DWORD StepMs = 30;
+constexpr int ForegroundTries = 33;
+constexpr DWORD BeforeLookMs = 100;
+constexpr int HandOverTries = 100;
 
 template<size_t N>
 static bool BeginsWith(const char* text, const char (&token)[N]) {

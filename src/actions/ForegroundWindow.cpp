@@ -5,13 +5,13 @@
 #include "support/ScopeGuard.h"
 #include "support/ThreadTools.h"
 
-static constexpr int OutOfSight = 32000;
-static constexpr DWORD WindowStepMs = 30;
-static constexpr DWORD WindowLimitMs = 3000;
-static constexpr DWORD SettleMs = 10;
-static constexpr UINT TextLimitMs = 100;
-static constexpr BYTE NearlyTransparent = 32;
-static constexpr size_t TextChars = 128;
+constexpr int OutOfSight = 32000;
+constexpr DWORD WindowStepMs = 30;
+constexpr DWORD WindowLimitMs = 3000;
+constexpr DWORD SettleMs = 10;
+constexpr UINT TextLimitMs = 100;
+constexpr BYTE NearlyTransparent = 32;
+constexpr size_t TextChars = 128;
 
 static char s_title[32];                // set before the thread starts
 static HWND volatile s_foreWindow;      // set once by the window's thread

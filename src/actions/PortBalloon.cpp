@@ -14,17 +14,17 @@
 #include "support/QuickSort.h"
 #include "support/StringTools.h"
 
-static constexpr DWORD MinStayMs = 5000;      // a device that leaves sooner is not reported as removed
-static constexpr DWORD SameArrivalMs = 30000; // ports of one device that arrived within it are listed together
-static constexpr DWORD SameRemovalMs = 5000;  // the same for ports that left
-static constexpr LONG ShowTimePerPortMs = 500;
-static constexpr size_t DevicePathPrefix = 4; // "\\?\"
-static constexpr size_t MaxChildLine = 511;   // the child reads nothing from 512 characters on
-static constexpr size_t QuoteChars = 2;       // the child cuts a value with its quotes
-static constexpr size_t MaxTitleChars = 119 - QuoteChars;
-static constexpr size_t MaxTextChars = 255 - QuoteChars;
-static constexpr DWORD NoBalloonTick = 0;
-static constexpr char ParameterFormat[] = "-balloon -bt=%u -time=%i -title=\"%s\" -text=\"%s\" -icon=%i";
+constexpr DWORD MinStayMs = 5000;      // a device that leaves sooner is not reported as removed
+constexpr DWORD SameArrivalMs = 30000; // ports of one device that arrived within it are listed together
+constexpr DWORD SameRemovalMs = 5000;  // the same for ports that left
+constexpr LONG ShowTimePerPortMs = 500;
+constexpr size_t DevicePathPrefix = 4; // "\\?\"
+constexpr size_t MaxChildLine = 511;   // the child reads nothing from 512 characters on
+constexpr size_t QuoteChars = 2;       // the child cuts a value with its quotes
+constexpr size_t MaxTitleChars = 119 - QuoteChars;
+constexpr size_t MaxTextChars = 255 - QuoteChars;
+constexpr DWORD NoBalloonTick = 0;
+constexpr char ParameterFormat[] = "-balloon -bt=%u -time=%i -title=\"%s\" -text=\"%s\" -icon=%i";
 
 namespace {
 struct ListedPorts {

@@ -5,11 +5,11 @@
 #include "support/BoundedText.h"
 
 namespace {
-
 struct PortVariable {
     const char* name;
     const char* (*valueOf)(const CComPort& port);
 };
+} // namespace
 
 // The order counts: a value may hold the placeholder of a later row.
 constexpr PortVariable PortVariables[] = {
@@ -42,6 +42,7 @@ constexpr BYTE Configured = 0;
 constexpr BYTE OfValue = 1;
 constexpr BYTE AfterEmptyValue = 2;
 
+namespace {
 // A text and the origin of each of its characters, the final zero included.
 struct MarkedText {
     char* text;
@@ -49,7 +50,6 @@ struct MarkedText {
     size_t limit;
     BYTE origins[MaxCommandLine + 1];
 };
-
 } // namespace
 
 static bool IsOneOf(char c, const char* signs) {

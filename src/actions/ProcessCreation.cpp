@@ -15,7 +15,6 @@
 #include "support/StringTools.h"
 
 namespace {
-
 enum class TokenChoice : BYTE {
     Own,    // the process inherits this one's identity
     Chosen, // a token was found
@@ -30,7 +29,6 @@ struct ProcessStart {
     DWORD flags;
     char line[MaxProcessLine];
 };
-
 } // namespace
 
 // Returns: the length in `line`.

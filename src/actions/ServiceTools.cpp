@@ -7,12 +7,12 @@
 #include "support/OsVersion.h"
 #include "support/SystemTools.h"
 
-static constexpr DWORD Windows51 = 0x0501;
+constexpr DWORD Windows51 = 0x0501;
 
 // Values of the setting RemoteSessions.
-static constexpr LONG ConsoleOnly = 0;
-static constexpr LONG ConsoleFirst = 1;
-static constexpr LONG LastLogonFirst = 2;
+constexpr LONG ConsoleOnly = 0;
+constexpr LONG ConsoleFirst = 1;
+constexpr LONG LastLogonFirst = 2;
 
 LONG LastLogonSession = NoSession;
 

@@ -9,31 +9,31 @@
 #include "support/ServiceRun.h"
 #include "support/SystemTools.h"
 
-static constexpr DWORD Windows51 = 0x0501;
-static constexpr char ShellImage[] = "explorer.exe";
-static constexpr int RevertTries = 3;
+constexpr DWORD Windows51 = 0x0501;
+constexpr char ShellImage[] = "explorer.exe";
+constexpr int RevertTries = 3;
 
 // What a restricted token must not have. Each of them is as good as being an administrator.
-static constexpr const char* DeletedPrivileges[] = {
+constexpr const char* DeletedPrivileges[] = {
     "SeLoadDriverPrivilege",   "SeTakeOwnershipPrivilege", "SeSecurityPrivilege",          "SeBackupPrivilege",
     "SeImpersonatePrivilege",  "SeDebugPrivilege",         "SeCreateGlobalPrivilege",      "SeCreatePagefilePrivilege",
     "SeManageVolumePrivilege", "SeRestorePrivilege",       "SeSystemEnvironmentPrivilege", "SeSystemProfilePrivilege",
 };
-static constexpr DWORD DeletedPrivilegeCount = sizeof(DeletedPrivileges) / sizeof(DeletedPrivileges[0]);
+constexpr DWORD DeletedPrivilegeCount = sizeof(DeletedPrivileges) / sizeof(DeletedPrivileges[0]);
 static_assert(DeletedPrivilegeCount == 12);
 
-static constexpr const char* ServicePrivileges[] = {
+constexpr const char* ServicePrivileges[] = {
     "SeIncreaseQuotaPrivilege",
     "SeAssignPrimaryTokenPrivilege",
     "SeTcbPrivilege",
 };
 
 // Well-known identifiers.
-static constexpr DWORD BuiltinDomain = 32;
-static constexpr DWORD AdministratorsAlias = 544;
-static constexpr DWORD MediumIntegrity = 0x2000;
-static constexpr BYTE NtAuthority = 5;
-static constexpr BYTE LabelAuthority = 16;
+constexpr DWORD BuiltinDomain = 32;
+constexpr DWORD AdministratorsAlias = 544;
+constexpr DWORD MediumIntegrity = 0x2000;
+constexpr BYTE NtAuthority = 5;
+constexpr BYTE LabelAuthority = 16;
 
 namespace {
 // A SID from Windows, released at the end of the scope. Null if it could not be made.

@@ -7,13 +7,13 @@
 #include "support/LogFile.h"
 #include "support/StringTools.h"
 
-static constexpr LONG DefaultIcon = 102;
-static constexpr LONG DefaultCharSet = 1;
-static constexpr LONG MaxTokens = 32;
+constexpr LONG DefaultIcon = 102;
+constexpr LONG DefaultCharSet = 1;
+constexpr LONG MaxTokens = 32;
 
 // In the order in which they are tested.
 enum class ArgumentKind : LONG { Time, Tick, CharSet, Title, Text, Icon, Count };
-static constexpr const char* ArgumentNames[] = {"-time=", "-bt=", "-charset=", "-title=", "-text=", "-icon="};
+constexpr const char* ArgumentNames[] = {"-time=", "-bt=", "-charset=", "-title=", "-text=", "-icon="};
 static_assert(sizeof(ArgumentNames) / sizeof(ArgumentNames[0]) == static_cast<size_t>(ArgumentKind::Count));
 
 static bool BeginsWith(const char* text, const char* prefix) {

@@ -3,13 +3,13 @@
 #include "balloon/BalloonSettings.h"
 #include "support/RegistryTools.h"
 
-static constexpr char PersonalizeKey[] = "Software\\Microsoft\\Windows\\CurrentVersion\\Themes\\Personalize";
-static constexpr char DesktopManagerKey[] = "Software\\Microsoft\\Windows\\DWM";
-static constexpr COLORREF ColourBytes = 0x00FFFFFF;
-static constexpr COLORREF DarkFill = 0x1F1F1F;
-static constexpr COLORREF LightGrey = 0xBFBFBF;
-static constexpr LONG AccentPercent = 71; // what is left of each byte of an accent colour in the fill
-static constexpr LONG HueSector = 43;     // a sixth of the circle
+constexpr char PersonalizeKey[] = "Software\\Microsoft\\Windows\\CurrentVersion\\Themes\\Personalize";
+constexpr char DesktopManagerKey[] = "Software\\Microsoft\\Windows\\DWM";
+constexpr COLORREF ColourBytes = 0x00FFFFFF;
+constexpr COLORREF DarkFill = 0x1F1F1F;
+constexpr COLORREF LightGrey = 0xBFBFBF;
+constexpr LONG AccentPercent = 71; // what is left of each byte of an accent colour in the fill
+constexpr LONG HueSector = 43;     // a sixth of the circle
 
 static LONG RedOf(COLORREF colour) {
     return static_cast<LONG>(colour & 0xFF);

@@ -16,12 +16,12 @@
 #include "support/ThreadTools.h"
 #include "support/WorkerThreads.h"
 
-static constexpr DWORD StepMs = 10;
-static constexpr LONG FirstClassicIcon = 101;
-static constexpr LONG LastClassicIcon = 199;
-static constexpr LONG FlatIconOffset = 100;
-static constexpr DWORD MinWaitMs = 30000;
-static constexpr DWORD MaxWaitMs = 0x7FFFFFFF;
+constexpr DWORD StepMs = 10;
+constexpr LONG FirstClassicIcon = 101;
+constexpr LONG LastClassicIcon = 199;
+constexpr LONG FlatIconOffset = 100;
+constexpr DWORD MinWaitMs = 30000;
+constexpr DWORD MaxWaitMs = 0x7FFFFFFF;
 
 static DWORD WINAPI ShowFreeBalloon_ThreadProc(void* param);
 

@@ -9,11 +9,11 @@
 #include "support/OsVersion.h"
 #include "support/ScopeGuard.h"
 
-static constexpr LONG InnerPoint = 16; // from a corner to a place that is surely inside the rounding
-static constexpr BYTE Opaque = 255;
-static constexpr DWORD FadeStepMs = 30;
-static constexpr BYTE FadeSteps[] = {200, 155, 110, 65, 20};
-static constexpr UINT ShowFlags = SWP_NOACTIVATE | SWP_NOREDRAW | SWP_NOCOPYBITS;
+constexpr LONG InnerPoint = 16; // from a corner to a place that is surely inside the rounding
+constexpr BYTE Opaque = 255;
+constexpr DWORD FadeStepMs = 30;
+constexpr BYTE FadeSteps[] = {200, 155, 110, 65, 20};
+constexpr UINT ShowFlags = SWP_NOACTIVATE | SWP_NOREDRAW | SWP_NOCOPYBITS;
 
 BalloonDrawingState g_BalloonDrawing;
 

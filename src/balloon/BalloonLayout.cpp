@@ -6,19 +6,19 @@
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
 
-static constexpr DWORD Windows2000Bcd = 0x0500;
-static constexpr DWORD ThemedTextMajorVersion = 6;
-static constexpr DWORD AlignedTextMajorVersion = 10; // from it on the body stands below the title, not below the icon
-static constexpr UINT LargestStepDpi = 336;          // from here on the icon follows the resolution by itself
-static constexpr char RightMarker[] = " !! ";
-static constexpr char MarkerGap[] = "      ";
-static constexpr size_t MarkerChars = sizeof(RightMarker) - 1;
-static constexpr size_t GapChars = sizeof(MarkerGap) - 1;
-static constexpr size_t MaxMarkedChars = 256;
-static constexpr LONG SecondTextGap = 6; // plain pixels
-static constexpr LONG BottomSpace = 4;   // plain pixels
-static constexpr DWORD MeasureFormat = DT_CALCRECT | DT_NOPREFIX;
-static constexpr DWORD DrawFormat = DT_NOPREFIX;
+constexpr DWORD Windows2000Bcd = 0x0500;
+constexpr DWORD ThemedTextMajorVersion = 6;
+constexpr DWORD AlignedTextMajorVersion = 10; // from it on the body stands below the title, not below the icon
+constexpr UINT LargestStepDpi = 336;          // from here on the icon follows the resolution by itself
+constexpr char RightMarker[] = " !! ";
+constexpr char MarkerGap[] = "      ";
+constexpr size_t MarkerChars = sizeof(RightMarker) - 1;
+constexpr size_t GapChars = sizeof(MarkerGap) - 1;
+constexpr size_t MaxMarkedChars = 256;
+constexpr LONG SecondTextGap = 6; // plain pixels
+constexpr LONG BottomSpace = 4;   // plain pixels
+constexpr DWORD MeasureFormat = DT_CALCRECT | DT_NOPREFIX;
+constexpr DWORD DrawFormat = DT_NOPREFIX;
 
 BalloonLook g_BalloonLook;
 

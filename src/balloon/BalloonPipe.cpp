@@ -12,15 +12,15 @@
 #include "support/ThreadTools.h"
 #include "support/WorkerThreads.h"
 
-static constexpr char PipeName[] = "\\\\.\\pipe\\QuillmarchBalloonUpdate";
-static constexpr char ExitMessage[] = "exit";
-static constexpr DWORD MaxInstances = 10;
-static constexpr DWORD DefaultTimeoutMs = 1000;
-static constexpr DWORD StepMs = 10;
-static constexpr DWORD SilenceMs = 1000;
-static constexpr DWORD RefusesRemoteMajorVersion = 6;
-static constexpr char AdministratorsSid[] = "S-1-5-32-544";
-static constexpr char SystemSid[] = "S-1-5-18";
+constexpr char PipeName[] = "\\\\.\\pipe\\QuillmarchBalloonUpdate";
+constexpr char ExitMessage[] = "exit";
+constexpr DWORD MaxInstances = 10;
+constexpr DWORD DefaultTimeoutMs = 1000;
+constexpr DWORD StepMs = 10;
+constexpr DWORD SilenceMs = 1000;
+constexpr DWORD RefusesRemoteMajorVersion = 6;
+constexpr char AdministratorsSid[] = "S-1-5-32-544";
+constexpr char SystemSid[] = "S-1-5-18";
 
 static DWORD WINAPI BalloonPipeServer_ThreadProc(void* param);
 

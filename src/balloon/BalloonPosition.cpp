@@ -2,11 +2,11 @@
 
 #include "support/LogFile.h"
 
-static constexpr LONG UnscaledDpi = 96;
-static constexpr LONG BarGap = 3;        // scaled: between the bar and the balloon
-static constexpr LONG EdgeInset = 32;    // scaled: from the end of the bar or the edge of the screen
-static constexpr LONG BarTestEdge = 400; // a bar is at the edge of which it is no further away
-static constexpr LONG LowestAnchor = 18; // above the lower edge, so that a hidden bar leaves room for its own strip
+constexpr LONG UnscaledDpi = 96;
+constexpr LONG BarGap = 3;        // scaled: between the bar and the balloon
+constexpr LONG EdgeInset = 32;    // scaled: from the end of the bar or the edge of the screen
+constexpr LONG BarTestEdge = 400; // a bar is at the edge of which it is no further away
+constexpr LONG LowestAnchor = 18; // above the lower edge, so that a hidden bar leaves room for its own strip
 
 UINT g_BalloonDpi = UnscaledDpi;
 

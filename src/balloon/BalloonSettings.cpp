@@ -3,9 +3,9 @@
 #include "support/OsVersion.h"
 #include "support/ProcessState.h"
 
-static constexpr char Section[] = "BalloonTips";
-static constexpr DWORD FlatMajorVersion = 10;
-static constexpr DWORD RoundBuildNumber = 22000;
+constexpr char Section[] = "BalloonTips";
+constexpr DWORD FlatMajorVersion = 10;
+constexpr DWORD RoundBuildNumber = 22000;
 
 LONG ReadBalloonKey(KeyName key, LONG defaultNumber) {
     return static_cast<LONG>(GetPrivateProfileIntA(Section, key.Text(), defaultNumber, szIniFile));

@@ -7,8 +7,8 @@
 #include "support/ThreadTools.h"
 #include "support/WorkerThreads.h"
 
-static constexpr DWORD LookMs = 10;
-static constexpr LONG ParkedBeyond = 30000; // a bar out there is parked off the screen for a moment
+constexpr DWORD LookMs = 10;
+constexpr LONG ParkedBeyond = 30000; // a bar out there is parked off the screen for a moment
 
 static bool IsSameRect(const RECT& a, const RECT& b) {
     return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;

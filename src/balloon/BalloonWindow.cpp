@@ -15,18 +15,18 @@
 #include "support/WindowDpi.h"
 #include "support/WorkerThreads.h"
 
-static constexpr char WindowClass[] = "TarnHolveBalloonTipClass";
-static constexpr char WindowTitle[] = "TarnHolveBalloonTip";
-static constexpr UINT_PTR CloseTimerId = 0x17062006;
-static constexpr DWORD FirstThemedBcd = 0x0501; // Windows XP: themes and drop shadows
-static constexpr DWORD PingAnswerMs = 500;
-static constexpr DWORD CloseMs = 30;
-static constexpr DWORD ForegroundReleaseMs = 1000;
-static constexpr DWORD TrackingEndMs = 1000;
-static constexpr UINT MetricsBeforeVista = 340;
-static constexpr UINT MetricsFromVista = 344;
-static constexpr int CloseIconId = 311;
-static constexpr int CloseHotIconId = 312;
+constexpr char WindowClass[] = "TarnHolveBalloonTipClass";
+constexpr char WindowTitle[] = "TarnHolveBalloonTip";
+constexpr UINT_PTR CloseTimerId = 0x17062006;
+constexpr DWORD FirstThemedBcd = 0x0501; // Windows XP: themes and drop shadows
+constexpr DWORD PingAnswerMs = 500;
+constexpr DWORD CloseMs = 30;
+constexpr DWORD ForegroundReleaseMs = 1000;
+constexpr DWORD TrackingEndMs = 1000;
+constexpr UINT MetricsBeforeVista = 340;
+constexpr UINT MetricsFromVista = 344;
+constexpr int CloseIconId = 311;
+constexpr int CloseHotIconId = 312;
 
 static HINSTANCE Instance;    // of the program, for its class and icons; set by the start
 static HANDLE TrackingThread; // balloon thread

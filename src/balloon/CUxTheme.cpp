@@ -4,9 +4,9 @@
 #include "support/ScopeGuard.h"
 #include "support/SystemTools.h"
 
-static constexpr int MaxWideChars = 1024;
-static constexpr LONG ProbeWidth = 200;
-static constexpr LONG ProbeHeight = 40;
+constexpr int MaxWideChars = 1024;
+constexpr LONG ProbeWidth = 200;
+constexpr LONG ProbeHeight = 40;
 
 namespace {
 // The library takes wide texts only.

@@ -8,24 +8,24 @@
 #include "support/WorkerThreads.h"
 
 // Plain pixels.
-static constexpr LONG SearchWidth = 384;
-static constexpr LONG SearchHeight = 64;
-static constexpr LONG ColumnStep = 32;
-static constexpr LONG RowStep = 16;
-static constexpr LONG SmallTipWidth = 100; // tips up to this size are hints under the mouse
-static constexpr LONG SmallTipHeight = 50;
-static constexpr LONG OffScreen = 32000;
-static constexpr LONG CloseMarkInset = 16; // where the shell's balloon has its close mark
+constexpr LONG SearchWidth = 384;
+constexpr LONG SearchHeight = 64;
+constexpr LONG ColumnStep = 32;
+constexpr LONG RowStep = 16;
+constexpr LONG SmallTipWidth = 100; // tips up to this size are hints under the mouse
+constexpr LONG SmallTipHeight = 50;
+constexpr LONG OffScreen = 32000;
+constexpr LONG CloseMarkInset = 16; // where the shell's balloon has its close mark
 
-static constexpr DWORD LookMs = 400;
-static constexpr DWORD DismissMs = 4000;
-static constexpr DWORD GiveUpMs = 11000;
-static constexpr DWORD PreventStepMs = 10;
-static constexpr DWORD CloseStepMs = 1;
+constexpr DWORD LookMs = 400;
+constexpr DWORD DismissMs = 4000;
+constexpr DWORD GiveUpMs = 11000;
+constexpr DWORD PreventStepMs = 10;
+constexpr DWORD CloseStepMs = 1;
 
-static constexpr DWORD StyleOfKind = 0xFFF00000;
-static constexpr DWORD FullScreenStyle = WS_POPUP | WS_VISIBLE | WS_CLIPSIBLINGS;
-static constexpr DWORD FullScreenCaptionStyle = WS_VISIBLE | WS_CLIPSIBLINGS | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;
+constexpr DWORD StyleOfKind = 0xFFF00000;
+constexpr DWORD FullScreenStyle = WS_POPUP | WS_VISIBLE | WS_CLIPSIBLINGS;
+constexpr DWORD FullScreenCaptionStyle = WS_VISIBLE | WS_CLIPSIBLINGS | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;
 
 static LONG LastSeenWidth = -1; // of a foreign balloon; balloon thread
 static volatile LONG IsClosingStopped;

@@ -13,11 +13,11 @@
 CCfgReader* g_pCfgReader = nullptr;
 
 // Numbers are read through a buffer of this size; a text that needs more is no number that an administrator meant.
-static constexpr DWORD NumberTextBytes = 32;
+constexpr DWORD NumberTextBytes = 32;
 
 static_assert(SectionNameCount == SectionTypeCount);
 
-static constexpr DWORD MajorVersionWithElevation = 6;
+constexpr DWORD MajorVersionWithElevation = 6;
 
 const char* SectionTypeName(CfgSectionType type) {
     return type >= 0 && type < SectionTypeCount ? SectionNames[type] : "";

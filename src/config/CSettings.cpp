@@ -8,10 +8,10 @@
 
 CSettings* g_pSettings = nullptr;
 
-static constexpr LONG MaxPortNumberBeforeRead = 255;
-static constexpr LONG TimeoutBeforeReadMs = 6000;
-static constexpr LONG TimeoutOnRemovalBeforeReadMs = 3000;
-static constexpr const KnownKey& TimeoutKey = KeyRow("Timeout");
+constexpr LONG MaxPortNumberBeforeRead = 255;
+constexpr LONG TimeoutBeforeReadMs = 6000;
+constexpr LONG TimeoutOnRemovalBeforeReadMs = 3000;
+constexpr const KnownKey& TimeoutKey = KeyRow("Timeout");
 static_assert(sizeof(CSettings::ComNameArbiterClean) == KeyRow("ComNameArbiterClean").longest + 1);
 static_assert(sizeof(CSettings::TextRemoved) == KeyRow("TextRemoved").longest + 1);
 
@@ -23,7 +23,7 @@ struct NumericKey {
 } // namespace
 
 // In reading order: these before [BalloonTips], the others behind it.
-static constexpr NumericKey FirstKeys[] = {
+constexpr NumericKey FirstKeys[] = {
     {KeyRow("TelitHack"), &CSettings::TelitHack},
     {KeyRow("RegisterAllDevClasses"), &CSettings::RegisterAllDevClasses},
     {KeyRow("QuickAndDirtyMode"), &CSettings::QuickAndDirtyMode},
@@ -37,9 +37,9 @@ static constexpr NumericKey FirstKeys[] = {
 };
 static_assert(sizeof(FirstKeys) / sizeof(FirstKeys[0]) == 10);
 
-static constexpr NumericKey MaxPortNumberKey = {KeyRow("MaxPortNumber"), &CSettings::MaxPortNumber};
+constexpr NumericKey MaxPortNumberKey = {KeyRow("MaxPortNumber"), &CSettings::MaxPortNumber};
 
-static constexpr NumericKey LastKeys[] = {
+constexpr NumericKey LastKeys[] = {
     {KeyRow("WaitNoPendingInstallEventsOnInit"), &CSettings::WaitNoPendingInstallEventsOnInit},
     {KeyRow("EventLog"), &CSettings::EventLog},
     {KeyRow("RemoteSessions"), &CSettings::RemoteSessions},

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-static constexpr size_t LongestDuration = 63;
+constexpr size_t LongestDuration = 63;
 
 namespace {
 struct DurationUnit {
@@ -11,7 +11,7 @@ struct DurationUnit {
 };
 } // namespace
 
-static constexpr DurationUnit DurationUnits[] = {
+constexpr DurationUnit DurationUnits[] = {
     {'s', 1'000},
     {'m', 60'000},
     {'h', 3'600'000},

@@ -10,24 +10,24 @@
 #include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
-static constexpr DWORD AppendedBytes = 4;             // a line feed and three zeros
-static constexpr signed char FirstKeyCharacter = 'A'; // as a signed byte, so bytes from 0x80 up begin no key either
-static constexpr unsigned char MarkByteLow = 0xFE;
-static constexpr unsigned char MarkByteHigh = 0xFF;
+constexpr DWORD AppendedBytes = 4;             // a line feed and three zeros
+constexpr signed char FirstKeyCharacter = 'A'; // as a signed byte, so bytes from 0x80 up begin no key either
+constexpr unsigned char MarkByteLow = 0xFE;
+constexpr unsigned char MarkByteHigh = 0xFF;
 
 // A reader that does not share the file, a scanner or a backup, mostly lets go of it at once. Whoever holds it for long
 // costs one such wait in five seconds.
-static constexpr DWORD HeldWaitMs = 1000;
-static constexpr DWORD HeldPauseMs = 50;
-static constexpr DWORD HeldAgainMs = 5000;
+constexpr DWORD HeldWaitMs = 1000;
+constexpr DWORD HeldPauseMs = 50;
+constexpr DWORD HeldAgainMs = 5000;
 
-static constexpr char Missing[] = "is missing";
-static constexpr char NotOpened[] = "cannot be opened";
-static constexpr char TooLarge[] = "has 1 MiB or more";
-static constexpr char NotWhole[] = "cannot be read whole";
+constexpr char Missing[] = "is missing";
+constexpr char NotOpened[] = "cannot be opened";
+constexpr char TooLarge[] = "has 1 MiB or more";
+constexpr char NotWhole[] = "cannot be read whole";
 
-static constexpr char SectionMark[] = "__SECTION__";
-static constexpr char LineMark[] = "__LINE__";
+constexpr char SectionMark[] = "__SECTION__";
+constexpr char LineMark[] = "__LINE__";
 
 static bool IsBlankOrTab(char c) {
     return c == ' ' || c == '\t';

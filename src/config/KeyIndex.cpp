@@ -1,6 +1,6 @@
 #include "config/KeyIndex.h"
 
-static constexpr size_t SuffixCount = 100;
+constexpr size_t SuffixCount = 100;
 
 namespace {
 struct SuffixTable {
@@ -21,7 +21,7 @@ static constexpr SuffixTable MakeSuffixes() {
 }
 
 // A table and not one buffer that each call writes: log lines of two threads would show each other's number.
-static constexpr SuffixTable Suffixes = MakeSuffixes();
+constexpr SuffixTable Suffixes = MakeSuffixes();
 static_assert(sizeof(Suffixes.rows) == SuffixCount * 3);
 
 void SetKeyIndex(char* text, size_t sizeWithTerminator, DWORD index) {

@@ -5,9 +5,9 @@
 
 static_assert(sizeof(DWORD) == 4 && sizeof(ULONGLONG) == 8);
 
-static constexpr DWORD LengthShift = 24;
-static constexpr ULONGLONG CaseBlindMask = 0xDFDFDFDFDFDFDFDFull;
-static constexpr ULONGLONG EvenWords = 0x0000FFFF0000FFFFull;
+constexpr DWORD LengthShift = 24;
+constexpr ULONGLONG CaseBlindMask = 0xDFDFDFDFDFDFDFDFull;
+constexpr ULONGLONG EvenWords = 0x0000FFFF0000FFFFull;
 
 // Sum of the four masked words of eight bytes. Even and odd words are added side by side, and no half can overflow
 // into the other: two words of 16 bits need 17.

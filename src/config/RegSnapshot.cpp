@@ -8,12 +8,12 @@
 #include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
-static constexpr DWORD NameBytes = 64;  // of a subkey and of a value; a longer name is skipped
-static constexpr DWORD DataBytes = 260; // longer data is skipped
-static constexpr char Blanks[] = " \t";
+constexpr DWORD NameBytes = 64;  // of a subkey and of a value; a longer name is skipped
+constexpr DWORD DataBytes = 260; // longer data is skipped
+constexpr char Blanks[] = " \t";
 
-static constexpr char NotQueried[] = "cannot be queried";
-static constexpr char NoSubkeys[] = "has no subkeys, and the file is not read beside it";
+constexpr char NotQueried[] = "cannot be queried";
+constexpr char NoSubkeys[] = "has no subkeys, and the file is not read beside it";
 
 static ULONGLONG FileTimeWord(const FILETIME& time) {
     return static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime;

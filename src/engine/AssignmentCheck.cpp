@@ -14,8 +14,8 @@
 #include "support/ProcessState.h"
 #include "support/ScopeGuard.h"
 
-static constexpr LONG LowestNumber = 1;
-static constexpr int ComLength = 3;
+constexpr LONG LowestNumber = 1;
+constexpr int ComLength = 3;
 
 static bool LooksLikeComPort(const char* name) {
     return name[0] == 'C' && name[1] == 'O' && name[2] == 'M';

@@ -15,11 +15,11 @@
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
 
-static constexpr DWORD LateNameWaitMs = 1000;
-static constexpr LONG PutOffRestartMs = 4000;
-static constexpr DWORD NewNameWaitMs = 5000;
-static constexpr DWORD NewNamePauseMs = 10;
-static constexpr DWORD ProblemWillBeRemoved = 21; // CM_PROB_WILL_BE_REMOVED
+constexpr DWORD LateNameWaitMs = 1000;
+constexpr LONG PutOffRestartMs = 4000;
+constexpr DWORD NewNameWaitMs = 5000;
+constexpr DWORD NewNamePauseMs = 10;
+constexpr DWORD ProblemWillBeRemoved = 21; // CM_PROB_WILL_BE_REMOVED
 
 // Name, digits and number of the DOS name in force follow the registry name.
 static void SetNameInForce(CComPort* port) {

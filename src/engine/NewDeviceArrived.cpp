@@ -19,13 +19,13 @@
 #include "support/StringTools.h"
 #include "support/WorkerThreads.h"
 
-static constexpr DWORD DevnodesChangedTimerId = 0x12340011;
-static constexpr LONG DevnodesChangedDelayMs = 1000;
-static constexpr UINT WindowProbeMs = 100;
-static constexpr DWORD WindowProbePauseMs = 1000;
-static constexpr DWORD NotifyAllInterfaceClasses = 4;
-static constexpr DWORD Windows2000 = 0x0500;
-static constexpr size_t DevicePathChars = 260;
+constexpr DWORD DevnodesChangedTimerId = 0x12340011;
+constexpr LONG DevnodesChangedDelayMs = 1000;
+constexpr UINT WindowProbeMs = 100;
+constexpr DWORD WindowProbePauseMs = 1000;
+constexpr DWORD NotifyAllInterfaceClasses = 4;
+constexpr DWORD Windows2000 = 0x0500;
+constexpr size_t DevicePathChars = 260;
 
 static_assert(sizeof(DEV_BROADCAST_DEVICEINTERFACE_A) == 32);
 
@@ -55,16 +55,16 @@ struct DeviceClassRow {
 } // namespace
 
 // In the order of registration.
-static constexpr RegisteredClass RegisteredClasses[] = {
+constexpr RegisteredClass RegisteredClasses[] = {
     {"COMPORT", InterfaceClass::ComPort},      {"SERENUM_BUS_ENUMERATOR", InterfaceClass::SerenumBusEnumerator},
     {"MODEM", InterfaceClass::Modem},          {"USB_HUB", InterfaceClass::UsbHub},
     {"USB_DEVICE", InterfaceClass::UsbDevice},
 };
-static constexpr size_t RegisteredClassCount = sizeof(RegisteredClasses) / sizeof(RegisteredClasses[0]);
+constexpr size_t RegisteredClassCount = sizeof(RegisteredClasses) / sizeof(RegisteredClasses[0]);
 static_assert(RegisteredClassCount == 5);
 
 // In the order of the test; a root hub is told from another hub by its path, so its row stands first.
-static constexpr DeviceClassRow DeviceClasses[] = {
+constexpr DeviceClassRow DeviceClasses[] = {
     {InterfaceClass::ComPort, nullptr, 'C', "COM-Port", 1, 1, DeviceRoad::Port},
     {InterfaceClass::Modem, nullptr, 'M', "Modem", 4, 4, DeviceRoad::Port},
     {InterfaceClass::UsbDevice, nullptr, 'U', "USB-Device", 4, 1, DeviceRoad::None},

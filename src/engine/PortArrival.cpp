@@ -22,14 +22,14 @@
 #include "support/ScopeGuard.h"
 
 // All on unsigned differences of ticks.
-static constexpr DWORD OwnChangeMs = 5000;       // up to and with it, an arrival is the one that our last change caused
-static constexpr DWORD OwnRestartMs = 5000;      // below it, a removal is the one that our own restart caused
-static constexpr DWORD FlickerMs = 1000;         // up to and with it, a port came and went without meaning
-static constexpr DWORD ChangeForgottenMs = 2000; // from it on, a change of the number does not explain a flicker
+constexpr DWORD OwnChangeMs = 5000;       // up to and with it, an arrival is the one that our last change caused
+constexpr DWORD OwnRestartMs = 5000;      // below it, a removal is the one that our own restart caused
+constexpr DWORD FlickerMs = 1000;         // up to and with it, a port came and went without meaning
+constexpr DWORD ChangeForgottenMs = 2000; // from it on, a change of the number does not explain a flicker
 
-static constexpr LONG AfterArrivalMs = 1000; // to the balloon and the actions: a device brings several ports
-static constexpr LONG AfterRemovalMs = 500;
-static constexpr size_t LoggedDeviceIdChars = 200;
+constexpr LONG AfterArrivalMs = 1000; // to the balloon and the actions: a device brings several ports
+constexpr LONG AfterRemovalMs = 500;
+constexpr size_t LoggedDeviceIdChars = 200;
 
 static DWORD AgeOf(DWORD ticker) {
     return GetTickCount() - ticker;

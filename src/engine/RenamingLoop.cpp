@@ -10,7 +10,7 @@
 #include "support/ProcessState.h"
 #include "support/ScopeGuard.h"
 
-static constexpr DWORD CameAlongMs = 30000; // below it, a port that followed its upper device came along with it
+constexpr DWORD CameAlongMs = 30000; // below it, a port that followed its upper device came along with it
 
 namespace {
 // What one wanted number came to.

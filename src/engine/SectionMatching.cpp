@@ -5,8 +5,8 @@
 #include "support/BoundedText.h"
 #include "support/LogFile.h"
 
-static constexpr char PlainKeyForm = '0'; // cuts the underscore off; the forms 1 to 9 follow it
-static constexpr char LastKeyForm = '9';
+constexpr char PlainKeyForm = '0'; // cuts the underscore off; the forms 1 to 9 follow it
+constexpr char LastKeyForm = '9';
 
 namespace {
 struct PortCriterion {
@@ -15,7 +15,7 @@ struct PortCriterion {
 };
 } // namespace
 
-static constexpr PortCriterion Criteria[] = {
+constexpr PortCriterion Criteria[] = {
     {"BusType_", [](const CComPort& p) -> const char* { return p.BusTypeName; }},
     {"KernelName_", [](const CComPort& p) -> const char* { return p.szKernelNameCom; }},
     {"DeviceID_", [](const CComPort& p) -> const char* { return p.DeviceID; }},

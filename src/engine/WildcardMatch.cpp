@@ -1,6 +1,6 @@
 #include "engine/WildcardMatch.h"
 
-static constexpr unsigned char AllButCaseBit = 0xDF;
+constexpr unsigned char AllButCaseBit = 0xDF;
 
 // The end of the pattern fits nothing: compared as a character it would differ from a blank in the case bit alone, and
 // the walk would run on behind the pattern.

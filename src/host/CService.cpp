@@ -17,24 +17,24 @@
 #include "support/WorkerThreads.h"
 
 // The controls that the service takes; session changes came with Windows 5.1.
-static constexpr DWORD BasicControls =
+constexpr DWORD BasicControls =
     SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_SHUTDOWN | SERVICE_ACCEPT_HARDWAREPROFILECHANGE | SERVICE_ACCEPT_POWEREVENT;
-static constexpr DWORD AllControls = BasicControls | SERVICE_ACCEPT_SESSIONCHANGE;
+constexpr DWORD AllControls = BasicControls | SERVICE_ACCEPT_SESSIONCHANGE;
 static_assert(BasicControls == 0x65 && AllControls == 0xE5);
-static constexpr DWORD Windows51 = 0x0501;
+constexpr DWORD Windows51 = 0x0501;
 
 // Longer than the initialisation can take, so that the service manager never gives up on it.
-static constexpr DWORD StartPendingHintMs = 61000;
-static constexpr DWORD InitWaitStepMs = 1000;
-static constexpr DWORD InitWaitLimitMs = 18000;
-static constexpr DWORD InitCheckpointHintMs = 2000;
-static constexpr DWORD StopWaitLimitMs = 10000;
-static constexpr DWORD StopCheckpointHintMs = 1000;
-static constexpr DWORD StopWaitStepMs = 900;
+constexpr DWORD StartPendingHintMs = 61000;
+constexpr DWORD InitWaitStepMs = 1000;
+constexpr DWORD InitWaitLimitMs = 18000;
+constexpr DWORD InitCheckpointHintMs = 2000;
+constexpr DWORD StopWaitLimitMs = 10000;
+constexpr DWORD StopCheckpointHintMs = 1000;
+constexpr DWORD StopWaitStepMs = 900;
 
-static constexpr const char* StateNames[] = {"STOPPED",      "START_PENDING", "STOP_PENDING", "RUNNING",
-                                             "CONT_PENDING", "PAUSE_PENDING", "PAUSED"};
-static constexpr DWORD LastState = SERVICE_PAUSED;
+constexpr const char* StateNames[] = {"STOPPED",      "START_PENDING", "STOP_PENDING", "RUNNING",
+                                      "CONT_PENDING", "PAUSE_PENDING", "PAUSED"};
+constexpr DWORD LastState = SERVICE_PAUSED;
 static_assert(sizeof(StateNames) / sizeof(StateNames[0]) == LastState);
 
 CService* g_pService;

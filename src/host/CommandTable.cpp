@@ -9,10 +9,10 @@
 #include "support/MessageTools.h"
 #include "support/ProcessState.h"
 
-static constexpr char UsageText[] = "Quillmarch -register \t  registers Quillmarch as Win32 service and starts the "
-                                    "service (Admin privileges required)\n"
-                                    "Quillmarch -unregister\t  unregisters the Quillmarch service\n";
-static constexpr DWORD DeregisterWaitMs = 10000;
+constexpr char UsageText[] = "Quillmarch -register \t  registers Quillmarch as Win32 service and starts the "
+                             "service (Admin privileges required)\n"
+                             "Quillmarch -unregister\t  unregisters the Quillmarch service\n";
+constexpr DWORD DeregisterWaitMs = 10000;
 
 namespace {
 // Whether a row's text is compared with the first token or with the line up to the token's end, its dash included.
@@ -27,7 +27,7 @@ struct CommandRow {
 };
 } // namespace
 
-static constexpr CommandRow CommandRows[] = {
+constexpr CommandRow CommandRows[] = {
     {TestOf::Token, "?", CommandAction::ShowUsage, true, false},
     {TestOf::Token, "debug", CommandAction::DebugRun, true, false},
     {TestOf::Token, "install", CommandAction::Register, true, true},

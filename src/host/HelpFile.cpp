@@ -6,12 +6,12 @@
 #include "support/ProcessState.h"
 
 // The five variants of German that Windows knows.
-static constexpr LANGID GermanLanguages[] = {0x0407, 0x0807, 0x0C07, 0x1007, 0x1407};
-static constexpr char ZoneStream[] = "Zone.Identifier";
+constexpr LANGID GermanLanguages[] = {0x0407, 0x0807, 0x0C07, 0x1007, 0x1407};
+constexpr char ZoneStream[] = "Zone.Identifier";
 // COINIT_APARTMENTTHREADED and COINIT_DISABLE_OLE1DDE, as the shell wants it for what it starts.
-static constexpr DWORD ShellThreadModel = 6;
+constexpr DWORD ShellThreadModel = 6;
 // ShellExecuteA gives a number above this one for success.
-static constexpr INT_PTR ShellExecuteFailed = 32;
+constexpr INT_PTR ShellExecuteFailed = 32;
 
 static bool IsGermanUser() {
     const LANGID language = GetUserDefaultLangID();

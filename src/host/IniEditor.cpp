@@ -11,12 +11,12 @@
 #include "support/StringTools.h"
 
 // COINIT_APARTMENTTHREADED and COINIT_DISABLE_OLE1DDE, as the shell wants it for what it starts.
-static constexpr DWORD ShellThreadModel = 6;
+constexpr DWORD ShellThreadModel = 6;
 // FindExecutableA and ShellExecuteA give a number above this one for success.
-static constexpr INT_PTR ShellFailed = 32;
+constexpr INT_PTR ShellFailed = 32;
 // The primary language is what stands in the low ten bits.
-static constexpr LANGID PrimaryLanguageMask = 0x3FF;
-static constexpr LANGID PrimaryGerman = 7;
+constexpr LANGID PrimaryLanguageMask = 0x3FF;
+constexpr LANGID PrimaryGerman = 7;
 
 // Whether the service is registered from this folder, or not at all: another copy would read another file.
 static bool IsServiceOfThisFolder() {

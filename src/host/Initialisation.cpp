@@ -16,7 +16,7 @@
 #include "support/ProcessState.h"
 #include "support/WorkerThreads.h"
 
-static constexpr DWORD Windows50 = 0x0500;
+constexpr DWORD Windows50 = 0x0500;
 
 // Ports whose driver is still being installed would be met half made.
 static void WaitForDeviceInstalls() {

@@ -7,16 +7,16 @@
 #include "support/MessageTools.h"
 #include "support/ProcessState.h"
 
-static constexpr WORD IconResource = 101;
-static constexpr DWORD MainWindowStyle = WS_POPUP | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;
+constexpr WORD IconResource = 101;
+constexpr DWORD MainWindowStyle = WS_POPUP | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;
 static_assert(MainWindowStyle == 0x80CA0000);
 // The window colour of the user's theme.
-static constexpr ULONG_PTR WindowColourBrush = COLOR_WINDOW + 1;
+constexpr ULONG_PTR WindowColourBrush = COLOR_WINDOW + 1;
 static_assert(WindowColourBrush == 6);
-static constexpr int WindowLeft = 32;
-static constexpr int WindowTop = 32;
-static constexpr int WindowWidth = 256;
-static constexpr int WindowHeight = 96;
+constexpr int WindowLeft = 32;
+constexpr int WindowTop = 32;
+constexpr int WindowWidth = 256;
+constexpr int WindowHeight = 96;
 
 static void ShowWindowError(const char* format) {
     char text[512];

@@ -12,8 +12,6 @@
 #include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
-namespace {
-
 constexpr SECURITY_INFORMATION OwnerAndList = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
 constexpr DWORD MaxDescriptor = 0x10000; // the largest list that Windows knows
 constexpr DWORD MaxSeen = 64;
@@ -27,14 +25,16 @@ constexpr DWORD FolderRights = ReplaceRights | GENERIC_WRITE | 0x2 | 0x40; // ad
 constexpr DWORD UpperFolderRights = ReplaceRights | 0x40;                  // rename what leads to the file
 constexpr DWORD KeyRights = ReplaceRights | GENERIC_WRITE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY;
 
+namespace {
 // The paths that were looked at in this pass, so that a folder that several things share is named once.
 struct Pass {
     char seen[MaxSeen][MAX_PATH];
     DWORD count;
     BYTE descriptor[MaxDescriptor];
 };
+} // namespace
 
-bool IsSeen(Pass& pass, const char* path) {
+static bool IsSeen(Pass& pass, const char* path) {
     for (DWORD i = 0; i < pass.count; ++i) {
         if (IsSameNoCase(pass.seen[i], path)) {
             return true;
@@ -46,21 +46,21 @@ bool IsSeen(Pass& pass, const char* path) {
     return false;
 }
 
-void LogIfChangeable(const Pass& pass, DWORD size, DWORD rights, const char* kind, const char* name) {
+static void LogIfChangeable(const Pass& pass, DWORD size, DWORD rights, const char* kind, const char* name) {
     char who[SidTextSize];
     if (WhoMayChange(pass.descriptor, size, rights, who)) {
         WriteLog(1, "WARNING: %s may change the %s %s, and so what runs as the system", who, kind, name);
     }
 }
 
-void LookAt(Pass& pass, const char* path, DWORD rights, const char* kind) {
+static void LookAt(Pass& pass, const char* path, DWORD rights, const char* kind) {
     DWORD size = 0;
     if (!IsSeen(pass, path) && GetFileSecurityA(path, OwnerAndList, pass.descriptor, sizeof(pass.descriptor), &size)) {
         LogIfChangeable(pass, size, rights, kind, path);
     }
 }
 
-bool IsOnLocalDrive(const char* path) {
+static bool IsOnLocalDrive(const char* path) {
     if (path[0] == '\0' || path[1] != ':' || path[2] != '\\') {
         return false;
     }
@@ -69,7 +69,7 @@ bool IsOnLocalDrive(const char* path) {
 }
 
 // The folder, in which users must not make or replace a file, and those above it, which they must not replace.
-void LookAtFolders(Pass& pass, const char* folder) {
+static void LookAtFolders(Pass& pass, const char* folder) {
     if (!IsOnLocalDrive(folder)) {
         return;
     }
@@ -87,7 +87,7 @@ void LookAtFolders(Pass& pass, const char* folder) {
 }
 
 // The folder of a file on a drive, with its backslash if it is the root.
-bool FolderOf(const char* file, char (&folder)[MAX_PATH]) {
+static bool FolderOf(const char* file, char (&folder)[MAX_PATH]) {
     if (!IsOnLocalDrive(file) || !GetDirectoryOfPath(file, folder)) {
         return false;
     }
@@ -97,7 +97,7 @@ bool FolderOf(const char* file, char (&folder)[MAX_PATH]) {
     return true;
 }
 
-void LookAtFile(Pass& pass, const char* file, const char* kind) {
+static void LookAtFile(Pass& pass, const char* file, const char* kind) {
     char folder[MAX_PATH];
     if (FolderOf(file, folder)) {
         LookAt(pass, file, FileRights, kind);
@@ -105,7 +105,7 @@ void LookAtFile(Pass& pass, const char* file, const char* kind) {
     }
 }
 
-void LookAtKey(Pass& pass) {
+static void LookAtKey(Pass& pass) {
     OwnedKey key;
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, ConfigurationKey, 0, READ_CONTROL, key.Receive()) != ERROR_SUCCESS) {
         return;
@@ -117,7 +117,7 @@ void LookAtKey(Pass& pass) {
 }
 
 // One entry of a section, if it runs with more rights than its user's.
-void LookAtEntry(Pass& pass, CfgSectionType type, LONG number, DWORD index) {
+static void LookAtEntry(Pass& pass, CfgSectionType type, LONG number, DWORD index) {
     const UserType user = g_pCfgReader->GetUserTypeFromCfg(type, number, index);
     if (user != UserType::system && user != UserType::elev) {
         return;
@@ -137,7 +137,7 @@ void LookAtEntry(Pass& pass, CfgSectionType type, LONG number, DWORD index) {
     LookAtFolders(pass, directory);
 }
 
-void LookAtEntries(Pass& pass) {
+static void LookAtEntries(Pass& pass) {
     for (const CfgSectionType type : {OnArrival, OnRemoval}) {
         for (LONG number = 1; number <= MaxSectionNumber; ++number) {
             if (!g_pCfgReader->HasSection(type, number)) {
@@ -149,8 +149,6 @@ void LookAtEntries(Pass& pass) {
         }
     }
 }
-
-} // namespace
 
 void LogWhatUsersMayChange() {
     const Owned<Pass> pass(new Pass);

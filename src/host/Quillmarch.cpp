@@ -39,10 +39,10 @@
 #include "support/TimeTools.h"
 #include "support/WorkerThreads.h"
 
-static constexpr char DebugSwitch[] = "-debug";
-static constexpr DWORD DebugInitWaitStepMs = 4500;
-static constexpr DWORD DebugInitWaitLimitMs = 25000;
-static constexpr DWORD BalloonWaitMs = 60000;
+constexpr char DebugSwitch[] = "-debug";
+constexpr DWORD DebugInitWaitStepMs = 4500;
+constexpr DWORD DebugInitWaitLimitMs = 25000;
+constexpr DWORD BalloonWaitMs = 60000;
 
 static bool AsksForDebugRun(const char* commandLine) {
     return StrStrA(commandLine, DebugSwitch) != nullptr;

@@ -12,22 +12,22 @@
 #include "support/RegistryTools.h"
 #include "support/StringTools.h"
 
-static constexpr char ServicesKey[] = "SYSTEM\\CurrentControlSet\\Services";
-static constexpr char EventSourcesKey[] = "SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application";
-static constexpr char Description[] = "Quill-March-Ward; Gives control over COM-port assignments";
+constexpr char ServicesKey[] = "SYSTEM\\CurrentControlSet\\Services";
+constexpr char EventSourcesKey[] = "SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application";
+constexpr char Description[] = "Quill-March-Ward; Gives control over COM-port assignments";
 // Errors, warnings and information.
-static constexpr DWORD EventTypesSupported = 7;
+constexpr DWORD EventTypesSupported = 7;
 
-static constexpr UINT PlainBox = 0;
+constexpr UINT PlainBox = 0;
 // A start is given up when more than 15 s have passed, a stop when 15 s have.
-static constexpr DWORD StartGivenUpMs = 15001;
-static constexpr DWORD StopGivenUpMs = 15000;
-static constexpr DWORD StateWaitStepMs = 100;
+constexpr DWORD StartGivenUpMs = 15001;
+constexpr DWORD StopGivenUpMs = 15000;
+constexpr DWORD StateWaitStepMs = 100;
 // Takes the place of a wait hint of 0 while a stop is pending: without it the wait would keep a processor busy.
-static constexpr DWORD StopPollMs = 10;
+constexpr DWORD StopPollMs = 10;
 
 // Longest text of a box: a sentence and the system's text of an error.
-static constexpr size_t BoxTextChars = 512;
+constexpr size_t BoxTextChars = 512;
 
 // A box with the system's text of the last error in place of %s.
 static void ShowErrorBox(DWORD Verbose, const char* format, UINT flags) {

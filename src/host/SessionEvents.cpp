@@ -7,11 +7,11 @@
 #include "support/ThreadTools.h"
 
 // Lets the dispatcher's thread finish its own lines in the log first.
-static constexpr DWORD FirstDelayMs = 10;
-static constexpr int QueryTries = 20;
-static constexpr DWORD RetryDelayMs = 500;
+constexpr DWORD FirstDelayMs = 10;
+constexpr int QueryTries = 20;
+constexpr DWORD RetryDelayMs = 500;
 // A session that could not be asked at once is still being made: its state settles a little later.
-static constexpr DWORD SettleDelayMs = 1000;
+constexpr DWORD SettleDelayMs = 1000;
 
 // Asks for the connect state of the session until it can be had. Returns: 0 after the last failure.
 static DWORD QuerySessionState(DWORD sessionId, LONG* state) {

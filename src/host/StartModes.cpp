@@ -9,7 +9,7 @@ struct ModeRow {
 };
 } // namespace
 
-static constexpr ModeRow ModeTable[] = {
+constexpr ModeRow ModeTable[] = {
     {"nul", nullptr},
     {"service", nullptr},
     {"debug", "-debug"},

@@ -9,10 +9,9 @@
 
 CComPorts* g_pComPorts;
 
-namespace {
-
 constexpr LONG PortCountForWideIndex = 10;
 
+namespace {
 // Searches one text in the same field of many records, blind to case as lstrcmpiA is. That call goes through the
 // locale's tables, and a full table is searched once for each port: so paths and names that differ plainly at one place
 // are told apart without it, and the place where the last candidate differed is looked at first, since ids of one kind
@@ -41,13 +40,14 @@ private:
     const char* m_wanted;
     size_t m_lastDifference = 0;
 };
+} // namespace
 
 // The name first: a record without it then costs one look into its memory.
-bool HoldsName(const CComPort* port, FieldSearch* name) {
+static bool HoldsName(const CComPort* port, FieldSearch* name) {
     return port != nullptr && name->Matches(port->szRegPortName) && port->IsUsed && port->IsPresent;
 }
 
-LONGLONG CompareByLocation(const CComPort* a, const CComPort* b) {
+static LONGLONG CompareByLocation(const CComPort* a, const CComPort* b) {
     const DWORD common = CountSameStart(a->Location, b->Location);
     const char* restA = a->Location + common;
     const char* restB = b->Location + common;
@@ -58,8 +58,6 @@ LONGLONG CompareByLocation(const CComPort* a, const CComPort* b) {
     }
     return lstrcmpA(restA, restB);
 }
-
-} // namespace
 
 CComPorts::CComPorts() {
     InitializeCriticalSection(&CS_slots);

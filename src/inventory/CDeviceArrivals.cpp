@@ -7,9 +7,7 @@
 
 CDeviceArrivals* g_pDeviceArrivals;
 
-namespace {
-
-void LogArrival(DWORD slot, const DeviceArrival* entry, const GUID* interfaceClass) {
+static void LogArrival(DWORD slot, const DeviceArrival* entry, const GUID* interfaceClass) {
     if (!LogFile_Wants(4)) {
         return;
     }
@@ -18,8 +16,6 @@ void LogArrival(DWORD slot, const DeviceArrival* entry, const GUID* interfaceCla
     WriteLog(4, "DeviceArrivals[%u] DevInst=%u DevPath=%s  ArrivalTicker=%u  classguid=%s", slot, entry->DevInst,
              entry->DevPath, entry->ArrivalTicker, guidText);
 }
-
-} // namespace
 
 CDeviceArrivals::~CDeviceArrivals() {
     for (DeviceArrival* entry : Arrivals) {

@@ -6,8 +6,6 @@
 #include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
-namespace {
-
 // The list of all names: what it starts with, how it grows, and where a name space that still does not fit is given up.
 constexpr DWORD FirstNamesSize = 16384;
 constexpr DWORD NamesSizeStep = 4096;
@@ -21,10 +19,10 @@ static_assert(DeleteFlags == 10 && CreateFlags == 9);
 
 // The size that the last snapshot reached, so that the next one need not grow again. A single word without a lock: a
 // snapshot allocates by its own copy, and a lost update costs one more try.
-constinit DWORD s_namesSize = FirstNamesSize;
+static constinit DWORD s_namesSize = FirstNamesSize;
 
 // Reads the names into a new buffer of *sizeBytes bytes, the last of which is zero. Returns: the buffer, or null.
-char* ReadAllNames(DWORD* sizeBytes) {
+static char* ReadAllNames(DWORD* sizeBytes) {
     DWORD size = s_namesSize;
     OwnedArray<char> buffer;
     for (;;) {
@@ -43,6 +41,7 @@ char* ReadAllNames(DWORD* sizeBytes) {
     return buffer.Release();
 }
 
+namespace {
 // Texts one after another in one block. It grows by doubling, so that many texts take few blocks.
 class TextList {
 public:
@@ -64,10 +63,11 @@ private:
     size_t m_usedBytes = 0;
     size_t m_roomBytes = 0;
 };
+} // namespace
 
 // Whether the name is COM and a number. A port's name comes from the registry, where its driver may have written "C:"
 // or "PIPE": the machine must not lose those, nor get them from here.
-bool IsComName(const char* name) {
+static bool IsComName(const char* name) {
     constexpr char smallLetters[] = "com";
     constexpr BYTE caseBit = 0x20;
     for (const char* letter = smallLetters; *letter != 0; ++letter, ++name) {
@@ -83,7 +83,7 @@ bool IsComName(const char* name) {
 }
 
 // Refuses, with the last error and a line, what IsComName does not know.
-bool MayBeChanged(const char* name) {
+static bool MayBeChanged(const char* name) {
     if (IsComName(name)) {
         return true;
     }
@@ -91,8 +91,6 @@ bool MayBeChanged(const char* name) {
     SetLastError(ERROR_INVALID_NAME);
     return false;
 }
-
-} // namespace
 
 CDosDeviceNames::CDosDeviceNames(const char* filter) {
     DWORD size = 0;

@@ -15,8 +15,6 @@
 
 CUsbHubs* g_pUsbHubs;
 
-namespace {
-
 constexpr DWORD PresentInterfaces = DIGCF_PRESENT | DIGCF_DEVICEINTERFACE;
 
 // A hub that has only just started refuses questions about its ports for a moment.
@@ -27,7 +25,7 @@ constexpr int ChainTopShift = 56;
 constexpr char LocationStart[] = "Port_#0";
 constexpr int LocationNumberOffset = 6; // behind "Port_#"
 
-UsbHub* FindHub(const UsbHubList* list, DWORD devInst) {
+static UsbHub* FindHub(const UsbHubList* list, DWORD devInst) {
     for (LONG i = 0; i < list->Count; ++i) {
         if (list->Hubs[i]->DevInst == devInst) {
             return list->Hubs[i];
@@ -36,11 +34,11 @@ UsbHub* FindHub(const UsbHubList* list, DWORD devInst) {
     return nullptr;
 }
 
-ULONGLONG TopByte(LONG portNumber) {
+static ULONGLONG TopByte(LONG portNumber) {
     return static_cast<ULONGLONG>(portNumber & 0xFF) << ChainTopShift;
 }
 
-void FreeList(UsbHubList* list) {
+static void FreeList(UsbHubList* list) {
     for (LONG i = 0; i < list->Count; ++i) {
         delete list->Hubs[i];
     }
@@ -48,7 +46,7 @@ void FreeList(UsbHubList* list) {
 }
 
 // Reads what stands about the hub in the device tree.
-UsbHub* MakeHub(LONG index, DWORD devInst, const char* path) {
+static UsbHub* MakeHub(LONG index, DWORD devInst, const char* path) {
     auto* const hub = new UsbHub{};
     hub->Index = index;
     hub->ParentIndex = NoHub;
@@ -69,7 +67,7 @@ UsbHub* MakeHub(LONG index, DWORD devInst, const char* path) {
 }
 
 // Returns: 0 when the device information set cannot be had.
-int ReadHubs(UsbHubList* list) {
+static int ReadHubs(UsbHubList* list) {
     const DeviceList devices(&InterfaceClass::UsbHub, PresentInterfaces);
     if (!devices.IsValid()) {
         WriteLog(2, "SetupDiGetClassDevs res=INVALID_HANDLE_VALUE -> abort");
@@ -94,7 +92,7 @@ int ReadHubs(UsbHubList* list) {
 }
 
 // Where to ask first: what the location text says, else the bus address. Both are only hints.
-LONG GetExpectedPort(DWORD devInst) {
+static LONG GetExpectedPort(DWORD devInst) {
     char location[64] = {};
     LONG expected = 0;
     if (ReadDeviceText(devInst, CM_DRP_LOCATION_INFORMATION, location)) {
@@ -114,7 +112,7 @@ LONG GetExpectedPort(DWORD devInst) {
 }
 
 // Does the hub report this driver key at the port? error: why it could not say, else 0.
-bool HasDriverKey(HANDLE hub, DWORD port, const char* driverKey, DWORD* error) {
+static bool HasDriverKey(HANDLE hub, DWORD port, const char* driverKey, DWORD* error) {
     char reported[HubDriverKeySize];
     *error = 0;
     if (!UsbGetConnectionDriverKey(hub, port, reported, error)) {
@@ -125,7 +123,7 @@ bool HasDriverKey(HANDLE hub, DWORD port, const char* driverKey, DWORD* error) {
 }
 
 // Asks the open hub. Returns: the port with this driver key, 0 if there is none.
-DWORD SearchPort(HANDLE hub, UsbHub* record, LONG expectedPort, const char* driverKey) {
+static DWORD SearchPort(HANDLE hub, UsbHub* record, LONG expectedPort, const char* driverKey) {
     if (record->PortCount == 0) {
         record->PortCount = UsbGetHubPortCount(hub);
     }
@@ -151,7 +149,7 @@ DWORD SearchPort(HANDLE hub, UsbHub* record, LONG expectedPort, const char* driv
     return 0;
 }
 
-DWORD GetTruePort(const UsbHubList* list, DWORD devInst, LONG expectedPort) {
+static DWORD GetTruePort(const UsbHubList* list, DWORD devInst, LONG expectedPort) {
     WriteLog(3, "UsbGetTruePortNumber(%u, %i)...", devInst, expectedPort);
     char driverKey[64 + 1] = {};
     ULONG keyBytes = sizeof(driverKey) - 1;
@@ -185,7 +183,7 @@ DWORD GetTruePort(const UsbHubList* list, DWORD devInst, LONG expectedPort) {
     return SearchPort(hub.Get(), record, expectedPort, driverKey);
 }
 
-DWORD GetPort(const UsbHubList* list, DWORD devInst) {
+static DWORD GetPort(const UsbHubList* list, DWORD devInst) {
     WriteLog(4, "CUsbHubs::GetUsbPortNumber(%u)...", devInst);
     const DWORD port = GetTruePort(list, devInst, GetExpectedPort(devInst));
     WriteLog(4, "TruePortNumber=%u", port);
@@ -193,7 +191,7 @@ DWORD GetPort(const UsbHubList* list, DWORD devInst) {
 }
 
 // Needs the whole list: a hub's port number is told by the hub above it.
-void ReadPortNumbers(const UsbHubList* list) {
+static void ReadPortNumbers(const UsbHubList* list) {
     for (LONG i = 0; i < list->Count; ++i) {
         UsbHub* const hub = list->Hubs[i];
         if (hub->szHostControllerId[0] != 0) {
@@ -207,7 +205,7 @@ void ReadPortNumbers(const UsbHubList* list) {
     }
 }
 
-LONG FindParentIndex(const UsbHubList* list, LONG index) {
+static LONG FindParentIndex(const UsbHubList* list, LONG index) {
     for (LONG i = 0; i < list->Count; ++i) {
         if (i != index && list->Hubs[i]->DevInst == list->Hubs[index]->ParentDevInst) {
             return i;
@@ -215,8 +213,6 @@ LONG FindParentIndex(const UsbHubList* list, LONG index) {
     }
     return NoHub;
 }
-
-} // namespace
 
 CUsbHubs::CUsbHubs() : m_current(new UsbHubList{}) {
     m_current->Holders = 1;

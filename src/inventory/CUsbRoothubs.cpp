@@ -12,16 +12,12 @@
 
 CUsbRoothubs* g_pUsbRoothubs;
 
-namespace {
-
 constexpr DWORD PresentInterfaces = DIGCF_PRESENT | DIGCF_DEVICEINTERFACE;
 static_assert(PresentInterfaces == 18);
 
-bool Contains(const char* text, const char* part) {
+static bool Contains(const char* text, const char* part) {
     return StrStrIA(text, part) != nullptr;
 }
-
-} // namespace
 
 CUsbRoothubs::CUsbRoothubs() {
     InitializeCriticalSection(&CS_lists);

@@ -2,14 +2,10 @@
 
 #include "support/LogFile.h"
 
-namespace {
-
 constexpr DWORD InstallWaitMs = 5000;
 
 // The installers of other vendors check the size.
 static_assert(sizeof(SP_PROPCHANGE_PARAMS) == 20);
-
-} // namespace
 
 void WaitForPendingInstalls(const char* announcement) {
     WriteLog(1, "%s", announcement);

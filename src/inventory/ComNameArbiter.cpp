@@ -9,8 +9,6 @@
 #include "support/ScopeGuard.h"
 #include "support/StringTools.h"
 
-namespace {
-
 constexpr char ArbiterKey[] = "SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
 constexpr char ComDbValue[] = "ComDB";
 constexpr char NotFound[] = "ComDB reg value not found";
@@ -24,8 +22,9 @@ constexpr DWORD NamesSizeStep = 1024;
 constexpr DWORD NamesSizeLimit = 0x100000;
 
 // The size reached stands for the next call. A single word without a lock: each call allocates by its own copy.
-constinit DWORD s_namesSize = FirstNamesSize;
+static constinit DWORD s_namesSize = FirstNamesSize;
 
+namespace {
 // One reading of the database: the bytes, and how many numbers they hold.
 struct ComDb {
     DWORD SizeBytes = 0;
@@ -36,8 +35,9 @@ struct ComDb {
     // The highest number that is cleared, tested and given out; the last bit never is.
     DWORD BitsBelowLast() const { return SizeBytes != 0 ? Bits() - 1 : 0; }
 };
+} // namespace
 
-int WriteComDb(const BYTE* bytes, DWORD sizeBytes) {
+static int WriteComDb(const BYTE* bytes, DWORD sizeBytes) {
     const int res = RegWriteBinary(HKEY_LOCAL_MACHINE, ArbiterKey, ComDbValue, bytes, sizeBytes);
     WriteLog(3, " set ComDB=%s  res=%u", BytesToHex(bytes, sizeBytes), static_cast<DWORD>(res));
     return res;
@@ -45,7 +45,7 @@ int WriteComDb(const BYTE* bytes, DWORD sizeBytes) {
 
 // The common road of the two changes of one bit.
 template<typename ChangeBit>
-int ChangeComDb(ChangeBit changeBit) {
+static int ChangeComDb(ChangeBit changeBit) {
     ComDb db;
     if (!db.Bytes) {
         WriteLog(1, " %s", NotFound);
@@ -62,7 +62,7 @@ int ChangeComDb(ChangeBit changeBit) {
 }
 
 // Reads all DOS names into a new buffer whose last byte is zero. Returns: the buffer and its size, or null.
-char* ReadAllNames(DWORD* sizeBytes) {
+static char* ReadAllNames(DWORD* sizeBytes) {
     DWORD size = s_namesSize;
     OwnedArray<char> buffer(size);
     while (QueryDosDeviceA(nullptr, buffer.Get(), size - 1) == 0) {
@@ -77,18 +77,18 @@ char* ReadAllNames(DWORD* sizeBytes) {
     return buffer.Release();
 }
 
-bool IsComName(const char* name) {
+static bool IsComName(const char* name) {
     return name[0] == 'C' && name[1] == 'O' && name[2] == 'M' && name[3] >= '0' && name[3] <= '9';
 }
 
-void FillBytes(BYTE* bytes, DWORD sizeBytes, BYTE value) {
+static void FillBytes(BYTE* bytes, DWORD sizeBytes, BYTE value) {
     for (DWORD i = 0; i < sizeBytes; ++i) {
         bytes[i] = value;
     }
 }
 
 // Sets the bits of the live COM names in the bitmap, all others are zero. Returns: false if the names cannot be had.
-bool QueryLiveNames(BYTE* bitmap, DWORD sizeBytes, DWORD* count) {
+static bool QueryLiveNames(BYTE* bitmap, DWORD sizeBytes, DWORD* count) {
     WriteLog(3, "query dos device names...");
     FillBytes(bitmap, sizeBytes, 0);
     DWORD namesSize = 0;
@@ -108,7 +108,7 @@ bool QueryLiveNames(BYTE* bitmap, DWORD sizeBytes, DWORD* count) {
     return true;
 }
 
-bool HasUsedNumber(const CComPorts* ports, LONG number) {
+static bool HasUsedNumber(const CComPorts* ports, LONG number) {
     for (LONG i = 0; i < ports->PortCount; ++i) {
         const CComPort* const port = ports->Ports[i];
         if (port != nullptr && port->IsUsed && port->IsPresent && port->PortNumber == number) {
@@ -117,8 +117,6 @@ bool HasUsedNumber(const CComPorts* ports, LONG number) {
     }
     return false;
 }
-
-} // namespace
 
 BYTE* ReadComDb(DWORD* sizeBytes) {
     DWORD size = 0;

@@ -10,27 +10,27 @@
 #include "support/Handles.h"
 #include "support/LogFile.h"
 
-namespace {
-
 constexpr DWORD OpenTimeoutMs = 500;
 
 // ERROR_NO_SUCH_DEVICE, which older headers lack: a driver's answer for a device that has left.
 constexpr DWORD NoSuchDevice = 433;
 
+namespace {
 // What a record claims, and what is true of it at this moment.
 struct LiveState {
     DWORD Problem;
     int DosNameExists;
     char KernelName[DosTargetSize];
 };
+} // namespace
 
-void ReadLiveState(const CComPort* port, LiveState* live) {
+static void ReadLiveState(const CComPort* port, LiveState* live) {
     // The node of a virtual record is a number of our own, which the configuration manager must never see.
     live->Problem = IsRealDevInst(port->DevInst) ? GetProblem(port->DevInst) : 0;
     live->DosNameExists = QueryDosName(port->szRegPortName, live->KernelName);
 }
 
-void LogRecord(int index, const CComPort* port, const LiveState* live) {
+static void LogRecord(int index, const CComPort* port, const LiveState* live) {
     WriteLog(3,
              " P[%i] used=%u present=%u portreg=%-6s port=%-6s dev=%u id=%s dp='%s' kndp='%s', kncom='%s' svc=%s "
              "parsvc=%s problive=%u ddnpresent=%u knlive='%s'",
@@ -39,14 +39,12 @@ void LogRecord(int index, const CComPort* port, const LiveState* live) {
              live->Problem, static_cast<DWORD>(live->DosNameExists), live->KernelName);
 }
 
-void SetAbsent(CComPort* port, DWORD problem) {
+static void SetAbsent(CComPort* port, DWORD problem) {
     port->Problem = problem;
     port->IsPresent = 0;
     port->szPortName[0] = 0;
     port->szKernelNameCom[0] = 0;
 }
-
-} // namespace
 
 int IsComPortNameAvailable(const char* name) {
     WriteLog(1, "IsComPortNameAvailable(%s)...", name);

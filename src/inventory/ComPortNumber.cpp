@@ -8,8 +8,6 @@
 #include "support/RegistryTools.h"
 #include "support/StringTools.h"
 
-namespace {
-
 // Longest friendly name and port name, in characters.
 constexpr DWORD NameLimit = 128;
 constexpr char FriendlyNameValue[] = "FriendlyName";
@@ -20,18 +18,20 @@ constexpr char DeviceMapKey[] = "HARDWARE\\DEVICEMAP\\SERIALCOMM";
 constexpr const char* PortNameValues[] = {"PortName", "DosDeviceName"};
 static_assert(sizeof(PortNameValues) / sizeof(PortNameValues[0]) == 2);
 
+namespace {
 // A friendly name on its way to a new COM name. One place more than the limit, so that a text of exactly the limit is
 // still ended by a zero.
 struct FriendlyNameText {
     char Text[NameLimit + 1] = {};
     char ComName[NameLimit] = {}; // the COM name that the text really shows
 };
+} // namespace
 
-bool ReadFriendlyName(const char* regEnumPath, FriendlyNameText* name) {
+static bool ReadFriendlyName(const char* regEnumPath, FriendlyNameText* name) {
     return RegReadString(HKEY_LOCAL_MACHINE, regEnumPath, FriendlyNameValue, name->Text, NameLimit, 0) != 0;
 }
 
-bool FindComName(FriendlyNameText* name) {
+static bool FindComName(FriendlyNameText* name) {
     const char* const comName = FindComInFriendlyName(name->Text);
     if (comName == nullptr) {
         return false;
@@ -41,7 +41,7 @@ bool FindComName(FriendlyNameText* name) {
 }
 
 // Puts the new COM name in the place of the shown one. Returns: true if the text has changed.
-bool RenameInFriendlyName(FriendlyNameText* name, const char* newComName) {
+static bool RenameInFriendlyName(FriendlyNameText* name, const char* newComName) {
     if (!ReplaceString(name->Text, name->ComName, newComName, NameLimit)) {
         return false;
     }
@@ -49,24 +49,24 @@ bool RenameInFriendlyName(FriendlyNameText* name, const char* newComName) {
     return true;
 }
 
-int WriteText(const char* key, const char* valueName, const char* text) {
+static int WriteText(const char* key, const char* valueName, const char* text) {
     return RegWriteString(HKEY_LOCAL_MACHINE, key, valueName, text);
 }
 
-void WriteTextLogged(const char* key, const char* valueName, const char* text) {
+static void WriteTextLogged(const char* key, const char* valueName, const char* text) {
     const int res = WriteText(key, valueName, text);
     const DWORD error = GetLastError();
     WriteLog(2, " set %s=%u", res ? "res" : "err", res ? 1 : error);
 }
 
-void ChangeFriendlyName(const char* regEnumPath, const char* newName) {
+static void ChangeFriendlyName(const char* regEnumPath, const char* newName) {
     FriendlyNameText name;
     if (ReadFriendlyName(regEnumPath, &name) && FindComName(&name) && RenameInFriendlyName(&name, newName)) {
         WriteTextLogged(regEnumPath, FriendlyNameValue, name.Text);
     }
 }
 
-void ChangePortName(const char* parametersKey, const char* valueName, const char* newName) {
+static void ChangePortName(const char* parametersKey, const char* valueName, const char* newName) {
     char present[NameLimit] = {};
     if (!RegReadString(HKEY_LOCAL_MACHINE, parametersKey, valueName, present, sizeof(present), 0)) {
         return;
@@ -76,7 +76,7 @@ void ChangePortName(const char* parametersKey, const char* valueName, const char
     WriteTextLogged(parametersKey, valueName, newName);
 }
 
-void ChangeDeviceMap(const char* kernelNameCom, const char* newName) {
+static void ChangeDeviceMap(const char* kernelNameCom, const char* newName) {
     char present[NameLimit] = {};
     if (*kernelNameCom == 0 ||
         !RegReadString(HKEY_LOCAL_MACHINE, DeviceMapKey, kernelNameCom, present, sizeof(present), 0)) {
@@ -86,8 +86,6 @@ void ChangeDeviceMap(const char* kernelNameCom, const char* newName) {
     WriteLog(2, "new value for %s is %s", kernelNameCom, newName);
     WriteTextLogged(DeviceMapKey, kernelNameCom, newName);
 }
-
-} // namespace
 
 int ChangeRegistryComPortNumber(const char* oldName, const char* newName, const char* regEnumPath,
                                 const char* regClassPath, const char* kernelNameCom) {

@@ -4,18 +4,16 @@
 #include "support/Handles.h"
 #include "support/LogFile.h"
 
-namespace {
-
 constexpr DWORD CyclePortRequest = 0x220444; // IOCTL_USB_HUB_CYCLE_PORT
 
+namespace {
 // USB_CYCLE_PORT_PARAMS, in and out.
 struct CyclePortRecord {
     DWORD ConnectionIndex;
     DWORD StatusReturned;
 };
-static_assert(sizeof(CyclePortRecord) == 8);
-
 } // namespace
+static_assert(sizeof(CyclePortRecord) == 8);
 
 int CycleUsbPort(const char* hubPath, DWORD hubPortNumber) {
     if (hubPath == nullptr || *hubPath == 0) {

@@ -2,13 +2,9 @@
 
 #include "support/BoundedText.h"
 
-namespace {
-
 constexpr DWORD DetailSize = 260;
 constexpr DWORD DetailPathOffset = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath);
 static_assert(DetailPathOffset == 4);
-
-} // namespace
 
 DeviceList::DeviceList(const GUID* interfaceClass, DWORD flags)
     : m_list(SetupDiGetClassDevsA(interfaceClass, /*Enumerator=*/nullptr, /*hwndParent=*/nullptr, flags)) {

@@ -6,8 +6,6 @@
 #include "support/LogFile.h"
 #include "support/StringTools.h"
 
-namespace {
-
 // More than any driver names an interface; a size beyond it comes from a broken provider.
 constexpr DWORD MaxDetailBytes = 0x10000;
 
@@ -16,7 +14,7 @@ constexpr DWORD UsualDetailBytes = 260;
 constexpr DWORD BehindDetailBytes = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
 
 // A path too long for the fixed block is passed over: one known path is searched.
-DWORD FindInterfaceNode(const DeviceList& list, const char* devicePath, const GUID& interfaceClass) {
+static DWORD FindInterfaceNode(const DeviceList& list, const char* devicePath, const GUID& interfaceClass) {
     SP_DEVICE_INTERFACE_DATA interfaceData = {};
     for (DWORD index = 0; list.GetInterface(interfaceClass, index, &interfaceData); ++index) {
         char path[260];
@@ -27,8 +25,6 @@ DWORD FindInterfaceNode(const DeviceList& list, const char* devicePath, const GU
     }
     return 0;
 }
-
-} // namespace
 
 const char* SkipPathPrefix(const char* devicePath) {
     if (devicePath == nullptr) {

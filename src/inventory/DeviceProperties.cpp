@@ -7,8 +7,6 @@
 #include "support/RegistryTools.h"
 #include "support/TimeTools.h"
 
-namespace {
-
 // The longest text property that anybody asks for: a list of hardware ids.
 constexpr size_t MaxPropertyChars = 1024;
 
@@ -23,11 +21,9 @@ constexpr size_t LocationPathsChars = LocationPathsBytes / sizeof(WCHAR);
 // Most bytes that one wide character takes in any system code page.
 constexpr size_t MaxAnsiPerWide = 3;
 
-bool IsTextType(ULONG type) {
+static bool IsTextType(ULONG type) {
     return type == REG_SZ || type == REG_MULTI_SZ || type == REG_EXPAND_SZ;
 }
-
-} // namespace
 
 bool ReadDeviceText(DWORD devInst, ULONG property, char* text, size_t sizeChars) {
     char buffer[MaxPropertyChars + 1] = {}; // one more than is asked for, so that the text always ends

@@ -9,8 +9,6 @@
 #include "support/ScopeGuard.h"
 #include "support/ThreadTools.h"
 
-namespace {
-
 constexpr DWORD WillBeRemoved = 21;
 constexpr DWORD DeviceNotThere = 24;
 constexpr DWORD VetoNameSize = 260; // characters
@@ -18,14 +16,16 @@ constexpr DWORD DelayStepMs = 1000;
 
 static_assert(sizeof(SP_REMOVEDEVICE_PARAMS) == 16);
 
+namespace {
 // What a delayed uninstall works on; its thread owns it.
 struct DelayedUninstall {
     DWORD DevInst;
     DWORD DelayMs;
 };
+} // namespace
 
 // A node that cannot be asked any more has the problem number of a phantom, here as everywhere.
-CONFIGRET ReadProblem(DWORD devInst, ULONG* status, ULONG* problem) {
+static CONFIGRET ReadProblem(DWORD devInst, ULONG* status, ULONG* problem) {
     *status = 0;
     *problem = 0;
     const CONFIGRET cret = CM_Get_DevNode_Status(status, problem, devInst, /*flags=*/0);
@@ -35,7 +35,7 @@ CONFIGRET ReadProblem(DWORD devInst, ULONG* status, ULONG* problem) {
     return cret;
 }
 
-CONFIGRET RemoveSubTree(DWORD devInst, LONG level) {
+static CONFIGRET RemoveSubTree(DWORD devInst, LONG level) {
     PNP_VETO_TYPE vetoType = PNP_VetoTypeUnknown;
     WCHAR vetoName[VetoNameSize] = {};
     const CONFIGRET cret =
@@ -45,7 +45,7 @@ CONFIGRET RemoveSubTree(DWORD devInst, LONG level) {
     return cret;
 }
 
-void RequestEject(DWORD devInst) {
+static void RequestEject(DWORD devInst) {
     WriteLog(3, "CM_Request_Device_Eject(%u)...", devInst);
     PNP_VETO_TYPE vetoType = PNP_VetoTypeUnknown;
     WCHAR vetoName[VetoNameSize] = {};
@@ -54,7 +54,7 @@ void RequestEject(DWORD devInst) {
              VetoTypeName(static_cast<DWORD>(vetoType)));
 }
 
-int RemoveDevice(HDEVINFO list, SP_DEVINFO_DATA* device) {
+static int RemoveDevice(HDEVINFO list, SP_DEVINFO_DATA* device) {
     SP_REMOVEDEVICE_PARAMS params = {};
     params.ClassInstallHeader.cbSize = sizeof(params.ClassInstallHeader);
     params.ClassInstallHeader.InstallFunction = DIF_REMOVE;
@@ -68,7 +68,7 @@ int RemoveDevice(HDEVINFO list, SP_DEVINFO_DATA* device) {
 }
 
 // Returns: false when the service is to stop before the delay is over.
-bool WaitDelay(DWORD delayMs) {
+static bool WaitDelay(DWORD delayMs) {
     const DWORD startTicks = GetTickCount();
     while (GetTickCount() - startTicks < delayMs) {
         Sleep(DelayStepMs);
@@ -79,7 +79,7 @@ bool WaitDelay(DWORD delayMs) {
     return true;
 }
 
-void UninstallAfterDelay(const DelayedUninstall* request) {
+static void UninstallAfterDelay(const DelayedUninstall* request) {
     if (!WaitDelay(request->DelayMs)) {
         return;
     }
@@ -95,8 +95,6 @@ void UninstallAfterDelay(const DelayedUninstall* request) {
         (void)UninstallDeviceByDevInst(devInst);
     }
 }
-
-} // namespace
 
 int SafelyRemove(DWORD devInst) {
     WriteLog(3, "SafelyRemove(%u)", devInst);

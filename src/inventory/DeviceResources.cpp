@@ -1,24 +1,24 @@
 #include "inventory/DeviceResources.h"
 
-namespace {
-
 // A driver's list has a handful of descriptors of a few dozen bytes; what is beyond comes from a broken list.
 constexpr int MaxDescriptors = 256;
 constexpr ULONG MaxDescriptorBytes = 1024;
 
+namespace {
 union DescriptorData {
     IO_DES io;
     IRQ_DES irq;
     BYTE bytes[MaxDescriptorBytes];
 };
+} // namespace
 
-bool OpenConfiguration(DWORD devInst, LOG_CONF* configuration) {
+static bool OpenConfiguration(DWORD devInst, LOG_CONF* configuration) {
     return CM_Get_First_Log_Conf(configuration, devInst, ALLOC_LOG_CONF) == CR_SUCCESS ||
            CM_Get_First_Log_Conf(configuration, devInst, BOOT_LOG_CONF) == CR_SUCCESS;
 }
 
 // The first descriptor of this type in the device's configuration; the caller frees it.
-bool OpenFirstDescriptor(DWORD devInst, RESOURCEID type, RES_DES* descriptor) {
+static bool OpenFirstDescriptor(DWORD devInst, RESOURCEID type, RES_DES* descriptor) {
     LOG_CONF configuration = 0;
     if (!OpenConfiguration(devInst, &configuration)) {
         return false;
@@ -28,7 +28,7 @@ bool OpenFirstDescriptor(DWORD devInst, RESOURCEID type, RES_DES* descriptor) {
     return result == CR_SUCCESS;
 }
 
-bool ReadDescriptor(RES_DES descriptor, ULONG neededBytes, DescriptorData* data) {
+static bool ReadDescriptor(RES_DES descriptor, ULONG neededBytes, DescriptorData* data) {
     ULONG sizeBytes = 0;
     if (CM_Get_Res_Des_Data_Size(&sizeBytes, descriptor, 0) != CR_SUCCESS || sizeBytes < neededBytes ||
         sizeBytes > sizeof(data->bytes)) {
@@ -38,7 +38,7 @@ bool ReadDescriptor(RES_DES descriptor, ULONG neededBytes, DescriptorData* data)
 }
 
 // Takes the value of every descriptor of the type, so the last one counts. False if there is none.
-bool ReadResource(DWORD devInst, RESOURCEID type, DWORD* value) {
+static bool ReadResource(DWORD devInst, RESOURCEID type, DWORD* value) {
     RES_DES descriptor = 0;
     if (!OpenFirstDescriptor(devInst, type, &descriptor)) {
         return false;
@@ -60,8 +60,6 @@ bool ReadResource(DWORD devInst, RESOURCEID type, DWORD* value) {
     CM_Free_Res_Des_Handle(descriptor);
     return true;
 }
-
-} // namespace
 
 bool GetDeviceResources(DWORD devInst, DWORD* irq, DWORD* ioPort) {
     *irq = 0;

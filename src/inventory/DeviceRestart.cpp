@@ -12,8 +12,6 @@
 #include "support/LogFile.h"
 #include "support/OsVersion.h"
 
-namespace {
-
 constexpr char WaitAnnouncement[] = "CM_WaitNoPendingInstallEvents(5000)...";
 constexpr char BareWaitAnnouncement[] = "CM_WaitNoPendingInstallEvents()";
 
@@ -27,7 +25,7 @@ constexpr int MinPathLength = 5;
 // The search that both restarts of a port share: hands each COM port interface with the port's path to `restart`, until
 // that gives true. A port that offers only the modem interface is not met.
 template<typename Restart>
-int RestartByInterface(const CComPort* port, Restart restart) {
+static int RestartByInterface(const CComPort* port, Restart restart) {
     const DeviceList list(&InterfaceClass::ComPort, DIGCF_DEVICEINTERFACE);
     if (!list.IsValid()) {
         WriteLog(1, "SetupDiClassDevs() failed  err=%u", GetLastError());
@@ -48,7 +46,7 @@ int RestartByInterface(const CComPort* port, Restart restart) {
 }
 
 // A property change, each of its two calls told in the log.
-bool ChangePropertyLogged(HDEVINFO list, SP_DEVINFO_DATA* device) {
+static bool ChangePropertyLogged(HDEVINFO list, SP_DEVINFO_DATA* device) {
     WriteLog(1, "SetupDiSetClassInstallParams(DIF_PROPERTYCHANGE)...");
     const int paramsSet = SetStateChange(list, device, DICS_PROPCHANGE);
     WriteLog(1, " res=%u", static_cast<DWORD>(paramsSet));
@@ -64,7 +62,7 @@ bool ChangePropertyLogged(HDEVINFO list, SP_DEVINFO_DATA* device) {
     return changed != 0;
 }
 
-void TakeRegNameInForce(CComPort* port) {
+static void TakeRegNameInForce(CComPort* port) {
     CopyText(port->szPortName, port->szRegPortName);
     const char* const name = port->szPortName;
     const bool isComName = name[0] == 'C' && name[1] == 'O' && name[2] == 'M';
@@ -73,7 +71,7 @@ void TakeRegNameInForce(CComPort* port) {
 }
 
 // Starts the device through the configuration manager. The last of the three set-ups is the one that counts.
-int RestartBySetup(DWORD devInst) {
+static int RestartBySetup(DWORD devInst) {
     constexpr ULONG Setups[] = {CM_SETUP_DEVNODE_READY, CM_SETUP_DEVNODE_RESET, CM_SETUP_PROP_CHANGE};
     CONFIGRET cret = CR_SUCCESS;
     for (const ULONG setup : Setups) {
@@ -87,8 +85,6 @@ int RestartBySetup(DWORD devInst) {
     WriteLog(1, "CM_Setup_DevNode cret=%s", ConfigRetName(cret));
     return cret == CR_SUCCESS;
 }
-
-} // namespace
 
 int PerformComPortPropertyChange(CComPort* port) {
     WriteLog(1, "PerformComPortPropertyChange(%u)", port->DevInst);

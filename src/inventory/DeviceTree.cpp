@@ -4,33 +4,29 @@
 #include "support/BoundedText.h"
 #include "support/StringTools.h"
 
-namespace {
-
 // Real trees have some twenty levels. A walk ends here at the latest, also when a node is its own ancestor.
 constexpr int MaxLevels = 64;
 // A bus has at most some hundred devices.
 constexpr int MaxSiblings = 4096;
 
 // The text of an id before its first backslash: "USB", "PCI", "FTDIBUS".
-void CopyEnumerator(const char* deviceId, char (&enumerator)[260]) {
+static void CopyEnumerator(const char* deviceId, char (&enumerator)[260]) {
     CopyText(enumerator, deviceId);
     CutAtChar(enumerator, '\\');
 }
 
-bool IsMotherboardPort(const CComPort* port) {
+static bool IsMotherboardPort(const CComPort* port) {
     return StrStrIA(port->DeviceID, "ACPI\\PNP0501") != nullptr ||
            StrStrIA(port->DeviceID, "ROOT\\*PNP0501\\") != nullptr;
 }
 
-bool BeginsGroup(DWORD ancestor) {
+static bool BeginsGroup(DWORD ancestor) {
     if (IsUsbHubDevice(ancestor)) {
         return true;
     }
     char id[260] = {};
     return ReadDeviceId(ancestor, id) && (StartsWithNoCase(id, "PCI") || StartsWithNoCase(id, "ROOT"));
 }
-
-} // namespace
 
 DWORD GetParentDevInst(DWORD devInst) {
     DEVINST parent = 0;

@@ -2,21 +2,19 @@
 
 #include "support/BoundedText.h"
 
-namespace {
-
 constexpr char BracketedCom[] = "(COM";
 constexpr char Com[] = "COM";
 constexpr int ComLength = sizeof(Com) - 1;
 
-bool IsDigit(char c) {
+static bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-bool IsBlank(char c) {
+static bool IsBlank(char c) {
     return c == ' ' || c == '\t';
 }
 
-void TrimBlanks(char* text, size_t length) {
+static void TrimBlanks(char* text, size_t length) {
     while (length > 0 && IsBlank(text[length - 1])) {
         text[--length] = '\0';
     }
@@ -29,13 +27,11 @@ void TrimBlanks(char* text, size_t length) {
     }
 }
 
-void CutAndTrim(char* text, const char* end) {
+static void CutAndTrim(char* text, const char* end) {
     const size_t length = static_cast<size_t>(end - text);
     text[length] = '\0';
     TrimBlanks(text, length);
 }
-
-} // namespace
 
 void StripComFromFriendlyName(char* text) {
     const char* bracket = StrStrA(text, BracketedCom);

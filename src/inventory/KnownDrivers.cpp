@@ -3,13 +3,13 @@
 #include "support/BoundedText.h"
 
 namespace {
-
 struct KnownDriver {
     WORD VendorId; // USB vendor id, 0 for none
     const char* ParentService;
     const char* Service;
     const char* KernelPart; // null ends the table
 };
+} // namespace
 
 constexpr KnownDriver KnownDriverTable[] = {
     // clang-format off
@@ -45,7 +45,7 @@ constexpr KnownDriver KnownDriverTable[] = {
 };
 static_assert(sizeof(KnownDriverTable) / sizeof(KnownDriverTable[0]) == 27 + 1);
 
-bool IsVendorInId(WORD vendorId, const char* deviceId) {
+static bool IsVendorInId(WORD vendorId, const char* deviceId) {
     if (vendorId == 0) {
         return false;
     }
@@ -54,11 +54,9 @@ bool IsVendorInId(WORD vendorId, const char* deviceId) {
     return StrStrIA(deviceId, vendorText) != nullptr;
 }
 
-bool IsNamed(const char* rowText, const char* text) {
+static bool IsNamed(const char* rowText, const char* text) {
     return rowText != nullptr && lstrcmpA(rowText, text) == 0;
 }
-
-} // namespace
 
 bool KernelNameFitsDriver(const char* kernelName, const char* deviceId, const char* service,
                           const char* parentService) {

@@ -8,8 +8,6 @@
 #include "support/LogFile.h"
 #include "support/StringTools.h"
 
-namespace {
-
 constexpr LONG OverdueMs = 5000;
 constexpr DWORD OwnRestartMs = 5000;
 
@@ -19,13 +17,13 @@ constexpr DWORD RestartPutOff = 1;
 constexpr DWORD RestartBegun = 2;
 
 // A port that shared its name at the start has none in force.
-bool IsLinkOf(const CComPort* port, const char* portName, const char* target) {
+static bool IsLinkOf(const CComPort* port, const char* portName, const char* target) {
     return port->IsUsed && port->IsPresent && IsRealDevInst(port->DevInst) && !port->HasCopiedName &&
            IsSameNoCase(port->szPortName, portName) && lstrcmpA(port->szKernelNameCom, target) == 0;
 }
 
 // The present port other than `port` to which the link of the name leads, or null.
-const CComPort* FindLinkOwner(const CComPort* port, const char* portName, const char* target) {
+static const CComPort* FindLinkOwner(const CComPort* port, const char* portName, const char* target) {
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         const CComPort* other = g_pComPorts->Ports[i];
         // A record whose port was pulled out unnoticed has lost its device to whoever has the kernel name now.
@@ -39,7 +37,7 @@ const CComPort* FindLinkOwner(const CComPort* port, const char* portName, const 
 
 // Is there a present port of this registry name to which the target belongs? What leads to the device of a port of
 // another name is that one's second name, whatever the driver.
-bool HasOwner(const char* portName, const char* target) {
+static bool HasOwner(const char* portName, const char* target) {
     bool hasOwner = false;
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         const CComPort* port = g_pComPorts->Ports[i];
@@ -54,8 +52,6 @@ bool HasOwner(const char* portName, const char* target) {
     }
     return hasOwner;
 }
-
-} // namespace
 
 bool IsKernelNameOf(const CComPort* port, const char* kernelName) {
     if (kernelName[0] == '\0') {

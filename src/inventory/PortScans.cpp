@@ -15,8 +15,6 @@
 #include "support/LogFile.h"
 #include "support/ScopeGuard.h"
 
-namespace {
-
 constexpr DWORD RestartingMs = 2000; // an absent port stays in its group for so long after its restart
 constexpr DWORD OpenPortMs = 500;
 constexpr DWORD UninstallDelayMs = 5000;
@@ -24,6 +22,7 @@ constexpr DWORD UninstallDelayMs = 5000;
 constexpr int ShortestIdPart = 10;      // shorter common parts of two ids say nothing
 constexpr int FunctionNumberLength = 3; // "_00": the function of a composite device, before the last backslash
 
+namespace {
 // Records of the table in chains by a key, each chain in table order. A scan of all pairs looks only at those that can
 // be a pair, and meets them in the order in which it would meet them in the table.
 class RecordChains {
@@ -62,8 +61,9 @@ private:
     OwnedArray<LONG> m_next;
     OwnedArray<DWORD> m_keys;
 };
+} // namespace
 
-DWORD HashOfText(const char* text) {
+static DWORD HashOfText(const char* text) {
     DWORD hash = 2166136261u;
     for (; *text != '\0'; ++text) {
         hash = (hash ^ static_cast<BYTE>(*text)) * 16777619u;
@@ -71,22 +71,22 @@ DWORD HashOfText(const char* text) {
     return hash;
 }
 
-bool ClaimsName(const CComPort* port) {
+static bool ClaimsName(const CComPort* port) {
     return port != nullptr && port->IsUsed && port->IsPresent && port->szRegPortName[0] != '\0';
 }
 
-void MarkWithoutName(CComPort* port) {
+static void MarkWithoutName(CComPort* port) {
     port->MarkedForRestart = 1;
     port->szPortName[0] = '\0';
     port->PortNumber = 0;
 }
 
-void MarkLoser(CComPort* port) {
+static void MarkLoser(CComPort* port) {
     MarkWithoutName(port);
     port->szKernelNameCom[0] = '\0';
 }
 
-void SettleName(CComPort* a, CComPort* b) {
+static void SettleName(CComPort* a, CComPort* b) {
     const bool aFit = IsKernelNameOf(a, a->szKernelNameCom);
     const bool bFit = IsKernelNameOf(b, b->szKernelNameCom);
     if (aFit == bFit) {
@@ -106,7 +106,7 @@ void SettleName(CComPort* a, CComPort* b) {
 }
 
 // A port that is just being restarted is absent for a moment and stays in its group.
-bool TakesPartInGroups(const CComPort* port, DWORD nowTick) {
+static bool TakesPartInGroups(const CComPort* port, DWORD nowTick) {
     if (port == nullptr || !port->IsUsed) {
         return false;
     }
@@ -114,11 +114,11 @@ bool TakesPartInGroups(const CComPort* port, DWORD nowTick) {
 }
 
 // length: at most that of a, so that an end of b within it is a difference.
-bool IsSameStart(const char* a, const char* b, int length) {
+static bool IsSameStart(const char* a, const char* b, int length) {
     return strncmp(a, b, static_cast<size_t>(length)) == 0;
 }
 
-int FindFirst(const char* text, char c) {
+static int FindFirst(const char* text, char c) {
     for (int i = 0; text[i] != '\0'; ++i) {
         if (text[i] == c) {
             return i;
@@ -127,7 +127,7 @@ int FindFirst(const char* text, char c) {
     return -1;
 }
 
-int FindLast(const char* text, char c) {
+static int FindLast(const char* text, char c) {
     int at = static_cast<int>(strlen(text)) - 1;
     while (at >= 0 && text[at] != c) {
         --at;
@@ -135,7 +135,7 @@ int FindLast(const char* text, char c) {
     return at;
 }
 
-void LogGroup(const CComPorts& table, const CComPort* port) {
+static void LogGroup(const CComPorts& table, const CComPort* port) {
     WriteLog(3, " Ports[%i] (%s): ", port->Index, port->szPortName);
     if (port->SameParentCount <= 1) {
         WriteLog(3, "  -");
@@ -148,7 +148,7 @@ void LogGroup(const CComPorts& table, const CComPort* port) {
 }
 
 // Fills one group. Members behind the last place of Same are left out: they find the port in their own group.
-void GroupPort(CComPorts* table, CComPort* port, const RecordChains& chains) {
+static void GroupPort(CComPorts* table, CComPort* port, const RecordChains& chains) {
     // Built aside: another scan may fill the same record just now, and neither may count on the other's entries.
     LONG same[MaxSame] = {port->Index};
     LONG count = 1;
@@ -173,7 +173,7 @@ void GroupPort(CComPorts* table, CComPort* port, const RecordChains& chains) {
     port->SameParentCount = count;
 }
 
-void DeleteNameLogged(const char* portName) {
+static void DeleteNameLogged(const char* portName) {
     if (DeleteDosName(portName)) {
         WriteLog(1, " DDN '%s' removed", portName);
     } else {
@@ -182,7 +182,7 @@ void DeleteNameLogged(const char* portName) {
 }
 
 // The link leads to a device that has gone.
-void HandleZombieName(CComPort* port) {
+static void HandleZombieName(CComPort* port) {
     WriteLog(2, " kernelname is the expected one");
     if (port->PortChangedByDdn) {
         // Nobody but this service knows of a name that it moved by hand, so nobody else will take it away.
@@ -197,7 +197,7 @@ void HandleZombieName(CComPort* port) {
     }
 }
 
-void CheckNameOfRemovedPort(CComPort* port) {
+static void CheckNameOfRemovedPort(CComPort* port) {
     char target[DosTargetSize];
     if (!QueryDosName(port->szRegPortName, target)) {
         WriteLog(1, "DosDeviceName(%s) is gone -> good", port->szRegPortName);
@@ -214,7 +214,7 @@ void CheckNameOfRemovedPort(CComPort* port) {
     HandleZombieName(port);
 }
 
-void SetAbsent(CComPort* port) {
+static void SetAbsent(CComPort* port) {
     WriteLog(1, " set Port[%i].IsPresent = false", port->Index);
     port->IsPresent = 0;
     port->szPortName[0] = '\0';
@@ -226,11 +226,11 @@ void SetAbsent(CComPort* port) {
     port->ChangePortTicker = 0;
 }
 
-bool IsOnUsb(const CComPort* port) {
+static bool IsOnUsb(const CComPort* port) {
     return port->BusTypeName != nullptr && lstrcmpA(port->BusTypeName, BusTypeNames[BusUsb]) == 0;
 }
 
-void UninstallAsConfigured(const CComPort* port) {
+static void UninstallAsConfigured(const CComPort* port) {
     if (g_pSettings == nullptr) {
         return;
     }
@@ -241,8 +241,6 @@ void UninstallAsConfigured(const CComPort* port) {
         UninstallDeviceByDevInstDelayed(port->ParentDevInst, UninstallDelayMs);
     }
 }
-
-} // namespace
 
 void CComPorts::ScanSamePorts() {
     RecordChains chains;

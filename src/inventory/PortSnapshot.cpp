@@ -13,8 +13,6 @@
 #include "support/RegistryTools.h"
 #include "support/ScopeGuard.h"
 
-namespace {
-
 constexpr size_t SetupTextChars = 256;
 constexpr size_t ListedIdChars = 200;
 constexpr int ShortestDevicePath = 4;
@@ -22,19 +20,21 @@ constexpr int ShortestDevicePath = 4;
 // What a device with a problem may be called to count as a port.
 constexpr const char* PortDescriptions[] = {"Serial", "UART", "rs232", "rs422", "rs485"};
 
+namespace {
 struct ListedDevice {
     char Id[ListedIdChars];
     char Service[SetupTextChars];
     char Class[SetupTextChars];
     char Description[SetupTextChars];
 };
+} // namespace
 
-bool ContainsNoCase(const char* text, const char* part) {
+static bool ContainsNoCase(const char* text, const char* part) {
     return StrStrIA(text, part) != nullptr;
 }
 
 // An unreadable or ill-typed property leaves the text empty.
-bool ReadSetupText(HDEVINFO list, SP_DEVINFO_DATA* device, DWORD property, char (&text)[SetupTextChars]) {
+static bool ReadSetupText(HDEVINFO list, SP_DEVINFO_DATA* device, DWORD property, char (&text)[SetupTextChars]) {
     char buffer[SetupTextChars + 1] = {};
     DWORD type = REG_NONE;
     text[0] = '\0';
@@ -47,7 +47,7 @@ bool ReadSetupText(HDEVINFO list, SP_DEVINFO_DATA* device, DWORD property, char 
     return true;
 }
 
-void ReadListedDevice(HDEVINFO list, SP_DEVINFO_DATA* device, ListedDevice* out) {
+static void ReadListedDevice(HDEVINFO list, SP_DEVINFO_DATA* device, ListedDevice* out) {
     ReadSetupText(list, device, SPDRP_SERVICE, out->Service);
     ReadSetupText(list, device, SPDRP_CLASS, out->Class);
     ReadSetupText(list, device, SPDRP_DEVICEDESC, out->Description);
@@ -55,7 +55,7 @@ void ReadListedDevice(HDEVINFO list, SP_DEVINFO_DATA* device, ListedDevice* out)
     ReadDeviceId(device->DevInst, out->Id);
 }
 
-bool IsDescribedAsPort(const char* description) {
+static bool IsDescribedAsPort(const char* description) {
     for (const char* part : PortDescriptions) {
         if (ContainsNoCase(description, part)) {
             return true;
@@ -64,7 +64,7 @@ bool IsDescribedAsPort(const char* description) {
     return false;
 }
 
-bool IsListedAsPort(const ListedDevice& device, DWORD problem) {
+static bool IsListedAsPort(const ListedDevice& device, DWORD problem) {
     const bool isPort = ContainsNoCase(device.Class, "Ports") || ContainsNoCase(device.Class, "Modem") ||
                         ContainsNoCase(device.Service, "Serial") ||
                         (problem != 0 && IsDescribedAsPort(device.Description));
@@ -73,7 +73,7 @@ bool IsListedAsPort(const ListedDevice& device, DWORD problem) {
 }
 
 // A device with a problem may lack its name; one that runs without a name is no port.
-bool HasPortName(const char* deviceId, DWORD problem) {
+static bool HasPortName(const char* deviceId, DWORD problem) {
     char key[300];
     char portName[128];
     FormatText(key, "SYSTEM\\CurrentControlSet\\Enum\\%s\\Device Parameters", deviceId);
@@ -85,8 +85,8 @@ bool HasPortName(const char* deviceId, DWORD problem) {
 }
 
 // The interface of the list with this path, case and prefix left aside.
-bool FindInterface(const DeviceList& list, const GUID& interfaceClass, const char* devicePath, InterfaceDetail* detail,
-                   SP_DEVINFO_DATA* device) {
+static bool FindInterface(const DeviceList& list, const GUID& interfaceClass, const char* devicePath,
+                          InterfaceDetail* detail, SP_DEVINFO_DATA* device) {
     SP_DEVICE_INTERFACE_DATA interfaceData = {};
     for (DWORD index = 0; list.GetInterface(interfaceClass, index, &interfaceData); ++index) {
         if (detail->Read(list.Get(), &interfaceData, device) && IsSameDevicePath(detail->Path(), devicePath)) {
@@ -96,7 +96,7 @@ bool FindInterface(const DeviceList& list, const GUID& interfaceClass, const cha
     return false;
 }
 
-void LogUnknownPath(const char* devicePath) {
+static void LogUnknownPath(const char* devicePath) {
     WriteLog(4, "device path not found -> port not added");
     char kernelName[DosTargetSize];
     if (QueryDosName(SkipPathPrefix(devicePath), kernelName)) {
@@ -106,13 +106,11 @@ void LogUnknownPath(const char* devicePath) {
     }
 }
 
-bool IsPortClass(HDEVINFO list, SP_DEVINFO_DATA* device) {
+static bool IsPortClass(HDEVINFO list, SP_DEVINFO_DATA* device) {
     char className[SetupTextChars];
     return ReadSetupText(list, device, SPDRP_CLASS, className) &&
            (lstrcmpiA(className, "Ports") == 0 || lstrcmpiA(className, "Modem") == 0);
 }
-
-} // namespace
 
 int CComPorts::CreateSnapshot(int reason) {
     WriteLog(3, "CComPorts::CreateSnapshot(%i)...", reason);

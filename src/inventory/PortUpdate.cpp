@@ -15,8 +15,6 @@
 #include "support/ProcessState.h"
 #include "support/RegistryTools.h"
 
-namespace {
-
 // Ports met at the start count as long arrived.
 constexpr DWORD StartArrivalAgeMs = 60000;
 
@@ -25,7 +23,7 @@ constexpr DWORD HubRetryLimitMs = 15000;
 
 constexpr int ChainBytes = 8;
 
-void ClearNames(CComPort* port) {
+static void ClearNames(CComPort* port) {
     port->szPortName[0] = '\0';
     port->szKernelNameCom[0] = '\0';
     port->PortNumber = 0;
@@ -36,7 +34,7 @@ void ClearNames(CComPort* port) {
     port->Location[0] = '\0';
 }
 
-void ReadTreePlace(CComPort* port) {
+static void ReadTreePlace(CComPort* port) {
     DEVINST parent = 0;
     if (CM_Get_Parent(&parent, port->DevInst, 0) == CR_SUCCESS) {
         port->ParentDevInst = parent;
@@ -46,13 +44,13 @@ void ReadTreePlace(CComPort* port) {
     }
 }
 
-void ReadIds(CComPort* port) {
+static void ReadIds(CComPort* port) {
     ReadDeviceId(port->DevInst, port->DeviceID);
     ReadDeviceId(port->ParentDevInst, port->ParentDeviceID);
     ReadDeviceId(port->GrandParentDevInst, port->GrandParentDeviceID);
 }
 
-void ReadAddress(DWORD devInst, char (&text)[12]) {
+static void ReadAddress(DWORD devInst, char (&text)[12]) {
     DWORD address = 0;
     if (ReadDeviceNumber(devInst, CM_DRP_ADDRESS, &address)) {
         FormatText(text, "%u", address);
@@ -62,7 +60,7 @@ void ReadAddress(DWORD devInst, char (&text)[12]) {
 }
 
 // What cannot be read keeps its old text, so none of the results is looked at.
-void ReadProperties(CComPort* port) {
+static void ReadProperties(CComPort* port) {
     const DWORD device = port->DevInst;
     const DWORD parent = port->ParentDevInst;
     ReadDeviceText(parent, CM_DRP_LOCATION_INFORMATION, port->ParentLocation);
@@ -79,7 +77,7 @@ void ReadProperties(CComPort* port) {
     ReadLocationPath(parent, port->ParentLocationPath);
 }
 
-void ReadFriendlyName(CComPort* port) {
+static void ReadFriendlyName(CComPort* port) {
     if (port->FriendlyName[0] == '\0') {
         ReadDeviceText(port->DevInst, CM_DRP_DEVICEDESC, port->FriendlyName);
     }
@@ -89,7 +87,7 @@ void ReadFriendlyName(CComPort* port) {
     CopyText(port->FriendlyNameNoCom, withoutCom);
 }
 
-void ReadRelatives(CComPort* port) {
+static void ReadRelatives(CComPort* port) {
     port->SameParentDevInst = GetSameParentDevInst(port->DevInst);
     port->UsbDevInst = GetUsbDevInst(port->DevInst);
     port->HubDevInst = GetHubDevInst(port->DevInst);
@@ -97,7 +95,7 @@ void ReadRelatives(CComPort* port) {
         g_pDeviceArrivals != nullptr ? g_pDeviceArrivals->GetDeviceArrivalTicker(port->SameParentDevInst) : 0;
 }
 
-void ReadKernelNameOfPath(CComPort* port, const char* devicePath) {
+static void ReadKernelNameOfPath(CComPort* port, const char* devicePath) {
     if (devicePath[0] == '\0') {
         WriteLog(1, " devid=%s", port->DeviceID);
         return;
@@ -109,7 +107,7 @@ void ReadKernelNameOfPath(CComPort* port, const char* devicePath) {
     }
 }
 
-void ReadRegPortName(CComPort* port) {
+static void ReadRegPortName(CComPort* port) {
     char key[300];
     char name[sizeof(port->szRegPortName)];
     FormatText(key, "%s\\Device Parameters", port->szRegEnumPath);
@@ -123,12 +121,12 @@ void ReadRegPortName(CComPort* port) {
     }
 }
 
-bool BeginsWithCom(const char* name) {
+static bool BeginsWithCom(const char* name) {
     return name[0] == 'C' && name[1] == 'O' && name[2] == 'M';
 }
 
 // A registry name counts as the port's name only when its DOS name is there.
-void ReadNameInForce(CComPort* port) {
+static void ReadNameInForce(CComPort* port) {
     char kernelName[DosTargetSize];
     if (port->szRegPortName[0] == '\0' || !QueryDosName(port->szRegPortName, kernelName)) {
         return;
@@ -145,7 +143,7 @@ void ReadNameInForce(CComPort* port) {
     }
 }
 
-void ReadResources(CComPort* port) {
+static void ReadResources(CComPort* port) {
     DWORD irq = 0;
     DWORD ioPort = 0;
     if (GetDeviceResources(port->DevInst, &irq, &ioPort)) {
@@ -157,7 +155,7 @@ void ReadResources(CComPort* port) {
     }
 }
 
-void StampPresence(CComPort* port) {
+static void StampPresence(CComPort* port) {
     const DWORD now = GetTickCount();
     if (port->IsPresent) {
         port->ArrivalTicker = g_InitialSnapshot ? now - StartArrivalAgeMs : now;
@@ -168,7 +166,7 @@ void StampPresence(CComPort* port) {
 
 // Asks for the hub port until the hub knows the device, which may take a while after its arrival. *isHubPresent: false
 // if the hub went meanwhile.
-DWORD WaitForUsbPortNumber(const CComPort* port, DWORD hubDevInst, bool* isHubPresent) {
+static DWORD WaitForUsbPortNumber(const CComPort* port, DWORD hubDevInst, bool* isHubPresent) {
     const DWORD startTick = GetTickCount();
     DWORD portNumber = g_pUsbHubs->GetUsbPortNumber(port->UsbDevInst);
     while (portNumber == 0 && port->IsPresent && GetTickCount() - startTick < HubRetryLimitMs) {
@@ -183,7 +181,7 @@ DWORD WaitForUsbPortNumber(const CComPort* port, DWORD hubDevInst, bool* isHubPr
 }
 
 // Puts the port number into the highest byte of the hub's chain that is 0. A chain without room leaves *chain as it is.
-void AppendToChain(ULONGLONG hubChain, DWORD portNumber, ULONGLONG* chain) {
+static void AppendToChain(ULONGLONG hubChain, DWORD portNumber, ULONGLONG* chain) {
     for (int byteIndex = ChainBytes - 1; byteIndex >= 0; --byteIndex) {
         const int shift = byteIndex * 8;
         if (((hubChain >> shift) & 0xFF) == 0) {
@@ -192,8 +190,6 @@ void AppendToChain(ULONGLONG hubChain, DWORD portNumber, ULONGLONG* chain) {
         }
     }
 }
-
-} // namespace
 
 int CComPorts::UpdatePort(int index, DWORD devInst, const char* devicePath) {
     const char* path = devicePath != nullptr ? devicePath : "";

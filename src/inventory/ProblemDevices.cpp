@@ -14,17 +14,13 @@
 
 DWORD g_LastProblemDevInst;
 
-namespace {
-
 // Problem numbers of a device that is on its way out.
 constexpr DWORD ProblemWillBeRemoved = 21;
 constexpr DWORD ProblemHeldForEject = 47;
 
-bool IsLeaving(DWORD problem) {
+static bool IsLeaving(DWORD problem) {
     return problem == ProblemWillBeRemoved || problem == ProblemHeldForEject;
 }
-
-} // namespace
 
 int GetPortNameByDevInst(DWORD devInst, char* name, size_t sizeChars) {
     char className[64] = {};

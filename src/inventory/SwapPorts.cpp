@@ -9,14 +9,12 @@
 #include "support/BoundedText.h"
 #include "support/LogFile.h"
 
-namespace {
-
 constexpr int SwapDone = 1;
 constexpr int SwapFailed = 2;
 
 // Takes both devices out, marked so that nobody reacts to it. After a failure nothing is left out and no mark stands
 // for a device that will not come back by itself.
-bool TakeBothOut(const CComPort* first, const CComPort* second) {
+static bool TakeBothOut(const CComPort* first, const CComPort* second) {
     SetRestartMark(szRestarting1, SkipPathPrefix(first->DevPath));
     SetRestartMark(szRestarting2, SkipPathPrefix(second->DevPath));
     if (!SafelyRemove(first->DevInst)) {
@@ -33,7 +31,7 @@ bool TakeBothOut(const CComPort* first, const CComPort* second) {
     return true;
 }
 
-void SwapRegistry(CComPort* first, CComPort* second) {
+static void SwapRegistry(CComPort* first, CComPort* second) {
     char firstName[sizeof(first->szRegPortName)];
     char secondName[sizeof(second->szRegPortName)];
     CopyText(firstName, first->szRegPortName);
@@ -48,15 +46,13 @@ void SwapRegistry(CComPort* first, CComPort* second) {
     CopyText(second->szRegPortName, firstName);
 }
 
-void TakeNameInForce(CComPort* port) {
+static void TakeNameInForce(CComPort* port) {
     CopyText(port->szPortName, port->szRegPortName);
     port->PortNumber = GetNumberOfPortName(port->szPortName);
     // The arrival that would fill it is passed over because of the mark.
     CopyComDigits(port->PortNumber != 0 ? port->szPortName : "", port->PortNumberText);
     port->ArrivalTicker = GetTickCount();
 }
-
-} // namespace
 
 int SwapPortNumbers(CComPort* first, CComPort* second) {
     WriteLog(3, "CComPorts::SwapPortNumbers(%s, %s)...", first->szRegPortName, second->szRegPortName);

@@ -2,11 +2,10 @@
 
 #include <cstddef>
 
-namespace {
-
 constexpr DWORD NodeInformationRequest = 0x220408;     // IOCTL_USB_GET_NODE_INFORMATION
 constexpr DWORD ConnectionDriverKeyRequest = 0x220420; // IOCTL_USB_GET_NODE_CONNECTION_DRIVERKEY_NAME
 
+namespace {
 // USB_NODE_INFORMATION of a hub. The SDK packs it and its descriptor to single bytes; here by offset.
 struct NodeInformation {
     DWORD NodeType; // 0: a hub
@@ -23,10 +22,11 @@ struct ConnectionDriverKey {
     DWORD ActualLength; // bytes that the whole record needs, this head included
     WCHAR DriverKeyName[60];
 };
+} // namespace
 static_assert(sizeof(ConnectionDriverKey) == 128 && offsetof(ConnectionDriverKey, DriverKeyName) == 8);
 
 // Checks the hub's answer and converts its name. Returns: 1, or 0 with the last error.
-int ConvertDriverKey(ConnectionDriverKey* answer, char (&driverKey)[HubDriverKeySize]) {
+static int ConvertDriverKey(ConnectionDriverKey* answer, char (&driverKey)[HubDriverKeySize]) {
     if (answer->ActualLength > sizeof(*answer)) {
         // What came is only the head of a longer name.
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
@@ -41,8 +41,6 @@ int ConvertDriverKey(ConnectionDriverKey* answer, char (&driverKey)[HubDriverKey
     driverKey[HubDriverKeySize - 1] = 0;
     return 1;
 }
-
-} // namespace
 
 DWORD UsbGetHubPortCount(HANDLE hHub) {
     NodeInformation information = {};

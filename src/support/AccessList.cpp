@@ -5,8 +5,6 @@
 #include "support/BoundedText.h"
 #include "support/ProcessState.h"
 
-namespace {
-
 // A self-relative descriptor, its list, an entry and a SID as they lie in memory: places of their fields.
 constexpr DWORD ControlAt = 2;
 constexpr DWORD OwnerAt = 4;
@@ -24,10 +22,12 @@ constexpr BYTE AceForHeirsAlone = 8;
 constexpr DWORD SidHeaderSize = 8;
 constexpr DWORD MostSubAuthorities = 15;
 
+namespace {
 struct KnownSid {
     const char* sid;
     const char* name;
 };
+} // namespace
 constexpr KnownSid Ordinary[] = {{"S-1-1-0", "Everyone"},
                                  {"S-1-5-32-545", "Users"},
                                  {"S-1-5-11", "Authenticated Users"},
@@ -36,6 +36,7 @@ constexpr const char* TrustedOwners[] = {"S-1-5-18", "S-1-5-32-544"};
 constexpr char ServiceSids[] = "S-1-5-80-"; // the installer of Windows is one of these
 constexpr char BuiltInAdministrator[] = "-500";
 
+namespace {
 // A block of bytes that are read only where they are.
 struct Bytes {
     const BYTE* at;
@@ -52,9 +53,10 @@ struct Bytes {
     }
     Bytes From(DWORD place) const { return place <= size ? Bytes{at + place, size - place} : Bytes{at, 0}; }
 };
+} // namespace
 
 // Returns: 0 for what is no whole SID.
-int SidToText(const Bytes& sid, char (&text)[SidTextSize]) {
+static int SidToText(const Bytes& sid, char (&text)[SidTextSize]) {
     const DWORD count = sid.Read<BYTE>(1);
     if (!sid.Has(0, SidHeaderSize) || count > MostSubAuthorities || !sid.Has(SidHeaderSize, count * sizeof(DWORD))) {
         return 0;
@@ -70,7 +72,7 @@ int SidToText(const Bytes& sid, char (&text)[SidTextSize]) {
     return 1;
 }
 
-const char* OrdinaryName(const char* sid) {
+static const char* OrdinaryName(const char* sid) {
     for (const KnownSid& known : Ordinary) {
         if (SameText(sid, known.sid)) {
             return known.name;
@@ -79,7 +81,7 @@ const char* OrdinaryName(const char* sid) {
     return nullptr;
 }
 
-bool IsTrustedOwner(const char* sid) {
+static bool IsTrustedOwner(const char* sid) {
     for (const char* trusted : TrustedOwners) {
         if (SameText(sid, trusted)) {
             return true;
@@ -92,7 +94,7 @@ bool IsTrustedOwner(const char* sid) {
 }
 
 // What the list gives to somebody who is in all of the ordinary groups, entry by entry as Windows reads it.
-int ListGives(const Bytes& list, DWORD rights, char (&who)[SidTextSize]) {
+static int ListGives(const Bytes& list, DWORD rights, char (&who)[SidTextSize]) {
     DWORD denied = 0;
     Bytes rest = list.From(AclHeaderSize);
     for (DWORD left = list.Read<WORD>(AceCountAt); left > 0; --left) {
@@ -115,8 +117,6 @@ int ListGives(const Bytes& list, DWORD rights, char (&who)[SidTextSize]) {
     }
     return 0;
 }
-
-} // namespace
 
 int WhoMayChange(const BYTE* descriptor, DWORD size, DWORD rights, char (&who)[SidTextSize]) {
     const Bytes whole = {descriptor, size};

@@ -4,14 +4,12 @@
 #include "support/Handles.h"
 #include "support/StringTools.h"
 
-namespace {
-
 constexpr char SystemSid[] = "S-1-5-18";
 constexpr char SystemPrefix[] = "S-1-5-";
 constexpr DWORD MaxTokenUser = 256; // a SID has at most 68 bytes
 
 // The text of the token's user. Returns: 1; 0 with the last error.
-int TokenUserText(HANDLE token, char* out, size_t size) {
+static int TokenUserText(HANDLE token, char* out, size_t size) {
     alignas(TOKEN_USER) BYTE buffer[MaxTokenUser];
     DWORD needed = 0;
     if (!GetTokenInformation(token, TokenUser, buffer, sizeof(buffer), &needed)) {
@@ -24,8 +22,6 @@ int TokenUserText(HANDLE token, char* out, size_t size) {
     CopyText(out, size, text.Get());
     return 1;
 }
-
-} // namespace
 
 int GetUserSidText(char* out, size_t size) {
     CopyText(out, size, "");

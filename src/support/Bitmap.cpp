@@ -5,29 +5,29 @@
 #include "support/BoundedText.h"
 #include "support/StringTools.h"
 
-namespace {
-
 constexpr size_t ListBufferSize = 512;
 constexpr DWORD MaxItems = 256;
 constexpr DWORD MaxNumber = 0xFFFFFFFF;
 
+namespace {
 struct BitPlace {
     DWORD Byte;
     BYTE Mask;
 };
+} // namespace
 
-BitPlace PlaceOf(DWORD number) {
+static BitPlace PlaceOf(DWORD number) {
     const DWORD bit = number - 1;
     return {bit / 8, static_cast<BYTE>(1u << (bit % 8))};
 }
 
-bool IsDigit(char c) {
+static bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
 // The number of the leading digits, 0 without any. One too large for 32 bits becomes the largest, which no bitmap
 // holds. Returns: what stands behind the digits.
-const char* ReadNumber(const char* text, DWORD* number) {
+static const char* ReadNumber(const char* text, DWORD* number) {
     ULONGLONG value = 0;
     for (; IsDigit(*text); ++text) {
         value = value * 10 + static_cast<DWORD>(*text - '0');
@@ -39,7 +39,7 @@ const char* ReadNumber(const char* text, DWORD* number) {
     return text;
 }
 
-const char* SkipBlanks(const char* text) {
+static const char* SkipBlanks(const char* text) {
     while (*text == ' ' || *text == '\t') {
         ++text;
     }
@@ -48,7 +48,7 @@ const char* SkipBlanks(const char* text) {
 
 // Sets the numbers of one item, "a" or "a-b"; without leading digits it is the number 0, which sets nothing.
 // Returns: the count of numbers taken.
-DWORD TakeItem(const char* item, BYTE* bitmap, DWORD bits) {
+static DWORD TakeItem(const char* item, BYTE* bitmap, DWORD bits) {
     const char* start = SkipBlanks(item);
     if (*start == '\0') {
         return 0;
@@ -69,8 +69,6 @@ DWORD TakeItem(const char* item, BYTE* bitmap, DWORD bits) {
     }
     return taken;
 }
-
-} // namespace
 
 int BitmapTest(DWORD number, const BYTE* bitmap, DWORD bits) {
     if (number < 1 || number > bits) {

@@ -2,18 +2,14 @@
 
 #include <cstring>
 
-namespace {
-
 // The formatting of Windows stops at 1024 characters a call and never writes beyond; the rest is a safety margin.
 constexpr size_t FormatBufferSize = 1040;
 
 // Length of the text, or limit if it does not end before. Nothing behind its end is read.
-size_t LengthWithin(const char* text, size_t limit) {
+static size_t LengthWithin(const char* text, size_t limit) {
     const void* end = memchr(text, 0, limit);
     return end != nullptr ? static_cast<size_t>(static_cast<const char*>(end) - text) : limit;
 }
-
-} // namespace
 
 size_t CopyTextPart(char* dst, size_t sizeChars, const char* source, size_t count) {
     if (sizeChars == 0) {

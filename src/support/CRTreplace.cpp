@@ -5,8 +5,6 @@
 
 #include "support/LogFile.h"
 
-namespace {
-
 constexpr DWORD RetryMs = 500;
 constexpr DWORD BeepHz = 1000;
 constexpr DWORD NewBeepMs = 3000;
@@ -15,17 +13,17 @@ constexpr DWORD NewLine = 132;
 constexpr DWORD DeleteBeforeLine = 146;
 constexpr DWORD DeleteAfterLine = 159;
 
-HANDLE s_heap;         // set by the first thread before there is another one
-LONG s_allocatedBytes; // not guarded: a lost update spoils a log line and nothing else
+static HANDLE s_heap;         // set by the first thread before there is another one
+static LONG s_allocatedBytes; // not guarded: a lost update spoils a log line and nothing else
 
-HANDLE Heap() {
+static HANDLE Heap() {
     if (!s_heap) {
         s_heap = GetProcessHeap();
     }
     return s_heap;
 }
 
-void* Allocate(size_t size) {
+static void* Allocate(size_t size) {
     const HANDLE heap = Heap();
     s_allocatedBytes += static_cast<LONG>(size);
     WriteLog(6, "new(%i) sum=%i", static_cast<LONG>(size), s_allocatedBytes);
@@ -43,7 +41,7 @@ void* Allocate(size_t size) {
     return block;
 }
 
-void Release(void* block) {
+static void Release(void* block) {
     if (!block) {
         return;
     }
@@ -64,7 +62,7 @@ void Release(void* block) {
 }
 
 // A block at a wider alignment than the heap gives: the heap's own address stands in the word in front of it.
-void* AllocateAligned(size_t size, std::align_val_t alignment) {
+static void* AllocateAligned(size_t size, std::align_val_t alignment) {
     const size_t align = static_cast<size_t>(alignment);
     void* block = Allocate(size + align + sizeof(void*));
     const ULONG_PTR first = reinterpret_cast<ULONG_PTR>(block) + sizeof(void*);
@@ -73,13 +71,11 @@ void* AllocateAligned(size_t size, std::align_val_t alignment) {
     return aligned;
 }
 
-void ReleaseAligned(void* block) {
+static void ReleaseAligned(void* block) {
     if (block) {
         Release(static_cast<void**>(block)[-1]);
     }
 }
-
-} // namespace
 
 void InitAllocator() {
     s_heap = GetProcessHeap();

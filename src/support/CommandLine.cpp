@@ -2,12 +2,10 @@
 
 #include "support/BoundedText.h"
 
-namespace {
-
 constexpr size_t MaxCommandLine = 512; // characters with the final zero
 
 // Steps over a quoted part. Returns: what stands behind its closing quote; null if the text ends inside.
-char* BehindQuote(char* openingQuote) {
+static char* BehindQuote(char* openingQuote) {
     char* at = openingQuote + 1;
     while (*at != '"') {
         if (*at == '\0') {
@@ -17,8 +15,6 @@ char* BehindQuote(char* openingQuote) {
     }
     return at + 1;
 }
-
-} // namespace
 
 void TokenizeCommandLine(LONG* count, char** tokens, LONG capacity) {
     static char text[MaxCommandLine];

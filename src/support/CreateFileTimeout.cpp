@@ -6,8 +6,6 @@
 #include "support/LogFile.h"
 #include "support/ScopeGuard.h"
 
-namespace {
-
 constexpr DWORD SafetyMs = 100; // so much earlier the thread stops counting on a caller that still waits
 
 // Who of the two is through with the request first leaves it to the other one.
@@ -15,6 +13,7 @@ constexpr LONG Running = 0;
 constexpr LONG Finished = 1;  // the thread has its result, the caller takes it and the request
 constexpr LONG Abandoned = 2; // the caller has gone, the thread gives back the handle and the request
 
+namespace {
 struct OpenRequest {
     char FileName[260];
     DWORD Access;
@@ -26,13 +25,14 @@ struct OpenRequest {
     OwnedFile File;
     LONG State;
 };
+} // namespace
 
-HANDLE OpenNow(const OpenRequest& request) {
+static HANDLE OpenNow(const OpenRequest& request) {
     return CreateFileA(request.FileName, request.Access, request.Share, nullptr, request.Disposition, request.Flags,
                        nullptr);
 }
 
-void OpenInTime(OpenRequest& request) {
+static void OpenInTime(OpenRequest& request) {
     WriteLog(3, "CreateFile(%s)...", request.FileName);
     const DWORD startTick = GetTickCount();
     SetLastError(ERROR_SUCCESS);
@@ -50,7 +50,7 @@ void OpenInTime(OpenRequest& request) {
     }
 }
 
-DWORD RunRequest(OpenRequest* request) {
+static DWORD RunRequest(OpenRequest* request) {
     OpenInTime(*request);
     const DWORD exitCode = request->File.IsOpen();
     if (InterlockedCompareExchange(&request->State, Finished, Running) == Abandoned) {
@@ -59,19 +59,19 @@ DWORD RunRequest(OpenRequest* request) {
     return exitCode;
 }
 
-DWORD WINAPI CreateFile_ThreadProc(LPVOID parameter) {
+static DWORD WINAPI CreateFile_ThreadProc(LPVOID parameter) {
     return RunRequest(static_cast<OpenRequest*>(parameter));
 }
 
 // The caller goes without a result.
-void AbandonRequest(OpenRequest* request) {
+static void AbandonRequest(OpenRequest* request) {
     if (InterlockedCompareExchange(&request->State, Abandoned, Running) == Finished) {
         delete request; // closes the file
     }
 }
 
 // The result of a thread that has ended. The last error is that of the open.
-HANDLE TakeResult(OpenRequest& request, DWORD exitCode) {
+static HANDLE TakeResult(OpenRequest& request, DWORD exitCode) {
     if (exitCode == 1) {
         return request.File.Release();
     }
@@ -81,8 +81,6 @@ HANDLE TakeResult(OpenRequest& request, DWORD exitCode) {
     SetLastError(request.Error);
     return INVALID_HANDLE_VALUE;
 }
-
-} // namespace
 
 HANDLE CreateFileTimeout(const char* name, DWORD access, DWORD share, DWORD disposition, DWORD flags, DWORD timeoutMs) {
     WriteLog(3, "CreateFileTimeout(%s, 0x%X, 0x%X, %u, 0x%X, %u)...", name, access, share, disposition, flags,

@@ -10,8 +10,6 @@
 #include "support/StringTools.h"
 #include "support/SupportLocks.h"
 
-namespace {
-
 constexpr size_t RingSize = 10;
 constexpr DWORD ResultRingSize = 4;
 constexpr size_t MaxSystemText = 244;
@@ -142,10 +140,12 @@ constexpr const char* SessionStates[] = {"Active", "Connected", "ConnectQuery", 
                                          "Idle",   "Listen",    "Reset",        "Down",   "Init"};
 static_assert(std::size(SessionStates) == 10);
 
+namespace {
 struct GuidRow {
     GUID Guid;
     const char* Name;
 };
+} // namespace
 // The first one that equals gives the name.
 constexpr GuidRow DeviceGuids[] = {
     {InterfaceClass::SerenumBusEnumerator, "GUID_DEVINTERFACE_SERENUM_BUS_ENUMERATOR"},
@@ -171,10 +171,12 @@ constexpr GuidRow DeviceGuids[] = {
 };
 static_assert(std::size(DeviceGuids) == 20);
 
+namespace {
 struct ErrorRow {
     DWORD Code;
     const char* Name;
 };
+} // namespace
 constexpr ErrorRow Errors[] = {
     {0, "ok"},
     {1, "INVALID_FUNCTION"},
@@ -235,12 +237,12 @@ static_assert(std::size(Errors) == 54);
 
 // The table's text, or null for a code outside it or in one of its gaps.
 template<size_t N>
-const char* NameInTable(const char* const (&table)[N], DWORD code) {
+static const char* NameInTable(const char* const (&table)[N], DWORD code) {
     return code < N ? table[code] : nullptr;
 }
 
 // The ring of ResultText is the one that several threads may turn at once, so each gets a slot of its own.
-DWORD NextResultSlot() {
+static DWORD NextResultSlot() {
     static DWORD next;
     if (!g_SupportLocksReady) {
         return next++ % ResultRingSize;
@@ -248,8 +250,6 @@ DWORD NextResultSlot() {
     LockGuard lock(CS_ResultText);
     return next++ % ResultRingSize;
 }
-
-} // namespace
 
 const char* DeviceTypeName(DWORD deviceType) {
     static char fallback[16];

@@ -9,15 +9,13 @@
 #include "support/PathTools.h"
 #include "support/StringTools.h"
 
-namespace {
-
 constexpr size_t MaxExistsPath = 520;
 constexpr char ForbiddenInNames[] = ":*?<>|";
 constexpr char LongPathPrefix[] = "\\\\?\\";
 constexpr char ZoneStream[] = "Zone.Identifier";
 
 // Whether a path holds characters that no file name has. The drive's colon stands in front of what is looked at.
-bool HasForbiddenChars(const char* path) {
+static bool HasForbiddenChars(const char* path) {
     const size_t prefixLength = sizeof(LongPathPrefix) - 1;
     const size_t driveLength = 2;
     const size_t length = TextLength(path);
@@ -29,13 +27,11 @@ bool HasForbiddenChars(const char* path) {
 }
 
 // Takes the mark off one file. Returns: 1 if there was one and it is gone.
-int RemoveZoneIdentifier(const char* folder, const char* file) {
+static int RemoveZoneIdentifier(const char* folder, const char* file) {
     char stream[MAX_PATH * 2 + sizeof(ZoneStream)];
     FormatText(stream, "%s\\%s:%s", folder, file, ZoneStream);
     return CanOpen(stream) && DeleteFileA(stream);
 }
-
-} // namespace
 
 int FileExists(const char* path) {
     const size_t uncheckedLength = 3;

@@ -8,8 +8,6 @@
 #include "support/ScopeGuard.h"
 #include "support/SystemTools.h"
 
-namespace {
-
 constexpr DWORD MaxVersionData = 4096;
 constexpr size_t SafetyBytes = 64;     // zeros behind data that the limit cut through
 constexpr DWORD ShownPrivateFrom = 10; // from this private part on the program's own version shows it
@@ -17,13 +15,16 @@ constexpr DWORD ShownPrivateFrom = 10; // from this private part on the program'
 using GetFileVersionInfoOperation = BOOL(WINAPI*)(LPCSTR, DWORD, DWORD, LPVOID);
 using VerQueryValueOperation = BOOL(WINAPI*)(LPCVOID, LPCSTR, LPVOID*, PUINT);
 
+namespace {
 struct Translation {
     WORD Language;
     WORD CodePage;
 };
+} // namespace
 
 // The part of the data that a query gives, if at least size bytes of it lie inside.
-const void* QueryPart(VerQueryValueOperation query, const char* data, const char* name, UINT size, UINT* length) {
+static const void* QueryPart(VerQueryValueOperation query, const char* data, const char* name, UINT size,
+                             UINT* length) {
     void* part = nullptr;
     *length = 0;
     if (!query(data, name, &part, length) || !part || *length < size) {
@@ -32,7 +33,7 @@ const void* QueryPart(VerQueryValueOperation query, const char* data, const char
     return part;
 }
 
-void ReadCompanyName(VerQueryValueOperation query, const char* data, FileVersion* out) {
+static void ReadCompanyName(VerQueryValueOperation query, const char* data, FileVersion* out) {
     UINT length = 0;
     const void* first = QueryPart(query, data, "\\VarFileInfo\\Translation", sizeof(Translation), &length);
     if (!first) {
@@ -57,7 +58,7 @@ void ReadCompanyName(VerQueryValueOperation query, const char* data, FileVersion
 }
 
 // Reads the version data of the file through the library. Returns: 1; 0 with the last error.
-int ReadVersion(HMODULE library, const char* path, FileVersion* out) {
+static int ReadVersion(HMODULE library, const char* path, FileVersion* out) {
     const auto getInfo = FindOperation<GetFileVersionInfoOperation>(library, "GetFileVersionInfoA");
     const auto query = FindOperation<VerQueryValueOperation>(library, "VerQueryValueA");
     if (!getInfo || !query) {
@@ -89,8 +90,6 @@ int ReadVersion(HMODULE library, const char* path, FileVersion* out) {
     ReadCompanyName(query, data.Get(), out);
     return 1;
 }
-
-} // namespace
 
 int GetFileVersionData(const char* path, FileVersion* out) {
     *out = {};

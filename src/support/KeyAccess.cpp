@@ -2,13 +2,11 @@
 
 #include "support/Handles.h"
 
-namespace {
-
 constexpr int RestoreTries = 3;
 constexpr char EveryoneFullAccess[] = "D:(A;OICI;GA;;;WD)";
 
 // Sets an access list that gives everybody everything. A failure shows in the caller's next open.
-void SetEveryoneFullAccess(HKEY handle) {
+static void SetEveryoneFullAccess(HKEY handle) {
     OwnedSecurityDescriptor descriptor;
     if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(EveryoneFullAccess, SDDL_REVISION_1, descriptor.Receive(),
                                                               nullptr)) {
@@ -20,7 +18,7 @@ void SetEveryoneFullAccess(HKEY handle) {
 }
 
 // The key's access list in a block of LocalAlloc, or null.
-PSECURITY_DESCRIPTOR ReadAccessList(HKEY handle) {
+static PSECURITY_DESCRIPTOR ReadAccessList(HKEY handle) {
     DWORD size = 0;
     BYTE probe[1]; // too small for any list: the call gives the size that is needed
     (void)RegGetKeySecurity(handle, DACL_SECURITY_INFORMATION, probe, &size);
@@ -35,15 +33,13 @@ PSECURITY_DESCRIPTOR ReadAccessList(HKEY handle) {
 }
 
 // Puts a list back. Returns: whether it could be.
-bool SetAccessList(HKEY root, const char* key, PSECURITY_DESCRIPTOR list) {
+static bool SetAccessList(HKEY root, const char* key, PSECURITY_DESCRIPTOR list) {
     OwnedKey handle;
     if (RegOpenKeyExA(root, key, 0, WRITE_DAC | READ_CONTROL, handle.Receive()) != ERROR_SUCCESS) {
         return false;
     }
     return RegSetKeySecurity(handle.Get(), DACL_SECURITY_INFORMATION, list) == ERROR_SUCCESS;
 }
-
-} // namespace
 
 PSECURITY_DESCRIPTOR RegGrantKeyAccess(HKEY root, const char* key) {
     OwnedKey handle;

@@ -16,8 +16,6 @@
 
 LogSettings g_Log;
 
-namespace {
-
 constexpr DWORD MaxDelta = 9999;
 constexpr size_t MessageSize = 4096;
 constexpr size_t MaxRecord = 1023; // with CR LF: the longest text that the platform's formatting gives
@@ -35,39 +33,39 @@ constexpr char EveryoneFullAccess[] = "D:(A;OICI;GA;;;WD)";
 constexpr const char* ModeTags[] = {"nu", "sr", "db", "ns", "sa", "ba", "in", "ex"};
 static_assert(sizeof(ModeTags) / sizeof(ModeTags[0]) == ModeCount);
 
-CRITICAL_SECTION s_logLock;
-DWORD s_lockReady;
+static CRITICAL_SECTION s_logLock;
+static DWORD s_lockReady;
 
-HANDLE s_file QM_GUARDED_BY(s_logLock); // INVALID_HANDLE_VALUE while the file is closed
-DWORD s_previousTick QM_GUARDED_BY(s_logLock);
-bool s_isHeld QM_GUARDED_BY(s_logLock);         // all attempts for a record met somebody who does not share the file
-DWORD s_heldSinceTick QM_GUARDED_BY(s_logLock); // when the last of those attempts failed
-char s_message[MessageSize] QM_GUARDED_BY(s_logLock);
-char s_line[MessageSize] QM_GUARDED_BY(s_logLock);
+static HANDLE s_file QM_GUARDED_BY(s_logLock); // INVALID_HANDLE_VALUE while the file is closed
+static DWORD s_previousTick QM_GUARDED_BY(s_logLock);
+static bool s_isHeld QM_GUARDED_BY(s_logLock); // all attempts for a record met somebody who does not share the file
+static DWORD s_heldSinceTick QM_GUARDED_BY(s_logLock); // when the last of those attempts failed
+static char s_message[MessageSize] QM_GUARDED_BY(s_logLock);
+static char s_line[MessageSize] QM_GUARDED_BY(s_logLock);
 
-HANDLE s_writeEvent;      // manual reset, set after each record written to the file
-LogFileRequest s_request; // the closer opens the file: one who never answers an open hangs that thread alone
-DWORD s_requestReady;     // the request can be used; set before the closer starts
-HANDLE s_closerThread;    // set before the log has readers of it, cleared by LogFile_Exit
-DWORD s_exitRequested;    // single word, set once by LogFile_Exit
-LONG s_writers;           // calls inside LogFile_Write; the lock is deleted only when there is none
+static HANDLE s_writeEvent;      // manual reset, set after each record written to the file
+static LogFileRequest s_request; // the closer opens the file: one who never answers an open hangs that thread alone
+static DWORD s_requestReady;     // the request can be used; set before the closer starts
+static HANDLE s_closerThread;    // set before the log has readers of it, cleared by LogFile_Exit
+static DWORD s_exitRequested;    // single word, set once by LogFile_Exit
+static LONG s_writers;           // calls inside LogFile_Write; the lock is deleted only when there is none
 
-SECURITY_ATTRIBUTES s_security;
-SECURITY_ATTRIBUTES* s_pSecurity; // null until a valid descriptor was built; set before other threads write
-DWORD s_ownsDescriptor;
+static SECURITY_ATTRIBUTES s_security;
+static SECURITY_ATTRIBUTES* s_pSecurity; // null until a valid descriptor was built; set before other threads write
+static DWORD s_ownsDescriptor;
 
 // --- Settings
 
 // Reads one key of the INI file. Returns: 1 if it has a value.
 template<size_t N>
-int ReadLogKey(KeyName key, const char* defaultValue, char (&value)[N]) {
+static int ReadLogKey(KeyName key, const char* defaultValue, char (&value)[N]) {
     value[0] = '\0';
     GetPrivateProfileStringA("Settings", key.Text(), defaultValue, value, static_cast<DWORD>(N), szIniFile);
     return value[0] != '\0';
 }
 
 // Whether the folder of this file is there.
-int HasFolder(const char* file) {
+static int HasFolder(const char* file) {
     char folder[260];
     CopyText(folder, file);
     size_t end = TextLength(folder);
@@ -85,7 +83,7 @@ int HasFolder(const char* file) {
 }
 
 // The name that the settings give, starting from the present one.
-void ReadLogFileName(char (&name)[260]) {
+static void ReadLogFileName(char (&name)[260]) {
     char value[260];
     if (ReadLogKey("Logfile", "", value)) {
         PathUnquoteSpacesA(value);
@@ -101,7 +99,7 @@ void ReadLogFileName(char (&name)[260]) {
 }
 
 // Takes over a new name. A file that is still open under the old one is closed, or the next records would follow it.
-void SetLogFileName(const char* name) {
+static void SetLogFileName(const char* name) {
     LockGuard lock(s_logLock);
     if (SameText(g_Log.LogFileName, name)) {
         return;
@@ -111,7 +109,7 @@ void SetLogFileName(const char* name) {
 }
 
 // The steps of LogFile_ReadSettings.
-void ReadSettings() {
+static void ReadSettings() {
     char level[8];
     if (ReadLogKey("LogLevel", "3", level) && level[0] >= '0' && level[0] <= '9') {
         g_Log.LogLevel = level[0] - '0';
@@ -138,7 +136,7 @@ void ReadSettings() {
 // --- The file
 
 // Makes everybody's access the security of files that the log creates. Without it they get the default security.
-void BuildSecurity() {
+static void BuildSecurity() {
     if (s_pSecurity) {
         return;
     }
@@ -155,12 +153,12 @@ void BuildSecurity() {
     s_pSecurity = &s_security;
 }
 
-bool LogFileIsThere() {
+static bool LogFileIsThere() {
     return GetFileAttributesA(g_Log.LogFileName) != INVALID_FILE_ATTRIBUTES;
 }
 
 // A drive that is not there any more, such as an unplugged stick, is replaced by "C".
-void ReplaceMissingDrive() {
+static void ReplaceMissingDrive() {
     const char* name = g_Log.LogFileName;
     const char letter = name[0];
     const bool isLetter = (letter >= 'A' && letter <= 'Z') || (letter >= 'a' && letter <= 'z');
@@ -177,7 +175,7 @@ void ReplaceMissingDrive() {
 
 // Makes the empty file; one that another process has made by now may hold its records and stays. Returns: 0 if there is
 // no hope to make it, so that the log needs no closer thread.
-int CreateLogFile() {
+static int CreateLogFile() {
     for (int attempt = 1; attempt <= CreateAttempts; ++attempt) {
         const OwnedFile file(CreateFileA(g_Log.LogFileName, GENERIC_WRITE, FILE_SHARE_READ, s_pSecurity, CREATE_NEW,
                                          FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -202,7 +200,7 @@ int CreateLogFile() {
 
 // How often the open is tried for one record. Everybody may open the log, and one who never shares it would otherwise
 // make each record of the service wait for all attempts.
-int AttemptsForRecord() QM_REQUIRES(s_logLock) {
+static int AttemptsForRecord() QM_REQUIRES(s_logLock) {
     if (s_isHeld && GetTickCount() - s_heldSinceTick < HeldMs) {
         return 1;
     }
@@ -211,13 +209,13 @@ int AttemptsForRecord() QM_REQUIRES(s_logLock) {
 
 // A file that is not the log's own would be written to with the rights of the service. It is left alone from now on,
 // until the settings switch the log on again.
-void StopForLink() QM_REQUIRES(s_logLock) {
+static void StopForLink() QM_REQUIRES(s_logLock) {
     g_Log.WriteLogfile = 0;
     OutputDebugStringA("[QUILLMARCH]  the log file is a link -> no more records are written to it\n");
 }
 
 // One attempt. Returns: ERROR_SUCCESS or why not.
-DWORD TryOpenForAppend(const char* name) QM_REQUIRES(s_logLock) {
+static DWORD TryOpenForAppend(const char* name) QM_REQUIRES(s_logLock) {
     const LogFileAnswer answer = s_requestReady && s_closerThread
                                      ? s_request.Ask(name, s_pSecurity, s_writeEvent, OpenWaitMs)
                                      : OpenLogFileNow(name, s_pSecurity);
@@ -229,7 +227,7 @@ DWORD TryOpenForAppend(const char* name) QM_REQUIRES(s_logLock) {
 }
 
 // Opens the file for appending unless it is open. Returns: ERROR_SUCCESS, or the error of the last attempt.
-DWORD OpenForAppend(const char* name) QM_REQUIRES(s_logLock) {
+static DWORD OpenForAppend(const char* name) QM_REQUIRES(s_logLock) {
     if (s_file != INVALID_HANDLE_VALUE) {
         return ERROR_SUCCESS;
     }
@@ -253,7 +251,7 @@ DWORD OpenForAppend(const char* name) QM_REQUIRES(s_logLock) {
 }
 
 // Returns: ERROR_SUCCESS, or the error of the open: the record is then lost and nothing is reported.
-DWORD LogFile_WriteLine(const char* name, const char* text, size_t length) QM_REQUIRES(s_logLock) {
+static DWORD LogFile_WriteLine(const char* name, const char* text, size_t length) QM_REQUIRES(s_logLock) {
     const DWORD openError = OpenForAppend(name);
     if (openError != ERROR_SUCCESS) {
         return openError;
@@ -274,7 +272,7 @@ DWORD LogFile_WriteLine(const char* name, const char* text, size_t length) QM_RE
 // Builds time, delta, origin, level and message in s_line; a message that is too long is cut so that the line end
 // stays. One format for all that stands in front of the message: each is a call to Windows, and a log of level 3 has
 // thousands of lines.
-size_t FormatRecord(LONG level, DWORD delta) QM_REQUIRES(s_logLock) {
+static size_t FormatRecord(LONG level, DWORD delta) QM_REQUIRES(s_logLock) {
     SYSTEMTIME now;
     GetLocalTime(&now);
     const DWORD tenth = now.wMilliseconds / 100u;
@@ -291,7 +289,7 @@ size_t FormatRecord(LONG level, DWORD delta) QM_REQUIRES(s_logLock) {
 }
 
 // Returns: ERROR_SUCCESS, or why the file could not be opened.
-DWORD WriteRecord(LONG level, const char* format, va_list arguments) QM_REQUIRES(s_logLock) {
+static DWORD WriteRecord(LONG level, const char* format, va_list arguments) QM_REQUIRES(s_logLock) {
     DWORD openError = ERROR_SUCCESS;
     const DWORD tick = GetTickCount();
     const DWORD sinceLast = tick - s_previousTick;
@@ -313,7 +311,7 @@ DWORD WriteRecord(LONG level, const char* format, va_list arguments) QM_REQUIRES
 
 // --- The closer thread
 
-void CloseIfIdle() {
+static void CloseIfIdle() {
     if (!TryEnterCriticalSection(&s_logLock)) {
         return; // a writer is at work, and its event will bring the thread back
     }
@@ -322,7 +320,7 @@ void CloseIfIdle() {
     LeaveCriticalSection(&s_logLock);
 }
 
-void CloseAtEnd() {
+static void CloseAtEnd() {
     LockGuard lock(s_logLock);
     s_request.DropLateAnswer();
     const OwnedFile file(std::exchange(s_file, INVALID_HANDLE_VALUE));
@@ -331,7 +329,7 @@ void CloseAtEnd() {
     }
 }
 
-void CloseLogHandle() {
+static void CloseLogHandle() {
     while (!s_exitRequested) {
         s_request.AnswerIfAsked();
         if (WaitForSingleObject(s_writeEvent, IdleBeforeCloseMs) == WAIT_OBJECT_0) {
@@ -350,18 +348,16 @@ void CloseLogHandle() {
     CloseAtEnd();
 }
 
-DWORD WINAPI CloseLogHandle_ThreadProc(LPVOID) {
+static DWORD WINAPI CloseLogHandle_ThreadProc(LPVOID) {
     CloseLogHandle();
     return 0;
 }
 
-void StartCloser() {
+static void StartCloser() {
     if (!s_closerThread) {
         s_closerThread = StartThread(CloseLogHandle_ThreadProc, nullptr);
     }
 }
-
-} // namespace
 
 void LogFile_Init(int rotate) {
     if (!s_lockReady) {

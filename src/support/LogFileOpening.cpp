@@ -5,10 +5,8 @@
 #include "support/StringTools.h"
 #include "support/SystemTools.h"
 
-namespace {
-
 using FinalPathOperation = DWORD(WINAPI*)(HANDLE, LPSTR, DWORD, DWORD);
-FinalPathOperation s_finalPath; // set before the threads start
+static FinalPathOperation s_finalPath; // set before the threads start
 
 constexpr size_t VerbatimLength = 4; // of "\\?\" in front of a final path
 
@@ -18,22 +16,22 @@ constexpr LONG Idle = 0;
 constexpr LONG Asked = 1;
 constexpr LONG Answered = 2;
 
-LONG StateOf(const LONG& state) {
+static LONG StateOf(const LONG& state) {
     return __atomic_load_n(&state, __ATOMIC_ACQUIRE);
 }
 
-void SetState(LONG& state, LONG value) {
+static void SetState(LONG& state, LONG value) {
     __atomic_store_n(&state, value, __ATOMIC_RELEASE);
 }
 
 // Whether the letter stands for a place whose final path has another beginning: a share, or a folder of another drive.
-bool IsBorrowedDrive(const char* name) {
+static bool IsBorrowedDrive(const char* name) {
     const char root[] = {name[0], ':', '\\', '\0'};
     return name[0] == '\\' || GetDriveTypeA(root) == DRIVE_REMOTE || IsSubstDrive(name[0]);
 }
 
 // Compares where the open file lies with its name. A short name in the path is no link.
-LogFileIdentity CompareFinalPath(HANDLE file, const char* name) {
+static LogFileIdentity CompareFinalPath(HANDLE file, const char* name) {
     char final[520];
     const DWORD length = s_finalPath(file, final, sizeof(final), 0);
     if (length == 0 || length >= sizeof(final)) {
@@ -52,7 +50,7 @@ LogFileIdentity CompareFinalPath(HANDLE file, const char* name) {
 }
 
 // Looks for a link in the name: the file itself and every folder above it.
-LogFileIdentity LookForLinks(const char* name) {
+static LogFileIdentity LookForLinks(const char* name) {
     char path[260];
     CopyText(path, name);
     const size_t driveRoot = 3;
@@ -69,7 +67,7 @@ LogFileIdentity LookForLinks(const char* name) {
     return LogFileIdentity::Own;
 }
 
-LogFileIdentity IdentityOf(HANDLE file, const char* name) {
+static LogFileIdentity IdentityOf(HANDLE file, const char* name) {
     BY_HANDLE_FILE_INFORMATION information;
     if (!GetFileInformationByHandle(file, &information)) {
         return LogFileIdentity::Unknown;
@@ -80,12 +78,10 @@ LogFileIdentity IdentityOf(HANDLE file, const char* name) {
     return s_finalPath ? CompareFinalPath(file, name) : LookForLinks(name);
 }
 
-HANDLE OpenForAppend(const char* name, SECURITY_ATTRIBUTES* security) {
+static HANDLE OpenForAppend(const char* name, SECURITY_ATTRIBUTES* security) {
     return CreateFileA(name, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, security, OPEN_ALWAYS,
                        FILE_ATTRIBUTE_NORMAL, nullptr);
 }
-
-} // namespace
 
 void LogFileOpening_Init() {
     if (s_finalPath) {

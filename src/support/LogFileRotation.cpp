@@ -6,32 +6,30 @@
 #include "support/StringTools.h"
 #include "support/ThreadTools.h"
 
-namespace {
-
 constexpr DWORD LastBackupSuffix = 99;
 constexpr DWORD RotationWaitMs = 1000;
 
 // The thread may outlive the wait for it, and so does what it reads.
-char s_name[260];
-char s_backup[260];
-LONG s_isGivenUp; // set by the waiting side, read by the thread
-LONG s_isBusy;    // cleared by the thread as its last step
+static char s_name[260];
+static char s_backup[260];
+static LONG s_isGivenUp; // set by the waiting side, read by the thread
+static LONG s_isBusy;    // cleared by the thread as its last step
 
-bool IsSet(const LONG& flag) {
+static bool IsSet(const LONG& flag) {
     return __atomic_load_n(&flag, __ATOMIC_ACQUIRE) != 0;
 }
 
-void Set(LONG& flag, LONG value) {
+static void Set(LONG& flag, LONG value) {
     __atomic_store_n(&flag, value, __ATOMIC_RELEASE);
 }
 
 // Asked without opening the file in a way that an oplock could hold.
-bool IsThere(const char* name) {
+static bool IsThere(const char* name) {
     return GetFileAttributesA(name) != INVALID_FILE_ATTRIBUTES;
 }
 
 // A backup that somebody holds can often still be renamed, and then goes under its new name.
-void RenameAndDeleteBackup() {
+static void RenameAndDeleteBackup() {
     for (DWORD n = 1; n <= LastBackupSuffix && !IsSet(s_isGivenUp); ++n) {
         char renamed[sizeof(s_backup) + 4];
         FormatText(renamed, "%s_%u", s_backup, n);
@@ -42,7 +40,7 @@ void RenameAndDeleteBackup() {
     }
 }
 
-void LogFile_Backup() {
+static void LogFile_Backup() {
     if (!DeleteFileA(s_backup)) {
         RenameAndDeleteBackup();
     }
@@ -51,13 +49,11 @@ void LogFile_Backup() {
     }
 }
 
-DWORD WINAPI LogFile_Backup_ThreadProc(LPVOID) {
+static DWORD WINAPI LogFile_Backup_ThreadProc(LPVOID) {
     LogFile_Backup();
     Set(s_isBusy, 0);
     return 0;
 }
-
-} // namespace
 
 bool RotateLogFile(const char* name) {
     if (IsSet(s_isBusy)) {

@@ -5,12 +5,8 @@
 #include "support/ProcessState.h"
 #include "support/ScopeGuard.h"
 
-namespace {
-
 constexpr char Caption[] = "Quill-March-Ward";
 constexpr LONG_PTR LastShellError = 32; // results up to it are errors
-
-} // namespace
 
 int ShowBox(HWND owner, const char* text, const char* caption, UINT flags) {
     // The manifest asks for the newer controls, and Windows 5.1 makes no window with them before they are ready.

@@ -4,21 +4,17 @@
 #include "support/ScopeGuard.h"
 #include "support/SupportLocks.h"
 
-namespace {
-
 constexpr DWORD Multiplier = 1103515245;
 constexpr DWORD Increment = 12345;
 constexpr DWORD ResultShift = 16;
 constexpr DWORD ResultMask = 0x7FFF;
 
-constinit DWORD s_seed = 1; // guarded by CS_Random once the locks are there
+static constinit DWORD s_seed = 1; // guarded by CS_Random once the locks are there
 
-DWORD NextRandom() {
+static DWORD NextRandom() {
     s_seed = s_seed * Multiplier + Increment;
     return (s_seed >> ResultShift) & ResultMask;
 }
-
-} // namespace
 
 DWORD Random() {
     if (!g_SupportLocksReady) {

@@ -9,8 +9,6 @@
 
 OsVersion g_Os;
 
-namespace {
-
 constexpr DWORD FirstWow64Major = 5;
 constexpr DWORD FirstMajorWithRelease = 10;
 constexpr DWORD FirstBuildOfEleven = 22000;
@@ -24,7 +22,7 @@ using RtlGetVersionOperation = LONG(WINAPI*)(OSVERSIONINFOW*);
 using IsWow64ProcessOperation = BOOL(WINAPI*)(HANDLE, PBOOL);
 
 template<typename Info>
-void TakeVersion(const Info& info, OsVersion* out) {
+static void TakeVersion(const Info& info, OsVersion* out) {
     out->MajorVersion = info.dwMajorVersion;
     out->MinorVersion = info.dwMinorVersion;
     out->BuildNumber = info.dwBuildNumber;
@@ -34,7 +32,7 @@ void TakeVersion(const Info& info, OsVersion* out) {
 }
 
 // RtlGetVersion tells the truth; GetVersionExA tells a program without a manifest what it was made for.
-void ReadApiVersion(OsVersion* out) {
+static void ReadApiVersion(OsVersion* out) {
     const SystemLibrary ntdll("ntdll.dll");
     const auto rtlGetVersion = ntdll.Find<RtlGetVersionOperation>("RtlGetVersion");
     if (rtlGetVersion) {
@@ -52,7 +50,7 @@ void ReadApiVersion(OsVersion* out) {
     }
 }
 
-DWORD ReadIsWow64() {
+static DWORD ReadIsWow64() {
     BOOL isWow64 = FALSE;
     const SystemLibrary kernel("kernel32.dll");
     const auto isWow64Process = kernel.Find<IsWow64ProcessOperation>("IsWow64Process");
@@ -62,7 +60,7 @@ DWORD ReadIsWow64() {
     return isWow64 ? 1 : 0;
 }
 
-void ReadFileVersion(OsVersion* out) {
+static void ReadFileVersion(OsVersion* out) {
     char directory[MAX_PATH];
     const UINT length = GetSystemDirectoryA(directory, sizeof(directory));
     if (length == 0 || length >= sizeof(directory)) {
@@ -78,7 +76,7 @@ void ReadFileVersion(OsVersion* out) {
     }
 }
 
-void ReadNames(OsVersion* out) {
+static void ReadNames(OsVersion* out) {
     (void)RegReadString(HKEY_LOCAL_MACHINE, VersionKey, "ProductName", out->ProductName, sizeof(out->ProductName),
                         static_cast<int>(out->IsWow64)); // without it the name stays empty
     // Windows 11 still stores the name of its predecessor.
@@ -96,8 +94,6 @@ void ReadNames(OsVersion* out) {
     }
     (void)RegReadDisplayString(HKEY_LOCAL_MACHINE, VersionKey, "UBR", out->Ubr, sizeof(out->Ubr));
 }
-
-} // namespace
 
 void GetOsVersion(OsVersion* out) {
     *out = {};

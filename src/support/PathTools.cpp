@@ -4,19 +4,17 @@
 #include "support/LogFile.h"
 #include "support/StringTools.h"
 
-namespace {
-
 constexpr size_t MaxExpandLimit = 1024;
 constexpr size_t ExpandRoom = 260;
 constexpr size_t PathRoom = 1024;
 constexpr size_t PathExpandLimit = 260;
 
-bool IsLetter(char c) {
+static bool IsLetter(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
 // Quotes off, "." and ".." resolved, variables expanded.
-void NormalizePath(char (&path)[PathRoom]) {
+static void NormalizePath(char (&path)[PathRoom]) {
     (void)UnquoteText(path);
     char canonical[MAX_PATH] = {};
     if (TextLength(path) < MAX_PATH && PathCanonicalizeA(canonical, path)) {
@@ -26,11 +24,9 @@ void NormalizePath(char (&path)[PathRoom]) {
     (void)ExpandEnvInPlace(path, PathExpandLimit);
 }
 
-bool IsFullPath(const char* path) {
+static bool IsFullPath(const char* path) {
     return (path[0] == '\\' && path[1] == '\\') || (IsLetter(path[0]) && path[1] == ':');
 }
-
-} // namespace
 
 void MakeFullPath(const char* path, const char* baseDir, char* out, size_t size) {
     if (path[0] == '\0' || !baseDir) {

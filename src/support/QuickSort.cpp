@@ -3,12 +3,11 @@
 #include "support/BoundedText.h"
 #include "support/NumberTools.h"
 
-namespace {
-
 constexpr size_t SmallCount = 32; // below it the insertion sort is the faster one
 constexpr DWORD DisorderHz = 666;
 constexpr DWORD DisorderMs = 666;
 
+namespace {
 struct Elements {
     BYTE* Base;
     size_t Size;
@@ -26,9 +25,10 @@ struct Elements {
         }
     }
 };
+} // namespace
 
 // Sorts [first, end) by comparing backwards from each element.
-void InsertionSort(const Elements& elements, size_t first, size_t end, bool beepAtSwap) {
+static void InsertionSort(const Elements& elements, size_t first, size_t end, bool beepAtSwap) {
     for (size_t next = first + 1; next < end; ++next) {
         for (size_t at = next; at > first && elements.Order(at - 1, at) > 0; --at) {
             elements.Swap(at - 1, at);
@@ -41,7 +41,7 @@ void InsertionSort(const Elements& elements, size_t first, size_t end, bool beep
 
 // Splits [first, end) by a pivot that is parked at the end. Both indexes stop at equal elements, so that many equal
 // ones split in half. Returns: the pivot's final index.
-size_t Partition(const Elements& elements, size_t first, size_t end) {
+static size_t Partition(const Elements& elements, size_t first, size_t end) {
     const size_t pivot = end - 1;
     elements.Swap(first + Random() % (end - first), pivot);
     size_t low = first;
@@ -65,7 +65,7 @@ size_t Partition(const Elements& elements, size_t first, size_t end) {
 }
 
 // Recursion goes into the smaller side only, so its depth stays below 64 whatever the elements are.
-void SortRange(const Elements& elements, size_t first, size_t end) {
+static void SortRange(const Elements& elements, size_t first, size_t end) {
     while (end - first >= SmallCount) {
         const size_t middle = Partition(elements, first, end);
         if (middle - first < end - middle - 1) {
@@ -78,8 +78,6 @@ void SortRange(const Elements& elements, size_t first, size_t end) {
     }
     InsertionSort(elements, first, end, /*beepAtSwap=*/false);
 }
-
-} // namespace
 
 void QuickSort(void* base, size_t count, size_t elementSize, SortComparison compare) {
     if (count < 2 || elementSize % sizeof(DWORD) != 0) {

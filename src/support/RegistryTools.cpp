@@ -8,24 +8,24 @@
 #include "support/OsVersion.h"
 #include "support/StringTools.h"
 
-namespace {
-
 constexpr DWORD KeyNotFound = 2;    // result of RegGetKeyWriteTime
 constexpr DWORD ChangeLimit = 128;  // longest value that RegChangeValue takes, in bytes
 constexpr DWORD MaxValueName = 260; // characters
 constexpr DWORD FirstVersionWithUac = 6;
 
+namespace {
 // What came of the work on a key: whether the key could be opened at all, and the registry's error of the open or work.
 struct KeyOutcome {
     bool Opened;
     DWORD Error;
 };
+} // namespace
 
 // Opens the key, does the work and closes it. A key that refuses is opened to everybody in between, and its former
 // access list comes back after the key has been closed and before this function returns, on every road.
 // firstRoot: of the first open; secondRoot: of the one behind the grant. work: LONG(HKEY), a registry error.
 template<typename Work>
-KeyOutcome WithKey(HKEY firstRoot, HKEY secondRoot, const char* key, REGSAM rights, Work work) {
+static KeyOutcome WithKey(HKEY firstRoot, HKEY secondRoot, const char* key, REGSAM rights, Work work) {
     OwnedKey handle;
     PSECURITY_DESCRIPTOR formerList = nullptr;
     LONG error = RegOpenKeyExA(firstRoot, key, 0, rights, handle.Receive());
@@ -49,12 +49,12 @@ KeyOutcome WithKey(HKEY firstRoot, HKEY secondRoot, const char* key, REGSAM righ
 }
 
 template<typename Work>
-KeyOutcome WithKey(HKEY root, const char* key, REGSAM rights, Work work) {
+static KeyOutcome WithKey(HKEY root, const char* key, REGSAM rights, Work work) {
     return WithKey(root, root, key, rights, work);
 }
 
 // Puts the error where the caller looks for it. Returns: 1 for success, else 0.
-int Finish(DWORD error) {
+static int Finish(DWORD error) {
     if (error != ERROR_SUCCESS) {
         SetLastError(error);
         return 0;
@@ -64,7 +64,7 @@ int Finish(DWORD error) {
 
 // Makes text of what RegQueryValueExA has put into buffer. length: bytes read, at most size. A value without a final
 // zero gets one; if there is no room for it the value does not fit.
-LONG FinishText(DWORD type, char* buffer, DWORD size, DWORD length) {
+static LONG FinishText(DWORD type, char* buffer, DWORD size, DWORD length) {
     if (type == REG_DWORD) {
         DWORD value = 0;
         CopyBytes(&value, buffer, length < sizeof(value) ? length : sizeof(value));
@@ -78,7 +78,7 @@ LONG FinishText(DWORD type, char* buffer, DWORD size, DWORD length) {
     return buffer[size - 1] == '\0' ? static_cast<LONG>(ERROR_SUCCESS) : static_cast<LONG>(ERROR_MORE_DATA);
 }
 
-LONG QueryText(HKEY handle, const char* name, char* buffer, DWORD size) {
+static LONG QueryText(HKEY handle, const char* name, char* buffer, DWORD size) {
     DWORD type = 0;
     DWORD length = size;
     LONG error = RegQueryValueExA(handle, name, nullptr, &type, reinterpret_cast<BYTE*>(buffer), &length);
@@ -91,12 +91,10 @@ LONG QueryText(HKEY handle, const char* name, char* buffer, DWORD size) {
     return error;
 }
 
-LONG WriteText(HKEY handle, const char* name, const char* text) {
+static LONG WriteText(HKEY handle, const char* name, const char* text) {
     const DWORD sizeBytes = static_cast<DWORD>(TextLength(text) + 1);
     return RegSetValueExA(handle, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text), sizeBytes);
 }
-
-} // namespace
 
 int RegDeleteValue(HKEY root, const char* key, const char* name) {
     OwnedKey handle;

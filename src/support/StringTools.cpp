@@ -2,30 +2,26 @@
 
 #include "support/BoundedText.h"
 
-namespace {
-
 constexpr DWORD MaxHexBytes = 199;
 constexpr size_t CharsPerHexByte = 3;
 constexpr int MaxAnsiPath = 259; // characters, without the zero
 
-bool IsBlank(char c) {
+static bool IsBlank(char c) {
     return c == ' ' || c == '\t';
 }
 
-bool IsDigit(char c) {
+static bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
 // Occurrences of search in text from left to right, without overlap.
-DWORD CountOccurrences(const char* text, const char* search, size_t searchLength) {
+static DWORD CountOccurrences(const char* text, const char* search, size_t searchLength) {
     DWORD count = 0;
     for (const char* at = StrStrIA(text, search); at; at = StrStrIA(at + searchLength, search)) {
         ++count;
     }
     return count;
 }
-
-} // namespace
 
 DWORD ReplaceString(char* text, const char* search, const char* replace, size_t limit) {
     const size_t searchLength = TextLength(search);

@@ -4,15 +4,13 @@
 #include "support/Handles.h"
 #include "support/LogFile.h"
 
-namespace {
-
 constexpr DWORD SearchSystemDirectoryOnly = 0x800;
 constexpr char SubstTarget[] = "\\??\\";
 
 using SetDllDirectoryOperation = BOOL(WINAPI*)(LPCSTR);
 using SetDefaultDllDirectoriesOperation = BOOL(WINAPI*)(DWORD);
 
-DWORD FindProcess(const char* name) {
+static DWORD FindProcess(const char* name) {
     const OwnedFile snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     if (!snapshot) {
         return 0;
@@ -26,8 +24,6 @@ DWORD FindProcess(const char* name) {
     }
     return 0;
 }
-
-} // namespace
 
 DWORD GetProcessIdByName(const char* name) {
     const DWORD id = FindProcess(name);

@@ -3,8 +3,6 @@
 #include "support/OsVersion.h"
 #include "support/SystemTools.h"
 
-namespace {
-
 constexpr DWORD BcdTen = 0x1000;
 constexpr DWORD BcdEightOne = 0x0603;
 constexpr DWORD FirstBuildWithWindowDpi = 14393;
@@ -15,7 +13,7 @@ using GetDpiForWindowOperation = UINT(WINAPI*)(HWND);
 using GetDpiForMonitorOperation = HRESULT(WINAPI*)(HMONITOR, int, UINT*, UINT*);
 
 // Each of the two gives 0 if this Windows or this window has no answer.
-UINT AskWindow(HWND window) {
+static UINT AskWindow(HWND window) {
     if (g_Os.VersionBcd < BcdTen || g_Os.BuildNumber < FirstBuildWithWindowDpi) {
         return 0;
     }
@@ -24,7 +22,7 @@ UINT AskWindow(HWND window) {
     return getDpi ? getDpi(window) : 0;
 }
 
-UINT AskMonitor(HWND window) {
+static UINT AskMonitor(HWND window) {
     if (g_Os.VersionBcd < BcdEightOne) {
         return 0;
     }
@@ -38,8 +36,6 @@ UINT AskMonitor(HWND window) {
     }
     return x;
 }
-
-} // namespace
 
 UINT GetWindowDpi(HWND window) {
     UINT dpi = AskWindow(window);
