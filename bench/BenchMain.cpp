@@ -5,11 +5,11 @@
 #include "simwin/kernel/Machine.h"
 
 #include "actions/CallBackTimer.h"
-#include "support/BoundedText.h"
-#include "support/CRTreplace.h"
-#include "support/OsVersion.h"
-#include "support/ProcessState.h"
-#include "support/SupportLocks.h"
+#include "support/system/CRTreplace.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ProcessState.h"
+#include "support/system/SupportLocks.h"
+#include "support/texts/BoundedText.h"
 
 namespace {
 

@@ -11,12 +11,12 @@
 #include "config/CSettings.h"
 #include "engine/NewDeviceArrived.h"
 #include "engine/SectionMatching.h"
-#include "inventory/CComPorts.h"
-#include "inventory/CDeviceArrivals.h"
-#include "support/BoundedText.h"
-#include "support/InterfaceClasses.h"
-#include "support/ProcessState.h"
-#include "support/WorkerThreads.h"
+#include "inventory/ports/CComPorts.h"
+#include "inventory/ports/CDeviceArrivals.h"
+#include "support/system/InterfaceClasses.h"
+#include "support/system/ProcessState.h"
+#include "support/system/WorkerThreads.h"
+#include "support/texts/BoundedText.h"
 
 #include <algorithm>
 #include <chrono>

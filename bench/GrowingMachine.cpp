@@ -3,10 +3,10 @@
 #include "simwin/devices/Devices.h"
 #include "simwin/devices/PlugAndPlay.h"
 
-#include "inventory/CComPorts.h"
-#include "inventory/CUsbHubs.h"
-#include "inventory/CUsbRoothubs.h"
-#include "support/ProcessState.h"
+#include "inventory/ports/CComPorts.h"
+#include "inventory/usb/CUsbHubs.h"
+#include "inventory/usb/CUsbRoothubs.h"
+#include "support/system/ProcessState.h"
 
 #include <cstdio>
 #include <utility>

@@ -4,8 +4,8 @@
 
 #include "simwin/files/Files.h"
 
-#include "support/LogFile.h"
-#include "support/ProcessState.h"
+#include "support/log/LogFile.h"
+#include "support/system/ProcessState.h"
 
 namespace bench {
 

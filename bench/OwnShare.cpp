@@ -1,6 +1,6 @@
 #include "bench/OwnShare.h"
 
-#include "support/BoundedText.h"
+#include "support/texts/BoundedText.h"
 
 #include <atomic>
 #include <cstdint>

@@ -8,9 +8,9 @@
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Process.h"
 
-#include "inventory/CComPorts.h"
-#include "support/LogFile.h"
-#include "support/ProcessState.h"
+#include "inventory/ports/CComPorts.h"
+#include "support/log/LogFile.h"
+#include "support/system/ProcessState.h"
 
 #include <string>
 #include <vector>

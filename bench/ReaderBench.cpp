@@ -6,7 +6,7 @@
 #include "simwin/files/Files.h"
 
 #include "config/CCfgReader.h"
-#include "support/ProcessState.h"
+#include "support/system/ProcessState.h"
 
 #include <array>
 #include <cstdint>

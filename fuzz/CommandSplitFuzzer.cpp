@@ -5,9 +5,9 @@
 #include "simwin/shell/Shell.h"
 
 #include "actions/CommandSplit.h"
-#include "inventory/CComPorts.h"
-#include "support/BoundedText.h"
-#include "support/ProcessState.h"
+#include "inventory/ports/CComPorts.h"
+#include "support/system/ProcessState.h"
+#include "support/texts/BoundedText.h"
 
 #include <cstring>
 

@@ -6,8 +6,8 @@
 
 #include "actions/ExecuteMode.h"
 #include "actions/ProgramLauncher.h"
-#include "support/BoundedText.h"
-#include "support/CommandLine.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/CommandLine.h"
 
 #include <cstring>
 

@@ -1,9 +1,9 @@
 // The text tools for the names that Windows shows: found, cut and copied COM names, in arrays of the real sizes.
 #include "fuzz/Stage.h"
 
-#include "inventory/ComPortNumber.h"
-#include "inventory/FriendlyName.h"
-#include "support/BoundedText.h"
+#include "inventory/names/ComPortNumber.h"
+#include "inventory/names/FriendlyName.h"
+#include "support/texts/BoundedText.h"
 
 #include <cstring>
 #include <vector>

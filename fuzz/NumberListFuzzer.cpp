@@ -2,7 +2,7 @@
 // other.
 #include "fuzz/Stage.h"
 
-#include "support/Bitmap.h"
+#include "support/texts/Bitmap.h"
 
 #include <cstring>
 #include <memory>

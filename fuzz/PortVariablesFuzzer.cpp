@@ -2,8 +2,8 @@
 #include "fuzz/Stage.h"
 
 #include "actions/PortVariables.h"
-#include "inventory/CComPorts.h"
-#include "support/BoundedText.h"
+#include "inventory/ports/CComPorts.h"
+#include "support/texts/BoundedText.h"
 
 #include <cstring>
 

@@ -7,10 +7,10 @@
 #include "config/CCfgReader.h"
 #include "engine/AssignmentCheck.h"
 #include "engine/SectionMatching.h"
-#include "inventory/CComPorts.h"
-#include "support/BoundedText.h"
-#include "support/LogFile.h"
-#include "support/ProcessState.h"
+#include "inventory/ports/CComPorts.h"
+#include "support/log/LogFile.h"
+#include "support/system/ProcessState.h"
+#include "support/texts/BoundedText.h"
 
 #include <cstring>
 

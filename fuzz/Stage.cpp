@@ -5,10 +5,10 @@
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 
-#include "support/CRTreplace.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
-#include "support/SupportLocks.h"
+#include "support/log/LogFile.h"
+#include "support/system/CRTreplace.h"
+#include "support/system/OsVersion.h"
+#include "support/system/SupportLocks.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -3,7 +3,7 @@
 
 #include "simwin/kernel/Process.h"
 
-#include "support/CommandLine.h"
+#include "support/texts/CommandLine.h"
 
 #include <cstring>
 

@@ -30,7 +30,7 @@ BANNED_IN_SRC = [
     (re.compile(r"\b(throw|try|catch|dynamic_cast|typeid)\b\s*[\({]?"), "no exceptions, no RTTI"),
     (re.compile(r"\bgoto\b"), "no goto"),
     (re.compile(r"\b(CloseHandle|FindClose|RegCloseKey|CloseServiceHandle|SetupDiDestroyDeviceInfoList|FreeLibrary|"
-                r"LocalFree)\s*\("), "closed by hand: an owner of support/Handles.h does it on every way out"),
+                r"LocalFree)\s*\("), "closed by hand: an owner of support/system/Handles.h does it on every way out"),
     (re.compile(r"\b(strcpy|strcat|sprintf|strncpy|strncat|gets|vsprintf|lstrcpyA|lstrcatA)\s*\("), "an unbounded copy: use BoundedText"),
     (re.compile(r"#\s*include\s*[\"<](simwin/|windows\.h|setupapi\.h)"), "the one door is platform/win32.h"),
     (re.compile(r"\bKeyName::Unchecked\b"), "a key without a row in src/keys/ConfigurationKeys.h"),
@@ -110,7 +110,7 @@ def check_text(path, lines):
         rules += BANNED_IN_SRC
     if path.startswith("simwin/"):
         rules += BANNED_IN_SIMWIN
-    if path == "src/support/Handles.h":
+    if path == "src/support/system/Handles.h":
         rules = [rule for rule in rules if not rule[1].startswith("closed by hand")]
     for number, line in enumerate(lines, 1):
         bare = strip_comment_and_strings(line) if "include" not in line else line

@@ -1,9 +1,9 @@
 #include "actions/ActionEntries.h"
 
-#include "support/BoundedText.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
-#include "support/StringTools.h"
+#include "support/log/LogFile.h"
+#include "support/system/OsVersion.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/StringTools.h"
 
 static_assert(sizeof(OpenParams::szOpen) == KeyRow("open_").longest + 1);
 static_assert(sizeof(OpenParams::szWorkDir) == KeyRow("workdir_").longest + 1);

@@ -1,10 +1,10 @@
 #include "actions/CallBackTimer.h"
 
-#include "support/BoundedText.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/ScopeGuard.h"
-#include "support/WorkerThreads.h"
+#include "support/log/LogFile.h"
+#include "support/system/Handles.h"
+#include "support/system/ScopeGuard.h"
+#include "support/system/WorkerThreads.h"
+#include "support/texts/BoundedText.h"
 
 constexpr DWORD LastIdBeforeGenerated = 0x000FFFFF;
 constexpr size_t TimerNameChars = 24;

@@ -1,10 +1,10 @@
 #include "actions/CommandSplit.h"
 
-#include "support/BoundedText.h"
-#include "support/FileTools.h"
-#include "support/PathTools.h"
-#include "support/ProcessState.h"
-#include "support/StringTools.h"
+#include "support/system/FileTools.h"
+#include "support/system/ProcessState.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/PathTools.h"
+#include "support/texts/StringTools.h"
 
 constexpr INT_PTR FindFailed = 32; // FindExecutableA gives a number above this one for success
 constexpr INT_PTR TextTooLong = 8;

@@ -8,7 +8,7 @@
 
 #include "actions/PortVariables.h"
 #include "platform/win32.h"
-#include "support/UserType.h"
+#include "support/system/UserType.h"
 
 constexpr size_t MaxProgramParams = 2048; // with the final zero
 

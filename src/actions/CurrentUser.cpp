@@ -1,13 +1,13 @@
 #include "actions/CurrentUser.h"
 
 #include "actions/UserTokens.h"
-#include "support/BoundedText.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
-#include "support/ProcessState.h"
-#include "support/StringTools.h"
-#include "support/SystemTools.h"
+#include "support/log/LogFile.h"
+#include "support/system/Handles.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ProcessState.h"
+#include "support/system/SystemTools.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/StringTools.h"
 
 constexpr size_t NameChars = 64;
 constexpr size_t FullNameChars = MaxNameChars + 1;

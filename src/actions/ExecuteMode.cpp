@@ -4,14 +4,14 @@
 #include "actions/ForegroundWindow.h"
 #include "actions/ProcessCreation.h"
 #include "actions/UserTokens.h"
-#include "support/BoundedText.h"
-#include "support/CommandLine.h"
-#include "support/DiagnosticNames.h"
-#include "support/FileTools.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
-#include "support/StringTools.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/system/FileTools.h"
+#include "support/system/Handles.h"
+#include "support/system/OsVersion.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/CommandLine.h"
+#include "support/texts/StringTools.h"
 
 constexpr char ExecToken[] = "-exec=";
 constexpr char DirToken[] = "-dir=";

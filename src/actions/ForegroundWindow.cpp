@@ -1,9 +1,9 @@
 #include "actions/ForegroundWindow.h"
 
-#include "support/BoundedText.h"
-#include "support/LogFile.h"
-#include "support/ScopeGuard.h"
-#include "support/ThreadTools.h"
+#include "support/log/LogFile.h"
+#include "support/system/ScopeGuard.h"
+#include "support/system/ThreadTools.h"
+#include "support/texts/BoundedText.h"
 
 constexpr int OutOfSight = 32000;
 constexpr DWORD WindowStepMs = 30;

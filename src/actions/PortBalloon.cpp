@@ -2,17 +2,17 @@
 
 #include "actions/ProcessCreation.h"
 #include "config/CSettings.h"
-#include "inventory/CComPorts.h"
-#include "inventory/CDosDeviceNames.h"
-#include "inventory/DeviceProperties.h"
-#include "inventory/FriendlyName.h"
-#include "support/BoundedText.h"
-#include "support/DiagnosticNames.h"
-#include "support/LogFile.h"
-#include "support/NumberTools.h"
-#include "support/ProcessState.h"
-#include "support/QuickSort.h"
-#include "support/StringTools.h"
+#include "inventory/devices/DeviceProperties.h"
+#include "inventory/names/CDosDeviceNames.h"
+#include "inventory/names/FriendlyName.h"
+#include "inventory/ports/CComPorts.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/system/ProcessState.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/NumberTools.h"
+#include "support/texts/QuickSort.h"
+#include "support/texts/StringTools.h"
 
 constexpr DWORD MinStayMs = 5000;      // a device that leaves sooner is not reported as removed
 constexpr DWORD SameArrivalMs = 30000; // ports of one device that arrived within it are listed together

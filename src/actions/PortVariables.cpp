@@ -1,8 +1,8 @@
 #include "actions/PortVariables.h"
 
-#include "inventory/CComPorts.h"
+#include "inventory/ports/CComPorts.h"
 #include "keys/ConfigurationKeys.h"
-#include "support/BoundedText.h"
+#include "support/texts/BoundedText.h"
 
 namespace {
 struct PortVariable {

@@ -2,17 +2,17 @@
 
 #include "actions/ServiceTools.h"
 #include "actions/UserTokens.h"
-#include "support/BoundedText.h"
-#include "support/DiagnosticNames.h"
-#include "support/FileTools.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
-#include "support/ProcessState.h"
-#include "support/RegistryTools.h"
-#include "support/ScopeGuard.h"
-#include "support/ServiceRun.h"
-#include "support/StringTools.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/registry/RegistryTools.h"
+#include "support/system/FileTools.h"
+#include "support/system/Handles.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ProcessState.h"
+#include "support/system/ScopeGuard.h"
+#include "support/system/ServiceRun.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/StringTools.h"
 
 namespace {
 enum class TokenChoice : BYTE {

@@ -4,7 +4,7 @@
 
 #include "actions/CommandSplit.h"
 #include "platform/win32.h"
-#include "support/UserType.h"
+#include "support/system/UserType.h"
 
 // Room for every command line: a quoted program, a blank and the parameters.
 constexpr size_t MaxProcessLine = MAX_PATH + 4 + MaxProgramParams;

@@ -1,11 +1,11 @@
 #include "actions/ProgramLauncher.h"
 
 #include "actions/ProcessCreation.h"
-#include "support/BoundedText.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
-#include "support/ProcessState.h"
-#include "support/RegistryTools.h"
+#include "support/log/LogFile.h"
+#include "support/registry/RegistryTools.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ProcessState.h"
+#include "support/texts/BoundedText.h"
 
 // The title of the copy's window. It grows by one with each start and wraps; one that is used twice does no harm.
 static WORD s_windowNumber;

@@ -6,7 +6,7 @@
 
 #include "actions/CommandSplit.h"
 #include "platform/win32.h"
-#include "support/UserType.h"
+#include "support/system/UserType.h"
 
 constexpr WORD ShowNotConfigured = 65535;
 

@@ -1,11 +1,11 @@
 #include "actions/ServiceTools.h"
 
 #include "config/CSettings.h"
-#include "support/DiagnosticNames.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
-#include "support/SystemTools.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/system/Handles.h"
+#include "support/system/OsVersion.h"
+#include "support/system/SystemTools.h"
 
 constexpr DWORD Windows51 = 0x0501;
 

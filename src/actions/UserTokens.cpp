@@ -1,13 +1,13 @@
 #include "actions/UserTokens.h"
 
 #include "actions/ServiceTools.h"
-#include "support/DiagnosticNames.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
-#include "support/ScopeGuard.h"
-#include "support/ServiceRun.h"
-#include "support/SystemTools.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/system/Handles.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ScopeGuard.h"
+#include "support/system/ServiceRun.h"
+#include "support/system/SystemTools.h"
 
 constexpr DWORD Windows51 = 0x0501;
 constexpr char ShellImage[] = "explorer.exe";

@@ -2,10 +2,10 @@
 
 #include "balloon/BalloonDelivery.h"
 #include "balloon/BalloonState.h"
-#include "support/BoundedText.h"
-#include "support/CommandLine.h"
-#include "support/LogFile.h"
-#include "support/StringTools.h"
+#include "support/log/LogFile.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/CommandLine.h"
+#include "support/texts/StringTools.h"
 
 constexpr LONG DefaultIcon = 102;
 constexpr LONG DefaultCharSet = 1;

@@ -1,7 +1,7 @@
 #include "balloon/BalloonColours.h"
 
 #include "balloon/BalloonSettings.h"
-#include "support/RegistryTools.h"
+#include "support/registry/RegistryTools.h"
 
 constexpr char PersonalizeKey[] = "Software\\Microsoft\\Windows\\CurrentVersion\\Themes\\Personalize";
 constexpr char DesktopManagerKey[] = "Software\\Microsoft\\Windows\\DWM";

@@ -8,13 +8,13 @@
 #include "balloon/BalloonTracking.h"
 #include "balloon/BalloonWindow.h"
 #include "balloon/ForeignBalloons.h"
-#include "support/BoundedText.h"
-#include "support/DiagnosticNames.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/ScopeGuard.h"
-#include "support/ThreadTools.h"
-#include "support/WorkerThreads.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/system/Handles.h"
+#include "support/system/ScopeGuard.h"
+#include "support/system/ThreadTools.h"
+#include "support/system/WorkerThreads.h"
+#include "support/texts/BoundedText.h"
 
 constexpr DWORD StepMs = 10;
 constexpr LONG FirstClassicIcon = 101;

@@ -4,10 +4,10 @@
 #include "balloon/BalloonPosition.h"
 #include "balloon/BalloonState.h"
 #include "balloon/GdiObjects.h"
-#include "support/DiagnosticNames.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
-#include "support/ScopeGuard.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ScopeGuard.h"
 
 constexpr LONG InnerPoint = 16; // from a corner to a place that is surely inside the rounding
 constexpr BYTE Opaque = 255;

@@ -1,10 +1,10 @@
 #include "balloon/BalloonLayout.h"
 
 #include "balloon/BalloonPosition.h"
-#include "support/BoundedText.h"
-#include "support/DiagnosticNames.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/system/OsVersion.h"
+#include "support/texts/BoundedText.h"
 
 constexpr DWORD Windows2000Bcd = 0x0500;
 constexpr DWORD ThemedTextMajorVersion = 6;

@@ -3,14 +3,14 @@
 #include "balloon/BalloonDelivery.h"
 #include "balloon/BalloonState.h"
 #include "balloon/FreeBalloonInfo.h"
-#include "support/BoundedText.h"
-#include "support/DiagnosticNames.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
-#include "support/ProcessState.h"
-#include "support/ThreadTools.h"
-#include "support/WorkerThreads.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/system/Handles.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ProcessState.h"
+#include "support/system/ThreadTools.h"
+#include "support/system/WorkerThreads.h"
+#include "support/texts/BoundedText.h"
 
 constexpr char PipeName[] = "\\\\.\\pipe\\QuillmarchBalloonUpdate";
 constexpr char ExitMessage[] = "exit";

@@ -1,6 +1,6 @@
 #include "balloon/BalloonPosition.h"
 
-#include "support/LogFile.h"
+#include "support/log/LogFile.h"
 
 constexpr LONG UnscaledDpi = 96;
 constexpr LONG BarGap = 3;        // scaled: between the bar and the balloon

@@ -1,7 +1,7 @@
 #include "balloon/BalloonSettings.h"
 
-#include "support/OsVersion.h"
-#include "support/ProcessState.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ProcessState.h"
 
 constexpr char Section[] = "BalloonTips";
 constexpr DWORD FlatMajorVersion = 10;

@@ -7,13 +7,13 @@
 #include "balloon/BalloonSettings.h"
 #include "balloon/BalloonState.h"
 #include "balloon/ForeignBalloons.h"
-#include "support/DiagnosticNames.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
-#include "support/ScopeGuard.h"
-#include "support/WindowDpi.h"
-#include "support/WorkerThreads.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/system/Handles.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ScopeGuard.h"
+#include "support/system/WindowDpi.h"
+#include "support/system/WorkerThreads.h"
 
 constexpr char WindowClass[] = "TarnHolveBalloonTipClass";
 constexpr char WindowTitle[] = "TarnHolveBalloonTip";

@@ -1,8 +1,8 @@
 #include "balloon/CUxTheme.h"
 
-#include "support/LogFile.h"
-#include "support/ScopeGuard.h"
-#include "support/SystemTools.h"
+#include "support/log/LogFile.h"
+#include "support/system/ScopeGuard.h"
+#include "support/system/SystemTools.h"
 
 constexpr int MaxWideChars = 1024;
 constexpr LONG ProbeWidth = 200;

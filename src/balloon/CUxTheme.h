@@ -4,7 +4,7 @@
 #pragma once
 
 #include "platform/win32.h"
-#include "support/Handles.h"
+#include "support/system/Handles.h"
 
 // Parts and states of the class TOOLTIP.
 constexpr int ThemePartBalloon = 3;

@@ -2,10 +2,10 @@
 
 #include "balloon/BalloonPosition.h"
 #include "balloon/BalloonSettings.h"
-#include "support/LogFile.h"
-#include "support/ScopeGuard.h"
-#include "support/ThreadTools.h"
-#include "support/WorkerThreads.h"
+#include "support/log/LogFile.h"
+#include "support/system/ScopeGuard.h"
+#include "support/system/ThreadTools.h"
+#include "support/system/WorkerThreads.h"
 
 // Plain pixels.
 constexpr LONG SearchWidth = 384;

@@ -4,11 +4,11 @@
 
 #include "config/Durations.h"
 #include "config/NameHash.h"
-#include "support/BoundedText.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/OsVersion.h"
-#include "support/ScopeGuard.h"
+#include "support/log/LogFile.h"
+#include "support/system/Handles.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ScopeGuard.h"
+#include "support/texts/BoundedText.h"
 
 CCfgReader* g_pCfgReader = nullptr;
 

@@ -10,7 +10,7 @@
 
 #include "config/KeyIndex.h"
 #include "platform/win32.h"
-#include "support/UserType.h"
+#include "support/system/UserType.h"
 
 enum CfgSectionType : LONG {
     Settings = 0,

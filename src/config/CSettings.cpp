@@ -3,8 +3,8 @@
 #include <cstddef>
 
 #include "config/CCfgReader.h"
-#include "support/BoundedText.h"
-#include "support/LogFile.h"
+#include "support/log/LogFile.h"
+#include "support/texts/BoundedText.h"
 
 CSettings* g_pSettings = nullptr;
 

@@ -3,12 +3,12 @@
 
 #include "config/CCfgReader.h"
 #include "config/NameHash.h"
-#include "support/BoundedText.h"
-#include "support/FileTools.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/ScopeGuard.h"
-#include "support/StringTools.h"
+#include "support/log/LogFile.h"
+#include "support/system/FileTools.h"
+#include "support/system/Handles.h"
+#include "support/system/ScopeGuard.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/StringTools.h"
 
 constexpr DWORD AppendedBytes = 4;             // a line feed and three zeros
 constexpr signed char FirstKeyCharacter = 'A'; // as a signed byte, so bytes from 0x80 up begin no key either

@@ -2,11 +2,11 @@
 
 #include "config/CCfgReader.h"
 #include "config/NameHash.h"
-#include "support/BoundedText.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/ScopeGuard.h"
-#include "support/StringTools.h"
+#include "support/log/LogFile.h"
+#include "support/system/Handles.h"
+#include "support/system/ScopeGuard.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/StringTools.h"
 
 constexpr DWORD NameBytes = 64;  // of a subkey and of a value; a longer name is skipped
 constexpr DWORD DataBytes = 260; // longer data is skipped

@@ -1,11 +1,11 @@
 // The central decision: which COM number a port must have, and how it gets there. Called for a port that arrives, for
 // the whole table at start-up and on resume, and for a port with a new device problem.
-// CheckComPortAssignment itself is declared in inventory/AssignmentCall.h, since the scan of problem devices calls it.
-// Thread: any. Locks: the caller's (CS_main, CS_assign or none); the renaming itself runs inside CS_assign.
+// CheckComPortAssignment itself is declared in inventory/ports/AssignmentCall.h, since the scan of problem devices
+// calls it. Thread: any. Locks: the caller's (CS_main, CS_assign or none); the renaming itself runs inside CS_assign.
 #pragma once
 
 #include "config/CCfgReader.h"
-#include "inventory/AssignmentCall.h"
+#include "inventory/ports/AssignmentCall.h"
 #include "platform/win32.h"
 
 constexpr LONG MaxNewPorts = MostPortNumbers;

@@ -5,7 +5,7 @@
 #pragma once
 
 #include "engine/AssignmentCheck.h"
-#include "inventory/CComPorts.h"
+#include "inventory/ports/CComPorts.h"
 #include "platform/win32.h"
 
 // What a check came to, as CheckComPortAssignment returns it.

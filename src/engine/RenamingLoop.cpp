@@ -1,14 +1,14 @@
 #include "engine/RenamingLoop.h"
 
 #include "config/CSettings.h"
-#include "inventory/CDosDeviceNames.h"
-#include "inventory/ComNameArbiter.h"
-#include "inventory/ComNameAvailability.h"
-#include "inventory/NameClaims.h"
-#include "inventory/SwapPorts.h"
-#include "support/LogFile.h"
-#include "support/ProcessState.h"
-#include "support/ScopeGuard.h"
+#include "inventory/names/CDosDeviceNames.h"
+#include "inventory/names/ComNameArbiter.h"
+#include "inventory/names/ComNameAvailability.h"
+#include "inventory/names/NameClaims.h"
+#include "inventory/names/SwapPorts.h"
+#include "support/log/LogFile.h"
+#include "support/system/ProcessState.h"
+#include "support/system/ScopeGuard.h"
 
 constexpr DWORD CameAlongMs = 30000; // below it, a port that followed its upper device came along with it
 

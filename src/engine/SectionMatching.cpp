@@ -1,9 +1,9 @@
 #include "engine/SectionMatching.h"
 
 #include "engine/WildcardMatch.h"
-#include "inventory/CComPorts.h"
-#include "support/BoundedText.h"
-#include "support/LogFile.h"
+#include "inventory/ports/CComPorts.h"
+#include "support/log/LogFile.h"
+#include "support/texts/BoundedText.h"
 
 constexpr char PlainKeyForm = '0'; // cuts the underscore off; the forms 1 to 9 follow it
 constexpr char LastKeyForm = '9';

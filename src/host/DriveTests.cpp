@@ -1,6 +1,6 @@
 #include "host/DriveTests.h"
 
-#include "support/SystemTools.h"
+#include "support/system/SystemTools.h"
 
 static bool IsDriveLetter(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');

@@ -1,9 +1,9 @@
 #include "host/HelpFile.h"
 
-#include "support/BoundedText.h"
-#include "support/FileTools.h"
-#include "support/MessageTools.h"
-#include "support/ProcessState.h"
+#include "support/system/FileTools.h"
+#include "support/system/MessageTools.h"
+#include "support/system/ProcessState.h"
+#include "support/texts/BoundedText.h"
 
 // The five variants of German that Windows knows.
 constexpr LANGID GermanLanguages[] = {0x0407, 0x0807, 0x0C07, 0x1007, 0x1407};

@@ -1,14 +1,14 @@
 #include "host/IniEditor.h"
 
 #include "host/CService.h"
-#include "support/BoundedText.h"
-#include "support/FileTools.h"
-#include "support/Handles.h"
-#include "support/MessageTools.h"
-#include "support/PathTools.h"
-#include "support/ProcessState.h"
-#include "support/RegistryTools.h"
-#include "support/StringTools.h"
+#include "support/registry/RegistryTools.h"
+#include "support/system/FileTools.h"
+#include "support/system/Handles.h"
+#include "support/system/MessageTools.h"
+#include "support/system/ProcessState.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/PathTools.h"
+#include "support/texts/StringTools.h"
 
 // COINIT_APARTMENTTHREADED and COINIT_DISABLE_OLE1DDE, as the shell wants it for what it starts.
 constexpr DWORD ShellThreadModel = 6;

@@ -1,11 +1,11 @@
 #include "host/MainWindow.h"
 
 #include "engine/NewDeviceArrived.h"
-#include "support/BoundedText.h"
-#include "support/DiagnosticNames.h"
-#include "support/LogFile.h"
-#include "support/MessageTools.h"
-#include "support/ProcessState.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/system/MessageTools.h"
+#include "support/system/ProcessState.h"
+#include "support/texts/BoundedText.h"
 
 constexpr WORD IconResource = 101;
 constexpr DWORD MainWindowStyle = WS_POPUP | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;

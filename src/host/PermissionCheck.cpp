@@ -3,14 +3,14 @@
 #include "actions/CommandSplit.h"
 #include "config/CCfgReader.h"
 #include "config/KeyIndex.h"
-#include "support/AccessList.h"
-#include "support/BoundedText.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/PathTools.h"
-#include "support/ProcessState.h"
-#include "support/ScopeGuard.h"
-#include "support/StringTools.h"
+#include "support/log/LogFile.h"
+#include "support/registry/AccessList.h"
+#include "support/system/Handles.h"
+#include "support/system/ProcessState.h"
+#include "support/system/ScopeGuard.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/PathTools.h"
+#include "support/texts/StringTools.h"
 
 constexpr SECURITY_INFORMATION OwnerAndList = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
 constexpr DWORD MaxDescriptor = 0x10000; // the largest list that Windows knows

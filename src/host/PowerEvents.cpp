@@ -2,8 +2,8 @@
 
 #include "config/CSettings.h"
 #include "host/Initialisation.h"
-#include "support/DiagnosticNames.h"
-#include "support/LogFile.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
 
 DWORD PowerEventMsg(DWORD EventType, LPVOID) {
     WriteLog(2, "PowerEventMsg wParam=%s", PowerEventName(EventType));

@@ -3,14 +3,14 @@
 
 #include "host/CService.h"
 
-#include "support/BoundedText.h"
-#include "support/DiagnosticNames.h"
-#include "support/Handles.h"
-#include "support/LogFile.h"
-#include "support/MessageTools.h"
-#include "support/ProcessState.h"
-#include "support/RegistryTools.h"
-#include "support/StringTools.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/registry/RegistryTools.h"
+#include "support/system/Handles.h"
+#include "support/system/MessageTools.h"
+#include "support/system/ProcessState.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/StringTools.h"
 
 constexpr char ServicesKey[] = "SYSTEM\\CurrentControlSet\\Services";
 constexpr char EventSourcesKey[] = "SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application";

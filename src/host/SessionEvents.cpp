@@ -1,10 +1,10 @@
 #include "host/SessionEvents.h"
 
-#include "support/DiagnosticNames.h"
-#include "support/LogFile.h"
-#include "support/ScopeGuard.h"
-#include "support/SystemTools.h"
-#include "support/ThreadTools.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/system/ScopeGuard.h"
+#include "support/system/SystemTools.h"
+#include "support/system/ThreadTools.h"
 
 // Lets the dispatcher's thread finish its own lines in the log first.
 constexpr DWORD FirstDelayMs = 10;

@@ -1,6 +1,6 @@
 #include "host/StartModes.h"
 
-#include "support/Accounts.h"
+#include "support/system/Accounts.h"
 
 namespace {
 struct ModeRow {

@@ -6,7 +6,7 @@
 #pragma once
 
 #include "platform/win32.h"
-#include "support/ProcessState.h"
+#include "support/system/ProcessState.h"
 
 // The mode's name for the log. mode: below ModeCount.
 const char* StartModeName(LONG mode);

@@ -1,6 +1,6 @@
 #include "tests/storms/Judge.h"
 
-#include "inventory/CComPorts.h"
+#include "inventory/ports/CComPorts.h"
 #include "rehearse/LogOutput.h"
 #include "rehearse/MachineFacts.h"
 

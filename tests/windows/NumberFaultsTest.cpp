@@ -2,8 +2,8 @@
 // on a real registry that is damaged at random: values that are missing, of another type, too long, without their end.
 #include "platform/win32.h"
 
-#include "inventory/ComNameArbiter.h"
-#include "inventory/ComPortNumber.h"
+#include "inventory/names/ComNameArbiter.h"
+#include "inventory/names/ComPortNumber.h"
 
 #include <gtest/gtest.h>
 

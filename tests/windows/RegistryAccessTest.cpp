@@ -1,7 +1,7 @@
 // The product's registry tools on keys that refuse, where access lists are real. Whatever becomes of the write, the
 // key's list must afterwards be what it was.
 #include "platform/win32.h"
-#include "support/RegistryTools.h"
+#include "support/registry/RegistryTools.h"
 
 #include <gtest/gtest.h>
 

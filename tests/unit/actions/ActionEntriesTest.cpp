@@ -1,8 +1,8 @@
 // The entries of an action section, and the command line between the service and its copy in execute mode.
 #include "actions/ActionEntries.h"
 #include "actions/ExecuteMode.h"
-#include "support/CommandLine.h"
-#include "support/OsVersion.h"
+#include "support/system/OsVersion.h"
+#include "support/texts/CommandLine.h"
 #include "tests/unit/config/ConfigOnMachine.h"
 
 #include "simwin/kernel/Process.h"

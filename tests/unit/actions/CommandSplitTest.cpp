@@ -6,8 +6,8 @@
 
 #include "actions/ProcessCreation.h"
 #include "actions/ProgramLauncher.h"
-#include "inventory/CComPorts.h"
-#include "support/StringTools.h"
+#include "inventory/ports/CComPorts.h"
+#include "support/texts/StringTools.h"
 #include "tests/unit/Log.h"
 
 #include <gtest/gtest.h>

@@ -2,9 +2,9 @@
 #include "actions/PortBalloon.h"
 
 #include "config/CSettings.h"
-#include "inventory/CComPorts.h"
-#include "inventory/CDosDeviceNames.h"
-#include "support/StringTools.h"
+#include "inventory/names/CDosDeviceNames.h"
+#include "inventory/ports/CComPorts.h"
+#include "support/texts/StringTools.h"
 #include "tests/unit/Log.h"
 
 #include <gtest/gtest.h>

@@ -5,10 +5,10 @@
 #include "balloon/BalloonPosition.h"
 #include "balloon/BalloonSettings.h"
 #include "balloon/FreeBalloonInfo.h"
-#include "support/BoundedText.h"
-#include "support/OsVersion.h"
-#include "support/ProcessState.h"
-#include "support/RegistryTools.h"
+#include "support/registry/RegistryTools.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ProcessState.h"
+#include "support/texts/BoundedText.h"
 #include "tests/unit/Log.h"
 
 #include <cstring>

@@ -1,7 +1,7 @@
 // The settings: limits, what depends on what; whom an entry's keys name; keys with an index, durations.
 #include "config/Durations.h"
 #include "config/KeyIndex.h"
-#include "support/OsVersion.h"
+#include "support/system/OsVersion.h"
 #include "tests/unit/config/ConfigOnMachine.h"
 
 #include <gtest/gtest.h>

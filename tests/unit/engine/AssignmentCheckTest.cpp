@@ -2,9 +2,9 @@
 // rehearsed on whole machines.
 #include "engine/AssignmentCheck.h"
 #include "actions/CallBackTimer.h"
-#include "inventory/CDosDeviceNames.h"
+#include "inventory/names/CDosDeviceNames.h"
 #include "simwin/registry/Registry.h"
-#include "support/OsVersion.h"
+#include "support/system/OsVersion.h"
 #include "tests/unit/config/ConfigOnMachine.h"
 #include "tests/unit/inventory/PortBuilder.h"
 

@@ -12,8 +12,8 @@
 #include "simwin/shell/Shell.h"
 
 #include "host/CService.h"
-#include "support/OsVersion.h"
-#include "support/SupportLocks.h"
+#include "support/system/OsVersion.h"
+#include "support/system/SupportLocks.h"
 
 namespace hosttest {
 

@@ -1,9 +1,9 @@
 // Serial devices as they are found on machines, each described by its id alone, as the product sees them: what it is,
 // its bus, its place on USB, the device that it shares with other ports, and its place in a list. Expectations are
 // worked out by hand from the ids and the places.
-#include "inventory/CComPorts.h"
-#include "inventory/CUsbHubs.h"
-#include "inventory/CUsbRoothubs.h"
+#include "inventory/ports/CComPorts.h"
+#include "inventory/usb/CUsbHubs.h"
+#include "inventory/usb/CUsbRoothubs.h"
 #include "simwin/devices/DeviceTree.h"
 #include "simwin/devices/Devices.h"
 #include "simwin/registry/Registry.h"

@@ -2,8 +2,8 @@
 #include "tests/unit/inventory/PortBuilder.h"
 
 #include "config/CSettings.h"
-#include "inventory/CDosDeviceNames.h"
-#include "inventory/ComNameArbiter.h"
+#include "inventory/names/CDosDeviceNames.h"
+#include "inventory/names/ComNameArbiter.h"
 #include "simwin/registry/Registry.h"
 
 namespace {

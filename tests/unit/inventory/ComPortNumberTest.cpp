@@ -2,9 +2,9 @@
 #include "tests/unit/inventory/PortBuilder.h"
 
 #include "config/CSettings.h"
-#include "inventory/CDosDeviceNames.h"
-#include "inventory/ComNameAvailability.h"
-#include "inventory/ComPortNumber.h"
+#include "inventory/names/CDosDeviceNames.h"
+#include "inventory/names/ComNameAvailability.h"
+#include "inventory/names/ComPortNumber.h"
 #include "simwin/devices/DosNames.h"
 #include "simwin/registry/Registry.h"
 

@@ -1,12 +1,12 @@
 // The swap of two ports, of which one vetoes at first; records that neither the catalogue's devices nor a rehearsal
 // show.
-#include "inventory/DeviceControl.h"
-#include "inventory/CDosDeviceNames.h"
-#include "inventory/ProblemDevices.h"
-#include "inventory/RestartMarks.h"
-#include "inventory/SwapPorts.h"
+#include "inventory/devices/DeviceControl.h"
+#include "inventory/names/CDosDeviceNames.h"
+#include "inventory/names/RestartMarks.h"
+#include "inventory/names/SwapPorts.h"
+#include "inventory/ports/ProblemDevices.h"
 #include "simwin/devices/Devices.h"
-#include "support/ProcessState.h"
+#include "support/system/ProcessState.h"
 #include "tests/unit/inventory/PortBuilder.h"
 
 namespace {

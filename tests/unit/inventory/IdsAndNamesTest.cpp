@@ -1,8 +1,8 @@
 // The text tools of the inventory: what a port is called and which name is meant; and ten thousand made-up ids by a
 // fixed seed, for what holds for all ids, not only for those that somebody thought of.
-#include "inventory/CComPorts.h"
-#include "inventory/FriendlyName.h"
-#include "support/BoundedText.h"
+#include "inventory/names/FriendlyName.h"
+#include "inventory/ports/CComPorts.h"
+#include "support/texts/BoundedText.h"
 #include "tests/harness/Harness.h"
 
 #include <cstring>

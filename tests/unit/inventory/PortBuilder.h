@@ -4,9 +4,9 @@
 
 #include "tests/harness/Harness.h"
 
-#include "inventory/CComPorts.h"
+#include "inventory/ports/CComPorts.h"
 #include "simwin/devices/Devices.h"
-#include "support/BoundedText.h"
+#include "support/texts/BoundedText.h"
 
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 // What the scans make of the table: whose name a name is, which ports are one device's, and what a removal takes along.
 #include "config/CSettings.h"
-#include "inventory/CDosDeviceNames.h"
-#include "inventory/KnownDrivers.h"
+#include "inventory/names/CDosDeviceNames.h"
+#include "inventory/names/KnownDrivers.h"
 #include "simwin/devices/DosNames.h"
 
 #include "tests/unit/inventory/PortBuilder.h"

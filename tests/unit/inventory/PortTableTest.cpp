@@ -1,7 +1,7 @@
-#include "inventory/CDeviceArrivals.h"
-#include "inventory/CDosDeviceNames.h"
-#include "inventory/NameClaims.h"
-#include "support/InterfaceClasses.h"
+#include "inventory/names/CDosDeviceNames.h"
+#include "inventory/names/NameClaims.h"
+#include "inventory/ports/CDeviceArrivals.h"
+#include "support/system/InterfaceClasses.h"
 
 #include "tests/unit/Log.h"
 #include "tests/unit/inventory/PortBuilder.h"

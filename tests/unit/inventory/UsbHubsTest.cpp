@@ -1,10 +1,10 @@
 // The USB tree as names and chains, the true port of a device, and hub lists that outlive a rescan for their readers.
 #include "tests/harness/Harness.h"
 
-#include "inventory/CUsbHubs.h"
-#include "inventory/CUsbRoothubs.h"
+#include "inventory/usb/CUsbHubs.h"
+#include "inventory/usb/CUsbRoothubs.h"
 #include "simwin/devices/Devices.h"
-#include "support/CRTreplace.h"
+#include "support/system/CRTreplace.h"
 
 namespace {
 

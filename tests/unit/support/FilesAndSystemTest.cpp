@@ -3,13 +3,13 @@
 
 #include "simwin/kernel/Call.h"
 #include "simwin/registry/Registry.h"
-#include "support/CRTreplace.h"
-#include "support/CreateFileTimeout.h"
-#include "support/FileTools.h"
-#include "support/OsVersion.h"
-#include "support/PathTools.h"
-#include "support/StringTools.h"
-#include "support/ThreadTools.h"
+#include "support/system/CRTreplace.h"
+#include "support/system/CreateFileTimeout.h"
+#include "support/system/FileTools.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ThreadTools.h"
+#include "support/texts/PathTools.h"
+#include "support/texts/StringTools.h"
 
 using namespace logtest;
 

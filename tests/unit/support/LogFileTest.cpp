@@ -3,9 +3,9 @@
 
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
-#include "support/BoundedText.h"
-#include "support/LogFile.h"
-#include "support/ProcessState.h"
+#include "support/log/LogFile.h"
+#include "support/system/ProcessState.h"
+#include "support/texts/BoundedText.h"
 
 #include <regex>
 

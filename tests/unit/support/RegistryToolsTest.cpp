@@ -4,8 +4,8 @@
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/registry/Registry.h"
-#include "support/Bitmap.h"
-#include "support/RegistryTools.h"
+#include "support/registry/RegistryTools.h"
+#include "support/texts/Bitmap.h"
 #include "tests/unit/Log.h"
 
 namespace {

@@ -1,11 +1,11 @@
 // Text in fixed arrays, the tokens of a command line, the sort, names for log lines: both sides of each limit.
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
-#include "support/BoundedText.h"
-#include "support/CommandLine.h"
-#include "support/DiagnosticNames.h"
-#include "support/QuickSort.h"
-#include "support/StringTools.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/CommandLine.h"
+#include "support/texts/QuickSort.h"
+#include "support/texts/StringTools.h"
 #include "tests/harness/Harness.h"
 
 #include <algorithm>

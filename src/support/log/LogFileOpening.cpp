@@ -1,0 +1,167 @@
+#include "support/log/LogFileOpening.h"
+
+#include "support/system/Handles.h"
+#include "support/system/SystemTools.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/StringTools.h"
+
+using FinalPathOperation = DWORD(WINAPI*)(HANDLE, LPSTR, DWORD, DWORD);
+static FinalPathOperation s_finalPath; // set before the threads start
+
+constexpr size_t VerbatimLength = 4; // of "\\?\" in front of a final path
+
+// The states of a request. Idle: nobody is asked, the asking side owns the fields. Asked: the answering side owns them.
+// Answered: the asking side again, with an answer to take.
+constexpr LONG Idle = 0;
+constexpr LONG Asked = 1;
+constexpr LONG Answered = 2;
+
+static LONG StateOf(const LONG& state) {
+    return __atomic_load_n(&state, __ATOMIC_ACQUIRE);
+}
+
+static void SetState(LONG& state, LONG value) {
+    __atomic_store_n(&state, value, __ATOMIC_RELEASE);
+}
+
+// Whether the letter stands for a place whose final path has another beginning: a share, or a folder of another drive.
+static bool IsBorrowedDrive(const char* name) {
+    const char root[] = {name[0], ':', '\\', '\0'};
+    return name[0] == '\\' || GetDriveTypeA(root) == DRIVE_REMOTE || IsSubstDrive(name[0]);
+}
+
+// Compares where the open file lies with its name. A short name in the path is no link.
+static LogFileIdentity CompareFinalPath(HANDLE file, const char* name) {
+    char final[520];
+    const DWORD length = s_finalPath(file, final, sizeof(final), 0);
+    if (length == 0 || length >= sizeof(final)) {
+        return length == 0 ? LogFileIdentity::Unknown : LogFileIdentity::Link;
+    }
+    const char* path = length > VerbatimLength ? final + VerbatimLength : final;
+    if (IsSameNoCase(path, name)) {
+        return LogFileIdentity::Own;
+    }
+    char longName[520];
+    const DWORD longLength = GetLongPathNameA(name, longName, sizeof(longName));
+    if (longLength > 0 && longLength < sizeof(longName) && IsSameNoCase(path, longName)) {
+        return LogFileIdentity::Own;
+    }
+    return IsBorrowedDrive(name) ? LogFileIdentity::Own : LogFileIdentity::Link;
+}
+
+// Looks for a link in the name: the file itself and every folder above it.
+static LogFileIdentity LookForLinks(const char* name) {
+    char path[260];
+    CopyText(path, name);
+    const size_t driveRoot = 3;
+    for (size_t end = TextLength(path); end > driveRoot; --end) {
+        if (path[end] != '\0' && path[end] != '\\') {
+            continue;
+        }
+        path[end] = '\0';
+        const DWORD attributes = GetFileAttributesA(path);
+        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+            return LogFileIdentity::Link;
+        }
+    }
+    return LogFileIdentity::Own;
+}
+
+static LogFileIdentity IdentityOf(HANDLE file, const char* name) {
+    BY_HANDLE_FILE_INFORMATION information;
+    if (!GetFileInformationByHandle(file, &information)) {
+        return LogFileIdentity::Unknown;
+    }
+    if (information.nNumberOfLinks > 1 || (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+        return LogFileIdentity::Link;
+    }
+    return s_finalPath ? CompareFinalPath(file, name) : LookForLinks(name);
+}
+
+static HANDLE OpenForAppend(const char* name, SECURITY_ATTRIBUTES* security) {
+    return CreateFileA(name, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, security, OPEN_ALWAYS,
+                       FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+void LogFileOpening_Init() {
+    if (s_finalPath) {
+        return;
+    }
+    const SystemLibrary kernel("kernel32.dll"); // which never leaves the process, nor does its operation
+    s_finalPath = kernel.Find<FinalPathOperation>("GetFinalPathNameByHandleA");
+}
+
+LogFileAnswer OpenLogFileNow(const char* name, SECURITY_ATTRIBUTES* security) {
+    LogFileAnswer answer = {OpenForAppend(name, security), ERROR_SUCCESS, LogFileIdentity::Own};
+    if (answer.File == INVALID_HANDLE_VALUE && GetLastError() != ERROR_SHARING_VIOLATION) {
+        answer.File = OpenForAppend(name, nullptr);
+    }
+    if (answer.File == INVALID_HANDLE_VALUE) {
+        answer.Error = GetLastError();
+        return answer;
+    }
+    answer.Identity = IdentityOf(answer.File, name);
+    if (answer.Identity != LogFileIdentity::Own) {
+        answer.Error = answer.Identity == LogFileIdentity::Unknown ? GetLastError() : DWORD{ERROR_ACCESS_DENIED};
+        CloseGlobal<FileKind>(answer.File);
+    }
+    return answer;
+}
+
+bool LogFileRequest::Init() {
+    if (!m_answered) {
+        m_answered = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+        m_answer.File = INVALID_HANDLE_VALUE;
+        SetState(m_state, Idle);
+    }
+    return m_answered != nullptr;
+}
+
+void LogFileRequest::Exit() {
+    DropLateAnswer();
+    SetState(m_state, Idle);
+    CloseGlobal<EventKind>(m_answered);
+}
+
+LogFileAnswer LogFileRequest::Take() {
+    const LogFileAnswer answer = m_answer;
+    m_answer.File = INVALID_HANDLE_VALUE;
+    SetState(m_state, Idle);
+    return answer;
+}
+
+LogFileAnswer LogFileRequest::Ask(const char* name, SECURITY_ATTRIBUTES* security, HANDLE wake, DWORD waitMs) {
+    const LogFileAnswer noAnswer = {INVALID_HANDLE_VALUE, ERROR_TIMEOUT, LogFileIdentity::Own};
+    if (StateOf(m_state) == Asked) {
+        return noAnswer; // the one before still hangs: waiting for it again would stop the service record by record
+    }
+    DropLateAnswer(); // it may be that of a name before
+    CopyText(m_name, name);
+    m_security = security;
+    ResetEvent(m_answered);
+    SetState(m_state, Asked);
+    SetEvent(wake);
+    const DWORD startTick = GetTickCount();
+    while (StateOf(m_state) != Answered) {
+        const DWORD waited = GetTickCount() - startTick;
+        if (waited >= waitMs || WaitForSingleObject(m_answered, waitMs - waited) != WAIT_OBJECT_0) {
+            break;
+        }
+    }
+    return StateOf(m_state) == Answered ? Take() : noAnswer;
+}
+
+void LogFileRequest::DropLateAnswer() {
+    if (StateOf(m_state) == Answered) {
+        (void)OwnedFile(Take().File);
+    }
+}
+
+void LogFileRequest::AnswerIfAsked() {
+    if (StateOf(m_state) != Asked) {
+        return;
+    }
+    m_answer = OpenLogFileNow(m_name, m_security);
+    SetState(m_state, Answered);
+    SetEvent(m_answered);
+}

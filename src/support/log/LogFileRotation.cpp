@@ -1,0 +1,79 @@
+#include "support/log/LogFileRotation.h"
+
+#include "platform/win32.h"
+#include "support/system/Handles.h"
+#include "support/system/ThreadTools.h"
+#include "support/texts/BoundedText.h"
+#include "support/texts/StringTools.h"
+
+constexpr DWORD LastBackupSuffix = 99;
+constexpr DWORD RotationWaitMs = 1000;
+
+// The thread may outlive the wait for it, and so does what it reads.
+static char s_name[260];
+static char s_backup[260];
+static LONG s_isGivenUp; // set by the waiting side, read by the thread
+static LONG s_isBusy;    // cleared by the thread as its last step
+
+static bool IsSet(const LONG& flag) {
+    return __atomic_load_n(&flag, __ATOMIC_ACQUIRE) != 0;
+}
+
+static void Set(LONG& flag, LONG value) {
+    __atomic_store_n(&flag, value, __ATOMIC_RELEASE);
+}
+
+// Asked without opening the file in a way that an oplock could hold.
+static bool IsThere(const char* name) {
+    return GetFileAttributesA(name) != INVALID_FILE_ATTRIBUTES;
+}
+
+// A backup that somebody holds can often still be renamed, and then goes under its new name.
+static void RenameAndDeleteBackup() {
+    for (DWORD n = 1; n <= LastBackupSuffix && !IsSet(s_isGivenUp); ++n) {
+        char renamed[sizeof(s_backup) + 4];
+        FormatText(renamed, "%s_%u", s_backup, n);
+        if (MoveFileA(s_backup, renamed)) {
+            (void)DeleteFileA(renamed); // what cannot go now stays under a name that is not in the way
+            return;
+        }
+    }
+}
+
+static void LogFile_Backup() {
+    if (!DeleteFileA(s_backup)) {
+        RenameAndDeleteBackup();
+    }
+    if (!IsSet(s_isGivenUp)) {
+        (void)MoveFileA(s_name, s_backup); // a log that cannot be renamed is appended to
+    }
+}
+
+static DWORD WINAPI LogFile_Backup_ThreadProc(LPVOID) {
+    LogFile_Backup();
+    Set(s_isBusy, 0);
+    return 0;
+}
+
+bool RotateLogFile(const char* name) {
+    if (IsSet(s_isBusy)) {
+        return false; // the one before still hangs, and its texts must not change under it
+    }
+    CopyText(s_name, name);
+    CopyText(s_backup, name);
+    // A name that gives no backup's name: the log is appended to, so that no record is lost and no other file is
+    // touched.
+    if (ReplaceInArray(s_backup, ".log", "_bak.log") <= 0 || (!IsThere(s_name) && !IsThere(s_backup))) {
+        return true;
+    }
+    Set(s_isGivenUp, 0);
+    Set(s_isBusy, 1);
+    const OwnedThread thread(StartThread(LogFile_Backup_ThreadProc, nullptr));
+    if (!thread) {
+        Set(s_isBusy, 0);
+        return false;
+    }
+    const bool hasEnded = WaitForSingleObject(thread.Get(), RotationWaitMs) == WAIT_OBJECT_0;
+    Set(s_isGivenUp, 1);
+    return hasEnded;
+}
