@@ -15,6 +15,7 @@ namespace {
 
 constexpr const char* DefaultLogFile = "C:\\_Quillmarch.log";
 constexpr int DecisionsLevel = 3; // at which the product tells each decision
+constexpr int FullLevel = 5;      // and each value of a configuration in the registry
 bool g_isForced = false;          // the file
 bool g_isDebugOutputForced = false;
 int g_level = DecisionsLevel;
@@ -67,6 +68,11 @@ void ForceLog(int level) {
 void ForceDebugOutput() {
     g_isDebugOutputForced = true;
     machine::SetProfileOverride(ForcedValue);
+}
+
+void ForceDebugOutputInFull() {
+    g_level = FullLevel;
+    ForceDebugOutput();
 }
 
 bool IsLogOn() {

@@ -12,6 +12,8 @@ void ForceLog(int level);
 
 // From now on the product's own reads see debugger output that is on, for --explain; with --log both are on.
 void ForceDebugOutput();
+// The same for who observes: at the level at which the product tells all that it read of its configuration.
+void ForceDebugOutputInFull();
 
 // Whether the product writes a log: forced, or by the configuration as it is now.
 bool IsLogOn();

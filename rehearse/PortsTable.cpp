@@ -11,33 +11,46 @@ namespace rehearse {
 
 namespace {
 
-constexpr std::size_t ColumnCount = 6;
+constexpr std::size_t ColumnCount = 7;
 using Row = std::array<std::string, ColumnCount>;
 
-std::string StateOf(const PortFacts& port) {
-    if (!port.isPresent)
-        return "not there";
-    if (port.problem)
-        return fmt::format("problem {}", port.problem);
-    return "";
+std::string OrDash(const std::string& text) {
+    return text.empty() ? "-" : machine::Utf8FromAnsi(text);
 }
 
-Row RowOf(const PortFacts& port) {
-    return {port.dosName.empty() ? "-" : port.dosName,
-            port.registryName.empty() ? "-" : port.registryName,
-            port.usbPort.empty() ? "-" : port.usbPort,
-            fmt::format("{}", port.restarts),
+std::string WantedOf(const PortVerdict& port) {
+    if (port.section.empty())
+        return "-";
+    std::string text = fmt::format("[{}] {}", port.section, NumbersText(port.wanted, "COM"));
+    if (port.lastResort)
+        text += fmt::format(" else COM{}", port.lastResort);
+    return text;
+}
+
+std::string StateOf(const PortVerdict& port) {
+    std::string text;
+    for (const std::string& state : port.states)
+        text += (text.empty() ? "" : "; ") + state;
+    return text;
+}
+
+Row RowOf(const PortVerdict& port) {
+    return {OrDash(port.facts.dosName),
+            WantedOf(port),
             StateOf(port),
-            machine::Utf8FromAnsi(port.device)};
+            OrDash(port.facts.registryName),
+            OrDash(port.facts.usbPort),
+            fmt::format("{}", port.facts.restarts),
+            machine::Utf8FromAnsi(port.facts.device)};
 }
 
 } // namespace
 
-std::string PortsTable(const std::vector<PortFacts>& ports) {
+std::string PortsTable(const std::vector<PortVerdict>& ports) {
     if (ports.empty())
         return "No ports.\n";
-    std::vector<Row> rows = {{"Port", "Registry", "USB port", "Restarts", "State", "Device"}};
-    for (const PortFacts& port : ports)
+    std::vector<Row> rows = {{"Port", "Wanted", "State", "Registry", "USB port", "Restarts", "Device"}};
+    for (const PortVerdict& port : ports)
         rows.push_back(RowOf(port));
     std::array<std::size_t, ColumnCount> widths{};
     for (const Row& row : rows)

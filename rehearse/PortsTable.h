@@ -1,14 +1,15 @@
 // The table of ports at the end of a run, for people. Pure.
 #pragma once
 
-#include "rehearse/MachineFacts.h"
+#include "rehearse/Verdict.h"
 
 #include <string>
 #include <vector>
 
 namespace rehearse {
 
-// A line for each port, columns aligned: DOS name, registry name, USB port, problem, restarts, device. UTF-8.
-std::string PortsTable(const std::vector<PortFacts>& ports);
+// A line for each port, columns aligned: DOS name, what its rule wants, state, registry name, USB port, restarts,
+// device. UTF-8.
+std::string PortsTable(const std::vector<PortVerdict>& ports);
 
 } // namespace rehearse

@@ -2,8 +2,8 @@
 
 #include "rehearse/BalloonReport.h"
 #include "rehearse/Durations.h"
+#include "rehearse/EndOfRun.h"
 #include "rehearse/MachineFacts.h"
-#include "rehearse/PortsTable.h"
 #include "rehearse/Processes.h"
 
 #include "simwin/desktop/Desktop.h"
@@ -101,6 +101,8 @@ Json TimelineJson(const Timeline& timeline) {
         }
         if (!entry.means.empty())
             row["means"] = entry.means;
+        if (entry.isDanger)
+            row["danger"] = true;
         list.push_back(std::move(row));
     }
     return list;
@@ -126,6 +128,7 @@ Json CallsJson() {
 
 constexpr const char* ColourOutside = "\x1b[36m";
 constexpr const char* ColourProduct = "\x1b[1;32m";
+constexpr const char* ColourDanger = "\x1b[1;31m";
 constexpr const char* ColourOff = "\x1b[0m";
 
 std::string LineOf(const TimelineEntry& entry, bool withColours) {
@@ -137,15 +140,17 @@ std::string LineOf(const TimelineEntry& entry, bool withColours) {
                             entry.to.empty() ? "no name" : Utf8(entry.to));
     if (!entry.means.empty())
         what += fmt::format(" ({})", entry.means);
-    const std::string source = fmt::format("{:<10}", entry.isOutside ? "outside" : "quillmarch");
-    const char* colour = entry.isOutside ? ColourOutside : ColourProduct;
+    const std::string source =
+        fmt::format("{:<10}", entry.isDanger ? "DANGER" : entry.isOutside ? "outside" : "quillmarch");
+    const char* colour = entry.isDanger ? ColourDanger : entry.isOutside ? ColourOutside : ColourProduct;
     return fmt::format("{:>12}  {}{}{}  {}\n", TimeText(entry.atMs), withColours ? colour : "", source,
                        withColours ? ColourOff : "", what);
 }
 
 } // namespace
 
-nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timeline, const Balloons& balloons) {
+nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timeline, const Balloons& balloons,
+                                  const Verdict& verdict) {
     Json report;
     report["title"] = facts.title;
     report["seed"] = facts.seed ? Json(*facts.seed) : Json(nullptr);
@@ -167,6 +172,7 @@ nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timelin
     report["calls"] = CallsJson();
     report["threads_started"] = machine::Counts().threadsStarted;
     SetLeaks(report, 0, 0);
+    report["verdict"] = VerdictJson(verdict);
     return report;
 }
 
@@ -175,7 +181,8 @@ void SetLeaks(nlohmann::ordered_json& report, std::size_t handles, std::size_t b
     report["leaked_bytes"] = bytes;
 }
 
-std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, bool withColours) {
+std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, const Balloons& balloons,
+                            const Verdict& verdict, bool withColours) {
     std::string text;
     if (!facts.title.empty())
         text += facts.title + "\n\n";
@@ -185,8 +192,7 @@ std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, boo
         text += "\n";
     for (const TimelineEntry& entry : timeline.Entries())
         text += LineOf(entry, withColours);
-    text += "\n" + PortsTable(AllPorts());
-    return text;
+    return text + "\n" + EndOfRun(verdict, balloons);
 }
 
 } // namespace rehearse

@@ -4,6 +4,7 @@
 
 #include "rehearse/Balloons.h"
 #include "rehearse/Timeline.h"
+#include "rehearse/Verdict.h"
 
 #include <nlohmann/json.hpp>
 
@@ -24,10 +25,12 @@ struct RunFacts {
 };
 
 // Keys in their fixed order, times in whole milliseconds. The leaks are 0 until SetLeaks.
-nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timeline, const Balloons& balloons);
+nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timeline, const Balloons& balloons,
+                                  const Verdict& verdict);
 void SetLeaks(nlohmann::ordered_json& report, std::size_t handles, std::size_t bytes);
 
-// Timeline and table for standard output. withColours: for a terminal.
-std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, bool withColours);
+// Timeline, table and verdict for standard output. withColours: for a terminal.
+std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, const Balloons& balloons,
+                            const Verdict& verdict, bool withColours);
 
 } // namespace rehearse

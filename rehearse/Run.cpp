@@ -11,11 +11,14 @@
 #include "rehearse/Leaks.h"
 #include "rehearse/LogOutput.h"
 #include "rehearse/MachineBuilder.h"
+#include "rehearse/MachineLife.h"
+#include "rehearse/Observer.h"
 #include "rehearse/OutputFile.h"
 #include "rehearse/Pictures.h"
 #include "rehearse/Progress.h"
 #include "rehearse/Report.h"
 #include "rehearse/Timeline.h"
+#include "rehearse/Verdict.h"
 
 #include "simwin/desktop/Desktop.h"
 #include "simwin/kernel/Image.h"
@@ -26,7 +29,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstdio>
 
 #include <unistd.h>
@@ -35,36 +37,8 @@ namespace rehearse {
 
 namespace {
 
+constexpr const char* StandardOutput = "-";
 constexpr std::uint64_t StopLimitMs = MsPerMinute; // what a stop behind the report may take
-
-// The machine goes before what watches it, and what ends with it is no part of the run: also when the input turns out
-// to be wrong while the machine is there already.
-struct MachineLife {
-    MachineLife(const machine::Setup& setup, Timeline& ofRun, Balloons& shown, Leaks& ofProduct)
-        : timeline(ofRun), balloons(shown), leaks(ofProduct) {
-        machine::CreateMachine(setup);
-        machine::InstallCrashHandler();
-    }
-    ~MachineLife() {
-        timeline.Close();
-        balloons.Close();
-        leaks.Close();
-        machine::DestroyMachine();
-    }
-    MachineLife(const MachineLife&) = delete;
-    MachineLife& operator=(const MachineLife&) = delete;
-
-    Timeline& timeline;
-    Balloons& balloons;
-    Leaks& leaks;
-};
-
-std::uint64_t UntilMs(const Record& description, const Options& options) {
-    if (options.untilMs)
-        return *options.untilMs;
-    const std::uint64_t last = std::max(LastEventMs(description) + MsPerHour, Expectations::LastMs(description));
-    return description.MsOf("until", last);
-}
 
 // Stops what runs of the product, so that what it left open can be counted.
 void StopProduct(const Stage& stage, const Leaks& leaks, nlohmann::ordered_json& report) {
@@ -97,11 +71,53 @@ void TellOutcome(const machine::RunOutcome& outcome) {
     fmt::print(stderr, "{}\n", line.substr(0, end));
 }
 
-int Judge(const Expectations& expectations) {
-    const std::vector<std::string> failures = expectations.Failures();
+bool PrintReport(const Options& options) {
+    return !options.quiet && options.json != StandardOutput && options.log != StandardOutput;
+}
+
+// Every way to show the verdict needs what only a second run can observe.
+bool NeedsObserver(const Options& options) {
+    return !options.devices && (options.json || options.strict || PrintReport(options));
+}
+
+int Judge(const Options& options, const Expectations& expectations, const Verdict& verdict) {
+    std::vector<std::string> failures;
+    if (options.check)
+        failures = expectations.Failures();
+    if (options.strict)
+        for (const std::string& line : verdict.Shortcomings())
+            failures.push_back("strict: " + line);
     for (const std::string& failure : failures)
         fmt::print(stderr, "{}\n", failure);
     return failures.empty() ? ExitDone : ExitNotMet;
+}
+
+// What a run leaves to be reported, while its machine is still there.
+struct RunResult {
+    const Options& options;
+    const Stage& stage;
+    const Leaks& leaks;
+    const Verdict& verdict;
+    bool isDone;
+};
+
+void WriteReports(const RunResult& run, Output& json, Output& log) {
+    const Options& options = run.options;
+    const RunFacts facts{run.stage.description->TextOf("title"), options.seed, run.stage.product};
+    const Timeline& timeline = *run.stage.timeline;
+    const Balloons& balloons = *run.stage.balloons;
+    if (PrintReport(options))
+        fmt::print("{}", ReportForPeople(facts, timeline, balloons, run.verdict, isatty(STDOUT_FILENO) != 0));
+    std::fflush(stdout);
+    if (log.IsWanted())
+        log.Write(LogText());
+    if (json.IsWanted()) {
+        nlohmann::ordered_json report = MakeReport(facts, timeline, balloons, run.verdict);
+        if (run.isDone)
+            StopProduct(run.stage, run.leaks, report);
+        json.Write(report.dump(2) + "\n");
+    }
+    std::fflush(stdout);
 }
 
 } // namespace
@@ -116,6 +132,9 @@ int Rehearse(const Options& options) {
     Output json(options.json), log(options.log);
 
     Pictures pictures(options.pictures);
+    std::optional<Observer> observer;
+    if (NeedsObserver(options))
+        observer.emplace(description, options);
 
     Timeline timeline;
     Balloons balloons;
@@ -141,6 +160,7 @@ int Rehearse(const Options& options) {
         ExplainDecisions(timeline);
     expectations.Schedule();
     ScheduleEvents(stage);
+    const StartFacts start = FactsAtStart();
 
     machine::RunOutcome outcome;
     {
@@ -156,27 +176,16 @@ int Rehearse(const Options& options) {
     balloons.Close();
     stage.hasEnded = true;
 
-    const RunFacts facts{description.TextOf("title"), options.seed, stage.product};
-    const bool isStandardOutputFree = !json.IsStandardOutput() && !log.IsStandardOutput();
-    if (!options.quiet && isStandardOutputFree)
-        fmt::print("{}", ReportForPeople(facts, timeline, isatty(STDOUT_FILENO) != 0));
-    std::fflush(stdout);
-    if (log.IsWanted())
-        log.Write(LogText());
-    if (json.IsWanted()) {
-        nlohmann::ordered_json report = MakeReport(facts, timeline, balloons);
-        if (isDone)
-            StopProduct(stage, leaks, report);
-        json.Write(report.dump(2) + "\n");
-    }
-    std::fflush(stdout);
+    const LogFacts observed = observer ? observer->Take(EndOfMachine()) : LogFacts{};
+    const Verdict verdict = MakeVerdict(start, observed, timeline);
+    WriteReports({options, stage, leaks, verdict, isDone}, json, log);
     if (!isDone) {
         if (const std::string& failure = machine::HostFailure(); !failure.empty())
             throw std::runtime_error("quillmarch-rehearse: " + failure); // nobody's fault but the host's
         TellOutcome(outcome);
         return ExitStopped;
     }
-    return options.check ? Judge(expectations) : ExitDone;
+    return Judge(options, expectations, verdict);
 }
 
 } // namespace rehearse

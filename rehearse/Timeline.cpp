@@ -2,6 +2,7 @@
 
 #include "simwin/desktop/Desktop.h"
 #include "simwin/devices/Drivers.h"
+#include "simwin/devices/PlugAndPlay.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Setup.h"
@@ -167,6 +168,26 @@ void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
     if (!isTold)
         m_entries.push_back({machine::Now(), false, restart.ok ? "asks for a restart of" : "could not restart",
                              restart.device, "", "", restart.means});
+    if (top)
+        WarnOfHolders(*top, restart);
+}
+
+// A hub that refused is asked again by other means. A call that succeeded has stopped nothing that is still held.
+void Timeline::WarnOfHolders(const machine::DeviceNode& top, const machine::DeviceRestart& restart) {
+    const bool isCycle = restart.means == "cycle";
+    if (isCycle && !restart.ok)
+        return;
+    for (const auto& [id, port] : m_ports) {
+        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
+        const std::string holder = node && machine::HangsBelow(node, &top) ? machine::HolderOf(*node) : "";
+        if (holder.empty())
+            continue;
+        const std::string what =
+            isCycle ? fmt::format("{} is torn from {}, which has it open:", port.name, holder)
+                    : fmt::format("{} cannot restart, {} has it open:", port.name, holder);
+        if (m_entries.back().what != what || m_entries.back().device != id)
+            m_entries.push_back({machine::Now(), false, what, id, "", "", restart.means, true});
+    }
 }
 
 void Timeline::OnDosNameChanged(const machine::DosNameChange& change) {

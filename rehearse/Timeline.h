@@ -18,6 +18,7 @@ struct TimelineEntry {
     bool isOutside = true;
     std::string what; // for people, in the machine's code page
     std::string device, from, to, means;
+    bool isDanger = false; // it may hurt somebody who works with the port
 };
 
 struct WrittenValue {
@@ -62,6 +63,7 @@ private:
 
     void OnDeviceChanged(const machine::DeviceNode& node, std::string_view what);
     void OnRestarted(const machine::DeviceRestart& restart);
+    void WarnOfHolders(const machine::DeviceNode& top, const machine::DeviceRestart& restart);
     void OnDosNameChanged(const machine::DosNameChange& change);
     void OnDriverNameChanged(const machine::DosNameChange& change);
     void OnProcessStarted(const machine::Process& process);

@@ -46,6 +46,8 @@ void Describe(CLI::App& app, Line& line) {
     app.add_option("--seed", line.seed, "seeded schedule and seeded faults")->type_name("N");
     app.add_option("--until", line.until, "end after this much virtual time")->type_name("DURATION");
     app.add_flag("--check", line.options.check, "judge the description's expectations");
+    app.add_flag("--strict", line.options.strict,
+                 "fail if a port has no name or no number that it wants, or a rule never matched");
     app.add_flag("--explain", line.options.explain, "tell in the timeline why, in the words of the product's log");
     app.add_flag("--quiet", line.options.quiet, "no report on standard output");
     app.add_flag("--devices", line.options.devices,

@@ -486,6 +486,13 @@ bool HoldDevice(DeviceNode& node, Process* program) {
     return true;
 }
 
+std::string HolderOf(const DeviceNode& node) {
+    for (const HeldPort* held : *g_held)
+        if (held->device == node.driver && node.driver)
+            return held->program->imagePath;
+    return "";
+}
+
 bool HoldPort(std::string_view portName, Process* program) {
     const DosDefinition* name = TheDosNames().InForce(portName);
     KernelDevice* device = name ? TheDeviceTree().RunningDevice(name->target) : nullptr;

@@ -30,6 +30,7 @@ bool HoldPort(std::string_view portName, Process* program);
 bool ReleasePort(std::string_view portName);
 bool HoldPort(std::string_view portName, std::string_view imagePath);
 bool HoldDevice(DeviceNode& node, Process* program);
+std::string HolderOf(const DeviceNode& node); // path of the program that holds its port open; "" if none does
 // From now on nothing fails, refuses or is held open: described faults, vetoes and refusals end, programs let go of
 // ports, problems end and what they stopped starts, hubs do as they are asked.
 void CalmDown();

@@ -28,7 +28,7 @@ check "the seed stands in the report" grep -q '^  "seed": 7,$' "$scratch/report1
 # Keys of the report in their order.
 keys=$(grep -o '^  "[a-z_]*"' "$scratch/report1.json" | tr -d ' "' | tr '\n' ' ')
 check "keys of the report" same "$keys" "title seed ended_at_ms exit_code service_states ports dos_names com_database \
-serialcomm processes balloons message_boxes registry_writes restarts timeline notes calls threads_started leaked_handles leaked_bytes "
+serialcomm processes balloons message_boxes registry_writes restarts timeline notes calls threads_started leaked_handles leaked_bytes verdict "
 
 # The log is there although the configuration says no, at the level asked for; `-` is standard output alone.
 check "the log begins with its banner" grep -q 'Quillmarch WinMain' "$scratch/log1.txt"
@@ -45,8 +45,15 @@ check "the log of the example" diff tests/rehearse/desk-expected.log "$scratch/f
 # For people: the change of name with its means, and the table.
 "$tool" $desk >"$scratch/out.txt"
 check "the timeline tells the change" grep -q 'quillmarch .*A702TB52A.*: COM3 -> COM20 (cycle)' "$scratch/out.txt"
-check "the table tells the port" grep -qE '^COM20 +COM20 +[0-9-]+ +1 +FTDIBUS' "$scratch/out.txt"
+check "the table tells the port" grep -qE '^COM20 +\[ComPorts10\] COM20 +ok +COM20 +[0-9-]+ +1 +FTDIBUS' "$scratch/out.txt"
 check "no colours in a file" bash -c "! grep -q $'\x1b' '$scratch/out.txt'"
+
+# Observing changes nothing: what the machine's log holds and how the threads take turns is the same with and without.
+for level in 1 6; do
+    "$tool" --quiet --seed 7 --log "$scratch/alone.txt" --log-level $level $desk
+    "$tool" --quiet --seed 7 --log "$scratch/observed.txt" --log-level $level --strict $desk
+    check "the log is the same when observed (level $level)" cmp "$scratch/alone.txt" "$scratch/observed.txt"
+done
 
 # An expectation that is not met: exit 1, a line with what came; --ini takes the place of the described one.
 printf '[ComPorts10]\nDeviceID=FTDIBUS\\*A702*\nPortName1=COM3\n' >"$scratch/other.ini"

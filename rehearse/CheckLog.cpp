@@ -1,0 +1,296 @@
+#include "rehearse/CheckLog.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+
+namespace rehearse {
+
+namespace {
+
+constexpr std::string_view RulesType = "ComPorts";
+
+// In the order of preference.
+constexpr std::string_view NumberKeys[] = {"PortNames", "PortName",  "PortName1", "PortName2", "PortName3", "PortName4",
+                                           "PortName5", "PortName6", "PortName7", "PortName8", "PortName9"};
+constexpr std::size_t MostNumbers = 256;
+constexpr unsigned HighestNumber = 65536;
+
+// Takes the start off a message; false leaves it as it is.
+bool Take(std::string_view& message, std::string_view start) {
+    if (!message.starts_with(start))
+        return false;
+    message.remove_prefix(start.size());
+    return true;
+}
+
+// What stands between two marks; "" without both.
+std::string Between(std::string_view message, std::string_view from, std::string_view to) {
+    const std::size_t start = message.find(from);
+    if (start == std::string_view::npos)
+        return "";
+    message.remove_prefix(start + from.size());
+    const std::size_t end = message.find(to);
+    return end == std::string_view::npos ? "" : std::string(message.substr(0, end));
+}
+
+// The numbers that a text names after each "COM".
+void AddNumbers(std::string_view text, std::vector<unsigned>& numbers) {
+    for (std::size_t at = 0; (at = machine::FindNoCase(text, "COM", at)) != std::string_view::npos;) {
+        at += 3;
+        std::size_t digits = text.find_first_not_of(" \t", at);
+        unsigned number = 0;
+        if (digits == std::string_view::npos)
+            continue;
+        const auto [last, error] = std::from_chars(text.data() + digits, text.data() + text.size(), number);
+        if (error == std::errc() && number >= 1 && number <= HighestNumber && numbers.size() < MostNumbers)
+            numbers.push_back(number);
+    }
+}
+
+// "[ComPorts10]" as the log writes it, however the file does; "" for another type.
+std::string RuleName(std::string_view name) {
+    if (name.size() < RulesType.size() || !machine::EqualNoCase(name.substr(0, RulesType.size()), RulesType))
+        return "";
+    return std::string(RulesType) + std::string(name.substr(RulesType.size()));
+}
+
+} // namespace
+
+std::vector<unsigned> NumbersOfSection(const ConfiguredSection& section) {
+    std::vector<unsigned> numbers;
+    for (const std::string_view key : NumberKeys) {
+        const auto value = std::find_if(section.values.begin(), section.values.end(), [key](const auto& one) {
+            return machine::EqualNoCase(one.first, key);
+        });
+        if (value != section.values.end())
+            AddNumbers(value->second, numbers);
+    }
+    return numbers;
+}
+
+void CheckLog::Read(std::uint64_t context, std::uint64_t atMs, std::string_view message) {
+    m_facts.isThere = true;
+    Context& now = m_contexts[context];
+    ReadConfiguration(now, message);
+    ReadTrial(now, message);
+    ReadCheck(now, atMs, message);
+}
+
+void CheckLog::Finish() {
+    for (auto& [number, context] : m_contexts)
+        GiveUp(context);
+}
+
+std::string CheckLog::PortOf(std::uint64_t context) const {
+    const auto found = m_contexts.find(context);
+    return found != m_contexts.end() && found->second.isInCheck ? found->second.device : "";
+}
+
+void CheckLog::ReadConfiguration(Context& context, std::string_view message) {
+    if (message.starts_with("CCfgReader::CreateSnapshot(")) {
+        m_facts.sections.clear();
+        context.isReadingSection = false;
+    } else if (message.ends_with("] found") && (Take(message, " section [") || Take(message, " CfgSec ["))) {
+        const std::string name = RuleName(message.substr(0, message.find(']')));
+        context.isReadingSection = !name.empty();
+        if (context.isReadingSection)
+            m_facts.sections.push_back({name, {}});
+    } else if (context.isReadingSection && message.starts_with("section [")) {
+        context.isReadingSection = false; // doubled, or with a number too high: it does not count
+        m_facts.sections.pop_back();
+    } else if (context.isReadingSection && (Take(message, "  value ") || message.starts_with(" Values["))) {
+        const bool isOfRegistry = message.starts_with(" Values[");
+        if (isOfRegistry)
+            message.remove_prefix(std::min(message.size(), message.find(": ") + 2));
+        const std::string_view mark = isOfRegistry ? " = " : "=";
+        const std::size_t equals = message.find(mark);
+        if (equals != std::string_view::npos)
+            m_facts.sections.back().values.emplace_back(message.substr(0, equals),
+                                                        message.substr(equals + mark.size()));
+    }
+}
+
+void CheckLog::ReadTrial(Context& context, std::string_view message) {
+    if (Take(message, "GetFittingSectionNumber(")) {
+        const bool isOfRules = Between(message, ", ", ")") == RulesType;
+        context.trialDevice = isOfRules ? Between(message, "id=", " kn=") : "";
+        return;
+    }
+    if (context.trialDevice.empty())
+        return;
+    if (Take(message, "reading criterions from [")) {
+        context.trialSection = message.substr(0, message.find(']'));
+        context.rowsMet = 0;
+        context.key.clear();
+    } else if (message.starts_with(" check ") && message.find("  COM-Port's ") != std::string_view::npos) {
+        context.key = Between(message, " check ", "  COM-Port's ");
+        context.portValue = message.substr(std::min(message.size(), message.find('=') + 1));
+        context.patterns.clear();
+        m_facts.ports[context.trialDevice].values[context.key] = context.portValue;
+    } else if (message == " test passed") {
+        ++context.rowsMet;
+    } else if (!context.key.empty() && message.starts_with(" " + context.key)) {
+        context.patterns.emplace_back(message.substr(1));
+    } else {
+        EndTrial(context, message);
+    }
+}
+
+void CheckLog::EndTrial(Context& context, std::string_view message) {
+    if (!message.starts_with("  test for ") && !message.starts_with("result for ["))
+        return;
+    SectionTrial& trial = m_facts.ports[context.trialDevice].trials[context.trialSection];
+    if (message.starts_with("  test for ")) {
+        trial = {false, context.rowsMet, context.key, context.portValue, context.patterns};
+    } else if (message.ends_with(" is 1")) {
+        trial = {true, context.rowsMet, "", "", {}};
+    } else if (trial.failedKey.empty()) {
+        trial = {}; // a section without criteria
+    }
+}
+
+void CheckLog::ReadCheck(Context& context, std::uint64_t atMs, std::string_view message) {
+    if (message.starts_with("CheckComPortAssignment(") && message.ends_with(")")) {
+        GiveUp(context);
+        context.isInCheck = true;
+        context.isChanged = false;
+        context.check = {};
+        context.check.atMs = atMs;
+        context.device.clear();
+    } else if (!context.isInCheck) {
+        return;
+    } else if (context.device.empty()) {
+        if (Take(message, " regportname='"))
+            context.device = Between(message, "devid='", "'");
+        if (context.device.empty())
+            context.isInCheck = message.starts_with("-"); // a record without a device
+    } else if (!ReadDecision(context, message) && !ReadChange(context, message) && !ReadCandidate(context, message)) {
+        if (message.starts_with("FixFriendlyName(") || (context.isTrying && message.starts_with("ComNameArbiterAdd(")))
+            GiveUp(context);
+    }
+}
+
+// The lines that end a check, or tell what it starts from.
+bool CheckLog::ReadDecision(Context& context, std::string_view message) {
+    PortCheck& check = context.check;
+    if (Take(message, "using section [")) {
+        check.section = message.substr(0, message.find(']'));
+        m_facts.takenBy[check.section].insert(context.device);
+    } else if (Take(message, "new ComPorts=")) {
+        context.isTrying = true;
+        const auto section = std::find_if(m_facts.sections.begin(), m_facts.sections.end(),
+                                          [&](const auto& one) { return one.name == check.section; });
+        if (section != m_facts.sections.end())
+            check.wanted = NumbersOfSection(*section);
+        else
+            AddNumbers(message, check.wanted);
+    } else if (Take(message, "adding COM")) {
+        std::from_chars(message.data(), message.data() + message.size(), check.lastResort);
+    } else if (Take(message, "current portnumber ")) {
+        Conclude(context, fmt::format("keeps COM{}", message.substr(0, message.find(' '))));
+    } else if (message.starts_with("no [ComPortsNN] section")) {
+        Conclude(context, "no rule: nothing changes");
+    } else if (message.starts_with("no ComPort defined in section")) {
+        Conclude(context, "the rule names no number: nothing changes");
+    } else if (message.starts_with(" does not look like a 'COM' port")) {
+        Conclude(context, "no COM port: nothing changes");
+    } else if (message.find(" has two Win32 names: ") != std::string_view::npos) {
+        Conclude(context, fmt::format("has {} already, its other name is deleted", context.candidate));
+    } else if (message.starts_with("other port will use section ")) {
+        Conclude(context, fmt::format("swaps numbers with the port that has {}", context.candidate));
+    } else {
+        return false;
+    }
+    return true;
+}
+
+// The lines of a change that has begun: what is known of its end by then.
+bool CheckLog::ReadChange(Context& context, std::string_view message) {
+    std::string& conclusion = context.check.conclusion;
+    if (Take(message, "changing name to ")) {
+        context.isTrying = false;
+        context.candidate = message;
+        context.reason = "the registry could not be written";
+        conclusion = fmt::format("changes to {}", message);
+    } else if (context.isTrying || context.candidate.empty()) {
+        return false;
+    } else if (message.starts_with("update Port[")) {
+        context.isChanged = true;
+    } else if (message.starts_with("port came along with an upper device")) {
+        conclusion = fmt::format("{} comes with the restart of the device above it", context.candidate);
+    } else if (message.ends_with("  :-(")) {
+        conclusion = fmt::format("{} did not appear within 5 s: the registry has it, the port does not", context.candidate);
+    } else if (message.starts_with("QueryDosDevice(") && message.find(")...  kn=") != std::string_view::npos) {
+        conclusion = fmt::format("has {} now", context.candidate);
+    } else if (message.starts_with(context.candidate + " created as ")) {
+        conclusion = fmt::format("has {} now, without a restart", context.candidate);
+    } else {
+        return false;
+    }
+    m_facts.ports[context.device].last = context.check;
+    return true;
+}
+
+// The lines about one number of the list.
+bool CheckLog::ReadCandidate(Context& context, std::string_view message) {
+    constexpr std::string_view Waits = " waits for the restart of ";
+    if (context.isChanged)
+        return false;
+    if (Take(message, "CComPorts::IsComPortNameAvailable(")) {
+        Refuse(context);
+        context.isTrying = true;
+        context.check.conclusion.clear();
+        context.candidate = message.substr(0, message.find(')'));
+    } else if (const std::size_t at = message.find(Waits); at != std::string_view::npos) {
+        Refuse(context);
+        context.candidate = message.substr(0, at);
+        context.reason = "its present holder is about to restart";
+        Refuse(context);
+    } else if (context.candidate.empty()) {
+        return false;
+    } else if (message.starts_with(" used by Ports[")) {
+        context.reason = "in use by " + Between(message, " id=", " kn=");
+    } else if (message == "-> try next port") {
+        Refuse(context);
+    } else if (message.starts_with(" no, in use by ") && message.ends_with(" not found")) {
+        context.reason = "a dead name that could not be deleted";
+    } else if (message.starts_with(" no, in use by ")) {
+        if (context.reason.empty())
+            context.reason = message.substr(std::string_view(" no, ").size());
+    } else if (message == "  OK -> is available now" || message.starts_with(" yes (")) {
+        context.reason.clear();
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void CheckLog::Refuse(Context& context) {
+    if (!context.candidate.empty())
+        context.check.refused.push_back({context.candidate, context.reason.empty() ? "refused" : context.reason});
+    context.candidate.clear();
+    context.reason.clear();
+}
+
+// All numbers have been tried: the product says nothing then.
+void CheckLog::GiveUp(Context& context) {
+    if (context.isInCheck && context.isTrying) {
+        Refuse(context);
+        Conclude(context, "no number can be had: nothing changes");
+    }
+    context.isInCheck = false;
+    context.isTrying = false;
+}
+
+void CheckLog::Conclude(Context& context, std::string conclusion) {
+    context.candidate.clear();
+    context.reason.clear();
+    context.isTrying = false;
+    context.check.conclusion = std::move(conclusion);
+    m_facts.ports[context.device].last = context.check;
+    context.isInCheck = false;
+}
+
+} // namespace rehearse

@@ -1,0 +1,106 @@
+// What the product's own log says about its decisions: which section took a port, which row of a section failed, why a
+// number was refused, how each check ended. Fed with the log's messages while the machine runs; keeps the latest of each
+// port. Texts are in the machine's code page. Host side, one thread.
+#pragma once
+
+#include "simwin/kernel/Text.h"
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace rehearse {
+
+// One section against one port: the rows are its configured criteria, and the first that fails ends the test.
+struct SectionTrial {
+    bool fits = false;
+    unsigned rowsMet = 0;
+    std::string failedKey;             // "UsbPort"; "" if none failed
+    std::string portValue;             // of the port for that key
+    std::vector<std::string> patterns; // "UsbPort=3-7-1", the forms of that key in the section
+};
+
+struct Refusal {
+    std::string name, reason; // "COM12", "in use by \Device\VCP2"
+};
+
+// The latest check of a port.
+struct PortCheck {
+    std::uint64_t atMs = 0;
+    std::string section;          // "ComPorts10"; "" if no rule took it
+    std::vector<unsigned> wanted; // numbers of the section, in the order of preference
+    unsigned lastResort = 0;      // a free number that the product added behind them; 0: none
+    std::vector<Refusal> refused;
+    std::string conclusion; // "keeps COM10"; "" while the check is going on
+};
+
+// What is known of one port.
+struct CheckedPort {
+    PortCheck last;
+    std::map<std::string, SectionTrial> trials; // by section, the latest
+    std::map<std::string, std::string> values;  // by key, as compared the last time
+};
+
+struct ConfiguredSection {
+    std::string name;                                        // "ComPorts10"
+    std::vector<std::pair<std::string, std::string>> values; // as the product read them
+};
+
+// What CheckLog has gathered; what the verdict of a rehearsal is made from.
+struct LogFacts {
+    bool isThere = false; // false: nothing could be observed
+    std::vector<ConfiguredSection> sections;                                // of the last configuration that was read
+    std::map<std::string, CheckedPort, machine::NoCaseLess> ports;          // by device
+    std::map<std::string, std::set<std::string>, std::less<>> takenBy;      // by section: devices, in any check
+};
+
+class CheckLog {
+public:
+    // One message without what stands in front of it. context: the thread that wrote it.
+    void Read(std::uint64_t context, std::uint64_t atMs, std::string_view message);
+    // No more messages: checks that are open have ended.
+    void Finish();
+    const LogFacts& Facts() const { return m_facts; }
+    // The device whose check the thread is in; "" if it is in none.
+    std::string PortOf(std::uint64_t context) const;
+
+private:
+    struct Context {
+        bool isInCheck = false;
+        bool isTrying = false; // the numbers of the list, one after another
+        bool isChanged = false; // the registry has the new number; the device is to follow
+        PortCheck check;
+        std::string device;
+        std::string candidate;      // the number that is tried
+        std::string reason;         // why it cannot be had, if it cannot
+        std::string trialDevice;    // empty while another type of section is looked for
+        std::string trialSection;
+        std::string key;            // of the criterion that is tested
+        std::string portValue;
+        std::vector<std::string> patterns;
+        unsigned rowsMet = 0;
+        bool isReadingSection = false;
+    };
+    void ReadConfiguration(Context& context, std::string_view message);
+    void ReadTrial(Context& context, std::string_view message);
+    void EndTrial(Context& context, std::string_view message);
+    void ReadCheck(Context& context, std::uint64_t atMs, std::string_view message);
+    bool ReadDecision(Context& context, std::string_view message);
+    bool ReadCandidate(Context& context, std::string_view message);
+    bool ReadChange(Context& context, std::string_view message);
+    void Refuse(Context& context);
+    void GiveUp(Context& context);
+    void Conclude(Context& context, std::string conclusion);
+
+    LogFacts m_facts;
+    std::map<std::uint64_t, Context> m_contexts;
+};
+
+// The numbers that a section's values name, as the product reads them: its keys in their order, what follows "COM".
+std::vector<unsigned> NumbersOfSection(const ConfiguredSection& section);
+
+} // namespace rehearse

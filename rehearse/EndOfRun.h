@@ -1,0 +1,19 @@
+// What stands below the timeline: the table of ports, then everything that an administrator has to know before the
+// configuration meets a real machine; the verdict in one sentence is the last line. UTF-8.
+#pragma once
+
+#include "rehearse/Balloons.h"
+#include "rehearse/Verdict.h"
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+
+namespace rehearse {
+
+std::string EndOfRun(const Verdict& verdict, const Balloons& balloons);
+
+// The same facts for programs.
+nlohmann::ordered_json VerdictJson(const Verdict& verdict);
+
+} // namespace rehearse

@@ -1,0 +1,33 @@
+#include "rehearse/MachineLife.h"
+
+#include "rehearse/Durations.h"
+#include "rehearse/Events.h"
+#include "rehearse/Expectations.h"
+
+#include "simwin/kernel/Machine.h"
+
+#include <algorithm>
+
+namespace rehearse {
+
+MachineLife::MachineLife(const machine::Setup& setup, Timeline& ofRun, Balloons& shown, Leaks& ofProduct)
+    : timeline(ofRun), balloons(shown), leaks(ofProduct) {
+    machine::CreateMachine(setup);
+    machine::InstallCrashHandler();
+}
+
+MachineLife::~MachineLife() {
+    timeline.Close();
+    balloons.Close();
+    leaks.Close();
+    machine::DestroyMachine();
+}
+
+std::uint64_t UntilMs(const Record& description, const Options& options) {
+    if (options.untilMs)
+        return *options.untilMs;
+    const std::uint64_t last = std::max(LastEventMs(description) + MsPerHour, Expectations::LastMs(description));
+    return description.MsOf("until", last);
+}
+
+} // namespace rehearse

@@ -1,0 +1,32 @@
+// A machine for one run, and when the run ends at the latest.
+#pragma once
+
+#include "rehearse/Balloons.h"
+#include "rehearse/Description.h"
+#include "rehearse/Leaks.h"
+#include "rehearse/Run.h"
+#include "rehearse/Timeline.h"
+
+#include "simwin/kernel/Setup.h"
+
+#include <cstdint>
+
+namespace rehearse {
+
+// The machine goes before what watches it, and what ends with it is no part of the run: also when the input turns out
+// to be wrong while the machine is there already.
+struct MachineLife {
+    MachineLife(const machine::Setup& setup, Timeline& ofRun, Balloons& shown, Leaks& ofProduct);
+    ~MachineLife();
+    MachineLife(const MachineLife&) = delete;
+    MachineLife& operator=(const MachineLife&) = delete;
+
+    Timeline& timeline;
+    Balloons& balloons;
+    Leaks& leaks;
+};
+
+// Virtual milliseconds.
+std::uint64_t UntilMs(const Record& description, const Options& options);
+
+} // namespace rehearse
