@@ -14,7 +14,7 @@ import sys
 MAX_LINES = 700
 CODE_ROOTS = ("src", "simwin", "rehearse", "tests", "bench", "fuzz")
 
-WALKED = ("tests/rehearse/wrong/", "tests/scenarios/real/") # whose every file a script runs
+WALKED = ("tests/rehearse/stories/", "tests/rehearse/wrong/", "tests/scenarios/real/") # whose every file a script runs
 MAY_NAME = (".h", ".cpp", ".cmake", ".txt", ".sh", ".py", ".toml", ".md", ".def", ".in", ".rc")
 
 BANNED_EVERYWHERE = [

@@ -61,9 +61,8 @@ std::string RuleName(std::string_view name) {
 std::vector<unsigned> NumbersOfSection(const ConfiguredSection& section) {
     std::vector<unsigned> numbers;
     for (const std::string_view key : NumberKeys) {
-        const auto value = std::find_if(section.values.begin(), section.values.end(), [key](const auto& one) {
-            return machine::EqualNoCase(one.first, key);
-        });
+        const auto value = std::find_if(section.values.begin(), section.values.end(),
+                                        [key](const auto& one) { return machine::EqualNoCase(one.first, key); });
         if (value != section.values.end())
             AddNumbers(value->second, numbers);
     }
@@ -221,7 +220,8 @@ bool CheckLog::ReadChange(Context& context, std::string_view message) {
     } else if (message.starts_with("port came along with an upper device")) {
         conclusion = fmt::format("{} comes with the restart of the device above it", context.candidate);
     } else if (message.ends_with("  :-(")) {
-        conclusion = fmt::format("{} did not appear within 5 s: the registry has it, the port does not", context.candidate);
+        conclusion =
+            fmt::format("{} did not appear within 5 s: the registry has it, the port does not", context.candidate);
     } else if (message.starts_with("QueryDosDevice(") && message.find(")...  kn=") != std::string_view::npos) {
         conclusion = fmt::format("has {} now", context.candidate);
     } else if (message.starts_with(context.candidate + " created as ")) {

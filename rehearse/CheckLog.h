@@ -1,6 +1,6 @@
 // What the product's own log says about its decisions: which section took a port, which row of a section failed, why a
-// number was refused, how each check ended. Fed with the log's messages while the machine runs; keeps the latest of each
-// port. Texts are in the machine's code page. Host side, one thread.
+// number was refused, how each check ended. Fed with the log's messages while the machine runs; keeps the latest of
+// each port. Texts are in the machine's code page. Host side, one thread.
 #pragma once
 
 #include "simwin/kernel/Text.h"
@@ -52,10 +52,10 @@ struct ConfiguredSection {
 
 // What CheckLog has gathered; what the verdict of a rehearsal is made from.
 struct LogFacts {
-    bool isThere = false; // false: nothing could be observed
-    std::vector<ConfiguredSection> sections;                                // of the last configuration that was read
-    std::map<std::string, CheckedPort, machine::NoCaseLess> ports;          // by device
-    std::map<std::string, std::set<std::string>, std::less<>> takenBy;      // by section: devices, in any check
+    bool isThere = false;                                              // false: nothing could be observed
+    std::vector<ConfiguredSection> sections;                           // of the last configuration that was read
+    std::map<std::string, CheckedPort, machine::NoCaseLess> ports;     // by device
+    std::map<std::string, std::set<std::string>, std::less<>> takenBy; // by section: devices, in any check
 };
 
 class CheckLog {
@@ -71,15 +71,15 @@ public:
 private:
     struct Context {
         bool isInCheck = false;
-        bool isTrying = false; // the numbers of the list, one after another
+        bool isTrying = false;  // the numbers of the list, one after another
         bool isChanged = false; // the registry has the new number; the device is to follow
         PortCheck check;
         std::string device;
-        std::string candidate;      // the number that is tried
-        std::string reason;         // why it cannot be had, if it cannot
-        std::string trialDevice;    // empty while another type of section is looked for
+        std::string candidate;   // the number that is tried
+        std::string reason;      // why it cannot be had, if it cannot
+        std::string trialDevice; // empty while another type of section is looked for
         std::string trialSection;
-        std::string key;            // of the criterion that is tested
+        std::string key; // of the criterion that is tested
         std::string portValue;
         std::vector<std::string> patterns;
         unsigned rowsMet = 0;

@@ -127,9 +127,10 @@ std::vector<std::string> Rings(const Verdict& verdict) {
         lines.push_back(NamesOf(verdict, ring.devices) + ": none can move first");
         for (const PortVerdict& port : verdict.ports)
             if (port.facts.device == ring.devices.front())
-                lines.push_back(fmt::format("  way out: one of their rules names a free number too, as [{}] PortNames={},"
-                                            "COM{}",
-                                            port.section, NumbersText(port.wanted, "COM"), FreeNumber(verdict)));
+                lines.push_back(
+                    fmt::format("  way out: one of their rules names a free number too, as [{}] PortNames={},"
+                                "COM{}",
+                                port.section, NumbersText(port.wanted, "COM"), FreeNumber(verdict)));
     }
     return lines;
 }
@@ -153,9 +154,10 @@ std::vector<std::string> Dangers(const Verdict& verdict) {
     std::vector<std::string> lines;
     for (const TimelineEntry& entry : verdict.dangers) {
         lines.push_back(fmt::format("{}  {} {}", TimeText(entry.atMs), Utf8(entry.what), Utf8(entry.device)));
-        lines.emplace_back(entry.means == "cycle"
-                               ? "  the program gets errors until it opens the port by its new name"
-                               : "  its old name may go; it has its number when the program has let go and it is plugged");
+        lines.emplace_back(
+            entry.means == "cycle"
+                ? "  the program gets errors until it opens the port by its new name"
+                : "  its old name may go; it has its number when the program has let go and it is plugged");
     }
     return lines;
 }
@@ -234,10 +236,10 @@ Json PortJson(const PortVerdict& port) {
 }
 
 Json RuleJson(const RuleVerdict& rule) {
-    return {{"rule", Utf8(rule.section)},      {"wanted", rule.wanted},
-            {"took", Texts(rule.took)},        {"nearest", Utf8(rule.nearest)},
-            {"rows_met", rule.rowsMet},        {"failed", rule.failedKey},
-            {"value", Utf8(rule.portValue)},   {"patterns", Texts(rule.patterns)},
+    return {{"rule", Utf8(rule.section)},    {"wanted", rule.wanted},
+            {"took", Texts(rule.took)},      {"nearest", Utf8(rule.nearest)},
+            {"rows_met", rule.rowsMet},      {"failed", rule.failedKey},
+            {"value", Utf8(rule.portValue)}, {"patterns", Texts(rule.patterns)},
             {"taken_by", Utf8(rule.takenBy)}};
 }
 

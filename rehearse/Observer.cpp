@@ -229,8 +229,8 @@ void WatchLog(CheckLog& log) {
 std::string EndOfMachine() {
     Json ports = Json::array();
     for (const PortFacts& port : AllPorts())
-        ports.push_back({Out(port.device), port.isPresent, Out(port.registryName), Out(port.dosName), port.problem,
-                         port.restarts});
+        ports.push_back(
+            {Out(port.device), port.isPresent, Out(port.registryName), Out(port.dosName), port.problem, port.restarts});
     return Json{ports, ComDatabase()}.dump();
 }
 

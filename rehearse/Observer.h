@@ -22,7 +22,8 @@ public:
     Observer(const Observer&) = delete;
     Observer& operator=(const Observer&) = delete;
 
-    // Waits for the second run. ended: how this run ended (EndOfMachine). Nothing is there if the other ended otherwise.
+    // Waits for the second run. ended: how this run ended (EndOfMachine). Nothing is there if the other ended
+    // otherwise.
     LogFacts Take(const std::string& ended);
 
 private:

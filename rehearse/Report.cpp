@@ -140,8 +140,9 @@ std::string LineOf(const TimelineEntry& entry, bool withColours) {
                             entry.to.empty() ? "no name" : Utf8(entry.to));
     if (!entry.means.empty())
         what += fmt::format(" ({})", entry.means);
-    const std::string source =
-        fmt::format("{:<10}", entry.isDanger ? "DANGER" : entry.isOutside ? "outside" : "quillmarch");
+    const std::string source = fmt::format("{:<10}", entry.isDanger    ? "DANGER"
+                                                     : entry.isOutside ? "outside"
+                                                                       : "quillmarch");
     const char* colour = entry.isDanger ? ColourDanger : entry.isOutside ? ColourOutside : ColourProduct;
     return fmt::format("{:>12}  {}{}{}  {}\n", TimeText(entry.atMs), withColours ? colour : "", source,
                        withColours ? ColourOff : "", what);

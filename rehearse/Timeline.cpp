@@ -182,9 +182,8 @@ void Timeline::WarnOfHolders(const machine::DeviceNode& top, const machine::Devi
         const std::string holder = node && machine::HangsBelow(node, &top) ? machine::HolderOf(*node) : "";
         if (holder.empty())
             continue;
-        const std::string what =
-            isCycle ? fmt::format("{} is torn from {}, which has it open:", port.name, holder)
-                    : fmt::format("{} cannot restart, {} has it open:", port.name, holder);
+        const std::string what = isCycle ? fmt::format("{} is torn from {}, which has it open:", port.name, holder)
+                                         : fmt::format("{} cannot restart, {} has it open:", port.name, holder);
         if (m_entries.back().what != what || m_entries.back().device != id)
             m_entries.push_back({machine::Now(), false, what, id, "", "", restart.means, true});
     }

@@ -118,8 +118,7 @@ void AddRivals(const std::vector<PortVerdict>& ports, PortVerdict& port) {
             RingFrom(ports, other).empty() && Has(other.wanted, port.facts.number))
             rivals += (rivals.empty() ? "" : ", ") + Utf8(NameOfPort(other.facts));
     if (!rivals.empty())
-        port.states.push_back(
-            fmt::format("wanted by {}{}", rivals, Has(port.wanted, port.facts.number) ? " too" : ""));
+        port.states.push_back(fmt::format("wanted by {}{}", rivals, Has(port.wanted, port.facts.number) ? " too" : ""));
 }
 
 void AddStates(const std::vector<PortVerdict>& ports, PortVerdict& port) {

@@ -60,7 +60,7 @@ struct Ring {
 };
 
 struct Verdict {
-    bool isObserved = false; // false: what the product's log says is not known
+    bool isObserved = false;        // false: what the product's log says is not known
     std::vector<PortVerdict> ports; // by number; those without, and those that are not there, behind
     std::vector<unsigned> databaseBefore, databaseAfter;
     std::vector<RuleVerdict> rules; // in the order of the configuration
