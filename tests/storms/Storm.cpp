@@ -72,7 +72,8 @@ Outcome RunStorm(const Plan& plan, const std::string& imageFile, const std::stri
             outcome.counts = CountsOf(plan, judge);
             if (plan.seed % TwiceEach == 0)
                 outcome.everything =
-                    rehearse::MakeReport({"", plan.seed, trial.stage.product}, trial.timeline, trial.balloons).dump() +
+                    rehearse::MakeReport({"", plan.seed, trial.stage.product}, trial.timeline, trial.balloons, {})
+                        .dump() +
                     rehearse::LogText();
         },
         [&] { judge.AfterStop(trial.leaks.HandlesOf(trial.stage.product)); });
