@@ -74,6 +74,12 @@ static bool CycleOwnHubPort(const CComPort* port) {
     return hub != nullptr && CycleUsbPort(hub->szDevPath, port->UsbPortNumber) != 0;
 }
 
+static void RestartAlone(CComPort* port) {
+    if (!CycleOwnHubPort(port)) {
+        PerformComPortPropertyChange(port);
+    }
+}
+
 // Does the DOS name really lead to the port that was there first?
 static bool OwnsItsDosName(const CComPort* port) {
     char target[DosTargetSize];
@@ -112,10 +118,19 @@ static bool MoveToFreeNumber(CComPort* port) {
     port->HasCopiedName = 0;
     port->PortNumber = 0;
     port->PortNumberText[0] = 0;
-    if (!CycleOwnHubPort(port)) {
-        PerformComPortPropertyChange(port);
-    }
+    RestartAlone(port);
     return true;
+}
+
+// The link went with the newcomer, so it was that one's all the time, and `port` never had a name. It is free for it
+// now.
+static void RestartIfNameless(CComPort* port) {
+    char target[DosTargetSize];
+    if (!IsRealDevInst(port->DevInst) || GetProblem(port->DevInst) != 0 || QueryDosName(port->szRegPortName, target)) {
+        return;
+    }
+    WriteLog(1, "%s was the name of the new one -> restart Ports[%i]", port->szRegPortName, port->Index);
+    RestartAlone(port);
 }
 
 // Looks for ports that were there first and own the newcomer's number.
@@ -123,13 +138,14 @@ static bool MoveToFreeNumber(CComPort* port) {
 static bool MoveAwayFromCollision(CComPort* port) {
     RetireVirtualRecords(port->szRegPortName);
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
-        const CComPort* other = g_pComPorts->Ports[i];
+        CComPort* other = g_pComPorts->Ports[i];
         if (other == nullptr || other == port || !other->IsPresent || other->PortNumber != port->PortNumber) {
             continue;
         }
         WriteLog(1, "P[%i] is present with %s (%s) -> collision?", other->Index, other->szPortName,
                  other->szKernelNameCom);
         if (OwnsItsDosName(other) && MoveToFreeNumber(port)) {
+            RestartIfNameless(other);
             return true;
         }
     }
