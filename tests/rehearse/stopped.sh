@@ -7,24 +7,23 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 failed=0
 
-# want DEED CODE FIRST-WORDS: what the last line on standard error begins with; "" none at all.
+# want DEED CODE FIRST-WORDS WHAT: what the last line on standard error begins with, "" for none, and what is said there.
 want() {
     printf '[quillmarch]\nrole = "user"\ncommand_line = "%s"\n' "$1" >"$scratch/$1.toml"
     "$tool" --quiet --image "$probe" "$scratch/$1.toml" 2>"$scratch/err.txt"
     local code=$? last
     last=$(tail -n 1 "$scratch/err.txt")
-    if [ "$code" != "$2" ] || [ "${last#"$3"}" = "$last" ] && [ "$last" != "$3" ]; then
+    if ! [[ $code$last == "$2$3"* && (-n $3 || -z $last) && $(cat "$scratch/err.txt") == *"$4"* ]]; then
         failed=1
-        echo "$1: exit code $code, last line '$last'"
+        echo "$1: exit code $code: $(cat "$scratch/err.txt")"
     fi
 }
-
-want lasterrors 0 ""
-want deadlock 3 "deadlock: "
-want crossed 3 "broken rule: "
-want livelock 3 "livelock: "
-want trap 3 "crash: "
-want overrun 3 "broken rule: "
-want unmodelled 3 "not modelled: CreateEventA"
-want crash 3 "crash: "
+want lasterrors 0 "" ""
+want deadlock 3 "deadlock: " "held by thread"
+want crossed 3 "broken rule: " "both orders"
+want livelock 3 "livelock: " GetTickCount
+want trap 3 "crash: " "its own breakpoint"
+want overrun 3 "broken rule: " "past its end"
+want unmodelled 3 "not modelled: CreateEventA" ""
+want crash 3 "crash: " ""
 exit "$failed"
