@@ -113,7 +113,7 @@ int CheckComPortAssignment(int index) {
 LONG CheckAllComPortAssignments() {
     LONG changed = 0;
     for (LONG index = 0; index < g_pComPorts->PortCount; ++index) {
-        const CComPort* port = g_pComPorts->Ports[index];
+        CComPort* port = g_pComPorts->Ports[index];
         if (port == nullptr || (!port->IsPresent && !port->MarkedForRestart)) {
             continue;
         }
@@ -125,7 +125,7 @@ LONG CheckAllComPortAssignments() {
         if (result == NumberChanged) {
             ++changed;
         } else if (result == NumberUnchanged) {
-            ComNameArbiterAdd(port->PortNumber);
+            KeepNumberTaken(port);
         }
         FixFriendlyName(port->szRegEnumPath, port->PortNumber);
     }

@@ -152,6 +152,29 @@ void KeepWantedOfTwoNames(CComPort* port, const char* name) {
     port->PortChangeDone = 1;
 }
 
+void FreeLeftNumber(CComPort* port) {
+    if (port->LeftNumber != 0 && port->LeftNumber != port->PortNumber) {
+        char name[16];
+        char target[DosTargetSize];
+        FormatText(name, "COM%i", port->LeftNumber);
+        if (!QueryDosName(name, target) && g_pComPorts->FindPortByComPort(name) == nullptr) {
+            ComNameArbiterRemove(name);
+        }
+    }
+    port->LeftNumber = 0;
+}
+
+void KeepNumberTaken(CComPort* port) {
+    ComNameArbiterAdd(port->PortNumber);
+    if (port->PortNumber == 0) {
+        return;
+    }
+    FreeLeftNumber(port);
+    if (port->PortNumber != GetNumberOfPortName(port->szRegPortName)) {
+        port->LeftNumber = port->PortNumber;
+    }
+}
+
 bool DoPortsWantEachOther(const Assignment& check) {
     const LONG section = GetFittingSectionNumber(check.otherPort, ComPorts);
     DWORD numbers[MaxNewPorts];

@@ -42,6 +42,12 @@ bool HasNumber(const CComPort* port, DWORD number);
 // The port has a wanted number: the COM name database is told, and the check is done.
 void KeepPresentNumber(CComPort* port);
 
+// Sets the bit of the number in force. While the registry holds another one, the port is about to leave that number,
+// and its bit goes once the port has another one in force.
+void KeepNumberTaken(CComPort* port);
+// Clears the bit of the number that the port has left, unless a link or a present port has it.
+void FreeLeftNumber(CComPort* port);
+
 // --- inside the renaming loop ---
 
 // The device already has the wanted name beside its old one: the old one goes, and the registry follows.

@@ -6,6 +6,7 @@
 #include "config/CCfgReader.h"
 #include "config/CSettings.h"
 #include "engine/AssignmentCheck.h"
+#include "engine/AssignmentSteps.h"
 #include "inventory/devices/DeviceControl.h"
 #include "inventory/devices/DevicePaths.h"
 #include "inventory/devices/DeviceProperties.h"
@@ -109,6 +110,9 @@ static bool MoveToFreeNumber(CComPort* port) {
     ChangeRegistryComPortNumber(port->szRegPortName, name, port->szRegEnumPath, port->szRegClassPath,
                                 port->szKernelNameCom);
     ComNameArbiterAdd(number);
+    // The registry may have had another number than the one in force, which is the other port's.
+    FreeLeftNumber(port);
+    port->LeftNumber = GetNumberOfPortName(port->szRegPortName);
     // The names of the record were those of the port that was there first, and it has none of its own until it is back.
     // With them a second arrival of this start would move it once more, and a newcomer would be moved away from the
     // number that it left.
@@ -150,31 +154,6 @@ static bool MoveAwayFromCollision(CComPort* port) {
         }
     }
     return false;
-}
-
-// A number that the port is about to leave keeps its bit until the port has another one in force, and then as long as
-// somebody else has the number.
-static void FreeLeftNumber(CComPort* port) {
-    if (port->LeftNumber != 0 && port->LeftNumber != port->PortNumber) {
-        char name[16];
-        char target[DosTargetSize];
-        FormatText(name, "COM%i", port->LeftNumber);
-        if (!QueryDosName(name, target) && g_pComPorts->FindPortByComPort(name) == nullptr) {
-            ComNameArbiterRemove(name);
-        }
-    }
-    port->LeftNumber = 0;
-}
-
-static void KeepNumberTaken(CComPort* port) {
-    ComNameArbiterAdd(port->PortNumber);
-    if (port->PortNumber == 0) {
-        return;
-    }
-    FreeLeftNumber(port);
-    if (port->PortNumber != GetNumberOfPortName(port->szRegPortName)) {
-        port->LeftNumber = port->PortNumber;
-    }
 }
 
 bool IsArrivalBalloonDue(const CComPort* port) {
