@@ -1,25 +1,16 @@
 #include "engine/AssignmentCheck.h"
 
-#include "engine/AssignmentSteps.h"
+#include "engine/NumberChoice.h"
 #include "engine/RenamingLoop.h"
 #include "engine/SectionMatching.h"
-#include "inventory/devices/DeviceControl.h"
-#include "inventory/devices/DeviceTree.h"
-#include "inventory/names/ComNameArbiter.h"
 #include "inventory/names/ComPortNumber.h"
 #include "inventory/names/NameClaims.h"
-#include "inventory/usb/CUsbHubs.h"
 #include "support/log/LogFile.h"
-#include "support/system/OsVersion.h"
 #include "support/system/ProcessState.h"
 #include "support/system/ScopeGuard.h"
 
 constexpr LONG LowestNumber = 1;
 constexpr int ComLength = 3;
-
-static bool LooksLikeComPort(const char* name) {
-    return name[0] == 'C' && name[1] == 'O' && name[2] == 'M';
-}
 
 // Returns: false when there is no room for a further number.
 static bool TakeNumbers(CfgSectionType sectionType, LONG sectionNumber, KeyName key, DWORD* numbers, LONG* count) {
@@ -52,23 +43,23 @@ LONG GetPortNamesFromSection(CfgSectionType sectionType, LONG sectionNumber, DWO
     return count;
 }
 
-int CheckComPortAssignment(int index) {
+AssignmentOutcome CheckComPortAssignment(int index) {
     WriteLog(1, "-------------------------");
     WriteLog(1, "CheckComPortAssignment(%i)", index);
     CComPort* port = g_pComPorts->Ports[index];
     if (port == nullptr) {
-        return NumberUnchanged;
+        return AssignmentOutcome::Unchanged;
     }
     WriteLog(1, " regportname='%s' portname='%s' portnum=%i kn='%s' devid='%s'", port->szRegPortName, port->szPortName,
              port->PortNumber, port->szKernelNameCom, port->DeviceID);
     if (port->DeviceID[0] == 0) {
         WriteLog(1, " not an actual device -> abort");
-        return NumberUnchanged;
+        return AssignmentOutcome::Unchanged;
     }
-    if (!LooksLikeComPort(port->szRegPortName)) {
+    if (!BeginsWithCom(port->szRegPortName)) {
         WriteLog(1, " does not look like a 'COM' port -> abort");
         port->PortChangeDone = 1;
-        return NumberUnchanged;
+        return AssignmentOutcome::Unchanged;
     }
 
     Assignment check = {};
@@ -80,7 +71,7 @@ int CheckComPortAssignment(int index) {
         if (port->Problem == 0 && port->szPortName[0] != 0) {
             WriteLog(1, "no [ComPortsNN] section for this port -> no change");
             port->PortChangeDone = 1;
-            return NumberUnchanged;
+            return AssignmentOutcome::Unchanged;
         }
         if (port->MarkedForRestart || port->szPortName[0] == 0) {
             TakeOverLateName(port);
@@ -88,23 +79,24 @@ int CheckComPortAssignment(int index) {
     } else {
         WriteLog(1, "using section [%s%s]", SectionTypeName(ComPorts), SectionNumberSuffix(check.section));
         check.newPortCount = GetPortNamesFromSection(ComPorts, check.section, check.newPorts);
-        if ((check.otherPort != nullptr && check.otherPort->Problem == 0) || port->MarkedForRestart) {
+        if ((check.registryHolder != nullptr && check.registryHolder->Problem == 0) || port->MarkedForRestart) {
             AppendFreeNumber(&check);
         }
         if (check.newPortCount == 0) {
             WriteLog(1, "no ComPort defined in section");
             port->PortChangeDone = 1;
-            return NumberUnchanged;
+            return AssignmentOutcome::Unchanged;
         }
     }
 
     BuildNewPortNames(&check);
     if (HasNumber(port, check.newPorts[0])) {
         KeepPresentNumber(port);
-        return NumberUnchanged;
+        return AssignmentOutcome::Unchanged;
     }
     // A port with a conflict or a problem needs its restart: moving the name alone would hide what is wrong.
-    if (check.otherPort == nullptr && !port->MarkedForRestart && port->Problem == 0 && port->szKernelNameCom[0] != 0) {
+    if (check.registryHolder == nullptr && !port->MarkedForRestart && port->Problem == 0 &&
+        port->szKernelNameCom[0] != 0) {
         check.quickAndDirty = ReadQuickMode(check);
     }
     return RenamePort(&check);
@@ -117,14 +109,14 @@ LONG CheckAllComPortAssignments() {
         if (port == nullptr || (!port->IsPresent && !port->MarkedForRestart)) {
             continue;
         }
-        int result = NumberUnchanged;
+        AssignmentOutcome result = AssignmentOutcome::Unchanged;
         {
             LockGuard assign(CS_assign);
             result = CheckComPortAssignment(index);
         }
-        if (result == NumberChanged) {
+        if (result == AssignmentOutcome::Changed) {
             ++changed;
-        } else if (result == NumberUnchanged) {
+        } else if (result == AssignmentOutcome::Unchanged) {
             KeepNumberTaken(port);
         }
         FixFriendlyName(port->szRegEnumPath, port->PortNumber);
@@ -132,27 +124,14 @@ LONG CheckAllComPortAssignments() {
     return changed;
 }
 
-// Takes the power from the hub port on which the upper device, itself a hub, sits. Returns: whether that restarted it.
-static bool CycleUpperHub(DWORD devInst) {
-    if (g_pUsbHubs == nullptr || !g_Os.CanCycleUsbPort || !IsUsbDevice(devInst)) {
-        return false;
+void CheckPortsTwice() {
+    // A starter that gave up waiting lets events through while the table is still being made.
+    if (g_pComPorts == nullptr) {
+        return;
     }
-    HubReader reader(g_pUsbHubs);
-    const auto* hub = g_pUsbHubs->FindHubByDevInst(devInst);
-    if (hub == nullptr || hub->PortNumber <= 0) {
-        return false;
+    WriteLog(4, "ISVC_4");
+    if (CheckAllComPortAssignments() > 0) {
+        CheckAllComPortAssignments();
     }
-    const DWORD parentDevInst = GetParentDevInst(devInst);
-    const auto* parent = parentDevInst != 0 ? g_pUsbHubs->FindHubByDevInst(parentDevInst) : nullptr;
-    return parent != nullptr && CycleUsbPort(parent->szDevPath, static_cast<DWORD>(hub->PortNumber)) != 0;
-}
-
-void RestartDevice_TimerProc(DWORD, ULONG_PTR devInst) {
-    const auto node = static_cast<DWORD>(devInst);
-    WriteLog(2, "RestartDevice_TimerProc(%u)", node);
-    LockGuard main(CS_main);
-    NoteRestartOf(node);
-    if (!CycleUpperHub(node)) {
-        PerformDevicePropertyChange(node);
-    }
+    WriteLog(4, "ISVC_5");
 }

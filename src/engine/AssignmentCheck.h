@@ -19,5 +19,7 @@ LONG GetPortNamesFromSection(CfgSectionType sectionType, LONG sectionNumber, DWO
 // Returns: the number of ports whose number was changed.
 LONG CheckAllComPortAssignments();
 
-// Restarts the upper device of a group of ports, under CS_main. devInst: the device node.
-void RestartDevice_TimerProc(DWORD id, ULONG_PTR devInst);
+// Checks all ports, and once more if that changed something: a port further down the table may have freed a number
+// that a port earlier in the table wanted.
+// Thread: the initialisation's, or the dispatcher's on a resume. Locks: takes CS_assign for each port.
+void CheckPortsTwice();

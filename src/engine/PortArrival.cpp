@@ -5,8 +5,7 @@
 #include "actions/PortBalloon.h"
 #include "config/CCfgReader.h"
 #include "config/CSettings.h"
-#include "engine/AssignmentCheck.h"
-#include "engine/AssignmentSteps.h"
+#include "engine/NumberChoice.h"
 #include "inventory/devices/DeviceControl.h"
 #include "inventory/devices/DevicePaths.h"
 #include "inventory/devices/DeviceProperties.h"
@@ -14,6 +13,7 @@
 #include "inventory/names/ComNameArbiter.h"
 #include "inventory/names/ComPortNumber.h"
 #include "inventory/names/NameClaims.h"
+#include "inventory/ports/AssignmentCall.h"
 #include "inventory/ports/CComPorts.h"
 #include "inventory/usb/CUsbHubs.h"
 #include "support/log/DiagnosticNames.h"
@@ -70,9 +70,8 @@ static bool CycleOwnHubPort(const CComPort* port) {
     if (port->BusType != BusUsb || port->HubDevInst == 0 || port->UsbPortNumber == 0 || SharesHubPort(port)) {
         return false;
     }
-    HubReader reader(g_pUsbHubs);
-    const auto* hub = g_pUsbHubs != nullptr ? g_pUsbHubs->FindHubByDevInst(port->HubDevInst) : nullptr;
-    return hub != nullptr && CycleUsbPort(hub->szDevPath, port->UsbPortNumber) != 0;
+    const HubReader reader(g_pUsbHubs);
+    return CycleHubPort(reader, port->HubDevInst, port->UsbPortNumber);
 }
 
 static void RestartAlone(CComPort* port) {
@@ -199,13 +198,13 @@ void ComPortArrived(const char* devpath) {
         return;
     }
     port->PortChangeDone = 0;
-    int result = 0;
+    auto outcome = AssignmentOutcome::Unchanged;
     if (port->ChangePortTicker != 0) {
         WriteLog(1, "port was changed %ums before", AgeOf(port->ChangePortTicker));
     }
     // A change that was put off lies ahead of now: the huge difference lets its port be checked again.
     if (AgeOf(port->ChangePortTicker) > OwnChangeMs) {
-        result = CheckComPortAssignment(index);
+        outcome = CheckComPortAssignment(index);
     } else {
         WriteLog(1, "CheckComPortAssignment skipped");
     }
@@ -213,13 +212,13 @@ void ComPortArrived(const char* devpath) {
     port->OnArrivalDone = 0;
     port->OnRemovalDone = 0;
 
-    if (result == 0 && port->PortNumber != 0 && MoveAwayFromCollision(port)) {
+    if (outcome == AssignmentOutcome::Unchanged && port->PortNumber != 0 && MoveAwayFromCollision(port)) {
         return;
     }
     KeepNumberTaken(port);
-    if (result == 0) {
+    if (outcome == AssignmentOutcome::Unchanged) {
         FixFriendlyName(port->szRegEnumPath, port->PortNumber);
-    } else if (result != 1 || g_pSettings == nullptr || !g_pSettings->QuickAndDirtyMode) {
+    } else if (outcome != AssignmentOutcome::Changed || g_pSettings == nullptr || !g_pSettings->QuickAndDirtyMode) {
         return; // the arrival that the restart brings goes on from here
     }
     if (IsArrivalBalloonDue(port)) {

@@ -1,6 +1,9 @@
 #include "engine/RenamingLoop.h"
 
 #include "config/CSettings.h"
+#include "engine/NumberChange.h"
+#include "engine/NumberChoice.h"
+#include "inventory/devices/DeviceControl.h"
 #include "inventory/names/CDosDeviceNames.h"
 #include "inventory/names/ComNameArbiter.h"
 #include "inventory/names/ComNameAvailability.h"
@@ -82,8 +85,8 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
             KeepWantedOfTwoNames(port, name);
             return Candidate::WasSecond;
         }
-        check->otherPort = g_pComPorts->FindPortByComPort(name);
-        if (IsRealDevice(check->otherPort)) {
+        check->nameHolder = g_pComPorts->FindPortByComPort(name);
+        if (IsRealDevice(check->nameHolder)) {
             return DoPortsWantEachOther(*check) ? Candidate::IsPartners : Candidate::Taken;
         }
         if (!isTableFree || !TelitHack()) {
@@ -99,13 +102,13 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
 }
 
 // The registry holds the new number; the device has to follow, at once, later or by its DOS name alone.
-static int BringDeviceToName(Assignment* check, const char* name) QM_REQUIRES(CS_assign) {
+static AssignmentOutcome BringDeviceToName(Assignment* check, const char* name) QM_REQUIRES(CS_assign) {
     CComPort* port = check->port;
     UpdateRegistryName(check, name);
     if (check->quickAndDirty != 0 && check->szOldKernelName[0] != 0) {
         const bool isMoved = MoveDosName(check, name);
         port->PortChangeDone = 1;
-        return isMoved ? NumberChanged : ChangeIncomplete;
+        return isMoved ? AssignmentOutcome::Changed : AssignmentOutcome::Incomplete;
     }
     if (ComesWithUpperDevice(port)) {
         WriteLog(1, "port came along with an upper device -> restart this later");
@@ -113,23 +116,23 @@ static int BringDeviceToName(Assignment* check, const char* name) QM_REQUIRES(CS
     } else if (RestartForNewNumber(port)) {
         WaitForNewName(port);
         DeleteOldName(*check);
-        RestoreOtherPortsName(check->otherPort);
+        RestoreOtherPortsName(check->nameHolder);
     }
     CleanDeviceMap(*check);
     port->PortChangeDone = 1;
-    return NumberChanged;
+    return AssignmentOutcome::Changed;
 }
 
 // Returns: the outcome of the first number that is not taken. result: of the check, unless two ports are to swap.
-static Candidate TryCandidates(Assignment* check, int* result) QM_REQUIRES(CS_assign) {
-    *result = NumberUnchanged;
+static Candidate TryCandidates(Assignment* check, AssignmentOutcome* result) QM_REQUIRES(CS_assign) {
+    *result = AssignmentOutcome::Unchanged;
     for (LONG i = 0; i < check->newPortCount; ++i) {
         const Candidate outcome = TryCandidate(check, i);
         if (outcome == Candidate::Taken) {
             continue;
         }
         if (outcome == Candidate::WasSecond) {
-            *result = NumberChanged;
+            *result = AssignmentOutcome::Changed;
         } else if (outcome == Candidate::IsInRegistry) {
             *result = BringDeviceToName(check, check->newPortNames[i]);
         }
@@ -138,8 +141,8 @@ static Candidate TryCandidates(Assignment* check, int* result) QM_REQUIRES(CS_as
     return Candidate::Taken;
 }
 
-int RenamePort(Assignment* check) {
-    int result = NumberUnchanged;
+AssignmentOutcome RenamePort(Assignment* check) {
+    AssignmentOutcome result = AssignmentOutcome::Unchanged;
     Candidate outcome;
     {
         LockGuard assign(CS_assign);
@@ -148,11 +151,11 @@ int RenamePort(Assignment* check) {
     if (outcome != Candidate::IsPartners) {
         return result;
     }
-    result = SwapPortNumbers(check->port, check->otherPort);
+    result = SwapPortNumbers(check->port, check->nameHolder);
     // Neither arrival sets its bit, since both are passed over, and an unfinished swap leaves either name in use.
     ComNameArbiterAddByName(check->port->szRegPortName);
-    ComNameArbiterAddByName(check->otherPort->szRegPortName);
+    ComNameArbiterAddByName(check->nameHolder->szRegPortName);
     check->port->PortChangeDone = 1;
-    check->otherPort->PortChangeDone = 1;
+    check->nameHolder->PortChangeDone = 1;
     return result;
 }

@@ -3,8 +3,7 @@
 // takes CS_assign for all of it but the swap, also when the caller holds it already.
 #pragma once
 
-#include "engine/AssignmentSteps.h"
+#include "engine/Assignment.h"
 
 // Blocks for as long as restart, wait or swap need.
-// Returns: NumberUnchanged, NumberChanged or ChangeIncomplete.
-int RenamePort(Assignment* check);
+AssignmentOutcome RenamePort(Assignment* check);

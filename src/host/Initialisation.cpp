@@ -89,18 +89,6 @@ static DWORD InitializeQuillmarchService() {
     return 1;
 }
 
-void CheckPortsTwice() {
-    // A starter that gave up waiting lets events through while the table is still being made.
-    if (g_pComPorts == nullptr) {
-        return;
-    }
-    WriteLog(4, "ISVC_4");
-    if (CheckAllComPortAssignments() > 0) {
-        CheckAllComPortAssignments();
-    }
-    WriteLog(4, "ISVC_5");
-}
-
 DWORD WINAPI InitializeQuillmarchService_ThreadProc(LPVOID) {
     const WorkerScope worker;
     return InitializeQuillmarchService();

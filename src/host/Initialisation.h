@@ -11,8 +11,3 @@
 // param: not read. Returns: 1 when it went through, 0 when it ended early because a stop was asked for or a debug run
 // has no window. Only the log reads the result.
 DWORD WINAPI InitializeQuillmarchService_ThreadProc(LPVOID param);
-
-// Checks all ports, and once more if that changed something: a port further down the table may have freed a number
-// that a port earlier in the table wanted.
-// Thread: the initialisation's, or the dispatcher's on a resume. Locks: takes `CS_assign` for each port.
-void CheckPortsTwice();

@@ -1,7 +1,7 @@
 #include "host/PowerEvents.h"
 
 #include "config/CSettings.h"
-#include "host/Initialisation.h"
+#include "engine/AssignmentCheck.h"
 #include "support/log/DiagnosticNames.h"
 #include "support/log/LogFile.h"
 

@@ -1,8 +1,14 @@
 #include "inventory/devices/DeviceControl.h"
 
 #include "inventory/devices/DeviceProperties.h"
+#include "inventory/devices/DeviceTree.h"
+#include "inventory/names/NameClaims.h"
+#include "inventory/usb/CUsbHubs.h"
 #include "support/log/LogFile.h"
 #include "support/system/Handles.h"
+#include "support/system/OsVersion.h"
+#include "support/system/ProcessState.h"
+#include "support/system/ScopeGuard.h"
 
 constexpr DWORD CyclePortRequest = 0x220444; // IOCTL_USB_HUB_CYCLE_PORT
 
@@ -41,4 +47,37 @@ int IsUsbDevice(DWORD devInst) {
 int IsUsbCompoundDevice(DWORD devInst) {
     char service[64] = {};
     return ReadDeviceText(devInst, CM_DRP_SERVICE, service) && lstrcmpiA(service, "usbccgp") == 0;
+}
+
+bool IsCyclable(const CComPort* port) {
+    return g_Os.CanCycleUsbPort && port->BusType == BusUsb;
+}
+
+bool CycleHubPort(const HubReader&, DWORD hubDevInst, DWORD hubPortNumber) {
+    const auto* hub = g_pUsbHubs != nullptr ? g_pUsbHubs->FindHubByDevInst(hubDevInst) : nullptr;
+    return hub != nullptr && CycleUsbPort(hub->szDevPath, hubPortNumber) != 0;
+}
+
+// Takes the power from the hub port on which the upper device, itself a hub, sits. Returns: whether that restarted it.
+static bool CycleUpperHub(DWORD devInst) {
+    if (g_pUsbHubs == nullptr || !g_Os.CanCycleUsbPort || !IsUsbDevice(devInst)) {
+        return false;
+    }
+    HubReader reader(g_pUsbHubs);
+    const auto* hub = g_pUsbHubs->FindHubByDevInst(devInst);
+    if (hub == nullptr || hub->PortNumber <= 0) {
+        return false;
+    }
+    const DWORD parentDevInst = GetParentDevInst(devInst);
+    return parentDevInst != 0 && CycleHubPort(reader, parentDevInst, static_cast<DWORD>(hub->PortNumber));
+}
+
+void RestartDevice_TimerProc(DWORD, ULONG_PTR devInst) {
+    const auto node = static_cast<DWORD>(devInst);
+    WriteLog(2, "RestartDevice_TimerProc(%u)", node);
+    LockGuard main(CS_main);
+    NoteRestartOf(node);
+    if (!CycleUpperHub(node)) {
+        PerformDevicePropertyChange(node);
+    }
 }

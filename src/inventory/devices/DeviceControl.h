@@ -17,3 +17,15 @@ int IsUsbDevice(DWORD devInst);
 
 // Returns: 1 if the device is a composite one, whose hub port other functions share.
 int IsUsbCompoundDevice(DWORD devInst);
+
+// Whether the hubs of this Windows can restart this port by its hub port.
+bool IsCyclable(const CComPort* port);
+
+// The power cycle of one port of the hub with this node. reader: keeps the list of hubs while it is searched.
+// Returns: whether the hub is known and said that it did so.
+class HubReader;
+bool CycleHubPort(const HubReader& reader, DWORD hubDevInst, DWORD hubPortNumber);
+
+// Restarts the upper device of a group of ports, under CS_main: by its hub port if it is a hub itself and this Windows
+// can, else by a property change. devInst: the device node.
+void RestartDevice_TimerProc(DWORD id, ULONG_PTR devInst);

@@ -3,10 +3,8 @@
 // the configuration manager and the setup API and may block as long as those do.
 #pragma once
 
+#include "inventory/devices/ProblemNumbers.h"
 #include "platform/win32.h"
-
-// The problem number that stands for a node that cannot be asked (CM_PROB_PHANTOM).
-constexpr DWORD ProblemPhantom = 45;
 
 // Length of "\\?\" and "\\.\", which do not count when paths are compared.
 constexpr int PathPrefixLength = 4;

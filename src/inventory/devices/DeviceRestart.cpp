@@ -5,12 +5,10 @@
 #include "inventory/devices/DevicePaths.h"
 #include "inventory/devices/DeviceProperties.h"
 #include "inventory/names/ComPortNumber.h"
-#include "inventory/names/FriendlyName.h"
 #include "support/log/DiagnosticNames.h"
 #include "support/log/LogFile.h"
 #include "support/system/InterfaceClasses.h"
 #include "support/system/OsVersion.h"
-#include "support/texts/BoundedText.h"
 
 constexpr char WaitAnnouncement[] = "CM_WaitNoPendingInstallEvents(5000)...";
 constexpr char BareWaitAnnouncement[] = "CM_WaitNoPendingInstallEvents()";
@@ -62,14 +60,6 @@ static bool ChangePropertyLogged(HDEVINFO list, SP_DEVINFO_DATA* device) {
     return changed != 0;
 }
 
-static void TakeRegNameInForce(CComPort* port) {
-    CopyText(port->szPortName, port->szRegPortName);
-    const char* const name = port->szPortName;
-    const bool isComName = name[0] == 'C' && name[1] == 'O' && name[2] == 'M';
-    CopyComDigits(isComName ? name : "", port->PortNumberText);
-    port->PortNumber = isComName ? GetNumberOfPortName(name) : 0;
-}
-
 // Starts the device through the configuration manager. The last of the three set-ups is the one that counts.
 static int RestartBySetup(DWORD devInst) {
     constexpr ULONG Setups[] = {CM_SETUP_DEVNODE_READY, CM_SETUP_DEVNODE_RESET, CM_SETUP_PROP_CHANGE};
@@ -105,7 +95,7 @@ int PerformComPortPropertyChange(CComPort* port) {
             return false;
         }
         port->ChangePortTicker = GetTickCount();
-        TakeRegNameInForce(port);
+        SetRegistryNameInForce(port, BeginsWithCom(port->szRegPortName));
         return true;
     });
 }

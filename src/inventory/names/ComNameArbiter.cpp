@@ -1,6 +1,5 @@
 #include "inventory/names/ComNameArbiter.h"
 
-#include "config/CSettings.h"
 #include "inventory/names/ComPortNumber.h"
 #include "inventory/ports/CComPorts.h"
 #include "support/log/LogFile.h"
@@ -78,7 +77,7 @@ static char* ReadAllNames(DWORD* sizeBytes) {
 }
 
 static bool IsComName(const char* name) {
-    return name[0] == 'C' && name[1] == 'O' && name[2] == 'M' && name[3] >= '0' && name[3] <= '9';
+    return BeginsWithCom(name) && name[3] >= '0' && name[3] <= '9';
 }
 
 static void FillBytes(BYTE* bytes, DWORD sizeBytes, BYTE value) {
@@ -106,16 +105,6 @@ static bool QueryLiveNames(BYTE* bitmap, DWORD sizeBytes, DWORD* count) {
     }
     WriteLog(3, " %u ports found", *count);
     return true;
-}
-
-static bool HasUsedNumber(const CComPorts* ports, LONG number) {
-    for (LONG i = 0; i < ports->PortCount; ++i) {
-        const CComPort* const port = ports->Ports[i];
-        if (port != nullptr && port->IsUsed && port->IsPresent && port->PortNumber == number) {
-            return true;
-        }
-    }
-    return false;
 }
 
 BYTE* ReadComDb(DWORD* sizeBytes) {
@@ -205,17 +194,4 @@ int CleanRegComPortArbiter(const char* listText) {
 DWORD GetDefinedComPortsBitmap(BYTE* bitmap, DWORD sizeBytes) {
     DWORD count = 0;
     return QueryLiveNames(bitmap, sizeBytes, &count) ? count : 0;
-}
-
-int CComPorts::FindFreePortNumber() const {
-    const LONG maxNumber = g_pSettings != nullptr ? g_pSettings->MaxPortNumber : 0;
-    LONG first = 1;
-    while (first <= maxNumber) {
-        const LONG number = ComNameArbiterFindFree(first);
-        if (number == 0 || !HasUsedNumber(this, number)) {
-            return number;
-        }
-        first = number + 1;
-    }
-    return 0;
 }

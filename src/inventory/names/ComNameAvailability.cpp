@@ -41,9 +41,7 @@ static void LogRecord(int index, const CComPort* port, const LiveState* live) {
 
 static void SetAbsent(CComPort* port, DWORD problem) {
     port->Problem = problem;
-    port->IsPresent = 0;
-    port->szPortName[0] = 0;
-    port->szKernelNameCom[0] = 0;
+    port->SetAbsent();
 }
 
 int IsComPortNameAvailable(const char* name) {

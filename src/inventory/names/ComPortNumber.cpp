@@ -169,3 +169,13 @@ int GetRegPortNameByDeviceId(const char* deviceId, char (&portName)[128]) {
 LONG GetNumberOfPortName(const char* portName) {
     return lstrlenA(portName) > 3 ? StrToIntA(portName + 3) : 0;
 }
+
+bool BeginsWithCom(const char* name) {
+    return name[0] == 'C' && name[1] == 'O' && name[2] == 'M';
+}
+
+void SetRegistryNameInForce(CComPort* port, bool hasNumber) {
+    CopyText(port->szPortName, port->szRegPortName);
+    CopyComDigits(hasNumber ? port->szPortName : "", port->PortNumberText);
+    port->PortNumber = hasNumber ? GetNumberOfPortName(port->szPortName) : 0;
+}

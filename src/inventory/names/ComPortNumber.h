@@ -4,6 +4,7 @@
 // Thread: any. Locks: none of its own; the assignment check calls them inside CS_assign, arrivals and swaps outside it.
 #pragma once
 
+#include "inventory/ports/CComPorts.h"
 #include "platform/win32.h"
 
 // Writes the new registry name of a port: friendly name, "PortName", "DosDeviceName", the texts of the class key, and
@@ -31,3 +32,10 @@ int GetRegPortNameByDeviceId(const char* deviceId, char (&portName)[128]);
 
 // The number behind the third character of a name such as "COM7". Returns: 0 for a shorter name or one without digits.
 LONG GetNumberOfPortName(const char* portName);
+
+// Whether a name begins with "COM", in capitals.
+bool BeginsWithCom(const char* name);
+
+// Takes the registry name for the DOS name in force: szPortName, and the number and its digits, which are 0 and empty
+// unless the name has a number.
+void SetRegistryNameInForce(CComPort* port, bool hasNumber);

@@ -4,13 +4,9 @@
 #include "inventory/devices/DevicePaths.h"
 #include "inventory/names/CDosDeviceNames.h"
 #include "inventory/names/ComPortNumber.h"
-#include "inventory/names/FriendlyName.h"
 #include "inventory/names/RestartMarks.h"
 #include "support/log/LogFile.h"
 #include "support/texts/BoundedText.h"
-
-constexpr int SwapDone = 1;
-constexpr int SwapFailed = 2;
 
 // Takes both devices out, marked so that nobody reacts to it. After a failure nothing is left out and no mark stands
 // for a device that will not come back by itself.
@@ -47,17 +43,15 @@ static void SwapRegistry(CComPort* first, CComPort* second) {
 }
 
 static void TakeNameInForce(CComPort* port) {
-    CopyText(port->szPortName, port->szRegPortName);
-    port->PortNumber = GetNumberOfPortName(port->szPortName);
-    // The arrival that would fill it is passed over because of the mark.
-    CopyComDigits(port->PortNumber != 0 ? port->szPortName : "", port->PortNumberText);
+    // The arrival that would fill the fields is passed over because of the mark.
+    SetRegistryNameInForce(port, GetNumberOfPortName(port->szRegPortName) != 0);
     port->ArrivalTicker = GetTickCount();
 }
 
-int SwapPortNumbers(CComPort* first, CComPort* second) {
+AssignmentOutcome SwapPortNumbers(CComPort* first, CComPort* second) {
     WriteLog(3, "CComPorts::SwapPortNumbers(%s, %s)...", first->szRegPortName, second->szRegPortName);
     if (!TakeBothOut(first, second)) {
-        return SwapFailed;
+        return AssignmentOutcome::Incomplete;
     }
     SwapRegistry(first, second);
     // A link that the drivers left behind would keep each from making its new name. One that is gone already is fine.
@@ -66,9 +60,9 @@ int SwapPortNumbers(CComPort* first, CComPort* second) {
     const int firstStarted = RestartDev(first->DevInst);
     const int secondStarted = RestartDev(second->DevInst);
     if (!firstStarted || !secondStarted) {
-        return SwapFailed;
+        return AssignmentOutcome::Incomplete;
     }
     TakeNameInForce(first);
     TakeNameInForce(second);
-    return SwapDone;
+    return AssignmentOutcome::Changed;
 }

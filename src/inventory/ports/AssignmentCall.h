@@ -2,9 +2,9 @@
 // engine defines it; it is declared here so that no include points upwards.
 #pragma once
 
+#include "inventory/ports/AssignmentOutcome.h"
 #include "platform/win32.h"
 
 // Brings the port to the number that its section wants. index: a valid index into CComPorts::Ports.
 // Locks: takes CS_assign for the renaming. Can block for seconds while a device restarts.
-// Returns: 0, 1 or 2 as the engine tells.
-int CheckComPortAssignment(int index);
+AssignmentOutcome CheckComPortAssignment(int index);

@@ -1,7 +1,9 @@
 #include "inventory/ports/CComPorts.h"
 
+#include "config/CSettings.h"
 #include "inventory/devices/DevicePaths.h"
 #include "inventory/names/CDosDeviceNames.h"
+#include "inventory/names/ComNameArbiter.h"
 #include "inventory/names/NameClaims.h"
 #include "support/log/LogFile.h"
 #include "support/texts/BoundedText.h"
@@ -187,4 +189,27 @@ LONGLONG ComparePortsByPosition(const void* a, const void* b) {
         return CompareByLocation(portA, portB);
     }
     return lstrcmpA(portA->DeviceID, portB->DeviceID);
+}
+
+static bool HasUsedNumber(const CComPorts* ports, LONG number) {
+    for (LONG i = 0; i < ports->PortCount; ++i) {
+        const CComPort* const port = ports->Ports[i];
+        if (port != nullptr && port->IsUsed && port->IsPresent && port->PortNumber == number) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int CComPorts::FindFreePortNumber() const {
+    const LONG maxNumber = g_pSettings != nullptr ? g_pSettings->MaxPortNumber : 0;
+    LONG first = 1;
+    while (first <= maxNumber) {
+        const LONG number = ComNameArbiterFindFree(first);
+        if (number == 0 || !HasUsedNumber(this, number)) {
+            return number;
+        }
+        first = number + 1;
+    }
+    return 0;
 }

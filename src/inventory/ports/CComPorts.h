@@ -96,6 +96,13 @@ struct CComPort {
     DWORD AwaitedRestart = 0;       // a restart was put off and the port has not come back from it (NameClaims)
     DWORD AwaitedRestartTicker = 0; // when that restart is due, if one is awaited
     DWORD HasCopiedName = 0;        // szPortName leads to another present port's device; szKernelNameCom is that one's
+
+    // The port has gone: it has no name in force any more. What else is to be forgotten depends on how that was seen.
+    void SetAbsent() {
+        IsPresent = 0;
+        szPortName[0] = '\0';
+        szKernelNameCom[0] = '\0';
+    }
 };
 
 // True for the node of a real device, false for 0 and for the DevInst of a virtual record.

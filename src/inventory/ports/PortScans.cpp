@@ -216,9 +216,7 @@ static void CheckNameOfRemovedPort(CComPort* port) {
 
 static void SetAbsent(CComPort* port) {
     WriteLog(1, " set Port[%i].IsPresent = false", port->Index);
-    port->IsPresent = 0;
-    port->szPortName[0] = '\0';
-    port->szKernelNameCom[0] = '\0';
+    port->SetAbsent();
     port->szKernelNameDevPath[0] = '\0';
     port->HasCopiedName = 0;
     port->Problem = GetProblem(port->DevInst);

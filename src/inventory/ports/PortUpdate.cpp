@@ -121,10 +121,6 @@ static void ReadRegPortName(CComPort* port) {
     }
 }
 
-static bool BeginsWithCom(const char* name) {
-    return name[0] == 'C' && name[1] == 'O' && name[2] == 'M';
-}
-
 // A registry name counts as the port's name only when its DOS name is there.
 static void ReadNameInForce(CComPort* port) {
     char kernelName[DosTargetSize];

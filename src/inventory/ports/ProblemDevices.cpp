@@ -4,6 +4,7 @@
 #include "inventory/devices/DevicePaths.h"
 #include "inventory/devices/DeviceProperties.h"
 #include "inventory/devices/DeviceRemoval.h"
+#include "inventory/devices/ProblemNumbers.h"
 #include "inventory/names/ComPortNumber.h"
 #include "inventory/names/NameClaims.h"
 #include "inventory/ports/AssignmentCall.h"
@@ -13,10 +14,6 @@
 #include "support/texts/BoundedText.h"
 
 DWORD g_LastProblemDevInst;
-
-// Problem numbers of a device that is on its way out.
-constexpr DWORD ProblemWillBeRemoved = 21;
-constexpr DWORD ProblemHeldForEject = 47;
 
 static bool IsLeaving(DWORD problem) {
     return problem == ProblemWillBeRemoved || problem == ProblemHeldForEject;

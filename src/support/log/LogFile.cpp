@@ -6,6 +6,7 @@
 #include "keys/ConfigurationKeys.h"
 #include "support/log/LogFileOpening.h"
 #include "support/log/LogFileRotation.h"
+#include "support/registry/AccessList.h"
 #include "support/system/Handles.h"
 #include "support/system/ProcessState.h"
 #include "support/system/ScopeGuard.h"
@@ -27,7 +28,6 @@ constexpr DWORD OpenWaitMs = 190; // for an open that does not come back, as lon
 constexpr int CreateAttempts = 100;
 constexpr DWORD RetryMs = 10;
 constexpr DWORD CreateFailedLine = 216;
-constexpr char EveryoneFullAccess[] = "D:(A;OICI;GA;;;WD)";
 
 // Origin tags in the order of the modes.
 constexpr const char* ModeTags[] = {"nu", "sr", "db", "ns", "sa", "ba", "in", "ex"};
@@ -140,10 +140,8 @@ static void BuildSecurity() {
     if (s_pSecurity) {
         return;
     }
-    OwnedSecurityDescriptor descriptor;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(EveryoneFullAccess, SDDL_REVISION_1, descriptor.Receive(),
-                                                              nullptr) ||
-        !IsValidSecurityDescriptor(descriptor.Get())) {
+    OwnedSecurityDescriptor descriptor = EveryoneFullAccess();
+    if (!descriptor) {
         return;
     }
     s_security.nLength = sizeof(s_security);

@@ -137,3 +137,13 @@ int WhoMayChange(const BYTE* descriptor, DWORD size, DWORD rights, char (&who)[S
     }
     return ListGives(whole.From(listAt), rights, who);
 }
+
+OwnedSecurityDescriptor EveryoneFullAccess() {
+    OwnedSecurityDescriptor descriptor;
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA("D:(A;OICI;GA;;;WD)", SDDL_REVISION_1,
+                                                              descriptor.Receive(), nullptr) ||
+        !IsValidSecurityDescriptor(descriptor.Get())) {
+        descriptor.Reset();
+    }
+    return descriptor;
+}

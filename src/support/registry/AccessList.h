@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "platform/win32.h"
+#include "support/system/Handles.h"
 
 // Long enough for the text of every SID.
 constexpr size_t SidTextSize = 192;
@@ -14,3 +15,6 @@ constexpr size_t SidTextSize = 192;
 // bits that count, specific and generic. who: receives the name or the owner's SID, unchanged if nobody. Returns: 1 if
 // somebody may.
 int WhoMayChange(const BYTE* descriptor, DWORD size, DWORD rights, char (&who)[SidTextSize]);
+
+// An access list that gives everybody everything. Returns: nothing if Windows makes none or a damaged one.
+OwnedSecurityDescriptor EveryoneFullAccess();

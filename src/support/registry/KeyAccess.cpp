@@ -1,18 +1,14 @@
 #include "support/registry/KeyAccess.h"
 
+#include "support/registry/AccessList.h"
 #include "support/system/Handles.h"
 
 constexpr int RestoreTries = 3;
-constexpr char EveryoneFullAccess[] = "D:(A;OICI;GA;;;WD)";
 
 // Sets an access list that gives everybody everything. A failure shows in the caller's next open.
 static void SetEveryoneFullAccess(HKEY handle) {
-    OwnedSecurityDescriptor descriptor;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(EveryoneFullAccess, SDDL_REVISION_1, descriptor.Receive(),
-                                                              nullptr)) {
-        return;
-    }
-    if (IsValidSecurityDescriptor(descriptor.Get())) {
+    const OwnedSecurityDescriptor descriptor = EveryoneFullAccess();
+    if (descriptor) {
         (void)RegSetKeySecurity(handle, DACL_SECURITY_INFORMATION, descriptor.Get());
     }
 }

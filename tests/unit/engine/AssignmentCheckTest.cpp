@@ -63,7 +63,7 @@ TEST_F(AssignmentCheck, EachEndWithoutAChangeTellsWhyAndWhetherItIsThrough) {
         port->Problem = problem;
         port->MarkedForRestart = isMarked;
         ClearLog();
-        EXPECT_EQ(CheckComPortAssignment(port->Index), 0) << line;
+        EXPECT_EQ(CheckComPortAssignment(port->Index), AssignmentOutcome::Unchanged) << line;
         EXPECT_EQ(port->PortChangeDone, isDone) << line;
         EXPECT_TRUE(Logged(line)) << line;
         EXPECT_EQ(Target("COM8"), "\\Device\\Serial8") << "the table has it: no swap with it, and no hack frees it";
@@ -78,7 +78,7 @@ TEST_F(AssignmentCheck, ThePortWithoutANameMayOnlyBeLate) {
     DefineDosDeviceA(DDD_RAW_TARGET_PATH, "COM5 at the back", "\\Device\\Serial5");
     port->szPortName[0] = port->szKernelNameCom[0] = 0;
     port->PortNumber = 0;
-    EXPECT_EQ(CheckComPortAssignment(port->Index), 0);
+    EXPECT_EQ(CheckComPortAssignment(port->Index), AssignmentOutcome::Unchanged);
     EXPECT_TRUE(Logged(" oh, there it is COM5 at the back -> \\Device\\Serial5"));
     EXPECT_EQ(port->PortNumber, 5);
     EXPECT_STREQ(port->PortNumberText, "5");
@@ -88,7 +88,7 @@ TEST_F(AssignmentCheck, OfTwoNamesTheWantedOneStays) {
     UseIni("[ComPorts1]\nDeviceID=A\nPortName=COM9\n");
     CComPort* port = Port("A", 4, "\\Device\\Serial4");
     CreateDosName("COM9", "\\Device\\Serial4");
-    EXPECT_EQ(CheckComPortAssignment(port->Index), 1);
+    EXPECT_EQ(CheckComPortAssignment(port->Index), AssignmentOutcome::Changed);
     EXPECT_TRUE(Logged("\\Device\\Serial4 has two Win32 names: COM4, COM9 -> delete COM4"));
     EXPECT_EQ(Target("COM4"), "");
     EXPECT_EQ(Target("COM9"), "\\Device\\Serial4");
@@ -100,7 +100,7 @@ TEST_F(AssignmentCheck, OfTwoNamesTheWantedOneStays) {
 TEST_F(AssignmentCheck, QuickModeMovesTheDosNameAlone) {
     UseIni("[Settings]\nQuickAndDirtyMode=0\n[ComPorts1]\nDeviceID=A\nPortName=COM9\nQuickAndDirtyMode=1\n");
     CComPort* port = Port("A", 4, "\\Device\\Serial4");
-    EXPECT_EQ(CheckComPortAssignment(port->Index), 1);
+    EXPECT_EQ(CheckComPortAssignment(port->Index), AssignmentOutcome::Changed);
     EXPECT_TRUE(Logged("QuickAndDirty overrule=1"));
     EXPECT_EQ(Target("COM4"), "");
     EXPECT_EQ(Target("COM9"), "\\Device\\Serial4");
@@ -119,7 +119,7 @@ TEST_F(AssignmentCheck, PortsThatCameAlongShareOneRestartLater) {
         port->BusType = busType;
         port->SameParentArrivalTicker = port->ArrivalTicker - age;
         g_Os.CanCycleUsbPort = canCycle;
-        EXPECT_EQ(CheckComPortAssignment(port->Index), 1);
+        EXPECT_EQ(CheckComPortAssignment(port->Index), AssignmentOutcome::Changed);
         if (isPutOff) {
             EXPECT_EQ(port->ChangePortTicker - GetTickCount(), 4000u);
         }
@@ -137,7 +137,7 @@ TEST_F(AssignmentCheck, AStrayNameGoesOnlyWithTheHackAndAHeldOneNever) {
         CComPort* port = Port("A", 4, "\\Device\\Serial4");
         Port("B", 8, "\\Device\\Serial8");
         CreateDosName("COM9", "\\Device\\Stray");
-        EXPECT_EQ(CheckComPortAssignment(port->Index), 1);
+        EXPECT_EQ(CheckComPortAssignment(port->Index), AssignmentOutcome::Changed);
         EXPECT_STREQ(port->szRegPortName, hack ? "COM9" : "COM10");
         EXPECT_EQ(Target("COM8"), "\\Device\\Serial8");
         EXPECT_EQ(Target("COM9"), hack ? "" : "\\Device\\Stray");

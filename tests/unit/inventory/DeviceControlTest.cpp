@@ -41,7 +41,7 @@ TEST(SwapPorts, AVetoOfTheSecondPortStartsTheFirstAgain) {
     second.vetoes = 1;
     Build({inventorytest::Port("TEST\\UART\\A", "COM3"), second});
     CComPort a = RecordOf(Node("TEST\\UART\\A")), b = RecordOf(Node("TEST\\UART\\B"));
-    EXPECT_EQ(SwapPortNumbers(&a, &b), 2);
+    EXPECT_EQ(SwapPortNumbers(&a, &b), AssignmentOutcome::Incomplete);
     EXPECT_EQ(machine::RegistryNameOf(Node("TEST\\UART\\A")), "COM3");
     EXPECT_EQ(machine::RegistryNameOf(Node("TEST\\UART\\B")), "COM4");
     EXPECT_EQ(machine::DosNameOf(Node("TEST\\UART\\A")), "COM3") << "the first port runs again";
@@ -49,7 +49,7 @@ TEST(SwapPorts, AVetoOfTheSecondPortStartsTheFirstAgain) {
     EXPECT_STREQ(b.szRegPortName, "COM4");
     EXPECT_STREQ(szRestarting1, a.DevPath + 4) << "its arrival is still to come";
     EXPECT_STREQ(szRestarting2, "");
-    EXPECT_EQ(SwapPortNumbers(&a, &b), 1) << "it vetoes once only";
+    EXPECT_EQ(SwapPortNumbers(&a, &b), AssignmentOutcome::Changed) << "it vetoes once only";
     EXPECT_EQ(machine::DosNameOf(Node("TEST\\UART\\A")), "COM4");
     EXPECT_EQ(a.PortNumber, 4);
     EXPECT_EQ(b.PortNumber, 3);

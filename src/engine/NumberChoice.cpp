@@ -1,34 +1,18 @@
-#include "engine/AssignmentSteps.h"
+#include "engine/NumberChoice.h"
 
-#include "actions/CallBackTimer.h"
 #include "config/CSettings.h"
+#include "engine/NumberChange.h"
 #include "engine/SectionMatching.h"
-#include "inventory/devices/DeviceControl.h"
 #include "inventory/names/CDosDeviceNames.h"
 #include "inventory/names/ComNameArbiter.h"
 #include "inventory/names/ComPortNumber.h"
 #include "inventory/names/FriendlyName.h"
 #include "inventory/names/NameClaims.h"
-#include "inventory/usb/CUsbHubs.h"
 #include "support/log/DiagnosticNames.h"
 #include "support/log/LogFile.h"
-#include "support/system/OsVersion.h"
 #include "support/texts/BoundedText.h"
 
 constexpr DWORD LateNameWaitMs = 1000;
-constexpr LONG PutOffRestartMs = 4000;
-constexpr DWORD NewNameWaitMs = 5000;
-constexpr DWORD NewNamePauseMs = 10;
-constexpr DWORD ProblemWillBeRemoved = 21; // CM_PROB_WILL_BE_REMOVED
-
-// Name, digits and number of the DOS name in force follow the registry name.
-static void SetNameInForce(CComPort* port) {
-    CopyText(port->szPortName, port->szRegPortName);
-    port->PortNumber = GetNumberOfPortName(port->szPortName);
-    CopyComDigits(port->PortNumber != 0 ? port->szPortName : "", port->PortNumberText);
-    port->HasCopiedName = 0;
-    EndAwaitedRestart(port, /*isArrival=*/false);
-}
 
 static void LogDeletion(const char* name, int isDeleted) {
     if (isDeleted) {
@@ -45,12 +29,13 @@ void FindHolderOfRegistryName(Assignment* check) {
         WriteLog(4, " no other port has the same port name -> good");
         return;
     }
-    check->otherPort = g_pComPorts->Ports[index];
+    check->registryHolder = g_pComPorts->Ports[index];
+    check->nameHolder = check->registryHolder;
     if (!LogFile_Wants(3)) {
         return;
     }
-    WriteLog(3, "%s seems to be used by %s (%s) -> check", port->szRegPortName, check->otherPort->szPortName,
-             check->otherPort->DeviceID);
+    WriteLog(3, "%s seems to be used by %s (%s) -> check", port->szRegPortName, check->registryHolder->szPortName,
+             check->registryHolder->DeviceID);
     char target[DosTargetSize];
     if (QueryDosName(port->szRegPortName, target)) {
         WriteLog(3, " kn=%s", target);
@@ -76,7 +61,7 @@ void TakeOverLateName(CComPort* port) {
 // It would get another free number at each check, restarted again and again, though it has one of its own by now. So
 // that one stands before the free one.
 static bool HasOwnNumberByNow(const Assignment& check) {
-    return check.otherPort == nullptr && check.port->PortNumber != 0 && !check.port->HasCopiedName;
+    return check.registryHolder == nullptr && check.port->PortNumber != 0 && !check.port->HasCopiedName;
 }
 
 void AppendFreeNumber(Assignment* check) {
@@ -176,18 +161,18 @@ void KeepNumberTaken(CComPort* port) {
 }
 
 bool DoPortsWantEachOther(const Assignment& check) {
-    const LONG section = GetFittingSectionNumber(check.otherPort, ComPorts);
+    const LONG section = GetFittingSectionNumber(check.nameHolder, ComPorts);
     DWORD numbers[MaxNewPorts];
     // Neither has a name to give that leads to the device of a third one.
-    if (check.port->HasCopiedName || check.otherPort->HasCopiedName) {
+    if (check.port->HasCopiedName || check.nameHolder->HasCopiedName) {
         return false;
     }
     if (section == 0 || GetPortNamesFromSection(ComPorts, section, numbers) == 0 ||
         numbers[0] != static_cast<DWORD>(check.port->PortNumber)) {
         return false;
     }
-    if (IsNameOfThird(check.port->szRegPortName, check.port, check.otherPort) ||
-        IsNameOfThird(check.otherPort->szRegPortName, check.port, check.otherPort)) {
+    if (IsNameOfThird(check.port->szRegPortName, check.port, check.nameHolder) ||
+        IsNameOfThird(check.nameHolder->szRegPortName, check.port, check.nameHolder)) {
         return false;
     }
     WriteLog(1, "other port will use section ComPorts%i with Port=COM%i -> swap ports", section,
@@ -199,119 +184,4 @@ bool DeleteStrayDosName(const char* name) {
     const int isDeleted = DeleteDosName(name);
     LogDeletion(name, isDeleted);
     return isDeleted != 0;
-}
-
-bool WriteNewNumber(Assignment* check, const char* name) {
-    const CComPort* port = check->port;
-    WriteLog(1, "changing name to %s", name);
-    CopyText(check->szOldKernelName, port->szKernelNameCom);
-    CopyText(check->szOldRegPortName, port->szRegPortName);
-    return ChangeRegistryComPortNumber(port->szRegPortName, name, port->szRegEnumPath, port->szRegClassPath,
-                                       port->szKernelNameCom) != 0;
-}
-
-void UpdateRegistryName(Assignment* check, const char* name) {
-    CComPort* port = check->port;
-    WriteLog(2, "update Port[%u] %s -> %s", static_cast<DWORD>(port->Index), port->szRegPortName, name);
-    CopyText(port->szRegPortName, name);
-    WriteLog(2, "SameParentArrivalTicker=%u PortArrivalTicker=%u  Diff=%u", port->SameParentArrivalTicker,
-             port->ArrivalTicker, port->ArrivalTicker - port->SameParentArrivalTicker);
-    ComNameArbiterRemove(check->szOldRegPortName);
-    ComNameArbiterAddByName(name);
-}
-
-bool MoveDosName(Assignment* check, const char* name) {
-    if (!ChangeDosDeviceComPortNumber(check->szOldRegPortName, name)) {
-        return false;
-    }
-    check->port->PortChangedByDdn = 1;
-    SetNameInForce(check->port);
-    return true;
-}
-
-void PutOffRestart(CComPort* port) {
-    // The upper device's node is the id: all ports below it share one timer, and one restart serves them all.
-    KillCallbackTimer(port->SameParentDevInst);
-    CreateCallbackTimer(PutOffRestartMs, port->SameParentDevInst, port->SameParentDevInst, RestartDevice_TimerProc,
-                        "RestartSameParent");
-    port->ChangePortTicker = GetTickCount() + static_cast<DWORD>(PutOffRestartMs);
-    AwaitRestart(port, port->ChangePortTicker);
-}
-
-bool IsCyclable(const CComPort* port) {
-    return g_Os.CanCycleUsbPort && port->BusType == BusUsb;
-}
-
-static bool CycleHubPort(const CComPort* port) {
-    HubReader reader(g_pUsbHubs);
-    const auto* hub = g_pUsbHubs != nullptr ? g_pUsbHubs->FindHubByDevInst(port->HubDevInst) : nullptr;
-    return hub != nullptr && CycleUsbPort(hub->szDevPath, port->UsbPortNumber) != 0;
-}
-
-bool RestartForNewNumber(CComPort* port) {
-    if (port->Problem != 0 && port->Problem != ProblemWillBeRemoved) {
-        return (IsCyclable(port) && CycleHubPort(port)) || PerformComPortDisableEnable(port) != 0;
-    }
-    if (IsCyclable(port)) {
-        if (IsUsbCompoundDevice(port->UsbDevInst)) {
-            WriteLog(3, "is USB compound device -> do not restart the USB port");
-        } else if (CycleHubPort(port)) {
-            return true;
-        }
-    }
-    return PerformComPortPropertyChange(port) != 0;
-}
-
-void WaitForNewName(CComPort* port) {
-    const DWORD start = GetTickCount();
-    port->ChangePortTicker = start;
-    port->RestartTicker = start;
-    SetNameInForce(port);
-    WriteLog(1, "waiting for %s to appear...", port->szRegPortName);
-    char target[DosTargetSize];
-    while (!QueryDosName(port->szRegPortName, target)) {
-        if (GetTickCount() - start >= NewNameWaitMs) {
-            WriteLog(1, "QueryDosDevice(%s)  err=%s  :-(", port->szRegPortName, LastErrorName());
-            return;
-        }
-        WriteLog(3, "QueryDosDevice(%s)  err=%s", port->szRegPortName, LastErrorName());
-        Sleep(NewNamePauseMs);
-    }
-    WriteLog(1, "QueryDosDevice(%s)...  kn=%s", port->szRegPortName, target);
-    CopyText(port->szKernelNameCom, target);
-    MarkCopiedName(port);
-}
-
-// The name goes even if another device has come to this kernel name meanwhile: whom that costs its name gets it back in
-// the next step. The storms name what is left of it as an exception; the order is not changed for it.
-void DeleteOldName(const Assignment& check) {
-    // A restart under the name that the registry held before has no old name: it would delete what just appeared.
-    if (lstrcmpiA(check.szOldRegPortName, check.port->szRegPortName) == 0) {
-        return;
-    }
-    char target[DosTargetSize];
-    if (!QueryDosName(check.szOldRegPortName, target) || lstrcmpA(target, check.szOldKernelName) != 0) {
-        return;
-    }
-    WriteLog(1, "old %s still there as %s -> delete", check.szOldRegPortName, target);
-    if (!DeleteDosName(check.szOldRegPortName)) {
-        WriteLog(1, " err=%s", LastErrorName());
-    }
-}
-
-void RestoreOtherPortsName(const CComPort* otherPort) {
-    char target[DosTargetSize];
-    if (otherPort == nullptr || otherPort->szKernelNameCom[0] == 0 || QueryDosName(otherPort->szRegPortName, target)) {
-        return;
-    }
-    WriteLog(1, "%s has lost its DDN '%s' -> restore", otherPort->DeviceID, otherPort->szRegPortName);
-    if (!CreateDosName(otherPort->szRegPortName, otherPort->szKernelNameCom)) {
-        WriteLog(1, " err=%s", LastErrorName());
-    }
-}
-
-void CleanDeviceMap(const Assignment& check) {
-    if (check.szOldKernelName[0] != 0 && lstrcmpA(check.port->szKernelNameCom, check.szOldKernelName) != 0) {
-        DeleteSerialCommValue(check.port->szKernelNameCom);
-    }
 }

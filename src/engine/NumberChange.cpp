@@ -1,0 +1,133 @@
+#include "engine/NumberChange.h"
+
+#include "actions/CallBackTimer.h"
+#include "inventory/devices/DeviceControl.h"
+#include "inventory/devices/ProblemNumbers.h"
+#include "inventory/names/CDosDeviceNames.h"
+#include "inventory/names/ComNameArbiter.h"
+#include "inventory/names/ComPortNumber.h"
+#include "inventory/names/NameClaims.h"
+#include "inventory/usb/CUsbHubs.h"
+#include "support/log/DiagnosticNames.h"
+#include "support/log/LogFile.h"
+#include "support/texts/BoundedText.h"
+
+constexpr LONG PutOffRestartMs = 4000;
+constexpr DWORD NewNameWaitMs = 5000;
+constexpr DWORD NewNamePauseMs = 10;
+
+void SetNameInForce(CComPort* port) {
+    SetRegistryNameInForce(port, GetNumberOfPortName(port->szRegPortName) != 0);
+    port->HasCopiedName = 0;
+    EndAwaitedRestart(port, /*isArrival=*/false);
+}
+
+bool WriteNewNumber(Assignment* check, const char* name) {
+    const CComPort* port = check->port;
+    WriteLog(1, "changing name to %s", name);
+    CopyText(check->szOldKernelName, port->szKernelNameCom);
+    CopyText(check->szOldRegPortName, port->szRegPortName);
+    return ChangeRegistryComPortNumber(port->szRegPortName, name, port->szRegEnumPath, port->szRegClassPath,
+                                       port->szKernelNameCom) != 0;
+}
+
+void UpdateRegistryName(Assignment* check, const char* name) {
+    CComPort* port = check->port;
+    WriteLog(2, "update Port[%u] %s -> %s", static_cast<DWORD>(port->Index), port->szRegPortName, name);
+    CopyText(port->szRegPortName, name);
+    WriteLog(2, "SameParentArrivalTicker=%u PortArrivalTicker=%u  Diff=%u", port->SameParentArrivalTicker,
+             port->ArrivalTicker, port->ArrivalTicker - port->SameParentArrivalTicker);
+    ComNameArbiterRemove(check->szOldRegPortName);
+    ComNameArbiterAddByName(name);
+}
+
+bool MoveDosName(Assignment* check, const char* name) {
+    if (!ChangeDosDeviceComPortNumber(check->szOldRegPortName, name)) {
+        return false;
+    }
+    check->port->PortChangedByDdn = 1;
+    SetNameInForce(check->port);
+    return true;
+}
+
+void PutOffRestart(CComPort* port) {
+    // The upper device's node is the id: all ports below it share one timer, and one restart serves them all.
+    KillCallbackTimer(port->SameParentDevInst);
+    CreateCallbackTimer(PutOffRestartMs, port->SameParentDevInst, port->SameParentDevInst, RestartDevice_TimerProc,
+                        "RestartSameParent");
+    port->ChangePortTicker = GetTickCount() + static_cast<DWORD>(PutOffRestartMs);
+    AwaitRestart(port, port->ChangePortTicker);
+}
+
+static bool CycleItsHubPort(const CComPort* port) {
+    const HubReader reader(g_pUsbHubs);
+    return CycleHubPort(reader, port->HubDevInst, port->UsbPortNumber);
+}
+
+bool RestartForNewNumber(CComPort* port) {
+    if (port->Problem != 0 && port->Problem != ProblemWillBeRemoved) {
+        return (IsCyclable(port) && CycleItsHubPort(port)) || PerformComPortDisableEnable(port) != 0;
+    }
+    if (IsCyclable(port)) {
+        if (IsUsbCompoundDevice(port->UsbDevInst)) {
+            WriteLog(3, "is USB compound device -> do not restart the USB port");
+        } else if (CycleItsHubPort(port)) {
+            return true;
+        }
+    }
+    return PerformComPortPropertyChange(port) != 0;
+}
+
+void WaitForNewName(CComPort* port) {
+    const DWORD start = GetTickCount();
+    port->ChangePortTicker = start;
+    port->RestartTicker = start;
+    SetNameInForce(port);
+    WriteLog(1, "waiting for %s to appear...", port->szRegPortName);
+    char target[DosTargetSize];
+    while (!QueryDosName(port->szRegPortName, target)) {
+        if (GetTickCount() - start >= NewNameWaitMs) {
+            WriteLog(1, "QueryDosDevice(%s)  err=%s  :-(", port->szRegPortName, LastErrorName());
+            return;
+        }
+        WriteLog(3, "QueryDosDevice(%s)  err=%s", port->szRegPortName, LastErrorName());
+        Sleep(NewNamePauseMs);
+    }
+    WriteLog(1, "QueryDosDevice(%s)...  kn=%s", port->szRegPortName, target);
+    CopyText(port->szKernelNameCom, target);
+    MarkCopiedName(port);
+}
+
+// The name goes even if another device has come to this kernel name meanwhile: whom that costs its name gets it back in
+// the next step. The storms name what is left of it as an exception; the order is not changed for it.
+void DeleteOldName(const Assignment& check) {
+    // A restart under the name that the registry held before has no old name: it would delete what just appeared.
+    if (lstrcmpiA(check.szOldRegPortName, check.port->szRegPortName) == 0) {
+        return;
+    }
+    char target[DosTargetSize];
+    if (!QueryDosName(check.szOldRegPortName, target) || lstrcmpA(target, check.szOldKernelName) != 0) {
+        return;
+    }
+    WriteLog(1, "old %s still there as %s -> delete", check.szOldRegPortName, target);
+    if (!DeleteDosName(check.szOldRegPortName)) {
+        WriteLog(1, " err=%s", LastErrorName());
+    }
+}
+
+void RestoreOtherPortsName(const CComPort* otherPort) {
+    char target[DosTargetSize];
+    if (otherPort == nullptr || otherPort->szKernelNameCom[0] == 0 || QueryDosName(otherPort->szRegPortName, target)) {
+        return;
+    }
+    WriteLog(1, "%s has lost its DDN '%s' -> restore", otherPort->DeviceID, otherPort->szRegPortName);
+    if (!CreateDosName(otherPort->szRegPortName, otherPort->szKernelNameCom)) {
+        WriteLog(1, " err=%s", LastErrorName());
+    }
+}
+
+void CleanDeviceMap(const Assignment& check) {
+    if (check.szOldKernelName[0] != 0 && lstrcmpA(check.port->szKernelNameCom, check.szOldKernelName) != 0) {
+        DeleteSerialCommValue(check.port->szKernelNameCom);
+    }
+}

@@ -1,0 +1,28 @@
+// Bringing a device to its new number: registry, COM name database, DOS name, restart, and what the old name leaves.
+// Whether and when a step is taken is decided in RenamingLoop.cpp. Thread and locks: those of the check, inside
+// CS_assign. Log lines of a decision are written with the decision, those of a step here.
+#pragma once
+
+#include "engine/Assignment.h"
+
+// Writes the number into the registry and keeps the old names. Returns: whether the registry holds it now.
+bool WriteNewNumber(Assignment* check, const char* name);
+
+// Name, digits and number of the DOS name in force follow the registry name, which is the port's own by now.
+void SetNameInForce(CComPort* port);
+// Registry name and COM name database follow the registry.
+void UpdateRegistryName(Assignment* check, const char* name);
+// Moves the DOS name alone. Returns: whether the new name is in force.
+bool MoveDosName(Assignment* check, const char* name);
+// Restarts the upper device later, once for all ports that came along with it.
+void PutOffRestart(CComPort* port);
+// Restarts the port by the means that its problem and its bus allow. Returns: whether one succeeded.
+bool RestartForNewNumber(CComPort* port);
+// Waits for at most five seconds until the restarted device has made its DOS name, and takes it over.
+void WaitForNewName(CComPort* port);
+// Deletes the old DOS name if the device left it behind.
+void DeleteOldName(const Assignment& check);
+// Gives the other port its DOS name back if the renaming cost it.
+void RestoreOtherPortsName(const CComPort* otherPort);
+// Takes the device map's value away if the device has another kernel name now.
+void CleanDeviceMap(const Assignment& check);
