@@ -12,25 +12,24 @@ using namespace configtest;
 namespace {
 
 TEST(ActionEntries, WordsAndTimes) {
-    const struct {
+    struct Row {
         const char* keys;
         WORD show;
         DWORD delayMs;
-    } rows[] = {
-        {"", ShowNotConfigured, 0},
-        {"WindowStyle3=\nOpenStyle3=Maximized\n", 3, 0},
-        {"WindowStyle3=MINIMIZED\nOpenStyle3=max\n", 7, 0},
-        {"WindowStyle3=NoActivate\n", 4, 0},
-        {"WindowStyle3=na\n", 4, 0},
-        {"WindowStyle3=hidden\n", 0, 0},
-        {"WindowStyle3=maxmin\n", 7, 0}, // the order of the words, not that of the text
-        {"WindowStyle3=else\ndelay3=1m\n", 1, 60000},
-        {"delay3=1000\n", ShowNotConfigured, 1000},
-        {"delay3=24h\n", ShowNotConfigured, 86400000},
-        {"delay3=86400001\n", ShowNotConfigured, 86400000},
-        {"delay3=30d\n", ShowNotConfigured, 86400000},
-        {"delay3=-5\n", ShowNotConfigured, 0},
     };
+    const Row rows[] = {Row{"", ShowNotConfigured, 0},
+                        Row{"WindowStyle3=\nOpenStyle3=Maximized\n", 3, 0},
+                        Row{"WindowStyle3=MINIMIZED\nOpenStyle3=max\n", 7, 0},
+                        Row{"WindowStyle3=NoActivate\n", 4, 0},
+                        Row{"WindowStyle3=na\n", 4, 0},
+                        Row{"WindowStyle3=hidden\n", 0, 0},
+                        Row{"WindowStyle3=maxmin\n", 7, 0}, // the order of the words, not that of the text
+                        Row{"WindowStyle3=else\ndelay3=1m\n", 1, 60000},
+                        Row{"delay3=1000\n", ShowNotConfigured, 1000},
+                        Row{"delay3=24h\n", ShowNotConfigured, 86400000},
+                        Row{"delay3=86400001\n", ShowNotConfigured, 86400000},
+                        Row{"delay3=30d\n", ShowNotConfigured, 86400000},
+                        Row{"delay3=-5\n", ShowNotConfigured, 0}};
     for (const auto& row : rows) {
         UseIni("[OnArrival7]\nopen3=x.exe\n" + std::string(row.keys) + "open=last\nmd5= A B\tc \n");
         OpenParams params;

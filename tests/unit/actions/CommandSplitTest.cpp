@@ -51,62 +51,47 @@ void ExpectLaunch(const char* exe, const char* params) {
 }
 
 TEST_F(Disk, ALineNamesAProgramAndItsParameters) {
-    const struct {
+    struct Row {
         const char *line, *exe, *params; // a null exe: the line cannot be split
-    } rows[] = {
-        // Programs, with and without quotes and parameters.
-        {"C:\\Tools\\x.exe", Tool, ""},
-        {"  C:\\Tools\\x.exe\t", Tool, ""},
-        {"\"C:\\Tools\\x.exe\"", Tool, ""},
-        {"C:\\Tools\\x.exe /a /b", Tool, "/a /b"},
-        {"C:\\Tools\\x.exe  /a", Tool, " /a"},
-        {"\"C:\\Tools\\x.exe\" /a \"b c\"", Tool, "/a \"b c\""},
-        {"C:\\Tools\\x.exe \"\" %NoSuchName%", Tool, "\"\" %NoSuchName%"},
-        {"C:\\TOOLS\\X.EXE -exec=y", Tool, "-exec=y"},
-        {"C:\\Tools\\y.com 1", "C:\\Tools\\y.COM", "1"},
-        {"C:\\Tools\\.\\sub\\..\\x.exe q", Tool, "q"},
-        // Blanks in the path.
-        {"C:\\Program Files\\Foo Bar\\x.exe", Foo, ""},
-        {"C:\\Program Files\\Foo Bar\\x.exe /a /b", Foo, "/a /b"},
-        {"\"C:\\Program Files\\Foo Bar\\x.exe\"", Foo, ""},
-        {"\"C:\\Program Files\\Foo Bar\\x.exe\" /a /b", Foo, "/a /b"},
-        {"C:\\Program Files\\Foo Bar\\x.exe \"C:\\Program Files\\Foo Bar\\x.exe\"", Foo,
-         "\"C:\\Program Files\\Foo Bar\\x.exe\""},
-        {"C:\\Program Files\\Foo Bar\\gone.exe /a", nullptr, ""},
-        // Names without a folder, and relative ones, below the directory of the call.
-        {"notepad.exe", Notepad, ""},
-        {"notepad.exe C:\\a.txt", Notepad, "C:\\a.txt"},
-        {"local.exe /x", "C:\\Work\\local.exe", "/x"},
-        {".\\local.exe", "C:\\Work\\local.exe", ""},
-        {"..\\Tools\\x.exe 1", Tool, "1"},
-        {"\\Tools\\x.exe 1", Tool, "1"},
-        {"note.txt", Notepad, "\"C:\\Work\\note.txt\""},
-        // Variables, in the program's path alone.
-        {"%windir%\\notepad.exe %windir%", Notepad, "%windir%"},
-        {"\"%windir%\\notepad.exe\" a", Notepad, "a"},
-        {"%NoSuchName%\\notepad.exe", nullptr, ""},
-        // Documents.
-        {"C:\\Data\\log.txt", Notepad, "\"C:\\Data\\log.txt\""},
-        {"\"C:\\Data\\log.txt\"", Notepad, "\"C:\\Data\\log.txt\""},
-        {"C:\\Data\\my log.txt", Notepad, "\"C:\\Data\\my log.txt\""},
-        {"C:\\Data\\my log.txt /p", Notepad, "\"C:\\Data\\my log.txt\" /p"},
-        {"C:\\Scripts\\port.py COM7", Python, "\"C:\\Scripts\\port.py\" COM7"},
-        {"\"C:\\My Scripts\\all ports.py\" COM7", Python, "\"C:\\My Scripts\\all ports.py\" COM7"},
-        {"C:\\My Scripts\\all ports.py COM7 \"a b\"", Python, "\"C:\\My Scripts\\all ports.py\" COM7 \"a b\""},
-        {"C:\\Data\\none.zzz", nullptr, ""},
-        {"C:\\Data\\none.zzz /a", nullptr, ""},
-        {"C:\\Tools\\run.cmd a", "C:\\Tools\\run.cmd", "a"},
-        // Folders and what is not there.
-        {"C:\\Data", nullptr, ""},
-        {"C:\\Data x", nullptr, ""},
-        {"C:\\Tools\\gone.exe", nullptr, ""},
-        {"C:\\Tools\\gone.exe /a", nullptr, ""},
-        {"Q:\\x.exe", nullptr, ""},
-        {"\"C:\\Tools\\x.exe /a", nullptr, ""},
-        {"", nullptr, ""},
-        {" \t ", nullptr, ""},
-        {"\"\"", nullptr, ""},
     };
+    const Row rows[] = {
+        // Programs, with and without quotes and parameters.
+        Row{"C:\\Tools\\x.exe", Tool, ""}, Row{"  C:\\Tools\\x.exe\t", Tool, ""}, Row{"\"C:\\Tools\\x.exe\"", Tool, ""},
+        Row{"C:\\Tools\\x.exe /a /b", Tool, "/a /b"}, Row{"C:\\Tools\\x.exe  /a", Tool, " /a"},
+        Row{"\"C:\\Tools\\x.exe\" /a \"b c\"", Tool, "/a \"b c\""},
+        Row{"C:\\Tools\\x.exe \"\" %NoSuchName%", Tool, "\"\" %NoSuchName%"},
+        Row{"C:\\TOOLS\\X.EXE -exec=y", Tool, "-exec=y"}, Row{"C:\\Tools\\y.com 1", "C:\\Tools\\y.COM", "1"},
+        Row{"C:\\Tools\\.\\sub\\..\\x.exe q", Tool, "q"},
+        // Blanks in the path.
+        Row{"C:\\Program Files\\Foo Bar\\x.exe", Foo, ""}, Row{"C:\\Program Files\\Foo Bar\\x.exe /a /b", Foo, "/a /b"},
+        Row{"\"C:\\Program Files\\Foo Bar\\x.exe\"", Foo, ""},
+        Row{"\"C:\\Program Files\\Foo Bar\\x.exe\" /a /b", Foo, "/a /b"},
+        Row{"C:\\Program Files\\Foo Bar\\x.exe \"C:\\Program Files\\Foo Bar\\x.exe\"", Foo,
+            "\"C:\\Program Files\\Foo Bar\\x.exe\""},
+        Row{"C:\\Program Files\\Foo Bar\\gone.exe /a", nullptr, ""},
+        // Names without a folder, and relative ones, below the directory of the call.
+        Row{"notepad.exe", Notepad, ""}, Row{"notepad.exe C:\\a.txt", Notepad, "C:\\a.txt"},
+        Row{"local.exe /x", "C:\\Work\\local.exe", "/x"}, Row{".\\local.exe", "C:\\Work\\local.exe", ""},
+        Row{"..\\Tools\\x.exe 1", Tool, "1"}, Row{"\\Tools\\x.exe 1", Tool, "1"},
+        Row{"note.txt", Notepad, "\"C:\\Work\\note.txt\""},
+        // Variables, in the program's path alone.
+        Row{"%windir%\\notepad.exe %windir%", Notepad, "%windir%"}, Row{"\"%windir%\\notepad.exe\" a", Notepad, "a"},
+        Row{"%NoSuchName%\\notepad.exe", nullptr, ""},
+        // Documents.
+        Row{"C:\\Data\\log.txt", Notepad, "\"C:\\Data\\log.txt\""},
+        Row{"\"C:\\Data\\log.txt\"", Notepad, "\"C:\\Data\\log.txt\""},
+        Row{"C:\\Data\\my log.txt", Notepad, "\"C:\\Data\\my log.txt\""},
+        Row{"C:\\Data\\my log.txt /p", Notepad, "\"C:\\Data\\my log.txt\" /p"},
+        Row{"C:\\Scripts\\port.py COM7", Python, "\"C:\\Scripts\\port.py\" COM7"},
+        Row{"\"C:\\My Scripts\\all ports.py\" COM7", Python, "\"C:\\My Scripts\\all ports.py\" COM7"},
+        Row{"C:\\My Scripts\\all ports.py COM7 \"a b\"", Python, "\"C:\\My Scripts\\all ports.py\" COM7 \"a b\""},
+        Row{"C:\\Data\\none.zzz", nullptr, ""}, Row{"C:\\Data\\none.zzz /a", nullptr, ""},
+        Row{"C:\\Tools\\run.cmd a", "C:\\Tools\\run.cmd", "a"},
+        // Folders and what is not there.
+        Row{"C:\\Data", nullptr, ""}, Row{"C:\\Data x", nullptr, ""}, Row{"C:\\Tools\\gone.exe", nullptr, ""},
+        Row{"C:\\Tools\\gone.exe /a", nullptr, ""}, Row{"Q:\\x.exe", nullptr, ""},
+        Row{"\"C:\\Tools\\x.exe /a", nullptr, ""}, Row{"", nullptr, ""}, Row{" \t ", nullptr, ""},
+        Row{"\"\"", nullptr, ""}};
     static_assert(sizeof(rows) / sizeof(rows[0]) >= 40);
     for (const auto& row : rows) {
         EXPECT_EQ(SplitCommandLine(row.line, "C:\\Work", exe, params), row.exe ? 1 : 0) << row.line;

@@ -142,18 +142,10 @@ TEST(FreeBalloonInfo, ARecordOfAnyBytesBecomesSafe) {
 }
 
 TEST(BalloonLayout, TheIconGrowsInStepsUntilItFollowsTheResolution) {
-    for (const auto& [dpi, size] : {std::pair{96u, 16},
-                                    {119u, 16},
-                                    {120u, 20},
-                                    {143u, 20},
-                                    {144u, 24},
-                                    {191u, 24},
-                                    {192u, 32},
-                                    {287u, 32},
-                                    {288u, 48},
-                                    {335u, 48},
-                                    {336u, 56},
-                                    {384u, 64}}) {
+    using Row = std::pair<unsigned, int>;
+    for (const auto& [dpi, size] :
+         {Row{96, 16}, Row{119, 16}, Row{120, 20}, Row{143, 20}, Row{144, 24}, Row{191, 24}, Row{192, 32}, Row{287, 32},
+          Row{288, 48}, Row{335, 48}, Row{336, 56}, Row{384, 64}}) {
         g_BalloonDpi = dpi;
         EXPECT_EQ(IconSizeForDpi(dpi), size) << dpi;
     }

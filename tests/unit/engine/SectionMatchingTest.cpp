@@ -15,19 +15,20 @@ TEST(WildcardMatch, WholeTextsFitWholePatterns) {
         {"COM1", "*"},        {"COM1", "C?M?"},        {"COM12", "*1*2**"},  {"ABAB", "*AB"}, {"ABABC", "*ABC"},
         {"aXbXc", "a*b*c"},   {"A\\B", "a|b"},         {"[{]}^~", "{[}]~^"}, {"*", "\n"},     {"a?", "a?"},
         {"aaaaab", "*a*a*b"}, {"VID_0403", "VID_04??"}};
-    const char* const different[][2] = {{"COM1", "COM"},
-                                        {"COM", "COM1"},
-                                        {"", "*"},
-                                        {nullptr, "*"},
-                                        {"COM1", ""},
-                                        {"COM1", "COM1?"},
-                                        {"1", "!"},
-                                        {"COM ", "COM"},
-                                        {"A B ", "*B"},
-                                        {"aXbX", "a*b*c"},
-                                        {"COM  X", "COM"},
-                                        {"COM1", nullptr},
-                                        {"VID_04031", "VID_04??"}};
+    using Row = std::pair<const char*, const char*>;
+    const Row different[] = {Row{"COM1", "COM"},
+                             Row{"COM", "COM1"},
+                             Row{"", "*"},
+                             Row{nullptr, "*"},
+                             Row{"COM1", ""},
+                             Row{"COM1", "COM1?"},
+                             Row{"1", "!"},
+                             Row{"COM ", "COM"},
+                             Row{"A B ", "*B"},
+                             Row{"aXbX", "a*b*c"},
+                             Row{"COM  X", "COM"},
+                             Row{"COM1", nullptr},
+                             Row{"VID_04031", "VID_04??"}};
     for (const auto& [text, pattern] : fitting)
         EXPECT_TRUE(WildcardMatch(text, pattern)) << text << " ~ " << pattern;
     for (const auto& [text, pattern] : different)
