@@ -75,6 +75,7 @@ function(qm_test name)
     add_executable(${name} ${arg_SOURCES})
     qm_host(${name})
     target_link_libraries(${name} PRIVATE qm_harness quillmarch GTest::gtest)
+    target_compile_definitions(${name} PRIVATE QM_SOURCE_FOLDER="${CMAKE_SOURCE_DIR}")
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120 LABELS ${name})
 endfunction()
 
