@@ -378,15 +378,25 @@ void GiveResources() {
     }
 }
 
-// Windows would look for a driver; here nobody knows what comes of such an adapter.
-void NoteUnknownAdapters(const DevicesDescription& description) {
-    for (const DeviceDescription& device : description.devices) {
-        const DeviceNode* node = TheDeviceTree().FindById(device.id);
-        const bool isPlain = node->kind == DeviceKind::Usb && node->children.empty() && ServiceOf(*node).empty();
-        if (isPlain && !device.kind && !device.className && !device.classGuid && !FindInCatalogue(device.id))
+// Windows would look for a driver; here nobody knows what comes of such an adapter. One that is known may bring its
+// ports as devices of their own, which nothing makes but the exports and the description.
+void NoteUnknownAdapters() {
+    for (const DeviceNode* node : TheDeviceTree().All()) {
+        const bool mayBringPorts = node->kind == DeviceKind::Usb || node->kind == DeviceKind::Composite;
+        if (!mayBringPorts || !node->children.empty() || node->said.kind || node->said.className ||
+            node->said.classGuid)
+            continue;
+        const bool isDescribed = !node->said.id.empty();
+        if (FindInCatalogue(node->id)) {
+            if (isDescribed)
+                AddNote(Utf8FromAnsi(fmt::format("'{}' brings its ports as devices of their own: describe them with it "
+                                                 "as their parent",
+                                                 node->id)));
+        } else if (ServiceOf(*node).empty() && (isDescribed || DeviceText(*node, "ClassGUID").empty())) {
             AddNote(Utf8FromAnsi(fmt::format("no driver is known for '{}': it brings no port; describe its port or "
                                              "give `kind`",
                                              node->id)));
+        }
     }
 }
 
@@ -408,7 +418,7 @@ std::string Build(const DevicesDescription& description) {
         return wrong;
     LeaveOutUnplaced();
     YieldSocketsToDescribed();
-    NoteUnknownAdapters(description);
+    NoteUnknownAdapters();
     SetComDatabase(description);
     TheRegistry().CreateKey("HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM");
     g_devices->dosNames = description.dosNames;

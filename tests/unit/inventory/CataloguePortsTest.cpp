@@ -48,6 +48,7 @@ const Row Rows[] = {
     {"card1", "", "MF\\PCI#VEN_18F7&DEV_0004&SUBSYS_00000000&REV_04\\5&2148fa65&2d&00F0#Child01", "", "Serial", "\\Device\\Serial", "Communications Port", "PCI", CardId, "card0"},
     {"siig", BridgeId.c_str(), "PCI\\VEN_131F&DEV_2000&SUBSYS_2000131F&REV_01\\4&1&0&08F0", "", "Serial", "\\Device\\Serial", "SIIG CyberSerial Card", "PCI", BridgeId, ""},
     {"amt", "", "PCI\\VEN_8086&DEV_02E3&SUBSYS_22BE17AA&REV_00\\3&11583659&0&B3", "", nullptr, nullptr, "Intel(R) Active Management Technology - SOL", "PCI", "", ""},
+    {"mcs", "", "PCI\\VEN_9710&DEV_9865&SUBSYS_10001000&REV_00\\3&11583659&0&A0", "", nullptr, nullptr, "PCI Serial Port", "PCI", "", ""},
     {"pccard", CardBus.c_str(), "PCMCIA\\Quatech_Inc-PCMCIA_RS-232_Serial_Port_Card-63EA\\1", "", "Serial", "\\Device\\Serial", "Quatech Q-Lynx Serial Adapter", "PCMCIA", CardBus, ""},
     {"root", "", "ROOT\\PORTS\\0000", "", nullptr, nullptr, "VComTunnel Virtual Serial Port", "Unknown", "", ""},
     {"camera", "USB\\VID_2207&PID_0018\\2D312FF4BB1927AF", "USB\\VID_2207&PID_0018&MI_04\\A&32306B0D&0&0004", "1-1-3-4-2", "usbser", "\\Device\\USBSER", "USB Serial Device", "USB", DeepHub, ""},
@@ -121,7 +122,7 @@ const Row Rows[] = {
 
 // Of these no more is known than the device that carries the ports, or a port that no class of Windows' own lists.
 const char* const NoPorts[] = {
-    "PCI\\VEN_9710&DEV_9865&SUBSYS_10001000&REV_00\\3&11583659&0&A0",
+    "USB\\VID_9710&PID_7840\\6&1&0&48",
     "USB\\VID_110A&PID_1150\\6&1&0&46",
     "USB\\VID_1608&PID_0240\\6&1&0&47",
     "USB\\VID_303A&PID_1001&MI_02\\9&783726D&1&0002",
@@ -210,7 +211,7 @@ TEST(CataloguePorts, EachKnownDeviceIsSeenAsItsIdAndItsPlaceTell) {
     DescribeTheMachine(bench);
     for (const Row& row : Rows)
         bench.AddRow(row);
-    bench.Add(NoPorts[0]);
+    bench.Add(NoPorts[0], HubId, 48);
     bench.Add(NoPorts[3], "USB\\VID_303A&PID_1001\\24:58:7C:DE:81:C8");
     ASSERT_EQ(machine::BuildDevices(bench.description), "");
 
