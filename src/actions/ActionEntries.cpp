@@ -12,12 +12,12 @@ constexpr size_t WordChars = KeyRow("WindowStyle_").longest + 1;
 
 namespace {
 struct ShowWord {
-    const char* part; // what the word holds
+    const char* part; // what the word contains
     WORD showCommand;
 };
 } // namespace
 
-// The first row that fits decides.
+// The first matching row decides.
 constexpr ShowWord ShowWords[] = {
     {"min", 7},        // minimised, without activation
     {"noactivate", 4}, // shown, without activation
@@ -49,7 +49,7 @@ public:
         LONG number = 0;
         (void)g_pCfgReader->GetDuration(m_type, m_number, key, /*defaultMs=*/0, &ms);
         (void)g_pCfgReader->GetInt(m_type, m_number, key, /*defaultValue=*/0, &number);
-        if (number < 0) { // as a duration it would be a huge one
+        if (number < 0) { // as a duration it would be huge
             return 0;
         }
         return ms > LongestDurationMs ? LongestDurationMs : ms;

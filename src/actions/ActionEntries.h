@@ -1,4 +1,4 @@
-// The entries of an action section as the configuration has them: up to ten, told apart by the digit at the end of
+// The entries of an action section as the configuration has them: up to ten, distinguished by the digit at the end of
 // their keys, the tenth without one.
 // Thread: any. Locks: each read of a key takes the reader's lock.
 #pragma once
@@ -9,7 +9,7 @@
 
 constexpr DWORD MaxOpenEntries = 10;
 
-// The show command that a word of the configuration means.
+// The show command for a word of the configuration.
 WORD ParseShowCommand(const char* word);
 
 // Fills *params with the entry. index: 1 to MaxOpenEntries. Returns: 0 if there is no such entry, else 1.

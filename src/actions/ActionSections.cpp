@@ -28,7 +28,7 @@ int DoOnArrivalRemoval_Async(CComPort* port, CfgSectionType type, DWORD delayMs)
              SectionTypeName(type), delayMs, port->Index, port->IsUsed, port->IsPresent, port->szRegPortName,
              port->szPortName, port->DeviceID, port->DevPath, port->szKernelNameDevPath, port->szKernelNameCom,
              port->Service, port->ParentService);
-    // The id says the type, so the context is the record alone: a killed timer leaves nothing to be freed.
+    // The id holds the type, so the record alone is the context: a killed timer leaves nothing to free.
     const DWORD id = (static_cast<DWORD>(port->Index) << 16) | static_cast<DWORD>(type);
     CreateCallbackTimer(static_cast<LONG>(delayMs), id, reinterpret_cast<ULONG_PTR>(port),
                         DoOnArrivalRemoval_TimerProc);
@@ -60,7 +60,7 @@ static void WaitForProgram(HANDLE process, DWORD maxWaitMs) {
     WriteLog(3, "  WaitResult=%s", WaitResultName(result));
 }
 
-// Asks once more who is logged on if nobody was. Returns: whether somebody is.
+// Looks for a logged-on user again if none was known. Returns: whether there is one.
 static bool HasUser() {
     if (!IsUserKnown()) {
         (void)SetCurrentUserInfo();
@@ -117,8 +117,8 @@ static bool SplitEntry(const CComPort& port, OpenParams* params, const char* dir
            SplitPortCommandLine(port, params->szOpen, params->userType, directory, params->szExe, params->szParams);
 }
 
-// A directory that is not there would make the start fail. Without its quotes, which the execute mode's command line
-// puts round it.
+// A directory that does not exist would make the start fail. Removes its quotes, since the execute mode's command line
+// adds its own.
 static void FindDirectory(char (&directory)[DirectoryChars], OpenParams* params) {
     (void)UnquoteText(directory);
     CopyText(params->szWorkDir, FileExists(directory) ? directory : szWindowsDir);

@@ -11,23 +11,24 @@
 
 struct CComPort;
 
-// What became of an entry, or of a section the first of its entries that was run.
+// Result of an entry, or for a section that of the first entry that ran.
 enum class OpenResult : BYTE {
     NotRun = 0, // no entry was run
     Started = 1,
     Failed = 2,
-    NotPossible = 3, // the port has gone, or nobody is logged on
+    NotPossible = 3, // the port has gone, or no user is logged on
 };
 
 // Runs the port's section after the delay, in milliseconds. Another call for the same port and type before that
 // replaces it. type: OnArrival or OnRemoval. Returns: 1.
 int DoOnArrivalRemoval_Async(CComPort* port, CfgSectionType type, DWORD delayMs);
 
-// Runs the first section that fits the port, if there is one. Returns: 1. Blocks until its last entry is through.
+// Runs the first section that fits the port, if there is one. Returns: 1. Blocks until its last entry is done.
 int DoOnArrivalRemoval(CComPort* port, CfgSectionType type);
 
 // Runs a section's entries one after another, unless it has run for this presence of the port.
-// defaultDir, defaultShowCommand: for entries that name none. Without a user that an entry needs the section ends.
+// defaultDir, defaultShowCommand: for entries without their own. If an entry needs a user and there is none, the
+// section ends.
 OpenResult ExecuteOpenSection(CComPort* port, CfgSectionType type, LONG number, const char* defaultDir,
                               WORD defaultShowCommand);
 

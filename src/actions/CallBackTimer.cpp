@@ -11,15 +11,15 @@ constexpr size_t TimerNameChars = 24;
 constexpr LONG NoSlot = -1;
 constexpr DWORD WaitForThreadsMs = 1000;
 
-// Order: table lock, then record lock. The table lock makes creation and kill one step each; the record lock is what a
-// finishing thread takes, which must never wait for a creation.
+// Lock order: table, then record. The table lock makes creation and kill one step each; a finishing thread takes only
+// the record lock, so it never waits for a creation.
 static CRITICAL_SECTION CS_timerTable;
 static CRITICAL_SECTION CS_timerRecord;
 
 namespace {
 struct CallbackTimer {
     LONG Delay; // milliseconds
-    DWORD Id;   // 0: the slot is free. In use until the thread has finished, the run of the procedure included
+    DWORD Id;   // 0: the slot is free. In use until the thread has finished, including the procedure
     char szName[TimerNameChars];
     ULONG_PTR Context;
     CallbackTimerProc Proc;
@@ -28,7 +28,7 @@ struct CallbackTimer {
     DWORD IsWaiting; // until its thread knows how the wait ended
 };
 
-// What a timer's thread needs of its record. The record may be killed meanwhile, but these do not change.
+// What a timer's thread needs of its record. The record may be killed in the meantime, but these fields do not change.
 struct TimerCall {
     LONG Delay;
     DWORD Id;
@@ -58,7 +58,7 @@ static LONG FindFreeTimerSlot() QM_REQUIRES(CS_timerRecord) {
     return NoSlot;
 }
 
-// Finds a slot and makes its record empty. Returns: the slot, or NoSlot when all are taken.
+// Finds a slot and clears its record. Returns: the slot, or NoSlot when all are taken.
 static LONG TakeTimerSlot() QM_REQUIRES(CS_timerTable) QM_EXCLUDES(CS_timerRecord) {
     LockGuard record(CS_timerRecord);
     const LONG slot = FindFreeTimerSlot();
@@ -72,9 +72,9 @@ static LONG TakeTimerSlot() QM_REQUIRES(CS_timerTable) QM_EXCLUDES(CS_timerRecor
     return slot;
 }
 
-// The first timer that fits, with an id by the id alone. One that was killed and whose thread has not come to its end
-// yet gives way to a later one: a third creation in a row would else signal the first once more, and the second would
-// run beside the third.
+// The first matching timer; with an id, by the id alone. One that was killed and whose thread has not ended yet gives
+// way to a later one: otherwise the third creation in a row would signal the first again, and the second would run
+// alongside the third.
 static CallbackTimer* FindLiveTimer(DWORD id, const char* name) QM_REQUIRES(CS_timerRecord) {
     CallbackTimer* killed = nullptr;
     for (CallbackTimer* timer : Timers) {
@@ -139,7 +139,7 @@ DWORD CreateCallbackTimer(LONG delayMs, DWORD id, ULONG_PTR context, CallbackTim
         id = ++LastGeneratedId;
     }
 
-    // Suspended until the record is filled: the thread never sees half of it.
+    // Suspended until the record is filled: the thread never sees it half written.
     DWORD threadId = 0;
     const OwnedThread thread = StartWorker(
         CallbackTimer_ThreadProc, reinterpret_cast<void*>(static_cast<LONG_PTR>(slot)), CREATE_SUSPENDED, &threadId);
@@ -203,9 +203,8 @@ DWORD KillAllCallbackTimers() {
     return signalled;
 }
 
-// Arrival threads outlive the stop and may still create or kill timers, and a procedure may run for longer than anybody
-// waits. So the locks stay, a record goes only when its thread has let go of it for good, and no timer is made any
-// more.
+// Arrival threads outlive the stop and may still create or kill timers, and a procedure may run longer than any wait.
+// So the locks stay, a record is freed only after its thread has released it, and no more timers are created.
 void ExitCallbackTimers() {
     LockGuard table(CS_timerTable);
     IsProcessEnding = 1;

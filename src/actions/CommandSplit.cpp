@@ -8,7 +8,7 @@
 
 constexpr INT_PTR FindFailed = 32; // FindExecutableA gives a number above this one for success
 constexpr INT_PTR TextTooLong = 8;
-constexpr size_t LongestFound = 1024; // characters of a text that FindExecutableA is asked for
+constexpr size_t LongestFound = 1024; // longest text passed to FindExecutableA
 constexpr size_t LongestToQuote = 257;
 constexpr size_t LongestQuotedProgram = 259;
 constexpr size_t LongestToWalk = 1023;
@@ -26,7 +26,7 @@ struct LineParts {
 // What a split found.
 struct SplitResult {
     char exe[MAX_PATH];
-    char program[FullPathRoom]; // the document that exe opens, else exe in other words
+    char program[FullPathRoom]; // the document that exe opens, else the same as exe
     char params[MaxProgramParams];
 };
 } // namespace
@@ -88,8 +88,8 @@ INT_PTR FindExecutableQuoted(const char* file, const char* dir, char (&found)[MA
     return result;
 }
 
-// A document that is there stays what it is, or its program would be started without it. Everything else that the
-// shell found by a shorter name is taken as found.
+// A document that exists is kept, or its program would be started without it. Anything else that the shell found under
+// a shorter name is accepted.
 static void TakeFound(const char* typed, const char* baseDir, const char* found, LineText& program) {
     char full[FullPathRoom] = {};
     MakeFullPath(typed, baseDir, full);
@@ -100,8 +100,8 @@ static void TakeFound(const char* typed, const char* baseDir, const char* found,
     }
 }
 
-// Looks for the longest beginning of the untrimmed text that ends at a blank and names a program or document. Without
-// one the parts stay as they are.
+// Looks for the longest beginning of the untrimmed text that ends at a blank and names a program or document. If there
+// is none, the parts are unchanged.
 static void WalkBack(const char* commandLine, const char* baseDir, LineParts* parts) {
     LineText beginning;
     CopyText(beginning, commandLine);
@@ -120,7 +120,7 @@ static void WalkBack(const char* commandLine, const char* baseDir, LineParts* pa
     }
 }
 
-// Returns: false for a line that is too long to be looked through.
+// Returns: false for a line that is too long to search.
 static bool TakeApart(const char* commandLine, const char* baseDir, LineParts* parts) {
     LineText trimmed;
     CopyText(trimmed, commandLine);
@@ -171,7 +171,7 @@ static bool LookUp(const LineParts& parts, const char* baseDir, SplitResult* res
         AppendText(result->params, program);
         AppendText(result->params, parts.params[0] != '\0' ? " " : "");
     }
-    // A cut would end inside somebody's quotes.
+    // A cut could fall inside a quoted argument.
     if (TextLength(result->params) + TextLength(parts.params) >= MaxProgramParams) {
         return false;
     }
@@ -193,7 +193,7 @@ static int GiveSplit(bool isSplit, const SplitResult& result, char (&exe)[MAX_PA
 
 int SplitCommandLine(const char* commandLine, const char* baseDir, char (&exe)[MAX_PATH],
                      char (&params)[MaxProgramParams]) {
-    (void)SetCurrentDirectoryA(szWindowsDir); // without it a relative text depends on who split last
+    (void)SetCurrentDirectoryA(szWindowsDir); // otherwise a relative text would depend on the previous split
     SplitResult result;
     return GiveSplit(Split(commandLine, baseDir ? baseDir : "", &result), result, exe, params);
 }
@@ -210,15 +210,15 @@ static size_t ProgramPartLength(const char* configured) {
 }
 
 namespace {
-// What the values of a device lose before the line is split.
+// What device values lose before the line is split.
 struct Reading {
     bool forScript;     // what cmd.exe evaluates
-    bool headIsProgram; // what leads to another folder or drive, in the part that names the program by itself
-    bool tailIsProgram; // the same behind it
+    bool headIsProgram; // what leads to another folder or drive, in the part that names the program
+    bool tailIsProgram; // the same after it
 };
 } // namespace
 
-// Puts the values in and splits. named: the program that the configured line names by itself, or null.
+// Inserts the values and splits. named: the program that the configured line names without them, or null.
 static bool SplitExpanded(const CComPort& port, const char* configured, const LineParts* named, const Reading& reading,
                           const char* baseDir, SplitResult* result) {
     if (named) {
@@ -252,14 +252,14 @@ int SplitPortCommandLine(const CComPort& port, const char* configured, UserType 
     CopyText(trimmed, configured);
     (void)StrTrimA(trimmed, Blanks);
     const bool isPrivileged = userType == UserType::system || userType == UserType::elev;
-    // Split before the values are in: with them in "tool.exe %Location%" could name a file as a whole.
+    // Split before the values are inserted: otherwise "tool.exe %Location%" as a whole could name a file.
     LineParts parts;
     SplitResult result;
     const bool isNamed = TakeApart(trimmed, base, &parts) && LookUp(parts, base, &result);
     const LineParts* named = isNamed ? &parts : nullptr;
     bool isSplit = SplitExpanded(port, trimmed, named, {false, isPrivileged, false}, base, &result);
     if (isSplit && isPrivileged && !isNamed) {
-        // The walk for a path with blanks may take a value from behind the first word, "x\..\..\y.exe", into the
+        // The search for a path with blanks may include a value from after the first word, "x\..\..\y.exe", in the
         // program.
         SplitResult harmless;
         isSplit = SplitExpanded(port, trimmed, named, {false, true, true}, base, &harmless) &&

@@ -21,7 +21,7 @@ constexpr LONG LogonDomain = 2;
 
 namespace {
 struct UserInfo {
-    char CurrentUser[NameChars]; // empty: nobody is known to be logged on
+    char CurrentUser[NameChars]; // empty: no user is known to be logged on
     char PreviousUser[NameChars];
     char TokenUserName[NameChars];
     char TokenDomain[NameChars];
@@ -78,7 +78,7 @@ static bool GetUserAndDomain(HANDLE token) {
     return true;
 }
 
-// What this thread's user is to Windows. fullName: empty if it cannot be had.
+// Names this thread's user as Windows knows it. fullName: empty if unavailable.
 static void AskAsUser(char (&fullName)[FullNameChars]) {
     s_user.IsAdmin = IsUserAnAdmin() ? TRUE : FALSE;
     DWORD nameChars = sizeof(fullName);
@@ -115,7 +115,7 @@ static void TakeGroupNames(const LOCALGROUP_USERS_INFO_0* groups, DWORD count) {
     s_user.GroupCount = taken;
 }
 
-// Returns: whether Windows was asked.
+// Returns: whether Windows was queried.
 static bool LookUpGroups(const char* fullName) {
     const SystemLibrary users("netapi32.dll");
     const auto getGroups = users.Find<decltype(&NetUserGetLocalGroups)>("NetUserGetLocalGroups");
@@ -171,14 +171,14 @@ static HANDLE GetTokenOfUser() {
     return OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) ? token : nullptr;
 }
 
-// Asks Windows who this thread's user is. Returns: whether it was asked for his groups.
+// Queries this thread's user. Returns: whether the user's groups were queried.
 static bool AskForUserAndGroups() {
     char fullName[FullNameChars] = {};
     AskAsUser(fullName);
     return s_user.LogonType == LogonLocal && fullName[0] != '\0' && LookUpGroups(fullName);
 }
 
-// Asks in the user's name where he is another one than this process's.
+// Impersonates the user for the query if it is not this process's user.
 static int AskForUser() {
     bool hasAsked = false;
     if (g_Mode == ModeService) {

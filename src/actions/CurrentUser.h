@@ -1,7 +1,7 @@
-// Who is logged on: asked when the program starts and whenever an action needs a user and none is known.
-// Thread: any; written by whoever asks. No lock: texts are replaced in place and end inside their arrays at any moment.
-// But for CurrentUser all of it serves the log. A logoff does not reset it: an action of a user who has gone fails
-// when its process is to be made.
+// Who is logged on: determined at program start and whenever an action needs a user and none is known.
+// Thread: any; written by any caller. No lock: texts are replaced in place and always end inside their arrays. Except
+// for CurrentUser all of it is for the log. A logoff does not reset it: an action for a user who has logged off fails
+// when its process is created.
 #pragma once
 
 #include "platform/win32.h"
@@ -9,9 +9,9 @@
 // Whether a user is known to be logged on.
 bool IsUserKnown();
 
-// Forgets the user; what he was becomes the previous user.
+// Forgets the user, who becomes the previous user.
 void ResetCurrentUserInfo();
 
-// Finds out who the user is: in a service run the one whose desktop the programs go to, else that of this process.
-// Needs the settings. Returns: 1 if his groups were looked up, else 0. May block on a domain's server.
+// Finds the user: in a service run the one whose desktop the programs go to, else that of this process. Needs the
+// settings. Returns: 1 if the user's groups were looked up, else 0. May block on a domain server.
 int SetCurrentUserInfo();

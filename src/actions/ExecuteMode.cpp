@@ -50,7 +50,7 @@ void ReadExecuteRequest(LONG tokenCount, char* const* tokens, const char* rawCom
         const char* token = tokens[i];
         WriteLog(2, "Exec: token = '%s'", token);
         if (BeginsWith(token, ParamsToken)) {
-            // What stands there belongs to the program, whatever it looks like.
+            // Everything from here on belongs to the program, whatever it looks like.
             const auto place = static_cast<size_t>(token - tokens[0]) + sizeof(ParamsToken) - 1;
             request->params = place <= TextLength(rawCommandLine) ? rawCommandLine + place : "";
             return;
@@ -135,7 +135,7 @@ static void ReadWindowTitle(LONG tokenCount, char* const* tokens, char (&title)[
     }
 }
 
-// Returns: the window, which has the foreground if Windows lets it; null without one.
+// Returns: the window, which has the foreground if Windows allows it; null without one.
 static HWND TakeForeground(const char* title) {
     const HWND window = StartForeWindow(title);
     if (!window) {
@@ -156,7 +156,7 @@ static HWND TakeForeground(const char* title) {
     return window;
 }
 
-// Gives the program time to come to the front: when this window goes before, the next one in line gets it.
+// Gives the program time to come to the front: when this window closes, the next one in line gets the foreground.
 static void WaitForHandOver(HWND before) {
     Sleep(BeforeLookMs);
     for (int tries = 0; before && tries < HandOverTries && GetForegroundWindow() == before; ++tries) {

@@ -15,7 +15,7 @@ constexpr size_t TextChars = 128;
 
 static char s_title[32];                // set before the thread starts
 static HWND volatile s_foreWindow;      // set once by the window's thread
-static volatile LONG s_isWindowRefused; // the window will not come
+static volatile LONG s_isWindowRefused; // the window failed
 
 namespace {
 struct WindowText {
@@ -91,7 +91,7 @@ HWND StartForeWindow(const char* title) {
     return window;
 }
 
-// A thread that shares the input of the one in the foreground may take its place.
+// A thread attached to the input of the foreground thread may take its place.
 static void TakeForegroundByInput(HWND window, HWND foreground) {
     const DWORD itsThread = GetWindowThreadProcessId(window, nullptr);
     const DWORD foreThread = GetWindowThreadProcessId(foreground, nullptr);
@@ -108,18 +108,18 @@ static void TakeForegroundByInput(HWND window, HWND foreground) {
     }
 }
 
-// Whoever got the last click may take the foreground: the window goes under the cursor and is clicked.
+// The window that got the last click may take the foreground, so it moves under the cursor and is clicked.
 static void TakeForegroundByClick(HWND window) {
     POINT cursor = {};
     (void)GetCursorPos(&cursor);
-    // Only a layered window can be made transparent. A style that cannot be read would be lost by the change.
+    // Only a layered window can be made transparent. A style that cannot be read would be overwritten.
     const LONG style = GetWindowLongA(window, GWL_EXSTYLE);
     if (style != 0) {
         (void)SetWindowLongA(window, GWL_EXSTYLE, style | WS_EX_LAYERED);
     }
     (void)SetLayeredWindowAttributes(window, /*colorKey=*/0, NearlyTransparent, LWA_ALPHA);
     (void)SetWindowPos(window, HWND_TOPMOST, cursor.x, cursor.y, /*width=*/1, /*height=*/1, SWP_SHOWWINDOW);
-    // A click on anything else would be the user's in his program.
+    // A click on anything else would reach the user's program.
     if (WindowFromPoint(cursor) != window) {
         return;
     }

@@ -1,6 +1,6 @@
-// A small window with which a process in the user's session gets hold of the foreground: Windows opens a program in
-// front only for the process that has it, and one that a service started has not.
-// Used by the execute mode alone, whose first thread calls it; the window has a thread of its own.
+// A small window with which a process in the user's session takes the foreground: Windows opens a program in front only
+// for the process that has it, which a program started by a service does not.
+// Called by the first thread of the execute mode only; the window has a thread of its own.
 #pragma once
 
 #include "platform/win32.h"
@@ -8,11 +8,11 @@
 inline constexpr char ForeWindowClass[] = "Quillmarch_ForeWndClass";
 
 // Opens the window and waits for it for at most 3 seconds. title: cut at 31 characters.
-// Returns: the window, which lives until it is closed; null if it did not come.
+// Returns: the window, which lives until it is closed; null if it did not open.
 HWND StartForeWindow(const char* title);
 
-// Brings the window to the front against the user's will: by the input of the window that is there, else by a click of
-// its own. Without success everything stays as it is.
+// Brings the window to the front despite Windows' restrictions: by attaching to the foreground window's input, else by
+// a click of its own. On failure nothing changes.
 void ForceMyDummyWindowToForeground(HWND window);
 
 // Logs a window at level 3 as what=its text and class.

@@ -19,8 +19,8 @@ constexpr DWORD SameArrivalMs = 30000; // ports of one device that arrived withi
 constexpr DWORD SameRemovalMs = 5000;  // the same for ports that left
 constexpr LONG ShowTimePerPortMs = 500;
 constexpr size_t DevicePathPrefix = 4; // "\\?\"
-constexpr size_t MaxChildLine = 511;   // the child reads nothing from 512 characters on
-constexpr size_t QuoteChars = 2;       // the child cuts a value with its quotes
+constexpr size_t MaxChildLine = 511;   // the child ignores a command line of 512 characters or more
+constexpr size_t QuoteChars = 2;       // the child counts the quotes when it cuts a value
 constexpr size_t MaxTitleChars = 119 - QuoteChars;
 constexpr size_t MaxTextChars = 255 - QuoteChars;
 constexpr DWORD NoBalloonTick = 0;
@@ -33,7 +33,7 @@ struct ListedPorts {
 };
 } // namespace
 
-// A quote in a device's name must not end the value: what stands behind it would become options of the child.
+// A quote in a device's name must not end the value: what follows it would become options of the child.
 static void MakeQuotable(char* text) {
     for (char* at = text; *at != 0; ++at) {
         if (*at == '"') {
@@ -115,7 +115,7 @@ static const char* NameInList(const CComPort* port) {
     return port->szRegPortName[0] != 0 ? port->szRegPortName : "???";
 }
 
-// Appends the ports that came or left together and makes their common name the title. Returns: their number.
+// Appends the ports that came or left together and sets their common name as title. Returns: their number.
 static LONG NameGroup(DWORD id, const CComPort* port, PortBalloon* balloon) {
     ListedPorts listed = {};
     FindListedPorts(id, port, &listed);
@@ -124,7 +124,7 @@ static LONG NameGroup(DWORD id, const CComPort* port, PortBalloon* balloon) {
         const char* separator = i == 0 ? "" : ", ";
         const char* name = NameInList(listed.Ports[i]);
         names[i] = listed.Ports[i]->FriendlyNameNoCom;
-        // A name that does not fit is left out whole, as are those behind it: half a name is another port's.
+        // A name that does not fit is left out whole, as are all after it: half a name is another port's.
         if (TextLength(balloon->Text) + TextLength(separator) + TextLength(name) <= MaxTextChars) {
             AppendText(balloon->Text, separator);
             AppendText(balloon->Text, name);
@@ -182,7 +182,7 @@ bool ComposePortBalloon(DWORD id, CComPort* port, PortBalloon* balloon) {
     return true;
 }
 
-// The characters that the program's name and the blank behind it take of the child's command line.
+// The number of characters that the program's name and the following blank take of the child's command line.
 static size_t ProgramChars() {
     const bool isQuoted = StrChrA(szExePath, ' ') != nullptr;
     return TextLength(szExePath) + (isQuoted ? QuoteChars : 0) + 1;
@@ -194,7 +194,7 @@ static void CutText(char* text, size_t maxChars) {
     }
 }
 
-// Cuts the list at a comma as often as needed. Its first port stays.
+// Cuts the list at a comma as often as needed. Keeps its first port.
 static void CutList(char* text, size_t listStart, size_t maxChars) {
     while (TextLength(text) > maxChars) {
         char* comma = StrRChrA(text + listStart, nullptr, ',');

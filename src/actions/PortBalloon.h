@@ -1,13 +1,13 @@
-// What the balloon of a port says: one device is named once, its ports are listed, and the whole is a command line that
-// the child process reads back in whole tokens.
-// Thread: a callback timer's. No lock: records are read while the engine may change them, as everywhere.
+// Composes the balloon of a port: one device is named once, its ports are listed, and the result is a command line
+// whose tokens the child process can read back.
+// Thread: a callback timer's. No lock: records are read while the engine may change them, as elsewhere.
 #pragma once
 
 #include "platform/win32.h"
 
 struct CComPort;
 
-// The timers that end in a balloon. One id for each direction: of a burst of events the last one speaks for all.
+// The timers that end in a balloon. One id for each direction: the last event of a burst represents all.
 constexpr DWORD ArrivalBalloonTimerId = 0xBABA0001;
 constexpr DWORD RemovalBalloonTimerId = 0xBABA0000;
 inline constexpr char BalloonTimerName[] = "ShowBalloonForPort";
@@ -24,15 +24,15 @@ struct PortBalloon {
     char Parameters[512]; // of the child, without the program's name
 };
 
-// A timer's procedure: composes the balloon and starts the child process that shows it. id: one of the two above.
-// portIndex: of the port whose event it was. Nobody waits for the child.
+// Timer procedure: composes the balloon and starts the child process that shows it. id: one of the two above.
+// portIndex: of the port whose event it was. Does not wait for the child.
 void ShowBalloonForPort_TimerProc(DWORD id, ULONG_PTR portIndex);
 
 // Composes the balloon of a timer. id: one of the two above; the direction. port: of the event; its friendly name is
 // filled in if it has none. *balloon is only written when a balloon is due.
-// Returns: whether one is due; the log says why not.
+// Returns: whether one is due; if not, the reason is logged.
 bool ComposePortBalloon(DWORD id, CComPort* port, PortBalloon* balloon);
 
-// Writes the child's parameters. listStart: where the list of ports begins in balloon->Text. What would bring the
-// child's whole command line to 512 characters is cut: the list at a comma, then the title.
+// Writes the child's parameters. listStart: where the list of ports begins in balloon->Text. Keeps the child's whole
+// command line below 512 characters: cuts the list at a comma, then the title.
 void BuildBalloonParameters(PortBalloon* balloon, size_t listStart);

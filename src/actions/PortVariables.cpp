@@ -11,7 +11,7 @@ struct PortVariable {
 };
 } // namespace
 
-// The order counts: a value may hold the placeholder of a later row.
+// The order matters: a value may contain the placeholder of a later row.
 constexpr PortVariable PortVariables[] = {
     {Placeholder("PortName"), [](const CComPort& port) -> const char* { return port.szPortName; }},
     {Placeholder("ComPort"), [](const CComPort& port) -> const char* { return port.szPortName; }},
@@ -61,7 +61,8 @@ static bool IsOneOf(char c, const char* signs) {
     return false;
 }
 
-// Without separators a value could still be ".." between two that the administrator wrote, alone or with its neighbour.
+// Without separators a value could still form "..", alone or with adjacent characters, between two that the
+// administrator wrote.
 static size_t DropOuterDots(char* value, size_t length) {
     size_t first = 0;
     while (first < length && value[first] == '.') {
@@ -88,7 +89,7 @@ static size_t DropDoubledDots(char* value, size_t length) {
     return kept;
 }
 
-// Copies a value into `out` with all that could hurt replaced or left out. Returns: the length.
+// Copies a value into `out`, replacing or removing anything harmful. Returns: the length.
 static size_t CopyHarmless(const char* value, ValueRules rules, char (&out)[ValueRoom]) {
     size_t length = 0;
     for (; value && *value != '\0' && length < ValueRoom - 1; ++value) {
@@ -137,7 +138,7 @@ static void ReplaceVariable(MarkedText* marked, const char* placeholder, const c
     if (count == 0 || marked->length - count * oldLength + count * valueLength > marked->limit) {
         return;
     }
-    // What was put in is not searched again: a value that holds its own placeholder would never end.
+    // Inserted text is not searched again: a value that contains its own placeholder would loop forever.
     size_t from = 0;
     for (size_t done = 0; done < count; ++done) {
         const char* at = StrStrIA(marked->text + from, placeholder);
@@ -150,7 +151,8 @@ static void ReplaceVariable(MarkedText* marked, const char* placeholder, const c
     }
 }
 
-// An odd number of backslashes before a double quote makes it part of the argument, and the argument runs on.
+// An odd number of backslashes before a double quote would make it part of the argument, which would then continue past
+// it.
 static bool DoubleBackslashesBeforeQuotes(MarkedText* marked) {
     for (size_t quote = 0; quote < marked->length; ++quote) {
         if (marked->text[quote] != '"') {

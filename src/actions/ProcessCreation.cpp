@@ -21,7 +21,7 @@ enum class TokenChoice : BYTE {
     NoUser, // the type needs a user, and there is none
 };
 
-// A process to be made. The texts are the caller's.
+// A process to create. The texts are the caller's.
 struct ProcessStart {
     const char* program;
     const char* directory; // null: that of this process
@@ -64,7 +64,7 @@ void BuildProcessLine(const char* program, const char* params, char (&line)[MaxP
     (void)StrTrimA(line, " \t");
 }
 
-// The user's token becomes the elevated one that is linked with it; a user with one token has no other.
+// The user's token becomes the elevated one linked to it; a user with one token has no other.
 static void TakeElevatedToken(OwnedToken* token) {
     HANDLE linked = nullptr;
     const BOOL result = GetLinkedToken(token->Get(), &linked);
@@ -106,7 +106,7 @@ static TokenChoice ChooseForService(UserType type, OwnedToken* token) {
 static TokenChoice ChooseOutsideService(UserType type, OwnedToken* token) {
     if (g_Os.MajorVersion >= 6 && IsUacEnabled()) {
         if (type == UserType::normal || type == UserType::restr) {
-            // This process may be elevated, the shell is not.
+            // This process may be elevated; the shell is not.
             token->Reset(GetExplorersUserToken(NoSession));
         }
     } else if (type == UserType::restr) {
@@ -122,7 +122,7 @@ static BOOL CreateAsUser(HANDLE token, ProcessStart* start, STARTUPINFOA* startu
     BOOL isMade = FALSE;
     DWORD error = ERROR_SUCCESS;
     {
-        // The program may lie where only the user can reach it.
+        // The program may be where only the user has access.
         const ImpersonationScope user(/*isElevated=*/false);
         void* const environment = nullptr;
         WriteLog(2, "CreateProcessAsUser(0x%p, %s, '%s', '%s', 0x%p)", token, start->program, start->line,
@@ -165,7 +165,7 @@ static DWORD MakeProcess(HANDLE token, ProcessStart* start, HANDLE* phProcess) {
     return made.dwProcessId;
 }
 
-// Returns: false if there is no usable token although one was chosen.
+// Returns: false if a token was chosen but none is usable.
 static bool MakePrimary(const OwnedToken& token, OwnedToken* duplicate) {
     if (!DuplicateTokenEx(token.Get(), MAXIMUM_ALLOWED, nullptr, SecurityIdentification, TokenPrimary,
                           duplicate->Receive())) {
@@ -174,7 +174,7 @@ static bool MakePrimary(const OwnedToken& token, OwnedToken* duplicate) {
     }
     WriteLog(3, "DupToken=0x%p", duplicate->Get());
     if (g_Mode == ModeDebug) {
-        duplicate->Reset(); // whoever debugs has no right to give a process another token
+        duplicate->Reset(); // a debug run has no right to give a process another token
     }
     return true;
 }

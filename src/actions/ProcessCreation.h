@@ -1,5 +1,5 @@
 // The one way to a new process: programs, copies of this executable and balloons, as the user that the caller names.
-// Thread: any. No lock. Blocks for as long as Windows takes to make a process.
+// Thread: any. No lock. Blocks for as long as Windows takes to create a process.
 #pragma once
 
 #include "actions/CommandSplit.h"
@@ -20,14 +20,15 @@ void BuildProcessLine(const char* program, const char* params, char (&line)[MaxP
 // The characters that the program and the blank after it take of the command line.
 size_t ProcessLineStart(const char* program);
 
-// Whether the parameters are a whole command line already: they begin with the program, as BuildProcessLine writes it,
-// as a word of its own.
+// Whether the parameters already are a whole command line: they begin with the program, as BuildProcessLine writes it,
+// as a separate word.
 bool BeginsWithProgram(const char* params, const char* program);
 
-// Starts the program. program: full path. params: may be empty. dir: its directory; one that is empty or no folder
-// gives it that of this process. showCommand: as for ShowWindow. phProcess: null, or receives the process handle, the
-// caller's to close; null after a failure.
-// In a service run `normal`, `restr` and `elev` need a logged-on user; what Windows refuses of the last two leaves the
-// user's own token. Makes the Windows directory the current one. Returns: the process id; 0 after a failure.
+// Starts the program. program: full path. params: may be empty. dir: its directory; if empty or not a folder, that of
+// this process. showCommand: as for ShowWindow. phProcess: null, or receives the process handle, which the caller
+// closes; null after a failure.
+// In a service run `normal`, `restr` and `elev` need a logged-on user; if Windows refuses one of the last two, the
+// user's own token is used. Sets the current directory to the Windows directory. Returns: the process id; 0 after a
+// failure.
 DWORD CreateProcessEx(const char* program, const char* params, const char* dir, WORD showCommand, DWORD flags,
                       UserType type, HANDLE* phProcess);

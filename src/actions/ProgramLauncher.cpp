@@ -7,7 +7,7 @@
 #include "support/system/ProcessState.h"
 #include "support/texts/BoundedText.h"
 
-// The title of the copy's window. It grows by one with each start and wraps; one that is used twice does no harm.
+// The title of the copy's window, a number that grows with each start and wraps; a repeated title is harmless.
 static WORD s_windowNumber;
 
 void BuildExecuteLine(const OpenParams& params, bool wait, WORD windowNumber, char (&line)[MaxExecuteLine]) {
@@ -20,8 +20,8 @@ void BuildExecuteLine(const OpenParams& params, bool wait, WORD windowNumber, ch
     AppendText(line, wait ? "\" -wait=1" : "\"");
     AppendText(line, number);
     AppendText(line, " -params=");
-    // A device may have the program's own path as its name. The copy takes parameters that begin with the program for a
-    // whole command line, so here they become one.
+    // A device may have the program's own path as its name. The copy takes parameters that begin with the program as a
+    // whole command line, so pass one here.
     if (BeginsWithProgram(params.szParams, params.szExe)) {
         char whole[MaxProcessLine];
         BuildProcessLine(params.szExe, params.szParams, whole);
@@ -37,7 +37,7 @@ static bool IsForExecuteMode(const OpenParams& params) {
            (params.ShowWindow == SW_SHOWNORMAL || params.ShowWindow == SW_SHOWMAXIMIZED);
 }
 
-// Returns: false if the copy could not read the command line. *processId: 0 if it could not be made.
+// Returns: false if the copy could not read the command line. *processId: 0 if it could not be created.
 static bool StartThroughCopy(const OpenParams& params, bool wait, HANDLE* phProcess, DWORD* processId) {
     const auto windowNumber = static_cast<WORD>(s_windowNumber + 1);
     char line[MaxExecuteLine];

@@ -10,7 +10,7 @@
 
 constexpr WORD ShowNotConfigured = 65535;
 
-// One entry, as configured and then as taken apart.
+// One entry, as configured and then as split.
 struct OpenParams {
     char szOpen[520];                // command line as configured
     char szExe[MAX_PATH];            // program to start
@@ -26,14 +26,14 @@ struct OpenParams {
     LONG OneInstance;
 };
 
-// A copy in execute mode reads nothing of a command line, its own path included, of this length.
+// A copy in execute mode ignores a command line, including its own path, of this length or more.
 constexpr size_t ExecuteLineLimit = 512;
 constexpr size_t MaxExecuteLine = MaxProgramParams + 3 * MAX_PATH + 64;
 
-// The parameters with which a copy in execute mode starts the program. wait: the copy is to outlive the program.
+// The parameters with which a copy in execute mode starts the program. wait: the copy must outlive the program.
 void BuildExecuteLine(const OpenParams& params, bool wait, WORD windowNumber, char (&line)[MaxExecuteLine]);
 
 // params: with szExe, szParams and szWorkDir filled. wait: the caller will wait for the process. phProcess: null, or
-// receives its handle, the caller's to close; it is that of the copy in execute mode where one is used, which waits for
-// at most 11 seconds. Returns: 1 if a process was made, else 0.
+// receives its handle, which the caller closes; in execute mode it is that of the copy, which waits for at most 11
+// seconds. Returns: 1 if a process was created, else 0.
 int AutoRunExec(const OpenParams& params, bool wait, HANDLE* phProcess);

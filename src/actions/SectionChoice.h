@@ -1,5 +1,5 @@
-// The one call from the actions up into the engine: which section of the configuration means a port. The engine defines
-// it; it is declared here so that no include points upwards.
+// The one call from the actions up into the engine: which section of the configuration applies to a port. The engine
+// defines it; it is declared here so that no include points upwards.
 #pragma once
 
 #include "config/CCfgReader.h"

@@ -97,8 +97,8 @@ LONG GetActiveConsoleSessionId() {
     return session;
 }
 
-// The last active session of the list. Returns: false with the last error if there is no list; *session is unchanged
-// without an active one.
+// The last active session of the list. Returns: false with the last error if there is no list; without an active
+// session *session is unchanged.
 static bool FindLastActiveSession(LONG* session) {
     const SessionOperations& call = s_operations;
     if (!call.enumerateSessions || !call.freeMemory) {

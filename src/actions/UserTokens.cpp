@@ -13,7 +13,7 @@ constexpr DWORD Windows51 = 0x0501;
 constexpr char ShellImage[] = "explorer.exe";
 constexpr int RevertTries = 3;
 
-// What a restricted token must not have. Each of them is as good as being an administrator.
+// Privileges that a restricted token must not have. Each of them is as good as being an administrator.
 constexpr const char* DeletedPrivileges[] = {
     "SeLoadDriverPrivilege",   "SeTakeOwnershipPrivilege", "SeSecurityPrivilege",          "SeBackupPrivilege",
     "SeImpersonatePrivilege",  "SeDebugPrivilege",         "SeCreateGlobalPrivilege",      "SeCreatePagefilePrivilege",
@@ -104,7 +104,7 @@ HANDLE GetExplorersUserToken(LONG session) {
     }
     HANDLE token = nullptr;
     const OwnedProcess process(OpenProcess(PROCESS_ALL_ACCESS, /*inherit=*/FALSE, processId));
-    // The last right is for the restricted form, whose handle has the rights of this one.
+    // The last right is needed for the restricted form, whose handle inherits the rights of this one.
     if (!process.IsOpen() ||
         !OpenProcessToken(process.Get(), TOKEN_DUPLICATE | TOKEN_QUERY | TOKEN_ADJUST_DEFAULT, &token)) {
         token = nullptr;
@@ -172,7 +172,7 @@ HANDLE MakeRestrictedToken(HANDLE token) {
     }
     LUID_AND_ATTRIBUTES privileges[DeletedPrivilegeCount] = {};
     DWORD privilegeCount = 0;
-    for (const char* name : DeletedPrivileges) { // one that this Windows does not know is in no token
+    for (const char* name : DeletedPrivileges) { // a privilege unknown to this Windows is in no token
         if (LookupPrivilegeValueA(nullptr, name, &privileges[privilegeCount].Luid)) {
             ++privilegeCount;
         }
@@ -190,7 +190,7 @@ HANDLE MakeRestrictedToken(HANDLE token) {
     return restricted.Release();
 }
 
-// A thread that stays in the user's name would do the service's work with his rights.
+// A thread that keeps impersonating the user would do the service's work with that user's rights.
 static int EndImpersonation() {
     for (int tries = 0; tries < RevertTries; ++tries) {
         if (RevertToSelf()) {
@@ -267,7 +267,7 @@ int SetPrivilege(HANDLE token, const char* name, bool isEnabled) {
         WriteLog(3, "AdjustTokenPrivileges(%s) err=%s", name, LastErrorName());
         return 0;
     }
-    // A privilege that the token does not have is no failure to Windows, the last error alone shows it.
+    // Windows does not treat a privilege missing from the token as a failure; only the last error shows it.
     return GetLastError() == ERROR_SUCCESS ? 1 : 0;
 }
 

@@ -1,4 +1,4 @@
-// The command line of a balloon child: what is to be shown, as the service wrote it.
+// The command line of a balloon child: what to show, as written by the service.
 // Thread: the parsing thread. No lock.
 #pragma once
 
@@ -14,9 +14,9 @@ struct BalloonArguments {
     char Text[256];
 };
 
-// Reads the tokens of this process's command line. The first of each kind counts, so that a text which got out of its
-// quotes cannot take another one's place.
+// Reads the tokens of this process's command line. The first of each kind counts, so that a text that escapes its
+// quotes cannot replace another.
 BalloonArguments ReadBalloonArguments();
 
-// Shows what the command line asks for. Blocks until the balloon has gone.
+// Shows what the command line requests. Blocks until the balloon has closed.
 void ShowBalloonByCommandLine();

@@ -89,8 +89,8 @@ COLORREF SwapRedAndBlue(COLORREF colour) {
 
 BalloonColours ColoursForBack(COLORREF back) {
     const HsvColour hsv = RgbToHsv(back);
-    // The frame's value is capped as its saturation is: wrapped in its byte, a light fill would get a dark frame of
-    // any shade.
+    // The frame's value is capped as its saturation is: wrapped in a byte, a light fill would get a dark frame of any
+    // shade.
     return {
         HsvToRgb({hsv.H, static_cast<BYTE>(hsv.S * 5 / 100), 255}),
         HsvToRgb({hsv.H, static_cast<BYTE>(hsv.S * 20 / 100), 220}),

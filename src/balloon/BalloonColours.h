@@ -1,5 +1,5 @@
 // The colours of a balloon: those of the system's tool tips, or a dark fill with texts and a frame of the same hue that
-// follow the user's accent colour. The arithmetic is in bytes, so that the result is the same everywhere.
+// follow the user's accent colour. The arithmetic is in bytes, so results are the same everywhere.
 // Thread: the first one, before the balloon thread starts.
 #pragma once
 
@@ -22,10 +22,10 @@ struct HsvColour {
 HsvColour RgbToHsv(COLORREF colour);
 COLORREF HsvToRgb(HsvColour colour);
 
-// The other order of the bytes: 0xRRGGBB for 0xBBGGRR and back. The highest byte goes.
+// The other order of the bytes: 0xRRGGBB for 0xBBGGRR and back. The highest byte is dropped.
 COLORREF SwapRedAndBlue(COLORREF colour);
 
-// Caption, text and frame that belong to a fill.
+// Caption, text and frame for a fill.
 BalloonColours ColoursForBack(COLORREF back);
 
 // Reads what the user has set for the desktop and the keys of [BalloonTips]. isFlat: the look without a theme of its

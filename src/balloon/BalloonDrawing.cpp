@@ -9,7 +9,7 @@
 #include "support/system/OsVersion.h"
 #include "support/system/ScopeGuard.h"
 
-constexpr LONG InnerPoint = 16; // from a corner to a place that is surely inside the rounding
+constexpr LONG InnerPoint = 16; // from a corner to a point safely inside the rounding
 constexpr BYTE Opaque = 255;
 constexpr DWORD FadeStepMs = 30;
 constexpr BYTE FadeSteps[] = {200, 155, 110, 65, 20};
@@ -18,7 +18,7 @@ constexpr UINT ShowFlags = SWP_NOACTIVATE | SWP_NOREDRAW | SWP_NOCOPYBITS;
 BalloonDrawingState g_BalloonDrawing;
 
 namespace {
-// One drawing: what its steps need of each other.
+// One drawing: the data shared by its steps.
 struct Drawing {
     HWND Window;
     HDC Screen;  // of the window
@@ -78,7 +78,7 @@ static void RenewRegion(const BalloonPlace& place) {
     g_BalloonDrawing.Region = CreateOutline(place);
 }
 
-// A region that a window has is the window's, so it gets one of its own each time.
+// A window owns its region, so it gets a new one each time.
 static void GiveRegion(const Drawing& drawing) {
     const HRGN region = CreateOutline(drawing.Place);
     if (region != nullptr && SetWindowRgn(drawing.Window, region, g_BalloonDrawing.RepaintsByRegion) == 0) {

@@ -1,5 +1,5 @@
-// Draws the balloon: measures it, paints it off the screen, and brings it to its place in one step, so that neither a
-// move nor an update flickers.
+// Draws the balloon: measures it, paints it off-screen and moves it into place in one step, so that neither a move nor
+// an update flickers.
 // Thread: the balloon thread alone; other threads post WM_BALLOON_REDRAW. Locks: takes CS_BalloonData for each drawing.
 #pragma once
 

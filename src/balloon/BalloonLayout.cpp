@@ -8,8 +8,8 @@
 
 constexpr DWORD Windows2000Bcd = 0x0500;
 constexpr DWORD ThemedTextMajorVersion = 6;
-constexpr DWORD AlignedTextMajorVersion = 10; // from it on the body stands below the title, not below the icon
-constexpr UINT LargestStepDpi = 336;          // from here on the icon follows the resolution by itself
+constexpr DWORD AlignedTextMajorVersion = 10; // from here on the body is below the title, not below the icon
+constexpr UINT LargestStepDpi = 336;          // from here on the icon scales with the resolution
 constexpr char RightMarker[] = " !! ";
 constexpr char MarkerGap[] = "      ";
 constexpr size_t MarkerChars = sizeof(RightMarker) - 1;
@@ -70,7 +70,7 @@ void SetCloseButtonSize() {
 
 static void DrawThemedText(HDC context, const char* text, RECT* rect, DWORD format, int part) {
     const CUxTheme& theme = *g_BalloonLook.Theme;
-    // A text that the theme cannot draw or measure stays away; the balloon shows the rest.
+    // A text that the theme cannot draw or measure is omitted; the balloon shows the rest.
     if ((format & DT_CALCRECT) != 0) {
         (void)theme.MeasureText(context, part, /*state=*/0, text, format, rect);
     } else {
@@ -119,7 +119,7 @@ static bool StartsWithMarker(const char* text) {
     return at == MarkerChars;
 }
 
-// Copies the text with each marker replaced by blanks. Returns: where the first marker stood.
+// Copies the text with each marker replaced by blanks. Returns: the position of the first marker.
 static size_t ReplaceMarkers(const char* text, const char* firstMarker, char (&copy)[MaxMarkedChars + 1]) {
     size_t length = 0;
     for (const char* at = text; *at != 0 && length < MaxMarkedChars;) {
@@ -136,7 +136,7 @@ static size_t ReplaceMarkers(const char* text, const char* firstMarker, char (&c
     return static_cast<size_t>(firstMarker - text);
 }
 
-// A line whose second half stands at the right edge, if there is room; else it is one line with a gap.
+// A line whose second half is at the right edge, if there is room; otherwise one line with a gap.
 static void DrawMarkedLine(HDC context, const char* text, const char* marker, bool isDrawing, LONG maxRight, RECT* rect)
     QM_REQUIRES(CS_BalloonData) {
     char copy[MaxMarkedChars + 1];
@@ -155,13 +155,13 @@ static void DrawMarkedLine(HDC context, const char* text, const char* marker, bo
     char left[MaxMarkedChars + 1];
     CopyTextPart(left, sizeof(left), copy, front);
     DrwTxt(context, left, rect, DrawFormat, ThemePartBalloon);
-    RECT line = *rect; // what stands below begins where this line began
+    RECT line = *rect; // what follows below begins where this line began
     line.left = 0;
     line.right = maxRight;
     DrwTxt(context, rest, &line, DrawFormat | DT_RIGHT, ThemePartBalloon);
 }
 
-// Measures what begins at *rect, draws it if asked, and raises the right edge.
+// Measures what starts at *rect, draws it if requested, and moves the right edge.
 static void PlaceText(HDC context, const char* text, bool isDrawing, RECT* rect, LONG* maxRight)
     QM_REQUIRES(CS_BalloonData) {
     DrwTxt(context, text, rect, MeasureFormat, ThemePartBalloon);

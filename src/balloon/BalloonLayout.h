@@ -8,7 +8,7 @@
 #include "balloon/CUxTheme.h"
 #include "platform/win32.h"
 
-// How the balloon looks: made by the start and by each new window.
+// How the balloon looks: set at the start and by each new window.
 struct BalloonLook {
     bool IsWin11;
     bool IsFlat; // the dark look with own fonts; never together with a theme
@@ -19,7 +19,7 @@ struct BalloonLook {
     LONG CloseWidth;
     LONG CloseHeight;
     BalloonColours Colours;
-    CUxTheme* Theme; // null: no theme. Owned; it goes with the window
+    CUxTheme* Theme; // null: no theme. Owned; closed with the window
     HFONT TitleFont;
     HFONT TextFont;
     HICON Icon;

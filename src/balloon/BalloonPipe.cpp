@@ -24,8 +24,8 @@ constexpr char SystemSid[] = "S-1-5-18";
 
 static DWORD WINAPI BalloonPipeServer_ThreadProc(void* param);
 
-// Whether a pipe belongs to this user, or to somebody who may do everything anyway. Whoever made the first instance
-// owns the name: another user's server could read what was meant for this one, and its clients are not ours.
+// Does the pipe belong to this user, or to someone with full rights anyway? The creator of the first instance owns the
+// name: another user's server could read what was meant for this one, and its clients are not ours.
 static bool IsOwnPipe(HANDLE pipe) {
     PSID owner = nullptr;
     OwnedSecurityDescriptor descriptor;
@@ -35,7 +35,7 @@ static bool IsOwnPipe(HANDLE pipe) {
         SetLastError(error);
         return false;
     }
-    if (owner == nullptr) { // where pipes have no owners, nobody else can be it
+    if (owner == nullptr) { // pipes have no owners there, so no other user can own it
         return true;
     }
     OwnedLocalText text;
@@ -74,11 +74,11 @@ void StartBalloonPipeServer() {
         WorkerEnded();
         return;
     }
-    (void)pipe.Release(); // the thread's by now
+    (void)pipe.Release(); // owned by the thread from here on
 }
 
 bool SendExitToBalloonPipe() {
-    // Identification only: a server that is not ours must not act in this user's name.
+    // Identification only: a foreign server must not act in this user's name.
     OwnedFile pipe(CreateFileA(PipeName, GENERIC_WRITE | READ_CONTROL, 0, nullptr, OPEN_EXISTING,
                                SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
     if (!pipe) {
@@ -100,7 +100,8 @@ static bool Connect(HANDLE pipe) {
     return ConnectNamedPipe(pipe, nullptr) || GetLastError() == ERROR_PIPE_CONNECTED;
 }
 
-// Waits for a message, so that the read after it does not block. Returns: false when the client has gone or is silent.
+// Waits for a message, so that the read after it does not block. Returns: false when the client has disconnected or is
+// silent.
 static bool WaitForMessage(HANDLE pipe) {
     const DWORD startTicks = GetTickCount();
     do {
@@ -117,7 +118,7 @@ static bool WaitForMessage(HANDLE pipe) {
 }
 
 namespace {
-// One byte more than a record: the end of a short message's text.
+// One byte more than a record, for the terminator of a short message.
 union PipeMessage {
     FreeBalloonInfo Record;
     char Bytes[sizeof(FreeBalloonInfo) + 1];
@@ -144,7 +145,7 @@ static void ServePipe(HANDLE pipe) {
     for (;;) {
         if (!Connect(pipe)) {
             DisconnectNamedPipe(pipe);
-            Sleep(StepMs); // a pipe that can never be connected must not take a whole processor
+            Sleep(StepMs); // a pipe that can never be connected must not use up a processor
             continue;
         }
         PipeMessage message;

@@ -5,7 +5,7 @@
 constexpr LONG UnscaledDpi = 96;
 constexpr LONG BarGap = 3;        // scaled: between the bar and the balloon
 constexpr LONG EdgeInset = 32;    // scaled: from the end of the bar or the edge of the screen
-constexpr LONG BarTestEdge = 400; // a bar is at the edge of which it is no further away
+constexpr LONG BarTestEdge = 400; // a bar this close to an edge counts as at it
 constexpr LONG LowestAnchor = 18; // above the lower edge, so that a hidden bar leaves room for its own strip
 
 UINT g_BalloonDpi = UnscaledDpi;
@@ -49,7 +49,7 @@ BalloonAnchor GetBalloonPos() {
     const HWND bar = FindTaskBar();
     RECT rect = {};
     BalloonAnchor anchor = {};
-    // A bar that goes between the two calls counts as none.
+    // A bar that disappears between the two calls counts as none.
     if (bar == nullptr || !GetWindowRect(bar, &rect)) {
         const LONG inset = Scale(EdgeInset);
         anchor = {GetSystemMetrics(SM_CXSCREEN) - inset, GetSystemMetrics(SM_CYSCREEN) - inset,

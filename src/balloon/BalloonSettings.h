@@ -5,7 +5,7 @@
 #include "keys/ConfigurationKeys.h"
 #include "platform/win32.h"
 
-// The key's number, or the default when file or key is not there.
+// The key's number, or the default when file or key does not exist.
 LONG ReadBalloonKey(KeyName key, LONG defaultNumber);
 
 struct BalloonStyles {

@@ -1,5 +1,5 @@
-// What the threads of a balloon child share: the record, the anchor, the place of the window, and the two words by
-// which they learn that the balloon goes. One balloon per process.
+// What the threads of a balloon child share: the record, the anchor, the place of the window, and the two words that
+// tell them that the balloon is closing. One balloon per process.
 // Threads: the balloon thread owns the window; the parsing, pipe and tracking threads change record and anchor.
 // Locks: CS_BalloonData guards what is marked. No thread waits for a window of another thread while it holds the lock:
 // that thread may be waiting for the lock, and neither would continue.
@@ -30,16 +30,16 @@ extern BalloonAnchor g_BalloonAnchor QM_GUARDED_BY(CS_BalloonData);
 extern BalloonPlace g_BalloonPlace QM_GUARDED_BY(CS_BalloonData);
 
 // The balloon's window, null when no balloon is up; written by the balloon thread. The other threads run while it is
-// not null. A single word: a reader that meets the change posts to a window that is gone, which fails and harms nobody.
+// not null. A single word: during a change a reader may post to a window that is gone, which harmlessly fails.
 extern HWND volatile m_hwndBln;
-// 1 from the moment the balloon was told to go. A single word, polled.
+// 1 once the balloon was asked to close. A single word, polled.
 extern volatile LONG g_BalloonClosing;
-// The tick word of the command line. Kept, nothing asks for it.
+// The tick word of the command line. Stored, but not used.
 extern DWORD g_BalloonTick;
 
-// Messages to the balloon's window beside those of Windows. A ping comes from a newer child that wants the place;
-// the others carry what the pipe and tracking threads need of the window to the thread that owns it.
+// Messages to the balloon's window in addition to those of Windows. A ping comes from a newer child that wants the
+// place; the others are requests of the pipe and tracking threads to the thread that owns the window.
 constexpr UINT WM_BALLOON_PING = 0x8002;
 constexpr UINT WM_BALLOON_HOLD = 0x8003;   // a new record is on its way: the close timer stops
-constexpr UINT WM_BALLOON_UPDATE = 0x8004; // the record is there: time and show it
+constexpr UINT WM_BALLOON_UPDATE = 0x8004; // the record has arrived: time and show it
 constexpr UINT WM_BALLOON_REDRAW = 0x8005; // the anchor has moved

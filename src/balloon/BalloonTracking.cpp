@@ -14,7 +14,7 @@ static bool IsSameRect(const RECT& a, const RECT& b) {
     return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
 }
 
-// Returns: false when there is no place for the balloon any more.
+// Returns: false when there is no longer a place for the balloon.
 static bool MoveBalloon() {
     LockGuard lock(CS_BalloonData);
     g_BalloonAnchor = GetBalloonPos();
@@ -26,7 +26,7 @@ static bool MoveBalloon() {
     }
     const POINT kept = KeepOnScreen(corner, g_BalloonPlace.Width, g_BalloonPlace.Height);
     const HWND window = m_hwndBln;
-    // The window's thread may be waiting for this lock to draw, so it is not waited for.
+    // Does not wait: the window's thread may be waiting for this lock to draw.
     SetWindowPos(window, HWND_TOPMOST, kept.x, kept.y, 0, 0, SWP_NOSIZE | SWP_NOACTIVATE | SWP_ASYNCWINDOWPOS);
     g_BalloonPlace.X = kept.x;
     g_BalloonPlace.Y = kept.y;
@@ -43,7 +43,7 @@ static void CorrectBalloonPos() {
     while (m_hwndBln != nullptr && !g_BalloonClosing) {
         Sleep(LookMs);
         RECT rect = {};
-        if (!GetWindowRect(bar, &rect)) { // the shell was started anew: its bar is another window
+        if (!GetWindowRect(bar, &rect)) { // the shell was restarted: its bar is a new window
             bar = FindTaskBar();
             continue;
         }

@@ -4,6 +4,6 @@
 
 #include "platform/win32.h"
 
-// Starts the thread, which ends with the balloon. Returns: its handle, the caller's to close; null when it could not be
+// Starts the thread, which ends with the balloon. Returns: its handle, closed by the caller; null when it could not be
 // started: the balloon then stays where it is.
 HANDLE StartCorrectingBalloonPos();

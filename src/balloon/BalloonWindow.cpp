@@ -28,7 +28,7 @@ constexpr UINT MetricsFromVista = 344;
 constexpr int CloseIconId = 311;
 constexpr int CloseHotIconId = 312;
 
-static HINSTANCE Instance;    // of the program, for its class and icons; set by the start
+static HINSTANCE Instance;    // of the program, for its class and icons; set at the start
 static HANDLE TrackingThread; // balloon thread
 
 static void CALLBACK CloseFreeBalloon_TimerProc(HWND window, UINT message, UINT_PTR id, DWORD tick);
@@ -76,7 +76,7 @@ bool IsBalloonMessage(const MSG& message) {
            (message.wParam == CloseTimerId && message.lParam == reinterpret_cast<LPARAM>(CloseFreeBalloon_TimerProc));
 }
 
-// Asks an older balloon to go. Returns: whether the window that stands is this process's own.
+// Asks an older balloon to close. Returns: whether the existing window is this process's own.
 static bool MeetOlderBalloon() {
     HWND older = FindWindowA(WindowClass, WindowTitle);
     if (older == nullptr) {
@@ -208,7 +208,7 @@ static void DeleteFonts() {
 }
 
 static bool CreateFonts() {
-    // Windows writes the long form into it, which the type may not have room for.
+    // Windows writes the long form into it, for which the type may lack room.
     struct {
         NONCLIENTMETRICSA metrics;
         BYTE rest[MetricsFromVista - MetricsBeforeVista];
@@ -272,7 +272,7 @@ static void UpdateCloseButtonState() {
 
 static void OnMouseMove(HWND window, LPARAM place) {
     if (place == g_BalloonDrawing.LastMouse) {
-        return; // Windows sends moves without a move when windows come and go
+        return; // Windows sends mouse moves without a move when windows come and go
     }
     StartCloseTimer(window);
     g_BalloonDrawing.LastMouse = place;
@@ -285,7 +285,7 @@ static void OnButtonUp(HWND window) {
     WriteLog(3, "WM_xButtonUp");
     FadeOutBalloon();
     if (GetForegroundWindow() == window) {
-        // Out of sight first: the window that gets the foreground next paints what lay below.
+        // Hidden first: the window that gets the foreground next paints what was below.
         SetWindowPos(window, HWND_TOPMOST, -32, -32, 1, 1, SWP_NOACTIVATE);
         Sleep(ForegroundReleaseMs);
     }
@@ -332,7 +332,7 @@ static void OnDestroy(HWND window) {
     m_hwndBln = nullptr;
 }
 
-// A record came by the pipe: its time begins anew, and the window takes its size at the same anchor.
+// A record came through the pipe: its time starts again, and the window is resized at the same anchor.
 static void OnUpdate(HWND window) {
     if (!IsWindowVisible(window)) {
         return;
@@ -364,7 +364,7 @@ static LRESULT CALLBACK BalloonWndProc(HWND window, UINT message, WPARAM wParam,
         StartCloseTimer(window);
         return 0;
     case WM_BALLOON_HOLD:
-        if (IsWindowVisible(window)) { // a window that never shows keeps the timer that ends it
+        if (IsWindowVisible(window)) { // a window that never shows keeps the timer that closes it
             KillTimer(window, CloseTimerId);
         }
         return 0;

@@ -49,7 +49,7 @@ bool CUxTheme::Open(HWND window) {
     return m_theme != nullptr && IsUsable();
 }
 
-// A broken theme opens all the same, and then measures nonsense.
+// A broken theme still opens, and then measures nonsense.
 bool CUxTheme::IsUsable() const {
     if (!m_isThemeActive()) {
         return false;

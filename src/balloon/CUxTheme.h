@@ -1,4 +1,4 @@
-// The visual styles library, loaded at run time: Windows before 5.1 lacks it and a user may have it switched off. An
+// The visual styles library, loaded at run time: Windows before 5.1 lacks it and a user may have disabled it. An
 // object that is usable draws the parts of a themed tool tip; the balloon does without when there is none.
 // Thread: the balloon thread. No lock.
 #pragma once
@@ -20,10 +20,10 @@ public:
     CUxTheme(const CUxTheme&) = delete;
     CUxTheme& operator=(const CUxTheme&) = delete;
 
-    // Opens the tool tip's theme for a window and tries it out. Returns: whether it can be used.
+    // Opens the tool tip's theme for a window and tests it. Returns: whether it can be used.
     bool Open(HWND window);
 
-    // rect: of the whole part. A part that cannot be drawn leaves its place as it was.
+    // rect: of the whole part. A part that cannot be drawn leaves the area unchanged.
     void DrawBackground(HDC context, int part, int state, const RECT& rect) const;
     // text: ANSI, at most 1024 characters of it. Returns: 0, else the failure.
     HRESULT DrawText(HDC context, int part, int state, const char* text, DWORD format, const RECT& rect) const;
@@ -39,7 +39,7 @@ private:
     using DrawThemeTextCall = HRESULT(WINAPI*)(HANDLE, HDC, int, int, LPCWSTR, int, DWORD, DWORD, const RECT*);
     using GetThemeTextExtentCall = HRESULT(WINAPI*)(HANDLE, HDC, int, int, LPCWSTR, int, DWORD, const RECT*, RECT*);
 
-    OwnedLibrary m_library; // the theme handle goes with it
+    OwnedLibrary m_library; // also closes the theme handle
     OwnedLibrary m_commonControls;
     HANDLE m_theme = nullptr;
     OpenThemeDataCall m_openThemeData = nullptr;

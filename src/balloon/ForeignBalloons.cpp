@@ -97,7 +97,7 @@ bool IsSpecialWindow(HWND window, char (&className)[64]) {
     return isSpecial;
 }
 
-// Waits as long as a foreign balloon stands beside the anchor.
+// Waits while a foreign balloon is next to the anchor.
 static bool WaitForForeignBalloons(const BalloonAnchor& anchor) {
     const DWORD startTicks = GetTickCount();
     DWORD changeTicks = 0;
@@ -150,7 +150,7 @@ static void PreventForeignBalloons() {
     }
 }
 
-// Closes a tool tip as a user does: some programs show theirs again when it is only hidden.
+// Closes a tool tip as a user does: if only hidden, some programs show theirs again.
 static void ClickCloseMark(HWND window) {
     WriteLog(3, "foreign balloon to suppress, sim mouseclick");
     const LONG x = WidthOf(window) - CloseMarkInset;

@@ -1,13 +1,13 @@
-// Tool tips of the shell and of other programs that stand where the balloon will stand, and full-screen windows over
+// Tool tips of the shell and of other programs at the place where the balloon will appear, and full-screen windows over
 // which no balloon is shown.
 // Thread: the balloon thread before it shows its window; with SuppressWindowsBalloons two threads of their own
-// afterwards. Locks: none is held while a foreign window is asked, since it may not answer.
+// afterwards. Locks: none is held during a call to a foreign window, since it may not respond.
 #pragma once
 
 #include "balloon/BalloonState.h"
 #include "platform/win32.h"
 
-// The first foreign balloon in the area beside an anchor; null if there is none.
+// The first foreign balloon in the area next to an anchor; null if there is none.
 HWND FindForeignBalloon(LONG x, LONG y, BalloonCorner point);
 
 // Whether a window is a tool tip. window: may be null.
@@ -17,8 +17,8 @@ bool IsToolTipWindow(HWND window);
 // className: takes the window's class for the log.
 bool IsSpecialWindow(HWND window, char (&className)[64]);
 
-// Waits until no foreign balloon is beside the anchor, and dismisses one that stays; or dismisses it at once, if the
-// settings say so. Returns: false when one is still there after 11 seconds and no balloon is to be shown.
+// Waits until no foreign balloon is next to the anchor, and dismisses one that stays; or dismisses it at once, if the
+// settings say so. Returns: false when one is still there after 11 seconds and no balloon must be shown.
 bool SettleForeignBalloons(const BalloonAnchor& anchor);
 
 // The two threads that keep foreign balloons away, where the settings say so. The first is started with the new

@@ -1,5 +1,6 @@
-// The record of one balloon tip: what a child was asked to show, and unchanged the message with which a program on the
-// same machine gives a visible balloon new texts. Plain data; who shares a record says what guards it.
+// The record of one balloon tip: what a child was asked to show, and, with the same layout, the message by which a
+// program on the same machine gives a visible balloon new texts. Plain data; each owner of a shared record states its
+// guard.
 #pragma once
 
 #include <cstddef>
@@ -28,7 +29,7 @@ constexpr bool ReadsRightToLeft(LONG charSet) {
     return charSet == HebrewCharSet || charSet == ArabicCharSet;
 }
 
-// Makes a record from outside fit to be used: each text ends inside its field, the time is 0 to 60000 ms.
+// Makes a record from outside safe to use: each text ends inside its field, the time is 0 to 60000 ms.
 inline void MakeRecordSafe(FreeBalloonInfo* record) {
     record->Title[sizeof(record->Title) - 1] = 0;
     record->Text1[sizeof(record->Text1) - 1] = 0;

@@ -1,5 +1,5 @@
-// Owners of drawing objects: each lives as long as the scope that holds it, so that a balloon that is drawn many times
-// leaves nothing behind. Thread: the balloon thread.
+// Owners of drawing objects: each lives as long as the scope that holds it, so that repeated drawing leaks nothing.
+// Thread: the balloon thread.
 #pragma once
 
 #include "platform/win32.h"
@@ -39,7 +39,7 @@ private:
     HGDIOBJ m_old;
 };
 
-// A bitmap in memory to draw on. Without memory for it Context is null, and the caller draws on the screen.
+// A bitmap in memory to draw on. If memory is short, Context is null and the caller draws on the screen.
 class MemoryCanvas {
 public:
     MemoryCanvas(HDC screen, LONG width, LONG height) : m_context(CreateCompatibleDC(screen)) {

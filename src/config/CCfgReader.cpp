@@ -12,7 +12,7 @@
 
 CCfgReader* g_pCfgReader = nullptr;
 
-// Numbers are read through a buffer of this size; a text that needs more is no number that an administrator meant.
+// Numbers are read through a buffer of this size; no number that an administrator means needs more.
 constexpr DWORD NumberTextBytes = 32;
 
 static_assert(SectionNameCount == SectionTypeCount);
@@ -36,7 +36,7 @@ void AddSectionValue(CfgSection* section, LONG place, char* key, DWORD keyHash, 
     section->KeyHashes[place] = keyHash;
     section->Values[place] = value;
     section->ValueCount = place + 1;
-    // Chained at the end, so that a look-up meets equal keys in the order of the file.
+    // Appended to the chain, so that a look-up meets equal keys in the order of the file.
     const auto link = static_cast<WORD>(place + 1);
     const DWORD bucket = BucketOf(keyHash);
     if (section->BucketFirst[bucket] == 0) {
@@ -86,8 +86,8 @@ void CCfgReader::DeleteSnapshot(const char* reason) {
     }
 }
 
-// Walks all values without stopping at a match, so that the last of two equal keys wins and each one that has no room
-// is told.
+// Walks all values without stopping at a match, so that the last of two equal keys wins and each one without room is
+// logged.
 bool CCfgReader::CopyValue(const CfgSection& section, const char* key, char* out, DWORD sizeBytes, DWORD* length) {
     const DWORD hash = NameHash(key);
     bool found = false;
@@ -97,7 +97,7 @@ bool CCfgReader::CopyValue(const CfgSection& section, const char* key, char* out
         if (section.KeyHashes[place] != hash) {
             continue;
         }
-        // Keys are mostly written as they are asked for, and the comparison by words costs more than all the rest.
+        // Keys are mostly written as they are queried, and the comparison by words costs more than everything else.
         if (strcmp(section.Keys[place], key) != 0 && lstrcmpiA(section.Keys[place], key) != 0) {
             continue;
         }
@@ -176,7 +176,7 @@ UserType CCfgReader::GetUserTypeFromCfg(CfgSectionType type, LONG number, DWORD 
     const IndexedKey elevatedKey("elevated_", index);
     const IndexedKey restrictedKey("restricted_", index);
 
-    // Each key overrides the one before: whoever asks for less rights beside more gets less.
+    // Each key overrides the one before: a request for fewer rights wins over one for more.
     UserType userType = UserType::normal;
     LONG flag = 0;
     if (g_Os.MajorVersion >= MajorVersionWithElevation) {

@@ -1,5 +1,5 @@
-// The one snapshot of the configuration and every question about it. The source is an INI file, or a registry key that
-// exists at the start of the process; both give the same sections of text values. WinMain makes the reader and the
+// The one snapshot of the configuration and every query of it. The source is an INI file, or a registry key that
+// exists at the start of the process; both give the same sections of text values. WinMain creates the reader and the
 // first snapshot; port events renew it when the source has changed. Nothing watches the source, and a getter never
 // opens it.
 // Thread: any. Locks: each getter and each change of the snapshot takes the reader's own lock for that one operation;
@@ -45,7 +45,7 @@ struct CfgSection {
     WORD BucketNext[MaxSectionValues];
 };
 
-// Enters a value at a place that is above all places in use. key, value: as the snapshot owns them.
+// Enters a value at an index above all those in use. key, value: as the snapshot owns them.
 void AddSectionValue(CfgSection* section, LONG place, char* key, DWORD keyHash, char* value);
 
 class CCfgReader {
@@ -66,8 +66,8 @@ public:
     void DeleteSnapshot(const char* reason);
 
     // Copies the value of `key`, or `defaultText` where section or key is absent, into `out` of `sizeBytes` bytes (at
-    // least 1). A key that occurs twice gives its last value. A value with no room in `out` is told in the log and
-    // gives the default; a default with no room is cut. Key names compare without regard to case.
+    // least 1). A key that occurs twice gives its last value. A value with no room in `out` is logged and gives the
+    // default; a default with no room is cut. Key names compare without regard to case.
     // Returns: the length of the text in `out`.
     DWORD GetString(CfgSectionType type, LONG number, KeyName key, const char* defaultText, char* out, DWORD sizeBytes);
     DWORD GetString(CfgSectionType type, KeyName key, const char* defaultText, char* out, DWORD sizeBytes);
@@ -89,7 +89,7 @@ public:
     // Returns: 0 to 6, or -1 after the log line that names the unknown section.
     LONG FindSectionType(const char* baseName, LONG number) const;
 
-    // The user that the keys system_, elevated_ and restricted_ of one entry name, `normal` without any of them.
+    // The user named by the keys system_, elevated_ and restricted_ of one entry; `normal` without any of them.
     UserType GetUserTypeFromCfg(CfgSectionType type, LONG number, DWORD index);
 
 private:
@@ -111,7 +111,7 @@ private:
     DWORD ReadRegSnapshot(HKEY configKey) QM_REQUIRES(m_Lock);
     CfgSection* AddRegSection(DWORD keyIndex, const char* subkeyName) QM_REQUIRES(m_Lock);
 
-    // Why a source of this write time (0: unknown) is not read, in one line for each change of the two.
+    // Logs why a source with this write time (0: unknown) is not read, once for each change of the two.
     // place: the file or the key. error: of Windows, 0: none.
     void LogUnreadable(const char* place, const char* reason, DWORD error, ULONGLONG writeTime) QM_REQUIRES(m_Lock);
 
@@ -131,15 +131,15 @@ private:
     char szRegKey[128] = {};                        // as szIniFile
     DWORD KeyCount QM_GUARDED_BY(m_Lock) = 0;       // subkeys of the configuration key
     DWORD SectionTypeHashes[SectionTypeCount] = {}; // as szIniFile
-    DWORD UseRegistry = 0;                          // as szIniFile: the choice is made once
+    DWORD UseRegistry = 0;                          // as szIniFile: chosen once
     DWORD SectionCount QM_GUARDED_BY(m_Lock) = 0;
-    // What LogUnreadable wrote last; null: the source was read.
+    // What LogUnreadable logged last; null: the source was read.
     const char* LoggedReason QM_GUARDED_BY(m_Lock) = nullptr;
     DWORD LoggedError QM_GUARDED_BY(m_Lock) = 0;
     ULONGLONG LoggedWriteTime QM_GUARDED_BY(m_Lock) = 0;
-    DWORD WasThere QM_GUARDED_BY(m_Lock) = 0;   // the file, at some time since the start
-    DWORD HeldTicker QM_GUARDED_BY(m_Lock) = 0; // when a wait for the file was last in vain; 0: never
-    CRITICAL_SECTION m_Lock;                    // entered again by the thread that holds it
+    DWORD WasThere QM_GUARDED_BY(m_Lock) = 0;   // the file existed at some time since the start
+    DWORD HeldTicker QM_GUARDED_BY(m_Lock) = 0; // when a wait for the file last failed; 0: never
+    CRITICAL_SECTION m_Lock;                    // may be entered again by its holder
 };
 
 extern CCfgReader* g_pCfgReader; // set before the threads start, lives until the end of WinMain

@@ -22,7 +22,7 @@ struct NumericKey {
 };
 } // namespace
 
-// In reading order: these before [BalloonTips], the others behind it.
+// In reading order: these before [BalloonTips], the others after it.
 constexpr NumericKey FirstKeys[] = {
     {KeyRow("TelitHack"), &CSettings::TelitHack},
     {KeyRow("RegisterAllDevClasses"), &CSettings::RegisterAllDevClasses},
@@ -59,7 +59,7 @@ static LONG ReadBalloonNumber(KeyName name, LONG defaultValue) {
     return value;
 }
 
-// As signed numbers, so a negative time becomes the shortest one and not the longest.
+// As signed numbers, so a negative time becomes the minimum, not the maximum.
 static LONG ClampTimeout(LONG milliseconds) {
     if (milliseconds < TimeoutKey.lowest) {
         return TimeoutKey.lowest;

@@ -1,8 +1,8 @@
-// The values of [Settings] and [BalloonTips] as plain fields. WinMain makes the object after the first snapshot and
-// reads it; a port event that finds a new snapshot reads it again, so a changed file takes effect there. Keys of the
-// log and of the balloon's look are read from the file by those who need them.
+// The values of [Settings] and [BalloonTips] as plain fields. WinMain creates the object after the first snapshot and
+// reads it; a port event that finds a new snapshot reads it again, so that is when a changed file takes effect. Keys of
+// the log and of the balloon's look are read from the file by those who need them.
 // Thread: written by the port event that reloads, read by any thread. No lock: each field is one word or a text
-// replaced in place, and a reader that meets the change takes the old value or the new one.
+// replaced in place, and a concurrent reader gets the old value or the new one.
 #pragma once
 
 #include "platform/win32.h"
@@ -11,7 +11,7 @@ class CSettings {
 public:
     CSettings();
 
-    // Writes every field; a key that is absent or has no room gets its default. Cannot fail.
+    // Writes every field; a key that is absent or too long gets its default. Cannot fail.
     void ReadSettings();
 
     LONG QuickAndDirtyMode;

@@ -4,7 +4,7 @@
 
 #include "platform/win32.h"
 
-// Milliseconds of `text`: its decimal number times the unit that the first letter a to z names, wherever that stands:
-// s, m, h or d in either case. Any other letter and no letter mean milliseconds.
-// Returns: 0 for a text of more than 63 characters and for a text that begins with no number. Wraps at 2^32.
+// Milliseconds of `text`: its decimal number times the unit named by its first letter a to z, wherever that is: s, m, h
+// or d in either case. Any other letter, or none, means milliseconds.
+// Returns: 0 for a text of more than 63 characters and for one that does not begin with a number. Wraps at 2^32.
 DWORD ParseDuration(const char* text);

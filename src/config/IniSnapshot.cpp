@@ -15,8 +15,8 @@ constexpr signed char FirstKeyCharacter = 'A'; // as a signed byte, so bytes fro
 constexpr unsigned char MarkByteLow = 0xFE;
 constexpr unsigned char MarkByteHigh = 0xFF;
 
-// A reader that does not share the file, a scanner or a backup, mostly lets go of it at once. Whoever holds it for long
-// costs one such wait in five seconds.
+// A program that does not share the file, a scanner or a backup, mostly closes it soon. One that holds it for long
+// costs one such wait every five seconds.
 constexpr DWORD HeldWaitMs = 1000;
 constexpr DWORD HeldPauseMs = 50;
 constexpr DWORD HeldAgainMs = 5000;
@@ -49,7 +49,7 @@ struct LineExtent {
 };
 } // namespace
 
-// The text ends in a line feed, which stops every search: no other bound is tested for each byte.
+// The text ends in a line feed, which stops every search, so no other bound is tested for each byte.
 static LineExtent FindLineEnd(char* at) {
     LineExtent extent{nullptr, nullptr};
     for (;; ++at) {
@@ -68,8 +68,8 @@ static LineExtent FindLineEnd(char* at) {
     }
 }
 
-// Whether a mark may stand in the value. Nearly every value of a rule holds an underscore, hardly one holds two
-// together, and a search of Windows costs as much as all the rest of a line.
+// Whether a mark may be in the value. Nearly every value of a rule holds an underscore, hardly any two in a row, and a
+// search by Windows costs as much as all the rest of a line.
 static bool MayHoldMark(const char* value, const char* end) {
     while (auto* underscore = static_cast<const char*>(memchr(value, '_', static_cast<size_t>(end - value)))) {
         if (underscore[1] == '_') {
@@ -80,8 +80,8 @@ static bool MayHoldMark(const char* value, const char* end) {
     return false;
 }
 
-// Puts the section's name and the line's number where the value asks for them. A value never grows, since the next line
-// begins behind it: a text that is longer than its mark is not put in.
+// Inserts the section's name and the line's number where the value asks for them. A value never grows, since the next
+// line begins right after it: a text longer than its mark is not inserted.
 static void ReplaceMarks(char* value, const CfgSection& section, DWORD lineNumber) {
     if (StrStrA(value, SectionMark) != nullptr) {
         ReplaceString(value, SectionMark, section.szKeyName);
@@ -172,7 +172,7 @@ DWORD CCfgReader::ReadIniSnapshot() {
     return 1;
 }
 
-// Returns: the file, or INVALID_HANDLE_VALUE with the last error. Waits up to HeldWaitMs for one that somebody holds.
+// Returns: the file, or INVALID_HANDLE_VALUE with the last error. Waits up to HeldWaitMs for a file in use.
 HANDLE CCfgReader::OpenIniFile() {
     const DWORD startTick = GetTickCount();
     const bool mayWait = HeldTicker == 0 || startTick - HeldTicker >= HeldAgainMs;
@@ -191,13 +191,14 @@ HANDLE CCfgReader::OpenIniFile() {
     }
 }
 
-// Returns: 0 when there is no file to be read; 1 also when its contents did not come in whole, pFileText is null then.
+// Returns: 0 when there is no file to be read; 1 also when its contents could not be read whole, pFileText is null
+// then.
 DWORD CCfgReader::LoadIniText() {
     const OwnedFile file(OpenIniFile());
     if (!file) {
         const DWORD error = GetLastError();
         const bool isMissing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
-        // To have no file at all is as good a configuration as any.
+        // Having no file at all is a valid configuration.
         WasThere = WasThere || !isMissing;
         if (WasThere) {
             LogUnreadable(szIniFile, isMissing ? Missing : NotOpened, isMissing ? 0 : error,
@@ -215,7 +216,7 @@ DWORD CCfgReader::LoadIniText() {
     OwnedArray<char> text(size_t{size} + AppendedBytes);
     DWORD bytesRead = 0;
     const BOOL isRead = ReadFile(file.Get(), text.Get(), size, &bytesRead, nullptr);
-    const DWORD error = isRead ? 0 : GetLastError(); // before anything else is asked of Windows
+    const DWORD error = isRead ? 0 : GetLastError(); // before any other call of Windows
     if (!isRead || bytesRead < size) {
         LogUnreadable(szIniFile, NotWhole, error, GetFileWriteTime(szIniFile));
         return 1;
@@ -227,9 +228,9 @@ DWORD CCfgReader::LoadIniText() {
     return 1;
 }
 
-// Turns UTF-16 of either byte order into the thread's code page, in place. Only whole words of the contents are taken
-// and the line feed is set anew behind the result: in a big-endian file, or behind an odd byte, the appended one would
-// be half of a letter and the last line would be lost.
+// Converts UTF-16 of either byte order to the thread's code page, in place. Only whole words of the contents are
+// converted, and the line feed is added again after the result: in a big-endian file, or after an odd byte, the
+// appended one would be half a letter and the last line would be lost.
 DWORD CCfgReader::ConvertIniText(DWORD* lastLineFeed) {
     WriteLog(1, "ini file appears to be unicode");
     const DWORD roomBytes = FileTextSize - AppendedBytes;
@@ -299,8 +300,8 @@ void CCfgReader::ParseIniText(DWORD lastLineFeed) {
     }
 }
 
-// Returns: the section whose values follow: the new one, `current` when the line counts for nothing, or null when the
-// values that follow are to be dropped.
+// Returns: the section whose values follow: the new one, `current` when the line is ignored, or null when the values
+// that follow must be dropped.
 CfgSection* CCfgReader::AddIniSection(char* line, DWORD length, CfgSection* current) {
     if (length >= SectionLineLimit || length <= 2) {
         return current;

@@ -20,7 +20,7 @@ static constexpr SuffixTable MakeSuffixes() {
     return table;
 }
 
-// A table and not one buffer that each call writes: log lines of two threads would show each other's number.
+// A table instead of one shared buffer: log lines of two threads would show each other's number.
 constexpr SuffixTable Suffixes = MakeSuffixes();
 static_assert(sizeof(Suffixes.rows) == SuffixCount * 3);
 

@@ -11,8 +11,8 @@
 // The section without a number; callers walk 1 to 99 and try this one last.
 constexpr LONG NoSectionNumber = 100;
 
-// Rewrites the last place of the key in `text`, where its template has the underscore.
-// sizeWithTerminator: sizeof of the template, so that the place is found again in a buffer already rewritten.
+// Rewrites the last character of the key in `text`, where its template has the underscore.
+// sizeWithTerminator: sizeof of the template, so that the position is found again in a buffer already rewritten.
 // index: a plain number 1 to 9 or a character '1' to '9' puts the digit there; 10 and the character '0' cut the key off
 // there. Any other index cuts it off as well: an underscore never reaches a key name.
 void SetKeyIndex(char* text, size_t sizeWithTerminator, DWORD index);
@@ -32,10 +32,10 @@ public:
         }
         SetIndex(index);
     }
-    // index: as of SetKeyIndex.
+    // index: as for SetKeyIndex.
     void SetIndex(DWORD index) { SetKeyIndex(m_text, m_size, index); }
     const char* Text() const { return m_text; }
-    operator KeyName() const { return {m_text, 0}; } // good as long as this object
+    operator KeyName() const { return {m_text, 0}; } // valid as long as this object
 
 private:
     char m_text[LongestKeyTemplate + 1];
@@ -43,5 +43,5 @@ private:
 };
 
 // Returns: the decimal text of a number up to 99 for log lines and messages, the empty text for any number above it.
-// One row of a constant table; never to be freed, good for the life of the process.
+// Part of a constant table: never freed, valid for the life of the process.
 const char* SectionNumberSuffix(LONG number);

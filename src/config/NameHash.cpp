@@ -26,7 +26,7 @@ DWORD NameHash(std::string_view text) {
         memcpy(&bytes, at, sizeof(bytes));
         hash += SumOfWords(bytes);
     }
-    // The zero behind an odd length and the zeros that fill up the last eight bytes add nothing. Byte by byte, because
+    // The zero after an odd length and the padding of the last eight bytes add nothing. Byte by byte, because
     // a copy of unknown length is a call, and most names end here.
     bytes = 0;
     for (size_t i = 0; i < left; ++i) {

@@ -19,9 +19,9 @@ static ULONGLONG FileTimeWord(const FILETIME& time) {
     return static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
 }
 
-// The data of one value as text. data: one byte longer than what the registry may fill, since nothing makes a program
-// that wrote it end its string with a zero.
-// Returns: false for a value that is to be skipped.
+// The data of one value as text. data: one byte longer than what the registry may fill, since the program that wrote it
+// need not have ended the string with a zero.
+// Returns: false for a value to skip.
 static bool ReadRegText(HKEY key, const char* subkeyName, const char* name, char (&data)[DataBytes + 1]) {
     DWORD type = REG_NONE;
     DWORD sizeBytes = DataBytes;
@@ -56,7 +56,7 @@ static void ReadRegValue(HKEY key, const char* subkeyName, DWORD index, CfgSecti
         return;
     }
     StrTrimA(name, Blanks);
-    // The place follows the value's index: one that was skipped leaves a null entry, which look-ups pass over.
+    // The index is that of the value in the registry: a skipped one leaves a null entry, which look-ups ignore.
     AddSectionValue(section, static_cast<LONG>(index), StrDupNew(name), NameHash(name), StrDupNew(data));
     WriteLog(5, " Values[%i]: %s = %s", static_cast<LONG>(index), name, data);
 }
@@ -165,8 +165,8 @@ DWORD CCfgReader::ReadRegSnapshot(HKEY configKey) {
     return 1;
 }
 
-// Returns: the new section, or null for a subkey that is to be skipped. A subkey that repeats a section is told and
-// skipped with all its values: the first one stays as it is.
+// Returns: the new section, or null for a subkey to skip. A subkey that repeats a section is logged and skipped with
+// all its values: the first one stays as it is.
 CfgSection* CCfgReader::AddRegSection(DWORD keyIndex, const char* subkeyName) {
     char baseName[NameBytes];
     CopyText(baseName, subkeyName);

@@ -94,7 +94,7 @@ AssignmentOutcome CheckComPortAssignment(int index) {
         KeepPresentNumber(port);
         return AssignmentOutcome::Unchanged;
     }
-    // A port with a conflict or a problem needs its restart: moving the name alone would hide what is wrong.
+    // A port with a conflict or a problem needs a restart: moving the name alone would hide the problem.
     if (check.registryHolder == nullptr && !port->MarkedForRestart && port->Problem == 0 &&
         port->szKernelNameCom[0] != 0) {
         check.quickAndDirty = ReadQuickMode(check);
@@ -125,7 +125,7 @@ LONG CheckAllComPortAssignments() {
 }
 
 void CheckPortsTwice() {
-    // A starter that gave up waiting lets events through while the table is still being made.
+    // A starter that gave up waiting lets events through while the table is still being built.
     if (g_pComPorts == nullptr) {
         return;
     }

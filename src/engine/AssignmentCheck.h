@@ -10,8 +10,8 @@
 
 constexpr LONG MaxNewPorts = MostPortNumbers;
 
-// The numbers that the section's port names want, in order of preference, into `numbers` of MaxNewPorts places; places
-// behind the count stay as they are.
+// The numbers that the section's port names want, in order of preference, into `numbers` of MaxNewPorts elements;
+// elements beyond the count are unchanged.
 // Returns: their count, 0 to 256.
 LONG GetPortNamesFromSection(CfgSectionType sectionType, LONG sectionNumber, DWORD* numbers);
 

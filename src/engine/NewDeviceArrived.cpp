@@ -35,7 +35,7 @@ struct RegisteredClass {
     GUID interfaceClass;
 };
 
-// What follows from an event of an interface class.
+// What is done for an event of an interface class.
 enum class DeviceRoad {
     None,
     Port,
@@ -49,7 +49,7 @@ struct DeviceClassRow {
     char letter;
     const char* name;
     LONG arrivalLevel;
-    LONG removalLevel; // 0: a removal is not looked at
+    LONG removalLevel; // 0: removals are ignored
     DeviceRoad road;
 };
 } // namespace
@@ -63,7 +63,7 @@ constexpr RegisteredClass RegisteredClasses[] = {
 constexpr size_t RegisteredClassCount = sizeof(RegisteredClasses) / sizeof(RegisteredClasses[0]);
 static_assert(RegisteredClassCount == 5);
 
-// In the order of the test; a root hub is told from another hub by its path, so its row stands first.
+// In the order of the test; only its path distinguishes a root hub from other hubs, so its row comes first.
 constexpr DeviceClassRow DeviceClasses[] = {
     {InterfaceClass::ComPort, nullptr, 'C', "COM-Port", 1, 1, DeviceRoad::Port},
     {InterfaceClass::Modem, nullptr, 'M', "Modem", 4, 4, DeviceRoad::Port},
@@ -118,7 +118,7 @@ static const DeviceClassRow* FindDeviceClass(const GUID& interfaceClass, const c
 }
 
 static void RescanHubs(DeviceRoad road) {
-    // The names of the hubs begin with what the root hubs' list knows, so that one comes first.
+    // Hub names start with the controller number from the root hubs' list, so that list is read first.
     if (road == DeviceRoad::RootHub && g_pUsbRoothubs != nullptr) {
         g_pUsbRoothubs->CreateSnapshot();
     }
@@ -127,7 +127,7 @@ static void RescanHubs(DeviceRoad road) {
     }
 }
 
-// Starts what the class asks for. Returns: the thread of a port's arrival, or null.
+// Starts what the class requires. Returns: the thread of a port's arrival, or null.
 static HANDLE StartArrival(const GUID& interfaceClass, const char* path) {
     const DeviceClassRow* row = FindDeviceClass(interfaceClass, path);
     if (row == nullptr) {
@@ -153,7 +153,7 @@ static void RouteArrival(const DEV_BROADCAST_DEVICEINTERFACE_A& device) {
     WideOrAnsiToAnsi(path, device.dbcc_name);
     WriteLog(3, "+++ New dev classguid=%s devpath=%s", DeviceGuidName(device.dbcc_classguid), path);
     WriteLog(3, "r1=%s r2=%s", szRestarting1, szRestarting2);
-    // The arrival is the end of our own restart: whatever comes from this path next is the user's doing.
+    // The arrival completes our own restart: later events from this path are the user's doing.
     char* const marks[] = {szRestarting1, szRestarting2};
     for (char* mark : marks) {
         if (ContainsMark(path, mark)) {
@@ -203,8 +203,8 @@ static void LogPortName(const DEV_BROADCAST_HDR* broadcast) {
     WriteLog(3, " name=%s", name);
 }
 
-// A port that was swapped at the start and runs again has arrived while nobody listened. The mark that its arrival
-// would have taken away would drop the next removal and arrival of this path.
+// A port that was swapped at the start and runs again arrived before the service listened. Its mark, which that arrival
+// would have cleared, would drop the next removal and arrival of this path.
 static void ForgetUnheardArrival(char (&mark)[260]) {
     char path[sizeof(mark) + PathPrefixLength];
     FormatText(path, "\\\\?\\%s", mark);
@@ -241,8 +241,8 @@ void UnregisterDeviceNotifications() {
     }
 }
 
-// Only the events of one device have a record. Any program can send the window another code with any number in place
-// of the record's address, and a read there would end the process.
+// Only events of a single device carry a record. Any program can send the window other codes with an arbitrary value in
+// place of the record's address, and reading it would crash the process.
 static bool HasRecord(DWORD eventCode, const DEV_BROADCAST_HDR* broadcast) {
     return broadcast != nullptr && (eventCode == DBT_DEVICEARRIVAL || eventCode == DBT_DEVICEQUERYREMOVE ||
                                     eventCode == DBT_DEVICEREMOVECOMPLETE);
@@ -257,7 +257,7 @@ DWORD DeviceChangeMsg(DWORD eventCode, const DEV_BROADCAST_HDR* broadcast) {
     switch (eventCode) {
     case DBT_DEVNODES_CHANGED:
         WriteLog(3, "DBT_DEVNODES_CHANGED");
-        // One id for all of them: each event of a burst starts the second of quiet anew.
+        // One id for all of them: each event of a burst restarts the second of quiet.
         CreateCallbackTimer(DevnodesChangedDelayMs, DevnodesChangedTimerId, /*context=*/0,
                             ProcessDevnodesChanged_TimerProc);
         break;

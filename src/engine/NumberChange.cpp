@@ -98,10 +98,11 @@ void WaitForNewName(CComPort* port) {
     MarkCopiedName(port);
 }
 
-// The name goes even if another device has come to this kernel name meanwhile: whom that costs its name gets it back in
-// the next step. The storms name what is left of it as an exception; the order is not changed for it.
+// Matched by kernel name alone, so this may delete another device's link. RestoreOtherPortsName recreates the other
+// port's; the storms list the rest as exception (a).
 void DeleteOldName(const Assignment& check) {
-    // A restart under the name that the registry held before has no old name: it would delete what just appeared.
+    // After a restart under the previous registry name there is no old name: deleting it would remove the name that
+    // just appeared.
     if (lstrcmpiA(check.szOldRegPortName, check.port->szRegPortName) == 0) {
         return;
     }

@@ -8,21 +8,21 @@
 // Writes the number into the registry and keeps the old names. Returns: whether the registry holds it now.
 bool WriteNewNumber(Assignment* check, const char* name);
 
-// Name, digits and number of the DOS name in force follow the registry name, which is the port's own by now.
+// Sets name, digits and number of the DOS name in force from the registry name, which is the port's own by now.
 void SetNameInForce(CComPort* port);
 // Registry name and COM name database follow the registry.
 void UpdateRegistryName(Assignment* check, const char* name);
 // Moves the DOS name alone. Returns: whether the new name is in force.
 bool MoveDosName(Assignment* check, const char* name);
-// Restarts the upper device later, once for all ports that came along with it.
+// Schedules a restart of the upper device, one for all ports that came along with it.
 void PutOffRestart(CComPort* port);
-// Restarts the port by the means that its problem and its bus allow. Returns: whether one succeeded.
+// Restarts the port by the means that suit its problem and its bus. Returns: whether one succeeded.
 bool RestartForNewNumber(CComPort* port);
-// Waits for at most five seconds until the restarted device has made its DOS name, and takes it over.
+// Waits for at most five seconds until the restarted device has made its DOS name, and adopts it.
 void WaitForNewName(CComPort* port);
 // Deletes the old DOS name if the device left it behind.
 void DeleteOldName(const Assignment& check);
-// Gives the other port its DOS name back if the renaming cost it.
+// Gives the other port its DOS name back if the renaming deleted it.
 void RestoreOtherPortsName(const CComPort* otherPort);
-// Takes the device map's value away if the device has another kernel name now.
+// Deletes the device map's value if the device has a new kernel name.
 void CleanDeviceMap(const Assignment& check);

@@ -58,8 +58,8 @@ void TakeOverLateName(CComPort* port) {
 }
 
 // A port that lost its name at the start stays marked when its restart is that of its hub port or of an upper device.
-// It would get another free number at each check, restarted again and again, though it has one of its own by now. So
-// that one stands before the free one.
+// Each check would then pick another free number and restart it again, although it has one of its own by now, so that
+// number is tried before any free one.
 static bool HasOwnNumberByNow(const Assignment& check) {
     return check.registryHolder == nullptr && check.port->PortNumber != 0 && !check.port->HasCopiedName;
 }
@@ -87,7 +87,7 @@ void BuildNewPortNames(Assignment* check) {
     if (!LogFile_Wants(1)) {
         return;
     }
-    // A list that is longer than the line is cut; the numbers of most preference stand first.
+    // A list that is longer than the line is cut; the most preferred numbers come first.
     char list[512] = "";
     for (LONG i = 0; i < check->newPortCount; ++i) {
         AppendText(list, i != 0 ? ", " : "");
@@ -117,7 +117,8 @@ void KeepPresentNumber(CComPort* port) {
 }
 
 void KeepWantedOfTwoNames(CComPort* port, const char* name) {
-    // A registry name that is the wanted one already is no old name: deleting it would leave the device without any.
+    // If the registry name already is the wanted name, there is no old name: deleting it would leave the device without
+    // any.
     if (lstrcmpiA(port->szRegPortName, name) != 0) {
         WriteLog(1, "%s has two Win32 names: %s, %s -> delete %s", port->szKernelNameCom, port->szRegPortName, name,
                  port->szRegPortName);
@@ -130,7 +131,7 @@ void KeepWantedOfTwoNames(CComPort* port, const char* name) {
                                     port->szKernelNameCom)) {
         WriteLog(2, "update Port[%u] %s -> %s", static_cast<DWORD>(port->Index), port->szRegPortName, name);
         CopyText(port->szRegPortName, name);
-        // The record would still hold the deleted name against others.
+        // Otherwise the record would keep the deleted name from other ports.
         CopyText(port->szPortName, name);
         CopyComDigits(name, port->PortNumberText);
     }
@@ -163,7 +164,7 @@ void KeepNumberTaken(CComPort* port) {
 bool DoPortsWantEachOther(const Assignment& check) {
     const LONG section = GetFittingSectionNumber(check.nameHolder, ComPorts);
     DWORD numbers[MaxNewPorts];
-    // Neither has a name to give that leads to the device of a third one.
+    // Neither name may lead to a third device: the swap deletes both links.
     if (check.port->HasCopiedName || check.nameHolder->HasCopiedName) {
         return false;
     }

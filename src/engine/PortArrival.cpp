@@ -22,13 +22,13 @@
 #include "support/system/ScopeGuard.h"
 #include "support/texts/BoundedText.h"
 
-// All on unsigned differences of ticks.
-constexpr DWORD OwnChangeMs = 5000;       // up to and with it, an arrival is the one that our last change caused
-constexpr DWORD OwnRestartMs = 5000;      // below it, a removal is the one that our own restart caused
-constexpr DWORD FlickerMs = 1000;         // up to and with it, a port came and went without meaning
+// All compared with unsigned tick differences.
+constexpr DWORD OwnChangeMs = 5000;       // up to and including it, an arrival was caused by our last change
+constexpr DWORD OwnRestartMs = 5000;      // below it, a removal was caused by our own restart
+constexpr DWORD FlickerMs = 1000;         // up to and including it, a port only flickered
 constexpr DWORD ChangeForgottenMs = 2000; // from it on, a change of the number does not explain a flicker
 
-constexpr LONG AfterArrivalMs = 1000; // to the balloon and the actions: a device brings several ports
+constexpr LONG AfterArrivalMs = 1000; // until balloon and actions: a device may bring several ports
 constexpr LONG AfterRemovalMs = 500;
 constexpr size_t LoggedDeviceIdChars = 200;
 
@@ -36,7 +36,7 @@ static DWORD AgeOf(DWORD ticker) {
     return GetTickCount() - ticker;
 }
 
-// For the log only: what registry and DOS name space say of the port before anything is done.
+// For the log only: what registry and DOS name space hold for the port beforehand.
 static void LogNamesOfNewPort(const char* devpath) {
     const DWORD devInst = GetDevInstByDevicePathAny(devpath, DIGCF_PRESENT);
     char deviceId[LoggedDeviceIdChars];
@@ -65,7 +65,7 @@ static bool SharesHubPort(const CComPort* port) {
     return false;
 }
 
-// Takes the power from the port's hub port, where the port has one for itself. Returns: whether it was restarted so.
+// Cycles the port's hub port, if the port has one to itself. Returns: whether that restarted it.
 static bool CycleOwnHubPort(const CComPort* port) {
     if (port->BusType != BusUsb || port->HubDevInst == 0 || port->UsbPortNumber == 0 || SharesHubPort(port)) {
         return false;
@@ -109,12 +109,12 @@ static bool MoveToFreeNumber(CComPort* port) {
     ChangeRegistryComPortNumber(port->szRegPortName, name, port->szRegEnumPath, port->szRegClassPath,
                                 port->szKernelNameCom);
     ComNameArbiterAdd(number);
-    // The registry may have had another number than the one in force, which is the other port's.
+    // The registry may have held another number than the one in force, which is the other port's.
     FreeLeftNumber(port);
     port->LeftNumber = GetNumberOfPortName(port->szRegPortName);
-    // The names of the record were those of the port that was there first, and it has none of its own until it is back.
-    // With them a second arrival of this start would move it once more, and a newcomer would be moved away from the
-    // number that it left.
+    // The names in the record were those of the port that was there first; this one has none until it is back. Left in
+    // place, they would make a second arrival of this start move it again, and move a newcomer away from the number
+    // that it left.
     CopyText(port->szRegPortName, name);
     port->szPortName[0] = 0;
     port->szKernelNameCom[0] = 0;
@@ -125,8 +125,8 @@ static bool MoveToFreeNumber(CComPort* port) {
     return true;
 }
 
-// The link went with the newcomer, so it was that one's all the time, and `port` never had a name. It is free for it
-// now.
+// The link left with the newcomer, so it was the newcomer's all the time, and `port` never had a name. The name is free
+// for it now.
 static void RestartIfNameless(CComPort* port) {
     char target[DosTargetSize];
     if (!IsRealDevInst(port->DevInst) || GetProblem(port->DevInst) != 0 || QueryDosName(port->szRegPortName, target)) {
@@ -137,7 +137,7 @@ static void RestartIfNameless(CComPort* port) {
 }
 
 // Looks for ports that were there first and own the newcomer's number.
-// Returns: whether the newcomer was moved; the arrival that its restart brings does the rest.
+// Returns: whether the newcomer was moved; the arrival after its restart does the rest.
 static bool MoveAwayFromCollision(CComPort* port) {
     RetireVirtualRecords(port->szRegPortName);
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
@@ -202,7 +202,7 @@ void ComPortArrived(const char* devpath) {
     if (port->ChangePortTicker != 0) {
         WriteLog(1, "port was changed %ums before", AgeOf(port->ChangePortTicker));
     }
-    // A change that was put off lies ahead of now: the huge difference lets its port be checked again.
+    // A deferred change lies ahead of now: the unsigned difference is then huge, and the port is checked again.
     if (AgeOf(port->ChangePortTicker) > OwnChangeMs) {
         outcome = CheckComPortAssignment(index);
     } else {
@@ -219,13 +219,13 @@ void ComPortArrived(const char* devpath) {
     if (outcome == AssignmentOutcome::Unchanged) {
         FixFriendlyName(port->szRegEnumPath, port->PortNumber);
     } else if (outcome != AssignmentOutcome::Changed || g_pSettings == nullptr || !g_pSettings->QuickAndDirtyMode) {
-        return; // the arrival that the restart brings goes on from here
+        return; // the arrival after the restart continues from here
     }
     if (IsArrivalBalloonDue(port)) {
         CreateCallbackTimer(AfterArrivalMs, ArrivalBalloonTimerId, static_cast<ULONG_PTR>(index),
                             ShowBalloonForPort_TimerProc, BalloonTimerName);
     }
-    DoOnArrivalRemoval_Async(port, OnArrival, AfterArrivalMs); // whether or not the balloon is due
+    DoOnArrivalRemoval_Async(port, OnArrival, AfterArrivalMs); // whether or not a balloon is due
 }
 
 void ComPortRemoved(const char* devpath) {
@@ -236,7 +236,7 @@ void ComPortRemoved(const char* devpath) {
     }
     g_pComPorts->ListPorts();
     const int index = g_pComPorts->FindPortIdxByDevicePath(devpath);
-    // The removal of a device that the table does not know may be that of a link's driver.
+    // The removal of a device that the table does not know may be that of the driver that made a link.
     RetireVirtualRecords(nullptr);
     if (index < 0) {
         WriteLog(1, " not found");

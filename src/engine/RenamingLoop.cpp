@@ -13,16 +13,16 @@
 #include "support/system/ProcessState.h"
 #include "support/system/ScopeGuard.h"
 
-constexpr DWORD CameAlongMs = 30000; // below it, a port that followed its upper device came along with it
+constexpr DWORD CameAlongMs = 30000; // below it, a port came along with its upper device
 
 namespace {
-// What one wanted number came to.
+// Result of one wanted number.
 enum class Candidate {
-    Taken,        // the next one is to be tried
+    Taken,        // try the next one
     IsPresent,    // the port has it already
     WasSecond,    // the device had it as a second name
     IsPartners,   // two ports want each other's numbers
-    IsInRegistry, // changed; the device is to follow
+    IsInRegistry, // registry changed; the device has to follow
 };
 } // namespace
 
@@ -34,7 +34,7 @@ static bool IsRealDevice(const CComPort* port) {
     return port != nullptr && static_cast<LONG>(port->DevInst) >= 0;
 }
 
-// Without an upper device there is none whose restart would serve the port.
+// Port 0 means no upper device whose restart would serve the port.
 static bool ComesWithUpperDevice(const CComPort* port) {
     return port->SameParentDevInst != 0 && port->ArrivalTicker - port->SameParentArrivalTicker < CameAlongMs &&
            !IsCyclable(port);
@@ -48,8 +48,8 @@ static bool WouldComeToSibling(const char* name, const CComPort* port) {
     return sibling != nullptr;
 }
 
-// The order is from the mildest means to the hardest: what the port has, a name that is free or only looks taken, the
-// next number, one of two names, a swap, a stray name. Another order would take a number away that need not go.
+// From the mildest means to the hardest: the name that the port has, a name that is free or only looks taken, the next
+// number, one of two names, a swap, a stray name. In another order a port could lose its number without need.
 static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) {
     CComPort* port = check->port;
     const char* name = check->newPortNames[i];
@@ -57,12 +57,12 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
         KeepPresentNumber(port);
         return Candidate::IsPresent;
     }
-    // Not even the last number is tried: what waits for its restart would come back without a name.
+    // Not even the last candidate is exempt: the port that waits for its restart would come back without a name.
     if (const CComPort* holder = FindAwaitedHolder(name, port)) {
         WriteLog(1, "%s waits for the restart of Ports[%i] -> try next port", name, holder->Index);
         return Candidate::Taken;
     }
-    // Before the table test, which would take that port for dead.
+    // Must precede the table test, which would take that port for dead.
     if (WouldComeToSibling(name, port)) {
         return Candidate::Taken;
     }
@@ -79,8 +79,8 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
         if (port->szKernelNameCom[0] == 0 || port->HasCopiedName || !QueryDosName(name, target)) {
             return Candidate::Taken;
         }
-        // A link that an earlier driver left may lead to the device that has come to its kernel name: whose name the
-        // wanted one is says that one's record.
+        // A link left by an earlier driver may lead to a device that took over its kernel name; that device's record
+        // then says who owns the wanted name.
         if (lstrcmpA(target, port->szKernelNameCom) == 0 && !IsLinkOfAnother(port, name, target)) {
             KeepWantedOfTwoNames(port, name);
             return Candidate::WasSecond;
@@ -97,11 +97,11 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
             return Candidate::Taken;
         }
     }
-    // The link that just went may have been one that its driver left behind.
+    // The link just deleted may have been left behind by its driver.
     return !WouldComeToSibling(name, port) && WriteNewNumber(check, name) ? Candidate::IsInRegistry : Candidate::Taken;
 }
 
-// The registry holds the new number; the device has to follow, at once, later or by its DOS name alone.
+// The registry holds the new number; the device follows, at once, later or by its DOS name alone.
 static AssignmentOutcome BringDeviceToName(Assignment* check, const char* name) QM_REQUIRES(CS_assign) {
     CComPort* port = check->port;
     UpdateRegistryName(check, name);
@@ -123,7 +123,7 @@ static AssignmentOutcome BringDeviceToName(Assignment* check, const char* name) 
     return AssignmentOutcome::Changed;
 }
 
-// Returns: the outcome of the first number that is not taken. result: of the check, unless two ports are to swap.
+// Returns: the outcome of the first number that is not taken. result: the check's, unless two ports are to swap.
 static Candidate TryCandidates(Assignment* check, AssignmentOutcome* result) QM_REQUIRES(CS_assign) {
     *result = AssignmentOutcome::Unchanged;
     for (LONG i = 0; i < check->newPortCount; ++i) {
@@ -152,7 +152,7 @@ AssignmentOutcome RenamePort(Assignment* check) {
         return result;
     }
     result = SwapPortNumbers(check->port, check->nameHolder);
-    // Neither arrival sets its bit, since both are passed over, and an unfinished swap leaves either name in use.
+    // Neither arrival sets its bit, since both are skipped, and an unfinished swap may leave either name in use.
     ComNameArbiterAddByName(check->port->szRegPortName);
     ComNameArbiterAddByName(check->nameHolder->szRegPortName);
     check->port->PortChangeDone = 1;

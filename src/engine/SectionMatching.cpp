@@ -106,7 +106,7 @@ LONG TestSectionCriteria(const CComPort* port, CfgSectionType sectionType, LONG 
         }
     }
     if (fits && !isConfigured) {
-        // A section that says nothing about its ports would move every port of the machine.
+        // A section without criteria would move every port of the machine.
         WriteLog(3, "  no criteria is configured -> test not passed");
         fits = false;
     }

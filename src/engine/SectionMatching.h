@@ -1,6 +1,6 @@
-// Which section of the configuration means a port: the criteria keys of the numbered sections against the fields of the
-// port's record. The assignment check asks for ComPorts, the action road for the sections of arrival and removal.
-// Thread: any. Locks: none of its own; each read of a key takes the reader's lock, so a snapshot renewed meanwhile can
+// Finds the section of the configuration that applies to a port: the criteria keys of the numbered sections against the
+// fields of the port's record. Used by the assignment check for ComPorts and by the actions for arrival and removal.
+// Thread: any. Locks: none of its own; each read of a key takes the reader's lock, so a snapshot renewed in between can
 // change the section between two keys.
 #pragma once
 

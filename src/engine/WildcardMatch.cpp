@@ -3,13 +3,13 @@
 constexpr unsigned char AllButCaseBit = 0xDF;
 
 // The end of the pattern fits nothing: compared as a character it would differ from a blank in the case bit alone, and
-// the walk would run on behind the pattern.
+// the walk would run past the end of the pattern.
 static bool FitsOne(char text, char pattern) {
     const auto difference = static_cast<unsigned char>(text ^ pattern);
     return pattern != 0 && ((difference & AllButCaseBit) == 0 || pattern == '?');
 }
 
-// The first place from here on at which a run behind a `*` can begin; the end of the text if there is none.
+// The first place from here on at which a run after a `*` can begin; the end of the text if there is none.
 static const char* SkipToFit(const char* text, char pattern) {
     if (pattern == '?' || pattern == '*') {
         return text;
@@ -44,7 +44,7 @@ LONG WildcardMatch(const char* text, const char* pattern) {
             ++text;
             ++pattern;
         } else {
-            // Only the last `*` is tried anew: whatever an earlier one could take, this one can take as well.
+            // Only the last `*` is retried: whatever an earlier one could match, this one can match as well.
             pattern = restartPattern;
             text = SkipToFit(restartText, *pattern);
             restartText = text + 1;

@@ -23,7 +23,7 @@ constexpr DWORD AllControls = BasicControls | SERVICE_ACCEPT_SESSIONCHANGE;
 static_assert(BasicControls == 0x65 && AllControls == 0xE5);
 constexpr DWORD Windows51 = 0x0501;
 
-// Longer than the initialisation can take, so that the service manager never gives up on it.
+// Longer than the initialisation can take, so that the service manager does not give up on it.
 constexpr DWORD StartPendingHintMs = 61000;
 constexpr DWORD InitWaitStepMs = 1000;
 constexpr DWORD InitWaitLimitMs = 18000;
@@ -39,7 +39,7 @@ static_assert(sizeof(StateNames) / sizeof(StateNames[0]) == LastState);
 
 CService* g_pService;
 
-// Defined here for the rooms below the host.
+// Defined here for the folders below the host.
 bool IsServiceProcess() {
     return g_pService != nullptr && g_pService->IsServiceProcess != 0;
 }
@@ -92,7 +92,7 @@ BOOL CService::Start() {
     return result;
 }
 
-// Waits with checkpoints until the thread has ended or has had its time. Returns: the last wait's result.
+// Waits, with checkpoints, until the thread has ended or its time is up. Returns: the last wait's result.
 DWORD CService::WaitForInitialisation(HANDLE thread) {
     const DWORD startTicks = GetTickCount();
     for (;;) {
@@ -107,7 +107,7 @@ DWORD CService::WaitForInitialisation(HANDLE thread) {
 void CService::ServiceMain() {
     WriteLog(3, "CService::ServiceMain");
     Status.dwCurrentState = SERVICE_START_PENDING;
-    // Before the first control can come: a stop during the initialisation leaves its WM_QUIT in this thread's queue.
+    // Before the first control can arrive: a stop during the initialisation leaves its WM_QUIT in this thread's queue.
     AdoptRunThread();
     hServiceStatus = RegisterServiceCtrlHandlerExA(szServiceName, HandlerExEntry, nullptr);
     WriteLog(3, "RegisterServiceCtrlHandlerEx hServiceStatus=0x%p", static_cast<void*>(hServiceStatus));
@@ -121,7 +121,7 @@ void CService::ServiceMain() {
         OwnedThread thread = StartWorker(InitializeQuillmarchService_ThreadProc, nullptr);
         if (!thread) {
             Status.dwWin32ExitCode = GetLastError();
-            // Nobody else would tell: the service would seem to start for ever.
+            // Without this report the service manager would show the service as starting forever.
             SetStatus(SERVICE_STOPPED);
             return;
         }
@@ -138,12 +138,12 @@ void CService::ServiceMain() {
     SetStatus(SERVICE_STOPPED);
 }
 
-// Thread: the dispatcher's, so no device event is inside the handler while this waits: what holds `CS_main` is an
-// arrival, a timer or the initialisation, and each may hang in a driver. The stop does not hang with them.
+// Thread: the dispatcher's, so no device event is in the handler during this wait: what holds `CS_main` is an arrival,
+// a timer or the initialisation, each of which may hang in a driver. The stop must not hang with them.
 void CService::StopService(const char* szControl) {
     WriteLog(2, "%s", szControl);
     {
-        // One step: a `Run` that begins just now must not report RUNNING behind it.
+        // One step: a `Run` that begins just now must not report RUNNING afterwards.
         LockGuard status(CS_status);
         SetStatus(SERVICE_STOP_PENDING);
         g_StopRequested = 1;
@@ -160,7 +160,7 @@ void CService::StopService(const char* szControl) {
     }
     BOOL result = PostThreadMessageA(RunThreadId, WM_QUIT, 0, 0);
     WriteLog(2, "PostThreadMessage(WM_QUIT) res=%i", result);
-    // Nothing else ends `Run`. If it cannot be woken it stays where it waits, and the end is told in its place.
+    // Nothing else ends `Run`. If it cannot be woken it stays in its wait, and the end is reported for it.
     while (!result && GetTickCount() - startTicks < StopWaitLimitMs) {
         Sleep(StopWaitStepMs);
         result = PostThreadMessageA(RunThreadId, WM_QUIT, 0, 0);
@@ -183,7 +183,7 @@ DWORD CService::HandlerEx(DWORD dwControl, DWORD dwEventType, LPVOID lpEventData
         WriteLog(2, "SERVICE_CONTROL_CONTNUE");
         break;
     case SERVICE_CONTROL_INTERROGATE: {
-        // A state that `Run` reports in between would be taken back.
+        // A state that `Run` reports in between would be reverted.
         LockGuard status(CS_status);
         SetStatus(Status.dwCurrentState);
         break;
@@ -221,7 +221,7 @@ void CService::Run() {
     RunThreadId = GetCurrentThreadId();
     if (g_Mode == ModeService) {
         {
-            // After a stop the service manager has heard of STOP_PENDING: it must not hear of RUNNING again.
+            // After a stop the service manager has received STOP_PENDING: it must not receive RUNNING again.
             LockGuard status(CS_status);
             if (!g_StopRequested) {
                 SetStatus(SERVICE_RUNNING);
@@ -238,7 +238,7 @@ void CService::Run() {
 }
 
 void CService::AdoptRunThread() {
-    // A thread gets its message queue with its first look into it; before that a posted message is lost.
+    // A thread gets its message queue with its first call that needs one; messages posted earlier are lost.
     MSG msg;
     PeekMessageA(&msg, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
     RunThreadId = GetCurrentThreadId();

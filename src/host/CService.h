@@ -1,5 +1,5 @@
-// The one object for everything that has to do with the service control manager: the states and controls of the
-// running service, and, when the executable is called as a tool, registering, removing, starting and stopping it.
+// The one object for the service control manager: the states and controls of the running service, and, when the
+// executable runs as a tool, registering, removing, starting and stopping it.
 //
 // Made by WinMain and reached through `g_pService`. In a service run `Start` and `HandlerEx` run on the first thread,
 // inside the control dispatcher, `ServiceMain` and `Run` on the thread that the dispatcher starts. The tool's
@@ -10,7 +10,7 @@
 
 #include "platform/win32.h"
 
-// What asking for a state came to.
+// Result of requesting a state.
 enum ChangeStateResult : DWORD {
     ChangeRefused = 0, // the start or the control was refused
     ChangeAlready = 1, // already in that state
@@ -28,7 +28,7 @@ public:
     CService(const CService&) = delete;
     CService& operator=(const CService&) = delete;
 
-    // Names the service and fills `Status`; mends the description and, on Windows 5, the type in the registry.
+    // Names the service and fills `Status`; repairs the description and, on Windows 5, the type in the registry.
     // The names are cut to the fields.
     void Init(const char* szName, const char* szDisplay);
 
@@ -45,34 +45,35 @@ public:
     // Returns: NO_ERROR, or ERROR_CALL_NOT_IMPLEMENTED for a control that is not known.
     DWORD HandlerEx(DWORD dwControl, DWORD dwEventType, LPVOID lpEventData, LPVOID lpContext);
 
-    // Pumps messages until WM_QUIT. In a service run it reports RUNNING first, unless a stop came before. The thread
-    // has been adopted before: a look into its queue here would handle what was sent to the window ahead of the loop.
+    // Pumps messages until WM_QUIT. In a service run it reports RUNNING first, unless a stop came before.
+    // AdoptRunThread must come first: looking into the queue here would handle messages sent to the window before the
+    // loop.
     void Run();
 
     // Makes the calling thread the target of WM_QUIT: gives it a message queue and stores its id in `RunThreadId`.
-    // Called before anybody can ask for the end, so that a WM_QUIT that comes before `Run` waits in the queue.
+    // Called before an end can be requested, so that a WM_QUIT that comes before `Run` waits in the queue.
     void AdoptRunThread();
 
-    // Reports a state. State: 1 to 7, a value above is ignored. The wait hint follows from the state.
+    // Reports a state. State: 1 to 7, a larger value is ignored. The wait hint follows from the state.
     void SetStatus(DWORD State);
 
     // Reports progress in the same state. WaitHint: milliseconds until the next report at the latest.
     void Checkpoint(DWORD WaitHint);
 
-    // Returns: non-zero when the service is registered. Verbose: a box tells when it is not.
+    // Returns: non-zero when the service is registered. Verbose: a box says when it is not.
     DWORD IsRegistered(DWORD Verbose);
 
-    // Returns: the service's current state, 0 when it is not registered or cannot be asked (a box tells).
+    // Returns: the service's current state, 0 when it is not registered or cannot be queried (a box says so).
     DWORD QueryState();
 
     // Starts or stops the service and waits for it for at most 15 s. Target: SERVICE_RUNNING or SERVICE_STOPPED.
     ChangeStateResult ChangeState(DWORD Target, DWORD Verbose);
 
     // Registers this executable as a service that starts with Windows, and starts it.
-    // Returns: 1 when both went well; with 0 the service may be registered all the same.
+    // Returns: 1 when both went well; with 0 the service may still be registered.
     DWORD Register(DWORD Verbose);
 
-    // Stops and removes the service. WaitMs: how long its end is waited for.
+    // Stops and removes the service. WaitMs: how long to wait for its end.
     // Returns: 1 when the service is gone.
     DWORD Deregister(DWORD WaitMs, DWORD Verbose);
 
@@ -104,6 +105,6 @@ extern CService* g_pService; // set before the threads start, lives until the en
 
 inline constexpr char ServiceName[] = "Quillmarch";
 
-// Puts the registered path of the executable in double quotes when it has a blank and no quote, so that no other file
-// with the start of that path is run in its place. Called at each start of the program, before the log exists.
+// Puts the registered path of the executable in double quotes when it has a blank and no quote, so that Windows does
+// not run a file named like the start of that path. Called at each start of the program, before the log exists.
 void FixServiceImagePath();

@@ -51,7 +51,7 @@ static bool IsDelimiter(char c) {
     return c == '-' || c == '/';
 }
 
-// The first token of the line, ended by a zero in place of the delimiter behind it; null without one.
+// The first token of the line, with a zero in place of the delimiter after it; null if there is none.
 static const char* CutFirstToken(char* line) {
     char* token = line;
     while (IsDelimiter(*token)) {

@@ -1,4 +1,4 @@
-// Whether the program may live where it lies: the service manager starts services before users' drives exist, so a
+// Whether the program's location is suitable: the service manager starts services before users' drives exist, so a
 // service on a network drive or on a substituted drive would not start.
 //
 // Called by the command that registers the service, on the first thread.

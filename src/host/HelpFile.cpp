@@ -28,10 +28,10 @@ void ShowHelpFile() {
     FormatText(helpFile, "%s\\Quillmarch_%s.chm", szExeDir, IsGermanUser() ? "ger" : "eng");
     char zoneStream[MAX_PATH + sizeof(ZoneStream)];
     FormatText(zoneStream, "%s:%s", helpFile, ZoneStream);
-    // An administrator's copy whom the folder refuses too would call for the next one without end: it shows the file
-    // as it is.
+    // An administrator's copy that the folder refuses too would start the next one endlessly, so it shows the file
+    // unchanged.
     if (CanOpen(zoneStream) && !RemoveZoneIdentifiers(szExeDir) && !IsUserAnAdmin()) {
-        // The folder refuses this account. The elevated copy gets through, and shows the help file itself.
+        // The folder refuses this account. The elevated copy has access and shows the help file itself.
         ShellExecuteA(nullptr, "runas", szExePath, "", nullptr, SW_SHOWNORMAL);
         return;
     }

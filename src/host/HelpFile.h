@@ -1,4 +1,4 @@
-// What a user sees who starts the program by hand: the help file beside the executable.
+// What a user sees who starts the program by hand: the help file next to the executable.
 //
 // Called by WinMain on the first thread, with the log ready and no other object of the program.
 
@@ -6,6 +6,6 @@
 
 #include "platform/win32.h"
 
-// Opens the help file in the user's language, German or English. Takes the mark of a downloaded file from it first,
-// and starts the program again elevated when that is not possible here: a marked help file opens empty.
+// Opens the help file in the user's language, German or English. Removes the mark of a downloaded file first, and
+// restarts the program elevated when that is not possible here: a marked help file opens empty.
 void ShowHelpFile();

@@ -14,11 +14,11 @@
 constexpr DWORD ShellThreadModel = 6;
 // FindExecutableA and ShellExecuteA give a number above this one for success.
 constexpr INT_PTR ShellFailed = 32;
-// The primary language is what stands in the low ten bits.
+// The primary language is in the low ten bits.
 constexpr LANGID PrimaryLanguageMask = 0x3FF;
 constexpr LANGID PrimaryGerman = 7;
 
-// Whether the service is registered from this folder, or not at all: another copy would read another file.
+// Whether the service is registered from this folder, or not at all: a copy elsewhere would read another file.
 static bool IsServiceOfThisFolder() {
     char imagePath[MAX_PATH];
     if (!RegReadString(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Services\\Quillmarch", "ImagePath", imagePath,
@@ -54,8 +54,8 @@ static const void* FindSample(DWORD* sizeBytes) {
     return *sizeBytes > 0 && loaded != nullptr ? LockResource(loaded) : nullptr;
 }
 
-// Makes the file from the sample. Returns: false when the account may not; a copy with more rights was asked for then,
-// unless this is an administrator's: the next one would be refused too, and so without end.
+// Creates the file from the sample. Returns: false when the account lacks the right. Then a copy with more rights was
+// started, unless this is an administrator's: the next one would be refused too, endlessly.
 static bool CreateIniFile() {
     const OwnedFile file(
         CreateFileA(szIniFile, GENERIC_WRITE, /*share=*/0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));

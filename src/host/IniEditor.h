@@ -1,5 +1,5 @@
-// The mode "-ini": opens the configuration in a text editor with the rights to save it, and makes it from a sample
-// first when there is none.
+// The mode "-ini": opens the configuration in a text editor with the rights to save it, and creates it from a sample
+// when there is none.
 //
 // Called by WinMain on the first thread right after the log head; none of the service's objects exist.
 

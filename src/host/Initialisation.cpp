@@ -18,7 +18,7 @@
 
 constexpr DWORD Windows50 = 0x0500;
 
-// Ports whose driver is still being installed would be met half made.
+// Ports whose driver is still being installed would be read half configured.
 static void WaitForDeviceInstalls() {
     const DWORD limitMs = static_cast<DWORD>(g_pSettings->WaitNoPendingInstallEventsOnInit);
     WriteLog(2, "WaitNoPendingInstallEvents(%u)...", limitMs);
@@ -32,7 +32,7 @@ static void CreateTables() {
     g_pDeviceArrivals = new CDeviceArrivals;
     g_pUsbRoothubs = new CUsbRoothubs;
     g_pUsbRoothubs->CreateSnapshot();
-    // Before the ports: the names of their USB ports are made from the hubs.
+    // Before the ports: the names of USB ports are built from those of their hubs.
     g_pUsbHubs = new CUsbHubs;
     g_pUsbHubs->CreateSnapshot();
     g_pComPorts = new CComPorts;
@@ -40,8 +40,8 @@ static void CreateTables() {
     g_InitialSnapshot = 0;
 }
 
-// A debug run without its window would never hear of a device, nor of its end. The WM_QUIT waits in the first thread's
-// queue, so the run ends through the same door as by closing the window.
+// A debug run without its window would never receive a device event, nor end. The WM_QUIT waits in the first thread's
+// queue, so the run ends as if the window had been closed.
 static void EndRunWithoutWindow() {
     WriteLog(1, "g_hwndMain==NULL -> INT3");
     FATAL_SOFT("Quillmarch", "InitializeQuillmarchService_ThreadProc");

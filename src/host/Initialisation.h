@@ -8,6 +8,6 @@
 
 #include "platform/win32.h"
 
-// param: not read. Returns: 1 when it went through, 0 when it ended early because a stop was asked for or a debug run
+// param: not read. Returns: 1 when it went through, 0 when it ended early because a stop was requested or a debug run
 // has no window. Only the log reads the result.
 DWORD WINAPI InitializeQuillmarchService_ThreadProc(LPVOID param);

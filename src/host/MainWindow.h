@@ -10,6 +10,6 @@
 inline constexpr char MainWindowClass[] = "Quillmarch_MainWndClass";
 inline constexpr char MainWindowTitle[] = "Quillmarch";
 
-// Makes the window, stores it in `g_hwndMain` and registers the device notifications for it.
-// Returns: 0 always; `g_hwndMain` stays null when it failed, a message box has told why.
+// Creates the window, stores it in `g_hwndMain` and registers the device notifications for it.
+// Returns: 0 always; `g_hwndMain` stays null when it failed, a message box has said why.
 int CreateMainWindowProc(HINSTANCE hInstance);

@@ -18,7 +18,7 @@ constexpr DWORD MaxSeen = 64;
 constexpr DWORD EntriesOfSection = 10;
 constexpr size_t DriveRootLength = 3;
 
-// The rights that let somebody put something else in the place of a thing. Deletion, list and owner count everywhere.
+// The rights that allow replacing a thing by something else. Deletion, list and owner count everywhere.
 constexpr DWORD ReplaceRights = DELETE | WRITE_DAC | WRITE_OWNER | GENERIC_ALL;
 constexpr DWORD FileRights = ReplaceRights | GENERIC_WRITE | 0x2 | 0x4;    // write, append
 constexpr DWORD FolderRights = ReplaceRights | GENERIC_WRITE | 0x2 | 0x40; // add a file, delete an entry
@@ -26,7 +26,7 @@ constexpr DWORD UpperFolderRights = ReplaceRights | 0x40;                  // re
 constexpr DWORD KeyRights = ReplaceRights | GENERIC_WRITE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY;
 
 namespace {
-// The paths that were looked at in this pass, so that a folder that several things share is named once.
+// The paths already checked in this pass, so that a folder shared by several things is named once.
 struct Pass {
     char seen[MaxSeen][MAX_PATH];
     DWORD count;
@@ -68,7 +68,7 @@ static bool IsOnLocalDrive(const char* path) {
     return GetDriveTypeA(root) != DRIVE_REMOTE;
 }
 
-// The folder, in which users must not make or replace a file, and those above it, which they must not replace.
+// The folder, in which users must not create or replace a file, and those above it, which they must not replace.
 static void LookAtFolders(Pass& pass, const char* folder) {
     if (!IsOnLocalDrive(folder)) {
         return;

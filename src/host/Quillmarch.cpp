@@ -53,7 +53,7 @@ static bool IsUserSession() {
     return ProcessIdToSessionId(GetCurrentProcessId(), &sessionId) && sessionId > 0;
 }
 
-// The name of the executable with the extension replaced, or added where it has none.
+// The name of the executable with the extension replaced, or appended if it has none.
 static void FindIniFile() {
     CopyText(szIniFile, szExePath);
     char* extension = StrRChrA(szIniFile, nullptr, '.');
@@ -114,7 +114,7 @@ static void LogEnd() {
     WriteLog(1, "<---------------- /Quillmarch WinMain ------------------");
 }
 
-// The objects that exist in every role of the service, in the order in which they need one another.
+// The objects that exist in every role of the service, in the order of their dependencies.
 static void CreateObjects(const char* commandLine) {
     g_pService = new CService;
     g_pService->Init(ServiceName, ServiceName);
@@ -132,7 +132,7 @@ static void CreateObjects(const char* commandLine) {
     }
 }
 
-// Whether another instance stands in the way of this one. A message has told so.
+// Whether another instance prevents this one from running. A message has said so.
 static bool IsRefusedByOtherInstance() {
     if (g_DebugMode && g_pService->IsRegistered(/*Verbose=*/0) && g_pService->QueryState() == SERVICE_RUNNING) {
         ShowMessage("Cannot run while another instance is running as service", MB_ICONSTOP);
@@ -174,8 +174,8 @@ static void Destroy(T*& object) {
     delete doomed;
 }
 
-// An arrival that sits in a device call, or a timer's procedure, may outlive the run. Whatever it can reach is then
-// left to the end of the process: freed under its feet it would end the process by a crash.
+// An arrival that hangs in a device call, or a timer's procedure, may outlive the run. What it can reach is then kept
+// until the process ends: freeing it would crash the process.
 static void DestroyObjects() {
     ExitCallbackTimers();
     if (LiveWorkers() != 0) {
@@ -193,8 +193,8 @@ static void DestroyObjects() {
     DeleteCriticalSection(&CS_main);
 }
 
-// The balloon child, until its balloon has gone or the wait for it ends. What a thread that still runs can reach is
-// left to the end of the process.
+// The balloon child, until its balloon has closed or the wait for it ends. What a running thread can still reach is
+// kept until the process ends.
 static void RunBalloonChild(HINSTANCE hInstance) {
     FreeBalloon_Init(hInstance);
     OwnedThread thread = StartWorker(ShowBalloonByCommandLine_ThreadProc, nullptr);
@@ -210,7 +210,7 @@ static void RunBalloonChild(HINSTANCE hInstance) {
     LogFile_Exit();
 }
 
-// Modes 1 to 4, and everything else that has no road of its own.
+// Modes 1 to 4, and everything else without a path of its own.
 static int RunMainRoad(HINSTANCE hInstance, char* commandLine) {
     if (g_Os.IsWow64) {
         ShowMessage("On x64 use the x64 edition of this exe", MB_ICONSTOP);
@@ -258,7 +258,7 @@ extern "C" int WINAPI WinMain(HINSTANCE hInstance, HINSTANCE, LPSTR lpCmdLine, i
     InitAllocator();
     FindPathsAndVersions();
     const LONG mode = ChooseStartMode(szUserSid, IsUserSession(), lpCmdLine);
-    // A child's texts come from devices: whatever they contain, it appends to the log of the service that started it.
+    // A child's texts come from devices: whatever they contain, it only appends to the service's log.
     const bool isChild = mode == ModeBalloon || mode == ModeExec;
     LogFile_Init(!isChild && (lpCmdLine[0] == 0 || AsksForDebugRun(lpCmdLine)));
     g_Mode = mode;

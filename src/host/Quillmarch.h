@@ -1,7 +1,7 @@
-// The program's entry and the road that all roles share: paths, operating system record, log, mode, the process-wide
-// objects and their end. What a role does by itself stands in the other files of this folder.
+// The program's entry and the path that all roles share: file paths, operating system record, log, mode, the
+// process-wide objects and their end. What a role does by itself is in the other files of this folder.
 //
-// Called by Windows on the first thread of the process. No lock is held; the locks of the program are made here.
+// Called by Windows on the first thread of the process. No lock is held; the program's locks are created here.
 
 #pragma once
 

@@ -19,11 +19,11 @@ constexpr char Description[] = "Quill-March-Ward; Gives control over COM-port as
 constexpr DWORD EventTypesSupported = 7;
 
 constexpr UINT PlainBox = 0;
-// A start is given up when more than 15 s have passed, a stop when 15 s have.
+// Starting is given up after more than 15 s, stopping once 15 s have passed.
 constexpr DWORD StartGivenUpMs = 15001;
 constexpr DWORD StopGivenUpMs = 15000;
 constexpr DWORD StateWaitStepMs = 100;
-// Takes the place of a wait hint of 0 while a stop is pending: without it the wait would keep a processor busy.
+// Replaces a wait hint of 0 while a stop is pending: without it the wait would be a busy loop.
 constexpr DWORD StopPollMs = 10;
 
 // Longest text of a box: a sentence and the system's text of an error.
@@ -79,7 +79,7 @@ DWORD CService::QueryState() {
     return QueryServiceStatus(service.Get(), &status) ? status.dwCurrentState : 0;
 }
 
-// Asks every 100 ms until the service is in the state. Returns: ChangeDone or ChangeTimedOut.
+// Polls every 100 ms until the service is in the state. Returns: ChangeDone or ChangeTimedOut.
 static ChangeStateResult WaitForState(SC_HANDLE service, DWORD state, DWORD givenUpMs) {
     const DWORD startTicks = GetTickCount();
     for (;;) {
@@ -184,8 +184,8 @@ DWORD CService::Register(DWORD Verbose) {
     return 1;
 }
 
-// Waits for the end of a service that has accepted the stop. status: what the stop gave.
-// Returns: 1 once it has stopped; 0 when it could not be asked or took longer than WaitMs, a box tells of the latter.
+// Waits for the end of a service that has accepted the stop. status: from the stop. Returns: 1 once it has stopped; 0
+// when it could not be queried or took longer than WaitMs (a box says the latter).
 static DWORD WaitForStop(SC_HANDLE service, SERVICE_STATUS status, DWORD WaitMs, DWORD Verbose) {
     const DWORD startTicks = GetTickCount();
     while (status.dwCurrentState != SERVICE_STOPPED) {
@@ -215,7 +215,7 @@ DWORD CService::Deregister(DWORD WaitMs, DWORD Verbose) {
         return 0;
     }
     SERVICE_STATUS status = {};
-    // A service that does not run refuses the stop; it is deleted all the same.
+    // A service that does not run refuses the stop; it is deleted anyway.
     if (ControlService(service.Get(), SERVICE_CONTROL_STOP, &status) &&
         !WaitForStop(service.Get(), status, WaitMs, Verbose)) {
         return 0;
@@ -250,7 +250,7 @@ void CService::SetDescription() {
     ChangeServiceConfig2A(service.Get(), SERVICE_CONFIG_DESCRIPTION, &description);
 }
 
-// Windows 5 lets a service put its boxes on the user's desktop when its type says so.
+// Windows 5 shows a service's boxes on the user's desktop only if its type says so.
 void CService::MarkInteractive() {
     char key[MAX_PATH];
     FormatServiceKey(key, szServiceName);
@@ -295,7 +295,7 @@ void FixServiceImagePath() {
     char path[MAX_PATH];
     FormatServiceKey(path, ServiceName);
     OwnedKey key;
-    // Only who may write has anything to mend here: at most starts the program has no right to, and the value is whole.
+    // Only a process with write access can repair the value; most starts have none, and the value is intact.
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, key.Receive()) != ERROR_SUCCESS) {
         return;
     }
@@ -307,7 +307,7 @@ void FixServiceImagePath() {
     const bool isText = result == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ);
     if (isText && imagePath[0] != '"' && StrChrA(imagePath, ' ') != nullptr) {
         QuoteText(imagePath);
-        // The type stays: a path with variables is only expanded in a value that says so.
+        // The type stays: a path with variables is expanded only in a value of type REG_EXPAND_SZ.
         RegSetValueExA(key.Get(), "ImagePath", 0, type, reinterpret_cast<const BYTE*>(imagePath),
                        static_cast<DWORD>(lstrlenA(imagePath) + 1));
     }

@@ -6,14 +6,14 @@
 #include "support/system/SystemTools.h"
 #include "support/system/ThreadTools.h"
 
-// Lets the dispatcher's thread finish its own lines in the log first.
+// Lets the dispatcher's thread write its own log lines first.
 constexpr DWORD FirstDelayMs = 10;
 constexpr int QueryTries = 20;
 constexpr DWORD RetryDelayMs = 500;
-// A session that could not be asked at once is still being made: its state settles a little later.
+// A session that cannot be queried at once is still being created: its state settles a little later.
 constexpr DWORD SettleDelayMs = 1000;
 
-// Asks for the connect state of the session until it can be had. Returns: 0 after the last failure.
+// Queries the connect state of the session until that succeeds. Returns: 0 after the last failure.
 static DWORD QuerySessionState(DWORD sessionId, LONG* state) {
     const SystemLibrary sessions("wtsapi32.dll");
     const auto query = sessions.Find<decltype(&WTSQuerySessionInformationA)>("WTSQuerySessionInformationA");

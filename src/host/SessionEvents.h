@@ -1,5 +1,5 @@
-// Changes of the users' sessions. A logon is followed until its session can be asked for its state; everything else is
-// only traced.
+// Changes of the users' sessions. A logon is followed until the state of its session can be queried; everything else is
+// only logged.
 //
 // `SessionChangeMsg_Async` is called by `CService::HandlerEx` on the dispatcher thread and returns at once. Each change
 // has a thread of its own; these threads share nothing and hold no lock.
@@ -8,7 +8,7 @@
 
 #include "platform/win32.h"
 
-// One session change. Made on the heap, owned by its thread.
+// One session change. Allocated on the heap, owned by its thread.
 struct SessionChangeRecord {
     DWORD EventType; // a WTS_ code
     WTSSESSION_NOTIFICATION Notification;
@@ -17,7 +17,7 @@ struct SessionChangeRecord {
 // EventType: the WTS_ code. lpEventData: a WTSSESSION_NOTIFICATION, copied; null counts as one of zeros.
 void SessionChangeMsg_Async(DWORD EventType, LPVOID lpEventData);
 
-// Follows one change to its end. May block for some 10 s when the session cannot be asked.
+// Follows one change to its end. May block for about 10 s when the session cannot be queried.
 void SessionChangeMsg(DWORD EventType, const WTSSESSION_NOTIFICATION* pNotification);
 
 // record: a SessionChangeRecord, freed here. Returns: 1.

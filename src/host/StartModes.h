@@ -1,5 +1,5 @@
 // What a process of this executable is: the table of modes and the choice of one at the start.
-// The mode's number is `g_Mode`. The log shows the name once; the tags of its lines stand with the log itself.
+// The mode's number is `g_Mode`. The log shows the name once; the tags of its lines are defined with the log.
 //
 // Called by WinMain on the first thread, before any other thread exists.
 
@@ -14,5 +14,5 @@ const char* StartModeName(LONG mode);
 // The mode of a process, one of the Mode constants.
 // userSid: text form of the process user's SID. commandLine: without the program's name, compared exactly as to case.
 // isUserSession: the process runs in a session above 0.
-// A system account decides by itself, its command line plays no part.
+// For a system account only the account decides; the command line is ignored.
 LONG ChooseStartMode(const char* userSid, bool isUserSession, const char* commandLine);

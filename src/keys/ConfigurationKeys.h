@@ -1,6 +1,6 @@
-// The sections of the configuration and their keys: what a value is, how long it may be, what counts without it. The
-// product reads no key without a row here (its getters take a KeyName, and only a row makes one), and whoever checks a
-// configuration without running the product reads the same rows. Pure; nothing of Windows.
+// The sections of the configuration and their keys: what a value is, how long it may be, its default. The
+// product reads no key without a row here (its getters take a KeyName, and only a row makes one), and tools that check
+// a configuration without running the product read the same rows. Pure; nothing of Windows.
 #pragma once
 
 #include <cstddef>
@@ -29,13 +29,13 @@ enum class KeyKind {
     CommandLine,  // with placeholders
     ShowWord,     // how a window is shown
     Pattern,      // a criterion: a wildcard for the whole text
-    PortNames,    // numbers behind COM
+    PortNames,    // numbers after COM
     NumberRanges, // numbers with dashes and commas
 };
 
 enum class KeyForms {
     One,
-    Ten, // also with a digit from 1 to 9; in the name an underscore marks its place
+    Ten, // also with a digit from 1 to 9; in the name an underscore marks its position
 };
 
 // Who reads the key: the reader's snapshot, or the system's profile functions straight from the file, or both.
@@ -45,8 +45,8 @@ struct KnownKey {
     const char* name;
     KeyKind kind;
     unsigned longest;    // characters; of the snapshot a longer value counts as absent, of the profile it is cut
-    int defaultNumber;   // of numbers, where it does not depend on anything else
-    int lowest, highest; // what lies outside becomes the limit; both 0: no limit
+    int defaultNumber;   // of numbers, if it depends on nothing else
+    int lowest, highest; // values outside become the limit; both 0: no limit
     const char* defaultText;
     KeyForms forms;
     KeySource source;
@@ -148,7 +148,8 @@ constexpr KnownKey CriterionKeys[] = {
 };
 constexpr size_t CriterionCount = sizeof(CriterionKeys) / sizeof(CriterionKeys[0]);
 
-// In [ComPorts], beside the criteria. Numbers are read in the order PortNames, PortName, PortName1 to PortName9.
+// In [ComPorts], in addition to the criteria. Numbers are read in the order PortNames, PortName, PortName1 to
+// PortName9.
 constexpr unsigned LongestPortNames = 2047;
 constexpr int HighestPortNumber = 65536;
 constexpr int MostPortNumbers = 256;
@@ -158,7 +159,7 @@ constexpr KnownKey PortKeys[] = {
     FlagKey("QuickAndDirtyMode"), // default: that of [Settings]
 };
 
-// In the action sections, beside the criteria.
+// In the action sections, in addition to the criteria.
 constexpr KnownKey EntryKeys[] = {
     EntryKey("open_", KeyKind::CommandLine, 519),
     EntryKey("workdir_", KeyKind::Path, LongestPath),
@@ -186,7 +187,7 @@ constexpr size_t PlaceholderCount = sizeof(PlaceholderNames) / sizeof(Placeholde
 
 constexpr size_t LongestKeyTemplate = std::string_view("GrandParentDeviceID_").size(); // characters
 
-// Has no definition: a name that no table has ends the compilation here.
+// Has no definition: a name that is in no table makes the compilation fail here.
 void NoTableHasThisName();
 
 // Returns: the row of exactly this name (a template with its underscore), null without one.
@@ -238,7 +239,7 @@ public:
         }
     }
     constexpr KeyName(const KnownKey& key) : m_text(key.name) {}
-    // For tests, which make keys of their own. The text must live as long.
+    // For tests, which create their own keys. The text must outlive the key.
     static constexpr KeyName Unchecked(const char* text) { return {text, 0}; }
     constexpr const char* Text() const { return m_text; }
 

@@ -1,7 +1,7 @@
-// The one door to Windows. Everything in src/ that needs an operation, a type or a constant of Windows includes this
-// header and nothing else of the kind. On Windows it opens on the headers of the SDK, elsewhere on the simulated
-// machine, which declares the same names with the same layouts. It is the only place with conditional compilation:
-// what differs between the two worlds (format checks, lock annotations, macros that get in the way) is levelled here.
+// The only way to Windows. Everything in src/ that needs an operation, a type or a constant of Windows includes this
+// header and no other. On Windows it includes the headers of the SDK, elsewhere the simulated machine, which declares
+// the same names with the same layouts. Conditional compilation is only here: this header evens out what differs
+// (format checks, lock annotations, macros that get in the way).
 #pragma once
 
 #if defined(_WIN32)
@@ -31,7 +31,7 @@
 #include <winsvc.h>
 #include <wtsapi32.h>
 
-// An enumerator of this header has the name of the product's record of a hub.
+// An enumerator of this header has the same name as the product's hub record.
 #define UsbHub SdkUsbHub
 #include <usbioctl.h>
 #undef UsbHub
@@ -43,7 +43,7 @@
 #undef near
 #undef far
 
-// The SDK's formats know letters that the compiler's own check does not, and its locks carry no annotation.
+// The SDK's formats use letters that the compiler's own check does not know, and its locks carry no annotation.
 #define QM_PRINTF(formatIndex, firstArgument)
 #define QM_CAPABILITY(name)
 #define QM_SCOPED
@@ -67,7 +67,7 @@
 #define QM_LOCK_ATTRIBUTE(attribute)
 #endif
 #endif
-// The simulated machine annotates its critical section with this one, so it is known before its headers are read.
+// The simulated machine annotates its critical section with this, so it must precede its headers.
 #if !defined(QM_CAPABILITY)
 #define QM_CAPABILITY(name) QM_LOCK_ATTRIBUTE(capability(name))
 #endif

@@ -4,7 +4,7 @@
 
 constexpr DWORD InstallWaitMs = 5000;
 
-// The installers of other vendors check the size.
+// Some vendors' installers check the size.
 static_assert(sizeof(SP_PROPCHANGE_PARAMS) == 20);
 
 void WaitForPendingInstalls(const char* announcement) {

@@ -1,12 +1,12 @@
-// What the device tools ask of a device's class installer: a change of its state. And the wait that comes before, since
-// an installation that is under way would undo or block it. Used by the restarts and removals, on their caller's
+// What the device tools request from a device's class installer: a change of its state; and the wait before it, since
+// an installation in progress would undo or block the change. Used by the restarts and removals, on their caller's
 // thread.
 #pragma once
 
 #include "platform/win32.h"
 
-// Logs the announcement at level 1 and waits up to 5000 ms until no installation is pending. The outcome is logged and
-// changes nothing for the caller: a restart beside an installation that hangs is better than none.
+// Logs the announcement at level 1 and waits up to 5000 ms until no installation is pending. The outcome is only
+// logged: a restart during an installation that hangs is better than none.
 void WaitForPendingInstalls(const char* announcement);
 
 // Sets the parameters of a property change. stateChange: DICS_PROPCHANGE, DICS_DISABLE or DICS_ENABLE.

@@ -58,7 +58,7 @@ bool CycleHubPort(const HubReader&, DWORD hubDevInst, DWORD hubPortNumber) {
     return hub != nullptr && CycleUsbPort(hub->szDevPath, hubPortNumber) != 0;
 }
 
-// Takes the power from the hub port on which the upper device, itself a hub, sits. Returns: whether that restarted it.
+// Cycles the hub port of the upper device, which is itself a hub. Returns: whether that restarted it.
 static bool CycleUpperHub(DWORD devInst) {
     if (g_pUsbHubs == nullptr || !g_Os.CanCycleUsbPort || !IsUsbDevice(devInst)) {
         return false;

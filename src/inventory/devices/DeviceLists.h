@@ -6,16 +6,16 @@
 #include "platform/win32.h"
 #include "support/system/Handles.h"
 
-// A device list that is destroyed at the end of the scope.
+// Owns a device list and destroys it at the end of the scope.
 class DeviceList {
 public:
-    // interfaceClass: null for no class. flags: DIGCF_... A list that cannot be had leaves the reason as last error.
+    // interfaceClass: null for no class. flags: DIGCF_... If there is no list, the last error says why.
     DeviceList(const GUID* interfaceClass, DWORD flags);
 
     bool IsValid() const { return m_list.IsOpen(); }
     HDEVINFO Get() const { return m_list.Get(); }
 
-    // The device or the interface at this index. Returns: true, or false behind the last one.
+    // The device or the interface at this index. Returns: true, or false after the last one.
     bool GetDevice(DWORD index, SP_DEVINFO_DATA* device) const;
     bool GetInterface(const GUID& interfaceClass, DWORD index, SP_DEVICE_INTERFACE_DATA* interfaceData) const;
 

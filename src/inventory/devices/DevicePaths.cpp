@@ -6,14 +6,14 @@
 #include "support/texts/BoundedText.h"
 #include "support/texts/StringTools.h"
 
-// More than any driver names an interface; a size beyond it comes from a broken provider.
+// Longer than any real interface name; a larger size comes from a broken provider.
 constexpr DWORD MaxDetailBytes = 0x10000;
 
-// Room for most paths, so that a walk over many interfaces seldom needs a second block.
+// Room for most paths, so that a walk over many interfaces rarely needs a second block.
 constexpr DWORD UsualDetailBytes = 260;
 constexpr DWORD BehindDetailBytes = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
 
-// A path too long for the fixed block is passed over: one known path is searched.
+// A path too long for the fixed block is skipped: only one known path is searched for.
 static DWORD FindInterfaceNode(const DeviceList& list, const char* devicePath, const GUID& interfaceClass) {
     SP_DEVICE_INTERFACE_DATA interfaceData = {};
     for (DWORD index = 0; list.GetInterface(interfaceClass, index, &interfaceData); ++index) {
@@ -103,7 +103,7 @@ void InterfaceDetail::Free() {
 }
 
 bool InterfaceDetail::Fill(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device) {
-    // The zeros behind what is asked for end a path that comes without its final zero.
+    // The zeros after the requested part end a path that lacks its final zero.
     ZeroBytes(m_detail, m_roomBytes + BehindDetailBytes);
     m_detail->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
     *device = {};

@@ -7,7 +7,7 @@
 #include "support/texts/BoundedText.h"
 #include "support/texts/TimeTools.h"
 
-// The longest text property that anybody asks for: a list of hardware ids.
+// The longest text property that is read: a list of hardware ids.
 constexpr size_t MaxPropertyChars = 1024;
 
 constexpr size_t MaxIdChars = 260;
@@ -18,7 +18,7 @@ constexpr ULONG PropertyLocationPaths = 0x24;
 constexpr size_t LocationPathsBytes = 2048;
 constexpr size_t LocationPathsChars = LocationPathsBytes / sizeof(WCHAR);
 
-// Most bytes that one wide character takes in any system code page.
+// The most bytes that one wide character needs in any system code page.
 constexpr size_t MaxAnsiPerWide = 3;
 
 static bool IsTextType(ULONG type) {
@@ -26,7 +26,7 @@ static bool IsTextType(ULONG type) {
 }
 
 bool ReadDeviceText(DWORD devInst, ULONG property, char* text, size_t sizeChars) {
-    char buffer[MaxPropertyChars + 1] = {}; // one more than is asked for, so that the text always ends
+    char buffer[MaxPropertyChars + 1] = {}; // one more than requested, so that the text always ends
     ULONG type = REG_NONE;
     ULONG sizeBytes = static_cast<ULONG>(std::min(sizeChars, MaxPropertyChars));
     if (CM_Get_DevNode_Registry_PropertyA(devInst, property, &type, buffer, &sizeBytes, 0) != CR_SUCCESS) {

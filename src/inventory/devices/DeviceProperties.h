@@ -1,6 +1,6 @@
 // Properties and ids of a device node in bounded texts. A property is what a driver or an installation left in the
-// registry: it may lack its final zero, be of the wrong type or be longer than the field. Whoever needs a property
-// reads it through these, on any thread, without a lock.
+// registry: it may lack its final zero, be of the wrong type or be longer than the field. All properties are read
+// through these, on any thread, without a lock.
 #pragma once
 
 #include <cstddef>

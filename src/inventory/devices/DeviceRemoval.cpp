@@ -24,7 +24,7 @@ struct DelayedUninstall {
 };
 } // namespace
 
-// A node that cannot be asked any more has the problem number of a phantom, here as everywhere.
+// A node that cannot be queried any more has the problem number of a phantom, as elsewhere.
 static CONFIGRET ReadProblem(DWORD devInst, ULONG* status, ULONG* problem) {
     *status = 0;
     *problem = 0;
@@ -60,7 +60,7 @@ static int RemoveDevice(HDEVINFO list, SP_DEVINFO_DATA* device) {
     params.ClassInstallHeader.InstallFunction = DIF_REMOVE;
     params.Scope = DI_REMOVEDEVICE_GLOBAL;
     params.HwProfile = 0;
-    // Without the parameters the removal takes its defaults, which name the same device.
+    // Without parameters the removal takes its defaults, which name the same device.
     (void)SetupDiSetClassInstallParamsA(list, device, &params.ClassInstallHeader, sizeof(params));
     const int res = SetupDiRemoveDevice(list, device) ? 1 : 0;
     WriteLog(3, " SetupDiRemoveDevice(%u)  res=%u", device->DevInst, static_cast<DWORD>(res));
@@ -116,7 +116,7 @@ int SafelyRemove(DWORD devInst) {
     if (problem != problemBefore) {
         return 1;
     }
-    // The device said yes and went on. An eject may still bring it down, but nobody can tell when, so it does not
+    // The device agreed and kept running. An eject may still bring it down, but it is unknown when, so it does not
     // count.
     WriteLog(3, "Problem is still %s -> try CM_Request_Device_Eject", ProblemName(problem));
     RequestEject(devInst);

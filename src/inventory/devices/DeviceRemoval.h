@@ -1,15 +1,15 @@
-// Taking a device away: a safe removal, for a while or before a new start, and the uninstalling of a device that has
-// left. A veto (an open handle, a driver that refuses) leaves the device as it is and stands in the log by its type.
+// Taking a device away: a safe removal, for a while or before a restart, and the uninstalling of a device that has
+// left. A veto (an open handle, a driver that refuses) leaves the device as it is, and its type is logged.
 // Thread: any, but for the delayed uninstall, which has a thread of its own. Locks: none.
 #pragma once
 
 #include "platform/win32.h"
 
-// Takes a device out so that its registry can be changed; RestartDev brings it back.
-// Returns: 1 if its problem number changed through the removal; 0 otherwise, a removal that did not take hold included.
+// Takes a device out so that its registry values can be changed; RestartDev brings it back.
+// Returns: 1 if its problem number changed through the removal; 0 otherwise, also if the removal had no effect.
 int SafelyRemove(DWORD devInst);
 
-// Takes a device out and sets it up again, for a device with a new problem. Blocks up to 5000 ms for installations.
+// Removes a device and sets it up again, for a device with a new problem. Blocks up to 5000 ms for installations.
 // Returns: 1 if it was set up again; 0 after a veto, or if it did not go: it is then left as it is.
 int PerformDeviceSafeRemovalAndRestart(DWORD devInst);
 

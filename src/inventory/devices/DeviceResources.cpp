@@ -1,6 +1,6 @@
 #include "inventory/devices/DeviceResources.h"
 
-// A driver's list has a handful of descriptors of a few dozen bytes; what is beyond comes from a broken list.
+// A driver's list has a handful of descriptors of a few dozen bytes; anything beyond comes from a broken list.
 constexpr int MaxDescriptors = 256;
 constexpr ULONG MaxDescriptorBytes = 1024;
 

@@ -20,8 +20,8 @@ constexpr DWORD Disabled = 22;
 
 constexpr int MinPathLength = 5;
 
-// The search that both restarts of a port share: hands each COM port interface with the port's path to `restart`, until
-// that gives true. A port that offers only the modem interface is not met.
+// The search shared by both restarts of a port: passes each COM port interface with the port's path to `restart` until
+// that returns true. A port that offers only the modem interface is not found.
 template<typename Restart>
 static int RestartByInterface(const CComPort* port, Restart restart) {
     const DeviceList list(&InterfaceClass::ComPort, DIGCF_DEVICEINTERFACE);
@@ -43,7 +43,7 @@ static int RestartByInterface(const CComPort* port, Restart restart) {
     return 0;
 }
 
-// A property change, each of its two calls told in the log.
+// A property change; each of its two calls is logged.
 static bool ChangePropertyLogged(HDEVINFO list, SP_DEVINFO_DATA* device) {
     WriteLog(1, "SetupDiSetClassInstallParams(DIF_PROPERTYCHANGE)...");
     const int paramsSet = SetStateChange(list, device, DICS_PROPCHANGE);
@@ -60,7 +60,7 @@ static bool ChangePropertyLogged(HDEVINFO list, SP_DEVINFO_DATA* device) {
     return changed != 0;
 }
 
-// Starts the device through the configuration manager. The last of the three set-ups is the one that counts.
+// Starts the device through the configuration manager. The result is that of the last of the three set-ups.
 static int RestartBySetup(DWORD devInst) {
     constexpr ULONG Setups[] = {CM_SETUP_DEVNODE_READY, CM_SETUP_DEVNODE_RESET, CM_SETUP_PROP_CHANGE};
     CONFIGRET cret = CR_SUCCESS;
@@ -68,7 +68,7 @@ static int RestartBySetup(DWORD devInst) {
         cret = CM_Setup_DevNode(devInst, setup);
     }
     if (cret != CR_SUCCESS) {
-        // A last attempt. Whether it worked shows at the device's next arrival, not here.
+        // A last attempt. Its success shows at the device's next arrival, not here.
         (void)CM_Reenumerate_DevNode_Ex(devInst, /*flags=*/0, /*machine=*/nullptr);
         (void)PerformDeviceCmDisableEnable(devInst);
     }
@@ -88,7 +88,7 @@ int PerformComPortPropertyChange(CComPort* port) {
         if (device->DevInst != port->DevInst) {
             return false;
         }
-        // Before the installer is called: the removal that it causes comes while the call is still running.
+        // Set before the installer is called: the removal that it causes arrives while the call is still running.
         port->MarkedForRestart = 0;
         port->RestartTicker = GetTickCount();
         if (!ChangePropertyLogged(list, device)) {
@@ -106,7 +106,7 @@ int PerformComPortDisableEnable(CComPort* port) {
         return 0;
     }
     return RestartByInterface(port, [port](HDEVINFO list, SP_DEVINFO_DATA* device) {
-        // Its removal and the problem that it passes through are met while the calls are still running.
+        // Its removal and its temporary problem are seen while the calls are still running.
         port->RestartTicker = GetTickCount();
         if (!ChangeDeviceState(list, device, DICS_DISABLE) || !ChangeDeviceState(list, device, DICS_ENABLE)) {
             WriteLog(1, "failed  err=%s", LastErrorName());
@@ -159,7 +159,7 @@ int PerformDevicePropertyChange(DWORD devInst) {
 }
 
 int RestartDev(DWORD devInst) {
-    // Absent devices too: one that was taken out is not present.
+    // Absent devices too: a device that was taken out is not present.
     const DeviceList list(nullptr, DIGCF_ALLCLASSES);
     SP_DEVINFO_DATA device;
     char deviceId[260] = {};

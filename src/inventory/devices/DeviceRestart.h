@@ -1,6 +1,6 @@
-// Restarts of a device, from the mildest to the hardest, so that its driver comes up under the names in the registry.
-// Called by the arrivals, the assignment check, the swap and the problem scan. Each tries once; a caller may follow it
-// with another means.
+// Restarts of a device, from the mildest to the hardest, so that its driver starts with the names in the registry.
+// Called by the arrivals, the assignment check, the swap and the problem scan. Each tries once; the caller may then try
+// another.
 // Thread: any. Locks: none of its own, called inside CS_assign or CS_main. Blocks up to 5000 ms for installations that
 // are pending, plus the time of the class installer.
 #pragma once
@@ -9,7 +9,7 @@
 #include "platform/win32.h"
 
 // A property change through the class installer. Clears MarkedForRestart and sets RestartTicker before it is tried;
-// on success sets ChangePortTicker and takes szRegPortName over into szPortName, PortNumberText and PortNumber.
+// on success sets ChangePortTicker and copies szRegPortName to szPortName, PortNumberText and PortNumber.
 // Returns: 1, or 0 if the port offers no COM port interface or the installer refused.
 int PerformComPortPropertyChange(CComPort* port);
 
@@ -25,5 +25,5 @@ int PerformDevicePropertyChange(DWORD devInst);
 
 // Starts a device that was taken out by SafelyRemove, or that is disabled. A 32-bit process on 64-bit Windows cannot
 // load the class installer and goes through the configuration manager.
-// Returns: 1 on success, else 0; what the last fallback brings about does not count.
+// Returns: 1 on success, else 0; the effect of the last fallback does not count.
 int RestartDev(DWORD devInst);

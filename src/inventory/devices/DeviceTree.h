@@ -1,12 +1,12 @@
-// What a port's place in the device tree tells: its bus, the hub above it, the device it shares with other ports.
-// Called by UpdatePort, RemovePort and the restart methods, on any thread, without a lock. Every walk has a limit, so a
-// broken tree (a node that is its own ancestor) gives "none" and no endless loop.
+// What a port's place in the device tree says: its bus, the hub above it, the device that it shares with other ports.
+// Called by UpdatePort, RemovePort and the restart methods, on any thread, without a lock. Every walk is limited, so a
+// broken tree (a node that is its own ancestor) gives "none" instead of an endless loop.
 #pragma once
 
 #include "inventory/ports/CComPorts.h"
 #include "platform/win32.h"
 
-// The node's parent, 0 at the root or when it cannot be asked.
+// The node's parent, 0 at the root or when it cannot be queried.
 DWORD GetParentDevInst(DWORD devInst);
 
 // Index into BusTypeNames, judged by the device ids in the record; the parent's service is read afresh.
@@ -24,5 +24,5 @@ DWORD GetHubDevInst(DWORD devInst);
 // Is the node a USB hub, by id, hardware id, service or description?
 bool IsUsbHubDevice(DWORD devInst);
 
-// Has the node a child whose status can be asked and that has no problem?
+// Has the node a child whose status can be queried and that has no problem?
 bool HasWorkingChild(DWORD devInst);

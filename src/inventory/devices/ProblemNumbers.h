@@ -4,5 +4,5 @@
 #include "platform/win32.h"
 
 constexpr DWORD ProblemWillBeRemoved = 21; // CM_PROB_WILL_BE_REMOVED: on its way out
-constexpr DWORD ProblemPhantom = 45;       // CM_PROB_PHANTOM: also stands for a node that cannot be asked
+constexpr DWORD ProblemPhantom = 45;       // CM_PROB_PHANTOM: also used for a node that cannot be queried
 constexpr DWORD ProblemHeldForEject = 47;  // CM_PROB_HELD_FOR_EJECT: on its way out

@@ -6,7 +6,7 @@
 #include "support/texts/BoundedText.h"
 #include "support/texts/StringTools.h"
 
-// The list of all names: what it starts with, how it grows, and where a name space that still does not fit is given up.
+// The list of all names: its initial size, how it grows, and the size at which reading it is given up.
 constexpr DWORD FirstNamesSize = 16384;
 constexpr DWORD NamesSizeStep = 4096;
 constexpr DWORD NamesSizeLimit = 0x100000;
@@ -17,7 +17,7 @@ constexpr DWORD DeleteFlags = DDD_REMOVE_DEFINITION | DDD_NO_BROADCAST_SYSTEM;
 constexpr DWORD CreateFlags = DDD_RAW_TARGET_PATH | DDD_NO_BROADCAST_SYSTEM;
 static_assert(DeleteFlags == 10 && CreateFlags == 9);
 
-// The size that the last snapshot reached, so that the next one need not grow again. A single word without a lock: a
+// The size that the last snapshot needed, so that the next one need not grow again. A single word without a lock: each
 // snapshot allocates by its own copy, and a lost update costs one more try.
 static constinit DWORD s_namesSize = FirstNamesSize;
 
@@ -65,8 +65,8 @@ private:
 };
 } // namespace
 
-// Whether the name is COM and a number. A port's name comes from the registry, where its driver may have written "C:"
-// or "PIPE": the machine must not lose those, nor get them from here.
+// Is the name COM and a number? A port's name comes from the registry, where its driver may have written "C:" or
+// "PIPE": such names must be neither deleted nor created here.
 static bool IsComName(const char* name) {
     constexpr char smallLetters[] = "com";
     constexpr BYTE caseBit = 0x20;
@@ -82,7 +82,7 @@ static bool IsComName(const char* name) {
     return digit != name && *digit == 0;
 }
 
-// Refuses, with the last error and a line, what IsComName does not know.
+// Refuses any other name, with the last error and a line.
 static bool MayBeChanged(const char* name) {
     if (IsComName(name)) {
         return true;
@@ -138,7 +138,7 @@ int QueryDosName(const char* name, char (&target)[DosTargetSize]) {
         character = 0;
     }
     if (*name == 0) {
-        // Some versions take the empty name for the list of all names.
+        // Some versions take an empty name as a request for all names.
         SetLastError(ERROR_FILE_NOT_FOUND);
         return 0;
     }

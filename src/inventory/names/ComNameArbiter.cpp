@@ -12,7 +12,7 @@ constexpr char ArbiterKey[] = "SYSTEM\\CurrentControlSet\\Control\\COM Name Arbi
 constexpr char ComDbValue[] = "ComDB";
 constexpr char NotFound[] = "ComDB reg value not found";
 
-// Far above the 512 bytes that Windows ever uses; a larger value is damaged and not worth its room in memory.
+// Far above the 512 bytes that Windows ever uses; a larger value is damaged and would waste memory.
 constexpr DWORD MaxComDbSize = 0x10000;
 
 // The list of all DOS names, as in CDosDeviceNames, but with a size of its own that grows in smaller steps.
@@ -20,7 +20,7 @@ constexpr DWORD FirstNamesSize = 16384;
 constexpr DWORD NamesSizeStep = 1024;
 constexpr DWORD NamesSizeLimit = 0x100000;
 
-// The size reached stands for the next call. A single word without a lock: each call allocates by its own copy.
+// The size reached, for the next call. A single word without a lock: each call allocates by its own copy.
 static constinit DWORD s_namesSize = FirstNamesSize;
 
 namespace {
@@ -31,7 +31,7 @@ struct ComDb {
 
     ComDb() : Bytes(ReadComDb(&SizeBytes)) {}
     DWORD Bits() const { return SizeBytes * 8; }
-    // The highest number that is cleared, tested and given out; the last bit never is.
+    // The highest number that is cleared, tested and given out; never the last bit.
     DWORD BitsBelowLast() const { return SizeBytes != 0 ? Bits() - 1 : 0; }
 };
 } // namespace
@@ -42,7 +42,7 @@ static int WriteComDb(const BYTE* bytes, DWORD sizeBytes) {
     return res;
 }
 
-// The common road of the two changes of one bit.
+// Shared by the two changes of one bit.
 template<typename ChangeBit>
 static int ChangeComDb(ChangeBit changeBit) {
     ComDb db;
@@ -55,7 +55,7 @@ static int ChangeComDb(ChangeBit changeBit) {
         WriteLog(3, " no change");
         return 0;
     }
-    // The bit counts as changed even if the write fails: the log tells, and the next check sets it again.
+    // The bit counts as changed even if the write fails: the failure is logged, and the next check sets it again.
     (void)WriteComDb(db.Bytes.Get(), db.SizeBytes);
     return 1;
 }
@@ -86,7 +86,7 @@ static void FillBytes(BYTE* bytes, DWORD sizeBytes, BYTE value) {
     }
 }
 
-// Sets the bits of the live COM names in the bitmap, all others are zero. Returns: false if the names cannot be had.
+// Sets the bits of the live COM names in the bitmap, all others are zero. Returns: false if the names cannot be read.
 static bool QueryLiveNames(BYTE* bitmap, DWORD sizeBytes, DWORD* count) {
     WriteLog(3, "query dos device names...");
     FillBytes(bitmap, sizeBytes, 0);
@@ -169,8 +169,8 @@ int CleanRegComPortArbiter(const char* listText) {
         return 0;
     }
     WriteLog(3, " iniclean=%s", BytesToHex(wanted.Get(), size));
-    // A number that is a DOS name at this moment belongs to somebody, whatever the list says. As long as nobody can
-    // tell which ones are, that may be each of them.
+    // A number that is a DOS name at this moment is in use, whatever the list says. If the names cannot be read, that
+    // may be any of them.
     DWORD liveCount = 0;
     if (!QueryLiveNames(current.Get(), size, &liveCount)) {
         FillBytes(current.Get(), size, 0xFF);

@@ -16,7 +16,7 @@ constexpr DWORD OpenTimeoutMs = 500;
 constexpr DWORD NoSuchDevice = 433;
 
 namespace {
-// What a record claims, and what is true of it at this moment.
+// What a record claims, and what is true at this moment.
 struct LiveState {
     DWORD Problem;
     int DosNameExists;
@@ -25,7 +25,7 @@ struct LiveState {
 } // namespace
 
 static void ReadLiveState(const CComPort* port, LiveState* live) {
-    // The node of a virtual record is a number of our own, which the configuration manager must never see.
+    // The DevInst of a virtual record is a number of our own, which must never reach the configuration manager.
     live->Problem = IsRealDevInst(port->DevInst) ? GetProblem(port->DevInst) : 0;
     live->DosNameExists = QueryDosName(port->szRegPortName, live->KernelName);
 }
@@ -91,7 +91,7 @@ int CComPorts::IsComPortNameAvailable(const char* portName) {
         }
         const bool claims = port->IsUsed && port->IsPresent &&
                             (SameText(port->szPortName, portName) || SameText(port->szRegPortName, portName));
-        // What is true of the other records is asked for the log alone.
+        // The other records are checked for the log alone.
         if (!claims && !LogFile_Wants(3)) {
             continue;
         }
@@ -106,7 +106,7 @@ int CComPorts::IsComPortNameAvailable(const char* portName) {
             return 0;
         }
         if (IsRestartAwaited(port)) {
-            continue; // its link is not there yet because its restart is still to come, not because it is dead
+            continue; // its link is missing because its restart is still to come, not because it is dead
         }
         if (live.Problem != 0) {
             WriteLog(1, "unexpected problem=%u -> set Port[%i].IsPresent = false", live.Problem, i);

@@ -19,8 +19,8 @@ constexpr const char* PortNameValues[] = {"PortName", "DosDeviceName"};
 static_assert(sizeof(PortNameValues) / sizeof(PortNameValues[0]) == 2);
 
 namespace {
-// A friendly name on its way to a new COM name. One place more than the limit, so that a text of exactly the limit is
-// still ended by a zero.
+// A friendly name on its way to a new COM name. One element larger than the limit, so that a text of exactly the limit
+// still ends in a zero.
 struct FriendlyNameText {
     char Text[NameLimit + 1] = {};
     char ComName[NameLimit] = {}; // the COM name that the text really shows
@@ -40,7 +40,7 @@ static bool FindComName(FriendlyNameText* name) {
     return true;
 }
 
-// Puts the new COM name in the place of the shown one. Returns: true if the text has changed.
+// Replaces the shown COM name by the new one. Returns: true if the text has changed.
 static bool RenameInFriendlyName(FriendlyNameText* name, const char* newComName) {
     if (!ReplaceString(name->Text, name->ComName, newComName, NameLimit)) {
         return false;
@@ -98,7 +98,7 @@ int ChangeRegistryComPortNumber(const char* oldName, const char* newName, const 
         ChangePortName(parametersKey, valueName, newName);
     }
     RegChangeAllValues(HKEY_LOCAL_MACHINE, regClassPath, oldName, newName);
-    // Otherwise the restart of the device writes the map anew.
+    // Otherwise the device rewrites the map when it restarts.
     if (g_pSettings != nullptr && g_pSettings->QuickAndDirtyMode) {
         ChangeDeviceMap(kernelNameCom, newName);
     }
@@ -142,7 +142,7 @@ void FixFriendlyName(const char* regEnumPath, LONG portNumber) {
     char wanted[16];
     FormatText(wanted, "COM%i", portNumber);
     if (lstrcmpA(name.ComName, wanted) != 0 && RenameInFriendlyName(&name, wanted)) {
-        // A name that cannot be written is only a label: the number itself stands.
+        // The friendly name is only a label: the number holds even if it cannot be written.
         (void)WriteText(regEnumPath, FriendlyNameValue, name.Text);
     }
 }

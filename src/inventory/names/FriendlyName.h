@@ -6,11 +6,11 @@
 
 #include "platform/win32.h"
 
-// Cuts the COM suffix off, in place: at "(COM" with a digit behind it, else at the first "COM" if a digit follows.
+// Cuts the COM suffix off, in place: at "(COM" followed by a digit, else at the first "COM" if a digit follows.
 // What is cut is also trimmed of blanks and tabs at both ends; any other text stays as it is.
 void StripComFromFriendlyName(char* text);
 
-// Returns: the first COM name in the text that has a digit behind it, the one in a bracket preferred; null if none.
+// Returns: the first COM name in the text that is followed by a digit, preferably one in parentheses; null if none.
 const char* FindComInFriendlyName(const char* text);
 
 // Copies the three letters and all digits that follow, cut to the size of `out`. sizeChars: above 0.
@@ -21,7 +21,7 @@ void CopyComName(const char* comName, char (&out)[Size]) {
     CopyComName(comName, out, Size);
 }
 
-// Copies the digits behind the third character of a name such as "COM7", cut to the size; empty without digits.
+// Copies the digits after the third character of a name such as "COM7", cut to the size; empty without digits.
 // sizeChars: above 0.
 void CopyComDigits(const char* portName, char* out, size_t sizeChars);
 

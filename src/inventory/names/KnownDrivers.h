@@ -1,5 +1,5 @@
-// Which kernel names known drivers give to their ports. The scan of ports with one registry name uses it to tell which
-// of them the DOS name really leads to. Constant table, no state.
+// The kernel names that known drivers give to their ports. The scan of ports with the same registry name uses them to
+// find the one that the DOS name really leads to. Constant table, no state.
 #pragma once
 
 #include "platform/win32.h"

@@ -11,7 +11,7 @@
 constexpr LONG OverdueMs = 5000;
 constexpr DWORD OwnRestartMs = 5000;
 
-// Of CComPort::AwaitedRestart. A flag beside the tick: a tick that is old enough would look ahead again.
+// For CComPort::AwaitedRestart. The flag is needed since an old enough tick would appear to lie ahead again.
 constexpr DWORD NothingAwaited = 0;
 constexpr DWORD RestartPutOff = 1;
 constexpr DWORD RestartBegun = 2;
@@ -26,7 +26,7 @@ static bool IsLinkOf(const CComPort* port, const char* portName, const char* tar
 static const CComPort* FindLinkOwner(const CComPort* port, const char* portName, const char* target) {
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         const CComPort* other = g_pComPorts->Ports[i];
-        // A record whose port was pulled out unnoticed has lost its device to whoever has the kernel name now.
+        // A record whose port was pulled out unnoticed has lost its device to the current owner of the kernel name.
         if (other != nullptr && other != port && IsLinkOf(other, portName, target) && GetProblem(other->DevInst) == 0) {
             WriteLog(3, " %s leads to the device of Ports[%i]", portName, i);
             return other;
@@ -35,8 +35,8 @@ static const CComPort* FindLinkOwner(const CComPort* port, const char* portName,
     return nullptr;
 }
 
-// Is there a present port of this registry name to which the target belongs? What leads to the device of a port of
-// another name is that one's second name, whatever the driver.
+// Is there a present port of this registry name to which the target belongs? A link to the device of a port with
+// another name is that port's second name, whatever the driver.
 static bool HasOwner(const char* portName, const char* target) {
     bool hasOwner = false;
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
@@ -172,7 +172,8 @@ void MarkCopiedName(CComPort* port) {
         return;
     }
     const CComPort* owner = FindLinkOwner(port, port->szPortName, port->szKernelNameCom);
-    // Of two that are read at one time each may find the other unmarked: without an owner neither would be moved away.
+    // Of two that are read at the same time each may find the other unmarked: without an owner neither would be moved
+    // away.
     port->HasCopiedName = owner != nullptr ? 1 : 0;
     if (owner != nullptr && owner->HasCopiedName) {
         port->HasCopiedName = 0;
@@ -207,7 +208,7 @@ bool IsNameOfThird(const char* portName, const CComPort* first, const CComPort* 
             !IsRealDevInst(third->DevInst)) {
             continue;
         }
-        // Of ports that shared the name at the start each may have it whose driver names devices so.
+        // Of ports that shared the name at the start, any whose driver uses such kernel names may own it.
         const bool mayBeIts =
             !isTheirs && IsSameNoCase(third->szRegPortName, portName) && IsKernelNameOf(third, target);
         if (IsLinkOf(third, portName, target) || mayBeIts) {

@@ -5,8 +5,8 @@
 char szRestarting1[260];
 char szRestarting2[260];
 
-// The first character comes last: the beginning of a path occurs in those of many devices, and an event of any of them
-// that met it would be passed over and take the mark away.
+// Written last: the beginning of a path also occurs in those of other devices, and an event of one of them would match
+// a partial mark, be dropped and clear it.
 void SetRestartMark(char (&mark)[260], const char* path) {
     char whole[sizeof(mark)] = {};
     CopyText(whole, path);

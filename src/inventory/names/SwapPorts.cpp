@@ -8,8 +8,8 @@
 #include "support/log/LogFile.h"
 #include "support/texts/BoundedText.h"
 
-// Takes both devices out, marked so that nobody reacts to it. After a failure nothing is left out and no mark stands
-// for a device that will not come back by itself.
+// Takes both devices out, marked so that their events are ignored. After a failure neither is left out, and no mark
+// remains for a device that will not come back by itself.
 static bool TakeBothOut(const CComPort* first, const CComPort* second) {
     SetRestartMark(szRestarting1, SkipPathPrefix(first->DevPath));
     SetRestartMark(szRestarting2, SkipPathPrefix(second->DevPath));
@@ -43,7 +43,7 @@ static void SwapRegistry(CComPort* first, CComPort* second) {
 }
 
 static void TakeNameInForce(CComPort* port) {
-    // The arrival that would fill the fields is passed over because of the mark.
+    // The arrival that would fill the fields is ignored because of the mark.
     SetRegistryNameInForce(port, GetNumberOfPortName(port->szRegPortName) != 0);
     port->ArrivalTicker = GetTickCount();
 }
@@ -54,7 +54,8 @@ AssignmentOutcome SwapPortNumbers(CComPort* first, CComPort* second) {
         return AssignmentOutcome::Incomplete;
     }
     SwapRegistry(first, second);
-    // A link that the drivers left behind would keep each from making its new name. One that is gone already is fine.
+    // A link left behind by the drivers would keep each from making its new name. It is fine if the link is already
+    // gone.
     (void)DeleteDosName(first->szPortName);
     (void)DeleteDosName(second->szPortName);
     const int firstStarted = RestartDev(first->DevInst);

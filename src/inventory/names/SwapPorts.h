@@ -8,7 +8,7 @@
 #include "platform/win32.h"
 
 // Returns: Changed when both ports run under each other's numbers; their szKernelNameCom is left for the next
-// UpdatePort. Incomplete on any failure: the ports may stand at their old or at their new numbers. Before the first
+// UpdatePort. Incomplete on any failure: the ports may have their old or their new numbers. Before the first
 // registry value is changed a failure starts again what was taken out; after it the records hold the exchanged
 // szRegPortName with the old szPortName. The COM name database needs no change, the same two numbers are taken before
 // and after.

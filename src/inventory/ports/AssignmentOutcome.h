@@ -1,4 +1,4 @@
-// What an assignment check, a renaming or a swap of two numbers came to.
+// Result of an assignment check, a renaming or a swap of two numbers.
 #pragma once
 
 enum class AssignmentOutcome : int {

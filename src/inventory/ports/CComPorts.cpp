@@ -14,15 +14,14 @@ CComPorts* g_pComPorts;
 constexpr LONG PortCountForWideIndex = 10;
 
 namespace {
-// Searches one text in the same field of many records, blind to case as lstrcmpiA is. That call goes through the
-// locale's tables, and a full table is searched once for each port: so paths and names that differ plainly at one place
-// are told apart without it, and the place where the last candidate differed is looked at first, since ids of one kind
-// differ late.
+// Searches one text in the same field of many records, ignoring case as lstrcmpiA does. That call uses the locale's
+// tables, and a full table is searched once for each port: so texts that plainly differ at one place are rejected
+// without it, and the place where the last candidate differed is compared first, since ids of one kind differ late.
 class FieldSearch {
 public:
     explicit FieldSearch(const char* wanted) : m_wanted(wanted) {}
 
-    // field: an array of the same size each time; what stands behind a text's end does no harm, the text then differs.
+    // field: an array of the same size each time; what follows a text's end does no harm, since the text then differs.
     bool Matches(const char* field) {
         if (DifferPlainly(field[m_lastDifference], m_wanted[m_lastDifference])) {
             return false;
@@ -44,7 +43,7 @@ private:
 };
 } // namespace
 
-// The name first: a record without it then costs one look into its memory.
+// The name first: for a record without it a single memory access is enough.
 static bool HoldsName(const CComPort* port, FieldSearch* name) {
     return port != nullptr && name->Matches(port->szRegPortName) && port->IsUsed && port->IsPresent;
 }
@@ -168,7 +167,7 @@ void CComPorts::ListPorts() const {
             continue;
         }
         FormatText(indexText, PortCount >= PortCountForWideIndex ? "P[%2i]" : "P[%i]", i);
-        // A virtual record has no node to ask; it reads as the phantom that the question would give.
+        // A virtual record has no node to query; it is shown as the phantom that the query would report.
         const DWORD problem = IsRealDevInst(port->DevInst) ? GetProblem(port->DevInst) : ProblemPhantom;
         WriteLog(1,
                  "%s used=%u present=%u portreg=%-6s port=%-6s dev=%-5u id=%s dp='%s' kndp='%s', kncom='%s' svc=%s "

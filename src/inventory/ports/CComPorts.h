@@ -1,9 +1,9 @@
-// The port table: what the service remembers of every serial port and modem that it has met since it started.
+// The port table: what the service remembers of every serial port and modem that it has seen since it started.
 // Filled by CreateSnapshot at the start and by AddNewPort at each arrival; read by nearly everything else.
 // Threads: the initialisation thread, the thread of the device events, the arrival threads and the timer threads.
-// Locks: none for reading. Slots are filled once, records never move or go while the service runs, PortCount only
-// grows, and fields are single words or texts replaced in place: a reader may meet a text that is just being replaced,
-// and nothing depends on more. CS_slots alone makes the taking of a slot one step.
+// Locks: none for reading. Slots are filled once, records never move or disappear while the service runs, PortCount
+// only grows, and fields are single words or texts replaced in place: a reader may see a text that is just being
+// replaced, and tolerates it. CS_slots makes taking a slot one step.
 #pragma once
 
 #include "platform/win32.h"
@@ -14,7 +14,7 @@ class InterfaceDetail;
 constexpr int MaxPorts = 4096;
 constexpr int NoPort = -1;
 
-// Places in CComPort::Same, the port itself included. Further members of a group are left out.
+// Elements of CComPort::Same, the port itself included. Further members of a group are left out.
 constexpr int MaxSame = 33;
 
 // A virtual record's DevInst is this plus the number, so a real device node reads as signed not negative.
@@ -48,7 +48,7 @@ struct CComPort {
     DWORD SameParentDevInst = 0;  // ancestor that groups the ports of one physical device, 0 if none
     DWORD UsbDevInst = 0;         // node directly on a hub port: this one or an ancestor, 0 if none
     DWORD HubDevInst = 0;         // first ancestor that is a hub, 0 if none
-    DWORD Problem = 0;            // problem number at the last look, 45 when the node could not be asked
+    DWORD Problem = 0;            // last known problem number, 45 if the node could not be queried
     LONG PortNumber = 0;          // number in szPortName; an absent port keeps its last one
     LONG SameParentCount = 0;     // entries in Same, 0 until the first scan
     LONG Same[MaxSame] = {};      // indices of the ports of the same device, itself first
@@ -92,12 +92,12 @@ struct CComPort {
     DWORD PortChangeDone = 0;          // the check has finished for the present arrival
     DWORD OnArrivalDone = 0;
     DWORD OnRemovalDone = 0;
-    LONG LeftNumber = 0;            // has its bit because the port had it while the registry held another; 0: none
+    LONG LeftNumber = 0;            // bit set because the port had it while the registry held another; 0: none
     DWORD AwaitedRestart = 0;       // a restart was put off and the port has not come back from it (NameClaims)
     DWORD AwaitedRestartTicker = 0; // when that restart is due, if one is awaited
     DWORD HasCopiedName = 0;        // szPortName leads to another present port's device; szKernelNameCom is that one's
 
-    // The port has gone: it has no name in force any more. What else is to be forgotten depends on how that was seen.
+    // The port has gone: it has no name in force any more. What else to reset depends on how that was noticed.
     void SetAbsent() {
         IsPresent = 0;
         szPortName[0] = '\0';
@@ -120,7 +120,7 @@ public:
     CComPorts(const CComPorts&) = delete;
     CComPorts& operator=(const CComPorts&) = delete;
 
-    // Frees every record and empties the table. Only before the first port and at the end of the process.
+    // Frees every record and empties the table. Only before the first port and at process end.
     void ClearPorts();
 
     // --- look-ups (CComPorts.cpp). Indices are -1 when nothing fits. ---
@@ -129,9 +129,9 @@ public:
     int FindPortIdxByDevInst(DWORD devInst) const;
     // First slot that is null or whose record is not used. A hint only: AddPort takes the slot for good.
     int FindFreePortSlot() const;
-    // First used record with this path; case and the first four characters ("\\?\", "\\.\") do not count.
+    // First used record with this path; case and the first four characters ("\\?\", "\\.\") are ignored.
     int FindPortIdxByDevicePath(const char* devicePath) const;
-    // First used and present record with this registry name, blind to case, or null.
+    // First used and present record with this registry name, ignoring case, or null.
     CComPort* FindPortByComPort(const char* portName) const;
     // First used and present record without problem, other than `skip`, with this registry name, whose kernel name is
     // exactly what the DOS name leads to now. So a port that only claims the name in the registry does not count.
@@ -165,7 +165,7 @@ public:
     void ScanSamePorts();
     // Fills Same and SameParentCount of each record that is present or was just restarted.
     void ScanSameParents();
-    // Deletes the DOS names of ports behind which there is no device. Blocks up to 500 ms for each port.
+    // Deletes the DOS names of ports whose device is gone. Blocks up to 500 ms for each port.
     void DeleteNotFoundPorts();
     // Turns the record with this path into an absent port and clears the DOS name as configured.
     // Returns: its index, or -1 if no record has the path.
@@ -198,7 +198,7 @@ private:
     // Returns: the record, or null if the table is full of ports that are there or are about to come back.
     CComPort* TakeFreeSlot(DWORD devInst, const char* devicePath) QM_REQUIRES(CS_slots);
 
-    // The record that has been absent longest and waits for nothing: no restart, no number, no driver. Index or -1.
+    // The record that has been absent longest and awaits nothing: no restart, no number, no driver. Index or -1.
     int FindSlotOfLongestAbsent() const;
 
     int AddPortsOfClass(const GUID* interfaceClass);
@@ -217,5 +217,5 @@ private:
 extern CComPorts* g_pComPorts;
 
 // The order of the ports in a balloon, as QuickSort wants it: `a` and `b` point to pointers to CComPort.
-// Returns: below, equal or above 0 as a stands before, with or behind b.
+// Returns: below, equal to or above 0 if `a` sorts before, with or after `b`.
 LONGLONG ComparePortsByPosition(const void* a, const void* b);

@@ -24,7 +24,7 @@ CDeviceArrivals::~CDeviceArrivals() {
 }
 
 DWORD CDeviceArrivals::AddDeviceArrival(const char* devicePath, const GUID* interfaceClass) {
-    // Compared in the length in which it is stored, or a path that was cut would get a new entry at each arrival.
+    // Compared at its stored length; otherwise a path that was cut would get a new entry at each arrival.
     char storedPath[sizeof(DeviceArrival::DevPath)];
     CopyText(storedPath, devicePath);
     for (DWORD slot = 0; slot < Count; ++slot) {
@@ -40,7 +40,7 @@ DWORD CDeviceArrivals::AddDeviceArrival(const char* devicePath, const GUID* inte
     const DWORD devInst = GetDevInstByDevicePath(devicePath, interfaceClass, DIGCF_PRESENT);
     const bool isFresh = Arrivals[slot] == nullptr;
     DeviceArrival* entry = isFresh ? new DeviceArrival{} : Arrivals[slot];
-    entry->DevInst = 0; // no reader may take the new tick for the old node
+    entry->DevInst = 0; // no reader may combine the new tick with the old node
     entry->ArrivalTicker = GetTickCount();
     CopyText(entry->DevPath, storedPath);
     entry->DevInst = devInst;
@@ -55,7 +55,7 @@ DWORD CDeviceArrivals::AddDeviceArrival(const char* devicePath, const GUID* inte
 
 DWORD CDeviceArrivals::GetDeviceArrivalTicker(DWORD devInst) const {
     WriteLog(3, "GetDeviceArrivalTicker(%u)...", devInst);
-    // Entries whose node was not found have 0 and must not answer for a port without a device above it.
+    // Entries whose node was not found hold 0 and must not match a port without a device above it.
     for (DWORD slot = 0; devInst != 0 && slot < Count; ++slot) {
         if (Arrivals[slot]->DevInst == devInst) {
             return Arrivals[slot]->ArrivalTicker;

@@ -1,8 +1,9 @@
 // The list of device interfaces that announced themselves since the start, with the tick of their arrival. Its one use
-// is to tell how long ago the device above a port appeared, so that the check can see that a port came along with it.
+// is to find how long ago the device above a port appeared, so that the check recognises a port that came along with
+// it.
 // Thread: AddDeviceArrival on the thread of the device events alone; GetDeviceArrivalTicker on any.
-// Locks: none. An entry is whole before its slot points to it, it never moves, and a full table writes over the oldest
-// entry in place: a reader that meets that takes the old tick, the new one or none, and never a freed entry.
+// Locks: none. An entry is whole before its slot points to it, it never moves, and a full table overwrites the oldest
+// entry in place: a reader then gets the old tick, the new one or none, but never a freed entry.
 #pragma once
 
 #include "platform/win32.h"

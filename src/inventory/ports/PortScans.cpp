@@ -1,4 +1,4 @@
-// Walks over the table that settle what a single device event cannot tell, and the removal of a port.
+// Walks over the table that settle what a single device event cannot, and the removal of a port.
 #include <cstring>
 
 #include "config/CSettings.h"
@@ -15,16 +15,16 @@
 #include "support/system/ScopeGuard.h"
 #include "support/texts/BoundedText.h"
 
-constexpr DWORD RestartingMs = 2000; // an absent port stays in its group for so long after its restart
+constexpr DWORD RestartingMs = 2000; // how long an absent port stays in its group after its restart
 constexpr DWORD OpenPortMs = 500;
 constexpr DWORD UninstallDelayMs = 5000;
 
-constexpr int ShortestIdPart = 10;      // shorter common parts of two ids say nothing
+constexpr int ShortestIdPart = 10;      // shorter common parts of two ids mean nothing
 constexpr int FunctionNumberLength = 3; // "_00": the function of a composite device, before the last backslash
 
 namespace {
-// Records of the table in chains by a key, each chain in table order. A scan of all pairs looks only at those that can
-// be a pair, and meets them in the order in which it would meet them in the table.
+// Records of the table in chains by a key, each chain in table order. A scan of all pairs visits only possible pairs,
+// in the order of the table.
 class RecordChains {
 public:
     RecordChains() : m_first(Chains), m_next(MaxPorts), m_keys(MaxPorts) {
@@ -41,7 +41,7 @@ public:
         first = index;
     }
 
-    // The first record with the key and the one behind a record with the same key; -1 at the end.
+    // The first record with the key, and the next record with the same key; -1 at the end.
     LONG First(DWORD key) const { return SkipOthers(m_first[ChainOf(key)], key); }
     LONG Next(LONG index) const { return SkipOthers(m_next[index], m_keys[index]); }
 
@@ -147,9 +147,9 @@ static void LogGroup(const CComPorts& table, const CComPort* port) {
     WriteLog(3, "SameParentCount=%i", port->SameParentCount);
 }
 
-// Fills one group. Members behind the last place of Same are left out: they find the port in their own group.
+// Fills one group. Members beyond the capacity of Same are left out: they find the port in their own group.
 static void GroupPort(CComPorts* table, CComPort* port, const RecordChains& chains) {
-    // Built aside: another scan may fill the same record just now, and neither may count on the other's entries.
+    // Built separately: another scan may fill the same record just now, and neither may rely on the other's entries.
     LONG same[MaxSame] = {port->Index};
     LONG count = 1;
     WriteLog(4, " Ports[%i] (%s) ParentDevInst=%u", port->Index, port->szPortName, port->ParentDevInst);
@@ -185,7 +185,7 @@ static void DeleteNameLogged(const char* portName) {
 static void HandleZombieName(CComPort* port) {
     WriteLog(2, " kernelname is the expected one");
     if (port->PortChangedByDdn) {
-        // Nobody but this service knows of a name that it moved by hand, so nobody else will take it away.
+        // Only this service knows of a name that it moved by itself, so nothing else will delete it.
         WriteLog(2, " PortChangedByDdn=1 -> remove the DosDeviceName...");
         port->PortChangedByDdn = 0;
         DeleteNameLogged(port->szRegPortName);
@@ -204,8 +204,8 @@ static void CheckNameOfRemovedPort(CComPort* port) {
         return;
     }
     WriteLog(1, "DosDeviceName(%s) is kn=%s  PortChangedByDdn=%u", port->szRegPortName, target, port->PortChangedByDdn);
-    // The port may have had another one's name in its record, one that came since may have the kernel name now, or the
-    // port itself is back before its removal is looked at.
+    // The record may have held another port's name, a newer port may have the kernel name now, or the port itself may
+    // be back before its removal is handled.
     if (lstrcmpA(target, port->szKernelNameCom) != 0 || IsLinkOfAnother(port, port->szRegPortName, target) ||
         GetProblem(port->DevInst) == 0) {
         WriteLog(3, "szKnCom=%s P->szKernelNameCom=%s", target, port->szKernelNameCom);
@@ -337,7 +337,7 @@ int CComPorts::IsSameDevice(const CComPort* x, const CComPort* y) {
     if (IsSameStart(x->DeviceID, y->DeviceID, commonLength)) {
         return 1;
     }
-    // Ids that hold a GUID go on behind it with a part that differs from port to port.
+    // Ids that hold a GUID continue after it with a part that differs from port to port.
     const int braceAt = FindFirst(x->DeviceID, '}');
     return braceAt >= ShortestIdPart && IsSameStart(x->DeviceID, y->DeviceID, braceAt) ? 1 : 0;
 }

@@ -17,7 +17,7 @@ constexpr size_t SetupTextChars = 256;
 constexpr size_t ListedIdChars = 200;
 constexpr int ShortestDevicePath = 4;
 
-// What a device with a problem may be called to count as a port.
+// Names that a device with a problem may have to count as a port.
 constexpr const char* PortDescriptions[] = {"Serial", "UART", "rs232", "rs422", "rs485"};
 
 namespace {
@@ -72,7 +72,7 @@ static bool IsListedAsPort(const ListedDevice& device, DWORD problem) {
            !ContainsNoCase(device.Class, "MultiPort");
 }
 
-// A device with a problem may lack its name; one that runs without a name is no port.
+// A device with a problem may lack its name; a device that runs without a name is not a port.
 static bool HasPortName(const char* deviceId, DWORD problem) {
     char key[300];
     char portName[128];
@@ -84,7 +84,7 @@ static bool HasPortName(const char* deviceId, DWORD problem) {
     return false;
 }
 
-// The interface of the list with this path, case and prefix left aside.
+// The interface of the list with this path, ignoring case and prefix.
 static bool FindInterface(const DeviceList& list, const GUID& interfaceClass, const char* devicePath,
                           InterfaceDetail* detail, SP_DEVINFO_DATA* device) {
     SP_DEVICE_INTERFACE_DATA interfaceData = {};
@@ -160,7 +160,7 @@ void CComPorts::AddListedDevice(const DeviceList& list, DWORD index, const GUID*
     }
 }
 
-// A COM name that no port explains would otherwise be given away.
+// Otherwise a COM name that no port explains would be given away.
 void CComPorts::AddNamesWithoutDevice() {
     const CDosDeviceNames names("COM");
     for (LONG i = 0; i < names.Count; ++i) {
@@ -194,7 +194,7 @@ CComPort* CComPorts::TakeFreeSlot(DWORD devInst, const char* devicePath) {
     port->DevInst = devInst;
     CopyText(port->DevPath, devicePath);
     port->IsUsed = 1;
-    // Whoever walks the table without the lock meets the record whole or not at all.
+    // Readers walk the table without the lock and must see a record whole or not at all.
     Ports[slot] = port;
     if (slot == PortCount) {
         ++PortCount;
@@ -218,7 +218,7 @@ int CComPorts::AddPort(int slotNumber, DWORD devInst, const char* devicePath) {
     CComPort* port = ReserveSlot(devInst, devicePath, &known);
     if (known != NoPort) {
         WriteLog(1, " already in list at idx=%i", known);
-        // Its modem's arrival was quicker; the port can be restarted by this path alone.
+        // Its modem's interface arrived first; the port can be restarted by this path alone.
         if (IsModemPath(Ports[known]->DevPath) && IsComPortPath(devicePath)) {
             CopyText(Ports[known]->DevPath, devicePath);
         }

@@ -15,7 +15,7 @@
 #include "support/system/ProcessState.h"
 #include "support/texts/BoundedText.h"
 
-// Ports met at the start count as long arrived.
+// Ports found at the start count as having arrived long ago.
 constexpr DWORD StartArrivalAgeMs = 60000;
 
 constexpr DWORD HubRetryMs = 10;
@@ -59,7 +59,7 @@ static void ReadAddress(DWORD devInst, char (&text)[12]) {
     }
 }
 
-// What cannot be read keeps its old text, so none of the results is looked at.
+// A property that cannot be read keeps its old text, so the results are ignored.
 static void ReadProperties(CComPort* port) {
     const DWORD device = port->DevInst;
     const DWORD parent = port->ParentDevInst;
@@ -112,7 +112,7 @@ static void ReadRegPortName(CComPort* port) {
     char name[sizeof(port->szRegPortName)];
     FormatText(key, "%s\\Device Parameters", port->szRegEnumPath);
     if (RegReadString(HKEY_LOCAL_MACHINE, key, "PortName", name, sizeof(name))) {
-        // An empty name would drop the port from the check; with this one its section gives it a number.
+        // An empty name would exclude the port from the check; with this one its section gives it a number.
         CopyText(port->szRegPortName, name[0] != '\0' ? name : "COM0");
         WriteLog(4, " reg PortName=%s", port->szRegPortName);
     } else if (RegReadString(HKEY_LOCAL_MACHINE, key, "DosDeviceName", name, sizeof(name))) {
@@ -121,7 +121,7 @@ static void ReadRegPortName(CComPort* port) {
     }
 }
 
-// A registry name counts as the port's name only when its DOS name is there.
+// A registry name counts as the port's name only when its DOS name exists.
 static void ReadNameInForce(CComPort* port) {
     char kernelName[DosTargetSize];
     if (port->szRegPortName[0] == '\0' || !QueryDosName(port->szRegPortName, kernelName)) {
@@ -133,7 +133,7 @@ static void ReadNameInForce(CComPort* port) {
         CopyComDigits(port->szPortName, port->PortNumberText);
         port->PortNumber = GetNumberOfPortName(port->szPortName);
     }
-    // At the start all come at once, and the scan of equal names decides when all are read.
+    // At the start all ports arrive at once; the scan of equal names decides after all are read.
     if (!g_InitialSnapshot) {
         MarkCopiedName(port);
     }
@@ -161,7 +161,7 @@ static void StampPresence(CComPort* port) {
 }
 
 // Asks for the hub port until the hub knows the device, which may take a while after its arrival. *isHubPresent: false
-// if the hub went meanwhile.
+// if the hub disappeared in the meantime.
 static DWORD WaitForUsbPortNumber(const CComPort* port, DWORD hubDevInst, bool* isHubPresent) {
     const DWORD startTick = GetTickCount();
     DWORD portNumber = g_pUsbHubs->GetUsbPortNumber(port->UsbDevInst);
@@ -194,8 +194,8 @@ int CComPorts::UpdatePort(int index, DWORD devInst, const char* devicePath) {
     port->IsUsed = 1;
     port->IsPresent = IsDevicePresent(devInst) ? 1 : 0;
     ClearNames(port);
-    // A port is restarted by the path of its COM port interface alone, so that of the same node's modem does not
-    // replace it. Here, since the two arrivals may be read at one time.
+    // A port is restarted by the path of its COM port interface only, so that of the same node's modem does not replace
+    // it. Done here, since the two arrivals may be read at the same time.
     const bool keepsPath = port->DevInst == devInst && IsComPortPath(port->DevPath) && IsModemPath(path);
     port->DevInst = devInst;
     ReadTreePlace(port);
@@ -238,7 +238,7 @@ int CComPorts::UpdatePort(int index, DWORD devInst, const char* devicePath) {
 void CComPorts::BuildUsbPortName(CComPort* port) const {
     WriteLog(3, "CComPorts::BuildUsbPortName(%u, %s)...", port->DevInst, port->szRegPortName);
     port->UsbPort[0] = '\0';
-    // A rescan may retire the list while the hub is asked again and again.
+    // A rescan may retire the list while the hub is queried repeatedly.
     const HubReader reader(g_pUsbHubs);
     const auto* hub = g_pUsbHubs != nullptr ? g_pUsbHubs->FindHubByDevInst(port->HubDevInst) : nullptr;
     if (hub == nullptr) {

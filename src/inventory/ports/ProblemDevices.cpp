@@ -71,7 +71,7 @@ void CComPorts::ReactToProblem(DWORD devInst, DWORD problem, const char* deviceP
             return;
         }
         if (devInst != g_LastProblemDevInst) {
-            // One chance to recover by itself. Problem stays, so the next scan finds the number new again.
+            // One chance to recover by itself. Problem stays, so the next scan takes the number for a new one.
             PerformDeviceSafeRemovalAndRestart(devInst);
             g_LastProblemDevInst = devInst;
             return;
@@ -98,8 +98,8 @@ void CComPorts::FindRemovedProblemDevices() {
             continue;
         }
         const DWORD problem = GetProblem(port->DevInst);
-        // A device that was gone and runs again is brought in by its arrival, which may be reading it just now: the
-        // record is present before its old problem is overwritten.
+        // A device that was gone and runs again is handled by its arrival, which may be reading it just now: it sets
+        // the record present before it overwrites the old problem.
         const bool isBack = port->Problem == ProblemPhantom && problem == 0;
         if (problem != port->Problem && !isBack) {
             WriteLog(3, "P[%i] problem changed: %u -> %u", i, port->Problem, problem);

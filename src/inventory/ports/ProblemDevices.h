@@ -6,8 +6,8 @@
 
 #include "platform/win32.h"
 
-// The node that was last given its one chance to recover by a safe removal and restart; 0 at the start.
-// Guard: none, read and written by the scan alone; of two scans at a time the worst is a second chance.
+// The node that last got its one chance to recover by a safe removal and restart; 0 at the start.
+// Guard: none, read and written by the scan alone; two scans at once could at worst give a second chance.
 extern DWORD g_LastProblemDevInst;
 
 // The registry name of a device of class Ports or Modem. name: filled only on success.

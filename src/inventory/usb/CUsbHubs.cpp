@@ -17,13 +17,13 @@ CUsbHubs* g_pUsbHubs;
 
 constexpr DWORD PresentInterfaces = DIGCF_PRESENT | DIGCF_DEVICEINTERFACE;
 
-// A hub that has only just started refuses questions about its ports for a moment.
+// A hub that has only just started refuses requests about its hub ports for a moment.
 constexpr DWORD HubRetryMs = 500;
 
 constexpr int ChainTopShift = 56;
 
 constexpr char LocationStart[] = "Port_#0";
-constexpr int LocationNumberOffset = 6; // behind "Port_#"
+constexpr int LocationNumberOffset = 6; // after "Port_#"
 
 static UsbHub* FindHub(const UsbHubList* list, DWORD devInst) {
     for (LONG i = 0; i < list->Count; ++i) {
@@ -45,7 +45,7 @@ static void FreeList(UsbHubList* list) {
     delete list;
 }
 
-// Reads what stands about the hub in the device tree.
+// Reads what the device tree says about the hub.
 static UsbHub* MakeHub(LONG index, DWORD devInst, const char* path) {
     auto* const hub = new UsbHub{};
     hub->Index = index;
@@ -66,7 +66,7 @@ static UsbHub* MakeHub(LONG index, DWORD devInst, const char* path) {
     return hub;
 }
 
-// Returns: 0 when the device information set cannot be had.
+// Returns: 0 when the device information set cannot be created.
 static int ReadHubs(UsbHubList* list) {
     const DeviceList devices(&InterfaceClass::UsbHub, PresentInterfaces);
     if (!devices.IsValid()) {
@@ -91,7 +91,7 @@ static int ReadHubs(UsbHubList* list) {
     return 1;
 }
 
-// Where to ask first: what the location text says, else the bus address. Both are only hints.
+// The hub port to try first: from the location text, else the bus address. Both are only hints.
 static LONG GetExpectedPort(DWORD devInst) {
     char location[64] = {};
     LONG expected = 0;
@@ -111,7 +111,7 @@ static LONG GetExpectedPort(DWORD devInst) {
     return expected;
 }
 
-// Does the hub report this driver key at the port? error: why it could not say, else 0.
+// Does the hub report this driver key at the hub port? error: why it gave no answer, else 0.
 static bool HasDriverKey(HANDLE hub, DWORD port, const char* driverKey, DWORD* error) {
     char reported[HubDriverKeySize];
     *error = 0;
@@ -122,7 +122,7 @@ static bool HasDriverKey(HANDLE hub, DWORD port, const char* driverKey, DWORD* e
     return reported[0] != 0 && lstrcmpA(reported, driverKey) == 0;
 }
 
-// Asks the open hub. Returns: the port with this driver key, 0 if there is none.
+// Asks the open hub. Returns: the hub port with this driver key, 0 if there is none.
 static DWORD SearchPort(HANDLE hub, UsbHub* record, LONG expectedPort, const char* driverKey) {
     if (record->PortCount == 0) {
         record->PortCount = UsbGetHubPortCount(hub);
@@ -190,7 +190,7 @@ static DWORD GetPort(const UsbHubList* list, DWORD devInst) {
     return port;
 }
 
-// Needs the whole list: a hub's port number is told by the hub above it.
+// Needs the whole list: a hub's hub port number comes from the hub above it.
 static void ReadPortNumbers(const UsbHubList* list) {
     for (LONG i = 0; i < list->Count; ++i) {
         UsbHub* const hub = list->Hubs[i];
@@ -273,7 +273,7 @@ void CUsbHubs::Release(UsbHubList* list) {
     UsbHubList* freed = nullptr;
     {
         const LockGuard lock(CS_lists);
-        // A list that goes lets go of the one that took its place.
+        // Each list holds a reference to its successor; drop that too.
         while (list != nullptr && --list->Holders == 0) {
             UsbHubList* const next = list->Next;
             list->Next = freed;
@@ -293,7 +293,7 @@ void CUsbHubs::Publish(UsbHubList* list) {
     {
         const LockGuard lock(CS_lists);
         retired = m_current;
-        // The owner's hold and that of the older list: whoever still reads that one may look up records in this one.
+        // One reference for the owner and one for the older list, whose readers may look up records in this one.
         list->Holders = 2;
         retired->Next = list;
         m_current = list;
@@ -328,7 +328,7 @@ void LinkHubs(UsbHubList* list) {
 }
 
 void BuildPortName(const UsbHubList* list, LONG parentIndex, char (&name)[24], ULONGLONG* chain) {
-    // No path from a hub to its root has more hubs than there are.
+    // No path from a hub to its root has more hubs than exist.
     for (LONG level = 0; parentIndex != NoHub && level < list->Count; ++level) {
         const UsbHub* const parent = list->Hubs[parentIndex];
         char chainText[20];

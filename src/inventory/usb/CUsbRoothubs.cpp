@@ -42,7 +42,7 @@ int CUsbRoothubs::CreateSnapshot() {
     return 1;
 }
 
-// other: reached by the caller alone.
+// other: known to the caller alone.
 void CUsbRoothubs::SwapLists(CUsbRoothubs* other) {
     const LockGuard lock(CS_lists);
     std::swap(HostControllerCount, other->HostControllerCount);
@@ -51,7 +51,7 @@ void CUsbRoothubs::SwapLists(CUsbRoothubs* other) {
     std::swap(RootHubs, other->RootHubs);
 }
 
-// Returns: false when the controllers cannot be listed; without their numbers the root hubs say nothing.
+// Returns: false when the controllers cannot be listed; without their numbers the root hubs are useless.
 bool CUsbRoothubs::ListHostControllers() {
     const DeviceList list(&InterfaceClass::UsbHostController, PresentInterfaces);
     if (!list.IsValid()) {

@@ -1,8 +1,8 @@
 // The host controllers in the order in which the system lists them, and their root hubs. The place of a controller in
 // the list is the first number in the name of every hub and port below it.
 // Thread: the initialisation thread, and the thread that delivers device notifications (a new root hub); in a debug run
-// whose initialisation outlasts the wait for it both at once. So a rescan builds its lists aside and puts them in place
-// when they are whole; the short lock inside guards that step and the look-up, never a device call.
+// whose initialisation outlasts the wait for it both at once. So a rescan builds new lists and publishes them when they
+// are complete; the short lock guards that step and the look-up, never a device call.
 #pragma once
 
 #include "platform/win32.h"
@@ -36,7 +36,7 @@ public:
     // Returns: the place of the controller with this node, counted from 1; -1 if it is not in the list.
     LONG GetHostControllerNumber(DWORD devInst) const QM_EXCLUDES(CS_lists);
 
-    // Is the node a root hub, by its device id or by what is above it? Asks the device tree, not the list. 1 or 0.
+    // Is the node a root hub, by its device id or by what is above it? Queries the device tree, not the list. 1 or 0.
     static int IsRootHub(DWORD devInst);
 
     LONG HostControllerCount = 0;
@@ -52,4 +52,4 @@ private:
     mutable CRITICAL_SECTION CS_lists;
 };
 
-extern CUsbRoothubs* g_pUsbRoothubs; // made by the initialisation thread before the notifications, then constant
+extern CUsbRoothubs* g_pUsbRoothubs; // created by the initialisation thread before the notifications, then constant

@@ -28,7 +28,7 @@ static_assert(sizeof(ConnectionDriverKey) == 128 && offsetof(ConnectionDriverKey
 // Checks the hub's answer and converts its name. Returns: 1, or 0 with the last error.
 static int ConvertDriverKey(ConnectionDriverKey* answer, char (&driverKey)[HubDriverKeySize]) {
     if (answer->ActualLength > sizeof(*answer)) {
-        // What came is only the head of a longer name.
+        // Only the beginning of a longer name was returned.
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
         return 0;
     }

@@ -146,7 +146,7 @@ struct GuidRow {
     const char* Name;
 };
 } // namespace
-// The first one that equals gives the name.
+// The first match gives the name.
 constexpr GuidRow DeviceGuids[] = {
     {InterfaceClass::SerenumBusEnumerator, "GUID_DEVINTERFACE_SERENUM_BUS_ENUMERATOR"},
     {InterfaceClass::ComPort, "GUID_DEVINTERFACE_COMPORT"},
@@ -241,7 +241,7 @@ static const char* NameInTable(const char* const (&table)[N], DWORD code) {
     return code < N ? table[code] : nullptr;
 }
 
-// The ring of ResultText is the one that several threads may turn at once, so each gets a slot of its own.
+// Several threads may advance the ring of ResultText at once, so each gets a slot of its own.
 static DWORD NextResultSlot() {
     static DWORD next;
     if (!g_SupportLocksReady) {
@@ -385,7 +385,7 @@ const char* ErrorName(DWORD code) {
 const char* ErrorText(DWORD code) {
     static char ring[RingSize][288]; // the longest name, " -> " and the cut text
     static DWORD next;
-    LastErrorKeeper keep; // the question for the text may itself fail
+    LastErrorKeeper keep; // the query for the text may itself fail
     char(&text)[288] = ring[next++ % RingSize];
     OwnedLocalText systemText;
     const DWORD length =

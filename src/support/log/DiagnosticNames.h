@@ -1,6 +1,6 @@
-// Names of Windows constants for log lines: a reader of the log sees CM_PROB_DISABLED, not 22. Nothing here decides
-// anything. Every text stays valid at least until the next call of the same function. The fallback buffers are not
-// guarded: two threads that log at once may spoil each other's text in the log and nothing else. Any thread, no lock;
+// Names of Windows constants for log lines: a reader of the log sees CM_PROB_DISABLED, not 22. Nothing here affects
+// behaviour. Every text stays valid at least until the next call of the same function. The fallback buffers are not
+// guarded: two threads that log at once may garble each other's text in the log, but nothing else. Any thread, no lock;
 // ResultText alone has one of its own (SupportLocks.h).
 #pragma once
 
@@ -19,11 +19,11 @@ const char* SessionStateName(LONG state);      // WTS_CONNECTSTATE_CLASS
 const char* DeviceGuidName(const GUID& guid);  // interface or class GUID
 
 // ErrorName: "ACCESS_DENIED", or the number for a code without a name, in a ring of 10 such texts.
-// ErrorText: the same with the system's own text behind " -> ", in a ring of 10.
+// ErrorText: the same with the system's own text after " -> ", in a ring of 10.
 const char* ErrorName(DWORD code);
 const char* ErrorText(DWORD code);
 
-// The same of GetLastError(), which is left as it is. LastErrorName is what " err=%s" is built with.
+// The same of GetLastError(), which is preserved. LastErrorName is used for " err=%s".
 const char* LastErrorName();
 const char* LastErrorText();
 

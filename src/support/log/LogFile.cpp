@@ -23,8 +23,9 @@ constexpr size_t MaxRecord = 1023; // with CR LF: the longest text that the plat
 constexpr DWORD IdleBeforeCloseMs = 50;
 constexpr DWORD ExitWaitMs = 1000;
 constexpr int OpenAttempts = 20;
-constexpr DWORD HeldMs = 5000; // after a record that was lost to a holder, each one costs its writer one attempt only
-constexpr DWORD OpenWaitMs = 190; // for an open that does not come back, as long as all attempts wait for a holder
+constexpr DWORD HeldMs = 5000; // after a record that was lost because the file was in use, each further one costs only
+                               // one attempt
+constexpr DWORD OpenWaitMs = 190; // for an open that does not return, as long as all attempts for a file in use take
 constexpr int CreateAttempts = 100;
 constexpr DWORD RetryMs = 10;
 constexpr DWORD CreateFailedLine = 216;
@@ -38,13 +39,13 @@ static DWORD s_lockReady;
 
 static HANDLE s_file QM_GUARDED_BY(s_logLock); // INVALID_HANDLE_VALUE while the file is closed
 static DWORD s_previousTick QM_GUARDED_BY(s_logLock);
-static bool s_isHeld QM_GUARDED_BY(s_logLock); // all attempts for a record met somebody who does not share the file
+static bool s_isHeld QM_GUARDED_BY(s_logLock);         // all attempts for a record found the file in use, unshared
 static DWORD s_heldSinceTick QM_GUARDED_BY(s_logLock); // when the last of those attempts failed
 static char s_message[MessageSize] QM_GUARDED_BY(s_logLock);
 static char s_line[MessageSize] QM_GUARDED_BY(s_logLock);
 
 static HANDLE s_writeEvent;      // manual reset, set after each record written to the file
-static LogFileRequest s_request; // the closer opens the file: one who never answers an open hangs that thread alone
+static LogFileRequest s_request; // the closer opens the file: an open that never returns hangs that thread alone
 static DWORD s_requestReady;     // the request can be used; set before the closer starts
 static HANDLE s_closerThread;    // set before the log has readers of it, cleared by LogFile_Exit
 static DWORD s_exitRequested;    // single word, set once by LogFile_Exit
@@ -64,7 +65,7 @@ static int ReadLogKey(KeyName key, const char* defaultValue, char (&value)[N]) {
     return value[0] != '\0';
 }
 
-// Whether the folder of this file is there.
+// Whether the folder of this file exists.
 static int HasFolder(const char* file) {
     char folder[260];
     CopyText(folder, file);
@@ -75,14 +76,14 @@ static int HasFolder(const char* file) {
     if (end == 0) {
         return 0;
     }
-    // The root of a drive keeps its backslash: without it the drive's current folder would be meant.
+    // The root of a drive keeps its backslash: without it the path would mean the drive's current folder.
     const size_t driveRoot = 3;
     folder[end > driveRoot ? end - 1 : end] = '\0';
     const DWORD attributes = GetFileAttributesA(folder);
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-// The name that the settings give, starting from the present one.
+// The name from the settings, based on the current one.
 static void ReadLogFileName(char (&name)[260]) {
     char value[260];
     if (ReadLogKey("Logfile", "", value)) {
@@ -98,7 +99,7 @@ static void ReadLogFileName(char (&name)[260]) {
     }
 }
 
-// Takes over a new name. A file that is still open under the old one is closed, or the next records would follow it.
+// Adopts a new name. Closes a file that is open under the old one, or the next records would still go there.
 static void SetLogFileName(const char* name) {
     LockGuard lock(s_logLock);
     if (SameText(g_Log.LogFileName, name)) {
@@ -123,7 +124,7 @@ static void ReadSettings() {
         CopyText(name, g_Log.LogFileName);
         ReadLogFileName(name);
         SetLogFileName(name);
-        // Behind the name: from now on other threads write.
+        // After the name is set: from now on other threads write.
         if (write[0] == '1') {
             g_Log.WriteLogfile = 1;
         }
@@ -135,7 +136,7 @@ static void ReadSettings() {
 
 // --- The file
 
-// Makes everybody's access the security of files that the log creates. Without it they get the default security.
+// Lets the log create its files with access for everybody. On failure they get the default security.
 static void BuildSecurity() {
     if (s_pSecurity) {
         return;
@@ -155,7 +156,7 @@ static bool LogFileIsThere() {
     return GetFileAttributesA(g_Log.LogFileName) != INVALID_FILE_ATTRIBUTES;
 }
 
-// A drive that is not there any more, such as an unplugged stick, is replaced by "C".
+// A drive that no longer exists, such as an unplugged stick, is replaced by "C".
 static void ReplaceMissingDrive() {
     const char* name = g_Log.LogFileName;
     const char letter = name[0];
@@ -171,8 +172,8 @@ static void ReplaceMissingDrive() {
     }
 }
 
-// Makes the empty file; one that another process has made by now may hold its records and stays. Returns: 0 if there is
-// no hope to make it, so that the log needs no closer thread.
+// Creates the empty file; one that another process has created by now may hold its records and stays. Returns: 0 if it
+// cannot be created, so that the log needs no closer thread.
 static int CreateLogFile() {
     for (int attempt = 1; attempt <= CreateAttempts; ++attempt) {
         const OwnedFile file(CreateFileA(g_Log.LogFileName, GENERIC_WRITE, FILE_SHARE_READ, s_pSecurity, CREATE_NEW,
@@ -196,8 +197,8 @@ static int CreateLogFile() {
     return 1;
 }
 
-// How often the open is tried for one record. Everybody may open the log, and one who never shares it would otherwise
-// make each record of the service wait for all attempts.
+// How often the open is tried for one record. Everybody may open the log, and a program that holds it unshared would
+// otherwise make each record of the service wait for all attempts.
 static int AttemptsForRecord() QM_REQUIRES(s_logLock) {
     if (s_isHeld && GetTickCount() - s_heldSinceTick < HeldMs) {
         return 1;
@@ -205,14 +206,14 @@ static int AttemptsForRecord() QM_REQUIRES(s_logLock) {
     return OpenAttempts;
 }
 
-// A file that is not the log's own would be written to with the rights of the service. It is left alone from now on,
-// until the settings switch the log on again.
+// A file that is not the log's own would be written with the rights of the service. It is left alone from now on, until
+// the settings switch the log on again.
 static void StopForLink() QM_REQUIRES(s_logLock) {
     g_Log.WriteLogfile = 0;
     OutputDebugStringA("[QUILLMARCH]  the log file is a link -> no more records are written to it\n");
 }
 
-// One attempt. Returns: ERROR_SUCCESS or why not.
+// One attempt. Returns: ERROR_SUCCESS or the reason.
 static DWORD TryOpenForAppend(const char* name) QM_REQUIRES(s_logLock) {
     const LogFileAnswer answer = s_requestReady && s_closerThread
                                      ? s_request.Ask(name, s_pSecurity, s_writeEvent, OpenWaitMs)
@@ -248,14 +249,14 @@ static DWORD OpenForAppend(const char* name) QM_REQUIRES(s_logLock) {
     return error;
 }
 
-// Returns: ERROR_SUCCESS, or the error of the open: the record is then lost and nothing is reported.
+// Returns: ERROR_SUCCESS, or the error of the open: the record is then lost, and nothing is reported.
 static DWORD LogFile_WriteLine(const char* name, const char* text, size_t length) QM_REQUIRES(s_logLock) {
     const DWORD openError = OpenForAppend(name);
     if (openError != ERROR_SUCCESS) {
         return openError;
     }
-    // The end is found and written to in one step: behind a move of the pointer another process could write first, and
-    // the two records would lie over each other.
+    // Finds the end and writes in one step: after a move of the pointer another process could write first, and the two
+    // records would overwrite each other.
     OVERLAPPED end = {};
     end.Offset = 0xFFFFFFFF;
     end.OffsetHigh = 0xFFFFFFFF;
@@ -268,7 +269,7 @@ static DWORD LogFile_WriteLine(const char* name, const char* text, size_t length
 // --- Records
 
 // Builds time, delta, origin, level and message in s_line; a message that is too long is cut so that the line end
-// stays. One format for all that stands in front of the message: each is a call to Windows, and a log of level 3 has
+// stays. One format for all that precedes the message: each is a call to Windows, and a log of level 3 has
 // thousands of lines.
 static size_t FormatRecord(LONG level, DWORD delta) QM_REQUIRES(s_logLock) {
     SYSTEMTIME now;
@@ -311,7 +312,7 @@ static DWORD WriteRecord(LONG level, const char* format, va_list arguments) QM_R
 
 static void CloseIfIdle() {
     if (!TryEnterCriticalSection(&s_logLock)) {
-        return; // a writer is at work, and its event will bring the thread back
+        return; // a writer is active, and its event will wake the thread again
     }
     CloseGlobal<FileKind>(s_file);
     s_request.DropLateAnswer();
@@ -331,14 +332,14 @@ static void CloseLogHandle() {
     while (!s_exitRequested) {
         s_request.AnswerIfAsked();
         if (WaitForSingleObject(s_writeEvent, IdleBeforeCloseMs) == WAIT_OBJECT_0) {
-            // Reset only after it was seen: an event that is set just behind the end of a wait must not be lost. What
-            // it was set for is looked at after the reset.
+            // Reset only if the wait succeeded. After a time-out this could discard an event set in between, and the
+            // file would stay open. The work is checked after the reset.
             ResetEvent(s_writeEvent);
             continue;
         }
         CloseIfIdle();
         if (WaitForSingleObject(s_writeEvent, INFINITE) == WAIT_FAILED) {
-            Sleep(IdleBeforeCloseMs); // without an event only time is left
+            Sleep(IdleBeforeCloseMs); // without an event only the clock is left
         }
     }
     g_Log.WriteLogfile = 0;
@@ -379,7 +380,7 @@ void LogFile_Init(int rotate) {
     if (!LogFileIsThere()) {
         BuildSecurity();
         ReplaceMissingDrive();
-        // On the other drive there may be a log already, which must not be emptied.
+        // The other drive may already have a log, which must not be emptied.
         if (!LogFileIsThere() && !CreateLogFile()) {
             return;
         }
@@ -443,10 +444,10 @@ void LogFile_ReadSettings() {
 }
 
 void LogFile_Write(LONG level, const char* format, ...) {
-    // Read first and put back last, so that a caller can log first and read the last error afterwards.
+    // Read first and restored last, so that a caller can log first and read the last error afterwards.
     DWORD lastError = GetLastError();
     __atomic_add_fetch(&s_writers, 1, __ATOMIC_SEQ_CST);
-    // Asked again behind the count: since the caller's test the log may have ended, and its lock with it.
+    // Checked again after the count: since the caller's test the log may have ended and deleted its lock.
     if (LogFile_Wants(level)) {
         LockGuard lock(s_logLock);
         va_list arguments;

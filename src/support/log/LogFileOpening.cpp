@@ -10,8 +10,8 @@ static FinalPathOperation s_finalPath; // set before the threads start
 
 constexpr size_t VerbatimLength = 4; // of "\\?\" in front of a final path
 
-// The states of a request. Idle: nobody is asked, the asking side owns the fields. Asked: the answering side owns them.
-// Answered: the asking side again, with an answer to take.
+// The states of a request. Idle: no request, the asking side owns the fields. Asked: the answering side owns them.
+// Answered: the asking side again, with an answer to fetch.
 constexpr LONG Idle = 0;
 constexpr LONG Asked = 1;
 constexpr LONG Answered = 2;
@@ -24,13 +24,13 @@ static void SetState(LONG& state, LONG value) {
     __atomic_store_n(&state, value, __ATOMIC_RELEASE);
 }
 
-// Whether the letter stands for a place whose final path has another beginning: a share, or a folder of another drive.
+// Whether the letter maps to something whose final path begins otherwise: a share, or a folder of another drive.
 static bool IsBorrowedDrive(const char* name) {
     const char root[] = {name[0], ':', '\\', '\0'};
     return name[0] == '\\' || GetDriveTypeA(root) == DRIVE_REMOTE || IsSubstDrive(name[0]);
 }
 
-// Compares where the open file lies with its name. A short name in the path is no link.
+// Compares the location of the open file with its name. A short name in the path is not a link.
 static LogFileIdentity CompareFinalPath(HANDLE file, const char* name) {
     char final[520];
     const DWORD length = s_finalPath(file, final, sizeof(final), 0);
@@ -133,9 +133,9 @@ LogFileAnswer LogFileRequest::Take() {
 LogFileAnswer LogFileRequest::Ask(const char* name, SECURITY_ATTRIBUTES* security, HANDLE wake, DWORD waitMs) {
     const LogFileAnswer noAnswer = {INVALID_HANDLE_VALUE, ERROR_TIMEOUT, LogFileIdentity::Own};
     if (StateOf(m_state) == Asked) {
-        return noAnswer; // the one before still hangs: waiting for it again would stop the service record by record
+        return noAnswer; // the previous one still hangs: another wait would delay the service at each record
     }
-    DropLateAnswer(); // it may be that of a name before
+    DropLateAnswer(); // it may belong to a previous name
     CopyText(m_name, name);
     m_security = security;
     ResetEvent(m_answered);

@@ -9,7 +9,7 @@
 constexpr DWORD LastBackupSuffix = 99;
 constexpr DWORD RotationWaitMs = 1000;
 
-// The thread may outlive the wait for it, and so does what it reads.
+// The thread may outlive the wait for it, and so must the data it reads.
 static char s_name[260];
 static char s_backup[260];
 static LONG s_isGivenUp; // set by the waiting side, read by the thread
@@ -23,18 +23,18 @@ static void Set(LONG& flag, LONG value) {
     __atomic_store_n(&flag, value, __ATOMIC_RELEASE);
 }
 
-// Asked without opening the file in a way that an oplock could hold.
+// Queried without opening the file in a way that an oplock could block.
 static bool IsThere(const char* name) {
     return GetFileAttributesA(name) != INVALID_FILE_ATTRIBUTES;
 }
 
-// A backup that somebody holds can often still be renamed, and then goes under its new name.
+// A backup in use can often still be renamed, and is then deleted under its new name.
 static void RenameAndDeleteBackup() {
     for (DWORD n = 1; n <= LastBackupSuffix && !IsSet(s_isGivenUp); ++n) {
         char renamed[sizeof(s_backup) + 4];
         FormatText(renamed, "%s_%u", s_backup, n);
         if (MoveFileA(s_backup, renamed)) {
-            (void)DeleteFileA(renamed); // what cannot go now stays under a name that is not in the way
+            (void)DeleteFileA(renamed); // what cannot be deleted now stays under a name that is not in the way
             return;
         }
     }
@@ -57,12 +57,11 @@ static DWORD WINAPI LogFile_Backup_ThreadProc(LPVOID) {
 
 bool RotateLogFile(const char* name) {
     if (IsSet(s_isBusy)) {
-        return false; // the one before still hangs, and its texts must not change under it
+        return false; // the previous one still hangs, and its texts must not change
     }
     CopyText(s_name, name);
     CopyText(s_backup, name);
-    // A name that gives no backup's name: the log is appended to, so that no record is lost and no other file is
-    // touched.
+    // A name without a backup name: the log is appended to, so that no record is lost and no other file is touched.
     if (ReplaceInArray(s_backup, ".log", "_bak.log") <= 0 || (!IsThere(s_name) && !IsThere(s_backup))) {
         return true;
     }

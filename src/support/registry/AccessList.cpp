@@ -5,7 +5,7 @@
 #include "support/system/ProcessState.h"
 #include "support/texts/BoundedText.h"
 
-// A self-relative descriptor, its list, an entry and a SID as they lie in memory: places of their fields.
+// A self-relative descriptor, its list, an entry and a SID in memory: offsets of their fields.
 constexpr DWORD ControlAt = 2;
 constexpr DWORD OwnerAt = 4;
 constexpr DWORD DaclAt = 16;
@@ -37,7 +37,7 @@ constexpr char ServiceSids[] = "S-1-5-80-"; // the installer of Windows is one o
 constexpr char BuiltInAdministrator[] = "-500";
 
 namespace {
-// A block of bytes that are read only where they are.
+// A block of bytes; reads are bounds-checked.
 struct Bytes {
     const BYTE* at;
     DWORD size;
@@ -55,13 +55,13 @@ struct Bytes {
 };
 } // namespace
 
-// Returns: 0 for what is no whole SID.
+// Returns: 0 if there is no whole SID.
 static int SidToText(const Bytes& sid, char (&text)[SidTextSize]) {
     const DWORD count = sid.Read<BYTE>(1);
     if (!sid.Has(0, SidHeaderSize) || count > MostSubAuthorities || !sid.Has(SidHeaderSize, count * sizeof(DWORD))) {
         return 0;
     }
-    const BYTE* authority = sid.at + 4; // its high bytes are 0 in every SID that Windows gives out
+    const BYTE* authority = sid.at + 4; // its high bytes are 0 in every SID of Windows
     FormatText(text, "S-%u-%u", DWORD{sid.at[0]},
                (DWORD{authority[0]} << 24) | (DWORD{authority[1]} << 16) | (DWORD{authority[2]} << 8) | authority[3]);
     for (DWORD i = 0; i < count; ++i) {
@@ -93,7 +93,7 @@ static bool IsTrustedOwner(const char* sid) {
            (length > tail && SameText(sid + length - tail, BuiltInAdministrator));
 }
 
-// What the list gives to somebody who is in all of the ordinary groups, entry by entry as Windows reads it.
+// What the list grants to a member of all of the ordinary groups, entry by entry as Windows reads it.
 static int ListGives(const Bytes& list, DWORD rights, char (&who)[SidTextSize]) {
     DWORD denied = 0;
     Bytes rest = list.From(AclHeaderSize);
@@ -132,7 +132,7 @@ int WhoMayChange(const BYTE* descriptor, DWORD size, DWORD rights, char (&who)[S
     }
     const auto listAt = whole.Read<DWORD>(DaclAt);
     if ((whole.Read<WORD>(ControlAt) & DaclPresent) == 0 || listAt == 0) {
-        CopyText(who, Ordinary[0].name); // without a list everybody may do everything
+        CopyText(who, Ordinary[0].name); // without a list everybody has full access
         return 1;
     }
     return ListGives(whole.From(listAt), rights, who);

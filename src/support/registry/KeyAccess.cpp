@@ -5,7 +5,7 @@
 
 constexpr int RestoreTries = 3;
 
-// Sets an access list that gives everybody everything. A failure shows in the caller's next open.
+// Sets an access list that gives everybody full access. A failure shows in the caller's next open.
 static void SetEveryoneFullAccess(HKEY handle) {
     const OwnedSecurityDescriptor descriptor = EveryoneFullAccess();
     if (descriptor) {
@@ -23,12 +23,12 @@ static PSECURITY_DESCRIPTOR ReadAccessList(HKEY handle) {
     }
     OwnedSecurityDescriptor list(LocalAlloc(LPTR, size));
     if (!list || RegGetKeySecurity(handle, DACL_SECURITY_INFORMATION, list.Get(), &size) != ERROR_SUCCESS) {
-        return nullptr; // without the former list there is nothing to put back, so the key must stay as it is
+        return nullptr; // without the former list nothing could be restored, so the key must stay as it is
     }
     return list.Release();
 }
 
-// Puts a list back. Returns: whether it could be.
+// Restores a list. Returns: whether it succeeded.
 static bool SetAccessList(HKEY root, const char* key, PSECURITY_DESCRIPTOR list) {
     OwnedKey handle;
     if (RegOpenKeyExA(root, key, 0, WRITE_DAC | READ_CONTROL, handle.Receive()) != ERROR_SUCCESS) {
@@ -51,7 +51,7 @@ PSECURITY_DESCRIPTOR RegGrantKeyAccess(HKEY root, const char* key) {
 
 int RegRestoreKeyAccess(HKEY root, const char* key, PSECURITY_DESCRIPTOR list) {
     const OwnedSecurityDescriptor owned(list);
-    // A key that stays open to everybody is worse than a late one, and nobody else knows the list any more.
+    // A key left open to everybody is worse than a delay, and no one else knows its list any more.
     for (int tries = 0; tries < RestoreTries; ++tries) {
         if (SetAccessList(root, key, list)) {
             return 1;

@@ -1,6 +1,6 @@
-// Opens a registry key that refuses: gives everybody full access to it, and puts the former access list back. Used by
-// the registry tools for the length of one call. No lock: between grant and restore another thread that opens the same
-// key sees the wide list, and of two overlapping grants the second saves the wide list as the former one.
+// Opens a registry key that denies access: gives everybody full access to it, and restores the former access list. Used
+// by the registry tools for the length of one call. No lock: between grant and restore another thread that opens the
+// same key sees the wide list, and of two overlapping grants the second saves the wide list as the former one.
 #pragma once
 
 #include "platform/win32.h"
@@ -10,6 +10,6 @@
 // read, the key is then unchanged. The list is also returned when the wide one could not be set.
 PSECURITY_DESCRIPTOR RegGrantKeyAccess(HKEY root, const char* key);
 
-// Puts a former list back and releases it. Returns: 1 if the list was set; 0 if it was not: if the key could not be
-// opened the list stays the caller's, who has no second use for it.
+// Restores a former list and frees it. Returns: 1 if the list was set; 0 if not: if the key could not be opened the
+// list stays the caller's, who has no further use for it.
 int RegRestoreKeyAccess(HKEY root, const char* key, PSECURITY_DESCRIPTOR list);

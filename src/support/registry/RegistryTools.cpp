@@ -14,16 +14,16 @@ constexpr DWORD MaxValueName = 260; // characters
 constexpr DWORD FirstVersionWithUac = 6;
 
 namespace {
-// What came of the work on a key: whether the key could be opened at all, and the registry's error of the open or work.
+// Result of work on a key: whether the key could be opened at all, and the registry's error of the open or the work.
 struct KeyOutcome {
     bool Opened;
     DWORD Error;
 };
 } // namespace
 
-// Opens the key, does the work and closes it. A key that refuses is opened to everybody in between, and its former
-// access list comes back after the key has been closed and before this function returns, on every road.
-// firstRoot: of the first open; secondRoot: of the one behind the grant. work: LONG(HKEY), a registry error.
+// Opens the key, does the work and closes it. If the key denies access, everybody gets access in between; its former
+// access list is restored after the key was closed and before this function returns, on every path.
+// firstRoot: of the first open; secondRoot: of the one after the grant. work: LONG(HKEY), a registry error.
 template<typename Work>
 static KeyOutcome WithKey(HKEY firstRoot, HKEY secondRoot, const char* key, REGSAM rights, Work work) {
     OwnedKey handle;
@@ -39,9 +39,9 @@ static KeyOutcome WithKey(HKEY firstRoot, HKEY secondRoot, const char* key, REGS
     const bool opened = error == static_cast<LONG>(ERROR_SUCCESS);
     if (opened) {
         error = work(handle.Get());
-        handle.Reset(); // before the access list comes back, which an open handle would survive
+        handle.Reset(); // before the access list is restored: an open handle would keep its access
     }
-    // The work is done and its result counts, but whoever may write to this key from now on must be known.
+    // The work is done and its result holds, but the log must say that everybody may write to this key from now on.
     if (formerList && !RegRestoreKeyAccess(HKEY_LOCAL_MACHINE, key, formerList)) {
         WriteLog(1, "access list of HKLM\\%s could not be put back: everybody may change the key", key);
     }
@@ -53,7 +53,7 @@ static KeyOutcome WithKey(HKEY root, const char* key, REGSAM rights, Work work) 
     return WithKey(root, root, key, rights, work);
 }
 
-// Puts the error where the caller looks for it. Returns: 1 for success, else 0.
+// Puts the error where the caller expects it. Returns: 1 for success, else 0.
 static int Finish(DWORD error) {
     if (error != ERROR_SUCCESS) {
         SetLastError(error);
@@ -62,7 +62,7 @@ static int Finish(DWORD error) {
     return 1;
 }
 
-// Makes text of what RegQueryValueExA has put into buffer. length: bytes read, at most size. A value without a final
+// Turns what RegQueryValueExA has put into buffer into text. length: bytes read, at most size. A value without a final
 // zero gets one; if there is no room for it the value does not fit.
 static LONG FinishText(DWORD type, char* buffer, DWORD size, DWORD length) {
     if (type == REG_DWORD) {

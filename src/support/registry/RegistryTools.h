@@ -1,9 +1,9 @@
-// Single registry values outside the configuration snapshot: read, write, replace, delete. A key that refuses access is
-// opened all the same: everybody gets full access for the length of the one call (KeyAccess.h). That change always
+// Single registry values outside the configuration snapshot: read, write, replace, delete. A key that denies access is
+// still opened: everybody gets full access for the duration of the call (KeyAccess.h). That change always
 // works on HKEY_LOCAL_MACHINE, whatever root the caller gave. Any thread, no lock, no key handle outlives a call.
-// Unless told otherwise: root key first, key path second, 1 for success and 0 for failure, and after a failure the last
-// error is the registry's. Texts are ANSI; a text that is given back always ends with a zero, also when the stored
-// value does not.
+// Unless stated otherwise: root key first, key path second, 1 for success and 0 for failure, and after a failure the
+// last error is the registry's. Texts are ANSI; a returned text always ends with a zero, also when the stored value
+// does not.
 #pragma once
 
 #include "platform/win32.h"
@@ -14,10 +14,10 @@ int RegDeleteValue(HKEY root, const char* key, const char* name);
 // Whether the value is there. No change of access.
 int RegValueExists(HKEY root, const char* key, const char* name);
 
-// Last write time of the key. Returns: 0 for success, 2 if the key cannot be opened or asked; time is then unchanged.
+// Last write time of the key. Returns: 0 for success, 2 if the key cannot be opened or queried; time is then unchanged.
 DWORD RegGetKeyWriteTime(HKEY root, const char* key, FILETIME* time);
 
-// Size in bytes of the value's data. After a failure *size is 0.
+// Size in bytes of the value's data. On failure *size is 0.
 int GetRegValueSize(HKEY root, const char* key, const char* name, DWORD* size);
 
 // Reads at most four bytes; the bytes that a shorter value does not have are 0. A REG_SZ is converted with StrToIntA.
@@ -40,7 +40,7 @@ int RegWriteString(HKEY root, const char* key, const char* name, const char* tex
 int RegWriteBinary(HKEY root, const char* key, const char* name, const void* data, DWORD size);
 int RegWriteDword(HKEY root, const char* key, const char* name, DWORD value);
 
-// Replaces every occurrence of search, blind to case, in one REG_SZ value of up to 128 bytes; longer values, other
+// Replaces every occurrence of search, ignoring case, in one REG_SZ value of up to 128 bytes; longer values, other
 // types and values without an occurrence are left alone. The first open always goes to HKEY_LOCAL_MACHINE.
 void RegChangeValue(HKEY root, const char* key, const char* name, const char* search, const char* replace);
 

@@ -14,7 +14,7 @@ constexpr DWORD DeleteBeforeLine = 146;
 constexpr DWORD DeleteAfterLine = 159;
 
 static HANDLE s_heap;         // set by the first thread before there is another one
-static LONG s_allocatedBytes; // not guarded: a lost update spoils a log line and nothing else
+static LONG s_allocatedBytes; // not guarded: a lost update affects only a log line
 
 static HANDLE Heap() {
     if (!s_heap) {
@@ -53,7 +53,7 @@ static void Release(void* block) {
     const LONG size = static_cast<LONG>(HeapSize(heap, 0, block));
     s_allocatedBytes -= size;
     WriteLog(6, "delete(%i) sum=%i", size, s_allocatedBytes);
-    (void)HeapFree(heap, 0, block); // the validation behind it tells what went wrong
+    (void)HeapFree(heap, 0, block); // the validation that follows reports what went wrong
     if (!HeapValidate(heap, 0, nullptr)) {
         WriteLog(1, "HeapValidate after delete failed");
         Beep(BeepHz, DeleteBeepMs);
@@ -61,7 +61,7 @@ static void Release(void* block) {
     }
 }
 
-// A block at a wider alignment than the heap gives: the heap's own address stands in the word in front of it.
+// A block with a wider alignment than the heap's: the word before it holds the heap's own address.
 static void* AllocateAligned(size_t size, std::align_val_t alignment) {
     const size_t align = static_cast<size_t>(alignment);
     void* block = Allocate(size + align + sizeof(void*));

@@ -6,8 +6,8 @@
 
 #include "platform/win32.h"
 
-// Takes the process heap. WinMain calls it first; an allocation before that takes the heap itself.
+// Fetches the process heap. WinMain calls it first; an earlier allocation fetches the heap itself.
 void InitAllocator();
 
-// Bytes allocated and not yet released, as the log shows them.
+// Bytes allocated and not yet released, for the log.
 LONG AllocatedBytes();

@@ -6,12 +6,12 @@
 #include "support/system/ScopeGuard.h"
 #include "support/texts/BoundedText.h"
 
-constexpr DWORD SafetyMs = 100; // so much earlier the thread stops counting on a caller that still waits
+constexpr DWORD SafetyMs = 100; // how much earlier the thread stops relying on a waiting caller
 
-// Who of the two is through with the request first leaves it to the other one.
+// The first of the two to finish leaves the request to the other one.
 constexpr LONG Running = 0;
-constexpr LONG Finished = 1;  // the thread has its result, the caller takes it and the request
-constexpr LONG Abandoned = 2; // the caller has gone, the thread gives back the handle and the request
+constexpr LONG Finished = 1;  // the thread has its result; the caller takes it and frees the request
+constexpr LONG Abandoned = 2; // the caller has left; the thread closes the handle and frees the request
 
 namespace {
 struct OpenRequest {
@@ -63,7 +63,7 @@ static DWORD WINAPI CreateFile_ThreadProc(LPVOID parameter) {
     return RunRequest(static_cast<OpenRequest*>(parameter));
 }
 
-// The caller goes without a result.
+// The caller leaves without a result.
 static void AbandonRequest(OpenRequest* request) {
     if (InterlockedCompareExchange(&request->State, Abandoned, Running) == Finished) {
         delete request; // closes the file
@@ -113,7 +113,7 @@ HANDLE CreateFileTimeout(const char* name, DWORD access, DWORD share, DWORD disp
         return INVALID_HANDLE_VALUE;
     }
     DWORD exitCode = 0;
-    (void)GetExitCodeThread(thread.Get(), &exitCode); // without one the request's error tells what to do
+    (void)GetExitCodeThread(thread.Get(), &exitCode); // without one the request's error decides
     const HANDLE result = TakeResult(*request, exitCode);
     LastErrorKeeper keep;
     delete request;

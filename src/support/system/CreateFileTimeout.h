@@ -1,6 +1,5 @@
-// A CreateFileA that cannot hang its caller. Opening a device may never come back, so it runs on a thread of its own; a
-// handle that comes too late is closed by that thread, since no one is left to do so. A driver that never returns costs
-// one stranded thread and its request.
+// A CreateFileA that cannot hang its caller. Opening a device may never return, so it runs on a thread of its own; that
+// thread closes a handle that comes too late. A driver that never returns costs one stranded thread and its request.
 #pragma once
 
 #include "platform/win32.h"

@@ -14,7 +14,7 @@ constexpr char ForbiddenInNames[] = ":*?<>|";
 constexpr char LongPathPrefix[] = "\\\\?\\";
 constexpr char ZoneStream[] = "Zone.Identifier";
 
-// Whether a path holds characters that no file name has. The drive's colon stands in front of what is looked at.
+// Whether a path holds characters that no file name has. The check starts after the drive's colon.
 static bool HasForbiddenChars(const char* path) {
     const size_t prefixLength = sizeof(LongPathPrefix) - 1;
     const size_t driveLength = 2;
@@ -26,7 +26,7 @@ static bool HasForbiddenChars(const char* path) {
     return start < length && !HasNoneOf(path + start, ForbiddenInNames);
 }
 
-// Takes the mark off one file. Returns: 1 if there was one and it is gone.
+// Removes the mark from one file. Returns: 1 if there was one and it is gone.
 static int RemoveZoneIdentifier(const char* folder, const char* file) {
     char stream[MAX_PATH * 2 + sizeof(ZoneStream)];
     FormatText(stream, "%s\\%s:%s", folder, file, ZoneStream);
@@ -53,7 +53,7 @@ int FileExists(const char* path) {
     if (GetFileAttributesA(name) != INVALID_FILE_ATTRIBUTES) {
         return 1;
     }
-    return GetLastError() == ERROR_ACCESS_DENIED; // what may not be looked at is still there
+    return GetLastError() == ERROR_ACCESS_DENIED; // a file without read access still exists
 }
 
 int CanOpen(const char* path) {
@@ -72,7 +72,7 @@ int CanOpen(const char* path) {
 int IsFolder(const char* path) {
     char name[MaxExistsPath + 1];
     if (CopyText(name, path) < TextLength(path)) {
-        return 0; // cut, it would be the name of something else
+        return 0; // if cut, it would name something else
     }
     (void)UnquoteText(name);
     const DWORD attributes = GetFileAttributesA(name);

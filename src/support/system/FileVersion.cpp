@@ -9,8 +9,8 @@
 #include "support/texts/BoundedText.h"
 
 constexpr DWORD MaxVersionData = 4096;
-constexpr size_t SafetyBytes = 64;     // zeros behind data that the limit cut through
-constexpr DWORD ShownPrivateFrom = 10; // from this private part on the program's own version shows it
+constexpr size_t SafetyBytes = 64;     // zeros after data cut by the limit
+constexpr DWORD ShownPrivateFrom = 10; // from this private part on, the program's own version shows it
 
 using GetFileVersionInfoOperation = BOOL(WINAPI*)(LPCSTR, DWORD, DWORD, LPVOID);
 using VerQueryValueOperation = BOOL(WINAPI*)(LPCVOID, LPCSTR, LPVOID*, PUINT);
@@ -22,7 +22,7 @@ struct Translation {
 };
 } // namespace
 
-// The part of the data that a query gives, if at least size bytes of it lie inside.
+// The part of the data that a query returns, if at least size bytes of it lie inside.
 static const void* QueryPart(VerQueryValueOperation query, const char* data, const char* name, UINT size,
                              UINT* length) {
     void* part = nullptr;

@@ -1,6 +1,6 @@
-// Owners for what Windows hands out and wants back, one type for each kind, so that nothing is closed by the operation
-// of another kind or forgotten on an early return. Each can be moved, not copied, and a close keeps the last error: the
-// cause of a failure stays readable past the clean-up. Any thread, one at a time.
+// Owning types for Windows handles, one for each kind, so that nothing is closed by the wrong operation or forgotten on
+// an early return. Each can be moved, not copied, and a close preserves the last error: the cause of a failure stays
+// readable past the clean-up. Any thread, one at a time.
 //     OwnedKey key;
 //     if (RegOpenKeyExA(root, name, 0, KEY_READ, key.Receive()) != ERROR_SUCCESS) ...
 #pragma once
@@ -10,7 +10,7 @@
 #include "platform/win32.h"
 #include "support/system/ScopeGuard.h"
 
-// Kind: Value, what is owned; None(), what stands for nothing; Close(Value).
+// Kind: Value, the owned type; None(), the value for nothing; Close(Value).
 template<typename Kind>
 class [[nodiscard]] OwnedBy {
 public:
@@ -27,7 +27,7 @@ public:
     OwnedBy(const OwnedBy&) = delete;
     OwnedBy& operator=(const OwnedBy&) = delete;
 
-    // Closes what is held and takes the value over.
+    // Closes the held value and takes ownership of the new one.
     void Reset(Value value = Kind::None()) {
         if (IsOpen()) {
             const LastErrorKeeper keep;
@@ -35,15 +35,15 @@ public:
         }
         m_value = value;
     }
-    // Hands the value over, to be closed by somebody else.
+    // Releases the value without closing it; the caller owns it then.
     [[nodiscard]] Value Release() { return std::exchange(m_value, Kind::None()); }
     Value Get() const { return m_value; }
-    // For an operation that gives its result through a pointer. What was held is closed before.
+    // For an operation that returns its result through a pointer. Closes the held value first.
     Value* Receive() {
         Reset();
         return &m_value;
     }
-    // An operation that opens nothing gives null or INVALID_HANDLE_VALUE, whichever kind it is.
+    // A failed open gives null or INVALID_HANDLE_VALUE, whatever the kind.
     bool IsOpen() const { return m_value != Value{} && m_value != Kind::None(); }
     explicit operator bool() const { return IsOpen(); }
 
@@ -109,8 +109,8 @@ using OwnedLibrary = OwnedBy<LibraryKind>;
 using OwnedSecurityDescriptor = OwnedBy<LocalKind<PSECURITY_DESCRIPTOR>>; // from LocalAlloc
 using OwnedLocalText = OwnedBy<LocalKind<char*>>;                         // the same
 
-// For a handle of the whole process, which cannot be an owner: its destructor would run after the machine has taken the
-// process apart. Closes it if there is one and leaves Kind's nothing.
+// For a handle of the whole process, which cannot be an owner: its destructor would run after the machine has
+// dismantled the process. Closes it if there is one and leaves Kind's nothing.
 template<typename Kind>
 void CloseGlobal(typename Kind::Value& value) {
     OwnedBy<Kind>(std::exchange(value, Kind::None())).Reset();

@@ -1,5 +1,5 @@
 // The device interface and class GUIDs that the product knows by name, as constants of its own: the headers of the SDK
-// declare only some of them, and those only in a form that cannot stand beside winioctl.h.
+// declare only some of them, and those only in a form that conflicts with winioctl.h.
 // Used by the event routing, the snapshot and the hub topology; DeviceGuidName (DiagnosticNames.h) gives their log
 // texts.
 #pragma once

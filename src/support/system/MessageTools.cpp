@@ -9,7 +9,7 @@ constexpr char Caption[] = "Quill-March-Ward";
 constexpr LONG_PTR LastShellError = 32; // results up to it are errors
 
 int ShowBox(HWND owner, const char* text, const char* caption, UINT flags) {
-    // The manifest asks for the newer controls, and Windows 5.1 makes no window with them before they are ready.
+    // The manifest requests the newer controls, and Windows 5.1 creates no window with them until they are initialised.
     InitCommonControls();
     return MessageBoxA(owner, text, caption, flags);
 }

@@ -31,7 +31,7 @@ static void TakeVersion(const Info& info, OsVersion* out) {
     out->SuiteMask = info.wSuiteMask;
 }
 
-// RtlGetVersion tells the truth; GetVersionExA tells a program without a manifest what it was made for.
+// RtlGetVersion gives the real version; GetVersionExA gives a program without a manifest the one it was built for.
 static void ReadApiVersion(OsVersion* out) {
     const SystemLibrary ntdll("ntdll.dll");
     const auto rtlGetVersion = ntdll.Find<RtlGetVersionOperation>("RtlGetVersion");

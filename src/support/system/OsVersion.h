@@ -1,4 +1,4 @@
-// What Windows this is: one record per process, filled at the start of WinMain before any other thread and read by all
+// Which Windows this is: one record per process, filled at the start of WinMain before any other thread and read
 // afterwards without a lock.
 #pragma once
 
@@ -26,7 +26,7 @@ struct OsVersion {
 };
 extern OsVersion g_Os;
 
-// Fills the record from nothing.
+// Fills the record.
 void GetOsVersion(OsVersion* out);
 
 // The digit-packed form: one hexadecimal digit for each decimal digit, two digits each. major, minor: 0 to 99.

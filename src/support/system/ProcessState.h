@@ -1,5 +1,5 @@
-// What a process of the program knows about itself: mode, paths, the two great locks and the flags that all rooms read.
-// Everything is zero at the start; WinMain fills the texts before it starts a thread and nobody changes them
+// What a process of the program knows about itself: mode, paths, the two main locks and the flags that all folders
+// read. Everything is zero at the start; WinMain fills the texts before it starts a thread, and they never change
 // afterwards. Lock order in the whole program: CS_main, then CS_assign, then the short locks.
 #pragma once
 
@@ -18,7 +18,7 @@ inline constexpr LONG ModeCount = 8;
 
 extern LONG g_Mode;             // one of the modes above
 extern DWORD g_DebugMode;       // 1 in a debug run
-extern DWORD g_StopRequested;   // set by the stop road; single word, read without a lock
+extern DWORD g_StopRequested;   // set by the stop; single word, read without a lock
 extern DWORD g_InitialSnapshot; // 1 while the first snapshot of the port table runs
 extern HWND g_hwndMain;         // main window of a debug run, null in a service run
 

@@ -1,5 +1,5 @@
-// Small owners for what has to be given back however a function ends: any clean-up, the last error, a lock, blocks of
-// the replaced operator new. Handles have theirs in Handles.h. None of them can be copied. Any thread.
+// Scope guards for what must be released on every path out of a function: any clean-up, the last error, a lock, blocks
+// of the replaced operator new. Handles have theirs in Handles.h. None can be copied. Any thread.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 #include "platform/win32.h"
 
-// auto guard = OnScopeExit([&] { LogEnd(); });   Dismiss() takes the promise back.
+// auto guard = OnScopeExit([&] { LogEnd(); }); Dismiss() cancels it.
 template<typename Action>
 class [[nodiscard]] ScopeExit {
 public:
@@ -31,7 +31,7 @@ ScopeExit<Action> OnScopeExit(Action action) {
     return ScopeExit<Action>(action);
 }
 
-// Puts the thread's last error back at the end of the scope: over logging and clean-up the cause's error stays
+// Restores the thread's last error at the end of the scope: after logging and clean-up the cause's error stays
 // readable.
 class LastErrorKeeper {
 public:
@@ -58,7 +58,7 @@ private:
     CRITICAL_SECTION& m_lock;
 };
 
-// One object from operator new. Release() hands it over.
+// One object from operator new. Release() passes ownership on.
 template<typename T>
 class Owned {
 public:

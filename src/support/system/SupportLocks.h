@@ -1,6 +1,6 @@
-// The two locks of the general tools: that of the ring of ResultText and that of the seed of Random. The start of the
-// program makes them before the first other thread, the balloon child deletes them at its end. While they are not there
-// the tools work without them, which is right for a process that has one thread.
+// The two locks of the general tools: that of the ring of ResultText and that of the seed of Random. The program's
+// start creates them before the first other thread, the balloon child deletes them at its end. Without them the tools
+// work unlocked, which is safe while the process has one thread.
 #pragma once
 
 #include "platform/win32.h"

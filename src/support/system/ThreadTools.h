@@ -3,11 +3,11 @@
 
 #include "platform/win32.h"
 
-// A plain start with the default stack. Returns: the thread's handle, the caller's to close; null with the last error.
+// A plain start with the default stack. Returns: the thread's handle, closed by the caller; null with the last error.
 HANDLE StartThread(LPTHREAD_START_ROUTINE procedure, void* parameter);
 
-// Starts suspended, so that the line "thread %s created ThreadId=%04u" (level 3, if name is not null) stands in the log
-// before the thread's first one, then lets it run and closes the handle. Returns: 1; 0 with the last error.
+// Starts suspended, so that the line "thread %s created ThreadId=%04u" (level 3, if name is not null) is logged before
+// the thread's first one, then lets it run and closes the handle. Returns: 1; 0 with the last error.
 int StartThreadLogged(const char* name, LPTHREAD_START_ROUTINE procedure, void* parameter);
 
 // Starts at once, logs the same or without a name "thread created ThreadId=%04u", closes the handle.

@@ -1,6 +1,6 @@
-// The kinds of user as whom a process can be started. The configuration reader gives the kind that an action's keys
-// name, and the session code turns it into a token; the record stands here so that both know it without knowing each
-// other. Plain values, no thread, no lock.
+// The kinds of user that a process can be started as. The configuration reader gets the kind from an action's keys, and
+// the session code turns it into a token; the record is here so that neither needs to know the other. Plain values, no
+// thread, no lock.
 #pragma once
 
 #include <cstddef>

@@ -12,7 +12,7 @@ constexpr UINT UnscaledDpi = 96; // for a desktop that gives no device context
 using GetDpiForWindowOperation = UINT(WINAPI*)(HWND);
 using GetDpiForMonitorOperation = HRESULT(WINAPI*)(HMONITOR, int, UINT*, UINT*);
 
-// Each of the two gives 0 if this Windows or this window has no answer.
+// Each of the two returns 0 if this Windows or this window has no answer.
 static UINT AskWindow(HWND window) {
     if (g_Os.VersionBcd < BcdTen || g_Os.BuildNumber < FirstBuildWithWindowDpi) {
         return 0;

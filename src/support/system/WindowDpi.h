@@ -1,4 +1,5 @@
-// The dots per inch of the screen that shows a window, by the best means this Windows offers. The thread of the window.
+// The dots per inch of the screen that shows a window, by the best means this Windows offers. Thread: that of the
+// window.
 #pragma once
 
 #include "platform/win32.h"

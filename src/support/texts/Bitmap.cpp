@@ -25,8 +25,8 @@ static bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// The number of the leading digits, 0 without any. One too large for 32 bits becomes the largest, which no bitmap
-// holds. Returns: what stands behind the digits.
+// The number of the leading digits, 0 without any. One too large for 32 bits becomes the maximum, which no bitmap
+// holds. Returns: what follows the digits.
 static const char* ReadNumber(const char* text, DWORD* number) {
     ULONGLONG value = 0;
     for (; IsDigit(*text); ++text) {
@@ -107,7 +107,7 @@ DWORD ParseNumberList(const char* text, BYTE* bitmap, DWORD bytes) {
     char list[ListBufferSize];
     const size_t length = CopyText(list, text);
     if (length < TextLength(text) && text[length] != ',') {
-        // The cut went through an item, and half a number is another number: the torn item is left out.
+        // The cut may fall inside an item, and half a number is another number: the cut item is dropped.
         char* comma = list;
         for (char* at = list; *at != '\0'; ++at) {
             comma = *at == ',' ? at : comma;
@@ -118,7 +118,7 @@ DWORD ParseNumberList(const char* text, BYTE* bitmap, DWORD bytes) {
     const DWORD itemCount = SplitAtCommas(list, items, MaxItems);
     DWORD taken = 0;
     for (DWORD i = 0; i < itemCount; ++i) {
-        (void)CutAtChar(items[i], ','); // behind the last item that counts the text is still uncut
+        (void)CutAtChar(items[i], ','); // after the last item that counts the text is still uncut
         taken += TakeItem(items[i], bitmap, bytes * 8);
     }
     return taken;

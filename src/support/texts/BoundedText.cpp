@@ -5,7 +5,7 @@
 // The formatting of Windows stops at 1024 characters a call and never writes beyond; the rest is a safety margin.
 constexpr size_t FormatBufferSize = 1040;
 
-// Length of the text, or limit if it does not end before. Nothing behind its end is read.
+// Length of the text, or limit if it does not end before. Nothing after its end is read.
 static size_t LengthWithin(const char* text, size_t limit) {
     const void* end = memchr(text, 0, limit);
     return end != nullptr ? static_cast<size_t>(static_cast<const char*>(end) - text) : limit;
@@ -28,7 +28,7 @@ size_t CopyText(char* dst, size_t sizeChars, const char* source) {
 size_t AppendText(char* dst, size_t sizeChars, const char* source) {
     const size_t length = LengthWithin(dst, sizeChars);
     if (length == sizeChars) {
-        return length; // no text at all: nothing may be written behind it
+        return length; // not a text: nothing may be written after it
     }
     return length + CopyText(dst + length, sizeChars - length, source);
 }

@@ -1,5 +1,5 @@
-// The one way to write text into a fixed array. The size comes from the array's type; what does not fit is cut, with no
-// error, and the result always ends with a zero. Plain code without calls to Windows except for formatting, so any
+// The one way to write text into a fixed array. The size comes from the array's type; what does not fit is cut, without
+// an error, and the result always ends with a zero. Plain code without calls to Windows except for formatting, so any
 // thread may use it under any lock. The last error is not touched.
 #pragma once
 
@@ -36,7 +36,7 @@ inline void ZeroBytes(void* dst, size_t count) {
 }
 
 // Copies source into dst. sizeChars: room in dst with the final zero; 0 writes nothing. A null source counts as empty.
-// source may lie in the same array behind dst. Returns: the length of the result.
+// source may be in the same array, after dst. Returns: the length of the result.
 size_t CopyText(char* dst, size_t sizeChars, const char* source);
 
 // Copies at most count characters of a source that need not end with a zero (device data, registry values, pipes).
@@ -45,8 +45,8 @@ size_t CopyTextPart(char* dst, size_t sizeChars, const char* source, size_t coun
 // Appends source to the text in dst. Returns: the length of the result.
 size_t AppendText(char* dst, size_t sizeChars, const char* source);
 
-// Formats as wvsprintfA does (at most 1023 characters a call) and copies the result. The arguments may not overlap dst
-// unless they are only read before the copy, which is the case: the text is built aside. Returns: the result's length.
+// Formats as wvsprintfA does (at most 1023 characters a call) and copies the result. The arguments may overlap dst: the
+// text is built in a separate buffer first. Returns: the result's length.
 size_t FormatText(char* dst, size_t sizeChars, const char* format, ...) QM_PRINTF(3, 4);
 size_t FormatTextV(char* dst, size_t sizeChars, const char* format, va_list arguments);
 

@@ -4,7 +4,7 @@
 
 constexpr size_t MaxCommandLine = 512; // characters with the final zero
 
-// Steps over a quoted part. Returns: what stands behind its closing quote; null if the text ends inside.
+// Steps over a quoted part. Returns: what follows its closing quote; null if the text ends inside.
 static char* BehindQuote(char* openingQuote) {
     char* at = openingQuote + 1;
     while (*at != '"') {
@@ -45,7 +45,7 @@ void TokenizeCommandLine(LONG* count, char** tokens, LONG capacity) {
             break; // the caller's table is full: the rest is left out
         }
         tokens[found++] = at;
-        // The first character of a token is stepped over, so a quote there does not open one.
+        // The first character of a token is skipped, so a quote there does not open a quoted part.
         if (*at != '\0') {
             ++at;
         }

@@ -5,11 +5,11 @@
 
 #include "platform/win32.h"
 
-// 15 bits of chance, 0 to 32767, the same series in every process.
+// A pseudo-random number, 0 to 32767; the series is the same in every process.
 DWORD Random();
 
-// Writes value over the block in whole words; bytes at the end that make no word, and blocks under four bytes, are left
-// alone. sizeBytes: of the block, which need not be aligned.
+// Writes value over the block in whole words; bytes at the end that do not fill a word, and blocks under four bytes,
+// are left alone. sizeBytes: of the block, which need not be aligned.
 void FillWords(void* block, size_t sizeBytes, DWORD value);
 
 // Limits a value to a lower and an upper bound; the lower one wins if they cross.

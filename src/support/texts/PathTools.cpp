@@ -13,7 +13,7 @@ static bool IsLetter(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
-// Quotes off, "." and ".." resolved, variables expanded.
+// Quotes removed, "." and ".." resolved, variables expanded.
 static void NormalizePath(char (&path)[PathRoom]) {
     (void)UnquoteText(path);
     char canonical[MAX_PATH] = {};

@@ -6,9 +6,9 @@
 
 #include "platform/win32.h"
 
-// Makes a full path of path, relative to baseDir, into out. size: of out, at most 1024 counts. Quotes go, "." and ".."
-// are resolved, environment variables expanded. If path is empty or baseDir is null, out stays as it is; if both
-// together are too long, out is the path as it came in, cut to size.
+// Makes a full path of path, relative to baseDir, into out. size: of out; at most 1024 is used. Quotes are removed, "."
+// and ".." resolved, environment variables expanded. If path is empty or baseDir is null, out is unchanged; if both
+// together are too long, out is the given path, cut to size.
 void MakeFullPath(const char* path, const char* baseDir, char* out, size_t size);
 template<size_t N>
 void MakeFullPath(const char* path, const char* baseDir, char (&out)[N]) {
@@ -16,12 +16,12 @@ void MakeFullPath(const char* path, const char* baseDir, char (&out)[N]) {
 }
 
 // Expands environment variables in place. limit: the longest result that is taken, up to 1024; the array has room for
-// limit characters with the final zero. Results of more than 259 characters are not taken.
+// limit characters with the final zero. Longer results than 259 characters are rejected.
 // Returns: 1 if the text was expanded; 0 without change.
 int ExpandEnvInPlace(char* text, size_t limit);
 
-// The directory part of a path into out: what stands before the last backslash, a backslash in the last position not
-// counting. Returns: 1; 0 with an empty out if there is none or path is shorter than three characters.
+// The directory part of a path into out: what precedes the last backslash, ignoring one in the last position. Returns:
+// 1; 0 with an empty out if there is none or path is shorter than three characters.
 int GetDirectoryOfPath(const char* path, char* out, size_t size);
 template<size_t N>
 int GetDirectoryOfPath(const char* path, char (&out)[N]) {

@@ -3,7 +3,7 @@
 #include "support/texts/BoundedText.h"
 #include "support/texts/NumberTools.h"
 
-constexpr size_t SmallCount = 32; // below it the insertion sort is the faster one
+constexpr size_t SmallCount = 32; // below it insertion sort is faster
 constexpr DWORD DisorderHz = 666;
 constexpr DWORD DisorderMs = 666;
 

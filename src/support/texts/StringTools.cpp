@@ -35,8 +35,8 @@ DWORD ReplaceString(char* text, const char* search, const char* replace, size_t 
     if (count == 0 || resultLength > limit) {
         return 0;
     }
-    // Each step moves the tail to its place, so that what was put in lies in front of where the search goes on. The
-    // text is never longer on the way than the result or the text as it came, and both have room.
+    // Each step moves the tail to its place, so that the inserted text is before where the search continues. The text
+    // never grows beyond the longer of result and original, and both have room.
     char* from = text;
     for (DWORD done = 0; done < count; ++done) {
         char* at = StrStrIA(from, search);
@@ -217,7 +217,7 @@ void WideOrAnsiToAnsi(char (&dst)[260], const void* src) {
         CopyText(dst, static_cast<const char*>(src));
         return;
     }
-    // Copied byte by byte: a name inside an event's data need not be aligned for wide characters.
+    // Copied byte by byte: a name inside an event's data may be unaligned for wide characters.
     WCHAR wide[MaxAnsiPath + 1] = {};
     int length = 0;
     for (; length < MaxAnsiPath; ++length) {
@@ -227,7 +227,7 @@ void WideOrAnsiToAnsi(char (&dst)[260], const void* src) {
         }
         wide[length] = static_cast<WCHAR>(unit);
     }
-    // In a code page with characters of two bytes the whole may not fit: then a shorter beginning is taken.
+    // In a double-byte code page the whole may not fit: then a shorter prefix is taken.
     int converted = 0;
     for (; length > 0 && converted == 0; --length) {
         converted = WideCharToMultiByte(CP_ACP, 0, wide, length, dst, MaxAnsiPath, nullptr, nullptr);

@@ -1,5 +1,5 @@
-// Small operations on ANSI text, in place unless said otherwise. Lengths and limits count characters without the final
-// zero, sizes count the zero. "Blind to case" compares as lstrcmpiA does for single letters. Pure functions but for
+// Small operations on ANSI text, in place unless stated otherwise. Lengths and limits count characters without the
+// final zero, sizes count the zero. "Ignoring case" means as lstrcmpiA compares single letters. Pure functions except
 // BytesToHex, whose result is static. Copies into fixed arrays are in BoundedText.h.
 #pragma once
 
@@ -7,7 +7,7 @@
 
 #include "platform/win32.h"
 
-// Replaces every occurrence of search, blind to case, from left to right; what was put in is not searched again.
+// Replaces every occurrence of search, ignoring case, from left to right; inserted text is not searched again.
 // limit: the longest result; the array needs one more character. Returns: the number of replacements; 0 and no change
 // if the result would exceed limit, if search is empty, or if text is longer than limit already.
 DWORD ReplaceString(char* text, const char* search, const char* replace, size_t limit);
@@ -44,23 +44,23 @@ void AppendCharOnce(char (&text)[N], char c) {
 // Every from becomes to.
 void ReplaceChar(char* text, char from, char to);
 
-// Takes out all blanks and tabs, from the start to the last character but one; the last character stays whatever it is.
+// Removes all blanks and tabs, from the start to the last character but one; the last character always stays.
 void RemoveBlanks(char* text);
 
 // Copies at most size - 1 characters and terminates; size 0 writes nothing.
 void CopyLimited(char* dst, const char* src, size_t size);
 
-// Blind to case. The first occurrence of pattern must lie at the start or the end of text, so "abcabc" does not end in
+// Ignores case. The first occurrence of pattern must be at the start or the end of text, so "abcabc" does not end in
 // "abc". An empty text or pattern, or a pattern longer than the text, gives 0.
 int StartsWithNoCase(const char* text, const char* pattern);
 int EndsWithNoCase(const char* text, const char* pattern);
 
-// Letters, digits and signs that no locale passes over, and the end of a text.
+// Letters, digits and signs that no locale ignores, and the end of a text.
 constexpr bool IsPlainChar(char c) {
     return c == '\0' || (c > ' ' && c < '\x7F');
 }
 
-// Whether two characters are so plain that texts which differ first in them are different to lstrcmpiA as well.
+// Whether texts that first differ in these two characters are plainly different to lstrcmpiA as well.
 constexpr bool DifferPlainly(char a, char b) {
     constexpr char CaseBit = 'a' - 'A';
     const char lowerA = a >= 'A' && a <= 'Z' ? static_cast<char>(a + CaseBit) : a;
@@ -68,13 +68,13 @@ constexpr bool DifferPlainly(char a, char b) {
     return lowerA != lowerB && IsPlainChar(a) && IsPlainChar(b);
 }
 
-// The answer of lstrcmpiA, without asking the locale's tables where two texts plainly are the same or differ.
+// The result of lstrcmpiA, without the locale's tables when two texts are plainly equal or different.
 bool IsSameNoCase(const char* a, const char* b);
 
 // Leading and trailing runs of "_" become blanks.
 void UnderscoresToBlanks(char* text);
 
-// Puts double quotes round a text that does not begin with one. size: of the array; without room nothing changes.
+// Puts double quotes around a text that does not begin with one. size: of the array; without room nothing changes.
 void QuoteText(char* text, size_t size);
 template<size_t N>
 void QuoteText(char (&text)[N]) {
@@ -84,12 +84,12 @@ void QuoteText(char (&text)[N]) {
 // Removes one pair of double quotes. Returns: 1 if there was one.
 int UnquoteText(char* text);
 
-// Cuts at commas and skips blanks and tabs behind them. parts: pointers into text, at most max; what is behind the last
-// one that fits stays in that part's text uncut. Returns: the number of parts, 0 for an empty text.
+// Cuts at commas and skips blanks and tabs after them. parts: pointers into text, at most max; the last part keeps the
+// rest of the text uncut. Returns: the number of parts, 0 for an empty text.
 DWORD SplitAtCommas(char* text, char** parts, DWORD max);
 
 // Finds the first digit, reads the number into *number with StrToIntA and ends the text there. Without a digit *number
-// is defaultNumber and the text stays. Returns: 1 if there was a digit.
+// is defaultNumber and the text is unchanged. Returns: 1 if there was a digit.
 int TakeNumber(char* text, LONG* number, LONG defaultNumber);
 
 // Ends the text at the first c. Returns: 1 if there was one.
@@ -110,8 +110,8 @@ int HasNoneOf(const char* text, const char* chars);
 DWORD CountSameStart(const char* a, const char* b);
 
 // What names of ports of one device have in common: the longest beginning that all share, exact in case, with a blank
-// at its end if there is one. Below 4 characters that says nothing, and the first name stands for all, cut at " (COM".
-// Empty for no names. size: of out.
+// at its end if there is one. If that is shorter than 4 characters it says nothing, and the first name is used, cut at
+// " (COM". Empty for no names. size: of out.
 void GetCommonPart(const char* const* texts, DWORD count, char* out, size_t size);
 
 // "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}" in capitals: 38 characters.

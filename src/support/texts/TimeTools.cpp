@@ -19,7 +19,7 @@ const char* FileTimeText(const FILETIME& time) {
     FILETIME local = {};
     SYSTEMTIME parts = {};
     if (!FileTimeToLocalFileTime(&time, &local) || !FileTimeToSystemTime(&local, &parts)) {
-        parts = {}; // a time that is none shows as zeros
+        parts = {}; // an invalid time shows as zeros
     }
     FormatText(text, "%04u-%02u-%02u %02u:%02u:%02u.%03u", parts.wYear, parts.wMonth, parts.wDay, parts.wHour,
                parts.wMinute, parts.wSecond, parts.wMilliseconds);
