@@ -310,10 +310,21 @@ TEST_F(Executable, RunsWithAWindowUntilItIsClosed) {
     EXPECT_EQ(other.AnswerBox().text, "Cannot run while another instance is running");
     EXPECT_EQ(other.End(), 1u);
 
+    // Two more processes write to its log meanwhile, each with its tag. None starts a fresh one.
+    Started tool = Start("-silentstop");
+    Started copy = Start(R"(-exec="%WINDIR%\system32\cmd.exe" -wait=1 -windownumber=9 -params=/c exit)");
+    EXPECT_EQ(tool.End(), 1u);
+    EXPECT_EQ(copy.End(), 0u);
+    for (const auto& [name, id] : {std::pair{"ns", tool.id}, std::pair{"ex", copy.id}}) {
+        char tag[16];
+        std::snprintf(tag, sizeof(tag), "[%s%2.2u]", name, static_cast<unsigned>(id & 0xFF));
+        EXPECT_NE(ReadAll(m_log).find(tag), std::string::npos) << tag;
+    }
+
     PostMessageA(window.window, WM_CLOSE, 0, 0);
     EXPECT_EQ(run.End(), 0u);
     EXPECT_EQ(ReadAll(m_folder + "\\trace_bak.log"), "the former run\r\n");
-    const std::vector<std::string> records = Records("\\{\\d{4,}\\}");
+    const std::vector<std::string> records = Records("(?:\\{\\d{4,}\\}|\\[(?:ns|ex)\\d{2,3}\\])");
     ExpectInOrder(records, {"------------------ Quillmarch WinMain ------------------", "Quillmarch.EXE V1.0.0",
                             "CmdLine='-debug'", "sid=S-1-5-", "OS version=", "CCfgReader::CreateSnapshot(main)...",
                             "CreateMainWindowProc", "CUsbHubs::CreateSnapshot()...", "CComPorts::CreateSnapshot(0)...",

@@ -86,6 +86,14 @@ cp "$unpacked/Quillmarch.INI" "$prefix/mine.ini"
 check "_edit_ini.cmd runs again" edit_ini
 check "and leaves the file alone" same "$unpacked/Quillmarch.INI" "$prefix/mine.ini"
 
+# Under Wine the service cannot run as the system, so that it does not start.
+unpacked_exe() { timeout 60 wine "$unpacked/Quillmarch.exe" "$@" </dev/null >/dev/null 2>&1; }
+check "-silentregister says that the service does not start" not unpacked_exe -silentregister
+check "and has registered it" registered
+check "-silentderegister takes it away" unpacked_exe -silentderegister
+check "for good" not registered
+check "a second time there is nothing to take away" not unpacked_exe -silentderegister
+
 check "the x86 installer refuses x64" not install /i "$out/Quillmarch-$version-x86.msi"
 check "and has installed nothing" not test -e "$prefix/drive_c/Program Files (x86)/Quillmarch/Quillmarch.exe"
 check "the version before is installed" install /i "$out/former/Quillmarch.msi" REGISTER=0

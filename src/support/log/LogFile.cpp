@@ -387,7 +387,7 @@ void LogFile_Init(int rotate) {
     }
     StartCloser();
     if (!isRotated) {
-        WriteLog(1, "the log before could not be kept in time -> appending to it"); // not before the closer can open it
+        WriteLog(1, "the log before could not be kept -> appending to it"); // not before the closer can open it
     }
 }
 

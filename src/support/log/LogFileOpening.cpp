@@ -49,8 +49,7 @@ static LogFileIdentity CompareFinalPath(HANDLE file, const char* name) {
     return IsBorrowedDrive(name) ? LogFileIdentity::Own : LogFileIdentity::Link;
 }
 
-// Looks for a link in the name: the file itself and every folder above it.
-static LogFileIdentity LookForLinks(const char* name) {
+bool LeadsThroughALink(const char* name) {
     char path[260];
     CopyText(path, name);
     const size_t driveRoot = 3;
@@ -61,10 +60,10 @@ static LogFileIdentity LookForLinks(const char* name) {
         path[end] = '\0';
         const DWORD attributes = GetFileAttributesA(path);
         if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-            return LogFileIdentity::Link;
+            return true;
         }
     }
-    return LogFileIdentity::Own;
+    return false;
 }
 
 static LogFileIdentity IdentityOf(HANDLE file, const char* name) {
@@ -75,7 +74,10 @@ static LogFileIdentity IdentityOf(HANDLE file, const char* name) {
     if (information.nNumberOfLinks > 1 || (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
         return LogFileIdentity::Link;
     }
-    return s_finalPath ? CompareFinalPath(file, name) : LookForLinks(name);
+    if (s_finalPath) {
+        return CompareFinalPath(file, name);
+    }
+    return LeadsThroughALink(name) ? LogFileIdentity::Link : LogFileIdentity::Own;
 }
 
 static HANDLE OpenForAppend(const char* name, SECURITY_ATTRIBUTES* security) {

@@ -22,6 +22,9 @@ struct LogFileAnswer {
 // open. Thread: the first one.
 void LogFileOpening_Init();
 
+// Whether this file or folder, or a folder above it, is a link. Asks for attributes alone, which no holder can delay.
+bool LeadsThroughALink(const char* name);
+
 // Opens for appending: with the given security, or without it if that fails for another reason than a file in use.
 // Creates the file if it does not exist. name: full path. May block forever.
 LogFileAnswer OpenLogFileNow(const char* name, SECURITY_ATTRIBUTES* security);

@@ -1,9 +1,11 @@
 #include "support/log/LogFileRotation.h"
 
 #include "platform/win32.h"
+#include "support/log/LogFileOpening.h"
 #include "support/system/Handles.h"
 #include "support/system/ThreadTools.h"
 #include "support/texts/BoundedText.h"
+#include "support/texts/PathTools.h"
 #include "support/texts/StringTools.h"
 
 constexpr DWORD LastBackupSuffix = 99;
@@ -64,6 +66,13 @@ bool RotateLogFile(const char* name) {
     // A name without a backup name: the log is appended to, so that no record is lost and no other file is touched.
     if (ReplaceInArray(s_backup, ".log", "_bak.log") <= 0 || (!IsThere(s_name) && !IsThere(s_backup))) {
         return true;
+    }
+    // Behind a folder that is a link both names may be any two files of the machine. Of a link that is a file only the
+    // link itself would go.
+    char folder[MAX_PATH];
+    GetDirectoryOfPath(s_name, folder);
+    if (LeadsThroughALink(folder)) {
+        return false;
     }
     Set(s_isGivenUp, 0);
     Set(s_isBusy, 1);
