@@ -332,6 +332,9 @@ LONG SetWindowLongA(HWND handle, int index, LONG value) {
 
 BOOL SetWindowPos(HWND handle, HWND after, int x, int y, int width, int height, UINT flags) {
     SIM_CALL("SetWindowPos", "", ERROR_INVALID_WINDOW_HANDLE);
+    constexpr UINT Known = 0x07FF | SWP_ASYNCWINDOWPOS;
+    if (flags & ~Known)
+        NotModelled("SetWindowPos", "flags other than those that are declared");
     const machine::Window* window = UseWindow(handle, simCall.error);
     if (!window)
         return FALSE;

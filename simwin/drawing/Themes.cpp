@@ -79,11 +79,17 @@ static HRESULT DrawThemeBackground(HTHEME theme, HDC handle, int part, int state
     return 0;
 }
 
-static HRESULT DrawThemeText(HTHEME theme, HDC handle, int part, int state, LPCWSTR text, int count, DWORD format,
-                             DWORD, const RECT* rect) {
-    SIM_CALL("DrawThemeText", "");
+static void CheckFormat(const char* call, DWORD format) {
     if (format & ~(DT_RIGHT | DT_NOPREFIX | DT_RTLREADING))
-        NotModelled("DrawThemeText", "this format");
+        NotModelled(call, "this format");
+}
+
+static HRESULT DrawThemeText(HTHEME theme, HDC handle, int part, int state, LPCWSTR text, int count, DWORD format,
+                             DWORD more, const RECT* rect) {
+    SIM_CALL("DrawThemeText", "");
+    CheckFormat("DrawThemeText", format);
+    if (more)
+        NotModelled("DrawThemeText", "a text that is greyed");
     if (const HRESULT wrong = CheckPart(theme, handle, part))
         return wrong;
     DrawnItem item;
@@ -102,9 +108,10 @@ static HRESULT DrawThemeText(HTHEME theme, HDC handle, int part, int state, LPCW
     return 0;
 }
 
-static HRESULT GetThemeTextExtent(HTHEME theme, HDC handle, int part, int, LPCWSTR text, int count, DWORD,
+static HRESULT GetThemeTextExtent(HTHEME theme, HDC handle, int part, int, LPCWSTR text, int count, DWORD format,
                                   const RECT* bounds, RECT* extent) {
     SIM_CALL("GetThemeTextExtent", "");
+    CheckFormat("GetThemeTextExtent", format & ~DWORD{DT_CALCRECT}); // it measures anyway
     if (const HRESULT wrong = CheckPart(theme, handle, part))
         return wrong;
     SIZE size = TextSize(Narrow(text, count), FontHeight());

@@ -94,20 +94,7 @@ volatile std::sig_atomic_t g_copiesMade;
 
 // Ctrl-C and the like: nothing stays in the temporary folder.
 void RemoveFolderAndEnd(int signal) {
-    for (int number = 0; number < g_copiesMade; ++number) {
-        char path[sizeof(g_folderForSignals) + 32];
-        char digits[12];
-        int length = 0;
-        for (int rest = number; rest > 0 || length == 0; rest /= 10)
-            digits[length++] = static_cast<char>('0' + rest % 10);
-        char* end = stpcpy(stpcpy(path, g_folderForSignals), "/image");
-        while (length > 0)
-            *end++ = digits[--length];
-        std::memcpy(end, ".so", sizeof(".so"));
-        unlink(path);
-    }
-    if (g_folderForSignals[0])
-        rmdir(g_folderForSignals);
+    RemoveImageFiles();
     std::signal(signal, SIG_DFL);
     std::raise(signal);
 }
@@ -120,7 +107,7 @@ std::string MakeFolder() {
     const std::filesystem::path temporary = isEmpty ? "/tmp" : std::filesystem::temp_directory_path(error);
     if (error)
         return "the temporary folder (TMPDIR): " + error.message();
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
         if (std::signal(signal, RemoveFolderAndEnd) == SIG_IGN)
             std::signal(signal, SIG_IGN);
     g_folder = (temporary / "quillmarch-images-XXXXXX").string();
@@ -188,6 +175,23 @@ void ReturnImage(Image* image) {
     for (const Range& range : image->writable)
         CopyBytes(range.start, range.pristine.data(), range.pristine.size());
     g_pool[image->file].push_back(image);
+}
+
+void RemoveImageFiles() {
+    for (int number = 0; number < g_copiesMade; ++number) {
+        char path[sizeof(g_folderForSignals) + 32];
+        char digits[12];
+        int length = 0;
+        for (int rest = number; rest > 0 || length == 0; rest /= 10)
+            digits[length++] = static_cast<char>('0' + rest % 10);
+        char* end = stpcpy(stpcpy(path, g_folderForSignals), "/image");
+        while (length > 0)
+            *end++ = digits[--length];
+        std::memcpy(end, ".so", sizeof(".so"));
+        unlink(path);
+    }
+    if (g_folderForSignals[0])
+        rmdir(g_folderForSignals);
 }
 
 void UnloadImages() {

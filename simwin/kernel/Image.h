@@ -18,6 +18,8 @@ std::string PrepareImages(const std::string& file);
 const std::string& HostFailure();
 void ReturnImage(Image* image);
 void UnloadImages();
+// Removes the copies and their folder from inside a handler of signals: the program ends now.
+void RemoveImageFiles();
 // An exported symbol; null if there is none.
 void* ImageSymbol(Image* image, const char* name);
 // An address inside the image as Windows would show it: 0x140000000 plus the offset; 0 if it is not inside.

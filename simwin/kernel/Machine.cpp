@@ -2,6 +2,7 @@
 
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Fiber.h"
+#include "simwin/kernel/Image.h"
 #include "simwin/kernel/Process.h"
 
 #include <csignal>
@@ -37,6 +38,7 @@ void OnCrash(int signal, siginfo_t* info, void*) {
         WriteText(thread->call);
     }
     WriteText("\n");
+    RemoveImageFiles();
     _exit(CrashExitCode);
 }
 

@@ -10,7 +10,9 @@ namespace {
 constexpr ULONG_PTR ProcessHeap = 0x00010000; // what GetProcessHeap gives
 constexpr SIZE_T NoSize = static_cast<SIZE_T>(-1);
 
-machine::Heap& OwnHeap(HANDLE heap, const char* call) {
+machine::Heap& OwnHeap(HANDLE heap, const char* call, DWORD flags, DWORD known = 0) {
+    if (flags & ~known)
+        machine::NotModelled(call, "flags other than those that are declared");
     if (reinterpret_cast<ULONG_PTR>(heap) != ProcessHeap)
         machine::NotModelled(call, "a heap other than the process's own");
     return machine::CurrentProcess()->heap;
@@ -23,18 +25,18 @@ HANDLE GetProcessHeap() {
     return reinterpret_cast<HANDLE>(ProcessHeap);
 }
 
-LPVOID HeapAlloc(HANDLE heap, DWORD, SIZE_T bytes) {
+LPVOID HeapAlloc(HANDLE heap, DWORD flags, SIZE_T bytes) {
     SIM_CALL("HeapAlloc", "", ERROR_NOT_ENOUGH_MEMORY);
     if (simCall.error)
         return nullptr; // the last error stays: HeapAlloc sets none
-    return OwnHeap(heap, "HeapAlloc").Allocate(bytes, "HeapAlloc");
+    return OwnHeap(heap, "HeapAlloc", flags, HEAP_ZERO_MEMORY).Allocate(bytes, "HeapAlloc");
 }
 
-BOOL HeapFree(HANDLE heap, DWORD, LPVOID block) {
+BOOL HeapFree(HANDLE heap, DWORD flags, LPVOID block) {
     SIM_CALL("HeapFree", "");
     if (!block)
         return TRUE;
-    machine::Heap& own = OwnHeap(heap, "HeapFree");
+    machine::Heap& own = OwnHeap(heap, "HeapFree", flags);
     if (!own.Owns(block))
         machine::BrokenRule("HeapFree", "a block that the heap does not have: released twice, or never its own");
     if (!own.Free(block))
@@ -42,14 +44,14 @@ BOOL HeapFree(HANDLE heap, DWORD, LPVOID block) {
     return TRUE;
 }
 
-SIZE_T HeapSize(HANDLE heap, DWORD, LPCVOID block) {
+SIZE_T HeapSize(HANDLE heap, DWORD flags, LPCVOID block) {
     SIM_CALL("HeapSize", "");
-    return OwnHeap(heap, "HeapSize").Size(block);
+    return OwnHeap(heap, "HeapSize", flags).Size(block);
 }
 
-BOOL HeapValidate(HANDLE heap, DWORD, LPCVOID block) {
+BOOL HeapValidate(HANDLE heap, DWORD flags, LPCVOID block) {
     SIM_CALL("HeapValidate", "");
-    const machine::Heap& own = OwnHeap(heap, "HeapValidate");
+    const machine::Heap& own = OwnHeap(heap, "HeapValidate", flags);
     return own.Validate() && (!block || own.Size(block) != NoSize);
 }
 

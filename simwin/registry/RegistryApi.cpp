@@ -285,13 +285,15 @@ LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD options, REGSAM access, PHKEY 
     return OpenHandle(found, access, result);
 }
 
-LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD, LPSTR keyClass, DWORD options, REGSAM access,
+LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD reserved, LPSTR keyClass, DWORD options, REGSAM access,
                      const SECURITY_ATTRIBUTES* security, PHKEY result, LPDWORD disposition) {
     const CallObject object(key, subKey);
     SIM_CALL("RegCreateKeyExA", object.text, ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE);
     if (const LONG error = CheckOpening(key, subKey, access, result))
         return error;
     *result = nullptr;
+    if (reserved)
+        return ERROR_INVALID_PARAMETER;
     if (options & ~REG_OPTION_VOLATILE)
         NotModelled("RegCreateKeyExA", "options other than volatile");
     if (security && security->lpSecurityDescriptor)
@@ -342,13 +344,13 @@ LONG RegCloseKey(HKEY key) {
     return ERROR_SUCCESS;
 }
 
-LONG RegQueryValueExA(HKEY key, LPCSTR name, LPDWORD, LPDWORD type, LPBYTE data, LPDWORD size) {
+LONG RegQueryValueExA(HKEY key, LPCSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size) {
     const CallObject object(key, name);
     SIM_CALL("RegQueryValueExA", object.text, ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_MORE_DATA,
              ERROR_KEY_DELETED);
     if (simCall.error)
         return AsResult(simCall.error);
-    if (data && !size)
+    if ((data && !size) || reserved)
         return ERROR_INVALID_PARAMETER;
     const KeyUse use = UseKey(key, KEY_QUERY_VALUE);
     if (use.error)

@@ -198,8 +198,10 @@ LANGID GetUserDefaultLangID() {
     return static_cast<LANGID>(machine::TheSetup().language);
 }
 
-HRESULT CoInitializeEx(LPVOID, DWORD) {
+HRESULT CoInitializeEx(LPVOID, DWORD model) {
     SIM_CALL("CoInitializeEx", "");
+    if (model & ~DWORD{0xE})
+        machine::NotModelled("CoInitializeEx", "flags other than those of the model and of OLE 1");
     bool& isDone = machine::g_shell->comThreads[machine::CurrentThread()->id];
     const HRESULT result = isDone ? 1 : 0;
     isDone = true;

@@ -25,5 +25,7 @@ want livelock 3 "livelock: " GetTickCount
 want trap 3 "crash: " "its own breakpoint"
 want overrun 3 "broken rule: " "past its end"
 want unmodelled 3 "not modelled: CreateEventA" ""
-want crash 3 "crash: " ""
+mkdir "$scratch/tmp"
+TMPDIR=$scratch/tmp want crash 3 "crash: " ""
+[ -z "$(ls "$scratch/tmp")" ] || { echo "a crash leaves its copies in the temporary folder"; failed=1; }
 exit "$failed"
