@@ -149,6 +149,16 @@ def check_gates(api_names, sources):
             for path, names in sorted(api_names.items()) for name in sorted(names) if name not in gated]
 
 
+def check_paths(path, lines, exists=os.path.exists):
+    """Paths that a document gives as code must be there."""
+    found = []
+    for number, line in enumerate(lines, 1):
+        for name in re.findall(r"`((?:src|simwin|rehearse|tests|bench|fuzz|cmake|lint|packaging|docs|examples)/[\w./-]*)`", line):
+            if not exists(name):
+                found.append((path, number, f"there is no {name}"))
+    return found
+
+
 def built_patterns(builds):
     """What the build files name: (folder of the build file, pattern, recursive) of each source and glob, with the rooms
     of a foreach written out. builds: path -> lines."""
@@ -233,6 +243,9 @@ def main():
     for path in files:
         if path.endswith((".h", ".cpp", ".md", ".toml", ".py", ".sh", ".txt", ".cmake", ".ini", ".json")) and path != "lint/lint.py" and path != "lint/test_lint.py":
             found += check_words(path, read(path))
+    for path in files:
+        if path.endswith(".md"):
+            found += check_paths(path, read(path))
     apis = {path: declared_operations(lines) for path, lines in code.items() if re.fullmatch(r"simwin/\w+/api\.h", path)}
     found += check_gates(apis, {path: lines for path, lines in code.items() if path.startswith("simwin/")})
     texts = {path: read(path) for path in files if path.endswith(MAY_NAME) or "." not in os.path.basename(path)}

@@ -55,6 +55,11 @@ class Lint(unittest.TestCase):
         self.assertEqual(len(lint.check_words("README.md", ["see Part 1" + ".2"])), 1)
         self.assertEqual(lint.check_words("README.md", ["a part of it"]), [])
 
+    def test_a_path_that_a_document_invents_is_found(self):
+        there = {"src/a/X.cpp", "tests/"}.__contains__
+        self.assertEqual(lint.check_paths("README.md", ["see `src/a/X.cpp` and `tests/`"], there), [])
+        self.assertEqual(len(lint.check_paths("README.md", ["see `src/a/Y.cpp`"], there)), 1)
+
     def test_an_orphan_is_found_in_every_root(self):
         files = lint.tracked()
         texts = {path: lint.read(path) for path in files if path.endswith(lint.MAY_NAME) or "." not in path.rsplit("/", 1)[-1]}
