@@ -107,6 +107,7 @@ printf 'an older one' >"$folder/readme.txt"
 check "the upgrade is installed" install /i "$out/Quillmarch-$version-x64.msi"
 check "with its executable" same "$folder/Quillmarch.exe" "$out/x64/Quillmarch/Quillmarch.exe"
 check "the service is registered" registered
+check "the version before is refused now" not install /i "$out/former/Quillmarch.msi"
 check "there is one product" test "$(products)" = 1
 check "the user's INI file is as it was" same "$folder/Quillmarch.INI" "$prefix/own.ini"
 
