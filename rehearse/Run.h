@@ -11,6 +11,7 @@ struct Options {
     std::string description;
     std::optional<std::string> ini, json, log; // host files; "-" is standard output
     std::optional<std::string> rules;          // a configuration to be checked by itself
+    std::optional<std::string> compare;        // an older configuration, to be run beside the one in question
     std::string pictures;                      // host folder; "" none
     int logLevel = 3;
     std::optional<std::uint64_t> seed, untilMs;

@@ -3,6 +3,7 @@
 #include "rehearse/DescriptionKeys.h"
 #include "rehearse/Durations.h"
 #include "rehearse/Run.h"
+#include "rehearse/rules/Compare.h"
 #include "rehearse/rules/Findings.h"
 #include "rehearse/rules/Rules.h"
 
@@ -28,14 +29,17 @@ std::string FileOfBuild(const char* name, const char* built) {
 
 struct Line {
     rehearse::Options options;
-    std::string ini, json, log, until, seed, rules;
+    std::string ini, json, log, until, seed, rules, compare;
     bool printKeys = false, printCatalogue = false, printFindings = false;
 };
 
 void Describe(CLI::App& app, Line& line) {
     app.add_option("MACHINE.toml", line.options.description, "the description of the machine");
     app.add_option("--ini", line.ini, "use this configuration in place of the described one")->type_name("FILE");
-    app.add_option("--rules", line.rules, "check this configuration by itself; needs no machine")->type_name("FILE");
+    app.add_option("--rules", line.rules, "check this configuration by itself, and against a machine if one is named")
+        ->type_name("FILE");
+    app.add_option("--compare", line.compare, "run this older configuration too, and print what differs")
+        ->type_name("FILE");
     app.add_option("--json", line.json, "write the report as JSON")->type_name("FILE|-");
     app.add_option("--log", line.log, "write the product's log file there (forces it on)")->type_name("FILE|-");
     app.add_option("--log-level", line.options.logLevel, "level of that log")
@@ -65,10 +69,12 @@ std::string Complete(const CLI::App& app, Line& line) {
         return "";
     if (app.count("--rules"))
         line.options.rules = line.rules;
+    if (app.count("--compare"))
+        line.options.compare = line.compare;
+    if (line.options.rules && line.options.compare)
+        return "--rules and --compare are two questions: ask one at a time";
     if (line.options.description.empty() && !line.options.rules)
         return "MACHINE.toml is missing";
-    if (line.options.rules && !line.options.description.empty())
-        return "--rules checks a configuration by itself, without a machine";
     if (app.count("--ini"))
         line.options.ini = line.ini;
     if (app.count("--json"))
@@ -95,6 +101,12 @@ std::string Complete(const CLI::App& app, Line& line) {
     if (line.options.resourceFile.empty())
         line.options.resourceFile = FileOfBuild("Quillmarch.res", QM_RESOURCE_FILE);
     return "";
+}
+
+int Run(const rehearse::Options& options) {
+    if (options.rules)
+        return rehearse::CheckRules(options);
+    return options.compare ? rehearse::CompareRules(options) : rehearse::Rehearse(options);
 }
 
 int RunLine(int count, char** arguments) {
@@ -128,7 +140,7 @@ int RunLine(int count, char** arguments) {
         return rehearse::ExitDone;
     }
     try {
-        return line.options.rules ? rehearse::CheckRules(line.options) : rehearse::Rehearse(line.options);
+        return Run(line.options);
     } catch (const rehearse::InputError& error) {
         fmt::print(stderr, "{}\n", error.what());
         return rehearse::ExitWrongInput;

@@ -1,7 +1,9 @@
 #include "rehearse/rules/Rules.h"
 
+#include "rehearse/DescriptionReader.h"
 #include "rehearse/OutputFile.h"
 #include "rehearse/rules/Findings.h"
+#include "rehearse/rules/PortRules.h"
 #include "rehearse/rules/RulesCheck.h"
 
 #include <fmt/format.h>
@@ -25,19 +27,28 @@ std::string SummaryOf(const IniFile& ini, const Findings& findings) {
 
 int CheckRules(const Options& options) {
     Output json(options.json);
+    const std::string bytes = ReadHostFile(*options.rules, {*options.rules, 1, 1});
     Findings findings;
-    const IniFile ini = ReadIniFile(*options.rules, findings);
+    const IniFile ini = ParseIni(*options.rules, bytes, findings);
     CheckIni(ini, findings);
+    std::optional<RuleTable> table;
+    if (!options.description.empty()) {
+        PrepareProduct(options);
+        table = MakeRuleTable(ReadDescription(options.description), options, ini, bytes);
+    }
     if (!options.quiet && !json.IsStandardOutput()) {
         for (const Finding& finding : findings)
             fmt::print("{}\n", FindingLine(finding));
-        fmt::print("{}", SummaryOf(ini, findings));
+        fmt::print("{}{}", SummaryOf(ini, findings), table ? RuleTableText(*table) : "");
     }
     if (json.IsWanted()) {
-        const nlohmann::ordered_json report = {{"findings", FindingsJson(findings)}};
+        nlohmann::ordered_json report = {{"findings", FindingsJson(findings)}};
+        if (table)
+            report.update(RuleTableJson(*table));
         json.Write(report.dump(2) + "\n");
     }
-    return findings.empty() ? ExitDone : ExitNotMet;
+    const bool isIdle = options.strict && table && HasIdleRule(*table);
+    return findings.empty() && !isIdle ? ExitDone : ExitNotMet;
 }
 
 } // namespace rehearse

@@ -7,7 +7,7 @@
 #include <string_view>
 
 // The kinds of sections, in the order of CfgSectionType. A name may be followed by a number.
-constexpr const char* SectionNames[] = {
+inline constexpr const char* SectionNames[] = {
     "Settings", "ComPorts", "OnArrival", "OnRemoval", "OnRemovalRequest", "OnRemovalFailed", "BalloonTips",
 };
 constexpr size_t SectionNameCount = sizeof(SectionNames) / sizeof(SectionNames[0]);
@@ -90,7 +90,7 @@ constexpr KnownKey EntryKey(const char* name, KeyKind kind, unsigned longest = L
             isWithoutEffect};
 }
 
-constexpr KnownKey SettingsKeys[] = {
+inline constexpr KnownKey SettingsKeys[] = {
     FlagKey("TelitHack"),
     FlagKey("RegisterAllDevClasses"),
     FlagKey("QuickAndDirtyMode"),
@@ -112,7 +112,7 @@ constexpr KnownKey SettingsKeys[] = {
     ProfileKey("WriteDebugOutput", KeyKind::DebugSwitch, LongestLogWord),
 };
 
-constexpr KnownKey BalloonKeys[] = {
+inline constexpr KnownKey BalloonKeys[] = {
     FlagKey("Enabled"),
     FlagKey("EnabledOnRemoval"), // default: that of Enabled
     NumberKey("Timeout", 5500, 1000, 60000),
@@ -127,7 +127,7 @@ constexpr KnownKey BalloonKeys[] = {
 };
 
 // In the order of the test. In [ComPorts] and in all action sections.
-constexpr KnownKey CriterionKeys[] = {
+inline constexpr KnownKey CriterionKeys[] = {
     Criterion("BusType_"),
     Criterion("KernelName_"),
     Criterion("DeviceID_"),
@@ -153,14 +153,14 @@ constexpr size_t CriterionCount = sizeof(CriterionKeys) / sizeof(CriterionKeys[0
 constexpr unsigned LongestPortNames = 2047;
 constexpr int HighestPortNumber = 65536;
 constexpr int MostPortNumbers = 256;
-constexpr KnownKey PortKeys[] = {
+inline constexpr KnownKey PortKeys[] = {
     TextKey("PortNames", KeyKind::PortNames, LongestPortNames),
     {"PortName_", KeyKind::PortNames, LongestPortNames, 0, 0, 0, "", KeyForms::Ten, KeySource::Snapshot, false},
     FlagKey("QuickAndDirtyMode"), // default: that of [Settings]
 };
 
 // In the action sections, in addition to the criteria.
-constexpr KnownKey EntryKeys[] = {
+inline constexpr KnownKey EntryKeys[] = {
     EntryKey("open_", KeyKind::CommandLine, 519),
     EntryKey("workdir_", KeyKind::Path, LongestPath),
     EntryKey("WindowStyle_", KeyKind::ShowWord),
@@ -177,7 +177,7 @@ constexpr KnownKey EntryKeys[] = {
 };
 
 // Between percent signs in a command line, in the order of their replacement.
-constexpr const char* PlaceholderNames[] = {
+inline constexpr const char* PlaceholderNames[] = {
     "PortName",           "ComPort",    "ComPortNumber", "PortNumber",   "KernelName",
     "DeviceID",           "DevicePath", "DriverKeyName", "Class",        "ClassGuid",
     "FriendlyName",       "BusType",    "Location",      "LocationPath", "ParentLocation",
@@ -188,7 +188,7 @@ constexpr size_t PlaceholderCount = sizeof(PlaceholderNames) / sizeof(Placeholde
 constexpr size_t LongestKeyTemplate = std::string_view("GrandParentDeviceID_").size(); // characters
 
 // Has no definition: a name that is in no table makes the compilation fail here.
-void NoTableHasThisName();
+[[noreturn]] void NoTableHasThisName();
 
 // Returns: the row of exactly this name (a template with its underscore), null without one.
 template<size_t N>
@@ -227,7 +227,6 @@ consteval const char* Placeholder(const char* name) {
         }
     }
     NoTableHasThisName();
-    return nullptr;
 }
 
 // The name of a key that has one form, as a getter takes it.

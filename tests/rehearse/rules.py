@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Faulty configurations, each with the one line that --rules prints for it; good ones without any; the catalogue in
-the documents. Usage: rules.py TOOL"""
+the documents; rules against machines, and two configurations compared. Usage: rules.py TOOL"""
+import json
 import os
 import re
 import subprocess
@@ -114,6 +115,70 @@ def check(folder, text, expected):
     return 0
 
 
+def example(name):
+    return os.path.join(ROOT, "examples", name)
+
+
+def expect(what, came, expected):
+    if came != expected:
+        print(f"failed: {what}\n  expected: {expected}\n  came: {came}")
+    return came != expected
+
+
+def check_machines(folder):
+    """The product's own choice of a section is the table's on every example; one port is told for each reason."""
+    failures = 0
+    for name in ("desk", "till", "bench"):
+        report = json.loads(run("--rules", example(name + ".ini"), example(name + ".toml"), "--json", "-").stdout)
+        failures += expect(f"{name}: the product's choices", report["differences"], [])
+        if name == "desk":
+            failures += expect("who takes what", [(port["port"], port["section"], port["sections"]) for port in report["ports"]], DESK)
+    name = os.path.join(folder, "idle.ini")
+    with open(name, "w", encoding="ascii") as file:
+        file.write("[ComPorts3]\nUsbPort=9-9\nBusType=USB\nPortName=COM9\n")
+    came = run("--rules", name, example("desk.toml"), "--strict")
+    failures += expect("a section that fits nothing", (came.returncode, IDLE in came.stdout), (1, True))
+    return failures
+
+
+def compare(folder, old_text, new_text, machine, what):
+    names = [os.path.join(folder, name) for name in ("old.ini", "new.ini")]
+    for name, text in zip(names, (old_text, new_text)):
+        with open(name, "w", encoding="cp1252") as file:
+            file.write(text)
+    came = run("--compare", names[0], "--ini", names[1], example(machine), "--strict", "--json", os.path.join(folder, "c.json"))
+    with open(os.path.join(folder, "c.json"), encoding="utf-8") as file:
+        report = json.load(file)
+    touched = [(port["old"], port["new"], port["new_section"], port["named"]) for port in report["ports"] if port["touched"]]
+    rules = [(rule["section"], rule["change"], rule["what"]) for rule in report["rules"]]
+    return lambda *expected: expect(what, (came.returncode, rules, touched), expected)
+
+
+def check_compare(folder):
+    with open(example("rack.ini"), encoding="cp1252") as file:
+        rack = file.read()
+    with open(example("desk.ini"), encoding="cp1252") as file:
+        desk = file.read()
+    failures = compare(folder, rack, rack.replace("PortName=COM44\n", "PortName=COM200\n"), "rack.toml", "one rule of the rack")(
+        0, [("[ComPorts15]", "changed", "PortName=COM44 -> COM200")], [("COM44", "COM200", "[ComPorts15]", True)])
+    # The number of a port whose rule stays is taken by a new rule.
+    failures += compare(folder, desk, desk + "[ComPorts5]\nBusType=ISA\nPortName=COM20\n", "desk.toml", "a port beside")(
+        1, [("[ComPorts5]", "new", "")], BESIDE)
+    failures += compare(folder, desk, desk + "[ComPorts9]\nDeviceID=FTDIBUS\\*\nPortName=COM20\n", "desk.toml", "a shadow")(
+        0, [("[ComPorts9]", "new", "")] + [(f"[ComPorts{i}]", "shadowed", "by [ComPorts9]") for i in (10, 90)], SHADOW)
+    return failures
+
+
+DESK = [
+    ("COM1", "", {"[ComPorts10]": "DeviceID", "[ComPorts90]": "DeviceID"}),
+    ("COM3", "[ComPorts10]", {"[ComPorts10]": "takes it", "[ComPorts90]": "fits too"}),
+    ("COM21", "[ComPorts90]", {"[ComPorts10]": "DeviceID", "[ComPorts90]": "takes it"}),
+]
+IDLE = "[ComPorts3] fits no port of this machine; nearest COM3: UsbPort is 3-7-1, not 9-9\n"
+BESIDE = [("COM20", "COM3", "[ComPorts10]", False), ("COM1", "COM20", "[ComPorts5]", True)]
+SHADOW = [("COM20", "COM3", "[ComPorts9]", True), ("COM21", "COM20", "[ComPorts9]", True)]
+
+
 def main():
     failures = 0
     with tempfile.TemporaryDirectory() as folder:
@@ -121,6 +186,7 @@ def main():
             failures += check(folder, text, [line] if line else [])
         for text in GOOD:
             failures += check(folder, text, [])
+        failures += check_machines(folder) + check_compare(folder)
     shipped = [f"examples/{name}.ini" for name in ("bench", "desk", "rack", "till")] + ["src/resources/sample_eng.ini", "src/resources/sample_ger.ini"]
     for name in shipped:
         came = run("--rules", os.path.join(ROOT, name))

@@ -1,0 +1,38 @@
+// One run of a described machine under a given configuration, without a report: what the product looked at when it
+// chose a section for a port, in the words of its log, and how the ports stand at the end. The log's level is raised
+// for that, so the run is not the one that a rehearsal reports; times and decisions are the same. Host side, one
+// thread; one run after the other.
+#pragma once
+
+#include "rehearse/Description.h"
+#include "rehearse/MachineFacts.h"
+#include "rehearse/Run.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace rehearse {
+
+// One search for a section: the port, what its criteria were compared with, and the section that fits.
+struct SectionSearch {
+    std::string device;
+    unsigned type = 0;                         // index into SectionNames
+    int section = 0;                           // 0: none fits
+    std::map<std::string, std::string> values; // of the criteria that were looked at, by their plain names
+};
+
+struct QuietRun {
+    std::string outcome;                 // "" in good order, else what it ended as
+    std::vector<SectionSearch> searches; // in the order of the log
+    std::vector<PortFacts> ports;
+};
+
+// Once before the first run. Throws InputError or runtime_error if the product cannot be loaded.
+void PrepareProduct(const Options& options);
+
+// ini: the bytes of the file that the product finds, in place of the described one; events that edit the file do not
+// happen. Throws InputError, also if the machine keeps its configuration in the registry.
+QuietRun RunQuietly(const Record& description, const Options& options, const std::string& ini);
+
+} // namespace rehearse
