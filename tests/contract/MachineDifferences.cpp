@@ -65,6 +65,29 @@ TEST(MachineDifferences, Others) {
     EXPECT_EQ(read("D:(A;;??;;;WD)"), 1336u);
 }
 
+// What callers rely on that pass nothing, or more than they know.
+TEST(MachineDifferences, OddArguments) {
+    char text[256];
+    EXPECT_NE(FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 0x80070005, 0x400, text, sizeof(text), nullptr), 0u);
+    LPSTR sid = nullptr;
+    const DWORD error = ErrorOf([&] { return ConvertSidToStringSidA(nullptr, &sid); });
+    EXPECT_TRUE(error == ERROR_INVALID_PARAMETER || error == 1337) << error;
+    EXPECT_ERROR(ERROR_PROC_NOT_FOUND, GetProcAddress(nullptr, "QuillmarchNone") != nullptr);
+    const HANDLE event = CreateEventA(nullptr, TRUE, TRUE, nullptr);
+    const auto marked = reinterpret_cast<HANDLE>(reinterpret_cast<ULONG_PTR>(event) | 3);
+    EXPECT_EQ(WaitForSingleObject(marked, 0), DWORD{WAIT_OBJECT_0}) << "the low two bits do not count";
+    CloseHandle(event);
+    const SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, GENERIC_READ | SC_MANAGER_CONNECT);
+    EXPECT_NE(manager, nullptr);
+    CloseServiceHandle(manager);
+    HKEY key = nullptr;
+    const auto narrow = reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(0x80000002));
+    EXPECT_EQ(RegOpenKeyExA(narrow, "SOFTWARE", 0, KEY_READ, &key), 0) << "a root by its low half";
+    DWORD both = sizeof(text);
+    EXPECT_NE(RegQueryValueExA(key, "QuillmarchNone", nullptr, &both, reinterpret_cast<BYTE*>(text), &both), 0);
+    RegCloseKey(key);
+}
+
 TEST(MachineDifferences, Registry) {
     HKEY key = nullptr, below = nullptr;
     ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, "Software\\QuillmarchContractVolatile", 0, nullptr,
