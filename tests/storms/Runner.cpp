@@ -1,43 +1,88 @@
 #include "tests/storms/Runner.h"
 
+#include "rehearse/Description.h"
+#include "rehearse/DescriptionReader.h"
+#include "rehearse/LogOutput.h"
+#include "rehearse/Report.h"
 #include "tests/storms/Children.h"
+#include "tests/storms/Trial.h"
+
+#include "simwin/devices/Devices.h"
+#include "simwin/kernel/Call.h"
+#include "simwin/services/Power.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <unistd.h>
 
 namespace storm {
 
 namespace {
 
-constexpr unsigned CountFields = 10;
-constexpr int ExcuseFields = 3;
+constexpr int LogLevel = 3, ExcuseFields = 3;
+constexpr std::uint64_t CalmLimitMs = 30 * 60'000; // after the last event
 
-std::string ResultText(const Outcome& outcome) {
-    const Counts& c = outcome.counts;
-    std::string text =
-        fmt::format("#counts {} {} {} {} {} {} {} {} {} {} {}\n", c.events, c.looks, c.ports, c.restarts, c.swapped,
-                    c.failed, c.slow, c.sleeps, c.boots, c.fastStartups, DigestOf(outcome.everything));
-    for (const auto& [reason, uses] : outcome.excuses)
+rehearse::Record ReadPlan(const Plan& plan) {
+    const std::filesystem::path file =
+        std::filesystem::temp_directory_path() / ("quillmarch-storm-" + std::to_string(getpid()) + ".toml");
+    std::ofstream(file, std::ios::binary) << Description(plan);
+    const rehearse::Record record = rehearse::ReadDescription(file.string());
+    std::filesystem::remove(file);
+    return record;
+}
+
+Counts CountsOf(const Plan& plan, const Judge& judge) {
+    std::uint64_t ports = 0, swapped = 0, failed = 0, slow = 0;
+    for (const Device& device : plan.devices)
+        ports += device.isPort;
+    for (const machine::DeviceRestart& restart : machine::DeviceRestarts())
+        swapped += restart.means == "remove-and-setup";
+    for (const machine::Fault& fault : machine::Faults())
+        (fault.error ? failed : slow) += fault.acted;
+    const auto& power = machine::CountsOfPower();
+    return {plan.events.size(),
+            judge.Looks(),
+            ports,
+            machine::DeviceRestarts().size(),
+            swapped,
+            failed,
+            slow,
+            power.sleeps,
+            power.boots,
+            power.fastStartups};
+}
+
+std::string ResultText(const RunResult& result) {
+    std::string text = fmt::format("#counts {} {}\n", fmt::join(result.counts, " "), result.digest);
+    for (const auto& [reason, uses] : result.excuses)
         text += fmt::format("#excuse {} {} {}\n", std::find(std::begin(Excuses), std::end(Excuses), reason) - Excuses,
                             uses.all, uses.alone);
-    return text + EndOf(outcome.violations);
+    return text + EndOf(result.violations);
 }
 
 RunResult ParseResult(const std::string& text, int status) {
     RunResult result;
     result.violations = ReadViolations(text, status, [&](const char* line) {
-        Counts& c = result.counts;
         std::size_t excuse = 0;
         Uses uses;
         if (std::sscanf(line, "#excuse %zu %u %u", &excuse, &uses.all, &uses.alone) == ExcuseFields) {
             result.excuses[Excuses[excuse]] = uses;
             return true;
         }
-        return std::sscanf(line, "#counts %u %u %u %u %u %u %u %u %u %u %lu", &c.events, &c.looks, &c.ports,
-                           &c.restarts, &c.swapped, &c.failed, &c.slow, &c.sleeps, &c.boots, &c.fastStartups,
-                           &result.digest) == CountFields + 1;
+        std::istringstream words(line);
+        std::string first;
+        words >> first;
+        for (std::uint64_t& count : result.counts)
+            words >> count;
+        words >> result.digest;
+        return first == "#counts" && !words.fail();
     });
     return result;
 }
@@ -86,11 +131,42 @@ std::uint64_t DigestOf(const std::string& text) {
     return digest;
 }
 
+RunResult Runner::RunHere(const Plan& plan) const {
+    rehearse::Options options;
+    options.seed = plan.seed;
+    options.imageFile = m_imageFile;
+    options.resourceFile = m_resourceFile;
+    const rehearse::Record description = ReadPlan(plan);
+
+    Trial trial(description);
+    Judge judge(plan, trial.stage);
+    RunResult result;
+    trial.Run(
+        options, CalmLimitMs, judge,
+        [&] {
+            judge.Watch();
+            rehearse::ForceLog(LogLevel);
+            judge.Schedule();
+        },
+        [&] {
+            judge.AtEnd();
+            result.counts = CountsOf(plan, judge);
+            if (plan.seed % TwiceEach == 0)
+                result.digest = DigestOf(
+                    rehearse::MakeReport({"", plan.seed, trial.stage.product}, trial.timeline, trial.balloons, {})
+                        .dump() +
+                    rehearse::LogText());
+        },
+        [&] { judge.AfterStop(trial.leaks.HandlesOf(trial.stage.product)); });
+    result.violations = judge.Violations();
+    result.excuses = judge.ExcuseUses();
+    return result;
+}
+
 void Runner::RunAll(std::size_t count, const std::function<Plan(std::size_t)>& plan,
                     const std::function<void(std::size_t, const RunResult&)>& done) const {
     RunInChildren(
-        count, m_jobs,
-        [&](std::size_t place) { return ResultText(RunStorm(plan(place), m_imageFile, m_resourceFile)); },
+        count, m_jobs, [&](std::size_t place) { return ResultText(RunHere(plan(place))); },
         [&](std::size_t place, const std::string& text, int status) { done(place, ParseResult(text, status)); });
 }
 

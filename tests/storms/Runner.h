@@ -1,26 +1,36 @@
-// Storms in processes of their own, several at a time, and the way from a failing one to the smallest that still fails.
+// Storms on simulated machines of their own, each in a host process, several at a time: a crash of the product ends
+// one, and the caller sees by its exit code which way. And the way from a failing one to the smallest that still fails.
 #pragma once
 
-#include "tests/storms/Storm.h"
+#include "tests/storms/Judge.h"
+#include "tests/storms/Plan.h"
 
-#include <cstdint>
+#include <array>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace storm {
 
+constexpr std::uint64_t TwiceEach = 20; // every so manieth seed runs twice and must be the same
+
+// What is counted of a storm, in the order in which it is printed.
+constexpr const char* CountNames[] = {"events",        "looks at rest", "ports",  "restarts", "swapped ports",
+                                      "failing calls", "slow calls",    "sleeps", "boots",    "fast startups"};
+using Counts = std::array<std::uint64_t, std::size(CountNames)>;
+
 struct RunResult {
     std::vector<Violation> violations;
-    Counts counts;
+    Counts counts = {};
     UseTable excuses;
-    std::uint64_t digest = 0; // of report and log
+    std::uint64_t digest = 0; // of report and log of a seed that runs twice
 };
 
 std::uint64_t DigestOf(const std::string& text);
 
 class Runner {
 public:
+    // imageFile, resourceFile: the product as a shared object and its compiled resources.
     Runner(std::string imageFile, std::string resourceFile, unsigned jobs)
         : m_imageFile(std::move(imageFile)), m_resourceFile(std::move(resourceFile)), m_jobs(jobs) {}
 
@@ -33,6 +43,7 @@ public:
     Plan Shrink(const Plan& plan, const std::string& what) const;
 
 private:
+    RunResult RunHere(const Plan& plan) const;
     bool StillFails(const Plan& plan, const std::string& what) const;
 
     std::string m_imageFile, m_resourceFile;

@@ -67,17 +67,8 @@ void WriteShrunk(const storm::Runner& runner, const Line& line, const storm::Pla
 class Total {
 public:
     void Add(const storm::RunResult& result) {
-        const storm::Counts& c = result.counts;
-        m_counts.events += c.events;
-        m_counts.looks += c.looks;
-        m_counts.ports += c.ports;
-        m_counts.restarts += c.restarts;
-        m_counts.swapped += c.swapped;
-        m_counts.failed += c.failed;
-        m_counts.slow += c.slow;
-        m_counts.sleeps += c.sleeps;
-        m_counts.boots += c.boots;
-        m_counts.fastStartups += c.fastStartups;
+        for (std::size_t i = 0; i < m_counts.size(); ++i)
+            m_counts[i] += result.counts[i];
         for (const auto& [reason, uses] : result.excuses) {
             m_excuses[reason].all += uses.all;
             m_excuses[reason].alone += uses.alone;
@@ -92,11 +83,10 @@ public:
             m_broken[what] += one;
     }
     void Tell(std::size_t seeds) {
-        fmt::print(
-            "{} storms: {} events, {} looks at rest, {} ports, {} restarts, {} swapped ports, {} failing and {} slow "
-            "calls as faults, {} sleeps, {} boots, {} fast startups; {} failed\n",
-            seeds, m_counts.events, m_counts.looks, m_counts.ports, m_counts.restarts, m_counts.swapped,
-            m_counts.failed, m_counts.slow, m_counts.sleeps, m_counts.boots, m_counts.fastStartups, m_failed);
+        fmt::print("{} storms", seeds);
+        for (std::size_t i = 0; i < m_counts.size(); ++i)
+            fmt::print("{} {} {}", i == 0 ? ":" : ",", m_counts[i], storm::CountNames[i]);
+        fmt::print("; {} failed\n", m_failed);
         for (const auto& [what, count] : m_broken)
             fmt::print("  {} x {}\n", count, what);
         fmt::print("broken statements that were excused, and by this alone:\n");
@@ -107,7 +97,7 @@ public:
     bool HasFailed() const { return m_failed != 0; }
 
 private:
-    storm::Counts m_counts;
+    storm::Counts m_counts = {};
     storm::UseTable m_excuses;
     unsigned m_failed = 0;
     std::map<std::string, unsigned> m_broken;

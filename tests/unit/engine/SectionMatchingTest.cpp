@@ -1,7 +1,10 @@
-// Which section means a port: the patterns, the rules of the criteria, the order of the sections.
+// Which section means a port: the patterns, the rules of the criteria, the order of the sections; and the decision on a
+// port that ends without a change, on records made by hand. Changes are rehearsed on whole machines.
 #include "engine/SectionMatching.h"
 #include "engine/AssignmentCheck.h"
 #include "engine/WildcardMatch.h"
+#include "inventory/names/CDosDeviceNames.h"
+#include "simwin/registry/Registry.h"
 #include "tests/unit/config/ConfigOnMachine.h"
 #include "tests/unit/inventory/PortBuilder.h"
 
@@ -76,6 +79,51 @@ TEST(SectionMatching, PortNamesAreReadInTheOrderOfTheirKeys) {
         const LONG count = GetPortNamesFromSection(ComPorts, 1, numbers);
         EXPECT_EQ(std::vector<DWORD>(numbers, numbers + count), expected) << keys;
         EXPECT_EQ(numbers[MaxNewPorts], 0u);
+    }
+}
+
+// A port whose registry name, DOS name and kernel name agree.
+CComPort* Port(CComPorts* table, const char* id, LONG number, const char* kernelName) {
+    char name[16];
+    FormatText(name, "COM%i", number);
+    CComPort* port = inventorytest::Put(table, {.id = id, .regName = name, .kernelNameCom = kernelName});
+    port->PortNumber = number;
+    CreateDosName(name, kernelName);
+    return port;
+}
+
+TEST(AssignmentCheck, EachEndWithoutAChangeTellsWhyAndWhetherItIsThrough) {
+    StartLog();
+    InitializeCriticalSection(&CS_assign);
+    machine::TheRegistry().SetBinary("HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter", "ComDB",
+                                     std::vector<std::uint8_t>(32));
+    // Whatever a DOS name leads to can be opened: no link here is dead.
+    machine::SetDeviceOpener([](const char*, DWORD, DWORD, DWORD, DWORD*) { return new machine::OpenDevice; });
+    CComPorts* table = inventorytest::NewTable();
+    Port(table, "B", 8, "\\Device\\Serial8")->DevInst = VirtualDevInst + 8;
+    using Row = std::tuple<const char*, const char*, const char*, DWORD, DWORD, DWORD, const char*>;
+    for (const auto& [id, regName, rules, problem, isMarked, isDone, line] :
+         {Row{"", "COM4", "", 0, 0, 0, " not an actual device -> abort"},
+          Row{"A", "com4", "PortName=COM7", 0, 0, 1, " does not look like a 'COM' port -> abort"},
+          Row{"C", "COM4", "", 10, 0, 0, "new ComPorts="},
+          Row{"C", "COM4", "", 10, 1, 0, "device has COM4 in registry but is not assigned"},
+          Row{"A", "COM4", "", 0, 1, 1, "no ComPort defined in section"},
+          Row{"A", "COM4", "PortName=COM8,COM4", 0, 0, 1, "ComNameArbiterAdd(4)"},
+          Row{"A", "COM4", "PortName=COM8", 0, 0, 0, "TelitHack=1"}}) {
+        UseIni(std::string("[Settings]\nTelitHack=1\nMaxPortNumber=0\n[ComPorts2]\nDeviceID=B\nPortName=COM4\n") +
+               "[ComPorts1]\nDeviceID=A\n" + rules);
+        CComPort* port = Port(table, id, 4, "\\Device\\Serial4");
+        CopyText(port->szRegPortName, regName);
+        port->Problem = problem;
+        port->MarkedForRestart = isMarked;
+        ClearLog();
+        EXPECT_EQ(CheckComPortAssignment(port->Index), AssignmentOutcome::Unchanged) << line;
+        EXPECT_EQ(port->PortChangeDone, isDone) << line;
+        EXPECT_TRUE(Logged(line)) << line;
+        char target[DosTargetSize] = "";
+        QueryDosName("COM8", target);
+        EXPECT_STREQ(target, "\\Device\\Serial8") << "the table has it: no swap with it, and no hack frees it";
+        port->IsUsed = 0;
     }
 }
 
