@@ -86,6 +86,7 @@ std::vector<RuleChange> CompareSections(const IniFile& before, const IniFile& af
         for (const IniSection& section : ini->sections)
             rules.insert({section.type, section.number});
     std::vector<RuleChange> changes;
+    const Coverage ofBefore(before), ofAfter(after);
     for (const RuleId& rule : rules) {
         const IniSection* old = FindSection(before, rule);
         const IniSection* now = FindSection(after, rule);
@@ -95,8 +96,8 @@ std::vector<RuleChange> CompareSections(const IniFile& before, const IniFile& af
             changes.push_back({rule, "gone", ""});
         else if (const std::string what = DifferenceText(*old, *now); !what.empty())
             changes.push_back({rule, "changed", what});
-        const IniSection* covering = now && IsRuleSection(rule.first) ? CoveringSection(after, *now) : nullptr;
-        if (covering && !(old && CoveringSection(before, *old)))
+        const IniSection* covering = now && IsRuleSection(rule.first) ? ofAfter.CoveringSection(*now) : nullptr;
+        if (covering && !(old && ofBefore.CoveringSection(*old)))
             changes.push_back({rule, "shadowed", "by " + SectionText(*covering)});
     }
     return changes;

@@ -1,7 +1,6 @@
 #include "rehearse/rules/CriteriaCheck.h"
 
 #include "rehearse/rules/Patterns.h"
-#include "rehearse/rules/SectionKeys.h"
 
 #include "simwin/kernel/Text.h"
 
@@ -115,19 +114,12 @@ bool IsRowCovered(const KnownKey& row, const std::vector<CriterionValue>& narrow
     return hasAny;
 }
 
-bool Covers(const IniSection& wide, const IniSection& narrow) {
-    const std::vector<CriterionValue> ofWide = CriteriaOf(wide), ofNarrow = CriteriaOf(narrow);
-    return !ofWide.empty() && std::all_of(ofWide.begin(), ofWide.end(), [&](const CriterionValue& criterion) {
-        return IsRowCovered(*criterion.row, ofNarrow, ofWide);
-    });
-}
-
 // One finding for each number, at the section that is tried later.
-void CheckWantedTwice(const IniFile& ini, Findings& findings) {
+void CheckWantedTwice(const IniFile& ini, const Coverage& coverage, Findings& findings) {
     std::vector<const IniSection*> rules;
     for (const IniSection& section : ini.sections)
         if (section.type == PortSection && section.number > 0 && !CriteriaOf(section).empty() &&
-            !CoveringSection(ini, section))
+            !coverage.CoveringSection(section))
             rules.push_back(&section);
     std::sort(rules.begin(), rules.end(), [](const auto* a, const auto* b) { return a->number < b->number; });
     std::map<int, const IniSection*> owners;
@@ -144,16 +136,32 @@ void CheckWantedTwice(const IniFile& ini, Findings& findings) {
 
 } // namespace
 
-const IniSection* CoveringSection(const IniFile& ini, const IniSection& section) {
-    const IniSection* covering = nullptr;
-    for (const IniSection& other : ini.sections)
-        if (other.type == section.type && other.number > 0 && other.number < section.number && Covers(other, section) &&
-            (!covering || other.number < covering->number))
-            covering = &other;
-    return covering;
+Coverage::Coverage(const IniFile& ini) {
+    for (const IniSection& section : ini.sections)
+        if (IsRuleSection(section.type) && section.number > 0)
+            m_rules.push_back({&section, CriteriaOf(section)});
+    std::sort(m_rules.begin(), m_rules.end(),
+              [](const Rule& a, const Rule& b) { return a.section->number < b.section->number; });
+}
+
+bool Coverage::Covers(const Rule& wide, const Rule& narrow) {
+    return !wide.criteria.empty() &&
+           std::all_of(wide.criteria.begin(), wide.criteria.end(), [&](const CriterionValue& criterion) {
+               return IsRowCovered(*criterion.row, narrow.criteria, wide.criteria);
+           });
+}
+
+const IniSection* Coverage::CoveringSection(const IniSection& section) const {
+    const auto own =
+        std::find_if(m_rules.begin(), m_rules.end(), [&](const Rule& rule) { return rule.section == &section; });
+    const auto covering = std::find_if(m_rules.begin(), own, [&](const Rule& rule) {
+        return rule.section->type == section.type && Covers(rule, *own);
+    });
+    return covering == own ? nullptr : covering->section;
 }
 
 void CheckCriteria(const IniFile& ini, Findings& findings) {
+    const Coverage coverage(ini);
     for (const IniSection& section : ini.sections) {
         if (!IsRuleSection(section.type) || section.number == 0)
             continue;
@@ -162,7 +170,7 @@ void CheckCriteria(const IniFile& ini, Findings& findings) {
             findings.push_back({Fault::NoCriterion, section.at,
                                 fmt::format("{} has no criterion and fits no port", SectionText(section)),
                                 "say which ports it means"});
-        else if (const IniSection* covering = CoveringSection(ini, section))
+        else if (const IniSection* covering = coverage.CoveringSection(section))
             findings.push_back({Fault::NeverWins, section.at,
                                 fmt::format("{} never wins: {} of line {} fits every port that it fits",
                                             SectionText(section), SectionText(*covering), covering->at.line),
@@ -170,7 +178,7 @@ void CheckCriteria(const IniFile& ini, Findings& findings) {
         if (section.type == PortSection)
             CheckNumbers(section, findings);
     }
-    CheckWantedTwice(ini, findings);
+    CheckWantedTwice(ini, coverage, findings);
 }
 
 } // namespace rehearse

@@ -2,13 +2,28 @@
 // two want. Pure.
 #pragma once
 
-#include "rehearse/rules/IniFile.h"
+#include "rehearse/rules/SectionKeys.h"
+
+#include <vector>
 
 namespace rehearse {
 
 void CheckCriteria(const IniFile& ini, Findings& findings);
 
-// The section before this one that fits every port that this one fits; null if none is certain to.
-const IniSection* CoveringSection(const IniFile& ini, const IniSection& section);
+// Which section fits every port that another one fits. The file must live as long.
+class Coverage {
+public:
+    explicit Coverage(const IniFile& ini);
+    // The first section before this one that is certain to fit all that this one fits; null without one.
+    const IniSection* CoveringSection(const IniSection& section) const;
+
+private:
+    struct Rule {
+        const IniSection* section;
+        std::vector<CriterionValue> criteria;
+    };
+    static bool Covers(const Rule& wide, const Rule& narrow);
+    std::vector<Rule> m_rules; // in the order of the test
+};
 
 } // namespace rehearse

@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::size_t LineWidth = 100;
 constexpr std::size_t MostCells = 600; // a table above that helps nobody
+constexpr std::size_t MostNumbersShown = 6;
 constexpr const char* LookAtAll = "[Settings]\r\nCheckPortsOnStartup=1\r\n[ComPorts1]\r\nPortName=COM1\r\n";
 
 std::string Utf8(std::string_view text) {
@@ -162,14 +163,38 @@ std::vector<const RulePort*> PortsOf(const RuleTable& table, std::size_t rule) {
     return ports;
 }
 
+std::string NumbersText(const IniSection& rule) {
+    const std::vector<WantedNumber> numbers = NumbersOf(rule);
+    std::string text;
+    for (std::size_t i = 0; i < std::min(numbers.size(), MostNumbersShown); ++i)
+        text += fmt::format("{}COM{}", text.empty() ? "" : ", ", numbers[i].number);
+    if (numbers.size() > MostNumbersShown)
+        text += fmt::format(" and {} more", numbers.size() - MostNumbersShown);
+    return text.empty() ? "no number" : text;
+}
+
+// More ports take the rule than it has numbers: at a time not all of them get one.
+std::string CrowdText(const RuleTable& table, std::size_t rule) {
+    std::string ports;
+    std::size_t count = 0;
+    for (const RulePort& port : table.ports)
+        if (port.taker == rule) {
+            ports += fmt::format("{}{}", ports.empty() ? "" : ", ", LabelOf(port));
+            ++count;
+        }
+    const std::size_t numbers = NumbersOf(*table.rules[rule]).size();
+    if (numbers == 0 || count <= numbers)
+        return "";
+    return fmt::format(
+        "{} takes {} ports ({}) and wants {} number{}: of those that are there at a time not all get one\n",
+        SectionText(*table.rules[rule]), count, ports, numbers, numbers == 1 ? "" : "s");
+}
+
 std::string PortLine(const RuleTable& table, const RulePort& port) {
     std::string line = fmt::format("{:<8}", LabelOf(port));
     if (port.taker) {
         const IniSection& rule = *table.rules[*port.taker];
-        std::string numbers;
-        for (const WantedNumber& wanted : NumbersOf(rule))
-            numbers += fmt::format("{}COM{}", numbers.empty() ? "" : ", ", wanted.number);
-        line += fmt::format("  {}, wants {}", SectionText(rule), numbers.empty() ? "no number" : numbers);
+        line += fmt::format("  {}, wants {}", SectionText(rule), NumbersText(rule));
         std::string others;
         for (std::size_t i = *port.taker + 1; i < table.rules.size(); ++i)
             if (port.fits[i].Fits())
@@ -204,9 +229,8 @@ std::string IdleText(const RuleTable& table, std::size_t rule) {
 
 } // namespace
 
-RuleFit FitOf(const IniSection& rule, const std::map<std::string, std::string>& values) {
+RuleFit FitOf(const std::vector<CriterionValue>& criteria, const std::map<std::string, std::string>& values) {
     RuleFit fit;
-    const std::vector<CriterionValue> criteria = CriteriaOf(rule);
     for (const KnownKey& row : CriterionKeys) {
         bool isConfigured = false, isMet = false;
         const auto value = values.find(NameOfKey(row, 0));
@@ -231,11 +255,14 @@ RuleTable MakeRuleTable(const Record& description, const Options& options, const
             table.rules.push_back(&section);
     std::sort(table.rules.begin(), table.rules.end(),
               [](const auto* a, const auto* b) { return a->number < b->number; });
+    std::vector<std::vector<CriterionValue>> criteria;
+    for (const IniSection* rule : table.rules)
+        criteria.push_back(CriteriaOf(*rule));
     const QuietRun all = RunOrThrow(description, options, LookAtAll);
     for (const SectionSearch* search : FirstSearches(all)) {
         RulePort port{search->device, NameOf(all, search->device), search->values, {}, {}, {}, {}};
-        for (const IniSection* rule : table.rules) {
-            port.fits.push_back(FitOf(*rule, port.values));
+        for (const std::vector<CriterionValue>& ofRule : criteria) {
+            port.fits.push_back(FitOf(ofRule, port.values));
             if (!port.taker && port.fits.back().Fits())
                 port.taker = port.fits.size() - 1;
         }
@@ -264,7 +291,7 @@ std::string RuleTableText(const RuleTable& table) {
         text += MatrixText(table);
     std::string idle;
     for (std::size_t rule = 0; rule < table.rules.size(); ++rule)
-        idle += IdleText(table, rule);
+        idle += IdleText(table, rule) + CrowdText(table, rule);
     text += idle.empty() ? "" : "\n" + idle;
     for (const std::string& difference : table.differences)
         text += "note: " + difference + "\n";

@@ -33,7 +33,8 @@ struct RuleTable {
     std::vector<std::string> differences; // where the product chose otherwise than the table says
 };
 
-RuleFit FitOf(const IniSection& rule, const std::map<std::string, std::string>& values);
+// criteria: of the rule. values: of the port.
+RuleFit FitOf(const std::vector<CriterionValue>& criteria, const std::map<std::string, std::string>& values);
 
 // Runs the machine with a section that has no criterion, so that the product looks at everything, and with `ini`.
 RuleTable MakeRuleTable(const Record& description, const Options& options, const IniFile& ini,

@@ -137,6 +137,8 @@ def check_machines(folder):
     with open(name, "w", encoding="ascii") as file:
         file.write("[ComPorts3]\nUsbPort=9-9\nBusType=USB\nPortName=COM9\n")
     came = run("--rules", name, example("desk.toml"), "--strict")
+    crowd = run("--rules", example("till.ini"), example("till.toml")).stdout
+    failures += expect("three ports and one number", "[ComPorts5] takes 3 ports (COM4, COM7, COM8) and wants 1 number: " in crowd, True)
     failures += expect("a section that fits nothing", (came.returncode, IDLE in came.stdout), (1, True))
     return failures
 
