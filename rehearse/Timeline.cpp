@@ -56,10 +56,10 @@ void Timeline::Watch() {
         if (!device.empty() && IsNameValue(write.name) && write.before != write.after)
             m_entries.push_back({write.atMs, false, "registry name of", device, write.before, write.after, "registry"});
     });
-    machine::WatchCalls([this](const char* name, const char*) {
+    machine::WatchCalls([this](const char* name, const char* object) {
         CatchUp();
         if (m_callWatcher && !m_isClosed)
-            m_callWatcher(name);
+            m_callWatcher(name, object);
     });
     machine::WatchInput([this](const machine::InputRecord& input) {
         if (m_isClosed)

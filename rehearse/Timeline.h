@@ -37,7 +37,9 @@ public:
     void WatchWrites(std::function<void(const WrittenValue&)> watcher) { m_writeWatcher = std::move(watcher); }
 
     // Called with each call of the product, before its effect.
-    void WatchCalls(std::function<void(const char* name)> watcher) { m_callWatcher = std::move(watcher); }
+    void WatchCalls(std::function<void(const char* name, const char* object)> watcher) {
+        m_callWatcher = std::move(watcher);
+    }
 
     // What happens from now on is not told: the run is over, the machine goes.
     void Close() { m_isClosed = true; }
@@ -72,7 +74,7 @@ private:
     std::vector<TimelineEntry> m_entries;
     std::vector<WrittenValue> m_writes;
     std::function<void(const WrittenValue&)> m_writeWatcher;
-    std::function<void(const char*)> m_callWatcher;
+    std::function<void(const char*, const char*)> m_callWatcher;
     bool m_isClosed = false;
     std::size_t m_serviceReports = 0;
     std::map<std::string, PortState, machine::NoCaseLess> m_ports;

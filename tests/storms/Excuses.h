@@ -17,7 +17,6 @@ inline constexpr Excuse SharedBit{"b", "whose name another port had and gave up"
 inline constexpr Excuse SwapMark{"d", "whose arrival the mark of an old swap dropped", "its next start"};
 inline constexpr Excuse OwnerAway{"i", "who got the number of one that has no DOS name, and that one",
                                   "5 s and its next start"};
-inline constexpr Excuse SharedAndMoved{"i", "who shared the name of a port that was moved", "5 s and its next start"};
 inline constexpr Excuse PulledWhileRead{"j", "who was pulled out while its socket was asked", "at once"};
 inline constexpr Excuse TwoWideLists{"j", "whose refusing key two threads opened", "the end"};
 inline constexpr Excuse RestartLost{"k", "whose restart was put off when the service ended", "its next start"};
@@ -37,12 +36,10 @@ using Reason = const Excuse*;
 using Reasons = std::set<Reason>;
 
 inline constexpr Reason Excuses[] = {
-    &excuse::OwnersLink,   &excuse::SharedBit,       &excuse::SwapMark,
-    &excuse::OwnerAway,    &excuse::SharedAndMoved,  &excuse::PulledWhileRead,
-    &excuse::TwoWideLists, &excuse::RestartLost,     &excuse::CallFailed,
-    &excuse::Hindered,     &excuse::LinkInTheWay,    &excuse::LinkTaken,
-    &excuse::FoundItTaken, &excuse::LateLink,        &excuse::Modem,
-    &excuse::NotTold,      &excuse::BeforeListening, &excuse::Twin,
+    &excuse::OwnersLink,      &excuse::SharedBit,    &excuse::SwapMark,   &excuse::OwnerAway, &excuse::PulledWhileRead,
+    &excuse::TwoWideLists,    &excuse::RestartLost,  &excuse::CallFailed, &excuse::Hindered,  &excuse::LinkInTheWay,
+    &excuse::LinkTaken,       &excuse::FoundItTaken, &excuse::LateLink,   &excuse::Modem,     &excuse::NotTold,
+    &excuse::BeforeListening, &excuse::Twin,
 };
 
 struct Uses {

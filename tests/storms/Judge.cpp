@@ -85,7 +85,10 @@ bool IsStubborn(const machine::DeviceNode& node) {
 
 void Judge::Watch() {
     m_stage.timeline->WatchWrites([this](const rehearse::WrittenValue& write) { OnWrite(write); });
-    m_stage.timeline->WatchCalls([this](const char* name) { OnCall(name); });
+    m_stage.timeline->WatchCalls([this](const char* name, const char* object) {
+        OnCall(name);
+        NoteCall(name, object);
+    });
     machine::DeviceObserver observer = machine::TheDeviceObserver();
     observer.dosNameChanged = [this, first = observer.dosNameChanged](const machine::DosNameChange& change) {
         first(change);
@@ -330,8 +333,8 @@ Reasons Judge::OwnReasons(const Running& port) const {
         reasons.insert(&excuse::Twin);
     if (HasFailedSince(ranAtMs))
         reasons.insert(&excuse::CallFailed);
-    for (Reason excuse : {&excuse::OwnersLink, &excuse::SwapMark, &excuse::OwnerAway, &excuse::SharedAndMoved,
-                          &excuse::RestartLost, &excuse::Hindered, &excuse::LinkTaken})
+    for (Reason excuse : {&excuse::OwnersLink, &excuse::SwapMark, &excuse::OwnerAway, &excuse::RestartLost,
+                          &excuse::Hindered, &excuse::LinkTaken})
         if (IsGranted(excuse, &device, ranAtMs))
             reasons.insert(excuse);
     return reasons;
@@ -450,13 +453,10 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
         isShared |= machine::EqualNoCase(name, write.before) && (node->IsPresent() || isOnItsWay);
         // A number counts as free while the port that has it in the registry has no DOS name: its restart is put off,
         // or it is away for a moment. Who is given it may take the owner's name for its own, and one of them has none
-        // until it comes anew. Likewise where two came with one name and the one that has the link is moved.
-        const bool isOwner = node->driver && TargetOf(name) == node->driver->name;
+        // until it comes anew.
         if (machine::EqualNoCase(name, write.after) && TargetOf(name).empty())
             for (const Device* each : {device, &other})
                 Grant(&excuse::OwnerAway, each, write.atMs + OwnChangeMs);
-        if (machine::EqualNoCase(name, write.before) && !isOwner)
-            Grant(&excuse::SharedAndMoved, &other, write.atMs + OwnChangeMs);
         // A renamed port takes the bit of its old name out of the database, also when another port has that name.
         if (machine::EqualNoCase(machine::DosNameOf(*node), write.before))
             Grant(&excuse::SharedBit, &other, write.atMs);

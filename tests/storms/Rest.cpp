@@ -56,6 +56,15 @@ machine::Process* Rest::TheProduct() const {
     return m_stage.product && !m_stage.product->ended ? m_stage.product : nullptr;
 }
 
+// (j) What an arrival reads stands outside every lock: of two threads that open one refusing key, the second may take
+// the list of the first for the former one.
+void Rest::NoteCall(std::string_view name, std::string_view object) {
+    const std::string key(object);
+    if (name == "RegGetKeySecurity" && machine::TheRegistry().FindKey(key) &&
+        !machine::TheRegistry().IsSecurityUnchanged(key))
+        m_wideLists.insert(machine::Upper(key));
+}
+
 void Rest::JudgeRest() {
     for (const machine::Lock* lock : machine::HeldLocks())
         Complain("no lock is held at rest", fmt::format("thread {}, entered in {}", lock->owner->id, lock->enteredIn));
@@ -72,19 +81,17 @@ void Rest::JudgeRest() {
     }
     for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
         const std::string driverKey = machine::DriverKeyOf(*node);
-        // (j) What an arrival reads stands outside every lock: of two threads that open one refusing key, the second
-        // may take the list of the first for the former one. A device has two arrivals when it has two interfaces of
-        // ports.
-        Reasons reasons;
-        if (node->said.isProtected && node->said.interfaces && node->said.interfaces->back() == "modem")
-            reasons.insert(&excuse::TwoWideLists);
-        if (CannotBeRestored())
-            reasons.insert(&excuse::CallFailed);
+        const Reasons failed = CannotBeRestored() ? Reasons{&excuse::CallFailed} : Reasons{};
         for (const std::string& key :
              {node->enumPath, node->enumPath + "\\Device Parameters",
               driverKey.empty() ? "" : "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\" + driverKey})
-            if (!key.empty() && machine::TheRegistry().FindKey(key) && !machine::TheRegistry().IsSecurityUnchanged(key))
+            if (!key.empty() && machine::TheRegistry().FindKey(key) &&
+                !machine::TheRegistry().IsSecurityUnchanged(key)) {
+                Reasons reasons = failed;
+                if (m_wideLists.contains(machine::Upper(key)))
+                    reasons.insert(&excuse::TwoWideLists);
                 Blame(reasons, "access lists stay as they were", key);
+            }
     }
 }
 

@@ -5,7 +5,9 @@
 #include "tests/storms/Excuses.h"
 
 #include <cstddef>
+#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace storm {
@@ -19,6 +21,7 @@ class Rest {
 public:
     explicit Rest(rehearse::Stage& stage) : m_stage(stage) {}
 
+    void NoteCall(std::string_view name, std::string_view object);
     void JudgeRest();
     void AfterStop(std::size_t leakedHandles, bool isSlow); // isSlow: calls take long
     void Complain(std::string what, std::string how);
@@ -37,6 +40,7 @@ private:
 
     std::vector<Violation> m_violations;
     UseTable m_uses;
+    std::set<std::string> m_wideLists; // keys whose wide list was read as the former one
 };
 
 } // namespace storm
