@@ -300,8 +300,7 @@ constexpr EventRow Rows[] = {
 
 } // namespace
 
-Action SessionInputOf(const Record& session) {
-    const auto id = static_cast<unsigned>(session.NumberOf("id", 1));
+std::function<void(unsigned session)> SessionInputOf(const Record& session) {
     const bool isHeld = session.TextOf("foreground") == "held";
     std::optional<simwin::POINT> place;
     if (const Value* cursor = session.Find("cursor")) {
@@ -310,7 +309,7 @@ Action SessionInputOf(const Record& session) {
         place =
             simwin::POINT{static_cast<simwin::LONG>(cursor->numbers[0]), static_cast<simwin::LONG>(cursor->numbers[1])};
     }
-    return [id, isHeld, place] {
+    return [isHeld, place](unsigned id) {
         machine::SetForegroundRule(id, isHeld ? machine::Foreground::Held : machine::Foreground::Free);
         if (place)
             machine::SetCursor(id, *place);
@@ -337,7 +336,7 @@ void SetUpDesktop(const Record& description) {
         machine::SetAppearance(appearance);
     }
     for (const Record& session : description.TablesOf("session"))
-        SessionInputOf(session)();
+        SessionInputOf(session)(static_cast<unsigned>(session.NumberOf("id", 1)));
 }
 
 std::span<const EventRow> DesktopEventRows() {

@@ -10,8 +10,8 @@ namespace rehearse {
 // The task bar, colours and theme of [windows]; foreground and cursor of the sessions. Throws InputError.
 void SetUpDesktop(const Record& description);
 
-// What sets foreground and cursor of a session, described or of a logon. Throws InputError.
-Action SessionInputOf(const Record& session);
+// What sets foreground and cursor of a session, described or of a logon, by its number. Throws InputError.
+std::function<void(unsigned session)> SessionInputOf(const Record& session);
 
 std::span<const EventRow> DesktopEventRows();
 

@@ -230,18 +230,19 @@ const machine::DeviceNode* NodeIn(const Record& record, std::string_view key) {
 
 void CheckSockets(const std::vector<const Record*>& events) {
     Sockets sockets;
-    std::vector<std::pair<const machine::DeviceNode*, Position>>
-        arrivals; // of one instant, in which two may change places
+    std::vector<std::pair<const machine::DeviceNode*, Position>> arrivals; // in one instant two may change places
     for (std::size_t i = 0; i < events.size(); ++i) {
         const Record* event = events[i];
-        const Record* table = event->TableOf(event->Has("move") ? "move" : "replug");
-        const machine::DeviceNode* plugged = table ? NodeIn(*table, "device") : NodeIn(*event, "plug");
-        if (plugged && (!event->Has("replug") || sockets.IsIn(*plugged)))
+        const Record *move = event->TableOf("move"), *replug = event->TableOf("replug");
+        const machine::DeviceNode* plugged = move     ? NodeIn(*move, "device")
+                                             : replug ? NodeIn(*replug, "device")
+                                                      : NodeIn(*event, "plug");
+        if (plugged && (!replug || sockets.IsIn(*plugged)))
             sockets.Plug(*plugged);
-        if (plugged && event->Has("move"))
-            sockets.Move(*plugged, NodeIn(*table, "hub"), static_cast<unsigned>(table->NumberOf("hub_port")));
-        if (plugged && !event->Has("replug"))
-            arrivals.emplace_back(plugged, event->Has("move") ? table->At("hub_port") : event->At("plug"));
+        if (plugged && move)
+            sockets.Move(*plugged, NodeIn(*move, "hub"), static_cast<unsigned>(move->NumberOf("hub_port")));
+        if (plugged && !replug)
+            arrivals.emplace_back(plugged, move ? move->At("hub_port") : event->At("plug"));
         const machine::DeviceNode* pulled = NodeIn(*event, "unplug");
         if (pulled && !sockets.IsIn(*pulled))
             throw InputError(event->At("unplug"), fmt::format("'{}' is not plugged in then", pulled->id));

@@ -50,11 +50,11 @@ machine::Session SessionOf(const Record& record, bool isConsole) {
 Action LogonEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("logon");
     const machine::Session session = SessionOf(table, /*isConsole=*/false);
-    const Action input = SessionInputOf(table);
+    const auto input = SessionInputOf(table);
     return [&stage, input, session] {
-        stage.timeline->Outside(fmt::format("{} logs on to session {}", session.user, session.id));
-        machine::LogOn(session);
-        input();
+        const unsigned id = machine::LogOn(session); // another one than described if somebody else is in that
+        stage.timeline->Outside(fmt::format("{} logs on to session {}", session.user, id));
+        input(id);
     };
 }
 

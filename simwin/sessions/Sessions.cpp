@@ -156,7 +156,7 @@ std::optional<WTS_CONNECTSTATE_CLASS> SessionStateFromName(std::string_view name
     return std::nullopt;
 }
 
-void LogOn(Session session) {
+unsigned LogOn(Session session) {
     session.console = session.console || ConsoleSession() == session.id;
     session.state = WTSActive;
     const auto isOthers = [&](const Session* known) {
@@ -169,6 +169,7 @@ void LogOn(Session session) {
     DefineSession(session);
     StartShell(session);
     TellServices(WTS_SESSION_LOGON, session.id);
+    return session.id;
 }
 
 void LogOff(unsigned id) {

@@ -40,8 +40,8 @@ std::optional<simwin::WTS_CONNECTSTATE_CLASS> SessionStateFromName(std::string_v
 
 // A user logs on: the session is made unless it is described, and WTS_SESSION_LOGON goes to the services. It is the
 // console's if the console has this number, or with `console`; whoever else was there is disconnected then.
-// In a session with another user it makes a new one: he stays logged on.
-void LogOn(Session session);
+// In a session with another user it makes a new one: he stays logged on. Returns: the session's number.
+unsigned LogOn(Session session);
 // A session is disconnected, connected, or comes to the console or leaves it; the services hear of it. An unknown id
 // changes nothing.
 void ChangeSession(unsigned id, std::optional<simwin::WTS_CONNECTSTATE_CLASS> state, std::optional<bool> console);
