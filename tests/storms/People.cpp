@@ -1,4 +1,4 @@
-#include "tests/storms/People.h"
+#include "tests/storms/Plan.h"
 
 #include <fmt/format.h>
 

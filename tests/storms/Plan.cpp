@@ -1,7 +1,5 @@
 #include "tests/storms/Plan.h"
 
-#include "tests/storms/People.h"
-
 #include "simwin/devices/DosNames.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Text.h"

@@ -78,6 +78,9 @@ struct Plan {
 };
 
 Plan PlanOf(std::uint64_t seed);
+// People, and the programs that configurations start for ports: somebody may be there at the start; people come and go,
+// at the console and by remote desktop. plan: with its history.
+void AddPeople(Plan& plan, Random& random);
 std::string SwitchesText(const Switches& switches);
 
 // The events of the calm: everything is plugged in, comes anew and is checked until nothing should be left to do.

@@ -1,4 +1,4 @@
-// The product's log as the debugger sees it, for tests that prove by a line which road was taken.
+// The product's log as the debugger sees it, for tests that prove by a line what was done.
 #pragma once
 
 #include "tests/harness/Harness.h"

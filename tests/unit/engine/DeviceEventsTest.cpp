@@ -1,5 +1,5 @@
 // What a device notification starts: the restart marks, a removal that the service caused itself, what a removal kills,
-// what of it is told; the registration.
+// what the user hears of it; the registration.
 #include "actions/CallBackTimer.h"
 #include "engine/NewDeviceArrived.h"
 #include "engine/PortArrival.h"

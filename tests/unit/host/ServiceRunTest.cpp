@@ -65,7 +65,7 @@ TEST(ServiceRun, AStopDuringTheInitialisationStillEndsTheService) {
     StartOfService();
     machine::AddFault({.call = "CMP_WaitNoPendingInstallEvents", .on = "*", .delayMs = 5000});
     RunWithStopAt(1500);
-    EXPECT_EQ(FirstReportMs(SERVICE_RUNNING), ~0ull) << "RUNNING behind STOP_PENDING";
+    EXPECT_EQ(FirstReportMs(SERVICE_RUNNING), ~0ull) << "RUNNING after STOP_PENDING";
     EXPECT_EQ(FirstReportMs(SERVICE_STOPPED), 1500u + 4 * 900);
 }
 

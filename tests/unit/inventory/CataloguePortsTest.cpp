@@ -52,7 +52,7 @@ const Row Rows[] = {
     {"pccard", CardBus.c_str(), "PCMCIA\\Quatech_Inc-PCMCIA_RS-232_Serial_Port_Card-63EA\\1", "", "Serial", "\\Device\\Serial", "Quatech Q-Lynx Serial Adapter", "PCMCIA", CardBus, ""},
     {"root", "", "ROOT\\PORTS\\0000", "", nullptr, nullptr, "VComTunnel Virtual Serial Port", "Unknown", "", ""},
     {"camera", "USB\\VID_2207&PID_0018\\2D312FF4BB1927AF", "USB\\VID_2207&PID_0018&MI_04\\A&32306B0D&0&0004", "1-1-3-4-2", "usbser", "\\Device\\USBSER", "USB Serial Device", "USB", DeepHub, ""},
-    // A radio on USB makes its ports USB ports of its socket; incoming and outgoing differ behind the GUID only.
+    // A radio on USB makes its ports USB ports of its socket; incoming and outgoing differ after the GUID only.
     {"btin", "", "BTHENUM\\{00001101-0000-1000-8000-00805F9B34FB}_LOCALMFG&0000\\9&3058B9ED&0&000000000000_00000000", "1-2", "BTHMODEM", "\\Device\\BthModem", "Standard Serial over Bluetooth link", "USB", Root, "btout"},
     {"btout", "", "BTHENUM\\{00001101-0000-1000-8000-00805F9B34FB}_LOCALMFG&001D\\9&3058B9ED&0&01B6EC10F00D_C00000000", "1-2", "BTHMODEM", "\\Device\\BthModem", "Standard Serial over Bluetooth link", "USB", Root, "btin"},
     {"ft232r", "USB\\VID_0403&PID_6001\\A507YBKB", "FTDIBUS\\VID_0403+PID_6001+A507YBKBA\\0000", "1-7-1", "FTSER2K", "\\Device\\VCP", "USB Serial Port", "USB", HubId, ""},

@@ -99,7 +99,7 @@ TEST(ComNameArbiter, AFreeNumberIsFreeInTheDatabaseAndAmongThePresentPorts) {
     for (const auto& [maxNumber, database, found] :
          {Row{255, {0x00, 0x00}, 1}, Row{255, {0x01, 0x00}, 3}, // COM2 is clear in the database, but a port has it
           Row{255, {0x05, 0x00}, 4},                            // the port that had COM4 has left
-          Row{0, {0x00, 0x00}, 0}, Row{2, {0x01, 0x00}, 0},     // behind the taken 2 the search may not start again
+          Row{0, {0x00, 0x00}, 0}, Row{2, {0x01, 0x00}, 0},     // after the taken 2 the search may not start again
           Row{2, {0x03, 0x00}, 3}, // the limit binds where a search starts, not what it finds
           Row{255, {0xFF, 0x7F}, 0}}) {
         g_pSettings->MaxPortNumber = maxNumber;

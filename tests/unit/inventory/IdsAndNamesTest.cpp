@@ -105,9 +105,9 @@ TEST(FriendlyName, TheComNameIsFoundAndCut) {
           Row{"COMPANY Port", "COMPANY Port", nullptr}, Row{"Adapter (COM) ", "Adapter (COM) ", nullptr},
           Row{"Port (COMx)", "Port (COMx)", nullptr}, Row{"com7 in small letters", "com7 in small letters", nullptr},
           Row{"", "", nullptr},
-          // The name behind such a word is found, but only the first hit decides about the cut.
+          // The name after such a word is found, but only the first hit decides about the cut.
           Row{"COMPANY Port COM7", "COMPANY Port COM7", "COM7"}, Row{"COMPANY Port (COM7)", "COMPANY Port", "COM7"},
-          Row{"Port (COMx) COM4", "Port (COMx) COM4", "COM4"}, Row{"COM2 behind (COM9)", "COM2 behind", "COM9"}}) {
+          Row{"Port (COMx) COM4", "Port (COMx) COM4", "COM4"}, Row{"COM2 beside (COM9)", "COM2 beside", "COM9"}}) {
         char text[128], comName[128] = "";
         CopyText(text, given);
         StripComFromFriendlyName(text);

@@ -136,7 +136,7 @@ TEST(PortScans, AGroupEndsWithItsLastPlace) {
     for (LONG i = 0; i < MaxSame + 2; ++i) {
         EXPECT_EQ(MaxSame, table->Ports[i]->SameParentCount) << i;
         EXPECT_EQ(i, table->Ports[i]->Same[0]);
-        EXPECT_STREQ("", table->Ports[i]->szPortName) << "the field behind Same of " << i;
+        EXPECT_STREQ("", table->Ports[i]->szPortName) << "the field after Same of " << i;
     }
 }
 

@@ -40,13 +40,13 @@ TEST(PathTools, AFullPathIsMadeOfEveryKindOfPath) {
     // "D:\Prog" and a backslash and 8 characters fill an array of 17 with its zero.
     struct {
         char out[17] = "";
-        char behind = '#';
+        char next = '#';
     } room;
     MakeFullPath("12345678", "D:\\Prog", room.out);
     EXPECT_STREQ(room.out, "D:\\Prog\\12345678");
     MakeFullPath("123456789", "D:\\Prog", room.out);
     EXPECT_STREQ(room.out, "123456789") << "too long together: as it came in";
-    EXPECT_EQ(room.behind, '#');
+    EXPECT_EQ(room.next, '#');
 }
 
 TEST(PathTools, VariablesAreExpandedWithinTheLimit) {

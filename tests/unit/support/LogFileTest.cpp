@@ -76,7 +76,7 @@ TEST_F(Log, ARecordAboveTheLevelLeavesNoTraceAndEvaluatesNothing) {
     EXPECT_FALSE(Has("two"));
     EXPECT_TRUE(std::regex_search(Text(), std::regex(R"(\( 100\) \{\d{4}\} <3> three)"))) << Text();
     LogFile_Exit();
-    WriteLog(1, "behind the end");
+    WriteLog(1, "after the end");
     EXPECT_TRUE(Text().ends_with("<1> last log output\r\n")) << Text();
 }
 

@@ -12,10 +12,10 @@
 
 namespace {
 
-TEST(BoundedText, NothingIsWrittenBehindTheArray) {
+TEST(BoundedText, NothingIsWrittenPastTheArray) {
     struct {
         char text[8];
-        char behind = '#';
+        char next = '#';
     } room;
     EXPECT_EQ(CopyText(room.text, "12345678"), 7u);
     EXPECT_STREQ(room.text, "1234567");
@@ -32,7 +32,7 @@ TEST(BoundedText, NothingIsWrittenBehindTheArray) {
     EXPECT_EQ(CopyTextPart(room.text, sizeof(room.text), notEnded, 3), 3u);
     EXPECT_STREQ(room.text, "abc");
     EXPECT_EQ(CopyText(room.text, 0, "x"), 0u);
-    EXPECT_EQ(room.behind, '#');
+    EXPECT_EQ(room.next, '#');
 }
 
 TEST(StringTools, ReplacementsStayWithinTheLimit) {
@@ -130,7 +130,7 @@ TEST(CommandLine, IsTokenizedAtBlanksOutsideQuotes) {
          {Row{"q.exe", {"q.exe"}},
           Row{"\"C:\\Program Files\\q.exe\" -debug  x ", {"\"C:\\Program Files\\q.exe\"", "-debug", "x"}},
           Row{"q -text=\"a b\" -time=5", {"q", "-text=\"a b\"", "-time=5"}}, Row{"q -text=\"a b", {"q", "-text=\"a b"}},
-          Row{"q \"a b\" c", {"q", "\"a", "b\" c"}}, // a quote behind a blank opens nothing, the next one does
+          Row{"q \"a b\" c", {"q", "\"a", "b\" c"}}, // a quote after a blank opens nothing, the next one does
           Row{"", {}}, Row{"q a b c d e f g", {"q", "a", "b", "c", "d", "e"}},
           Row{"q " + std::string(509, 'x'), {"q", std::string(509, 'x')}}, Row{"q " + std::string(510, 'x'), {}}}) {
         machine::CurrentProcess()->commandLine = line;
@@ -164,7 +164,7 @@ TEST(QuickSort, SortsEveryShapeAndFindsNothingToMend) {
             QuickSort(elements.data(), count, sizeof(Element), byKey);
             EXPECT_TRUE(std::is_sorted(elements.begin(), elements.end() - 1));
             EXPECT_TRUE(std::all_of(elements.begin(), elements.end(), [](auto& e) { return e.payload == -e.key; }));
-            EXPECT_EQ(elements[count].key, 0u) << "the element behind the end";
+            EXPECT_EQ(elements[count].key, 0u) << "the element past the end";
         }
     machine::WatchCalls({});
     EXPECT_EQ(beeps, 0);
