@@ -250,6 +250,18 @@ void ValueCheck::CheckText() {
             "give the comment a line of its own");
 }
 
+// "COM41,COM42,COM43" for 41 and what stands behind the dash.
+std::string NamesOfRange(int first, std::string_view behind) {
+    const std::size_t digit = behind.find_first_of(Digits);
+    const int last = digit == std::string_view::npos ? 0 : ReadNumber(behind.substr(digit));
+    if (last < first || last - first >= 10)
+        return "COM41,COM42,COM43";
+    std::string names;
+    for (int number = first; number <= last; ++number)
+        names += fmt::format("{}COM{}", names.empty() ? "" : ",", number);
+    return names;
+}
+
 // What is left of the text without the names that count. Between two of them a dash means a range to a person.
 void ValueCheck::CheckPortNames() {
     std::string rest, refused, range;
@@ -266,7 +278,7 @@ void ValueCheck::CheckPortNames() {
         at = found + 3 + length;
         const std::size_t dash = m_text.find_first_not_of(" \t", at);
         if (range.empty() && dash != std::string_view::npos && m_text[dash] == '-')
-            range = name;
+            range = NamesOfRange(number, m_text.substr(dash + 1));
     }
     rest += m_text.substr(at);
     const std::string left = rest.substr(0, std::min(rest.find(';'), rest.find('#')));
@@ -274,7 +286,7 @@ void ValueCheck::CheckPortNames() {
     if (!range.empty())
         Add(Fault::NumbersPassedOver,
             fmt::format("{}: a range is not known, only the names that stand there count", Said()),
-            "name each: COM41,COM42,COM43");
+            fmt::format("name each: {}", range));
     else if (!refused.empty())
         Add(Fault::NumbersPassedOver, fmt::format("{}: '{}' is no number that counts", Said(), Utf8(refused)),
             fmt::format("COM1 to COM{}", HighestPortNumber));

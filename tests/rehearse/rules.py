@@ -64,7 +64,7 @@ FAULTY = [
     (A + "delay1=500ms\n", "4:8: QM304 delay1=500ms is read as 30000000 ms; write 500"),
     (A + "wait1=2h30m\n", "4:7: QM304 wait1=2h30m is read as 7200000 ms; a number, or a number with s, m, h or d"),
     (A + "wait1=100d\n", "4:7: QM304 wait1=100d is read as 50065408 ms; 0 to one day"),
-    (P + "BusType=USB\nPortNames=COM41-COM43\n", "3:11: QM305 PortNames=COM41-COM43: a range is not known, only the names that stand there count; name each: COM41,COM42,COM43"),
+    (P + "BusType=USB\nPortNames=COM51 - COM54\n", "3:11: QM305 PortNames=COM51 - COM54: a range is not known, only the names that stand there count; name each: COM51,COM52,COM53,COM54"),
     (P + G + "PortNames=COM7,8\n", "4:11: QM305 PortNames=COM7,8: 8 is passed over, COM is missing; write COM8"),
     (P + G + "PortName1=COM0\n", "4:11: QM305 PortName1=COM0: 'COM0' is no number that counts; COM1 to COM65536"),
     (P + "BusType=USB\nPortNames=" + ",".join(f"COM{i}" for i in range(1, 258)) + "\n", "3:11: QM306 [ComPorts1] wants 257 numbers, the first 256 count; want fewer"),

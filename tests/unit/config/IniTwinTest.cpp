@@ -2,7 +2,11 @@
 // Random texts of the pieces that matter, in all encodings.
 #include "tests/unit/config/ConfigOnMachine.h"
 
+#include "rehearse/rules/Patterns.h"
 #include "rehearse/rules/SectionKeys.h"
+
+#include "config/Durations.h"
+#include "engine/WildcardMatch.h"
 
 #include <random>
 
@@ -92,6 +96,42 @@ TEST(IniTwin, ReadsWhatTheReaderReads) {
         many += "x=1\r\n";
     Compare(many + "[ComPorts2]\nPortName=COM1\n"); // exactly full
     Compare(many + "x=1\r\n[ComPorts2]\nPortName=COM1\n");
+}
+
+std::string RandomText(std::mt19937& random, std::string_view letters, unsigned longest) {
+    std::string text(random() % (longest + 1), ' ');
+    for (char& c : text)
+        c = letters[random() % letters.size()];
+    return text;
+}
+
+// A pattern that is called the wider one must be: a section would be called superfluous that is not.
+TEST(IniTwin, PatternsFitAsTheProductsDo) {
+    std::mt19937 random(11);
+    int within = 0;
+    for (int round = 0; round < 60000; ++round) {
+        const std::string text = RandomText(random, "aAb\\|", 6), pattern = RandomText(random, "aB\\*?", 5);
+        const std::string wider = RandomText(random, "ab\\*?", 4);
+        const bool fits = rehearse::FitsPattern(text, pattern);
+        ASSERT_EQ(fits, WildcardMatch(text.c_str(), pattern.c_str()) != 0) << text << " " << pattern;
+        if (rehearse::IsPatternWithin(pattern, wider)) {
+            ++within;
+            ASSERT_TRUE(!fits || WildcardMatch(text.c_str(), wider.c_str()) != 0)
+                << text << " " << pattern << " " << wider;
+        }
+    }
+    EXPECT_GT(within, 1000);
+    EXPECT_TRUE(rehearse::IsPatternWithin("FTDIBUS\\VID_0403*A7?\\*", "ftdibus\\*\\*"));
+    EXPECT_FALSE(rehearse::IsPatternWithin("FTDIBUS\\*", "FTDIBUS\\*\\*"));
+}
+
+TEST(IniTwin, TimesAreReadAsTheProductReadsThem) {
+    std::mt19937 random(13);
+    for (int round = 0; round < 20000; ++round) {
+        const std::string text = RandomText(random, "0123456789-sSmhdx .", 12);
+        const DWORD ms = StrToIntA(text.c_str()) < 0 ? 0 : ParseDuration(text.c_str());
+        ASSERT_EQ(rehearse::ReadTimeMs(text), std::min<std::int64_t>(ms, LongestDurationMs)) << text;
+    }
 }
 
 } // namespace
