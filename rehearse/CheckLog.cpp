@@ -56,7 +56,42 @@ std::string RuleName(std::string_view name) {
     return std::string(RulesType) + std::string(name.substr(RulesType.size()));
 }
 
+// How far a port's value agrees with a pattern from its start: of two that fail in the same row the one is nearer that
+// was probably meant.
+std::size_t Likeness(const SectionTrial& trial) {
+    std::size_t best = 0;
+    for (const std::string& form : trial.patterns) {
+        const std::string pattern = form.substr(std::min(form.size(), form.find('=') + 1));
+        std::size_t same = 0;
+        while (same < pattern.size() && same < trial.portValue.size() &&
+               machine::EqualNoCase(pattern.substr(same, 1), trial.portValue.substr(same, 1)))
+            ++same;
+        best = std::max(best, same);
+    }
+    return best;
+}
+
+// The device of an interface path: '\\?\FTDIBUS#A#0000#{...}'.
+std::string DeviceOfPath(std::string_view path) {
+    if (path.starts_with("\\\\?\\"))
+        path.remove_prefix(4);
+    std::string device(path.substr(0, path.rfind('#')));
+    std::replace(device.begin(), device.end(), '#', '\\');
+    return device;
+}
+
 } // namespace
+
+bool IsNearer(const SectionTrial& one, const SectionTrial& than) {
+    return std::pair(one.rowsMet, Likeness(one)) > std::pair(than.rowsMet, Likeness(than));
+}
+
+std::string FailedRow(const SectionTrial& trial) {
+    std::string patterns;
+    for (const std::string& pattern : trial.patterns)
+        patterns += (patterns.empty() ? "" : " or ") + pattern;
+    return fmt::format("{} is '{}', not {}", trial.failedKey, trial.portValue, patterns);
+}
 
 std::vector<unsigned> NumbersOfSection(const ConfiguredSection& section) {
     std::vector<unsigned> numbers;
@@ -84,12 +119,27 @@ void CheckLog::Finish() {
 
 std::string CheckLog::PortOf(std::uint64_t context) const {
     const auto found = m_contexts.find(context);
-    return found != m_contexts.end() && found->second.isInCheck ? found->second.device : "";
+    if (found == m_contexts.end())
+        return "";
+    return found->second.isInCheck ? found->second.device : found->second.subject;
+}
+
+std::string CheckLog::NameOf(std::uint64_t context) const {
+    const std::string device = PortOf(context);
+    const auto name = m_names.find(device);
+    return name == m_names.end() ? device : name->second;
+}
+
+bool CheckLog::IsInCheck(std::uint64_t context) const {
+    const auto found = m_contexts.find(context);
+    return found != m_contexts.end() && found->second.isInCheck && !found->second.device.empty();
 }
 
 void CheckLog::ReadConfiguration(Context& context, std::string_view message) {
     if (message.starts_with("CCfgReader::CreateSnapshot(")) {
         m_facts.sections.clear();
+        for (auto& [device, port] : m_facts.ports)
+            port.trials.clear(); // of rules that are no more
         context.isReadingSection = false;
     } else if (message.ends_with("] found") && (Take(message, " section [") || Take(message, " CfgSec ["))) {
         const std::string name = RuleName(message.substr(0, message.find(']')));
@@ -151,10 +201,14 @@ void CheckLog::EndTrial(Context& context, std::string_view message) {
 }
 
 void CheckLog::ReadCheck(Context& context, std::uint64_t atMs, std::string_view message) {
-    if (message.starts_with("CheckComPortAssignment(") && message.ends_with(")")) {
+    if (message.starts_with("ComPortArrived(") || message.starts_with("ComPortRemoved(")) {
+        GiveUp(context);
+        context.subject = DeviceOfPath(Between(message, "(", ")"));
+    } else if (message.starts_with("CheckComPortAssignment(") && message.ends_with(")")) {
         GiveUp(context);
         context.isInCheck = true;
         context.isChanged = false;
+        context.isTold = false;
         context.check = {};
         context.check.atMs = atMs;
         context.device.clear();
@@ -163,10 +217,16 @@ void CheckLog::ReadCheck(Context& context, std::uint64_t atMs, std::string_view 
     } else if (context.device.empty()) {
         if (Take(message, " regportname='"))
             context.device = Between(message, "devid='", "'");
+        context.name = message.substr(0, message.find('\''));
+        if (context.name.empty())
+            context.name = context.device;
+        if (!context.device.empty())
+            m_names[context.device] = context.name;
         if (context.device.empty())
             context.isInCheck = message.starts_with("-"); // a record without a device
     } else if (!ReadDecision(context, message) && !ReadChange(context, message) && !ReadCandidate(context, message)) {
-        if (message.starts_with("FixFriendlyName(") || (context.isTrying && message.starts_with("ComNameArbiterAdd(")))
+        const bool isAdding = message.starts_with("ComNameArbiterAdd(");
+        if (message.starts_with("FixFriendlyName(") || (context.isTrying && isAdding))
             GiveUp(context);
     }
 }
@@ -190,13 +250,13 @@ bool CheckLog::ReadDecision(Context& context, std::string_view message) {
     } else if (Take(message, "current portnumber ")) {
         Conclude(context, fmt::format("keeps COM{}", message.substr(0, message.find(' '))));
     } else if (message.starts_with("no [ComPortsNN] section")) {
-        Conclude(context, "no rule: nothing changes");
+        Conclude(context, "stays as it is: no rule" + WhyNoRule(context));
     } else if (message.starts_with("no ComPort defined in section")) {
-        Conclude(context, "the rule names no number: nothing changes");
+        Conclude(context, "stays as it is: its rule names no number");
     } else if (message.starts_with(" does not look like a 'COM' port")) {
-        Conclude(context, "no COM port: nothing changes");
+        Conclude(context, "stays as it is: it is no COM port");
     } else if (message.find(" has two Win32 names: ") != std::string_view::npos) {
-        Conclude(context, fmt::format("has {} already, its other name is deleted", context.candidate));
+        Conclude(context, fmt::format("has {} already and loses its other name", context.candidate));
     } else if (message.starts_with("other port will use section ")) {
         Conclude(context, fmt::format("swaps numbers with the port that has {}", context.candidate));
     } else {
@@ -218,14 +278,13 @@ bool CheckLog::ReadChange(Context& context, std::string_view message) {
     } else if (message.starts_with("update Port[")) {
         context.isChanged = true;
     } else if (message.starts_with("port came along with an upper device")) {
-        conclusion = fmt::format("{} comes with the restart of the device above it", context.candidate);
+        Settle(context, fmt::format("gets {} when the device above it has restarted", context.candidate));
     } else if (message.ends_with("  :-(")) {
-        conclusion =
-            fmt::format("{} did not appear within 5 s: the registry has it, the port does not", context.candidate);
+        Settle(context, fmt::format("has {} in the registry, but it did not appear within 5 s", context.candidate));
     } else if (message.starts_with("QueryDosDevice(") && message.find(")...  kn=") != std::string_view::npos) {
-        conclusion = fmt::format("has {} now", context.candidate);
+        Settle(context, fmt::format("has {} now", context.candidate));
     } else if (message.starts_with(context.candidate + " created as ")) {
-        conclusion = fmt::format("has {} now, without a restart", context.candidate);
+        Settle(context, fmt::format("has {} now, without a restart", context.candidate));
     } else {
         return false;
     }
@@ -268,29 +327,53 @@ bool CheckLog::ReadCandidate(Context& context, std::string_view message) {
 }
 
 void CheckLog::Refuse(Context& context) {
-    if (!context.candidate.empty())
-        context.check.refused.push_back({context.candidate, context.reason.empty() ? "refused" : context.reason});
+    if (!context.candidate.empty()) {
+        const std::string reason = context.reason.empty() ? "refused" : context.reason;
+        context.check.refused.push_back({context.candidate, reason});
+        if (m_watcher)
+            m_watcher({context.name, context.candidate, reason});
+    }
     context.candidate.clear();
     context.reason.clear();
 }
 
-// All numbers have been tried: the product says nothing then.
+// The check is over, and the product says nothing of it: all numbers have been tried, or the restart failed.
 void CheckLog::GiveUp(Context& context) {
     if (context.isInCheck && context.isTrying) {
         Refuse(context);
-        Conclude(context, "no number can be had: nothing changes");
+        Conclude(context, "stays as it is: no number can be had");
+    } else if (context.isInCheck && context.isChanged && !context.isTold) {
+        Conclude(context, fmt::format("has {} in the registry, but could not restart", context.candidate));
     }
     context.isInCheck = false;
     context.isTrying = false;
 }
 
 void CheckLog::Conclude(Context& context, std::string conclusion) {
+    Settle(context, std::move(conclusion));
     context.candidate.clear();
     context.reason.clear();
     context.isTrying = false;
-    context.check.conclusion = std::move(conclusion);
-    m_facts.ports[context.device].last = context.check;
     context.isInCheck = false;
+}
+
+void CheckLog::Settle(Context& context, std::string conclusion) {
+    context.check.conclusion = std::move(conclusion);
+    context.isTold = true;
+    m_facts.ports[context.device].last = context.check;
+    if (m_watcher)
+        m_watcher({context.name, "", context.check.conclusion});
+}
+
+// The section that came nearest.
+std::string CheckLog::WhyNoRule(const Context& context) const {
+    const auto port = m_facts.ports.find(context.device);
+    const std::pair<const std::string, SectionTrial>* nearest = nullptr;
+    if (port != m_facts.ports.end())
+        for (const auto& trial : port->second.trials)
+            if (!trial.second.failedKey.empty() && (!nearest || IsNearer(trial.second, nearest->second)))
+                nearest = &trial;
+    return nearest ? fmt::format("; nearest [{}]: {}", nearest->first, FailedRow(nearest->second)) : "";
 }
 
 } // namespace rehearse

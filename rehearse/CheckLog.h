@@ -6,6 +6,7 @@
 #include "simwin/kernel/Text.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -38,6 +39,13 @@ struct PortCheck {
     std::string conclusion; // "keeps COM10"; "" while the check is going on
 };
 
+// What is told of a check at the moment at which it is known.
+struct CheckNews {
+    std::string port;    // what its registry called it at the check, its device without a name
+    std::string refused; // a number that cannot be had; "" for a conclusion
+    std::string text;    // the reason, or the conclusion
+};
+
 // What is known of one port.
 struct CheckedPort {
     PortCheck last;
@@ -65,8 +73,11 @@ public:
     // No more messages: checks that are open have ended.
     void Finish();
     const LogFacts& Facts() const { return m_facts; }
-    // The device whose check the thread is in; "" if it is in none.
+    // The device whose check, arrival or removal the thread is in, and its name there; "" if it is in none.
     std::string PortOf(std::uint64_t context) const;
+    std::string NameOf(std::uint64_t context) const;
+    bool IsInCheck(std::uint64_t context) const; // of a port that is known by now
+    void OnNews(std::function<void(const CheckNews&)> watcher) { m_watcher = std::move(watcher); }
 
 private:
     struct Context {
@@ -74,7 +85,10 @@ private:
         bool isTrying = false;  // the numbers of the list, one after another
         bool isChanged = false; // the registry has the new number; the device is to follow
         PortCheck check;
+        bool isTold = false; // the conclusion
         std::string device;
+        std::string name;
+        std::string subject;     // the device of the arrival or removal that the thread works for
         std::string candidate;   // the number that is tried
         std::string reason;      // why it cannot be had, if it cannot
         std::string trialDevice; // empty while another type of section is looked for
@@ -95,10 +109,19 @@ private:
     void Refuse(Context& context);
     void GiveUp(Context& context);
     void Conclude(Context& context, std::string conclusion);
+    void Settle(Context& context, std::string conclusion);
+    std::string WhyNoRule(const Context& context) const;
 
     LogFacts m_facts;
+    std::map<std::string, std::string, machine::NoCaseLess> m_names; // of ports, at their last check
+    std::function<void(const CheckNews&)> m_watcher;
     std::map<std::uint64_t, Context> m_contexts;
 };
+
+// Of two trials that failed the one is nearer that met more rows, then whose value agrees longer with a pattern.
+bool IsNearer(const SectionTrial& one, const SectionTrial& than);
+// "UsbPort is '3-7-1', not UsbPort=3-7-33", in the machine's code page.
+std::string FailedRow(const SectionTrial& trial);
 
 // The numbers that a section's values name, as the product reads them: its keys in their order, what follows "COM".
 std::vector<unsigned> NumbersOfSection(const ConfiguredSection& section);

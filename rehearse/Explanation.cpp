@@ -1,13 +1,14 @@
 #include "rehearse/Explanation.h"
 
 #include "rehearse/LogOutput.h"
+#include "rehearse/Observer.h"
 
-#include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 
 #include <fmt/format.h>
 
 #include <string_view>
+#include <utility>
 
 namespace rehearse {
 
@@ -21,12 +22,19 @@ constexpr std::string_view Decisions[] = {
     "new ComPorts=",
     "adding COM",
     "current portnumber ",
-    "-> try next port",
     "other port will use section ",
     "changing name to ",
     "ComNameArbiterRemove(",
     "ComNameArbiterAdd(",
     "port came along with an upper device",
+    " used by Ports[",
+    " no, in use by ",
+    " -> delete zombie symlink ",
+    "  OK -> is available now",
+    "unexpected gone ddn",
+    "unexpected problem=",
+    "-> try next port",
+    "QuickAndDirty overrule",
     "waiting for ",
     " port is restarting -> ignore removal",
     "CheckComPortAssignment skipped",
@@ -34,7 +42,15 @@ constexpr std::string_view Decisions[] = {
     "the device we are just restarting",
 };
 
-constexpr std::string_view Mark = "[QUILLMARCH]  "; // stands in front of the message in each line of debugger output
+// What stands in the middle of such a line.
+constexpr std::string_view Grounds[] = {
+    " has no link without a device any more",
+    " waits for the restart of ",
+    " is present but should not",
+    " has two Win32 names: ",
+    " -> no swap",
+    " has lost its DDN ",
+};
 
 // "Ports[2]=COM3 ...": a port has been entered in the list.
 bool EntersAPort(std::string_view message) {
@@ -47,27 +63,65 @@ bool TellsADecision(std::string_view message) {
     for (const std::string_view start : Decisions)
         if (message.starts_with(start))
             return true;
+    for (const std::string_view ground : Grounds)
+        if (message.find(ground) != std::string_view::npos)
+            return true;
+    return message.ends_with("  :-(");
+}
+
+// Lines that belong to what follows: what came of the check before them stands first.
+bool BeginsAnew(std::string_view message) {
+    for (const std::string_view start :
+         {"CheckComPortAssignment(", "FixFriendlyName(", "ComPortArrived(", "ComPortRemoved(", "ComNameArbiterAdd("})
+        if (message.starts_with(start))
+            return true;
     return false;
 }
 
 } // namespace
 
-void ExplainDecisions(Timeline& timeline) {
+void Explanation::Watch(Timeline& timeline) {
+    m_timeline = &timeline;
+    m_log.OnNews([this](const CheckNews& news) { m_news.push_back(news); });
     ForceDebugOutput();
-    machine::WatchDebugOutput([&timeline](const machine::Process&, const char* text) {
-        std::string_view message = text;
-        const std::size_t at = message.find(Mark);
-        if (at == std::string_view::npos)
-            return;
-        message.remove_prefix(at + Mark.size());
-        while (message.ends_with('\n') || message.ends_with('\r'))
-            message.remove_suffix(1);
-        if (!TellsADecision(message))
-            return;
+    WatchMessages([this](std::uint64_t context, std::string_view message) { Read(context, message); });
+}
+
+void Explanation::Read(std::uint64_t context, std::string_view message) {
+    const bool wasInCheck = m_log.IsInCheck(context);
+    m_news.clear();
+    m_log.Read(context, machine::Now(), message);
+    m_timeline->CatchUp();
+    if (BeginsAnew(message))
+        for (const CheckNews& news : std::exchange(m_news, {}))
+            Tell(news);
+    const std::string name = m_log.NameOf(context);
+    const bool isNamed = !wasInCheck && m_log.IsInCheck(context) && !name.empty();
+    if (isNamed)
+        m_timeline->Add({machine::Now(), false, fmt::format("checks {}:", name), m_log.PortOf(context), {}, {}, {}});
+    // What the database is told when a check is over changes nothing that was decided.
+    const bool isOfDatabase = message.starts_with("ComNameArbiter");
+    if (TellsADecision(message) && (wasInCheck || !isOfDatabase)) {
         message.remove_prefix(message.find_first_not_of(' '));
-        timeline.CatchUp();
-        timeline.Add({machine::Now(), false, fmt::format("says: {}", message), {}, {}, {}, {}});
-    });
+        const std::string of = name.empty() || EntersAPort(message) ? "" : " of " + name;
+        m_timeline->Add({machine::Now(), false, fmt::format("says{}: {}", of, message), {}, {}, {}, {}});
+    }
+    for (const CheckNews& news : std::exchange(m_news, {}))
+        Tell(news);
+}
+
+void Explanation::Finish() {
+    m_news.clear();
+    m_log.Finish();
+    for (const CheckNews& news : m_news)
+        Tell(news);
+}
+
+void Explanation::Tell(const CheckNews& news) {
+    const std::string what = news.refused.empty()
+                                 ? fmt::format("so {} {}", news.port, news.text)
+                                 : fmt::format("so {} cannot have {}: {}", news.port, news.refused, news.text);
+    m_timeline->Add({machine::Now(), false, what, {}, {}, {}, {}});
 }
 
 } // namespace rehearse

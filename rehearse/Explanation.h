@@ -1,12 +1,26 @@
-// --explain: the product's reasons in the timeline, in the words of its own log. Its debugger output is forced on for
-// that, and the lines that tell a decision are picked out at the moment at which they are written.
+// --explain: the product's reasons in the timeline, in the words of its own log: what it looked at, why a number could
+// not be had, and at the end of each check what came of it. Its debugger output is forced on for that, and the lines
+// that tell a decision are picked out at the moment at which they are written.
 #pragma once
 
+#include "rehearse/CheckLog.h"
 #include "rehearse/Timeline.h"
 
 namespace rehearse {
 
-// Called once, before the machine runs; undone with the machine. The timeline must live as long.
-void ExplainDecisions(Timeline& timeline);
+class Explanation {
+public:
+    // Starts to watch. Called once, before the machine runs; undone with the machine. The timeline must live as long.
+    void Watch(Timeline& timeline);
+    void Finish(); // the run is over: checks that are open end
+
+private:
+    void Read(std::uint64_t context, std::string_view message);
+    void Tell(const CheckNews& news);
+
+    Timeline* m_timeline = nullptr;
+    CheckLog m_log;
+    std::vector<CheckNews> m_news; // of the message that is read
+};
 
 } // namespace rehearse

@@ -212,7 +212,12 @@ LogFacts Observer::Take(const std::string& ended) {
 
 void WatchLog(CheckLog& log) {
     ForceDebugOutputInFull();
-    machine::WatchDebugOutput([&log](const machine::Process& process, const char* text) {
+    WatchMessages(
+        [&log](std::uint64_t context, std::string_view message) { log.Read(context, machine::Now(), message); });
+}
+
+void WatchMessages(std::function<void(std::uint64_t context, std::string_view message)> watcher) {
+    machine::WatchDebugOutput([watcher = std::move(watcher)](const machine::Process& process, const char* text) {
         std::string_view message = text;
         const std::size_t at = message.find(Mark);
         const machine::Thread* thread = machine::CurrentThread();
@@ -221,8 +226,7 @@ void WatchLog(CheckLog& log) {
         message.remove_prefix(at + Mark.size());
         while (message.ends_with('\n') || message.ends_with('\r'))
             message.remove_suffix(1);
-        const std::uint64_t context = std::uint64_t(process.id) << ContextBits | thread->id;
-        log.Read(context, machine::Now(), message);
+        watcher(std::uint64_t(process.id) << ContextBits | thread->id, message);
     });
 }
 

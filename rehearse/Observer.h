@@ -8,7 +8,10 @@
 #include "rehearse/Description.h"
 #include "rehearse/Run.h"
 
+#include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include <sys/types.h>
 
@@ -33,6 +36,10 @@ private:
 
 // Feeds a log's messages from the product's debugger output, which is forced on. Called once for a machine.
 void WatchLog(CheckLog& log);
+
+// The messages of the product's debugger output, without what stands in front of them; context: the thread. Forces
+// nothing. Called once for a machine.
+void WatchMessages(std::function<void(std::uint64_t context, std::string_view message)> watcher);
 
 // How the machine stands now, as one text: ports, their restarts, the numbers taken.
 std::string EndOfMachine();

@@ -18,6 +18,7 @@
 #include "rehearse/Progress.h"
 #include "rehearse/Report.h"
 #include "rehearse/Timeline.h"
+#include "rehearse/Tree.h"
 #include "rehearse/Verdict.h"
 
 #include "simwin/desktop/Desktop.h"
@@ -77,7 +78,7 @@ bool PrintReport(const Options& options) {
 
 // Every way to show the verdict needs what only a second run can observe.
 bool NeedsObserver(const Options& options) {
-    return !options.devices && (options.json || options.strict || PrintReport(options));
+    return !options.devices && !options.tree && (options.json || options.strict || PrintReport(options));
 }
 
 int Judge(const Options& options, const Expectations& expectations, const Verdict& verdict) {
@@ -137,14 +138,15 @@ int Rehearse(const Options& options) {
         observer.emplace(description, options);
 
     Timeline timeline;
+    Explanation explanation;
     Balloons balloons;
     Leaks leaks;
     Stage stage{&description, &timeline, &balloons};
     Expectations expectations(stage);
     const MachineLife machine(setup, timeline, balloons, leaks);
     FillMachine(description, options);
-    if (options.devices) {
-        fmt::print("{}", DevicesTable());
+    if (options.devices || options.tree) {
+        fmt::print("{}", options.tree ? MachineTree() : DevicesTable());
         return ExitDone;
     }
     if (const std::string wrong = machine::PrepareImages(options.imageFile); !wrong.empty())
@@ -157,7 +159,7 @@ int Rehearse(const Options& options) {
     if (log.IsWanted())
         ForceLog(options.logLevel);
     if (options.explain)
-        ExplainDecisions(timeline);
+        explanation.Watch(timeline);
     expectations.Schedule();
     ScheduleEvents(stage);
     const StartFacts start = FactsAtStart();
@@ -169,6 +171,8 @@ int Rehearse(const Options& options) {
     }
     const bool isDone = outcome.verdict == machine::Verdict::Done;
     timeline.CatchUp();
+    if (options.explain)
+        explanation.Finish();
     if (isDone)
         expectations.JudgeEnd();
     pictures.AddRest();

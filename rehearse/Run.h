@@ -15,7 +15,7 @@ struct Options {
     std::string pictures;                      // host folder; "" none
     int logLevel = 3;
     std::optional<std::uint64_t> seed, untilMs;
-    bool check = false, quiet = false, explain = false, devices = false;
+    bool check = false, quiet = false, explain = false, devices = false, tree = false;
     bool strict = false; // a port without a name or a wanted number, or a rule that never matched, is a failure
     std::string imageFile, resourceFile; // the product as a shared object, and its compiled resources
 };

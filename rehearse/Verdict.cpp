@@ -181,21 +181,6 @@ std::vector<Ring> RingsOf(const std::vector<PortVerdict>& ports) {
 
 // --- Rules
 
-// How far a port's value agrees with a pattern from its start: of two ports that fail in the same row the one is nearer
-// that was probably meant.
-std::size_t Likeness(const SectionTrial& trial) {
-    std::size_t best = 0;
-    for (const std::string& form : trial.patterns) {
-        const std::string pattern = form.substr(std::min(form.size(), form.find('=') + 1));
-        std::size_t same = 0;
-        while (same < pattern.size() && same < trial.portValue.size() &&
-               machine::EqualNoCase(pattern.substr(same, 1), trial.portValue.substr(same, 1)))
-            ++same;
-        best = std::max(best, same);
-    }
-    return best;
-}
-
 // The rows of a section by key, forms of one key together: "UsbPort" for "UsbPort3".
 bool IsFormOf(std::string_view form, std::string_view key) {
     if (form.size() == key.size() + 1 && form.back() >= '1' && form.back() <= '9')
@@ -232,8 +217,7 @@ void FindNearest(const ConfiguredSection& section, const LogFacts& log, RuleVerd
             }
             continue;
         }
-        const auto order = [](const SectionTrial& one) { return std::pair(one.rowsMet, Likeness(one)); };
-        if (!nearest || order(*nearest) < order(trial->second)) {
+        if (!nearest || IsNearer(trial->second, *nearest)) {
             nearest = &trial->second;
             rule.nearest = device;
         }

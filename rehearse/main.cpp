@@ -54,6 +54,7 @@ void Describe(CLI::App& app, Line& line) {
                  "fail if a port has no name or no number that it wants, or a rule never matched");
     app.add_flag("--explain", line.options.explain, "tell in the timeline why, in the words of the product's log");
     app.add_flag("--quiet", line.options.quiet, "no report on standard output");
+    app.add_flag("--tree", line.options.tree, "print the machine as it was understood, as a tree, run nothing");
     app.add_flag("--devices", line.options.devices,
                  "print the devices of the machine as it was understood, run nothing");
     app.add_flag("--catalogue", line.printCatalogue, "print the kinds of devices that are known by their ids");

@@ -3,6 +3,7 @@
 #include "simwin/devices/Drivers.h"
 #include "simwin/devices/ExportPresence.h"
 #include "simwin/devices/ExportTree.h"
+#include "simwin/devices/Guesses.h"
 #include "simwin/devices/PlugAndPlay.h"
 #include "simwin/devices/api.h"
 #include "simwin/devices/catalogue/Catalogue.h"
@@ -212,7 +213,7 @@ unsigned FreePort(const DeviceNode& hub, const DeviceNode& node) {
 }
 
 // Port of its hub: as said, else by the last number of an id that follows the socket, else the lowest free one.
-unsigned PortOnHub(const DeviceNode& node, const DeviceNode& hub) {
+unsigned PortOnHub(DeviceNode& node, const DeviceNode& hub) {
     if (node.said.hubPort)
         return *node.said.hubPort;
     unsigned port = 0, number = 0;
@@ -222,6 +223,7 @@ unsigned PortOnHub(const DeviceNode& node, const DeviceNode& hub) {
         return inId;
     if (node.said.address && *node.said.address)
         return *node.said.address;
+    NoteGuess(node, "nothing names its socket, so it got the first free one");
     return FreePort(hub, node);
 }
 

@@ -2,6 +2,7 @@
 
 #include "simwin/devices/CapturedProperties.h"
 #include "simwin/devices/ExportTree.h"
+#include "simwin/devices/Guesses.h"
 #include "simwin/devices/api.h"
 #include "simwin/kernel/Notes.h"
 #include "simwin/registry/Registry.h"
@@ -87,6 +88,7 @@ void SettleSocket(std::vector<Claim> claims) {
         claim.node->whyAbsent = "another device is on its socket";
         others += fmt::format("{}'{}'", others.empty() ? "" : ", ", claim.node->id);
     }
+    NoteGuess(*winner.node, fmt::format("of several on this socket it is the one that is there, since {}", why));
     AddNote(Utf8FromAnsi(fmt::format("port {} of '{}': '{}' is there, since {}; known from before: {}",
                                      winner.node->hubPort, winner.node->parent->id, winner.node->id, why, others)));
 }

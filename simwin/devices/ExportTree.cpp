@@ -1,6 +1,7 @@
 #include "simwin/devices/ExportTree.h"
 
 #include "simwin/devices/CapturedProperties.h"
+#include "simwin/devices/Guesses.h"
 #include "simwin/devices/catalogue/Catalogue.h"
 #include "simwin/kernel/Notes.h"
 #include "simwin/registry/Registry.h"
@@ -164,6 +165,13 @@ DeviceNode* ParentByEnumerator(std::string_view id) {
     return nullptr;
 }
 
+// Of most buses the id names the parent; of these it is the first device of the kind that carries such a bus.
+void NoteGuessedPlace(DeviceNode& node) {
+    for (const char* enumerator : {"ACPI", "PCI", "BTH", "BTHENUM", "RFCOMM", "COM0COM"})
+        if (EqualNoCase(EnumeratorOf(node.id), enumerator))
+            NoteGuess(node, "it hangs here by its kind, nothing names its parent");
+}
+
 // Prefixes of all devices, made anew for each linking: devices may have been added.
 std::map<std::string, DeviceNode*, NoCaseLess> Prefixes() {
     std::map<std::string, DeviceNode*, NoCaseLess> prefixes;
@@ -253,9 +261,16 @@ void NumberByOrder() {
         if (!hub || hub->hubNumber)
             continue;
         hub->hubNumber = number;
+        NoteGuess(*hub, "its number is taken from the order of the hubs");
         AddNote(Utf8FromAnsi(fmt::format("hub number {}, on which '{}' is, is taken for '{}', by the order of the hubs",
                                          number, device->id, hub->id)));
     }
+}
+
+void SetFreeHubNumber(DeviceNode& hub) {
+    hub.hubNumber = FreeHubNumber();
+    if (hub.installed)
+        NoteGuess(hub, "no device names its number, so it got a free one");
 }
 
 // Hubs are called as the devices on them call them, the latest arrival first: Windows gives the numbers anew when hubs
@@ -277,7 +292,7 @@ void NumberHubs() {
     NumberByOrder();
     for (DeviceNode* node : TheDeviceTree().All())
         if (node->IsHub() && !node->hubNumber)
-            node->hubNumber = FreeHubNumber();
+            SetFreeHubNumber(*node);
 }
 
 // Of a device on a hub that no other device names by the number: the order of the hubs is all there is to go by.
@@ -365,16 +380,17 @@ void LinkExportedDevices() {
         if (!node->parent && !node->root && LinkTo(node, HubByLocation(*node)))
             TakeHubPort(node);
     for (DeviceNode* node : nodes)
-        if (!node->parent && !node->root)
-            LinkTo(node, ParentByEnumerator(node->id));
+        if (!node->parent && !node->root && LinkTo(node, ParentByEnumerator(node->id)))
+            NoteGuessedPlace(*node);
 }
 
-DeviceNode* ParentOfDescribed(const DeviceNode& node) {
+DeviceNode* ParentOfDescribed(DeviceNode& node) {
     const bool canHavePrefix = InstanceOf(node.id).find('&') != std::string_view::npos;
     if (DeviceNode* parent = canHavePrefix ? FindByPrefix(Prefixes(), node.id) : nullptr)
         return parent;
     if (DeviceNode* hub = HubByLocation(node))
         return hub;
+    NoteGuessedPlace(node);
     return ParentByEnumerator(node.id);
 }
 

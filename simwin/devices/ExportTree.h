@@ -18,7 +18,7 @@ void AddExportedDevices(const std::vector<DeviceDescription>& described);
 // nothing tells keeps no parent.
 void LinkExportedDevices();
 // The same for one described device that names no parent.
-DeviceNode* ParentOfDescribed(const DeviceNode& node);
+DeviceNode* ParentOfDescribed(DeviceNode& node);
 // Interface classes that the exports have registered for their devices.
 void AddExportedInterfaces();
 

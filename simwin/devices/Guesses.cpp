@@ -1,0 +1,36 @@
+#include "simwin/devices/Guesses.h"
+
+#include "simwin/kernel/Machine.h"
+
+#include <map>
+
+namespace machine {
+
+namespace {
+
+std::map<const DeviceNode*, std::string>* g_guesses;
+
+void Create() {
+    g_guesses = new std::map<const DeviceNode*, std::string>;
+}
+
+void Destroy() {
+    delete g_guesses;
+    g_guesses = nullptr;
+}
+
+Room g_room(67, Create, Destroy);
+
+} // namespace
+
+void NoteGuess(const DeviceNode& node, std::string_view what) {
+    std::string& text = (*g_guesses)[&node];
+    text += (text.empty() ? "" : "; ") + std::string(what);
+}
+
+std::string GuessOf(const DeviceNode& node) {
+    const auto found = g_guesses->find(&node);
+    return found == g_guesses->end() ? "" : found->second;
+}
+
+} // namespace machine
