@@ -60,6 +60,7 @@ add_library(rehearse OBJECT ${QM_REHEARSE_SOURCES})
 target_link_libraries(rehearse PUBLIC simwin PRIVATE qm_warnings)
 add_executable(quillmarch-rehearse rehearse/main.cpp)
 target_link_libraries(quillmarch-rehearse PRIVATE rehearse)
+target_compile_definitions(quillmarch-rehearse PRIVATE QM_VERSION="${PROJECT_VERSION}")
 qm_host(quillmarch-rehearse)
 
 # --- Tests.

@@ -2,6 +2,7 @@
 
 #include "rehearse/DescriptionKeys.h"
 #include "rehearse/Durations.h"
+#include "rehearse/Manners.h"
 
 #include "simwin/kernel/Text.h"
 
@@ -157,6 +158,14 @@ Value FileReader::ReadValue(const toml::node& node, const toml::key& name, const
     return value;
 }
 
+std::vector<std::string> NamesOfKeys(std::string_view section) {
+    std::vector<std::string> names;
+    for (const Key& key : AllKeys())
+        if (section == key.section)
+            names.emplace_back(key.name);
+    return names;
+}
+
 Record FileReader::ReadTable(const toml::table& table, const std::string& section) const {
     Record record;
     record.section = section;
@@ -177,7 +186,8 @@ Record FileReader::ReadTable(const toml::table& table, const std::string& sectio
         const Key* key = FindKey(section, name);
         if (!key) {
             const std::string where = section.empty() ? "" : fmt::format(" in '{}'", section);
-            throw InputError(PositionOf(m_file, field.name->source()), fmt::format("unknown key '{}'{}", name, where));
+            throw InputError(PositionOf(m_file, field.name->source()),
+                             fmt::format("unknown key '{}'{}{}", name, where, DidYouMean(name, NamesOfKeys(section))));
         }
         record.Set(name == key->name ? std::string(name) : machine::AnsiFromUtf8(name),
                    ReadValue(*field.node, *field.name, *key));
@@ -291,7 +301,7 @@ std::string ReadHostFile(const std::string& file, const Position& at) {
     const bool isFile = std::filesystem::is_regular_file(status) || std::filesystem::is_fifo(status);
     std::ifstream stream(file, std::ios::binary);
     if (!isFile || !stream)
-        throw InputError(at, fmt::format("there is no file '{}' that can be read", file));
+        throw InputError(at, fmt::format("there is no file '{}' that can be read{}", file, DidYouMeanFile(file)));
     std::ostringstream text;
     text << stream.rdbuf();
     return std::move(text).str();

@@ -1,6 +1,7 @@
 #include "rehearse/EndOfRun.h"
 
 #include "rehearse/Durations.h"
+#include "rehearse/Flow.h"
 #include "rehearse/PortsTable.h"
 
 #include "simwin/desktop/Desktop.h"
@@ -18,6 +19,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+constexpr std::size_t ListIndent = 4;
 constexpr std::size_t MostLines = 12; // of one list; what is more is counted
 
 std::string Utf8(const std::string& text) {
@@ -245,8 +247,8 @@ Json RuleJson(const RuleVerdict& rule) {
 
 } // namespace
 
-std::string EndOfRun(const Verdict& verdict, const Balloons& balloons) {
-    std::string text = PortsTable(verdict.ports) + Database(verdict);
+std::string EndOfRun(const Verdict& verdict, const Balloons& balloons, std::size_t width) {
+    std::string text = Database(verdict);
     text += List("Rules that matched nothing", IdleRules(verdict));
     text += Ruleless(verdict);
     text += List("Ports that want each other's numbers in a ring", Rings(verdict));
@@ -255,7 +257,14 @@ std::string EndOfRun(const Verdict& verdict, const Balloons& balloons) {
     text += List("Balloons", BalloonLines(balloons));
     text += List("Programs", Programs());
     text += List("DANGER: ports that a program has open", Dangers(verdict));
-    return text + "\n" + verdict.Sentence() + "\n";
+    text += "\n" + verdict.Sentence() + "\n";
+    std::string flowed = PortsTable(verdict.ports, width);
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = text.find('\n', start);
+        flowed += Flow(text.substr(start, end - start), width, ListIndent) + "\n";
+        start = end + 1;
+    }
+    return flowed;
 }
 
 nlohmann::ordered_json VerdictJson(const Verdict& verdict) {

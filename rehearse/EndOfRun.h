@@ -11,7 +11,8 @@
 
 namespace rehearse {
 
-std::string EndOfRun(const Verdict& verdict, const Balloons& balloons);
+// width: columns of the terminal, 0 for a file.
+std::string EndOfRun(const Verdict& verdict, const Balloons& balloons, std::size_t width);
 
 // The same facts for programs.
 nlohmann::ordered_json VerdictJson(const Verdict& verdict);

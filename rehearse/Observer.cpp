@@ -15,10 +15,12 @@
 #include <nlohmann/json.hpp>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <string_view>
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -166,6 +168,7 @@ std::string ReadAll(int file) {
 
 // Never returns. What goes wrong here goes wrong in the first run too, which reports it.
 [[noreturn]] void RunAsChild(const Record& description, const Options& options, int pipe) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM); // when the first run is ended, so is this one
     const int nowhere = open("/dev/null", O_WRONLY);
     dup2(nowhere, STDOUT_FILENO);
     dup2(nowhere, STDERR_FILENO);
@@ -198,6 +201,11 @@ Observer::~Observer() {
     if (m_process > 0)
         while (waitpid(m_process, nullptr, 0) < 0 && errno == EINTR)
             continue;
+}
+
+void Observer::Abandon() {
+    if (m_process > 0)
+        kill(m_process, SIGTERM);
 }
 
 LogFacts Observer::Take(const std::string& ended) {

@@ -28,6 +28,7 @@ public:
     // Waits for the second run. ended: how this run ended (EndOfMachine). Nothing is there if the other ended
     // otherwise.
     LogFacts Take(const std::string& ended);
+    void Abandon(); // ends the second run
 
 private:
     pid_t m_process = -1;

@@ -1,17 +1,21 @@
 #include "rehearse/PortsTable.h"
 
+#include "rehearse/Flow.h"
+
 #include "simwin/kernel/Text.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 
 namespace rehearse {
 
 namespace {
 
 constexpr std::size_t ColumnCount = 7;
+constexpr std::size_t DeviceIndent = 4; // of a device below its line
 using Row = std::array<std::string, ColumnCount>;
 
 std::string OrDash(const std::string& text) {
@@ -46,7 +50,7 @@ Row RowOf(const PortVerdict& port) {
 
 } // namespace
 
-std::string PortsTable(const std::vector<PortVerdict>& ports) {
+std::string PortsTable(const std::vector<PortVerdict>& ports, std::size_t width) {
     if (ports.empty())
         return "No ports.\n";
     std::vector<Row> rows = {{"Port", "Wanted", "State", "Registry", "USB port", "Restarts", "Device"}};
@@ -55,13 +59,18 @@ std::string PortsTable(const std::vector<PortVerdict>& ports) {
     std::array<std::size_t, ColumnCount> widths{};
     for (const Row& row : rows)
         for (std::size_t i = 0; i < ColumnCount; ++i)
-            widths[i] = std::max(widths[i], row[i].size());
+            widths[i] = std::max(widths[i], ColumnsOf(row[i]));
+    const std::size_t whole = std::accumulate(widths.begin(), widths.end(), 2 * (ColumnCount - 1));
     std::string text;
     for (const Row& row : rows) {
         std::string line;
-        for (std::size_t i = 0; i < ColumnCount; ++i)
-            line += i + 1 < ColumnCount ? fmt::format("{:<{}}  ", row[i], widths[i]) : row[i];
-        text += line + "\n";
+        for (std::size_t i = 0; i + 1 < ColumnCount; ++i)
+            line += row[i] + std::string(widths[i] - ColumnsOf(row[i]) + 2, ' ');
+        if (width == 0 || whole <= width)
+            text += line + row.back() + "\n";
+        else
+            text += Flow(line.substr(0, line.find_last_not_of(' ') + 1), width, DeviceIndent) + "\n" +
+                    std::string(DeviceIndent, ' ') + row.back() + "\n";
     }
     return text;
 }

@@ -1,9 +1,13 @@
 #include "rehearse/Progress.h"
 
+#include "simwin/kernel/Scheduler.h"
+
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 
 #include <sys/time.h>
 #include <unistd.h>
@@ -14,18 +18,37 @@ namespace {
 
 char g_what[256];
 volatile std::sig_atomic_t g_seconds;
+std::uint64_t g_lastMs;
+
+constexpr std::uint64_t Whole = 100;
+
+void Put(const char* text) {
+    (void)!write(STDERR_FILENO, text, std::strlen(text));
+}
+
+void PutNumber(std::uint64_t number) {
+    char digits[24];
+    char* at = digits + sizeof(digits) - 1;
+    *at = 0;
+    do
+        *--at = static_cast<char>('0' + number % 10);
+    while (number /= 10);
+    Put(at);
+}
 
 // Runs between two instructions of the machine: only what is safe in a signal handler.
 void OnTimer(int) {
-    constexpr char text[] = "\rrehearsing ";
-    (void)!write(STDERR_FILENO, text, sizeof(text) - 1);
-    std::size_t length = 0;
-    while (g_what[length])
-        ++length;
-    (void)!write(STDERR_FILENO, g_what, length);
     g_seconds = g_seconds + 1;
-    for (int i = 0; i < (g_seconds < 40 ? g_seconds : 40); ++i)
-        (void)!write(STDERR_FILENO, ".", 1);
+    Put("\rrehearsing ");
+    Put(g_what);
+    const std::uint64_t percent = g_lastMs ? std::min(machine::Now() * Whole / g_lastMs, Whole - 1) : 0;
+    if (percent) {
+        Put(": ");
+        PutNumber(percent);
+        Put(" %, about ");
+        PutNumber(static_cast<std::uint64_t>(g_seconds) * (Whole - percent) / percent + 1);
+        Put(" s left   ");
+    }
 }
 
 void SetTimer(long seconds) {
@@ -35,11 +58,12 @@ void SetTimer(long seconds) {
 
 } // namespace
 
-Progress::Progress(const std::string& what) {
+Progress::Progress(const std::string& what, std::uint64_t lastMs) {
     if (!isatty(STDERR_FILENO))
         return;
     m_isOn = true;
     what.copy(g_what, sizeof(g_what) - 1);
+    g_lastMs = lastMs;
     struct sigaction action = {};
     action.sa_handler = OnTimer;
     action.sa_flags = SA_RESTART | SA_ONSTACK;

@@ -1,14 +1,16 @@
 // A line on the terminal while a run takes longer than a second of the host's time: the one use of the host's clock.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace rehearse {
 
 class Progress {
 public:
-    // Shows nothing unless standard error is a terminal.
-    explicit Progress(const std::string& what);
+    // Shows nothing unless standard error is a terminal. lastMs: virtual time of the last event, by which the rest is
+    // estimated; 0: nothing to go by.
+    Progress(const std::string& what, std::uint64_t lastMs);
     ~Progress(); // takes the line away
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;

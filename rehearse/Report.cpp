@@ -3,6 +3,7 @@
 #include "rehearse/BalloonReport.h"
 #include "rehearse/Durations.h"
 #include "rehearse/EndOfRun.h"
+#include "rehearse/Flow.h"
 #include "rehearse/MachineFacts.h"
 #include "rehearse/Processes.h"
 
@@ -131,21 +132,26 @@ constexpr const char* ColourProduct = "\x1b[1;32m";
 constexpr const char* ColourDanger = "\x1b[1;31m";
 constexpr const char* ColourOff = "\x1b[0m";
 
-std::string LineOf(const TimelineEntry& entry, bool withColours) {
-    std::string what = Utf8(entry.what);
-    if (!entry.device.empty())
-        what += (what.empty() ? "" : " ") + Utf8(entry.device);
+constexpr std::size_t MessageColumn = 26; // behind time and source
+
+// What changed comes first: that is what one looks for.
+std::string LineOf(const TimelineEntry& entry, const Look& look) {
+    const auto nameOr = [](const std::string& name) { return name.empty() ? "no name" : Utf8(name); };
+    std::string what;
     if (!entry.from.empty() || !entry.to.empty())
-        what += fmt::format(": {} -> {}", entry.from.empty() ? "no name" : Utf8(entry.from),
-                            entry.to.empty() ? "no name" : Utf8(entry.to));
+        what = fmt::format("{} -> {}  ", nameOr(entry.from), nameOr(entry.to));
+    what += Utf8(entry.what);
+    if (!entry.device.empty())
+        what += (entry.what.empty() ? "" : " ") + Utf8(entry.device);
     if (!entry.means.empty())
         what += fmt::format(" ({})", entry.means);
     const std::string source = fmt::format("{:<10}", entry.isDanger    ? "DANGER"
                                                      : entry.isOutside ? "outside"
                                                                        : "quillmarch");
     const char* colour = entry.isDanger ? ColourDanger : entry.isOutside ? ColourOutside : ColourProduct;
-    return fmt::format("{:>12}  {}{}{}  {}\n", TimeText(entry.atMs), withColours ? colour : "", source,
-                       withColours ? ColourOff : "", what);
+    const std::string line = fmt::format("{:>12}  {}{}{}  {}", TimeText(entry.atMs), look.hasColours ? colour : "",
+                                         source, look.hasColours ? ColourOff : "", what);
+    return Flow(line, look.width, MessageColumn) + "\n";
 }
 
 } // namespace
@@ -183,17 +189,17 @@ void SetLeaks(nlohmann::ordered_json& report, std::size_t handles, std::size_t b
 }
 
 std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, const Balloons& balloons,
-                            const Verdict& verdict, bool withColours) {
+                            const Verdict& verdict, const Look& look) {
     std::string text;
     if (!facts.title.empty())
         text += facts.title + "\n\n";
     for (const machine::MachineNote& note : machine::AllNotes())
-        text += "note: " + note.text + "\n";
+        text += Flow("note: " + note.text, look.width, 6) + "\n";
     if (!machine::AllNotes().empty())
         text += "\n";
     for (const TimelineEntry& entry : timeline.Entries())
-        text += LineOf(entry, withColours);
-    return text + "\n" + EndOfRun(verdict, balloons);
+        text += LineOf(entry, look);
+    return text + "\n" + EndOfRun(verdict, balloons, look.width);
 }
 
 } // namespace rehearse

@@ -29,8 +29,14 @@ nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timelin
                                   const Verdict& verdict);
 void SetLeaks(nlohmann::ordered_json& report, std::size_t handles, std::size_t bytes);
 
-// Timeline, table and verdict for standard output. withColours: for a terminal.
+// How standard output looks: colours, and columns of a terminal; neither for a file.
+struct Look {
+    bool hasColours = false;
+    std::size_t width = 0;
+};
+
+// Timeline, table and verdict for standard output.
 std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, const Balloons& balloons,
-                            const Verdict& verdict, bool withColours);
+                            const Verdict& verdict, const Look& look);
 
 } // namespace rehearse

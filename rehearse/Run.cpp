@@ -12,6 +12,7 @@
 #include "rehearse/LogOutput.h"
 #include "rehearse/MachineBuilder.h"
 #include "rehearse/MachineLife.h"
+#include "rehearse/Manners.h"
 #include "rehearse/Observer.h"
 #include "rehearse/OutputFile.h"
 #include "rehearse/Pictures.h"
@@ -23,6 +24,7 @@
 
 #include "simwin/desktop/Desktop.h"
 #include "simwin/kernel/Image.h"
+#include "simwin/kernel/Interrupt.h"
 #include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
@@ -30,8 +32,10 @@
 
 #include <fmt/format.h>
 
+#include <csignal>
 #include <cstdio>
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace rehearse {
@@ -39,6 +43,8 @@ namespace rehearse {
 namespace {
 
 constexpr const char* StandardOutput = "-";
+constexpr int ExitInterrupted = 130;               // as a shell says it of a program that Ctrl-C ended
+constexpr std::size_t UsualColumns = 80;           // of a terminal that does not say
 constexpr std::uint64_t StopLimitMs = MsPerMinute; // what a stop behind the report may take
 
 // Stops what runs of the product, so that what it left open can be counted.
@@ -71,6 +77,36 @@ void TellOutcome(const machine::RunOutcome& outcome) {
         fmt::print(stderr, "{}\n", line.substr(end + 1));
     fmt::print(stderr, "{}\n", line.substr(0, end));
 }
+
+Look LookOfOutput() {
+    winsize size{};
+    const bool isTerminal = isatty(STDOUT_FILENO) != 0;
+    const bool isKnown = isTerminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return {isTerminal, isKnown ? size.ws_col : isTerminal ? UsualColumns : 0};
+}
+
+// While a run goes on, the first Ctrl-C ends it and what is known by then is reported; the second one ends the tool.
+class Interruptible {
+public:
+    Interruptible() {
+        m_before = std::signal(SIGINT, OnInterrupt);
+        if (m_before == SIG_IGN)
+            std::signal(SIGINT, SIG_IGN);
+        g_before = m_before;
+    }
+    ~Interruptible() { std::signal(SIGINT, m_before); }
+    Interruptible(const Interruptible&) = delete;
+    Interruptible& operator=(const Interruptible&) = delete;
+
+private:
+    static void OnInterrupt(int) {
+        machine::InterruptRun();
+        std::signal(SIGINT, g_before);
+    }
+    using Handler = void (*)(int);
+    static inline Handler g_before = SIG_DFL;
+    Handler m_before = SIG_DFL;
+};
 
 bool PrintReport(const Options& options) {
     return !options.quiet && options.json != StandardOutput && options.log != StandardOutput;
@@ -108,7 +144,7 @@ void WriteReports(const RunResult& run, Output& json, Output& log) {
     const Timeline& timeline = *run.stage.timeline;
     const Balloons& balloons = *run.stage.balloons;
     if (PrintReport(options))
-        fmt::print("{}", ReportForPeople(facts, timeline, balloons, run.verdict, isatty(STDOUT_FILENO) != 0));
+        fmt::print("{}", ReportForPeople(facts, timeline, balloons, run.verdict, LookOfOutput()));
     std::fflush(stdout);
     if (log.IsWanted())
         log.Write(LogText());
@@ -130,6 +166,7 @@ int Rehearse(const Options& options) {
         std::fclose(image);
     else
         throw InputError({options.imageFile, 1, 1}, "the product's shared object is not there");
+    CheckOutputs(options, &description);
     Output json(options.json), log(options.log);
 
     Pictures pictures(options.pictures);
@@ -166,10 +203,11 @@ int Rehearse(const Options& options) {
 
     machine::RunOutcome outcome;
     {
-        const Progress progress(options.description);
+        const Progress progress(options.description, LastEventMs(description));
+        const Interruptible interruptible;
         outcome = machine::RunMachine({UntilMs(description, options)});
     }
-    const bool isDone = outcome.verdict == machine::Verdict::Done;
+    const bool isDone = outcome.verdict == machine::Verdict::Done && !machine::WasRunInterrupted();
     timeline.CatchUp();
     if (options.explain)
         explanation.Finish();
@@ -180,9 +218,15 @@ int Rehearse(const Options& options) {
     balloons.Close();
     stage.hasEnded = true;
 
+    if (observer && machine::WasRunInterrupted())
+        observer->Abandon();
     const LogFacts observed = observer ? observer->Take(EndOfMachine()) : LogFacts{};
     const Verdict verdict = MakeVerdict(start, observed, timeline);
     WriteReports({options, stage, leaks, verdict, isDone}, json, log);
+    if (machine::WasRunInterrupted()) {
+        fmt::print(stderr, "broken off at {}: the report ends there\n", TimeText(machine::Now()));
+        return ExitInterrupted;
+    }
     if (!isDone) {
         if (const std::string& failure = machine::HostFailure(); !failure.empty())
             throw std::runtime_error("quillmarch-rehearse: " + failure); // nobody's fault but the host's

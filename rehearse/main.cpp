@@ -2,6 +2,7 @@
 #include "rehearse/Description.h"
 #include "rehearse/DescriptionKeys.h"
 #include "rehearse/Durations.h"
+#include "rehearse/Manners.h"
 #include "rehearse/Run.h"
 #include "rehearse/rules/Compare.h"
 #include "rehearse/rules/Findings.h"
@@ -33,35 +34,93 @@ struct Line {
     bool printKeys = false, printCatalogue = false, printFindings = false;
 };
 
-void Describe(CLI::App& app, Line& line) {
-    app.add_option("MACHINE.toml", line.options.description, "the description of the machine");
-    app.add_option("--ini", line.ini, "use this configuration in place of the described one")->type_name("FILE");
-    app.add_option("--rules", line.rules, "check this configuration by itself, and against a machine if one is named")
-        ->type_name("FILE");
+constexpr const char* Examples = R"(Examples:
+  quillmarch-rehearse machine.toml                     what happens, and how it ends
+  quillmarch-rehearse --tree machine.toml              is the machine understood?
+  quillmarch-rehearse --rules my.ini                   is the file right?
+  quillmarch-rehearse --ini my.ini --strict machine.toml
+                                                       does each port get its number?
+  quillmarch-rehearse --explain machine.toml           why, why not?
+Exit code: 0 done, 1 not as wanted, 2 wrong input, 3 the run was stopped, 130 broken off.
+All of it: docs/rehearsing.md, man quillmarch-rehearse.
+)";
+
+void DescribeRun(CLI::App& app, Line& line) {
+    const char* group = "What is run";
+    app.add_option("--ini", line.ini, "use this configuration in place of the described one")
+        ->type_name("FILE")
+        ->group(group);
+    app.add_option("--until", line.until, "end after this much virtual time")->type_name("DURATION")->group(group);
+    app.add_option("--seed", line.seed, "seeded schedule and seeded faults")->type_name("N")->group(group);
+}
+
+void DescribeJudgement(CLI::App& app, Line& line) {
+    const char* group = "What is judged";
     app.add_option("--compare", line.compare, "run this older configuration too, and print what differs")
-        ->type_name("FILE");
-    app.add_option("--json", line.json, "write the report as JSON")->type_name("FILE|-");
-    app.add_option("--log", line.log, "write the product's log file there (forces it on)")->type_name("FILE|-");
+        ->type_name("FILE")
+        ->group(group);
+    app.add_flag("--check", line.options.check, "judge the description's expectations")->group(group);
+    app.add_flag("--strict", line.options.strict,
+                 "fail if a port has no name or no number that it wants, or a rule never matched")
+        ->group(group);
+}
+
+void DescribeReport(CLI::App& app, Line& line) {
+    const char* group = "What is told, and where";
+    app.add_flag("--explain", line.options.explain, "tell in the timeline why, in the words of the product's log")
+        ->group(group);
+    app.add_flag("--quiet", line.options.quiet, "no report on standard output")->group(group);
+    app.add_option("--json", line.json, "write the report as JSON")->type_name("FILE|-")->group(group);
+    app.add_option("--log", line.log, "write the product's log file there (forces it on)")
+        ->type_name("FILE|-")
+        ->group(group);
     app.add_option("--log-level", line.options.logLevel, "level of that log")
         ->check(CLI::Range(1, 6))
-        ->type_name("1..6");
+        ->type_name("1..6")
+        ->group(group);
     app.add_option("--pictures", line.options.pictures, "write balloons, message boxes and the desktop as SVG there")
-        ->type_name("DIR");
-    app.add_option("--seed", line.seed, "seeded schedule and seeded faults")->type_name("N");
-    app.add_option("--until", line.until, "end after this much virtual time")->type_name("DURATION");
-    app.add_flag("--check", line.options.check, "judge the description's expectations");
-    app.add_flag("--strict", line.options.strict,
-                 "fail if a port has no name or no number that it wants, or a rule never matched");
-    app.add_flag("--explain", line.options.explain, "tell in the timeline why, in the words of the product's log");
-    app.add_flag("--quiet", line.options.quiet, "no report on standard output");
-    app.add_flag("--tree", line.options.tree, "print the machine as it was understood, as a tree, run nothing");
-    app.add_flag("--devices", line.options.devices,
-                 "print the devices of the machine as it was understood, run nothing");
-    app.add_flag("--catalogue", line.printCatalogue, "print the kinds of devices that are known by their ids");
-    app.add_flag("--print-keys", line.printKeys, "print the tables of keys")->group("");
+        ->type_name("DIR")
+        ->group(group);
+}
+
+void DescribeQuestions(CLI::App& app, Line& line) {
+    const char* group = "Without a run";
+    app.add_option("--rules", line.rules, "check this configuration by itself, and against a machine if one is named")
+        ->type_name("FILE")
+        ->group(group);
+    app.add_flag("--tree", line.options.tree, "print the machine as it was understood, as a tree")->group(group);
+    app.add_flag("--devices", line.options.devices, "print its devices as a table")->group(group);
+    app.add_flag("--catalogue", line.printCatalogue, "print the kinds of devices that are known by their ids")
+        ->group(group);
+    app.add_flag("--print-keys", line.printKeys, "print all keys of a description")->group(group);
     app.add_flag("--print-findings", line.printFindings, "print what --rules can find")->group("");
     app.add_option("--image", line.options.imageFile, "the product as a shared object")->group("");
     app.add_option("--resources", line.options.resourceFile, "its compiled resources")->group("");
+    app.set_version_flag("--version", "quillmarch-rehearse " QM_VERSION)->group(group);
+    app.get_help_ptr()->group(group);
+}
+
+void Describe(CLI::App& app, Line& line) {
+    app.add_option("MACHINE.toml", line.options.description, "the description of the machine");
+    DescribeRun(app, line);
+    DescribeJudgement(app, line);
+    DescribeReport(app, line);
+    DescribeQuestions(app, line);
+    app.footer(Examples);
+}
+
+// What stands on the line and is no option, with the one that was probably meant.
+std::string UnknownOption(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : app.get_options())
+        if (!option->get_lnames().empty())
+            names.push_back("--" + option->get_lnames().front());
+    const std::vector<std::string> extras = app.remaining();
+    if (extras.empty())
+        return "";
+    const std::string word = extras.front().substr(0, extras.front().find('='));
+    return word.starts_with('-') ? fmt::format("there is no option '{}'{}", word, rehearse::DidYouMean(word, names))
+                                 : fmt::format("'{}' is one file too many", extras.front());
 }
 
 // What the command line said, as options; a text for what is wrong with it.
@@ -121,6 +180,11 @@ int RunLine(int count, char** arguments) {
     } catch (const CLI::CallForHelp&) {
         fmt::print("{}", app.help());
         return rehearse::ExitDone;
+    } catch (const CLI::CallForVersion&) {
+        fmt::print("{}\n", app.version());
+        return rehearse::ExitDone;
+    } catch (const CLI::ExtrasError&) {
+        wrong = UnknownOption(app);
     } catch (const CLI::ParseError& error) {
         wrong = error.what();
     }
@@ -141,6 +205,7 @@ int RunLine(int count, char** arguments) {
         return rehearse::ExitDone;
     }
     try {
+        rehearse::CheckOutputs(line.options, nullptr);
         return Run(line.options);
     } catch (const rehearse::InputError& error) {
         fmt::print(stderr, "{}\n", error.what());

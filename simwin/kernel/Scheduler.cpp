@@ -1,11 +1,13 @@
 #include "simwin/kernel/Scheduler.h"
 
 #include "simwin/kernel/Fiber.h"
+#include "simwin/kernel/Interrupt.h"
 #include "simwin/kernel/Locks.h"
 #include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 
 #include <algorithm>
+#include <csignal>
 #include <map>
 #include <set>
 #include <unordered_map>
@@ -187,9 +189,13 @@ void AdvanceTo(std::uint64_t atMs) {
     g_scheduler->counts.callsSinceTimeMoved = 0;
 }
 
+volatile std::sig_atomic_t g_isInterrupted;
+
 RunOutcome RunLoop(const RunLimits& limits) {
     Scheduler& s = *g_scheduler;
     while (!s.stopped) {
+        if (g_isInterrupted)
+            return {};
         if (RunDue(Due::Outside))
             continue;
         if (!s.asleep && !s.ready.empty()) {
@@ -211,6 +217,14 @@ RunOutcome RunLoop(const RunLimits& limits) {
 }
 
 } // namespace
+
+void InterruptRun() noexcept {
+    g_isInterrupted = 1;
+}
+
+bool WasRunInterrupted() {
+    return g_isInterrupted != 0;
+}
 
 Thread::~Thread() = default;
 

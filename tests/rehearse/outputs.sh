@@ -44,7 +44,7 @@ check "the log of the example" diff tests/rehearse/desk-expected.log "$scratch/f
 
 # For people: the change of name with its means, and the table.
 "$tool" $desk >"$scratch/out.txt"
-check "the timeline tells the change" grep -q 'quillmarch .*A702TB52A.*: COM3 -> COM20 (cycle)' "$scratch/out.txt"
+check "the timeline tells the change" grep -q 'quillmarch  COM3 -> COM20  restarts .*A702TB52A.* (cycle)' "$scratch/out.txt"
 check "the table tells the port" grep -qE '^COM20 +\[ComPorts10\] COM20 +ok +COM20 +[0-9-]+ +1 +FTDIBUS' "$scratch/out.txt"
 check "no colours in a file" bash -c "! grep -q $'\x1b' '$scratch/out.txt'"
 
@@ -71,6 +71,28 @@ check "a picture for each change" same "$(cd "$scratch/pictures" && echo balloon
 check "the README's picture" cmp -s "$scratch/pictures/balloon-01-first.svg" docs/balloon.svg
 "$tool" --quiet --pictures "$desk" "$desk" 2>/dev/null
 check "a folder that cannot be made" same "$?" 2
+
+# Every option is in the man page; the completion finds them by the help.
+for option in $("$tool" --help | grep -oE -- '--[a-z-]+' | sort -u); do
+    check "the man page has $option" grep -q -- "${option//-/\\\\-}" docs/quillmarch-rehearse.1
+done
+completed() { # LINE: what the last word of the line is completed to
+    bash -c 'PATH=$(dirname "$1"):$PATH; source docs/quillmarch-rehearse.bash; read -ra COMP_WORDS <<<"$2"
+        COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _quillmarch_rehearse; echo "${COMPREPLY[@]}"' _ "$tool" "$1"
+}
+check "an option is completed" same "$(completed 'quillmarch-rehearse --stri')" "--strict"
+check "a file is completed" same "$(completed 'quillmarch-rehearse --ini examples/de')" "examples/desk.ini"
+check "the version" bash -c "'$tool' --version | grep -qE '^quillmarch-rehearse [0-9.]+$'"
+
+# Ctrl-C: what is known is reported, exit code 130, no folder is left.
+mkdir "$scratch/tmp"
+TMPDIR=$scratch/tmp setsid bash -c 'trap - INT; exec "$0" examples/rack.toml' "$tool" >"$scratch/out.txt" 2>"$scratch/err.txt" &
+sleep 0.7
+kill -INT $!
+wait $!
+check "broken off" same "$?" 130
+check "with a report" grep -q '^Numbers taken' "$scratch/out.txt"
+check "and no folder left" same "$(ls "$scratch/tmp")" ""
 
 # The tables of the document are those of the tool.
 "$tool" --print-keys >"$scratch/keys.md"

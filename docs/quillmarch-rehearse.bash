@@ -1,0 +1,21 @@
+# Completion for bash: source this file, or put it where your distribution keeps completions. The options are those that
+# the tool itself prints.
+_quillmarch_rehearse() {
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
+    compopt -o filenames 2>/dev/null
+    case $before in
+    --ini | --rules | --compare) mapfile -t COMPREPLY < <(compgen -f -X '!*.[iI][nN][iI]' -- "$word"; compgen -d -- "$word") ;;
+    --json | --log) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+    --pictures) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;;
+    --log-level) mapfile -t COMPREPLY < <(compgen -W "1 2 3 4 5 6" -- "$word") ;;
+    --seed | --until) COMPREPLY=() ;;
+    *)
+        if [[ $word == -* ]]; then
+            mapfile -t COMPREPLY < <(compgen -W "$("${COMP_WORDS[0]}" --help 2>/dev/null | grep -oE -- '--[a-z-]+' | sort -u)" -- "$word")
+        else
+            mapfile -t COMPREPLY < <(compgen -f -X '!*.toml' -- "$word"; compgen -d -- "$word")
+        fi
+        ;;
+    esac
+}
+complete -F _quillmarch_rehearse quillmarch-rehearse

@@ -1,0 +1,22 @@
+// Manners of the command line: suggestions for what is misspelled, and outputs that overwrite nothing.
+#pragma once
+
+#include "rehearse/Description.h"
+#include "rehearse/Run.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace rehearse {
+
+// "; did you mean 'x'?" for the one of the names that is nearest, "" if none is near.
+std::string DidYouMean(std::string_view word, const std::vector<std::string>& names);
+// The same for a file that is not there, by the names beside it.
+std::string DidYouMeanFile(const std::string& file);
+
+// Throws InputError for an output that is one of the inputs, or the same file as another output. description: null
+// before it is read.
+void CheckOutputs(const Options& options, const Record* description);
+
+} // namespace rehearse
