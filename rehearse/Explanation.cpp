@@ -89,19 +89,20 @@ void Explanation::Watch(Timeline& timeline) {
 
 void Explanation::Read(std::uint64_t context, std::string_view message) {
     const bool wasInCheck = m_log.IsInCheck(context);
+    const std::string before = m_log.NameOf(context);
     m_news.clear();
     m_log.Read(context, machine::Now(), message);
     m_timeline->CatchUp();
     if (BeginsAnew(message))
         for (const CheckNews& news : std::exchange(m_news, {}))
             Tell(news);
-    const std::string name = m_log.NameOf(context);
-    const bool isNamed = !wasInCheck && m_log.IsInCheck(context) && !name.empty();
-    if (isNamed)
+    const bool isInCheck = m_log.IsInCheck(context);
+    const std::string now = m_log.NameOf(context), name = now.empty() ? before : now;
+    if (!wasInCheck && isInCheck)
         m_timeline->Add({machine::Now(), false, fmt::format("checks {}:", name), m_log.PortOf(context), {}, {}, {}});
     // What the database is told when a check is over changes nothing that was decided.
     const bool isOfDatabase = message.starts_with("ComNameArbiter");
-    if (TellsADecision(message) && (wasInCheck || !isOfDatabase)) {
+    if (TellsADecision(message) && (isInCheck || !isOfDatabase)) {
         message.remove_prefix(message.find_first_not_of(' '));
         const std::string of = name.empty() || EntersAPort(message) ? "" : " of " + name;
         m_timeline->Add({machine::Now(), false, fmt::format("says{}: {}", of, message), {}, {}, {}, {}});

@@ -75,7 +75,7 @@ void DescribeReport(CLI::App& app, Line& line) {
         ->type_name("FILE|-")
         ->group(group);
     app.add_option("--log-level", line.options.logLevel, "level of that log")
-        ->check(CLI::Range(1, 6))
+        ->check(CLI::Range(1, 6).description(""))
         ->type_name("1..6")
         ->group(group);
     app.add_option("--pictures", line.options.pictures, "write balloons, message boxes and the desktop as SVG there")
@@ -96,12 +96,12 @@ void DescribeQuestions(CLI::App& app, Line& line) {
     app.add_flag("--print-findings", line.printFindings, "print what --rules can find")->group("");
     app.add_option("--image", line.options.imageFile, "the product as a shared object")->group("");
     app.add_option("--resources", line.options.resourceFile, "its compiled resources")->group("");
-    app.set_version_flag("--version", "quillmarch-rehearse " QM_VERSION)->group(group);
-    app.get_help_ptr()->group(group);
 }
 
 void Describe(CLI::App& app, Line& line) {
-    app.add_option("MACHINE.toml", line.options.description, "the description of the machine");
+    app.add_option("MACHINE.toml", line.options.description, "the description of the machine")->type_name(" ");
+    app.set_help_flag("-h,--help", "print this help")->group("Help");
+    app.set_version_flag("--version", "quillmarch-rehearse " QM_VERSION, "print the version")->group("Help");
     DescribeRun(app, line);
     DescribeJudgement(app, line);
     DescribeReport(app, line);

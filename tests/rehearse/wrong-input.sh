@@ -34,7 +34,7 @@ want 'quillmarch-rehearse: --seed must be a number from 0 to 1844674407370955161
 want "quillmarch-rehearse: there is no option '--colour'" --colour fine/fine.toml
 want "quillmarch-rehearse: there is no option '--expalin'; did you mean '--explain'?" --expalin fine/fine.toml
 want "fine/fien.toml:1:1: there is no file 'fine/fien.toml' that can be read; did you mean 'fine.toml'?" fine/fien.toml
-want 'fine/fine.toml:1:1: this file is an input, it is not overwritten' --log fine/../fine/fine.toml fine/fine.toml
+want 'fine/../fine/fine.toml:1:1: this file is an input, it is not overwritten' --log fine/../fine/fine.toml fine/fine.toml
 want 'absent.json:1:1: two outputs cannot go to one file' --log absent.json --json absent.json fine/fine.toml
 want 'absent.ini:1:1: there is no file '\''absent.ini'\'' that can be read' --ini absent.ini fine/fine.toml
 want 'absent/report.json:1:1: this file cannot be written' --json absent/report.json fine/fine.toml
