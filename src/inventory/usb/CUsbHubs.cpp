@@ -258,11 +258,6 @@ DWORD CUsbHubs::UsbGetTruePortNumber(DWORD devInst, LONG expectedPort) {
     return GetTruePort(reader.List(), devInst, expectedPort);
 }
 
-LONG CUsbHubs::GetCount() {
-    const HubReader reader(this);
-    return reader.List()->Count;
-}
-
 UsbHubList* CUsbHubs::HoldCurrent() {
     const LockGuard lock(CS_lists);
     ++m_current->Holders;

@@ -58,9 +58,6 @@ public:
     // The same, starting with a given hub port. expectedPort: 0 for none.
     DWORD UsbGetTruePortNumber(DWORD devInst, LONG expectedPort) QM_EXCLUDES(CS_lists);
 
-    // Number of hubs in the present list.
-    LONG GetCount() QM_EXCLUDES(CS_lists);
-
 private:
     friend class HubReader;
 
