@@ -132,7 +132,8 @@ std::string CheckLog::NameOf(std::uint64_t context) const {
 
 bool CheckLog::IsInCheck(std::uint64_t context) const {
     const auto found = m_contexts.find(context);
-    return found != m_contexts.end() && found->second.isInCheck && !found->second.device.empty();
+    return found != m_contexts.end() && found->second.isInCheck && !found->second.isTold &&
+           !found->second.device.empty();
 }
 
 void CheckLog::ReadConfiguration(Context& context, std::string_view message) {
@@ -283,8 +284,10 @@ bool CheckLog::ReadChange(Context& context, std::string_view message) {
         Settle(context, fmt::format("has {} in the registry, but it did not appear within 5 s", context.candidate));
     } else if (message.starts_with("QueryDosDevice(") && message.find(")...  kn=") != std::string_view::npos) {
         Settle(context, fmt::format("has {} now", context.candidate));
+        m_names[context.device] = context.candidate;
     } else if (message.starts_with(context.candidate + " created as ")) {
         Settle(context, fmt::format("has {} now, without a restart", context.candidate));
+        m_names[context.device] = context.candidate;
     } else {
         return false;
     }

@@ -36,8 +36,6 @@ constexpr std::string_view Decisions[] = {
     "-> try next port",
     "QuickAndDirty overrule",
     "waiting for ",
-    " port is restarting -> ignore removal",
-    "CheckComPortAssignment skipped",
     " current kernel name of ",
     "the device we are just restarting",
 };
@@ -78,6 +76,16 @@ bool BeginsAnew(std::string_view message) {
     return false;
 }
 
+// What comes of an arrival or a removal that the product's own restart caused; "" for another message.
+std::string OwnRestart(std::string_view message, const std::string& name) {
+    const std::string port = name.empty() ? "a port" : name;
+    if (message == " port is restarting -> ignore removal")
+        return fmt::format("so {} leaves for its own restart: nothing to do", port);
+    if (message == "CheckComPortAssignment skipped")
+        return fmt::format("so {} comes from its own restart: nothing to check", port);
+    return "";
+}
+
 } // namespace
 
 void Explanation::Watch(Timeline& timeline) {
@@ -102,9 +110,12 @@ void Explanation::Read(std::uint64_t context, std::string_view message) {
         m_timeline->Add({machine::Now(), false, fmt::format("checks {}:", name), m_log.PortOf(context), {}, {}, {}});
     // What the database is told when a check is over changes nothing that was decided.
     const bool isOfDatabase = message.starts_with("ComNameArbiter");
-    if (TellsADecision(message) && (isInCheck || !isOfDatabase)) {
-        message.remove_prefix(message.find_first_not_of(' '));
+    const std::string own = OwnRestart(message, name);
+    if (!own.empty()) {
+        m_timeline->Add({machine::Now(), false, own, {}, {}, {}, {}});
+    } else if (TellsADecision(message) && (isInCheck || !isOfDatabase)) {
         const std::string of = name.empty() || EntersAPort(message) ? "" : " of " + name;
+        message.remove_prefix(message.find_first_not_of(' '));
         m_timeline->Add({machine::Now(), false, fmt::format("says{}: {}", of, message), {}, {}, {}, {}});
     }
     for (const CheckNews& news : std::exchange(m_news, {}))

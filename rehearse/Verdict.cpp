@@ -343,8 +343,9 @@ std::string Verdict::Sentence() const {
     else if (ruled == 0)
         text = "No port that is there has a rule with a number";
     else if (satisfied == ruled)
-        text = ruled == 1 ? "The one port with a rule has a number that it wants"
-                          : fmt::format("All {} ports with a rule have a number that they want", ruled);
+        text = ruled == 1   ? "The one port with a rule has a number that it wants"
+               : ruled == 2 ? "Both ports with a rule have a number that they want"
+                            : fmt::format("All {} ports with a rule have a number that they want", ruled);
     else
         text = fmt::format("{} of {} ports with a rule have a number that they want", satisfied, ruled);
     const auto add = [&text](std::size_t many, const char* one, const char* several) {

@@ -89,6 +89,9 @@ check "the version" bash -c "'$tool' --version | grep -qE '^quillmarch-rehearse 
 check "a refused number" grep -qF 'so COM55 cannot have COM56: in use by FTDIBUS\VID_0403+PID_6001+RACK2A\0000' "$scratch/out.txt"
 check "the last word" same "$(grep -E '^(checks|says of|so) COM55\b' "$scratch/out.txt" | tail -n 1)" "so COM55 stays as it is: no number can be had"
 
+check "and of one that was changed" same "$("$tool" --explain $desk | cut -c27- | grep -E '^(checks|says of|so) COM(3|20)\b' | tail -n 1)" \
+    "so COM20 comes from its own restart: nothing to check"
+
 # The tree: a socket with its port, empty ones, what is not there, a guess.
 "$tool" --tree tests/rehearse/stories/machine.toml | sed 's/^ *//' >"$scratch/out.txt"
 for line in 'socket 8: USB\VID_0403&PID_6001\RACK8' 'FTDIBUS\VID_0403+PID_6001+RACK8A\0000  COM62; USB Serial Port' \
