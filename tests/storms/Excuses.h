@@ -21,6 +21,7 @@ inline constexpr Excuse PulledWhileRead{"j", "who was pulled out while its socke
 inline constexpr Excuse TwoWideLists{"j", "whose refusing key two threads opened", "the end"};
 inline constexpr Excuse RestartLost{"k", "whose restart was put off when the service ended", "its next start"};
 inline constexpr Excuse CallFailed{"-", "who has not started since a call failed", "its next start"};
+inline constexpr Excuse CutOff{"-", "whose key was open when the service ended under slow calls", "the end"};
 inline constexpr Excuse Hindered{"-", "whom somebody kept from a restart", "its next start"};
 inline constexpr Excuse LinkInTheWay{"-", "whose name a link of no driver has", "the link goes"};
 inline constexpr Excuse LinkTaken{"-", "whose name a driver took", "that one stops and its next start"};
@@ -36,9 +37,10 @@ using Reason = const Excuse*;
 using Reasons = std::set<Reason>;
 
 inline constexpr Reason Excuses[] = {
-    &excuse::OwnersLink,      &excuse::SharedBit,    &excuse::SwapMark,   &excuse::OwnerAway, &excuse::PulledWhileRead,
-    &excuse::TwoWideLists,    &excuse::RestartLost,  &excuse::CallFailed, &excuse::Hindered,  &excuse::LinkInTheWay,
-    &excuse::LinkTaken,       &excuse::FoundItTaken, &excuse::LateLink,   &excuse::Modem,     &excuse::NotTold,
+    &excuse::OwnersLink,      &excuse::SharedBit,    &excuse::SwapMark,     &excuse::OwnerAway,
+    &excuse::PulledWhileRead, &excuse::TwoWideLists, &excuse::RestartLost,  &excuse::CallFailed,
+    &excuse::CutOff,          &excuse::Hindered,     &excuse::LinkInTheWay, &excuse::LinkTaken,
+    &excuse::FoundItTaken,    &excuse::LateLink,     &excuse::Modem,        &excuse::NotTold,
     &excuse::BeforeListening, &excuse::Twin,
 };
 

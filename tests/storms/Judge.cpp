@@ -118,6 +118,9 @@ void Judge::Look() {
     if (!machine::IsAtRest())
         return;
     ++m_looks;
+    // A stop waits ten seconds for a thread in a slow call.
+    if (m_plan.switches.slow && !TheProduct())
+        NoteEnd();
     JudgeRest();
     ReadLog();
     NoteExcuses();
@@ -497,6 +500,8 @@ void Judge::JudgeOwnRestarts(const std::string& line, const std::string& thread)
         return !device.empty() && found != m_ownRestartMs.end() && nowMs - found->second < OwnChangeMs;
     };
     if (line.ends_with(" WinMain ------------------")) {
+        if (m_plan.switches.slow)
+            NoteEnd();
         m_ownRestartMs.clear();
         GrantLostRestarts();
         m_arrivedBy.clear();

@@ -79,20 +79,32 @@ void Rest::JudgeRest() {
         if (threads > ThreadsAtRest)
             Complain("no thread is left behind", fmt::format("{} threads in{}", threads, waits));
     }
+    for (const std::string& key : OpenKeys()) {
+        Reasons reasons = CannotBeRestored() ? Reasons{&excuse::CallFailed} : Reasons{};
+        if (m_wideLists.contains(key))
+            reasons.insert(&excuse::TwoWideLists);
+        if (m_cutOff.contains(key))
+            reasons.insert(&excuse::CutOff);
+        Blame(reasons, "access lists stay as they were", key);
+    }
+}
+
+// The keys of devices whose list is not the former one.
+std::set<std::string> Rest::OpenKeys() {
+    std::set<std::string> keys;
     for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
         const std::string driverKey = machine::DriverKeyOf(*node);
-        const Reasons failed = CannotBeRestored() ? Reasons{&excuse::CallFailed} : Reasons{};
         for (const std::string& key :
              {node->enumPath, node->enumPath + "\\Device Parameters",
               driverKey.empty() ? "" : "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\" + driverKey})
-            if (!key.empty() && machine::TheRegistry().FindKey(key) &&
-                !machine::TheRegistry().IsSecurityUnchanged(key)) {
-                Reasons reasons = failed;
-                if (m_wideLists.contains(machine::Upper(key)))
-                    reasons.insert(&excuse::TwoWideLists);
-                Blame(reasons, "access lists stay as they were", key);
-            }
+            if (!key.empty() && machine::TheRegistry().FindKey(key) && !machine::TheRegistry().IsSecurityUnchanged(key))
+                keys.insert(machine::Upper(key));
     }
+    return keys;
+}
+
+void Rest::NoteEnd() {
+    m_cutOff.merge(OpenKeys());
 }
 
 void Rest::JudgeStops(bool isSlow) {

@@ -31,6 +31,7 @@ public:
 
 protected:
     machine::Process* TheProduct() const; // null if it does not run
+    void NoteEnd();                       // the service has ended: what is open now stays so
     bool HasFailed() const;               // some call has been made to fail
 
     rehearse::Stage& m_stage;
@@ -40,6 +41,9 @@ private:
 
     std::vector<Violation> m_violations;
     UseTable m_uses;
+    static std::set<std::string> OpenKeys();
+
+    std::set<std::string> m_cutOff;    // keys that were open when the service had ended
     std::set<std::string> m_wideLists; // keys whose wide list was read as the former one
 };
 
