@@ -15,7 +15,7 @@ namespace {
 
 constexpr char ProductFolder[] = "C:\\Program Files\\Quillmarch";
 
-// What the start of the program does before anything else; the log stays off.
+// The first steps of a program start; the log stays off.
 void StartOfProgram() {
     InitAllocator();
     InitSupportLocks();

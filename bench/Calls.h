@@ -1,5 +1,5 @@
-// Counting calls into the machine from inside a benchmark, and keeping the machine from taking a benchmark for a
-// program that runs in a circle. On the one thread of the benchmarks.
+// Counts calls into the machine from inside a benchmark, and keeps the machine from taking a benchmark for an endless
+// loop. On the one thread of the benchmarks.
 #pragma once
 
 #include "simwin/kernel/Call.h"

@@ -1,6 +1,6 @@
-// A whole day on the desk of the example: its new adapter is unplugged and plugged in again each minute. At each minute
-// every port must have its number; at the end no handle and no byte of the service may be left of the 1440 arrivals.
-// The same day tells how many events a second go through the whole product, with its log off and on.
+// A whole day on the desk of the example: its new adapter is unplugged and plugged in again each minute. Each minute
+// every port must have its number; at the end no handle and no byte of the service may be left from the 1440 arrivals.
+// The same day measures how many events a second the whole product handles, with its log off and on.
 // A program of its own: each day needs a machine of its own, and the product as an image.
 #include "bench/Calls.h"
 #include "bench/Marks.h"
@@ -29,7 +29,7 @@ constexpr std::uint64_t OffMs = 5'000;     // how long the adapter is away
 constexpr std::uint64_t LookAtMs = 50'000; // of each minute
 constexpr std::uint64_t StopMs = MinuteMs;
 constexpr int MinutesOfADay = 24 * 60;
-constexpr double EventsOfADay = 2.0 * MinutesOfADay; // the adapter goes, the adapter comes
+constexpr double EventsOfADay = 2.0 * MinutesOfADay; // the adapter leaves, the adapter arrives
 constexpr char AdapterId[] = "USB\\VID_0403&PID_6001\\A702TB52";
 
 struct WantedName {
@@ -42,9 +42,9 @@ constexpr WantedName WantedNames[] = {
     {"ACPI\\PNP0501\\1", "COM1"},
 };
 
-// What one rehearsal came to.
+// Result of one rehearsal.
 struct Day {
-    std::string stopped; // the verdict of a run that did not end in good order
+    std::string stopped; // the verdict of a run that did not end normally
     std::uint64_t looks = 0, wrongNumbers = 0, switches = 0, threads = 0, calls = 0;
     std::size_t logBytes = 0;
     std::size_t bytesEarly = 0, bytesLate = 0, blocksEarly = 0, blocksLate = 0;
@@ -79,7 +79,7 @@ bool RunUntil(std::uint64_t untilMs, Day* day) {
     return day->stopped.empty();
 }
 
-// Runs the minutes on the machine that is made; the early numbers are those of the first hour's end.
+// Runs the minutes on the current machine; the early numbers are from the end of the first hour.
 void RunMinutes(Day* day, int minutes) {
     const std::uint64_t endMs = static_cast<std::uint64_t>(minutes + 1) * MinuteMs;
     const std::uint64_t earlyMs = endMs < HourMs ? endMs : HourMs;
@@ -111,9 +111,9 @@ void RunMinutes(Day* day, int minutes) {
     service->Release();
 }
 
-constexpr char LogPath[] = "C:\\_Quillmarch.log"; // where the log goes that no key names
+constexpr char LogPath[] = "C:\\_Quillmarch.log"; // where the log goes without a key
 
-// The log of who turns it on and says no more: its level is the default one. Returns: "" or what is wrong.
+// The log as switched on without further keys, so at the default level. Returns: "" or what is wrong.
 std::string TurnLogOn() {
     constexpr std::string_view off = "WriteLogFile=0", on = "WriteLogFile=1";
     std::string text = machine::TheFiles().Read(rehearse::ProductIni()).value_or("");
@@ -151,7 +151,7 @@ Day Rehearse(int minutes, bool withLog) {
 
 void ReplugDay(benchmark::State& state) {
     machine::InstallCrashHandler();
-    const Day shortRun = Rehearse(1, /*withLog=*/false); // what the behaviour leaves behind in any case
+    const Day shortRun = Rehearse(1, /*withLog=*/false); // what the product leaves behind in any case
     Day day;
     for (auto _ : state) {
         day = Rehearse(MinutesOfADay, /*withLog=*/false);

@@ -35,12 +35,12 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int ManySections = 100; // with the one without a number
 constexpr int CriterionForms = 10, RowsToDeviceId = 3, CriterionRows = 17;
-constexpr DWORD SettledMs = 6000; // behind its last change a port is checked again
+constexpr DWORD SettledMs = 6000; // after its last change a port is checked again
 constexpr DWORD ValueBytes = 260;
 constexpr unsigned WantedSamples = 2000;
 constexpr int MostSampledRounds = 2000, Arrivals = 100;
 
-// So many sections, of which the last one that is looked at means the port.
+// This many sections, of which the last one that is checked matches the port.
 std::string SectionsFor(const CComPort& port, LONG sections, LONG wantedNumber) {
     std::string text = "[Settings]\r\nWriteLogFile=0\r\n";
     char line[320];
@@ -67,8 +67,8 @@ void Configure(const std::string& text) {
     g_pSettings->ReadSettings();
 }
 
-// The place in the road of an arrival at which all is decided, told by a call that nothing before it makes: the entry
-// of the right number into the database of names, or the last question about the wanted one.
+// The point in an arrival at which everything is decided, recognised by a call that nothing before it makes: setting
+// the right number in the database of names, or the last query of the wanted one.
 class Decision {
 public:
     Decision(const char* operation, const char* object)
@@ -96,7 +96,7 @@ private:
             m_end = Clock::now();
             OwnShare::End();
             m_isArmed = false;
-            m_callsAtEnd = CountAllCalls() - 1; // the one that is just being made does what was decided
+            m_callsAtEnd = CountAllCalls() - 1; // the call in progress carries out the decision
         }
     }
 
@@ -107,7 +107,7 @@ private:
     std::uint64_t m_callsBefore = 0, m_callsAtEnd = 0;
 };
 
-// Tells the product of an arrival as Windows does, and waits until the thread that it starts for it has ended.
+// Notifies the product of an arrival as Windows does, and waits until the thread for it has ended.
 void Arrive(const CComPort& port) {
     alignas(DEV_BROADCAST_DEVICEINTERFACE_A) char block[sizeof(DEV_BROADCAST_DEVICEINTERFACE_A) + 260] = {};
     auto* broadcast = reinterpret_cast<DEV_BROADCAST_DEVICEINTERFACE_A*>(block);
@@ -132,11 +132,11 @@ struct ArrivalRounds {
         }
     }
 
-    // Returns: whether the product came to the decision, and to the one that is wanted.
+    // Returns: whether the product reached a decision, and the expected one.
     bool Run() {
         LONG wanted = port->PortNumber;
         if (!isRight) {
-            // By turns one of two numbers that no port of the machine has, whatever it was made to before.
+            // Alternates between two numbers that no port of the machine has.
             const LONG first = 2 * (LargestMachine + static_cast<LONG>(port->Index));
             wanted = port->PortNumber == first ? first + 1 : first;
             std::snprintf(name, sizeof(name), "COM%d", static_cast<int>(wanted));
@@ -169,7 +169,7 @@ void Arrival(benchmark::State& state, bool isRight) {
         return;
     }
     ArrivalRounds rounds(state, isRight);
-    bool isWellDecided = rounds.Run(); // the first arrival is noted anew, the others are known
+    bool isWellDecided = rounds.Run(); // the first arrival is recorded again, the others are known
     std::vector<double> times;
     for (auto _ : state) {
         isWellDecided = rounds.Run() && isWellDecided;
@@ -205,8 +205,8 @@ struct LookUp {
     std::string key;
 };
 
-// What a match asks for where the last section fits by its device id alone: three rows of each other section, and of
-// the last one all but the nine forms that its fit makes needless.
+// The look-ups of a match in which the last section fits by its device id alone: three rows of every other section, and
+// of the last one all but the nine forms that its match makes unnecessary.
 std::vector<LookUp> LookUpsOfMatch() {
     static constexpr const char* Keys[] = {"BusType",
                                            "KernelName",
@@ -300,12 +300,12 @@ void LookUpsAlone(benchmark::State& state) {
 
 constexpr int SmallestTable = 1, SmallTable = 64;
 
-struct Road {
+struct ArrivalCase {
     const char* name;
     void (*run)(benchmark::State&);
     const char* text;
 };
-constexpr Road Roads[] = {{"Right", RightNumber, "right"}, {"Wrong", WrongNumber, "wrong"}};
+constexpr ArrivalCase ArrivalCases[] = {{"Right", RightNumber, "right"}, {"Wrong", WrongNumber, "wrong"}};
 
 std::string NameOf(const char* number, int ports, int sections) {
     return std::string("Arrival/") + number + "/" + std::to_string(ports) + "/" + std::to_string(sections);
@@ -317,7 +317,7 @@ std::function<double(const Measured&)> CounterOf(const std::string& benchmark, c
     };
 }
 
-// How many more calls the larger of two arrivals makes for each of the things that it has more of.
+// How many more calls the larger of two arrivals makes for each additional item.
 std::function<double(const Measured&)> MoreCalls(const std::string& small, const std::string& large, double more) {
     return [small, large, more](const Measured& measured) {
         const double few = measured.Counter(small, "calls"), many = measured.Counter(large, "calls");
@@ -335,17 +335,17 @@ const Mark g_match("a match over 100 sections against its look-ups alone",
                    TimeRatio("Match/Sections", "Match/LookUpsAlone"), Wanted::AtMost, 1.2);
 const Mark g_matchCalls("calls of that match beside its look-ups", LookUpCalls, Wanted::AtMost, 0);
 
-// A port asks for itself alone, but the device list of Windows is walked to find its path: two calls for an interface.
+// A port queries only itself, but the device list of Windows is walked to find its path: two calls for an interface.
 // A section that does not fit costs the look-ups of its rows up to the one that fails, each with its lock.
 constexpr double CallsForAPort = 2.05, CallsForASection = 2 * RowsToDeviceId * CriterionForms;
 
 std::vector<std::unique_ptr<Mark>> MakeArrivalMarks() {
     std::vector<std::unique_ptr<Mark>> marks;
-    for (const Road& road : Roads) {
-        const std::string arrival = std::string("arrival, number ") + road.text;
+    for (const ArrivalCase& arrivalCase : ArrivalCases) {
+        const std::string arrival = std::string("arrival, number ") + arrivalCase.text;
         for (const int ports : {SmallestTable, SmallTable, LargestMachine}) {
             for (const int sections : {1, ManySections}) {
-                const std::string name = NameOf(road.name, ports, sections);
+                const std::string name = NameOf(arrivalCase.name, ports, sections);
                 const std::string cell =
                     arrival + ", " + std::to_string(ports) + " ports, " + std::to_string(sections) + " sections: ";
                 const auto tell = [&](const char* what, const char* counter) {
@@ -358,13 +358,14 @@ std::vector<std::unique_ptr<Mark>> MakeArrivalMarks() {
         }
         marks.push_back(
             std::make_unique<Mark>("calls for each port more, " + arrival,
-                                   MoreCalls(NameOf(road.name, SmallTable, 1), NameOf(road.name, LargestMachine, 1),
-                                             LargestMachine - SmallTable),
+                                   MoreCalls(NameOf(arrivalCase.name, SmallTable, 1),
+                                             NameOf(arrivalCase.name, LargestMachine, 1), LargestMachine - SmallTable),
                                    Wanted::AtMost, CallsForAPort));
-        marks.push_back(std::make_unique<Mark>(
-            "calls for each section more, " + arrival,
-            MoreCalls(NameOf(road.name, SmallTable, 1), NameOf(road.name, SmallTable, ManySections), ManySections - 1),
-            Wanted::AtMost, CallsForASection));
+        marks.push_back(
+            std::make_unique<Mark>("calls for each section more, " + arrival,
+                                   MoreCalls(NameOf(arrivalCase.name, SmallTable, 1),
+                                             NameOf(arrivalCase.name, SmallTable, ManySections), ManySections - 1),
+                                   Wanted::AtMost, CallsForASection));
     }
     return marks;
 }
@@ -375,8 +376,8 @@ std::vector<std::unique_ptr<Mark>> MakeArrivalMarks() {
 
 void RegisterArrivals(int ports) {
     for (const int sections : {1, ManySections}) {
-        for (const Road& road : Roads) {
-            benchmark::RegisterBenchmark((std::string("Arrival/") + road.name).c_str(), road.run)
+        for (const ArrivalCase& arrivalCase : ArrivalCases) {
+            benchmark::RegisterBenchmark((std::string("Arrival/") + arrivalCase.name).c_str(), arrivalCase.run)
                 ->Args({ports, sections})
                 ->Iterations(Arrivals)
                 ->UseManualTime()

@@ -35,7 +35,7 @@ void Jump(benchmark::State& state) {
     }
 }
 
-// The scheduler has nobody else to give the turn to.
+// The scheduler has no other thread to run.
 void YieldAlone(benchmark::State& state) {
     for (auto _ : state) {
         machine::Yield();

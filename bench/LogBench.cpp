@@ -1,4 +1,4 @@
-// A log call that is off must cost what a test of two flags costs; one that is on must not ask Windows too often.
+// A log call that is off must cost what a test of two flags costs; one that is on must not call Windows too often.
 #include "bench/Calls.h"
 #include "bench/Marks.h"
 
@@ -9,7 +9,7 @@
 
 namespace bench {
 
-// Two flags as the log has them: any other part of the program may write them.
+// Two flags like those of the log: any other part of the program may write them.
 struct PlainFlags {
     DWORD first;
     DWORD second;
@@ -67,7 +67,7 @@ std::string PerLine(const CallCounts& before, const CallCounts& after) {
 
 std::string g_CallsOfALine;
 
-// The first line opens the file, and the closer gets no turn before the count ends.
+// The first line opens the file, and the closer does not run before the count ends.
 void LogOn(benchmark::State& state) {
     machine::TheFiles().Write(szIniFile, "[Settings]\r\nWriteLogfile=1\r\nLogLevel=3\r\n");
     LogFile_Init(/*rotate=*/0);

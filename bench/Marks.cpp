@@ -26,7 +26,7 @@ std::string NameOf(const benchmark::BenchmarkReporter::Run& run) {
     return name;
 }
 
-// Shows of each benchmark its fastest repetition, and keeps it.
+// Shows the fastest repetition of each benchmark, and keeps it.
 class Reporter : public benchmark::ConsoleReporter {
 public:
     explicit Reporter(Measured* measured)
@@ -75,7 +75,7 @@ void Judge(const Mark& mark, const Measured& measured) {
     }
     const bool isMet = mark.wanted == Wanted::Nothing || (mark.wanted == Wanted::AtMost && value <= mark.mark) ||
                        (mark.wanted == Wanted::AtLeast && value >= mark.mark);
-    std::string verdict = mark.wanted == Wanted::Nothing ? "told" : "met";
+    std::string verdict = mark.wanted == Wanted::Nothing ? "noted" : "met";
     if (!isMet) {
         verdict = "missed: " + (mark.reason ? mark.reason(measured) : std::string("no reason is known"));
     }

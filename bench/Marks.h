@@ -1,6 +1,6 @@
-// What the benchmarks are for: wanted numbers, each measured in the same run as what it is compared with. A benchmark's
+// The marks of the benchmarks: wanted numbers, each measured in the same run as its reference. A benchmark's
 // file declares its marks as globals; the end of the run prints a line for each: name, measured, mark, met or missed.
-// Times are the fastest of all repetitions, so that what else the host does counts for neither side.
+// Times are the fastest of all repetitions, so that other work of the host affects neither side.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -29,12 +29,12 @@ private:
     std::map<std::string, Fastest> m_fastest;
 };
 
-enum class Wanted { AtMost, AtLeast, Nothing }; // Nothing: only told
+enum class Wanted { AtMost, AtLeast, Nothing }; // Nothing: only reported
 
 inline constexpr double NotMeasured = -1;
 
 // value: gives NotMeasured when a benchmark that it needs did not run; the line is left out then.
-// reason: why it is missed, from what was measured; asked only then.
+// reason: why it is missed, from the measurements; called only then.
 struct Mark {
     Mark(std::string name, std::function<double(const Measured&)> value, Wanted wanted, double mark,
          std::function<std::string(const Measured&)> reason = {});
@@ -49,11 +49,11 @@ struct Mark {
 // The time of one benchmark divided by that of another.
 std::function<double(const Measured&)> TimeRatio(std::string of, std::string to);
 
-// Runs what was asked for and prints the lines. Returns: the exit code, 0 also when a mark is missed, 1 when a
+// Runs the requested benchmarks and prints the lines. Returns: the exit code, 0 also when a mark is missed, 1 when a
 // benchmark reported an error.
 int RunAndJudge();
 
-// Takes the command line of the program. Returns: false if there is something in it that nobody knows.
+// Takes the command line of the program. Returns: false if it contains something unknown.
 bool TakeArguments(int count, char** arguments);
 
 // Applied to each benchmark that is one side of a ratio.

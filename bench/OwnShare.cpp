@@ -13,7 +13,7 @@ namespace bench {
 
 namespace {
 
-constexpr long IntervalNs = 53'000; // no round number: nothing in the work keeps step with it
+constexpr long IntervalNs = 53'000; // not a round number, so that no work runs in step with it
 
 // The code of one loaded object.
 struct CodeRange {
@@ -56,7 +56,7 @@ void TakeSample(int, siginfo_t*, void* context) {
     const auto at = static_cast<std::uintptr_t>(registers[REG_RIP]);
     bool isOwn = g_product.Holds(at);
     if (g_library.Holds(at)) {
-        // The texts' functions have no frame of their own: what lies on top is who called them.
+        // The string functions have no frame of their own: the top entry is their caller.
         isOwn = g_product.Holds(*reinterpret_cast<const std::uintptr_t*>(registers[REG_RSP]));
     }
     g_own += isOwn ? 1 : 0;
@@ -89,7 +89,7 @@ OwnShare::OwnShare() {
 OwnShare::~OwnShare() {
     g_isCounting = false;
     timer_delete(m_timer);
-    // A last signal may be under way: with the default action it would end the program.
+    // A last signal may be pending: with the default action it would end the program.
     signal(SIGPROF, SIG_IGN);
     sigaction(SIGPROF, &m_before, nullptr);
 }

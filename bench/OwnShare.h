@@ -1,6 +1,6 @@
 // How much of a stretch of time is spent in the product itself, and how much in the simulated machine below it: the
-// host is interrupted many times and each time asked where it is. The product's own is its shared object, and what it
-// calls of the C library. On the one thread of the benchmarks.
+// process is interrupted many times, and each sample records where it was. The product's own share is its shared object
+// and the C library functions that it calls. On the one thread of the benchmarks.
 #pragma once
 
 #include <csignal>
@@ -15,7 +15,7 @@ public:
     OwnShare(const OwnShare&) = delete;
     OwnShare& operator=(const OwnShare&) = delete;
 
-    // Interrupts count between the two only.
+    // Samples are taken between the two only.
     static void Begin();
     static void End();
     static unsigned Samples();

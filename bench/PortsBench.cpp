@@ -49,7 +49,7 @@ void Snapshot(benchmark::State& state) {
 
 constexpr std::size_t DetailBytes = 268, TargetBytes = 24;
 
-// As the product's operators do: the heap is checked in full behind a new block and on both sides of the end of one.
+// As the product's operators do: the whole heap is checked after a new block and before and after a release.
 void* NewBlock(std::size_t bytes) {
     void* block = HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, bytes);
     HeapValidate(GetProcessHeap(), 0, nullptr);
@@ -63,8 +63,8 @@ void DeleteBlock(void* block) {
     HeapValidate(GetProcessHeap(), 0, nullptr);
 }
 
-// The blocks of a snapshot, and nothing else of it. shared: one for the detail of all interfaces and one for all DOS
-// name targets, as now; else one for each, as before.
+// Only the blocks of a snapshot. shared: one for the detail of all interfaces and one for all DOS name targets, as now;
+// else one for each, as before.
 void Blocks(benchmark::State& state, bool shared) {
     if (!PrepareTable(static_cast<int>(state.range(0)))) {
         state.SkipWithError("the table does not have the ports of the machine");
@@ -109,7 +109,7 @@ void BlocksNow(benchmark::State& state) {
     Blocks(state, true);
 }
 
-// What the first snapshot takes of the time that it took when each detail and each target had a block of its own.
+// The time of the first snapshot, relative to that with a block of its own for each detail and each target.
 double ShareOfBefore(const Measured& measured) {
     const std::string size = "/" + std::to_string(LargeTable);
     const double now = measured.Nanoseconds("Ports/Snapshot" + size);
@@ -138,7 +138,7 @@ void SameParents(benchmark::State& state) {
     Measure(state, [] { g_pComPorts->ScanSameParents(); });
 }
 
-// How much more one port costs in a table eight times as large.
+// How much more a port costs in a table eight times as large.
 std::function<double(const Measured&)> TimeGrowth(const std::string& benchmark) {
     return [benchmark](const Measured& measured) {
         const double small = measured.Nanoseconds(benchmark + "/" + std::to_string(MiddleTable)) / MiddleTable;
@@ -174,9 +174,9 @@ std::function<double(const Measured&)> CallGrowth(const std::string& benchmark) 
     return true;
 }();
 
-// Each port asks the machine for itself alone: the calls grow as the ports do. The searches of the table, one for each
-// port, and the check of the heap at each record take eight times as long in a table eight times as large; the rest of
-// a port's snapshot does not. The listing searches nothing, but 4096 records are more than the caches hold.
+// Each port queries only itself: the calls grow with the ports. The searches of the table, one for each port, and the
+// check of the heap at each record take eight times as long in a table eight times as large; the rest of a port's
+// snapshot does not. The listing searches nothing, but 4096 records are more than the caches hold.
 const Mark g_snapshotCalls("calls for a port of the first snapshot, 4096 ports against 64",
                            CallGrowth("Ports/Snapshot"), Wanted::AtMost, 1.05);
 const Mark g_listingCalls("calls for a port of the listing, 4096 ports against 64", CallGrowth("Ports/Listing"),

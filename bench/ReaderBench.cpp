@@ -25,8 +25,8 @@ constexpr int ValuesOfASection = 280;
 constexpr int KeysOfASection = MaxSectionValues, LookUps = 16384;
 constexpr DWORD ValueBytes = 260;
 
-// Lines as they stand in settings: most of them criteria with a device's id, in sections with a number. Two in three
-// sections are ComPorts and OnArrival, since no type has more than a hundred.
+// Lines as in real settings: mostly criteria with a device's id, in sections with a number. Two in three sections are
+// ComPorts and OnArrival, since no type has more than a hundred.
 std::string LargeSettings() {
     static constexpr const char* SectionNames[] = {"ComPorts", "OnArrival", "OnRemoval"};
     static constexpr const char* Lines[] = {
@@ -47,7 +47,7 @@ std::string LargeSettings() {
         std::snprintf(line, sizeof(line), Lines[value % 5], value % ValuesOfASection, value);
         text += line;
     }
-    // A torn line at the end is no line to every reader: the room of the last two is filled by a comment.
+    // Not every reader accepts a cut line at the end: a comment fills the room of the last two.
     text.resize(LargestFile);
     const std::size_t end = text.rfind("\r\n", text.rfind("\r\n") - 1) + 2;
     text.replace(end, LargestFile - end, "#" + std::string(LargestFile - end - 1, '-'));
@@ -137,8 +137,8 @@ const std::vector<Entry>& FullSection() {
     return entries;
 }
 
-// What is asked for, one after another. Long and without a rhythm: a processor that learns the order of three hundred
-// questions by heart would tell how fast a search is that nobody makes.
+// The keys to look up, in a long random sequence: branch prediction could learn a repeated sequence of 300 and make the
+// search look too fast.
 const std::vector<const char*>& Questions() {
     static const std::vector<const char*> questions = [] {
         std::vector<const char*> drawn;
@@ -176,7 +176,7 @@ void LookUp(benchmark::State& state) {
     state.counters["calls"] = static_cast<double>(CountAllCalls() - callsBefore) / asked;
 }
 
-// What a look-up asks of the machine as a rule, and nothing else: its lock.
+// The machine's usual share of a look-up: its lock.
 void LockAlone(benchmark::State& state) {
     CRITICAL_SECTION lock;
     InitializeCriticalSection(&lock);

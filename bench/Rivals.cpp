@@ -10,7 +10,7 @@ namespace bench {
 
 namespace {
 
-// Keeps nothing: the least that a program can do with a value.
+// Keeps nothing: the minimum that a program does with a value.
 int CountValue(void* count, const char*, const char*, const char*) {
     ++*static_cast<std::size_t*>(count);
     return 1;

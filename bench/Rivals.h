@@ -1,5 +1,5 @@
-// Other people's code for the same work, on the same texts. In a file of its own, since their headers and the product's
-// do not get along.
+// Other people's code for the same work, on the same texts. In a file of its own, since their headers conflict with the
+// product's.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@ namespace bench {
 std::size_t ParseWithInih(const char* text);
 std::size_t ParseWithGlib(const char* text, std::size_t length);
 
-// The same question as WildcardMatch: blind to case, a backslash is a character.
+// The same match as WildcardMatch: ignoring case, a backslash is a character.
 bool MatchWithFnmatch(const char* text, const char* pattern);
 
 } // namespace bench

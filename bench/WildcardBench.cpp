@@ -1,4 +1,4 @@
-// The match of a section's criterion: on the ids of real ports, and on the pattern that is the worst for it.
+// The match of a section's criterion: on the ids of real ports, and on its worst pattern.
 #include "bench/Marks.h"
 #include "bench/Rivals.h"
 
@@ -47,14 +47,14 @@ constexpr const char* Patterns[] = {
     "BTHENUM\\*_C00000000",
 };
 
-// A run of one letter against a pattern that fits at each place but for its last character.
+// A run of one letter against a pattern that fits everywhere except for its last character.
 std::string WorstText(std::size_t length) {
     return std::string(length, 'a');
 }
 std::string WorstPattern(std::size_t length) {
     return "*" + std::string(length, 'a') + "b";
 }
-// As many stars as the pattern has room for: what a search that comes back to each of them never ends on.
+// As many stars as the pattern has room for: a search that backtracks to each of them would not finish.
 std::string StarPattern(std::size_t length) {
     std::string pattern;
     while (pattern.size() < length) {
@@ -91,7 +91,7 @@ void FnmatchAsBytes(benchmark::State& state) {
     MatchAll(state, MatchWithFnmatch);
 }
 
-// As in a program that has asked for its user's locale, which is one of UTF-8 today.
+// As in a program that sets its user's locale, which is a UTF-8 one today.
 void FnmatchInUtf8(benchmark::State& state) {
     if (!std::setlocale(LC_CTYPE, "C.UTF-8")) {
         state.SkipWithError("there is no locale of UTF-8");
@@ -151,7 +151,7 @@ const Mark g_match("fnmatch in a UTF-8 locale against WildcardMatch on device id
                    TimeRatio("Wildcard/FnmatchInUtf8", "Wildcard/Match"), Wanted::AtLeast, 5, MatchShare);
 const Mark g_matchBytes("fnmatch in the C locale against WildcardMatch on device ids",
                         TimeRatio("Wildcard/FnmatchAsBytes", "Wildcard/Match"), Wanted::AtLeast, 5, MatchShare);
-const Mark g_oneStar("time for text times pattern, 256 times as much, a long run behind a star",
+const Mark g_oneStar("time for text times pattern, 256 times as much, a long run after a star",
                      Growth("Wildcard/OneStar"), Wanted::AtMost, 1.1);
 const Mark g_manyStars("time for text times pattern, 256 times as much, as many stars as fit",
                        Growth("Wildcard/ManyStars"), Wanted::AtMost, 1.1);

@@ -1,5 +1,5 @@
-# A program that prints what the headers at hand make of every name of Windows that the simulated machine declares. The
-# list of the names is read from its headers, so none can be forgotten; compare.sh compares the two outputs.
+# A program that prints, for every name of Windows that the simulated machine declares, what the present headers make of
+# it. The list of the names is read from its headers, so none can be forgotten; compare.sh compares the two outputs.
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(QM_LAYOUT ${CMAKE_SOURCE_DIR}/tests/contract/layout)
 set(QM_LAYOUT_NAMES ${CMAKE_BINARY_DIR}/generated/Layout.inc)

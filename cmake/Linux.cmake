@@ -17,8 +17,8 @@ target_include_directories(simwin PUBLIC ${CMAKE_SOURCE_DIR})
 target_compile_options(simwin PUBLIC ${QM_BASE_FLAGS})
 target_link_libraries(simwin PUBLIC Boost::context fmt::fmt ${QM_HIVEX} ${CMAKE_DL_LIBS} PRIVATE qm_warnings)
 
-# --- The product: one shared object, loaded afresh for each simulated process. What it needs of Windows is found in the
-# host program; its operator new and delete stay its own.
+# --- The product: one shared object, loaded afresh for each simulated process. Its calls of Windows resolve to the host
+# program; its operator new and delete stay its own.
 add_library(quillmarch SHARED ${QM_PRODUCT_SOURCES})
 target_include_directories(quillmarch PUBLIC src ${CMAKE_SOURCE_DIR} PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_compile_options(quillmarch PUBLIC ${QM_BASE_FLAGS} PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics)
@@ -97,7 +97,7 @@ foreach(room support config actions engine inventory balloon host machine)
     file(GLOB room_sources CONFIGURE_DEPENDS tests/unit/${room}/*.cpp)
     if(room_sources)
         qm_test(unit_${room} SOURCES ${room_sources})
-        if(room STREQUAL "config") # the check of a configuration is held against the reader
+        if(room STREQUAL "config") # the check of a configuration is compared with the reader
             target_link_libraries(unit_config PRIVATE rehearse)
         endif()
     endif()
@@ -131,7 +131,7 @@ endif()
 file(GLOB_RECURSE scenarios RELATIVE ${CMAKE_SOURCE_DIR} CONFIGURE_DEPENDS tests/scenarios/*.toml examples/*.toml)
 foreach(scenario ${scenarios})
     if(scenario MATCHES "/parts/" OR scenario MATCHES "/real/")
-        continue() # included by others; or in need of an export that may not lie beside the checkout
+        continue() # included by others; or in need of an export that may be missing next to the checkout
     endif()
     add_test(NAME ${scenario} COMMAND quillmarch-rehearse --check --quiet ${CMAKE_SOURCE_DIR}/${scenario})
     set_tests_properties(${scenario} PROPERTIES TIMEOUT 120 LABELS scenario)

@@ -1,5 +1,5 @@
 # Quillmarch.exe for x64 or x86, as the toolchain says: one static file that imports nothing but the system's own
-# libraries. Beside it the programs that test it, and what it relies on, under Wine.
+# libraries. Also the programs that test it, and what it relies on, under Wine.
 option(QM_WINDOWS_TESTS "Build the tests that run under Wine" ON)
 
 set(QM_WARNINGS -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Werror)

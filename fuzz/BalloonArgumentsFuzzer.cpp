@@ -1,4 +1,4 @@
-// The command line of a balloon child: whatever it holds, the texts end inside their fields and the process lives.
+// The command line of a balloon child: whatever it holds, the texts end inside their fields and the process survives.
 #include "fuzz/Stage.h"
 
 #include "simwin/kernel/Process.h"

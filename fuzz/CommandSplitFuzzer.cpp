@@ -1,4 +1,4 @@
-// Any line is split or refused: what comes out fits, is all of it there, and a value does not choose the program.
+// Any line is split or refused: the result fits, is complete, and a value does not choose the program.
 #include "fuzz/Stage.h"
 
 #include "simwin/files/Files.h"

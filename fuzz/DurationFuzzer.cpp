@@ -29,7 +29,7 @@ void TryInput(std::string_view input) {
     for (const char c : text) {
         hasLetter = hasLetter || IsLetter(c);
     }
-    // A letter behind the first one says nothing; one behind a plain number is its unit.
+    // A letter after the first one means nothing; one after a plain number is its unit.
     const DWORD inSeconds = ParseDuration((text + "s").c_str());
     Require(hasLetter ? inSeconds == milliseconds : inSeconds == milliseconds * 1000,
             "only the first letter is the unit");

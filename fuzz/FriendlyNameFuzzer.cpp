@@ -31,11 +31,11 @@ void TryInput(std::string_view input) {
     const char* found = FindComInFriendlyName(text);
     if (found) {
         Require(found >= text && found + 4 <= text + length, "the name lies in the text");
-        Require(std::memcmp(found, "COM", 3) == 0 && IsDigit(found[3]), "a name has a digit behind it");
+        Require(std::memcmp(found, "COM", 3) == 0 && IsDigit(found[3]), "a name is followed by a digit");
         char name[NameBytes], shortName[5];
         CopyComName(found, name);
         CopyComName(found, shortName);
-        Require(std::strncmp(found, name, std::strlen(name)) == 0, "the copy is what stands there");
+        Require(std::strncmp(found, name, std::strlen(name)) == 0, "the copy is the text");
         Require(std::strlen(shortName) == 4 && std::strncmp(name, shortName, 4) == 0, "a copy is cut to its room");
         char digits[12];
         CopyComDigits(name, digits);

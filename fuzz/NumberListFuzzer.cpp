@@ -1,4 +1,4 @@
-// The list of numbers of a setting, into bitmaps of several sizes: none is written past, and they agree with each
+// The list of numbers of a setting, into bitmaps of several sizes: no write beyond their ends, and they agree with each
 // other.
 #include "fuzz/Stage.h"
 
@@ -31,7 +31,7 @@ void TryInput(std::string_view input) {
     std::unique_ptr<BYTE[]> smaller;
     DWORD smallerBytes = 0;
     for (const DWORD bytes : Sizes) {
-        // On the heap, to the byte, so that the sanitizer sees the first one too many.
+        // On the heap, to the byte, so that the sanitizer sees the first byte too many.
         auto bitmap = std::make_unique<BYTE[]>(bytes);
         std::memset(bitmap.get(), 0xFF, bytes);
         const DWORD taken = ParseNumberList(text.c_str(), bitmap.get(), bytes);

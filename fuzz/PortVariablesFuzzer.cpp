@@ -50,7 +50,7 @@ void TryInput(std::string_view input) {
         text[MaxCommandLine + 1] = '#';
         const std::size_t expected = CountArguments("\"x\" \"x\" x") + (std::strstr(line, " b") ? 1 : 0);
         const bool isExpanded = ExpandPortVariables(port, text, MaxCommandLine, rules);
-        Require(text[MaxCommandLine + 1] == '#', "nothing is written behind the text");
+        Require(text[MaxCommandLine + 1] == '#', "nothing is written after the text");
         Require(CountArguments(text) == (isExpanded ? expected : 0), "inside quotes a value stays one argument");
         char cut[64] = {};
         CopyText(cut, sizeof(cut) - 1, line);

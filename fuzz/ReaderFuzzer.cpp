@@ -1,4 +1,4 @@
-// The configuration reader on any bytes as its file, and everybody who asks it: all sections, typed getters, criteria.
+// The configuration reader on arbitrary bytes as its file, and all its users: all sections, typed getters, criteria.
 #include "fuzz/Stage.h"
 
 #include "simwin/files/Files.h"

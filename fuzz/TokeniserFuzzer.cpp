@@ -1,4 +1,4 @@
-// The command line of the process: its tokens lie in one buffer, one behind another, and never outgrow the table.
+// The command line of the process: its tokens are in one buffer, one after another, and never outgrow the table.
 #include "fuzz/Stage.h"
 
 #include "simwin/kernel/Process.h"
@@ -29,9 +29,8 @@ void TryInput(std::string_view input) {
         Require(tokens[0] != nullptr, "the first token is there");
         std::size_t total = 0;
         for (LONG i = 0; i < count; ++i) {
-            Require(i == 0 || tokens[i] > tokens[i - 1] + std::strlen(tokens[i - 1]),
-                    "a token lies behind the last one");
-            Require(commandLine.find(tokens[i]) != std::string::npos, "a token stands in the command line");
+            Require(i == 0 || tokens[i] > tokens[i - 1] + std::strlen(tokens[i - 1]), "a token follows the last one");
+            Require(commandLine.find(tokens[i]) != std::string::npos, "a token is in the command line");
             total += std::strlen(tokens[i]);
         }
         Require(total <= commandLine.size(), "the tokens are no longer than the command line");

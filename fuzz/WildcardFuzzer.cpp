@@ -1,4 +1,4 @@
-// The wildcard match against the plainest way to say what it means: a table of which beginnings fit which.
+// The wildcard match against its simplest definition: a table of which prefixes match which.
 #include "fuzz/Stage.h"
 
 #include "engine/WildcardMatch.h"
@@ -38,7 +38,7 @@ bool FitsByTable(const std::string& text, const std::string& pattern) {
 void Prepare() {
 }
 
-// A line feed parts text and pattern.
+// A line feed separates text and pattern.
 void TryInput(std::string_view input) {
     const std::size_t end = input.find('\n');
     const std::string text = TextOf(input.substr(0, end));

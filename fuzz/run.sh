@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs every fuzzer for the same time, one after another: run.sh SECONDS FOLDER-OF-THE-FUZZERS
-# What they learn is kept beside them, so the next run goes on from there. A finding ends with exit code 1 and its input
-# beside it as NAME-crash-...
+# Their corpus is kept next to them, so the next run continues from there. A finding ends with exit code 1 and leaves
+# its input as NAME-crash-...
 set -eu
 seconds=$1
 folder=$(readlink -f "$2")

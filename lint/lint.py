@@ -3,7 +3,7 @@
 
 Rules: arrows between folders (read from the table in docs/architecture.md), sizes, banned names by folder,
 conditional compilation, operations without the gate, headers without their opening comment, files that nobody
-builds or runs, words that do not belong, formatting (clang-format).
+builds or runs, words that do not belong, words that read as translated, formatting (clang-format).
 """
 import fnmatch
 import os
@@ -45,6 +45,23 @@ WORDS = [
     (re.compile(r"\b[Ss]pecification\b|\bspec\.md\b|\b[Tt]he spec\b|\bParts? [1-7]\.[0-9]\b"), "mentions what only issues may mention"),
     (re.compile(r"/w[o]rk/|/tmp/bash_j[o]bs"), "a path of somebody's machine"),
 ]
+# Only in comments and documents: the texts of the product, in quotes or backticks, are what they are.
+PLAIN = [
+    (re.compile(r"\bbehind\b", re.I), "\"behind\" is for places: after"),
+    (re.compile(r"\broads?\b", re.I), "a path, or a way"),
+    (re.compile(r"\btold\b", re.I), "logged, reported, notified, given"),
+    (re.compile(r"\b(go|goes|going|went) on\b(?! (the|a|its) )", re.I), "continue, run on"),
+    (re.compile(r"\bas (it|they) (stands?|stood)\b", re.I), "verbatim, unchanged"),
+    (re.compile(r"\b(stands|stood) (behind|in front of|in the log|beside|there)\b", re.I), "is, precedes, follows"),
+    (re.compile(r"\b(for ever|anew)\b", re.I), "forever; again"),
+    (re.compile(r"\b(cannot|can|could|to) be had\b", re.I), "available; cannot be read, created, found"),
+    (re.compile(r"\bstep \d+ of\b|\bmain road\b|\b(the|an) order stays\b|\bas specified\b", re.I), "alludes to a text that is not here"),
+]
+IN_SPACE = re.compile(r"\b(leav\w*|left|lags?|hides?)\b.*\bbehind\b"                       # left by somebody
+                      r"|\b(what is|what they|device|driver|handle|process|state|formatter|bridge|hub|one|object|key|library|"
+                      r"service|token|pipe|file) behind\b"                                    # a name's device, a handle's object
+                      r"|\bbehind (a|an|the|its|this|that|it|their|other|\w+'s)?\s*(unknown |user's )?"
+                      r"(bridge|handle|window|lock|name|hub|CRITICAL_SECTION|`CS_|`?szPortName|`?DevPath|DOS name|wvsprintfA)", re.I)
 
 
 def read(path):
@@ -129,6 +146,32 @@ def check_text(path, lines):
 
 def check_words(path, lines):
     return [(path, number, why) for number, line in enumerate(lines, 1) for pattern, why in WORDS if pattern.search(line)]
+
+
+def prose_of(path, line):
+    """What of the line people read as English: the comment of code, all of a document, without quotes and backticks."""
+    if path.endswith((".h", ".cpp", ".rc")):
+        bare = re.sub(r'"(\\.|[^"\\])*"', lambda text: "~" * len(text.group()), line)
+        start = bare.find("//")
+        line = line[start:] if start >= 0 else ""
+    elif not path.endswith(".md"):
+        found = re.search(r"(^|\s)#.*", re.sub(r"\"[^\"]*\"|'[^']*'", lambda text: "~" * len(text.group()), line))
+        line = line[found.start():] if found else ""
+    return re.sub(r"`[^`]*`|\"[^\"]*\"", "~", line)
+
+
+def check_plain(path, lines):
+    found = []
+    before = ""
+    fenced = False
+    for number, line in enumerate(lines, 1):
+        fenced ^= path.endswith(".md") and line.lstrip().startswith("```")
+        prose = "" if fenced else prose_of(path, line)
+        for pattern, why in PLAIN:
+            if pattern.search(prose) and not ("behind" in pattern.pattern[:12] and IN_SPACE.search(before + " " + prose)):
+                found.append((path, number, why))
+        before = prose
+    return found
 
 
 def declared_operations(lines):
@@ -243,6 +286,8 @@ def main():
     for path in files:
         if path.endswith((".h", ".cpp", ".md", ".toml", ".py", ".sh", ".txt", ".cmake", ".ini", ".json")) and path != "lint/lint.py" and path != "lint/test_lint.py":
             found += check_words(path, read(path))
+        if path.endswith((".h", ".cpp", ".rc", ".md", ".toml", ".py", ".sh", ".cmake", "CMakeLists.txt")) or path == "quill":
+            found += check_plain(path, read(path)) if not path.startswith(("lint/", "packaging/help/")) else []
     for path in files:
         if path.endswith(".md"):
             found += check_paths(path, read(path))

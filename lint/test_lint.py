@@ -55,6 +55,21 @@ class Lint(unittest.TestCase):
         self.assertEqual(len(lint.check_words("README.md", ["see Part 1" + ".2"])), 1)
         self.assertEqual(lint.check_words("README.md", ["a part of it"]), [])
 
+    def test_a_comment_that_reads_as_translated_is_found(self):
+        for path, line in [
+            ("src/a/X.cpp", "int a; // the zero behind the text"), ("src/a/X.h", "// the road of an arrival"),
+            ("docs/a.md", "the user is told"), ("tests/a.toml", "a = 1 # goes on"), ("quill", "# for ever"),
+            ("src/a/X.cpp", "// the list cannot be had"), ("docs/a.md", "what stands in front of it"),
+            ("src/a/X.cpp", "// step 8 of the main list"),
+        ]:
+            self.assertEqual(len(lint.check_plain(path, [line])), 1, line)
+        for path, line in [
+            ("src/a/X.cpp", 'WriteLog(2, "leave zombie %s behind", name);'), ("src/a/X.cpp", '// logs "told" and `road`'),
+            ("src/a/X.cpp", "// a PCI device behind a bridge"), ("src/a/X.cpp", "// The object behind a handle."),
+            ("src/a/X.cpp", "// the link that its driver left\n// behind"), ("docs/a.md", "```\nroad\n```"),
+        ]:
+            self.assertEqual(lint.check_plain(path, line.split("\n")), [], line)
+
     def test_a_path_that_a_document_invents_is_found(self):
         there = {"src/a/X.cpp", "tests/"}.__contains__
         self.assertEqual(lint.check_paths("README.md", ["see `src/a/X.cpp` and `tests/`"], there), [])

@@ -1,4 +1,4 @@
-// The balloons of a run as JSON, made after the run.
+// The balloons of a run as JSON, written after the run.
 #pragma once
 
 #include "rehearse/Balloons.h"

@@ -23,7 +23,7 @@ bool IsCloseIcon(const DrawnItem& item) {
     return item.kind == DrawnKind::Icon && (item.resource == CloseIcon || item.resource == CloseHotIcon);
 }
 
-// A line that was made of a text with a marker: two texts on one line, or one with a gap.
+// A line that comes from a text with a marker: two texts on one line, or one with a gap.
 void TakeBody(BalloonView& view, const std::vector<const DrawnItem*>& texts) {
     std::size_t next = 1;
     if (texts.size() > next) {
@@ -118,7 +118,7 @@ void Balloons::Tell(const Balloon& balloon) {
         m_watcher(balloon, static_cast<std::size_t>(&balloon - m_all.data()));
 }
 
-// Hidden for a moment, as a balloon that gets narrower is, it has not gone.
+// A balloon hidden only for a moment, to get narrower, has not closed.
 void Balloons::OnWindow(const machine::Window& window, machine::WindowChange change) {
     const auto handle = reinterpret_cast<std::uint64_t>(window.handle);
     const auto known =

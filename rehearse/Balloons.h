@@ -16,7 +16,7 @@ namespace rehearse {
 
 inline constexpr const char* BalloonClass = "TarnHolveBalloonTipClass";
 
-// What a person sees of it at one moment. Colours are 0xRRGGBB.
+// What a user sees of it at one moment. Colours are 0xRRGGBB.
 struct BalloonView {
     std::string title, text1, text2;
     int icon = 0; // the resource; 0: none
@@ -45,7 +45,7 @@ struct Balloon {
     std::optional<std::uint64_t> untilMs;
     std::uint64_t showTimeMs = 0; // of its first record
     BalloonView first, now;       // as it was first visible; as it is, or was last
-    std::string closedBy;         // "time", "click", "newer", "end"; "" while it stands
+    std::string closedBy;         // "time", "click", "newer", "end"; "" while it is open
     bool isFaded = false;
     std::vector<BalloonUpdate> updates;
     std::vector<BalloonMove> moves;
@@ -53,16 +53,16 @@ struct Balloon {
 
 class Balloons {
 public:
-    // Called once, when the machine is built; undone with the machine. What happens is told in the timeline.
+    // Called once, when the machine is built; undone with the machine. Changes are reported in the timeline.
     void Watch(Timeline& timeline);
-    // Called when a balloon appears, changes what it shows or goes. index: from 0, in the order of appearance.
+    // Called when a balloon appears, changes its contents or closes. index: from 0, in the order of appearance.
     void OnChange(std::function<void(const Balloon& balloon, std::size_t index)> watcher) {
         m_watcher = std::move(watcher);
     }
-    // What happens from now on is no part of the run.
+    // What happens from now on does not belong to the run.
     void Close() { m_isClosed = true; }
     const std::vector<Balloon>& All() const { return m_all; }
-    // The balloon in front of a session, or of all; null for none.
+    // The front balloon of a session, or of all; null for none.
     const Balloon* Front(std::optional<unsigned> session) const;
 
 private:

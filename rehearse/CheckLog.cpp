@@ -17,7 +17,7 @@ constexpr std::string_view NumberKeys[] = {"PortNames", "PortName",  "PortName1"
 constexpr std::size_t MostNumbers = 256;
 constexpr unsigned HighestNumber = 65536;
 
-// Takes the start off a message; false leaves it as it is.
+// Removes the start of a message; false leaves it unchanged.
 bool Take(std::string_view& message, std::string_view start) {
     if (!message.starts_with(start))
         return false;
@@ -25,7 +25,7 @@ bool Take(std::string_view& message, std::string_view start) {
     return true;
 }
 
-// What stands between two marks; "" without both.
+// The text between two marks; "" without both.
 std::string Between(std::string_view message, std::string_view from, std::string_view to) {
     const std::size_t start = message.find(from);
     if (start == std::string_view::npos)
@@ -148,7 +148,7 @@ void CheckLog::ReadConfiguration(Context& context, std::string_view message) {
         if (context.isReadingSection)
             m_facts.sections.push_back({name, {}});
     } else if (context.isReadingSection && message.starts_with("section [")) {
-        context.isReadingSection = false; // doubled, or with a number too high: it does not count
+        context.isReadingSection = false; // doubled, or with a number too high: ignored
         m_facts.sections.pop_back();
     } else if (context.isReadingSection && (Take(message, "  value ") || message.starts_with(" Values["))) {
         const bool isOfRegistry = message.starts_with(" Values[");
@@ -232,7 +232,7 @@ void CheckLog::ReadCheck(Context& context, std::uint64_t atMs, std::string_view 
     }
 }
 
-// The lines that end a check, or tell what it starts from.
+// The lines that end a check, or state its starting point.
 bool CheckLog::ReadDecision(Context& context, std::string_view message) {
     PortCheck& check = context.check;
     if (Take(message, "using section [")) {
@@ -266,7 +266,7 @@ bool CheckLog::ReadDecision(Context& context, std::string_view message) {
     return true;
 }
 
-// The lines of a change that has begun: what is known of its end by then.
+// The lines of a change in progress: what is known of its result by then.
 bool CheckLog::ReadChange(Context& context, std::string_view message) {
     std::string& conclusion = context.check.conclusion;
     if (Take(message, "changing name to ")) {

@@ -34,15 +34,15 @@ struct PortCheck {
     std::uint64_t atMs = 0;
     std::string section;          // "ComPorts10"; "" if no rule took it
     std::vector<unsigned> wanted; // numbers of the section, in the order of preference
-    unsigned lastResort = 0;      // a free number that the product added behind them; 0: none
+    unsigned lastResort = 0;      // a free number that the product appended; 0: none
     std::vector<Refusal> refused;
-    std::string conclusion; // "keeps COM10"; "" while the check is going on
+    std::string conclusion; // "keeps COM10"; "" while the check is in progress
 };
 
-// What is told of a check at the moment at which it is known.
+// News of a check, as soon as it is known.
 struct CheckNews {
     std::string port;    // what its registry called it at the check, its device without a name
-    std::string refused; // a number that cannot be had; "" for a conclusion
+    std::string refused; // a number that is not available; "" for a conclusion
     std::string text;    // the reason, or the conclusion
 };
 
@@ -58,7 +58,7 @@ struct ConfiguredSection {
     std::vector<std::pair<std::string, std::string>> values; // as the product read them
 };
 
-// What CheckLog has gathered; what the verdict of a rehearsal is made from.
+// What CheckLog has gathered: the basis of a rehearsal's verdict.
 struct LogFacts {
     bool isThere = false;                                              // false: nothing could be observed
     std::vector<ConfiguredSection> sections;                           // of the last configuration that was read
@@ -68,7 +68,7 @@ struct LogFacts {
 
 class CheckLog {
 public:
-    // One message without what stands in front of it. context: the thread that wrote it.
+    // One message without its prefix. context: the thread that wrote it.
     void Read(std::uint64_t context, std::uint64_t atMs, std::string_view message);
     // No more messages: checks that are open have ended.
     void Finish();
@@ -83,14 +83,14 @@ private:
     struct Context {
         bool isInCheck = false;
         bool isTrying = false;  // the numbers of the list, one after another
-        bool isChanged = false; // the registry has the new number; the device is to follow
+        bool isChanged = false; // the registry has the new number; the device has to follow
         PortCheck check;
         bool isTold = false; // the conclusion
         std::string device;
         std::string name;
         std::string subject;     // the device of the arrival or removal that the thread works for
         std::string candidate;   // the number that is tried
-        std::string reason;      // why it cannot be had, if it cannot
+        std::string reason;      // why it is not available, if so
         std::string trialDevice; // empty while another type of section is looked for
         std::string trialSection;
         std::string key; // of the criterion that is tested
@@ -123,7 +123,7 @@ bool IsNearer(const SectionTrial& one, const SectionTrial& than);
 // "UsbPort is '3-7-1', not UsbPort=3-7-33", in the machine's code page.
 std::string FailedRow(const SectionTrial& trial);
 
-// The numbers that a section's values name, as the product reads them: its keys in their order, what follows "COM".
+// The numbers in a section's values, as the product reads them: its keys in order, what follows "COM".
 std::vector<unsigned> NumbersOfSection(const ConfiguredSection& section);
 
 } // namespace rehearse

@@ -11,7 +11,7 @@ namespace rehearse {
 
 namespace {
 
-// The key that tells which record of a list is meant; null for a list that is only appended to.
+// The key that identifies a table in a list; null for a list that is only appended to.
 const char* IdentityOf(std::string_view list) {
     if (list == "device")
         return "id";
@@ -20,7 +20,7 @@ const char* IdentityOf(std::string_view list) {
     return nullptr;
 }
 
-// A name of the input may hold line ends; what is said of it stands on one line all the same.
+// A name of the input may hold line ends; a message about it is still one line.
 std::string OnOneLine(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
@@ -119,7 +119,7 @@ void Record::Amend(const Record& with) {
 }
 
 void Record::AmendTables(const std::string& key, const Value& with) {
-    // What is new is amended from nothing, so that an empty table inside it disappears.
+    // A new table is merged into an empty one, so that an empty table inside it disappears.
     Value value;
     value.type = with.type;
     value.at = with.at;
@@ -142,7 +142,7 @@ void Record::AmendTables(const std::string& key, const Value& with) {
             target->at = table.at;
             target->section = table.section;
         }
-        // What is amended keeps the spelling that it has.
+        // An amended name keeps its spelling.
         const Value* known = identity ? target->Find(identity) : nullptr;
         const Value spelling = known ? *known : Value();
         target->Amend(table);

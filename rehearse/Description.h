@@ -1,6 +1,6 @@
-// What a description says, as records: each field with its type and the place where it stands, so that every complaint
-// names file, line and column. The reader (DescriptionReader.h) makes them by the table of keys (DescriptionKeys.h);
-// descriptions that build on one another are merged here, record by record. Host side, one thread.
+// What a description says, as tables: each field with its type and its place, so that every message names file, line
+// and column. The reader (DescriptionReader.h) creates them by the table of keys (DescriptionKeys.h); descriptions that
+// build on one another are merged here, table by table. Host side, one thread.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ struct Position {
     unsigned line = 1, column = 1;
 };
 
-// The input is wrong: nothing is run, the line is all that is said.
+// The input is wrong: nothing is run, only this line is printed.
 class InputError : public std::runtime_error {
 public:
     InputError(const Position& at, std::string_view what);
@@ -26,7 +26,7 @@ public:
 enum ValueType : unsigned {
     Text = 1,      // a text of the machine, kept in its code page
     Plain = 2,     // a text for people, kept in UTF-8
-    HostFile = 4,  // a file beside the description, resolved against the description's own folder
+    HostFile = 4,  // a file of the host, relative to the description's own folder
     Number = 8,    // a whole number
     Flag = 16,     // true or false
     Duration = 32, // milliseconds, from a text such as "10s"
@@ -60,7 +60,7 @@ public:
     bool Is(std::string_view key, unsigned type) const;
     const Position& At(std::string_view key) const; // of the field; of the table if there is none
 
-    // The field's value, or what is given instead of an absent one.
+    // The field's value, or the given default.
     std::string TextOf(std::string_view key, std::string_view otherwise = {}) const;
     std::int64_t NumberOf(std::string_view key, std::int64_t otherwise = 0) const;
     std::uint64_t MsOf(std::string_view key, std::uint64_t otherwise = 0) const;
@@ -73,7 +73,7 @@ public:
     void Erase(std::string_view key);
     const std::vector<Field>& Fields() const { return m_fields; }
 
-    // Adds what a description says that builds on this one: tables key by key, arrays replaced, devices and DOS names
+    // Merges a description that builds on this one: tables key by key, arrays replaced, devices and DOS names
     // amended by their id, other lists of tables appended, an empty table takes a key back.
     void Amend(const Record& with);
 
@@ -82,7 +82,7 @@ private:
     std::vector<Field> m_fields;
 };
 
-// What stands at a key, and where.
+// The value of a key, and its place.
 struct Value {
     Position at;
     unsigned type = Nothing;
@@ -90,7 +90,7 @@ struct Value {
     std::int64_t number = 0;        // Number, Flag, Duration
     std::vector<std::string> texts; // Texts, HostFiles
     std::vector<std::int64_t> numbers;
-    std::vector<Position> itemsAt; // where each item of a list stands
+    std::vector<Position> itemsAt; // the place of each item of a list
     std::vector<Record> tables;    // Table and AnyKeys: one
 };
 

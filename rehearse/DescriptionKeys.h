@@ -22,7 +22,7 @@ struct Key {
 
 std::span<const Key> AllKeys();
 const Key* FindKey(std::string_view section, std::string_view name);
-bool HasSubjects(std::string_view section); // whether exactly one subject must stand in its tables
+bool HasSubjects(std::string_view section); // whether its tables must have exactly one subject
 bool IsSubject(const Key& key);             // of an event or an expectation
 bool GoesWith(const Key& key, std::string_view subject);
 std::string TypeText(unsigned types); // "text or number"

@@ -8,8 +8,8 @@
 
 #include <fmt/format.h>
 
-// The parser asserts that a table's name begins as a name, and tells where it does not only behind the assertion: that
-// is the input's fault, so nothing is asserted, and nothing is assumed either.
+// The parser asserts that a table's name begins as a name, and reports the error only after the assertion. That is the
+// input's fault, so the assertion is disabled, and nothing is assumed either.
 #undef NDEBUG
 #define TOML_ASSERT(expression) static_cast<void>(0)
 #define TOML_HEADER_ONLY 1
@@ -31,7 +31,7 @@ Position PositionOf(const std::string& file, const toml::source_region& region) 
     return {file, region.begin.line ? region.begin.line : 1u, region.begin.column ? region.begin.column : 1u};
 }
 
-// One file on its way into records.
+// One file on its way into tables.
 class FileReader {
 public:
     explicit FileReader(std::string file) : m_file(std::move(file)) {}
@@ -56,7 +56,7 @@ std::string ChoicesText(const Key& key) {
     return text;
 }
 
-// What a wrong type is told: "must be a duration, \"close\"".
+// The message for a wrong type: "must be a duration, \"close\"".
 std::string WantedText(const Key& key) {
     std::string wanted = TypeText(key.choices ? key.types & ~Text : key.types);
     if (key.types & Duration)
@@ -146,7 +146,7 @@ Value FileReader::ReadValue(const toml::node& node, const toml::key& name, const
         value.type = Flag;
         value.number = *flag;
     } else if (const auto number = node.value_exact<std::int64_t>(); number && key.types & Number) {
-        // No number that is counted or measured is below zero; those of the registry have a check of their own.
+        // No count or measure is below zero; numbers of the registry have a check of their own.
         const bool isMeasured = key.types & (Duration | Flag) || std::string_view(key.name) == "count";
         if (isMeasured && *number < 0)
             throw InputError(value.at, fmt::format("'{}' must not be below zero", name.str()));
@@ -174,7 +174,7 @@ Record FileReader::ReadTable(const toml::table& table, const std::string& sectio
         const toml::key* name;
         const toml::node* node;
     };
-    std::vector<Named> fields; // toml++ sorts by name; the order of the file decides what is complained of first
+    std::vector<Named> fields; // toml++ sorts by name; the order of the file decides which error is reported first
     for (auto&& [name, node] : table)
         fields.push_back({&name, &node});
     std::stable_sort(fields.begin(), fields.end(), [](const Named& a, const Named& b) {
@@ -198,8 +198,7 @@ Record FileReader::ReadTable(const toml::table& table, const std::string& sectio
     return record;
 }
 
-// Two tables of one file for one device are a copy that was meant for another one; a description amends those that it
-// includes.
+// Two tables for one device in one file are a copying mistake; only an including description may amend a device.
 void FileReader::CheckOnce(const std::vector<Record>& devices) const {
     std::map<std::string, Position> known;
     for (const Record& device : devices) {
@@ -214,14 +213,14 @@ void FileReader::CheckOnce(const std::vector<Record>& devices) const {
 void FileReader::CheckNeeded(const Record& record) const {
     for (const Key& key : AllKeys()) {
         const bool isNeeded = record.section == key.section && std::string_view(key.initial) == "needed";
-        // A link that amends another may leave out what that one says.
+        // A link that amends another may omit what that one says.
         const bool isAmendable = record.section == "dos_name" && std::string_view(key.name) == "target";
         if (isNeeded && !isAmendable && !record.Is(key.name, ~unsigned{Nothing}))
             throw InputError(record.at, fmt::format("'{}' is missing in '{}'", key.name, record.section));
     }
 }
 
-// A part of a text that stands without a file is a message box's, whatever else the box says.
+// `contains` without a file is about a message box, whatever else the box says.
 void FileReader::AddOwnSubject(Record& record) const {
     const bool hasSubject = std::any_of(record.Fields().begin(), record.Fields().end(), [&](const Field& field) {
         return IsSubject(*FindKey(record.section, field.key));
@@ -237,7 +236,7 @@ void FileReader::AddOwnSubject(Record& record) const {
 void FileReader::CheckSubjects(const Record& record) const {
     if (!HasSubjects(record.section))
         return;
-    // The service's state, its checkpoints and the exit code may be told in one expectation.
+    // The service's state, its checkpoints and the exit code may be in one expectation.
     const auto isServiceFact = [](std::string_view name) {
         return name == "service" || name == "checkpoints" || name == "exit_code";
     };
@@ -273,7 +272,7 @@ std::string CanonicalName(const std::string& file) {
     return error ? file : canonical.string();
 }
 
-// Reads one file behind those that it includes. A description that several build on is read once.
+// Reads one file after those that it includes. A description that several build on is read once.
 void ReadInto(Record& whole, const std::string& file, const Position& from, std::set<std::string>& open,
               std::set<std::string>& done) {
     const std::string name = CanonicalName(file);

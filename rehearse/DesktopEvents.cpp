@@ -40,7 +40,7 @@ TaskBar::Edge EdgeOf(const std::string& name) {
     return name == "right" ? TaskBar::Edge::Right : TaskBar::Edge::Bottom;
 }
 
-// What the record says is changed in the bar.
+// Changes the bar as the table says.
 void AmendBar(TaskBar& bar, const Record& record) {
     if (record.Has("edge"))
         bar.edge = EdgeOf(record.TextOf("edge"));
@@ -134,7 +134,7 @@ Action ForeignWindowEvent(const Record& event, Stage& stage) {
     return WindowEvent(event, stage, "window", /*isToolTip=*/false);
 }
 
-// Where the mouse is to go; nothing without the balloon that it counts from.
+// The target of the mouse; nothing without the balloon that it is relative to.
 struct Target {
     bool isOnBalloon = false;
     std::optional<simwin::LONG> x, y;

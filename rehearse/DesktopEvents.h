@@ -1,5 +1,5 @@
-// What happens on the desktop: the task bar moves, other programs show windows, somebody uses the mouse, a program
-// writes to the balloon's pipe. And what must be so there.
+// What happens on the desktop: the task bar moves, other programs show windows, a user moves the mouse, a program
+// writes to the balloon's pipe. Also the expectations about it.
 #pragma once
 
 #include "rehearse/EventRows.h"

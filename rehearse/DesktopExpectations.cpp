@@ -1,4 +1,4 @@
-// What must be so on the desktop: balloons, tool tips of other programs, keys and clicks.
+// Expectations about the desktop: balloons, tool tips of other programs, keys and clicks.
 #include "rehearse/Balloons.h"
 #include "rehearse/DesktopEvents.h"
 #include "rehearse/Durations.h"
@@ -78,7 +78,7 @@ void CompareDrawn(Wrongs& wrongs, const Record& expect, const BalloonView& view)
     }
 }
 
-// What an expectation says of a balloon as it was at one moment.
+// Judges an expectation about a balloon as it was at one moment.
 Wrongs WrongsOfView(const Record& expect, const Balloon& balloon, const BalloonView& view) {
     Wrongs wrongs;
     Compare(wrongs, expect, "title", view.title);

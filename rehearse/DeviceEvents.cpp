@@ -21,7 +21,7 @@ constexpr std::int64_t LargestDword = 0xFFFFFFFF;
 constexpr std::int64_t MostBroadcasts = 10'000;
 constexpr std::int64_t MostHubPorts = 255;
 
-// The id that a field names; it must be known, or an event would happen to nothing.
+// The id that a field names; it must be known, or the event would affect nothing.
 std::string DeviceIn(const Record& record, std::string_view key) {
     const std::string id = record.TextOf(key);
     if (!IsKnownDevice(id))
@@ -36,7 +36,7 @@ unsigned NumberIn(const Record& record, std::string_view key, std::int64_t least
     return static_cast<unsigned>(number);
 }
 
-// A device that is known, but whose place nothing tells, cannot be plugged in.
+// A known device whose place is unknown cannot be plugged in.
 std::string PlugableIn(const Record& record, std::string_view key) {
     const std::string id = DeviceIn(record, key);
     const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
@@ -78,7 +78,7 @@ Action MoveEvent(const Record& event, Stage& stage) {
     const machine::DeviceNode* node = machine::TheDeviceTree().FindById(hub);
     if (!node || !node->IsHub())
         throw InputError(table.At("hub"), fmt::format("'{}' is no hub", hub));
-    // How many ports a hub of the exports has nothing tells; it has those that are needed.
+    // The exports do not say how many hub ports a hub has; it has those that are needed.
     const unsigned port = NumberIn(table, "hub_port", 1, node->said.ports.value_or(MostHubPorts));
     if (machine::HangsBelow(node, machine::TheDeviceTree().FindById(id)))
         throw InputError(table.At("hub"), fmt::format("'{}' hangs below what is moved there", hub));
@@ -189,7 +189,7 @@ public:
     void Move(const machine::DeviceNode& node, const machine::DeviceNode* hub, unsigned port) {
         m_movedTo[&node] = {hub, port};
     }
-    // Who else is on the hub port of a device; null for nobody, and for a device that is on none.
+    // The other device on a device's hub port; null if none, or if the device is on no hub port.
     const machine::DeviceNode* OtherOnSocketOf(const machine::DeviceNode& node) const {
         const Place place = PlaceOf(node);
         for (const machine::DeviceNode* other : machine::TheDeviceTree().All())
@@ -198,7 +198,7 @@ public:
                 return other;
         return nullptr;
     }
-    // With all below it, but for what was pulled out by itself.
+    // With all below it, except what was pulled out separately.
     void Plug(const machine::DeviceNode& node) {
         m_isIn[&node] = Is::In;
         for (const machine::DeviceNode* child : node.children)

@@ -80,7 +80,7 @@ constexpr ListField ListFields[] = {
     {"interfaces", &machine::DeviceDescription::interfaces},
 };
 
-// The list of connected devices, in whatever form Windows printed it.
+// The list of connected devices, in any form that Windows prints.
 std::string ReadConnected(const std::string& file, const Position& at) {
     const std::optional<std::string> text = machine::AnsiFromFile(ReadHostFile(file, at));
     if (!text)
@@ -139,7 +139,7 @@ machine::ComDatabaseDescription ComDatabaseOf(const Record* record) {
     return database;
 }
 
-// A name for what has no driver that would make it would be ignored in silence.
+// A name for a device without a driver to create it would be silently ignored.
 void CheckNames(const Record& record) {
     const machine::DeviceNode* node = machine::TheDeviceTree().FindById(record.TextOf("id"));
     for (const char* key : {"port_name", "dos_device_name"})
@@ -147,7 +147,7 @@ void CheckNames(const Record& record) {
             throw InputError(record.At(key), fmt::format("'{}' is no port: it has no '{}'", record.TextOf("id"), key));
 }
 
-// The place of what the machine complains of: the device that it names first.
+// The place of the machine's complaint: the device that it names first.
 Position PlaceOf(const Record& description, const std::string& wrong) {
     const Record* best = nullptr;
     std::size_t bestAt = std::string::npos;

@@ -12,7 +12,7 @@ machine::DeviceDescription DeviceOf(const Record& record);
 // "gone", "busy", "late 450ms" and the like. Throws InputError for another text.
 machine::Opens OpensOf(const Record& record);
 
-// Builds the device tree from the exports, which are in the registry already, and the description. Throws InputError
+// Builds the device tree from the exports, which are already in the registry, and the description. Throws InputError
 // for a parent that does not exist and for what the machine refuses.
 void SetUpDevices(const Record& description);
 

@@ -1,5 +1,5 @@
-// The device tree as it was made of exports and description, a line for each device: how an administrator sees, before
-// anything runs, whether the machine was understood.
+// The device tree built from exports and description, a line for each device, by which an administrator checks before
+// anything runs that the machine was understood.
 #pragma once
 
 #include <string>

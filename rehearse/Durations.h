@@ -8,7 +8,7 @@
 
 namespace rehearse {
 
-// Milliseconds of a whole number with a unit behind it; nothing for any other text, and above ten years.
+// Milliseconds of a whole number followed by a unit; nothing for any other text, or above ten years.
 std::optional<std::uint64_t> ParseDuration(std::string_view text);
 
 // A time of the timeline: "0.000 s", "12.350 s".

@@ -20,7 +20,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t ListIndent = 4;
-constexpr std::size_t MostLines = 12; // of one list; what is more is counted
+constexpr std::size_t MostLines = 12; // of one list; the rest is only counted
 
 std::string Utf8(const std::string& text) {
     return machine::Utf8FromAnsi(text);
@@ -38,7 +38,7 @@ std::string List(const std::string& heading, const std::vector<std::string>& lin
     return text;
 }
 
-// What a text of several lines begins with.
+// The first line of a text.
 std::string FirstLine(const std::string& text) {
     const std::size_t end = text.find_first_of("\r\n");
     return Utf8(end == std::string::npos ? text : text.substr(0, end) + " …");
@@ -51,7 +51,7 @@ std::string Joined(const std::vector<std::string>& texts, const char* between) {
     return text;
 }
 
-// "COM20" for a device, its id if it is no port of the table.
+// "COM20" for a device, its id if it is not a port of the table.
 std::string NameOf(const Verdict& verdict, const std::string& device) {
     for (const PortVerdict& port : verdict.ports)
         if (machine::EqualNoCase(port.facts.device, device))
@@ -82,7 +82,7 @@ std::string IdleRule(const Verdict& verdict, const RuleVerdict& rule) {
         return name + ": no port was compared with it";
     const std::string port = NameOf(verdict, rule.nearest);
     if (!rule.takenBy.empty())
-        return fmt::format("{}: fits {}, but [{}] stands in front of it", name, port, rule.takenBy);
+        return fmt::format("{}: fits {}, but [{}] takes it first", name, port, rule.takenBy);
     if (rule.failedKey.empty())
         return name + ": it has no criterion";
     return fmt::format("{}: nearest {}, {} is '{}' there, not {}", name, port, rule.failedKey, Utf8(rule.portValue),
@@ -97,7 +97,7 @@ std::vector<std::string> IdleRules(const Verdict& verdict) {
     return lines;
 }
 
-// What is no COM port, such as a printer port, is never looked at.
+// Ports other than COM ports, such as printer ports, are ignored.
 std::string Ruleless(const Verdict& verdict) {
     std::vector<unsigned> numbers;
     std::string nameless;
@@ -114,7 +114,7 @@ std::string Ruleless(const Verdict& verdict) {
     return all.empty() ? "" : fmt::format("\nPorts without a rule: {}\n", numbers.empty() ? all.substr(2) : all);
 }
 
-// The lowest number that nobody has, from where Windows begins.
+// The lowest free number, from where Windows begins.
 unsigned FreeNumber(const Verdict& verdict) {
     unsigned number = 3;
     const std::vector<unsigned>& taken = verdict.databaseAfter;

@@ -1,5 +1,5 @@
-// What stands below the timeline: the table of ports, then everything that an administrator has to know before the
-// configuration meets a real machine; the verdict in one sentence is the last line. UTF-8.
+// What follows the timeline: the table of ports, then everything that an administrator has to know before the
+// configuration goes to a real machine; the verdict in one sentence is the last line. UTF-8.
 #pragma once
 
 #include "rehearse/Balloons.h"

@@ -1,4 +1,4 @@
-// How kinds of events are entered: one row for each, in tables by room. Part of Events.h for those who write the rows.
+// How kinds of events are registered: one row for each, in tables by room. Part of Events.h, for the files with rows.
 #pragma once
 
 #include "rehearse/Description.h"
@@ -9,7 +9,7 @@
 
 namespace rehearse {
 
-// subject: the event's key. make: checks the event (throws InputError) and gives what it does at its time.
+// subject: the event's key. make: checks the event (throws InputError) and returns its action.
 struct EventRow {
     const char* subject;
     Action (*make)(const Record& event, Stage& stage);

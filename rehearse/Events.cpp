@@ -27,7 +27,7 @@ namespace {
 
 constexpr std::uint64_t LookAgainMs = 10; // while the service comes up
 
-// Whether the description wants the service to run beside and it is still on its way.
+// Whether the description wants the service to run as well and it is still starting.
 bool IsServiceComing(const Record& description) {
     const Record* product = description.TableOf("quillmarch");
     return product && product->TextOf("service_state") == "RUNNING" && machine::ServiceProcess(ServiceName) &&
@@ -39,7 +39,7 @@ bool IsServiceRole(const Record& description) {
     return !product || product->TextOf("role", "service") == "service";
 }
 
-// Whether the service manager starts it by itself, in whatever role the description starts the product later.
+// Whether the service manager starts it by itself, whatever the role in which the description starts the product later.
 bool StartsWithWindows(const Record& description) {
     return !IsServiceRole(description) && machine::ServiceState(ServiceName) != 0;
 }
@@ -65,7 +65,7 @@ void StartProduct(Stage& stage) {
         machine::StartFast();
         for (const Action& action : std::exchange(stage.atWaking, {}))
             action();
-        if (IsServiceRole(*stage.description)) // it lived through it, or nobody starts it
+        if (IsServiceRole(*stage.description)) // it survived, or nothing starts it
             return;
     }
     stage.timeline->Outside("Quillmarch is started");
@@ -98,7 +98,7 @@ Action ControlEvent(const Record& event, Stage& stage) {
 
 Action StopEvent(const Record&, Stage& stage) {
     return [&stage] {
-        stage.timeline->Outside("the service is told to stop");
+        stage.timeline->Outside("the service is asked to stop");
         machine::PostServiceControl(ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
     };
 }
@@ -140,7 +140,7 @@ Action SetValueEvent(const Record& event, Stage& stage) {
     const std::string key = table.TextOf("key"), name = table.TextOf("name");
     CheckRegistryPath(key, table.At("key"));
     const Value value = *table.Find("value");
-    (void)RegistryDataOf(value); // complains now, not in the middle of the run
+    (void)RegistryDataOf(value); // reports errors now, not in the middle of the run
     return [&stage, key, name, value] {
         stage.timeline->Outside(fmt::format("registry value {}\\{} is set", key, name));
         SetRegistryValue(*stage.description, key, name, value);
@@ -169,7 +169,7 @@ Action ActionOf(const Record& event, Stage& stage) {
     throw InputError(event.at, "this event is not known");
 }
 
-// The start in the role; behind a service that is to run beside.
+// The start in the role; after a service that has to run as well.
 void StartInTurn(Stage& stage) {
     if (stage.hasEnded)
         return;

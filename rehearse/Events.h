@@ -1,5 +1,5 @@
-// What happens outside, as the description tells it: each event is checked before anything runs and does its work at
-// its time, in the order of the file. In the scheduler's own context.
+// The outside events of a description: each is checked before anything runs and acts at its time, in the order of the
+// file. In the scheduler's own context.
 #pragma once
 
 #include "rehearse/Description.h"
@@ -19,7 +19,7 @@ using Action = std::function<void()>;
 
 class Balloons;
 
-// The state that events share: what they tell, and the process that the description starts.
+// The state that events share: the timeline, and the process that the description starts.
 struct Stage {
     const Record* description = nullptr;
     Timeline* timeline = nullptr;
@@ -27,16 +27,16 @@ struct Stage {
     machine::Process* product = nullptr; // started last; retained until the stage goes
     std::vector<Action> atWaking;        // events that the machine slept through
     std::vector<Action> atOff;           // that wait for the end of a shutdown
-    bool hasEnded = false;               // what was still to come does not happen any more
+    bool hasEnded = false;               // cancels what was still to come
 
     Stage(const Record* ofMachine, Timeline* toFill, Balloons* shown)
         : description(ofMachine), timeline(toFill), balloons(shown) {}
-    ~Stage(); // behind the end of the machine
+    ~Stage(); // after the end of the machine
     Stage(const Stage&) = delete;
     Stage& operator=(const Stage&) = delete;
 };
 
-// Enters all events, the product's start in front of them. Throws InputError for one that cannot be.
+// Registers all events, after the product's start. Throws InputError for an impossible one.
 void ScheduleEvents(Stage& stage);
 
 // Virtual time of the last event, of the product's start if there is none.

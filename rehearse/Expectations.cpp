@@ -205,7 +205,7 @@ void JudgeNote(const Record& expect, Wrongs& wrongs) {
         wrongs.push_back(fmt::format("{} of {} notes hold it", fits, machine::AllNotes().size()));
 }
 
-// What the expectation is about, for its line.
+// The subject of the expectation, for its line.
 std::string SubjectOf(const Record& expect) {
     for (const char* key : {"device", "dos_name", "key", "file", "restart", "message", "editor", "process", "log",
                             "log_match", "note", "balloon", "shown", "tooltip", "input"})

@@ -1,5 +1,5 @@
-// What must be so: each expectation is checked for sense before anything runs, judged at its time or at the end, and
-// gives one line with what came instead when it is not met. In the scheduler's context or behind the run.
+// Expectations: each is validated before anything runs, judged at its time or at the end, and gives one line with the
+// actual result when it is not met. In the scheduler's context or after the run.
 #pragma once
 
 #include "rehearse/Description.h"
@@ -16,10 +16,10 @@ class Expectations {
 public:
     explicit Expectations(Stage& stage) : m_stage(stage) {}
 
-    // Throws InputError for a device that nobody knows, a file that is not there, a text that is no state.
+    // Throws InputError for an unknown device, a missing file, an invalid state.
     void Check() const;
     void Schedule(); // those with a time
-    // Those of the end, and those whose time did not come.
+    // Those of the end, and those whose time was not reached.
     void JudgeEnd();
     // A line for each that was not met, in the order of the file.
     std::vector<std::string> Failures() const;
@@ -33,9 +33,9 @@ private:
     std::vector<std::optional<std::string>> m_results; // "" met; none: not judged yet
 };
 
-// What was wrong with one expectation now; "" if it is met. Part of the class for the files that judge by subject.
+// Why one expectation is not met now; "" if it is met. Part of the class for the files that judge by subject.
 using Wrongs = std::vector<std::string>;
-// Whether a time is what the key says: that time, or one of a pair with both ends; also when it says nothing.
+// Whether a time matches the key: that time, or a pair with both ends included; true without the key.
 bool IsAt(const Record& expect, std::string_view key, std::uint64_t atMs);
 void JudgeLog(const Record& expect, Wrongs& wrongs);
 

@@ -14,7 +14,7 @@ namespace rehearse {
 
 namespace {
 
-// How the lines begin that tell a decision or its ground; the rest of the log is its trace.
+// The beginnings of lines that state a decision or its reason; the rest of the log is trace.
 constexpr std::string_view Decisions[] = {
     "using section [",
     "no [ComPortsNN] section for this port",
@@ -50,7 +50,7 @@ constexpr std::string_view Grounds[] = {
     " has lost its DDN ",
 };
 
-// "Ports[2]=COM3 ...": a port has been entered in the list.
+// "Ports[2]=COM3 ...": a port was entered in the list.
 bool EntersAPort(std::string_view message) {
     return message.starts_with(" Ports[") && message.find("]=") != std::string_view::npos;
 }
@@ -108,7 +108,7 @@ void Explanation::Read(std::uint64_t context, std::string_view message) {
     const std::string now = m_log.NameOf(context), name = now.empty() ? before : now;
     if (!wasInCheck && isInCheck)
         m_timeline->Add({machine::Now(), false, fmt::format("checks {}:", name), m_log.PortOf(context), {}, {}, {}});
-    // What the database is told when a check is over changes nothing that was decided.
+    // Changes of the database after a check affect nothing that was decided.
     const bool isOfDatabase = message.starts_with("ComNameArbiter");
     const std::string own = OwnRestart(message, name);
     if (!own.empty()) {

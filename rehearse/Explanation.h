@@ -1,6 +1,6 @@
 // --explain: the product's reasons in the timeline, in the words of its own log: what it looked at, why a number could
 // not be had, and at the end of each check what came of it. Its debugger output is forced on for that, and the lines
-// that tell a decision are picked out at the moment at which they are written.
+// that state a decision are picked out as they are written.
 #pragma once
 
 #include "rehearse/CheckLog.h"
@@ -10,7 +10,7 @@ namespace rehearse {
 
 class Explanation {
 public:
-    // Starts to watch. Called once, before the machine runs; undone with the machine. The timeline must live as long.
+    // Starts to watch. Called once, before the machine runs; undone with the machine. The timeline must outlive it.
     void Watch(Timeline& timeline);
     void Finish(); // the run is over: checks that are open end
 

@@ -17,7 +17,7 @@ namespace rehearse {
 
 namespace {
 
-constexpr std::size_t MostNotesOfFile = 20; // each by itself; beyond that they are counted
+constexpr std::size_t MostNotesOfFile = 20; // each listed; beyond that only counted
 
 void ReadOne(const std::string& file, const Position& at, std::vector<machine::ExportedKey>& keys,
              std::vector<machine::ExportNote>& notes) {

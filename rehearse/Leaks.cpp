@@ -10,7 +10,7 @@ namespace rehearse {
 
 namespace {
 
-// Handles of one kind that stay open to the end of the process by design.
+// Handles of one kind that stay open until the process ends, by design.
 struct LeftOpen {
     machine::ObjectKind kind;
     std::size_t count;
@@ -27,7 +27,7 @@ bool IsLogFile(const machine::HandleEntry& entry) {
     return file && file->node && machine::EqualNoCase(file->node->Path(), LogFilePath());
 }
 
-// A balloon's pipe stays with its server to the end of the process, if nobody can tell the server to end.
+// A balloon's pipe stays with its server until the process ends if the server cannot be asked to end.
 bool IsServedPipe(const machine::HandleEntry& entry) {
     return std::string_view(entry.call) == "CreateNamedPipeA";
 }

@@ -1,5 +1,5 @@
 // What a process of the product left open when it ended, less what it leaves by design. Watches the ends of processes
-// from before the run on; asked behind it.
+// from before the run on; queried after it.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ namespace rehearse {
 class Leaks {
 public:
     void Watch();
-    void Close() { m_isClosed = true; } // the machine goes
+    void Close() { m_isClosed = true; } // the machine is destroyed
     std::size_t HandlesOf(const machine::Process* process) const;
 
 private:

@@ -59,8 +59,8 @@ void JudgeOrder(const std::vector<std::string>& texts, const std::vector<std::st
     for (const std::string& text : texts) {
         const std::size_t at = FirstWith(lines, text, from);
         if (at == None) {
-            wrongs.push_back(fmt::format("no record with '{}' behind {}{}", text, before,
-                                         FirstWith(lines, text) == None ? "" : ", only in front of it"));
+            wrongs.push_back(fmt::format("no record with '{}' after {}{}", text, before,
+                                         FirstWith(lines, text) == None ? "" : ", only before it"));
             return;
         }
         from = at + 1;
@@ -68,8 +68,8 @@ void JudgeOrder(const std::vector<std::string>& texts, const std::vector<std::st
     }
 }
 
-// What each process gave to the debugger, as "delta message", against the lines of the log: none may be lost, torn or
-// written twice, and each must carry the delta that its own process had reached and the tag of its process's kind.
+// Compares the debugger output of each process, as "delta message", with the lines of the log: none may be lost, torn
+// or written twice, and each must carry the delta that its own process had reached and the tag of its process's kind.
 void JudgeComplete(const std::vector<std::string>& lines, Wrongs& wrongs) {
     constexpr const char* mark = "[QUILLMARCH]  ";
     std::map<std::string, int> missing; // written, but not found; below zero: found too often
@@ -127,7 +127,7 @@ void JudgeLog(const Record& expect, Wrongs& wrongs) {
                 wrongs.push_back(fmt::format("no record of the log contains '{}'", other));
             else if (first != None && first >= second)
                 wrongs.push_back(
-                    fmt::format("'{}' stands in record {}, '{}' in record {}", text, first + 1, other, second + 1));
+                    fmt::format("'{}' is in record {}, '{}' in record {}", text, first + 1, other, second + 1));
         }
     } else if (expect.Has("log_complete")) {
         JudgeComplete(lines, wrongs);

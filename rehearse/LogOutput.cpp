@@ -14,7 +14,7 @@ namespace rehearse {
 namespace {
 
 constexpr const char* DefaultLogFile = "C:\\_Quillmarch.log";
-constexpr int DecisionsLevel = 3; // at which the product tells each decision
+constexpr int DecisionsLevel = 3; // at which the product logs each decision
 constexpr int FullLevel = 5;      // and each value of a configuration in the registry
 bool g_isForced = false;          // the file
 bool g_isDebugOutputForced = false;

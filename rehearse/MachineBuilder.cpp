@@ -43,7 +43,7 @@ const Record& TableOrEmpty(const Record& description, std::string_view key) {
     return table ? *table : empty;
 }
 
-// The row of this very build, else the version's first; null for a version that never was. build 0: not given.
+// The row of exactly this build, else the version's first; null for an unknown version. build 0: not given.
 const KnownVersion* FindVersion(unsigned major, unsigned minor, unsigned build) {
     const KnownVersion* first = nullptr;
     for (const KnownVersion& row : KnownVersions) {
@@ -151,7 +151,7 @@ void AddFaults(const Record& description) {
     }
 }
 
-// Who runs the product when a person starts it.
+// The account that runs the product when a user starts it.
 machine::ProcessStart StartByPerson(const Record& description, const Record& product) {
     machine::ProcessStart start;
     const std::string account = product.TextOf("account", "system");
@@ -182,7 +182,7 @@ std::string WhyNotStarted(simwin::DWORD error) {
     }
 }
 
-// A person of a described session who has logged off since, or who was there before a boot.
+// A user of a described session who has logged off since, or who was there before a boot.
 bool IsLoggedOff(const Record& description, const std::string& account) {
     return !machine::EqualNoCase(account, "system") && !description.TablesOf("session").empty() &&
            !machine::FindSessionOfUser(account);
@@ -283,7 +283,7 @@ void FillMachine(const Record& description, const Options& options) {
         if (session.Has("user")) // SIDs are given in the order of the sessions
             (void)machine::SidOfAccount(session.TextOf("user"));
     SetDescribedValues(description);
-    SetUpSessions(description); // whether their tokens are filtered stands in the registry
+    SetUpSessions(description); // the registry says whether their tokens are filtered
     SetUpDevices(description);
     AddFaults(description);
 }

@@ -1,5 +1,5 @@
 // Fills a machine from a description: Windows and the product as installed, registry, files, devices, faults. Called
-// once, before the machine runs, in the host's own context. What is wrong is told by InputError, before anything runs.
+// once, before the machine runs, in the host's own context. Errors are thrown as InputError, before anything runs.
 #pragma once
 
 #include "rehearse/Description.h"
@@ -20,7 +20,7 @@ namespace rehearse {
 inline constexpr const char* ServiceName = "Quillmarch";
 inline constexpr const char* SystemUser = "NT AUTHORITY\\SYSTEM";
 
-// What CreateMachine is given.
+// The setup for CreateMachine.
 machine::Setup SetupOf(const Record& description, const Options& options);
 
 // Everything else. The machine is created.
@@ -45,7 +45,7 @@ struct RegistryData {
     std::vector<std::uint8_t> data;
 };
 RegistryData RegistryDataOf(const Value& value);
-// Throws InputError for a path that begins with no root of the registry.
+// Throws InputError for a path that does not begin with a root of the registry.
 void CheckRegistryPath(const std::string& key, const Position& at);
 
 } // namespace rehearse

@@ -1,4 +1,4 @@
-// What is so on the machine: its ports, names and values, read from its own tree and registry. Pure questions, asked at
+// The present state of the machine: its ports, names and values, read from its own tree and registry. Pure queries, at
 // any time between two steps of the machine.
 #pragma once
 
@@ -19,7 +19,7 @@ struct PortFacts {
     std::string friendlyName;
     unsigned problem = 0;
     unsigned restarts = 0; // of its driver, by calls of the product
-    std::string usbPort;   // controller and hub ports, "3-7-1"; "" for what does not sit on USB
+    std::string usbPort;   // controller and hub ports, "3-7-1"; "" for what is not on USB
 };
 
 bool IsKnownDevice(const std::string& id); // there now, or a key below Enum
@@ -27,7 +27,7 @@ bool IsInstalled(const std::string& id);
 PortFacts FactsOf(const std::string& id);
 std::vector<PortFacts> AllPorts(); // ports and modems, in the order of enumeration
 
-// Names and what they lead to now, in the order in which they were made.
+// Names and what they lead to now, in the order of creation.
 std::vector<std::pair<std::string, std::string>> DosNames();
 std::vector<unsigned> ComDatabase(); // the numbers whose bits are set; none without a value
 std::vector<std::pair<std::string, std::string>> SerialComm();

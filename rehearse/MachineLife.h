@@ -13,8 +13,8 @@
 
 namespace rehearse {
 
-// The machine goes before what watches it, and what ends with it is no part of the run: also when the input turns out
-// to be wrong while the machine is there already.
+// The machine is destroyed before its watchers, and what ends with it does not belong to the run, even if the input
+// turns out to be wrong once the machine exists.
 struct MachineLife {
     MachineLife(const machine::Setup& setup, Timeline& ofRun, Balloons& shown, Leaks& ofProduct);
     ~MachineLife();

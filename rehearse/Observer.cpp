@@ -30,12 +30,12 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr std::string_view Mark = "[QUILLMARCH]  "; // stands in front of the message in each line of debugger output
+constexpr std::string_view Mark = "[QUILLMARCH]  "; // precedes the message in each line of debugger output
 constexpr unsigned ContextBits = 32;
 constexpr std::size_t ChunkBytes = 65536;
 
-// --- Across the pipe, in the machine's code page: bytes as numbers of a text would not survive JSON, so texts are
-// taken over as UTF-8 and back.
+// --- Across the pipe, in the machine's code page: such bytes would not survive JSON, so texts are converted to UTF-8
+// and back.
 std::string Out(const std::string& ansi) {
     return machine::Utf8FromAnsi(ansi);
 }
@@ -148,7 +148,7 @@ void WriteAll(int file, std::string_view text) {
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0)
-            return; // nobody reads it any more
+            return; // no one reads it any more
         text.remove_prefix(static_cast<std::size_t>(written));
     }
 }
@@ -166,7 +166,7 @@ std::string ReadAll(int file) {
     }
 }
 
-// Never returns. What goes wrong here goes wrong in the first run too, which reports it.
+// Never returns. Any error here occurs in the first run too, which reports it.
 [[noreturn]] void RunAsChild(const Record& description, const Options& options, int pipe) {
     prctl(PR_SET_PDEATHSIG, SIGTERM); // when the first run is ended, so is this one
     const int nowhere = open("/dev/null", O_WRONLY);
@@ -185,7 +185,7 @@ Observer::Observer(const Record& description, const Options& options) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         return;
-    std::fflush(nullptr); // or the child would write it once more
+    std::fflush(nullptr); // or the child would write it again
     m_process = fork();
     if (m_process == 0) {
         close(ends[0]);

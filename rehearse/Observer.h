@@ -1,7 +1,7 @@
-// What the product decided and why stands in its log only at a level that few machines have on, and a log that is
-// raised for us would change the run: more calls, other bytes in the file. So the same description runs a second time,
-// in a process of its own and beside the first run, with the product's debugger output on; the run that is reported
-// stays as it is. Both must end alike, or what was observed is not used.
+// Which decisions the product made and why is only in its log, at a level that few machines have on, and a more
+// detailed log would change the run: more calls, other bytes in the file. So the same description runs a second time,
+// in a process of its own and parallel to the first run, with the product's debugger output on; the reported run is not
+// affected. Both must end alike, or the observation is discarded.
 #pragma once
 
 #include "rehearse/CheckLog.h"
@@ -19,14 +19,13 @@ namespace rehearse {
 
 class Observer {
 public:
-    // Starts the second run. Called before the machine is made.
+    // Starts the second run. Called before the machine is created.
     Observer(const Record& description, const Options& options);
     ~Observer();
     Observer(const Observer&) = delete;
     Observer& operator=(const Observer&) = delete;
 
-    // Waits for the second run. ended: how this run ended (EndOfMachine). Nothing is there if the other ended
-    // otherwise.
+    // Waits for the second run. ended: how this run ended (EndOfMachine). Empty if the other one ended differently.
     LogFacts Take(const std::string& ended);
     void Abandon(); // ends the second run
 
@@ -38,11 +37,11 @@ private:
 // Feeds a log's messages from the product's debugger output, which is forced on. Called once for a machine.
 void WatchLog(CheckLog& log);
 
-// The messages of the product's debugger output, without what stands in front of them; context: the thread. Forces
-// nothing. Called once for a machine.
+// The messages of the product's debugger output, without their prefix; context: the thread. Forces nothing. Called once
+// for a machine.
 void WatchMessages(std::function<void(std::uint64_t context, std::string_view message)> watcher);
 
-// How the machine stands now, as one text: ports, their restarts, the numbers taken.
+// The present state of the machine as one text: ports, their restarts, the numbers taken.
 std::string EndOfMachine();
 
 } // namespace rehearse

@@ -1,4 +1,4 @@
-// A file that a report goes to, or standard output. Host side.
+// The file for a report, or standard output. Host side.
 #pragma once
 
 #include <fstream>
@@ -7,7 +7,7 @@
 
 namespace rehearse {
 
-// Opened before anything runs, so that a wrong name is told at once.
+// Opened before anything runs, so that a wrong name is reported at once.
 class Output {
 public:
     // file: host path, "-" standard output, nothing: not wanted. Throws InputError.

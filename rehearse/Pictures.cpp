@@ -159,7 +159,7 @@ RECT Clipped(const RECT& rect, const RECT& to) {
             std::min(rect.bottom, to.bottom)};
 }
 
-// A part of a session's screen: its bar and other windows below, then what is given, which counts from the screen.
+// A part of a session's screen: its bar and other windows below, then the given items, in screen coordinates.
 std::string ScreenPart(unsigned session, const RECT& view, const std::string& front, const std::string& caption) {
     const LONG width = view.right - view.left, height = view.bottom - view.top;
     std::string text =

@@ -1,4 +1,4 @@
-// Pictures of what a person saw, as SVG: each balloon with what it showed, message boxes, the desktop at the end.
+// Pictures of what a user saw, as SVG: each balloon with what it showed, message boxes, the desktop at the end.
 // Written to a folder of the host while the machine runs and after it. In true pixels, texts as texts with their
 // lengths.
 #pragma once
@@ -12,7 +12,7 @@ namespace rehearse {
 
 class Pictures {
 public:
-    // folder: made if it is not there; "" no pictures. Throws InputError if it cannot be.
+    // folder: created if missing; "" no pictures. Throws InputError if that fails.
     explicit Pictures(std::string folder);
     // A balloon appears or changes what it shows. index: from 0. Called inside the machine; a file that cannot be
     // written is added by AddRest.

@@ -68,7 +68,7 @@ Action ResumeEvent(const Record& event, Stage& stage) {
     const simwin::DWORD code = row->code;
     return [&stage, kind, code, isReplugged] {
         stage.timeline->Outside(
-            fmt::format("the machine wakes ({}{})", kind, isReplugged ? ", devices come anew" : ""));
+            fmt::format("the machine wakes ({}{})", kind, isReplugged ? ", devices come again" : ""));
         machine::ResumeMachine(code, isReplugged);
         for (const Action& action : std::exchange(stage.atWaking, {}))
             action();
@@ -107,8 +107,8 @@ std::vector<std::uint8_t> DeviceEventData(const Record& table, simwin::DWORD cod
     return machine::InterfaceEventData(guid, table.TextOf("path"), isWide);
 }
 
-// By the road of the role, in line with what its recipient has still to be told. One that has not registered gets it
-// by its control handler, or by its first window.
+// By the route of the role, queued with the recipient's other pending notifications. One that has not registered gets
+// it by its control handler, or by its first window.
 void Notify(Stage& stage, simwin::DWORD code, const std::vector<std::uint8_t>& data) {
     const Record* product = stage.description->TableOf("quillmarch");
     const bool isWindowRole = product && product->TextOf("role") == "debug";
@@ -155,8 +155,8 @@ bool IsOneOf(std::string_view subject, const std::string_view (&subjects)[N]) {
     return std::find(std::begin(subjects), std::end(subjects), subject) != std::end(subjects);
 }
 
-// What is done to the machine from outside can be done at any time. People and programs need one that runs: they wait
-// for its waking, and nobody does anything at one that is off.
+// Outside changes to the machine can happen at any time. Users and programs need a running one: they wait until it
+// wakes, and do nothing while it is off.
 Happens WhenHappens(std::string_view subject) {
     constexpr std::string_view Always[] = {"plug", "unplug", "replug", "move"};
     constexpr std::string_view WhileOff[] = {"start", "edit_ini", "delete_ini", "set_value", "problem", "calm"};

@@ -9,8 +9,8 @@ namespace rehearse {
 
 std::span<const EventRow> PowerEventRows();
 
-// The action of an event with this subject, or what becomes of it when the machine sleeps: what people and programs do
-// waits for its waking. What is plugged in and pulled out is the machine's own matter.
+// The action of an event with this subject, or its replacement while the machine sleeps: what users and programs do
+// waits until it wakes. Plugs and pulls are handled by the machine itself.
 Action InItsPowerState(std::string_view subject, Action action, Stage& stage);
 
 } // namespace rehearse

@@ -62,7 +62,7 @@ bool HasAll(const machine::TokenFacts& token, const std::vector<std::string>& wa
     return std::all_of(wanted.begin(), wanted.end(), [&](const std::string& one) { return Has(token, one) == has; });
 }
 
-// Who and as whom.
+// The account and the rights.
 bool FitsToken(const Record& expect, machine::Process& process) {
     const machine::TokenFacts& token = machine::TokenOf(process);
     return (!expect.Has("user") || machine::EqualNoCase(process.user, expect.TextOf("user"))) &&

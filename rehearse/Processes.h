@@ -1,4 +1,5 @@
-// The programs of a run, as expectations and the report see them: who started them, as whom, with which rights.
+// The programs of a run, as expectations and the report see them: who started them, under which account, with which
+// rights.
 #pragma once
 
 #include "rehearse/Expectations.h"

@@ -36,7 +36,7 @@ void PutNumber(std::uint64_t number) {
     Put(at);
 }
 
-// Runs between two instructions of the machine: only what is safe in a signal handler.
+// Runs between two instructions of the machine: only operations that are safe in a signal handler.
 void OnTimer(int) {
     g_seconds = g_seconds + 1;
     Put("\rrehearsing ");

@@ -11,7 +11,7 @@ public:
     // Shows nothing unless standard error is a terminal. lastMs: virtual time of the last event, by which the rest is
     // estimated; 0: nothing to go by.
     Progress(const std::string& what, std::uint64_t lastMs);
-    ~Progress(); // takes the line away
+    ~Progress(); // removes the line
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 

@@ -132,7 +132,7 @@ constexpr const char* ColourProduct = "\x1b[1;32m";
 constexpr const char* ColourDanger = "\x1b[1;31m";
 constexpr const char* ColourOff = "\x1b[0m";
 
-constexpr std::size_t MessageColumn = 26; // behind time and source
+constexpr std::size_t MessageColumn = 26; // after time and source
 
 // What changed comes first: that is what one looks for.
 std::string LineOf(const TimelineEntry& entry, const Look& look) {

@@ -1,4 +1,4 @@
-// The report of a run: as JSON for programs, as a timeline with a table of ports for people. Made behind the run; reads
+// The report of a run: as JSON for programs, as a timeline with a table of ports for people. Made after the run; reads
 // the machine and the timeline, changes nothing. The same run gives the same bytes.
 #pragma once
 

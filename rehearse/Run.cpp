@@ -45,9 +45,9 @@ namespace {
 constexpr const char* StandardOutput = "-";
 constexpr int ExitInterrupted = 130;               // as a shell says it of a program that Ctrl-C ended
 constexpr std::size_t UsualColumns = 80;           // of a terminal that does not say
-constexpr std::uint64_t StopLimitMs = MsPerMinute; // what a stop behind the report may take
+constexpr std::uint64_t StopLimitMs = MsPerMinute; // how long a stop after the report may take
 
-// Stops what runs of the product, so that what it left open can be counted.
+// Stops the running processes of the product, so that what they left open can be counted.
 void StopProduct(const Stage& stage, const Leaks& leaks, nlohmann::ordered_json& report) {
     machine::Process* service = machine::ServiceProcess(ServiceName);
     machine::Process* process = service ? service : stage.product;
@@ -60,14 +60,14 @@ void StopProduct(const Stage& stage, const Leaks& leaks, nlohmann::ordered_json&
             machine::PostServiceControl(ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
         else
             machine::CloseWindowsOf(process);                      // so ends a debug run
-        (void)machine::RunMachine({machine::Now() + StopLimitMs}); // the verdict of the run itself stands already
+        (void)machine::RunMachine({machine::Now() + StopLimitMs}); // the verdict of the run itself is already final
     }
     if (process->ended && !process->killed)
         SetLeaks(report, leaks.HandlesOf(process), process->leakedBytes);
     process->Release();
 }
 
-// The lines of a run that did not end in good order; the last one begins with what it was.
+// The lines of a run that did not end normally; the last one begins with the kind of failure.
 void TellOutcome(const machine::RunOutcome& outcome) {
     std::string line = machine::OutcomeLine(outcome);
     while (line.ends_with('\n'))
@@ -85,7 +85,7 @@ Look LookOfOutput() {
     return {isTerminal, isKnown ? size.ws_col : isTerminal ? UsualColumns : 0};
 }
 
-// While a run goes on, the first Ctrl-C ends it and what is known by then is reported; the second one ends the tool.
+// During a run the first Ctrl-C ends it, and what is known by then is reported; the second one ends the tool.
 class Interruptible {
 public:
     Interruptible() {
@@ -112,7 +112,7 @@ bool PrintReport(const Options& options) {
     return !options.quiet && options.json != StandardOutput && options.log != StandardOutput;
 }
 
-// Every way to show the verdict needs what only a second run can observe.
+// Every form of the verdict needs what only a second run can observe.
 bool NeedsObserver(const Options& options) {
     return !options.devices && !options.tree && (options.json || options.strict || PrintReport(options));
 }
@@ -129,7 +129,7 @@ int Judge(const Options& options, const Expectations& expectations, const Verdic
     return failures.empty() ? ExitDone : ExitNotMet;
 }
 
-// What a run leaves to be reported, while its machine is still there.
+// The data of a run for the report, collected while its machine exists.
 struct RunResult {
     const Options& options;
     const Stage& stage;
@@ -229,7 +229,7 @@ int Rehearse(const Options& options) {
     }
     if (!isDone) {
         if (const std::string& failure = machine::HostFailure(); !failure.empty())
-            throw std::runtime_error("quillmarch-rehearse: " + failure); // nobody's fault but the host's
+            throw std::runtime_error("quillmarch-rehearse: " + failure); // caused by the host alone
         TellOutcome(outcome);
         return ExitStopped;
     }

@@ -10,7 +10,7 @@ namespace rehearse {
 struct Options {
     std::string description;
     std::optional<std::string> ini, json, log; // host files; "-" is standard output
-    std::optional<std::string> rules;          // a configuration to be checked by itself
+    std::optional<std::string> rules;          // a configuration to check by itself
     std::optional<std::string> compare;        // an older configuration, to be run beside the one in question
     std::string pictures;                      // host folder; "" none
     int logLevel = 3;
@@ -22,7 +22,7 @@ struct Options {
 
 enum ExitCode { ExitDone = 0, ExitNotMet = 1, ExitWrongInput = 2, ExitStopped = 3 };
 
-// Writes the report to standard output and what failed to standard error. Throws InputError when nothing was run.
+// Writes the report to standard output and failures to standard error. Throws InputError when nothing was run.
 int Rehearse(const Options& options);
 
 } // namespace rehearse

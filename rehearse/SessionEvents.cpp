@@ -46,7 +46,7 @@ machine::Session SessionOf(const Record& record, bool isConsole) {
     return session;
 }
 
-// What the event does and what the timeline tells of it.
+// The event's action and its line in the timeline.
 Action LogonEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("logon");
     const machine::Session session = SessionOf(table, /*isConsole=*/false);

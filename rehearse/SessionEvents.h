@@ -1,5 +1,5 @@
-// Sessions and users of a described machine: who is there at the start, who logs on and off, whose session comes to the
-// console, who runs a program. Called by the machine builder and the events.
+// Sessions and users of a described machine: who is logged on at the start, who logs on and off, whose session comes to
+// the console, who runs a program. Called by the machine builder and the events.
 #pragma once
 
 #include "rehearse/EventRows.h"

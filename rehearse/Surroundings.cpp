@@ -90,7 +90,7 @@ void SetUpSurroundings(const Record& description) {
 
 namespace {
 
-// Every box of the tool stands in front of all windows: MB_SYSTEMMODAL counts only where it is asked for.
+// Every box of the tool is in front of all windows: MB_SYSTEMMODAL matters only if an expectation names it.
 bool HasFlags(const machine::MessageBoxRecord& box, simwin::UINT wanted) {
     const simwin::UINT counts = wanted & simwin::MB_SYSTEMMODAL ? ~0u : ~simwin::UINT{simwin::MB_SYSTEMMODAL};
     return (box.flags & counts) == wanted;

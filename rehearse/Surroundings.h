@@ -1,4 +1,4 @@
-// What stands around the product on a described machine: files and programs, the environment, how message boxes and
+// The surroundings of the product on a described machine: files and programs, the environment, how message boxes and
 // "runas" are answered. Called by the machine builder and the expectations.
 #pragma once
 
@@ -8,7 +8,7 @@
 
 namespace rehearse {
 
-// A path of the machine, or nobody could find what is put there. Throws InputError unless it begins with a drive.
+// A path of the machine; anything else could never be found. Throws InputError unless it begins with a drive.
 std::string PathIn(const Record& record, std::string_view key);
 
 void SetUpSurroundings(const Record& description);

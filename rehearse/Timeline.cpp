@@ -104,7 +104,7 @@ void Timeline::CatchUp() {
     const std::vector<machine::ServiceReport>& reports = machine::ServiceReports();
     for (; m_serviceReports < reports.size(); ++m_serviceReports) {
         const machine::ServiceReport& report = reports[m_serviceReports];
-        // Checkpoints of one state are one thing for a reader.
+        // For a reader, checkpoints of one state are one entry.
         if (m_serviceReports > 0 && reports[m_serviceReports - 1].state == report.state)
             continue;
         const std::string what = fmt::format("service is {}", machine::ServiceStateText(report.state));
@@ -152,7 +152,7 @@ void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
             port.pendingMeans = restart.means;
             isTold = true;
         } else if (port.runsEntry && node->restarts > port.restarts) {
-            // Its start was this restart: what looked like an arrival was the product's doing.
+            // Its start was this restart: the apparent arrival was the product's doing.
             m_entries[port.runsEntry - 1] = {m_entries[port.runsEntry - 1].atMs,
                                              false,
                                              "restarts",
@@ -172,7 +172,7 @@ void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
         WarnOfHolders(*top, restart);
 }
 
-// A hub that refused is asked again by other means. A call that succeeded has stopped nothing that is still held.
+// After a hub's refusal other means follow. A call that succeeded has not stopped a device that is still held open.
 void Timeline::WarnOfHolders(const machine::DeviceNode& top, const machine::DeviceRestart& restart) {
     const bool isCycle = restart.means == "cycle";
     if (isCycle && !restart.ok)
@@ -222,8 +222,7 @@ void Timeline::OnDosNameChanged(const machine::DosNameChange& change) {
     port.runsEntry = 0;
 }
 
-// A driver that starts or stops is told of as a whole; what is left is a name that goes behind the back of one that
-// runs.
+// A driver that starts or stops is reported as a whole; what remains is a name deleted while its driver runs.
 void Timeline::OnDriverNameChanged(const machine::DosNameChange& change) {
     const machine::KernelDevice* device = machine::TheDeviceTree().RunningDevice(change.from);
     if (!device || !device->node || !device->node->IsRunning())

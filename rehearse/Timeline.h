@@ -18,7 +18,7 @@ struct TimelineEntry {
     bool isOutside = true;
     std::string what; // for people, in the machine's code page
     std::string device, from, to, means;
-    bool isDanger = false; // it may hurt somebody who works with the port
+    bool isDanger = false; // may harm a user of the port
 };
 
 struct WrittenValue {
@@ -41,12 +41,12 @@ public:
         m_callWatcher = std::move(watcher);
     }
 
-    // What happens from now on is not told: the run is over, the machine goes.
+    // What happens from now on is not reported: the run is over.
     void Close() { m_isClosed = true; }
 
-    // Windows has started anew: tells of ports that have another name than before, and forgets what was under way.
+    // Windows has restarted: reports ports that have a new name, and forgets what was in progress.
     void AfterBoot();
-    // Notes what has changed since it last looked: states of the service, names of ports.
+    // Notes what has changed since the last check: states of the service, names of ports.
     void CatchUp();
 
     const std::vector<TimelineEntry>& Entries() const { return m_entries; }
@@ -56,11 +56,11 @@ private:
     // What is known of one port while the machine runs.
     struct PortState {
         std::string name;          // the last DOS name that led to its running device
-        std::string pendingMeans;  // the product's cycle has been agreed to, the device is on its way out and back
-        std::size_t runsEntry = 0; // the entry of its last start plus one; 0: told already as the product's doing
+        std::string pendingMeans;  // the product's cycle was accepted, the device is on its way out and back
+        std::size_t runsEntry = 0; // the entry of its last start plus one; 0: already reported as the product's doing
         std::string nameBeforeRun;
-        unsigned restarts = 0;         // of its driver that have been told
-        std::size_t namelessEntry = 0; // the entry plus one of the product's taking its name away; 0: it has one
+        unsigned restarts = 0;         // of its driver that have been reported
+        std::size_t namelessEntry = 0; // the entry plus one of the product's deletion of its name; 0: it has one
     };
 
     void OnDeviceChanged(const machine::DeviceNode& node, std::string_view what);

@@ -28,7 +28,7 @@ bool IsComName(const std::string& name) {
     return machine::ComNumberOf(name) != 0;
 }
 
-// By number; what has none now by the one that its registry says, and what is not there last.
+// By number; ports without one by that of their registry, absent ones last.
 std::tuple<bool, unsigned, std::string> OrderOf(const PortVerdict& port) {
     const unsigned registered = machine::ComNumberOf(port.facts.registryName);
     const unsigned number = port.facts.number ? port.facts.number : registered ? registered : UINT_MAX;
@@ -51,7 +51,7 @@ Shortfall ShortfallOf(const PortVerdict& port) {
                                                                            : Shortfall::NotObtained;
 }
 
-// The port that has a number now; null if none has.
+// The port that has a number now; null if none.
 const PortVerdict* HolderOfNumber(const std::vector<PortVerdict>& ports, unsigned number) {
     for (const PortVerdict& port : ports)
         if (port.facts.isPresent && port.facts.number == number && number)
@@ -110,7 +110,7 @@ void AddShortfall(const std::vector<PortVerdict>& ports, PortVerdict& port) {
         port.states.push_back(WhyRefused(port));
 }
 
-// Others that went without the number which this port has.
+// Other ports that did not get the number of this port.
 void AddRivals(const std::vector<PortVerdict>& ports, PortVerdict& port) {
     std::string rivals;
     for (const PortVerdict& other : ports)
@@ -257,7 +257,7 @@ std::string WhatIs(const machine::DeviceNode& node) {
     return "the device";
 }
 
-// Ports, and what has nothing below it that would stand for it.
+// Ports, and devices without anything below them that would represent them.
 void AddBelow(const machine::DeviceNode& node, Together& group) {
     for (const machine::DeviceNode* child : node.children) {
         if (!child->IsPresent())
@@ -370,7 +370,7 @@ std::string NumbersText(const std::vector<unsigned>& numbers, const char* prefix
         while (last + 1 < numbers.size() && numbers[last + 1] == numbers[last] + 1)
             ++last;
         if (last - i < 2)
-            last = i; // two neighbours read better as they are
+            last = i; // two neighbours read better as a list
         text += fmt::format("{}{}{}", text.empty() ? "" : ", ", prefix, numbers[i]);
         if (last != i)
             text += fmt::format("-{}{}", prefix, numbers[last]);

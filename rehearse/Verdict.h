@@ -1,7 +1,7 @@
-// What a rehearsal has to say when it is over: how each port stands against what its rule wants, what the rules took,
-// what restarts together, what is dangerous. Facts alone, made once after the run from the machine, the timeline and
+// The result of a rehearsal: how each port compares with what its rule wants, what the rules took, what restarts
+// together, what is dangerous. Only facts, collected once after the run from the machine, the timeline and
 // what was observed of the product's log; the texts, the JSON and any other form of the report draw on them. Texts are
-// UTF-8 but for device ids and names, which are in the machine's code page.
+// UTF-8 except for device ids and names, which are in the machine's code page.
 #pragma once
 
 #include "rehearse/CheckLog.h"
@@ -30,7 +30,7 @@ struct PortVerdict {
     std::string heldBy;           // path of the program that has it open at the end; "" none
     std::string section;          // "ComPorts10"; "" if no rule took it
     std::vector<unsigned> wanted; // in the order of preference
-    unsigned lastResort = 0;      // added by the product behind them; 0: none
+    unsigned lastResort = 0;      // appended by the product; 0: none
     std::vector<Refusal> refused; // at its last check
     Shortfall shortfall = Shortfall::None;
     std::vector<std::string> states; // for people, the most important first: "held by …", "ring with COM11, COM13"
@@ -45,10 +45,10 @@ struct RuleVerdict {
     unsigned rowsMet = 0;
     std::string failedKey, portValue;
     std::vector<std::string> patterns;
-    std::string takenBy; // it would fit the nearest port, but this section is in front of it
+    std::string takenBy; // it would fit the nearest port, but this earlier section took it
 };
 
-// Ports, and what else works, below a device that the product restarts as a whole.
+// Ports and other working devices below a device that the product restarts as a whole.
 struct Together {
     std::string device, what, means; // "the hub", "the composite device", "the Bluetooth radio", "the device"
     unsigned times = 0;
@@ -61,7 +61,7 @@ struct Ring {
 
 struct Verdict {
     bool isObserved = false;        // false: what the product's log says is not known
-    std::vector<PortVerdict> ports; // by number; those without, and those that are not there, behind
+    std::vector<PortVerdict> ports; // by number; those without, and absent ones, last
     std::vector<unsigned> databaseBefore, databaseAfter;
     std::vector<RuleVerdict> rules; // in the order of the configuration
     std::vector<Together> together;

@@ -20,7 +20,7 @@
 
 namespace {
 
-// A file of the build: beside the program, or where the build left it.
+// A file of the build: next to the program, or where the build put it.
 std::string FileOfBuild(const char* name, const char* built) {
     std::error_code error;
     const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
@@ -123,7 +123,7 @@ std::string UnknownOption(const CLI::App& app) {
                                  : fmt::format("'{}' is one file too many", extras.front());
 }
 
-// What the command line said, as options; a text for what is wrong with it.
+// Options from the command line; an error text if it is wrong.
 std::string Complete(const CLI::App& app, Line& line) {
     if (line.printKeys || line.printCatalogue || line.printFindings)
         return "";
@@ -216,9 +216,9 @@ int RunLine(int count, char** arguments) {
 } // namespace
 
 int main(int count, char** arguments) {
-    // A reader that has gone is a failed write, not the end in the middle of everything.
+    // If the reader has gone, a write fails instead of ending the program.
     std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN); // likewise a file that may not grow any more
+    std::signal(SIGXFSZ, SIG_IGN); // likewise a file at its size limit
     try {
         const int code = RunLine(count, arguments);
         if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
@@ -226,7 +226,7 @@ int main(int count, char** arguments) {
             return rehearse::ExitWrongInput;
         }
         return code;
-    } catch (const std::exception& error) { // a disk that is full, a folder that cannot be read
+    } catch (const std::exception& error) { // a full disk, an unreadable folder
         std::fputs("quillmarch-rehearse: ", stderr);
         std::fputs(error.what(), stderr);
         std::fputs("\n", stderr);

@@ -189,7 +189,7 @@ using PSID = PVOID;
 inline constexpr DWORD MAX_PATH = 260;
 inline constexpr DWORD INFINITE = 0xFFFFFFFF;
 
-// Win32 error codes that some operation of the machine gives or the product names.
+// Win32 error codes that an operation of the machine returns or the product names.
 inline constexpr DWORD ERROR_SUCCESS = 0;
 inline constexpr DWORD NO_ERROR = 0;
 inline constexpr DWORD ERROR_INVALID_FUNCTION = 1;

@@ -1,5 +1,6 @@
-// The simulated machine's side of the door: everything of Windows that the product uses, one header for each room.
-// A call, flag or structure that is not here cannot be used; one that is here but not modelled stops the run by name.
+// The simulated machine's version of the Windows interface: everything of Windows that the product uses, one header for
+// each room. A call, flag or structure that is not here cannot be used; one that is here but not modelled stops the run
+// by name.
 #pragma once
 
 #include "simwin/types.h"

@@ -35,8 +35,8 @@ std::string_view NameBetweenSigns(std::string_view text, std::size_t at) {
     return isName ? text.substr(at + 1, end - at - 1) : std::string_view();
 }
 
-// Where the program's own parameters begin. An interpreter of commands puts in variables by itself, so for those the
-// whole line counts as the program.
+// Where the program's own parameters begin. A command interpreter expands variables itself, so for one the whole line
+// counts as the program.
 std::size_t ParametersOf(std::string_view line) {
     for (const std::string_view script : {".cmd", ".bat", "cmd.exe", "cmd ", "powershell"})
         if (machine::FindNoCase(line, script) != std::string::npos)
@@ -111,7 +111,7 @@ void CheckSection(const IniSection& section, Findings& findings) {
                             fmt::format("{} has no entry and runs nothing", SectionText(section)), "add open1"});
 }
 
-// The balloon's key rules the programs of a removal as well; without it that of the arrival's balloon.
+// The balloon's key also controls the programs of a removal; without it, the key of the arrival's balloon does.
 void CheckRemovalSwitch(const IniFile& ini, Findings& findings) {
     const IniSection* removal = nullptr;
     int isEnabled = 0;

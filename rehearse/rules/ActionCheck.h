@@ -1,4 +1,4 @@
-// Programs that never run, and command lines that hold something else than they say. Pure.
+// Programs that never run, and command lines that do not mean what they seem to. Pure.
 #pragma once
 
 #include "rehearse/rules/IniFile.h"

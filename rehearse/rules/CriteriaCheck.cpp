@@ -29,7 +29,7 @@ bool HoldsOnly(std::string_view text, std::string_view characters) {
     return text.find_first_not_of(characters) == std::string_view::npos;
 }
 
-// Why no port fits this pattern, whatever machine it is on; "" if one may.
+// Why no port of any machine fits this pattern; "" if one may.
 std::string WhyNoneFits(const KnownKey& row, std::string_view pattern, unsigned sectionType) {
     const bool hasRun = pattern.find('*') != std::string_view::npos;
     if (IsOneOfKeys(row, {"BusType_"}) && std::none_of(std::begin(BusTypes), std::end(BusTypes),
@@ -114,7 +114,7 @@ bool IsRowCovered(const KnownKey& row, const std::vector<CriterionValue>& narrow
     return hasAny;
 }
 
-// One finding for each number, at the section that is tried later.
+// One finding for each number, at the later section.
 void CheckWantedTwice(const IniFile& ini, const Coverage& coverage, Findings& findings) {
     std::vector<const IniSection*> rules;
     for (const IniSection& section : ini.sections)

@@ -1,5 +1,5 @@
-// Which ports a section means and which numbers it wants: criteria that are none, sections that never win, numbers that
-// two want. Pure.
+// The ports of a section and the numbers that it wants: invalid criteria, sections that never win, numbers that two
+// want. Pure.
 #pragma once
 
 #include "rehearse/rules/SectionKeys.h"

@@ -10,7 +10,7 @@
 
 namespace rehearse {
 
-// The number is the code that people see: QM101. It stays, whatever the text becomes.
+// The number is the code that people see: QM101. It stays even if the text changes.
 enum class Fault : unsigned {
     FileTooLarge = 101,
     Utf8Mark = 102,
@@ -76,7 +76,7 @@ struct Finding {
     Fault fault = Fault::FileTooLarge;
     Position at;
     std::string what;       // UTF-8
-    std::string suggestion; // UTF-8; "" if there is nothing but what the catalogue says
+    std::string suggestion; // UTF-8; "" if the catalogue's text is enough
 };
 using Findings = std::vector<Finding>;
 

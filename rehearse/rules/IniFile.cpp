@@ -47,7 +47,7 @@ std::optional<unsigned> TypeOfName(std::string_view base) {
     return std::nullopt;
 }
 
-// Digits as the system makes a number of them: what does not fit wraps.
+// Converts digits as the system does: overflow wraps.
 int NumberOfDigits(std::string_view text) {
     std::uint32_t number = 0;
     for (const char c : text) {
@@ -71,7 +71,7 @@ bool IsSettingOfProfile(unsigned type, std::string_view key) {
     return type == 0 ? isOne(SettingsKeys) : type == SectionNameCount - 1 && isOne(BalloonKeys);
 }
 
-// One file on its way into sections, line by line as the product's reader goes through it.
+// One file on its way into sections, line by line as the product's reader reads it.
 class Parser {
 public:
     Parser(const std::string& file, IniFile& ini, Findings& findings)
@@ -102,7 +102,7 @@ private:
     unsigned m_lineNumber = 1;       // as an editor counts
     unsigned m_readerLine = 1;       // as the reader counts
     IniSection* m_section = nullptr; // takes the values
-    bool m_isLost = false;           // a section was not taken, and that has been told
+    bool m_isLost = false;           // a section was dropped, and that was reported
     bool m_isUtf8 = false, m_hasMark = false, m_hasZero = false;
 };
 
@@ -137,7 +137,7 @@ bool IsUtf8Text(std::string_view text) {
     return hasLong;
 }
 
-// Leaves the text that the reader parses; reports what the encoding costs.
+// Produces the text that the reader parses; reports what the encoding loses.
 void Parser::Decode(std::string& bytes) {
     m_hasMark = bytes.starts_with(Utf8Mark);
     const auto first = static_cast<unsigned char>(bytes.empty() ? 0 : bytes[0]);
@@ -154,7 +154,7 @@ void Parser::Decode(std::string& bytes) {
     }
     m_text = machine::AnsiFromUtf16(wide);
     unsigned line = 1, column = 0;
-    for (const char16_t unit : wide) { // in criteria a lost character is a wildcard that nobody sees
+    for (const char16_t unit : wide) { // in criteria a lost character becomes an unnoticed wildcard
         ++column;
         bool isLossy = false;
         (void)machine::AnsiFromUtf16(std::u16string(1, unit), &isLossy);
@@ -231,7 +231,7 @@ bool Parser::TakeLine(std::string_view line) {
         const std::string_view name = line.substr(0, line.find(']') + 1);
         Add(Fault::NoSectionLine,
             name.empty() ? fmt::format("'{}' is no section, it lacks the ']'", Utf8(line))
-                         : fmt::format("'{}' is no section, with text behind the ']'", Utf8(line)),
+                         : fmt::format("'{}' is no section, with text after the ']'", Utf8(line)),
             name.empty() ? WhereKeysGo() : fmt::format("write {} alone; {}", Utf8(name), WhereKeysGo()));
     } else if (static_cast<signed char>(line[0]) < 'A') {
         if (Blanks.find(line[0]) != std::string_view::npos)
@@ -260,7 +260,7 @@ void Parser::TellOfIndent(std::string_view line) {
         return;
     const std::string_view key = Trimmed(rest.substr(0, rest.find('=')));
     if (rest[0] != '[' && (m_isLost || (m_section && IsSettingOfProfile(m_section->type, key))))
-        return; // told already; or read by those who skip the blanks
+        return; // reported already; or read by readers that skip the blanks
     Add(Fault::IndentedLine, fmt::format("'{}' is indented and does not count", Utf8(rest)),
         rest[0] == '[' ? "begin in the first column; " + WhereKeysGo() : "begin in the first column");
 }
@@ -339,7 +339,7 @@ void Parser::TellOfSection(const IniSection& section, std::string_view base, std
         Add(Fault::SectionNeverRead, fmt::format("[{}] is never tried", Utf8(section.name)), "numbers are 1 to 99", 1);
 }
 
-// What a value becomes by the marks that it holds. It never grows.
+// Expands the marks in a value. It never grows.
 std::string Parser::WithMarks(std::string value) const {
     const auto replace = [&](std::string_view mark, const std::string& with) {
         if (value.find(mark) == std::string::npos || with.size() > mark.size())
@@ -379,7 +379,7 @@ bool Parser::TakeValue(std::string_view line) {
     return true;
 }
 
-// The first section of its name counts, blanks in front do not, and one pair of quotes round a value goes.
+// The first section of its name is used, leading blanks are ignored, and one pair of quotes around a value is removed.
 void Parser::ParseProfile() {
     std::vector<IniValue>* into = nullptr;
     bool hasSettings = false, hasBalloons = false;
@@ -442,7 +442,7 @@ std::string SectionText(const IniSection& section) {
 std::string NearestName(std::string_view word, const std::vector<std::string>& names) {
     std::string nearest;
     unsigned best = static_cast<unsigned>(std::max<std::size_t>(word.size() / 3, 1)) + 1;
-    if (word.size() <= 100) // as long as no name
+    if (word.size() <= 100) // longer than any name
         for (const std::string& name : names)
             if (const unsigned distance = DistanceOf(word, name); distance < best) {
                 best = distance;

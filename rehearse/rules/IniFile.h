@@ -1,6 +1,6 @@
 // A configuration file as the product reads it, with the place of everything: the sections and values of its snapshot,
 // what the system's profile functions find for the keys that are read straight from the file, and what gets lost on the
-// way. Pure but for the one read of the host's file.
+// way. Pure except for the one read of the host's file.
 #pragma once
 
 #include "rehearse/rules/Findings.h"
@@ -33,7 +33,7 @@ struct IniFile {
 
 inline constexpr int SectionWithoutNumber = 100;
 
-// file: host path, as it shall stand in the findings. Throws InputError if it cannot be read.
+// file: host path, as the findings show it. Throws InputError if it cannot be read.
 IniFile ReadIniFile(const std::string& file, Findings& findings);
 // The same of a text that was read already.
 IniFile ParseIni(const std::string& file, std::string bytes, Findings& findings);
@@ -41,7 +41,7 @@ IniFile ParseIni(const std::string& file, std::string bytes, Findings& findings)
 // "[ComPorts12]" as the log writes it.
 std::string SectionText(const IniSection& section);
 
-// The name that stands for a word that is none, by the fewest changes of a letter; "" if none is near.
+// The name nearest to an unknown word, by the fewest changes of a letter; "" if none is near.
 std::string NearestName(std::string_view word, const std::vector<std::string>& names);
 
 } // namespace rehearse

@@ -13,11 +13,11 @@ bool AreAlike(char a, char b) {
 }
 
 // Goes through `text` with all places of `pattern` that can be reached at the same time. isOne: whether a pattern's
-// character can stand for a character of the text; isRun: whether a `*` can.
+// character can match a character of the text; isRun: whether a `*` can.
 template<typename IsOne>
 bool Walk(std::string_view text, std::string_view pattern, IsOne isOne) {
     std::vector<bool> now(pattern.size() + 1), next;
-    const auto closeStars = [&](std::vector<bool>& places) { // a `*` may stand for nothing
+    const auto closeStars = [&](std::vector<bool>& places) { // a `*` may match nothing
         for (std::size_t k = 0; k < pattern.size(); ++k)
             if (places[k] && pattern[k] == '*')
                 places[k + 1] = true;
@@ -50,7 +50,7 @@ bool FitsPattern(std::string_view text, std::string_view pattern) {
 bool IsPatternWithin(std::string_view pattern, std::string_view wider) {
     return Walk(pattern, wider, [](char c, char of) {
         if (c == '*')
-            return false; // only a `*` takes a run
+            return false; // only a `*` matches a run
         return of == '?' || (c != '?' && AreAlike(c, of));
     });
 }

@@ -1,4 +1,4 @@
-// Wildcards of criteria: `*` any run, `?` one character, two characters alike that differ in the bit of the case alone.
+// Wildcards of criteria: `*` any run, `?` one character, characters that differ only in the case bit are equal.
 // Texts and patterns in the machine's code page. Pure.
 #pragma once
 
@@ -9,7 +9,7 @@ namespace rehearse {
 // Whether the whole text fits. An empty text fits no pattern.
 bool FitsPattern(std::string_view text, std::string_view pattern);
 
-// Whether every text that fits `pattern` also fits `wider`. A yes is certain; some that hold are not seen.
+// Whether every text that fits `pattern` also fits `wider`. True is certain; some true cases are missed.
 bool IsPatternWithin(std::string_view pattern, std::string_view wider);
 
 } // namespace rehearse

@@ -27,12 +27,12 @@ namespace rehearse {
 
 namespace {
 
-constexpr std::uint64_t SettlingMs = 3'600'000; // behind the last event, as a rehearsal waits
+constexpr std::uint64_t SettlingMs = 3'600'000; // after the last event, as in a rehearsal
 constexpr std::string_view RegistryConfiguration = "HKLM\\SOFTWARE\\Tarn Holve\\Quillmarch";
 constexpr std::string_view SearchStart = "GetFittingSectionNumber(";
 constexpr std::string_view CheckStart = " check ";
 constexpr std::string_view ValueStart = "  COM-Port's ";
-constexpr std::string_view Mark = "[QUILLMARCH]  "; // stands in front of the message
+constexpr std::string_view Mark = "[QUILLMARCH]  "; // precedes the message
 constexpr std::string_view ResultStart = "result for [";
 
 // The machine lives as long as this does.

@@ -5,7 +5,7 @@
 
 namespace rehearse {
 
-// options.rules: the file. Writes the findings to standard output, and as JSON where that is wanted.
+// options.rules: the file. Writes the findings to standard output, and as JSON if requested.
 // Returns: ExitDone when clean, ExitNotMet with findings. Throws InputError if a file cannot be read or written.
 int CheckRules(const Options& options);
 

@@ -42,14 +42,14 @@ void TellOfTwice(const IniSection& section, std::size_t at, const KnownKey& row,
         if (machine::EqualNoCase(section.values[i].key, section.values[at].key)) {
             const bool isFirst = row.source == KeySource::Profile;
             findings.push_back({Fault::KeyTwice, section.values[at].at,
-                                fmt::format("{} stands in line {} already, {} counts", Utf8(section.values[at].key),
+                                fmt::format("{} is in line {} already, {} counts", Utf8(section.values[at].key),
                                             section.values[i].at.line, isFirst ? "that one" : "this one"),
                                 "remove one"});
             return;
         }
 }
 
-// A key without effect is no fault as long as it asks for nothing.
+// A key without effect is not a fault as long as it requests nothing.
 bool AsksForSomething(const KnownKey& row, const IniValue& value) {
     return row.kind == KeyKind::Flag ? ReadNumber(value.value) != 0 : !value.value.empty();
 }
@@ -74,7 +74,7 @@ void CheckKeys(const IniSection& section, Findings& findings) {
     }
 }
 
-// The keys that are read straight from the file; of equal ones the first counts.
+// The keys that are read straight from the file; of equal ones the first is used.
 void CheckProfile(unsigned type, const std::vector<IniValue>& values, Findings& findings) {
     for (const IniValue& value : values)
         if (const KeyUse use = UseOfKey(type, value.key); use.row && use.row->source == KeySource::Profile)

@@ -5,7 +5,7 @@
 
 namespace rehearse {
 
-// findings: what the reading found; comes back with all the rest, in the order of the file.
+// findings: those of the reading; returned with all others, in the order of the file.
 void CheckIni(const IniFile& ini, Findings& findings);
 
 } // namespace rehearse

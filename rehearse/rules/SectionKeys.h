@@ -1,4 +1,4 @@
-// Which keys a section may have, and which of its values count. Pure.
+// The keys that a section may have, and which of its values count. Pure.
 #pragma once
 
 #include "rehearse/rules/IniFile.h"
@@ -27,7 +27,7 @@ inline bool IsRuleSection(unsigned type) {
     return type >= PortSection && type <= RemovalSection;
 }
 
-// A row of the tables and its form: 0 the plain name, else the digit behind it. row null: the section has no such key.
+// A row of the tables and its form: 0 the plain name, else the appended digit. row null: the section has no such key.
 struct KeyUse {
     const KnownKey* row = nullptr;
     unsigned form = 0;
@@ -53,7 +53,7 @@ struct WantedNumber {
     int number;
     const IniValue* value;
 };
-// In the order of preference, with those above the most that a section can want.
+// In the order of preference, including those beyond the maximum that a section can want.
 std::vector<WantedNumber> NumbersOf(const IniSection& section);
 
 // A decimal number as the product reads it: an optional minus, digits, what does not fit wraps. length: what was read.

@@ -27,13 +27,13 @@ bool IsOneOf(std::string_view text, std::initializer_list<std::string_view> word
                        [&](std::string_view word) { return machine::EqualNoCase(text, word); });
 }
 
-// Blanks and, behind them, what somebody meant as a comment: reads as it says.
+// Blanks followed by an intended comment: reads as written.
 bool IsOnlyComment(std::string_view rest) {
     const std::size_t first = rest.find_first_not_of(" \t");
     return first == std::string_view::npos || (first > 0 && (rest[first] == ';' || rest[first] == '#'));
 }
 
-// Where a comment begins behind the text; npos without one. A number sign alone may belong to a name: "Modem #2".
+// Where a comment begins after the text; npos without one. A number sign alone may belong to a name: "Modem #2".
 std::size_t CommentIn(std::string_view text) {
     for (std::size_t i = 1; i < text.size(); ++i) {
         const bool isBehindBlank = text[i - 1] == ' ' || text[i - 1] == '\t';
@@ -125,8 +125,7 @@ bool ValueCheck::IsTooLong() {
 
 void ValueCheck::CheckNumber() {
     if (m_text[0] == '\t') {
-        Add(Fault::TabBeforeValue,
-            fmt::format("a tab stands in front of the value: {} is read as 0", Utf8(m_value.key)),
+        Add(Fault::TabBeforeValue, fmt::format("a tab precedes the value: {} is read as 0", Utf8(m_value.key)),
             "use blanks, or nothing");
         return;
     }
@@ -136,7 +135,7 @@ void ValueCheck::CheckNumber() {
         CheckLimits(number);
 }
 
-// Returns: whether the text is no plain number, and that is said where it matters.
+// Returns: whether the text is not a plain number; reports that where it matters.
 bool ValueCheck::CheckWord(std::size_t length, int number) {
     const std::string_view digits = m_text.substr(m_text[0] == '-', length - (m_text[0] == '-'));
     const bool isFlag = m_row.kind == KeyKind::Flag;
@@ -236,8 +235,7 @@ void ValueCheck::CheckText() {
     const bool isProfile = m_row.source == KeySource::Profile;
     const std::size_t comment = CommentIn(m_text);
     if (m_text[0] == '\t' && !isProfile)
-        Add(Fault::TabBeforeValue,
-            fmt::format("a tab stands in front of the value of {} and belongs to it", Utf8(m_value.key)),
+        Add(Fault::TabBeforeValue, fmt::format("a tab precedes the value of {} and belongs to it", Utf8(m_value.key)),
             "use blanks, or nothing");
     else if (IsQuoted(m_text) && m_row.kind != KeyKind::Path)
         Add(Fault::QuotedValue,
@@ -250,7 +248,7 @@ void ValueCheck::CheckText() {
             "give the comment a line of its own");
 }
 
-// "COM41,COM42,COM43" for 41 and what stands behind the dash.
+// "COM41,COM42,COM43" for 41 and what follows the dash.
 std::string NamesOfRange(int first, std::string_view behind) {
     const std::size_t digit = behind.find_first_of(Digits);
     const int last = digit == std::string_view::npos ? 0 : ReadNumber(behind.substr(digit));
@@ -262,7 +260,7 @@ std::string NamesOfRange(int first, std::string_view behind) {
     return names;
 }
 
-// What is left of the text without the names that count. Between two of them a dash means a range to a person.
+// The rest of the text without the valid names. Between two of them a dash looks like a range to a reader.
 void ValueCheck::CheckPortNames() {
     std::string rest, refused, range;
     std::size_t at = 0;

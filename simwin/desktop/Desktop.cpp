@@ -57,11 +57,11 @@ void Destroy() {
 
 Room g_room(50, Create, Destroy);
 
-// Behind the devices, whose notifications come here.
-Room g_road(
+// After the devices, whose notifications come here.
+Room g_route(
     95,
     [] {
-        SetWindowRoad(DeliverToWindow);
+        SetWindowRoute(DeliverToWindow);
         SetWindowCheck(
             [](Process*, HANDLE window) { return FindWindowByHandle(static_cast<HWND>(window)) != nullptr; });
         SetTreeChangeBroadcast(BroadcastTreeChange);

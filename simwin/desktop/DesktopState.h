@@ -12,13 +12,13 @@
 
 namespace machine {
 
-// A message on its way from another thread or from the machine. What a wait crosses lies here, not on a stack.
+// A message on its way from another thread or from the machine. What outlives a wait is here, not on a stack.
 struct SentMessage {
     simwin::HWND window = nullptr;
     simwin::UINT message = 0;
     simwin::WPARAM wParam = 0;
     simwin::LPARAM lParam = 0;
-    // In place of a message: something that the window's own thread has to do.
+    // In place of a message: something that the window's own thread must do.
     simwin::LRESULT (*work)(const SentMessage& message) = nullptr;
     simwin::WINDOWPOS place{};
     int command = 0;
@@ -27,18 +27,18 @@ struct SentMessage {
     std::vector<std::uint8_t> data;
     void* copyBack = nullptr; // takes what the procedure left in `data`, when the sender wakes
     std::function<void()> returned;
-    simwin::DWORD waiter = 0; // thread that waits for the result; 0: nobody
+    simwin::DWORD waiter = 0; // thread that waits for the result; 0: none
     simwin::LRESULT result = 0;
     bool answered = false;
-    bool isLost = false; // the window went before it was handled
+    bool isLost = false; // the window was destroyed before it was handled
 };
 
 struct MessageQueue {
     std::deque<simwin::MSG> posted;
-    std::optional<int> quit;                                   // comes after all that is posted
+    std::optional<int> quit;                                   // comes after all posted messages
     std::list<std::shared_ptr<SentMessage>> sent, inProcedure; // to this thread: waiting, with the procedure
     std::vector<std::shared_ptr<SentMessage>> awaited;         // from this thread, which waits for the last
-    std::vector<std::vector<simwin::HWND>> walks;              // what this thread's calls of EnumWindows go through
+    std::vector<std::vector<simwin::HWND>> walks;              // the lists that this thread's EnumWindows calls walk
 };
 
 struct WindowTimer {
@@ -84,7 +84,7 @@ DesktopState& TheDesktop();
 Window* WindowFor(simwin::HWND window); // null if there is none
 simwin::RECT ScreenRect();
 
-// --- Windows: their changes, without messages. Each tells the watchers.
+// --- Windows: their changes, without messages. Each notifies the watchers.
 Window* AddWindow(Process* process, unsigned session, std::string_view className, std::string_view title);
 void SetVisible(Window& window, bool isVisible);
 void Activate(Window& window);     // the foreground, and the front of its band
@@ -102,9 +102,9 @@ simwin::LRESULT ApplyShow(simwin::HWND window, int command);
 void DestroyWindowNow(simwin::HWND window);
 
 // --- Messages.
-// The running thread's queue, made when it is first asked for.
+// The running thread's queue, created at the first use.
 MessageQueue& OwnQueue();
-// Lets a thread that waits for a message or for an answer look again.
+// Makes a thread that waits for a message or for an answer check again.
 void WakeForMessage(simwin::DWORD threadId);
 // Calls the procedure of a window of the running thread, or answers for a scripted program's.
 simwin::LRESULT CallWindow(simwin::HWND window, simwin::UINT message, simwin::WPARAM wParam, simwin::LPARAM lParam);
@@ -114,8 +114,8 @@ void HandleSent();
 // Puts an order into the queue of another thread's window, which must have one. isAwaited: the running thread will call
 // AwaitAnswer for it.
 SentMessage* SendTo(const Window& window, bool isAwaited);
-// Waits for the answer to what was sent last, handling what is sent here meanwhile. False after `ms`, and for a window
-// that goes.
+// Waits for the answer to what was sent last, handling incoming sent messages in the meantime. False after `ms`, or if
+// the window is destroyed.
 bool AwaitAnswer(SentMessage* sent, simwin::DWORD threadId, std::uint64_t ms, simwin::LRESULT* result);
 void AnswerAllFor(simwin::HWND window);
 std::string UnhandledMessages();

@@ -1,4 +1,4 @@
-// Mouse and keys, and who has the foreground.
+// Mouse and keys, and which window has the foreground.
 #include "simwin/desktop/DesktopState.h"
 
 #include "simwin/kernel/Call.h"
@@ -13,7 +13,7 @@ using namespace simwin;
 
 namespace {
 
-constexpr DWORD ScriptedThread = 0x100000; // ids of the threads that scripted programs do not have, by their process
+constexpr DWORD ScriptedThread = 0x100000; // thread ids of scripted programs, which have no threads, by process
 
 struct ButtonFacts {
     const char* name;

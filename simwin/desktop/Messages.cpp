@@ -1,4 +1,4 @@
-// The queues of threads: what is posted, what is sent and waits for its answer, timers last.
+// The queues of threads: posted messages, sent messages that wait for an answer, and last timers.
 #include "simwin/desktop/DesktopState.h"
 
 #include "simwin/kernel/Call.h"
@@ -33,7 +33,7 @@ void WakeForMessage(DWORD threadId) {
             Wake(thread, 0);
 }
 
-// What is still on its way to a window that goes is never handled; its sender learns of that.
+// Messages still on their way to a destroyed window are never handled; their senders learn of that.
 void AnswerAllFor(HWND window) {
     std::vector<std::shared_ptr<SentMessage>> lost;
     for (auto& [threadId, queue] : TheDesktop().queues)
@@ -77,7 +77,7 @@ void HandleSent() {
         const LRESULT result = message->work
                                    ? message->work(*message)
                                    : CallWindow(message->window, message->message, message->wParam, message->lParam);
-        // The procedure may have destroyed its window, and with it the message's place in the list.
+        // The procedure may have destroyed its window, and with it the message's entry in the list.
         for (auto at = queue.inProcedure.begin(); at != queue.inProcedure.end(); ++at)
             if (at->get() == message) {
                 const std::shared_ptr<SentMessage> done = *at;

@@ -29,7 +29,7 @@ struct Filter {
     bool Fits(UINT message) const { return (first == 0 && last == 0) || (message >= first && message <= last); }
 };
 
-// The next message of the running thread: what is posted, then the end, then timers.
+// The next message of the running thread: posted messages, then WM_QUIT, then timers.
 bool TakeMessage(const Filter& filter, bool remove, MSG* message) {
     MessageQueue& queue = OwnQueue();
     const auto found = std::find_if(queue.posted.begin(), queue.posted.end(),
@@ -58,7 +58,7 @@ void NoteFarewell(HWND handle, Farewell farewell) {
         window->farewell = farewell;
 }
 
-// What goes from one process to another is carried over, since neither sees the other's memory.
+// What goes from one process to another is copied, since neither sees the other's memory.
 void CarryText(SentMessage& sent) {
     if (sent.message == WM_SETTEXT && sent.lParam) {
         const auto* text = reinterpret_cast<const char*>(sent.lParam);

@@ -101,7 +101,7 @@ BOOL SystemParametersInfoA(UINT action, UINT, PVOID data, UINT) {
     return isDone;
 }
 
-// Both are looked up at run time by a program that wants to run where they are missing.
+// Programs that must run where these are missing look them up at run time.
 static UINT GetDpiForWindow(HWND window) {
     SIM_CALL("GetDpiForWindow", "");
     const bool isThere = window == DesktopWindow || WindowFor(window);

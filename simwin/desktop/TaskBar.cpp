@@ -17,7 +17,7 @@ constexpr const char* TrayClass = "Shell_TrayWnd";
 constexpr const char* AreaClass = "TrayNotifyWnd";
 constexpr LONG HiddenPixels = 2;
 constexpr LONG AreaLength = 200; // of the notification area along the bar, at its end
-constexpr LONG CloseMark = 16;   // of a shell's balloon: so far from its right and upper edge
+constexpr LONG CloseMark = 16;   // of a shell's balloon: distance from its right and upper edge
 
 RECT BarRect(const TaskBar& bar) {
     if (bar.rect)
@@ -93,7 +93,7 @@ Process* ShellOf(unsigned session) {
     return nullptr;
 }
 
-// As it is unless it is said otherwise.
+// The default unless described otherwise.
 Window* AddForeignWindow(const ForeignWindow& described) {
     constexpr RECT toolTipRect = {0, 0, 200, 60};
     constexpr DWORD toolTipStyle = 0x94800000, windowStyle = 0x14CF0000;

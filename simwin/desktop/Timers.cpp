@@ -1,4 +1,4 @@
-// Timers of windows: exact to the millisecond; their messages come when nothing else waits for the thread.
+// Timers of windows: exact to the millisecond; their messages come when the thread has no others.
 #include "simwin/desktop/DesktopState.h"
 
 #include "simwin/kernel/Call.h"

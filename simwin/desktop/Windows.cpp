@@ -1,4 +1,4 @@
-// Windows as they stand: their order, places, visibility and who has the foreground. No messages here.
+// The state of windows: their order, places, visibility and the foreground. No messages here.
 #include "simwin/desktop/DesktopState.h"
 
 #include "simwin/kernel/Setup.h"
@@ -40,7 +40,7 @@ std::vector<HWND>::iterator FrontOfBand(std::vector<HWND>& order, bool isTopmost
     return std::find_if(order.begin(), order.end(), [](HWND handle) { return !IsTopmost(*WindowFor(handle)); });
 }
 
-// Somebody has the foreground as long as there is a window that can. Tool windows take it, but do not inherit it.
+// Some window has the foreground as long as one can. Tool windows take it, but do not inherit it.
 void PassForegroundOn(unsigned session) {
     SessionInput& input = TheDesktop().inputs[session];
     input.foreground = nullptr;

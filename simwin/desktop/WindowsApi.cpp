@@ -28,7 +28,7 @@ std::string ClassKey(LPCSTR name) {
     return Lower(name);
 }
 
-// The top-level windows that the running process meets: those of its session from front to back; one in session 0 all,
+// The top-level windows that the running process sees: those of its session from front to back; one in session 0 all,
 // in the order of their creation, so that a second instance of the service is noticed.
 std::vector<const Window*> WindowsInSight() {
     const unsigned session = CurrentProcess()->session;
@@ -56,7 +56,7 @@ bool Activates(int command) {
            command == SW_SHOWMAXIMIZED || command == SW_RESTORE || command == SW_SHOWDEFAULT;
 }
 
-// Visible and, if it may, active. What the caller does not see is left to the window's thread.
+// Visible and, if allowed, active. What the caller does not see is left to the window's thread.
 void ShowNow(Window& window, bool activates) {
     const bool mayActivate = activates && MayTakeForeground(TheDesktop().inputs[window.session], window.process);
     SetVisible(window, true);
@@ -251,7 +251,7 @@ HWND FindWindowA(LPCSTR className, LPCSTR title) {
 
 BOOL EnumWindows(WNDENUMPROC each, LPARAM parameter) {
     SIM_CALL("EnumWindows", "");
-    auto& walks = OwnQueue().walks; // a list on the stack would be lost with a thread that ends inside
+    auto& walks = OwnQueue().walks; // a list on the stack would leak with a thread that ends inside
     {
         std::vector<HWND> handles;
         for (const machine::Window* window : WindowsInSight())

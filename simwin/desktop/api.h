@@ -94,18 +94,18 @@ struct WINDOWPOS {
     UINT flags;
 };
 
-// --- Windows. Behind them: the classes of each process, and the windows of each session from front to back; they go
-// with their process. A process meets the windows of its own session alone; one in session 0 those of all sessions, in
-// the order of their creation. Each operation on a window gives 1400 where there is none.
+// --- Windows. State: the classes of each process, and the windows of each session from front to back; they are
+// destroyed with their process. A process sees only the windows of its own session; one in session 0 those of all
+// sessions, in the order of their creation. Each operation on a window fails with 1400 where there is none.
 // A window that belongs to another thread: SetWindowPos, ShowWindow and SetWindowRgn wait until that thread asks for
 // messages or waits for an answer itself; a window of a scripted program, which has no thread, answers at once.
 inline constexpr DWORD ERROR_CANNOT_FIND_WND_CLASS = 1407;
 inline constexpr DWORD ERROR_WINDOW_OF_OTHER_THREAD = 1408;
 
-ATOM RegisterClassA(const WNDCLASSA* windowClass); // 0 with 1410 for a name that the process has already, 8
+ATOM RegisterClassA(const WNDCLASSA* windowClass); // 0 with 1410 for a name that the process already has, 8
 // A top-level window without menu; the parent is null or the desktop window. x CW_USEDEFAULT: 0, 0; width
 // CW_USEDEFAULT: of a popup nothing, else three quarters of the screen. WS_VISIBLE shows it with activation. null with
-// 1407 for a class that the process has not, 8, 5, or when the window refuses WM_NCCREATE or WM_CREATE. Calls the
+// 1407 for a class that the process does not have, 8, 5, or when the window refuses WM_NCCREATE or WM_CREATE. Calls the
 // window's procedure.
 HWND CreateWindowExA(DWORD extendedStyle, LPCSTR className, LPCSTR title, DWORD style, int x, int y, int width,
                      int height, HWND parent, HMENU menu, HINSTANCE instance, LPVOID parameter);
@@ -156,18 +156,18 @@ inline constexpr UINT SWP_NOOWNERZORDER = 0x0200;
 inline constexpr UINT SWP_NOSENDCHANGING = 0x0400;
 inline constexpr UINT SWP_ASYNCWINDOWPOS = 0x4000;
 // Sends WM_WINDOWPOSCHANGING (unless SWP_NOSENDCHANGING) and WM_WINDOWPOSCHANGED to the window. after: the four above
-// or a window. Without SWP_NOACTIVATE and SWP_NOZORDER the window becomes active as if clicked at.
+// or a window. Without SWP_NOACTIVATE and SWP_NOZORDER the window becomes active as if clicked.
 BOOL SetWindowPos(HWND window, HWND after, int x, int y, int width, int height, UINT flags);
 // The front visible window at a point of the screen, by its rectangle and region; a child before its parent. null:
 // none.
 HWND WindowFromPoint(POINT point);
 BOOL ValidateRect(HWND window, const RECT* rect); // nothing is ever painted because of it
 HWND GetDesktopWindow();
-// What Windows does with a message: WM_CLOSE destroys the window, WM_GETTEXT and WM_SETTEXT are its title.
+// The default handling of a message: WM_CLOSE destroys the window, WM_GETTEXT and WM_SETTEXT are its title.
 LRESULT DefWindowProcA(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 
-// --- Messages. Behind them: a queue for each thread that has asked for messages or made a window. What is sent from
-// another thread is handled when a thread asks for messages or waits for an answer, what is posted in its order. The
+// --- Messages. State: a queue for each thread that has asked for messages or created a window. What is sent from
+// another thread is handled when a thread asks for messages or waits for an answer, what is posted in order. The
 // queue's WM_QUIT comes after all that is posted, timers after that.
 
 // window null, no filter: the thread's next message. Returns: 0 for WM_QUIT, else 1. Blocks (idle).
@@ -183,8 +183,8 @@ BOOL PostMessageA(HWND window, UINT message, WPARAM wParam, LPARAM lParam);     
 BOOL PostThreadMessageA(DWORD threadId, UINT message, WPARAM wParam, LPARAM lParam); // FALSE with 1444 without a queue
 inline constexpr DWORD ERROR_NOT_ENOUGH_QUOTA = 1816;
 void PostQuitMessage(int exitCode);
-// The procedure's result. Blocks for another thread's window until that thread handles it, also for ever. 0 with 1400.
-// Texts that are sent to another process are carried over (WM_GETTEXT, WM_SETTEXT).
+// The procedure's result. Blocks for another thread's window until that thread handles it, possibly forever. 0 with
+// 1400. Texts that are sent to another process are copied over (WM_GETTEXT, WM_SETTEXT).
 LRESULT SendMessageA(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 // The same for at most `ms`. 0 with 1460 after that, 1400.
 inline constexpr UINT SMTO_ABORTIFHUNG = 2;
@@ -197,11 +197,11 @@ LRESULT SendMessageTimeoutA(HWND window, UINT message, WPARAM wParam, LPARAM lPa
 UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT ms, TIMERPROC procedure); // 0 with 1400, 1408, 8
 BOOL KillTimer(HWND window, UINT_PTR id); // FALSE with 1400, 1408, 87 without such a one
 
-// --- Input and the foreground. Behind them: each session has its cursor, its foreground window and who got the last
+// --- Input and the foreground. State: each session has its cursor, its foreground window and who got the last
 // input. Keys go to the foreground window, clicks to the window under the cursor, which takes the foreground by them
 // unless it has WS_EX_NOACTIVATE. No activation messages are sent.
 HWND GetForegroundWindow(); // null: none
-// FALSE, without an error, where Windows keeps the foreground for somebody who types: then only a process may take it
+// FALSE, without an error, where Windows keeps the foreground for a user who is typing: then only a process may take it
 // that has it, was started by the one that has it, got the last input, or has its input attached to it.
 BOOL SetForegroundWindow(HWND window);
 BOOL AttachThreadInput(DWORD threadId, DWORD toThreadId, BOOL attach); // FALSE with 87, also for one to itself
@@ -267,14 +267,14 @@ inline constexpr UINT SPI_GETTOOLTIPFADE = 0x1018;
 // Those three. Metrics of 340 bytes on every version, of 344 from 6.0 on; FALSE with 87 for another cbSize.
 BOOL SystemParametersInfoA(UINT action, UINT parameter, PVOID data, UINT update);
 
-// --- Message boxes. Behind them: the described answers; without one a box is answered at once with its first button.
+// --- Message boxes. State: the described answers; without one a box is answered at once with its first button.
 inline constexpr UINT MB_OK = 0x0000;
 inline constexpr UINT MB_ICONSTOP = 0x0010;
 inline constexpr UINT MB_ICONWARNING = 0x0030;
 inline constexpr UINT MB_ICONINFORMATION = 0x0040;
 inline constexpr UINT MB_SYSTEMMODAL = 0x1000;
 inline constexpr int IDOK = 1;
-// Returns: the button. Blocks until it is answered; 0 with 1400 for an owner that is no window.
+// Returns: the button. Blocks until it is answered; 0 with 1400 for an owner that is not a window.
 int MessageBoxA(HWND owner, LPCSTR text, LPCSTR caption, UINT flags);
 
 } // namespace simwin

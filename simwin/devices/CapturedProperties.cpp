@@ -14,7 +14,7 @@ const RegistryValue* Stored(const DeviceNode& node, const char* property) {
     return TheRegistry().GetValue(node.enumPath + "\\Properties\\" + property, "");
 }
 
-// Texts of the property store have types of their own, so they stand in UTF-16 as they were read.
+// Texts of the property store have types of their own, so they stay in UTF-16 as read.
 std::string FirstText(const RegistryValue* value) {
     if (!value)
         return {};

@@ -17,7 +17,7 @@ using namespace simwin;
 
 constexpr std::uint64_t RestartPauseMs = 50; // between stop and start
 
-// Whether the device refuses to stop; it is asked with all that hangs below it.
+// Whether the device, or anything below it, refuses to stop.
 bool RefusesToStop(DeviceNode& node) {
     bool heldOpen = false;
     return FindVeto(node, heldOpen) != nullptr;

@@ -1,5 +1,5 @@
 // Changes of a device's state by calls of the product: what the class installer and the configuration manager share.
-// All of them run on the thread that called and block it while devices stop and start; none takes an argument with a
+// All of them run on the calling thread and block it while devices stop and start; none takes an argument with a
 // destructor.
 #pragma once
 
@@ -10,14 +10,14 @@ namespace machine {
 
 // 0 or the error of SetupDiCallClassInstaller. change: DICS_PROPCHANGE, DICS_DISABLE, DICS_ENABLE.
 simwin::DWORD ChangeDeviceState(DeviceNode& node, simwin::DWORD change);
-// What the list of restarts calls it.
+// Its name in the list of restarts.
 const char* MeansOfChange(simwin::DWORD change);
 // May the running process change devices? Administrators and the system may.
 bool MayChangeDevices();
 
 struct RemovalVeto {
     int type = 0;                   // PNP_VETO_TYPE
-    DeviceNode* refusing = nullptr; // null: nobody
+    DeviceNode* refusing = nullptr; // null: none
 };
 // Asks everything below, then stops it: the node stays with problem 21.
 RemovalVeto QueryAndRemove(DeviceNode& node);

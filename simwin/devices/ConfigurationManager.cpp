@@ -18,7 +18,7 @@ namespace machine {
 
 namespace {
 
-// What a LOG_CONF or RES_DES stands for. The numbers are counters, so that they are the same in each run.
+// What a LOG_CONF or RES_DES represents. The numbers are counters, so that they are the same in each run.
 struct ResourceHandle {
     DeviceNode* node;
     simwin::RESOURCEID type; // ResType_All: the configuration itself
@@ -54,7 +54,7 @@ bool HasResource(const DeviceNode& node, simwin::RESOURCEID type) {
     return type == simwin::ResType_IO ? node.ioPort.has_value() : type == simwin::ResType_IRQ && node.irq.has_value();
 }
 
-// The id of a node for the trace and the faults; it stays in memory as long as the machine.
+// The id of a node for the trace and the faults; it lives as long as the machine.
 const char* IdOf(simwin::DEVINST number) {
     const DeviceNode* node = TheDeviceTree().Find(number);
     return node ? node->id.c_str() : "";
@@ -113,7 +113,7 @@ simwin::CONFIGRET GetProperty(simwin::DEVINST number, simwin::ULONG property, si
     return CR_SUCCESS;
 }
 
-// The name of who refused, as a wide text cut to the room.
+// The name of the device that refused, as a wide text cut to the buffer.
 void GiveVeto(const RemovalVeto& veto, simwin::PPNP_VETO_TYPE type, wchar_t* name, simwin::ULONG length) {
     if (type)
         *type = static_cast<simwin::PNP_VETO_TYPE>(veto.type);
@@ -246,7 +246,7 @@ CONFIGRET CM_Get_First_Log_Conf(PLOG_CONF configuration, DEVINST node, ULONG fla
         return Missing(node);
     if (flags != ALLOC_LOG_CONF && flags != BOOT_LOG_CONF)
         NotModelled("CM_Get_First_Log_Conf", "a configuration that is neither the allocated nor the boot one");
-    // What is allocated goes with the driver; what the firmware set up stays.
+    // Allocated resources go with the driver; what the firmware set up stays.
     if ((!found->irq && !found->ioPort) || (flags == ALLOC_LOG_CONF && !found->IsRunning()))
         return CR_NO_MORE_LOG_CONF;
     if (configuration)
@@ -275,7 +275,7 @@ CONFIGRET CM_Get_Next_Res_Des(PRES_DES descriptor, RES_DES previous, RESOURCEID 
         return CR_INVALID_RES_DES;
     if (type != ResType_IO && type != ResType_IRQ)
         NotModelled("CM_Get_Next_Res_Des", "a resource that is neither an I/O range nor an interrupt");
-    // At most one descriptor of a type: behind one of this type there is none.
+    // There is at most one descriptor of a type, so none after one of this type.
     if (from->type == type || !HasResource(*from->node, type))
         return CR_NO_MORE_RES_DES;
     if (found)

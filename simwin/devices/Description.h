@@ -1,5 +1,5 @@
 // What a description says about devices, DOS names and ComDB: plain records that the rehearsal or a test fills and
-// hands over once, before the machine runs (Devices.h: BuildDevices). An optional without value means "as by kind".
+// passes once, before the machine runs (Devices.h: BuildDevices). An optional without value means "as by kind".
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ std::optional<DeviceKind> DeviceKindFromName(std::string_view name); // "port", 
 enum class NameTaken : std::uint8_t { NoName, Fail, Take };
 std::optional<NameTaken> NameTakenFromName(std::string_view name); // "no-name", "fail", "take"
 
-// When the DOS name goes behind a driver that stopped: so many ms later, or with the last handle to it.
+// When the DOS name is deleted after its driver stopped: this many ms later, or with the last handle to it.
 struct LinkGoes {
     std::uint64_t afterMs = 0;
     bool withLastHandle = false; // "close"
@@ -49,20 +49,21 @@ struct DeviceDescription {
     std::optional<std::uint64_t> startsInMs;
     std::optional<bool> leavesLink;
     std::optional<LinkGoes> linkGoes;
-    std::optional<std::uint32_t> vetoes; // so many times; VetoesAlways for `true`, 0 for `false`
+    std::optional<std::uint32_t> vetoes; // how many times; VetoesAlways for `true`, 0 for `false`
     std::optional<bool> refuses;
     std::optional<std::string> heldBy; // a program's path
     std::optional<bool> isProtected;   // key `protected`: its keys refuse the system account
 };
 inline constexpr std::uint32_t VetoesAlways = 0xFFFFFFFF;
 
-// How opening a DOS name goes that no running device explains.
+// The result of opening a DOS name that no running device explains.
 struct Opens {
     std::uint32_t error = 0;  // 2 gone, 3 no-path, 433 no-device, 5 busy; 0: it opens
-    bool hangs = false;       // the opener blocks for ever
-    std::uint64_t lateMs = 0; // "late 450ms": opens, so much later
+    bool hangs = false;       // the opener blocks forever
+    std::uint64_t lateMs = 0; // "late 450ms": opens, this much later
 };
-// "gone", "no-path", "no-device", "busy", "hangs", "ok", or "late" with a duration ("late 450ms"); none if it is none.
+// "gone", "no-path", "no-device", "busy", "hangs", "ok", or "late" with a duration ("late 450ms"); nothing for another
+// text.
 std::optional<Opens> OpensFromText(std::string_view text);
 
 struct DosNameDescription {
@@ -71,7 +72,7 @@ struct DosNameDescription {
 };
 
 struct ComDatabaseDescription {
-    std::optional<std::vector<unsigned>> taken; // the numbers whose bits are set; none: what exports and devices say
+    std::optional<std::vector<unsigned>> taken; // the numbers whose bits are set; none: as the exports and devices say
     std::optional<std::size_t> size;            // in bytes; 32 unless given
     bool missing = false;
 };

@@ -66,7 +66,7 @@ std::string CounterKey(const CountedName& counted) {
 } // namespace
 
 bool InstanceIdLess::operator()(std::string_view a, std::string_view b) const {
-    // A key's name ends in front of every longer one, so the backslash sorts below all characters.
+    // A key's name sorts before every longer one, so the backslash sorts below all characters.
     const auto rank = [](char c) {
         const char capital = c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
         return capital == '\\' ? 0 : static_cast<unsigned char>(capital);
@@ -128,7 +128,7 @@ std::vector<DeviceNode*> DeviceTree::AllByRegistry() const {
     return nodes;
 }
 
-// The next one that nobody has.
+// The next unused one.
 simwin::DWORD DeviceTree::NextNumber() {
     while (m_byNumber.contains(m_next))
         ++m_next;
@@ -366,8 +366,8 @@ static bool ReadPciLocation(const DeviceNode& node, unsigned (&numbers)[3]) {
     return count == std::size(numbers);
 }
 
-// Device and function, two hexadecimal digits each, behind the path of the bridge above. A bus behind a bridge that is
-// not known has no path: which bridge it is cannot be guessed.
+// Device and function, two hexadecimal digits each, after the path of the bridge above. A bus behind an unknown bridge
+// has no path: which bridge it is cannot be guessed.
 static std::string PciPathOf(const DeviceNode& node) {
     unsigned numbers[3] = {};
     if (!ReadPciLocation(node, numbers))
@@ -385,7 +385,7 @@ std::string LocationPathOf(const DeviceNode& node) {
     if (node.said.locationPath)
         return *node.said.locationPath;
     if (!StartsWithNoCase(node.id, "USB\\")) {
-        // A USB device may have been moved since; these stay where they are.
+        // A USB device may have been moved since then; these stay where they are.
         const std::string captured = CapturedLocationPath(node);
         return captured.empty() && StartsWithNoCase(node.id, "PCI\\") ? PciPathOf(node) : captured;
     }

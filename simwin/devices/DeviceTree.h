@@ -44,20 +44,20 @@ struct KernelDevice {
     DefinitionId link = 0;
 };
 
-// Who makes a device stop and start: what happens outside, or a call of the product.
+// What makes a device stop and start: an event outside, or a call of the product.
 enum class Cause : std::uint8_t { Outside, Product };
 
 enum class DeviceState : std::uint8_t { Absent, Stopped, Starting, Running };
 
 struct DeviceNode {
     simwin::DWORD number = 0;  // the DEVINST
-    bool hasOwnNumber = false; // of every start, not one that counts
+    bool hasOwnNumber = false; // set at every start; not counted
     std::string id;            // as it is written
     std::string enumPath;      // 'HKLM\SYSTEM\CurrentControlSet\Enum\...'
     DeviceKind kind = DeviceKind::Other;
     bool root = false;        // HTREE\ROOT\0
     bool printerPort = false; // class Ports, but LPTn: no COM interface, no SERIALCOMM
-    DeviceDescription said;   // what the description says; everything unset for a device of the exports alone
+    DeviceDescription said;   // what the description says; all unset for a device known from exports alone
     bool installed = false;   // its key below Enum is there
     bool uninstalled = false; // taken out of the tree by an uninstall
 
@@ -65,13 +65,13 @@ struct DeviceNode {
     std::vector<DeviceNode*> children; // in the order of enumeration
     std::vector<std::unique_ptr<DeviceInterface>> interfaces;
 
-    bool attached = false;   // it sits in its socket: it is there whenever its parent is
-    bool pulledOut = false;  // an event took it away, so that a plug of its parent leaves it out
-    bool crowdedOut = false; // of several in the exports on one hub port not the one that is there
+    bool attached = false;   // it is plugged in: present whenever its parent is
+    bool pulledOut = false;  // an event pulled it out, so a plug of its parent leaves it out
+    bool crowdedOut = false; // one of several in the exports on one hub port, and not the one that is present
     std::string whyAbsent;   // why the exports' device is not there at the start; "" if it is
     DeviceState state = DeviceState::Absent;
     simwin::DWORD problem = 0;
-    simwin::DWORD stickyProblem = 0; // what every later start ends with; 0: a start clears the problem
+    simwin::DWORD stickyProblem = 0; // the result of every later start; 0: a start clears the problem
     bool quietStart = false;         // a problem that ends quietly: the driver starts, the interfaces stay as they are
     std::uint64_t startSerial = 0;   // a start that was overtaken by something else is not finished
     std::uint64_t attachedAtMs = 0;
@@ -89,12 +89,12 @@ struct DeviceNode {
     std::optional<std::size_t> openRestart; // begun by a disable or a removal, ended by the call that starts it
     unsigned restarts = 0;
     bool installing = false;           // for the first time, and it has not started yet
-    bool leaving = false;              // it goes, step by step
+    bool leaving = false;              // it is leaving, step by step
     bool isComingBack = false;         // out for a moment: a cycle, a replug, a move
     DeviceNode* comesBackOn = nullptr; // of a move: the hub, and its port
     unsigned comesBackOnPort = 0;
     bool returnsAfterLeaving = false;
-    Cause startCause = Cause::Outside; // who asked for the start that is going on
+    Cause startCause = Cause::Outside; // who requested the start in progress
     bool wasHeld = false;              // `held_by` opened it once
     WaitQueue startWaiters;            // threads whose call waits until it runs or has failed
 
@@ -116,7 +116,7 @@ struct InstanceIdLess {
 class DeviceTree {
 public:
     ~DeviceTree();
-    DeviceNode* Find(simwin::DWORD number) const; // null for one that never was or was uninstalled
+    DeviceNode* Find(simwin::DWORD number) const; // null if it never existed or was uninstalled
     DeviceNode* FindById(std::string_view id) const;
     DeviceNode* Root() const { return m_root; }
     // In the order of enumeration, uninstalled ones left out.
@@ -125,7 +125,7 @@ public:
     std::vector<DeviceNode*> AllEver() const;
     // All in the order of the registry: by instance id in capitals, key by key.
     std::vector<DeviceNode*> AllByRegistry() const;
-    // Makes a node below a parent (null: not yet). number 0: the next one.
+    // Creates a node below a parent (null: not yet). number 0: the next one.
     DeviceNode* Add(std::string_view id, simwin::DWORD number = 0);
     // False, and nothing changes, for a parent that hangs below the node itself.
     bool SetParent(DeviceNode* node, DeviceNode* parent);
@@ -174,7 +174,7 @@ DeviceTree& TheDeviceTree();
 // Whether a node hangs at or below another; a null node does not.
 bool HangsBelow(const DeviceNode* node, const DeviceNode* top);
 
-// Properties, as the configuration manager gives them: what stands in the registry, with texts of the form
+// Properties, as the configuration manager gives them: the registry values, with texts of the form
 // "@file,%name%;Text" cut to the text and "(1,2,3)" filled in. "" for one that is not there.
 std::string DeviceText(const DeviceNode& node, const char* value);
 std::string ClassNameOf(const DeviceNode& node);

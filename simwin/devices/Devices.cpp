@@ -55,7 +55,7 @@ const char* Or(const char* text, const char* other) {
     return text ? text : other;
 }
 
-// What the node is, from the description, the catalogue, its kind.
+// The node's facts, from the description, the catalogue, its kind.
 struct Facts {
     std::string className, classGuid, service, description, hardwareId;
     std::uint32_t capabilities;
@@ -78,7 +78,7 @@ Facts FactsOf(const DeviceNode& node) {
     const char* service = known ? known->service : nullptr;
     if (known && known->serviceX86 && !TheSetup().x64Windows)
         service = known->serviceX86;
-    // A USB port that nobody knows has the driver that comes with Windows; one of the catalogue whose service is not
+    // An unknown USB port has the driver that comes with Windows; one of the catalogue whose service is not
     // known has none.
     const bool plainUsbPort = !known && node.kind == DeviceKind::Port && StartsWithNoCase(node.id, "USB\\");
     const char* kindsOwn = plainUsbPort ? "usbser" : known && node.IsPort() ? "" : defaults.service.c_str();
@@ -134,7 +134,7 @@ void MakeInterfaces(DeviceNode& node, std::string_view className) {
             TheDeviceTree().AddInterface(&node, guid);
 }
 
-// The next driver key of the class: four digits counting up behind the highest that is there.
+// The next driver key of the class: four digits, one above the highest that exists.
 std::string NewDriverKey(const std::string& classGuid) {
     auto [entry, isNew] = g_devices->nextDriverKey.try_emplace(classGuid, 0);
     if (isNew)
@@ -167,7 +167,7 @@ void SetNames(DeviceNode& node) {
         registry.SetString(node.enumPath, "FriendlyName", DescriptionOf(node) + " (" + name + ")");
 }
 
-// Its keys, outermost last, so that nothing is made below a key that refuses already.
+// Its keys, outermost last, so that nothing is created below a key that already refuses.
 void Protect(const DeviceNode& node) {
     Registry& registry = TheRegistry();
     registry.CreateKey(node.enumPath + "\\Device Parameters");
@@ -204,7 +204,7 @@ DeviceKind KindOfDescription(const DeviceDescription& said) {
                   said.className ? *said.className : said.classGuid.value_or(fallback));
 }
 
-// The lowest free port of a hub.
+// The lowest free hub port.
 unsigned FreePort(const DeviceNode& hub, const DeviceNode& node) {
     for (unsigned port = 1;; ++port)
         if (std::none_of(hub.children.begin(), hub.children.end(),
@@ -212,7 +212,7 @@ unsigned FreePort(const DeviceNode& hub, const DeviceNode& node) {
             return port;
 }
 
-// Port of its hub: as said, else by the last number of an id that follows the socket, else the lowest free one.
+// Its hub port: the described one, else by the last number of an id that follows the socket, else the lowest free one.
 unsigned PortOnHub(DeviceNode& node, const DeviceNode& hub) {
     if (node.said.hubPort)
         return *node.said.hubPort;
@@ -236,13 +236,13 @@ void CountHub(DeviceNode& node) {
         node.ports = node.said.ports.value_or(HubPorts);
 }
 
-// A hub that is not described has as many ports as it needs.
+// A hub that is not described has as many hub ports as it needs.
 void WidenHub(DeviceNode& hub, unsigned port) {
     if (!hub.said.ports && port > hub.ports)
         hub.ports = port;
 }
 
-// Takes over what is said anew, into the node alone.
+// Adopts what is newly described, into the node alone.
 void TakeDescription(DeviceNode& node, const DeviceDescription& description) {
     node.said = MergeDescriptions(node.said, description);
     node.said.id = node.id;
@@ -276,7 +276,7 @@ void AddDescribed(const DeviceDescription& description) {
     CountHub(*node);
 }
 
-// Hangs it below its parent, which may stand behind it in the description. Returns what is wrong, "" for nothing.
+// Puts it below its parent, which may come later in the description. Returns what is wrong, "" for nothing.
 std::string LinkDescribed(const DeviceDescription& description) {
     DeviceNode* node = TheDeviceTree().FindById(description.id);
     DeviceNode* parent = description.parent ? TheDeviceTree().FindById(*description.parent) : nullptr;
@@ -309,7 +309,7 @@ std::string FinishDescribed(DeviceNode& node) {
     return {};
 }
 
-// Of several that are described for one socket, as sketch and bootloader of a board, one can be plugged in.
+// Of several devices described for one socket, such as sketch and bootloader of a board, one can be plugged in.
 std::string FindSharedSocket(const DevicesDescription& description) {
     std::map<std::pair<DeviceNode*, unsigned>, DeviceNode*> sockets;
     for (const DeviceDescription& device : description.devices) {
@@ -365,7 +365,7 @@ void FinishExported() {
             WidenHub(*node->parent, node->hubPort);
 }
 
-// Interrupt and I/O port: as said, and for the ports on the board those that they have had since the first boards.
+// Interrupt and I/O port from the description; on-board ports have had the same ones since the first boards.
 void GiveResources() {
     struct OnBoard {
         std::uint32_t ioPort, irq;
@@ -380,8 +380,8 @@ void GiveResources() {
     }
 }
 
-// Windows would look for a driver; here nobody knows what comes of such an adapter. One that is known may bring its
-// ports as devices of their own, which nothing makes but the exports and the description.
+// Windows would look for a driver; the machine does not know what would come of such an adapter. One that is known may
+// bring its ports as devices of their own, which nothing makes but the exports and the description.
 void NoteUnknownAdapters() {
     for (const DeviceNode* node : TheDeviceTree().All()) {
         const bool mayBringPorts = node->kind == DeviceKind::Usb || node->kind == DeviceKind::Composite;
@@ -548,7 +548,7 @@ void AmendDevice(std::string_view id, const DeviceDescription& description) {
         return;
     const simwin::DWORD problem = node->problem;
     TakeDescription(*node, description);
-    node->problem = problem; // a running device does not fall over what is said of it
+    node->problem = problem; // a running device must not stumble over a new description
     if (node->installed)
         InstallKeys(*node, false);
 }

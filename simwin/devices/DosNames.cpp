@@ -79,7 +79,7 @@ bool DosNames::Erase(NameMap::iterator entry, std::size_t at, const char* by) {
     const std::string spelling = name.name, before = Top(name);
     name.stack.erase(name.stack.begin() + static_cast<std::ptrdiff_t>(at));
     const std::string after = Top(name);
-    if (name.stack.empty()) { // before anybody is told: who looks then finds no name without a definition
+    if (name.stack.empty()) { // before anyone is notified: a look-up then finds no name without a definition
         m_order.erase(name.made);
         m_names.erase(entry);
     }

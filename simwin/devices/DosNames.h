@@ -20,8 +20,8 @@ using DefinitionId = std::uint64_t; // never given out twice; 0: none
 struct DosDefinition {
     DefinitionId id;
     std::string target;
-    Opens opens;            // how opening it goes when no device stands behind the target
-    bool described = false; // `opens` was said by the description
+    Opens opens;            // the result of opening it when the target is no device
+    bool described = false; // `opens` comes from the description
 };
 
 // A change of what a name leads to: "" for none.
@@ -33,13 +33,13 @@ struct DosNameChange {
 
 class DosNames {
 public:
-    // Lays a definition on top. Returns its id.
+    // Puts a definition on top. Returns: its id.
     DefinitionId Define(std::string_view name, std::string_view target, const char* by);
-    // Takes the newest definition away; false if there is none.
+    // Removes the newest definition; false if there is none.
     bool RemoveNewest(std::string_view name, const char* by);
     // The newest that leads to a target beginning with (or, exact, equal to) the text.
     bool RemoveMatching(std::string_view name, std::string_view target, bool exact, const char* by);
-    // This very definition, wherever it lies in the stack.
+    // This definition, wherever it is in the stack.
     bool RemoveDefinition(std::string_view name, DefinitionId id, const char* by);
     // All definitions of the name.
     bool RemoveName(std::string_view name, const char* by);
@@ -68,7 +68,7 @@ private:
     static std::string Top(const Name& name) { return name.stack.empty() ? std::string() : name.stack.back().target; }
 
     NameMap m_names;
-    std::map<std::uint64_t, const Name*> m_order; // by the time of making
+    std::map<std::uint64_t, const Name*> m_order; // by creation time
     std::uint64_t m_next = 1;
     std::function<void(const DosNameChange&)> m_watcher;
 };

@@ -1,4 +1,4 @@
-// QueryDosDeviceA and DefineDosDeviceA: the product's door to the DOS name space.
+// QueryDosDeviceA and DefineDosDeviceA: the product's access to the DOS name space.
 #include "simwin/devices/DeviceTree.h"
 #include "simwin/devices/DosNames.h"
 #include "simwin/devices/api.h"
@@ -11,7 +11,8 @@ namespace simwin {
 
 namespace {
 
-// Lays texts with their zeros and one more zero into the buffer. Gives the count of characters, 0 without room.
+// Writes texts with their zeros and one more zero into the buffer. Returns: the characters written, 0 if they do not
+// fit.
 DWORD CopyTexts(const std::vector<std::string>& texts, LPSTR buffer, DWORD size) {
     std::size_t needed = 1;
     for (const std::string& text : texts)

@@ -92,7 +92,7 @@ const RegistryValue* ComDb() {
     return TheRegistry().GetValue(Arbiter, "ComDB");
 }
 
-// The lowest number from COM3 on that ComDB leaves free, 0 if there is none.
+// The lowest number from COM3 on that is free in ComDB, 0 if there is none.
 unsigned ChooseNumber() {
     if (const RegistryValue* bits = ComDb()) {
         const auto count = static_cast<unsigned>(bits->data.size() * 8);

@@ -27,7 +27,7 @@ void Replace(std::string& text, std::string_view from, std::string_view to) {
     text = result.append(text, at);
 }
 
-// Ids as they stand in the registry, whatever wrote the list: web and JSON forms escape "&" and the backslash.
+// Ids as in the registry, whatever wrote the list: web and JSON forms escape "&" and the backslash.
 std::string WithPlainIds(std::string text) {
     Replace(text, "&amp;", "&");
     Replace(text, "\\u0026", "&");
@@ -43,8 +43,8 @@ bool IsMark(char c) {
     return IsBlank(c) || std::string_view("\"',;=|<>[]()").find(c) != std::string_view::npos;
 }
 
-// Does the id stand in the text, not as a part of a longer one? A colon may be a part of an id, so it ends one only in
-// front of a blank.
+// Is the id in the text, and not part of a longer one? A colon may be part of an id, so it ends one only before a
+// blank.
 bool StandsIn(const std::string& text, std::string_view id) {
     for (std::size_t at = FindNoCase(text, id); at != std::string::npos; at = FindNoCase(text, id, at + 1)) {
         const std::size_t end = at + id.size();
@@ -57,7 +57,7 @@ bool StandsIn(const std::string& text, std::string_view id) {
     return false;
 }
 
-// Which of the devices on one socket is there: the greatest.
+// Decides which of the devices on one socket is present: the greatest.
 struct Claim {
     DeviceNode* node;
     bool hasControl;
@@ -137,7 +137,7 @@ std::string SettleExportedPresence(const std::optional<std::string>& connected) 
     }
     if (!isAnyNamed)
         return "the list of connected devices names no device of the exports";
-    // What is there hangs somewhere: whatever is above it is there too.
+    // What is present has a parent: all devices above it are present too.
     for (DeviceNode* node : TheDeviceTree().All())
         if (node->attached)
             for (DeviceNode* above = node->parent; above; above = above->parent)
@@ -152,7 +152,7 @@ void LeaveOutUnplaced() {
             continue;
         node->attached = false;
         node->crowdedOut = true;
-        node->whyAbsent = "its place cannot be told";
+        node->whyAbsent = "its place is unknown";
         if (node->IsPort() || StartsWithNoCase(node->id, "USB\\"))
             AddNote(Utf8FromAnsi(fmt::format("'{}' is left out: nothing tells where it is plugged in", node->id)));
         else

@@ -43,7 +43,7 @@ DeviceNode* RootOfTree(std::string_view) {
     return TheDeviceTree().Root();
 }
 
-// ACPI\... below the ACPI root; a serial port on the board sits behind the bridge to the ISA bus.
+// ACPI\... below the ACPI root; an on-board serial port is behind the bridge to the ISA bus.
 DeviceNode* ParentOnAcpi(std::string_view id) {
     if (StartsWithNoCase(id, "ACPI\\PNP050"))
         if (DeviceNode* bridge = FirstWithService("msisadrv"))
@@ -66,7 +66,7 @@ DeviceNode* ParentOnPci(std::string_view) {
     return TheDeviceTree().Root();
 }
 
-// FTDIBUS\VID_0403+PID_6001+A702TB52A\0000 hangs below USB\VID_0403&PID_6001\A702TB52: the letter of the channel goes.
+// FTDIBUS\VID_0403+PID_6001+A702TB52A\0000 hangs below USB\VID_0403&PID_6001\A702TB52: the channel letter is dropped.
 // With several channels it hangs below the function of that channel.
 DeviceNode* ParentOnFtdiBus(std::string_view id) {
     const std::string_view middle = id.substr(8, id.rfind('\\') - 8);
@@ -135,7 +135,7 @@ struct EnumeratorRule {
     const char* enumerator;
     DeviceNode* (*parent)(std::string_view id);
 };
-// Buses that hang below the root of the tree by their nature: it stands in for a PCI or ACPI root that is not told.
+// Buses that hang below the root of the tree by their nature: it replaces an unknown PCI or ACPI root.
 constexpr std::array<EnumeratorRule, 14> EnumeratorRules = {{
     {"FTDIBUS", ParentOnFtdiBus},
     {"USB", ParentOfFunction},
@@ -153,7 +153,7 @@ constexpr std::array<EnumeratorRule, 14> EnumeratorRules = {{
     {"SW", RootOfTree},
 }};
 
-// Where a device hangs that says nothing but its id: the device that its enumerator belongs to; null if that is not
+// The parent of a device of which only the id is known: the device that its enumerator belongs to; null if that is not
 // known.
 DeviceNode* ParentByEnumerator(std::string_view id) {
     const std::string_view enumerator = EnumeratorOf(id);
@@ -172,7 +172,7 @@ void NoteGuessedPlace(DeviceNode& node) {
             NoteGuess(node, "it hangs here by its kind, nothing names its parent");
 }
 
-// Prefixes of all devices, made anew for each linking: devices may have been added.
+// Prefixes of all devices, collected again for each linking: devices may have been added.
 std::map<std::string, DeviceNode*, NoCaseLess> Prefixes() {
     std::map<std::string, DeviceNode*, NoCaseLess> prefixes;
     for (DeviceNode* node : TheDeviceTree().All())
@@ -181,7 +181,7 @@ std::map<std::string, DeviceNode*, NoCaseLess> Prefixes() {
     return prefixes;
 }
 
-// The device with the longest prefix that the instance begins with; what is left behind it is the bus address.
+// The device with the longest prefix that the instance begins with; the rest is the bus address.
 DeviceNode* FindByPrefix(const std::map<std::string, DeviceNode*, NoCaseLess>& prefixes, std::string_view id) {
     std::string_view start = InstanceOf(id);
     while (!start.empty()) {
@@ -200,8 +200,8 @@ std::string IdOfKey(const RegistryKey& key) {
     return key.parent->parent->name + "\\" + key.parent->name + "\\" + key.name;
 }
 
-// Whether a key below Enum tells what the device is. One that does not may be made of single values that somebody set
-// for a device which is described elsewhere.
+// Whether a key below Enum says what the device is. One that does not may consist of single values set for a device
+// that is described elsewhere.
 bool TellsDevice(const RegistryKey& key) {
     constexpr const char* Telling[] = {"ClassGUID", "Class", "Service", "HardwareID", "DeviceDesc", "Driver"};
     return std::any_of(std::begin(Telling), std::end(Telling),
@@ -236,7 +236,7 @@ void TakeHubPort(DeviceNode* node) {
     node->hubPort = inId ? inId : isTold && port <= MostHubPorts ? port : 0;
 }
 
-// What a device on a hub calls that hub, and how much it knows of it.
+// A device's name for its hub, and how much it knows of it.
 struct HubName {
     DeviceNode* hub;
     unsigned number;
@@ -244,7 +244,8 @@ struct HubName {
     std::uint64_t arrival;
 };
 
-// Numbers that only devices with a serial number name: which hub is meant, its place in the order of the hubs tells.
+// Numbers that only devices with a serial number name: the number's rank in the sequence of hubs decides which hub is
+// meant.
 void NumberByOrder() {
     std::vector<DeviceNode*> hubs;
     std::map<unsigned, const DeviceNode*> named;
@@ -273,8 +274,8 @@ void SetFreeHubNumber(DeviceNode& hub) {
         NoteGuess(hub, "no device names its number, so it got a free one");
 }
 
-// Hubs are called as the devices on them call them, the latest arrival first: Windows gives the numbers anew when hubs
-// start in another order. Hubs that nothing names get what is free, in their order.
+// Hubs get the numbers that their devices use, the latest arrival first: Windows renumbers hubs when they start in
+// another order. Hubs that no device names get free numbers, in sequence.
 void NumberHubs() {
     std::vector<HubName> names;
     for (DeviceNode* node : TheDeviceTree().All()) {
@@ -295,7 +296,7 @@ void NumberHubs() {
             SetFreeHubNumber(*node);
 }
 
-// Of a device on a hub that no other device names by the number: the order of the hubs is all there is to go by.
+// For a device on a hub whose number no other device uses: only the sequence of the hubs can decide.
 DeviceNode* HubByLocation(const DeviceNode& node) {
     unsigned port = 0, number = 0;
     const std::string location = node.said.location ? *node.said.location : DeviceText(node, "LocationInformation");
@@ -335,7 +336,7 @@ unsigned FreeHubNumber() {
 unsigned PortInId(std::string_view id) {
     const std::string_view instance = InstanceOf(id);
     const std::size_t last = instance.rfind('&');
-    // The second character tells an id that Windows made from a serial number.
+    // The second character distinguishes an id that Windows made from a serial number.
     const bool isMade = instance.size() > 2 && instance[1] == '&' && last > 1;
     if (!StartsWithNoCase(id, "USB\\VID_") || FindNoCase(id, "&MI_") != std::string_view::npos || !isMade)
         return 0;

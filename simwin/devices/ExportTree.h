@@ -1,5 +1,5 @@
 // From the exports of the registry editor to a device tree: which devices there are and what hangs below what. Which of
-// them are there now is told by ExportPresence.h.
+// them are present now is decided by ExportPresence.h.
 #pragma once
 
 #include "simwin/devices/DeviceTree.h"
@@ -14,8 +14,8 @@ namespace machine {
 // that only hold values of a described device are left to its description.
 void AddExportedDevices(const std::vector<DeviceDescription>& described);
 // Finds the parents of the nodes that have none, once all nodes are there: by the prefix of their instance ids, by the
-// parent that was captured, by their location, by their enumerator. Gives the hubs their numbers. A node whose place
-// nothing tells keeps no parent.
+// parent that was captured, by their location, by their enumerator. Gives the hubs their numbers. A node whose place is
+// unknown stays without a parent.
 void LinkExportedDevices();
 // The same for one described device that names no parent.
 DeviceNode* ParentOfDescribed(DeviceNode& node);
@@ -30,7 +30,7 @@ unsigned PortInId(std::string_view id);
 
 // "Port_#0007.Hub_#0002"; false for another text.
 bool ParseHubLocation(std::string_view location, unsigned& port, unsigned& hub);
-// The part of an id behind its last backslash, and that before its first.
+// The part of an id after its last backslash, and the one before its first.
 std::string_view InstanceOf(std::string_view id);
 std::string_view EnumeratorOf(std::string_view id);
 

@@ -1,5 +1,5 @@
-// What was concluded of a device's place or presence because nothing told it; for people who check how their machine
-// was understood. Filled while the tree is built.
+// What was concluded about a device's place or presence where the input does not say; for people who check how their
+// machine was understood. Filled while the tree is built.
 #pragma once
 
 #include "simwin/devices/DeviceTree.h"

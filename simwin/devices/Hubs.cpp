@@ -19,7 +19,7 @@ namespace {
 
 using namespace simwin;
 
-constexpr std::uint64_t CycleOffAfterMs = 100; // behind the request
+constexpr std::uint64_t CycleOffAfterMs = 100; // after the request
 constexpr std::uint64_t CycleOffMs = 500;      // until it is plugged in again
 constexpr std::size_t PrefixLength = 4;        // "\\.\" and "\\?\"
 
@@ -37,7 +37,7 @@ struct OpenPort : OpenDevice {
     }
 };
 
-// A name that opens though no device of the tree stands behind it.
+// A name that can be opened although it leads to no device of the tree.
 struct OpenOther : OpenDevice {};
 
 OpenDevice* OpenPortDevice(KernelDevice& device, DWORD* error) {
@@ -115,7 +115,7 @@ void Destroy() {
 
 Room g_room(66, Create, Destroy);
 
-// The device at a port as the hub knows it: null at an empty port, and before the hub has met a new device.
+// The device at a hub port as the hub knows it: null at an empty one, and before the hub knows a new device.
 DeviceNode* DeviceAt(const DeviceNode& hub, unsigned port, bool mustBeKnown) {
     for (DeviceNode* child : hub.children) {
         if (child->hubPort != port || !child->IsPresent())

@@ -1,4 +1,4 @@
-// What is plugged in and pulled out while nothing of the machine runs: it learns of the difference when it does again.
+// What is plugged in and pulled out while nothing of the machine runs: it learns of the difference when it runs again.
 #pragma once
 
 #include "simwin/devices/DeviceTree.h"
@@ -13,9 +13,9 @@ void MissUnplug(DeviceNode& node);
 void MissReplug(DeviceNode& node, std::uint64_t offMs);
 void MissMove(DeviceNode& node, DeviceNode& hub, unsigned hubPort);
 
-// The running machine notices: removals and arrivals. What was away for a moment alone has done both.
+// The running machine notices: removals and arrivals. A device that was only briefly away has done both.
 void NoticeMissedChanges();
-// The machine is off and will find things as they are.
+// The machine is off and will start from the state as it is.
 void ApplyMissedChanges();
 
 } // namespace machine

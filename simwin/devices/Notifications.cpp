@@ -27,7 +27,7 @@ struct Pending {
     std::vector<std::uint8_t> data;
 };
 
-// What one recipient still has to be told.
+// The notifications that one recipient still has to get.
 struct Queue {
     std::uint64_t id;
     NotificationRecipient recipient;
@@ -46,7 +46,7 @@ struct Notices {
     std::vector<Registration*> registrations; // in the order in which they were made
     std::vector<std::unique_ptr<Queue>> queues;
     std::uint64_t nextQueue = 1;
-    DeliverNotification serviceRoad, windowRoad;
+    DeliverNotification serviceRoute, windowRoute;
     std::function<bool(Process*, simwin::HANDLE)> isWindow;
     std::function<void()> broadcast;
     std::set<std::string> guidTexts;
@@ -77,17 +77,17 @@ Queue& QueueOf(const NotificationRecipient& recipient) {
     return *queue;
 }
 
-// Hands over what waits as long as the recipient returns at once.
+// Delivers what waits as long as the recipient returns at once.
 void Pump(std::uint64_t id) {
     for (Queue* queue = FindQueue(id); queue && !queue->busy && !queue->waiting.empty(); queue = FindQueue(id)) {
         const Pending next = std::move(queue->waiting.front());
         queue->waiting.pop_front();
         const NotificationRecipient recipient = queue->recipient;
-        const DeliverNotification& road = recipient.isService ? g_notices->serviceRoad : g_notices->windowRoad;
-        if (!road)
+        const DeliverNotification& route = recipient.isService ? g_notices->serviceRoute : g_notices->windowRoute;
+        if (!route)
             continue;
         queue->busy = true;
-        road(recipient, next.event, next.data, [id] {
+        route(recipient, next.event, next.data, [id] {
             if (!g_notices)
                 return;
             if (Queue* answered = FindQueue(id)) {
@@ -116,7 +116,7 @@ std::string Unanswered() {
     std::string text;
     for (const auto& queue : g_notices->queues)
         if (queue->busy)
-            text += fmt::format("a device notification to a {} is unanswered, {} wait behind it",
+            text += fmt::format("a device notification to a {} is unanswered, {} wait after it",
                                 queue->recipient.isService ? "service" : "window", queue->waiting.size());
     return text;
 }
@@ -157,12 +157,12 @@ std::vector<std::uint8_t> Sized(std::vector<std::uint8_t> data) {
 
 } // namespace
 
-void SetServiceRoad(DeliverNotification road) {
-    g_notices->serviceRoad = std::move(road);
+void SetServiceRoute(DeliverNotification route) {
+    g_notices->serviceRoute = std::move(route);
 }
 
-void SetWindowRoad(DeliverNotification road) {
-    g_notices->windowRoad = std::move(road);
+void SetWindowRoute(DeliverNotification route) {
+    g_notices->windowRoute = std::move(route);
 }
 
 void SetWindowCheck(std::function<bool(Process*, simwin::HANDLE)> check) {
@@ -199,7 +199,7 @@ std::vector<std::uint8_t> OtherEventData(simwin::DWORD deviceType) {
 void NotifyInterface(const DeviceInterface& deviceInterface, simwin::DWORD event) {
     simwin::GUID guid{};
     GuidFromText(deviceInterface.classGuid, guid);
-    // A copy: handing over may end a recipient.
+    // A copy: delivery may end a recipient.
     const std::vector<Registration*> registrations = g_notices->registrations;
     for (const Registration* registration : registrations) {
         if (std::find(g_notices->registrations.begin(), g_notices->registrations.end(), registration) ==

@@ -1,6 +1,6 @@
-// Who wants to hear of devices, and how they are told. Each recipient gets its notifications one after another and is
-// asked again only when it has returned from the last. How a notification reaches a service or a window is the matter
-// of those rooms: they install a road here.
+// Who wants device notifications, and how they are delivered. Each recipient gets its notifications one after another,
+// the next only after it has returned from the last. How a notification reaches a service or a window is the matter of
+// those rooms: they install a route here.
 #pragma once
 
 #include "simwin/devices/DeviceTree.h"
@@ -26,15 +26,15 @@ struct NotificationRecipient {
 // The recipient has returned from the notification, or will never see it. To be called exactly once.
 using NotificationReturned = std::function<void()>;
 
-// Hands one notification to the recipient: service control 11 or WM_DEVICECHANGE with this event. data: what the event
-// data points to, empty for a null pointer; the road keeps it until the recipient has returned. Must not block.
+// Delivers one notification to the recipient: service control 11 or WM_DEVICECHANGE with this event. data: what the
+// event data points to, empty for a null pointer; the route keeps it until the recipient has returned. Must not block.
 using DeliverNotification = std::function<void(const NotificationRecipient& recipient, simwin::DWORD event,
                                                const std::vector<std::uint8_t>& data, NotificationReturned returned)>;
-void SetServiceRoad(DeliverNotification road);
-void SetWindowRoad(DeliverNotification road);
+void SetServiceRoute(DeliverNotification route);
+void SetWindowRoute(DeliverNotification route);
 // Whether a handle names a window; without one every handle but null does.
 void SetWindowCheck(std::function<bool(Process* process, simwin::HANDLE window)> check);
-// Posts DBT_DEVNODES_CHANGED to all top-level windows: Windows asks nobody to register for it.
+// Posts DBT_DEVNODES_CHANGED to all top-level windows: no registration is needed for it.
 void SetTreeChangeBroadcast(std::function<void()> broadcast);
 
 // The event data of a device interface or of a port, in the form that the recipient gets: UTF-16 (wide) or ANSI.
@@ -44,21 +44,21 @@ std::vector<std::uint8_t> OtherEventData(simwin::DWORD deviceType);
 
 // To everybody who registered for the class of the interface, in the order of registration.
 void NotifyInterface(const DeviceInterface& deviceInterface, simwin::DWORD event);
-// The tree changed: half a second after the first change that was not told yet the windows are told, and services too
-// if a description wants that of one of the changes.
+// The tree changed: half a second after the first unannounced change the windows are notified, and services too if a
+// description requests that for one of the changes.
 void NoteTreeChange(bool servicesToo = false);
-// The power is gone, and with it what was to be announced.
+// The power is gone, and with it all pending notifications.
 void ForgetTreeChange();
 // At once: to windows, and with `servicesToo` to every service that registered.
 void SendTreeChange(bool servicesToo);
-// To one recipient, whatever it registered: the raw event of a description. With a null handle to the recipient of that
-// process which registered first.
+// To one recipient, whatever it registered for: the raw event of a description. With a null handle to the recipient of
+// that process which registered first.
 void SendNotification(const NotificationRecipient& recipient, simwin::DWORD event, std::vector<std::uint8_t> data);
 
 // Recipients that registered, each once, in the order of their first registration.
 std::vector<NotificationRecipient> Recipients();
 
-// '{86e0d1e0-...}' in lower case, and back; false for a text that is none.
+// '{86e0d1e0-...}' in lower case, and back; false for another text.
 std::string GuidText(const simwin::GUID& guid);
 const char* LastingGuidText(const simwin::GUID* guid); // in memory that stays; "" for null
 bool GuidFromText(std::string_view text, simwin::GUID& guid);

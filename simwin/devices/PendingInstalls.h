@@ -9,7 +9,7 @@ namespace machine {
 void BeginInstall(DeviceNode& node);
 // It has started, has failed to, or is gone again: its installation ends a described time later.
 void FinishInstall(DeviceNode& node);
-// The power goes, and every installation with it.
+// The power goes off, and every installation ends with it.
 void ForgetInstalls();
 // Blocks the running thread until none is pending, `ms` at most (INFINITE: no limit). False if one still is.
 bool WaitForInstalls(simwin::DWORD ms);

@@ -56,7 +56,7 @@ void BringInterfacesUp(DeviceNode& node) {
     }
 }
 
-// All go down before anybody is told.
+// All go down before anyone is notified.
 void TakeInterfacesDown(DeviceNode& node) {
     std::vector<const DeviceInterface*> gone;
     for (const auto& deviceInterface : node.interfaces)
@@ -127,7 +127,7 @@ void HoldAsSaid(DeviceNode& node) {
     HoldDevice(node, HolderProcess(*node.said.heldBy));
 }
 
-// The driver has started or has failed to: what follows from it.
+// The consequences of a driver's start or failure.
 void SetRunning(DeviceNode& node, Cause cause) {
     node.problem = 0;
     node.state = DeviceState::Running;
@@ -173,12 +173,12 @@ void FinishStart(DeviceNode& node, std::uint64_t serial) {
     WakeWaiters(node);
 }
 
-// Its parent runs: it is found there, installed if Windows never met it, and starts.
+// Its parent runs: it is found there, installed if new to Windows, and starts.
 void Arrive(DeviceNode& node, Cause cause) {
     node.state = DeviceState::Stopped;
     node.attachedAtMs = Now();
     node.longKnown = IsBuildingDevices();
-    if (!node.installed && (!IsBuildingDevices() || HasBooted())) // at the start of the run all is settled
+    if (!node.installed && (!IsBuildingDevices() || HasBooted())) // at the start of the run everything is settled
         BeginInstall(node);
     if (!node.installed)
         InstallKeys(node, node.uninstalled);
@@ -342,7 +342,7 @@ void UninstallNode(DeviceNode& node, Cause cause) {
     Tell(node, "uninstalled");
 }
 
-// What hangs below comes along, unless an event took it away by itself or it has no room in its socket.
+// What is below comes along, except what an event took away separately or what has no room in its socket.
 void AttachBelow(DeviceNode& node) {
     for (DeviceNode* child : node.children) {
         if (!child->pulledOut && !child->crowdedOut)
@@ -352,7 +352,7 @@ void AttachBelow(DeviceNode& node) {
 }
 
 void PutOnHub(DeviceNode& node, DeviceNode& hub, unsigned hubPort) {
-    if (TheDeviceTree().SetParent(&node, &hub)) // the hub may have been moved meanwhile
+    if (TheDeviceTree().SetParent(&node, &hub)) // the hub may have been moved in the meantime
         PlaceOnHub(node, hub, hubPort);
 }
 

@@ -1,5 +1,5 @@
 // What happens to devices from outside and by calls: arriving, leaving, starting, stopping, problems, holding.
-// Everything that takes time goes on by the machine's clock. The functions for events are called in the scheduler's
+// Everything that takes time follows the machine's clock. The functions for events are called in the scheduler's
 // context; those for the product's calls say so.
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace machine {
 
-// --- Events of a description. An id that is not known is added by what the catalogue knows of it.
+// --- Events of a description. An unknown id is added from the catalogue.
 inline constexpr std::uint64_t DefaultOffMs = 200;
 void PlugDevice(std::string_view id);   // with all that hangs below it
 void UnplugDevice(std::string_view id); // from the bottom up, 1 ms apart
@@ -24,7 +24,7 @@ struct ProblemEvent {
     bool sticky = false;      // later starts do not clear it
 };
 void SetDeviceProblem(std::string_view id, const ProblemEvent& event);
-void BroadcastTreeChanges(unsigned count); // so many at once, to services too
+void BroadcastTreeChanges(unsigned count); // how many at once, to services too
 // A program opens and closes a port by its DOS name. False if there is no such port to open or it is open already.
 bool HoldPort(std::string_view portName, Process* program);
 bool ReleasePort(std::string_view portName);
@@ -32,13 +32,13 @@ bool HoldPort(std::string_view portName, std::string_view imagePath);
 bool HoldDevice(DeviceNode& node, Process* program);
 std::string HolderOf(const DeviceNode& node); // path of the program that holds its port open; "" if none does
 // From now on nothing fails, refuses or is held open: described faults, vetoes and refusals end, programs let go of
-// ports, problems end and what they stopped starts, hubs do as they are asked.
+// ports, problems end and what they stopped starts, hubs obey.
 void CalmDown();
 // All devices that would hang on a bus are taken away and come back: a resume with devices = "replug".
 void ReplugAllDevices(std::uint64_t offMs = DefaultOffMs);
 
-// The power goes: no device runs or is there, nobody is told, and what was under way is over. What is out for a moment
-// is back by the next start.
+// The power goes: no device runs or is there, no one is notified, and what was in progress is over. What is out for a
+// moment is back by the next start.
 void PowerOffDevices();
 // The next start: numbers, names and drivers from the beginning, each plugged device by what the registry says.
 // Problems that a fresh start cures are gone.
@@ -47,8 +47,8 @@ void StartDevicesAnew();
 // The program that holds ports under this path: the one that runs already, or a scripted process that starts now.
 Process* HolderProcess(std::string_view imagePath);
 
-// --- The steps of which events and calls are made.
-// It sits in its socket from now on: it arrives as soon as its parent runs, then what hangs below it.
+// --- The steps that make up events and calls.
+// It is plugged in from now on: it arrives as soon as its parent runs, then what hangs below it.
 void AttachNode(DeviceNode& node, Cause cause);
 // It leaves with all below it, step by step from the bottom up. Returns how long that takes in ms.
 std::uint64_t DetachTree(DeviceNode& node, Cause cause);
@@ -59,15 +59,16 @@ unsigned StopTree(DeviceNode& node, bool childrenGo, Cause cause);
 void StartNode(DeviceNode& node, Cause cause);
 // Starts what hangs below a running node and may start; disabled and ejected ones stay as they are.
 void StartChildren(DeviceNode& node, Cause cause);
-// What hangs below it sits in its sockets too, but for what an event took away by itself.
+// What hangs below it is plugged in too, except what an event pulled out separately.
 void AttachBelow(DeviceNode& node);
-// It hangs on this port of this hub from now on; stays where it was if the hub hangs below it.
+// It is on this hub port from now on; unchanged if the hub is below it.
 void PutOnHub(DeviceNode& node, DeviceNode& hub, unsigned hubPort);
 // At the start of the machine: without time, unless it is there already. False if it cannot run.
 bool RunAtStart(DeviceNode& node);
 // Blocks the running thread until the node runs, has failed or is gone. True if it runs.
 bool WaitForStart(DeviceNode& node);
-// Who in the tree below refuses to stop: held open or vetoing. Null if nobody. Counts a veto of limited number.
+// The device in the tree below that refuses to stop: held open or vetoing. Null if none. Counts a veto of limited
+// number.
 DeviceNode* FindVeto(DeviceNode& node, bool& heldOpen);
 // Removes node and keys; the ComDB bit stays. What hangs below it is gone, its keys stay.
 void UninstallNode(DeviceNode& node, Cause cause);

@@ -1,4 +1,4 @@
-// What the end of the power and the next start mean to devices.
+// What power-off and the next start mean for devices.
 #include "simwin/devices/Devices.h"
 #include "simwin/devices/Drivers.h"
 #include "simwin/devices/MissedChanges.h"

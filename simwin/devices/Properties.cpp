@@ -17,7 +17,7 @@ using namespace simwin;
 constexpr DWORD TypeText = 1, TypeNumber = 4, TypeTexts = 7; // REG_SZ, REG_DWORD, REG_MULTI_SZ
 constexpr DWORD CapabilityRemovable = 4;
 
-// Properties that stand in the device's key below Enum, by the names of their values.
+// Properties kept in the device's key below Enum, by the names of their values.
 struct StoredProperty {
     DWORD property;
     const char* value;
@@ -90,7 +90,7 @@ std::optional<DeviceProperty> ReadDeviceProperty(const DeviceNode& node, DWORD p
     case CM_DRP_LOCATION_PATHS: {
         const std::string path = node.IsPresent() ? LocationPathOf(node) : std::string();
         if (path.empty()) {
-            // Windows would give one: a rule that uses it acts otherwise there.
+            // Windows would give one, so a rule that uses it behaves differently there.
             if (node.IsPresent() && node.IsPort() && IsOnBoard(node.id))
                 AddNote(Utf8FromAnsi("cannot tell the location path of '" + node.id +
                                      "': give it as location_path if a rule uses it"));

@@ -71,7 +71,7 @@ void GiveDevice(const ListEntry& entry, std::size_t index, SP_DEVINFO_DATA& devi
     device.Reserved = index + 1;
 }
 
-// The entry that a device record stands for; null, with the last error, if it is none of this list.
+// The entry that a device record stands for; null, with the last error, if it is not in this list.
 const ListEntry* EntryOf(const DeviceList& list, const SP_DEVINFO_DATA* device) {
     if (!IsGiven(device) || !HasSize(device->cbSize, sizeof(*device)))
         return nullptr;
@@ -97,7 +97,7 @@ void GiveInterface(const ListEntry& entry, std::size_t index, SP_DEVICE_INTERFAC
     data.Reserved = index + 1;
 }
 
-// What a call is applied to, for the trace and the faults, in memory that stays.
+// What a call is applied to, for the trace and the faults, in lasting memory.
 const char* IdOf(const SP_DEVINFO_DATA* device) {
     const DeviceNode* node = device ? TheDeviceTree().Find(device->DevInst) : nullptr;
     return node ? node->id.c_str() : "";

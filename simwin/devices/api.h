@@ -96,7 +96,7 @@ inline constexpr DWORD SPDRP_ENUMERATOR_NAME = 0x16;
 inline constexpr DWORD SPDRP_ADDRESS = 0x1C;
 inline constexpr DWORD SPDRP_LOCATION_PATHS = 0x23;
 
-// --- Configuration manager: the tree. A node that is not there gives CR_NO_SUCH_DEVNODE, number 0 CR_INVALID_DEVNODE.
+// --- Configuration manager: the tree. A missing node gives CR_NO_SUCH_DEVNODE, number 0 CR_INVALID_DEVNODE.
 CONFIGRET CM_Get_Parent(PDEVINST parent, DEVINST node, ULONG flags); // the root has none: CR_NO_SUCH_DEVNODE
 CONFIGRET CM_Get_Child(PDEVINST child, DEVINST node, ULONG flags);   // the first in the order of enumeration
 CONFIGRET CM_Get_Sibling(PDEVINST sibling, DEVINST node, ULONG flags);
@@ -263,7 +263,7 @@ inline constexpr DWORD DICS_STOP = 5;
 inline constexpr DWORD DICS_FLAG_GLOBAL = 1;
 inline constexpr DWORD DI_REMOVEDEVICE_GLOBAL = 1;
 
-// --- Setup API: device lists. A list is a picture of the moment at which it was made; the caller destroys it.
+// --- Setup API: device lists. A list is a snapshot of the moment at which it was made; the caller destroys it.
 // INVALID_HANDLE_VALUE with 87 if neither a class nor DIGCF_ALLCLASSES is given. Devices in the order of enumeration;
 // with DIGCF_DEVICEINTERFACE the interfaces of the class, each device once, its interface at the same index.
 HDEVINFO SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HWND parent, DWORD flags);
@@ -272,7 +272,7 @@ BOOL SetupDiDestroyDeviceInfoList(HDEVINFO list);                               
 BOOL SetupDiEnumDeviceInfo(HDEVINFO list, DWORD index, PSP_DEVINFO_DATA device); // FALSE with 259 at the end
 BOOL SetupDiEnumDeviceInterfaces(HDEVINFO list, PSP_DEVINFO_DATA device, const GUID* interfaceClass, DWORD index,
                                  PSP_DEVICE_INTERFACE_DATA data); // FALSE with 259 at the end
-// Without room FALSE with 122 and the size needed, the device is filled in all the same.
+// If it does not fit FALSE with 122 and the size needed; the device is filled in anyway.
 BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO list, PSP_DEVICE_INTERFACE_DATA data,
                                       PSP_DEVICE_INTERFACE_DETAIL_DATA_A detail, DWORD size, PDWORD needed,
                                       PSP_DEVINFO_DATA device);
@@ -282,10 +282,10 @@ BOOL SetupDiOpenDeviceInterfaceA(HDEVINFO list, PCSTR path, DWORD flags, PSP_DEV
 BOOL SetupDiGetDeviceRegistryPropertyA(HDEVINFO list, PSP_DEVINFO_DATA device, DWORD property, PDWORD type,
                                        PBYTE buffer, DWORD size, PDWORD needed);
 
-// --- Setup API: the class installer. The parameters stay with the list's device until they are set anew.
+// --- Setup API: the class installer. The parameters stay with the list's device until they are set again.
 BOOL SetupDiSetClassInstallParamsA(HDEVINFO list, PSP_DEVINFO_DATA device, PSP_CLASSINSTALL_HEADER params, DWORD size);
 // Blocks while the device stops and starts. FALSE with 0xE0000203 if the class installer refuses, 0xE0000215 without
-// parameters, 0xE000020B for a device that is not there, 5 for one who may not.
+// parameters, 0xE000020B for a device that is not there, 5 for a caller without the right.
 BOOL SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO list, PSP_DEVINFO_DATA device);
 // Takes the device out of the tree and its keys out of the registry.
 BOOL SetupDiRemoveDevice(HDEVINFO list, PSP_DEVINFO_DATA device);
@@ -295,12 +295,12 @@ inline constexpr DWORD DDD_RAW_TARGET_PATH = 1;
 inline constexpr DWORD DDD_REMOVE_DEFINITION = 2;
 inline constexpr DWORD DDD_EXACT_MATCH_ON_REMOVE = 4;
 inline constexpr DWORD DDD_NO_BROADCAST_SYSTEM = 8;
-// The targets of a name, the one in force first, each with its zero and one more behind the last; with a null name all
-// names in the same form. Returns the count of characters. 0 with 2 for a name that is not there, with 122 if it does
+// The targets of a name, the one in force first, each with its zero and one more after the last; with a null name all
+// names in the same form. Returns the count of characters. 0 with 2 for a missing name, with 122 if it does
 // not fit.
 DWORD QueryDosDeviceA(LPCSTR name, LPSTR buffer, DWORD size);
-// Defines a name on top of what it stands for already, or takes a definition away: the newest, or with a target the
-// newest that leads there. FALSE with 2 if there is none, with 87 for a target that is none.
+// Defines a name on top of its present definitions, or removes a definition: the newest, or with a target the
+// newest that leads there. FALSE with 2 if there is none, with 87 for an invalid target.
 BOOL DefineDosDeviceA(DWORD flags, LPCSTR name, LPCSTR target);
 
 // --- Device notifications.
@@ -363,7 +363,7 @@ static_assert(sizeof(DEV_BROADCAST_DEVICEINTERFACE_A) == 32 && sizeof(DEV_BROADC
 inline constexpr DWORD DEVICE_NOTIFY_WINDOW_HANDLE = 0;
 inline constexpr DWORD DEVICE_NOTIFY_SERVICE_HANDLE = 1;
 inline constexpr DWORD DEVICE_NOTIFY_ALL_INTERFACE_CLASSES = 4;
-// Interface classes only. Null with 13 for a filter that is none, 87 for a recipient or flags that are none.
+// Interface classes only. Null with 13 for an invalid filter, 87 for an invalid recipient or flags.
 HDEVNOTIFY RegisterDeviceNotificationA(HANDLE recipient, LPVOID filter, DWORD flags);
 BOOL UnregisterDeviceNotification(HDEVNOTIFY notification); // FALSE with 6
 
@@ -411,8 +411,8 @@ using PUSB_CYCLE_PORT_PARAMS = USB_CYCLE_PORT_PARAMS*;
 #pragma pack(pop)
 static_assert(sizeof(USB_HUB_DESCRIPTOR) == 71 && sizeof(USB_NODE_INFORMATION) == 76 &&
               sizeof(USB_CYCLE_PORT_PARAMS) == 8);
-// The three requests above, to a hub that is open. FALSE with 1 for another request or device, 31 for an empty port,
-// 87 for a port that the hub does not have, 50 for a cycle that this Windows does not know, 433 if the hub has gone.
+// The three requests above, to a hub that is open. FALSE with 1 for another request or device, 31 for an empty hub
+// port, 87 for one that the hub does not have, 50 for a cycle that this Windows does not know, 433 if the hub has gone.
 BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID out, DWORD outSize, LPDWORD returned,
                      LPOVERLAPPED overlapped);
 

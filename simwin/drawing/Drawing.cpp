@@ -136,7 +136,7 @@ void ShowOnWindow(Window& window, DisplayList drawn) {
     TellChange(window, WindowChange::Drawn);
 }
 
-// A region that a window takes over is no object of the program any more.
+// A region that a window takes over no longer belongs to the program.
 LRESULT GiveRegion(HWND handle, HRGN region) {
     Window* window = WindowFor(handle);
     if (!window)

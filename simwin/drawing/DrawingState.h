@@ -57,13 +57,13 @@ DeviceContext* ContextFor(simwin::HDC handle);               // null if there is
 simwin::HGDIOBJ AddGdi(GdiObject object);                    // of the running process
 const GdiObject& SelectedFont(const DeviceContext& context); // always one
 
-// Adds an item to what the context draws on, mirrored where its layout says so, and tells who watches the window.
+// Adds an item to what the context draws on, mirrored where its layout says so, and notifies the window's watchers.
 void Draw(const DeviceContext& context, DrawnItem item);
-// Fills what it draws on as a whole: what was there before is no longer seen.
+// Fills the whole surface: what was there before is no longer visible.
 void DrawFill(const DeviceContext& context, DrawnItem item);
-// Puts a list in place of what a window shows.
+// Replaces what a window shows by a list.
 void ShowOnWindow(Window& window, DisplayList drawn);
-// What a window shows comes from what is drawn on it; a layered one shows what it was given as a whole.
+// A window shows what is drawn on it; a layered one shows the whole picture that it was given.
 bool ShowsDrawing(const Window& window);
 
 } // namespace machine

@@ -31,7 +31,7 @@ LONG FontHeight() {
     return (FontPoints * TheSetup().dpi + PointsPerInch / 2) / PointsPerInch;
 }
 
-// 0, or what is wrong with the question.
+// 0, or the error of the call.
 HRESULT CheckPart(HTHEME theme, HDC context, int part) {
     if (theme != ToolTipTheme || !ContextFor(context))
         return NoTheme;

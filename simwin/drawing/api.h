@@ -6,7 +6,7 @@
 
 namespace simwin {
 
-// --- Device contexts. Behind them: the list of the window or of the bitmap that they draw on, and what is selected.
+// --- Device contexts. State: the list of the window or of the bitmap that they draw on, and what is selected.
 // Drawing on a window's context changes the window at once; on a memory context it stays in the bitmap.
 HDC GetDC(HWND window); // null: the screen's. null with 1400; never waits for the window's thread
 int ReleaseDC(HWND window, HDC context);
@@ -14,13 +14,13 @@ inline constexpr int HORZRES = 8;
 inline constexpr int VERTRES = 10;
 inline constexpr int LOGPIXELSX = 88;
 int GetDeviceCaps(HDC context, int index); // those three
-// With one pixel of bitmap until one is selected; takes the layout over. null with 8, 6 for what is no context.
+// With one pixel of bitmap until one is selected; adopts the layout. null with 8, 6 for an invalid context.
 HDC CreateCompatibleDC(HDC context);
 BOOL DeleteDC(HDC context);                                         // FALSE with 6
 HBITMAP CreateCompatibleBitmap(HDC context, int width, int height); // null with 8, 87
-// The one that was selected before; null with 6 for what is no object, also for a bitmap that is selected elsewhere.
+// The one that was selected before; null with 6 for an invalid object, also for a bitmap that is selected elsewhere.
 HGDIOBJ SelectObject(HDC context, HGDIOBJ object);
-BOOL DeleteObject(HGDIOBJ object); // FALSE for one that is selected somewhere or is none
+BOOL DeleteObject(HGDIOBJ object); // FALSE for one that is selected somewhere, or is invalid
 inline constexpr int NULL_PEN = 8;
 HGDIOBJ GetStockObject(int index);        // NULL_PEN
 HBRUSH CreateSolidBrush(COLORREF colour); // null with 8
@@ -44,7 +44,7 @@ BOOL BitBlt(HDC to, int x, int y, int width, int height, HDC from, int fromX, in
 BOOL RoundRect(HDC context, int left, int top, int right, int bottom, int width, int height); // with the null pen
 HRGN CreateRoundRectRgn(int left, int top, int right, int bottom, int width, int height);     // null with 8
 BOOL FrameRgn(HDC context, HRGN region, HBRUSH brush, int width, int height); // an outline inside the region
-// The region is the window's from then on. 0 with 1400, 6. null: none. Waits for another thread's window.
+// The window owns the region from then on. 0 with 1400, 6. null: none. Waits for another thread's window.
 int SetWindowRgn(HWND window, HRGN region, BOOL redraw);
 
 // --- Fonts and texts. A font of height -h has characters of width (h + 1) / 2 and lines of h * 4 / 3 pixels.
@@ -94,8 +94,8 @@ BOOL UpdateLayeredWindow(HWND window, HDC screen, POINT* place, SIZE* size, HDC 
 BOOL SetLayeredWindowAttributes(HWND window, COLORREF key, BYTE alpha, DWORD flags); // LWA_ALPHA; FALSE with 1400, 87
 
 // --- Visual styles. From 5.1 on UxTheme.dll has, to be looked up: OpenThemeData, IsThemeActive, DrawThemeBackground,
-// DrawThemeText, GetThemeTextExtent. Behind them: whether the user has a theme, and
-// the theme's class TOOLTIP. Results are HRESULTs: 0, 0x80070006 for what is no theme, 0x80070490 where it lacks the
+// DrawThemeText, GetThemeTextExtent. State: whether the user has a theme, and
+// the theme's class TOOLTIP. Results are HRESULTs: 0, 0x80070006 for an invalid theme, 0x80070490 where it lacks the
 // part.
 //     HTHEME OpenThemeData(HWND window, LPCWSTR classes); null without such a class or theme
 //     BOOL IsThemeActive();
@@ -104,7 +104,7 @@ BOOL SetLayeredWindowAttributes(HWND window, COLORREF key, BYTE alpha, DWORD fla
 //     HRESULT GetThemeTextExtent(HTHEME, HDC, int part, int state, LPCWSTR, int count, DWORD format,
 //                                const RECT* bounds, RECT* extent);
 
-// Readies the classes of the newer controls, which a manifest asks for. comctl32.dll has it, to be looked up too.
+// Initialises the classes of the newer controls, which a manifest asks for. comctl32.dll has it, to be looked up too.
 void InitCommonControls();
 
 } // namespace simwin

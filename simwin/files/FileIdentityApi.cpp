@@ -1,4 +1,4 @@
-// Which file a handle or a name really is: links, second names, owner and access list.
+// The true identity of a handle or name: links, second names, owner and access list.
 #include "simwin/files/Files.h"
 #include "simwin/files/api.h"
 
@@ -21,7 +21,7 @@ FileNode* NodeOf(simwin::HANDLE handle) {
     return file ? file->node.get() : nullptr;
 }
 
-// The part of a descriptor that was asked for.
+// The requested part of a descriptor.
 SecurityDescriptor PartOf(SecurityDescriptor part, simwin::SECURITY_INFORMATION what) {
     if (!(what & simwin::OWNER_SECURITY_INFORMATION))
         part.owner.clear();

@@ -15,7 +15,7 @@ namespace {
 
 // Only the system and administrators may write: the system's and the programs' folders.
 constexpr const char* ProgramsSddl = "O:BAG:SYD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200A9;;;BU)";
-// A drive's root: users may make folders, and work freely inside those, but make no files in the root itself.
+// A drive's root: users may make folders, and work freely inside those, but create no files in the root itself.
 constexpr const char* DriveSddl = "O:BAG:SYD:(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200A9;;;BU)(A;;LC;;;AU)"
                                   "(A;OICIIO;0x1301BF;;;AU)";
 
@@ -33,7 +33,7 @@ std::string SystemFileVersion() {
            ".1";
 }
 
-// Characters that stand in no name.
+// Characters that no name may contain.
 bool IsBadNameChar(char c) {
     return (c >= 0 && c < ' ') || std::string_view("<>\"|*?:").find(c) != std::string_view::npos;
 }
@@ -47,7 +47,7 @@ struct FileRoom {
     ProfileOverride profile;
     using Environment = std::map<std::string, std::string, NoCaseLess>;
     Environment environment;                                      // of all
-    std::map<std::string, Environment, NoCaseLess> environmentOf; // of accounts, besides what each has
+    std::map<std::string, Environment, NoCaseLess> environmentOf; // of accounts, in addition to their defaults
 };
 
 static FileRoom* g_room;
@@ -293,7 +293,7 @@ ParsedPath ParsePath(std::string_view path, std::string_view currentDirectory) {
             result.full += "\\" + name;
     if (result.full.size() == 2)
         result.full += '\\';
-    // A substituted drive stands for a folder.
+    // A substituted drive represents a folder.
     const Drive* described = TheFiles().FindDrive(drive[0]);
     if (described && !described->substitutedFor.empty()) {
         const std::string rest = result.full.substr(2);
@@ -442,7 +442,7 @@ void Files::Unlink(FileNode* node) {
     auto& list = parent->folder ? parent->entries : parent->streams;
     const auto found = list.find(node->name);
     if (found != list.end() && found->second.get() == node)
-        list.erase(found); // the node may be gone behind this line
+        list.erase(found); // the node may be gone after this line
 }
 
 bool Files::Delete(std::string_view path) {

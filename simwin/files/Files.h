@@ -1,6 +1,6 @@
-// The machine's files: drives with folders, files and their streams. The other rooms and the rehearsal make and read
-// them here by full paths such as 'C:\Tools\term.exe', past attributes, sharing and access; the product's operations
-// stand in FilesApi.cpp. Names keep the spelling of their creator and compare without regard to case.
+// The machine's files: drives with folders, files and their streams. The other rooms and the rehearsal create and read
+// them here by full paths such as 'C:\Tools\term.exe', bypassing attributes, sharing and access; the product's
+// operations are in FilesApi.cpp. Names keep the spelling of their creator and compare without regard to case.
 #pragma once
 
 #include "simwin/kernel/Objects.h"
@@ -19,7 +19,7 @@
 
 namespace machine {
 
-// A file or a folder. Streams hang at their file and share its times and access.
+// A file or a folder. Streams belong to their file and share its times and access.
 struct FileNode {
     std::string name; // with its spelling
     FileNode* parent = nullptr;
@@ -31,12 +31,12 @@ struct FileNode {
     std::uint64_t createdTime = 0, writeTime = 0;
     std::map<std::string, std::shared_ptr<FileNode>, NoCaseLess> entries; // of a folder
     std::map<std::string, std::shared_ptr<FileNode>, NoCaseLess> streams; // of a file
-    std::vector<std::string> refusedAccounts; // who may not look at it nor below it: account names, or "*"
+    std::vector<std::string> refusedAccounts; // who may not access it or anything below it: account names, or "*"
     std::shared_ptr<const SecurityDescriptor> security;
-    bool deletePending = false; // goes with its last handle; until then opening it is refused
+    bool deletePending = false; // deleted with its last handle; until then opening it is refused
     std::string fileVersion;    // of a system library or program, "10.0.19041.1"; "" none
 
-    // Those who have it open: the rights of each and what each lets others do.
+    // The open handles: the rights of each and what each lets others do.
     struct Holder {
         simwin::DWORD access, share;
     };
@@ -45,8 +45,8 @@ struct FileNode {
     std::string Path() const;
 };
 
-// A simulated device or pipe behind a file handle, made by the opener. Told once, when the last handle closes; deleted
-// with the file object. Read and Write may block; they give an error code and how many bytes were moved.
+// A simulated device or pipe behind a file handle, created by the opener. Notified once, when the last handle closes;
+// deleted with the file object. Read and Write may block; they give an error code and how many bytes were moved.
 struct OpenDevice {
     virtual ~OpenDevice() = default;
     virtual void Closed() {}
@@ -55,7 +55,7 @@ struct OpenDevice {
     std::string name; // as it was opened
 };
 
-// An open file: what a handle of CreateFileA stands for.
+// An open file, as a handle of CreateFileA refers to it.
 struct OpenFile : Object {
     OpenFile() : Object(ObjectKind::File) {}
     ~OpenFile() override;
@@ -67,8 +67,8 @@ struct OpenFile : Object {
     OpenDevice* device = nullptr; // owned
 };
 
-// How names of devices are opened. Gives the device, or null with the error. It may block; so it keeps nothing with a
-// destructor on its stack while it does.
+// Opens names of devices. Returns: the device, or null with the error. It may block, so it keeps nothing with a
+// destructor on its stack meanwhile.
 using DeviceOpener = std::function<OpenDevice*(const char* name, simwin::DWORD access, simwin::DWORD share,
                                                simwin::DWORD flags, simwin::DWORD* error)>;
 void SetDeviceOpener(DeviceOpener opener);
@@ -78,7 +78,7 @@ void SetPipeOpener(DeviceOpener opener); // names below \\.\pipe
 // A drive by its letter. Other kinds than a local disk: described for tests of "must lie on a local drive".
 struct Drive {
     simwin::UINT type = 3;      // DRIVE_FIXED
-    std::string substitutedFor; // a folder that the letter stands for; "" a drive of its own
+    std::string substitutedFor; // a folder that the letter represents; "" a real drive
     std::uint64_t freeBytes = ~0ull;
 };
 
@@ -86,22 +86,22 @@ class Files {
 public:
     Files();
 
-    FileNode* Find(std::string_view path); // null if it is not there
-    // Makes or replaces the text of a file with all folders on the way. The write time moves, also with the same text.
+    FileNode* Find(std::string_view path); // null if it does not exist
+    // Creates or replaces the text of a file, with all missing folders. The write time moves, also with the same text.
     FileNode* Write(std::string_view path, std::string_view content);
     FileNode* MakeFolder(std::string_view path);
     std::optional<std::string> Read(std::string_view path);
     bool Exists(std::string_view path) { return Find(path) != nullptr; }
     bool Delete(std::string_view path); // a folder with all in it
-    // Whose opening is refused with 5: account names, or "*" for everybody.
+    // Who is refused with 5 when opening it: account names, or "*" for everybody.
     void Refuse(std::string_view path, std::string_view account);
 
     Drive& SetDrive(char letter, const Drive& drive);
     const Drive* FindDrive(char letter) const;
     FileNode* DriveRoot(char letter);
-    // Where a full path leads to by the links in it; `last`: also by its last name.
+    // Resolves the links in a full path; `last`: also in its last name.
     std::string ThroughLinks(std::string path, bool last);
-    // Takes a file or an empty folder out of its folder, whatever holds it; gives it to another place.
+    // Removes a file or an empty folder from its folder, even if in use; moves it to another place.
     void Unlink(FileNode* node);
     bool Move(FileNode* node, std::string_view to);
     // The whole path of a name seen from a folder; "" if it is not a path.
@@ -116,8 +116,8 @@ private:
     std::map<char, std::shared_ptr<FileNode>> m_roots;
 };
 
-// A path taken apart: full, backslashes, no "." and "..", no backslash at the end but a drive's, substituted drives
-// resolved. `stream` is what stands behind a colon in the last name.
+// A parsed path: full, backslashes, no "." and "..", no backslash at the end except a drive's, substituted drives
+// resolved. `stream` is what follows a colon in the last name.
 struct ParsedPath {
     std::string full, stream;
     bool endsInBackslash = false;
@@ -137,7 +137,7 @@ bool MatchesFilePattern(std::string_view name, std::string_view pattern);
 
 // Reads a settings file as GetPrivateProfileStringA does, from its text: for the machine itself.
 std::optional<std::string> ProfileValue(std::string_view text, std::string_view section, std::string_view key);
-// What the profile functions see in place of the file's text, or nothing: the rehearsal's own log settings.
+// Replaces the file's text for the profile functions, or nothing: the rehearsal's own log settings.
 using ProfileOverride =
     std::function<std::optional<std::string>(const std::string& file, std::string_view section, std::string_view key)>;
 void SetProfileOverride(ProfileOverride source);
@@ -145,8 +145,8 @@ void SetProfileOverride(ProfileOverride source);
 // Formats as wvsprintfA does, without a limit: for the machine's own texts that the product gets to see.
 std::string FormatAsWindows(const char* format, __builtin_va_list arguments);
 
-// The environment of the running process, by name without regard to case: what the machine sets for all, and what
-// comes from the account whose environment it is. Outside a process that of the machine.
+// The environment of the running process, by name without regard to case: the machine's variables for all, and those of
+// the account whose environment it is. Outside a process, that of the machine.
 std::string GetEnvironment(std::string_view name, bool* found = nullptr);
 void SetEnvironment(std::string_view name, std::string_view value); // for all
 void SetUserEnvironment(std::string_view account, std::string_view name, std::string_view value);
@@ -155,8 +155,8 @@ std::string ExpandEnvironment(std::string_view text);
 // Whether the running thread may run this file.
 bool MayExecute(const FileNode* node);
 
-// An operation that GetProcAddress gives, as a static object of the room that has it: from which version of Windows on
-// (as WindowsVersion::Packed()) its library exports it.
+// An operation that GetProcAddress returns, as a static object of the room that has it: from which version of Windows
+// on (as WindowsVersion::Packed()) its library exports it.
 //     const OptionalOperation dpi("user32.dll", "GetDpiForWindow", AsProc(simwin::GetDpiForWindow), 0x0A00, 14393);
 struct OptionalOperation {
     OptionalOperation(const char* library, const char* name, simwin::FARPROC address, unsigned sinceVersion,

@@ -23,12 +23,12 @@ constexpr DWORD DeleteRight = 0x10000, AddFile = 0x2, ListFolder = 0x1, Execute 
 constexpr DWORD SettableAttributes = simwin::FILE_ATTRIBUTE_READONLY | simwin::FILE_ATTRIBUTE_HIDDEN |
                                      simwin::FILE_ATTRIBUTE_SYSTEM | simwin::FILE_ATTRIBUTE_ARCHIVE;
 
-// Where a name leads to: the file if it is there, else the folder in which it could be made, else an error.
+// What a name leads to: the file if it exists, else the folder in which it could be created, else an error.
 struct Place {
     ParsedPath path;
     FileNode* folder = nullptr;
     FileNode* node = nullptr;
-    DWORD error = 0; // 2 or 3 if it is not there, 123 and others if it cannot be
+    DWORD error = 0; // 2 or 3 if it does not exist, 123 and others if it cannot be
 };
 
 Place FindPlace(const char* name, bool throughLink = false) {
@@ -67,7 +67,7 @@ Place FindPlace(const char* name, bool throughLink = false) {
     return place;
 }
 
-// A described refusal, of the file or of a folder that it lies in.
+// A described refusal, of the file or of a folder above it.
 bool IsRefused(const FileNode* node, const Caller& caller) {
     for (; node; node = node->parent)
         for (const std::string& account : node->refusedAccounts)
@@ -80,7 +80,7 @@ bool MayAccess(const FileNode* node, const Caller& caller, DWORD access) {
     if (IsRefused(node, caller))
         return false;
     DWORD wanted = MapGeneric(access, FileMapping);
-    // A folder's own rights let its entries be looked at and deleted.
+    // A folder's own rights allow its entries to be queried and deleted.
     if (node->parent && node->parent->folder) {
         if (GrantedAccess(*node->parent->security, caller, ListFolder, FileMapping))
             wanted &= ~ReadAttributes;
@@ -98,7 +98,7 @@ constexpr ShareRule ShareRules[] = {{ReadData | Execute, simwin::FILE_SHARE_READ
                                     {DeleteRight, simwin::FILE_SHARE_DELETE}};
 constexpr DWORD SharedRights = ReadData | Execute | WriteData | AppendData | DeleteRight;
 
-// Every opener must let the others do what they do; one that neither reads, writes nor deletes is not asked.
+// Every opener must allow what the others do; one that neither reads, writes nor deletes is not checked.
 bool Shares(const FileNode* node, DWORD access, DWORD share) {
     if (!(access & SharedRights))
         return true;
@@ -134,7 +134,7 @@ simwin::HANDLE FailOpen(DWORD error) {
     return INVALID_HANDLE_VALUE;
 }
 
-// Nothing with a destructor stands here: the opener may block, and the thread may never come back.
+// Nothing here may have a destructor: the opener may block, and the thread may never return.
 simwin::HANDLE OpenDeviceHandle(const char* name, DWORD access, DWORD share, DWORD flags) {
     const DeviceOpener& opener = TheOpenerOf(name);
     if (!opener)
@@ -156,7 +156,7 @@ void Touch(FileNode* node) {
     timed->writeTime = std::max(FileTimeNow(), timed->writeTime + 1);
 }
 
-// What the disposition and the attributes say about a file that exists. 0: go on.
+// What the disposition and the attributes mean for a file that exists. 0: continue.
 DWORD CheckExisting(const FileNode* node, DWORD rights, DWORD disposition, DWORD flags) {
     if (disposition == simwin::CREATE_NEW)
         return node->folder ? simwin::ERROR_ACCESS_DENIED : simwin::ERROR_FILE_EXISTS;
@@ -171,7 +171,7 @@ DWORD CheckExisting(const FileNode* node, DWORD rights, DWORD disposition, DWORD
     return rewrites && (node->attributes & Kept & ~flags) ? simwin::ERROR_ACCESS_DENIED : 0;
 }
 
-// Opens a file that exists, emptied if it is to be made anew. Returns: 0 or the error.
+// Opens a file that exists, emptied if it is to be recreated. Returns: 0 or the error.
 DWORD TakeExisting(FileNode* node, DWORD rights, DWORD share, DWORD disposition, DWORD flags) {
     if (const DWORD error = CheckExisting(node, rights, disposition, flags))
         return error;
@@ -189,10 +189,10 @@ DWORD TakeExisting(FileNode* node, DWORD rights, DWORD share, DWORD disposition,
     return 0;
 }
 
-// Makes the file, or the stream with the file that it belongs to, at a place where none is. Returns: 0 or the error.
+// Creates the file, or the stream with its file, where there is none. Returns: 0 or the error.
 DWORD MakeFile(Place& place, DWORD flags, const simwin::SECURITY_ATTRIBUTES* security) {
     const Caller caller = CurrentCaller();
-    static_assert(AddFile == WriteData); // of a folder a new file needs what of a file a new stream does
+    static_assert(AddFile == WriteData); // a new file needs from its folder what a new stream needs from its file
     if (place.folder->deletePending || IsRefused(place.folder, caller) ||
         !GrantedAccess(*place.folder->security, caller, AddFile, FileMapping))
         return simwin::ERROR_ACCESS_DENIED;
@@ -533,7 +533,7 @@ DWORD GetFileAttributesA(LPCSTR name) {
     if (!error) {
         const Place place = FindPlace(name);
         error = place.error;
-        // What lies below a refused folder cannot be told from what does not.
+        // What is below a refused folder looks the same whether it exists or not.
         const FileNode* asked = place.node ? place.node : place.folder;
         if ((asked && IsRefused(asked, CurrentCaller())) ||
             (!error && (place.node->deletePending || !MayAccess(place.node, CurrentCaller(), ReadAttributes))))
@@ -549,7 +549,7 @@ HANDLE FindFirstFileA(LPCSTR pattern, WIN32_FIND_DATAA* data) {
     SIM_CALL("FindFirstFileA", pattern, ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED);
     if (simCall.error)
         return FailOpen(simCall.error);
-    // The last name may hold wildcards, so the folder is looked for by itself.
+    // The last name may hold wildcards, so the folder is looked up separately.
     std::string text = pattern ? pattern : "";
     std::replace(text.begin(), text.end(), '/', '\\');
     const std::size_t slash = text.rfind('\\');
@@ -612,7 +612,7 @@ UINT GetDriveTypeA(LPCSTR root) {
     return target ? target->type : DRIVE_NO_ROOT_DIR;
 }
 
-// Gives a text by the rule of the folder operations: the length, or the needed size with its zero.
+// Returns a text by the rule of the folder operations: the length, or the needed size with its zero.
 static DWORD GivePath(const std::string& path, LPSTR buffer, DWORD size) {
     if (size < path.size() + 1)
         return static_cast<DWORD>(path.size() + 1);

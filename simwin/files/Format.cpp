@@ -13,7 +13,7 @@ namespace machine {
 
 namespace {
 
-// Windows writes at most 1024 characters with the zero.
+// Windows writes at most 1024 characters, the zero included.
 constexpr std::size_t FormatLimit = 1023;
 
 enum class Width : std::uint8_t { Plain, Short, Long, Pointer, Wide64 };
@@ -33,7 +33,7 @@ std::size_t TakeNumber(const char*& at) {
     return number;
 }
 
-// Reads what stands behind a '%'.
+// Reads what follows a '%'.
 Conversion TakeConversion(const char*& at) {
     Conversion conversion;
     if (*at == '-') {
@@ -169,7 +169,7 @@ std::string FormatAsWindows(const char* format, __builtin_va_list arguments) {
                                           : std::string(1, static_cast<char>(character));
             Pad(out, conversion, text[0] ? text : std::string(), {}, false);
         } else {
-            out.append(start, at); // no conversion of Windows: the text behind the sign stands as it is
+            out.append(start, at); // not a conversion of Windows: the text after the sign is kept
         }
     }
     return out;

@@ -34,7 +34,7 @@ constexpr Library Libraries[] = {{"kernel32.dll", true},  {"ntdll.dll", true},  
                                  {"shcore.dll", false},   {"comctl32.dll", false}};
 constexpr std::size_t LibraryCount = std::size(Libraries);
 
-// How often each process has loaded what is not always there.
+// How often each process has loaded a library that is not always loaded.
 struct Loads {
     simwin::DWORD processId;
     std::size_t library;
@@ -57,7 +57,7 @@ int& LoadCount(std::size_t library) {
     return g_loads->back().count;
 }
 
-// The library that a name or a path means: LibraryCount if there is none. Only the system's folder is looked in.
+// The library for a name or a path: LibraryCount if there is none. Only the system's folder is searched.
 std::size_t FindLibrary(std::string_view name) {
     const std::size_t slash = name.rfind('\\');
     std::string file = Lower(slash == std::string_view::npos ? name : name.substr(slash + 1));
@@ -77,7 +77,7 @@ simwin::HMODULE ModuleOf(std::size_t library) {
     return reinterpret_cast<simwin::HMODULE>(FirstLibraryModule + library * LibraryDistance);
 }
 
-// The library behind a handle; LibraryCount if it is none of the loaded ones.
+// The library behind a handle; LibraryCount if it is not a loaded one.
 std::size_t LibraryOf(simwin::HMODULE module) {
     for (std::size_t i = 0; i < LibraryCount; ++i)
         if (module == ModuleOf(i) && (Libraries[i].alwaysLoaded || LoadCount(i) > 0))
@@ -89,7 +89,7 @@ bool IsProgram(simwin::HMODULE module) {
     return !module || reinterpret_cast<simwin::ULONG_PTR>(module) == ProgramModule;
 }
 
-// What Windows tells a program of its version: not more than 6.2 to one whose manifest names no later one.
+// The version that Windows reports to a program: at most 6.2 to one whose manifest names no later one.
 WindowsVersion ToldVersion() {
     constexpr std::string_view Ten = "8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a";
     constexpr std::string_view EightOne = "1f676c76-80e1-4239-95bb-83d0f6d0da78";
@@ -232,7 +232,7 @@ BOOL GetVersionExA(OSVERSIONINFOA* version) {
     return FALSE;
 }
 
-// The whole truth about the version, whatever the manifest says.
+// The true version, whatever the manifest says.
 static NTSTATUS RtlGetVersion(OSVERSIONINFOW* version) {
     SIM_CALL("RtlGetVersion", "");
     const bool known = FillVersion<OSVERSIONINFOW, OSVERSIONINFOEXW>(version, TheSetup().version);

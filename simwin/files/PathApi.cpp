@@ -32,7 +32,7 @@ std::string Canonical(std::string_view path) {
             continue;
         if (names[i] == "..") {
             if (root.empty() && kept.size() < 2)
-                root = "\\"; // a relative path that is climbed out of goes on at the root
+                root = "\\"; // a relative path that climbs too far continues at the root
             if (!kept.empty())
                 kept.pop_back();
             continue;
@@ -77,7 +77,7 @@ std::string ExpandEnvironment(std::string_view text) {
             text.remove_prefix(end + 1);
         } else {
             result += text.substr(start, end - start);
-            text.remove_prefix(end); // its last sign may be the first of the next name
+            text.remove_prefix(end); // its last character may be the first of the next name
         }
     }
     return result += text;

@@ -29,8 +29,8 @@ std::string_view TrimValue(std::string_view text) {
     return quoted ? text.substr(1, text.size() - 2) : text;
 }
 
-// Calls `visit` for each line of the file that is a section (isSection) or an entry with what stands before and behind
-// the equals sign (hasValue false: there is none). Ends when it gives false.
+// Calls `visit` for each line of the file that is a section (isSection) or an entry, with what precedes and follows the
+// equals sign (hasValue false: there is none). Ends when it returns false.
 struct ProfileLine {
     bool isSection = false, hasValue = false;
     std::string_view name, value;
@@ -139,7 +139,7 @@ struct ProfileObject { // file, section and key for the gate; without a destruct
     }
 };
 
-// As the system turns a text into a number: what does not fit wraps, what is none is 0.
+// Converts a text to a number as the system does: overflow wraps, other text is 0.
 simwin::UINT NumberOf(std::string_view text) {
     while (!text.empty() && static_cast<unsigned char>(text.front()) <= ' ')
         text.remove_prefix(1);

@@ -17,7 +17,7 @@ namespace machine {
 
 namespace {
 
-constexpr std::uint16_t NumberMark = 0xFFFF; // in front of a type or name that is a number
+constexpr std::uint16_t NumberMark = 0xFFFF; // precedes a type or name that is a number
 constexpr std::string_view VersionType = "#16";
 
 struct ResourceRoom {
@@ -107,7 +107,7 @@ void AlignTo4(std::vector<std::uint8_t>& bytes) {
         bytes.push_back(0);
 }
 
-// Opens a block and gives its place; the length is put in by EndBlock. valueLength in bytes, for texts in characters.
+// Opens a block and returns its place; EndBlock writes the length. valueLength in bytes, for texts in characters.
 std::size_t BeginBlock(std::vector<std::uint8_t>& bytes, const char* name, std::size_t valueLength, bool text) {
     AlignTo4(bytes);
     const std::size_t start = bytes.size();
@@ -183,7 +183,7 @@ std::size_t Word(const std::uint8_t* at) {
 
 constexpr std::size_t BlockHeader = 6;
 
-// Reads the block at `start` of at most `room` bytes; false if it is none.
+// Reads the block at `start` of at most `room` bytes; false if it is not a block.
 bool ReadBlock(const std::uint8_t* start, std::size_t room, VersionBlock& block) {
     if (room < BlockHeader)
         return false;
@@ -217,7 +217,7 @@ bool FindChildBlock(const VersionBlock& parent, std::string_view name, VersionBl
     return false;
 }
 
-// Behind the information lies a mark and how much room there is for texts that are turned to ANSI.
+// After the information come a mark and the room for texts converted to ANSI.
 constexpr std::uint32_t RoomMark = 0x58324546; // "FE2X"
 constexpr std::size_t RoomHeader = 8;
 
@@ -358,7 +358,7 @@ BOOL VerQueryValueA(LPCVOID data, LPCSTR block, LPVOID* value, PUINT size) {
         *size = static_cast<UINT>(found.valueLength);
         return TRUE;
     }
-    // A text is turned to ANSI behind the information, at a place of its own.
+    // A text is converted to ANSI after the information, at a place of its own.
     const std::size_t end = (whole + 3) & ~std::size_t{3};
     std::uint32_t mark, room;
     std::memcpy(&mark, bytes + end, sizeof mark);
@@ -369,7 +369,7 @@ BOOL VerQueryValueA(LPCVOID data, LPCSTR block, LPVOID* value, PUINT size) {
         wide.push_back(static_cast<char16_t>(Word(found.start + found.valueAt + i)));
     const std::string text = AnsiFromUtf16(wide);
     if (mark != RoomMark || place + text.size() > room)
-        NotModelled("VerQueryValueA", "a text without room behind the information");
+        NotModelled("VerQueryValueA", "a text without room after the information");
     char* to = reinterpret_cast<char*>(const_cast<std::uint8_t*>(bytes)) + end + RoomHeader + place;
     std::memcpy(to, text.data(), text.size());
     *value = to;

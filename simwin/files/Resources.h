@@ -1,5 +1,5 @@
 // The program's compiled resources and the version information of files. The .res file that the build makes is read
-// once for each machine; its bytes stay where they are, so pointers into them are good for the machine's life.
+// once for each machine; its bytes stay where they are, so pointers into them are valid for the machine's life.
 #pragma once
 
 #include "simwin/types.h"

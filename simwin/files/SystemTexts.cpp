@@ -101,7 +101,7 @@ constexpr SystemText SystemTexts[] = {
 
 constexpr simwin::DWORD ErrorMessageNotFound = 317;
 
-// The text of a code, or of the error that an HRESULT of Windows' own facility stands for; null without one.
+// The text of a code, or of the error in an HRESULT of Windows' own facility; null without one.
 const char* FindText(simwin::DWORD code) {
     constexpr simwin::DWORD OfWindows = 0x80070000;
     for (const SystemText& row : SystemTexts)

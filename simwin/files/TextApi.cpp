@@ -13,7 +13,7 @@ namespace {
 
 using Byte = unsigned char;
 
-// Letters whose other case does not lie 32 places away.
+// Letters whose other case is not 32 code points away.
 struct LetterPair {
     Byte capital, small;
 };
@@ -33,7 +33,7 @@ Byte ToSmall(Byte c) {
 
 // The order of words: marks, then digits, then letters.
 constexpr std::string_view MarkOrder = "\t\n\v\f\r !\"#$%&()*,./:;?@[\\]^_`{|}~+<=>";
-// The letters below the accents, from 0xC0 on, in small form. What is no letter stands as a blank.
+// The letters below the accents, from 0xC0 on, in small form. A blank stands for a character that is not a letter.
 constexpr std::string_view BaseLetters = "aaaaaaaceeeeiiiidnooooo ouuuuyts";
 constexpr unsigned DigitWeight = 512, LetterWeight = 1024;
 

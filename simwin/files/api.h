@@ -21,21 +21,21 @@ inline constexpr DWORD FILE_ATTRIBUTE_SYSTEM = 0x04;
 inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
 inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x20;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
-inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x400; // a link: what is done with the name happens elsewhere
+inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x400; // a link: operations on the name act on its target
 inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
 inline constexpr DWORD FILE_FLAG_BACKUP_SEMANTICS = 0x02000000;
 inline constexpr DWORD FILE_FLAG_SEQUENTIAL_SCAN = 0x08000000;
 inline constexpr DWORD INVALID_FILE_SIZE = 0xFFFFFFFF;
 
 // INVALID_HANDLE_VALUE with 2 no such file, 3 no such folder, 5 refused (a folder without FILE_FLAG_BACKUP_SEMANTICS,
-// a read-only file for writing, an account that may not, a hidden file made anew without its attribute), 32 held by
-// somebody who does not share, 80 CREATE_NEW of a file that exists, 123 not a name. CREATE_ALWAYS and OPEN_ALWAYS set
-// the last error to 183 if the file was there, else to 0. Access 0 is refused by no sharing mode.
+// a read-only file for writing, an account without the right, a hidden file recreated without its attribute), 32 in
+// use, unshared, 80 CREATE_NEW of a file that exists, 123 not a name. CREATE_ALWAYS and OPEN_ALWAYS set the last error
+// to 183 if the file existed, else to 0. Access 0 is refused by no sharing mode.
 HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD disposition,
                    DWORD flags, HANDLE templateFile);
 // FALSE with 5 for a handle without the right, 6. At the end of the file TRUE and 0 bytes.
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, LPDWORD read, LPVOID overlapped);
-// At the handle's place; with `overlapped`, whose two halves of the offset must then be 0xFFFFFFFF, behind whatever is
+// At the handle's position; with `overlapped`, whose two halves of the offset must then be 0xFFFFFFFF, at whatever is
 // the end at that moment. Moves the write time. FALSE with 5, 6, 112 (nothing more fits the disk).
 BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPOVERLAPPED overlapped);
 DWORD GetFileSize(HANDLE file, LPDWORD high);
@@ -53,13 +53,13 @@ struct BY_HANDLE_FILE_INFORMATION {
     DWORD nFileIndexHigh;
     DWORD nFileIndexLow;
 };
-// Of the file that was opened, which a link has led to. Times and numbers of the volume are 0. FALSE with 6.
+// Of the file that was opened, after any link. Times and numbers of the volume are 0. FALSE with 6.
 BOOL GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION* information);
 // The name without short parts; a link in it stays. 0 with 2 if there is no such file.
 DWORD GetLongPathNameA(LPCSTR name, LPSTR path, DWORD size);
 
-// --- Names. What a link stands for is opened; it is the link itself that is deleted, renamed or asked for. FALSE with
-// 2, 3, 5, 32; MoveFileA of a target that exists: 183.
+// --- Names. Opening follows a link; deleting, renaming and queries act on the link itself. FALSE with 2, 3, 5, 32;
+// MoveFileA of a target that exists: 183.
 BOOL DeleteFileA(LPCSTR name);
 BOOL MoveFileA(LPCSTR from, LPCSTR to);
 DWORD GetFileAttributesA(LPCSTR name); // INVALID_FILE_ATTRIBUTES with 2, 3, 5, 123
@@ -96,16 +96,16 @@ UINT GetSystemDirectoryA(LPSTR buffer, UINT size);
 DWORD GetCurrentDirectoryA(DWORD size, LPSTR buffer);
 BOOL SetCurrentDirectoryA(LPCSTR directory); // of the whole process; 2, 3 no such folder, 267 a file
 
-// --- Settings files. Read straight from the file; without a path it lies in the Windows folder. Section and key are
-// blind to case, the first of equals counts; outer blanks and one pair of quotes are taken off values and default. A
+// --- Settings files. Read straight from the file; without a path it is in the Windows folder. Section and key ignore
+// case, the first of equals is used; outer blanks and one pair of quotes are removed from values and default. A
 // null section or key lists the names, each with its zero. Gives the characters copied: size - 1 for a value that was
 // cut, size - 2 for a list that was. The last error is 2 if there is no such file, section or key.
 DWORD GetPrivateProfileStringA(LPCSTR section, LPCSTR key, LPCSTR defaultText, LPSTR buffer, DWORD size, LPCSTR file);
-// The number that such a value begins with: blanks, a sign, digits, or 0x, 0o and 0b with theirs; 0 for a text that is
-// none. The default for an absent or empty value.
+// The number that such a value begins with: blanks, a sign, digits, or 0x, 0o and 0b with theirs; 0 for other text. The
+// default for an absent or empty value.
 UINT GetPrivateProfileIntA(LPCSTR section, LPCSTR key, INT defaultNumber, LPCSTR file);
 
-// --- Texts. All ANSI, code page 1252. lstrlenA gives 0 for null, null sorts in front of all texts.
+// --- Texts. All ANSI, code page 1252. lstrlenA gives 0 for null, null sorts before all texts.
 int lstrlenA(LPCSTR text);
 // -1, 0, 1 in the order of words: letters by alphabet, small before capital letters of otherwise equal texts, hyphens
 // and apostrophes only where nothing else differs.
@@ -119,9 +119,9 @@ LPSTR StrStrIA(LPCSTR text, LPCSTR part);
 LPSTR StrChrA(LPCSTR text, WORD character);
 LPSTR StrRChrA(LPCSTR text, LPCSTR end, WORD character);
 int StrToIntA(LPCSTR text);                    // "-12" and "12abc" are numbers, " 12", "+12" and "0x1F" are 0
-BOOL StrTrimA(LPSTR text, LPCSTR characters);  // TRUE if something was taken off
+BOOL StrTrimA(LPSTR text, LPCSTR characters);  // TRUE if something was removed
 BOOL PathCanonicalizeA(LPSTR to, LPCSTR path); // to has MAX_PATH characters; FALSE if the path is longer
-void PathUnquoteSpacesA(LPSTR path);           // takes both quotes off, or none
+void PathUnquoteSpacesA(LPSTR path);           // removes both quotes, or none
 LPSTR PathGetArgsA(LPCSTR path);               // what follows the first blank outside quotes, else the final zero
 // The length with the zero, also of what does not fit: then the text is cut.
 DWORD ExpandEnvironmentStringsA(LPCSTR text, LPSTR buffer, DWORD size);

@@ -14,7 +14,7 @@ namespace machine {
 
 namespace {
 
-// With a seed a call gives the turn away once in so many times: often enough to meet every race in a few dozen seeds.
+// With a seed one call in this many yields: often enough to hit every race in a few dozen seeds.
 constexpr std::uint64_t TurnOdds = 8;
 constexpr std::size_t TraceLength = 16;
 

@@ -1,5 +1,5 @@
-// The gate: every operation that the product can call opens with SIM_CALL. It counts the call, notes it as what the
-// thread is doing, gives the turn away where a seed says so, and asks the described faults.
+// The gate: every operation that the product can call opens with SIM_CALL. It counts the call, notes it as the thread's
+// current one, yields where a seed says so, and applies the described faults.
 #pragma once
 
 #include "simwin/kernel/Scheduler.h"
@@ -13,7 +13,7 @@ namespace machine {
 
 struct Operation {
     const char* name;
-    const simwin::DWORD* errors; // those that a description may make it fail with, behind a leading 0
+    const simwin::DWORD* errors; // those that a description may make it fail with, after a leading 0
     std::size_t errorCount;
     std::uint64_t count;
 };
@@ -22,7 +22,7 @@ struct Operation {
 struct Call {
     Call(Operation& operation, const char* object);
     Call(Operation& operation, const std::string& object) : Call(operation, object.c_str()) {}
-    simwin::DWORD error = 0; // what a described fault makes it fail with; 0: go on
+    simwin::DWORD error = 0; // the error of a described fault; 0: continue
 };
 
 // A described failure or slowness of an operation.
@@ -30,20 +30,20 @@ struct Fault {
     std::string call, on; // `on`: a wildcard over what the call is applied to
     simwin::DWORD error = 0;
     std::uint64_t delayMs = 0;
-    std::uint64_t after = 0, times = 1; // skips the first `after` fits, then acts `times` times; times 0: for ever
+    std::uint64_t after = 0, times = 1; // skips the first `after` matches, then acts `times` times; times 0: forever
     std::uint64_t seen = 0, acted = 0;
     bool isOver = false;
 };
 void AddFault(const Fault& fault);
 std::span<Fault> Faults();
 
-// From now on each call that could be made to fail, and is not by a described fault, is noted as the fault that makes
-// it fail, it alone. Where an operation declares several errors its calls take them in turn.
+// From now on each call that could be made to fail, and is not by a described fault, is recorded as the fault that
+// makes only it fail. Where an operation declares several errors its calls take them in turn.
 void NoteCallsThatCanFail();
 std::span<const Fault> NotedCalls();
 
-void EndFaults();   // none acts any more; what they did stays told
-void ClearFaults(); // the machine goes: faults, watcher and counts
+void EndFaults();   // none acts any more; what they did stays recorded
+void ClearFaults(); // the machine is destroyed: faults, watcher and counts
 
 // Every operation that the machine has, by name.
 std::vector<const Operation*> AllOperations();

@@ -131,7 +131,7 @@ void SwitchToFiber(Thread* thread, void (*main)(Thread*)) {
     StartSwitch(&fakeStack, thread->stack, size);
     const transfer_t back = boost::context::detail::jump_fcontext(thread->context, thread);
     FinishSwitch(fakeStack, nullptr, nullptr);
-    // A thread that has ended may be gone by now only after the scheduler reaped it, which comes behind this.
+    // An ended thread still exists here, since the scheduler reaps it only afterwards.
     thread->context = back.fctx;
 }
 

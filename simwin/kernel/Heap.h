@@ -1,5 +1,5 @@
-// The process heap: blocks with guards before and behind them, so that an overrun is found by HeapValidate, in the
-// release that follows and at the end. The memory itself is the host's, so the sanitizers watch it too.
+// The process heap: blocks with guards before and after them, so that an overrun is found by HeapValidate, by the next
+// release and at the end. The memory itself is the host's, so the sanitizers watch it too.
 #pragma once
 
 #include <cstddef>

@@ -88,7 +88,7 @@ std::string CopyName(std::size_t number) {
     return g_folder + "/image" + std::to_string(number) + ".so";
 }
 
-// For the handler of signals, which may neither take memory nor touch a container: it can come in the middle of both.
+// For the handler of signals, which may neither take memory nor touch a container: it can interrupt both.
 char g_folderForSignals[4096];
 volatile std::sig_atomic_t g_copiesMade;
 
@@ -103,7 +103,7 @@ void RemoveFolderAndEnd(int signal) {
 std::string MakeFolder() {
     std::error_code error;
     const char* described = std::getenv("TMPDIR");
-    const bool isEmpty = described && !*described; // as good as none, as for the shell's own tools
+    const bool isEmpty = described && !*described; // treated as none, as the shell's own tools do
     const std::filesystem::path temporary = isEmpty ? "/tmp" : std::filesystem::temp_directory_path(error);
     if (error)
         return "the temporary folder (TMPDIR): " + error.message();
@@ -122,7 +122,7 @@ std::string MakeFolder() {
 
 std::string MakeCopy(const std::string& file, const std::string& copy) {
     std::error_code error;
-    g_copiesMade = g_copiesMade + 1; // before it is there, so that a signal finds it
+    g_copiesMade = g_copiesMade + 1; // before it exists, so that a signal finds it
     std::filesystem::copy_file(file, copy, error);
     return error ? "cannot copy the product's image " + file + ": " + error.message() : std::string();
 }

@@ -11,10 +11,11 @@ struct Image;
 
 // Called on the first fiber of a process. Stops the run if the file cannot be loaded.
 Image* LoadImage(const std::string& file);
-// Makes the folder for the copies and the first copy of the file, so that a full disk or a missing folder shows before
-// anything runs. Removes the folder when the host's user ends the program. Returns: what the host cannot do, or "".
+// Makes the folder for the copies and the first copy of the file, so that a full disk or a missing folder is noticed
+// before anything runs. Removes the folder when the host's user ends the program. Returns: what failed on the host, or
+// "".
 std::string PrepareImages(const std::string& file);
-// Why the run was stopped by the host: no more copies could be made. "" if it was not.
+// Why the host stopped the run: no more copies could be made. "" if it did not.
 const std::string& HostFailure();
 void ReturnImage(Image* image);
 void UnloadImages();

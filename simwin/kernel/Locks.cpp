@@ -13,9 +13,9 @@ namespace machine {
 
 namespace {
 
-// In the order of their making. Kept until the process ends, so that a report can name a lock after its deletion.
+// In the order of creation. Kept until the process ends, so that a report can name a lock after its deletion.
 std::vector<Lock*> g_locks;
-// Pairs (outer, inner) in which locks were entered: the reverse pair is a deadlock that waits for its day.
+// Pairs (outer, inner) in which locks were entered: the reverse pair is a deadlock waiting to happen.
 std::set<std::pair<const Lock*, const Lock*>> g_orders;
 
 // How many locks some thread owns. With none there is no order to check.
@@ -23,7 +23,7 @@ std::size_t g_owned;
 
 Lock* LockOf(const simwin::CRITICAL_SECTION* section, const char* call) {
     auto* lock = static_cast<Lock*>(section->DebugInfo);
-    // The place where it stood when it was made; it may have moved up since.
+    // Its index when it was created; it may have moved up since.
     const std::size_t place = section->SpinCount;
     if (place < g_locks.size() && g_locks[place] == lock && lock->section == section)
         return lock;

@@ -1,4 +1,4 @@
-// The state behind CRITICAL_SECTION, for the reports: who holds what, what is held at rest.
+// The state behind CRITICAL_SECTION, for the reports: who holds what, and what is held at rest.
 #pragma once
 
 #include "simwin/kernel/Scheduler.h"

@@ -24,7 +24,7 @@ Room* g_rooms; // sorted by order
 char g_signalStack[64 * 1024];
 
 void WriteText(const char* text) {
-    (void)!write(STDERR_FILENO, text, std::strlen(text)); // nothing is left to tell it to
+    (void)!write(STDERR_FILENO, text, std::strlen(text)); // nothing is left to report it to
 }
 
 // Runs on the alternate stack; only what is safe in a signal handler.

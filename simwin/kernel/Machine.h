@@ -1,5 +1,5 @@
-// One simulated machine, as a whole: made from a Setup, filled by a description, run, asked, destroyed. The rooms keep
-// their state behind their own headers; they are made and destroyed here, in order.
+// One simulated machine, as a whole: created from a Setup, filled by a description, run, queried, destroyed. The rooms
+// keep their state private; they are created and destroyed here, in order.
 #pragma once
 
 #include "simwin/kernel/Rules.h"
@@ -9,7 +9,7 @@
 
 namespace machine {
 
-// Makes the machine: clock at 0, empty registry, no devices. One at a time.
+// Creates the machine: clock at 0, empty registry, no devices. One at a time.
 void CreateMachine(const Setup& setup);
 void DestroyMachine();
 

@@ -1,5 +1,5 @@
-// Lines that the report says about the machine itself: how it was made of exports and description, and what it cannot
-// tell. In the order of their making, each text once. Host side and scheduler's context.
+// Lines of the report about the machine itself: how it was made from exports and description, and what is unknown. In
+// the order of creation, each text once. Host side and scheduler's context.
 #pragma once
 
 #include <cstdint>

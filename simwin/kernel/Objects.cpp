@@ -31,7 +31,7 @@ simwin::HANDLE HandleTable::Open(Object* object, simwin::DWORD access) {
     return reinterpret_cast<simwin::HANDLE>(value);
 }
 
-// The low two bits of a handle belong to its user and do not count.
+// The low two bits of a handle belong to its user and are ignored.
 static std::uint64_t NumberOf(simwin::HANDLE handle) {
     return reinterpret_cast<std::uint64_t>(handle) & ~std::uint64_t{3};
 }

@@ -1,5 +1,5 @@
 // Kernel objects and handles. An object lives while a handle or a holder in the machine refers to it; a handle is a
-// counter value of its process, never given out twice, so it can stand in a log that must be the same in each run.
+// counter value of its process, never reused, so it can appear in a log that must be the same in each run.
 #pragma once
 
 #include "simwin/types.h"
@@ -54,7 +54,7 @@ struct Object {
     Object& operator=(const Object&) = delete;
 };
 
-// What a thread can wait for. `signalled` with `autoReset` lets one waiter through and is clear again.
+// What a thread can wait for. `signalled` with `autoReset` lets one waiter through and is cleared.
 struct Waitable : Object {
     using Object::Object;
     bool signalled = false;
@@ -67,14 +67,14 @@ struct Waitable : Object {
 
 struct HandleEntry {
     Object* object;
-    simwin::DWORD access; // the rights that it was opened with, as the room that opened it means them
-    const char* call;     // the operation that made it, for the leak report
+    simwin::DWORD access; // the rights that it was opened with, in the terms of the room that opened it
+    const char* call;     // the operation that created it, for the leak report
 };
 
 // The handles of one process.
 class HandleTable {
 public:
-    // Makes a handle; retains the object.
+    // Creates a handle; retains the object.
     simwin::HANDLE Open(Object* object, simwin::DWORD access = 0);
     // False if there is no such handle. Releases the object.
     bool Close(simwin::HANDLE handle);

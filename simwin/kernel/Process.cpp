@@ -41,7 +41,7 @@ Room g_room(10, Create, Destroy);
 
 Process* AddProcess(const ProcessStart& start) {
     auto* process = new Process;
-    process->Retain(); // the machine's own: it is told of in the report after its end
+    process->Retain(); // The machine's own reference: the report still reads the process after it has ended.
     process->id = g_processes->nextId += 4;
     process->imagePath = start.imagePath;
     process->commandLine = start.commandLine;
@@ -63,7 +63,7 @@ Process* AddProcess(const ProcessStart& start) {
     return process;
 }
 
-// The part of a command line behind the program's name, as WinMain gets it: a pointer into the process's own text.
+// The part of a command line after the program's name, as WinMain gets it: a pointer into the process's own text.
 char* ArgumentsOf(Process* process) {
     char* at = process->commandLine.data();
     if (*at == '"') {

@@ -25,7 +25,7 @@ struct Process : Waitable {
     std::string imagePath;        // 'C:\Program Files\Quillmarch\Quillmarch.exe'
     std::string commandLine;      // whole, as GetCommandLineA gives it
     std::string currentDirectory; // without a backslash at the end
-    std::string startDirectory;   // what it was at the start
+    std::string startDirectory;   // as it was at the start
     std::string user;             // 'NT AUTHORITY\SYSTEM', 'LAB\anna'
     unsigned session = 0;
     Rights rights = Rights::System;
@@ -41,12 +41,12 @@ struct Process : Waitable {
     std::string debugOutput; // what OutputDebugStringA was given
 
     bool ended = false;
-    bool killed = false;          // ended from outside, wherever it was: what it had open is no leak
+    bool killed = false;          // ended from outside at an arbitrary point: what it had open is not a leak
     bool trapExpected = false;    // a described crash: its end by a trap does not end the run
     simwin::DWORD exitCode = 259; // STILL_ACTIVE
     std::uint64_t startedMs = 0, endedMs = 0;
     std::size_t leakedHandles = 0, leakedBytes = 0; // counted as it ended
-    std::vector<std::function<void()>> atEnd;       // what rooms want to do when it ends; run once, in order
+    std::vector<std::function<void()>> atEnd;       // callbacks of rooms for its end; run once, in order
 };
 
 struct ProcessStart {
@@ -63,8 +63,8 @@ struct ProcessStart {
 // The process of the running thread. Never null inside an operation.
 Process* CurrentProcess();
 
-// Starts a copy of the product: loads an image and makes its first thread, which runs WinMain with the part of the
-// command line behind the program's name. Holders retain the result themselves.
+// Starts a copy of the product: loads an image and creates its first thread, which runs WinMain with the part of the
+// command line after the program's name. Holders retain the result themselves.
 Process* StartProduct(const ProcessStart& start);
 
 // A process without threads, such as a terminal program that holds a port.
@@ -84,13 +84,14 @@ void KillProcess(Process* process);
 const std::vector<Process*>& AllProcesses();
 Process* FindProcess(simwin::DWORD id);
 
-// Watches what programs give to OutputDebugStringA, at the moment at which they do.
+// Watches what programs pass to OutputDebugStringA, when they do.
 void WatchDebugOutput(std::function<void(const Process&, const char* text)> watcher);
 void NoteDebugOutput(Process& process, const char* text);
 
 // Watches the start of every process, before its first thread runs.
 void OnProcessStart(std::function<void(const Process&)> action);
-// What rooms do when any process ends (windows destroyed, registrations dropped), before its handles are closed.
+// Callbacks of rooms for the end of any process (windows destroyed, registrations dropped), before its handles are
+// closed.
 void OnProcessEnd(std::function<void(Process&)> action);
 
 } // namespace machine

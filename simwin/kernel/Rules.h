@@ -13,15 +13,15 @@ struct RunOutcome {
     std::string text; // what happened, with the thread and the call that did it; empty for Done
 };
 
-// The last line of a run that did not end in good order: "crash: ...", "deadlock: ...", "broken rule: ...".
+// The last line of a run that did not end normally: "crash: ...", "deadlock: ...", "broken rule: ...".
 std::string OutcomeLine(const RunOutcome& outcome);
 
 // Ends the run; never returns. From a fiber the scheduler takes over, from the scheduler's own context RunStopped is
 // thrown, which only the run loop catches.
-// The texts are taken over, since what the caller's frame holds is never destroyed.
+// The texts are moved out, since the caller's frame is never unwound.
 [[noreturn]] void StopRun(Verdict verdict, std::string text);
 
-// A call, flag, class or structure that the machine does not model: the rehearsal cannot tell what Windows would do.
+// A call, flag, class or structure that the machine does not model: what Windows would do is unknown.
 [[noreturn]] void NotModelled(std::string call, std::string what);
 
 // The product did what Windows forbids or leaves undefined (a lock not initialised, a heap block overrun).

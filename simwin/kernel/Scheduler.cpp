@@ -23,7 +23,7 @@ constexpr std::size_t DefaultStackBytes = 512 * 1024;
 struct DueKey {
     std::uint64_t atMs;
     Due due;
-    DueId id; // counted up: within one instant and class, first asked, first served
+    DueId id; // counted up: within one instant and class, first come, first served
     auto operator<=>(const DueKey&) const = default;
 };
 
@@ -35,7 +35,7 @@ struct Scheduler {
     Thread* current = nullptr;
     std::deque<Thread*> ready;
     std::vector<Thread*> threads; // that have not ended, in the order of their start
-    std::vector<Thread*> ended;   // whose stacks are still to be given back
+    std::vector<Thread*> ended;   // whose stacks are still to be released
     std::map<DueKey, std::function<void()>> due;
     std::map<DueKey, std::function<void()>> frozen; // the machine's own, while it sleeps
     bool asleep = false;
@@ -104,7 +104,7 @@ void MakeReady(Thread* thread) {
     g_scheduler->ready.push_back(thread);
 }
 
-// Takes a thread out of everything that the scheduler knows; its stack is given back once nobody runs on it.
+// Removes a thread from all of the scheduler's lists; its stack is released once it no longer runs.
 void Retire(Thread* thread, simwin::DWORD exitCode) {
     LeaveQueue(thread);
     if (thread->state == ThreadState::Ready)
@@ -162,14 +162,14 @@ bool RunDue(Due last) {
     return true;
 }
 
-// What can never come when nothing is runnable and nothing is due; empty if all that waits is idle.
+// What can never happen when nothing is runnable and nothing is due; empty if all waiting threads are idle.
 std::string NeverComes() {
     std::string text;
     for (const Thread* thread : g_scheduler->threads)
         if (thread->state == ThreadState::Waiting &&
             (thread->waitKind == WaitKind::CriticalSection || thread->waitKind == WaitKind::Machine ||
              thread->waitKind == WaitKind::Answer))
-            text += fmt::format("thread {} waits for ever for {}\n", thread->id, thread->waitWhat);
+            text += fmt::format("thread {} waits forever for {}\n", thread->id, thread->waitWhat);
     for (const auto& check : g_scheduler->endChecks)
         if (const std::string found = check(); !found.empty())
             text += found + "\n";
@@ -178,7 +178,7 @@ std::string NeverComes() {
 
 RunOutcome EndOfRun() {
     if (g_scheduler->asleep)
-        return {}; // it would go on if somebody woke it
+        return {}; // it would continue if something woke it
     if (const std::string never = NeverComes(); !never.empty())
         return {Verdict::Deadlock, never + WhoWaits()};
     return {};
@@ -241,7 +241,7 @@ DueId At(std::uint64_t atMs, Due due, std::function<void()> action) {
     DueKey key = {std::max(atMs, s.nowMs), due, s.nextDue++};
     const bool isFrozen = s.asleep && due == Due::Machine;
     if (isFrozen)
-        key.atMs -= s.nowMs - s.asleepSinceMs; // as if it had been asked for when the sleep began
+        key.atMs -= s.nowMs - s.asleepSinceMs; // as if requested when the sleep began
     (isFrozen ? s.frozen : s.due).emplace(key, std::move(action));
     s.dueById.emplace(key.id, key);
     return key.id;
@@ -442,7 +442,7 @@ std::string OutcomeLine(const RunOutcome& outcome) {
 
 namespace {
 
-// Takes the texts out of frames that will never be left in order.
+// Moves the texts out of frames that are never unwound.
 std::string Joined(std::string& call, std::string& what) {
     std::string text = std::move(call);
     text += ": ";

@@ -1,8 +1,8 @@
 // Threads as fibers on one host thread, the virtual clock, and what is due when. Time stands still while anything is
 // runnable and jumps to the next deadline when nothing is. Without a seed the next thread is the one that has waited
-// longest; with a seed it is drawn, and each call into the machine may give the turn away.
+// longest; with a seed it is drawn, and each call into the machine may yield.
 //
-// At one instant: what the machine has due, then what happens outside in the order of the description, then everything
+// At one instant: what the machine has due, then outside events in the order of the description, then everything
 // that is runnable without time passing, then the expectations of that time.
 #pragma once
 
@@ -40,14 +40,14 @@ struct Thread : Waitable {
     std::function<simwin::DWORD()> entry;
     ThreadState state = ThreadState::Suspended;
     int suspendCount = 0;
-    int priority = 0; // data only: no thread overtakes another for it
+    int priority = 0; // data only: no effect on scheduling
     simwin::DWORD lastError = 0;
     Object* impersonated = nullptr; // the token that it acts with; null: its process's
     simwin::DWORD exitCode = 259;   // STILL_ACTIVE
 
     WaitKind waitKind = WaitKind::None;
     const char* waitWhat = "";      // for the report of who waits for what
-    WaitQueue* waitQueue = nullptr; // where it stands in line; left when the wait ends, however it ends
+    WaitQueue* waitQueue = nullptr; // its place in line; removed when the wait ends, for whatever reason
     Object* waitHold = nullptr;     // kept alive for the length of the wait, whoever closes its handle
     std::uint64_t waitDue = 0;      // the deadline of the wait, 0 for none
     simwin::DWORD waitResult = 0;
@@ -78,16 +78,16 @@ inline DueId After(std::uint64_t delayMs, std::function<void()> action) {
 void CancelDue(DueId id);
 
 // The whole machine sleeps: no thread runs and nothing of its own becomes due, only what happens outside and what is
-// judged. What was due stands still; what is asked for meanwhile counts from the waking on.
+// judged. What was due is suspended; what is requested meanwhile counts from the time it wakes.
 void FallAsleep();
 bool IsAsleep();
-// What was due comes so much later as it slept. A thread's wait with a limit is told from it: on Windows below 6.2 its
+// What was due is delayed by the length of the sleep. A thread's wait with a limit differs: on Windows below 6.2 its
 // limit counts the time asleep, and one that has passed ends at once.
 void WakeMachine();
 
 // The power is gone: nothing of the machine's own is due any more.
 void ForgetDue();
-// The tick count begins anew: this is it now.
+// The tick count restarts at this value.
 void SetTickCount(std::uint64_t tickMs);
 
 Thread* CurrentThread(); // null in the scheduler's own context
@@ -100,12 +100,12 @@ void ResumeThreadOf(Thread* thread);
 void EndThread(Thread* thread, simwin::DWORD exitCode);
 
 // Blocks the running thread until Wake or until `timeoutMs` of virtual time have passed (INFINITE: no limit).
-// `what` names what it waits for and outlives the wait; with `queue` it stands at that line's end while it waits.
-// Returns what Wake gave, or WAIT_TIMEOUT.
+// `what` names what it waits for and outlives the wait; with `queue` it is at the end of that line while it waits.
+// Returns: the value from Wake, or WAIT_TIMEOUT.
 simwin::DWORD Block(WaitKind kind, const char* what, std::uint64_t timeoutMs, WaitQueue* queue = nullptr);
-// Ends the wait of a blocked thread; it runs when its turn comes. Takes it out of the line that it stood in.
+// Ends the wait of a blocked thread; it runs when its turn comes. Removes it from its line.
 void Wake(Thread* thread, simwin::DWORD result);
-// Gives the turn away once; returns at the same virtual time.
+// Yields once; returns at the same virtual time.
 void Yield();
 // Sleeps in virtual time.
 void SleepMs(std::uint64_t ms);
@@ -115,8 +115,8 @@ inline constexpr std::uint64_t NoLimit = 0xFFFFFFFF;
 std::uint64_t Chance(std::uint64_t bound);
 bool IsSeeded();
 
-// Rooms that can be unanswered (a control, a notification, a pending service state) say so at the end: a text for each
-// thing that will never come, empty for none. Asked when nothing is runnable and nothing is due.
+// Rooms with open requests (a control, a notification, a pending service state) report them at the end: a text for each
+// that will never be answered, empty for none. Called when nothing is runnable and nothing is due.
 void AddEndCheck(std::function<std::string()> check);
 
 struct RunLimits {
@@ -125,11 +125,11 @@ struct RunLimits {
 // Runs until nothing is runnable and nothing is due, or until the limit. Returns at the first verdict.
 RunOutcome RunMachine(const RunLimits& limits);
 
-// Nothing is runnable and nothing of the machine's own is due: whatever began has settled. What happens outside and
-// what is judged may still be to come. Never while it sleeps. To be asked in the scheduler's context.
+// Nothing is runnable and nothing of the machine's own is due: everything that began has settled. Outside events and
+// expectations may still be to come. Never while it sleeps. Call it in the scheduler's context.
 bool IsAtRest();
 
-// True once a verdict has been reached: what is cleaned up after it raises no second one.
+// True once a verdict has been reached: clean-up afterwards raises no second one.
 bool IsRunStopped();
 
 // Who waits for what, a line for each thread that is not ended.

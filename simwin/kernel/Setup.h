@@ -1,5 +1,5 @@
-// What a description says of the machine as a whole, before it starts. Filled by the rehearsal or a test, then fixed:
-// the rooms read it through TheSetup().
+// What a description says about the machine as a whole, before it starts. Filled by the rehearsal or a test, then
+// fixed: the rooms read it through TheSetup().
 #pragma once
 
 #include <cstdint>

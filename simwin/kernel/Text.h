@@ -35,8 +35,8 @@ std::string Utf8FromAnsi(std::string_view text);
 std::string AnsiFromUtf8(std::string_view text);
 // Little-endian bytes; half a character at the end is dropped.
 std::string AnsiFromUtf16Bytes(std::string_view bytes);
-// The text of a file of the host: UTF-16 with a mark or (told by its zeros) without, UTF-8 with a mark, else taken for
-// code page 1252. Nothing for bytes that are no text.
+// The text of a file of the host: UTF-16 with a mark or (recognised by its zeros) without, UTF-8 with a mark, otherwise
+// code page 1252. Nothing for bytes that are not text.
 std::optional<std::string> AnsiFromFile(std::string_view bytes);
 // Whether bytes without a mark are little-endian UTF-16: as good as every second one is zero.
 bool IsUnmarkedUtf16(std::string_view bytes);

@@ -138,7 +138,7 @@ BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* out) {
 void Sleep(DWORD ms) {
     SIM_CALL("Sleep", "");
     if (ms == INFINITE)
-        machine::Block(machine::WaitKind::Object, "nothing: it sleeps for ever", machine::NoLimit);
+        machine::Block(machine::WaitKind::Object, "nothing: it sleeps forever", machine::NoLimit);
     else
         machine::SleepMs(ms);
 }

@@ -25,15 +25,15 @@ namespace simwin {
 DWORD GetLastError();
 void SetLastError(DWORD error);
 
-// --- Time. The machine's virtual clock, exact to the millisecond, without a time zone. Never blocks but for Sleep.
+// --- Time. The machine's virtual clock, exact to the millisecond, without a time zone. Never blocks except for Sleep.
 DWORD GetTickCount();                // wraps after 49.7 days
 void GetLocalTime(SYSTEMTIME* time); // local time is UTC
 void GetSystemTime(SYSTEMTIME* time);
 void GetSystemTimeAsFileTime(FILETIME* time);
 BOOL FileTimeToLocalFileTime(const FILETIME* utc, FILETIME* local); // the same time
 BOOL FileTimeToSystemTime(const FILETIME* time, SYSTEMTIME* out);   // FALSE with 87 for a time of 2^63 or more
-BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* out);   // FALSE with 87 for a date that is none
-void Sleep(DWORD ms);                                               // 0 gives the turn away
+BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* out);   // FALSE with 87 for an invalid date
+void Sleep(DWORD ms);                                               // 0 yields
 
 // --- Critical sections. Entered again by their owner; the waiting thread that came first gets it next. Using one that
 // was not initialised, leaving one that is not owned or deleting one with waiters breaks the machine's rules.
@@ -96,7 +96,7 @@ DWORD GetCurrentProcessId();
 LPSTR GetCommandLineA();
 [[noreturn]] void ExitProcess(UINT exitCode);
 BOOL GetExitCodeProcess(HANDLE process, LPDWORD exitCode);
-void DebugBreak(); // ends the process with 0x80000003 and, unless it was expected, the run
+void DebugBreak(); // ends the process with 0x80000003 and, unless expected, the run
 void OutputDebugStringA(LPCSTR text);
 BOOL Beep(DWORD frequency, DWORD ms); // blocks for ms
 
@@ -107,10 +107,10 @@ inline constexpr UINT LMEM_ZEROINIT = 0x40;
 inline constexpr UINT LPTR = 0x40;
 HANDLE GetProcessHeap();
 LPVOID HeapAlloc(HANDLE heap, DWORD flags, SIZE_T bytes); // null when a described fault says so
-BOOL HeapFree(HANDLE heap, DWORD flags, LPVOID block);    // FALSE with 87 for a block that is none
-SIZE_T HeapSize(HANDLE heap, DWORD flags, LPCVOID block); // -1 for a block that is none
+BOOL HeapFree(HANDLE heap, DWORD flags, LPVOID block);    // FALSE with 87 for an invalid block
+SIZE_T HeapSize(HANDLE heap, DWORD flags, LPCVOID block); // -1 for an invalid block
 BOOL HeapValidate(HANDLE heap, DWORD flags, LPCVOID block);
 HLOCAL LocalAlloc(UINT flags, SIZE_T bytes); // null with 8
-HLOCAL LocalFree(HLOCAL block);              // null; the block itself with 6 if it is none
+HLOCAL LocalFree(HLOCAL block);              // null; the block itself with 6 if it is invalid
 
 } // namespace simwin

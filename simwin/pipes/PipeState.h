@@ -1,5 +1,5 @@
-// The room's own state: pipes with their instances. Instances stay for the life of the machine, since a thread that is
-// abandoned in a wait leaves nothing behind that could keep one. Used by the room's sources only.
+// The room's own state: pipes with their instances. Instances stay for the life of the machine, since a thread
+// abandoned in a wait could not release one. Used by the room's sources only.
 #pragma once
 
 #include "simwin/kernel/Scheduler.h"
@@ -21,7 +21,7 @@ struct PipeInstance {
     std::uint64_t listensSince = 0;     // a count, not a time
     std::uint64_t connection = 0;       // of the client that is or was there last
     std::deque<std::string> messages;   // written and not read
-    std::vector<simwin::DWORD> waiters; // threads that look again when anything changes
+    std::vector<simwin::DWORD> waiters; // threads that check again when anything changes
 };
 
 struct Pipe {
@@ -42,7 +42,7 @@ bool MayDoEverything(const Pipe& pipe, const Caller& caller);
 void Listen(PipeInstance& instance);
 void CloseServer(PipeInstance& instance);
 void DropClient(PipeInstance& instance);
-// Those that wait at the instance look again.
+// The threads waiting at the instance check again.
 void TellWaiters(PipeInstance& instance);
 // The running thread waits until the instance changes.
 void WaitAtPipe(PipeInstance& instance, WaitKind kind, const char* what);

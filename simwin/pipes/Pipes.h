@@ -1,5 +1,5 @@
-// The machine's named pipes, whatever the session: inbound, of messages. The product's calls stand in PipesApi.cpp;
-// here a client that is only described opens, writes and goes. On the machine's side; none of this blocks.
+// The machine's named pipes, whatever the session: inbound, of messages. The product's calls are in PipesApi.cpp; here
+// a described client opens, writes and leaves. On the machine's side; none of this blocks.
 #pragma once
 
 #include "simwin/registry/Security.h"
@@ -13,14 +13,14 @@ namespace machine {
 
 struct PipeInstance;
 
-// One connection of a client. Good for as long as the machine stands, also when its server has gone.
+// One connection of a client. Valid as long as the machine exists, also when its server has gone.
 struct PipeClient {
     PipeInstance* instance = nullptr;
     std::uint64_t connection = 0;
 };
 
-// Meets the instance that has listened longest. Returns: 0; 2 without such a pipe, 231 when none listens, 5 for who may
-// not write.
+// Connects to the instance that has listened longest. Returns: 0; 2 without such a pipe, 231 when none listens, 5
+// without the right to write.
 simwin::DWORD ConnectPipeClient(std::string_view name, const Caller& caller, bool writes, PipeClient* client);
 // One message. Returns: 0; 232 for a server that has gone, 233 for one that dropped the client.
 simwin::DWORD WriteToPipe(const PipeClient& client, std::string message);

@@ -19,7 +19,7 @@ using namespace simwin;
 
 constexpr unsigned FirstThatRejectsRemote = 6;
 
-// The server's end of an instance. What waits keeps to the instance: the handle may be closed meanwhile.
+// The server's end of an instance. Waiters refer to the instance, since the handle may be closed meanwhile.
 struct ServerEnd : OpenDevice {
     explicit ServerEnd(PipeInstance& own) : instance(own) {}
     void Closed() override { CloseServer(instance); }
@@ -105,7 +105,7 @@ PipeInstance* UseServer(HANDLE handle, DWORD error = 0) {
     return end ? &end->instance : nullptr;
 }
 
-// 0: an instance may be made.
+// 0: an instance may be created.
 DWORD RefusalOf(const char* name, DWORD access, DWORD mode) {
     if (!name || !IsPipeName(name))
         return ERROR_INVALID_NAME;

@@ -88,7 +88,7 @@ bool IsPartOfSystem(std::string_view name) {
     return EqualNoCase(name, "Select") || EqualNoCase(name, CurrentSet) || NumberOfSet(name) != 0;
 }
 
-// Keys that Windows itself has below HKEY_LOCAL_MACHINE: none of them is a hive that somebody mounted.
+// Keys that Windows itself has below HKEY_LOCAL_MACHINE: none of them is a mounted hive.
 bool IsOwnHive(std::string_view name) {
     for (const char* own : {"SYSTEM", "SOFTWARE", "HARDWARE", "SAM", "SECURITY", "COMPONENTS", "DRIVERS"})
         if (EqualNoCase(name, own))
@@ -173,7 +173,7 @@ std::vector<std::string> UnifyControlSets(std::vector<ExportedKey>& keys) {
         taken = *selected;
     else if (!hasCurrent || sets.size() == 1)
         taken = sets.begin()->first;
-    // ControlSet001 alone is what an export of a running machine has; everything else is said.
+    // ControlSet001 alone is normal for an export of a running machine; everything else is noted.
     const bool isPlain = sets.size() == 1 && taken == 1 && selected.value_or(taken) == taken;
     if (taken && !isPlain)
         lines.push_back("control set '" + sets[taken] + "' is taken for the current one" +

@@ -9,7 +9,7 @@
 
 namespace machine {
 
-// Values of a device's key below Enum whose type is not that of their name: the machine could make nothing of them.
+// Values of a device's key below Enum whose type is not that of their name: they mean nothing to the machine.
 void LeaveOutWrongTypes(std::vector<ExportedKey>& keys, std::vector<ExportNote>& notes);
 
 // A SYSTEM hive that was mounted under another name becomes HKEY_LOCAL_MACHINE\SYSTEM, the control set in use becomes

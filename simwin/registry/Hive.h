@@ -12,9 +12,9 @@ namespace machine {
 
 bool IsHive(std::string_view bytes); // by its first letters
 
-// file: on the host. The keys stand below HKEY_LOCAL_MACHINE\SYSTEM; the database of drivers that come with Windows is
-// passed over. Returns: why it cannot be read, in the words of the library; nothing if it can. Values that cannot be
-// read are noted. With an error `keys` is not to be used.
+// file: on the host. The keys are placed below HKEY_LOCAL_MACHINE\SYSTEM; the database of drivers that come with
+// Windows is skipped. Returns: why it cannot be read, in the words of the library; nothing if it can. Values that
+// cannot be read are noted. With an error `keys` is not to be used.
 std::optional<std::string> ReadHive(const std::string& file, std::vector<ExportedKey>& keys,
                                     std::vector<ExportNote>& notes);
 

@@ -47,7 +47,7 @@ std::shared_ptr<const SecurityDescriptor> FromSddl(std::string_view text) {
     return std::make_shared<const SecurityDescriptor>(*parsed);
 }
 
-// Takes the first name off a path; empty names (doubled backslashes) are passed over.
+// Removes the first name from a path; empty names (doubled backslashes) are skipped.
 std::string_view TakeName(std::string_view& path) {
     while (path.starts_with('\\'))
         path.remove_prefix(1);
@@ -94,7 +94,7 @@ const RegistryValue* RegistryKey::FindValue(std::string_view valueName) const {
     return nullptr;
 }
 
-// What Windows says of itself, in both views.
+// What Windows says about itself, in both views.
 static void DescribeVersion(Registry& registry) {
     struct Product {
         unsigned version;
@@ -232,7 +232,7 @@ void Registry::RemoveKey(RegistryKey* key) {
     key->parent = nullptr;
     std::erase(parent->created, key);
     parent->lastWrite = FileTimeNow();
-    parent->subKeys.erase(parent->subKeys.find(std::string_view(key->name))); // the key may be gone behind this line
+    parent->subKeys.erase(parent->subKeys.find(std::string_view(key->name))); // the key may be gone after this line
 }
 
 bool Registry::DeleteTree(std::string_view path) {

@@ -1,7 +1,7 @@
 // The machine's registry: one tree for all processes, with types, access lists and last write times. The other rooms
-// and the rehearsal read and write it here, by full paths such as 'HKLM\SYSTEM\CurrentControlSet\Enum', past all access
-// lists; the product's operations stand in RegistryApi.cpp. Key names keep the spelling of their creator and compare
-// without regard to case; subkeys are enumerated by name, values in order of creation.
+// and the rehearsal read and write it here, by full paths such as 'HKLM\SYSTEM\CurrentControlSet\Enum', bypassing all
+// access lists; the product's operations are in RegistryApi.cpp. Key names keep the spelling of their creator and
+// compare without regard to case; subkeys are enumerated by name, values in order of creation.
 #pragma once
 
 #include "simwin/kernel/Text.h"
@@ -40,7 +40,7 @@ public:
     const std::string name;
     RegistryKey* parent; // null for a root and for a deleted key
     bool deleted = false;
-    bool isVolatile = false; // gone when the machine is off, with all below it
+    bool isVolatile = false; // deleted when the machine goes off, with all below it
     std::uint64_t lastWrite = 0;
     std::string keyClass;
     std::map<std::string, std::shared_ptr<RegistryKey>, KeyNameLess> subKeys;
@@ -48,7 +48,8 @@ public:
     std::vector<RegistryValue> values; // in order of creation
     std::shared_ptr<const SecurityDescriptor> security;
     std::shared_ptr<const SecurityDescriptor> describedSecurity; // as the machine set it, before the product came
-    std::shared_ptr<const SecurityDescriptor> handedDown;        // what new keys below it get; made when first needed
+    std::shared_ptr<const SecurityDescriptor> handedDown;        // what new keys below it get; created when first
+                                                                 // needed
 };
 
 // A write by a simulated process, in text form: `before` and `after` as ValueText gives them, "" for absent.
@@ -62,10 +63,10 @@ public:
     Registry();
 
     // The key at a full path, or null. Both "HKLM" and "HKEY_LOCAL_MACHINE" name a root; "HKCU" is that of `user`,
-    // which is the running thread's unless given. After HKU a user may stand by name. ControlSet001 is the same key as
-    // CurrentControlSet.
+    // which is the running thread's unless given. After HKU a user may be given by name. ControlSet001 is the same key
+    // as CurrentControlSet.
     RegistryKey* FindKey(std::string_view path, std::string_view user = {});
-    // Finds or makes it with all on its way.
+    // Finds or creates it, with all missing keys above it.
     RegistryKey* CreateKey(std::string_view path, std::string_view user = {});
     bool DeleteTree(std::string_view path);
 
@@ -83,10 +84,11 @@ public:
     // change its list; it takes nothing from its parent.
     void SetSecurity(std::string_view path, std::string_view sddl);
     void ProtectKey(std::string_view path);
-    // The list is what the machine set, whatever happened in between. False for a key that is not there.
+    // Whether the list is what the machine set, whatever happened in between. False for a missing key.
     bool IsSecurityUnchanged(std::string_view path);
 
-    // Steps on one key, for those that hold it. Each moves the key's last write time. AddKey finds or makes one subkey.
+    // Steps on one key, for callers that hold it. Each moves the key's last write time. AddKey finds or makes one
+    // subkey.
     RegistryKey* FindChild(RegistryKey* parent, std::string_view name);
     RegistryKey* AddKey(RegistryKey* parent, std::string_view name, std::string_view owner = SidAdministrators);
     void PutValue(RegistryKey* key, std::string_view name, simwin::DWORD type, std::vector<std::uint8_t> data);
@@ -101,23 +103,23 @@ public:
     void NoteWrite(const RegistryKey& key, std::string_view name, const RegistryValue* before,
                    const RegistryValue* after);
 
-    RegistryKey* Root(std::string_view root, std::string_view user = {}); // null for a name that is no root
+    RegistryKey* Root(std::string_view root, std::string_view user = {}); // null for a name that is not a root
     RegistryKey* LocalMachine() { return m_localMachine.get(); }
     RegistryKey* Users() { return m_users.get(); }
 
 private:
-    // The root of a path, or the user's key in 'HKU\LAB\anna\...' and 'HKU\SYSTEM\...'; takes its name off the path.
+    // The root of a path, or the user's key in 'HKU\LAB\anna\...' and 'HKU\SYSTEM\...'; removes its name from the path.
     RegistryKey* Start(std::string_view& path, std::string_view user);
-    RegistryKey* UserKey(const Sid& sid); // made when it is first asked for
+    RegistryKey* UserKey(const Sid& sid); // created at the first use
 
     std::shared_ptr<RegistryKey> m_localMachine, m_users;
     std::function<void(const RegistryWrite&)> m_watcher;
 };
 
-// The registry of the machine that is there.
+// The registry of the current machine.
 Registry& TheRegistry();
 
-// A value for people: a text as it stands, a number in decimal, several texts with ';' between them, bytes as
+// A value for people: a text verbatim, a number in decimal, several texts with ';' between them, bytes as
 // "01,0a,ff".
 std::string ValueText(const RegistryValue& value);
 // A stored text without its zeros.

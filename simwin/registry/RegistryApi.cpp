@@ -17,7 +17,7 @@ constexpr simwin::DWORD UnknownRevision = 1305, InvalidAcl = 1336;
 constexpr simwin::DWORD ViewFlags = simwin::KEY_WOW64_32KEY | simwin::KEY_WOW64_64KEY;
 constexpr simwin::DWORD KnownRights = 0x001F003F | ViewFlags | simwin::MAXIMUM_ALLOWED | 0xF0000000;
 
-// What a handle of a key stands for. The key may be deleted meanwhile.
+// The object behind a key's handle. The key may be deleted meanwhile.
 struct OpenKey : Object {
     explicit OpenKey(std::shared_ptr<RegistryKey> opened) : Object(ObjectKind::RegistryKey), key(std::move(opened)) {}
     std::shared_ptr<RegistryKey> key;
@@ -71,7 +71,7 @@ KeyUse UseKey(simwin::HKEY handle, simwin::DWORD needed) {
     return use;
 }
 
-// What a call is applied to: the key's path and, behind a backslash, a name. Lives on the stack of the call, so it has
+// What a call is applied to: the key's path and, after a backslash, a name. Lives on the stack of the call, so it has
 // no destructor.
 struct CallObject {
     char text[768];
@@ -102,7 +102,7 @@ struct CallObject {
     }
 };
 
-// The view that a call means. Only x64 Windows has two.
+// The view selected by a call. Only x64 Windows has two.
 bool Is32BitView(simwin::DWORD access) {
     const Setup& setup = TheSetup();
     if (!setup.x64Windows || (access & simwin::KEY_WOW64_64KEY))
@@ -166,7 +166,7 @@ RegistryKey* FindBelow(RegistryKey* base, std::string_view path) {
     return base;
 }
 
-// The user's own class, which stands in front of the machine's; null without one.
+// The user's own class, which takes precedence over the machine's; null without one.
 RegistryKey* OwnClass(std::string_view path) {
     return FindBelow(TheRegistry().FindKey("HKCU\\Software\\Classes"), path);
 }
@@ -186,7 +186,7 @@ simwin::LONG OpenHandle(RegistryKey* key, simwin::DWORD access, simwin::HKEY* re
     return simwin::ERROR_SUCCESS;
 }
 
-// What RegOpenKeyExA and RegCreateKeyExA have in common before they look.
+// The common beginning of RegOpenKeyExA and RegCreateKeyExA.
 simwin::LONG CheckOpening(simwin::HKEY key, const char* subKey, simwin::DWORD access, simwin::HKEY* result) {
     if (!result || (access & ViewFlags) == ViewFlags)
         return simwin::ERROR_INVALID_PARAMETER;
@@ -203,7 +203,7 @@ bool IsText(simwin::DWORD type) {
     return type == simwin::REG_SZ || type == simwin::REG_EXPAND_SZ || type == simwin::REG_MULTI_SZ;
 }
 
-// Gives the data of a value as it is stored to a caller's buffer.
+// Copies the stored data of a value to a caller's buffer.
 simwin::LONG GiveData(const RegistryValue& value, simwin::BYTE* data, simwin::DWORD* size) {
     if (!size)
         return simwin::ERROR_SUCCESS;
@@ -221,7 +221,8 @@ simwin::LONG GiveData(const RegistryValue& value, simwin::BYTE* data, simwin::DW
     return simwin::ERROR_SUCCESS;
 }
 
-// Gives a name with its zero. `chars` is the room, and then the length without the zero; it stays if there is no room.
+// Returns a name with its zero. `chars` is the room, and then the length without the zero; it stays if there is no
+// room.
 simwin::LONG GiveName(const std::string& name, char* text, simwin::DWORD* chars) {
     if (!text || !chars)
         return simwin::ERROR_INVALID_PARAMETER;

@@ -13,7 +13,7 @@ constexpr std::string_view Header4 = "REGEDIT4";
 constexpr std::size_t MostLevels = 512, MostNameChars = 255; // of the registry
 constexpr simwin::DWORD TypeText = 1, TypeExpand = 2, TypeBinary = 3, TypeDword = 4, TypeMulti = 7;
 
-// isKept: false for a root that the machine makes by itself or never asks; what an export holds of it is passed over.
+// isKept: false for a root that the machine creates by itself or never reads; an export's part below it is skipped.
 struct RootName {
     const char* name;
     bool isKept;
@@ -39,7 +39,7 @@ public:
         if (!Decode(bytes))
             return m_error;
         while (Peek() == ';' || (AtLineEnd() && !AtEnd()))
-            (void)EndOfLine(); // comments and empty lines in front of the header
+            (void)EndOfLine(); // comments and empty lines before the header
         m_wide = AtText(Header5);
         if (!m_wide && !AtText(Header4))
             return Fail("the first line is not that of a registry export");
@@ -117,14 +117,14 @@ private:
             Step();
     }
 
-    // Nothing but blanks or a comment up to the end of the line.
+    // Only blanks or a comment up to the end of the line.
     bool EndOfLine() {
         SkipBlanks();
         if (Peek() == ';')
             while (!AtLineEnd())
                 Step();
         if (!AtLineEnd())
-            return Refuse("something stands behind the end of the value");
+            return Refuse("something follows the end of the value");
         SkipLineEnd();
         return true;
     }

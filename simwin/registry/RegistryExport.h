@@ -26,7 +26,7 @@ struct ExportNote {
 
 struct ExportedValue {
     std::string name;
-    unsigned line = 0, column = 0; // where its data stands
+    unsigned line = 0, column = 0; // where its data is
     bool deleted = false;
     simwin::DWORD type = 0;
     std::vector<std::uint8_t> data; // texts in ANSI
@@ -46,7 +46,7 @@ void ApplyExport(const std::vector<ExportedKey>& keys, Registry& registry);
 // A text as files of the newer form and hives hold it, UTF-16, into the machine's code page. Other types stay as they
 // are. False, and nothing changes, for half a character.
 bool TextDataToAnsi(simwin::DWORD type, std::vector<std::uint8_t>& data);
-// The note of a value that is left out.
+// The note for a value that is left out.
 ExportNote NoteOfValue(const ExportedKey& key, const ExportedValue& value, std::string_view why);
 
 } // namespace machine

@@ -19,7 +19,7 @@ constexpr const char* SidCreatorOwner = "S-1-3-0";
 struct SidAlias {
     const char* shortName;
     const char* sid;
-    const char* account; // null: no account of that name is asked for
+    const char* account; // null: no account of that name is looked up
 };
 constexpr SidAlias Aliases[] = {
     {"SY", SidSystem, "NT AUTHORITY\\SYSTEM"},
@@ -171,7 +171,7 @@ std::optional<Ace> ParseAce(std::string_view text) {
     return ace;
 }
 
-// The list behind "D:": flags, then entries in brackets.
+// The list after "D:": flags, then entries in brackets.
 bool ParseDacl(std::string_view text, SecurityDescriptor& result) {
     result.hasDacl = true;
     while (!text.empty() && text.front() != '(') {
@@ -297,7 +297,7 @@ std::string AccountOfSid(std::string_view sid) {
     return {};
 }
 
-// Blanks may stand in front of each part.
+// Blanks may precede each part.
 static std::string WithoutLeadingBlanks(std::string_view text) {
     std::string kept;
     for (const char c : text)
@@ -315,7 +315,7 @@ std::optional<SecurityDescriptor> ParseSddl(std::string_view written, bool* isLi
             return std::nullopt;
         const char part = LowerChar(text[0]);
         text.remove_prefix(2);
-        // A part ends in front of the next letter with a colon; colons stand nowhere else.
+        // A part ends before the next letter with a colon; there are no other colons.
         const std::size_t colon = text.find(':');
         const std::size_t length = colon == std::string_view::npos ? text.size() : colon - 1;
         if (colon == 0)

@@ -1,5 +1,5 @@
 // Access lists: their text form and their self-relative binary form, what a new object inherits, and who may do what.
-// Used by the registry for keys and by the files for folders and files; accounts are told apart by their SIDs.
+// Used by the registry for keys and by the files for folders and files; accounts are distinguished by their SIDs.
 #pragma once
 
 #include "simwin/types.h"
@@ -23,7 +23,7 @@ inline constexpr const char* SidAuthenticated = "S-1-5-11";
 inline constexpr const char* SidInteractive = "S-1-5-4";
 
 // The SID of an account by its name, 'NT AUTHORITY\SYSTEM' or 'LAB\anna'; a new name gets the next number of the
-// machine. The name of a SID that was given out, or of a well-known one; "" for another.
+// machine. The reverse: the name of a SID given out before, or of a well-known one; "" for another.
 Sid SidOfAccount(std::string_view account);
 std::string AccountOfSid(std::string_view sid);
 
@@ -42,14 +42,14 @@ struct Ace {
 
 struct SecurityDescriptor {
     Sid owner, group;         // empty: not given
-    bool hasDacl = false;     // without a list everybody may do everything
+    bool hasDacl = false;     // without a list everybody has full access
     bool isProtected = false; // takes nothing from its parent
     bool autoInherited = false;
     std::vector<Ace> dacl;
     bool operator==(const SecurityDescriptor&) const = default;
 };
 
-// From and to the descriptor language. Empty if the text is none of it; a system list is not modelled.
+// From and to the descriptor language. Empty for other text; a system list is not modelled.
 std::optional<SecurityDescriptor> ParseSddl(std::string_view text, bool* isListBad = nullptr);
 std::string ToSddl(const SecurityDescriptor& descriptor);
 
@@ -57,10 +57,11 @@ std::string ToSddl(const SecurityDescriptor& descriptor);
 std::vector<std::uint8_t> ToBinary(const SecurityDescriptor& descriptor);
 std::optional<SecurityDescriptor> ParseBinary(const void* bytes, std::size_t available);
 
-// What an object made in `parent` gets: the inheritable entries, marked as inherited; `owner` is that of the new one.
+// What an object created in `parent` gets: the inheritable entries, marked as inherited; `owner` is that of the new
+// one.
 SecurityDescriptor InheritFrom(const SecurityDescriptor& parent, bool container, std::string_view owner);
 
-// How generic rights are meant for a kind of object.
+// The meaning of generic rights for a kind of object.
 struct GenericMapping {
     simwin::DWORD read, write, execute, all;
 };
@@ -77,11 +78,11 @@ struct Caller {
 // The running thread's caller: its process's account and rights, unless a room says otherwise (impersonation).
 Caller CurrentCaller();
 void SetCallerSource(std::function<std::optional<Caller>()> source);
-// A caller of that name and standing, for rooms that ask for somebody else.
+// A caller with that name and rights, for rooms that check for another account.
 Caller MakeCaller(std::string_view account, bool administrator, bool filtered);
 
-// The rights that the list gives of those asked for (generic ones mapped); all or nothing unless `asked` has
-// MAXIMUM_ALLOWED, which gives what there is. 0: refused. The owner may read the list and change it.
+// The rights that the list grants of those requested (generic ones mapped); all or nothing unless `asked` has
+// MAXIMUM_ALLOWED, which grants what there is. 0: refused. The owner may read the list and change it.
 simwin::DWORD GrantedAccess(const SecurityDescriptor& descriptor, const Caller& caller, simwin::DWORD asked,
                             const GenericMapping& mapping);
 

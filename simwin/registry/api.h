@@ -12,7 +12,7 @@ namespace simwin {
 #define HKEY_USERS (reinterpret_cast<simwin::HKEY>(static_cast<simwin::ULONG_PTR>(0xFFFFFFFF80000003ull)))
 
 // --- Access rights. On x64 Windows a 32-bit process sees HKLM\SOFTWARE as its part below Wow6432Node unless a flag
-// says which view is meant.
+// selects the view.
 inline constexpr DWORD READ_CONTROL = 0x00020000;
 inline constexpr DWORD WRITE_DAC = 0x00040000;
 inline constexpr DWORD WRITE_OWNER = 0x00080000;
@@ -40,25 +40,25 @@ inline constexpr DWORD REG_OPTION_VOLATILE = 1;
 inline constexpr DWORD REG_CREATED_NEW_KEY = 1;
 inline constexpr DWORD REG_OPENED_EXISTING_KEY = 2;
 
-// --- Keys and values. Results are error codes; the last error is left alone. Names are blind to case. Common errors: 2
+// --- Keys and values. Results are error codes; the last error is left alone. Names ignore case. Common errors: 2
 // no such key or value, 5 the access list or the handle's rights refuse, 6 no such handle, 1018 the key was deleted.
 
-// Opens a subkey, or with null or "" the key itself again; a root is then its own result. Of HKCR a user's own key
-// below Software\Classes stands in front of the machine's. The access list of the opened key alone decides.
+// Opens a subkey, or with null or "" the key itself again; a root is then its own result. In HKCR a user's own key
+// below Software\Classes takes precedence over the machine's. The access list of the opened key alone decides.
 LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD options, REGSAM access, PHKEY result);
-// Opens or makes it with all that is missing on the way; new keys take what their parent hands down.
+// Opens or creates it with all missing keys above; new keys inherit from their parent.
 LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD reserved, LPSTR keyClass, DWORD options, REGSAM access,
                      const SECURITY_ATTRIBUTES* security, PHKEY result, LPDWORD disposition);
 LONG RegCloseKey(HKEY key);
 // Data as it is stored: a text that was stored without its zero comes without one unless there is room for it, in which
-// case one is put behind it and not counted. 234 with the needed size if it does not fit. data null: the size alone.
+// case one is appended and not counted. 234 with the needed size if it does not fit. data null: the size alone.
 LONG RegQueryValueExA(HKEY key, LPCSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size);
 // Stores a text with its zero also where the size leaves it out and it follows in memory.
 LONG RegSetValueExA(HKEY key, LPCSTR name, DWORD reserved, DWORD type, const BYTE* data, DWORD size);
 LONG RegDeleteValueA(HKEY key, LPCSTR name);
 // Deletes a key that has no subkeys. 5 if it has some.
 LONG RegDeleteKeyA(HKEY key, LPCSTR subKey);
-// The index-th subkey by name; 259 behind the last; 234 if the name with its zero does not fit.
+// The index-th subkey by name; 259 after the last; 234 if the name with its zero does not fit.
 LONG RegEnumKeyExA(HKEY key, DWORD index, LPSTR name, LPDWORD nameChars, LPDWORD reserved, LPSTR keyClass,
                    LPDWORD classChars, FILETIME* lastWrite);
 // The index-th value in order of creation; nameChars is given back without the zero; 234 if name or data do not fit,
@@ -77,7 +77,7 @@ inline constexpr SECURITY_INFORMATION GROUP_SECURITY_INFORMATION = 2;
 inline constexpr SECURITY_INFORMATION DACL_SECURITY_INFORMATION = 4;
 inline constexpr DWORD SDDL_REVISION_1 = 1;
 
-// A self-relative descriptor with the parts asked for. 122 with the needed size if it does not fit. READ_CONTROL.
+// A self-relative descriptor with the requested parts. 122 with the needed size if it does not fit. READ_CONTROL.
 LONG RegGetKeySecurity(HKEY key, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR descriptor, LPDWORD size);
 // The same of a file or folder. FALSE with 2, 5, 122 and the needed size.
 BOOL GetFileSecurityA(LPCSTR name, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR descriptor, DWORD size,
@@ -86,7 +86,7 @@ BOOL GetFileSecurityA(LPCSTR name, SECURITY_INFORMATION what, PSECURITY_DESCRIPT
 // descriptor.
 LONG RegSetKeySecurity(HKEY key, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR descriptor);
 // A self-relative descriptor from its text, released with LocalFree. FALSE with 87, with
-// 1336 for a list that is none, with 1305 for another revision.
+// 1336 for an invalid list, with 1305 for another revision.
 BOOL ConvertStringSecurityDescriptorToSecurityDescriptorA(LPCSTR text, DWORD revision, PSECURITY_DESCRIPTOR* result,
                                                           PULONG size);
 BOOL IsValidSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor);

@@ -11,8 +11,8 @@ void RetireRun(Service& service) {
     DeleteIfUnused(service);
 }
 
-// Runs the handler for the first control of the queue, on the dispatcher's thread. What the switch crosses lies in the
-// run, not on this stack.
+// Runs the handler for the first control of the queue, on the dispatcher's thread. What must outlive the switch is in
+// the run, not on this stack.
 void HandleFirstControl(ServiceRun* run) {
     run->handling = true;
     PendingControl* control = run->queue.front().get();
@@ -28,7 +28,7 @@ void HandleFirstControl(ServiceRun* run) {
         done->returned(result);
 }
 
-// A run that has reported its stop answers what is left in its queue: nobody handles it any more.
+// A run that has reported its stop answers what is left in its queue: nothing handles it any more.
 void RefuseRest(ServiceRun* run) {
     while (!run->queue.empty()) {
         const std::unique_ptr<PendingControl> control = std::move(run->queue.front());
@@ -80,7 +80,7 @@ BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA* table) {
     while (!run->stopReported) {
         if (run->handler && !run->queue.empty()) {
             machine::HandleFirstControl(run);
-            if (machine::IsAsleep()) // by the control that it has just answered: the next one waits for the waking
+            if (machine::IsAsleep()) // by the control that it has just answered: the next one waits until it wakes
                 machine::Yield();
             continue;
         }

@@ -24,7 +24,7 @@ constexpr std::uint64_t LongestSuspendMs = 2000;
 
 struct Power {
     bool fallsAsleep = false;
-    DueId latest = 0;        // when it stops whoever has not returned
+    DueId latest = 0;        // when it stops handlers that have not returned
     unsigned unanswered = 0; // handlers of the suspend that have not returned
     std::uint64_t serial = 0;
     bool shutsDown = false, isOff = false, hasBooted = false;
@@ -96,10 +96,10 @@ void Destroy() {
     g_power = nullptr;
 }
 
-// Behind the services, which forget an ended process first.
+// After the services, which forget an ended process first.
 Room g_room(42, Create, Destroy);
 
-// What was begun is not waited for any more.
+// Nothing in progress is waited for any more.
 void EndFallingAsleep() {
     g_power->fallsAsleep = false;
     ++g_power->serial;
@@ -133,7 +133,7 @@ void SuspendMachine(bool told) {
         g_power->latest = After(LongestSuspendMs, StopRunning);
 }
 
-// Programs of people, in sessions or not, before the services learn of the shutdown.
+// Users' programs, in sessions or not, before the services are notified of the shutdown.
 static void EndSessionsAndPrograms() {
     const std::vector<Session> sessions = AllSessions();
     for (const Session& session : sessions)

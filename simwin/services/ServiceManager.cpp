@@ -125,8 +125,8 @@ SC_HANDLE OpenServiceA(SC_HANDLE manager, LPCSTR name, DWORD access) {
     return machine::OpenHandle(new machine::ServiceHandle(*service), access);
 }
 
-// Beside what is declared: 87 for a name or a start type that is none, 1078 for a display name that another service has
-// as one of its names. displayName null: the name.
+// In addition to the declared errors: 87 for an invalid name or start type, 1078 for a display name that another
+// service has as one of its names. displayName null: the name.
 SC_HANDLE CreateServiceA(SC_HANDLE manager, LPCSTR name, LPCSTR displayName, DWORD access, DWORD type, DWORD startType,
                          DWORD errorControl, LPCSTR path, LPCSTR group, LPDWORD tagId, LPCSTR dependencies,
                          LPCSTR account, LPCSTR password) {

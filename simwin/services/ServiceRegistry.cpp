@@ -24,7 +24,7 @@ bool IsProgram(const std::string& path) {
 
 } // namespace
 
-// What a path without quotes may mean: each start that ends at a blank, the whole last.
+// The possible programs of a path without quotes: each beginning that ends at a blank, the whole last.
 std::string FirstProgram(const std::string& commandLine) {
     for (std::size_t blank = commandLine.find(' '); blank != std::string::npos;
          blank = commandLine.find(' ', blank + 1)) {

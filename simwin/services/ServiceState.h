@@ -58,11 +58,11 @@ ServiceRun* RunOfProcess(const Process* process, Service** service = nullptr);
 void AnswerThread(simwin::DWORD threadId, simwin::DWORD result);
 // Hands a control to the run's dispatcher.
 void QueueControl(ServiceRun& run, std::unique_ptr<PendingControl> control);
-// Lets the dispatcher look at its queue and at the state, if it waits.
+// Makes a waiting dispatcher check its queue and the state.
 void WakeDispatcher(const ServiceRun& run);
 // Starts the service's process. Returns: 0 or the error.
 simwin::DWORD StartServiceRun(Service& service);
-// Deletes a service that was marked, once nothing holds it any more.
+// Deletes a service that was marked, once nothing refers to it any more.
 void DeleteIfUnused(Service& service);
 void NoteServiceReport(const Service& service, const simwin::SERVICE_STATUS& status);
 

@@ -36,7 +36,7 @@ constexpr DWORD AcceptBitOf(DWORD control) {
     }
 }
 
-// What the manager does when a service's process has ended: nobody waits any longer, and the state is STOPPED.
+// The manager's reaction to the end of a service's process: nothing waits any longer, and the state is STOPPED.
 void ForgetRun(ServiceRun& run) {
     run.process = nullptr;
     run.dispatcherThread = 0;
@@ -102,15 +102,15 @@ void DestroyServices() {
     g_services = nullptr;
 }
 
-// Behind the registry and the files, before the devices, which look for their recipients here.
+// After the registry and the files, before the devices, which look up their recipients here.
 Room g_room(/*order=*/40, CreateServices, DestroyServices);
 
-// Behind the devices, whose notifications come here.
-Room g_road(
+// After the devices, whose notifications come here.
+Room g_route(
     95,
     [] {
-        SetServiceRoad([](const NotificationRecipient& recipient, DWORD event, const std::vector<std::uint8_t>& data,
-                          const NotificationReturned& returned) {
+        SetServiceRoute([](const NotificationRecipient& recipient, DWORD event, const std::vector<std::uint8_t>& data,
+                           const NotificationReturned& returned) {
             const auto handle = static_cast<SERVICE_STATUS_HANDLE>(recipient.handle);
             const bool isQueued =
                 PostServiceControl(handle, SERVICE_CONTROL_DEVICEEVENT, event, data, [returned](DWORD) { returned(); });

@@ -1,5 +1,6 @@
-// The services of the machine as other rooms and the rehearsal see them: registered, started, sent controls, asked for
-// their states. Called on the machine's side, in the scheduler's context or inside an operation; none of this blocks.
+// The services of the machine as other rooms and the rehearsal see them: registered, started, sent controls, queried
+// for their states. Called on the machine's side, in the scheduler's context or inside an operation; none of this
+// blocks.
 #pragma once
 
 #include "simwin/kernel/Process.h"
@@ -19,8 +20,8 @@ struct ServiceDefinition {
     simwin::DWORD startType = simwin::SERVICE_AUTO_START;
 };
 
-// Registers a service as its setup would have done before the machine started; enters it in the registry. One that is
-// there already stays as it is.
+// Registers a service as its setup would have done before the machine started; enters it in the registry. An existing
+// one is unchanged.
 void DefineService(const ServiceDefinition& definition);
 
 // Takes a registered service away at once, with its key.
@@ -30,16 +31,16 @@ void RemoveService(std::string_view name);
 // Returns: 0, or the error that StartServiceA would give.
 simwin::DWORD StartServiceByMachine(std::string_view name);
 
-// Makes a process that is there already the running process of a service: tests that play the service themselves.
+// Makes an existing process the running process of a service, for tests that play the service themselves.
 void AdoptServiceProcess(std::string_view name, Process* process);
 
 // What the caller of PostServiceControl learns of a control: the handler's result once it has returned, or
 // ERROR_SERVICE_NOT_ACTIVE when the service went before it was handled. Runs on the handler's thread, must not block.
 using ControlReturned = std::function<void(simwin::DWORD result)>;
 
-// Queues a control for the running service of this name. Controls are handled one at a time in the order of their
-// coming, from the moment at which the service has named its handler. data: what the event data of the handler points
-// to, empty for a null pointer; it lives until the handler has returned.
+// Queues a control for the running service of this name. Controls are handled one at a time in the order of arrival,
+// once the service has registered its handler. data: what the event data of the handler points to, empty for a null
+// pointer; it lives until the handler has returned.
 // Returns: false when the service has no process; nothing is queued then and `returned` is not called.
 bool PostServiceControl(std::string_view service, simwin::DWORD control, simwin::DWORD eventType,
                         const std::vector<simwin::BYTE>& data, ControlReturned returned = {});
@@ -61,7 +62,7 @@ unsigned BroadcastServiceControl(simwin::DWORD control, simwin::DWORD eventType,
 // The state reported last, SERVICE_STOPPED for one that does not run, 0 for one that is not registered.
 simwin::DWORD ServiceState(std::string_view name);
 
-// Everything that services reported, in order; a process that ended without reporting its stop counts as having
+// All reports of services, in order; a process that ended without reporting its stop counts as having
 // stopped.
 struct ServiceReport {
     std::uint64_t atMs;
@@ -70,7 +71,7 @@ struct ServiceReport {
 };
 const std::vector<ServiceReport>& ServiceReports();
 
-// "START_PENDING" and the like; "" for a value that is no state.
+// "START_PENDING" and the like; "" for an invalid state.
 const char* ServiceStateText(simwin::DWORD state);
 
 } // namespace machine

@@ -1,4 +1,4 @@
-// The service control manager: what a service tells it, and what a tool asks of it.
+// The service control manager: what a service reports to it, and what a tool requests of it.
 #pragma once
 
 #include "simwin/kernel/api.h"
@@ -37,7 +37,7 @@ inline constexpr DWORD SERVICE_CONTROL_POWEREVENT = 13;
 inline constexpr DWORD SERVICE_CONTROL_SESSIONCHANGE = 14;
 inline constexpr DWORD SERVICE_CONTROL_PRESHUTDOWN = 15;
 
-// What a power event tells.
+// The kinds of power events.
 inline constexpr DWORD PBT_APMQUERYSUSPEND = 0;
 inline constexpr DWORD PBT_APMQUERYSTANDBY = 1;
 inline constexpr DWORD PBT_APMQUERYSUSPENDFAILED = 2;
@@ -86,7 +86,7 @@ struct SERVICE_DESCRIPTIONA {
     LPSTR lpDescription;
 };
 
-// --- The running service. Behind it: one service for each process that the manager started, a queue of controls that
+// --- The running service. State: one service for each process that the manager started, a queue of controls that
 // the machine and other programs fill. Handlers run on the dispatcher's thread, one at a time, in the order of arrival.
 
 // Connects the process to the manager, starts a thread on the service's main procedure, and runs its handlers until it
@@ -94,19 +94,19 @@ struct SERVICE_DESCRIPTIONA {
 // Returns: TRUE after the stop; FALSE with 1063 in a process that the manager did not start. Blocks (idle).
 BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA* table);
 
-// Names the handler of this process's service. What came before waits for it.
-// Returns: a status handle, good until the end of the process and not to be closed; null with 1060 for another name or
+// Registers the handler of this process's service. Earlier controls wait for it.
+// Returns: a status handle, valid until the end of the process and not to be closed; null with 1060 for another name or
 // before the dispatcher.
 SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerExA(LPCSTR name, LPHANDLER_FUNCTION_EX handler, LPVOID context);
 
 // Reports a state; the record is copied. SERVICE_STOPPED ends the dispatcher.
-// Returns: FALSE with 6, with 13 for a state that is none, with 1062 once the service has reported its stop.
+// Returns: FALSE with 6, with 13 for an invalid state, with 1062 once the service has reported its stop.
 BOOL SetServiceStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS* status);
 
-// --- The manager as a tool sees it. Behind it: the services by name, without regard to case, kept under
+// --- The manager as a tool sees it. State: the services by name, without regard to case, kept under
 // SYSTEM\CurrentControlSet\Services as well. Handles are closed with CloseServiceHandle.
 
-// machine, database: null. Returns: null with 5 for a right that the caller's account has not.
+// machine, database: null. Returns: null with 5 for a right that the caller's account lacks.
 SC_HANDLE OpenSCManagerA(LPCSTR machine, LPCSTR database, DWORD access);
 
 // Returns: null with 1060 without such a service, 5, 6.
@@ -118,7 +118,8 @@ SC_HANDLE CreateServiceA(SC_HANDLE manager, LPCSTR name, LPCSTR displayName, DWO
                          DWORD errorControl, LPCSTR path, LPCSTR group, LPDWORD tagId, LPCSTR dependencies,
                          LPCSTR account, LPCSTR password);
 
-// Marks it for deletion; it goes when it does not run and no handle to it is open. FALSE with 1072 if marked, 5, 6.
+// Marks it for deletion; it is deleted when it does not run and no handle to it is open. FALSE with 1072 if marked, 5,
+// 6.
 BOOL DeleteService(SC_HANDLE service);
 BOOL CloseServiceHandle(SC_HANDLE handle); // FALSE with 6
 
@@ -129,7 +130,7 @@ BOOL ChangeServiceConfig2A(SC_HANDLE service, DWORD level, LPVOID info);
 BOOL QueryServiceStatus(SC_HANDLE service, SERVICE_STATUS* status);
 
 // Sends a control and waits until the handler has returned; `status` is what was reported then. control: stop, pause,
-// continue, interrogate, or 128 to 255, whose result the handler keeps to itself.
+// continue, interrogate, or 128 to 255, whose result is not passed on.
 // Returns: FALSE with 5, 6, 87 for a control that programs cannot send, 1052 for one that is not accepted, 1061 while a
 // start or stop is pending, 1062 when it does not run, or with what the handler returned. Blocks.
 BOOL ControlService(SC_HANDLE service, DWORD control, SERVICE_STATUS* status);

@@ -72,7 +72,7 @@ void StartShell(const Session& session) {
         action(*shell);
 }
 
-// The console goes to session `id`: a session with nobody is not needed any more, a user's is disconnected.
+// The console goes to session `id`: a session without a user is no longer needed, a user's is disconnected.
 void LeaveConsole(unsigned id) {
     std::erase_if(*g_sessions,
                   [&](const Session& other) { return other.console && other.id != id && other.user.empty(); });
@@ -162,7 +162,7 @@ unsigned LogOn(Session session) {
     const auto isOthers = [&](const Session* known) {
         return known && !known->user.empty() && !EqualNoCase(known->user, session.user);
     };
-    while (isOthers(FindSession(session.id))) // whoever is there stays logged on
+    while (isOthers(FindSession(session.id))) // a user who is there stays logged on
         ++session.id;
     if (session.console)
         LeaveConsole(session.id);

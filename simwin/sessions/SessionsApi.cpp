@@ -152,7 +152,7 @@ DWORD WTSGetActiveConsoleSessionId() {
     return machine::ConsoleSession().value_or(0xFFFFFFFF);
 }
 
-// The program loads the library of these by its path.
+// The program loads the library of these operations by its path.
 static const machine::OptionalOperation Optional[] = {
     {"wtsapi32.dll", "WTSQuerySessionInformationA", machine::AsProc(WTSQuerySessionInformationA), 0x0500},
     {"wtsapi32.dll", "WTSEnumerateSessionsA", machine::AsProc(WTSEnumerateSessionsA), 0x0500},

@@ -47,7 +47,7 @@ simwin::SID_NAME_USE UseOf(const Sid& sid) {
     return sid.starts_with("S-1-5-32-") ? simwin::SidTypeAlias : simwin::SidTypeWellKnownGroup;
 }
 
-// With its final zero. False, with the size that it takes, if it does not fit.
+// With its final zero. False, with the needed size, if it does not fit.
 bool CopyOut(const std::string& text, simwin::LPSTR buffer, simwin::DWORD* size) {
     const bool fits = buffer && *size > text.size();
     if (fits)

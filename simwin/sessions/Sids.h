@@ -12,7 +12,7 @@ namespace machine {
 
 // Revision, count, the authority with its highest byte first, the parts.
 std::vector<std::uint8_t> SidBytes(const Sid& sid);
-// Nothing for what is no SID.
+// Nothing for an invalid SID.
 std::optional<Sid> SidOfBytes(simwin::PSID sid);
 
 } // namespace machine

@@ -22,7 +22,7 @@ constexpr DWORD EnabledGroup = SE_GROUP_MANDATORY | SE_GROUP_ENABLED_BY_DEFAULT 
 constexpr DWORD Enabled = SE_PRIVILEGE_ENABLED | SE_PRIVILEGE_ENABLED_BY_DEFAULT;
 constexpr unsigned Vista = 0x0600;
 
-// `ofSystem`, `ofUser`, `ofAdministrator`: the attributes in these tokens, Lacks where they have it not.
+// `ofSystem`, `ofUser`, `ofAdministrator`: the attributes in these tokens, Lacks where they do not have it.
 constexpr DWORD Lacks = 0xFFFFFFFF;
 struct PrivilegeRow {
     DWORD number;
@@ -105,7 +105,7 @@ TokenFacts UserToken(const Logon& logon, TOKEN_ELEVATION_TYPE elevation) {
     return token;
 }
 
-// The token that fits what is known of a process that the machine started.
+// The token derived from what is known of a process that the machine started.
 TokenFacts StandIn(const Process& process) {
     if (process.rights == Rights::System)
         return SystemToken(process.session);

@@ -1,5 +1,5 @@
 // Tokens: who a process is, or a thread that impersonates: account, groups, privileges, integrity. A process that the
-// machine started gets its token when it is first asked for, from its rights and its user. Called on the machine's
+// machine started gets its token at the first use, from its rights and its user. Called on the machine's
 // side; none of this blocks.
 #pragma once
 
@@ -55,7 +55,7 @@ struct Token : Object, TokenFacts {
 TokenFacts SystemToken(unsigned session);
 // The user's own token at the logon: the filtered one where there are two.
 TokenFacts LogonToken(const Logon& logon);
-// The other one of two. False if the logon has one alone.
+// The other one of two. False if the logon has only one.
 bool LinkedToken(const TokenFacts& token, TokenFacts& linked);
 
 // Numbers and names of privileges, as far as this Windows has them; 0 and "" without.
@@ -67,12 +67,12 @@ bool HasGroup(const TokenFacts& token, std::string_view sid); // enabled
 
 // The process's own token, which lives as long as it does.
 Token& TokenOf(Process& process);
-// The token that counts for the running thread: the impersonated one, else its process's.
+// The token in force for the running thread: the impersonated one, else its process's.
 Token& ThreadToken();
 
 Rights RightsOf(const TokenFacts& token);
 Caller CallerOf(const TokenFacts& token);
-// The process is to get this token, with all that follows from it: user, session, rights. The start borrows it.
+// Gives the process this token, with all that follows from it: user, session, rights. The start borrows it.
 void StartWith(ProcessStart& start, Token& token);
 
 } // namespace machine

@@ -1,4 +1,4 @@
-// Tokens as programs use them: opened, asked, copied, restricted, impersonated.
+// Tokens as programs use them: opened, queried, copied, restricted, impersonated.
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Machine.h"
@@ -43,7 +43,7 @@ HANDLE OpenToken(TokenFacts facts, DWORD access) {
     return CurrentProcess()->handles.Open(new Token(std::move(facts)), access);
 }
 
-// Who may open a process's token: its user, unless it stands above the caller, and the system.
+// Who may open a process's token: its user, unless its integrity is above the caller's, and the system.
 bool MayOpenTokenOf(Process& process) {
     const TokenFacts &caller = ThreadToken(), &target = TokenOf(process);
     return RightsOf(caller) == Rights::System ||
@@ -59,7 +59,7 @@ BOOL GiveRecord(const Record& record, LPVOID buffer, DWORD size, PDWORD needed) 
     return TRUE;
 }
 
-// SIDs with their attributes, the SIDs after the records. `head`: bytes in front of the records.
+// SIDs with their attributes, the SIDs after the records. `head`: bytes before the records.
 BOOL GiveSids(const std::vector<TokenGroup>& groups, std::size_t head, LPVOID buffer, DWORD size, PDWORD needed) {
     std::vector<std::vector<std::uint8_t>> sids;
     std::size_t bytes = head + groups.size() * sizeof(SID_AND_ATTRIBUTES);
@@ -155,7 +155,8 @@ DWORD LevelOfLabel(PSID sid) {
     return static_cast<DWORD>(std::stoul(text->substr(text->rfind('-') + 1)));
 }
 
-// Windows raises the level of no token's copy, and makes no program of one that is good for looking at alone.
+// Windows never raises the level of a token's copy, and starts no program with one that is valid for identification
+// only.
 bool MayCopy(const Token& token, SECURITY_IMPERSONATION_LEVEL level, TOKEN_TYPE type) {
     if (token.type == TokenPrimary)
         return true;
@@ -177,7 +178,7 @@ BOOL CopyToken(HANDLE handle, DWORD access, SECURITY_IMPERSONATION_LEVEL level, 
     return TRUE;
 }
 
-// Marks each of these SIDs for denying only. False for what is no SID.
+// Marks each of these SIDs for denying only. False for an invalid SID.
 bool DisableGroups(TokenFacts& token, const SID_AND_ATTRIBUTES* sids, DWORD count) {
     for (DWORD i = 0; i < count; ++i) {
         const std::optional<Sid> sid = SidOfBytes(sids[i].Sid);

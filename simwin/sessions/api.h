@@ -5,7 +5,7 @@
 
 namespace simwin {
 
-// --- Tokens. Behind them: the account, groups, privileges and integrity of a session or a process. A token is a
+// --- Tokens. State: the account, groups, privileges and integrity of a session or a process. A token is a
 // handle, closed with CloseHandle.
 inline constexpr DWORD TOKEN_ASSIGN_PRIMARY = 0x0001;
 inline constexpr DWORD TOKEN_DUPLICATE = 0x0002;
@@ -103,13 +103,13 @@ inline constexpr DWORD ERROR_NONE_MAPPED = 1332;
 inline constexpr DWORD ERROR_BAD_IMPERSONATION_LEVEL = 1346;
 inline constexpr DWORD ERROR_BAD_TOKEN_TYPE = 1349;
 
-// process: a handle with the right to query, or the pseudo handle. The handle has exactly the rights asked for, with
+// process: a handle with the right to query, or the pseudo handle. The handle has exactly the requested rights, with
 // MAXIMUM_ALLOWED those that there are. FALSE with 6, 5 (the handle's rights or the token's do not give them).
 BOOL OpenProcessToken(HANDLE process, DWORD access, PHANDLE token);
-// *needed is set always. SIDs lie in the same buffer, after the record. FALSE with 24 or 122 if it does not fit, 5 for
+// *needed is always set. SIDs are in the same buffer, after the record. FALSE with 24 or 122 if it does not fit, 5 for
 // a handle without TOKEN_QUERY, 6, 87 for a class that this Windows does not have (18 and above before 6.0) and for the
 // level of a primary token, 1312 for TokenLinkedToken where there is none. The linked token is a handle to be closed;
-// without SeTcb enabled it is good for identification alone.
+// without SeTcb enabled it is valid for identification only.
 BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS what, LPVOID buffer, DWORD size, PDWORD needed);
 // Only TokenIntegrityLevel, from 6.0 on. FALSE with 5 for a handle without TOKEN_ADJUST_DEFAULT, 6, 87, 1314 for a
 // level above the caller's own without SeTcb.
@@ -122,7 +122,7 @@ BOOL DuplicateToken(HANDLE token, SECURITY_IMPERSONATION_LEVEL level, PHANDLE du
 BOOL DuplicateTokenEx(HANDLE token, DWORD access, LPSECURITY_ATTRIBUTES security, SECURITY_IMPERSONATION_LEVEL level,
                       TOKEN_TYPE type, PHANDLE duplicate);
 // The same token with the groups `disabled` for denying only and without the privileges `deleted`; what it does not
-// have is passed over. FALSE with 5 for a handle without TOKEN_DUPLICATE, 6, 87. Restricting SIDs are not modelled.
+// have is skipped. FALSE with 5 for a handle without TOKEN_DUPLICATE, 6, 87. Restricting SIDs are not modelled.
 BOOL CreateRestrictedToken(HANDLE token, DWORD flags, DWORD disabledCount, PSID_AND_ATTRIBUTES disabled,
                            DWORD deletedCount, PLUID_AND_ATTRIBUTES deleted, DWORD restrictedCount,
                            PSID_AND_ATTRIBUTES restricted, PHANDLE made);
@@ -168,13 +168,13 @@ using LPLOCALGROUP_USERS_INFO_0 = LOCALGROUP_USERS_INFO_0*;
 NET_API_STATUS NetUserGetLocalGroups(LPCWSTR server, LPCWSTR user, DWORD level, DWORD flags, LPBYTE* buffer,
                                      DWORD preferredLength, LPDWORD read, LPDWORD total);
 NET_API_STATUS NetApiBufferFree(LPVOID buffer);
-// The text form, released with LocalFree. FALSE with 1337 for what is no SID.
+// The text form, released with LocalFree. FALSE with 1337 for an invalid SID.
 BOOL ConvertSidToStringSidA(PSID sid, LPSTR* text);
 inline constexpr DWORD ERROR_INVALID_SID = 1337;
-// Whether the thread's token has Administrators enabled; a filtered token has not.
+// Whether the thread's token has Administrators enabled; a filtered token does not.
 BOOL IsUserAnAdmin();
 
-// --- Processes by id and name. Behind them: all processes of the machine that have not ended.
+// --- Processes by id and name. State: all processes of the machine that have not ended.
 BOOL ProcessIdToSessionId(DWORD processId, LPDWORD sessionId); // FALSE with 87
 inline constexpr DWORD TH32CS_SNAPPROCESS = 2;
 struct PROCESSENTRY32 {
@@ -197,7 +197,7 @@ BOOL Process32First(HANDLE snapshot, PROCESSENTRY32* entry); // FALSE with 18 at
 BOOL Process32Next(HANDLE snapshot, PROCESSENTRY32* entry);
 inline constexpr DWORD ERROR_BAD_LENGTH = 24;
 
-// --- Sessions. Behind them: the described sessions; users log on and off from outside.
+// --- Sessions. State: the described sessions; users log on and off from outside.
 #define WTS_CURRENT_SERVER_HANDLE (static_cast<simwin::HANDLE>(nullptr))
 enum WTS_CONNECTSTATE_CLASS : int {
     WTSActive,
@@ -224,7 +224,7 @@ struct WTSSESSION_NOTIFICATION {
 };
 static_assert(sizeof(WTSSESSION_NOTIFICATION) == 8);
 // what: the connect state, a WTS_CONNECTSTATE_CLASS of four bytes. *buffer is released with WTSFreeMemory.
-// FALSE with 7022 for a session that is not there, 1722 while the terminal services do not answer.
+// FALSE with 7022 for a missing session, 1722 while the terminal services do not answer.
 BOOL WTSQuerySessionInformationA(HANDLE server, DWORD sessionId, WTS_INFO_CLASS what, LPSTR* buffer, DWORD* bytes);
 void WTSFreeMemory(PVOID memory);
 struct WTS_SESSION_INFOA {
@@ -233,11 +233,11 @@ struct WTS_SESSION_INFOA {
     WTS_CONNECTSTATE_CLASS State;
 };
 using PWTS_SESSION_INFOA = WTS_SESSION_INFOA*;
-// All sessions: 0, those of users, last the listener. The names lie in the same block, released with WTSFreeMemory.
+// All sessions: 0, those of users, last the listener. The names are in the same block, released with WTSFreeMemory.
 // reserved: 0; version: 1. FALSE with 1722 while the terminal services do not answer.
 BOOL WTSEnumerateSessionsA(HANDLE server, DWORD reserved, DWORD version, PWTS_SESSION_INFOA* sessions, DWORD* count);
 // The token of the session's user, a primary one with all rights. Needs SeTcb enabled in the thread's token. FALSE with
-// 1314, 1008 for a session with nobody, 2 for one that is not there, 7022 while the services do not answer, 1245.
+// 1314, 1008 for a session without a user, 2 for a missing one, 7022 while the services do not answer, 1245.
 BOOL WTSQueryUserToken(ULONG sessionId, PHANDLE token);
 DWORD WTSGetActiveConsoleSessionId(); // 0xFFFFFFFF while no session has the console; from 5.1 on
 inline constexpr DWORD ERROR_CTX_WINSTATION_NOT_FOUND = 7022;

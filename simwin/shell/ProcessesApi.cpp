@@ -1,4 +1,4 @@
-// Processes that a program makes, with its own token or another, and those that it opens.
+// Processes that a program creates, with its own token or another, and those that it opens.
 #include "simwin/files/Files.h"
 #include "simwin/files/api.h"
 #include "simwin/kernel/Call.h"
@@ -22,7 +22,7 @@ BOOL Fail(DWORD error) {
     return FALSE;
 }
 
-// What both operations are given.
+// The arguments of both operations.
 struct Request {
     LPCSTR program;
     LPCSTR commandLine;
@@ -53,7 +53,7 @@ std::uint64_t DelayOf(const Request& request) {
     return program ? program->blocksMs : 0;
 }
 
-// A thread handle for the caller to close: the first thread of a copy of the product, else one that is nobody's.
+// A thread handle for the caller to close: the first thread of a copy of the product, else one without a thread.
 struct ScriptedThread : Object {
     ScriptedThread() : Object(ObjectKind::Other) {}
 };
@@ -96,7 +96,7 @@ BOOL MakeProcess(const Request& request, Token& token, PROCESS_INFORMATION* info
     return TRUE;
 }
 
-// The copy that a new process gets: what it changes in its token is its own affair.
+// The copy for a new process, whose changes to its token must not affect others.
 BOOL MakeWithCopy(const Request& request, const TokenFacts& facts, PROCESS_INFORMATION* information) {
     auto* token = new Token(facts);
     token->Retain();
@@ -124,7 +124,7 @@ const Token* TokenForProcess(HANDLE handle) {
     return error ? nullptr : token;
 }
 
-// Windows enables them for the length of the call; it is enough to hold them.
+// Windows enables them for the duration of the call; holding them is enough.
 bool MayGiveTokens(const TokenFacts& own) {
     return FindPrivilege(own, PrivilegeNumber("SeIncreaseQuotaPrivilege")) &&
            FindPrivilege(own, PrivilegeNumber("SeAssignPrimaryTokenPrivilege"));

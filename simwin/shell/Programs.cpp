@@ -1,4 +1,4 @@
-// What programs do that are not the product: described ones play their part, scripts run in the command processor.
+// Programs other than the product: described ones follow their description, scripts run in the command processor.
 #include "simwin/shell/Shell.h"
 
 #include "simwin/desktop/Desktop.h"
@@ -101,7 +101,7 @@ std::string FirstWord(std::string_view part) {
     return word;
 }
 
-// What the command processor is given after /c or /k, as it reads it; nothing for another command line.
+// The command after the processor's /c or /k, as it reads it; nothing for another command line.
 std::optional<std::string> LineOfCommandProcessor(std::string_view commandLine) {
     std::size_t at = std::min(FindNoCase(commandLine, "/c"), FindNoCase(commandLine, "/k"));
     if (at == std::string_view::npos)

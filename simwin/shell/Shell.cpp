@@ -43,7 +43,7 @@ std::string Extension(std::string_view path) {
     return std::string(path.substr(dot));
 }
 
-// A command from the registry in two: the program, in quotes or up to the first blank at which a file ends, and the
+// Splits a command from the registry: the program, in quotes or up to the first blank at which a file ends, and the
 // rest.
 std::string ProgramOfCommand(const std::string& command) {
     if (command.starts_with('"'))
@@ -60,7 +60,7 @@ struct Opened {
     int error = 0;
 };
 
-// What a file means to the shell: itself with its parameters, or its program with the file.
+// What the shell starts for a file: itself with its parameters, or its program with the file.
 Opened ResolveFile(const std::string& name, const std::string& parameters, const std::string& directory) {
     const std::string path = FindFileOfShell(name, directory);
     if (path.empty()) {
@@ -77,7 +77,7 @@ Opened ResolveFile(const std::string& name, const std::string& parameters, const
     return {program, "\"" + path + "\"", 0};
 }
 
-// The token that a program gets when the user, or an administrator in its place, has agreed to more rights.
+// The token of a program once the user, or an administrator in the user's place, has agreed to more rights.
 TokenFacts WithConsent(const TokenFacts& own) {
     TokenFacts more;
     if (RightsOf(own) == Rights::System || HasGroup(own, SidAdministrators))

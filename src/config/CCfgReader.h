@@ -56,7 +56,7 @@ public:
     CCfgReader(const CCfgReader&) = delete;
     CCfgReader& operator=(const CCfgReader&) = delete;
 
-    // Reads the source anew. reason: for the log only.
+    // Reads the source again. reason: for the log only.
     // Returns: 1 when a new snapshot was read, 0 when there is none now (a registry key that cannot be opened leaves
     // the old snapshot). Blocks on the file.
     DWORD CreateSnapshot(const char* reason);

@@ -36,7 +36,7 @@ struct RegisteredClass {
 };
 
 // What is done for an event of an interface class.
-enum class DeviceRoad {
+enum class DeviceReaction {
     None,
     Port,
     RootHub,
@@ -50,7 +50,7 @@ struct DeviceClassRow {
     const char* name;
     LONG arrivalLevel;
     LONG removalLevel; // 0: removals are ignored
-    DeviceRoad road;
+    DeviceReaction reaction;
 };
 } // namespace
 
@@ -65,12 +65,12 @@ static_assert(RegisteredClassCount == 5);
 
 // In the order of the test; only its path distinguishes a root hub from other hubs, so its row comes first.
 constexpr DeviceClassRow DeviceClasses[] = {
-    {InterfaceClass::ComPort, nullptr, 'C', "COM-Port", 1, 1, DeviceRoad::Port},
-    {InterfaceClass::Modem, nullptr, 'M', "Modem", 4, 4, DeviceRoad::Port},
-    {InterfaceClass::UsbDevice, nullptr, 'U', "USB-Device", 4, 1, DeviceRoad::None},
-    {InterfaceClass::SerenumBusEnumerator, nullptr, 'S', "SerialBusEnumerator-Device", 4, 0, DeviceRoad::None},
-    {InterfaceClass::UsbHub, "root", 'R', "USB RootHub", 1, 1, DeviceRoad::RootHub},
-    {InterfaceClass::UsbHub, nullptr, 'H', "USB Hub", 1, 1, DeviceRoad::Hub},
+    {InterfaceClass::ComPort, nullptr, 'C', "COM-Port", 1, 1, DeviceReaction::Port},
+    {InterfaceClass::Modem, nullptr, 'M', "Modem", 4, 4, DeviceReaction::Port},
+    {InterfaceClass::UsbDevice, nullptr, 'U', "USB-Device", 4, 1, DeviceReaction::None},
+    {InterfaceClass::SerenumBusEnumerator, nullptr, 'S', "SerialBusEnumerator-Device", 4, 0, DeviceReaction::None},
+    {InterfaceClass::UsbHub, "root", 'R', "USB RootHub", 1, 1, DeviceReaction::RootHub},
+    {InterfaceClass::UsbHub, nullptr, 'H', "USB Hub", 1, 1, DeviceReaction::Hub},
 };
 static_assert(sizeof(DeviceClasses) / sizeof(DeviceClasses[0]) == 6);
 
@@ -117,9 +117,9 @@ static const DeviceClassRow* FindDeviceClass(const GUID& interfaceClass, const c
     return nullptr;
 }
 
-static void RescanHubs(DeviceRoad road) {
+static void RescanHubs(DeviceReaction reaction) {
     // Hub names start with the controller number from the root hubs' list, so that list is read first.
-    if (road == DeviceRoad::RootHub && g_pUsbRoothubs != nullptr) {
+    if (reaction == DeviceReaction::RootHub && g_pUsbRoothubs != nullptr) {
         g_pUsbRoothubs->CreateSnapshot();
     }
     if (g_pUsbHubs != nullptr) {
@@ -135,14 +135,14 @@ static HANDLE StartArrival(const GUID& interfaceClass, const char* path) {
     }
     WriteLog(row->arrivalLevel, "-------------------- +%c+ ---------------------", row->letter);
     WriteLog(row->arrivalLevel, "+++ New %s DevPath=%s", row->name, path);
-    switch (row->road) {
-    case DeviceRoad::Port:
+    switch (row->reaction) {
+    case DeviceReaction::Port:
         return ComPortArrivedAsync(path);
-    case DeviceRoad::RootHub:
-    case DeviceRoad::Hub:
-        RescanHubs(row->road);
+    case DeviceReaction::RootHub:
+    case DeviceReaction::Hub:
+        RescanHubs(row->reaction);
         return nullptr;
-    case DeviceRoad::None:
+    case DeviceReaction::None:
         return nullptr;
     }
     return nullptr;
@@ -184,15 +184,15 @@ static void RouteRemoval(const DEV_BROADCAST_DEVICEINTERFACE_A& device) {
     }
     WriteLog(row->removalLevel, "-------------------- -%c- ---------------------", row->letter);
     WriteLog(row->removalLevel, "+++ Removed %s DevPath=%s", row->name, path);
-    switch (row->road) {
-    case DeviceRoad::Port:
+    switch (row->reaction) {
+    case DeviceReaction::Port:
         ComPortRemoved(path);
         return;
-    case DeviceRoad::RootHub:
-    case DeviceRoad::Hub:
-        RescanHubs(row->road);
+    case DeviceReaction::RootHub:
+    case DeviceReaction::Hub:
+        RescanHubs(row->reaction);
         return;
-    case DeviceRoad::None:
+    case DeviceReaction::None:
         return;
     }
 }

@@ -211,7 +211,7 @@ static void RunBalloonChild(HINSTANCE hInstance) {
 }
 
 // Modes 1 to 4, and everything else without a path of its own.
-static int RunMainRoad(HINSTANCE hInstance, char* commandLine) {
+static int RunMainPath(HINSTANCE hInstance, char* commandLine) {
     if (g_Os.IsWow64) {
         ShowMessage("On x64 use the x64 edition of this exe", MB_ICONSTOP);
         return ExitRefused;
@@ -281,5 +281,5 @@ extern "C" int WINAPI WinMain(HINSTANCE hInstance, HINSTANCE, LPSTR lpCmdLine, i
         LogEnd();
         return ExitDone;
     }
-    return RunMainRoad(hInstance, lpCmdLine);
+    return RunMainPath(hInstance, lpCmdLine);
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes each .ico beside this script anew from the .svg of its name, in every size at which the program loads it. Run
+# Remakes each .ico next to this script from the .svg of its name, in every size at which the program loads it. Run
 # it after a drawing was changed, and commit both. Debian: librsvg2-bin, icoutils.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")"

@@ -1,6 +1,6 @@
-// What the product relies on from Windows, asked of Windows' own names: the same source runs on the simulated machine
-// and, cross-built, under Wine. What is expected is what Windows documents. Where Wine is known to do otherwise, the
-// expectation is marked, so that the difference is written down beside the test and is noticed when it goes away.
+// What the product relies on from Windows, tested through Windows' own names: the same source runs on the simulated
+// machine and, cross-built, under Wine. Expectations are what Windows documents. Where Wine is known to differ, the
+// expectation is marked, so that the difference is recorded next to the test and is noticed when it disappears.
 #pragma once
 
 #include "platform/win32.h"
@@ -14,7 +14,7 @@
 
 namespace contract {
 
-// A last error that no operation gives: an operation that is said to set one must replace it.
+// A last error that no operation returns: an operation that sets one must replace it.
 inline constexpr DWORD NoError = 0x20000042;
 
 #if defined(_WIN32)
@@ -42,8 +42,8 @@ inline void CheckKnownDifference(bool agrees, const char* expression, const char
 #define KNOWN_DIFFERENCE(reason, expression)                                                                           \
     contract::CheckKnownDifference((expression), #expression, reason, __FILE__, __LINE__)
 
-// A documented result that the simulated machine does not give: nothing of the product asks for it. On Windows it must
-// come; on the machine it fails as soon as it does, so that the mark goes. Wine is not asked.
+// A documented result that the simulated machine does not give: nothing in the product needs it. On Windows it must
+// come; on the machine it fails as soon as it does, so that the mark is removed. Wine is not tested.
 inline void CheckMachineDifference(bool agrees, const char* expression, const char* reason, const char* file,
                                    int line) {
 #if defined(_WIN32)
@@ -68,7 +68,7 @@ inline std::string TempFile(const char* name) {
     return TempFolder() + "\\QuillmarchContract_" + name;
 }
 
-// The error of an operation that gives FALSE, 0 if it gave TRUE.
+// The error of an operation that returns FALSE, 0 if it returned TRUE.
 template<typename Operation>
 DWORD ErrorOf(Operation operation) {
     SetLastError(NoError);

@@ -1,4 +1,4 @@
-// Where the simulated machine is known to give something else than Windows. Each stands here until somebody needs it.
+// Where the simulated machine is known to differ from Windows. Each difference stays here until the product needs it.
 #include "tests/contract/Contract.h"
 
 using contract::ErrorOf;
@@ -117,7 +117,7 @@ TEST(MachineDifferences, Registry) {
     RegCloseKey(key);
     MACHINE_DIFFERS("classes of interfaces are not there",
                     RegOpenKeyExA(HKEY_CLASSES_ROOT, "Interface", 0, KEY_READ, &key) == 0);
-    // A user's own class stands in front of the machine's.
+    // A user's own class takes precedence over the machine's.
     ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, "Software\\Classes\\QuillmarchOwn", 0, nullptr, 0, KEY_ALL_ACCESS,
                               nullptr, &key, nullptr),
               0);

@@ -1,4 +1,4 @@
-// What the balloon's pipe relies on: messages stay whole, and each stand of an instance has its error.
+// What the balloon's pipe relies on: messages stay whole, and each state of an instance has its error.
 #include "tests/contract/Contract.h"
 
 namespace {

@@ -1,5 +1,5 @@
-// What the balloon and the service's message loop rely on: who handles what is sent, in which order messages come, what
-// a window of another thread may be asked; queues of threads and WM_QUIT.
+// What the balloon and the service's message loop rely on: who handles sent messages, in which order messages come,
+// what may be requested of another thread's window; queues of threads and WM_QUIT.
 #include "tests/contract/Contract.h"
 
 namespace {

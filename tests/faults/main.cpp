@@ -58,7 +58,7 @@ std::string FaultText(const machine::Fault& fault) {
     return fmt::format("{} fails with {}{}", fault.call, fault.error, fault.times == ForEver ? " from then on" : "");
 }
 
-// A fault that has not acted yet belongs to the last stop and has its turn there.
+// A fault that has not acted yet belongs to the last stop and acts there.
 void EndActingFaults() {
     for (machine::Fault& fault : machine::Faults())
         fault.isOver = fault.acted != 0;
@@ -70,8 +70,8 @@ std::size_t HandlesLeftByFault(const machine::Fault* fault) {
 }
 
 // What follows from the failure itself. A service manager that hears of no state, or has no handler to tell,
-// waits for ever, and the machine says so; what closes the log looks at the clock if it has no event; a list that
-// cannot be set at any try is not put back.
+// waits forever, and the machine says so; the log's closer polls the clock if it has no event; a list that
+// cannot be set at any attempt is not restored.
 bool IsExcused(const machine::Fault* fault, const storm::Violation& violation) {
     if (!fault)
         return false;
@@ -138,7 +138,7 @@ std::vector<storm::Violation> ReadResult(const std::string& text, int status, Sc
     });
 }
 
-// The rounds of a scenario: each call once and for ever. With `every` only the first of each operation and every so
+// The rounds of a scenario: each call once and forever. With `every` only the first of each operation and every so
 // manieth call, others in each scenario.
 std::vector<machine::Fault> RoundsOf(const Scenario& scenario, std::size_t place, std::size_t every) {
     std::vector<machine::Fault> rounds;

@@ -1,4 +1,4 @@
-// What a unit test stands on: a fresh simulated machine, and the test itself as the first thread of a process on it.
+// The basis of a unit test: a fresh simulated machine, and the test itself as the first thread of a process on it.
 // CTest starts one host process for each test, so no test sees another's state.
 #pragma once
 
@@ -14,7 +14,7 @@ struct WithSetup {
     explicit WithSetup(SetupAction action);
 };
 
-// What a program does on the process's first thread before its tests, such as what the product's entry does first.
+// What a program does on the process's first thread before its tests, such as the first steps of the product's entry.
 struct BeforeTests {
     explicit BeforeTests(void (*action)());
 };

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Two calls of ./quill at once wait for each other, and a tree that was moved is configured anew. CMake and Ninja are
+# Two calls of ./quill at once wait for each other, and a tree that was moved is configured again. CMake and Ninja are
 # stand-ins that write down what they are asked, so nothing is built.
 set -euo pipefail
 quill=$1

@@ -1,4 +1,4 @@
-// The kernel of the simulated machine, judged by what a misbehaving program makes of it.
+// The kernel of the simulated machine under misbehaving programs.
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Random balloons under seeded schedules: children, clicks, mice, bars that move, tool tips, pipe messages, failing calls.
 
-balloon-storm.py TOOL SEEDS [FIRST]: each seed makes a description and runs it. Nothing may hang, crash or wait for ever,
+balloon-storm.py TOOL SEEDS [FIRST]: each seed makes a description and runs it. Nothing may hang, crash or wait forever,
 each balloon goes, none stays longer than the waits allow, and each appears on the screen.
 """
 import json

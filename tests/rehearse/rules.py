@@ -17,7 +17,7 @@ G = "BusType=USB\nPortName=COM5\n"  # makes the section above it good
 A = "[OnArrival]\nBusType=USB\nopen1=x.exe\n"
 R = "[BalloonTips]\nEnabled=1\n[OnRemoval]\nBusType=USB\nopen1=x.exe\n"
 
-# A text, and LINE:COLUMN: what is printed; behind dots, one line among others.
+# A text, and LINE:COLUMN: what is printed; after dots, one line among others.
 FAULTY = [
     (S + ";" * 0x100000, "1:1: QM101 the file has 1 MiB or more: no section counts"),
     ("\ufeff[ComPorts1]\n" + G, "1:1: QM102 the UTF-8 mark loses the section [ComPorts1]; save as ANSI, or as UTF-16 with a mark"),
@@ -30,11 +30,11 @@ FAULTY = [
     (P + G + "// the scale\n", "4:1: QM108 '// the scale' does not count; a comment begins with ';'"),
     (P + G + "PortName2 COM6\n", "4:1: QM108 'PortName2 COM6' has no '=' and does not count; a comment begins with ';'"),
     ("LogLevel=3\n" + S, "1:1: QM109 'LogLevel=3' stands before the first section and does not count"),
-    ("[Settings] ; main\n", "1:1: QM110 '[Settings] ; main' is no section, with text behind the ']'; write [Settings] alone; the keys below it do not count"),
+    ("[Settings] ; main\n", "1:1: QM110 '[Settings] ; main' is no section, with text after the ']'; write [Settings] alone; the keys below it do not count"),
     (P + G + "[ComPorts2\n", "4:1: QM110 '[ComPorts2' is no section, it lacks the ']'; the keys below it go to [ComPorts1]"),
     (P + G + "[ComPorts2 of the workshop upstairs]\n", "4:1: QM110 '[ComPorts2 of the workshop upstairs]' is no section, it has more than 31 characters; the keys below it go to [ComPorts1]"),
     (P + "DeviceID=FTDIBUS\\* ; scale\nPortName=COM5\n", "2:10: QM111 '; scale' belongs to the value of DeviceID; give the comment a line of its own"),
-    (S + "MaxPortNumber=\t64\n", "2:15: QM112 a tab stands in front of the value: MaxPortNumber is read as 0; use blanks, or nothing"),
+    (S + "MaxPortNumber=\t64\n", "2:15: QM112 a tab precedes the value: MaxPortNumber is read as 0; use blanks, or nothing"),
     (P + 'DeviceID="FTDIBUS\\*"\nPortName=COM5\n', "2:10: QM113 the quotes belong to the value of DeviceID, which no port fits; leave them out"),
     ("[ComPort1]\n" + G, "1:2: QM201 no section has the name [ComPort1], its keys do not count; did you mean [ComPorts1]?"),
     (P + G + "[ComPorts01]\n" + G, "4:2: QM202 [ComPorts01] is [ComPorts1] of line 1 again, its keys do not count; join the two"),
@@ -47,8 +47,8 @@ FAULTY = [
     (P + "PortNmae2=COM6\n" + G, "2:1: QM211 [ComPorts1] has no key PortNmae2; did you mean PortName2?"),
     (P + "PortName10=COM6\n" + G, "2:1: QM211 [ComPorts1] has no key PortName10; PortName takes no number, or one digit from 1 to 9"),
     (P + "MaxPortNumber=9\n" + G, "2:1: QM211 [ComPorts1] has no key MaxPortNumber; it belongs into [Settings]"),
-    (P + G + "PORTNAME=COM6\n", "4:1: QM212 PORTNAME stands in line 3 already, this one counts; remove one"),
-    (S + "LogLevel=1\nLogLevel=4\n", "3:1: QM212 LogLevel stands in line 2 already, that one counts; remove one"),
+    (P + G + "PORTNAME=COM6\n", "4:1: QM212 PORTNAME is in line 3 already, this one counts; remove one"),
+    (S + "LogLevel=1\nLogLevel=4\n", "3:1: QM212 LogLevel is in line 2 already, that one counts; remove one"),
     (A + "md51=9e107d9d372bb6826bd81d3542a419d6\n", "4:1: QM213 md51 is read and logged, without any effect; remove it"),
     (A + "delay2=5s\n", "4:1: QM214 delay2 is not read, there is no open2; add open2, or mind the digit"),
     (S + "CheckPortsOnResume=on\n", "2:20: QM301 CheckPortsOnResume=on is read as 0, so off; write 1"),

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# A program that does what no program should, in the product's place: the tool ends with 3 and says in the first word of
-# its last line which it was. Usage: stopped.sh TOOL PROBE-IMAGE
+# A program that does what no program should, in the product's place: the tool ends with 3, and the first word of its
+# last line names the failure. Usage: stopped.sh TOOL PROBE-IMAGE
 set -u
 tool=$(readlink -f "$1") probe=$(readlink -f "$2")
 scratch=$(mktemp -d)

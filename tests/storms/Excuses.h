@@ -1,5 +1,6 @@
-// What may excuse a broken statement. A letter stands for an exception of the order of steps, with its paragraph in
-// docs/decisions.md; "-" for a fact of the machine. A run counts how often each was needed: what never is has to go.
+// What may excuse a broken statement. A letter names an exception of the sequence of steps, with its paragraph in
+// docs/decisions.md; "-" a fact of the machine. A run counts how often each was needed: one that never is has to be
+// removed.
 #pragma once
 
 #include <map>

@@ -100,7 +100,7 @@ void Judge::Watch() {
 void Judge::Schedule() {
     std::vector<Event> events = m_plan.events;
     for (Event& event : CalmEvents(m_plan, &m_settledAtMs)) {
-        if (event.text.starts_with("resume") && event.atMs > m_plan.calmAtMs) // not the waking in front of the calm
+        if (event.text.starts_with("resume") && event.atMs > m_plan.calmAtMs) // not the resume before the calm
             m_lastCheckMs = event.atMs;
         events.push_back(std::move(event));
     }
@@ -143,8 +143,8 @@ void Judge::AtEnd() {
     JudgeLeftNumbers();
 }
 
-// What a port is about to leave is forgotten with the service, and a device that is taken out of the registry keeps its
-// bit, as on Windows.
+// A number that a port is about to leave is forgotten with the service, and a device removed from the registry keeps
+// its bit, as on Windows.
 void Judge::JudgeLeftNumbers() {
     const Switches& switches = m_plan.switches;
     if (HasFailed() || switches.stops || switches.power || switches.uninstalls)
@@ -172,7 +172,7 @@ void Judge::JudgeMoves() {
     }
 }
 
-// What a call does is seen at the next one: no time passes in between.
+// The effect of a call is seen at the next one: no time passes in between.
 void Judge::OnCall(std::string_view name) {
     const std::uint64_t failed =
         std::transform_reduce(machine::Faults().begin(), machine::Faults().end(), std::uint64_t{0}, std::plus<>(),
@@ -188,7 +188,7 @@ void Judge::OnCall(std::string_view name) {
         m_listensAtMs = machine::Now();
 }
 
-// A check that a failed call broke off is made good by the next start, not by one under way.
+// A check that a failed call cut off is repeated by the next start, not by one in progress.
 bool Judge::HasFailedSince(std::uint64_t ranAtMs) const {
     return m_failed != 0 && ranAtMs <= m_failedAtMs + OwnChangeMs;
 }
@@ -205,9 +205,10 @@ void Judge::ReadLog() {
     }
 }
 
-// The log is the only place that tells what is fatal and what was made of a notification.
+// Only the log says what is fatal and how a notification was handled.
 void Judge::OnLogLine(const std::string& line) {
-    // Nothing sees that a port is pulled out while its socket is asked: without a hub port that counts as fatal.
+    // The product cannot see that a port is pulled out while its socket is queried: without a hub port that counts as
+    // fatal.
     Reasons reasons = HasFailed() ? Reasons{&excuse::CallFailed} : Reasons{};
     if (line.find("BuildUsbPortName") != std::string::npos)
         reasons.insert(&excuse::PulledWhileRead);
@@ -221,15 +222,15 @@ void Judge::OnLogLine(const std::string& line) {
     JudgeMarks(line);
 }
 
-// A link is known by its kernel name alone. So a removal, or the end of a renaming, may take the link of a device that
-// has come to the kernel name meanwhile, or of the same one that is back already.
+// A link is identified by its kernel name alone. So a removal, or the end of a renaming, may take the link of a device
+// that has come to the kernel name meanwhile, or of the same one that is back already.
 void Judge::OnDosName(const machine::DosNameChange& change) {
     if (m_stage.hasEnded)
         return;
     const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(change.from);
     const Device* device = owner && owner->node ? PlannedDevice(owner->node->id) : nullptr;
     const bool isOwners = device && machine::EqualNoCase(machine::RegistryNameOf(*owner->node), change.name);
-    // Whoever takes a running port's name takes it along when it leaves.
+    // A driver that takes a running port's name takes it along when it leaves.
     if (isOwners && std::string_view(change.by) == "driver")
         Grant(&excuse::LinkTaken, device, machine::Now());
     if (!change.to.empty())
@@ -250,8 +251,8 @@ bool Judge::IsGranted(Reason excuse, const Device* device, std::uint64_t ranAtMs
     return found != m_grants.end() && ranAtMs <= found->second;
 }
 
-// Who keeps the port from being restarted, a program or the device itself. A restart may be that of a device above it,
-// up to its hub, and then counts what all that hangs there says.
+// What keeps the port from being restarted, a program or the device itself. A restart may be that of a device above it,
+// up to its hub, and then everything below that counts.
 bool Judge::IsHindered(const Device& device) const {
     const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device.id);
     while (node && !node->IsHub() && !IsStubborn(*node))
@@ -288,12 +289,12 @@ std::vector<Judge::Running> Judge::RunningPorts() const {
     return ports;
 }
 
-// What a port's link shows.
+// What a port's link leads to.
 Reasons Judge::LinkReasons(const Running& port) const {
     Reasons reasons;
     const std::string target = TargetOf(port.name);
     const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(target);
-    // A link that stays behind a driver, or that somebody laid there, keeps a driver from its name.
+    // A link that a driver left, or that another program made, keeps a driver from its name.
     if (!target.empty() &&
         (!owner || (owner->node != port.node && owner->link != machine::TheDosNames().InForce(port.name)->id)))
         reasons.insert(&excuse::LinkInTheWay);
@@ -324,11 +325,11 @@ Reasons Judge::OwnReasons(const Running& port) const {
     // A modem is not found by its interface: where no hub cycles its port nothing restarts it.
     if (Says(device, "kind = \"modem\"") && isMoved)
         reasons.insert(&excuse::Modem);
-    // Nobody hears of what starts without its interfaces, or while they stay as they were.
+    // A device that starts without its interfaces, or while they stay as they were, is not announced.
     if (IsQuietStart(device) ||
         std::none_of(port.node->interfaces.begin(), port.node->interfaces.end(), [](const auto& i) { return i->up; }))
         reasons.insert(&excuse::NotTold);
-    // Nobody hears of what comes while the service starts and does not listen yet.
+    // A device that comes while the service starts and does not listen yet is not announced.
     const CComPort* record = RecordOf(m_stage, *port.node);
     if (start && IsUnheard(ranAtMs) && (start->isOutside || !record || !record->IsPresent))
         reasons.insert(&excuse::BeforeListening);
@@ -353,7 +354,7 @@ Reasons Judge::ReasonsOf(const Running& port, const Ports& ports) const {
     return reasons;
 }
 
-// Somebody who does not let go excuses what follows from it until the port starts anew.
+// A program that does not close the port excuses the consequences until the port's next start.
 void Judge::NoteExcuses() {
     for (const Running& port : RunningPorts())
         if (TargetOf(port.name) != port.kernel && IsHindered(*port.device))
@@ -361,7 +362,7 @@ void Judge::NoteExcuses() {
 }
 
 void Judge::JudgePorts(const Ports& ports) {
-    // What was taken out or disabled is put in again, unless a call fails or the device refuses.
+    // A device that was taken out or disabled is set up again, unless a call fails or the device refuses.
     for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
         Reasons reasons = HasFailed() ? Reasons{&excuse::CallFailed} : Reasons{};
         if (node->said.refuses.value_or(false))
@@ -432,7 +433,7 @@ void Judge::JudgeRules(const Ports& ports) {
     }
 }
 
-// A port whose name is written is excused until it starts anew where the order of steps leaves it behind.
+// A port whose new name is written is excused until its next start where the sequence of steps leaves it waiting.
 void Judge::OnWrite(const rehearse::WrittenValue& write) {
     const Device* device = RenamedPort(write);
     if (!device)
@@ -455,12 +456,12 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
         const bool isOnItsWay = !moved.name.empty() && write.atMs - moved.atMs <= OwnChangeMs;
         isShared |= machine::EqualNoCase(name, write.before) && (node->IsPresent() || isOnItsWay);
         // A number counts as free while the port that has it in the registry has no DOS name: its restart is put off,
-        // or it is away for a moment. Who is given it may take the owner's name for its own, and one of them has none
-        // until it comes anew.
+        // or it is away for a moment. The port that is given it may take the owner's name for its own, and one of them
+        // has none until its next arrival.
         if (machine::EqualNoCase(name, write.after) && TargetOf(name).empty())
             for (const Device* each : {device, &other})
                 Grant(&excuse::OwnerAway, each, write.atMs + OwnChangeMs);
-        // A renamed port takes the bit of its old name out of the database, also when another port has that name.
+        // A renamed port clears the bit of its old name in the database, also when another port has that name.
         if (machine::EqualNoCase(machine::DosNameOf(*node), write.before))
             Grant(&excuse::SharedBit, &other, write.atMs);
     }
@@ -492,7 +493,7 @@ const rehearse::TimelineEntry* Judge::LastStart(const std::string& device) const
     return last;
 }
 
-// What the product makes of the removals and arrivals that its own restarts cause, by the threads of its log.
+// How the product handles the removals and arrivals that its own restarts cause, by the threads of its log.
 void Judge::JudgeOwnRestarts(const std::string& line, const std::string& thread) {
     const std::uint64_t nowMs = machine::Now();
     const auto isOwn = [&](const std::string& device) {
@@ -533,7 +534,7 @@ void Judge::JudgeOwnRestarts(const std::string& line, const std::string& thread)
         m_arrivedBy[thread] = DeviceOf(line);
     if (line.find("> CheckComPortAssignment(") != std::string::npos && isOwn(m_arrivedBy[thread]))
         Complain("the arrival of an own restart is not checked", line);
-    // The number of a thread that has ended comes back.
+    // The number of a thread that has ended is reused.
     if (line.find("> CheckComPortAssignment") != std::string::npos || line.ends_with("> port not added"))
         m_arrivedBy.erase(thread);
 }
@@ -579,12 +580,12 @@ std::uint64_t Judge::StartedAtMs() const {
     return startedAtMs;
 }
 
-// What runs then was there before the product listened, so no arrival announced it.
+// A port that runs then was there before the product listened, so no arrival announced it.
 bool Judge::IsUnheard(std::uint64_t ranAtMs) const {
     return IsStarting() || ranAtMs <= *m_listensAtMs;
 }
 
-// Its last start was the end of a problem of which its interfaces told nothing.
+// Its last start was the end of a problem that its interfaces did not announce.
 bool Judge::IsQuietStart(const Device& device) const {
     bool isQuiet = false, wasQuiet = false;
     for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries()) {
@@ -597,7 +598,7 @@ bool Judge::IsQuietStart(const Device& device) const {
 }
 
 // One of two that came with one name before the product listened: nothing is done about it while no rule moves it and
-// it does not come anew, and when the other one leaves with the link it still has none.
+// it does not arrive again, and when the other one leaves with the link it still has none.
 bool Judge::IsTwin(const Running& port) const {
     const std::string line = fmt::format("port_name = \"{}\"", port.name);
     return TargetOf(port.name) != port.kernel && IsUnheard(LastStartMs(port.device->id)) &&

@@ -1,4 +1,4 @@
-// What must hold on a machine in a storm. Asked whenever everything has settled, and after the run; judges by the
+// What must hold on a machine in a storm. Checked whenever everything has settled, and after the run; judges by the
 // machine's own tree, registry and locks, and reads the product's memory for one thing only: what its records claim.
 #pragma once
 
@@ -26,7 +26,7 @@ public:
     Judge(const Plan& plan, rehearse::Stage& stage) : Rest(stage), m_plan(plan) {}
 
     void Watch();    // after Timeline::Watch
-    void Schedule(); // looks in each pause of the history
+    void Schedule(); // checks in each pause of the history
     void AtEnd();    // after the run, before the last stop
     void AfterStop(std::size_t leakedHandles);
 
@@ -83,13 +83,13 @@ private:
     std::uint64_t m_failed = 0, m_failedAtMs = 0; // calls that failed, the last of them
     std::map<std::pair<Reason, const Device*>, std::uint64_t> m_grants;
     std::map<const Device*, rehearse::WrittenValue> m_moves; // the last write to its name
-    std::map<std::string, std::uint64_t> m_takenAtMs;        // names whose link went by an outer hand
+    std::map<std::string, std::uint64_t> m_takenAtMs;        // names whose link was deleted from outside
     std::optional<std::uint64_t> m_listensAtMs;              // the product asked for notifications
     const machine::FileNode* m_log = nullptr;                // what was read of it
     std::size_t m_logRead = 0;
     bool m_isLogWritten = false;
-    std::string m_arrival;                     // device of the notification that the log tells of
-    std::map<std::string, unsigned> m_dropped; // arrivals by device, since the last swap
+    std::string m_arrival;                                                    // device of the notification in the log
+    std::map<std::string, unsigned> m_dropped;                                // arrivals by device, since the last swap
     std::map<std::string, std::string> m_checkedBy, m_arrivedBy, m_removedBy; // device by thread
     std::set<std::string> m_scans;                                            // threads that remove by the problem scan
     std::map<std::string, std::uint64_t> m_ownRestartMs, m_putOffMs;          // by device

@@ -55,7 +55,7 @@ constexpr unsigned Around[] = {0,    1,    20,   200,  600,  990,  999,  1000, 1
 constexpr unsigned Restarts[] = {0, 0, 50, 100, 150, 600, 800};
 constexpr unsigned Limits[] = {0, 1000, 2000, 4000, 5000, 5000, 30'000};
 
-// Calls that are worth failing: those behind the means to change a port.
+// Calls that are worth failing: those by which a port is changed.
 constexpr const char* FailingCalls[] = {
     "RegOpenKeyExA",     "RegQueryValueExA",  "RegSetValueExA",       "RegDeleteValueA",
     "QueryDosDeviceA",   "DefineDosDeviceA",  "SetupDiGetClassDevsA", "SetupDiCallClassInstaller",
@@ -369,7 +369,7 @@ void Planner::MakeConfigurations() {
     for (unsigned i = 0; i < count; ++i)
         plan.configurations.push_back(MakeConfiguration());
     Configuration last = plan.configurations[plan.switches.edits ? count - 1 : 0];
-    // What takes things away at a removal belongs to the shaking: with it nothing would be left to check.
+    // Settings that delete things at a removal belong to the shaking: with it nothing would be left to check.
     std::erase_if(last.settings, [](const auto& setting) {
         return setting.first.starts_with("Remove") || setting.first == "CheckPortsOnResume";
     });
@@ -467,7 +467,7 @@ Event Planner::MakeEvent() {
 }
 
 // One more arrival or departure of what has just come, or of one of its ports alone, at a limit since then or a
-// millisecond beside it. Returns when that is over.
+// millisecond before or after it. Returns when that is over.
 std::uint64_t Planner::AddEcho(const Event& event) {
     const std::vector<std::string> quoted = machine::Split(event.text, '\'');
     const std::size_t offAt = event.text.find("off = \"");
@@ -523,7 +523,7 @@ void Planner::MakeHistory() {
     (void)CalmEvents(plan, &plan.settledAtMs);
 }
 
-// The machine goes to sleep or off somewhere in the history and comes back later: what happens meanwhile happens to a
+// The machine goes to sleep or off somewhere in the history and comes back later: what happens in between happens to a
 // machine that does not run. A debug run only sleeps: a shutdown would end it for good.
 void Planner::AddPowerSpans() {
     const std::uint64_t last = plan.events.back().atMs;
@@ -559,8 +559,8 @@ std::string IniText(const Configuration& configuration) {
     return text + configuration.actions;
 }
 
-// Events without those that pull out what is out already, which is wrong input: a random history does, and a smaller
-// one of what was right may.
+// Drops events that pull out what is already out, which is wrong input: random histories contain them, and so may a
+// reduced one.
 std::vector<Event> WithoutVainPulls(const Plan& plan, std::vector<Event> events) {
     std::map<std::string, bool> isOut;
     for (const Device& device : plan.devices)

@@ -39,7 +39,7 @@ struct Switches {
 
 struct Device {
     std::string id, parent;
-    std::size_t unit = 0; // what is plugged in and pulled out as one
+    std::size_t unit = 0; // what is plugged in and pulled out as a unit
     bool isPort = false;
     std::vector<std::string> lines; // of its table in the description
 };
@@ -68,13 +68,13 @@ struct Event {
 struct Plan {
     std::uint64_t seed = 0;
     Switches switches;
-    std::vector<std::string> windows, dosNames, faults, people; // lines and tables as they stand in the description
+    std::vector<std::string> windows, dosNames, faults, people; // lines and tables of the description
     std::vector<std::string> units;                             // id of each unit's top
     std::vector<Device> devices;
     std::vector<Configuration> configurations; // the first at the start, the last in the calm
     std::vector<Event> events;                 // of the shaking, in order of time
     std::uint64_t calmAtMs = 0;                // when the calm begins
-    std::uint64_t settledAtMs = 0;             // when every device has come anew in the calm
+    std::uint64_t settledAtMs = 0;             // when every device has arrived again in the calm
 };
 
 Plan PlanOf(std::uint64_t seed);
@@ -83,13 +83,13 @@ Plan PlanOf(std::uint64_t seed);
 void AddPeople(Plan& plan, Random& random);
 std::string SwitchesText(const Switches& switches);
 
-// The events of the calm: everything is plugged in, comes anew and is checked until nothing should be left to do.
+// The events of the calm: everything is plugged in, arrives again and is checked until nothing should be left to do.
 std::vector<Event> CalmEvents(const Plan& plan, std::uint64_t* settledAtMs);
 
 // As quillmarch-rehearse reads it.
 std::string Description(const Plan& plan);
 
-// The section that means the device in this configuration; null if none does.
+// The section that matches the device in this configuration; null if none does.
 const Section* FittingSection(const Configuration& configuration, const Device& device);
 // Whether no configuration of the plan has a section for it.
 bool IsNeverMeant(const Plan& plan, const Device& device);

@@ -23,7 +23,7 @@ constexpr std::uint64_t SlowStopLimitMs = 30'000;
 // First thread, service main or window thread, closer of the log.
 constexpr std::size_t ThreadsAtRest = 3;
 
-// An access list is put back at the third try at the latest.
+// An access list is restored at the third attempt at the latest.
 constexpr std::uint64_t RestoreTries = 3;
 bool CannotBeRestored() {
     return std::any_of(machine::Faults().begin(), machine::Faults().end(), [](const machine::Fault& fault) {
@@ -56,8 +56,8 @@ machine::Process* Rest::TheProduct() const {
     return m_stage.product && !m_stage.product->ended ? m_stage.product : nullptr;
 }
 
-// (j) What an arrival reads stands outside every lock: of two threads that open one refusing key, the second may take
-// the list of the first for the former one.
+// (j) An arrival reads without any lock: of two threads that open one refusing key, the second may take the list of the
+// first for the former one.
 void Rest::NoteCall(std::string_view name, std::string_view object) {
     const std::string key(object);
     if (name == "RegGetKeySecurity" && machine::TheRegistry().FindKey(key) &&

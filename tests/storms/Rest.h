@@ -1,4 +1,4 @@
-// What must hold of a machine at rest and after a stop, whatever was made to fail: judged by the machine's own state.
+// What must hold for a machine at rest and after a stop, whatever was made to fail: judged by the machine's own state.
 #pragma once
 
 #include "rehearse/Events.h"

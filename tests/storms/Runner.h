@@ -1,5 +1,5 @@
 // Storms on simulated machines of their own, each in a host process, several at a time: a crash of the product ends
-// one, and the caller sees by its exit code which way. And the way from a failing one to the smallest that still fails.
+// one, and the exit code says how. Also reduces a failing one to the smallest that still fails.
 #pragma once
 
 #include "tests/storms/Judge.h"
@@ -34,7 +34,7 @@ public:
     Runner(std::string imageFile, std::string resourceFile, unsigned jobs)
         : m_imageFile(std::move(imageFile)), m_resourceFile(std::move(resourceFile)), m_jobs(jobs) {}
 
-    // Runs the plans, `jobs` at a time, and hands each result over as it comes, with the plan's place.
+    // Runs the plans, `jobs` at a time, and passes each result on as it comes, with the plan's index.
     void RunAll(std::size_t count, const std::function<Plan(std::size_t)>& plan,
                 const std::function<void(std::size_t, const RunResult&)>& done) const;
     RunResult Run(const Plan& plan) const;

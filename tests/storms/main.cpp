@@ -15,7 +15,7 @@
 
 namespace {
 
-// Where derived seeds lie: apart from those that people name, and short enough to be typed.
+// The range of derived seeds: apart from those that people name, and short enough to be typed.
 constexpr std::uint64_t DerivedStart = 1'000'000, DerivedSeeds = 1'000'000'000;
 
 struct Line {
@@ -38,7 +38,7 @@ void Describe(CLI::App& app, Line& line) {
     app.add_flag("--print", line.print, "print the descriptions of the seeds, run nothing");
 }
 
-// What never ends would fill the screen.
+// Endless output would fill the screen.
 std::string ViolationsText(const std::string& start, const std::vector<storm::Violation>& violations) {
     constexpr std::size_t Most = 12;
     std::string text;

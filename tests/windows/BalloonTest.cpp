@@ -1,4 +1,4 @@
-// The real balloon on a screen beside a task bar, compared pixel by pixel with what its layout says in this machine's
+// The real balloon on a screen with a task bar, compared pixel by pixel with what its layout says in this machine's
 // fonts, at two resolutions and in three looks; and a client of its pipe. Each test runs on a desktop of its own, which
 // takes the resolution that is set when it is made. What was seen is kept as pictures.
 #include "platform/win32.h"
@@ -220,7 +220,7 @@ private:
     DWORD* m_pixels;
 };
 
-// Where everything stands, with this machine's fonts.
+// The place of everything, with this machine's fonts.
 struct Layout {
     RECT title = {}, text = {};
     int margin, icon, iconY, closeX, closeY, width, height;

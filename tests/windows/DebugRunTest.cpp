@@ -83,7 +83,7 @@ protected:
         ASSERT_TRUE(CopyFileA(m_library.c_str(), (m_folder + "former.dll").c_str(), FALSE));
         ASSERT_TRUE(CopyFileA((m_built + "bed-cfgmgr32.dll").c_str(), m_library.c_str(), FALSE)) << GetLastError();
         SetText(HKEY_CURRENT_USER, OverrideKey, "cfgmgr32", "native");
-        // As on Windows, a library of this name beside the program is taken unless the program asks for another.
+        // As on Windows, a library of this name next to the program is loaded unless the program asks for another.
         for (const std::string& library : Libraries)
             for (const char* key : {OverrideKey, ControlOverrideKey})
                 SetText(HKEY_CURRENT_USER, key, library.substr(0, library.size() - 4).c_str(), "native,builtin");
@@ -179,7 +179,7 @@ protected:
         const HANDLE process = Start("Bed.exe", "-debug", folder.empty() ? m_folder : folder);
         const HWND window = WaitForWindow("Quillmarch_MainWndClass");
         EXPECT_NE(window, nullptr) << "no main window";
-        // Nobody reads the message before the first scan is over.
+        // The message is not read before the first scan is over.
         PostMessageA(window, WM_CLOSE, 0, 0);
         ExpectEnd(process);
     }
@@ -247,7 +247,7 @@ TEST_F(DebugRun, PortsGetTheNumbersOfTheirRules) {
         std::printf("%s\n", Log().c_str());
 }
 
-// Beside the program, in the current folder, and on the path. Windows looks into its own folder before the latter two:
+// Next to the program, in the current folder, and on the path. Windows looks into its own folder before the latter two:
 // there a library can only be planted that Windows lacks, as its older versions lack some.
 TEST_F(DebugRun, NoLibraryIsTakenFromElsewhereThanTheSystemsFolder) {
     const std::string current = m_folder + "Current\\", onPath = m_folder + "Path\\";

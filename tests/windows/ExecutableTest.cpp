@@ -310,7 +310,7 @@ TEST_F(Executable, RunsWithAWindowUntilItIsClosed) {
     EXPECT_EQ(other.AnswerBox().text, "Cannot run while another instance is running");
     EXPECT_EQ(other.End(), 1u);
 
-    // Two more processes write to its log meanwhile, each with its tag. None starts a fresh one.
+    // Meanwhile two more processes write to its log, each with its tag. None starts a fresh one.
     Started tool = Start("-silentstop");
     Started copy = Start(R"(-exec="%WINDIR%\system32\cmd.exe" -wait=1 -windownumber=9 -params=/c exit)");
     EXPECT_EQ(tool.End(), 1u);

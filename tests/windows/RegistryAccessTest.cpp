@@ -1,5 +1,5 @@
-// The product's registry tools on keys that refuse, where access lists are real. Whatever becomes of the write, the
-// key's list must afterwards be what it was.
+// The product's registry tools on keys that deny access, where access lists are real. Whatever the result of the write,
+// the key's list must be unchanged afterwards.
 #include "platform/win32.h"
 #include "support/registry/RegistryTools.h"
 

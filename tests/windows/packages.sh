@@ -32,7 +32,7 @@ for edition in x64 x86; do
     msi=$out/Quillmarch-$version-$edition.msi
     check "no INI file in the installer" not grep -qi '\.ini' <(msiinfo export "$msi" File)
     check "eight files in the installer" test "$(msiinfo export "$msi" File | tail -n +4 | grep -c .)" = 8
-    # 18: a program among the files; 64: goes on without it; 1024: in the elevated half; 2048: as the system.
+    # 18: a program among the files; 64: continues without it; 1024: in the elevated half; 2048: as the system.
     for action in Register Deregister; do
         check "$edition: ${action}Service runs as the system" \
             grep -qP "^${action}Service\t$((18 + 64 + 1024 + 2048))\tExecutable\t-silent" <(msiinfo export "$msi" CustomAction)

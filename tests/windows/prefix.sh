@@ -1,5 +1,5 @@
 # For the scripts beside it: a Wine prefix, made once in build/wine/pristine and only copied afterwards, since that takes
-# much less time. A crash in it ends the program and asks nobody.
+# much less time. A crash in it ends the program without a dialog.
 wine=$PWD/build/wine
 export WINEDEBUG=-all WINEARCH=win64
 unset WINEDLLOVERRIDES WINELOADER WINESERVER DISPLAY WAYLAND_DISPLAY

@@ -20,8 +20,7 @@ constexpr DeviceKind Other = DeviceKind::Other;
 constexpr const char* UsbSer = "\\Device\\USBSER000";
 constexpr const char* Silabs = "\\Device\\Silabser0";
 
-// As found on machines and in the drivers' setup files. Rows of one maker stand together, the special before the
-// general.
+// As found on machines and in the drivers' setup files. Rows of one maker are grouped, the special before the general.
 constexpr CatalogueEntry Entries[] = {
     // FTDI: a bus driver's device on the hub, its ports below it
     {"FTDIBUS\\*", Port, "Ports", "FTSER2K", nullptr, "USB Serial Port", "\\Device\\VCP0", nullptr},
@@ -210,7 +209,7 @@ constexpr CatalogueEntry Entries[] = {
     {"PCI\\*&CC_0C03*", Controller, "USB", nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
-// Where the facts come from, by what a pattern begins with.
+// The sources of the facts, by the beginning of the pattern.
 struct CatalogueSource {
     const char* start;
     const char* source;

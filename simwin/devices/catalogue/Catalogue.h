@@ -11,9 +11,9 @@
 
 namespace machine {
 
-// One row: devices whose id fits the wildcard. A null text is not known. The first row that fits counts.
+// One row: devices whose id fits the wildcard. A null text is not known. The first matching row is used.
 struct CatalogueEntry {
-    const char* pattern; // '*' any run, '?' one character, blind to case
+    const char* pattern; // '*' any run, '?' one character, ignoring case
     DeviceKind kind;
     const char* className;
     const char* service;
@@ -26,7 +26,7 @@ const CatalogueEntry* FindInCatalogue(std::string_view id);
 // All rows with their sources, for people: columns with a tab between them.
 std::string CatalogueTable();
 
-// The kind of a device by its id, service and setup class (name or GUID); Other if nothing tells more.
+// The kind of a device by its id, service and setup class (name or GUID); Other if nothing more is known.
 DeviceKind KindOf(std::string_view id, std::string_view service, std::string_view classNameOrGuid);
 
 // Setup classes: GUID in braces, lower case, and name; "" for an unknown one.
@@ -34,7 +34,7 @@ std::string SetupClassGuid(std::string_view className);
 std::string SetupClassName(std::string_view guid);
 
 // Interface classes by the names of a description ("comport", "modem", "hub", "controller", "usb", "serenum") or a GUID
-// in braces, which is given in lower case; "" for a text that is neither.
+// in braces, which is given in lower case; "" for another text.
 std::string InterfaceClassByName(std::string_view name);
 
 // What a kind is on this Windows when the description and the catalogue say nothing.

@@ -21,7 +21,7 @@ int IsUsbCompoundDevice(DWORD devInst);
 // Whether the hubs of this Windows can restart this port by its hub port.
 bool IsCyclable(const CComPort* port);
 
-// The power cycle of one port of the hub with this node. reader: keeps the list of hubs while it is searched.
+// The power cycle of one hub port of the hub with this node. reader: keeps the list of hubs while it is searched.
 // Returns: whether the hub is known and reported success.
 class HubReader;
 bool CycleHubPort(const HubReader& reader, DWORD hubDevInst, DWORD hubPortNumber);

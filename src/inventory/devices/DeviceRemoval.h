@@ -1,6 +1,6 @@
 // Taking a device away: a safe removal, for a while or before a restart, and the uninstalling of a device that has
 // left. A veto (an open handle, a driver that refuses) leaves the device as it is, and its type is logged.
-// Thread: any, but for the delayed uninstall, which has a thread of its own. Locks: none.
+// Thread: any, except for the delayed uninstall, which has a thread of its own. Locks: none.
 #pragma once
 
 #include "platform/win32.h"

@@ -6,7 +6,7 @@
 #include "inventory/ports/CComPorts.h"
 
 // Does the kernel name belong to this port? Its own path leads to it, or its driver uses such names. An empty kernel
-// name belongs to nobody.
+// name belongs to no port.
 bool IsKernelNameOf(const CComPort* port, const char* kernelName);
 
 // --- a restart that was put off ---

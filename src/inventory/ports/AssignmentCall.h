@@ -1,4 +1,4 @@
-// The one call from the inventory up into the engine: the scan for problem devices asks for the check of a port. The
+// The one call from the inventory up into the engine: the scan for problem devices requests the check of a port. The
 // engine defines it; it is declared here so that no include points upwards.
 #pragma once
 

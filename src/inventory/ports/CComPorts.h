@@ -194,7 +194,7 @@ private:
     CComPort* ReserveSlot(DWORD devInst, const char* devicePath, int* known) QM_EXCLUDES(CS_slots);
 
     // Takes the first free slot, in a full table that of the record that has been absent longest. The record comes
-    // zeroed but for RecordValid 1, Index, IsUsed 1, DevInst and DevPath.
+    // zeroed except for RecordValid 1, Index, IsUsed 1, DevInst and DevPath.
     // Returns: the record, or null if the table is full of ports that are there or are about to come back.
     CComPort* TakeFreeSlot(DWORD devInst, const char* devicePath) QM_REQUIRES(CS_slots);
 

@@ -160,7 +160,7 @@ static void StampPresence(CComPort* port) {
     }
 }
 
-// Asks for the hub port until the hub knows the device, which may take a while after its arrival. *isHubPresent: false
+// Queries the hub port until the hub knows the device, which may take a while after its arrival. *isHubPresent: false
 // if the hub disappeared in the meantime.
 static DWORD WaitForUsbPortNumber(const CComPort* port, DWORD hubDevInst, bool* isHubPresent) {
     const DWORD startTick = GetTickCount();

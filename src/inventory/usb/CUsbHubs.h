@@ -1,6 +1,6 @@
 // All USB hubs of the machine, each with its position as a text such as 1-4-2 and as a chain of bytes. A port's
 // `UsbPort` is the name of its hub and the number of its hub port.
-// Threads: rescans on the thread that delivers device notifications; look-ups on arrival and timer threads beside them.
+// Threads: rescans on the thread that delivers device notifications; concurrent look-ups on arrival and timer threads.
 // A rescan makes a new list and retires the old one, which lives until its last reader releases it. So anyone who keeps
 // a hub record must hold a HubReader for that long. The short lock guards the lists' reference counts, never a device
 // call. Between two rescans only PortCount of a record changes, a single word to which each writer writes the same

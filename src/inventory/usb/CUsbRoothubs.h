@@ -30,7 +30,7 @@ public:
     CUsbRoothubs(const CUsbRoothubs&) = delete;
     CUsbRoothubs& operator=(const CUsbRoothubs&) = delete;
 
-    // Lists everything anew; what does not fit the arrays is left out. Returns: always 1.
+    // Builds new lists; what does not fit the arrays is left out. Returns: always 1.
     int CreateSnapshot() QM_EXCLUDES(CS_lists);
 
     // Returns: the place of the controller with this node, counted from 1; -1 if it is not in the list.

@@ -22,7 +22,7 @@ struct LogFileAnswer {
 // open. Thread: the first one.
 void LogFileOpening_Init();
 
-// Whether this file or folder, or a folder above it, is a link. Asks for attributes alone, which no holder can delay.
+// Whether this file or folder, or a folder above it, is a link. Reads only attributes, which no holder can delay.
 bool LeadsThroughALink(const char* name);
 
 // Opens for appending: with the given security, or without it if that fails for another reason than a file in use.

@@ -67,7 +67,7 @@ bool RotateLogFile(const char* name) {
     if (ReplaceInArray(s_backup, ".log", "_bak.log") <= 0 || (!IsThere(s_name) && !IsThere(s_backup))) {
         return true;
     }
-    // Behind a folder that is a link both names may be any two files of the machine. Of a link that is a file only the
+    // Below a folder that is a link both names may be any two files of the machine. Of a link that is a file only the
     // link itself would go.
     char folder[MAX_PATH];
     GetDirectoryOfPath(s_name, folder);

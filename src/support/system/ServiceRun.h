@@ -1,4 +1,4 @@
-// What the folders below the host need to know of the run as a service. Declared here, defined by the host beside
+// What the folders below the host need to know of the run as a service. Declared here, defined by the host with
 // CService, so that no include points upwards. Any thread, no lock: single words, set before the threads start.
 #pragma once
 

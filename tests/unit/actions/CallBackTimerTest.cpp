@@ -71,7 +71,7 @@ TEST_F(CallBackTimer, AnIdInUseIsReplacedAndADelayBelowOneOnlyKills) {
     for (const LONG delay : {0, -1}) {
         CreateCallbackTimer(100, 6, 3, Note);
         EXPECT_EQ(CreateCallbackTimer(delay, 6, 4, Note), 0u);
-        Sleep(1); // until its thread has let go of the slot
+        Sleep(1); // until its thread has released the slot
     }
     EXPECT_EQ(CreateCallbackTimer(100, 7, 5, nullptr), 0u);
     Sleep(1000);

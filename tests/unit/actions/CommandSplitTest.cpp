@@ -33,7 +33,7 @@ struct Disk : testing::Test {
     char exe[MAX_PATH], params[MaxProgramParams];
 };
 
-// What becomes of a split line: the command line of the program itself, and that of the copy which starts it.
+// The result of a split line: the command line of the program itself, and that of the copy which starts it.
 void ExpectLaunch(const char* exe, const char* params) {
     const std::string tail = *params ? std::string(" ") + params : "";
     char line[MaxProcessLine], copyLine[MaxExecuteLine];
@@ -87,7 +87,7 @@ TEST_F(Disk, ALineNamesAProgramAndItsParameters) {
         Row{"C:\\My Scripts\\all ports.py COM7 \"a b\"", Python, "\"C:\\My Scripts\\all ports.py\" COM7 \"a b\""},
         Row{"C:\\Data\\none.zzz", nullptr, ""}, Row{"C:\\Data\\none.zzz /a", nullptr, ""},
         Row{"C:\\Tools\\run.cmd a", "C:\\Tools\\run.cmd", "a"},
-        // Folders and what is not there.
+        // Folders and missing files.
         Row{"C:\\Data", nullptr, ""}, Row{"C:\\Data x", nullptr, ""}, Row{"C:\\Tools\\gone.exe", nullptr, ""},
         Row{"C:\\Tools\\gone.exe /a", nullptr, ""}, Row{"Q:\\x.exe", nullptr, ""},
         Row{"\"C:\\Tools\\x.exe /a", nullptr, ""}, Row{"", nullptr, ""}, Row{" \t ", nullptr, ""},
@@ -265,10 +265,11 @@ TEST_F(Disk, PlaceholdersAndTheirLimits) {
         {"%Class%%Nothing% 5% %", 99, "%Nothing% 5% %"},
         {"%UsbPort%", 9, "Hub 1-2"},
         {"%PortName%%PortNumber%", 22, "COM77"},
-        {"%BusType%%FriendlyName%", 31, "USB<Hub 1-2|%PortName%>"}, // the name comes in while %BusType% still stands
+        {"%BusType%%FriendlyName%", 31, "USB<Hub 1-2|%PortName%>"}, // the name is inserted while %BusType% is still
+                                                                    // there
         {"%BusType%%FriendlyName%", 30, "USB%FriendlyName%"},
         {"%FriendlyName%", 14, "%FriendlyName%"},
-        {"\\%Location%\"x\" \\\"y\\\"", 99, "\\\\\"x\" \\\"y\\\""}, // what no value touches stays
+        {"\\%Location%\"x\" \\\"y\\\"", 99, "\\\\\"x\" \\\"y\\\""}, // text without a value stays
     };
     for (const auto& row : rows) {
         char text[100];

@@ -81,7 +81,7 @@ TEST(BalloonColours, TheAfterglowAndTheAccentStandInForAColourWithoutABit) {
     UseIni("");
     UseAccent(0xC4000000);
     ASSERT_TRUE(RegWriteDword(HKEY_CURRENT_USER, DesktopManager, "AccentColor", 0xFFD77800));
-    EXPECT_EQ(ReadBalloonColours(/*isFlat=*/true).BackColor, 0x985500u); // as it stands: red is the lowest byte
+    EXPECT_EQ(ReadBalloonColours(/*isFlat=*/true).BackColor, 0x985500u); // unchanged: red is the lowest byte
     ASSERT_TRUE(RegWriteDword(HKEY_CURRENT_USER, DesktopManager, "ColorizationAfterglow", 0xC4FFB900));
     EXPECT_EQ(ReadBalloonColours(/*isFlat=*/true).BackColor, 0x0083B5u);
 }

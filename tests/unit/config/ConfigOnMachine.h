@@ -1,5 +1,4 @@
-// A configuration on the simulated machine, for tests that ask the reader, and for those of the rooms that work on what
-// it gives.
+// A configuration on the simulated machine, for tests of the reader and of its users.
 #pragma once
 
 #include "tests/unit/Log.h"

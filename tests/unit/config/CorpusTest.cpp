@@ -76,7 +76,7 @@ TEST(Corpus, BadLinesGiveNothing) {
     for (const Block& block : BlocksOf("bad_lines.ini")) {
         CCfgReader* reader = ReaderOf(block);
         for (const std::string& line : block) {
-            // Whatever stands in front of what an administrator may have meant as the end of a key.
+            // Whatever precedes what an administrator may have meant as the end of a key.
             const std::size_t begin = line.find_first_not_of(" \t;#\"-"), end = line.find_first_of("\" :>\t=", begin);
             if (begin == std::string::npos || end == begin)
                 continue;

@@ -1,4 +1,4 @@
-// What a file means beside its lines: limits, encodings, values without room, and when it is read again.
+// What a file means apart from its lines: limits, encodings, values without room, and when it is read again.
 #include "simwin/kernel/Call.h"
 #include "tests/unit/config/ConfigOnMachine.h"
 

@@ -1,5 +1,5 @@
-// Which section means a port: the patterns, the rules of the criteria, the order of the sections; and the decision on a
-// port that ends without a change, on records made by hand. Changes are rehearsed on whole machines.
+// Which section applies to a port: the patterns, the rules of the criteria, the order of the sections; and the decision
+// on a port that ends without a change, on records made by hand. Changes are rehearsed on whole machines.
 #include "engine/SectionMatching.h"
 #include "engine/AssignmentCheck.h"
 #include "engine/WildcardMatch.h"

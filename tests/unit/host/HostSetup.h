@@ -1,4 +1,4 @@
-// What the tests of the host stand on: the paths that the start of the program fills in, a log that can be read back,
+// The basis of the host's tests: the paths that the start of the program fills in, a log that can be read back,
 // and the program run whole as a process of its own.
 #pragma once
 

@@ -38,14 +38,14 @@ constexpr DWORD NotRegistered = 0, Stopped = SERVICE_STOPPED, Running = SERVICE_
 constexpr DWORD States[] = {NotRegistered, Stopped, Running};
 constexpr UINT Stop = 16, Warning = 48, Information = 64;
 
-// What a command comes to for an administrator: the box's beginning, its flags, the exit code, the state afterwards.
+// The result of a command for an administrator: the box's beginning, its flags, the exit code, the state afterwards.
 struct Outcome {
     const char* box;
     UINT flags;
     int exitCode;
     DWORD state;
 };
-// By the state in front of it: not registered, stopped, running.
+// By the state before it: not registered, stopped, running.
 using Outcomes = Outcome[3];
 
 constexpr const char* UsageBegins = "Quillmarch -register \t  registers Quillmarch as Win32 service and starts the "
@@ -175,7 +175,8 @@ TEST(HelpFile, OpensInTheUsersLanguageAndAsksForRightsOnlyToTakeTheMarkOff) {
         EXPECT_EQ(LastShellCall(), "open " + folder + file + ".chm") << language;
     }
 
-    // Who may write takes the mark off and shows the file; who may not asks for a copy of the program that may.
+    // With write access the mark is removed and the file shown; without it, a copy of the program with more rights is
+    // started.
     machine::TheFiles().Write(mark, "[ZoneTransfer]");
     EXPECT_EQ(RunProgram("", false).exitCode, ExitRefused);
     EXPECT_EQ(LastShellCall(), "runas " + ProgramPath());

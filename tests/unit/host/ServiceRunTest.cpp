@@ -1,5 +1,5 @@
-// The running service where no rehearsal leads: a stop that nothing answers, and controls at odd times. The test is the
-// service's process, its thread the dispatcher's.
+// The running service in situations that no rehearsal reaches: a stop that nothing answers, and controls at odd times.
+// The test is the service's process, its thread the dispatcher's.
 #include "tests/unit/host/HostSetup.h"
 
 #include "host/SessionEvents.h"

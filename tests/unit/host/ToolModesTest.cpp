@@ -123,7 +123,7 @@ TEST(Registration, TheStateThatAServiceIsInDecidesWhatAChangeComesTo) {
     EXPECT_EQ(g_pService->ChangeState(SERVICE_STOPPED, 1), ChangeRefused);
     EXPECT_EQ(LastBox(), "Service failed to stop");
     EXPECT_EQ(g_pService->ChangeState(SERVICE_STOPPED, 0), ChangeDone);
-    // The service sits in its initialisation for half a minute, and reports RUNNING only after 19 s.
+    // The service stays in its initialisation for half a minute, and reports RUNNING only after 19 s.
     machine::AddFault({.call = "CMP_WaitNoPendingInstallEvents", .on = "*", .delayMs = 30000});
     const std::uint64_t startMs = machine::Now();
     EXPECT_EQ(g_pService->ChangeState(SERVICE_RUNNING, 1), ChangeTimedOut);

@@ -73,7 +73,8 @@ const Row Rows[] = {
     {"pl2303b", "", "USB\\VID_067B&PID_2303\\6&2C4CB384&0&11", "1-7-11", "Ser2pl", "\\Device\\ProlificSerial", "Prolific USB-to-Serial Comm Port", "USB", HubId, "pl2303"},
     {"ch340", "", "USB\\VID_1A86&PID_7523\\6&3504FC2D&0&12", "1-7-12", "CH341SER_A64", "\\Device\\Serial", "USB-SERIAL CH340", "USB", HubId, ""},
     {"ch343", "", "USB\\VID_1A86&PID_55D3\\5B5E020088", "1-7-13", nullptr, nullptr, "USB-Enhanced-SERIAL CH343", "USB", HubId, ""},
-    // The id of the single converter reaches up to PID_E only: it joins the functions of its maker, but not they it.
+    // The id of the single converter reaches up to PID_E only: it joins the functions of its maker, but they do not
+    // join it.
     {"cp2102", "", "USB\\VID_10C4&PID_EA60\\0001", "1-7-14", "silabser", "\\Device\\Silabser", "Silicon Labs CP210x USB to UART Bridge", "USB", HubId, ""},
     {"cp2105a", "USB\\VID_10C4&PID_EA70\\01A81E2D", "USB\\VID_10C4&PID_EA70&MI_00\\7&10EC5CC5&0&0000", "1-7-15", "silabser", "\\Device\\Silabser", "Silicon Labs Dual CP2105 USB to UART Bridge: Enhanced COM Port", "USB", HubId, "cp2102 cp2105b"},
     {"cp2105b", "USB\\VID_10C4&PID_EA70\\01A81E2D", "USB\\VID_10C4&PID_EA70&MI_01\\7&10EC5CC5&0&0001", "1-7-15", "silabser", "\\Device\\Silabser", "Silicon Labs Dual CP2105 USB to UART Bridge: Standard COM Port", "USB", HubId, "cp2102 cp2105a"},
@@ -120,7 +121,7 @@ const Row Rows[] = {
     // clang-format on
 };
 
-// Of these no more is known than the device that carries the ports, or a port that no class of Windows' own lists.
+// Of these only the device that carries the ports is known, or a port that no class of Windows' own lists.
 const char* const NoPorts[] = {
     "USB\\VID_9710&PID_7840\\6&1&0&48",
     "USB\\VID_110A&PID_1150\\6&1&0&46",

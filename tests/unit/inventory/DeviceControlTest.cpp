@@ -1,5 +1,4 @@
-// The swap of two ports; records that neither the catalogue's devices nor a rehearsal
-// show.
+// The swap of two ports; records that neither the catalogue's devices nor a rehearsal produce.
 #include "inventory/devices/DeviceControl.h"
 #include "inventory/names/CDosDeviceNames.h"
 #include "inventory/names/RestartMarks.h"

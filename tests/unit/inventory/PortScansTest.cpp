@@ -119,7 +119,7 @@ TEST(PortScans, ThePortsOfOneDeviceFormAGroupWithEachItselfFirst) {
     EXPECT_EQ(GroupOf(table, 0), (Group{0, 1}));
     EXPECT_EQ(GroupOf(table, 4), (Group{4, 2, 3, 5}));
     EXPECT_EQ(GroupOf(table, 6), (Group{6}));
-    // A port that is just restarted stays in its group; who takes no part keeps what he had.
+    // A port that is just restarted stays in its group; a port that takes no part keeps what it had.
     table->Ports[2]->IsPresent = table->Ports[3]->IsPresent = 0;
     table->Ports[2]->RestartTicker = GetTickCount() - 500;
     table->Ports[3]->RestartTicker = GetTickCount() - 2000;

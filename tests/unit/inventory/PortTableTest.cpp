@@ -117,7 +117,7 @@ TEST(PortTable, TwoArrivalsNeverGetOneSlotNorOneDeviceTwoRecords) {
 }
 
 TEST(PortTable, PortsAreOrderedByChainThenLocationThenId) {
-    // In each of these one stands in front of the next one.
+    // In each of these one precedes the next one.
     using Position = std::tuple<ULONGLONG, const char*, const char*>;
     const std::vector<Position> orders[] = {
         {{0, "", "A"}, {0x0104000000000000, "Z", "Z"}, {0x0104020000000000, "A", "A"}, {0x0104030000000000, "", "A"}},

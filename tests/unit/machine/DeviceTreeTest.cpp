@@ -78,8 +78,8 @@ std::string SerialComm(const char* kernelName) {
 unsigned g_notices = 0;
 void Listen(const char* guid) {
     machine::SetWindowCheck(nullptr);
-    machine::SetWindowRoad([](const machine::NotificationRecipient&, DWORD, const std::vector<std::uint8_t>&,
-                              machine::NotificationReturned returned) {
+    machine::SetWindowRoute([](const machine::NotificationRecipient&, DWORD, const std::vector<std::uint8_t>&,
+                               machine::NotificationReturned returned) {
         ++g_notices;
         returned();
     });

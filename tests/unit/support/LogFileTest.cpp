@@ -132,7 +132,7 @@ TEST_F(Log, WaitsAShortTimeForAWriterThatDoesNotShare) {
     EXPECT_TRUE(Has("kept"));
 }
 
-// Everybody may open the log, so one who never shares it must not slow the service down.
+// Everybody may open the log, so a program that holds it unshared must not slow the service down.
 TEST_F(Log, OneWhoKeepsTheFileCostsAttemptsOnlyEveryFiveSeconds) {
     Start();
     HANDLE holder = CreateFileA(DefaultLog, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
@@ -214,7 +214,7 @@ TEST_F(Log, AStartThatRotatesKeepsOneBackup) {
     EXPECT_NE(machine::ToSddl(*log->security).find(";;;WD)"), std::string::npos) << machine::ToSddl(*log->security);
 }
 
-// Deleted or renamed while somebody never answers for it: the start waits a second, and what hangs changes nothing
+// Deleted or renamed while an oplock is never answered: the start waits a second, and what hangs changes nothing
 // later.
 TEST_F(Log, ARotationThatNeverComesBackIsGivenUp) {
     for (const auto& [call, file] : {std::pair{"DeleteFileA", DefaultBackup}, std::pair{"MoveFileA", DefaultLog}}) {

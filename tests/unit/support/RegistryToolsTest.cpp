@@ -45,7 +45,7 @@ TEST(RegistryTools, EveryReaderSurvivesEveryShapeOfValue) {
           Row{"bytes", REG_BINARY, "\x41\x42"sv, 0, "AB", 0, 0x4241}}) {
         SCOPED_TRACE(what);
         Plant(type, data);
-        // The buffer stands between guards, so that one byte too much shows.
+        // The buffer is between guards, so that one byte too much is noticed.
         char room[10];
         std::fill_n(room, 10, '#');
         SetLastError(NobodysError);
@@ -112,7 +112,7 @@ TEST(RegistryTools, ANameIsChangedInPlace) {
         std::string before;
         const char* replace;
         std::string after;
-    } rows[] = {{REG_SZ, "\\\\.\\com3\0"s, "COM7", "\\\\.\\COM7\0"s}, // blind to case
+    } rows[] = {{REG_SZ, "\\\\.\\com3\0"s, "COM7", "\\\\.\\COM7\0"s}, // ignoring case
                 {REG_SZ, "COM3 and com3\0"s, "COM17", "COM17 and COM17\0"s},
                 {REG_SZ, "COM3"s, "COM7", "COM7\0"s}, // without its zero
                 {REG_SZ, "COM4"s, "COM7", "COM4"s},   // nothing to replace, so nothing is written

@@ -41,7 +41,7 @@ TEST(StringTools, ReplacementsStayWithinTheLimit) {
          {Row{"COM3 and com3", "COM3", "COM7", 20, 2, "COM7 and COM7"},
           Row{"COM3COM3", "COM3", "COM17", 10, 2, "COM17COM17"}, Row{"COM3COM3", "COM3", "COM17", 9, 0, "COM3COM3"},
           Row{"COM13 COM13", "COM13", "C", 20, 2, "C C"}, Row{"aaaa", "aa", "a", 20, 2, "aa"},
-          Row{"aa", "a", "ab", 20, 2, "abab"}, // what was put in is not searched again
+          Row{"aa", "a", "ab", 20, 2, "abab"}, // inserted text is not searched again
           Row{"COM3", "", "x", 20, 0, "COM3"}, Row{"COM3", "COM3", "", 20, 1, ""}, Row{"", "COM3", "x", 20, 0, ""},
           Row{"12345", "1", "", 4, 0, "12345"}, // longer than the limit already
           Row{"x COM3", "com3", "COM30", 7, 1, "x COM30"}}) {

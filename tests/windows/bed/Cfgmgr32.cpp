@@ -1,5 +1,5 @@
 // The test bed's cfgmgr32.dll. Wine's own ends the process at some calls and knows no device tree; this one answers
-// from values that the test has written below each device's Enum key, plays the driver when a device is started anew,
+// from values that the test has written below each device's Enum key, plays the driver when a device is restarted,
 // and leaves the rest to Wine's setupapi (Cfgmgr32.def).
 #include "platform/win32.h"
 
