@@ -23,7 +23,7 @@ want deadlock 3 "deadlock: " "held by thread"
 want crossed 3 "broken rule: " "both orders"
 want livelock 3 "livelock: " GetTickCount
 want trap 3 "crash: " "its own breakpoint"
-want overrun 3 "broken rule: " "past its end"
+want overrun 3 "broken rule: HeapFree: " "past its end"
 want unmodelled 3 "not modelled: CreateEventA" ""
 mkdir "$scratch/tmp"
 TMPDIR=$scratch/tmp want crash 3 "crash: " ""
