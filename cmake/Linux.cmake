@@ -56,7 +56,16 @@ endfunction()
 # --- The rehearsal tool.
 file(GLOB_RECURSE QM_REHEARSE_SOURCES CONFIGURE_DEPENDS rehearse/*.cpp)
 list(REMOVE_ITEM QM_REHEARSE_SOURCES ${CMAKE_SOURCE_DIR}/rehearse/main.cpp)
-add_library(rehearse OBJECT ${QM_REHEARSE_SOURCES})
+# The page's style and script, embedded with their hashes.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+set(QM_HTML ${CMAKE_SOURCE_DIR}/rehearse/html)
+set(QM_HTML_RESOURCES ${CMAKE_BINARY_DIR}/generated/html/Resources.h)
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/generated/html)
+add_custom_command(OUTPUT ${QM_HTML_RESOURCES}
+    COMMAND Python3::Interpreter ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_HTML}/Page.js ${QM_HTML_RESOURCES}
+    DEPENDS ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_HTML}/Page.js VERBATIM)
+add_library(rehearse OBJECT ${QM_REHEARSE_SOURCES} ${QM_HTML_RESOURCES})
+target_include_directories(rehearse PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_link_libraries(rehearse PUBLIC simwin PRIVATE qm_warnings)
 add_executable(quillmarch-rehearse rehearse/main.cpp)
 target_link_libraries(quillmarch-rehearse PRIVATE rehearse)

@@ -5,8 +5,9 @@ _quillmarch_rehearse() {
     compopt -o filenames 2>/dev/null
     case $before in
     --ini | --rules | --compare) mapfile -t COMPREPLY < <(compgen -f -X '!*.[iI][nN][iI]' -- "$word"; compgen -d -- "$word") ;;
-    --json | --log) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+    --json | --log | --html) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
     --pictures) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;;
+    --language) mapfile -t COMPREPLY < <(compgen -W "en de" -- "$word") ;;
     --log-level) mapfile -t COMPREPLY < <(compgen -W "1 2 3 4 5 6" -- "$word") ;;
     --seed | --until) COMPREPLY=() ;;
     *)

@@ -55,7 +55,7 @@ void CheckOutputs(const Options& options, const Record* description) {
     if (description)
         AddFiles(*description, inputs);
     std::vector<std::string> outputs;
-    for (const auto& output : {options.json, options.log}) {
+    for (const auto& output : {options.json, options.log, options.html}) {
         if (!output || *output == "-")
             continue;
         const std::string name = Canonical(*output);

@@ -1,6 +1,7 @@
 #include "rehearse/Observer.h"
 
 #include "rehearse/Balloons.h"
+#include "rehearse/Durations.h"
 #include "rehearse/Events.h"
 #include "rehearse/Expectations.h"
 #include "rehearse/LogOutput.h"
@@ -12,8 +13,10 @@
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -117,6 +120,36 @@ LogFacts FactsOfJson(const Json& json) {
 
 // --- The second run
 
+class LogKeeper {
+public:
+    LogKeeper(ObservedLog& log, const Timeline& timeline) : m_log(log), m_timeline(timeline) {}
+
+    void Keep(std::uint32_t thread, std::string_view message) {
+        NoteEntries();
+        std::string line = fmt::format("{:>12} {:>5}  {}\n", TimeText(machine::Now()), thread,
+                                       machine::Utf8FromAnsi(OnOneLine(message)));
+        m_log.isCut = m_log.isCut || m_log.text.size() + line.size() > MostLogBytes;
+        if (m_log.isCut)
+            return;
+        m_log.text += line;
+        ++m_lines;
+    }
+
+    void NoteEntries() { m_log.linesBefore.resize(m_timeline.Entries().size(), m_lines); }
+
+private:
+    static std::string OnOneLine(std::string_view message) {
+        std::string line(message);
+        std::replace(line.begin(), line.end(), '\n', ' ');
+        std::replace(line.begin(), line.end(), '\r', ' ');
+        return line;
+    }
+
+    ObservedLog& m_log;
+    const Timeline& m_timeline;
+    std::size_t m_lines = 0;
+};
+
 std::string SecondRun(const Record& description, const Options& options) {
     Timeline timeline;
     Balloons balloons;
@@ -134,12 +167,24 @@ std::string SecondRun(const Record& description, const Options& options) {
     expectations.Check();
     if (options.log)
         ForceLog(options.logLevel);
-    WatchLog(log);
+    ObservedLog whole;
+    LogKeeper keeper(whole, timeline);
+    WatchLog(log, [&](std::uint32_t thread, std::string_view message) {
+        if (options.html)
+            keeper.Keep(thread, message);
+    });
     expectations.Schedule();
     ScheduleEvents(stage);
     (void)machine::RunMachine({UntilMs(description, options)});
     log.Finish();
-    return Json{{"end", EndOfMachine()}, {"facts", FactsJson(log.Facts())}}.dump();
+    timeline.CatchUp();
+    keeper.NoteEntries();
+    return Json{{"end", EndOfMachine()},
+                {"facts", FactsJson(log.Facts())},
+                {"log", whole.text},
+                {"lines_before", whole.linesBefore},
+                {"cut", whole.isCut}}
+        .dump();
 }
 
 void WriteAll(int file, std::string_view text) {
@@ -215,13 +260,17 @@ LogFacts Observer::Take(const std::string& ended) {
     const Json json = Json::parse(text, nullptr, false);
     if (json.is_discarded() || json["end"] != ended)
         return {};
+    m_log = {json["log"], json["lines_before"], json["cut"]};
     return FactsOfJson(json["facts"]);
 }
 
-void WatchLog(CheckLog& log) {
+void WatchLog(CheckLog& log, std::function<void(std::uint32_t thread, std::string_view message)> also) {
     ForceDebugOutputInFull();
-    WatchMessages(
-        [&log](std::uint64_t context, std::string_view message) { log.Read(context, machine::Now(), message); });
+    WatchMessages([&log, also = std::move(also)](std::uint64_t context, std::string_view message) {
+        log.Read(context, machine::Now(), message);
+        if (also)
+            also(static_cast<std::uint32_t>(context), message);
+    });
 }
 
 void WatchMessages(std::function<void(std::uint64_t context, std::string_view message)> watcher) {

@@ -12,10 +12,19 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <sys/types.h>
 
 namespace rehearse {
+
+// The log of the second run, for who wants to read what stood around an event.
+struct ObservedLog {
+    std::string text;                     // UTF-8, a line for each message: time, thread, message
+    std::vector<std::size_t> linesBefore; // each entry of the second run's timeline: how many lines precede it
+    bool isCut = false;                   // it was longer than MostLogBytes: the rest is not there
+};
+inline constexpr std::size_t MostLogBytes = 10'000'000;
 
 class Observer {
 public:
@@ -28,14 +37,18 @@ public:
     // Waits for the second run. ended: how this run ended (EndOfMachine). Empty if the other one ended differently.
     LogFacts Take(const std::string& ended);
     void Abandon(); // ends the second run
+    // After Take. Empty unless the options want a page.
+    const ObservedLog& Log() const { return m_log; }
 
 private:
     pid_t m_process = -1;
     int m_pipe = -1;
+    ObservedLog m_log;
 };
 
-// Feeds a log's messages from the product's debugger output, which is forced on. Called once for a machine.
-void WatchLog(CheckLog& log);
+// Feeds a log's messages from the product's debugger output, which is forced on. Called once for a machine. also: gets
+// each message after that.
+void WatchLog(CheckLog& log, std::function<void(std::uint32_t thread, std::string_view message)> also = {});
 
 // The messages of the product's debugger output, without their prefix; context: the thread. Forces nothing. Called once
 // for a machine.

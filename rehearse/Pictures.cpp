@@ -154,6 +154,14 @@ std::string ListElements(const machine::DisplayList& drawn) {
     return text;
 }
 
+std::string TextsOf(const machine::DisplayList& drawn) {
+    std::string texts;
+    for (const DrawnItem& item : drawn)
+        if (item.kind == DrawnKind::Text)
+            texts += (texts.empty() ? "" : ": ") + machine::Utf8FromAnsi(item.text);
+    return texts;
+}
+
 RECT Clipped(const RECT& rect, const RECT& to) {
     return {std::max(rect.left, to.left), std::max(rect.top, to.top), std::min(rect.right, to.right),
             std::min(rect.bottom, to.bottom)};
@@ -196,8 +204,8 @@ std::string BoxPicture(const machine::MessageBoxRecord& box) {
     line.text = box.text;
     const LONG height = machine::TextSize(box.text, line.fontHeight).cy + 4 * BoxLine;
     line.place = {16, BoxLine + 16, BoxWidth, height};
-    std::string text = fmt::format("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{}\" height=\"{}\" "
-                                   "font-family=\"{}\">\n",
+    std::string text = fmt::format("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" "
+                                   "viewBox=\"0 0 {0} {1}\" font-family=\"{2}\">\n",
                                    BoxWidth, height + CaptionHeight, Fonts);
     text += RectElement({0, 0, BoxWidth, height}, "fill=\"#F0F0F0\" stroke=\"#808080\"");
     text += fmt::format("<text x=\"8\" y=\"15\" font-size=\"12\" font-weight=\"bold\">{}</text>\n", Escaped(box.title));
@@ -209,7 +217,7 @@ std::string BoxPicture(const machine::MessageBoxRecord& box) {
 
 } // namespace
 
-Pictures::Pictures(std::string folder) : m_folder(std::move(folder)) {
+Pictures::Pictures(std::string folder, std::size_t mostKept) : m_mostKept(mostKept), m_folder(std::move(folder)) {
     std::error_code error;
     if (!m_folder.empty())
         std::filesystem::create_directories(m_folder, error);
@@ -218,6 +226,8 @@ Pictures::Pictures(std::string folder) : m_folder(std::move(folder)) {
 }
 
 void Pictures::Write(const std::string& name, const std::string& svg) {
+    if (m_folder.empty())
+        return;
     const std::string path = (std::filesystem::path(m_folder) / name).string();
     std::ofstream stream(path, std::ios::binary);
     if (!(stream << svg << std::flush) && m_failed.empty())
@@ -225,7 +235,7 @@ void Pictures::Write(const std::string& name, const std::string& svg) {
 }
 
 void Pictures::Add(const Balloon& balloon, std::size_t index) {
-    if (m_folder.empty() || balloon.untilMs)
+    if (IsIdle() || balloon.untilMs)
         return;
     const std::string elements = ListElements(balloon.now.drawn);
     Shown& shown = m_shown[index];
@@ -240,16 +250,24 @@ void Pictures::Add(const Balloon& balloon, std::size_t index) {
     const std::string caption =
         fmt::format("{}, session {}, process {}", TimeText(machine::Now()), balloon.session, balloon.processId);
     const std::string name = shown.count == 1 ? "first" : fmt::format("{:02}", shown.count);
-    Write(fmt::format("balloon-{:02}-{}.svg", index + 1, name),
-          ScreenPart(balloon.session, view, Placed(place, elements), caption));
+    const std::string svg = ScreenPart(balloon.session, view, Placed(place, elements), caption);
+    Write(fmt::format("balloon-{:02}-{}.svg", index + 1, name), svg);
+    if (m_kept.size() < m_mostKept)
+        m_kept.push_back({svg, machine::Now(), TextsOf(balloon.now.drawn), false});
 }
 
 void Pictures::AddRest() {
+    unsigned count = 0;
+    for (const machine::MessageBoxRecord& box : machine::MessageBoxes()) {
+        if (IsIdle())
+            return;
+        const std::string svg = BoxPicture(box);
+        Write(fmt::format("box-{:02}.svg", ++count), svg);
+        if (count <= m_mostKept)
+            m_kept.push_back({svg, box.atMs, machine::Utf8FromAnsi(box.title + ": " + box.text), true});
+    }
     if (m_folder.empty())
         return;
-    unsigned count = 0;
-    for (const machine::MessageBoxRecord& box : machine::MessageBoxes())
-        Write(fmt::format("box-{:02}.svg", ++count), BoxPicture(box));
     const unsigned session = machine::ConsoleSession().value_or(1);
     std::string front;
     for (const machine::Window* window : machine::WindowsOfSession(session))

@@ -21,6 +21,8 @@
 #include "rehearse/Timeline.h"
 #include "rehearse/Tree.h"
 #include "rehearse/Verdict.h"
+#include "rehearse/html/Lanes.h"
+#include "rehearse/html/Page.h"
 
 #include "simwin/desktop/Desktop.h"
 #include "simwin/kernel/Image.h"
@@ -34,6 +36,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -109,12 +112,14 @@ private:
 };
 
 bool PrintReport(const Options& options) {
-    return !options.quiet && options.json != StandardOutput && options.log != StandardOutput;
+    return !options.quiet && options.json != StandardOutput && options.log != StandardOutput &&
+           options.html != StandardOutput;
 }
 
 // Every form of the verdict needs what only a second run can observe.
 bool NeedsObserver(const Options& options) {
-    return !options.devices && !options.tree && (options.json || options.strict || PrintReport(options));
+    return !options.devices && !options.tree &&
+           (options.json || options.html || options.strict || PrintReport(options));
 }
 
 int Judge(const Options& options, const Expectations& expectations, const Verdict& verdict) {
@@ -135,10 +140,63 @@ struct RunResult {
     const Stage& stage;
     const Leaks& leaks;
     const Verdict& verdict;
-    bool isDone;
+    const machine::RunOutcome& outcome;
+    const Expectations& expectations;
+
+    bool IsDone() const { return outcome.verdict == machine::Verdict::Done && !machine::WasRunInterrupted(); }
+    std::string Stopped() const {
+        if (machine::WasRunInterrupted())
+            return fmt::format("broken off at {}", TimeText(machine::Now()));
+        return IsDone() ? "" : machine::OutcomeLine(outcome);
+    }
 };
 
-void WriteReports(const RunResult& run, Output& json, Output& log) {
+// The outputs that are wanted, and what only the page needs of the run.
+struct Outputs {
+    Output json, log, html;
+    Pictures pictures;
+    html::Lanes lanes;
+    std::string configuration; // at the start
+    ObservedLog observed;
+
+    explicit Outputs(const Options& options)
+        : json(options.json), log(options.log), html(options.html),
+          pictures(options.pictures, options.html ? html::MostPictures : 0) {}
+    void Watch() {
+        if (!html.IsWanted())
+            return;
+        lanes.Watch();
+        configuration = html::ConfigurationText();
+    }
+};
+
+std::string FileNameOf(const std::string& path) {
+    return std::filesystem::path(path).filename().string();
+}
+
+std::string PageOf(const RunResult& run, const Outputs& outputs) {
+    const Options& options = run.options;
+    html::PageFacts facts{.title = run.stage.description->TextOf("title"),
+                          .description = FileNameOf(options.description),
+                          .configurationFile = options.ini ? FileNameOf(*options.ini) : "",
+                          .configuration = outputs.configuration,
+                          .seed = options.seed,
+                          .stopped = run.Stopped(),
+                          .isChecked = options.check && run.IsDone(),
+                          .failures = {},
+                          .isGerman = options.isGerman,
+                          .timeline = *run.stage.timeline,
+                          .balloons = *run.stage.balloons,
+                          .verdict = run.verdict,
+                          .lanes = outputs.lanes,
+                          .log = outputs.observed,
+                          .pictures = outputs.pictures.Kept()};
+    if (facts.isChecked)
+        facts.failures = run.expectations.Failures();
+    return html::MakePage(facts);
+}
+
+void WriteReports(const RunResult& run, Outputs& outputs) {
     const Options& options = run.options;
     const RunFacts facts{run.stage.description->TextOf("title"), options.seed, run.stage.product};
     const Timeline& timeline = *run.stage.timeline;
@@ -146,15 +204,31 @@ void WriteReports(const RunResult& run, Output& json, Output& log) {
     if (PrintReport(options))
         fmt::print("{}", ReportForPeople(facts, timeline, balloons, run.verdict, LookOfOutput()));
     std::fflush(stdout);
-    if (log.IsWanted())
-        log.Write(LogText());
-    if (json.IsWanted()) {
+    if (outputs.log.IsWanted())
+        outputs.log.Write(LogText());
+    if (outputs.html.IsWanted())
+        outputs.html.Write(PageOf(run, outputs));
+    if (outputs.json.IsWanted()) {
         nlohmann::ordered_json report = MakeReport(facts, timeline, balloons, run.verdict);
-        if (run.isDone)
+        if (run.IsDone())
             StopProduct(run.stage, run.leaks, report);
-        json.Write(report.dump(2) + "\n");
+        outputs.json.Write(report.dump(2) + "\n");
     }
     std::fflush(stdout);
+}
+
+int ExitCodeOf(const RunResult& run) {
+    if (machine::WasRunInterrupted()) {
+        fmt::print(stderr, "broken off at {}: the report ends there\n", TimeText(machine::Now()));
+        return ExitInterrupted;
+    }
+    if (!run.IsDone()) {
+        if (const std::string& failure = machine::HostFailure(); !failure.empty())
+            throw std::runtime_error("quillmarch-rehearse: " + failure); // caused by the host alone
+        TellOutcome(run.outcome);
+        return ExitStopped;
+    }
+    return Judge(run.options, run.expectations, run.verdict);
 }
 
 } // namespace
@@ -167,9 +241,7 @@ int Rehearse(const Options& options) {
     else
         throw InputError({options.imageFile, 1, 1}, "the product's shared object is not there");
     CheckOutputs(options, &description);
-    Output json(options.json), log(options.log);
-
-    Pictures pictures(options.pictures);
+    Outputs outputs(options);
     std::optional<Observer> observer;
     if (NeedsObserver(options))
         observer.emplace(description, options);
@@ -190,16 +262,17 @@ int Rehearse(const Options& options) {
         throw std::runtime_error("quillmarch-rehearse: " + wrong);
     timeline.Watch();
     balloons.Watch(timeline);
-    balloons.OnChange([&](const Balloon& balloon, std::size_t index) { pictures.Add(balloon, index); });
+    balloons.OnChange([&](const Balloon& balloon, std::size_t index) { outputs.pictures.Add(balloon, index); });
     leaks.Watch();
     expectations.Check();
-    if (log.IsWanted())
+    if (outputs.log.IsWanted())
         ForceLog(options.logLevel);
     if (options.explain)
         explanation.Watch(timeline);
     expectations.Schedule();
     ScheduleEvents(stage);
     const StartFacts start = FactsAtStart();
+    outputs.Watch();
 
     machine::RunOutcome outcome;
     {
@@ -207,13 +280,14 @@ int Rehearse(const Options& options) {
         const Interruptible interruptible;
         outcome = machine::RunMachine({UntilMs(description, options)});
     }
-    const bool isDone = outcome.verdict == machine::Verdict::Done && !machine::WasRunInterrupted();
     timeline.CatchUp();
     if (options.explain)
         explanation.Finish();
-    if (isDone)
+    if (outcome.verdict == machine::Verdict::Done && !machine::WasRunInterrupted())
         expectations.JudgeEnd();
-    pictures.AddRest();
+    outputs.pictures.AddRest();
+    if (outputs.html.IsWanted())
+        outputs.lanes.Close();
     timeline.Close();
     balloons.Close();
     stage.hasEnded = true;
@@ -222,18 +296,11 @@ int Rehearse(const Options& options) {
         observer->Abandon();
     const LogFacts observed = observer ? observer->Take(EndOfMachine()) : LogFacts{};
     const Verdict verdict = MakeVerdict(start, observed, timeline);
-    WriteReports({options, stage, leaks, verdict, isDone}, json, log);
-    if (machine::WasRunInterrupted()) {
-        fmt::print(stderr, "broken off at {}: the report ends there\n", TimeText(machine::Now()));
-        return ExitInterrupted;
-    }
-    if (!isDone) {
-        if (const std::string& failure = machine::HostFailure(); !failure.empty())
-            throw std::runtime_error("quillmarch-rehearse: " + failure); // caused by the host alone
-        TellOutcome(outcome);
-        return ExitStopped;
-    }
-    return Judge(options, expectations, verdict);
+    if (observer)
+        outputs.observed = observer->Log();
+    const RunResult run{options, stage, leaks, verdict, outcome, expectations};
+    WriteReports(run, outputs);
+    return ExitCodeOf(run);
 }
 
 } // namespace rehearse

@@ -9,14 +9,15 @@ namespace rehearse {
 
 struct Options {
     std::string description;
-    std::optional<std::string> ini, json, log; // host files; "-" is standard output
-    std::optional<std::string> rules;          // a configuration to check by itself
-    std::optional<std::string> compare;        // an older configuration, to be run beside the one in question
-    std::string pictures;                      // host folder; "" none
+    std::optional<std::string> ini, json, log, html; // host files; "-" is standard output
+    std::optional<std::string> rules;                // a configuration to be checked by itself
+    std::optional<std::string> compare;              // an older configuration, to be run beside the one in question
+    std::string pictures;                            // host folder; "" none
     int logLevel = 3;
     std::optional<std::uint64_t> seed, untilMs;
     bool check = false, quiet = false, explain = false, devices = false, tree = false;
-    bool strict = false; // a port without a name or a wanted number, or a rule that never matched, is a failure
+    bool isGerman = false; // the page for html
+    bool strict = false;   // a port without a name or a wanted number, or a rule that never matched, is a failure
     std::string imageFile, resourceFile; // the product as a shared object, and its compiled resources
 };
 

@@ -1,5 +1,7 @@
 #include "rehearse/Timeline.h"
 
+#include "rehearse/PortWatch.h"
+
 #include "simwin/desktop/Desktop.h"
 #include "simwin/devices/Drivers.h"
 #include "simwin/devices/PlugAndPlay.h"
@@ -80,6 +82,7 @@ void Timeline::Watch() {
 
 void Timeline::Outside(std::string what, std::string device) {
     CatchUp();
+    PortMayHaveChanged(device.empty() ? nullptr : machine::TheDeviceTree().FindById(device));
     m_entries.push_back({machine::Now(), true, std::move(what), std::move(device), "", "", ""});
 }
 
@@ -116,6 +119,7 @@ void Timeline::OnDeviceChanged(const machine::DeviceNode& node, std::string_view
     if (m_isClosed || !node.IsPort())
         return;
     CatchUp();
+    PortMayHaveChanged(&node);
     PortState& port = m_ports[node.id];
     if (what == "left" && port.pendingMeans.empty()) {
         Outside("leaves:", node.id);
@@ -207,6 +211,7 @@ void Timeline::OnDosNameChanged(const machine::DosNameChange& change) {
                              "", "", "", "dos-name"});
         return;
     }
+    PortMayHaveChanged(device->node);
     PortState& port = m_ports[device->node->id];
     const std::string name = machine::DosNameOf(*device->node);
     if (name == port.name)
@@ -227,6 +232,7 @@ void Timeline::OnDriverNameChanged(const machine::DosNameChange& change) {
     const machine::KernelDevice* device = machine::TheDeviceTree().RunningDevice(change.from);
     if (!device || !device->node || !device->node->IsRunning())
         return;
+    PortMayHaveChanged(device->node);
     PortState& port = m_ports[device->node->id];
     const std::string name = machine::DosNameOf(*device->node);
     if (name == port.name)

@@ -30,7 +30,7 @@ std::string FileOfBuild(const char* name, const char* built) {
 
 struct Line {
     rehearse::Options options;
-    std::string ini, json, log, until, seed, rules, compare;
+    std::string ini, json, log, html, language, until, seed, rules, compare;
     bool printKeys = false, printCatalogue = false, printFindings = false;
 };
 
@@ -71,6 +71,13 @@ void DescribeReport(CLI::App& app, Line& line) {
         ->group(group);
     app.add_flag("--quiet", line.options.quiet, "no report on standard output")->group(group);
     app.add_option("--json", line.json, "write the report as JSON")->type_name("FILE|-")->group(group);
+    app.add_option("--html", line.html, "write the report as one page for browsers and printers")
+        ->type_name("FILE|-")
+        ->group(group);
+    app.add_option("--language", line.language, "of that page's own words")
+        ->check(CLI::IsMember({"en", "de"}).description(""))
+        ->type_name("en|de")
+        ->group(group);
     app.add_option("--log", line.log, "write the product's log file there (forces it on)")
         ->type_name("FILE|-")
         ->group(group);
@@ -141,8 +148,11 @@ std::string Complete(const CLI::App& app, Line& line) {
         line.options.json = line.json;
     if (app.count("--log"))
         line.options.log = line.log;
-    if (line.json == "-" && line.log == "-")
-        return "--json and --log cannot both go to standard output";
+    if (app.count("--html"))
+        line.options.html = line.html;
+    line.options.isGerman = line.language == "de";
+    if ((line.json == "-") + (line.log == "-") + (line.html == "-") > 1)
+        return "only one of --json, --log and --html can go to standard output";
     if (app.count("--seed")) {
         std::uint64_t seed = 0;
         const char* end = line.seed.data() + line.seed.size();

@@ -1,0 +1,28 @@
+#!/usr/bin/env python3
+"""Makes a header of the page's style and script, with the hashes by which the page's policy admits them.
+
+embed.py STYLE SCRIPT HEADER
+"""
+import base64
+import hashlib
+import sys
+
+
+def text_of(path):
+    with open(path, encoding="utf-8") as file:
+        return "\n" + file.read()
+
+
+def main():
+    style, script, header = sys.argv[1:]
+    lines = ["// Made by the build from the page's style and script.", "#pragma once", "namespace rehearse::html {"]
+    for name, text in (("Style", text_of(style)), ("Script", text_of(script))):
+        if "</" in text or ")~~\"" in text:
+            sys.exit(f"{name}: would end the element or the literal that it stands in")
+        digest = base64.b64encode(hashlib.sha256(text.encode()).digest()).decode()
+        lines += [f'inline constexpr char {name}[] = R"~~({text})~~";', f'inline constexpr char {name}Hash[] = "{digest}";']
+    with open(header, "w", encoding="utf-8") as file:
+        file.write("\n".join(lines + ["} // namespace rehearse::html", ""]))
+
+
+main()
