@@ -7,7 +7,7 @@ set(QM_WARNINGS -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Werror
 # wtsapi32 and netapi32 are absent: a library that is imported by name could be taken from the program's own folder, so
 # they are loaded by their full path when they are needed.
 # advapi32 before kernel32, which has CreateProcessAsUserA too, but only in later versions of Windows.
-set(QM_SYSTEM_LIBRARIES advapi32 cfgmgr32 setupapi shlwapi version ole32 comctl32)
+set(QM_SYSTEM_LIBRARIES advapi32 cfgmgr32 setupapi shlwapi version ole32)
 
 # The oldest Windows that loads the edition, and what only one of them has.
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")

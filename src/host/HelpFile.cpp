@@ -1,7 +1,6 @@
 #include "host/HelpFile.h"
 
 #include "support/system/FileTools.h"
-#include "support/system/MessageTools.h"
 #include "support/system/ProcessState.h"
 #include "support/texts/BoundedText.h"
 
@@ -39,7 +38,7 @@ void ShowHelpFile() {
     const auto result =
         reinterpret_cast<INT_PTR>(ShellExecuteA(nullptr, "open", helpFile, nullptr, nullptr, SW_SHOWNORMAL));
     if (result < ShellExecuteFailed) {
-        ShowBox(nullptr, "Quillmarch is a windows service, read the help file about how to use it", "Quillmarch",
-                MB_ICONSTOP);
+        MessageBoxA(nullptr, "Quillmarch is a windows service, read the help file about how to use it", "Quillmarch",
+                    MB_ICONSTOP);
     }
 }

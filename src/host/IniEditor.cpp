@@ -37,7 +37,7 @@ static bool IsServiceOfThisFolder() {
                "Error: Quillmarch Service is loading from different folder:\n%s\nCall _service_deregister and then "
                "_service_register to fix it.",
                folder);
-    ShowBox(GetDesktopWindow(), text, "Quillmarch Edit INI", MB_ICONSTOP);
+    MessageBoxA(GetDesktopWindow(), text, "Quillmarch Edit INI", MB_ICONSTOP);
     return false;
 }
 

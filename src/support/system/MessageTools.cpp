@@ -8,14 +8,8 @@
 constexpr char Caption[] = "Quill-March-Ward";
 constexpr LONG_PTR LastShellError = 32; // results up to it are errors
 
-int ShowBox(HWND owner, const char* text, const char* caption, UINT flags) {
-    // The manifest requests the newer controls, and Windows 5.1 creates no window with them until they are initialised.
-    InitCommonControls();
-    return MessageBoxA(owner, text, caption, flags);
-}
-
 int ShowMessage(const char* text, UINT flags) {
-    return ShowBox(nullptr, text, Caption, flags | MB_SYSTEMMODAL);
+    return MessageBoxA(nullptr, text, Caption, flags | MB_SYSTEMMODAL);
 }
 
 int ExecuteAsAdmin(const char* parameters) {

@@ -3,9 +3,6 @@
 
 #include "platform/win32.h"
 
-// MessageBoxA for every box of this program: it initialises the controls in the box first. Returns: the button.
-int ShowBox(HWND owner, const char* text, const char* caption, UINT flags);
-
 // A message box without owner under the caption "Quill-March-Ward", in front of all windows. flags: as for MessageBoxA.
 // Returns: the button.
 int ShowMessage(const char* text, UINT flags);
