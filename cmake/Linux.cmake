@@ -64,7 +64,9 @@ file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/generated/html)
 add_custom_command(OUTPUT ${QM_HTML_RESOURCES}
     COMMAND Python3::Interpreter ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_HTML}/Page.js ${QM_HTML_RESOURCES}
     DEPENDS ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_HTML}/Page.js VERBATIM)
+add_custom_target(page_resources DEPENDS ${QM_HTML_RESOURCES}) # also for the lint, which builds nothing else
 add_library(rehearse OBJECT ${QM_REHEARSE_SOURCES} ${QM_HTML_RESOURCES})
+add_dependencies(rehearse page_resources)
 target_include_directories(rehearse PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_link_libraries(rehearse PUBLIC simwin PRIVATE qm_warnings)
 add_executable(quillmarch-rehearse rehearse/main.cpp)

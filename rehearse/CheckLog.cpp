@@ -268,14 +268,15 @@ bool CheckLog::ReadDecision(Context& context, std::string_view message) {
 
 // The lines of a change in progress: what is known of its result by then.
 bool CheckLog::ReadChange(Context& context, std::string_view message) {
-    std::string& conclusion = context.check.conclusion;
-    if (Take(message, "changing name to ")) {
+    const bool isStart = Take(message, "changing name to ");
+    if (!isStart && (context.isTrying || context.candidate.empty())) {
+        return false;
+    }
+    if (isStart) {
         context.isTrying = false;
         context.candidate = message;
         context.reason = "the registry could not be written";
-        conclusion = fmt::format("changes to {}", message);
-    } else if (context.isTrying || context.candidate.empty()) {
-        return false;
+        context.check.conclusion = fmt::format("changes to {}", message);
     } else if (message.starts_with("update Port[")) {
         context.isChanged = true;
     } else if (message.starts_with("port came along with an upper device")) {
@@ -298,20 +299,22 @@ bool CheckLog::ReadChange(Context& context, std::string_view message) {
 // The lines about one number of the list.
 bool CheckLog::ReadCandidate(Context& context, std::string_view message) {
     constexpr std::string_view Waits = " waits for the restart of ";
-    if (context.isChanged)
+    const std::size_t waits = message.find(Waits);
+    const bool isTest = Take(message, "CComPorts::IsComPortNameAvailable(");
+    const bool isBegin = isTest || waits != std::string_view::npos;
+    if (context.isChanged || (!isBegin && context.candidate.empty())) {
         return false;
-    if (Take(message, "CComPorts::IsComPortNameAvailable(")) {
+    }
+    if (isTest) {
         Refuse(context);
         context.isTrying = true;
         context.check.conclusion.clear();
         context.candidate = message.substr(0, message.find(')'));
-    } else if (const std::size_t at = message.find(Waits); at != std::string_view::npos) {
+    } else if (isBegin) {
         Refuse(context);
-        context.candidate = message.substr(0, at);
+        context.candidate = message.substr(0, waits);
         context.reason = "its present holder is about to restart";
         Refuse(context);
-    } else if (context.candidate.empty()) {
-        return false;
     } else if (message.starts_with(" used by Ports[")) {
         context.reason = "in use by " + Between(message, " id=", " kn=");
     } else if (message == "-> try next port") {
