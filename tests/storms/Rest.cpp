@@ -57,12 +57,26 @@ machine::Process* Rest::TheProduct() const {
 }
 
 // (j) An arrival reads without any lock: of two threads that open one refusing key, the second may take the list of the
-// first for the former one.
+// first for the former one. A call is seen at its gate, before it may give the turn away, so the list that it reads is
+// that of the thread's next call at the latest.
 void Rest::NoteCall(std::string_view name, std::string_view object) {
-    const std::string key(object);
-    if (name == "RegGetKeySecurity" && machine::TheRegistry().FindKey(key) &&
-        !machine::TheRegistry().IsSecurityUnchanged(key))
-        m_wideLists.insert(machine::Upper(key));
+    const machine::Thread* thread = machine::CurrentThread();
+    const auto isWide = [](const std::string& key) {
+        return machine::TheRegistry().FindKey(key) && !machine::TheRegistry().IsSecurityUnchanged(key);
+    };
+    if (const auto read = m_listReads.find(thread); read != m_listReads.end()) {
+        if (isWide(read->second)) {
+            m_wideLists.insert(machine::Upper(read->second));
+        }
+        m_listReads.erase(read);
+    }
+    if (name == "RegGetKeySecurity") {
+        const std::string key(object);
+        if (isWide(key)) {
+            m_wideLists.insert(machine::Upper(key));
+        }
+        m_listReads[thread] = key;
+    }
 }
 
 void Rest::JudgeRest() {

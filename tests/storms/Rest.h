@@ -5,6 +5,7 @@
 #include "tests/storms/Excuses.h"
 
 #include <cstddef>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -43,8 +44,9 @@ private:
     UseTable m_uses;
     static std::set<std::string> OpenKeys();
 
-    std::set<std::string> m_cutOff;    // keys that were open when the service had ended
-    std::set<std::string> m_wideLists; // keys whose wide list was read as the former one
+    std::set<std::string> m_cutOff;                            // keys that were open when the service had ended
+    std::set<std::string> m_wideLists;                         // keys whose wide list was read as the former one
+    std::map<const machine::Thread*, std::string> m_listReads; // whose last call read the list of this key
 };
 
 } // namespace storm
