@@ -40,7 +40,7 @@ constexpr std::string_view Decisions[] = {
     "the device we are just restarting",
 };
 
-// What stands in the middle of such a line.
+// The middle part of such a line.
 constexpr std::string_view Grounds[] = {
     " has no link without a device any more",
     " waits for the restart of ",

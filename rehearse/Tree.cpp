@@ -140,7 +140,7 @@ std::string MachineTree() {
         std::any_of(nodes.begin(), nodes.end(), [](const auto* node) { return !machine::GuessOf(*node).empty(); });
     text += machine::Utf8FromAnsi(Printer().Print());
     if (hasGuess)
-        text += "\n? is what nothing told and the rehearsal took for the likeliest.\n";
+        text += "\n? marks a guess: nothing says it, and the rehearsal took the likeliest.\n";
     return text;
 }
 

@@ -66,8 +66,8 @@ void DescribeJudgement(CLI::App& app, Line& line) {
 }
 
 void DescribeReport(CLI::App& app, Line& line) {
-    const char* group = "What is told, and where";
-    app.add_flag("--explain", line.options.explain, "tell in the timeline why, in the words of the product's log")
+    const char* group = "What is reported, and where";
+    app.add_flag("--explain", line.options.explain, "say in the timeline why, in the words of the product's log")
         ->group(group);
     app.add_flag("--quiet", line.options.quiet, "no report on standard output")->group(group);
     app.add_option("--json", line.json, "write the report as JSON")->type_name("FILE|-")->group(group);

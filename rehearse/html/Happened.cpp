@@ -65,7 +65,7 @@ static std::string TextOf(const Context& context, const Stretch& stretch) {
     return text;
 }
 
-// What stands in a bar, where there is little room.
+// The text of a bar, which has little room.
 static std::string ShortText(const Context& context, const Stretch& stretch) {
     if (stretch.state == LaneState::Away || stretch.state == LaneState::Stopped)
         return "";

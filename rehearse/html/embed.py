@@ -18,7 +18,7 @@ def main():
     lines = ["// Made by the build from the page's style and script.", "#pragma once", "namespace rehearse::html {"]
     for name, text in (("Style", text_of(style)), ("Script", text_of(script))):
         if "</" in text or ")~~\"" in text:
-            sys.exit(f"{name}: would end the element or the literal that it stands in")
+            sys.exit(f"{name}: would end the element or the literal that holds it")
         digest = base64.b64encode(hashlib.sha256(text.encode()).digest()).decode()
         lines += [f'inline constexpr char {name}[] = R"~~({text})~~";', f'inline constexpr char {name}Hash[] = "{digest}";']
     with open(header, "w", encoding="utf-8") as file:

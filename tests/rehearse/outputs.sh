@@ -14,7 +14,7 @@ check() { # WHAT COMMAND...: the command must succeed
 }
 same() { [ "$1" = "$2" ] || { printf '  came: %s\n' "$1"; return 1; }; }
 
-# The same input gives the same bytes, with and without a seed; a seed stands in the report.
+# The same input gives the same bytes, with and without a seed; the report names the seed.
 for seed in "" "--seed 7"; do
     for n in 1 2; do
         # shellcheck disable=SC2086

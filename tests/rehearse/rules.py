@@ -126,7 +126,7 @@ def expect(what, came, expected):
 
 
 def check_machines(folder):
-    """The product's own choice of a section is the table's on every example; one port is told for each reason."""
+    """The product's own choice of a section is the table's on every example; each reason names one port."""
     failures = 0
     for name in ("desk", "till", "bench"):
         report = json.loads(run("--rules", example(name + ".ini"), example(name + ".toml"), "--json", "-").stdout)
