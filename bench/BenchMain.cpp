@@ -11,12 +11,10 @@
 #include "support/system/SupportLocks.h"
 #include "support/texts/BoundedText.h"
 
-namespace {
-
 constexpr char ProductFolder[] = "C:\\Program Files\\Quillmarch";
 
 // The first steps of a program start; the log stays off.
-void StartOfProgram() {
+static void StartOfProgram() {
     InitAllocator();
     InitSupportLocks();
     GetOsVersion(&g_Os);
@@ -30,7 +28,7 @@ void StartOfProgram() {
     g_Mode = ModeService;
 }
 
-int RunOnMachine() {
+static int RunOnMachine() {
     machine::Setup setup;
     setup.imageFile = QM_IMAGE_FILE;
     setup.resourceFile = QM_RESOURCE_FILE;
@@ -40,8 +38,6 @@ int RunOnMachine() {
         return bench::RunAndJudge();
     });
 }
-
-} // namespace
 
 int main(int count, char** arguments) {
     return bench::TakeArguments(count, arguments) ? RunOnMachine() : 2;

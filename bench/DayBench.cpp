@@ -22,8 +22,6 @@
 #include <string>
 
 namespace bench {
-namespace {
-
 constexpr std::uint64_t MinuteMs = 60'000, HourMs = 60 * MinuteMs;
 constexpr std::uint64_t OffMs = 5'000;     // how long the adapter is away
 constexpr std::uint64_t LookAtMs = 50'000; // of each minute
@@ -32,6 +30,7 @@ constexpr int MinutesOfADay = 24 * 60;
 constexpr double EventsOfADay = 2.0 * MinutesOfADay; // the adapter leaves, the adapter arrives
 constexpr char AdapterId[] = "USB\\VID_0403&PID_6001\\A702TB52";
 
+namespace {
 struct WantedName {
     const char* id;
     const char* name;
@@ -50,8 +49,9 @@ struct Day {
     std::size_t bytesEarly = 0, bytesLate = 0, blocksEarly = 0, blocksLate = 0;
     std::size_t handlesEarly = 0, handlesLate = 0, leakedHandles = 0;
 };
+} // namespace
 
-void LookAtNames(Day* day) {
+static void LookAtNames(Day* day) {
     for (const WantedName& wanted : WantedNames) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(wanted.id);
         ++day->looks;
@@ -61,7 +61,7 @@ void LookAtNames(Day* day) {
     }
 }
 
-void Schedule(const rehearse::Record& description, Day* day, int minutes) {
+static void Schedule(const rehearse::Record& description, Day* day, int minutes) {
     machine::At(0, machine::Due::Outside, [&description] { rehearse::StartProductInRole(description); });
     machine::At(MinuteMs / 2, machine::Due::Outside, [] { machine::PlugDevice(AdapterId); });
     for (int minute = 1; minute <= minutes; ++minute) {
@@ -71,7 +71,7 @@ void Schedule(const rehearse::Record& description, Day* day, int minutes) {
     }
 }
 
-bool RunUntil(std::uint64_t untilMs, Day* day) {
+static bool RunUntil(std::uint64_t untilMs, Day* day) {
     const machine::RunOutcome outcome = machine::RunMachine({untilMs});
     if (outcome.verdict != machine::Verdict::Done) {
         day->stopped = machine::OutcomeLine(outcome);
@@ -80,7 +80,7 @@ bool RunUntil(std::uint64_t untilMs, Day* day) {
 }
 
 // Runs the minutes on the current machine; the early numbers are from the end of the first hour.
-void RunMinutes(Day* day, int minutes) {
+static void RunMinutes(Day* day, int minutes) {
     const std::uint64_t endMs = static_cast<std::uint64_t>(minutes + 1) * MinuteMs;
     const std::uint64_t earlyMs = endMs < HourMs ? endMs : HourMs;
     if (!RunUntil(earlyMs - 1, day)) {
@@ -114,7 +114,7 @@ void RunMinutes(Day* day, int minutes) {
 constexpr char LogPath[] = "C:\\_Quillmarch.log"; // where the log goes without a key
 
 // The log as switched on without further keys, so at the default level. Returns: "" or what is wrong.
-std::string TurnLogOn() {
+static std::string TurnLogOn() {
     constexpr std::string_view off = "WriteLogFile=0", on = "WriteLogFile=1";
     std::string text = machine::TheFiles().Read(rehearse::ProductIni()).value_or("");
     const std::size_t at = text.find(off);
@@ -125,7 +125,7 @@ std::string TurnLogOn() {
     return "";
 }
 
-Day Rehearse(int minutes, bool withLog) {
+static Day Rehearse(int minutes, bool withLog) {
     Day day;
     rehearse::Options options;
     options.description = QM_SOURCE_FOLDER "/examples/desk.toml";
@@ -149,7 +149,7 @@ Day Rehearse(int minutes, bool withLog) {
     return day;
 }
 
-void ReplugDay(benchmark::State& state) {
+static void ReplugDay(benchmark::State& state) {
     machine::InstallCrashHandler();
     const Day shortRun = Rehearse(1, /*withLog=*/false); // what the product leaves behind in any case
     Day day;
@@ -175,7 +175,7 @@ void ReplugDay(benchmark::State& state) {
 }
 
 // The same events and nothing else, the machine's start and the service's stop included.
-void Events(benchmark::State& state, bool withLog) {
+static void Events(benchmark::State& state, bool withLog) {
     machine::InstallCrashHandler();
     Day day;
     for (auto _ : state) {
@@ -197,14 +197,14 @@ BENCHMARK(ReplugDay)->Name(DayName)->Unit(benchmark::Millisecond)->Iterations(1)
 BENCHMARK_CAPTURE(Events, LogOff, false)->Name(LogOffName)->Unit(benchmark::Millisecond)->Iterations(1)->Repetitions(9);
 BENCHMARK_CAPTURE(Events, LogOn, true)->Name(LogOnName)->Unit(benchmark::Millisecond)->Iterations(1)->Repetitions(9);
 
-std::function<double(const Measured&)> EventsASecond(const char* benchmark) {
+static std::function<double(const Measured&)> EventsASecond(const char* benchmark) {
     return [benchmark](const Measured& measured) {
         const double time = measured.Nanoseconds(benchmark);
         return time > 0 ? EventsOfADay * 1e9 / time : NotMeasured;
     };
 }
 
-std::function<double(const Measured&)> CounterOf(const char* benchmark, const char* counter) {
+static std::function<double(const Measured&)> CounterOf(const char* benchmark, const char* counter) {
     return [benchmark, counter](const Measured& measured) {
         return measured.Nanoseconds(benchmark) > 0 ? measured.Counter(benchmark, counter) : NotMeasured;
     };
@@ -225,14 +225,13 @@ const Mark g_time(
         return time > 0 ? time / 1e6 : NotMeasured;
     },
     Wanted::Nothing, 0);
-const Mark g_looks("names looked at in 24 hours", CounterOf(DayName, "looks"), Wanted::AtLeast, 3 * MinutesOfADay);
+static const Mark g_looks("names looked at in 24 hours", CounterOf(DayName, "looks"), Wanted::AtLeast,
+                          3 * MinutesOfADay);
 const Mark g_wrong("names that were wrong", CounterOf(DayName, "wrong"), Wanted::AtMost, 0);
 const Mark g_leaked("handles left after the stop, a day against a minute", CounterOf(DayName, "leaked"), Wanted::AtMost,
                     0);
 const Mark g_handles("open handles, hour 24 against hour 1", CounterOf(DayName, "handles"), Wanted::AtMost, 0);
 const Mark g_bytes("bytes on the heap, hour 24 against hour 1", CounterOf(DayName, "bytes"), Wanted::AtMost, 0);
-
-} // namespace
 } // namespace bench
 
 int main(int count, char** arguments) {

@@ -29,8 +29,6 @@
 #include <vector>
 
 namespace bench {
-namespace {
-
 using Clock = std::chrono::steady_clock;
 
 constexpr int ManySections = 100; // with the one without a number
@@ -41,7 +39,7 @@ constexpr unsigned WantedSamples = 2000;
 constexpr int MostSampledRounds = 2000, Arrivals = 100;
 
 // This many sections, of which the last one that is checked matches the port.
-std::string SectionsFor(const CComPort& port, LONG sections, LONG wantedNumber) {
+static std::string SectionsFor(const CComPort& port, LONG sections, LONG wantedNumber) {
     std::string text = "[Settings]\r\nWriteLogFile=0\r\n";
     char line[320];
     for (LONG number = 1; number < sections; ++number) {
@@ -56,7 +54,7 @@ std::string SectionsFor(const CComPort& port, LONG sections, LONG wantedNumber) 
     return text + line;
 }
 
-void Configure(const std::string& text) {
+static void Configure(const std::string& text) {
     machine::TheFiles().Write(szIniFile, text);
     if (!g_pCfgReader) {
         g_pCfgReader = new CCfgReader(szIniFile, nullptr, nullptr);
@@ -67,6 +65,7 @@ void Configure(const std::string& text) {
     g_pSettings->ReadSettings();
 }
 
+namespace {
 // The point in an arrival at which everything is decided, recognised by a call that nothing before it makes: setting
 // the right number in the database of names, or the last query of the wanted one.
 class Decision {
@@ -106,9 +105,10 @@ private:
     Clock::time_point m_start, m_end;
     std::uint64_t m_callsBefore = 0, m_callsAtEnd = 0;
 };
+} // namespace
 
 // Notifies the product of an arrival as Windows does, and waits until the thread for it has ended.
-void Arrive(const CComPort& port) {
+static void Arrive(const CComPort& port) {
     alignas(DEV_BROADCAST_DEVICEINTERFACE_A) char block[sizeof(DEV_BROADCAST_DEVICEINTERFACE_A) + 260] = {};
     auto* broadcast = reinterpret_cast<DEV_BROADCAST_DEVICEINTERFACE_A*>(block);
     broadcast->dbcc_size = sizeof(block);
@@ -121,6 +121,7 @@ void Arrive(const CComPort& port) {
     }
 }
 
+namespace {
 // The last port of the table arrives again and again: the longest search of table and device list.
 struct ArrivalRounds {
     ArrivalRounds(benchmark::State& state, bool isItsNumberRight)
@@ -156,14 +157,15 @@ struct ArrivalRounds {
     char name[16] = {};
     Decision decision;
 };
+} // namespace
 
-double Median(std::vector<double>* values) {
+static double Median(std::vector<double>* values) {
     const auto middle = values->begin() + static_cast<std::ptrdiff_t>(values->size() / 2);
     std::nth_element(values->begin(), middle, values->end());
     return *middle;
 }
 
-void Arrival(benchmark::State& state, bool isRight) {
+static void Arrival(benchmark::State& state, bool isRight) {
     if (!PrepareTable(static_cast<int>(state.range(0)))) {
         state.SkipWithError("the table does not have the ports of the machine");
         return;
@@ -190,24 +192,26 @@ void Arrival(benchmark::State& state, bool isRight) {
     state.counters["own_us"] = median * OwnShare::Share();
 }
 
-void RightNumber(benchmark::State& state) {
+static void RightNumber(benchmark::State& state) {
     Arrival(state, /*isRight=*/true);
 }
 
-void WrongNumber(benchmark::State& state) {
+static void WrongNumber(benchmark::State& state) {
     Arrival(state, /*isRight=*/false);
 }
 
+namespace {
 // --- A match over all sections, and its look-ups alone.
 
 struct LookUp {
     LONG section;
     std::string key;
 };
+} // namespace
 
 // The look-ups of a match in which the last section fits by its device id alone: three rows of every other section, and
 // of the last one all but the nine forms that its match makes unnecessary.
-std::vector<LookUp> LookUpsOfMatch() {
+static std::vector<LookUp> LookUpsOfMatch() {
     static constexpr const char* Keys[] = {"BusType",
                                            "KernelName",
                                            "DeviceID",
@@ -240,7 +244,7 @@ std::vector<LookUp> LookUpsOfMatch() {
     return lookUps;
 }
 
-bool PrepareMatch(benchmark::State& state) {
+static bool PrepareMatch(benchmark::State& state) {
     if (!PrepareTable(1)) {
         state.SkipWithError("the table does not have the port");
         return false;
@@ -250,7 +254,7 @@ bool PrepareMatch(benchmark::State& state) {
 }
 
 template<typename Work>
-void CountAndRun(benchmark::State& state, Work work) {
+static void CountAndRun(benchmark::State& state, Work work) {
     const std::uint64_t callsBefore = CountAllCalls();
     for (auto _ : state) {
         work();
@@ -260,7 +264,7 @@ void CountAndRun(benchmark::State& state, Work work) {
         static_cast<double>(CountAllCalls() - callsBefore) / static_cast<double>(state.iterations());
 }
 
-void Match(benchmark::State& state) {
+static void Match(benchmark::State& state) {
     if (!PrepareMatch(state)) {
         return;
     }
@@ -274,7 +278,7 @@ void Match(benchmark::State& state) {
     });
 }
 
-void LookUpsAlone(benchmark::State& state) {
+static void LookUpsAlone(benchmark::State& state) {
     if (!PrepareMatch(state)) {
         return;
     }
@@ -300,32 +304,35 @@ void LookUpsAlone(benchmark::State& state) {
 
 constexpr int SmallestTable = 1, SmallTable = 64;
 
+namespace {
 struct ArrivalCase {
     const char* name;
     void (*run)(benchmark::State&);
     const char* text;
 };
+} // namespace
 constexpr ArrivalCase ArrivalCases[] = {{"Right", RightNumber, "right"}, {"Wrong", WrongNumber, "wrong"}};
 
-std::string NameOf(const char* number, int ports, int sections) {
+static std::string NameOf(const char* number, int ports, int sections) {
     return std::string("Arrival/") + number + "/" + std::to_string(ports) + "/" + std::to_string(sections);
 }
 
-std::function<double(const Measured&)> CounterOf(const std::string& benchmark, const char* counter) {
+static std::function<double(const Measured&)> CounterOf(const std::string& benchmark, const char* counter) {
     return [benchmark, counter](const Measured& measured) {
         return measured.Nanoseconds(benchmark) > 0 ? measured.Counter(benchmark, counter) : NotMeasured;
     };
 }
 
 // How many more calls the larger of two arrivals makes for each additional item.
-std::function<double(const Measured&)> MoreCalls(const std::string& small, const std::string& large, double more) {
+static std::function<double(const Measured&)> MoreCalls(const std::string& small, const std::string& large,
+                                                        double more) {
     return [small, large, more](const Measured& measured) {
         const double few = measured.Counter(small, "calls"), many = measured.Counter(large, "calls");
         return few > 0 && many > 0 ? (many - few) / more : NotMeasured;
     };
 }
 
-double LookUpCalls(const Measured& measured) {
+static double LookUpCalls(const Measured& measured) {
     const double match = measured.Counter("Match/Sections", "calls");
     const double lookUps = measured.Counter("Match/LookUpsAlone", "calls");
     return match > 0 && lookUps > 0 ? match - lookUps : NotMeasured;
@@ -339,7 +346,7 @@ const Mark g_matchCalls("calls of that match beside its look-ups", LookUpCalls, 
 // A section that does not fit costs the look-ups of its rows up to the one that fails, each with its lock.
 constexpr double CallsForAPort = 2.05, CallsForASection = 2 * RowsToDeviceId * CriterionForms;
 
-std::vector<std::unique_ptr<Mark>> MakeArrivalMarks() {
+static std::vector<std::unique_ptr<Mark>> MakeArrivalMarks() {
     std::vector<std::unique_ptr<Mark>> marks;
     for (const ArrivalCase& arrivalCase : ArrivalCases) {
         const std::string arrival = std::string("arrival, number ") + arrivalCase.text;
@@ -371,8 +378,6 @@ std::vector<std::unique_ptr<Mark>> MakeArrivalMarks() {
 }
 
 [[maybe_unused]] const std::vector<std::unique_ptr<Mark>> g_arrivalMarks = MakeArrivalMarks();
-
-} // namespace
 
 void RegisterArrivals(int ports) {
     for (const int sections : {1, ManySections}) {

@@ -12,22 +12,20 @@
 #include <vector>
 
 namespace bench {
-namespace {
-
 using boost::context::detail::fcontext_t;
 using boost::context::detail::jump_fcontext;
 using boost::context::detail::transfer_t;
 
 constexpr std::size_t StackBytes = 64 * 1024;
 
-void JumpBack(transfer_t turn) {
+static void JumpBack(transfer_t turn) {
     for (;;) {
         turn = jump_fcontext(turn.fctx, nullptr);
     }
 }
 
 // There and back.
-void Jump(benchmark::State& state) {
+static void Jump(benchmark::State& state) {
     std::vector<char> stack(StackBytes);
     fcontext_t other = boost::context::detail::make_fcontext(stack.data() + stack.size(), stack.size(), JumpBack);
     for (auto _ : state) {
@@ -36,13 +34,13 @@ void Jump(benchmark::State& state) {
 }
 
 // The scheduler has no other thread to run.
-void YieldAlone(benchmark::State& state) {
+static void YieldAlone(benchmark::State& state) {
     for (auto _ : state) {
         machine::Yield();
     }
 }
 
-DWORD WINAPI GiveTurnsBack(LPVOID isOver) {
+static DWORD WINAPI GiveTurnsBack(LPVOID isOver) {
     while (!*static_cast<const bool*>(isOver)) {
         machine::Yield();
     }
@@ -50,7 +48,7 @@ DWORD WINAPI GiveTurnsBack(LPVOID isOver) {
 }
 
 // One iteration: this thread, the other, this thread again.
-void YieldBetweenTwo(benchmark::State& state) {
+static void YieldBetweenTwo(benchmark::State& state) {
     bool isOver = false;
     const HANDLE thread = CreateThread(nullptr, 0, GiveTurnsBack, &isOver, 0, nullptr);
     for (auto _ : state) {
@@ -82,6 +80,4 @@ const Mark g_turn(
     Wanted::Nothing, 0);
 const Mark g_share("a turn through the scheduler against its two bare jumps",
                    TimeRatio("Fiber/YieldAlone", "Fiber/JumpThereAndBack"), Wanted::Nothing, 0);
-
-} // namespace
 } // namespace bench

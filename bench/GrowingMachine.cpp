@@ -12,17 +12,15 @@
 #include <utility>
 
 namespace bench {
-namespace {
-
 constexpr int PortsOfADevice = 2, DevicesOfAHub = 32, PortsOfAHub = PortsOfADevice * DevicesOfAHub;
 constexpr DWORD StartMs = 10'000; // more than the slowest driver needs
 constexpr char ControllerId[] = "PCI\\VEN_8086&DEV_9D2F\\3&11583659&0&A0";
 constexpr char RootHubId[] = "USB\\ROOT_HUB30\\4&1b2c3d4e&0";
 
-int g_ports; // plugged in so far
-std::string g_wrong;
+static int g_ports; // plugged in so far
+static std::string g_wrong;
 
-void Plug(const machine::DeviceDescription& description) {
+static void Plug(const machine::DeviceDescription& description) {
     std::string wrong;
     machine::DeviceNode* node = machine::AddDevice(description, &wrong);
     g_wrong += wrong;
@@ -31,7 +29,7 @@ void Plug(const machine::DeviceDescription& description) {
     }
 }
 
-machine::DeviceDescription Device(std::string id, machine::DeviceKind kind, std::string parent, int hubPort) {
+static machine::DeviceDescription Device(std::string id, machine::DeviceKind kind, std::string parent, int hubPort) {
     machine::DeviceDescription description;
     description.id = std::move(id);
     description.kind = kind;
@@ -44,7 +42,7 @@ machine::DeviceDescription Device(std::string id, machine::DeviceKind kind, std:
     return description;
 }
 
-void PlugRootHub() {
+static void PlugRootHub() {
     g_wrong = machine::BuildDevices({});
     Plug(Device(ControllerId, machine::DeviceKind::Controller, "", 0));
     machine::DeviceDescription rootHub = Device(RootHubId, machine::DeviceKind::RootHub, ControllerId, 0);
@@ -53,7 +51,7 @@ void PlugRootHub() {
 }
 
 // The next port, with the hub and the device that it needs first.
-void PlugPort() {
+static void PlugPort() {
     const int hub = g_ports / PortsOfAHub + 1;
     const int socket = g_ports % PortsOfAHub / PortsOfADevice + 1, function = g_ports % PortsOfADevice;
     const std::string hubId = "USB\\VID_05E3&PID_0610\\H" + std::to_string(hub);
@@ -76,8 +74,6 @@ void PlugPort() {
     port.kernelName = {"\\Device\\Silabser" + std::to_string(g_ports)};
     Plug(port);
 }
-
-} // namespace
 
 std::string GrowTo(int ports) {
     if (g_ports == 0) {

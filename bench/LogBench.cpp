@@ -24,13 +24,11 @@ PlainFlags g_PlainFlags;
     benchmark::DoNotOptimize(number);
 }
 
-namespace {
-
 constexpr int CallsInARow = 256;
 constexpr int LinesCounted = 100;
 constexpr int LinesTimed = 2000; // what is written stays on the machine's disk
 
-void LogOff(benchmark::State& state) {
+static void LogOff(benchmark::State& state) {
     g_Log.WriteLogfile = 0;
     g_Log.WriteDebugOutput = 0;
     for (auto _ : state) {
@@ -41,7 +39,7 @@ void LogOff(benchmark::State& state) {
     }
 }
 
-void PlainBranch(benchmark::State& state) {
+static void PlainBranch(benchmark::State& state) {
     for (auto _ : state) {
         for (int i = 0; i < CallsInARow; ++i) {
             if (g_PlainFlags.first || g_PlainFlags.second) {
@@ -53,7 +51,7 @@ void PlainBranch(benchmark::State& state) {
 }
 
 // The calls of one operation for each line, as "Name 2, Other 1".
-std::string PerLine(const CallCounts& before, const CallCounts& after) {
+static std::string PerLine(const CallCounts& before, const CallCounts& after) {
     std::string text;
     for (const auto& [name, count] : after) {
         const auto earlier = before.find(name);
@@ -65,10 +63,10 @@ std::string PerLine(const CallCounts& before, const CallCounts& after) {
     return text;
 }
 
-std::string g_CallsOfALine;
+static std::string g_CallsOfALine;
 
 // The first line opens the file, and the closer does not run before the count ends.
-void LogOn(benchmark::State& state) {
+static void LogOn(benchmark::State& state) {
     machine::TheFiles().Write(szIniFile, "[Settings]\r\nWriteLogfile=1\r\nLogLevel=3\r\n");
     LogFile_Init(/*rotate=*/0);
     WriteLog(1, "the line that opens the file");
@@ -99,6 +97,4 @@ const Mark g_calls(
         return measured.Nanoseconds("Log/On") > 0 ? measured.Counter("Log/On", "calls") : NotMeasured;
     },
     Wanted::AtMost, 12, [](const Measured&) { return "a line makes these calls: " + g_CallsOfALine; });
-
-} // namespace
 } // namespace bench

@@ -8,17 +8,15 @@
 
 namespace bench {
 
-namespace {
-
 constexpr int Repetitions = 9;
 constexpr double RepetitionSeconds = 0.05;
 
-std::vector<const Mark*>& Marks() {
+static std::vector<const Mark*>& Marks() {
     static std::vector<const Mark*> marks;
     return marks;
 }
 
-std::string NameOf(const benchmark::BenchmarkReporter::Run& run) {
+static std::string NameOf(const benchmark::BenchmarkReporter::Run& run) {
     std::string name = run.run_name.function_name;
     if (!run.run_name.args.empty()) {
         name += "/" + run.run_name.args;
@@ -26,6 +24,7 @@ std::string NameOf(const benchmark::BenchmarkReporter::Run& run) {
     return name;
 }
 
+namespace {
 // Shows the fastest repetition of each benchmark, and keeps it.
 class Reporter : public benchmark::ConsoleReporter {
 public:
@@ -61,14 +60,15 @@ private:
     Measured* m_measured;
     bool m_failed = false;
 };
+} // namespace
 
-std::string WantedText(const Mark& mark) {
+static std::string WantedText(const Mark& mark) {
     char text[64];
     std::snprintf(text, sizeof(text), "%s %.4g", mark.wanted == Wanted::AtMost ? "at most" : "at least", mark.mark);
     return mark.wanted == Wanted::Nothing ? "-" : text;
 }
 
-void Judge(const Mark& mark, const Measured& measured) {
+static void Judge(const Mark& mark, const Measured& measured) {
     const double value = mark.value(measured);
     if (value < 0) {
         return;
@@ -81,8 +81,6 @@ void Judge(const Mark& mark, const Measured& measured) {
     }
     std::printf("%-66s %10.3f  %-14s %s\n", mark.name.c_str(), value, WantedText(mark).c_str(), verdict.c_str());
 }
-
-} // namespace
 
 double Measured::Nanoseconds(const std::string& benchmark) const {
     const auto found = m_fastest.find(benchmark);

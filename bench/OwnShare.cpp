@@ -11,22 +11,22 @@
 
 namespace bench {
 
-namespace {
-
 constexpr long IntervalNs = 53'000; // not a round number, so that no work runs in step with it
 
+namespace {
 // The code of one loaded object.
 struct CodeRange {
     std::uintptr_t inside = 0; // an address in it, by which it is found
     std::uintptr_t begin = 0, end = 0;
     bool Holds(std::uintptr_t address) const { return address >= begin && address < end; }
 };
+} // namespace
 
-CodeRange g_product, g_library;
-std::atomic<bool> g_isCounting;
-std::atomic<unsigned> g_samples, g_own;
+static CodeRange g_product, g_library;
+static std::atomic<bool> g_isCounting;
+static std::atomic<unsigned> g_samples, g_own;
 
-int FindRange(dl_phdr_info* object, std::size_t, void* argument) {
+static int FindRange(dl_phdr_info* object, std::size_t, void* argument) {
     auto* range = static_cast<CodeRange*>(argument);
     for (int i = 0; i < object->dlpi_phnum; ++i) {
         const auto& segment = object->dlpi_phdr[i];
@@ -40,13 +40,13 @@ int FindRange(dl_phdr_info* object, std::size_t, void* argument) {
     return 0;
 }
 
-CodeRange RangeAround(std::uintptr_t inside) {
+static CodeRange RangeAround(std::uintptr_t inside) {
     CodeRange range{inside};
     dl_iterate_phdr(FindRange, &range);
     return range;
 }
 
-void TakeSample(int, siginfo_t*, void* context) {
+static void TakeSample(int, siginfo_t*, void* context) {
     if (!g_isCounting) {
         return;
     }
@@ -64,8 +64,6 @@ void TakeSample(int, siginfo_t*, void* context) {
     static_cast<void>(context);
 #endif
 }
-
-} // namespace
 
 OwnShare::OwnShare() {
     using CopyFunction = std::size_t (*)(char*, std::size_t, const char*);

@@ -16,12 +16,10 @@
 #include <vector>
 
 namespace bench {
-namespace {
-
 constexpr int SmallTable = 64, MiddleTable = 512, LargeTable = LargestMachine;
 
 template<typename Work>
-void Measure(benchmark::State& state, Work work) {
+static void Measure(benchmark::State& state, Work work) {
     if (!PrepareTable(static_cast<int>(state.range(0)))) {
         state.SkipWithError("the table does not have the ports of the machine");
         return;
@@ -38,7 +36,7 @@ void Measure(benchmark::State& state, Work work) {
 }
 
 // The first snapshot of a service finds an empty table.
-void Snapshot(benchmark::State& state) {
+static void Snapshot(benchmark::State& state) {
     Measure(state, [&state] {
         state.PauseTiming();
         g_pComPorts->ClearPorts();
@@ -50,13 +48,13 @@ void Snapshot(benchmark::State& state) {
 constexpr std::size_t DetailBytes = 268, TargetBytes = 24;
 
 // As the product's operators do: the whole heap is checked after a new block and before and after a release.
-void* NewBlock(std::size_t bytes) {
+static void* NewBlock(std::size_t bytes) {
     void* block = HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, bytes);
     HeapValidate(GetProcessHeap(), 0, nullptr);
     return block;
 }
 
-void DeleteBlock(void* block) {
+static void DeleteBlock(void* block) {
     HeapValidate(GetProcessHeap(), 0, nullptr);
     HeapSize(GetProcessHeap(), 0, block);
     HeapFree(GetProcessHeap(), 0, block);
@@ -65,7 +63,7 @@ void DeleteBlock(void* block) {
 
 // Only the blocks of a snapshot. shared: one for the detail of all interfaces and one for all DOS name targets, as now;
 // else one for each, as before.
-void Blocks(benchmark::State& state, bool shared) {
+static void Blocks(benchmark::State& state, bool shared) {
     if (!PrepareTable(static_cast<int>(state.range(0)))) {
         state.SkipWithError("the table does not have the ports of the machine");
         return;
@@ -74,12 +72,14 @@ void Blocks(benchmark::State& state, bool shared) {
     g_pComPorts->ClearPorts();
     std::vector<void*> records(count), targets(shared ? 1 : count);
     const auto take = [](std::vector<void*>& blocks, std::size_t bytes) {
-        for (void*& block : blocks)
+        for (void*& block : blocks) {
             block = NewBlock(bytes);
+        }
     };
     const auto giveBack = [](std::vector<void*>& blocks) {
-        for (void* block : blocks)
+        for (void* block : blocks) {
             DeleteBlock(block);
+        }
     };
     for (auto _ : state) {
         std::vector<void*> detail(1);
@@ -101,16 +101,16 @@ void Blocks(benchmark::State& state, bool shared) {
     }
 }
 
-void BlocksBefore(benchmark::State& state) {
+static void BlocksBefore(benchmark::State& state) {
     Blocks(state, false);
 }
 
-void BlocksNow(benchmark::State& state) {
+static void BlocksNow(benchmark::State& state) {
     Blocks(state, true);
 }
 
 // The time of the first snapshot, relative to that with a block of its own for each detail and each target.
-double ShareOfBefore(const Measured& measured) {
+static double ShareOfBefore(const Measured& measured) {
     const std::string size = "/" + std::to_string(LargeTable);
     const double now = measured.Nanoseconds("Ports/Snapshot" + size);
     const double saved =
@@ -119,7 +119,7 @@ double ShareOfBefore(const Measured& measured) {
 }
 
 // With the log on at the level of the listing, or it writes nothing.
-void Listing(benchmark::State& state) {
+static void Listing(benchmark::State& state) {
     machine::TheFiles().Write(szIniFile, "[Settings]\r\nWriteDebugOutput=1\r\nLogLevel=1\r\n");
     LogFile_Init(/*rotate=*/0);
     Measure(state, [] {
@@ -130,16 +130,16 @@ void Listing(benchmark::State& state) {
     g_Log = {};
 }
 
-void SameNames(benchmark::State& state) {
+static void SameNames(benchmark::State& state) {
     Measure(state, [] { g_pComPorts->ScanSamePorts(); });
 }
 
-void SameParents(benchmark::State& state) {
+static void SameParents(benchmark::State& state) {
     Measure(state, [] { g_pComPorts->ScanSameParents(); });
 }
 
 // How much more a port costs in a table eight times as large.
-std::function<double(const Measured&)> TimeGrowth(const std::string& benchmark) {
+static std::function<double(const Measured&)> TimeGrowth(const std::string& benchmark) {
     return [benchmark](const Measured& measured) {
         const double small = measured.Nanoseconds(benchmark + "/" + std::to_string(MiddleTable)) / MiddleTable;
         const double large = measured.Nanoseconds(benchmark + "/" + std::to_string(LargeTable)) / LargeTable;
@@ -147,7 +147,7 @@ std::function<double(const Measured&)> TimeGrowth(const std::string& benchmark) 
     };
 }
 
-std::function<double(const Measured&)> CallGrowth(const std::string& benchmark) {
+static std::function<double(const Measured&)> CallGrowth(const std::string& benchmark) {
     return [benchmark](const Measured& measured) {
         const double small = measured.Counter(benchmark + "/" + std::to_string(SmallTable), "calls/port");
         const double large = measured.Counter(benchmark + "/" + std::to_string(LargeTable), "calls/port");
@@ -191,6 +191,4 @@ const Mark g_namesTime("time for a port of the scan of equal names, 4096 ports a
                        TimeGrowth("Ports/SameNames"), Wanted::AtMost, 8);
 const Mark g_parentsTime("time for a port of the scan of equal parents, 4096 ports against 512",
                          TimeGrowth("Ports/SameParents"), Wanted::AtMost, 8);
-
-} // namespace
 } // namespace bench

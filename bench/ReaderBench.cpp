@@ -18,8 +18,6 @@
 #include <vector>
 
 namespace bench {
-namespace {
-
 constexpr std::size_t LargestFile = 0x100000 - 1;
 constexpr int ValuesOfASection = 280;
 constexpr int KeysOfASection = MaxSectionValues, LookUps = 16384;
@@ -27,7 +25,7 @@ constexpr DWORD ValueBytes = 260;
 
 // Lines as in real settings: mostly criteria with a device's id, in sections with a number. Two in three sections are
 // ComPorts and OnArrival, since no type has more than a hundred.
-std::string LargeSettings() {
+static std::string LargeSettings() {
     static constexpr const char* SectionNames[] = {"ComPorts", "OnArrival", "OnRemoval"};
     static constexpr const char* Lines[] = {
         "DeviceID%03d=FTDIBUS\\VID_0403+PID_6001+A%05dA\\0000\r\n",
@@ -54,16 +52,16 @@ std::string LargeSettings() {
     return text;
 }
 
-const std::string& Settings1MiB() {
+static const std::string& Settings1MiB() {
     static const std::string text = LargeSettings();
     return text;
 }
 
-void WriteSettings(const std::string& text) {
+static void WriteSettings(const std::string& text) {
     machine::TheFiles().Write(szIniFile, text);
 }
 
-void Parse(benchmark::State& state) {
+static void Parse(benchmark::State& state) {
     WriteSettings(Settings1MiB());
     CCfgReader reader(szIniFile, nullptr, nullptr);
     for (auto _ : state) {
@@ -78,7 +76,7 @@ void Parse(benchmark::State& state) {
 
 // What each reader of lines must do at least: a copy of the text, each byte looked at, each line ended in its place
 // and noted.
-void LineSplit(benchmark::State& state) {
+static void LineSplit(benchmark::State& state) {
     std::vector<char> copy(Settings1MiB().size() + 1);
     std::vector<char*> lines;
     for (auto _ : state) {
@@ -100,14 +98,14 @@ void LineSplit(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * Settings1MiB().size()));
 }
 
-void Inih(benchmark::State& state) {
+static void Inih(benchmark::State& state) {
     for (auto _ : state) {
         auto count = ParseWithInih(Settings1MiB().c_str());
         benchmark::DoNotOptimize(count);
     }
 }
 
-void Glib(benchmark::State& state) {
+static void Glib(benchmark::State& state) {
     for (auto _ : state) {
         if (ParseWithGlib(Settings1MiB().c_str(), Settings1MiB().size()) < 3) {
             state.SkipWithError("the settings were not read");
@@ -116,13 +114,15 @@ void Glib(benchmark::State& state) {
     }
 }
 
+namespace {
 // --- One section, as full as it can be.
 
 struct Entry {
     std::string key, value;
 };
+} // namespace
 
-const std::vector<Entry>& FullSection() {
+static const std::vector<Entry>& FullSection() {
     static const std::vector<Entry> entries = [] {
         static constexpr const char* Families[] = {
             "DeviceID", "ParentDeviceID", "GrandParentDeviceID", "KernelName", "FriendlyName",
@@ -139,7 +139,7 @@ const std::vector<Entry>& FullSection() {
 
 // The keys to look up, in a long random sequence: branch prediction could learn a repeated sequence of 300 and make the
 // search look too fast.
-const std::vector<const char*>& Questions() {
+static const std::vector<const char*>& Questions() {
     static const std::vector<const char*> questions = [] {
         std::vector<const char*> drawn;
         std::uint32_t random = 1;
@@ -152,7 +152,7 @@ const std::vector<const char*>& Questions() {
     return questions;
 }
 
-void LookUp(benchmark::State& state) {
+static void LookUp(benchmark::State& state) {
     std::string text = "[ComPorts1]\r\n";
     for (const Entry& entry : FullSection()) {
         text += entry.key + "=" + entry.value + "\r\n";
@@ -177,7 +177,7 @@ void LookUp(benchmark::State& state) {
 }
 
 // The machine's usual share of a look-up: its lock.
-void LockAlone(benchmark::State& state) {
+static void LockAlone(benchmark::State& state) {
     CRITICAL_SECTION lock;
     InitializeCriticalSection(&lock);
     for (auto _ : state) {
@@ -192,7 +192,7 @@ void LockAlone(benchmark::State& state) {
 
 // The same work with a map: a key that comes as plain text, a value that goes into the caller's array.
 template<typename Map>
-void LookUpIn(benchmark::State& state) {
+static void LookUpIn(benchmark::State& state) {
     Map map;
     for (const Entry& entry : FullSection()) {
         map.emplace(entry.key, entry.value);
@@ -211,11 +211,11 @@ void LookUpIn(benchmark::State& state) {
     }
 }
 
-void OrderedMap(benchmark::State& state) {
+static void OrderedMap(benchmark::State& state) {
     LookUpIn<std::map<std::string, std::string>>(state);
 }
 
-void HashMap(benchmark::State& state) {
+static void HashMap(benchmark::State& state) {
     LookUpIn<std::unordered_map<std::string, std::string>>(state);
 }
 
@@ -228,7 +228,7 @@ BENCHMARK(LockAlone)->Name("LookUp/LockAlone")->Apply(Repeated);
 BENCHMARK(OrderedMap)->Name("LookUp/OrderedMap")->Apply(Repeated);
 BENCHMARK(HashMap)->Name("LookUp/HashMap")->Apply(Repeated);
 
-std::string ParseShare(const Measured& measured) {
+static std::string ParseShare(const Measured& measured) {
     char text[160];
     std::snprintf(text, sizeof(text), "the parse takes %.2f ns a byte, the line split %.2f, libinih %.2f, GLib %.2f",
                   measured.Nanoseconds("Reader/Parse") / LargestFile,
@@ -237,7 +237,7 @@ std::string ParseShare(const Measured& measured) {
     return text;
 }
 
-std::string LockShare(const Measured& measured) {
+static std::string LockShare(const Measured& measured) {
     char text[200];
     std::snprintf(
         text, sizeof(text),
@@ -257,6 +257,4 @@ const Mark g_ordered("look-up among 300 keys against an ordered map", TimeRatio(
                      Wanted::AtMost, 1, LockShare);
 const Mark g_hash("look-up among 300 keys against a hash map", TimeRatio("LookUp/Section", "LookUp/HashMap"),
                   Wanted::AtMost, 2, LockShare);
-
-} // namespace
 } // namespace bench

@@ -8,15 +8,11 @@
 
 namespace bench {
 
-namespace {
-
 // Keeps nothing: the minimum that a program does with a value.
-int CountValue(void* count, const char*, const char*, const char*) {
+static int CountValue(void* count, const char*, const char*, const char*) {
     ++*static_cast<std::size_t*>(count);
     return 1;
 }
-
-} // namespace
 
 std::size_t ParseWithInih(const char* text) {
     std::size_t count = 0;

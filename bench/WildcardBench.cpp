@@ -10,8 +10,6 @@
 #include <string>
 
 namespace bench {
-namespace {
-
 constexpr const char* DeviceIds[] = {
     "ACPI\\PNP0501\\1",
     "ACPI\\PNP0501\\4&33d1638a&0",
@@ -48,14 +46,14 @@ constexpr const char* Patterns[] = {
 };
 
 // A run of one letter against a pattern that fits everywhere except for its last character.
-std::string WorstText(std::size_t length) {
+static std::string WorstText(std::size_t length) {
     return std::string(length, 'a');
 }
-std::string WorstPattern(std::size_t length) {
+static std::string WorstPattern(std::size_t length) {
     return "*" + std::string(length, 'a') + "b";
 }
 // As many stars as the pattern has room for: a search that backtracks to each of them would not finish.
-std::string StarPattern(std::size_t length) {
+static std::string StarPattern(std::size_t length) {
     std::string pattern;
     while (pattern.size() < length) {
         pattern += "*a";
@@ -64,7 +62,7 @@ std::string StarPattern(std::size_t length) {
 }
 
 template<typename Match>
-void MatchAll(benchmark::State& state, Match match) {
+static void MatchAll(benchmark::State& state, Match match) {
     for (auto _ : state) {
         for (const char* id : DeviceIds) {
             for (const char* pattern : Patterns) {
@@ -75,7 +73,7 @@ void MatchAll(benchmark::State& state, Match match) {
     }
 }
 
-void OwnMatch(benchmark::State& state) {
+static void OwnMatch(benchmark::State& state) {
     for (const char* id : DeviceIds) {
         for (const char* pattern : Patterns) {
             if ((WildcardMatch(id, pattern) != 0) != MatchWithFnmatch(id, pattern)) {
@@ -87,12 +85,12 @@ void OwnMatch(benchmark::State& state) {
     MatchAll(state, WildcardMatch);
 }
 
-void FnmatchAsBytes(benchmark::State& state) {
+static void FnmatchAsBytes(benchmark::State& state) {
     MatchAll(state, MatchWithFnmatch);
 }
 
 // As in a program that sets its user's locale, which is a UTF-8 one today.
-void FnmatchInUtf8(benchmark::State& state) {
+static void FnmatchInUtf8(benchmark::State& state) {
     if (!std::setlocale(LC_CTYPE, "C.UTF-8")) {
         state.SkipWithError("there is no locale of UTF-8");
         return;
@@ -102,7 +100,7 @@ void FnmatchInUtf8(benchmark::State& state) {
 }
 
 template<typename MakePattern>
-void Worst(benchmark::State& state, MakePattern makePattern) {
+static void Worst(benchmark::State& state, MakePattern makePattern) {
     const auto textLength = static_cast<std::size_t>(state.range(0)), patternLength = textLength / 8;
     const std::string text = WorstText(textLength), pattern = makePattern(patternLength);
     for (auto _ : state) {
@@ -113,15 +111,15 @@ void Worst(benchmark::State& state, MakePattern makePattern) {
     state.counters["product"] = static_cast<double>(text.size() * pattern.size());
 }
 
-void OneStar(benchmark::State& state) {
+static void OneStar(benchmark::State& state) {
     Worst(state, WorstPattern);
 }
 
-void ManyStars(benchmark::State& state) {
+static void ManyStars(benchmark::State& state) {
     Worst(state, StarPattern);
 }
 
-std::function<double(const Measured&)> Growth(const std::string& benchmark) {
+static std::function<double(const Measured&)> Growth(const std::string& benchmark) {
     return [benchmark](const Measured& measured) {
         const auto costOf = [&](const std::string& name) {
             const double product = measured.Counter(name, "product");
@@ -138,7 +136,7 @@ BENCHMARK(FnmatchAsBytes)->Name("Wildcard/FnmatchAsBytes")->Apply(Repeated);
 BENCHMARK(OneStar)->Name("Wildcard/OneStar")->Arg(512)->Arg(8192)->Apply(Repeated);
 BENCHMARK(ManyStars)->Name("Wildcard/ManyStars")->Arg(512)->Arg(8192)->Apply(Repeated);
 
-std::string MatchShare(const Measured& measured) {
+static std::string MatchShare(const Measured& measured) {
     constexpr double Matches = static_cast<double>(std::size(DeviceIds) * std::size(Patterns));
     char text[160];
     std::snprintf(
@@ -155,6 +153,4 @@ const Mark g_oneStar("time for text times pattern, 256 times as much, a long run
                      Growth("Wildcard/OneStar"), Wanted::AtMost, 1.1);
 const Mark g_manyStars("time for text times pattern, 256 times as much, as many stars as fit",
                        Growth("Wildcard/ManyStars"), Wanted::AtMost, 1.1);
-
-} // namespace
 } // namespace bench

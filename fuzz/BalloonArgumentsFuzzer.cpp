@@ -18,8 +18,9 @@ void TryInput(std::string_view input) {
     Require(std::memchr(arguments.Title, 0, sizeof(arguments.Title)) != nullptr, "the title ends inside its field");
     Require(std::memchr(arguments.Text, 0, sizeof(arguments.Text)) != nullptr, "the text ends inside its field");
     Require(std::strchr(arguments.Text, '~') == nullptr, "every tilde has become a dash");
-    if (machine::CurrentProcess()->commandLine.size() >= 512)
+    if (machine::CurrentProcess()->commandLine.size() >= 512) {
         Require(arguments.Title[0] == 0 && arguments.ShowTime == 0, "a line that is too long says nothing");
+    }
 }
 
 } // namespace fuzz

@@ -9,17 +9,13 @@
 
 namespace fuzz {
 
-namespace {
+static HDC g_canvas;
 
-HDC g_canvas;
-
-HFONT FontOf(LONG height) {
+static HFONT FontOf(LONG height) {
     LOGFONTA font = {};
     font.lfHeight = -height;
     return CreateFontIndirectA(&font);
 }
-
-} // namespace
 
 void Prepare() {
     InitializeCriticalSection(&CS_BalloonData);

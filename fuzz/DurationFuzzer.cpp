@@ -5,15 +5,11 @@
 
 namespace fuzz {
 
-namespace {
-
 constexpr std::size_t LongestDuration = 63;
 
-bool IsLetter(char c) {
+static bool IsLetter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
-
-} // namespace
 
 void Prepare() {
 }

@@ -10,15 +10,11 @@
 
 namespace fuzz {
 
-namespace {
-
 constexpr std::size_t NameBytes = 128;
 
-bool IsDigit(char c) {
+static bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
-
-} // namespace
 
 void Prepare() {
 }

@@ -9,19 +9,15 @@
 
 namespace fuzz {
 
-namespace {
-
 constexpr DWORD Sizes[] = {1, 32, 512}; // bytes; the usual one and the largest that Windows makes
 
-DWORD CountBits(const BYTE* bitmap, DWORD bytes) {
+static DWORD CountBits(const BYTE* bitmap, DWORD bytes) {
     DWORD count = 0;
     for (DWORD number = 1; number <= bytes * 8; ++number) {
         count += BitmapTest(number, bitmap, bytes * 8) ? 1 : 0;
     }
     return count;
 }
-
-} // namespace
 
 void Prepare() {
 }

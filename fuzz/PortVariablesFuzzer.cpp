@@ -9,10 +9,8 @@
 
 namespace fuzz {
 
-namespace {
-
 // The arguments of a command line, as a program's run-time library counts them.
-std::size_t CountArguments(const std::string& line) {
+static std::size_t CountArguments(const std::string& line) {
     std::size_t count = 0, slashes = 0;
     bool isQuoted = false, isInside = false;
     for (const char c : line) {
@@ -22,14 +20,13 @@ std::size_t CountArguments(const std::string& line) {
             isInside = true;
             ++count;
         }
-        if (c == '"' && slashes % 2 == 0)
+        if (c == '"' && slashes % 2 == 0) {
             isQuoted = !isQuoted;
+        }
         slashes = c == '\\' ? slashes + 1 : 0;
     }
     return count + (isQuoted ? 1000 : 0);
 }
-
-} // namespace
 
 void Prepare() {
 }

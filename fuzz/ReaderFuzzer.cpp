@@ -16,8 +16,6 @@
 
 namespace fuzz {
 
-namespace {
-
 constexpr char IniFile[] = "C:\\Program Files\\Quillmarch\\Quillmarch.INI";
 constexpr DWORD RoomyBytes = 2048, TightBytes = 8;
 constexpr std::size_t LogEvery = 4; // a quarter of the inputs, by their length, runs with the log on
@@ -26,9 +24,9 @@ constexpr const char* TextKeys[] = {"DeviceID", "DeviceID1",   "PortNames",     
                                     "open1",    "TextRemoved", "ComNameArbiterClean", ""};
 constexpr const char* NumberKeys[] = {"LogLevel", "MaxPortNumber", "Timeout", "system1", "QuickAndDirtyMode"};
 
-CComPort* g_port;
+static CComPort* g_port;
 
-void AskForTexts(CfgSectionType type, LONG number) {
+static void AskForTexts(CfgSectionType type, LONG number) {
     for (const char* text : TextKeys) {
         const KeyName key = KeyName::Unchecked(text);
         char roomy[RoomyBytes], tight[TightBytes];
@@ -40,7 +38,7 @@ void AskForTexts(CfgSectionType type, LONG number) {
     }
 }
 
-void AskForNumbers(CfgSectionType type, LONG number) {
+static void AskForNumbers(CfgSectionType type, LONG number) {
     for (const char* text : NumberKeys) {
         const KeyName key = KeyName::Unchecked(text);
         LONG value = 0;
@@ -53,7 +51,7 @@ void AskForNumbers(CfgSectionType type, LONG number) {
     (void)g_pCfgReader->GetUserTypeFromCfg(type, number, 1);
 }
 
-void AskSection(CfgSectionType type, LONG number) {
+static void AskSection(CfgSectionType type, LONG number) {
     AskForTexts(type, number);
     AskForNumbers(type, number);
     DWORD numbers[MaxNewPorts];
@@ -64,8 +62,6 @@ void AskSection(CfgSectionType type, LONG number) {
     }
     (void)TestSectionCriteria(g_port, type, number);
 }
-
-} // namespace
 
 void Prepare() {
     CopyText(szIniFile, IniFile);

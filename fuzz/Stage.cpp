@@ -17,13 +17,11 @@
 
 namespace fuzz {
 
-namespace {
+static machine::Thread* g_thread;
+static std::string_view g_input;
+static bool g_isTried;
 
-machine::Thread* g_thread;
-std::string_view g_input;
-bool g_isTried;
-
-[[noreturn]] void Serve() {
+[[noreturn]] static void Serve() {
     InitAllocator();
     InitSupportLocks();
     g_Os.MajorVersion = 10;
@@ -35,7 +33,7 @@ bool g_isTried;
     }
 }
 
-void RunUntilItWaits() {
+static void RunUntilItWaits() {
     machine::Counts().callsSinceTimeMoved = 0;
     const machine::RunOutcome outcome = machine::RunMachine({});
     if (outcome.verdict != machine::Verdict::Done) {
@@ -44,7 +42,7 @@ void RunUntilItWaits() {
     }
 }
 
-void Start() {
+static void Start() {
     machine::Setup setup;
     machine::CreateMachine(setup);
     machine::ProcessStart start;
@@ -59,8 +57,6 @@ void Start() {
     g_thread = process->threads.front();
     RunUntilItWaits();
 }
-
-} // namespace
 
 void Require(bool isTrue, const char* what) {
     if (!isTrue) {

@@ -9,11 +9,7 @@
 
 namespace fuzz {
 
-namespace {
-
 constexpr LONG RoomyTable = 64;
-
-} // namespace
 
 void Prepare() {
 }

@@ -7,15 +7,13 @@
 
 namespace fuzz {
 
-namespace {
-
 constexpr std::size_t LongestText = 400; // the table grows with the product of both
 
-bool IsSameCharacter(char a, char b) {
+static bool IsSameCharacter(char a, char b) {
     return ((a ^ b) & ~0x20) == 0;
 }
 
-bool FitsByTable(const std::string& text, const std::string& pattern) {
+static bool FitsByTable(const std::string& text, const std::string& pattern) {
     // fits[t]: the first t characters of the text fit the part of the pattern that was taken so far.
     std::vector<char> fits(text.size() + 1);
     fits[0] = 1;
@@ -32,8 +30,6 @@ bool FitsByTable(const std::string& text, const std::string& pattern) {
     }
     return !text.empty() && fits[text.size()];
 }
-
-} // namespace
 
 void Prepare() {
 }

@@ -4,64 +4,70 @@
 
 namespace rehearse {
 
-namespace {
-
 using Json = nlohmann::ordered_json;
 using machine::DrawnItem;
 using machine::DrawnKind;
 
-std::string Utf8(const std::string& text) {
+static std::string Utf8(const std::string& text) {
     return machine::Utf8FromAnsi(text);
 }
 
-Json ItemJson(const DrawnItem& item, simwin::LONG width) {
+static Json ItemJson(const DrawnItem& item, simwin::LONG width) {
     Json row;
-    if (item.kind == DrawnKind::Text)
+    if (item.kind == DrawnKind::Text) {
         row["text"] = Utf8(item.text);
-    else if (item.kind == DrawnKind::Icon)
+    } else if (item.kind == DrawnKind::Icon) {
         row["icon"] = item.resource;
-    else if (item.kind == DrawnKind::Theme)
+    } else if (item.kind == DrawnKind::Theme) {
         row = {{"theme", item.part}, {"state", item.state}};
-    else if (item.kind == DrawnKind::Control)
+    } else if (item.kind == DrawnKind::Control) {
         row["control"] = "close";
-    else
+    } else {
         row["shape"] = item.kind == DrawnKind::Fill ? "fill" : "frame";
+    }
     row["x"] = item.place.left;
     row["y"] = item.place.top;
     row["width"] = item.place.right - item.place.left;
     row["height"] = item.place.bottom - item.place.top;
     row["from_right"] = width - item.place.left;
-    if (item.kind == DrawnKind::Fill || item.kind == DrawnKind::Frame || item.diameter > 0)
+    if (item.kind == DrawnKind::Fill || item.kind == DrawnKind::Frame || item.diameter > 0) {
         row["diameter"] = item.diameter;
-    if (item.endsRight)
+    }
+    if (item.endsRight) {
         row["ends"] = "right";
-    if (item.kind != DrawnKind::Icon && item.kind != DrawnKind::Control)
+    }
+    if (item.kind != DrawnKind::Icon && item.kind != DrawnKind::Control) {
         row["colour"] = RgbOf(item.colour);
+    }
     return row;
 }
 
-Json DrawnJson(const BalloonView& view) {
+static Json DrawnJson(const BalloonView& view) {
     Json list = Json::array();
-    for (const DrawnItem& item : view.drawn)
+    for (const DrawnItem& item : view.drawn) {
         list.push_back(ItemJson(item, view.place.right - view.place.left));
+    }
     return list;
 }
 
-Json ChangesJson(const Balloon& balloon, bool areMoves) {
+static Json ChangesJson(const Balloon& balloon, bool areMoves) {
     Json list = Json::array();
-    if (areMoves)
-        for (const BalloonMove& move : balloon.moves)
+    if (areMoves) {
+        for (const BalloonMove& move : balloon.moves) {
             list.push_back({{"at_ms", move.atMs}, {"x", move.x}, {"y", move.y}});
-    else
-        for (const BalloonUpdate& update : balloon.updates)
+        }
+    } else {
+        for (const BalloonUpdate& update : balloon.updates) {
             list.push_back({{"at_ms", update.atMs},
                             {"title", Utf8(update.title)},
                             {"text1", Utf8(update.text1)},
                             {"text2", Utf8(update.text2)}});
+        }
+    }
     return list;
 }
 
-Json BalloonJson(const Balloon& balloon) {
+static Json BalloonJson(const Balloon& balloon) {
     const BalloonView& view = balloon.first;
     return {{"at_ms", balloon.atMs},
             {"until_ms", balloon.untilMs ? Json(*balloon.untilMs) : Json(nullptr)},
@@ -87,12 +93,11 @@ Json BalloonJson(const Balloon& balloon) {
             {"moves", ChangesJson(balloon, /*areMoves=*/true)}};
 }
 
-} // namespace
-
 nlohmann::ordered_json BalloonsJson(const Balloons& balloons) {
     Json list = Json::array();
-    for (const Balloon& balloon : balloons.All())
+    for (const Balloon& balloon : balloons.All()) {
         list.push_back(BalloonJson(balloon));
+    }
     return list;
 }
 

@@ -9,8 +9,6 @@
 
 namespace rehearse {
 
-namespace {
-
 using machine::DrawnItem;
 using machine::DrawnKind;
 
@@ -19,31 +17,33 @@ constexpr int BalloonPart = 3;
 constexpr const char* Marker = " !! ";
 constexpr const char* MarkerGap = "      ";
 
-bool IsCloseIcon(const DrawnItem& item) {
+static bool IsCloseIcon(const DrawnItem& item) {
     return item.kind == DrawnKind::Icon && (item.resource == CloseIcon || item.resource == CloseHotIcon);
 }
 
 // A line that comes from a text with a marker: two texts on one line, or one with a gap.
-void TakeBody(BalloonView& view, const std::vector<const DrawnItem*>& texts) {
+static void TakeBody(BalloonView& view, const std::vector<const DrawnItem*>& texts) {
     std::size_t next = 1;
     if (texts.size() > next) {
         view.text1 = texts[next]->text;
         view.textColour = RgbOf(texts[next]->colour);
         const DrawnItem* first = texts[next++];
-        if (texts.size() > next && texts[next]->endsRight && texts[next]->place.top == first->place.top)
+        if (texts.size() > next && texts[next]->endsRight && texts[next]->place.top == first->place.top) {
             view.text1 += Marker + texts[next++]->text;
-        else if (const std::size_t gap = view.text1.find(MarkerGap); gap != std::string::npos)
+        } else if (const std::size_t gap = view.text1.find(MarkerGap); gap != std::string::npos) {
             view.text1.replace(gap, std::char_traits<char>::length(MarkerGap), Marker);
+        }
     }
-    if (texts.size() > next)
+    if (texts.size() > next) {
         view.text2 = texts[next]->text;
+    }
 }
 
-bool IsSameText(const BalloonView& a, const BalloonView& b) {
+static bool IsSameText(const BalloonView& a, const BalloonView& b) {
     return a.title == b.title && a.text1 == b.text1 && a.text2 == b.text2;
 }
 
-const char* FarewellName(const machine::Window& window) {
+static const char* FarewellName(const machine::Window& window) {
     switch (window.farewell) {
     case machine::Farewell::Time:
         return "time";
@@ -57,8 +57,6 @@ const char* FarewellName(const machine::Window& window) {
     return "end";
 }
 
-} // namespace
-
 std::uint32_t RgbOf(simwin::COLORREF colour) {
     return (colour & 0xFF) << 16 | (colour & 0xFF00) | (colour >> 16 & 0xFF);
 }
@@ -70,10 +68,12 @@ BalloonView ViewOf(const machine::Window& window) {
     view.look = "classic";
     std::vector<const DrawnItem*> texts;
     for (const DrawnItem& item : window.drawn) {
-        if (item.kind == DrawnKind::Theme && item.part == BalloonPart)
+        if (item.kind == DrawnKind::Theme && item.part == BalloonPart) {
             view.look = "themed";
-        if (IsCloseIcon(item))
+        }
+        if (IsCloseIcon(item)) {
             view.look = "win10";
+        }
         if (item.kind == DrawnKind::Fill || (item.kind == DrawnKind::Theme && item.part == BalloonPart)) {
             view.back = RgbOf(item.colour);
             view.diameter = item.diameter;
@@ -86,8 +86,9 @@ BalloonView ViewOf(const machine::Window& window) {
             texts.push_back(&item);
         }
     }
-    if (texts.empty())
+    if (texts.empty()) {
         return view;
+    }
     view.title = texts[0]->text;
     view.captionColour = RgbOf(texts[0]->colour);
     TakeBody(view, texts);
@@ -97,15 +98,18 @@ BalloonView ViewOf(const machine::Window& window) {
 void Balloons::Watch(Timeline& timeline) {
     m_timeline = &timeline;
     machine::WatchWindows([this](const machine::Window& window, machine::WindowChange change) {
-        if (!m_isClosed && window.className == BalloonClass)
+        if (!m_isClosed && window.className == BalloonClass) {
             OnWindow(window, change);
+        }
     });
 }
 
 const Balloon* Balloons::Front(std::optional<unsigned> session) const {
-    for (auto balloon = m_all.rbegin(); balloon != m_all.rend(); ++balloon)
-        if (!balloon->untilMs && (!session || balloon->session == *session))
+    for (auto balloon = m_all.rbegin(); balloon != m_all.rend(); ++balloon) {
+        if (!balloon->untilMs && (!session || balloon->session == *session)) {
             return &*balloon;
+        }
+    }
     return nullptr;
 }
 
@@ -114,8 +118,9 @@ void Balloons::Note(std::string what) {
 }
 
 void Balloons::Tell(const Balloon& balloon) {
-    if (m_watcher)
+    if (m_watcher) {
         m_watcher(balloon, static_cast<std::size_t>(&balloon - m_all.data()));
+    }
 }
 
 // A balloon hidden only for a moment, to get narrower, has not closed.
@@ -124,14 +129,16 @@ void Balloons::OnWindow(const machine::Window& window, machine::WindowChange cha
     const auto known =
         std::find_if(m_all.rbegin(), m_all.rend(), [&](const Balloon& balloon) { return balloon.window == handle; });
     if (known == m_all.rend()) {
-        if (window.visible && !window.drawn.empty())
+        if (window.visible && !window.drawn.empty()) {
             Appear(window);
+        }
         return;
     }
     Balloon& balloon = *known;
     const bool isGone = !window.visible || change == machine::WindowChange::Gone;
-    if (isGone && balloon.untilMs)
+    if (isGone && balloon.untilMs) {
         return;
+    }
     if (isGone) {
         balloon.untilMs = machine::Now();
         balloon.closedBy = FarewellName(window);
@@ -166,13 +173,15 @@ void Balloons::Change(Balloon& balloon, const machine::Window& window) {
     balloon.isFaded |= window.alpha < 255;
     const BalloonView& view = balloon.now;
     if (before.place.left != view.place.left || before.place.top != view.place.top) {
-        if (balloon.moves.empty() || balloon.moves.back().atMs != now)
+        if (balloon.moves.empty() || balloon.moves.back().atMs != now) {
             balloon.moves.push_back({now, 0, 0});
+        }
         balloon.moves.back() = {now, view.place.left, view.place.top};
     }
     if (!IsSameText(before, view)) {
-        if (balloon.updates.empty() || balloon.updates.back().atMs != now)
+        if (balloon.updates.empty() || balloon.updates.back().atMs != now) {
             balloon.updates.push_back({now, {}, {}, {}});
+        }
         balloon.updates.back() = {now, view.title, view.text1, view.text2};
         Note(fmt::format("changes its balloon to '{}', '{}'", view.title, view.text1));
     }

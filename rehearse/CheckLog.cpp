@@ -7,8 +7,6 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr std::string_view RulesType = "ComPorts";
 
 // In the order of preference.
@@ -18,69 +16,74 @@ constexpr std::size_t MostNumbers = 256;
 constexpr unsigned HighestNumber = 65536;
 
 // Removes the start of a message; false leaves it unchanged.
-bool Take(std::string_view& message, std::string_view start) {
-    if (!message.starts_with(start))
+static bool Take(std::string_view& message, std::string_view start) {
+    if (!message.starts_with(start)) {
         return false;
+    }
     message.remove_prefix(start.size());
     return true;
 }
 
 // The text between two marks; "" without both.
-std::string Between(std::string_view message, std::string_view from, std::string_view to) {
+static std::string Between(std::string_view message, std::string_view from, std::string_view to) {
     const std::size_t start = message.find(from);
-    if (start == std::string_view::npos)
+    if (start == std::string_view::npos) {
         return "";
+    }
     message.remove_prefix(start + from.size());
     const std::size_t end = message.find(to);
     return end == std::string_view::npos ? "" : std::string(message.substr(0, end));
 }
 
 // The numbers that a text names after each "COM".
-void AddNumbers(std::string_view text, std::vector<unsigned>& numbers) {
+static void AddNumbers(std::string_view text, std::vector<unsigned>& numbers) {
     for (std::size_t at = 0; (at = machine::FindNoCase(text, "COM", at)) != std::string_view::npos;) {
         at += 3;
         std::size_t digits = text.find_first_not_of(" \t", at);
         unsigned number = 0;
-        if (digits == std::string_view::npos)
+        if (digits == std::string_view::npos) {
             continue;
+        }
         const auto [last, error] = std::from_chars(text.data() + digits, text.data() + text.size(), number);
-        if (error == std::errc() && number >= 1 && number <= HighestNumber && numbers.size() < MostNumbers)
+        if (error == std::errc() && number >= 1 && number <= HighestNumber && numbers.size() < MostNumbers) {
             numbers.push_back(number);
+        }
     }
 }
 
 // "[ComPorts10]" as the log writes it, however the file does; "" for another type.
-std::string RuleName(std::string_view name) {
-    if (name.size() < RulesType.size() || !machine::EqualNoCase(name.substr(0, RulesType.size()), RulesType))
+static std::string RuleName(std::string_view name) {
+    if (name.size() < RulesType.size() || !machine::EqualNoCase(name.substr(0, RulesType.size()), RulesType)) {
         return "";
+    }
     return std::string(RulesType) + std::string(name.substr(RulesType.size()));
 }
 
 // How far a port's value agrees with a pattern from its start: of two that fail in the same row the one is nearer that
 // was probably meant.
-std::size_t Likeness(const SectionTrial& trial) {
+static std::size_t Likeness(const SectionTrial& trial) {
     std::size_t best = 0;
     for (const std::string& form : trial.patterns) {
         const std::string pattern = form.substr(std::min(form.size(), form.find('=') + 1));
         std::size_t same = 0;
         while (same < pattern.size() && same < trial.portValue.size() &&
-               machine::EqualNoCase(pattern.substr(same, 1), trial.portValue.substr(same, 1)))
+               machine::EqualNoCase(pattern.substr(same, 1), trial.portValue.substr(same, 1))) {
             ++same;
+        }
         best = std::max(best, same);
     }
     return best;
 }
 
 // The device of an interface path: '\\?\FTDIBUS#A#0000#{...}'.
-std::string DeviceOfPath(std::string_view path) {
-    if (path.starts_with("\\\\?\\"))
+static std::string DeviceOfPath(std::string_view path) {
+    if (path.starts_with("\\\\?\\")) {
         path.remove_prefix(4);
+    }
     std::string device(path.substr(0, path.rfind('#')));
     std::replace(device.begin(), device.end(), '#', '\\');
     return device;
 }
-
-} // namespace
 
 bool IsNearer(const SectionTrial& one, const SectionTrial& than) {
     return std::pair(one.rowsMet, Likeness(one)) > std::pair(than.rowsMet, Likeness(than));
@@ -88,8 +91,9 @@ bool IsNearer(const SectionTrial& one, const SectionTrial& than) {
 
 std::string FailedRow(const SectionTrial& trial) {
     std::string patterns;
-    for (const std::string& pattern : trial.patterns)
+    for (const std::string& pattern : trial.patterns) {
         patterns += (patterns.empty() ? "" : " or ") + pattern;
+    }
     return fmt::format("{} is '{}', not {}", trial.failedKey, trial.portValue, patterns);
 }
 
@@ -98,8 +102,9 @@ std::vector<unsigned> NumbersOfSection(const ConfiguredSection& section) {
     for (const std::string_view key : NumberKeys) {
         const auto value = std::find_if(section.values.begin(), section.values.end(),
                                         [key](const auto& one) { return machine::EqualNoCase(one.first, key); });
-        if (value != section.values.end())
+        if (value != section.values.end()) {
             AddNumbers(value->second, numbers);
+        }
     }
     return numbers;
 }
@@ -113,14 +118,16 @@ void CheckLog::Read(std::uint64_t context, std::uint64_t atMs, std::string_view 
 }
 
 void CheckLog::Finish() {
-    for (auto& [number, context] : m_contexts)
+    for (auto& [number, context] : m_contexts) {
         GiveUp(context);
+    }
 }
 
 std::string CheckLog::PortOf(std::uint64_t context) const {
     const auto found = m_contexts.find(context);
-    if (found == m_contexts.end())
+    if (found == m_contexts.end()) {
         return "";
+    }
     return found->second.isInCheck ? found->second.device : found->second.subject;
 }
 
@@ -139,26 +146,30 @@ bool CheckLog::IsInCheck(std::uint64_t context) const {
 void CheckLog::ReadConfiguration(Context& context, std::string_view message) {
     if (message.starts_with("CCfgReader::CreateSnapshot(")) {
         m_facts.sections.clear();
-        for (auto& [device, port] : m_facts.ports)
+        for (auto& [device, port] : m_facts.ports) {
             port.trials.clear(); // of rules that are no more
+        }
         context.isReadingSection = false;
     } else if (message.ends_with("] found") && (Take(message, " section [") || Take(message, " CfgSec ["))) {
         const std::string name = RuleName(message.substr(0, message.find(']')));
         context.isReadingSection = !name.empty();
-        if (context.isReadingSection)
+        if (context.isReadingSection) {
             m_facts.sections.push_back({name, {}});
+        }
     } else if (context.isReadingSection && message.starts_with("section [")) {
         context.isReadingSection = false; // doubled, or with a number too high: ignored
         m_facts.sections.pop_back();
     } else if (context.isReadingSection && (Take(message, "  value ") || message.starts_with(" Values["))) {
         const bool isOfRegistry = message.starts_with(" Values[");
-        if (isOfRegistry)
+        if (isOfRegistry) {
             message.remove_prefix(std::min(message.size(), message.find(": ") + 2));
+        }
         const std::string_view mark = isOfRegistry ? " = " : "=";
         const std::size_t equals = message.find(mark);
-        if (equals != std::string_view::npos)
+        if (equals != std::string_view::npos) {
             m_facts.sections.back().values.emplace_back(message.substr(0, equals),
                                                         message.substr(equals + mark.size()));
+        }
     }
 }
 
@@ -168,8 +179,9 @@ void CheckLog::ReadTrial(Context& context, std::string_view message) {
         context.trialDevice = isOfRules ? Between(message, "id=", " kn=") : "";
         return;
     }
-    if (context.trialDevice.empty())
+    if (context.trialDevice.empty()) {
         return;
+    }
     if (Take(message, "reading criterions from [")) {
         context.trialSection = message.substr(0, message.find(']'));
         context.rowsMet = 0;
@@ -189,8 +201,9 @@ void CheckLog::ReadTrial(Context& context, std::string_view message) {
 }
 
 void CheckLog::EndTrial(Context& context, std::string_view message) {
-    if (!message.starts_with("  test for ") && !message.starts_with("result for ["))
+    if (!message.starts_with("  test for ") && !message.starts_with("result for [")) {
         return;
+    }
     SectionTrial& trial = m_facts.ports[context.trialDevice].trials[context.trialSection];
     if (message.starts_with("  test for ")) {
         trial = {false, context.rowsMet, context.key, context.portValue, context.patterns};
@@ -216,19 +229,24 @@ void CheckLog::ReadCheck(Context& context, std::uint64_t atMs, std::string_view 
     } else if (!context.isInCheck) {
         return;
     } else if (context.device.empty()) {
-        if (Take(message, " regportname='"))
+        if (Take(message, " regportname='")) {
             context.device = Between(message, "devid='", "'");
+        }
         context.name = message.substr(0, message.find('\''));
-        if (context.name.empty())
+        if (context.name.empty()) {
             context.name = context.device;
-        if (!context.device.empty())
+        }
+        if (!context.device.empty()) {
             m_names[context.device] = context.name;
-        if (context.device.empty())
+        }
+        if (context.device.empty()) {
             context.isInCheck = message.starts_with("-"); // a record without a device
+        }
     } else if (!ReadDecision(context, message) && !ReadChange(context, message) && !ReadCandidate(context, message)) {
         const bool isAdding = message.starts_with("ComNameArbiterAdd(");
-        if (message.starts_with("FixFriendlyName(") || (context.isTrying && isAdding))
+        if (message.starts_with("FixFriendlyName(") || (context.isTrying && isAdding)) {
             GiveUp(context);
+        }
     }
 }
 
@@ -242,10 +260,11 @@ bool CheckLog::ReadDecision(Context& context, std::string_view message) {
         context.isTrying = true;
         const auto section = std::find_if(m_facts.sections.begin(), m_facts.sections.end(),
                                           [&](const auto& one) { return one.name == check.section; });
-        if (section != m_facts.sections.end())
+        if (section != m_facts.sections.end()) {
             check.wanted = NumbersOfSection(*section);
-        else
+        } else {
             AddNumbers(message, check.wanted);
+        }
     } else if (Take(message, "adding COM")) {
         std::from_chars(message.data(), message.data() + message.size(), check.lastResort);
     } else if (Take(message, "current portnumber ")) {
@@ -322,8 +341,9 @@ bool CheckLog::ReadCandidate(Context& context, std::string_view message) {
     } else if (message.starts_with(" no, in use by ") && message.ends_with(" not found")) {
         context.reason = "a dead name that could not be deleted";
     } else if (message.starts_with(" no, in use by ")) {
-        if (context.reason.empty())
+        if (context.reason.empty()) {
             context.reason = message.substr(std::string_view(" no, ").size());
+        }
     } else if (message == "  OK -> is available now" || message.starts_with(" yes (")) {
         context.reason.clear();
     } else {
@@ -336,8 +356,9 @@ void CheckLog::Refuse(Context& context) {
     if (!context.candidate.empty()) {
         const std::string reason = context.reason.empty() ? "refused" : context.reason;
         context.check.refused.push_back({context.candidate, reason});
-        if (m_watcher)
+        if (m_watcher) {
             m_watcher({context.name, context.candidate, reason});
+        }
     }
     context.candidate.clear();
     context.reason.clear();
@@ -367,18 +388,22 @@ void CheckLog::Settle(Context& context, std::string conclusion) {
     context.check.conclusion = std::move(conclusion);
     context.isTold = true;
     m_facts.ports[context.device].last = context.check;
-    if (m_watcher)
+    if (m_watcher) {
         m_watcher({context.name, "", context.check.conclusion});
+    }
 }
 
 // The section that came nearest.
 std::string CheckLog::WhyNoRule(const Context& context) const {
     const auto port = m_facts.ports.find(context.device);
     const std::pair<const std::string, SectionTrial>* nearest = nullptr;
-    if (port != m_facts.ports.end())
-        for (const auto& trial : port->second.trials)
-            if (!trial.second.failedKey.empty() && (!nearest || IsNearer(trial.second, nearest->second)))
+    if (port != m_facts.ports.end()) {
+        for (const auto& trial : port->second.trials) {
+            if (!trial.second.failedKey.empty() && (!nearest || IsNearer(trial.second, nearest->second))) {
                 nearest = &trial;
+            }
+        }
+    }
     return nearest ? fmt::format("; nearest [{}]: {}", nearest->first, FailedRow(nearest->second)) : "";
 }
 

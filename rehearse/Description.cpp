@@ -9,25 +9,23 @@
 
 namespace rehearse {
 
-namespace {
-
 // The key that identifies a table in a list; null for a list that is only appended to.
-const char* IdentityOf(std::string_view list) {
-    if (list == "device")
+static const char* IdentityOf(std::string_view list) {
+    if (list == "device") {
         return "id";
-    if (list == "dos_name")
+    }
+    if (list == "dos_name") {
         return "name";
+    }
     return nullptr;
 }
 
 // A name of the input may hold line ends; a message about it is still one line.
-std::string OnOneLine(std::string text) {
+static std::string OnOneLine(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
     return text;
 }
-
-} // namespace
 
 InputError::InputError(const Position& at, std::string_view what)
     : std::runtime_error(OnOneLine(fmt::format("{}: {}", PositionText(at), what))) {
@@ -75,10 +73,12 @@ std::uint64_t Record::MsOf(std::string_view key, std::uint64_t otherwise) const 
 
 std::vector<std::string> Record::TextsOf(std::string_view key) const {
     const Value* value = Find(key);
-    if (!value)
+    if (!value) {
         return {};
-    if (value->type & (Text | Plain | HostFile))
+    }
+    if (value->type & (Text | Plain | HostFile)) {
         return {value->text};
+    }
     return value->texts;
 }
 
@@ -109,12 +109,13 @@ void Record::Erase(std::string_view key) {
 
 void Record::Amend(const Record& with) {
     for (const auto& [key, value] : with.m_fields) {
-        if (value.type == Nothing)
+        if (value.type == Nothing) {
             Erase(key);
-        else if (value.type & (Table | AnyKeys | Tables))
+        } else if (value.type & (Table | AnyKeys | Tables)) {
             AmendTables(key, value);
-        else
+        } else {
             Set(key, value);
+        }
     }
 }
 
@@ -124,18 +125,20 @@ void Record::AmendTables(const std::string& key, const Value& with) {
     value.type = with.type;
     value.at = with.at;
     const Value* present = Find(key);
-    if (present && present->type == with.type)
+    if (present && present->type == with.type) {
         value = *present;
+    }
 
     const char* identity = with.type == Tables ? IdentityOf(key) : nullptr;
     for (const Record& table : with.tables) {
         auto target = value.tables.end();
-        if (with.type != Tables)
+        if (with.type != Tables) {
             target = value.tables.begin();
-        else if (identity)
+        } else if (identity) {
             target = std::find_if(value.tables.begin(), value.tables.end(), [&](const Record& record) {
                 return machine::EqualNoCase(record.TextOf(identity), table.TextOf(identity));
             });
+        }
         if (target == value.tables.end()) {
             value.tables.emplace_back();
             target = value.tables.end() - 1;
@@ -146,8 +149,9 @@ void Record::AmendTables(const std::string& key, const Value& with) {
         const Value* known = identity ? target->Find(identity) : nullptr;
         const Value spelling = known ? *known : Value();
         target->Amend(table);
-        if (known)
+        if (known) {
             target->Set(identity, spelling);
+        }
     }
     Set(key, std::move(value));
 }

@@ -6,8 +6,6 @@
 
 namespace rehearse {
 
-namespace {
-
 // clang-format off
 constexpr Key Keys[] = {
     {"", "title", Plain, nullptr, "\"\"", "", "the promise, or what the machine is"},
@@ -367,12 +365,14 @@ constexpr Key Keys[] = {
     {"drawn", "ends", Text, "right", "", "", "drawn flush right"},
     {"drawn", "colour", Number, nullptr, "", "", "0xRRGGBB"},
 };
+namespace {
 // clang-format on
 
 struct TypeName {
     unsigned type;
     const char* name;
 };
+} // namespace
 constexpr TypeName TypeNames[] = {
     {Text, "a text"},
     {Plain, "a text"},
@@ -388,16 +388,16 @@ constexpr TypeName TypeNames[] = {
     {AnyKeys, "a table"},
 };
 
-} // namespace
-
 std::span<const Key> AllKeys() {
     return Keys;
 }
 
 const Key* FindKey(std::string_view section, std::string_view name) {
-    for (const Key& key : Keys)
-        if (section == key.section && (name == key.name || key.name[0] == '\0'))
+    for (const Key& key : Keys) {
+        if (section == key.section && (name == key.name || key.name[0] == '\0')) {
             return &key;
+        }
+    }
     return nullptr;
 }
 
@@ -410,19 +410,24 @@ bool IsSubject(const Key& key) {
 }
 
 bool GoesWith(const Key& key, std::string_view subject) {
-    if (std::string_view(key.with) == "*")
+    if (std::string_view(key.with) == "*") {
         return true;
-    for (const std::string& with : machine::Split(key.with, '|'))
-        if (with == subject)
+    }
+    for (const std::string& with : machine::Split(key.with, '|')) {
+        if (with == subject) {
             return true;
+        }
+    }
     return false;
 }
 
 std::string TypeText(unsigned types) {
     std::string text;
-    for (const TypeName& row : TypeNames)
-        if (types & row.type)
+    for (const TypeName& row : TypeNames) {
+        if (types & row.type) {
             text += (text.empty() ? "" : " or ") + std::string(row.name);
+        }
+    }
     return text;
 }
 
@@ -439,14 +444,16 @@ std::string KeyTables() {
         std::string meaning = key.meaning;
         if (key.choices) {
             std::string choices;
-            for (const std::string& choice : machine::Split(key.choices, '|'))
+            for (const std::string& choice : machine::Split(key.choices, '|')) {
                 choices += (choices.empty() ? "" : ", ") + choice;
+            }
             meaning += " (" + choices + ")";
         }
         if (key.with[0] && std::string_view(key.with) != "*") {
             std::string with;
-            for (const std::string& subject : machine::Split(key.with, '|'))
+            for (const std::string& subject : machine::Split(key.with, '|')) {
                 with += (with.empty() ? "" : ", ") + subject;
+            }
             meaning = "with " + with + ": " + meaning;
         }
         const std::string name = key.name[0] ? fmt::format("`{}`", key.name) : "any name";

@@ -25,12 +25,11 @@
 
 namespace rehearse {
 
-namespace {
-
-Position PositionOf(const std::string& file, const toml::source_region& region) {
+static Position PositionOf(const std::string& file, const toml::source_region& region) {
     return {file, region.begin.line ? region.begin.line : 1u, region.begin.column ? region.begin.column : 1u};
 }
 
+namespace {
 // One file on its way into tables.
 class FileReader {
 public:
@@ -48,21 +47,25 @@ private:
     std::string HostPath(const std::string& path) const;
     std::string m_file;
 };
+} // namespace
 
-std::string ChoicesText(const Key& key) {
+static std::string ChoicesText(const Key& key) {
     std::string text;
-    for (const std::string& choice : machine::Split(key.choices, '|'))
+    for (const std::string& choice : machine::Split(key.choices, '|')) {
         text += fmt::format("{}\"{}\"", text.empty() ? "" : ", ", choice);
+    }
     return text;
 }
 
 // The message for a wrong type: "must be a duration, \"close\"".
-std::string WantedText(const Key& key) {
+static std::string WantedText(const Key& key) {
     std::string wanted = TypeText(key.choices ? key.types & ~Text : key.types);
-    if (key.types & Duration)
+    if (key.types & Duration) {
         wanted += " such as \"250ms\", \"10s\", \"2m\", \"1h\"";
-    if (key.choices)
+    }
+    if (key.choices) {
         wanted += (wanted.empty() ? "one of " : " or one of ") + ChoicesText(key);
+    }
     return wanted;
 }
 
@@ -90,13 +93,15 @@ void FileReader::ReadText(Value& value, const std::string& utf8, const Key& key,
         return;
     }
     const bool isChoice = [&] {
-        if (!key.choices)
+        if (!key.choices) {
             return true;
+        }
         const std::vector<std::string> choices = machine::Split(key.choices, '|');
         return std::find(choices.begin(), choices.end(), utf8) != choices.end();
     }();
-    if (!(key.types & Text) || !isChoice)
+    if (!(key.types & Text) || !isChoice) {
         throw InputError(value.at, fmt::format("'{}' must be {}", name, WantedText(key)));
+    }
     value.type = Text;
     value.text = machine::AnsiFromUtf8(utf8);
 }
@@ -105,16 +110,19 @@ void FileReader::ReadArray(Value& value, const toml::array& array, const Key& ke
     const bool isEmpty = array.empty();
     if (key.types & Tables && !isEmpty && array.is_array_of_tables()) {
         value.type = Tables;
-        for (const toml::node& item : array)
+        for (const toml::node& item : array) {
             value.tables.push_back(ReadTable(*item.as_table(), key.name));
-        if (std::string_view(key.name) == "device")
+        }
+        if (std::string_view(key.name) == "device") {
             CheckOnce(value.tables);
+        }
         return;
     }
     const bool isNumbers = key.types & Numbers && (array.is_homogeneous<std::int64_t>() || isEmpty);
     const bool isTexts = key.types & (Texts | HostFiles) && (array.is_homogeneous<std::string>() || isEmpty);
-    if (!isNumbers && !isTexts)
+    if (!isNumbers && !isTexts) {
         throw InputError(value.at, fmt::format("'{}' must be {}", name, WantedText(key)));
+    }
     value.type = isNumbers ? Numbers : key.types & (Texts | HostFiles);
     for (const toml::node& item : array) {
         value.itemsAt.push_back(PositionOf(m_file, item.source()));
@@ -131,10 +139,12 @@ Value FileReader::ReadValue(const toml::node& node, const toml::key& name, const
     Value value;
     value.at = PositionOf(m_file, node.source());
     if (const toml::table* table = node.as_table()) {
-        if (table->empty())
+        if (table->empty()) {
             return value; // takes the key back
-        if (!(key.types & (Table | AnyKeys)))
+        }
+        if (!(key.types & (Table | AnyKeys))) {
             throw InputError(value.at, fmt::format("'{}' must be {}", name.str(), WantedText(key)));
+        }
         const std::string section = key.section[0] ? fmt::format("{}.{}", key.section, key.name) : key.name;
         value.type = key.types & (Table | AnyKeys);
         value.tables.push_back(ReadTable(*table, section));
@@ -148,8 +158,9 @@ Value FileReader::ReadValue(const toml::node& node, const toml::key& name, const
     } else if (const auto number = node.value_exact<std::int64_t>(); number && key.types & Number) {
         // No count or measure is below zero; numbers of the registry have a check of their own.
         const bool isMeasured = key.types & (Duration | Flag) || std::string_view(key.name) == "count";
-        if (isMeasured && *number < 0)
+        if (isMeasured && *number < 0) {
             throw InputError(value.at, fmt::format("'{}' must not be below zero", name.str()));
+        }
         value.type = Number;
         value.number = *number;
     } else {
@@ -158,11 +169,13 @@ Value FileReader::ReadValue(const toml::node& node, const toml::key& name, const
     return value;
 }
 
-std::vector<std::string> NamesOfKeys(std::string_view section) {
+static std::vector<std::string> NamesOfKeys(std::string_view section) {
     std::vector<std::string> names;
-    for (const Key& key : AllKeys())
-        if (section == key.section)
+    for (const Key& key : AllKeys()) {
+        if (section == key.section) {
             names.emplace_back(key.name);
+        }
+    }
     return names;
 }
 
@@ -175,8 +188,9 @@ Record FileReader::ReadTable(const toml::table& table, const std::string& sectio
         const toml::node* node;
     };
     std::vector<Named> fields; // toml++ sorts by name; the order of the file decides which error is reported first
-    for (auto&& [name, node] : table)
+    for (auto&& [name, node] : table) {
         fields.push_back({&name, &node});
+    }
     std::stable_sort(fields.begin(), fields.end(), [](const Named& a, const Named& b) {
         const toml::source_position left = a.name->source().begin, right = b.name->source().begin;
         return left.line != right.line ? left.line < right.line : left.column < right.column;
@@ -203,10 +217,11 @@ void FileReader::CheckOnce(const std::vector<Record>& devices) const {
     std::map<std::string, Position> known;
     for (const Record& device : devices) {
         const auto [first, isNew] = known.emplace(machine::Lower(device.TextOf("id")), device.At("id"));
-        if (!isNew)
+        if (!isNew) {
             throw InputError(device.At("id"),
                              fmt::format("device '{}' is described in line {} already",
                                          machine::Utf8FromAnsi(device.TextOf("id")), first->second.line));
+        }
     }
 }
 
@@ -215,8 +230,9 @@ void FileReader::CheckNeeded(const Record& record) const {
         const bool isNeeded = record.section == key.section && std::string_view(key.initial) == "needed";
         // A link that amends another may omit what that one says.
         const bool isAmendable = record.section == "dos_name" && std::string_view(key.name) == "target";
-        if (isNeeded && !isAmendable && !record.Is(key.name, ~unsigned{Nothing}))
+        if (isNeeded && !isAmendable && !record.Is(key.name, ~unsigned{Nothing})) {
             throw InputError(record.at, fmt::format("'{}' is missing in '{}'", key.name, record.section));
+        }
     }
 }
 
@@ -225,8 +241,9 @@ void FileReader::AddOwnSubject(Record& record) const {
     const bool hasSubject = std::any_of(record.Fields().begin(), record.Fields().end(), [&](const Field& field) {
         return IsSubject(*FindKey(record.section, field.key));
     });
-    if (hasSubject || record.section != "expect" || !record.Is("contains", Text))
+    if (hasSubject || record.section != "expect" || !record.Is("contains", Text)) {
         return;
+    }
     Value whole;
     whole.at = record.At("contains");
     whole.type = Text;
@@ -234,30 +251,35 @@ void FileReader::AddOwnSubject(Record& record) const {
 }
 
 void FileReader::CheckSubjects(const Record& record) const {
-    if (!HasSubjects(record.section))
+    if (!HasSubjects(record.section)) {
         return;
+    }
     // The service's state, its checkpoints and the exit code may be in one expectation.
     const auto isServiceFact = [](std::string_view name) {
         return name == "service" || name == "checkpoints" || name == "exit_code";
     };
     std::string subject;
     for (const auto& [name, value] : record.Fields()) {
-        if (!IsSubject(*FindKey(record.section, name)) || value.type == Nothing)
+        if (!IsSubject(*FindKey(record.section, name)) || value.type == Nothing) {
             continue;
-        if (!subject.empty() && !(isServiceFact(subject) && isServiceFact(name)))
+        }
+        if (!subject.empty() && !(isServiceFact(subject) && isServiceFact(name))) {
             throw InputError(value.at, fmt::format("'{}' cannot stand beside '{}'", name, subject));
+        }
         subject = name;
     }
-    if (subject.empty())
+    if (subject.empty()) {
         throw InputError(record.at, fmt::format("this '{}' says nothing but when", record.section));
+    }
     for (const auto& [name, value] : record.Fields()) {
         const Key& key = *FindKey(record.section, name);
-        if (!IsSubject(key) && !GoesWith(key, subject))
+        if (!IsSubject(key) && !GoesWith(key, subject)) {
             throw InputError(value.at, fmt::format("'{}' does not go with '{}'", name, subject));
+        }
     }
 }
 
-toml::table ParseFile(const std::string& file, const Position& from) {
+static toml::table ParseFile(const std::string& file, const Position& from) {
     const std::string text = ReadHostFile(file, from);
     try {
         return toml::parse(std::string_view(text), std::string_view(file));
@@ -266,41 +288,43 @@ toml::table ParseFile(const std::string& file, const Position& from) {
     }
 }
 
-std::string CanonicalName(const std::string& file) {
+static std::string CanonicalName(const std::string& file) {
     std::error_code error;
     const std::filesystem::path canonical = std::filesystem::weakly_canonical(file, error);
     return error ? file : canonical.string();
 }
 
 // Reads one file after those that it includes. A description that several build on is read once.
-void ReadInto(Record& whole, const std::string& file, const Position& from, std::set<std::string>& open,
-              std::set<std::string>& done) {
+static void ReadInto(Record& whole, const std::string& file, const Position& from, std::set<std::string>& open,
+                     std::set<std::string>& done) {
     const std::string name = CanonicalName(file);
-    if (open.contains(name))
+    if (open.contains(name)) {
         throw InputError(from, fmt::format("'{}' includes itself", file));
-    if (done.contains(name))
+    }
+    if (done.contains(name)) {
         return;
+    }
     open.insert(name);
     const Record record = FileReader(file).ReadTable(ParseFile(file, from), "");
     if (const Value* include = record.Find("include")) {
         const std::vector<std::string> files = record.TextsOf("include");
-        for (std::size_t i = 0; i < files.size(); ++i)
+        for (std::size_t i = 0; i < files.size(); ++i) {
             ReadInto(whole, files[i], include->itemsAt.empty() ? include->at : include->itemsAt[i], open, done);
+        }
     }
     open.erase(name);
     done.insert(name);
     whole.Amend(record);
 }
 
-} // namespace
-
 std::string ReadHostFile(const std::string& file, const Position& at) {
     std::error_code error;
     const std::filesystem::file_status status = std::filesystem::status(file, error);
     const bool isFile = std::filesystem::is_regular_file(status) || std::filesystem::is_fifo(status);
     std::ifstream stream(file, std::ios::binary);
-    if (!isFile || !stream)
+    if (!isFile || !stream) {
         throw InputError(at, fmt::format("there is no file '{}' that can be read{}", file, DidYouMeanFile(file)));
+    }
     std::ostringstream text;
     text << stream.rdbuf();
     return std::move(text).str();

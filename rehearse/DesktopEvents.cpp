@@ -16,8 +16,6 @@
 
 namespace rehearse {
 
-namespace {
-
 using machine::TaskBar;
 
 constexpr std::int64_t LargestScreen = 0xFFFF;
@@ -25,62 +23,71 @@ constexpr const char* PipeName = "\\\\.\\pipe\\QuillmarchBalloonUpdate";
 constexpr std::size_t RecordBytes = 1160, LargestMessage = 65536;
 constexpr std::int64_t MostClients = 100;
 
-simwin::LONG PixelsIn(const Record& record, std::string_view key, std::int64_t otherwise) {
+static simwin::LONG PixelsIn(const Record& record, std::string_view key, std::int64_t otherwise) {
     const std::int64_t pixels = record.NumberOf(key, otherwise);
-    if (pixels < -LargestScreen || pixels > LargestScreen)
+    if (pixels < -LargestScreen || pixels > LargestScreen) {
         throw InputError(record.At(key), fmt::format("'{}' must be -65535 to 65535", key));
+    }
     return static_cast<simwin::LONG>(pixels);
 }
 
-TaskBar::Edge EdgeOf(const std::string& name) {
-    if (name == "top")
+static TaskBar::Edge EdgeOf(const std::string& name) {
+    if (name == "top") {
         return TaskBar::Edge::Top;
-    if (name == "left")
+    }
+    if (name == "left") {
         return TaskBar::Edge::Left;
+    }
     return name == "right" ? TaskBar::Edge::Right : TaskBar::Edge::Bottom;
 }
 
 // Changes the bar as the table says.
-void AmendBar(TaskBar& bar, const Record& record) {
-    if (record.Has("edge"))
+static void AmendBar(TaskBar& bar, const Record& record) {
+    if (record.Has("edge")) {
         bar.edge = EdgeOf(record.TextOf("edge"));
+    }
     bar.size = PixelsIn(record, "size", bar.size);
-    if (bar.size < 0)
+    if (bar.size < 0) {
         throw InputError(record.At("size"), "'size' must not be below zero");
+    }
     bar.isHidden = record.FlagOf("hidden", bar.isHidden);
     bar.isRightToLeft = record.FlagOf("rtl", bar.isRightToLeft);
     bar.isGone = record.FlagOf("gone");
     bar.rect.reset();
     const Value* rect = record.Find("rect");
-    if (!rect)
+    if (!rect) {
         return;
+    }
     const bool isRect =
         rect->numbers.size() == 4 && std::all_of(rect->numbers.begin(), rect->numbers.end(),
                                                  [](auto n) { return n >= -LargestScreen && n <= LargestScreen; });
-    if (!isRect)
+    if (!isRect) {
         throw InputError(rect->at, "'rect' must be left, top, right and bottom");
+    }
     const auto at = [&](std::size_t i) { return static_cast<simwin::LONG>(rect->numbers[i]); };
     bar.rect = simwin::RECT{at(0), at(1), at(2), at(3)};
 }
 
-simwin::COLORREF ColourIn(const Record& record, std::string_view key, std::int64_t otherwise) {
+static simwin::COLORREF ColourIn(const Record& record, std::string_view key, std::int64_t otherwise) {
     constexpr std::int64_t largest = 0xFFFFFF;
     const std::int64_t rgb = record.NumberOf(key, otherwise);
-    if (rgb < 0 || rgb > largest)
+    if (rgb < 0 || rgb > largest) {
         throw InputError(record.At(key), fmt::format("'{}' must be a colour 0xRRGGBB", key));
+    }
     return RgbOf(static_cast<simwin::COLORREF>(rgb)); // the same swap both ways
 }
 
-unsigned SessionIn(const Record& record, const Stage& stage) {
+static unsigned SessionIn(const Record& record, const Stage& stage) {
     const std::vector<Record>& sessions = stage.description->TablesOf("session");
     const std::int64_t first = sessions.empty() ? 1 : sessions.front().NumberOf("id", 1);
     const std::int64_t id = record.NumberOf("session", first);
-    if (id < 0 || id > LargestScreen)
+    if (id < 0 || id > LargestScreen) {
         throw InputError(record.At("session"), "'session' must be 0 to 65535");
+    }
     return static_cast<unsigned>(id);
 }
 
-Action MoveTaskBarEvent(const Record& event, Stage& stage) {
+static Action MoveTaskBarEvent(const Record& event, Stage& stage) {
     const Record table = *event.TableOf("move_taskbar");
     TaskBar checked;
     AmendBar(checked, table);
@@ -92,32 +99,38 @@ Action MoveTaskBarEvent(const Record& event, Stage& stage) {
     };
 }
 
-Action WindowEvent(const Record& event, Stage& stage, const char* subject, bool isToolTip) {
+static Action WindowEvent(const Record& event, Stage& stage, const char* subject, bool isToolTip) {
     const Record& table = *event.TableOf(subject);
     machine::ForeignWindow window;
     window.name = table.TextOf("name");
     window.session = SessionIn(table, stage);
-    if (table.FlagOf("gone"))
+    if (table.FlagOf("gone")) {
         return [&stage, window] {
             stage.timeline->Outside(fmt::format("the window '{}' goes", window.name));
             machine::RemoveForeignWindow(window.session, window.name);
         };
+    }
     window.isToolTip = isToolTip;
     for (const auto& [key, field] : {std::pair("x", &window.x), std::pair("y", &window.y),
-                                     std::pair("width", &window.width), std::pair("height", &window.height)})
-        if (table.Has(key))
+                                     std::pair("width", &window.width), std::pair("height", &window.height)}) {
+        if (table.Has(key)) {
             *field = PixelsIn(table, key, 0);
+        }
+    }
     if (table.Has("style")) {
         constexpr std::int64_t largestDword = 0xFFFFFFFF;
         const std::int64_t style = table.NumberOf("style");
-        if (style < 0 || style > largestDword)
+        if (style < 0 || style > largestDword) {
             throw InputError(table.At("style"), "'style' must be 0 to 4294967295");
+        }
         window.style = static_cast<simwin::DWORD>(style);
     }
-    if (table.Has("class"))
+    if (table.Has("class")) {
         window.className = table.TextOf("class");
-    if (table.Has("topmost"))
+    }
+    if (table.Has("topmost")) {
         window.isTopmost = table.FlagOf("topmost");
+    }
     return [&stage, window] {
         machine::ShowForeignWindow(window);
         const machine::Window* shown = machine::FindForeignWindow(window.name);
@@ -126,14 +139,15 @@ Action WindowEvent(const Record& event, Stage& stage, const char* subject, bool 
     };
 }
 
-Action ToolTipEvent(const Record& event, Stage& stage) {
+static Action ToolTipEvent(const Record& event, Stage& stage) {
     return WindowEvent(event, stage, "tooltip", /*isToolTip=*/true);
 }
 
-Action ForeignWindowEvent(const Record& event, Stage& stage) {
+static Action ForeignWindowEvent(const Record& event, Stage& stage) {
     return WindowEvent(event, stage, "window", /*isToolTip=*/false);
 }
 
+namespace {
 // The target of the mouse; nothing without the balloon that it is relative to.
 struct Target {
     bool isOnBalloon = false;
@@ -141,34 +155,40 @@ struct Target {
     std::optional<unsigned> session;
 
     std::optional<std::pair<unsigned, simwin::POINT>> Find(const Balloons& balloons) const {
-        if (!isOnBalloon)
+        if (!isOnBalloon) {
             return std::pair(session.value_or(1), simwin::POINT{x.value_or(0), y.value_or(0)});
+        }
         const Balloon* balloon = balloons.Front(session);
-        if (!balloon)
+        if (!balloon) {
             return std::nullopt;
+        }
         const simwin::RECT& place = balloon->now.place;
         return std::pair(balloon->session, simwin::POINT{place.left + x.value_or((place.right - place.left) / 2),
                                                          place.top + y.value_or((place.bottom - place.top) / 2)});
     }
 };
+} // namespace
 
-Target TargetOf(const Record* table, const Stage& stage) {
+static Target TargetOf(const Record* table, const Stage& stage) {
     Target target;
     if (!table) {
         target.isOnBalloon = true;
         return target;
     }
     target.isOnBalloon = table->Has("on");
-    if (table->Has("x"))
+    if (table->Has("x")) {
         target.x = PixelsIn(*table, "x", 0);
-    if (table->Has("y"))
+    }
+    if (table->Has("y")) {
         target.y = PixelsIn(*table, "y", 0);
-    if (!target.isOnBalloon || table->Has("session"))
+    }
+    if (!target.isOnBalloon || table->Has("session")) {
         target.session = SessionIn(*table, stage);
+    }
     return target;
 }
 
-Action ClickEvent(const Record& event, Stage& stage) {
+static Action ClickEvent(const Record& event, Stage& stage) {
     const Record* table = event.TableOf("click");
     const std::string name = table ? table->TextOf("button", "left") : "left";
     const machine::MouseButton button = name == "left"    ? machine::MouseButton::Left
@@ -185,7 +205,7 @@ Action ClickEvent(const Record& event, Stage& stage) {
     };
 }
 
-Action MouseEvent(const Record& event, Stage& stage) {
+static Action MouseEvent(const Record& event, Stage& stage) {
     return [&stage, target = TargetOf(event.TableOf("mouse"), stage)] {
         const auto place = target.Find(*stage.balloons);
         if (!place) {
@@ -198,32 +218,35 @@ Action MouseEvent(const Record& event, Stage& stage) {
 }
 
 // "\u0000" to "\u00FF", a byte each.
-std::string BytesIn(const Record& record, std::string_view key) {
+static std::string BytesIn(const Record& record, std::string_view key) {
     const std::u16string text = machine::Utf16FromUtf8(record.TextOf(key));
     std::string bytes;
     for (const char16_t c : text) {
-        if (c > 0xFF)
+        if (c > 0xFF) {
             throw InputError(record.At(key), fmt::format("'{}' holds characters above \\u00FF", key));
+        }
         bytes += static_cast<char>(c);
     }
     return bytes;
 }
 
-void PutText(std::string& record, std::size_t at, std::size_t size, const std::string& text) {
+static void PutText(std::string& record, std::size_t at, std::size_t size, const std::string& text) {
     text.copy(record.data() + at, std::min(size - 1, text.size()));
 }
 
-void PutNumber(std::string& record, std::size_t at, std::int64_t number) {
+static void PutNumber(std::string& record, std::size_t at, std::int64_t number) {
     const auto value = static_cast<std::int32_t>(number);
     std::memcpy(record.data() + at, &value, sizeof(value));
 }
 
-std::string MessageOf(const Record& table) {
+static std::string MessageOf(const Record& table) {
     const std::int64_t size = table.NumberOf("size", static_cast<std::int64_t>(RecordBytes));
-    if (size < 0 || size > static_cast<std::int64_t>(LargestMessage))
+    if (size < 0 || size > static_cast<std::int64_t>(LargestMessage)) {
         throw InputError(table.At("size"), "'size' must be 0 to 65536");
-    if (table.Has("raw"))
+    }
+    if (table.Has("raw")) {
         return BytesIn(table, "raw");
+    }
     constexpr std::int64_t defaultMs = 5000, defaultIcon = 102;
     std::string record(RecordBytes, '\0');
     PutNumber(record, 0, table.NumberOf("time", defaultMs));
@@ -236,14 +259,16 @@ std::string MessageOf(const Record& table) {
     return record;
 }
 
+namespace {
 struct PipeWriter {
     std::string user, message;
     bool administrator = false, filtered = false;
     std::optional<std::uint64_t> silentMs;
     std::int64_t clients = 1;
 };
+} // namespace
 
-void WriteOnce(const PipeWriter& writer, Timeline& timeline) {
+static void WriteOnce(const PipeWriter& writer, Timeline& timeline) {
     machine::PipeClient client;
     const machine::Caller caller = machine::MakeCaller(writer.user, writer.administrator, writer.filtered);
     simwin::DWORD error = machine::ConnectPipeClient(PipeName, caller, /*writes=*/true, &client);
@@ -267,25 +292,29 @@ void WriteOnce(const PipeWriter& writer, Timeline& timeline) {
                                  error ? fmt::format(": error {}", error) : ""));
 }
 
-Action PipeEvent(const Record& event, Stage& stage) {
+static Action PipeEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("pipe");
     const std::vector<Record>& sessions = stage.description->TablesOf("session");
     PipeWriter writer;
     writer.user = table.TextOf("user", sessions.empty() ? NamelessUser : sessions.front().TextOf("user"));
-    for (const Record& session : sessions)
+    for (const Record& session : sessions) {
         if (machine::EqualNoCase(session.TextOf("user"), writer.user)) {
             writer.administrator = session.FlagOf("administrator");
             writer.filtered = session.FlagOf("uac");
         }
+    }
     writer.message = MessageOf(table);
-    if (table.Has("silent"))
+    if (table.Has("silent")) {
         writer.silentMs = table.MsOf("silent");
+    }
     writer.clients = table.NumberOf("clients", 1);
-    if (writer.clients < 1 || writer.clients > MostClients)
+    if (writer.clients < 1 || writer.clients > MostClients) {
         throw InputError(table.At("clients"), "'clients' must be 1 to 100");
+    }
     return [&stage, writer] {
-        for (std::int64_t i = 0; i < writer.clients; ++i)
+        for (std::int64_t i = 0; i < writer.clients; ++i) {
             WriteOnce(writer, *stage.timeline);
+        }
     };
 }
 
@@ -298,35 +327,37 @@ constexpr EventRow Rows[] = {
     {"pipe", PipeEvent},
 };
 
-} // namespace
-
 std::function<void(unsigned session)> SessionInputOf(const Record& session) {
     const bool isHeld = session.TextOf("foreground") == "held";
     std::optional<simwin::POINT> place;
     if (const Value* cursor = session.Find("cursor")) {
-        if (cursor->numbers.size() != 2)
+        if (cursor->numbers.size() != 2) {
             throw InputError(cursor->at, "'cursor' must be x and y");
+        }
         place =
             simwin::POINT{static_cast<simwin::LONG>(cursor->numbers[0]), static_cast<simwin::LONG>(cursor->numbers[1])};
     }
     return [isHeld, place](unsigned id) {
         machine::SetForegroundRule(id, isHeld ? machine::Foreground::Held : machine::Foreground::Free);
-        if (place)
+        if (place) {
             machine::SetCursor(id, *place);
+        }
     };
 }
 
 void SetUpDesktop(const Record& description) {
     if (const Record* windows = description.TableOf("windows")) {
         TaskBar bar;
-        if (const Record* table = windows->TableOf("taskbar"))
+        if (const Record* table = windows->TableOf("taskbar")) {
             AmendBar(bar, *table);
+        }
         machine::SetTaskBar(bar);
         machine::Appearance appearance;
-        if (windows->Is("theme", Text))
+        if (windows->Is("theme", Text)) {
             appearance.theme = machine::Appearance::Theme::Broken;
-        else if (!windows->FlagOf("theme", true))
+        } else if (!windows->FlagOf("theme", true)) {
             appearance.theme = machine::Appearance::Theme::Off;
+        }
         appearance.tooltipFade = windows->FlagOf("tooltip_fade", true);
         if (const Record* colours = windows->TableOf("colours")) {
             constexpr std::int64_t infoBack = 0xFFFFE1;
@@ -335,8 +366,9 @@ void SetUpDesktop(const Record& description) {
         }
         machine::SetAppearance(appearance);
     }
-    for (const Record& session : description.TablesOf("session"))
+    for (const Record& session : description.TablesOf("session")) {
         SessionInputOf(session)(static_cast<unsigned>(session.NumberOf("id", 1)));
+    }
 }
 
 std::span<const EventRow> DesktopEventRows() {

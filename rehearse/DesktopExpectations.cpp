@@ -12,37 +12,41 @@
 
 namespace rehearse {
 
-namespace {
-
 using machine::DrawnItem;
 using machine::DrawnKind;
 
-void Compare(Wrongs& wrongs, const Record& expect, const char* key, const std::string& is) {
-    if (expect.Has(key) && expect.TextOf(key) != is)
+static void Compare(Wrongs& wrongs, const Record& expect, const char* key, const std::string& is) {
+    if (expect.Has(key) && expect.TextOf(key) != is) {
         wrongs.push_back(fmt::format("{} is '{}', not '{}'", key, is, expect.TextOf(key)));
+    }
 }
 
-void CompareNumber(Wrongs& wrongs, const Record& expect, const char* key, std::int64_t is) {
-    if (expect.Has(key) && expect.NumberOf(key) != is)
+static void CompareNumber(Wrongs& wrongs, const Record& expect, const char* key, std::int64_t is) {
+    if (expect.Has(key) && expect.NumberOf(key) != is) {
         wrongs.push_back(fmt::format("{} is {}, not {}", key, is, expect.NumberOf(key)));
+    }
 }
 
-void CompareColour(Wrongs& wrongs, const Record& expect, const char* key, std::uint32_t is) {
-    if (expect.Has(key) && expect.NumberOf(key) != is)
+static void CompareColour(Wrongs& wrongs, const Record& expect, const char* key, std::uint32_t is) {
+    if (expect.Has(key) && expect.NumberOf(key) != is) {
         wrongs.push_back(fmt::format("{} is 0x{:06X}, not 0x{:06X}", key, is, expect.NumberOf(key)));
+    }
 }
 
-bool IsKind(const Record& wanted, const DrawnItem& item) {
-    if (wanted.Has("text"))
+static bool IsKind(const Record& wanted, const DrawnItem& item) {
+    if (wanted.Has("text")) {
         return item.kind == DrawnKind::Text && item.text == wanted.TextOf("text");
-    if (wanted.Has("icon"))
+    }
+    if (wanted.Has("icon")) {
         return item.kind == DrawnKind::Icon && item.resource == wanted.NumberOf("icon");
-    if (wanted.Has("theme"))
+    }
+    if (wanted.Has("theme")) {
         return item.kind == DrawnKind::Theme && item.part == wanted.NumberOf("theme");
+    }
     return item.kind == DrawnKind::Control;
 }
 
-bool Meets(const Record& wanted, const DrawnItem& item, simwin::LONG width) {
+static bool Meets(const Record& wanted, const DrawnItem& item, simwin::LONG width) {
     const auto fits = [&](const char* key, std::int64_t is) { return !wanted.Has(key) || wanted.NumberOf(key) == is; };
     return IsKind(wanted, item) && fits("state", item.state) && fits("x", item.place.left) &&
            fits("y", item.place.top) && fits("width", item.place.right - item.place.left) &&
@@ -50,36 +54,39 @@ bool Meets(const Record& wanted, const DrawnItem& item, simwin::LONG width) {
            (!wanted.Has("ends") || item.endsRight == (wanted.TextOf("ends") == "right"));
 }
 
-std::string ItemText(const DrawnItem& item, simwin::LONG width) {
+static std::string ItemText(const DrawnItem& item, simwin::LONG width) {
     static constexpr const char* Kinds[] = {"fill", "frame", "text", "icon", "theme", "control"};
     std::string what = Kinds[static_cast<unsigned>(item.kind)];
-    if (item.kind == DrawnKind::Text)
+    if (item.kind == DrawnKind::Text) {
         what += " '" + item.text + "'";
-    else if (item.kind == DrawnKind::Icon)
+    } else if (item.kind == DrawnKind::Icon) {
         what += fmt::format(" {}", item.resource);
-    else if (item.kind == DrawnKind::Theme)
+    } else if (item.kind == DrawnKind::Theme) {
         what += fmt::format(" {} state {}", item.part, item.state);
+    }
     return fmt::format("{} at {}, {} width {} from_right {} colour 0x{:06X}", what, item.place.left, item.place.top,
                        item.place.right - item.place.left, width - item.place.left, RgbOf(item.colour));
 }
 
-void CompareDrawn(Wrongs& wrongs, const Record& expect, const BalloonView& view) {
+static void CompareDrawn(Wrongs& wrongs, const Record& expect, const BalloonView& view) {
     const simwin::LONG width = view.place.right - view.place.left;
     for (const Record& wanted : expect.TablesOf("drawn")) {
         const bool isMet = std::any_of(view.drawn.begin(), view.drawn.end(),
                                        [&](const DrawnItem& item) { return Meets(wanted, item, width); });
-        if (isMet)
+        if (isMet) {
             continue;
+        }
         std::string items;
-        for (const DrawnItem& item : view.drawn)
+        for (const DrawnItem& item : view.drawn) {
             items += (items.empty() ? "" : "; ") + ItemText(item, width);
+        }
         wrongs.push_back(fmt::format("nothing meets the entry of line {}: {}", wanted.at.line, items));
         return;
     }
 }
 
 // Judges an expectation about a balloon as it was at one moment.
-Wrongs WrongsOfView(const Record& expect, const Balloon& balloon, const BalloonView& view) {
+static Wrongs WrongsOfView(const Record& expect, const Balloon& balloon, const BalloonView& view) {
     Wrongs wrongs;
     Compare(wrongs, expect, "title", view.title);
     Compare(wrongs, expect, "text2", view.text2);
@@ -104,79 +111,91 @@ Wrongs WrongsOfView(const Record& expect, const Balloon& balloon, const BalloonV
     return wrongs;
 }
 
-Wrongs WrongsOfBalloon(const Record& expect, const Balloon& balloon) {
+static Wrongs WrongsOfBalloon(const Record& expect, const Balloon& balloon) {
     Wrongs wrongs = WrongsOfView(expect, balloon, balloon.first);
     Compare(wrongs, expect, "closed_by", balloon.closedBy);
-    if (expect.Has("fade") && expect.FlagOf("fade") != balloon.isFaded)
+    if (expect.Has("fade") && expect.FlagOf("fade") != balloon.isFaded) {
         wrongs.push_back(balloon.isFaded ? "it faded" : "it did not fade");
-    if (!IsAt(expect, "at", balloon.atMs))
+    }
+    if (!IsAt(expect, "at", balloon.atMs)) {
         wrongs.push_back(fmt::format("it was there from {} on", TimeText(balloon.atMs)));
-    if (expect.Has("until") && !(balloon.untilMs && IsAt(expect, "until", *balloon.untilMs)))
+    }
+    if (expect.Has("until") && !(balloon.untilMs && IsAt(expect, "until", *balloon.untilMs))) {
         wrongs.push_back(balloon.untilMs ? fmt::format("it was there until {}", TimeText(*balloon.untilMs))
                                          : "it still stands");
+    }
     return wrongs;
 }
 
-std::string Joined(const Wrongs& wrongs) {
+static std::string Joined(const Wrongs& wrongs) {
     std::string text;
-    for (const std::string& wrong : wrongs)
+    for (const std::string& wrong : wrongs) {
         text += (text.empty() ? "" : ", ") + wrong;
+    }
     return text;
 }
 
-void JudgeBalloon(const Record& expect, const Balloons& balloons, Wrongs& wrongs) {
+static void JudgeBalloon(const Record& expect, const Balloons& balloons, Wrongs& wrongs) {
     std::int64_t fits = 0;
     std::string others, texts;
     for (const Balloon& balloon : balloons.All()) {
         texts += (texts.empty() ? "'" : ", '") + balloon.first.text1 + "'";
-        if (balloon.first.text1 != expect.TextOf("balloon"))
+        if (balloon.first.text1 != expect.TextOf("balloon")) {
             continue;
+        }
         const Wrongs own = WrongsOfBalloon(expect, balloon);
         fits += own.empty();
-        if (!own.empty())
+        if (!own.empty()) {
             others += (others.empty() ? "" : "; of another: ") + Joined(own);
+        }
     }
-    if (expect.Has("count") ? fits == expect.NumberOf("count") : fits > 0)
+    if (expect.Has("count") ? fits == expect.NumberOf("count") : fits > 0) {
         return;
-    if (others.empty())
+    }
+    if (others.empty()) {
         others = texts.empty() ? "there was none at all" : "there were " + texts;
+    }
     wrongs.push_back(fmt::format("{} such balloons; {}", fits, others));
 }
 
-void JudgeShown(const Record& expect, const Balloons& balloons, Wrongs& wrongs) {
+static void JudgeShown(const Record& expect, const Balloons& balloons, Wrongs& wrongs) {
     const std::string text = expect.TextOf("shown");
     std::string others;
     bool isShown = false, isMet = false;
     for (const Balloon& balloon : balloons.All()) {
-        if (balloon.untilMs || balloon.now.text1 != text)
+        if (balloon.untilMs || balloon.now.text1 != text) {
             continue;
+        }
         isShown = true;
         const Wrongs own = WrongsOfView(expect, balloon, balloon.now);
         isMet |= own.empty();
-        if (!own.empty())
+        if (!own.empty()) {
             others += (others.empty() ? "" : "; of another: ") + Joined(own);
+        }
     }
     if (expect.FlagOf("gone")) {
-        if (isShown)
+        if (isShown) {
             wrongs.push_back("it is shown");
+        }
     } else if (!isMet) {
         wrongs.push_back(isShown ? others : "no balloon with this text is shown");
     }
 }
 
-void JudgeToolTip(const Record& expect, Wrongs& wrongs) {
+static void JudgeToolTip(const Record& expect, Wrongs& wrongs) {
     const machine::Window* window = machine::FindForeignWindow(expect.TextOf("tooltip"));
     const bool isShown = window && window->visible;
     if (expect.FlagOf("gone") || !isShown) {
-        if (isShown == expect.FlagOf("gone"))
+        if (isShown == expect.FlagOf("gone")) {
             wrongs.push_back(isShown ? "it is shown" : "it is not shown");
+        }
         return;
     }
     CompareNumber(wrongs, expect, "x", window->rect.left);
     CompareNumber(wrongs, expect, "y", window->rect.top);
 }
 
-void JudgeInput(const Record& expect, Wrongs& wrongs) {
+static void JudgeInput(const Record& expect, Wrongs& wrongs) {
     std::int64_t fits = 0;
     std::string others;
     for (const machine::InputRecord& input : machine::Inputs()) {
@@ -184,25 +203,25 @@ void JudgeInput(const Record& expect, Wrongs& wrongs) {
             input.what == expect.TextOf("input") && (!expect.Has("window") || input.window == expect.TextOf("window"));
         others += fmt::format("{}{} to '{}'", others.empty() ? "" : ", ", input.what, input.window);
     }
-    if (expect.Has("count") ? fits != expect.NumberOf("count") : fits == 0)
+    if (expect.Has("count") ? fits != expect.NumberOf("count") : fits == 0) {
         wrongs.push_back(fmt::format("{} of these; there were: {}", fits, others.empty() ? "none" : others));
+    }
 }
-
-} // namespace
 
 bool IsAboutDesktop(const Record& expect) {
     return expect.Has("balloon") || expect.Has("shown") || expect.Has("tooltip") || expect.Has("input");
 }
 
 void JudgeDesktop(const Record& expect, const Stage& stage, Wrongs& wrongs) {
-    if (expect.Has("balloon"))
+    if (expect.Has("balloon")) {
         JudgeBalloon(expect, *stage.balloons, wrongs);
-    else if (expect.Has("shown"))
+    } else if (expect.Has("shown")) {
         JudgeShown(expect, *stage.balloons, wrongs);
-    else if (expect.Has("tooltip"))
+    } else if (expect.Has("tooltip")) {
         JudgeToolTip(expect, wrongs);
-    else
+    } else {
         JudgeInput(expect, wrongs);
+    }
 }
 
 } // namespace rehearse

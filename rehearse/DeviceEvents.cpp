@@ -15,38 +15,39 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr std::int64_t LargestDword = 0xFFFFFFFF;
 constexpr std::int64_t MostBroadcasts = 10'000;
 constexpr std::int64_t MostHubPorts = 255;
 
 // The id that a field names; it must be known, or the event would affect nothing.
-std::string DeviceIn(const Record& record, std::string_view key) {
+static std::string DeviceIn(const Record& record, std::string_view key) {
     const std::string id = record.TextOf(key);
-    if (!IsKnownDevice(id))
+    if (!IsKnownDevice(id)) {
         throw InputError(record.At(key), fmt::format("there is no device '{}'", id));
+    }
     return id;
 }
 
-unsigned NumberIn(const Record& record, std::string_view key, std::int64_t least, std::int64_t most) {
+static unsigned NumberIn(const Record& record, std::string_view key, std::int64_t least, std::int64_t most) {
     const std::int64_t number = record.NumberOf(key);
-    if (number < least || number > most)
+    if (number < least || number > most) {
         throw InputError(record.At(key), fmt::format("'{}' must be {} to {}", key, least, most));
+    }
     return static_cast<unsigned>(number);
 }
 
 // A known device whose place is unknown cannot be plugged in.
-std::string PlugableIn(const Record& record, std::string_view key) {
+static std::string PlugableIn(const Record& record, std::string_view key) {
     const std::string id = DeviceIn(record, key);
     const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
-    if (node && !node->parent && !node->root)
+    if (node && !node->parent && !node->root) {
         throw InputError(record.At(key),
                          fmt::format("nothing tells where '{}' is plugged in; describe its parent", id));
+    }
     return id;
 }
 
-Action PlugEvent(const Record& event, Stage& stage) {
+static Action PlugEvent(const Record& event, Stage& stage) {
     const std::string id = PlugableIn(event, "plug");
     return [&stage, id] {
         stage.timeline->Outside("plugged in:", id);
@@ -54,7 +55,7 @@ Action PlugEvent(const Record& event, Stage& stage) {
     };
 }
 
-Action UnplugEvent(const Record& event, Stage& stage) {
+static Action UnplugEvent(const Record& event, Stage& stage) {
     const std::string id = DeviceIn(event, "unplug");
     return [&stage, id] {
         stage.timeline->Outside("pulled out:", id);
@@ -62,7 +63,7 @@ Action UnplugEvent(const Record& event, Stage& stage) {
     };
 }
 
-Action ReplugEvent(const Record& event, Stage& stage) {
+static Action ReplugEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("replug");
     const std::string id = PlugableIn(table, "device");
     const std::uint64_t offMs = table.MsOf("off", machine::DefaultOffMs);
@@ -72,26 +73,29 @@ Action ReplugEvent(const Record& event, Stage& stage) {
     };
 }
 
-Action MoveEvent(const Record& event, Stage& stage) {
+static Action MoveEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("move");
     const std::string id = DeviceIn(table, "device"), hub = DeviceIn(table, "hub");
     const machine::DeviceNode* node = machine::TheDeviceTree().FindById(hub);
-    if (!node || !node->IsHub())
+    if (!node || !node->IsHub()) {
         throw InputError(table.At("hub"), fmt::format("'{}' is no hub", hub));
+    }
     // The exports do not say how many hub ports a hub has; it has those that are needed.
     const unsigned port = NumberIn(table, "hub_port", 1, node->said.ports.value_or(MostHubPorts));
-    if (machine::HangsBelow(node, machine::TheDeviceTree().FindById(id)))
+    if (machine::HangsBelow(node, machine::TheDeviceTree().FindById(id))) {
         throw InputError(table.At("hub"), fmt::format("'{}' hangs below what is moved there", hub));
+    }
     const machine::DeviceNode* moved = machine::TheDeviceTree().FindById(id);
-    if (moved && moved->parent && (!moved->parent->IsHub() || moved->kind == machine::DeviceKind::RootHub))
+    if (moved && moved->parent && (!moved->parent->IsHub() || moved->kind == machine::DeviceKind::RootHub)) {
         throw InputError(table.At("device"), fmt::format("'{}' is not plugged in on a hub", id));
+    }
     return [&stage, id, hub, port] {
         stage.timeline->Outside(fmt::format("moved to port {} of {}:", port, hub), id);
         machine::MoveDevice(id, hub, port);
     };
 }
 
-Action ProblemEvent(const Record& event, Stage& stage) {
+static Action ProblemEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("problem");
     const std::string id = DeviceIn(table, "device");
     machine::ProblemEvent problem;
@@ -109,7 +113,7 @@ Action ProblemEvent(const Record& event, Stage& stage) {
     };
 }
 
-Action DevnodesChangedEvent(const Record& event, Stage& stage) {
+static Action DevnodesChangedEvent(const Record& event, Stage& stage) {
     const unsigned count = NumberIn(event, "devnodes_changed", 1, MostBroadcasts);
     return [&stage, count] {
         stage.timeline->Outside(fmt::format("{} broadcasts of a changed tree, made by the description", count));
@@ -117,7 +121,7 @@ Action DevnodesChangedEvent(const Record& event, Stage& stage) {
     };
 }
 
-Action HoldEvent(const Record& event, Stage& stage) {
+static Action HoldEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("hold");
     const std::string port = table.TextOf("port"), program = table.TextOf("program", "C:\\Tools\\term.exe");
     return [&stage, port, program] {
@@ -131,12 +135,13 @@ Action HoldEvent(const Record& event, Stage& stage) {
         machine::Process* process = machine::StartScripted(start);
         const bool isHeld = machine::HoldPort(port, process);
         stage.timeline->Outside(fmt::format("{} {} {}", program, isHeld ? "opens" : "cannot open", port));
-        if (!isHeld)
+        if (!isHeld) {
             machine::EndProcess(process, 1);
+        }
     };
 }
 
-Action ReleaseEvent(const Record& event, Stage& stage) {
+static Action ReleaseEvent(const Record& event, Stage& stage) {
     const std::string port = event.TextOf("release");
     return [&stage, port] {
         const bool wasHeld = machine::ReleasePort(port);
@@ -144,11 +149,12 @@ Action ReleaseEvent(const Record& event, Stage& stage) {
     };
 }
 
-Action DosNameEvent(const Record& event, Stage& stage) {
+static Action DosNameEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("dos_name");
     const std::string name = table.TextOf("name"), target = table.TextOf("target");
-    if (name.empty())
+    if (name.empty()) {
         throw InputError(table.At("name"), "'name' must not be empty");
+    }
     const machine::Opens opens = OpensOf(table);
     const bool saysOpens = table.Has("opens");
     return [&stage, name, target, opens, saysOpens] {
@@ -159,12 +165,13 @@ Action DosNameEvent(const Record& event, Stage& stage) {
         }
         stage.timeline->Outside(fmt::format("the DOS name {} is made ({})", name, target));
         machine::TheDosNames().Define(name, target, "outside");
-        if (saysOpens)
+        if (saysOpens) {
             machine::TheDosNames().SetOpens(name, opens);
+        }
     };
 }
 
-Action CalmEvent(const Record&, Stage& stage) {
+static Action CalmEvent(const Record&, Stage& stage) {
     return [&stage] {
         stage.timeline->Outside("from now on nothing fails, refuses or is held open");
         machine::CalmDown();
@@ -178,6 +185,7 @@ constexpr EventRow Rows[] = {
     {"calm", CalmEvent},
 };
 
+namespace {
 // What is plugged in, as the events leave it one after another.
 class Sockets {
 public:
@@ -192,18 +200,22 @@ public:
     // The other device on a device's hub port; null if none, or if the device is on no hub port.
     const machine::DeviceNode* OtherOnSocketOf(const machine::DeviceNode& node) const {
         const Place place = PlaceOf(node);
-        for (const machine::DeviceNode* other : machine::TheDeviceTree().All())
+        for (const machine::DeviceNode* other : machine::TheDeviceTree().All()) {
             if (place.hub && place.hub->IsHub() && place.port && other != &node && IsIn(*other) &&
-                PlaceOf(*other) == place)
+                PlaceOf(*other) == place) {
                 return other;
+            }
+        }
         return nullptr;
     }
     // With all below it, except what was pulled out separately.
     void Plug(const machine::DeviceNode& node) {
         m_isIn[&node] = Is::In;
-        for (const machine::DeviceNode* child : node.children)
-            if (const auto known = m_isIn.find(child); known == m_isIn.end() || known->second != Is::Pulled)
+        for (const machine::DeviceNode* child : node.children) {
+            if (const auto known = m_isIn.find(child); known == m_isIn.end() || known->second != Is::Pulled) {
                 Plug(*child);
+            }
+        }
     }
 
 private:
@@ -221,12 +233,11 @@ private:
     std::map<const machine::DeviceNode*, Is> m_isIn;
     std::map<const machine::DeviceNode*, Place> m_movedTo;
 };
+} // namespace
 
-const machine::DeviceNode* NodeIn(const Record& record, std::string_view key) {
+static const machine::DeviceNode* NodeIn(const Record& record, std::string_view key) {
     return record.Has(key) ? machine::TheDeviceTree().FindById(record.TextOf(key)) : nullptr;
 }
-
-} // namespace
 
 void CheckSockets(const std::vector<const Record*>& events) {
     Sockets sockets;
@@ -237,22 +248,30 @@ void CheckSockets(const std::vector<const Record*>& events) {
         const machine::DeviceNode* plugged = move     ? NodeIn(*move, "device")
                                              : replug ? NodeIn(*replug, "device")
                                                       : NodeIn(*event, "plug");
-        if (plugged && (!replug || sockets.IsIn(*plugged)))
+        if (plugged && (!replug || sockets.IsIn(*plugged))) {
             sockets.Plug(*plugged);
-        if (plugged && move)
+        }
+        if (plugged && move) {
             sockets.Move(*plugged, NodeIn(*move, "hub"), static_cast<unsigned>(move->NumberOf("hub_port")));
-        if (plugged && !replug)
+        }
+        if (plugged && !replug) {
             arrivals.emplace_back(plugged, move ? move->At("hub_port") : event->At("plug"));
+        }
         const machine::DeviceNode* pulled = NodeIn(*event, "unplug");
-        if (pulled && !sockets.IsIn(*pulled))
+        if (pulled && !sockets.IsIn(*pulled)) {
             throw InputError(event->At("unplug"), fmt::format("'{}' is not plugged in then", pulled->id));
-        if (pulled)
+        }
+        if (pulled) {
             sockets.Pull(*pulled);
-        if (i + 1 < events.size() && events[i + 1]->MsOf("at") == event->MsOf("at"))
+        }
+        if (i + 1 < events.size() && events[i + 1]->MsOf("at") == event->MsOf("at")) {
             continue;
-        for (const auto& [node, at] : arrivals)
-            if (const machine::DeviceNode* other = sockets.OtherOnSocketOf(*node); other && sockets.IsIn(*node))
+        }
+        for (const auto& [node, at] : arrivals) {
+            if (const machine::DeviceNode* other = sockets.OtherOnSocketOf(*node); other && sockets.IsIn(*node)) {
                 throw InputError(at, fmt::format("'{}' is on that hub port then: pull it out first", other->id));
+            }
+        }
         arrivals.clear();
     }
 }

@@ -14,8 +14,6 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr const char* EnumKey = "HKLM\\SYSTEM\\CurrentControlSet\\Enum\\";
 constexpr const char* RootId = "HTREE\\ROOT\\0";
 constexpr std::int64_t LargestDword = 0xFFFFFFFF;
@@ -23,6 +21,7 @@ constexpr std::int64_t MostHubPorts = 255;
 constexpr std::int64_t LargestComNumber = 4096;
 constexpr std::size_t UsualComDbBytes = 32;
 
+namespace {
 struct TextField {
     const char* key;
     std::optional<std::string> machine::DeviceDescription::*field;
@@ -74,6 +73,7 @@ struct ListField {
     const char* key;
     std::optional<std::vector<std::string>> machine::DeviceDescription::*field;
 };
+} // namespace
 constexpr ListField ListFields[] = {
     {"hardware_id", &machine::DeviceDescription::hardwareId},
     {"kernel_name", &machine::DeviceDescription::kernelName},
@@ -81,58 +81,66 @@ constexpr ListField ListFields[] = {
 };
 
 // The list of connected devices, in any form that Windows prints.
-std::string ReadConnected(const std::string& file, const Position& at) {
+static std::string ReadConnected(const std::string& file, const Position& at) {
     const std::optional<std::string> text = machine::AnsiFromFile(ReadHostFile(file, at));
-    if (!text)
+    if (!text) {
         throw InputError(at, fmt::format("'{}' is no text: neither UTF-16 nor UTF-8 nor ANSI", file));
+    }
     return *text;
 }
 
-void CheckInterfaces(const Record& record) {
+static void CheckInterfaces(const Record& record) {
     static const std::set<std::string> names = {"comport", "modem", "hub", "controller", "usb", "serenum"};
     const std::vector<std::string> interfaces = record.TextsOf("interfaces");
     for (std::size_t i = 0; i < interfaces.size(); ++i) {
         simwin::GUID guid;
-        if (!names.contains(interfaces[i]) && !machine::GuidFromText(interfaces[i], guid))
+        if (!names.contains(interfaces[i]) && !machine::GuidFromText(interfaces[i], guid)) {
             throw InputError(
                 record.Find("interfaces")->itemsAt[i],
                 fmt::format("'{}' is no interface: comport, modem, hub, controller, usb, serenum, or a GUID "
                             "in braces",
                             interfaces[i]));
+        }
     }
 }
 
 // A parent is another described device or one of the exports.
-void CheckParents(const Record& description) {
+static void CheckParents(const Record& description) {
     std::set<std::string> known = {machine::Lower(RootId)};
-    for (const Record& record : description.TablesOf("device"))
+    for (const Record& record : description.TablesOf("device")) {
         known.insert(machine::Lower(record.TextOf("id")));
+    }
     for (const Record& record : description.TablesOf("device")) {
         const std::string parent = record.TextOf("parent");
-        if (!record.Has("parent") || known.contains(machine::Lower(parent)))
+        if (!record.Has("parent") || known.contains(machine::Lower(parent))) {
             continue;
-        if (!machine::TheRegistry().FindKey(EnumKey + parent, ""))
+        }
+        if (!machine::TheRegistry().FindKey(EnumKey + parent, "")) {
             throw InputError(record.At("parent"), fmt::format("there is no device '{}'", parent));
+        }
     }
 }
 
-machine::ComDatabaseDescription ComDatabaseOf(const Record* record) {
+static machine::ComDatabaseDescription ComDatabaseOf(const Record* record) {
     machine::ComDatabaseDescription database;
-    if (!record)
+    if (!record) {
         return database;
+    }
     database.missing = record->FlagOf("missing");
     if (record->Has("size")) {
         const std::int64_t size = record->NumberOf("size");
-        if (size < 0 || size > LargestComNumber / 8)
+        if (size < 0 || size > LargestComNumber / 8) {
             throw InputError(record->At("size"), fmt::format("'size' must be 0 to {}", LargestComNumber / 8));
+        }
         database.size = static_cast<std::size_t>(size);
     }
     if (const Value* taken = record->Find("taken")) {
         database.taken.emplace();
         const auto most = static_cast<std::int64_t>(database.size.value_or(UsualComDbBytes) * 8);
         for (std::size_t i = 0; i < taken->numbers.size(); ++i) {
-            if (taken->numbers[i] < 1 || taken->numbers[i] > most)
+            if (taken->numbers[i] < 1 || taken->numbers[i] > most) {
                 throw InputError(taken->itemsAt[i], fmt::format("a number must be 1 to {}, as 'size' has room", most));
+            }
             database.taken->push_back(static_cast<unsigned>(taken->numbers[i]));
         }
     }
@@ -140,15 +148,17 @@ machine::ComDatabaseDescription ComDatabaseOf(const Record* record) {
 }
 
 // A name for a device without a driver to create it would be silently ignored.
-void CheckNames(const Record& record) {
+static void CheckNames(const Record& record) {
     const machine::DeviceNode* node = machine::TheDeviceTree().FindById(record.TextOf("id"));
-    for (const char* key : {"port_name", "dos_device_name"})
-        if (record.Has(key) && node && !node->IsPort())
+    for (const char* key : {"port_name", "dos_device_name"}) {
+        if (record.Has(key) && node && !node->IsPort()) {
             throw InputError(record.At(key), fmt::format("'{}' is no port: it has no '{}'", record.TextOf("id"), key));
+        }
+    }
 }
 
 // The place of the machine's complaint: the device that it names first.
-Position PlaceOf(const Record& description, const std::string& wrong) {
+static Position PlaceOf(const Record& description, const std::string& wrong) {
     const Record* best = nullptr;
     std::size_t bestAt = std::string::npos;
     for (const Record& record : description.TablesOf("device")) {
@@ -159,90 +169,112 @@ Position PlaceOf(const Record& description, const std::string& wrong) {
             bestAt = found;
         }
     }
-    if (best)
+    if (best) {
         return best->at;
+    }
     return description.Has("connected") ? description.At("connected") : description.at;
 }
-
-} // namespace
 
 machine::DeviceDescription DeviceOf(const Record& record) {
     machine::DeviceDescription device;
     device.id = record.TextOf("id");
     // Two parts at least, none of them empty: a key below Enum.
     const std::vector<std::string> parts = machine::Split(device.id, '\\');
-    if (parts.size() < 2 || std::find(parts.begin(), parts.end(), std::string()) != parts.end())
+    if (parts.size() < 2 || std::find(parts.begin(), parts.end(), std::string()) != parts.end()) {
         throw InputError(record.At("id"), fmt::format("'{}' is no device id", device.id));
-    for (const TextField& row : TextFields)
-        if (record.Has(row.key))
+    }
+    for (const TextField& row : TextFields) {
+        if (record.Has(row.key)) {
             device.*row.field = record.TextOf(row.key);
+        }
+    }
     for (const NumberField& row : NumberFields) {
-        if (!record.Has(row.key))
+        if (!record.Has(row.key)) {
             continue;
+        }
         const std::int64_t number = record.NumberOf(row.key);
-        if (number < 0 || number > row.most)
+        if (number < 0 || number > row.most) {
             throw InputError(record.At(row.key), fmt::format("'{}' must be 0 to {}", row.key, row.most));
+        }
         device.*row.field = static_cast<std::uint32_t>(number);
     }
-    for (const FlagField& row : FlagFields)
-        if (record.Has(row.key))
+    for (const FlagField& row : FlagFields) {
+        if (record.Has(row.key)) {
             device.*row.field = record.FlagOf(row.key);
-    for (const ListField& row : ListFields)
-        if (record.Has(row.key))
+        }
+    }
+    for (const ListField& row : ListFields) {
+        if (record.Has(row.key)) {
             device.*row.field = record.TextsOf(row.key);
+        }
+    }
     CheckInterfaces(record);
-    if (device.kernelName && device.kernelName->empty())
+    if (device.kernelName && device.kernelName->empty()) {
         throw InputError(record.At("kernel_name"), "'kernel_name' must name one kernel device at least");
-    if (record.Has("kind"))
+    }
+    if (record.Has("kind")) {
         device.kind = machine::DeviceKindFromName(record.TextOf("kind"));
-    if (record.Has("name_taken"))
+    }
+    if (record.Has("name_taken")) {
         device.nameTaken = machine::NameTakenFromName(record.TextOf("name_taken"));
-    if (record.Has("knows_in"))
+    }
+    if (record.Has("knows_in")) {
         device.knowsInMs = record.MsOf("knows_in");
-    if (record.Has("starts_in"))
+    }
+    if (record.Has("starts_in")) {
         device.startsInMs = record.MsOf("starts_in");
-    if (record.Has("link_goes"))
+    }
+    if (record.Has("link_goes")) {
         device.linkGoes = machine::LinkGoes{record.Is("link_goes", Text) ? 0 : record.MsOf("link_goes"),
                                             record.Is("link_goes", Text)};
-    if (record.Is("vetoes", Flag))
+    }
+    if (record.Is("vetoes", Flag)) {
         device.vetoes = record.FlagOf("vetoes") ? machine::VetoesAlways : 0;
-    else if (record.Has("vetoes"))
+    } else if (record.Has("vetoes")) {
         device.vetoes =
             static_cast<std::uint32_t>(std::clamp<std::int64_t>(record.NumberOf("vetoes"), 0, LargestDword));
+    }
     return device;
 }
 
 machine::Opens OpensOf(const Record& record) {
     const std::string text = record.TextOf("opens", "gone");
     const std::optional<machine::Opens> opens = machine::OpensFromText(text);
-    if (!opens)
+    if (!opens) {
         throw InputError(record.At("opens"),
                          fmt::format("'opens' must be gone, no-path, no-device, busy, hangs, ok, or "
                                      "\"late 450ms\", not '{}'",
                                      text));
+    }
     return *opens;
 }
 
 void SetUpDevices(const Record& description) {
     CheckParents(description);
     machine::DevicesDescription devices;
-    for (const Record& record : description.TablesOf("device"))
+    for (const Record& record : description.TablesOf("device")) {
         devices.devices.push_back(DeviceOf(record));
+    }
     for (const Record& record : description.TablesOf("dos_name")) {
-        if (!record.Has("target"))
+        if (!record.Has("target")) {
             throw InputError(record.at, "'target' is missing in 'dos_name'");
-        if (record.TextOf("name").empty())
+        }
+        if (record.TextOf("name").empty()) {
             throw InputError(record.At("name"), "'name' must not be empty");
+        }
         devices.dosNames.push_back({record.TextOf("name"), record.TextOf("target"), OpensOf(record)});
     }
     devices.comDatabase = ComDatabaseOf(description.TableOf("com_database"));
-    if (description.Has("connected"))
+    if (description.Has("connected")) {
         devices.connected = ReadConnected(description.TextOf("connected"), description.At("connected"));
+    }
     const std::string wrong = machine::BuildDevices(devices);
-    if (!wrong.empty())
+    if (!wrong.empty()) {
         throw InputError(PlaceOf(description, wrong), wrong);
-    for (const Record& record : description.TablesOf("device"))
+    }
+    for (const Record& record : description.TablesOf("device")) {
         CheckNames(record);
+    }
 }
 
 } // namespace rehearse

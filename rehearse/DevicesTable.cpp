@@ -6,25 +6,23 @@
 
 namespace rehearse {
 
-namespace {
-
-std::string StateOf(const machine::DeviceNode& node) {
-    if (node.IsPresent())
+static std::string StateOf(const machine::DeviceNode& node) {
+    if (node.IsPresent()) {
         return node.problem ? fmt::format("problem {}", node.problem) : "there";
-    if (!node.whyAbsent.empty() && !node.attached)
+    }
+    if (!node.whyAbsent.empty() && !node.attached) {
         return "not there: " + node.whyAbsent;
+    }
     return node.attached ? "not there: what it hangs below is not there" : "not there";
 }
 
-std::string OrDash(const std::string& text) {
+static std::string OrDash(const std::string& text) {
     return text.empty() ? "-" : text;
 }
 
-std::string NumberOrDash(unsigned number) {
+static std::string NumberOrDash(unsigned number) {
     return number ? std::to_string(number) : "-";
 }
-
-} // namespace
 
 std::string DevicesTable() {
     std::string text = "device\tclass\tparent\thub\tsocket\tlocation\tlocation path\tstate\n";

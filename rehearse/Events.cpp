@@ -23,50 +23,52 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr std::uint64_t LookAgainMs = 10; // while the service comes up
 
 // Whether the description wants the service to run as well and it is still starting.
-bool IsServiceComing(const Record& description) {
+static bool IsServiceComing(const Record& description) {
     const Record* product = description.TableOf("quillmarch");
     return product && product->TextOf("service_state") == "RUNNING" && machine::ServiceProcess(ServiceName) &&
            machine::ServiceState(ServiceName) != simwin::SERVICE_RUNNING;
 }
 
-bool IsServiceRole(const Record& description) {
+static bool IsServiceRole(const Record& description) {
     const Record* product = description.TableOf("quillmarch");
     return !product || product->TextOf("role", "service") == "service";
 }
 
 // Whether the service manager starts it by itself, whatever the role in which the description starts the product later.
-bool StartsWithWindows(const Record& description) {
+static bool StartsWithWindows(const Record& description) {
     return !IsServiceRole(description) && machine::ServiceState(ServiceName) != 0;
 }
 
-void Boot(Stage& stage) {
+static void Boot(Stage& stage) {
     stage.timeline->Outside("Windows starts");
     machine::BootMachine();
     stage.timeline->AfterBoot();
-    if (StartsWithWindows(*stage.description))
+    if (StartsWithWindows(*stage.description)) {
         machine::StartServiceByMachine(ServiceName);
+    }
 }
 
-void StartProduct(Stage& stage) {
+static void StartProduct(Stage& stage) {
     if (machine::ThePowerState() == machine::PowerState::ShuttingDown) {
         stage.timeline->Outside("Windows will start again when it is off");
         stage.atOff.push_back([&stage] { StartProduct(stage); });
         return;
     }
-    if (machine::ThePowerState() == machine::PowerState::Off)
+    if (machine::ThePowerState() == machine::PowerState::Off) {
         Boot(stage);
+    }
     if (machine::ThePowerState() == machine::PowerState::FastOff) {
         stage.timeline->Outside("Windows starts (fast startup)");
         machine::StartFast();
-        for (const Action& action : std::exchange(stage.atWaking, {}))
+        for (const Action& action : std::exchange(stage.atWaking, {})) {
             action();
-        if (IsServiceRole(*stage.description)) // it survived, or nothing starts it
+        }
+        if (IsServiceRole(*stage.description)) { // it survived, or nothing starts it
             return;
+        }
     }
     stage.timeline->Outside("Quillmarch is started");
     std::string why;
@@ -75,39 +77,42 @@ void StartProduct(Stage& stage) {
         stage.timeline->Outside("it could not be started: " + why);
         return;
     }
-    if (stage.product)
+    if (stage.product) {
         stage.product->Release();
+    }
     process->Retain();
     stage.product = process;
 }
 
-Action StartEvent(const Record&, Stage& stage) {
+static Action StartEvent(const Record&, Stage& stage) {
     return [&stage] { StartProduct(stage); };
 }
 
-Action ControlEvent(const Record& event, Stage& stage) {
+static Action ControlEvent(const Record& event, Stage& stage) {
     constexpr std::int64_t LargestControl = 255;
     const std::int64_t control = event.NumberOf("control");
-    if (control < 1 || control > LargestControl)
+    if (control < 1 || control > LargestControl) {
         throw InputError(event.At("control"), fmt::format("'control' must be 1 to {}", LargestControl));
+    }
     return [&stage, control] {
         stage.timeline->Outside(fmt::format("control {} to the service", control));
         machine::PostServiceControl(ServiceName, static_cast<simwin::DWORD>(control), 0, {});
     };
 }
 
-Action StopEvent(const Record&, Stage& stage) {
+static Action StopEvent(const Record&, Stage& stage) {
     return [&stage] {
         stage.timeline->Outside("the service is asked to stop");
         machine::PostServiceControl(ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
     };
 }
 
-Action ShutdownEvent(const Record& event, Stage& stage) {
+static Action ShutdownEvent(const Record& event, Stage& stage) {
     if (event.TextOf("shutdown") == "fast") {
         constexpr unsigned FirstWithFastStartup = 0x0602;
-        if (machine::TheSetup().version.Packed() < FirstWithFastStartup)
+        if (machine::TheSetup().version.Packed() < FirstWithFastStartup) {
             throw InputError(event.At("shutdown"), "there is no fast startup below Windows 6.2");
+        }
         return [&stage] {
             stage.timeline->Outside("Windows goes off for a fast startup");
             machine::ShutDownFast();
@@ -119,7 +124,7 @@ Action ShutdownEvent(const Record& event, Stage& stage) {
     };
 }
 
-Action EditIniEvent(const Record& event, Stage& stage) {
+static Action EditIniEvent(const Record& event, Stage& stage) {
     const Record* table = event.TableOf("edit_ini");
     std::string text = table ? ReadHostFile(table->TextOf("file"), table->At("file")) : event.TextOf("edit_ini");
     return [&stage, text = std::move(text)] {
@@ -128,14 +133,14 @@ Action EditIniEvent(const Record& event, Stage& stage) {
     };
 }
 
-Action DeleteIniEvent(const Record&, Stage& stage) {
+static Action DeleteIniEvent(const Record&, Stage& stage) {
     return [&stage] {
         stage.timeline->Outside("the configuration is deleted");
         machine::TheFiles().Delete(ProductIni());
     };
 }
 
-Action SetValueEvent(const Record& event, Stage& stage) {
+static Action SetValueEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("set_value");
     const std::string key = table.TextOf("key"), name = table.TextOf("name");
     CheckRegistryPath(key, table.At("key"));
@@ -153,54 +158,59 @@ constexpr EventRow Rows[] = {
     {"set_value", SetValueEvent},
 };
 
-const EventRow* FindRow(std::span<const EventRow> rows, const Record& event) {
+static const EventRow* FindRow(std::span<const EventRow> rows, const Record& event) {
     const auto row = std::find_if(rows.begin(), rows.end(), [&](const EventRow& r) { return event.Has(r.subject); });
     return row == rows.end() ? nullptr : &*row;
 }
 
-Action ActionOf(const Record& event, Stage& stage) {
-    for (const std::span<const EventRow> rows :
-         {std::span<const EventRow>(Rows), DeviceEventRows(), PowerEventRows(), SessionEventRows(), DesktopEventRows()})
+static Action ActionOf(const Record& event, Stage& stage) {
+    for (const std::span<const EventRow> rows : {std::span<const EventRow>(Rows), DeviceEventRows(), PowerEventRows(),
+                                                 SessionEventRows(), DesktopEventRows()}) {
         if (const EventRow* row = FindRow(rows, event)) {
-            if (event.Is(row->subject, Flag) && !event.FlagOf(row->subject))
+            if (event.Is(row->subject, Flag) && !event.FlagOf(row->subject)) {
                 throw InputError(event.At(row->subject), fmt::format("'{}' can only be true", row->subject));
+            }
             return InItsPowerState(row->subject, row->make(event, stage), stage);
         }
+    }
     throw InputError(event.at, "this event is not known");
 }
 
 // The start in the role; after a service that has to run as well.
-void StartInTurn(Stage& stage) {
-    if (stage.hasEnded)
+static void StartInTurn(Stage& stage) {
+    if (stage.hasEnded) {
         return;
-    if (IsServiceComing(*stage.description))
+    }
+    if (IsServiceComing(*stage.description)) {
         machine::After(LookAgainMs, [&stage] { StartInTurn(stage); });
-    else
+    } else {
         StartProduct(stage);
+    }
 }
 
-std::uint64_t StartMs(const Record& description) {
+static std::uint64_t StartMs(const Record& description) {
     const Record* product = description.TableOf("quillmarch");
     return product ? product->MsOf("starts_at") : 0;
 }
 
-void OnPowerEvent(Stage& stage, machine::PowerEvent event) {
-    if (stage.hasEnded)
+static void OnPowerEvent(Stage& stage, machine::PowerEvent event) {
+    if (stage.hasEnded) {
         return;
+    }
     if (event == machine::PowerEvent::ServicesKilled) {
         stage.timeline->Outside("Windows ends the services that still run");
         return;
     }
     stage.timeline->Outside("the machine is off");
-    for (const Action& action : std::exchange(stage.atOff, {}))
+    for (const Action& action : std::exchange(stage.atOff, {})) {
         action();
+    }
 }
 
-} // namespace
-
 Stage::~Stage() {
-    if (product)
+    if (product) {
         product->Release();
+    }
 }
 
 void ScheduleEvents(Stage& stage) {
@@ -217,22 +227,26 @@ void ScheduleEvents(Stage& stage) {
                 InItsPowerState(
                     "start", [&stage] { StartInTurn(stage); }, stage));
     std::vector<const Record*> events;
-    for (const Record& event : description.TablesOf("event"))
+    for (const Record& event : description.TablesOf("event")) {
         events.push_back(&event);
+    }
     std::stable_sort(events.begin(), events.end(),
                      [](const Record* a, const Record* b) { return a->MsOf("at") < b->MsOf("at"); });
     CheckSockets(events);
-    for (const Record* event : events)
+    for (const Record* event : events) {
         machine::At(event->MsOf("at"), machine::Due::Outside, [&stage, action = ActionOf(*event, stage)] {
-            if (!stage.hasEnded)
+            if (!stage.hasEnded) {
                 action();
+            }
         });
+    }
 }
 
 std::uint64_t LastEventMs(const Record& description) {
     std::uint64_t last = StartMs(description);
-    for (const Record& event : description.TablesOf("event"))
+    for (const Record& event : description.TablesOf("event")) {
         last = std::max(last, event.MsOf("at"));
+    }
     return last;
 }
 

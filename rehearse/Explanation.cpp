@@ -12,8 +12,6 @@
 
 namespace rehearse {
 
-namespace {
-
 // The beginnings of lines that state a decision or its reason; the rest of the log is trace.
 constexpr std::string_view Decisions[] = {
     "using section [",
@@ -51,42 +49,49 @@ constexpr std::string_view Grounds[] = {
 };
 
 // "Ports[2]=COM3 ...": a port was entered in the list.
-bool EntersAPort(std::string_view message) {
+static bool EntersAPort(std::string_view message) {
     return message.starts_with(" Ports[") && message.find("]=") != std::string_view::npos;
 }
 
-bool TellsADecision(std::string_view message) {
-    if (EntersAPort(message))
+static bool TellsADecision(std::string_view message) {
+    if (EntersAPort(message)) {
         return true;
-    for (const std::string_view start : Decisions)
-        if (message.starts_with(start))
+    }
+    for (const std::string_view start : Decisions) {
+        if (message.starts_with(start)) {
             return true;
-    for (const std::string_view ground : Grounds)
-        if (message.find(ground) != std::string_view::npos)
+        }
+    }
+    for (const std::string_view ground : Grounds) {
+        if (message.find(ground) != std::string_view::npos) {
             return true;
+        }
+    }
     return message.ends_with("  :-(");
 }
 
 // Lines that belong to what follows: what came of the check before them stands first.
-bool BeginsAnew(std::string_view message) {
+static bool BeginsAnew(std::string_view message) {
     for (const std::string_view start :
-         {"CheckComPortAssignment(", "FixFriendlyName(", "ComPortArrived(", "ComPortRemoved(", "ComNameArbiterAdd("})
-        if (message.starts_with(start))
+         {"CheckComPortAssignment(", "FixFriendlyName(", "ComPortArrived(", "ComPortRemoved(", "ComNameArbiterAdd("}) {
+        if (message.starts_with(start)) {
             return true;
+        }
+    }
     return false;
 }
 
 // What comes of an arrival or a removal that the product's own restart caused; "" for another message.
-std::string OwnRestart(std::string_view message, const std::string& name) {
+static std::string OwnRestart(std::string_view message, const std::string& name) {
     const std::string port = name.empty() ? "a port" : name;
-    if (message == " port is restarting -> ignore removal")
+    if (message == " port is restarting -> ignore removal") {
         return fmt::format("so {} leaves for its own restart: nothing to do", port);
-    if (message == "CheckComPortAssignment skipped")
+    }
+    if (message == "CheckComPortAssignment skipped") {
         return fmt::format("so {} comes from its own restart: nothing to check", port);
+    }
     return "";
 }
-
-} // namespace
 
 void Explanation::Watch(Timeline& timeline) {
     m_timeline = &timeline;
@@ -101,13 +106,16 @@ void Explanation::Read(std::uint64_t context, std::string_view message) {
     m_news.clear();
     m_log.Read(context, machine::Now(), message);
     m_timeline->CatchUp();
-    if (BeginsAnew(message))
-        for (const CheckNews& news : std::exchange(m_news, {}))
+    if (BeginsAnew(message)) {
+        for (const CheckNews& news : std::exchange(m_news, {})) {
             Tell(news);
+        }
+    }
     const bool isInCheck = m_log.IsInCheck(context);
     const std::string now = m_log.NameOf(context), name = now.empty() ? before : now;
-    if (!wasInCheck && isInCheck)
+    if (!wasInCheck && isInCheck) {
         m_timeline->Add({machine::Now(), false, fmt::format("checks {}:", name), m_log.PortOf(context), {}, {}, {}});
+    }
     // Changes of the database after a check affect nothing that was decided.
     const bool isOfDatabase = message.starts_with("ComNameArbiter");
     const std::string own = OwnRestart(message, name);
@@ -118,15 +126,17 @@ void Explanation::Read(std::uint64_t context, std::string_view message) {
         message.remove_prefix(message.find_first_not_of(' '));
         m_timeline->Add({machine::Now(), false, fmt::format("says{}: {}", of, message), {}, {}, {}, {}});
     }
-    for (const CheckNews& news : std::exchange(m_news, {}))
+    for (const CheckNews& news : std::exchange(m_news, {})) {
         Tell(news);
+    }
 }
 
 void Explanation::Finish() {
     m_news.clear();
     m_log.Finish();
-    for (const CheckNews& news : m_news)
+    for (const CheckNews& news : m_news) {
         Tell(news);
+    }
 }
 
 void Explanation::Tell(const CheckNews& news) {

@@ -15,25 +15,25 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr std::size_t MostNotesOfFile = 20; // each listed; beyond that only counted
 
-void ReadOne(const std::string& file, const Position& at, std::vector<machine::ExportedKey>& keys,
-             std::vector<machine::ExportNote>& notes) {
+static void ReadOne(const std::string& file, const Position& at, std::vector<machine::ExportedKey>& keys,
+                    std::vector<machine::ExportNote>& notes) {
     const std::string bytes = ReadHostFile(file, at);
     if (machine::IsHive(bytes)) {
-        if (const auto reason = machine::ReadHive(file, keys, notes))
+        if (const auto reason = machine::ReadHive(file, keys, notes)) {
             throw InputError({file, 1, 1}, machine::Utf8FromAnsi(*reason));
+        }
     } else if (const auto error = machine::ReadExport(bytes, keys, notes)) {
         throw InputError({file, error->line, error->column}, machine::Utf8FromAnsi(error->text));
     }
     machine::LeaveOutWrongTypes(keys, notes);
 }
 
-void TellNotes(const std::string& file, const std::vector<machine::ExportNote>& notes) {
-    if (notes.empty())
+static void TellNotes(const std::string& file, const std::vector<machine::ExportNote>& notes) {
+    if (notes.empty()) {
         return;
+    }
     for (std::size_t i = 0; i < std::min(notes.size(), MostNotesOfFile); ++i) {
         const machine::ExportNote& note = notes[i];
         const std::string place = note.line ? PositionText({file, note.line, note.column}) : file;
@@ -44,12 +44,11 @@ void TellNotes(const std::string& file, const std::vector<machine::ExportNote>& 
                                  notes.size() == 1 ? "it" : "they"));
 }
 
-} // namespace
-
 void ImportExports(const Record& description) {
     const Value* registry = description.Find("registry");
-    if (!registry)
+    if (!registry) {
         return;
+    }
     const std::vector<std::string> files = description.TextsOf("registry");
     std::vector<machine::ExportedKey> keys;
     for (std::size_t i = 0; i < files.size(); ++i) {
@@ -59,8 +58,9 @@ void ImportExports(const Record& description) {
         TellNotes(files[i], notes);
         std::move(ofFile.begin(), ofFile.end(), std::back_inserter(keys));
     }
-    for (const std::string& line : machine::UnifyControlSets(keys))
+    for (const std::string& line : machine::UnifyControlSets(keys)) {
         machine::AddNote(machine::Utf8FromAnsi(line));
+    }
     machine::ApplyExport(keys, machine::TheRegistry());
 }
 

@@ -5,19 +5,22 @@ namespace rehearse {
 std::size_t ColumnsOf(const std::string& utf8) {
     std::size_t columns = 0;
     for (std::size_t i = 0; i < utf8.size(); ++i) {
-        if (utf8[i] == '\x1b')
+        if (utf8[i] == '\x1b') {
             i = utf8.find('m', i);
-        else
+        } else {
             columns += (static_cast<unsigned char>(utf8[i]) & 0xC0) != 0x80;
-        if (i == std::string::npos)
+        }
+        if (i == std::string::npos) {
             break;
+        }
     }
     return columns;
 }
 
 std::string Flow(const std::string& text, std::size_t width, std::size_t indent) {
-    if (width == 0 || ColumnsOf(text) <= width)
+    if (width == 0 || ColumnsOf(text) <= width) {
         return text;
+    }
     std::string flowed;
     std::size_t column = 0;
     for (std::size_t start = 0; start < text.size();) {

@@ -9,12 +9,12 @@
 namespace rehearse {
 
 namespace {
-
 // Handles of one kind that stay open until the process ends, by design.
 struct LeftOpen {
     machine::ObjectKind kind;
     std::size_t count;
 };
+} // namespace
 constexpr std::size_t AnyNumber = ~std::size_t{0};
 constexpr LeftOpen ByDesign[] = {
     {machine::ObjectKind::DeviceNotification, AnyNumber}, // a service never unregisters
@@ -22,37 +22,39 @@ constexpr LeftOpen ByDesign[] = {
     {machine::ObjectKind::Thread, 1},                     // what closes the log file
 };
 
-bool IsLogFile(const machine::HandleEntry& entry) {
+static bool IsLogFile(const machine::HandleEntry& entry) {
     const auto* file = dynamic_cast<const machine::OpenFile*>(entry.object);
     return file && file->node && machine::EqualNoCase(file->node->Path(), LogFilePath());
 }
 
 // A balloon's pipe stays with its server until the process ends if the server cannot be asked to end.
-bool IsServedPipe(const machine::HandleEntry& entry) {
+static bool IsServedPipe(const machine::HandleEntry& entry) {
     return std::string_view(entry.call) == "CreateNamedPipeA";
 }
 
-std::size_t CountLeaks(const machine::Process& process) {
+static std::size_t CountLeaks(const machine::Process& process) {
     std::map<machine::ObjectKind, std::size_t> open;
-    for (const auto& [handle, entry] : process.handles.Entries())
-        if (!IsLogFile(entry) && !IsServedPipe(entry))
+    for (const auto& [handle, entry] : process.handles.Entries()) {
+        if (!IsLogFile(entry) && !IsServedPipe(entry)) {
             ++open[entry.object->kind];
+        }
+    }
     for (const LeftOpen& row : ByDesign) {
         std::size_t& count = open[row.kind];
         count -= count < row.count ? count : row.count;
     }
     std::size_t leaks = 0;
-    for (const auto& [kind, count] : open)
+    for (const auto& [kind, count] : open) {
         leaks += count;
+    }
     return leaks;
 }
 
-} // namespace
-
 void Leaks::Watch() {
     machine::OnProcessEnd([this](machine::Process& process) {
-        if (!m_isClosed)
+        if (!m_isClosed) {
             m_handles[&process] = CountLeaks(process);
+        }
     });
 }
 

@@ -13,19 +13,19 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr std::size_t None = ~std::size_t{0};
 
-std::size_t FirstWith(const std::vector<std::string>& lines, std::string_view text, std::size_t from = 0) {
-    for (std::size_t i = from; i < lines.size(); ++i)
-        if (lines[i].find(text) != std::string::npos)
+static std::size_t FirstWith(const std::vector<std::string>& lines, std::string_view text, std::size_t from = 0) {
+    for (std::size_t i = from; i < lines.size(); ++i) {
+        if (lines[i].find(text) != std::string::npos) {
             return i;
+        }
+    }
     return None;
 }
 
 // `*` any run, `?` one character, exact in case; the whole line.
-bool FitsExactly(std::string_view text, std::string_view pattern) {
+static bool FitsExactly(std::string_view text, std::string_view pattern) {
     std::size_t at = 0, p = 0, star = None, mark = 0;
     while (at < text.size()) {
         if (p < pattern.size() && pattern[p] == '*') {
@@ -41,19 +41,21 @@ bool FitsExactly(std::string_view text, std::string_view pattern) {
             return false;
         }
     }
-    while (p < pattern.size() && pattern[p] == '*')
+    while (p < pattern.size() && pattern[p] == '*') {
         ++p;
+    }
     return p == pattern.size();
 }
 
-void JudgeCount(const Record& expect, std::size_t found, const std::string& what, Wrongs& wrongs) {
-    if (expect.Has("count") ? found != static_cast<std::size_t>(expect.NumberOf("count")) : found == 0)
+static void JudgeCount(const Record& expect, std::size_t found, const std::string& what, Wrongs& wrongs) {
+    if (expect.Has("count") ? found != static_cast<std::size_t>(expect.NumberOf("count")) : found == 0) {
         wrongs.push_back(
             fmt::format("{} records {}, not {}", found, what,
                         expect.Has("count") ? fmt::format("{}", expect.NumberOf("count")) : "one at least"));
+    }
 }
 
-void JudgeOrder(const std::vector<std::string>& texts, const std::vector<std::string>& lines, Wrongs& wrongs) {
+static void JudgeOrder(const std::vector<std::string>& texts, const std::vector<std::string>& lines, Wrongs& wrongs) {
     std::size_t from = 0;
     std::string before = "the beginning";
     for (const std::string& text : texts) {
@@ -70,7 +72,7 @@ void JudgeOrder(const std::vector<std::string>& texts, const std::vector<std::st
 
 // Compares the debugger output of each process, as "delta message", with the lines of the log: none may be lost, torn
 // or written twice, and each must carry the delta that its own process had reached and the tag of its process's kind.
-void JudgeComplete(const std::vector<std::string>& lines, Wrongs& wrongs) {
+static void JudgeComplete(const std::vector<std::string>& lines, Wrongs& wrongs) {
     constexpr const char* mark = "[QUILLMARCH]  ";
     std::map<std::string, int> missing; // written, but not found; below zero: found too often
     std::size_t written = 0, writers = 0;
@@ -78,8 +80,9 @@ void JudgeComplete(const std::vector<std::string>& lines, Wrongs& wrongs) {
         writers += !process->debugOutput.empty();
         for (std::string record : machine::Split(process->debugOutput, '\n')) {
             const std::size_t at = record.find(mark);
-            if (at == std::string::npos)
+            if (at == std::string::npos) {
                 continue;
+            }
             ++missing[record.erase(at, std::string_view(mark).size())];
             ++written;
         }
@@ -92,22 +95,25 @@ void JudgeComplete(const std::vector<std::string>& lines, Wrongs& wrongs) {
         R"(\d\d:\d\d:\d\d\.\d (\([ \d]{4}\)) (?:\{\d{4,}\}|\[(?:ns|in|sa|ba|ex)\d\d+\]) <[1-6]> ([^\r]*))");
     for (const std::string& line : lines) {
         std::smatch parts;
-        if (std::regex_match(line, parts, form))
+        if (std::regex_match(line, parts, form)) {
             --missing[parts.str(1) + parts.str(2)];
-        else
+        } else {
             wrongs.push_back(fmt::format("'{}' is no whole record", line));
+        }
     }
-    for (const auto& [record, count] : missing)
-        if (count != 0)
+    for (const auto& [record, count] : missing) {
+        if (count != 0) {
             wrongs.push_back(fmt::format("'{}' is {}", record, count > 0 ? "lost" : "there more often than written"));
+        }
+    }
     constexpr std::size_t shown = 5;
-    if (wrongs.size() > shown)
+    if (wrongs.size() > shown) {
         wrongs.resize(shown);
-    if (!wrongs.empty())
+    }
+    if (!wrongs.empty()) {
         wrongs.push_back(fmt::format("{} records of {} processes, {} lines", written, writers, lines.size()));
+    }
 }
-
-} // namespace
 
 void JudgeLog(const Record& expect, Wrongs& wrongs) {
     if (!IsLogOn()) {
@@ -123,11 +129,12 @@ void JudgeLog(const Record& expect, Wrongs& wrongs) {
         if (expect.Has("before")) {
             const std::string other = expect.TextOf("before");
             const std::size_t first = FirstWith(lines, text), second = FirstWith(lines, other);
-            if (second == None)
+            if (second == None) {
                 wrongs.push_back(fmt::format("no record of the log contains '{}'", other));
-            else if (first != None && first >= second)
+            } else if (first != None && first >= second) {
                 wrongs.push_back(
                     fmt::format("'{}' is in record {}, '{}' in record {}", text, first + 1, other, second + 1));
+            }
         }
     } else if (expect.Has("log_complete")) {
         JudgeComplete(lines, wrongs);

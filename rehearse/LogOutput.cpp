@@ -11,53 +11,51 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr const char* DefaultLogFile = "C:\\_Quillmarch.log";
 constexpr int DecisionsLevel = 3; // at which the product logs each decision
 constexpr int FullLevel = 5;      // and each value of a configuration in the registry
-bool g_isForced = false;          // the file
-bool g_isDebugOutputForced = false;
-int g_level = DecisionsLevel;
+static bool g_isForced = false;   // the file
+static bool g_isDebugOutputForced = false;
+static int g_level = DecisionsLevel;
 
-std::string IniFile() {
+static std::string IniFile() {
     const machine::Setup& setup = machine::TheSetup();
     return setup.directory + "\\" + setup.executable.substr(0, setup.executable.rfind('.')) + ".INI";
 }
 
-std::optional<std::string> IniValue(std::string_view key) {
+static std::optional<std::string> IniValue(std::string_view key) {
     const std::optional<std::string> text = machine::TheFiles().Read(IniFile());
     return text ? machine::ProfileValue(*text, "Settings", key) : std::nullopt;
 }
 
 // The backup's name: "_bak.log" in place of each ".log".
-std::string BackupOf(const std::string& file) {
+static std::string BackupOf(const std::string& file) {
     std::string backup;
     std::size_t at = 0;
-    for (std::size_t found; (found = machine::FindNoCase(file, ".log", at)) != std::string::npos; at = found + 4)
+    for (std::size_t found; (found = machine::FindNoCase(file, ".log", at)) != std::string::npos; at = found + 4) {
         backup += file.substr(at, found - at) + "_bak.log";
+    }
     return backup + file.substr(at);
 }
 
-} // namespace
-
-namespace {
-
-std::optional<std::string> ForcedValue(const std::string& file, std::string_view section, std::string_view key) {
-    if (!machine::EqualNoCase(file, IniFile()) || !machine::EqualNoCase(section, "Settings"))
+static std::optional<std::string> ForcedValue(const std::string& file, std::string_view section, std::string_view key) {
+    if (!machine::EqualNoCase(file, IniFile()) || !machine::EqualNoCase(section, "Settings")) {
         return std::nullopt;
-    if (machine::EqualNoCase(key, "LogLevel"))
+    }
+    if (machine::EqualNoCase(key, "LogLevel")) {
         return fmt::format("{}", g_level);
-    if (machine::EqualNoCase(key, "WriteDebugOutput") && g_isDebugOutputForced)
+    }
+    if (machine::EqualNoCase(key, "WriteDebugOutput") && g_isDebugOutputForced) {
         return "1";
-    if (machine::EqualNoCase(key, "WriteLogfile") && g_isForced)
+    }
+    if (machine::EqualNoCase(key, "WriteLogfile") && g_isForced) {
         return "1";
-    if (machine::EqualNoCase(key, "Logfile") && g_isForced)
+    }
+    if (machine::EqualNoCase(key, "Logfile") && g_isForced) {
         return DefaultLogFile;
+    }
     return std::nullopt;
 }
-
-} // namespace
 
 void ForceLog(int level) {
     g_isForced = true;
@@ -81,11 +79,13 @@ bool IsLogOn() {
 }
 
 std::string LogFilePath() {
-    if (g_isForced)
+    if (g_isForced) {
         return DefaultLogFile;
+    }
     const std::string value = IniValue("Logfile").value_or("");
-    if (value.empty())
+    if (value.empty()) {
         return DefaultLogFile;
+    }
     const std::string full = machine::TheFiles().FullPath(value, machine::TheSetup().directory);
     const std::string folder = full.substr(0, full.rfind('\\'));
     return machine::TheFiles().Exists(folder) ? full : DefaultLogFile;
@@ -98,11 +98,14 @@ std::string LogText() {
 
 std::vector<std::string> LogLines() {
     std::vector<std::string> lines = machine::Split(LogText(), '\n');
-    for (std::string& line : lines)
-        if (line.ends_with('\r'))
+    for (std::string& line : lines) {
+        if (line.ends_with('\r')) {
             line.pop_back();
-    if (!lines.empty() && lines.back().empty())
+        }
+    }
+    if (!lines.empty() && lines.back().empty()) {
         lines.pop_back();
+    }
     return lines;
 }
 

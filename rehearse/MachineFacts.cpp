@@ -6,19 +6,18 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr const char* EnumKey = "HKLM\\SYSTEM\\CurrentControlSet\\Enum\\";
 constexpr const char* SerialCommKey = "HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM";
 
-PortFacts FactsOfNode(const machine::DeviceNode& node) {
+static PortFacts FactsOfNode(const machine::DeviceNode& node) {
     PortFacts facts;
     facts.device = node.id;
     facts.isPresent = node.IsPresent();
     facts.registryName = machine::RegistryNameOf(node);
     facts.dosName = machine::DosNameOf(node);
-    if (node.driver && node.driver->running)
+    if (node.driver && node.driver->running) {
         facts.kernelName = node.driver->name;
+    }
     facts.number = machine::ComNumberOf(facts.dosName);
     facts.friendlyName = machine::FriendlyNameOf(node);
     facts.problem = node.problem;
@@ -26,8 +25,6 @@ PortFacts FactsOfNode(const machine::DeviceNode& node) {
     facts.usbPort = machine::UsbPortOf(node);
     return facts;
 }
-
-} // namespace
 
 bool IsKnownDevice(const std::string& id) {
     return machine::TheDeviceTree().FindById(id) || IsInstalled(id);
@@ -38,8 +35,9 @@ bool IsInstalled(const std::string& id) {
 }
 
 PortFacts FactsOf(const std::string& id) {
-    if (const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id))
+    if (const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id)) {
         return FactsOfNode(*node);
+    }
     PortFacts facts;
     facts.device = id;
     return facts;
@@ -47,9 +45,11 @@ PortFacts FactsOf(const std::string& id) {
 
 std::vector<PortFacts> AllPorts() {
     std::vector<PortFacts> ports;
-    for (const machine::DeviceNode* node : machine::TheDeviceTree().All())
-        if (node->IsPort())
+    for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
+        if (node->IsPort()) {
             ports.push_back(FactsOfNode(*node));
+        }
+    }
     return ports;
 }
 
@@ -57,8 +57,9 @@ std::vector<std::pair<std::string, std::string>> DosNames() {
     std::vector<std::pair<std::string, std::string>> names;
     for (const std::string& name : machine::TheDosNames().Names()) {
         const machine::DosDefinition* definition = machine::TheDosNames().InForce(name);
-        if (definition)
+        if (definition) {
             names.emplace_back(name, definition->target);
+        }
     }
     return names;
 }
@@ -69,9 +70,11 @@ std::vector<unsigned> ComDatabase() {
 
 std::vector<std::pair<std::string, std::string>> SerialComm() {
     std::vector<std::pair<std::string, std::string>> values;
-    if (const machine::RegistryKey* key = machine::TheRegistry().FindKey(SerialCommKey))
-        for (const machine::RegistryValue& value : key->values)
+    if (const machine::RegistryKey* key = machine::TheRegistry().FindKey(SerialCommKey)) {
+        for (const machine::RegistryValue& value : key->values) {
             values.emplace_back(value.name, machine::TextOf(value));
+        }
+    }
     return values;
 }
 

@@ -24,8 +24,9 @@ MachineLife::~MachineLife() {
 }
 
 std::uint64_t UntilMs(const Record& description, const Options& options) {
-    if (options.untilMs)
+    if (options.untilMs) {
         return *options.untilMs;
+    }
     const std::uint64_t last = std::max(LastEventMs(description) + MsPerHour, Expectations::LastMs(description));
     return description.MsOf("until", last);
 }

@@ -8,29 +8,27 @@
 
 namespace rehearse {
 
-namespace {
-
 // One name for one file, whether or not it is there yet.
-std::string Canonical(const std::string& file) {
+static std::string Canonical(const std::string& file) {
     std::error_code error;
     const std::filesystem::path path = std::filesystem::weakly_canonical(file, error);
     return error ? file : path.string();
 }
 
 // Every file that a description names.
-void AddFiles(const Record& record, std::vector<std::string>& files) {
+static void AddFiles(const Record& record, std::vector<std::string>& files) {
     files.push_back(record.at.file);
     for (const Field& field : record.Fields()) {
-        if (field.value.type == HostFile)
+        if (field.value.type == HostFile) {
             files.push_back(field.value.text);
-        else if (field.value.type == HostFiles)
+        } else if (field.value.type == HostFiles) {
             files.insert(files.end(), field.value.texts.begin(), field.value.texts.end());
-        for (const Record& below : field.value.tables)
+        }
+        for (const Record& below : field.value.tables) {
             AddFiles(below, files);
+        }
     }
 }
-
-} // namespace
 
 std::string DidYouMean(std::string_view word, const std::vector<std::string>& names) {
     const std::string near = NearestName(word, names);
@@ -42,29 +40,38 @@ std::string DidYouMeanFile(const std::string& file) {
     const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
     std::vector<std::string> names;
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, error))
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
         names.push_back(entry.path().filename().string());
+    }
     return DidYouMean(path.filename().string(), names);
 }
 
 void CheckOutputs(const Options& options, const Record* description) {
     std::vector<std::string> inputs = {options.description};
-    for (const auto& input : {options.ini, options.rules, options.compare})
-        if (input)
+    for (const auto& input : {options.ini, options.rules, options.compare}) {
+        if (input) {
             inputs.push_back(*input);
-    if (description)
+        }
+    }
+    if (description) {
         AddFiles(*description, inputs);
+    }
     std::vector<std::string> outputs;
     for (const auto& output : {options.json, options.log, options.html}) {
-        if (!output || *output == "-")
+        if (!output || *output == "-") {
             continue;
+        }
         const std::string name = Canonical(*output);
-        for (const std::string& input : inputs)
-            if (!input.empty() && Canonical(input) == name)
+        for (const std::string& input : inputs) {
+            if (!input.empty() && Canonical(input) == name) {
                 throw InputError({*output, 1, 1}, "this file is an input, it is not overwritten");
-        for (const std::string& other : outputs)
-            if (other == name)
+            }
+        }
+        for (const std::string& other : outputs) {
+            if (other == name) {
                 throw InputError({*output, 1, 1}, "two outputs cannot go to one file");
+            }
+        }
         outputs.push_back(name);
     }
 }

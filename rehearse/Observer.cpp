@@ -29,8 +29,6 @@
 
 namespace rehearse {
 
-namespace {
-
 using Json = nlohmann::json;
 
 constexpr std::string_view Mark = "[QUILLMARCH]  "; // precedes the message in each line of debugger output
@@ -39,85 +37,99 @@ constexpr std::size_t ChunkBytes = 65536;
 
 // --- Across the pipe, in the machine's code page: such bytes would not survive JSON, so texts are converted to UTF-8
 // and back.
-std::string Out(const std::string& ansi) {
+static std::string Out(const std::string& ansi) {
     return machine::Utf8FromAnsi(ansi);
 }
 
-std::string In(const Json& text) {
+static std::string In(const Json& text) {
     return machine::AnsiFromUtf8(text.get<std::string>());
 }
 
-Json TrialJson(const SectionTrial& trial) {
+static Json TrialJson(const SectionTrial& trial) {
     Json patterns = Json::array();
-    for (const std::string& pattern : trial.patterns)
+    for (const std::string& pattern : trial.patterns) {
         patterns.push_back(Out(pattern));
+    }
     return {trial.fits, trial.rowsMet, Out(trial.failedKey), Out(trial.portValue), patterns};
 }
 
-SectionTrial TrialOf(const Json& json) {
+static SectionTrial TrialOf(const Json& json) {
     SectionTrial trial{json[0], json[1], In(json[2]), In(json[3]), {}};
-    for (const Json& pattern : json[4])
+    for (const Json& pattern : json[4]) {
         trial.patterns.push_back(In(pattern));
+    }
     return trial;
 }
 
-Json CheckJson(const PortCheck& check) {
+static Json CheckJson(const PortCheck& check) {
     Json refused = Json::array();
-    for (const Refusal& one : check.refused)
+    for (const Refusal& one : check.refused) {
         refused.push_back({Out(one.name), Out(one.reason)});
+    }
     return {check.atMs, Out(check.section), check.wanted, check.lastResort, refused, Out(check.conclusion)};
 }
 
-PortCheck CheckOf(const Json& json) {
+static PortCheck CheckOf(const Json& json) {
     PortCheck check{json[0], In(json[1]), json[2], json[3], {}, In(json[5])};
-    for (const Json& one : json[4])
+    for (const Json& one : json[4]) {
         check.refused.push_back({In(one[0]), In(one[1])});
+    }
     return check;
 }
 
-Json FactsJson(const LogFacts& facts) {
+static Json FactsJson(const LogFacts& facts) {
     Json sections = Json::array(), ports = Json::array(), taken = Json::array();
     for (const ConfiguredSection& section : facts.sections) {
         Json values = Json::array();
-        for (const auto& [key, value] : section.values)
+        for (const auto& [key, value] : section.values) {
             values.push_back({Out(key), Out(value)});
+        }
         sections.push_back({Out(section.name), values});
     }
     for (const auto& [device, port] : facts.ports) {
         Json trials = Json::array(), values = Json::array();
-        for (const auto& [section, trial] : port.trials)
+        for (const auto& [section, trial] : port.trials) {
             trials.push_back({Out(section), TrialJson(trial)});
-        for (const auto& [key, value] : port.values)
+        }
+        for (const auto& [key, value] : port.values) {
             values.push_back({Out(key), Out(value)});
+        }
         ports.push_back({Out(device), CheckJson(port.last), trials, values});
     }
-    for (const auto& [section, devices] : facts.takenBy)
-        for (const std::string& device : devices)
+    for (const auto& [section, devices] : facts.takenBy) {
+        for (const std::string& device : devices) {
             taken.push_back({Out(section), Out(device)});
+        }
+    }
     return {{"there", facts.isThere}, {"sections", sections}, {"ports", ports}, {"taken", taken}};
 }
 
-LogFacts FactsOfJson(const Json& json) {
+static LogFacts FactsOfJson(const Json& json) {
     LogFacts facts;
     facts.isThere = json["there"];
     for (const Json& section : json["sections"]) {
         facts.sections.push_back({In(section[0]), {}});
-        for (const Json& value : section[1])
+        for (const Json& value : section[1]) {
             facts.sections.back().values.emplace_back(In(value[0]), In(value[1]));
+        }
     }
     for (const Json& one : json["ports"]) {
         CheckedPort& port = facts.ports[In(one[0])];
         port.last = CheckOf(one[1]);
-        for (const Json& trial : one[2])
+        for (const Json& trial : one[2]) {
             port.trials[In(trial[0])] = TrialOf(trial[1]);
-        for (const Json& value : one[3])
+        }
+        for (const Json& value : one[3]) {
             port.values[In(value[0])] = In(value[1]);
+        }
     }
-    for (const Json& one : json["taken"])
+    for (const Json& one : json["taken"]) {
         facts.takenBy[In(one[0])].insert(In(one[1]));
+    }
     return facts;
 }
 
+namespace {
 // --- The second run
 
 class LogKeeper {
@@ -129,8 +141,9 @@ public:
         std::string line = fmt::format("{:>12} {:>5}  {}\n", TimeText(machine::Now()), thread,
                                        machine::Utf8FromAnsi(OnOneLine(message)));
         m_log.isCut = m_log.isCut || m_log.text.size() + line.size() > MostLogBytes;
-        if (m_log.isCut)
+        if (m_log.isCut) {
             return;
+        }
         m_log.text += line;
         ++m_lines;
     }
@@ -149,8 +162,9 @@ private:
     const Timeline& m_timeline;
     std::size_t m_lines = 0;
 };
+} // namespace
 
-std::string SecondRun(const Record& description, const Options& options) {
+static std::string SecondRun(const Record& description, const Options& options) {
     Timeline timeline;
     Balloons balloons;
     Leaks leaks;
@@ -159,19 +173,22 @@ std::string SecondRun(const Record& description, const Options& options) {
     CheckLog log;
     const MachineLife machine(SetupOf(description, options), timeline, balloons, leaks);
     FillMachine(description, options);
-    if (!machine::PrepareImages(options.imageFile).empty())
+    if (!machine::PrepareImages(options.imageFile).empty()) {
         return "";
+    }
     timeline.Watch();
     balloons.Watch(timeline);
     leaks.Watch();
     expectations.Check();
-    if (options.log)
+    if (options.log) {
         ForceLog(options.logLevel);
+    }
     ObservedLog whole;
     LogKeeper keeper(whole, timeline);
     WatchLog(log, [&](std::uint32_t thread, std::string_view message) {
-        if (options.html)
+        if (options.html) {
             keeper.Keep(thread, message);
+        }
     });
     expectations.Schedule();
     ScheduleEvents(stage);
@@ -187,32 +204,36 @@ std::string SecondRun(const Record& description, const Options& options) {
         .dump();
 }
 
-void WriteAll(int file, std::string_view text) {
+static void WriteAll(int file, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = write(file, text.data(), text.size());
-        if (written < 0 && errno == EINTR)
+        if (written < 0 && errno == EINTR) {
             continue;
-        if (written <= 0)
+        }
+        if (written <= 0) {
             return; // no one reads it any more
+        }
         text.remove_prefix(static_cast<std::size_t>(written));
     }
 }
 
-std::string ReadAll(int file) {
+static std::string ReadAll(int file) {
     std::string text;
     char chunk[ChunkBytes];
     for (;;) {
         const ssize_t size = read(file, chunk, sizeof(chunk));
-        if (size < 0 && errno == EINTR)
+        if (size < 0 && errno == EINTR) {
             continue;
-        if (size <= 0)
+        }
+        if (size <= 0) {
             return text;
+        }
         text.append(chunk, static_cast<std::size_t>(size));
     }
 }
 
 // Never returns. Any error here occurs in the first run too, which reports it.
-[[noreturn]] void RunAsChild(const Record& description, const Options& options, int pipe) {
+[[noreturn]] static void RunAsChild(const Record& description, const Options& options, int pipe) {
     prctl(PR_SET_PDEATHSIG, SIGTERM); // when the first run is ended, so is this one
     const int nowhere = open("/dev/null", O_WRONLY);
     dup2(nowhere, STDOUT_FILENO);
@@ -224,12 +245,11 @@ std::string ReadAll(int file) {
     _exit(0);
 }
 
-} // namespace
-
 Observer::Observer(const Record& description, const Options& options) {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0)
+    if (pipe2(ends, O_CLOEXEC) != 0) {
         return;
+    }
     std::fflush(nullptr); // or the child would write it again
     m_process = fork();
     if (m_process == 0) {
@@ -241,25 +261,31 @@ Observer::Observer(const Record& description, const Options& options) {
 }
 
 Observer::~Observer() {
-    if (m_pipe >= 0)
+    if (m_pipe >= 0) {
         close(m_pipe);
-    if (m_process > 0)
-        while (waitpid(m_process, nullptr, 0) < 0 && errno == EINTR)
+    }
+    if (m_process > 0) {
+        while (waitpid(m_process, nullptr, 0) < 0 && errno == EINTR) {
             continue;
+        }
+    }
 }
 
 void Observer::Abandon() {
-    if (m_process > 0)
+    if (m_process > 0) {
         kill(m_process, SIGTERM);
+    }
 }
 
 LogFacts Observer::Take(const std::string& ended) {
-    if (m_pipe < 0)
+    if (m_pipe < 0) {
         return {};
+    }
     const std::string text = ReadAll(m_pipe);
     const Json json = Json::parse(text, nullptr, false);
-    if (json.is_discarded() || json["end"] != ended)
+    if (json.is_discarded() || json["end"] != ended) {
         return {};
+    }
     m_log = {json["log"], json["lines_before"], json["cut"]};
     return FactsOfJson(json["facts"]);
 }
@@ -268,8 +294,9 @@ void WatchLog(CheckLog& log, std::function<void(std::uint32_t thread, std::strin
     ForceDebugOutputInFull();
     WatchMessages([&log, also = std::move(also)](std::uint64_t context, std::string_view message) {
         log.Read(context, machine::Now(), message);
-        if (also)
+        if (also) {
             also(static_cast<std::uint32_t>(context), message);
+        }
     });
 }
 
@@ -278,20 +305,23 @@ void WatchMessages(std::function<void(std::uint64_t context, std::string_view me
         std::string_view message = text;
         const std::size_t at = message.find(Mark);
         const machine::Thread* thread = machine::CurrentThread();
-        if (at == std::string_view::npos || !thread)
+        if (at == std::string_view::npos || !thread) {
             return;
+        }
         message.remove_prefix(at + Mark.size());
-        while (message.ends_with('\n') || message.ends_with('\r'))
+        while (message.ends_with('\n') || message.ends_with('\r')) {
             message.remove_suffix(1);
+        }
         watcher(std::uint64_t(process.id) << ContextBits | thread->id, message);
     });
 }
 
 std::string EndOfMachine() {
     Json ports = Json::array();
-    for (const PortFacts& port : AllPorts())
+    for (const PortFacts& port : AllPorts()) {
         ports.push_back(
             {Out(port.device), port.isPresent, Out(port.registryName), Out(port.dosName), port.problem, port.restarts});
+    }
     return Json{ports, ComDatabase()}.dump();
 }
 

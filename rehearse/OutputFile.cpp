@@ -11,8 +11,9 @@ static constexpr const char* StandardOutput = "-";
 Output::Output(const std::optional<std::string>& file) : m_file(file) {
     if (m_file && *m_file != StandardOutput) {
         m_stream.open(*m_file, std::ios::binary);
-        if (!m_stream)
+        if (!m_stream) {
             throw InputError({*m_file, 1, 1}, "this file cannot be written");
+        }
     }
 }
 
@@ -21,10 +22,11 @@ bool Output::IsStandardOutput() const {
 }
 
 void Output::Write(const std::string& text) {
-    if (IsStandardOutput())
+    if (IsStandardOutput()) {
         std::fwrite(text.data(), 1, text.size(), stdout);
-    else if (!(m_stream << text << std::flush))
+    } else if (!(m_stream << text << std::flush)) {
         throw InputError({*m_file, 1, 1}, "this file cannot be written");
+    }
 }
 
 } // namespace rehearse

@@ -18,8 +18,6 @@
 
 namespace rehearse {
 
-namespace {
-
 using machine::DrawnItem;
 using machine::DrawnKind;
 using simwin::LONG;
@@ -32,37 +30,39 @@ constexpr const char* WindowColour = "#E6E6E6";
 constexpr const char* Fonts = "Segoe UI, Noto Sans, DejaVu Sans Condensed, sans-serif";
 constexpr int CloseHot = 2;
 
-std::string Colour(simwin::COLORREF colour) {
+static std::string Colour(simwin::COLORREF colour) {
     return fmt::format("#{:06X}", RgbOf(colour));
 }
 
 // As the text of an element. Characters that no XML holds become blanks.
-std::string Escaped(const std::string& ansi) {
+static std::string Escaped(const std::string& ansi) {
     std::string text;
     for (const char c : machine::Utf8FromAnsi(ansi)) {
-        if (c == '&')
+        if (c == '&') {
             text += "&amp;";
-        else if (c == '<')
+        } else if (c == '<') {
             text += "&lt;";
-        else if (c == '>')
+        } else if (c == '>') {
             text += "&gt;";
-        else if (static_cast<unsigned char>(c) < ' ')
+        } else if (static_cast<unsigned char>(c) < ' ') {
             text += ' ';
-        else
+        } else {
             text += c;
+        }
     }
     return text;
 }
 
-std::string RectElement(const RECT& rect, const std::string& attributes) {
+static std::string RectElement(const RECT& rect, const std::string& attributes) {
     return fmt::format("<rect x=\"{}\" y=\"{}\" width=\"{}\" height=\"{}\" {}/>\n", rect.left, rect.top,
                        rect.right - rect.left, rect.bottom - rect.top, attributes);
 }
 
-std::string LineElement(const DrawnItem& item, const std::string& line, LONG top) {
+static std::string LineElement(const DrawnItem& item, const std::string& line, LONG top) {
     const LONG width = machine::TextSize(line, item.fontHeight).cx;
-    if (width == 0)
+    if (width == 0) {
         return "";
+    }
     const LONG left = item.endsRight ? item.place.right - width : item.place.left;
     return fmt::format("<text x=\"{}\" y=\"{}\" font-size=\"{}\" textLength=\"{}\" lengthAdjust=\"spacingAndGlyphs\" "
                        "xml:space=\"preserve\" fill=\"{}\"{}>{}</text>\n",
@@ -70,7 +70,7 @@ std::string LineElement(const DrawnItem& item, const std::string& line, LONG top
                        item.isBold ? " font-weight=\"bold\"" : "", Escaped(line));
 }
 
-std::string TextElements(const DrawnItem& item) {
+static std::string TextElements(const DrawnItem& item) {
     std::string text;
     LONG top = item.place.top;
     for (const std::string& line : machine::Split(item.text, '\n')) {
@@ -80,14 +80,15 @@ std::string TextElements(const DrawnItem& item) {
     return text;
 }
 
-std::string IconElements(const DrawnItem& item) {
+static std::string IconElements(const DrawnItem& item) {
     const LONG size = item.place.right - item.place.left;
     const machine::IconPixels pixels = machine::PixelsOfIcon(item.resource, size);
-    if (pixels.argb.empty())
+    if (pixels.argb.empty()) {
         return "";
+    }
     std::string text = fmt::format("<g transform=\"translate({} {}) scale({})\" shape-rendering=\"crispEdges\">\n",
                                    item.place.left, item.place.top, static_cast<double>(size) / pixels.size);
-    for (int row = 0; row < pixels.size; ++row)
+    for (int row = 0; row < pixels.size; ++row) {
         for (int column = 0; column < pixels.size;) {
             const int start = column;
             const auto at = [&](int x) {
@@ -95,32 +96,36 @@ std::string IconElements(const DrawnItem& item) {
                                    static_cast<std::size_t>(x)];
             };
             const std::uint32_t argb = at(start);
-            while (column < pixels.size && at(column) == argb)
+            while (column < pixels.size && at(column) == argb) {
                 ++column;
-            if (argb >> 24 == 0)
+            }
+            if (argb >> 24 == 0) {
                 continue;
+            }
             const std::string opacity =
                 argb >> 24 == 255 ? "" : fmt::format(" fill-opacity=\"{:.3f}\"", (argb >> 24) / 255.0);
             text += fmt::format("<rect x=\"{}\" y=\"{}\" width=\"{}\" height=\"1\" fill=\"#{:06X}\"{}/>\n", start, row,
                                 column - start, argb & 0xFFFFFF, opacity);
         }
+    }
     return text + "</g>\n";
 }
 
 // A close mark that no icon draws.
-std::string CloseElements(const RECT& place, bool isHot, bool hasFrame) {
+static std::string CloseElements(const RECT& place, bool isHot, bool hasFrame) {
     const LONG inset = (place.right - place.left) / 4;
     const LONG left = place.left + inset, right = place.right - inset;
     const LONG top = place.top + inset, bottom = place.bottom - inset;
     std::string text;
-    if (isHot || hasFrame)
+    if (isHot || hasFrame) {
         text += RectElement(place, isHot ? "rx=\"2\" fill=\"#C75050\"" : "fill=\"#D8D4C8\" stroke=\"#808080\"");
+    }
     return text +
            fmt::format("<path d=\"M{} {}L{} {}M{} {}L{} {}\" stroke=\"{}\" stroke-width=\"1.5\" fill=\"none\"/>\n",
                        left, top, right, bottom, left, bottom, right, top, isHot ? "#FFFFFF" : "#404040");
 }
 
-std::string ItemElements(const DrawnItem& item, bool isBalloon) {
+static std::string ItemElements(const DrawnItem& item, bool isBalloon) {
     constexpr int closePart = 5;
     switch (item.kind) {
     case DrawnKind::Fill:
@@ -138,8 +143,9 @@ std::string ItemElements(const DrawnItem& item, bool isBalloon) {
     case DrawnKind::Control:
         return CloseElements(item.place, /*isHot=*/false, /*hasFrame=*/true);
     case DrawnKind::Theme:
-        if (item.part == closePart)
+        if (item.part == closePart) {
             return CloseElements(item.place, item.state == CloseHot, /*hasFrame=*/false);
+        }
         return isBalloon ? RectElement(item.place, fmt::format("rx=\"{:.1f}\" fill=\"{}\"", item.diameter / 2.0,
                                                                Colour(item.colour)))
                          : "";
@@ -147,28 +153,32 @@ std::string ItemElements(const DrawnItem& item, bool isBalloon) {
     return "";
 }
 
-std::string ListElements(const machine::DisplayList& drawn) {
+static std::string ListElements(const machine::DisplayList& drawn) {
     std::string text;
-    for (const DrawnItem& item : drawn)
+    for (const DrawnItem& item : drawn) {
         text += ItemElements(item, /*isBalloon=*/true);
+    }
     return text;
 }
 
-std::string TextsOf(const machine::DisplayList& drawn) {
+static std::string TextsOf(const machine::DisplayList& drawn) {
     std::string texts;
-    for (const DrawnItem& item : drawn)
-        if (item.kind == DrawnKind::Text)
+    for (const DrawnItem& item : drawn) {
+        if (item.kind == DrawnKind::Text) {
             texts += (texts.empty() ? "" : ": ") + machine::Utf8FromAnsi(item.text);
+        }
+    }
     return texts;
 }
 
-RECT Clipped(const RECT& rect, const RECT& to) {
+static RECT Clipped(const RECT& rect, const RECT& to) {
     return {std::max(rect.left, to.left), std::max(rect.top, to.top), std::min(rect.right, to.right),
             std::min(rect.bottom, to.bottom)};
 }
 
 // A part of a session's screen: its bar and other windows below, then the given items, in screen coordinates.
-std::string ScreenPart(unsigned session, const RECT& view, const std::string& front, const std::string& caption) {
+static std::string ScreenPart(unsigned session, const RECT& view, const std::string& front,
+                              const std::string& caption) {
     const LONG width = view.right - view.left, height = view.bottom - view.top;
     std::string text =
         fmt::format("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{}\" height=\"{}\" "
@@ -180,8 +190,9 @@ std::string ScreenPart(unsigned session, const RECT& view, const std::string& fr
     for (const machine::Window* window : windows) {
         const RECT part = Clipped(window->rect, view);
         if (!window->visible || window->className == "Progman" || part.left >= part.right || part.top >= part.bottom ||
-            window->className == BalloonClass)
+            window->className == BalloonClass) {
             continue;
+        }
         text += RectElement(
             part, fmt::format("fill=\"{}\"", window->className == "Shell_TrayWnd" ? BarColour : WindowColour));
     }
@@ -193,11 +204,11 @@ std::string ScreenPart(unsigned session, const RECT& view, const std::string& fr
     return text;
 }
 
-std::string Placed(const RECT& place, const std::string& elements) {
+static std::string Placed(const RECT& place, const std::string& elements) {
     return fmt::format("<g transform=\"translate({} {})\">\n{}</g>\n", place.left, place.top, elements);
 }
 
-std::string BoxPicture(const machine::MessageBoxRecord& box) {
+static std::string BoxPicture(const machine::MessageBoxRecord& box) {
     DrawnItem line;
     line.kind = DrawnKind::Text;
     line.fontHeight = 12;
@@ -215,32 +226,36 @@ std::string BoxPicture(const machine::MessageBoxRecord& box) {
     return text;
 }
 
-} // namespace
-
 Pictures::Pictures(std::string folder, std::size_t mostKept) : m_mostKept(mostKept), m_folder(std::move(folder)) {
     std::error_code error;
-    if (!m_folder.empty())
+    if (!m_folder.empty()) {
         std::filesystem::create_directories(m_folder, error);
-    if (!m_folder.empty() && !std::filesystem::is_directory(m_folder, error))
+    }
+    if (!m_folder.empty() && !std::filesystem::is_directory(m_folder, error)) {
         throw InputError({m_folder, 1, 1}, "this folder cannot be made");
+    }
 }
 
 void Pictures::Write(const std::string& name, const std::string& svg) {
-    if (m_folder.empty())
+    if (m_folder.empty()) {
         return;
+    }
     const std::string path = (std::filesystem::path(m_folder) / name).string();
     std::ofstream stream(path, std::ios::binary);
-    if (!(stream << svg << std::flush) && m_failed.empty())
+    if (!(stream << svg << std::flush) && m_failed.empty()) {
         m_failed = path;
+    }
 }
 
 void Pictures::Add(const Balloon& balloon, std::size_t index) {
-    if (IsIdle() || balloon.untilMs)
+    if (IsIdle() || balloon.untilMs) {
         return;
+    }
     const std::string elements = ListElements(balloon.now.drawn);
     Shown& shown = m_shown[index];
-    if (elements == shown.last)
+    if (elements == shown.last) {
         return;
+    }
     shown.last = elements;
     ++shown.count;
     const RECT& place = balloon.now.place;
@@ -252,31 +267,38 @@ void Pictures::Add(const Balloon& balloon, std::size_t index) {
     const std::string name = shown.count == 1 ? "first" : fmt::format("{:02}", shown.count);
     const std::string svg = ScreenPart(balloon.session, view, Placed(place, elements), caption);
     Write(fmt::format("balloon-{:02}-{}.svg", index + 1, name), svg);
-    if (m_kept.size() < m_mostKept)
+    if (m_kept.size() < m_mostKept) {
         m_kept.push_back({svg, machine::Now(), TextsOf(balloon.now.drawn), false});
+    }
 }
 
 void Pictures::AddRest() {
     unsigned count = 0;
     for (const machine::MessageBoxRecord& box : machine::MessageBoxes()) {
-        if (IsIdle())
+        if (IsIdle()) {
             return;
+        }
         const std::string svg = BoxPicture(box);
         Write(fmt::format("box-{:02}.svg", ++count), svg);
-        if (count <= m_mostKept)
+        if (count <= m_mostKept) {
             m_kept.push_back({svg, box.atMs, machine::Utf8FromAnsi(box.title + ": " + box.text), true});
+        }
     }
-    if (m_folder.empty())
+    if (m_folder.empty()) {
         return;
+    }
     const unsigned session = machine::ConsoleSession().value_or(1);
     std::string front;
-    for (const machine::Window* window : machine::WindowsOfSession(session))
-        if (window->visible && window->className == BalloonClass)
+    for (const machine::Window* window : machine::WindowsOfSession(session)) {
+        if (window->visible && window->className == BalloonClass) {
             front += Placed(window->rect, ListElements(window->drawn));
+        }
+    }
     Write("desktop.svg", ScreenPart(session, {0, 0, machine::TheSetup().screenWidth, machine::TheSetup().screenHeight},
                                     front, fmt::format("{}, session {}", TimeText(machine::Now()), session)));
-    if (!m_failed.empty())
+    if (!m_failed.empty()) {
         throw InputError({m_failed, 1, 1}, "this file cannot be written");
+    }
 }
 
 } // namespace rehearse

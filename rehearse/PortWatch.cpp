@@ -15,8 +15,9 @@ PortWatch::~PortWatch() {
 }
 
 void PortMayHaveChanged(const machine::DeviceNode* port) {
-    if (g_watcher)
+    if (g_watcher) {
         g_watcher(port);
+    }
 }
 
 } // namespace rehearse

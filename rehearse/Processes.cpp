@@ -12,45 +12,45 @@
 
 namespace rehearse {
 
-namespace {
-
 using Json = nlohmann::ordered_json;
 
-std::string Utf8(const std::string& text) {
+static std::string Utf8(const std::string& text) {
     return machine::Utf8FromAnsi(text);
 }
 
-std::string NameOfGroup(const std::string& sid) {
+static std::string NameOfGroup(const std::string& sid) {
     const std::string name = machine::AccountOfSid(sid);
     return name.empty() ? sid : name;
 }
 
-std::string ParentOf(const machine::Process& process) {
+static std::string ParentOf(const machine::Process& process) {
     const machine::Process* parent = process.parentId ? machine::FindProcess(process.parentId) : nullptr;
     return parent ? parent->imagePath : "";
 }
 
-std::string IntegrityOf(machine::Process& process) {
+static std::string IntegrityOf(machine::Process& process) {
     return machine::IntegrityName(machine::TokenOf(process).integrity);
 }
 
 // What follows the program's name.
-std::string ArgumentsOf(const std::string& commandLine) {
+static std::string ArgumentsOf(const std::string& commandLine) {
     std::size_t end = commandLine.starts_with('"') ? commandLine.find('"', 1) : commandLine.find_first_of(" \t");
-    if (end != std::string::npos && commandLine[end] == '"')
+    if (end != std::string::npos && commandLine[end] == '"') {
         ++end;
+    }
     const std::size_t start = end == std::string::npos ? end : commandLine.find_first_not_of(" \t", end);
     return start == std::string::npos ? "" : commandLine.substr(start);
 }
 
 // A name with or without its domain, or a SID; a privilege with or without its ending.
-bool Has(const machine::TokenFacts& token, const std::string& wanted) {
+static bool Has(const machine::TokenFacts& token, const std::string& wanted) {
     for (const machine::TokenGroup& group : token.groups) {
         const std::string name = NameOfGroup(group.sid);
         const bool isMeant = machine::EqualNoCase(wanted, group.sid) || machine::EqualNoCase(wanted, name) ||
                              machine::EqualNoCase(wanted, name.substr(name.find('\\') + 1));
-        if (isMeant && group.attributes & simwin::SE_GROUP_ENABLED)
+        if (isMeant && group.attributes & simwin::SE_GROUP_ENABLED) {
             return true;
+        }
     }
     return std::any_of(token.privileges.begin(), token.privileges.end(), [&](const machine::TokenPrivilege& one) {
         const std::string name = machine::PrivilegeName(one.number);
@@ -58,12 +58,12 @@ bool Has(const machine::TokenFacts& token, const std::string& wanted) {
     });
 }
 
-bool HasAll(const machine::TokenFacts& token, const std::vector<std::string>& wanted, bool has) {
+static bool HasAll(const machine::TokenFacts& token, const std::vector<std::string>& wanted, bool has) {
     return std::all_of(wanted.begin(), wanted.end(), [&](const std::string& one) { return Has(token, one) == has; });
 }
 
 // The account and the rights.
-bool FitsToken(const Record& expect, machine::Process& process) {
+static bool FitsToken(const Record& expect, machine::Process& process) {
     const machine::TokenFacts& token = machine::TokenOf(process);
     return (!expect.Has("user") || machine::EqualNoCase(process.user, expect.TextOf("user"))) &&
            (!expect.Has("session") || process.session == expect.NumberOf("session")) &&
@@ -72,7 +72,7 @@ bool FitsToken(const Record& expect, machine::Process& process) {
            HasAll(token, expect.TextsOf("has"), true) && HasAll(token, expect.TextsOf("lacks"), false);
 }
 
-bool Fits(const Record& expect, machine::Process& process) {
+static bool Fits(const Record& expect, machine::Process& process) {
     const bool mustEnd = expect.Has("ends_at") || expect.Has("exit");
     return IsAt(expect, "at", process.startedMs) && (!mustEnd || process.ended) &&
            IsAt(expect, "ends_at", process.endedMs) &&
@@ -84,7 +84,7 @@ bool Fits(const Record& expect, machine::Process& process) {
            (!expect.Has("show") || process.showCommand == expect.NumberOf("show")) && FitsToken(expect, process);
 }
 
-std::string DescriptionOf(machine::Process& process) {
+static std::string DescriptionOf(machine::Process& process) {
     return fmt::format("{} at {} in '{}' by {} in session {} ({} {}, show {}), {}", process.commandLine,
                        TimeText(process.startedMs), process.startDirectory, process.user, process.session,
                        machine::RightsName(process.rights), IntegrityOf(process), process.showCommand,
@@ -92,19 +92,19 @@ std::string DescriptionOf(machine::Process& process) {
                                      : "running");
 }
 
-} // namespace
-
 void JudgeProcess(const Record& expect, Wrongs& wrongs) {
     std::size_t fits = 0;
     std::string others;
     for (machine::Process* process : machine::AllProcesses()) {
-        if (!machine::EqualNoCase(process->imagePath, expect.TextOf("process")))
+        if (!machine::EqualNoCase(process->imagePath, expect.TextOf("process"))) {
             continue;
+        }
         fits += Fits(expect, *process);
         others += (others.empty() ? "" : "; ") + DescriptionOf(*process);
     }
-    if (expect.Has("count") ? fits != static_cast<std::size_t>(expect.NumberOf("count")) : fits == 0)
+    if (expect.Has("count") ? fits != static_cast<std::size_t>(expect.NumberOf("count")) : fits == 0) {
         wrongs.push_back(fmt::format("{} such processes; there were: {}", fits, others.empty() ? "none" : others));
+    }
 }
 
 nlohmann::ordered_json ProcessesJson() {
@@ -112,11 +112,14 @@ nlohmann::ordered_json ProcessesJson() {
     for (machine::Process* process : machine::AllProcesses()) {
         const machine::TokenFacts& token = machine::TokenOf(*process);
         Json groups = Json::array(), privileges = Json::array();
-        for (const machine::TokenGroup& group : token.groups)
-            if (group.attributes & simwin::SE_GROUP_ENABLED)
+        for (const machine::TokenGroup& group : token.groups) {
+            if (group.attributes & simwin::SE_GROUP_ENABLED) {
                 groups.push_back(Utf8(NameOfGroup(group.sid)));
-        for (const machine::TokenPrivilege& privilege : token.privileges)
+            }
+        }
+        for (const machine::TokenPrivilege& privilege : token.privileges) {
             privileges.push_back(machine::PrivilegeName(privilege.number));
+        }
         list.push_back({{"at_ms", process->startedMs},
                         {"image", Utf8(process->imagePath)},
                         {"command_line", Utf8(process->commandLine)},

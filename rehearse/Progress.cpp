@@ -14,19 +14,17 @@
 
 namespace rehearse {
 
-namespace {
-
-char g_what[256];
-volatile std::sig_atomic_t g_seconds;
-std::uint64_t g_lastMs;
+static char g_what[256];
+static volatile std::sig_atomic_t g_seconds;
+static std::uint64_t g_lastMs;
 
 constexpr std::uint64_t Whole = 100;
 
-void Put(const char* text) {
+static void Put(const char* text) {
     (void)!write(STDERR_FILENO, text, std::strlen(text));
 }
 
-void PutNumber(std::uint64_t number) {
+static void PutNumber(std::uint64_t number) {
     char digits[24];
     char* at = digits + sizeof(digits) - 1;
     *at = 0;
@@ -37,7 +35,7 @@ void PutNumber(std::uint64_t number) {
 }
 
 // Runs between two instructions of the machine: only operations that are safe in a signal handler.
-void OnTimer(int) {
+static void OnTimer(int) {
     g_seconds = g_seconds + 1;
     Put("\rrehearsing ");
     Put(g_what);
@@ -51,16 +49,15 @@ void OnTimer(int) {
     }
 }
 
-void SetTimer(long seconds) {
+static void SetTimer(long seconds) {
     const itimerval timer = {{seconds, 0}, {seconds, 0}};
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
-} // namespace
-
 Progress::Progress(const std::string& what, std::uint64_t lastMs) {
-    if (!isatty(STDERR_FILENO))
+    if (!isatty(STDERR_FILENO)) {
         return;
+    }
     m_isOn = true;
     what.copy(g_what, sizeof(g_what) - 1);
     g_lastMs = lastMs;
@@ -72,11 +69,13 @@ Progress::Progress(const std::string& what, std::uint64_t lastMs) {
 }
 
 Progress::~Progress() {
-    if (!m_isOn)
+    if (!m_isOn) {
         return;
+    }
     SetTimer(0);
-    if (g_seconds)
+    if (g_seconds) {
         fmt::print(stderr, "\r\x1b[K");
+    }
 }
 
 } // namespace rehearse

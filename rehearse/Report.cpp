@@ -21,17 +21,15 @@
 
 namespace rehearse {
 
-namespace {
-
 using Json = nlohmann::ordered_json;
 
-std::string Utf8(const std::string& text) {
+static std::string Utf8(const std::string& text) {
     return machine::Utf8FromAnsi(text);
 }
 
-Json PortsJson() {
+static Json PortsJson() {
     Json list = Json::array();
-    for (const PortFacts& port : AllPorts())
+    for (const PortFacts& port : AllPorts()) {
         list.push_back({{"device", Utf8(port.device)},
                         {"present", port.isPresent},
                         {"registry_name", Utf8(port.registryName)},
@@ -42,88 +40,100 @@ Json PortsJson() {
                         {"problem", port.problem},
                         {"restarts", port.restarts},
                         {"usb_port", port.usbPort}});
+    }
     return list;
 }
 
-Json ServiceStatesJson() {
+static Json ServiceStatesJson() {
     Json list = Json::array();
-    for (const machine::ServiceReport& report : machine::ServiceReports())
+    for (const machine::ServiceReport& report : machine::ServiceReports()) {
         list.push_back({{"at_ms", report.atMs},
                         {"state", machine::ServiceStateText(report.state)},
                         {"checkpoint", report.checkpoint},
                         {"wait_hint", report.waitHint}});
+    }
     return list;
 }
 
-Json PairsJson(const std::vector<std::pair<std::string, std::string>>& pairs) {
+static Json PairsJson(const std::vector<std::pair<std::string, std::string>>& pairs) {
     Json table = Json::object();
-    for (const auto& [name, value] : pairs)
+    for (const auto& [name, value] : pairs) {
         table[Utf8(name)] = Utf8(value);
+    }
     return table;
 }
 
-Json BoxesJson() {
+static Json BoxesJson() {
     Json list = Json::array();
-    for (const machine::MessageBoxRecord& box : machine::MessageBoxes())
+    for (const machine::MessageBoxRecord& box : machine::MessageBoxes()) {
         list.push_back(
             {{"at_ms", box.atMs}, {"title", Utf8(box.title)}, {"text", Utf8(box.text)}, {"flags", box.flags}});
+    }
     return list;
 }
 
-Json WritesJson(const Timeline& timeline) {
+static Json WritesJson(const Timeline& timeline) {
     Json list = Json::array();
-    for (const WrittenValue& write : timeline.Writes())
+    for (const WrittenValue& write : timeline.Writes()) {
         list.push_back({{"at_ms", write.atMs},
                         {"key", Utf8(write.key)},
                         {"name", Utf8(write.name)},
                         {"before", Utf8(write.before)},
                         {"after", Utf8(write.after)}});
+    }
     return list;
 }
 
-Json RestartsJson() {
+static Json RestartsJson() {
     Json list = Json::array();
-    for (const machine::DeviceRestart& restart : machine::DeviceRestarts())
+    for (const machine::DeviceRestart& restart : machine::DeviceRestarts()) {
         list.push_back(
             {{"at_ms", restart.atMs}, {"device", Utf8(restart.device)}, {"means", restart.means}, {"ok", restart.ok}});
+    }
     return list;
 }
 
-Json TimelineJson(const Timeline& timeline) {
+static Json TimelineJson(const Timeline& timeline) {
     Json list = Json::array();
     for (const TimelineEntry& entry : timeline.Entries()) {
         Json row = {
             {"at_ms", entry.atMs}, {"source", entry.isOutside ? "outside" : "quillmarch"}, {"what", Utf8(entry.what)}};
-        if (!entry.device.empty())
+        if (!entry.device.empty()) {
             row["device"] = Utf8(entry.device);
+        }
         if (!entry.from.empty() || !entry.to.empty()) {
             row["from"] = Utf8(entry.from);
             row["to"] = Utf8(entry.to);
         }
-        if (!entry.means.empty())
+        if (!entry.means.empty()) {
             row["means"] = entry.means;
-        if (entry.isDanger)
+        }
+        if (entry.isDanger) {
             row["danger"] = true;
+        }
         list.push_back(std::move(row));
     }
     return list;
 }
 
-Json NotesJson() {
+static Json NotesJson() {
     Json list = Json::array();
-    for (const machine::MachineNote& note : machine::AllNotes())
+    for (const machine::MachineNote& note : machine::AllNotes()) {
         list.push_back({{"at_ms", note.atMs}, {"text", note.text}});
+    }
     return list;
 }
 
-Json CallsJson() {
+static Json CallsJson() {
     std::vector<const machine::Operation*> operations = machine::AllOperations();
     std::sort(operations.begin(), operations.end(),
               [](const auto* a, const auto* b) { return std::string_view(a->name) < std::string_view(b->name); });
     Json table = Json::object();
-    for (const machine::Operation* operation : operations)
-        if (operation->count)
+    for (const machine::Operation* operation : operations) {
+        if (operation->count) {
             table[operation->name] = operation->count;
+        }
+    }
     return table;
 }
 
@@ -135,16 +145,19 @@ constexpr const char* ColourOff = "\x1b[0m";
 constexpr std::size_t MessageColumn = 26; // after time and source
 
 // What changed comes first: that is what one looks for.
-std::string LineOf(const TimelineEntry& entry, const Look& look) {
+static std::string LineOf(const TimelineEntry& entry, const Look& look) {
     const auto nameOr = [](const std::string& name) { return name.empty() ? "no name" : Utf8(name); };
     std::string what;
-    if (!entry.from.empty() || !entry.to.empty())
+    if (!entry.from.empty() || !entry.to.empty()) {
         what = fmt::format("{} -> {}  ", nameOr(entry.from), nameOr(entry.to));
+    }
     what += Utf8(entry.what);
-    if (!entry.device.empty())
+    if (!entry.device.empty()) {
         what += (entry.what.empty() ? "" : " ") + Utf8(entry.device);
-    if (!entry.means.empty())
+    }
+    if (!entry.means.empty()) {
         what += fmt::format(" ({})", entry.means);
+    }
     const std::string source = fmt::format("{:<10}", entry.isDanger    ? "DANGER"
                                                      : entry.isOutside ? "outside"
                                                                        : "quillmarch");
@@ -153,8 +166,6 @@ std::string LineOf(const TimelineEntry& entry, const Look& look) {
                                          source, look.hasColours ? ColourOff : "", what);
     return Flow(line, look.width, MessageColumn) + "\n";
 }
-
-} // namespace
 
 nlohmann::ordered_json MakeReport(const RunFacts& facts, const Timeline& timeline, const Balloons& balloons,
                                   const Verdict& verdict) {
@@ -191,14 +202,18 @@ void SetLeaks(nlohmann::ordered_json& report, std::size_t handles, std::size_t b
 std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, const Balloons& balloons,
                             const Verdict& verdict, const Look& look) {
     std::string text;
-    if (!facts.title.empty())
+    if (!facts.title.empty()) {
         text += facts.title + "\n\n";
-    for (const machine::MachineNote& note : machine::AllNotes())
+    }
+    for (const machine::MachineNote& note : machine::AllNotes()) {
         text += Flow("note: " + note.text, look.width, 6) + "\n";
-    if (!machine::AllNotes().empty())
+    }
+    if (!machine::AllNotes().empty()) {
         text += "\n";
-    for (const TimelineEntry& entry : timeline.Entries())
+    }
+    for (const TimelineEntry& entry : timeline.Entries()) {
         text += LineOf(entry, look);
+    }
     return text + "\n" + EndOfRun(verdict, balloons, look.width);
 }
 

@@ -43,58 +43,63 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr const char* StandardOutput = "-";
 constexpr int ExitInterrupted = 130;               // as a shell says it of a program that Ctrl-C ended
 constexpr std::size_t UsualColumns = 80;           // of a terminal that does not say
 constexpr std::uint64_t StopLimitMs = MsPerMinute; // how long a stop after the report may take
 
 // Stops the running processes of the product, so that what they left open can be counted.
-void StopProduct(const Stage& stage, const Leaks& leaks, nlohmann::ordered_json& report) {
+static void StopProduct(const Stage& stage, const Leaks& leaks, nlohmann::ordered_json& report) {
     machine::Process* service = machine::ServiceProcess(ServiceName);
     machine::Process* process = service ? service : stage.product;
-    if (!process)
+    if (!process) {
         return;
+    }
     process->Retain();
     if (!process->ended) {
         machine::WakeMachine(); // the run may have ended in its sleep
-        if (service)
+        if (service) {
             machine::PostServiceControl(ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
-        else
-            machine::CloseWindowsOf(process);                      // so ends a debug run
+        } else {
+            machine::CloseWindowsOf(process); // so ends a debug run
+        }
         (void)machine::RunMachine({machine::Now() + StopLimitMs}); // the verdict of the run itself is already final
     }
-    if (process->ended && !process->killed)
+    if (process->ended && !process->killed) {
         SetLeaks(report, leaks.HandlesOf(process), process->leakedBytes);
+    }
     process->Release();
 }
 
 // The lines of a run that did not end normally; the last one begins with the kind of failure.
-void TellOutcome(const machine::RunOutcome& outcome) {
+static void TellOutcome(const machine::RunOutcome& outcome) {
     std::string line = machine::OutcomeLine(outcome);
-    while (line.ends_with('\n'))
+    while (line.ends_with('\n')) {
         line.pop_back();
+    }
     const std::size_t end = line.find('\n');
-    if (end != std::string::npos)
+    if (end != std::string::npos) {
         fmt::print(stderr, "{}\n", line.substr(end + 1));
+    }
     fmt::print(stderr, "{}\n", line.substr(0, end));
 }
 
-Look LookOfOutput() {
+static Look LookOfOutput() {
     winsize size{};
     const bool isTerminal = isatty(STDOUT_FILENO) != 0;
     const bool isKnown = isTerminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
     return {isTerminal, isKnown ? size.ws_col : isTerminal ? UsualColumns : 0};
 }
 
+namespace {
 // During a run the first Ctrl-C ends it, and what is known by then is reported; the second one ends the tool.
 class Interruptible {
 public:
     Interruptible() {
         m_before = std::signal(SIGINT, OnInterrupt);
-        if (m_before == SIG_IGN)
+        if (m_before == SIG_IGN) {
             std::signal(SIGINT, SIG_IGN);
+        }
         g_before = m_before;
     }
     ~Interruptible() { std::signal(SIGINT, m_before); }
@@ -110,30 +115,36 @@ private:
     static inline Handler g_before = SIG_DFL;
     Handler m_before = SIG_DFL;
 };
+} // namespace
 
-bool PrintReport(const Options& options) {
+static bool PrintReport(const Options& options) {
     return !options.quiet && options.json != StandardOutput && options.log != StandardOutput &&
            options.html != StandardOutput;
 }
 
 // Every form of the verdict needs what only a second run can observe.
-bool NeedsObserver(const Options& options) {
+static bool NeedsObserver(const Options& options) {
     return !options.devices && !options.tree &&
            (options.json || options.html || options.strict || PrintReport(options));
 }
 
-int Judge(const Options& options, const Expectations& expectations, const Verdict& verdict) {
+static int Judge(const Options& options, const Expectations& expectations, const Verdict& verdict) {
     std::vector<std::string> failures;
-    if (options.check)
+    if (options.check) {
         failures = expectations.Failures();
-    if (options.strict)
-        for (const std::string& line : verdict.Shortcomings())
+    }
+    if (options.strict) {
+        for (const std::string& line : verdict.Shortcomings()) {
             failures.push_back("strict: " + line);
-    for (const std::string& failure : failures)
+        }
+    }
+    for (const std::string& failure : failures) {
         fmt::print(stderr, "{}\n", failure);
+    }
     return failures.empty() ? ExitDone : ExitNotMet;
 }
 
+namespace {
 // The data of a run for the report, collected while its machine exists.
 struct RunResult {
     const Options& options;
@@ -145,8 +156,9 @@ struct RunResult {
 
     bool IsDone() const { return outcome.verdict == machine::Verdict::Done && !machine::WasRunInterrupted(); }
     std::string Stopped() const {
-        if (machine::WasRunInterrupted())
+        if (machine::WasRunInterrupted()) {
             return fmt::format("broken off at {}", TimeText(machine::Now()));
+        }
         return IsDone() ? "" : machine::OutcomeLine(outcome);
     }
 };
@@ -163,18 +175,20 @@ struct Outputs {
         : json(options.json), log(options.log), html(options.html),
           pictures(options.pictures, options.html ? html::MostPictures : 0) {}
     void Watch() {
-        if (!html.IsWanted())
+        if (!html.IsWanted()) {
             return;
+        }
         lanes.Watch();
         configuration = html::ConfigurationText();
     }
 };
+} // namespace
 
-std::string FileNameOf(const std::string& path) {
+static std::string FileNameOf(const std::string& path) {
     return std::filesystem::path(path).filename().string();
 }
 
-std::string PageOf(const RunResult& run, const Outputs& outputs) {
+static std::string PageOf(const RunResult& run, const Outputs& outputs) {
     const Options& options = run.options;
     html::PageFacts facts{.title = run.stage.description->TextOf("title"),
                           .description = FileNameOf(options.description),
@@ -191,60 +205,66 @@ std::string PageOf(const RunResult& run, const Outputs& outputs) {
                           .lanes = outputs.lanes,
                           .log = outputs.observed,
                           .pictures = outputs.pictures.Kept()};
-    if (facts.isChecked)
+    if (facts.isChecked) {
         facts.failures = run.expectations.Failures();
+    }
     return html::MakePage(facts);
 }
 
-void WriteReports(const RunResult& run, Outputs& outputs) {
+static void WriteReports(const RunResult& run, Outputs& outputs) {
     const Options& options = run.options;
     const RunFacts facts{run.stage.description->TextOf("title"), options.seed, run.stage.product};
     const Timeline& timeline = *run.stage.timeline;
     const Balloons& balloons = *run.stage.balloons;
-    if (PrintReport(options))
+    if (PrintReport(options)) {
         fmt::print("{}", ReportForPeople(facts, timeline, balloons, run.verdict, LookOfOutput()));
+    }
     std::fflush(stdout);
-    if (outputs.log.IsWanted())
+    if (outputs.log.IsWanted()) {
         outputs.log.Write(LogText());
-    if (outputs.html.IsWanted())
+    }
+    if (outputs.html.IsWanted()) {
         outputs.html.Write(PageOf(run, outputs));
+    }
     if (outputs.json.IsWanted()) {
         nlohmann::ordered_json report = MakeReport(facts, timeline, balloons, run.verdict);
-        if (run.IsDone())
+        if (run.IsDone()) {
             StopProduct(run.stage, run.leaks, report);
+        }
         outputs.json.Write(report.dump(2) + "\n");
     }
     std::fflush(stdout);
 }
 
-int ExitCodeOf(const RunResult& run) {
+static int ExitCodeOf(const RunResult& run) {
     if (machine::WasRunInterrupted()) {
         fmt::print(stderr, "broken off at {}: the report ends there\n", TimeText(machine::Now()));
         return ExitInterrupted;
     }
     if (!run.IsDone()) {
-        if (const std::string& failure = machine::HostFailure(); !failure.empty())
+        if (const std::string& failure = machine::HostFailure(); !failure.empty()) {
             throw std::runtime_error("quillmarch-rehearse: " + failure); // caused by the host alone
+        }
         TellOutcome(run.outcome);
         return ExitStopped;
     }
     return Judge(run.options, run.expectations, run.verdict);
 }
 
-} // namespace
-
 int Rehearse(const Options& options) {
     const Record description = ReadDescription(options.description);
     const machine::Setup setup = SetupOf(description, options);
-    if (FILE* image = std::fopen(options.imageFile.c_str(), "rb"))
+    if (FILE* image = std::fopen(options.imageFile.c_str(), "rb")) {
         std::fclose(image);
-    else
+    } else {
         throw InputError({options.imageFile, 1, 1}, "the product's shared object is not there");
+    }
     CheckOutputs(options, &description);
     Outputs outputs(options);
     std::optional<Observer> observer;
-    if (NeedsObserver(options))
+    if (NeedsObserver(options)) {
         observer.emplace(description, options);
+    }
 
     Timeline timeline;
     Explanation explanation;
@@ -258,17 +278,20 @@ int Rehearse(const Options& options) {
         fmt::print("{}", options.tree ? MachineTree() : DevicesTable());
         return ExitDone;
     }
-    if (const std::string wrong = machine::PrepareImages(options.imageFile); !wrong.empty())
+    if (const std::string wrong = machine::PrepareImages(options.imageFile); !wrong.empty()) {
         throw std::runtime_error("quillmarch-rehearse: " + wrong);
+    }
     timeline.Watch();
     balloons.Watch(timeline);
     balloons.OnChange([&](const Balloon& balloon, std::size_t index) { outputs.pictures.Add(balloon, index); });
     leaks.Watch();
     expectations.Check();
-    if (outputs.log.IsWanted())
+    if (outputs.log.IsWanted()) {
         ForceLog(options.logLevel);
-    if (options.explain)
+    }
+    if (options.explain) {
         explanation.Watch(timeline);
+    }
     expectations.Schedule();
     ScheduleEvents(stage);
     const StartFacts start = FactsAtStart();
@@ -281,23 +304,28 @@ int Rehearse(const Options& options) {
         outcome = machine::RunMachine({UntilMs(description, options)});
     }
     timeline.CatchUp();
-    if (options.explain)
+    if (options.explain) {
         explanation.Finish();
-    if (outcome.verdict == machine::Verdict::Done && !machine::WasRunInterrupted())
+    }
+    if (outcome.verdict == machine::Verdict::Done && !machine::WasRunInterrupted()) {
         expectations.JudgeEnd();
+    }
     outputs.pictures.AddRest();
-    if (outputs.html.IsWanted())
+    if (outputs.html.IsWanted()) {
         outputs.lanes.Close();
+    }
     timeline.Close();
     balloons.Close();
     stage.hasEnded = true;
 
-    if (observer && machine::WasRunInterrupted())
+    if (observer && machine::WasRunInterrupted()) {
         observer->Abandon();
+    }
     const LogFacts observed = observer ? observer->Take(EndOfMachine()) : LogFacts{};
     const Verdict verdict = MakeVerdict(start, observed, timeline);
-    if (observer)
+    if (observer) {
         outputs.observed = observer->Log();
+    }
     const RunResult run{options, stage, leaks, verdict, outcome, expectations};
     WriteReports(run, outputs);
     return ExitCodeOf(run);

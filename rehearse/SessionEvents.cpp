@@ -15,22 +15,21 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr std::int64_t LargestSession = 65535;
 
-unsigned SessionIn(const Record& record, std::string_view key) {
+static unsigned SessionIn(const Record& record, std::string_view key) {
     const std::int64_t id = record.NumberOf(key, 1);
-    if (id < 0 || id > LargestSession)
+    if (id < 0 || id > LargestSession) {
         throw InputError(record.At(key), fmt::format("'{}' must be 0 to {}", key, LargestSession));
+    }
     return static_cast<unsigned>(id);
 }
 
-std::optional<simwin::WTS_CONNECTSTATE_CLASS> StateIn(const Record& record) {
+static std::optional<simwin::WTS_CONNECTSTATE_CLASS> StateIn(const Record& record) {
     return machine::SessionStateFromName(record.TextOf("state"));
 }
 
-machine::Session SessionOf(const Record& record, bool isConsole) {
+static machine::Session SessionOf(const Record& record, bool isConsole) {
     machine::Session session;
     session.id = SessionIn(record, "id");
     session.user = record.TextOf("user");
@@ -40,14 +39,16 @@ machine::Session SessionOf(const Record& record, bool isConsole) {
     session.filtered = record.FlagOf("uac");
     session.groups = record.TextsOf("groups");
     session.hasShell = record.FlagOf("shell", true);
-    if (const Record* environment = record.TableOf("environment"))
-        for (const auto& [name, value] : environment->Fields())
+    if (const Record* environment = record.TableOf("environment")) {
+        for (const auto& [name, value] : environment->Fields()) {
             session.environment.emplace(name, value.text);
+        }
+    }
     return session;
 }
 
 // The event's action and its line in the timeline.
-Action LogonEvent(const Record& event, Stage& stage) {
+static Action LogonEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("logon");
     const machine::Session session = SessionOf(table, /*isConsole=*/false);
     const auto input = SessionInputOf(table);
@@ -58,7 +59,7 @@ Action LogonEvent(const Record& event, Stage& stage) {
     };
 }
 
-Action LogoffEvent(const Record& event, Stage& stage) {
+static Action LogoffEvent(const Record& event, Stage& stage) {
     const unsigned id = SessionIn(event, "logoff");
     return [&stage, id] {
         stage.timeline->Outside(fmt::format("session {} ends", id));
@@ -66,13 +67,14 @@ Action LogoffEvent(const Record& event, Stage& stage) {
     };
 }
 
-Action SessionEvent(const Record& event, Stage& stage) {
+static Action SessionEvent(const Record& event, Stage& stage) {
     const Record& table = *event.TableOf("session");
     const unsigned id = SessionIn(table, "id");
     const std::optional<simwin::WTS_CONNECTSTATE_CLASS> state = StateIn(table);
     std::optional<bool> console;
-    if (table.Has("console"))
+    if (table.Has("console")) {
         console = table.FlagOf("console");
+    }
     const std::string what = table.TextOf("state", console.value_or(false) ? "at the console" : "not at the console");
     return [&stage, id, state, console, what] {
         stage.timeline->Outside(fmt::format("session {} is {}", id, what));
@@ -80,7 +82,7 @@ Action SessionEvent(const Record& event, Stage& stage) {
     };
 }
 
-bool LogsOnLater(const Record& description, const std::string& user) {
+static bool LogsOnLater(const Record& description, const std::string& user) {
     const std::vector<Record>& events = description.TablesOf("event");
     return std::any_of(events.begin(), events.end(), [&](const Record& event) {
         const Record* logon = event.TableOf("logon");
@@ -89,24 +91,27 @@ bool LogsOnLater(const Record& description, const std::string& user) {
 }
 
 // The program of a command line: in quotes, or up to the first blank.
-std::string ProgramOf(const std::string& commandLine) {
-    if (commandLine.starts_with('"'))
+static std::string ProgramOf(const std::string& commandLine) {
+    if (commandLine.starts_with('"')) {
         return commandLine.substr(1, commandLine.find('"', 1) - 1);
+    }
     return commandLine.substr(0, commandLine.find(' '));
 }
 
-Action RunEvent(const Record& event, Stage& stage) {
+static Action RunEvent(const Record& event, Stage& stage) {
     const std::vector<Record>& sessions = stage.description->TablesOf("session");
     const std::string first = sessions.empty() ? NamelessUser : sessions.front().TextOf("user");
     machine::ProcessStart start;
     machine::Logon logon;
     logon.user = event.TextOf("user", first);
-    if (!LogsOnLater(*stage.description, logon.user))
+    if (!LogsOnLater(*stage.description, logon.user)) {
         logon = LogonOfUser(*stage.description, logon.user, event.At("user"));
+    }
     start.commandLine = event.TextOf("run");
     start.imagePath = ProgramOf(start.commandLine);
-    if (start.imagePath.size() < 3 || start.imagePath[1] != ':')
+    if (start.imagePath.size() < 3 || start.imagePath[1] != ':') {
         throw InputError(event.At("run"), "'run' must begin with the full path of a program");
+    }
     start.currentDirectory = start.imagePath.substr(0, start.imagePath.rfind('\\'));
     return [&stage, start, logon] {
         machine::ProcessStart now = start;
@@ -135,8 +140,6 @@ Action RunEvent(const Record& event, Stage& stage) {
 constexpr EventRow Rows[] = {
     {"logon", LogonEvent}, {"logoff", LogoffEvent}, {"session", SessionEvent}, {"run", RunEvent}};
 
-} // namespace
-
 machine::Logon LogonOfUser(const Record& description, const std::string& user, const Position& at) {
     const std::vector<Record>& sessions = description.TablesOf("session");
     if (sessions.empty()) {
@@ -148,8 +151,9 @@ machine::Logon LogonOfUser(const Record& description, const std::string& user, c
     const auto session = std::find_if(sessions.begin(), sessions.end(), [&](const Record& record) {
         return machine::EqualNoCase(record.TextOf("user"), user);
     });
-    if (session == sessions.end())
+    if (session == sessions.end()) {
         throw InputError(at, fmt::format("there is no session of '{}'", user));
+    }
     return machine::LogonOf(SessionOf(*session, /*isConsole=*/true));
 }
 
@@ -165,8 +169,9 @@ void SetUpSessions(const Record& description) {
         machine::DefineSession(SessionOf(record, isFirst && !saysConsole));
         isFirst = false;
     }
-    if (isEmpty)
+    if (isEmpty) {
         machine::LeaveConsoleEmpty();
+    }
     machine::OnShellStart([](machine::Process& shell) { machine::ShellStarted(&shell); });
     machine::StartShells();
 }

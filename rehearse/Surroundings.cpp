@@ -17,11 +17,9 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr std::int64_t DefaultRunMs = 1000;
 
-machine::Program ProgramOf(const Record& record) {
+static machine::Program ProgramOf(const Record& record) {
     machine::Program program;
     program.runsMs = record.Is("runs", Text) ? machine::Program::Forever : record.MsOf("runs", DefaultRunMs);
     program.exitCode = static_cast<simwin::DWORD>(record.NumberOf("exit"));
@@ -32,52 +30,61 @@ machine::Program ProgramOf(const Record& record) {
     return program;
 }
 
-void SetUpFiles(const Record& description) {
+static void SetUpFiles(const Record& description) {
     for (const Record& file : description.TablesOf("files")) {
         const std::string path = PathIn(file, "path");
         machine::FileNode* node = path.ends_with('\\') ? machine::TheFiles().MakeFolder(path)
                                                        : machine::TheFiles().Write(path, file.TextOf("text"));
-        if (!node)
+        if (!node) {
             throw InputError(file.At("path"), "'path' is no name on the machine");
+        }
         node->link = file.TextOf("link");
         node->names = static_cast<unsigned>(file.NumberOf("names", 1));
         if (file.Has("security")) {
             const auto security = machine::ParseSddl(file.TextOf("security"));
-            if (!security)
+            if (!security) {
                 throw InputError(file.At("security"), "'security' is no owner and access list");
+            }
             node->security = std::make_shared<const machine::SecurityDescriptor>(*security);
         }
-        if (const Record* program = file.TableOf("program"))
+        if (const Record* program = file.TableOf("program")) {
             machine::DescribeProgram(path, ProgramOf(*program));
+        }
     }
 }
 
-void SetUpShell(const Record& description) {
+static void SetUpShell(const Record& description) {
     const Record* windows = description.TableOf("windows");
-    if (windows && windows->Has("computer"))
+    if (windows && windows->Has("computer")) {
         machine::SetEnvironment("COMPUTERNAME", windows->TextOf("computer"));
-    if (const Record* environment = windows ? windows->TableOf("environment") : nullptr)
-        for (const auto& [name, value] : environment->Fields())
+    }
+    if (const Record* environment = windows ? windows->TableOf("environment") : nullptr) {
+        for (const auto& [name, value] : environment->Fields()) {
             machine::SetEnvironment(name, value.text);
-    if (const Record* associations = windows ? windows->TableOf("associations") : nullptr)
-        for (const auto& [extension, program] : associations->Fields())
+        }
+    }
+    if (const Record* associations = windows ? windows->TableOf("associations") : nullptr) {
+        for (const auto& [extension, program] : associations->Fields()) {
             machine::SetAssociation(extension, program.text);
-    if (const Record* product = description.TableOf("quillmarch"))
+        }
+    }
+    if (const Record* product = description.TableOf("quillmarch")) {
         machine::SetConsent(product->FlagOf("consent", true));
+    }
 }
 
-void SetUpAnswers(const Record& description) {
-    for (const Record& record : description.TablesOf("answer"))
+static void SetUpAnswers(const Record& description) {
+    for (const Record& record : description.TablesOf("answer")) {
         machine::AddBoxAnswer(
             {record.TextOf("message"), machine::ButtonFromName(record.TextOf("button", "ok")), record.MsOf("after")});
+    }
 }
-
-} // namespace
 
 std::string PathIn(const Record& record, std::string_view key) {
     const std::string path = record.TextOf(key);
-    if (path.size() < 3 || path[1] != ':' || path[2] != '\\')
+    if (path.size() < 3 || path[1] != ':' || path[2] != '\\') {
         throw InputError(record.At(key), fmt::format("'{}' must be a full path such as 'C:\\Tools\\term.exe'", key));
+    }
     return path;
 }
 
@@ -88,28 +95,26 @@ void SetUpSurroundings(const Record& description) {
     SetUpDesktop(description);
 }
 
-namespace {
-
 // Every box of the tool is in front of all windows: MB_SYSTEMMODAL matters only if an expectation names it.
-bool HasFlags(const machine::MessageBoxRecord& box, simwin::UINT wanted) {
+static bool HasFlags(const machine::MessageBoxRecord& box, simwin::UINT wanted) {
     const simwin::UINT counts = wanted & simwin::MB_SYSTEMMODAL ? ~0u : ~simwin::UINT{simwin::MB_SYSTEMMODAL};
     return (box.flags & counts) == wanted;
 }
 
 // The program that was started to edit the configuration.
-void JudgeEditor(const Record& expect, Wrongs& wrongs) {
+static void JudgeEditor(const Record& expect, Wrongs& wrongs) {
     const std::string product = machine::TheSetup().directory + "\\" + machine::TheSetup().executable;
     std::string others;
     for (const machine::Process* process : machine::AllProcesses()) {
-        if (machine::EqualNoCase(process->imagePath, expect.TextOf("editor")))
+        if (machine::EqualNoCase(process->imagePath, expect.TextOf("editor"))) {
             return;
-        if (!machine::EqualNoCase(process->imagePath, product))
+        }
+        if (!machine::EqualNoCase(process->imagePath, product)) {
             others += fmt::format("{}'{}'", others.empty() ? "" : ", ", process->imagePath);
+        }
     }
     wrongs.push_back(fmt::format("it was not started; there were: {}", others.empty() ? "none" : others));
 }
-
-} // namespace
 
 void JudgeSurroundings(const Record& expect, Wrongs& wrongs) {
     if (expect.Has("editor")) {
@@ -127,8 +132,9 @@ void JudgeSurroundings(const Record& expect, Wrongs& wrongs) {
         fits += isMeant;
         others += fmt::format("{}'{}' (flags {})", others.empty() ? "" : ", ", box.text, box.flags);
     }
-    if (expect.Has("count") ? fits != static_cast<std::size_t>(expect.NumberOf("count")) : fits == 0)
+    if (expect.Has("count") ? fits != static_cast<std::size_t>(expect.NumberOf("count")) : fits == 0) {
         wrongs.push_back(fmt::format("{} such boxes; there were: {}", fits, others.empty() ? "none" : others));
+    }
 }
 
 } // namespace rehearse

@@ -18,32 +18,32 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr std::string_view EnumPart = "\\CurrentControlSet\\Enum\\";
 constexpr std::string_view ParametersPart = "\\Device Parameters";
 
 // The device whose name value a key holds; "" for another key.
-std::string DeviceOfParameters(std::string_view key) {
+static std::string DeviceOfParameters(std::string_view key) {
     const std::size_t enumAt = machine::FindNoCase(key, EnumPart);
-    if (enumAt == std::string_view::npos || !machine::EndsWithNoCase(key, ParametersPart))
+    if (enumAt == std::string_view::npos || !machine::EndsWithNoCase(key, ParametersPart)) {
         return "";
+    }
     const std::size_t start = enumAt + EnumPart.size();
-    if (key.size() < start + ParametersPart.size())
+    if (key.size() < start + ParametersPart.size()) {
         return "";
+    }
     return std::string(key.substr(start, key.size() - start - ParametersPart.size()));
 }
 
-bool IsNameValue(std::string_view name) {
+static bool IsNameValue(std::string_view name) {
     return machine::EqualNoCase(name, "PortName") || machine::EqualNoCase(name, "DosDeviceName");
 }
 
-} // namespace
-
 void Timeline::Watch() {
-    for (const machine::DeviceNode* node : machine::TheDeviceTree().All())
-        if (node->IsPort())
+    for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
+        if (node->IsPort()) {
             m_ports[node->id].name = machine::DosNameOf(*node);
+        }
+    }
     machine::DeviceObserver observer;
     observer.dosNameChanged = [this](const machine::DosNameChange& change) { OnDosNameChanged(change); };
     observer.restarted = [this](const machine::DeviceRestart& restart) { OnRestarted(restart); };
@@ -52,31 +52,37 @@ void Timeline::Watch() {
     machine::TheRegistry().WatchWrites([this](const machine::RegistryWrite& write) {
         CatchUp();
         m_writes.push_back({write.atMs, write.key, write.name, write.before, write.after});
-        if (m_writeWatcher)
+        if (m_writeWatcher) {
             m_writeWatcher(m_writes.back());
+        }
         const std::string device = DeviceOfParameters(write.key);
-        if (!device.empty() && IsNameValue(write.name) && write.before != write.after)
+        if (!device.empty() && IsNameValue(write.name) && write.before != write.after) {
             m_entries.push_back({write.atMs, false, "registry name of", device, write.before, write.after, "registry"});
+        }
     });
     machine::WatchCalls([this](const char* name, const char* object) {
         CatchUp();
-        if (m_callWatcher && !m_isClosed)
+        if (m_callWatcher && !m_isClosed) {
             m_callWatcher(name, object);
+        }
     });
     machine::WatchInput([this](const machine::InputRecord& input) {
-        if (m_isClosed)
+        if (m_isClosed) {
             return;
+        }
         const std::string to = input.window.empty() ? "no window" : "'" + input.window + "'";
         m_entries.push_back(
             {input.atMs, input.isByPerson, fmt::format("{} goes to {}", input.what, to), "", "", "", ""});
     });
     machine::OnProcessStart([this](const machine::Process& process) {
-        if (!m_isClosed)
+        if (!m_isClosed) {
             OnProcessStarted(process);
+        }
     });
     machine::OnProcessEnd([this](machine::Process& process) {
-        if (!m_isClosed)
+        if (!m_isClosed) {
             OnProcessEnded(process.imagePath, process.exitCode);
+        }
     });
 }
 
@@ -88,36 +94,41 @@ void Timeline::Outside(std::string what, std::string device) {
 
 void Timeline::AfterBoot() {
     for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
-        if (!node->IsPort())
+        if (!node->IsPort()) {
             continue;
+        }
         const std::string name = machine::DosNameOf(*node), before = m_ports[node->id].name;
         m_ports[node->id] = {};
         m_ports[node->id].name = name;
         m_ports[node->id].restarts = node->restarts;
-        if (node->problem && node->IsPresent())
+        if (node->problem && node->IsPresent()) {
             Outside(fmt::format("does not start (problem {}):", node->problem), node->id);
-        else if (name != before && node->IsPresent())
+        } else if (name != before && node->IsPresent()) {
             Outside(name.empty() ? "runs without a COM name:" : fmt::format("runs as {}:", name), node->id);
+        }
     }
 }
 
 void Timeline::CatchUp() {
-    if (m_isClosed)
+    if (m_isClosed) {
         return;
+    }
     const std::vector<machine::ServiceReport>& reports = machine::ServiceReports();
     for (; m_serviceReports < reports.size(); ++m_serviceReports) {
         const machine::ServiceReport& report = reports[m_serviceReports];
         // For a reader, checkpoints of one state are one entry.
-        if (m_serviceReports > 0 && reports[m_serviceReports - 1].state == report.state)
+        if (m_serviceReports > 0 && reports[m_serviceReports - 1].state == report.state) {
             continue;
+        }
         const std::string what = fmt::format("service is {}", machine::ServiceStateText(report.state));
         m_entries.push_back({report.atMs, false, what, "", "", "", ""});
     }
 }
 
 void Timeline::OnDeviceChanged(const machine::DeviceNode& node, std::string_view what) {
-    if (m_isClosed || !node.IsPort())
+    if (m_isClosed || !node.IsPort()) {
         return;
+    }
     CatchUp();
     PortMayHaveChanged(&node);
     PortState& port = m_ports[node.id];
@@ -142,16 +153,18 @@ void Timeline::OnDeviceChanged(const machine::DeviceNode& node, std::string_view
 }
 
 void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
-    if (m_isClosed)
+    if (m_isClosed) {
         return;
+    }
     CatchUp();
     const machine::DeviceNode* top = machine::TheDeviceTree().FindById(restart.device);
     const bool comesLater = restart.means == "cycle" && restart.ok;
     bool isTold = false;
     for (auto& [id, port] : m_ports) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
-        if (!top || !node || !machine::HangsBelow(node, top))
+        if (!top || !node || !machine::HangsBelow(node, top)) {
             continue;
+        }
         if (comesLater) {
             port.pendingMeans = restart.means;
             isTold = true;
@@ -169,34 +182,40 @@ void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
             isTold = true;
         }
     }
-    if (!isTold)
+    if (!isTold) {
         m_entries.push_back({machine::Now(), false, restart.ok ? "asks for a restart of" : "could not restart",
                              restart.device, "", "", restart.means});
-    if (top)
+    }
+    if (top) {
         WarnOfHolders(*top, restart);
+    }
 }
 
 // After a hub's refusal other means follow. A call that succeeded has not stopped a device that is still held open.
 void Timeline::WarnOfHolders(const machine::DeviceNode& top, const machine::DeviceRestart& restart) {
     const bool isCycle = restart.means == "cycle";
-    if (isCycle && !restart.ok)
+    if (isCycle && !restart.ok) {
         return;
+    }
     for (const auto& [id, port] : m_ports) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
         const std::string holder = node && machine::HangsBelow(node, &top) ? machine::HolderOf(*node) : "";
-        if (holder.empty())
+        if (holder.empty()) {
             continue;
+        }
         const std::string what = isCycle ? fmt::format("{} is torn from {}, which has it open:", port.name, holder)
                                          : fmt::format("{} cannot restart, {} has it open:", port.name, holder);
-        if (m_entries.back().what != what || m_entries.back().device != id)
+        if (m_entries.back().what != what || m_entries.back().device != id) {
             m_entries.push_back({machine::Now(), false, what, id, "", "", restart.means, true});
+        }
     }
 }
 
 void Timeline::OnDosNameChanged(const machine::DosNameChange& change) {
     const std::string_view by = change.by;
-    if (m_isClosed || (by != "program" && by != "driver"))
+    if (m_isClosed || (by != "program" && by != "driver")) {
         return;
+    }
     CatchUp();
     if (by == "driver") {
         OnDriverNameChanged(change);
@@ -214,14 +233,16 @@ void Timeline::OnDosNameChanged(const machine::DosNameChange& change) {
     PortMayHaveChanged(device->node);
     PortState& port = m_ports[device->node->id];
     const std::string name = machine::DosNameOf(*device->node);
-    if (name == port.name)
+    if (name == port.name) {
         return;
+    }
     // The old name deleted and a new one made at the same moment are one change.
-    if (port.namelessEntry && m_entries[port.namelessEntry - 1].atMs == change.atMs)
+    if (port.namelessEntry && m_entries[port.namelessEntry - 1].atMs == change.atMs) {
         m_entries[port.namelessEntry - 1].to = name;
-    else
+    } else {
         m_entries.push_back(
             {change.atMs, false, "changes the DOS name of", device->node->id, port.name, name, "dos-name"});
+    }
     port.namelessEntry = name.empty() ? m_entries.size() : 0;
     port.name = name;
     port.runsEntry = 0;
@@ -230,13 +251,15 @@ void Timeline::OnDosNameChanged(const machine::DosNameChange& change) {
 // A driver that starts or stops is reported as a whole; what remains is a name deleted while its driver runs.
 void Timeline::OnDriverNameChanged(const machine::DosNameChange& change) {
     const machine::KernelDevice* device = machine::TheDeviceTree().RunningDevice(change.from);
-    if (!device || !device->node || !device->node->IsRunning())
+    if (!device || !device->node || !device->node->IsRunning()) {
         return;
+    }
     PortMayHaveChanged(device->node);
     PortState& port = m_ports[device->node->id];
     const std::string name = machine::DosNameOf(*device->node);
-    if (name == port.name)
+    if (name == port.name) {
         return;
+    }
     Outside(fmt::format("loses its DOS name {}:", change.name), device->node->id);
     port.name = name;
 }
@@ -245,8 +268,9 @@ void Timeline::OnDriverNameChanged(const machine::DosNameChange& change) {
 void Timeline::OnProcessStarted(const machine::Process& process) {
     const machine::Process* parent = process.parentId ? machine::FindProcess(process.parentId) : nullptr;
     const std::string product = machine::TheSetup().directory + "\\" + machine::TheSetup().executable;
-    if (!parent || !machine::EqualNoCase(parent->imagePath, product))
+    if (!parent || !machine::EqualNoCase(parent->imagePath, product)) {
         return;
+    }
     CatchUp();
     m_entries.push_back({machine::Now(), false,
                          fmt::format("starts {} as {} ({}) in session {}", process.commandLine, process.user,

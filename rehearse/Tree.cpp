@@ -13,58 +13,68 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr std::size_t Indent = 3;
 
 // What a reader of rules looks for; the rest of a machine is only counted.
-bool IsWorthALine(const machine::DeviceNode& node) {
-    if (node.IsPort() || node.IsHub() || node.kind == machine::DeviceKind::Controller)
+static bool IsWorthALine(const machine::DeviceNode& node) {
+    if (node.IsPort() || node.IsHub() || node.kind == machine::DeviceKind::Controller) {
         return true;
-    if (node.parent && (node.parent->IsHub() || machine::EqualNoCase(machine::ClassNameOf(node), "Bluetooth")))
+    }
+    if (node.parent && (node.parent->IsHub() || machine::EqualNoCase(machine::ClassNameOf(node), "Bluetooth"))) {
         return true;
+    }
     return std::any_of(node.children.begin(), node.children.end(),
                        [](const auto* child) { return IsWorthALine(*child); });
 }
 
 // "COM7", and what the registry says if that is another name.
-std::string NamesOf(const machine::DeviceNode& node) {
+static std::string NamesOf(const machine::DeviceNode& node) {
     const std::string name = machine::DosNameOf(node), registered = machine::RegistryNameOf(node);
     std::string text = name.empty() ? "no name" : name;
-    if (name != registered)
+    if (name != registered) {
         text += registered.empty() ? ", none in the registry" : fmt::format(", {} in the registry", registered);
-    if (const std::string holder = machine::HolderOf(node); !holder.empty())
+    }
+    if (const std::string holder = machine::HolderOf(node); !holder.empty()) {
         text += ", held by " + holder;
+    }
     return text;
 }
 
-std::string WhatIs(const machine::DeviceNode& node) {
-    if (node.IsPort())
+static std::string WhatIs(const machine::DeviceNode& node) {
+    if (node.IsPort()) {
         return NamesOf(node);
-    if (node.IsHub())
+    }
+    if (node.IsHub()) {
         return fmt::format("hub {}", node.hubNumber);
+    }
     return "";
 }
 
-std::string StateOf(const machine::DeviceNode& node) {
-    if (node.IsPresent())
+static std::string StateOf(const machine::DeviceNode& node) {
+    if (node.IsPresent()) {
         return node.problem ? fmt::format("problem {}", node.problem) : "";
-    if (!node.whyAbsent.empty() && !node.attached)
+    }
+    if (!node.whyAbsent.empty() && !node.attached) {
         return "not there: " + node.whyAbsent;
+    }
     return node.attached ? "not there: what it hangs below is not there" : "not there";
 }
 
-void Add(std::string& text, const std::string& part, const char* between) {
-    if (!part.empty())
+static void Add(std::string& text, const std::string& part, const char* between) {
+    if (!part.empty()) {
         text += (text.empty() ? "" : between) + part;
+    }
 }
 
+namespace {
 class Printer {
 public:
     std::string Print() {
-        for (const machine::DeviceNode* node : machine::TheDeviceTree().All())
-            if (!node->parent)
+        for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
+            if (!node->parent) {
                 Line(*node, 0);
+            }
+        }
         return m_text;
     }
 
@@ -79,30 +89,38 @@ private:
         m_text += fmt::format("{}{}{}{}{}\n", margin, isOnHub ? fmt::format("socket {}: ", node.hubPort) : "", node.id,
                               facts.empty() ? "" : "  ", facts);
         Add(places, machine::DeviceText(node, "LocationInformation"), " | ");
-        if (node.IsPresent())
+        if (node.IsPresent()) {
             Add(places, machine::LocationPathOf(node), " | ");
-        if (const std::string usbPort = machine::UsbPortOf(node); node.IsPort() && !usbPort.empty())
+        }
+        if (const std::string usbPort = machine::UsbPortOf(node); node.IsPort() && !usbPort.empty()) {
             Add(places, "UsbPort " + usbPort, " | ");
-        if (!places.empty())
+        }
+        if (!places.empty()) {
             m_text += fmt::format("{}  at {}\n", margin, places);
-        if (!machine::GuessOf(node).empty())
+        }
+        if (!machine::GuessOf(node).empty()) {
             m_text += fmt::format("{}  ? {}\n", margin, machine::GuessOf(node));
+        }
         Children(node, depth + 1);
     }
 
     void Children(const machine::DeviceNode& node, std::size_t depth) {
         std::vector<const machine::DeviceNode*> shown(node.children.begin(), node.children.end());
         std::erase_if(shown, [](const auto* child) { return !IsWorthALine(*child); });
-        if (node.IsHub())
+        if (node.IsHub()) {
             std::stable_sort(shown.begin(), shown.end(),
                              [](const auto* a, const auto* b) { return a->hubPort < b->hubPort; });
-        for (const machine::DeviceNode* child : shown)
+        }
+        for (const machine::DeviceNode* child : shown) {
             Line(*child, depth);
+        }
         const std::string margin(depth * Indent, ' ');
-        if (const std::size_t others = node.children.size() - shown.size())
+        if (const std::size_t others = node.children.size() - shown.size()) {
             m_text += fmt::format("{}({} other {})\n", margin, others, others == 1 ? "device" : "devices");
-        if (const std::string empty = EmptySockets(node); !empty.empty())
+        }
+        if (const std::string empty = EmptySockets(node); !empty.empty()) {
             m_text += fmt::format("{}empty: {}\n", margin, empty);
+        }
     }
 
     // The sockets of a hub that nothing is in now.
@@ -110,12 +128,14 @@ private:
         std::string text;
         for (unsigned first = 1; hub.IsHub() && first <= hub.ports; ++first) {
             unsigned last = first;
-            while (last <= hub.ports && !IsTaken(hub, last))
+            while (last <= hub.ports && !IsTaken(hub, last)) {
                 ++last;
-            if (last > first + 1)
+            }
+            if (last > first + 1) {
                 Add(text, fmt::format("sockets {} to {}", first, last - 1), ", ");
-            else if (last > first)
+            } else if (last > first) {
                 Add(text, fmt::format("socket {}", first), ", ");
+            }
             first = last;
         }
         return text;
@@ -128,19 +148,20 @@ private:
 
     std::string m_text;
 };
-
 } // namespace
 
 std::string MachineTree() {
     std::string text;
-    for (const machine::MachineNote& note : machine::AllNotes())
+    for (const machine::MachineNote& note : machine::AllNotes()) {
         text += "note: " + note.text + "\n";
+    }
     const std::vector<machine::DeviceNode*> nodes = machine::TheDeviceTree().All();
     const bool hasGuess =
         std::any_of(nodes.begin(), nodes.end(), [](const auto* node) { return !machine::GuessOf(*node).empty(); });
     text += machine::Utf8FromAnsi(Printer().Print());
-    if (hasGuess)
+    if (hasGuess) {
         text += "\n? marks a guess: nothing says it, and the rehearsal took the likeliest.\n";
+    }
     return text;
 }
 

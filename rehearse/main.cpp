@@ -18,21 +18,21 @@
 #include <cstdio>
 #include <filesystem>
 
-namespace {
-
 // A file of the build: next to the program, or where the build put it.
-std::string FileOfBuild(const char* name, const char* built) {
+static std::string FileOfBuild(const char* name, const char* built) {
     std::error_code error;
     const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
     const std::filesystem::path beside = program.parent_path() / name;
     return std::filesystem::exists(beside, error) ? beside.string() : std::string(built);
 }
 
+namespace {
 struct Line {
     rehearse::Options options;
     std::string ini, json, log, html, language, until, seed, rules, compare;
     bool printKeys = false, printCatalogue = false, printFindings = false;
 };
+} // namespace
 
 constexpr const char* Examples = R"(Examples:
   quillmarch-rehearse machine.toml                     what happens, and how it ends
@@ -45,7 +45,7 @@ Exit code: 0 done, 1 not as wanted, 2 wrong input, 3 the run was stopped, 130 br
 All of it: docs/rehearsing.md, man quillmarch-rehearse.
 )";
 
-void DescribeRun(CLI::App& app, Line& line) {
+static void DescribeRun(CLI::App& app, Line& line) {
     const char* group = "What is run";
     app.add_option("--ini", line.ini, "use this configuration in place of the described one")
         ->type_name("FILE")
@@ -54,7 +54,7 @@ void DescribeRun(CLI::App& app, Line& line) {
     app.add_option("--seed", line.seed, "seeded schedule and seeded faults")->type_name("N")->group(group);
 }
 
-void DescribeJudgement(CLI::App& app, Line& line) {
+static void DescribeJudgement(CLI::App& app, Line& line) {
     const char* group = "What is judged";
     app.add_option("--compare", line.compare, "run this older configuration too, and print what differs")
         ->type_name("FILE")
@@ -65,7 +65,7 @@ void DescribeJudgement(CLI::App& app, Line& line) {
         ->group(group);
 }
 
-void DescribeReport(CLI::App& app, Line& line) {
+static void DescribeReport(CLI::App& app, Line& line) {
     const char* group = "What is reported, and where";
     app.add_flag("--explain", line.options.explain, "say in the timeline why, in the words of the product's log")
         ->group(group);
@@ -90,7 +90,7 @@ void DescribeReport(CLI::App& app, Line& line) {
         ->group(group);
 }
 
-void DescribeQuestions(CLI::App& app, Line& line) {
+static void DescribeQuestions(CLI::App& app, Line& line) {
     const char* group = "Without a run";
     app.add_option("--rules", line.rules, "check this configuration by itself, and against a machine if one is named")
         ->type_name("FILE")
@@ -105,7 +105,7 @@ void DescribeQuestions(CLI::App& app, Line& line) {
     app.add_option("--resources", line.options.resourceFile, "its compiled resources")->group("");
 }
 
-void Describe(CLI::App& app, Line& line) {
+static void Describe(CLI::App& app, Line& line) {
     app.add_option("MACHINE.toml", line.options.description, "the description of the machine")->type_name(" ");
     app.set_help_flag("-h,--help", "print this help")->group("Help");
     app.set_version_flag("--version", "quillmarch-rehearse " QM_VERSION, "print the version")->group("Help");
@@ -117,69 +117,87 @@ void Describe(CLI::App& app, Line& line) {
 }
 
 // What stands on the line and is no option, with the one that was probably meant.
-std::string UnknownOption(const CLI::App& app) {
+static std::string UnknownOption(const CLI::App& app) {
     std::vector<std::string> names;
-    for (const CLI::Option* option : app.get_options())
-        if (!option->get_lnames().empty())
+    for (const CLI::Option* option : app.get_options()) {
+        if (!option->get_lnames().empty()) {
             names.push_back("--" + option->get_lnames().front());
+        }
+    }
     const std::vector<std::string> extras = app.remaining();
-    if (extras.empty())
+    if (extras.empty()) {
         return "";
+    }
     const std::string word = extras.front().substr(0, extras.front().find('='));
     return word.starts_with('-') ? fmt::format("there is no option '{}'{}", word, rehearse::DidYouMean(word, names))
                                  : fmt::format("'{}' is one file too many", extras.front());
 }
 
 // Options from the command line; an error text if it is wrong.
-std::string Complete(const CLI::App& app, Line& line) {
-    if (line.printKeys || line.printCatalogue || line.printFindings)
+static std::string Complete(const CLI::App& app, Line& line) {
+    if (line.printKeys || line.printCatalogue || line.printFindings) {
         return "";
-    if (app.count("--rules"))
+    }
+    if (app.count("--rules")) {
         line.options.rules = line.rules;
-    if (app.count("--compare"))
+    }
+    if (app.count("--compare")) {
         line.options.compare = line.compare;
-    if (line.options.rules && line.options.compare)
+    }
+    if (line.options.rules && line.options.compare) {
         return "--rules and --compare are two questions: ask one at a time";
-    if (line.options.description.empty() && !line.options.rules)
+    }
+    if (line.options.description.empty() && !line.options.rules) {
         return "MACHINE.toml is missing";
-    if (app.count("--ini"))
+    }
+    if (app.count("--ini")) {
         line.options.ini = line.ini;
-    if (app.count("--json"))
+    }
+    if (app.count("--json")) {
         line.options.json = line.json;
-    if (app.count("--log"))
+    }
+    if (app.count("--log")) {
         line.options.log = line.log;
-    if (app.count("--html"))
+    }
+    if (app.count("--html")) {
         line.options.html = line.html;
+    }
     line.options.isGerman = line.language == "de";
-    if ((line.json == "-") + (line.log == "-") + (line.html == "-") > 1)
+    if ((line.json == "-") + (line.log == "-") + (line.html == "-") > 1) {
         return "only one of --json, --log and --html can go to standard output";
+    }
     if (app.count("--seed")) {
         std::uint64_t seed = 0;
         const char* end = line.seed.data() + line.seed.size();
         const auto [last, error] = std::from_chars(line.seed.data(), end, seed);
-        if (error != std::errc() || last != end)
+        if (error != std::errc() || last != end) {
             return fmt::format("--seed must be a number from 0 to 18446744073709551615, not '{}'", line.seed);
+        }
         line.options.seed = seed;
     }
     if (app.count("--until")) {
         line.options.untilMs = rehearse::ParseDuration(line.until);
-        if (!line.options.untilMs)
+        if (!line.options.untilMs) {
             return fmt::format("--until must be a duration such as \"10s\", not '{}'", line.until);
+        }
     }
-    if (line.options.imageFile.empty())
+    if (line.options.imageFile.empty()) {
         line.options.imageFile = FileOfBuild("libquillmarch.so", QM_IMAGE_FILE);
-    if (line.options.resourceFile.empty())
+    }
+    if (line.options.resourceFile.empty()) {
         line.options.resourceFile = FileOfBuild("Quillmarch.res", QM_RESOURCE_FILE);
+    }
     return "";
 }
 
-int Run(const rehearse::Options& options) {
-    if (options.rules)
+static int Run(const rehearse::Options& options) {
+    if (options.rules) {
         return rehearse::CheckRules(options);
+    }
     return options.compare ? rehearse::CompareRules(options) : rehearse::Rehearse(options);
 }
 
-int RunLine(int count, char** arguments) {
+static int RunLine(int count, char** arguments) {
     CLI::App app("Runs the product on a described machine and tells what happened.", "quillmarch-rehearse");
     Line line;
     Describe(app, line);
@@ -222,8 +240,6 @@ int RunLine(int count, char** arguments) {
         return rehearse::ExitWrongInput;
     }
 }
-
-} // namespace
 
 int main(int count, char** arguments) {
     // If the reader has gone, a write fails instead of ending the program.

@@ -17,16 +17,20 @@ Context::Context(const PageFacts& ofRun)
     : facts(ofRun), say(ofRun.isGerman), axis(
                                              [&] {
                                                  std::vector<std::uint64_t> times;
-                                                 for (const TimelineEntry& entry : ofRun.timeline.Entries())
+                                                 for (const TimelineEntry& entry : ofRun.timeline.Entries()) {
                                                      times.push_back(entry.atMs);
-                                                 for (const auto& [device, lane] : ofRun.lanes.All())
-                                                     for (const Stretch& stretch : lane)
+                                                 }
+                                                 for (const auto& [device, lane] : ofRun.lanes.All()) {
+                                                     for (const Stretch& stretch : lane) {
                                                          times.push_back(stretch.fromMs);
+                                                     }
+                                                 }
                                                  return times;
                                              }(),
                                              ofRun.lanes.EndMs()) {
-    for (std::size_t i = 0; i < facts.verdict.ports.size(); ++i)
+    for (std::size_t i = 0; i < facts.verdict.ports.size(); ++i) {
         rows[facts.verdict.ports[i].facts.device] = i;
+    }
 }
 
 std::string Context::NameOf(const std::string& device) const {
@@ -36,17 +40,20 @@ std::string Context::NameOf(const std::string& device) const {
 
 std::string Context::NamesOf(const std::vector<std::string>& devices) const {
     std::string text;
-    for (const std::string& device : devices)
+    for (const std::string& device : devices) {
         text += (text.empty() ? "" : ", ") + NameOf(device);
+    }
     return text;
 }
 
 std::string Percent(double value) {
     std::string text = fmt::format("{:.2f}", value);
-    while (text.ends_with('0'))
+    while (text.ends_with('0')) {
         text.pop_back();
-    if (text.ends_with('.'))
+    }
+    if (text.ends_with('.')) {
         text.pop_back();
+    }
     return text;
 }
 
@@ -55,13 +62,15 @@ std::string Table(const std::string& caption, const std::vector<std::string>& he
     std::string text = fmt::format("<div class=\"wide\" role=\"region\" tabindex=\"0\" aria-label=\"{0}\"><table>"
                                    "<caption>{0}</caption>\n<thead><tr>",
                                    Escaped(caption));
-    for (const std::string& heading : headings)
+    for (const std::string& heading : headings) {
         text += fmt::format("<th scope=\"col\">{}</th>", Escaped(heading));
+    }
     text += "</tr></thead>\n<tbody>\n";
     for (std::size_t row = 0; row < rows.size(); ++row) {
         text += row < ids.size() ? fmt::format("<tr id=\"{}\">", ids[row]) : "<tr>";
-        for (std::size_t i = 0; i < rows[row].size(); ++i)
+        for (std::size_t i = 0; i < rows[row].size(); ++i) {
             text += i == 0 ? "<th scope=\"row\">" + rows[row][i] + "</th>" : "<td>" + rows[row][i] + "</td>";
+        }
         text += "</tr>\n";
     }
     return text + "</tbody></table></div>\n";
@@ -88,32 +97,38 @@ static std::string Paragraph(const std::string& markup) {
 
 static std::string StateMarkup(const Context& context, const PortVerdict& port) {
     std::string text;
-    for (const std::string& state : port.states)
+    for (const std::string& state : port.states) {
         text += (text.empty() ? "" : "; ") + context.say.Phrase(state);
+    }
     const bool isBad = port.shortfall != Shortfall::None || (port.facts.isPresent && port.facts.problem);
     const bool isGood = !isBad && port.facts.isPresent && !port.wanted.empty();
-    if (text.empty())
+    if (text.empty()) {
         text = context.say("no rule", "keine Regel");
+    }
     constexpr std::size_t Longest = 80; // a number that a hundred others want would fill the page
-    if (const std::size_t cut = text.rfind(',', Longest); text.size() > Longest && cut != std::string::npos)
+    if (const std::size_t cut = text.rfind(',', Longest); text.size() > Longest && cut != std::string::npos) {
         return fmt::format("<details class=\"{}\"><summary>{}, …</summary>{}</details>", isBad ? "bad" : "plain",
                            Escaped(text.substr(0, cut)), Escaped(text));
+    }
     return fmt::format("<span class=\"{}\">{}</span>", isBad ? "bad" : isGood ? "good" : "plain", Escaped(text));
 }
 
 static std::string WantedText(const Speech& say, const PortVerdict& port) {
-    if (port.section.empty())
+    if (port.section.empty()) {
         return "–";
+    }
     std::string text = NumbersText(port.wanted, "COM");
-    if (port.lastResort)
+    if (port.lastResort) {
         text += fmt::format(" {} COM{}", say("else", "sonst"), port.lastResort);
+    }
     return Escaped(text);
 }
 
 static std::string RefusedText(const PortVerdict& port) {
     std::string text;
-    for (const Refusal& one : port.refused)
+    for (const Refusal& one : port.refused) {
         text += fmt::format("{}{}: {}", text.empty() ? "" : "; ", one.name, machine::Utf8FromAnsi(one.reason));
+    }
     return text.empty() ? "–" : Escaped(text);
 }
 
@@ -145,28 +160,34 @@ std::string PortsSection(const Context& context) {
 
 static std::string WhyNothing(const Context& context, const RuleVerdict& rule) {
     const Speech& say = context.say;
-    if (rule.nearest.empty())
+    if (rule.nearest.empty()) {
         return say("no port was compared with it", "kein Port wurde mit ihr verglichen");
+    }
     const std::string port = Escaped(context.NameOf(rule.nearest));
-    if (!rule.takenBy.empty())
+    if (!rule.takenBy.empty()) {
         return say.Format("fits {}, but [{}] stands in front of it", "passt auf {}, aber [{}] steht davor", port,
                           EscapedAnsi(rule.takenBy));
-    if (rule.failedKey.empty())
+    }
+    if (rule.failedKey.empty()) {
         return say("it has no criterion", "sie hat kein Kriterium");
+    }
     std::string patterns;
-    for (const std::string& pattern : rule.patterns)
+    for (const std::string& pattern : rule.patterns) {
         patterns += (patterns.empty() ? "" : say(" or ", " oder ")) + Code(pattern);
+    }
     return say.Format("nearest is {}: {} is “{}” there, not {}", "am nächsten {}: {} ist dort „{}“, nicht {}", port,
                       EscapedAnsi(rule.failedKey), EscapedAnsi(rule.portValue), patterns);
 }
 
 static std::string Took(const Context& context, const RuleVerdict& rule) {
-    if (rule.took.empty())
+    if (rule.took.empty()) {
         return fmt::format("<span class=\"bad\">{}</span> {}", context.say("nothing:", "nichts:"),
                            WhyNothing(context, rule));
+    }
     std::string text;
-    for (const std::string& device : rule.took)
+    for (const std::string& device : rule.took) {
         text += fmt::format("{}{} {}", text.empty() ? "" : "<br/>", Escaped(context.NameOf(device)), Code(device));
+    }
     return text;
 }
 
@@ -174,22 +195,25 @@ std::string RulesSection(const Context& context) {
     const Speech& say = context.say;
     const Verdict& verdict = context.facts.verdict;
     std::string inner;
-    if (!verdict.isObserved)
+    if (!verdict.isObserved) {
         inner =
             Paragraph(say("What the rules took could not be observed: a second run with the log on ended otherwise.",
                           "Was die Regeln nahmen, ließ sich nicht beobachten: Ein zweiter Lauf mit Protokoll endete "
                           "anders."));
-    else if (verdict.rules.empty())
+    } else if (verdict.rules.empty()) {
         inner =
             Paragraph(say("The configuration has no rule for ports.", "Die Konfiguration hat keine Regel für Ports."));
+    }
     Rows rows;
-    for (const RuleVerdict& rule : verdict.rules)
+    for (const RuleVerdict& rule : verdict.rules) {
         rows.push_back({EscapedAnsi("[" + rule.section + "]"), Escaped(NumbersText(rule.wanted, "COM")),
                         fmt::format("{}", rule.took.size()), Took(context, rule)});
-    if (!rows.empty())
+    }
+    if (!rows.empty()) {
         inner +=
             Table(say("Rules and what they took", "Regeln und was sie nahmen"),
                   {say("Rule", "Regel"), say("Wanted", "Gewünscht"), say("Ports", "Ports"), say("Took", "Nahm")}, rows);
+    }
     return Section("rules", say("Rules", "Regeln"), inner);
 }
 
@@ -211,30 +235,35 @@ std::string RestartsSection(const Context& context) {
     const Verdict& verdict = context.facts.verdict;
     std::string inner;
     Rows dangers, groups;
-    for (const TimelineEntry& entry : verdict.dangers)
+    for (const TimelineEntry& entry : verdict.dangers) {
         dangers.push_back({Escaped(say.Time(entry.atMs)), "<span class=\"bad\">" +
                                                               Escaped(say.Phrase(machine::Utf8FromAnsi(entry.what))) +
                                                               "</span> " + Code(entry.device)});
-    if (!dangers.empty())
+    }
+    if (!dangers.empty()) {
         inner += Table(say("Dangers: ports that a program has open", "Gefahren: Ports, die ein Programm offen hat"),
                        {say("When", "Wann"), say("What", "Was")}, dangers);
-    for (const Ring& ring : verdict.rings)
+    }
+    for (const Ring& ring : verdict.rings) {
         inner += Paragraph(fmt::format("<span class=\"bad\">{}</span> {}", say("Ring:", "Ring:"),
                                        say.Format("{} want each other's numbers; none can move first.",
                                                   "{} wollen einander die Nummern nehmen; keiner kann zuerst weichen.",
                                                   Escaped(context.NamesOf(ring.devices)))));
+    }
     for (const Together& group : verdict.together) {
         std::string others;
-        for (const std::string& device : group.others)
+        for (const std::string& device : group.others) {
             others += (others.empty() ? "" : "<br/>") + Code(device);
+        }
         groups.push_back({Code(group.device), Escaped(group.means), fmt::format("{}", group.times),
                           Escaped(context.NamesOf(group.ports)), others.empty() ? "–" : others});
     }
-    if (!groups.empty())
+    if (!groups.empty()) {
         inner += Table(say("Restarted together", "Gemeinsam neu gestartet"),
                        {say("Device", "Gerät"), say("Means", "Mittel"), say("Times", "Wie oft"), say("Ports", "Ports"),
                         say("What else", "Was noch")},
                        groups);
+    }
     return inner.empty() ? "" : Section("dangers", say("Dangers and restarts", "Gefahren und Neustarts"), inner);
 }
 
@@ -255,12 +284,15 @@ static std::string Figures(const Context& context) {
 }
 
 static std::string EndedBy(const Speech& say, const Balloon& balloon) {
-    if (balloon.closedBy == "time")
+    if (balloon.closedBy == "time") {
         return say("its time was over", "ihre Zeit war um");
-    if (balloon.closedBy == "click")
+    }
+    if (balloon.closedBy == "click") {
         return say("a click", "ein Klick");
-    if (balloon.closedBy == "newer")
+    }
+    if (balloon.closedBy == "newer") {
         return say("a newer one", "eine neuere");
+    }
     return balloon.closedBy.empty() ? say("it still stands", "sie steht noch")
                                     : say("its process ended", "ihr Prozess endete");
 }
@@ -270,8 +302,9 @@ static std::string BalloonsTable(const Context& context) {
     Rows rows;
     for (const Balloon& balloon : context.facts.balloons.All()) {
         std::string texts = EscapedAnsi(balloon.first.title);
-        for (const std::string& part : {balloon.first.text1, balloon.first.text2})
+        for (const std::string& part : {balloon.first.text1, balloon.first.text2}) {
             texts += part.empty() ? "" : "<br/>" + EscapedAnsi(part);
+        }
         rows.push_back({Escaped(say.Time(balloon.atMs)), texts, EscapedAnsi(balloon.user),
                         balloon.untilMs ? Escaped(say.Time(*balloon.untilMs)) : "–", EndedBy(say, balloon)});
     }
@@ -290,35 +323,40 @@ static bool IsProduct(const machine::Process& process) {
 static std::string BoxesAndPrograms(const Context& context) {
     const Speech& say = context.say;
     Rows boxes, programs;
-    for (const machine::MessageBoxRecord& box : machine::MessageBoxes())
+    for (const machine::MessageBoxRecord& box : machine::MessageBoxes()) {
         boxes.push_back({Escaped(say.Time(box.atMs)), EscapedAnsi(box.title), EscapedAnsi(box.text)});
+    }
     for (const machine::Process* process : machine::AllProcesses()) {
         const machine::Process* parent = process->parentId ? machine::FindProcess(process->parentId) : nullptr;
-        if (!IsProduct(*process) && parent && IsProduct(*parent))
+        if (!IsProduct(*process) && parent && IsProduct(*parent)) {
             programs.push_back({Escaped(say.Time(process->startedMs)), Code(process->commandLine),
                                 EscapedAnsi(process->user),
                                 process->ended ? say.Format("ended with {}", "endete mit {}", process->exitCode)
                                                : say("running", "läuft")});
+        }
     }
     std::string text;
-    if (!boxes.empty())
+    if (!boxes.empty()) {
         text += Table(say("Message boxes", "Meldungen"),
                       {say("When", "Wann"), say("Title", "Titel"), say("Text", "Text")}, boxes);
-    if (!programs.empty())
+    }
+    if (!programs.empty()) {
         text += Table(
             say("Programs that were started", "Gestartete Programme"),
             {say("When", "Wann"), say("Command line", "Befehlszeile"), say("As", "Als"), say("Outcome", "Ausgang")},
             programs);
+    }
     return text;
 }
 
 std::string ShownSection(const Context& context) {
     const Speech& say = context.say;
     std::string inner = Figures(context);
-    if (context.facts.pictures.size() >= MostPictures)
+    if (context.facts.pictures.size() >= MostPictures) {
         inner +=
             Paragraph(say.Format("Only the first {} pictures are shown; the tables have all.",
                                  "Nur die ersten {} Bilder werden gezeigt; die Tabellen haben alle.", MostPictures));
+    }
     inner += BalloonsTable(context) + BoxesAndPrograms(context);
     return inner.empty()
                ? ""
@@ -328,18 +366,20 @@ std::string ShownSection(const Context& context) {
 std::string LogSection(const Context& context) {
     const Speech& say = context.say;
     const ObservedLog& log = context.facts.log;
-    if (log.text.empty())
+    if (log.text.empty()) {
         return Section("log", say("Log", "Protokoll"),
                        Paragraph(say("The log of this run could not be observed.",
                                      "Das Protokoll dieses Laufs ließ sich nicht beobachten.")));
+    }
     const auto lines = std::count(log.text.begin(), log.text.end(), '\n');
     std::string inner = Paragraph(
         say("The product's log in full, as a second run beside this one wrote it: time, thread, message.",
             "Das ganze Protokoll des Produkts, wie es ein zweiter Lauf neben diesem schrieb: Zeit, Thread, Meldung."));
-    if (log.isCut)
+    if (log.isCut) {
         inner += Paragraph(say.Format("It was longer than {} MB; the rest is left out. --log writes it whole.",
                                       "Es war länger als {} MB; der Rest fehlt. --log schreibt es ganz.",
                                       MostLogBytes / 1'000'000));
+    }
     inner += fmt::format("<details><summary>{}</summary>\n<pre id=\"all\" lang=\"en\" tabindex=\"0\" role=\"region\" "
                          "aria-label=\"{}\">\n{}</pre></details>\n",
                          say.Format("Open all {} lines", "Alle {} Zeilen öffnen", lines),

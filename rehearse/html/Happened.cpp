@@ -60,15 +60,17 @@ static std::string TextOf(const Context& context, const Stretch& stretch) {
         text = machine::Utf8FromAnsi(stretch.name);
         break;
     }
-    if (!stretch.heldBy.empty())
+    if (!stretch.heldBy.empty()) {
         text += fmt::format(", {} {}", say("held by", "offen gehalten von"), machine::Utf8FromAnsi(stretch.heldBy));
+    }
     return text;
 }
 
 // The text of a bar, which has little room.
 static std::string ShortText(const Context& context, const Stretch& stretch) {
-    if (stretch.state == LaneState::Away || stretch.state == LaneState::Stopped)
+    if (stretch.state == LaneState::Away || stretch.state == LaneState::Stopped) {
         return "";
+    }
     Stretch plain = stretch;
     plain.heldBy.clear();
     const std::string text = TextOf(context, plain);
@@ -103,17 +105,19 @@ static std::string MarkOf(const Context& context, const TimelineEntry& entry, st
 // The lane in words, for who does not see it.
 static std::string LaneInWords(const Context& context, const std::vector<Stretch>& lane) {
     std::string words;
-    for (const Stretch& stretch : lane)
+    for (const Stretch& stretch : lane) {
         words += fmt::format("{}{} {}", words.empty() ? "" : "; ", context.say.Time(stretch.fromMs),
                              TextOf(context, stretch));
+    }
     return words;
 }
 
 static std::string LaneItem(const Context& context, std::size_t row, const std::string& marks) {
     const PortVerdict& port = context.facts.verdict.ports[row];
     std::string after = machine::Utf8FromAnsi(NameOfPort(port.facts));
-    if (port.shortfall == Shortfall::NoName)
+    if (port.shortfall == Shortfall::NoName) {
         after = context.say("no name", "kein Name");
+    }
     const std::string before = machine::Utf8FromAnsi(port.nameBefore);
     const auto found = context.facts.lanes.All().find(port.facts.device);
     static const std::vector<Stretch> nothing(1);
@@ -123,8 +127,9 @@ static std::string LaneItem(const Context& context, std::size_t row, const std::
                     "aria-label=\"{}\" height=\"24\">",
                     row, row, Escaped(before.empty() || before == after ? after : before + " → " + after),
                     Escaped(after + ": " + LaneInWords(context, lane)));
-    for (std::size_t i = 0; i < lane.size(); ++i)
+    for (std::size_t i = 0; i < lane.size(); ++i) {
         text += BarOf(context, lane, i);
+    }
     return text + marks + "</svg></li>\n";
 }
 
@@ -165,8 +170,10 @@ std::string LanesSection(const Context& context) {
     std::vector<std::string> marks(context.facts.verdict.ports.size());
     for (std::size_t i = 0; i < entries.size(); ++i) {
         const auto row = context.rows.find(entries[i].device);
-        if (row != context.rows.end() && (entries[i].isDanger || (!entries[i].isOutside && !entries[i].means.empty())))
+        if (row != context.rows.end() &&
+            (entries[i].isDanger || (!entries[i].isOutside && !entries[i].means.empty()))) {
             marks[row->second] += MarkOf(context, entries[i], i);
+        }
     }
     const Speech& say = context.say;
     std::string text = fmt::format(
@@ -178,8 +185,9 @@ std::string LanesSection(const Context& context) {
     text += fmt::format("<div class=\"box lanes\" id=\"lanes\" role=\"region\" tabindex=\"0\" "
                         "aria-labelledby=\"h-lanes\">\n{}<ol>\n",
                         AxisMarkup(context));
-    for (std::size_t row = 0; row < marks.size(); ++row)
+    for (std::size_t row = 0; row < marks.size(); ++row) {
         text += LaneItem(context, row, marks[row]);
+    }
     return text + "</ol>\n<div id=\"cursor\" hidden=\"\"></div></div>\n" + Legend(say) +
            fmt::format("<p class=\"small\">{}</p></section>\n",
                        say("Busy moments are stretched, quiet spells shortened; the times on the axis are true.",
@@ -191,12 +199,14 @@ std::string StretchesTable(const Context& context) {
     std::vector<std::vector<std::string>> rows;
     for (const PortVerdict& port : context.facts.verdict.ports) {
         const auto lane = context.facts.lanes.All().find(port.facts.device);
-        if (lane == context.facts.lanes.All().end())
+        if (lane == context.facts.lanes.All().end()) {
             continue;
-        for (std::size_t i = 0; i < lane->second.size(); ++i)
+        }
+        for (std::size_t i = 0; i < lane->second.size(); ++i) {
             rows.push_back({EscapedAnsi(NameOfPort(port.facts)), Escaped(say.Time(lane->second[i].fromMs)),
                             Escaped(say.Time(EndOf(context, lane->second, i))),
                             Escaped(TextOf(context, lane->second[i]))});
+        }
     }
     return fmt::format("<details class=\"print\"><summary>{}</summary>\n{}</details>\n",
                        say("The lanes as a table", "Die Bahnen als Tabelle"),
@@ -213,17 +223,19 @@ static std::vector<std::size_t> LinesOfEntries(const PageFacts& facts) {
     const std::vector<TimelineEntry>& entries = facts.timeline.Entries();
     const auto own = static_cast<std::size_t>(
         std::count_if(entries.begin(), entries.end(), [](const auto& entry) { return !IsExplanation(entry); }));
-    if (facts.log.text.empty() || own != facts.log.linesBefore.size())
+    if (facts.log.text.empty() || own != facts.log.linesBefore.size()) {
         return {};
+    }
     std::vector<std::size_t> lines;
     std::size_t at = 0; // of what both runs have
     for (const TimelineEntry& entry : entries) {
-        if (IsExplanation(entry))
+        if (IsExplanation(entry)) {
             lines.push_back(at < own                        ? facts.log.linesBefore[at]
                             : facts.log.linesBefore.empty() ? 0
                                                             : facts.log.linesBefore.back());
-        else
+        } else {
             lines.push_back(facts.log.linesBefore[at++]);
+        }
     }
     return lines;
 }
@@ -231,9 +243,11 @@ static std::vector<std::size_t> LinesOfEntries(const PageFacts& facts) {
 // An explanation is a line of the log itself: the first one from `from` on that holds it, among the next few hundred.
 static std::size_t LineThatSays(const std::vector<std::string_view>& log, std::size_t from, std::string_view message) {
     constexpr std::size_t Most = 400;
-    for (std::size_t i = from; i < std::min(log.size(), from + Most); ++i)
-        if (log[i].ends_with(message))
+    for (std::size_t i = from; i < std::min(log.size(), from + Most); ++i) {
+        if (log[i].ends_with(message)) {
             return i;
+        }
+    }
     return from;
 }
 
@@ -249,8 +263,9 @@ static std::vector<std::string_view> LinesOf(std::string_view text) {
 
 static std::vector<std::size_t> LogPlaces(const PageFacts& facts) {
     std::vector<std::size_t> places = LinesOfEntries(facts);
-    if (places.empty())
+    if (places.empty()) {
         return places;
+    }
     const std::vector<std::string_view> log = LinesOf(facts.log.text);
     const std::vector<TimelineEntry>& entries = facts.timeline.Entries();
     std::size_t from = 0;
@@ -274,10 +289,12 @@ static std::string EntryItem(const Context& context, const TimelineEntry& entry,
         };
         what += fmt::format(" <strong>{} → {}</strong>", name(entry.from), name(entry.to));
     }
-    if (!entry.means.empty())
+    if (!entry.means.empty()) {
         what += fmt::format(" ({})", Escaped(entry.means));
-    if (!entry.device.empty())
+    }
+    if (!entry.device.empty()) {
         what += fmt::format(" <code>{}</code>", EscapedAnsi(entry.device));
+    }
     const char* source = entry.isDanger    ? say("DANGER", "GEFAHR")
                          : entry.isOutside ? say("outside", "außen")
                                            : "Quillmarch";
@@ -300,14 +317,17 @@ std::string TimelineSection(const Context& context) {
         say("Timeline", "Zeitleiste"), say("Show only what holds", "Nur zeigen, was dies enthält:"), say("of", "von"));
     constexpr std::size_t InOneList = 100; // lists that are not in sight are not laid out
     for (std::size_t i = 0; i < entries.size(); ++i) {
-        if (i % InOneList == 0)
+        if (i % InOneList == 0) {
             text += fmt::format("{}<ol start=\"{}\">\n", i ? "</ol>\n" : "", i + 1);
+        }
         const auto row = context.rows.find(entries[i].device);
         std::string data = fmt::format(" data-x=\"{}\"", Percent(context.axis.At(entries[i].atMs)));
-        if (row != context.rows.end())
+        if (row != context.rows.end()) {
             data += fmt::format(" data-p=\"{}\"", row->second);
-        if (i < places.size())
+        }
+        if (i < places.size()) {
             data += fmt::format(" data-l=\"{}\"", places[i]);
+        }
         text += EntryItem(context, entries[i], i, data);
     }
     return text +

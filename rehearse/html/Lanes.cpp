@@ -9,29 +9,33 @@ namespace rehearse::html {
 static Stretch StretchOf(const machine::DeviceNode& port) {
     Stretch stretch;
     stretch.fromMs = machine::Now();
-    if (!port.IsPresent())
+    if (!port.IsPresent()) {
         return stretch;
+    }
     stretch.heldBy = machine::HolderOf(port);
     stretch.problem = port.problem;
     stretch.name = port.printerPort ? machine::RegistryNameOf(port) : machine::DosNameOf(port);
-    if (port.problem)
+    if (port.problem) {
         stretch.state = LaneState::Problem;
-    else if (!port.IsRunning())
+    } else if (!port.IsRunning()) {
         stretch.state = LaneState::Stopped;
-    else
+    } else {
         stretch.state = stretch.name.empty() ? LaneState::Nameless : LaneState::Named;
-    if (stretch.state != LaneState::Named)
+    }
+    if (stretch.state != LaneState::Named) {
         stretch.name.clear();
+    }
     return stretch;
 }
 
 void Lanes::Watch() {
     NoteAll();
     m_watch.emplace([this](const machine::DeviceNode* port) {
-        if (!port)
+        if (!port) {
             NoteAll();
-        else if (port->IsPort())
+        } else if (port->IsPort()) {
             NotePort(*port);
+        }
     });
 }
 
@@ -47,20 +51,24 @@ void Lanes::NotePort(const machine::DeviceNode& port) {
     if (lane.empty() && now.fromMs > 0) {
         lane.emplace_back(); // it was never there before
     }
-    if (!lane.empty() && lane.back().IsLike(now))
+    if (!lane.empty() && lane.back().IsLike(now)) {
         return;
+    }
     if (!lane.empty() && lane.back().fromMs == now.fromMs) {
         lane.pop_back(); // what lasts no time is nothing to see
-        if (!lane.empty() && lane.back().IsLike(now))
+        if (!lane.empty() && lane.back().IsLike(now)) {
             return;
+        }
     }
     lane.push_back(now);
 }
 
 void Lanes::NoteAll() {
-    for (const machine::DeviceNode* node : machine::TheDeviceTree().AllEver())
-        if (node->IsPort())
+    for (const machine::DeviceNode* node : machine::TheDeviceTree().AllEver()) {
+        if (node->IsPort()) {
             NotePort(*node);
+        }
+    }
 }
 
 } // namespace rehearse::html

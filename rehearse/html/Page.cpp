@@ -40,20 +40,24 @@ static std::string Asked(const Context& context) {
                                                            ? say("as the description says", "wie in der Beschreibung")
                                                            : "<code>" + Escaped(facts.configurationFile) + "</code>");
     text += row(say("Length", "Dauer"), Escaped(say.Time(facts.lanes.EndMs())));
-    if (facts.seed)
+    if (facts.seed) {
         text += row(say("Seed", "Startwert"), fmt::format("{}", *facts.seed));
+    }
     text += "</dl>\n";
-    if (!facts.configuration.empty())
+    if (!facts.configuration.empty()) {
         text += fmt::format("<details><summary>{}</summary>\n<pre tabindex=\"0\" role=\"region\" "
                             "aria-label=\"{}\">\n{}</pre></details>\n",
                             say("The configuration at the start", "Die Konfiguration am Anfang"),
                             say("Configuration", "Konfiguration"), EscapedAnsi(facts.configuration));
+    }
     std::string notes;
-    for (const machine::MachineNote& note : machine::AllNotes())
+    for (const machine::MachineNote& note : machine::AllNotes()) {
         notes += "<li>" + Escaped(note.text) + "</li>\n";
-    if (!notes.empty())
+    }
+    if (!notes.empty()) {
         text += fmt::format("<details><summary>{}</summary>\n<ul lang=\"en\">\n{}</ul></details>\n",
                             say("Notes on the machine", "Anmerkungen zum Rechner"), notes);
+    }
     return text;
 }
 
@@ -61,12 +65,15 @@ static std::string VerdictSection(const Context& context) {
     const Speech& say = context.say;
     const PageFacts& facts = context.facts;
     std::vector<std::string> reasons;
-    if (!facts.stopped.empty())
+    if (!facts.stopped.empty()) {
         reasons.push_back(facts.stopped);
-    for (const std::string& failure : facts.failures)
+    }
+    for (const std::string& failure : facts.failures) {
         reasons.push_back(fmt::format("{}: {}", say("expectation not met", "Erwartung nicht erfüllt"), failure));
-    for (const std::string& line : facts.verdict.Shortcomings())
+    }
+    for (const std::string& line : facts.verdict.Shortcomings()) {
         reasons.push_back(say.Phrase(line));
+    }
     const bool isDanger = !facts.stopped.empty() || !facts.verdict.dangers.empty();
     const char* word = !facts.stopped.empty() ? say("Stopped", "Abgebrochen")
                        : isDanger             ? say("Danger", "Gefahr")
@@ -78,17 +85,20 @@ static std::string VerdictSection(const Context& context) {
                                    : reasons.empty() ? "fine"
                                                      : "warn",
                                    word, Escaped(say.Sentence(facts.verdict)));
-    if (facts.isChecked && facts.failures.empty() && facts.stopped.empty())
+    if (facts.isChecked && facts.failures.empty() && facts.stopped.empty()) {
         text += fmt::format("<p>{}</p>\n", say("All expectations were met.", "Alle Erwartungen wurden erfüllt."));
+    }
     constexpr std::size_t AtOnce = 8;
     for (std::size_t i = 0; i < reasons.size(); ++i) {
-        if (i == AtOnce)
+        if (i == AtOnce) {
             text += fmt::format("</ul>\n<details class=\"print\"><summary>{}</summary>\n<ul>\n",
                                 say.Format("{} more", "{} weitere", reasons.size() - AtOnce));
+        }
         text += (i == 0 ? "<ul>\n<li>" : "<li>") + Escaped(reasons[i]) + "</li>\n";
     }
-    if (!reasons.empty())
+    if (!reasons.empty()) {
         text += reasons.size() > AtOnce ? "</ul></details>\n" : "</ul>\n";
+    }
     return text + "</section>\n";
 }
 

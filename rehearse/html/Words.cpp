@@ -13,11 +13,11 @@
 namespace rehearse::html {
 
 namespace {
-
 // A star stands for any text; the German form has the same stars in the same order.
 struct Pair {
     std::string_view english, german;
 };
+} // namespace
 constexpr Pair Phrases[] = {
     // States of ports
     {"ok", "in Ordnung"},
@@ -96,53 +96,57 @@ constexpr Pair Phrases[] = {
 };
 
 // The texts that the stars stand for, the shortest that fit; nothing if the text is another one.
-std::optional<std::vector<std::string>> Fit(std::string_view text, std::string_view pattern) {
+static std::optional<std::vector<std::string>> Fit(std::string_view text, std::string_view pattern) {
     std::vector<std::string> stars;
     for (;;) {
         const std::size_t star = pattern.find('*');
-        if (!text.starts_with(pattern.substr(0, star)))
+        if (!text.starts_with(pattern.substr(0, star))) {
             return std::nullopt;
-        if (star == std::string_view::npos)
+        }
+        if (star == std::string_view::npos) {
             return text.size() == pattern.size() ? std::optional(stars) : std::nullopt;
+        }
         text.remove_prefix(star);
         pattern.remove_prefix(star + 1);
         const std::string_view next = pattern.substr(0, pattern.find('*'));
         const std::size_t end = pattern.empty()                 ? text.size()
                                 : next.size() == pattern.size() ? text.size() - std::min(text.size(), next.size())
                                                                 : text.find(next);
-        if (end == std::string_view::npos)
+        if (end == std::string_view::npos) {
             return std::nullopt;
+        }
         stars.emplace_back(text.substr(0, end));
         text.remove_prefix(end);
     }
 }
 
-std::string Filled(std::string_view form, const std::vector<std::string>& stars) {
+static std::string Filled(std::string_view form, const std::vector<std::string>& stars) {
     std::string text;
     std::size_t used = 0;
     for (const char c : form) {
-        if (c == '*' && used < stars.size())
+        if (c == '*' && used < stars.size()) {
             text += stars[used++];
-        else
+        } else {
             text += c;
+        }
     }
     return text;
 }
 
 // The length of a character that nobody would see, or that turns what stands around it; 0 for any other.
-std::size_t HiddenLength(std::string_view rest) {
+static std::size_t HiddenLength(std::string_view rest) {
     const auto at = [&](std::size_t i) { return i < rest.size() ? static_cast<unsigned char>(rest[i]) : 0; };
-    if ((at(0) < ' ' && at(0) != '\n' && at(0) != '\t') || at(0) == 0x7F)
+    if ((at(0) < ' ' && at(0) != '\n' && at(0) != '\t') || at(0) == 0x7F) {
         return 1;
-    if (at(0) == 0xC2 && at(1) >= 0x80 && at(1) < 0xA0)
+    }
+    if (at(0) == 0xC2 && at(1) >= 0x80 && at(1) < 0xA0) {
         return 2;
+    }
     const bool turns =
         at(0) == 0xE2 && ((at(1) == 0x80 && (at(2) >= 0xAA ? at(2) <= 0xAE : at(2) == 0x8E || at(2) == 0x8F)) ||
                           (at(1) == 0x81 && at(2) >= 0xA6 && at(2) <= 0xA9));
     return turns ? 3 : 0;
 }
-
-} // namespace
 
 std::string Escaped(std::string_view utf8) {
     std::string text;
@@ -181,24 +185,29 @@ std::string EscapedAnsi(const std::string& ansi) {
 }
 
 std::string Speech::Phrase(const std::string& english) const {
-    if (!m_isGerman)
+    if (!m_isGerman) {
         return english;
-    for (const Pair& pair : Phrases)
-        if (const auto stars = Fit(english, pair.english))
+    }
+    for (const Pair& pair : Phrases) {
+        if (const auto stars = Fit(english, pair.english)) {
             return Filled(pair.german, *stars);
+        }
+    }
     return english;
 }
 
 std::string Speech::Time(std::uint64_t ms) const {
     std::string text = TimeText(ms);
-    if (m_isGerman)
+    if (m_isGerman) {
         std::replace(text.begin(), text.end(), '.', ',');
+    }
     return text;
 }
 
 std::string Speech::Sentence(const Verdict& verdict) const {
-    if (!m_isGerman)
+    if (!m_isGerman) {
         return verdict.Sentence();
+    }
     const auto count = [&](auto isMeant) { return std::count_if(verdict.ports.begin(), verdict.ports.end(), isMeant); };
     const auto has = [](const PortVerdict& port) {
         return std::find(port.wanted.begin(), port.wanted.end(), port.facts.number) != port.wanted.end();
@@ -209,18 +218,20 @@ std::string Speech::Sentence(const Verdict& verdict) const {
     const auto idle =
         std::count_if(verdict.rules.begin(), verdict.rules.end(), [](const auto& rule) { return rule.took.empty(); });
     std::string text;
-    if (!verdict.isObserved)
+    if (!verdict.isObserved) {
         text = "Was die Regeln nahmen, ließ sich nicht beobachten";
-    else if (ruled == 0)
+    } else if (ruled == 0) {
         text = "Kein Port, der da ist, hat eine Regel mit einer Nummer";
-    else if (satisfied == ruled)
+    } else if (satisfied == ruled) {
         text = ruled == 1 ? "Der eine Port mit einer Regel hat eine gewünschte Nummer"
                           : fmt::format("Alle {} Ports mit einer Regel haben eine gewünschte Nummer", ruled);
-    else
+    } else {
         text = fmt::format("{} von {} Ports mit einer Regel haben eine gewünschte Nummer", satisfied, ruled);
+    }
     const auto add = [&text](std::size_t many, const char* one, const char* several) {
-        if (many)
+        if (many) {
             text += fmt::format("; {} {}", many, many == 1 ? one : several);
+        }
     };
     add(verdict.rings.size(), "Ring von Ports, die einander die Nummern streitig machen",
         "Ringe von Ports, die einander die Nummern streitig machen");

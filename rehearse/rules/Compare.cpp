@@ -18,11 +18,10 @@
 
 namespace rehearse {
 
-namespace {
-
 using Json = nlohmann::ordered_json;
 using RuleId = std::pair<unsigned, int>; // type and number
 
+namespace {
 struct Side {
     IniFile ini;
     QuietRun run;
@@ -41,81 +40,97 @@ struct PortChange {
     bool IsTouched() const { return oldName != newName || newRestarts > oldRestarts; }
     bool Differs() const { return oldName != newName || newRestarts != oldRestarts; }
 };
+} // namespace
 
-std::string Utf8(std::string_view text) {
+static std::string Utf8(std::string_view text) {
     return machine::Utf8FromAnsi(std::string(text));
 }
 
-std::string RuleText(const RuleId& rule) {
+static std::string RuleText(const RuleId& rule) {
     return SectionText({rule.first, rule.second, {}, {}, {}});
 }
 
-const IniSection* FindSection(const IniFile& ini, const RuleId& rule) {
-    for (const IniSection& section : ini.sections)
-        if (RuleId(section.type, section.number) == rule)
+static const IniSection* FindSection(const IniFile& ini, const RuleId& rule) {
+    for (const IniSection& section : ini.sections) {
+        if (RuleId(section.type, section.number) == rule) {
             return &section;
+        }
+    }
     return nullptr;
 }
 
 // What counts of a section, by its keys in small letters.
-std::map<std::string, std::string> ValuesOf(const IniSection& section) {
+static std::map<std::string, std::string> ValuesOf(const IniSection& section) {
     std::map<std::string, std::string> values;
-    for (const IniValue& value : section.values)
-        if (!value.value.empty())
+    for (const IniValue& value : section.values) {
+        if (!value.value.empty()) {
             values[machine::Lower(value.key)] = value.key + "=" + value.value;
+        }
+    }
     return values;
 }
 
-std::string DifferenceText(const IniSection& before, const IniSection& after) {
+static std::string DifferenceText(const IniSection& before, const IniSection& after) {
     const auto old = ValuesOf(before), now = ValuesOf(after);
     std::vector<std::string> parts;
-    for (const auto& [key, text] : old)
-        if (const auto same = now.find(key); same == now.end())
+    for (const auto& [key, text] : old) {
+        if (const auto same = now.find(key); same == now.end()) {
             parts.push_back("without " + Utf8(text));
-        else if (same->second.substr(key.size()) != text.substr(key.size()))
+        } else if (same->second.substr(key.size()) != text.substr(key.size())) {
             parts.push_back(fmt::format("{} -> {}", Utf8(text), Utf8(same->second.substr(key.size() + 1))));
-    for (const auto& [key, text] : now)
-        if (!old.contains(key))
+        }
+    }
+    for (const auto& [key, text] : now) {
+        if (!old.contains(key)) {
             parts.push_back("with " + Utf8(text));
+        }
+    }
     return fmt::format("{}", fmt::join(parts, ", "));
 }
 
-std::vector<RuleChange> CompareSections(const IniFile& before, const IniFile& after) {
+static std::vector<RuleChange> CompareSections(const IniFile& before, const IniFile& after) {
     std::set<RuleId> rules;
-    for (const IniFile* ini : {&before, &after})
-        for (const IniSection& section : ini->sections)
+    for (const IniFile* ini : {&before, &after}) {
+        for (const IniSection& section : ini->sections) {
             rules.insert({section.type, section.number});
+        }
+    }
     std::vector<RuleChange> changes;
     const Coverage ofBefore(before), ofAfter(after);
     for (const RuleId& rule : rules) {
         const IniSection* old = FindSection(before, rule);
         const IniSection* now = FindSection(after, rule);
-        if (!old)
+        if (!old) {
             changes.push_back({rule, "new", ""});
-        else if (!now)
+        } else if (!now) {
             changes.push_back({rule, "gone", ""});
-        else if (const std::string what = DifferenceText(*old, *now); !what.empty())
+        } else if (const std::string what = DifferenceText(*old, *now); !what.empty()) {
             changes.push_back({rule, "changed", what});
+        }
         const IniSection* covering = now && IsRuleSection(rule.first) ? ofAfter.CoveringSection(*now) : nullptr;
-        if (covering && !(old && ofBefore.CoveringSection(*old)))
+        if (covering && !(old && ofBefore.CoveringSection(*old))) {
             changes.push_back({rule, "shadowed", "by " + SectionText(*covering)});
+        }
     }
     return changes;
 }
 
 // The section that a port had in the end; nothing if the product never looked for one.
-std::optional<int> LastChoice(const QuietRun& run, const std::string& device) {
-    for (auto search = run.searches.rbegin(); search != run.searches.rend(); ++search)
-        if (search->type == PortSection && machine::EqualNoCase(search->device, device))
+static std::optional<int> LastChoice(const QuietRun& run, const std::string& device) {
+    for (auto search = run.searches.rbegin(); search != run.searches.rend(); ++search) {
+        if (search->type == PortSection && machine::EqualNoCase(search->device, device)) {
             return search->section;
+        }
+    }
     return std::nullopt;
 }
 
-std::string ChoiceText(std::optional<int> choice) {
+static std::string ChoiceText(std::optional<int> choice) {
     return choice.value_or(0) ? RuleText({PortSection, *choice}) : "";
 }
 
-std::vector<PortChange> ComparePorts(const Side& before, const Side& after, const std::vector<RuleChange>& rules) {
+static std::vector<PortChange> ComparePorts(const Side& before, const Side& after,
+                                            const std::vector<RuleChange>& rules) {
     const auto hasChanged = [&](std::optional<int> choice) {
         return choice.value_or(0) && std::any_of(rules.begin(), rules.end(), [&](const RuleChange& change) {
                    return change.rule == RuleId(PortSection, *choice) && change.change != "shadowed";
@@ -140,48 +155,55 @@ std::vector<PortChange> ComparePorts(const Side& before, const Side& after, cons
     return ports;
 }
 
-std::string SideBySide(const std::string& before, const std::string& after) {
+static std::string SideBySide(const std::string& before, const std::string& after) {
     const auto shown = [](const std::string& text) { return text.empty() ? std::string("none") : text; };
     return before == after ? shown(after) : fmt::format("{} -> {}", shown(before), shown(after));
 }
 
-std::string TextOf(const std::vector<RuleChange>& rules, const std::vector<PortChange>& ports) {
+static std::string TextOf(const std::vector<RuleChange>& rules, const std::vector<PortChange>& ports) {
     std::string text = rules.empty() ? "No rule differs.\n" : "";
-    for (const RuleChange& change : rules)
+    for (const RuleChange& change : rules) {
         text += fmt::format("{:<9} {}{}{}\n", change.change, RuleText(change.rule), change.what.empty() ? "" : ": ",
                             change.what);
+    }
     std::vector<std::array<std::string, 4>> rows;
     std::string unnamed;
     for (const PortChange& port : ports) {
-        if (port.Differs())
+        if (port.Differs()) {
             rows.push_back({SideBySide(port.oldName, port.newName), SideBySide(port.oldRule, port.newRule),
                             SideBySide(std::to_string(port.oldRestarts), std::to_string(port.newRestarts)),
                             Utf8(port.device)});
-        if (port.IsTouched() && !port.isNamed)
+        }
+        if (port.IsTouched() && !port.isNamed) {
             unnamed += fmt::format("{} is touched, and no changed rule names it ({})\n",
                                    port.newName.empty() ? "A port" : port.newName, Utf8(port.device));
+        }
     }
     const std::size_t same = ports.size() - rows.size();
     if (!rows.empty()) {
         rows.insert(rows.begin(), {"Port", "Section", "Restarts", "Device"});
         std::array<std::size_t, 3> widths{};
-        for (const auto& row : rows)
-            for (std::size_t i = 0; i < widths.size(); ++i)
+        for (const auto& row : rows) {
+            for (std::size_t i = 0; i < widths.size(); ++i) {
                 widths[i] = std::max(widths[i], row[i].size());
+            }
+        }
         text += "\n";
-        for (const auto& row : rows)
+        for (const auto& row : rows) {
             text += fmt::format("{:<{}}  {:<{}}  {:<{}}  {}\n", row[0], widths[0], row[1], widths[1], row[2], widths[2],
                                 row[3]);
+        }
     }
     text += fmt::format("\n{} port{} without a difference.\n", same, same == 1 ? "" : "s");
     return text + unnamed;
 }
 
-Json JsonOf(const std::vector<RuleChange>& rules, const std::vector<PortChange>& ports) {
+static Json JsonOf(const std::vector<RuleChange>& rules, const std::vector<PortChange>& ports) {
     Json ruleList = Json::array(), portList = Json::array();
-    for (const RuleChange& change : rules)
+    for (const RuleChange& change : rules) {
         ruleList.push_back({{"section", RuleText(change.rule)}, {"change", change.change}, {"what", change.what}});
-    for (const PortChange& port : ports)
+    }
+    for (const PortChange& port : ports) {
         portList.push_back({{"device", Utf8(port.device)},
                             {"old", port.oldName},
                             {"new", port.newName},
@@ -191,26 +213,28 @@ Json JsonOf(const std::vector<RuleChange>& rules, const std::vector<PortChange>&
                             {"new_restarts", port.newRestarts},
                             {"touched", port.IsTouched()},
                             {"named", port.isNamed}});
+    }
     return {{"rules", std::move(ruleList)}, {"ports", std::move(portList)}};
 }
 
-std::string NewBytes(const Options& options, const Record& description) {
-    if (options.ini)
+static std::string NewBytes(const Options& options, const Record& description) {
+    if (options.ini) {
         return ReadHostFile(*options.ini, {*options.ini, 1, 1});
+    }
     const Record* product = description.TableOf("quillmarch");
-    if (product && product->Has("ini"))
+    if (product && product->Has("ini")) {
         return ReadHostFile(product->TextOf("ini"), product->At("ini"));
-    if (product && product->Has("ini_text"))
+    }
+    if (product && product->Has("ini_text")) {
         return product->TextOf("ini_text");
+    }
     throw InputError(description.at, "it has no configuration to compare with: name the new one with --ini");
 }
 
-Side RunSide(const Record& description, const Options& options, const std::string& bytes) {
+static Side RunSide(const Record& description, const Options& options, const std::string& bytes) {
     Findings unheeded;
     return {ParseIni("", bytes, unheeded), RunQuietly(description, options, bytes)};
 }
-
-} // namespace
 
 int CompareRules(const Options& options) {
     Output json(options.json);
@@ -219,17 +243,20 @@ int CompareRules(const Options& options) {
     const std::string after = NewBytes(options, description);
     PrepareProduct(options);
     const Side old = RunSide(description, options, before), now = RunSide(description, options, after);
-    for (const Side* side : {&old, &now})
+    for (const Side* side : {&old, &now}) {
         if (!side->run.outcome.empty()) {
             fmt::print(stderr, "{}\n", side->run.outcome);
             return ExitStopped;
         }
+    }
     const std::vector<RuleChange> rules = CompareSections(old.ini, now.ini);
     const std::vector<PortChange> ports = ComparePorts(old, now, rules);
-    if (!options.quiet && !json.IsStandardOutput())
+    if (!options.quiet && !json.IsStandardOutput()) {
         fmt::print("{}", TextOf(rules, ports));
-    if (json.IsWanted())
+    }
+    if (json.IsWanted()) {
         json.Write(JsonOf(rules, ports).dump(2) + "\n");
+    }
     const bool isBeside = std::any_of(ports.begin(), ports.end(),
                                       [](const PortChange& port) { return port.IsTouched() && !port.isNamed; });
     return options.strict && isBeside ? ExitNotMet : ExitDone;

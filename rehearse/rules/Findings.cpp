@@ -77,8 +77,9 @@ std::string FaultCode(Fault fault) {
 
 std::string FaultTable() {
     std::string table = "| Code | Meaning | Remedy |\n|---|---|---|\n";
-    for (const FaultKind& kind : FaultKinds())
+    for (const FaultKind& kind : FaultKinds()) {
         table += fmt::format("| {} | {} | {} |\n", FaultCode(kind.fault), kind.meaning, kind.remedy);
+    }
     return table;
 }
 
@@ -89,13 +90,14 @@ std::string FindingLine(const Finding& finding) {
 
 nlohmann::ordered_json FindingsJson(const Findings& findings) {
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const Finding& finding : findings)
+    for (const Finding& finding : findings) {
         list.push_back({{"code", FaultCode(finding.fault)},
                         {"file", finding.at.file},
                         {"line", finding.at.line},
                         {"column", finding.at.column},
                         {"what", finding.what},
                         {"suggestion", finding.suggestion}});
+    }
     return list;
 }
 

@@ -13,24 +13,23 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr std::string_view Blanks = " \t";
 constexpr std::string_view LineEnds = "\r\n";
 constexpr std::string_view Utf8Mark = "\xEF\xBB\xBF";
 constexpr std::string_view SectionMark = "__SECTION__";
 constexpr std::string_view LineMark = "__LINE__";
 
-std::string_view Trimmed(std::string_view text, std::string_view what = Blanks) {
+static std::string_view Trimmed(std::string_view text, std::string_view what = Blanks) {
     const std::size_t first = text.find_first_not_of(what);
-    if (first == std::string_view::npos)
+    if (first == std::string_view::npos) {
         return {};
+    }
     return text.substr(first, text.find_last_not_of(what) + 1 - first);
 }
 
 // The reader compares names of sections by this alone: the length in the highest byte, plus each 16-bit word without
 // the bit of the case.
-std::uint32_t HashOfName(std::string_view text) {
+static std::uint32_t HashOfName(std::string_view text) {
     std::uint32_t hash = static_cast<std::uint32_t>(text.size()) << 24;
     for (std::size_t i = 0; i < text.size(); i += 2) {
         const unsigned low = static_cast<unsigned char>(text[i]);
@@ -40,29 +39,32 @@ std::uint32_t HashOfName(std::string_view text) {
     return hash;
 }
 
-std::optional<unsigned> TypeOfName(std::string_view base) {
-    for (unsigned type = 0; type < SectionNameCount; ++type)
-        if (HashOfName(base) == HashOfName(SectionNames[type]))
+static std::optional<unsigned> TypeOfName(std::string_view base) {
+    for (unsigned type = 0; type < SectionNameCount; ++type) {
+        if (HashOfName(base) == HashOfName(SectionNames[type])) {
             return type;
+        }
+    }
     return std::nullopt;
 }
 
 // Converts digits as the system does: overflow wraps.
-int NumberOfDigits(std::string_view text) {
+static int NumberOfDigits(std::string_view text) {
     std::uint32_t number = 0;
     for (const char c : text) {
-        if (c < '0' || c > '9')
+        if (c < '0' || c > '9') {
             break;
+        }
         number = number * 10 + static_cast<std::uint32_t>(c - '0');
     }
     return static_cast<int>(number);
 }
 
-std::string Utf8(std::string_view text) {
+static std::string Utf8(std::string_view text) {
     return machine::Utf8FromAnsi(std::string(text));
 }
 
-bool IsSettingOfProfile(unsigned type, std::string_view key) {
+static bool IsSettingOfProfile(unsigned type, std::string_view key) {
     const auto isOne = [&](const auto& table) {
         return std::any_of(std::begin(table), std::end(table), [&](const KnownKey& row) {
             return row.source == KeySource::Profile && machine::EqualNoCase(row.name, key);
@@ -71,6 +73,7 @@ bool IsSettingOfProfile(unsigned type, std::string_view key) {
     return type == 0 ? isOne(SettingsKeys) : type == SectionNameCount - 1 && isOne(BalloonKeys);
 }
 
+namespace {
 // One file on its way into sections, line by line as the product's reader reads it.
 class Parser {
 public:
@@ -105,13 +108,15 @@ private:
     bool m_isLost = false;           // a section was dropped, and that was reported
     bool m_isUtf8 = false, m_hasMark = false, m_hasZero = false;
 };
+} // namespace
 
 Position Parser::At(std::size_t offset) const {
     const std::string_view before = m_line.substr(0, offset);
     std::size_t column = before.size() + 1;
-    if (m_isUtf8) // an editor counts characters
+    if (m_isUtf8) { // an editor counts characters
         column -= static_cast<std::size_t>(
             std::count_if(before.begin(), before.end(), [](char c) { return (c & 0xC0) == 0x80; }));
+    }
     return {m_file, m_lineNumber, static_cast<unsigned>(column)};
 }
 
@@ -119,18 +124,22 @@ void Parser::Add(Fault fault, std::string what, std::string suggestion, std::siz
     m_findings.push_back({fault, At(at), std::move(what), std::move(suggestion)});
 }
 
-bool IsUtf8Text(std::string_view text) {
+static bool IsUtf8Text(std::string_view text) {
     bool hasLong = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const auto first = static_cast<unsigned char>(text[i]);
-        if (first < 0x80)
+        if (first < 0x80) {
             continue;
+        }
         const std::size_t more = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
-        if (first < 0xC2 || first > 0xF4 || i + more >= text.size())
+        if (first < 0xC2 || first > 0xF4 || i + more >= text.size()) {
             return false;
-        for (std::size_t k = 1; k <= more; ++k)
-            if ((text[i + k] & 0xC0) != 0x80)
+        }
+        for (std::size_t k = 1; k <= more; ++k) {
+            if ((text[i + k] & 0xC0) != 0x80) {
                 return false;
+            }
+        }
         i += more;
         hasLong = true;
     }
@@ -178,8 +187,9 @@ void Parser::Parse(std::string bytes) {
         return;
     }
     Decode(bytes);
-    if (!m_text.empty() && m_text[0] != 0)
+    if (!m_text.empty() && m_text[0] != 0) {
         ParseSnapshot();
+    }
     ParseProfile();
 }
 
@@ -194,17 +204,20 @@ void Parser::ParseSnapshot() {
             m_hasZero = true;
             Add(Fault::ZeroByte, "the line ends at a zero byte", "save as ANSI, or as UTF-16 with a mark", line.size());
         }
-        while (!line.empty() && Blanks.find(line.back()) != std::string_view::npos)
+        while (!line.empty() && Blanks.find(line.back()) != std::string_view::npos) {
             line.remove_suffix(1);
-        if (!TakeLine(line))
+        }
+        if (!TakeLine(line)) {
             break;
+        }
         at = end + 1;
         ++m_lineNumber;
         ++m_readerLine;
         // The reader takes any two line ends in a row as one.
         if (at < whole.size() && LineEnds.find(whole[at]) != std::string_view::npos) {
-            if (whole[end] != '\r' || whole[at] != '\n')
+            if (whole[end] != '\r' || whole[at] != '\n') {
                 ++m_lineNumber;
+            }
             ++at;
         }
     }
@@ -221,8 +234,9 @@ bool Parser::TakeLine(std::string_view line) {
             "save as ANSI, or as UTF-16 with a mark");
         return true;
     }
-    if (line.empty() || line[0] == ';' || line[0] == '#')
+    if (line.empty() || line[0] == ';' || line[0] == '#') {
         return true;
+    }
     if (line[0] == '[') {
         if (line.back() == ']') {
             TakeSection(line);
@@ -234,16 +248,18 @@ bool Parser::TakeLine(std::string_view line) {
                          : fmt::format("'{}' is no section, with text after the ']'", Utf8(line)),
             name.empty() ? WhereKeysGo() : fmt::format("write {} alone; {}", Utf8(name), WhereKeysGo()));
     } else if (static_cast<signed char>(line[0]) < 'A') {
-        if (Blanks.find(line[0]) != std::string_view::npos)
+        if (Blanks.find(line[0]) != std::string_view::npos) {
             TellOfIndent(line);
-        else if (m_section || !m_isLost)
+        } else if (m_section || !m_isLost) {
             TellOfStray(line);
+        }
         return true;
     }
     if (!m_section) {
-        if (!m_isLost && line[0] != '[')
+        if (!m_isLost && line[0] != '[') {
             Add(Fault::BeforeSections,
                 fmt::format("'{}' stands before the first section and does not count", Utf8(line)));
+        }
         return true;
     }
     return TakeValue(line);
@@ -256,11 +272,13 @@ std::string Parser::WhereKeysGo() const {
 
 void Parser::TellOfIndent(std::string_view line) {
     const std::string_view rest = Trimmed(line);
-    if (rest.empty() || rest[0] == ';' || rest[0] == '#')
+    if (rest.empty() || rest[0] == ';' || rest[0] == '#') {
         return;
+    }
     const std::string_view key = Trimmed(rest.substr(0, rest.find('=')));
-    if (rest[0] != '[' && (m_isLost || (m_section && IsSettingOfProfile(m_section->type, key))))
+    if (rest[0] != '[' && (m_isLost || (m_section && IsSettingOfProfile(m_section->type, key)))) {
         return; // reported already; or read by readers that skip the blanks
+    }
     Add(Fault::IndentedLine, fmt::format("'{}' is indented and does not count", Utf8(rest)),
         rest[0] == '[' ? "begin in the first column; " + WhereKeysGo() : "begin in the first column");
 }
@@ -305,7 +323,7 @@ void Parser::AddSection(std::string_view name) {
             "numbers are 1 to 99", 1);
         return;
     }
-    for (const IniSection& section : m_ini.sections)
+    for (const IniSection& section : m_ini.sections) {
         if (section.type == *type && section.number == number) {
             Add(Fault::SectionTwice,
                 fmt::format("[{}] is {} of line {} again, its keys do not count", Utf8(name), SectionText(section),
@@ -313,6 +331,7 @@ void Parser::AddSection(std::string_view name) {
                 "join the two", 1);
             return;
         }
+    }
     m_ini.sections.push_back({*type, number, std::string(name), At(1), {}});
     m_section = &m_ini.sections.back();
     m_isLost = false;
@@ -323,30 +342,34 @@ void Parser::TellOfSection(const IniSection& section, std::string_view base, std
     const std::string_view name = SectionNames[section.type];
     const bool hasNumber = section.number != SectionWithoutNumber;
     const bool isRule = section.type >= 1 && section.type <= 3;
-    if (!machine::EqualNoCase(base, name) || Trimmed(digits, "0123456789").size() != 0)
+    if (!machine::EqualNoCase(base, name) || Trimmed(digits, "0123456789").size() != 0) {
         Add(Fault::SectionReadAs, fmt::format("[{}] is read as {}", Utf8(section.name), SectionText(section)),
             fmt::format("write {}", SectionText(section)), 1);
-    else if (!digits.empty() && !hasNumber)
+    } else if (!digits.empty() && !hasNumber) {
         Add(Fault::SectionNumberAbove,
             fmt::format("[{}] is [{}], the section that is tried last", Utf8(section.name), name),
             "numbers are 1 to 99", 1);
-    if (section.type == 4 || section.type == 5)
+    }
+    if (section.type == 4 || section.type == 5) {
         Add(Fault::SectionNeverRead, fmt::format("no event runs [{}]", Utf8(section.name)), "OnRemoval runs", 1);
-    else if (hasNumber && !isRule)
+    } else if (hasNumber && !isRule) {
         Add(Fault::SectionNeverRead, fmt::format("nobody reads [{}]", Utf8(section.name)),
             fmt::format("write [{}]", name), 1);
-    else if (section.number == 0)
+    } else if (section.number == 0) {
         Add(Fault::SectionNeverRead, fmt::format("[{}] is never tried", Utf8(section.name)), "numbers are 1 to 99", 1);
+    }
 }
 
 // Expands the marks in a value. It never grows.
 std::string Parser::WithMarks(std::string value) const {
     const auto replace = [&](std::string_view mark, const std::string& with) {
-        if (value.find(mark) == std::string::npos || with.size() > mark.size())
+        if (value.find(mark) == std::string::npos || with.size() > mark.size()) {
             return;
+        }
         for (std::size_t found = machine::FindNoCase(value, mark); found != std::string::npos;
-             found = machine::FindNoCase(value, mark, found + with.size()))
+             found = machine::FindNoCase(value, mark, found + with.size())) {
             value.replace(found, mark.size(), with);
+        }
     };
     replace(SectionMark, m_section->name);
     replace(LineMark, std::to_string(m_readerLine));
@@ -361,20 +384,23 @@ bool Parser::TakeValue(std::string_view line) {
     }
     const std::size_t equals = line.find('=');
     if (equals == std::string_view::npos) {
-        if (line[0] != '[')
+        if (line[0] != '[') {
             Add(Fault::StrayLine, fmt::format("'{}' has no '=' and does not count", Utf8(line)),
                 "a comment begins with ';'");
+        }
         return true;
     }
     std::size_t value = equals + 1;
-    while (value < line.size() && line[value] == ' ')
+    while (value < line.size() && line[value] == ' ') {
         ++value;
+    }
     const std::string_view before = line.substr(0, equals);
     const std::string_view key = before.substr(0, before.find_last_not_of(Blanks) + 1);
     const std::string_view text = line.substr(value);
-    if (m_isUtf8 && IsUtf8Text(text))
+    if (m_isUtf8 && IsUtf8Text(text)) {
         Add(Fault::Utf8Text, fmt::format("'{}' is UTF-8, the product reads '{}'", text, Utf8(text)),
             "save as ANSI, or as UTF-16 with a mark", value);
+    }
     m_section->values.push_back({std::string(key), WithMarks(std::string(text)), At(0), At(value)});
     return true;
 }
@@ -403,17 +429,19 @@ void Parser::ParseProfile() {
             const std::string_view key = Trimmed(line.substr(0, equals));
             std::string_view value = Trimmed(line.substr(equals + 1));
             const std::size_t valueAt = value.empty() ? offsetOf(line) + equals + 1 : offsetOf(value);
-            if (value.size() > 1 && (value[0] == '"' || value[0] == '\'') && value.back() == value[0])
+            if (value.size() > 1 && (value[0] == '"' || value[0] == '\'') && value.back() == value[0]) {
                 value = value.substr(1, value.size() - 2);
+            }
             into->push_back({std::string(key), std::string(value), At(offsetOf(line)), At(valueAt)});
         }
-        if (end < m_text.size() && !(m_text[end] == '\r' && end + 1 < m_text.size() && m_text[end + 1] == '\n'))
+        if (end < m_text.size() && !(m_text[end] == '\r' && end + 1 < m_text.size() && m_text[end + 1] == '\n')) {
             ++m_lineNumber;
+        }
         at = end + 1;
     }
 }
 
-unsigned DistanceOf(std::string_view a, std::string_view b) {
+static unsigned DistanceOf(std::string_view a, std::string_view b) {
     std::vector<std::vector<unsigned>> rows(a.size() + 1, std::vector<unsigned>(b.size() + 1));
     for (unsigned i = 0; i <= a.size(); ++i) {
         for (unsigned k = 0; k <= b.size(); ++k) {
@@ -425,14 +453,13 @@ unsigned DistanceOf(std::string_view a, std::string_view b) {
                 rows[i - 1][k - 1] + (machine::LowerChar(a[i - 1]) != machine::LowerChar(b[k - 1]));
             rows[i][k] = std::min({rows[i - 1][k] + 1, rows[i][k - 1] + 1, changed});
             if (i > 1 && k > 1 && machine::EqualNoCase(a.substr(i - 2, 1), b.substr(k - 1, 1)) &&
-                machine::EqualNoCase(a.substr(i - 1, 1), b.substr(k - 2, 1)))
+                machine::EqualNoCase(a.substr(i - 1, 1), b.substr(k - 2, 1))) {
                 rows[i][k] = std::min(rows[i][k], rows[i - 2][k - 2] + 1); // two letters changed places
+            }
         }
     }
     return rows[a.size()][b.size()];
 }
-
-} // namespace
 
 std::string SectionText(const IniSection& section) {
     return fmt::format("[{}{}]", SectionNames[section.type],
@@ -442,12 +469,14 @@ std::string SectionText(const IniSection& section) {
 std::string NearestName(std::string_view word, const std::vector<std::string>& names) {
     std::string nearest;
     unsigned best = static_cast<unsigned>(std::max<std::size_t>(word.size() / 3, 1)) + 1;
-    if (word.size() <= 100) // longer than any name
-        for (const std::string& name : names)
+    if (word.size() <= 100) { // longer than any name
+        for (const std::string& name : names) {
             if (const unsigned distance = DistanceOf(word, name); distance < best) {
                 best = distance;
                 nearest = name;
             }
+        }
+    }
     return nearest;
 }
 

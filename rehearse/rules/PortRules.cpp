@@ -13,112 +13,125 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr std::size_t LineWidth = 100;
 constexpr std::size_t MostCells = 600; // a table above that helps nobody
 constexpr std::size_t MostNumbersShown = 6;
 constexpr const char* LookAtAll = "[Settings]\r\nCheckPortsOnStartup=1\r\n[ComPorts1]\r\nPortName=COM1\r\n";
 
-std::string Utf8(std::string_view text) {
+static std::string Utf8(std::string_view text) {
     return machine::Utf8FromAnsi(std::string(text));
 }
 
-unsigned NumberOfName(const std::string& name) {
+static unsigned NumberOfName(const std::string& name) {
     const unsigned number = machine::ComNumberOf(name);
     return number ? number : ~0u;
 }
 
 // The first search of each port for a section of rules.
-std::vector<const SectionSearch*> FirstSearches(const QuietRun& run) {
+static std::vector<const SectionSearch*> FirstSearches(const QuietRun& run) {
     std::vector<const SectionSearch*> first;
-    for (const SectionSearch& search : run.searches)
+    for (const SectionSearch& search : run.searches) {
         if (search.type == PortSection && std::none_of(first.begin(), first.end(), [&](const SectionSearch* one) {
                 return machine::EqualNoCase(one->device, search.device);
-            }))
+            })) {
             first.push_back(&search);
+        }
+    }
     return first;
 }
 
-std::string NameOf(const QuietRun& run, const std::string& device) {
-    for (const PortFacts& port : run.ports)
-        if (machine::EqualNoCase(port.device, device))
+static std::string NameOf(const QuietRun& run, const std::string& device) {
+    for (const PortFacts& port : run.ports) {
+        if (machine::EqualNoCase(port.device, device)) {
             return port.dosName.empty() ? port.registryName : port.dosName;
+        }
+    }
     return "";
 }
 
-std::string RuleName(unsigned type, int number) {
+static std::string RuleName(unsigned type, int number) {
     return fmt::format("[{}{}]", SectionNames[type], number == SectionWithoutNumber ? "" : std::to_string(number));
 }
 
-QuietRun RunOrThrow(const Record& description, const Options& options, const std::string& ini) {
+static QuietRun RunOrThrow(const Record& description, const Options& options, const std::string& ini) {
     QuietRun run = RunQuietly(description, options, ini);
-    if (!run.outcome.empty())
+    if (!run.outcome.empty()) {
         throw std::runtime_error("quillmarch-rehearse: " + run.outcome);
+    }
     return run;
 }
 
-void FillChoices(RuleTable& table, const QuietRun& run) {
+static void FillChoices(RuleTable& table, const QuietRun& run) {
     for (const SectionSearch& search : run.searches) {
         const auto port = std::find_if(table.ports.begin(), table.ports.end(), [&](const RulePort& one) {
             return machine::EqualNoCase(one.device, search.device);
         });
-        if (port == table.ports.end())
+        if (port == table.ports.end()) {
             continue;
-        if (search.type == PortSection && !port->chosen)
+        }
+        if (search.type == PortSection && !port->chosen) {
             port->chosen = search.section;
+        }
         if (search.type != PortSection && search.section != 0) {
             const std::string name = RuleName(search.type, search.section);
-            if (std::find(port->actions.begin(), port->actions.end(), name) == port->actions.end())
+            if (std::find(port->actions.begin(), port->actions.end(), name) == port->actions.end()) {
                 port->actions.push_back(name);
+            }
         }
     }
     for (RulePort& port : table.ports) {
         const int expected = port.taker ? table.rules[*port.taker]->number : 0;
-        if (port.chosen && *port.chosen != expected)
+        if (port.chosen && *port.chosen != expected) {
             table.differences.push_back(fmt::format("{} {}: the product took {}, by what it looked at first {} fits",
                                                     port.name, Utf8(port.device),
                                                     *port.chosen ? RuleName(PortSection, *port.chosen) : "no section",
                                                     expected ? RuleName(PortSection, expected) : "none"));
+        }
     }
 }
 
-std::string LabelOf(const RulePort& port) {
+static std::string LabelOf(const RulePort& port) {
     return port.name.empty() ? "no name" : port.name;
 }
 
-std::string CellOf(const RulePort& port, std::size_t rule) {
+static std::string CellOf(const RulePort& port, std::size_t rule) {
     const RuleFit& fit = port.fits[rule];
-    if (port.taker == rule)
+    if (port.taker == rule) {
         return "takes it";
-    if (fit.Fits())
+    }
+    if (fit.Fits()) {
         return "fits too";
+    }
     return fit.failed ? NameOfKey(*fit.failed, 0) : "-";
 }
 
 // Ports against sections, in blocks as wide as a line.
-std::string MatrixText(const RuleTable& table) {
+static std::string MatrixText(const RuleTable& table) {
     std::string text = "\nWhich section takes each port; else the first criterion that the port does not meet.\n";
     for (std::size_t from = 0; from < table.rules.size();) {
         std::vector<std::size_t> widths;
         std::size_t width = 8, to = from;
         for (; to < table.rules.size(); ++to) {
             std::size_t column = SectionText(*table.rules[to]).size();
-            for (const RulePort& port : table.ports)
+            for (const RulePort& port : table.ports) {
                 column = std::max(column, CellOf(port, to).size());
-            if (to > from && width + column + 2 > LineWidth)
+            }
+            if (to > from && width + column + 2 > LineWidth) {
                 break;
+            }
             width += column + 2;
             widths.push_back(column);
         }
         std::string header = fmt::format("\n{:<8}", "Port");
-        for (std::size_t i = from; i < to; ++i)
+        for (std::size_t i = from; i < to; ++i) {
             header += fmt::format("  {:<{}}", SectionText(*table.rules[i]), widths[i - from]);
+        }
         text += header + "\n";
         for (const RulePort& port : table.ports) {
             std::string line = fmt::format("{:<8}", LabelOf(port));
-            for (std::size_t i = from; i < to; ++i)
+            for (std::size_t i = from; i < to; ++i) {
                 line += fmt::format("  {:<{}}", CellOf(port, i), widths[i - from]);
+            }
             line.erase(line.find_last_not_of(' ') + 1);
             text += line + "\n";
         }
@@ -128,79 +141,91 @@ std::string MatrixText(const RuleTable& table) {
 }
 
 // What the port has where the rule wants something else: "BusType is PCI, not USB".
-std::string ReasonText(const RulePort& port, const IniSection& rule, const RuleFit& fit) {
-    if (!fit.failed)
+static std::string ReasonText(const RulePort& port, const IniSection& rule, const RuleFit& fit) {
+    if (!fit.failed) {
         return "it has no criterion";
+    }
     const std::string key = NameOfKey(*fit.failed, 0);
     const auto value = port.values.find(key);
     std::string wanted;
-    for (const CriterionValue& criterion : CriteriaOf(rule))
-        if (criterion.row == fit.failed)
+    for (const CriterionValue& criterion : CriteriaOf(rule)) {
+        if (criterion.row == fit.failed) {
             wanted += (wanted.empty() ? "" : " or ") + Utf8(criterion.value->value);
+        }
+    }
     const bool isEmpty = value == port.values.end() || value->second.empty();
     return fmt::format("{} is {}, not {}", key, isEmpty ? "empty" : Utf8(value->second), wanted);
 }
 
 // The port that meets the most criteria of the rule.
-const RulePort* NearestPort(const RuleTable& table, std::size_t rule) {
+static const RulePort* NearestPort(const RuleTable& table, std::size_t rule) {
     const auto nearest =
         std::max_element(table.ports.begin(), table.ports.end(),
                          [&](const RulePort& a, const RulePort& b) { return a.fits[rule].met < b.fits[rule].met; });
     return nearest == table.ports.end() ? nullptr : &*nearest;
 }
 
-std::size_t NearestRule(const RulePort& port) {
+static std::size_t NearestRule(const RulePort& port) {
     const auto nearest = std::max_element(port.fits.begin(), port.fits.end(),
                                           [](const RuleFit& a, const RuleFit& b) { return a.met < b.met; });
     return static_cast<std::size_t>(nearest - port.fits.begin());
 }
 
-std::vector<const RulePort*> PortsOf(const RuleTable& table, std::size_t rule) {
+static std::vector<const RulePort*> PortsOf(const RuleTable& table, std::size_t rule) {
     std::vector<const RulePort*> ports;
-    for (const RulePort& port : table.ports)
-        if (port.fits[rule].Fits())
+    for (const RulePort& port : table.ports) {
+        if (port.fits[rule].Fits()) {
             ports.push_back(&port);
+        }
+    }
     return ports;
 }
 
-std::string NumbersText(const IniSection& rule) {
+static std::string NumbersText(const IniSection& rule) {
     const std::vector<WantedNumber> numbers = NumbersOf(rule);
     std::string text;
-    for (std::size_t i = 0; i < std::min(numbers.size(), MostNumbersShown); ++i)
+    for (std::size_t i = 0; i < std::min(numbers.size(), MostNumbersShown); ++i) {
         text += fmt::format("{}COM{}", text.empty() ? "" : ", ", numbers[i].number);
-    if (numbers.size() > MostNumbersShown)
+    }
+    if (numbers.size() > MostNumbersShown) {
         text += fmt::format(" and {} more", numbers.size() - MostNumbersShown);
+    }
     return text.empty() ? "no number" : text;
 }
 
 // More ports take the rule than it has numbers: at a time not all of them get one.
-std::string CrowdText(const RuleTable& table, std::size_t rule) {
+static std::string CrowdText(const RuleTable& table, std::size_t rule) {
     std::string ports;
     std::size_t count = 0;
-    for (const RulePort& port : table.ports)
+    for (const RulePort& port : table.ports) {
         if (port.taker == rule) {
             ports += fmt::format("{}{}", ports.empty() ? "" : ", ", LabelOf(port));
             ++count;
         }
+    }
     const std::size_t numbers = NumbersOf(*table.rules[rule]).size();
-    if (numbers == 0 || count <= numbers)
+    if (numbers == 0 || count <= numbers) {
         return "";
+    }
     return fmt::format(
         "{} takes {} ports ({}) and wants {} number{}: of those that are there at a time not all get one\n",
         SectionText(*table.rules[rule]), count, ports, numbers, numbers == 1 ? "" : "s");
 }
 
-std::string PortLine(const RuleTable& table, const RulePort& port) {
+static std::string PortLine(const RuleTable& table, const RulePort& port) {
     std::string line = fmt::format("{:<8}", LabelOf(port));
     if (port.taker) {
         const IniSection& rule = *table.rules[*port.taker];
         line += fmt::format("  {}, wants {}", SectionText(rule), NumbersText(rule));
         std::string others;
-        for (std::size_t i = *port.taker + 1; i < table.rules.size(); ++i)
-            if (port.fits[i].Fits())
+        for (std::size_t i = *port.taker + 1; i < table.rules.size(); ++i) {
+            if (port.fits[i].Fits()) {
                 others += fmt::format("{}{}", others.empty() ? "" : ", ", SectionText(*table.rules[i]));
-        if (!others.empty())
+            }
+        }
+        if (!others.empty()) {
             line += fmt::format("; fits {} too", others);
+        }
     } else if (table.rules.empty()) {
         line += "  no section";
     } else {
@@ -208,26 +233,28 @@ std::string PortLine(const RuleTable& table, const RulePort& port) {
         line += fmt::format("  no section; nearest {}: {}", SectionText(*table.rules[rule]),
                             ReasonText(port, *table.rules[rule], port.fits[rule]));
     }
-    for (const std::string& action : port.actions)
+    for (const std::string& action : port.actions) {
         line += fmt::format("; {}", action);
+    }
     return fmt::format("{}  ({})\n", line, Utf8(port.device));
 }
 
-std::string IdleText(const RuleTable& table, std::size_t rule) {
+static std::string IdleText(const RuleTable& table, std::size_t rule) {
     const IniSection& section = *table.rules[rule];
     const std::vector<const RulePort*> ports = PortsOf(table, rule);
-    if (std::any_of(ports.begin(), ports.end(), [&](const RulePort* port) { return port->taker == rule; }))
+    if (std::any_of(ports.begin(), ports.end(), [&](const RulePort* port) { return port->taker == rule; })) {
         return "";
-    if (!ports.empty())
+    }
+    if (!ports.empty()) {
         return fmt::format("{} takes no port: earlier sections take all that it fits\n", SectionText(section));
+    }
     const RulePort* nearest = NearestPort(table, rule);
-    if (!nearest)
+    if (!nearest) {
         return "";
+    }
     return fmt::format("{} fits no port of this machine; nearest {}: {}\n", SectionText(section), LabelOf(*nearest),
                        ReasonText(*nearest, section, nearest->fits[rule]));
 }
-
-} // namespace
 
 RuleFit FitOf(const std::vector<CriterionValue>& criteria, const std::map<std::string, std::string>& values) {
     RuleFit fit;
@@ -235,14 +262,16 @@ RuleFit FitOf(const std::vector<CriterionValue>& criteria, const std::map<std::s
         bool isConfigured = false, isMet = false;
         const auto value = values.find(NameOfKey(row, 0));
         for (const CriterionValue& criterion : criteria) {
-            if (criterion.row != &row)
+            if (criterion.row != &row) {
                 continue;
+            }
             isConfigured = true;
             isMet = isMet || (value != values.end() && FitsPattern(value->second, criterion.value->value));
         }
         fit.met += isMet;
-        if (isConfigured && !isMet && !fit.failed)
+        if (isConfigured && !isMet && !fit.failed) {
             fit.failed = &row;
+        }
     }
     return fit;
 }
@@ -250,21 +279,25 @@ RuleFit FitOf(const std::vector<CriterionValue>& criteria, const std::map<std::s
 RuleTable MakeRuleTable(const Record& description, const Options& options, const IniFile& ini,
                         const std::string& bytes) {
     RuleTable table;
-    for (const IniSection& section : ini.sections)
-        if (section.type == PortSection && section.number > 0)
+    for (const IniSection& section : ini.sections) {
+        if (section.type == PortSection && section.number > 0) {
             table.rules.push_back(&section);
+        }
+    }
     std::sort(table.rules.begin(), table.rules.end(),
               [](const auto* a, const auto* b) { return a->number < b->number; });
     std::vector<std::vector<CriterionValue>> criteria;
-    for (const IniSection* rule : table.rules)
+    for (const IniSection* rule : table.rules) {
         criteria.push_back(CriteriaOf(*rule));
+    }
     const QuietRun all = RunOrThrow(description, options, LookAtAll);
     for (const SectionSearch* search : FirstSearches(all)) {
         RulePort port{search->device, NameOf(all, search->device), search->values, {}, {}, {}, {}};
         for (const std::vector<CriterionValue>& ofRule : criteria) {
             port.fits.push_back(FitOf(ofRule, port.values));
-            if (!port.taker && port.fits.back().Fits())
+            if (!port.taker && port.fits.back().Fits()) {
                 port.taker = port.fits.size() - 1;
+            }
         }
         table.ports.push_back(std::move(port));
     }
@@ -275,26 +308,33 @@ RuleTable MakeRuleTable(const Record& description, const Options& options, const
 }
 
 bool HasIdleRule(const RuleTable& table) {
-    for (std::size_t rule = 0; rule < table.rules.size(); ++rule)
-        if (!IdleText(table, rule).empty())
+    for (std::size_t rule = 0; rule < table.rules.size(); ++rule) {
+        if (!IdleText(table, rule).empty()) {
             return true;
+        }
+    }
     return false;
 }
 
 std::string RuleTableText(const RuleTable& table) {
-    if (table.ports.empty())
+    if (table.ports.empty()) {
         return "\nThe product looked at no port of this machine.\n";
+    }
     std::string text = "\n";
-    for (const RulePort& port : table.ports)
+    for (const RulePort& port : table.ports) {
         text += PortLine(table, port);
-    if (!table.rules.empty() && table.rules.size() * table.ports.size() <= MostCells)
+    }
+    if (!table.rules.empty() && table.rules.size() * table.ports.size() <= MostCells) {
         text += MatrixText(table);
+    }
     std::string idle;
-    for (std::size_t rule = 0; rule < table.rules.size(); ++rule)
+    for (std::size_t rule = 0; rule < table.rules.size(); ++rule) {
         idle += IdleText(table, rule) + CrowdText(table, rule);
+    }
     text += idle.empty() ? "" : "\n" + idle;
-    for (const std::string& difference : table.differences)
+    for (const std::string& difference : table.differences) {
         text += "note: " + difference + "\n";
+    }
     return text;
 }
 
@@ -302,11 +342,14 @@ nlohmann::ordered_json RuleTableJson(const RuleTable& table) {
     nlohmann::ordered_json ports = nlohmann::ordered_json::array();
     for (const RulePort& port : table.ports) {
         nlohmann::ordered_json values = nlohmann::ordered_json::object(), sections = nlohmann::ordered_json::object();
-        for (const KnownKey& row : CriterionKeys)
-            if (const auto value = port.values.find(NameOfKey(row, 0)); value != port.values.end())
+        for (const KnownKey& row : CriterionKeys) {
+            if (const auto value = port.values.find(NameOfKey(row, 0)); value != port.values.end()) {
                 values[value->first] = Utf8(value->second);
-        for (std::size_t i = 0; i < table.rules.size(); ++i)
+            }
+        }
+        for (std::size_t i = 0; i < table.rules.size(); ++i) {
             sections[SectionText(*table.rules[i])] = CellOf(port, i);
+        }
         ports.push_back({{"device", Utf8(port.device)},
                          {"port", port.name},
                          {"section", port.taker ? SectionText(*table.rules[*port.taker]) : ""},

@@ -10,20 +10,17 @@
 
 namespace rehearse {
 
-namespace {
-
-std::string SummaryOf(const IniFile& ini, const Findings& findings) {
+static std::string SummaryOf(const IniFile& ini, const Findings& findings) {
     std::size_t values = 0;
-    for (const IniSection& section : ini.sections)
+    for (const IniSection& section : ini.sections) {
         values += section.values.size();
+    }
     const auto counted = [](std::size_t count, const char* what) {
         return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
     };
     return fmt::format("{}: {}, {}\n", findings.empty() ? "no findings" : counted(findings.size(), "finding"),
                        counted(ini.sections.size(), "section"), counted(values, "key"));
 }
-
-} // namespace
 
 int CheckRules(const Options& options) {
     Output json(options.json);
@@ -37,14 +34,16 @@ int CheckRules(const Options& options) {
         table = MakeRuleTable(ReadDescription(options.description), options, ini, bytes);
     }
     if (!options.quiet && !json.IsStandardOutput()) {
-        for (const Finding& finding : findings)
+        for (const Finding& finding : findings) {
             fmt::print("{}\n", FindingLine(finding));
+        }
         fmt::print("{}{}", SummaryOf(ini, findings), table ? RuleTableText(*table) : "");
     }
     if (json.IsWanted()) {
         nlohmann::ordered_json report = {{"findings", FindingsJson(findings)}};
-        if (table)
+        if (table) {
             report.update(RuleTableJson(*table));
+        }
         json.Write(report.dump(2) + "\n");
     }
     const bool isIdle = options.strict && table && HasIdleRule(*table);

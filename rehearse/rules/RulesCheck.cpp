@@ -14,31 +14,32 @@
 
 namespace rehearse {
 
-namespace {
-
-std::string Utf8(const std::string& text) {
+static std::string Utf8(const std::string& text) {
     return machine::Utf8FromAnsi(text);
 }
 
 // What to do about a key that a section does not know.
-std::string SuggestionFor(const IniSection& section, const std::string& key) {
+static std::string SuggestionFor(const IniSection& section, const std::string& key) {
     std::string base = key;
-    while (!base.empty() && base.back() >= '0' && base.back() <= '9')
+    while (!base.empty() && base.back() >= '0' && base.back() <= '9') {
         base.pop_back();
+    }
     if (const KeyUse use = UseOfKey(section.type, base); use.row && base != key) {
         const std::string name = NameOfKey(*use.row, 0);
         return use.row->forms == KeyForms::Ten ? fmt::format("{} takes no number, or one digit from 1 to 9", name)
                                                : fmt::format("{} takes no number", name);
     }
-    for (const unsigned type : {SettingsSection, PortSection, ArrivalSection, BalloonSection})
-        if (const KeyUse use = UseOfKey(type, key); use.row)
+    for (const unsigned type : {SettingsSection, PortSection, ArrivalSection, BalloonSection}) {
+        if (const KeyUse use = UseOfKey(type, key); use.row) {
             return fmt::format("it belongs into [{}]", SectionNames[type]);
+        }
+    }
     const std::string near = NearestName(key, NamesOfKeys(section.type));
     return near.empty() ? "" : fmt::format("did you mean {}?", near);
 }
 
-void TellOfTwice(const IniSection& section, std::size_t at, const KnownKey& row, Findings& findings) {
-    for (std::size_t i = 0; i < at; ++i)
+static void TellOfTwice(const IniSection& section, std::size_t at, const KnownKey& row, Findings& findings) {
+    for (std::size_t i = 0; i < at; ++i) {
         if (machine::EqualNoCase(section.values[i].key, section.values[at].key)) {
             const bool isFirst = row.source == KeySource::Profile;
             findings.push_back({Fault::KeyTwice, section.values[at].at,
@@ -47,14 +48,15 @@ void TellOfTwice(const IniSection& section, std::size_t at, const KnownKey& row,
                                 "remove one"});
             return;
         }
+    }
 }
 
 // A key without effect is not a fault as long as it requests nothing.
-bool AsksForSomething(const KnownKey& row, const IniValue& value) {
+static bool AsksForSomething(const KnownKey& row, const IniValue& value) {
     return row.kind == KeyKind::Flag ? ReadNumber(value.value) != 0 : !value.value.empty();
 }
 
-void CheckKeys(const IniSection& section, Findings& findings) {
+static void CheckKeys(const IniSection& section, Findings& findings) {
     for (std::size_t i = 0; i < section.values.size(); ++i) {
         const IniValue& value = section.values[i];
         const KeyUse use = UseOfKey(section.type, value.key);
@@ -65,27 +67,30 @@ void CheckKeys(const IniSection& section, Findings& findings) {
             continue;
         }
         TellOfTwice(section, i, *use.row, findings);
-        if (use.row->isWithoutEffect && AsksForSomething(*use.row, value))
+        if (use.row->isWithoutEffect && AsksForSomething(*use.row, value)) {
             findings.push_back({Fault::KeyWithoutEffect, value.at,
                                 fmt::format("{} is read and logged, without any effect", Utf8(value.key)),
                                 "remove it"});
-        if (use.row->source != KeySource::Profile)
+        }
+        if (use.row->source != KeySource::Profile) {
             CheckValue(SectionText(section), *use.row, value, findings);
+        }
     }
 }
 
 // The keys that are read straight from the file; of equal ones the first is used.
-void CheckProfile(unsigned type, const std::vector<IniValue>& values, Findings& findings) {
-    for (const IniValue& value : values)
-        if (const KeyUse use = UseOfKey(type, value.key); use.row && use.row->source == KeySource::Profile)
+static void CheckProfile(unsigned type, const std::vector<IniValue>& values, Findings& findings) {
+    for (const IniValue& value : values) {
+        if (const KeyUse use = UseOfKey(type, value.key); use.row && use.row->source == KeySource::Profile) {
             CheckValue(SectionNames[type], *use.row, value, findings);
+        }
+    }
 }
 
-} // namespace
-
 void CheckIni(const IniFile& ini, Findings& findings) {
-    for (const IniSection& section : ini.sections)
+    for (const IniSection& section : ini.sections) {
         CheckKeys(section, findings);
+    }
     CheckProfile(SettingsSection, ini.settings, findings);
     CheckProfile(BalloonSection, ini.balloons, findings);
     CheckCriteria(ini, findings);

@@ -8,50 +8,57 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr unsigned Forms = 10; // plain, and the digits 1 to 9
 
 using KeyTable = std::span<const KnownKey>;
 
-std::vector<KeyTable> TablesOf(unsigned type) {
-    if (type == SettingsSection)
+static std::vector<KeyTable> TablesOf(unsigned type) {
+    if (type == SettingsSection) {
         return {SettingsKeys};
-    if (type == BalloonSection)
+    }
+    if (type == BalloonSection) {
         return {BalloonKeys};
-    if (type == PortSection)
+    }
+    if (type == PortSection) {
         return {CriterionKeys, PortKeys};
+    }
     return {CriterionKeys, EntryKeys};
 }
 
-bool IsDigit(char c) {
+static bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-} // namespace
-
 std::string NameOfKey(const KnownKey& row, unsigned form) {
     std::string name = row.name;
-    if (row.forms == KeyForms::Ten)
+    if (row.forms == KeyForms::Ten) {
         name.pop_back();
+    }
     return form == 0 ? name : name + static_cast<char>('0' + form);
 }
 
 KeyUse UseOfKey(unsigned type, std::string_view key) {
-    for (const KeyTable table : TablesOf(type))
-        for (const KnownKey& row : table)
-            for (unsigned form = 0; form < (row.forms == KeyForms::Ten ? Forms : 1); ++form)
-                if (machine::EqualNoCase(key, NameOfKey(row, form)))
+    for (const KeyTable table : TablesOf(type)) {
+        for (const KnownKey& row : table) {
+            for (unsigned form = 0; form < (row.forms == KeyForms::Ten ? Forms : 1); ++form) {
+                if (machine::EqualNoCase(key, NameOfKey(row, form))) {
                     return {&row, form};
+                }
+            }
+        }
+    }
     return {};
 }
 
 std::vector<std::string> NamesOfKeys(unsigned type) {
     std::vector<std::string> names;
-    for (const KeyTable table : TablesOf(type))
-        for (const KnownKey& row : table)
-            for (unsigned form = 0; form < (row.forms == KeyForms::Ten ? Forms : 1); ++form)
+    for (const KeyTable table : TablesOf(type)) {
+        for (const KnownKey& row : table) {
+            for (unsigned form = 0; form < (row.forms == KeyForms::Ten ? Forms : 1); ++form) {
                 names.push_back(NameOfKey(row, form));
+            }
+        }
+    }
     return names;
 }
 
@@ -59,17 +66,21 @@ const IniValue* ValueOf(const IniSection& section, const KnownKey& row, unsigned
     const std::string name = NameOfKey(row, form);
     const auto last = std::find_if(section.values.rbegin(), section.values.rend(),
                                    [&](const IniValue& value) { return machine::EqualNoCase(value.key, name); });
-    if (last == section.values.rend() || last->value.empty() || last->value.size() > row.longest)
+    if (last == section.values.rend() || last->value.empty() || last->value.size() > row.longest) {
         return nullptr;
+    }
     return &*last;
 }
 
 std::vector<CriterionValue> CriteriaOf(const IniSection& section) {
     std::vector<CriterionValue> criteria;
-    for (const KnownKey& row : CriterionKeys)
-        for (unsigned form = 0; form < Forms; ++form)
-            if (const IniValue* value = ValueOf(section, row, form))
+    for (const KnownKey& row : CriterionKeys) {
+        for (unsigned form = 0; form < Forms; ++form) {
+            if (const IniValue* value = ValueOf(section, row, form)) {
                 criteria.push_back({&row, value});
+            }
+        }
+    }
     return criteria;
 }
 
@@ -77,20 +88,23 @@ std::vector<WantedNumber> NumbersOf(const IniSection& section) {
     std::vector<WantedNumber> numbers;
     const auto add = [&](const KnownKey& row, unsigned form) {
         const IniValue* value = ValueOf(section, row, form);
-        if (!value)
+        if (!value) {
             return;
+        }
         const std::string& text = value->value;
         for (std::size_t at = machine::FindNoCase(text, "COM"); at != std::string::npos;
              at = machine::FindNoCase(text, "COM", at)) {
             at += 3;
             if (const int number = ReadNumber(std::string_view(text).substr(at));
-                number >= 1 && number <= HighestPortNumber)
+                number >= 1 && number <= HighestPortNumber) {
                 numbers.push_back({number, value});
+            }
         }
     };
     add(PortKeys[0], 0);
-    for (unsigned form = 0; form < Forms; ++form)
+    for (unsigned form = 0; form < Forms; ++form) {
         add(PortKeys[1], form);
+    }
     return numbers;
 }
 
@@ -98,22 +112,26 @@ int ReadNumber(std::string_view text, std::size_t* length) {
     const bool isNegative = text.starts_with('-');
     std::size_t at = isNegative ? 1 : 0;
     std::uint32_t number = 0;
-    for (; at < text.size() && IsDigit(text[at]); ++at)
+    for (; at < text.size() && IsDigit(text[at]); ++at) {
         number = number * 10 + static_cast<std::uint32_t>(text[at] - '0');
-    if (length)
+    }
+    if (length) {
         *length = at;
+    }
     return static_cast<int>(isNegative ? 0 - number : number);
 }
 
 std::int64_t ReadTimeMs(std::string_view text) {
     const int number = ReadNumber(text);
-    if (number < 0)
+    if (number < 0) {
         return 0;
+    }
     std::uint32_t unit = 1;
     for (const char c : text) {
         const char letter = machine::LowerChar(c);
-        if (letter < 'a' || letter > 'z')
+        if (letter < 'a' || letter > 'z') {
             continue;
+        }
         unit = letter == 's' ? 1000 : letter == 'm' ? 60000 : letter == 'h' ? 3600000 : letter == 'd' ? 86400000 : 1;
         break;
     }

@@ -10,39 +10,39 @@
 
 namespace rehearse {
 
-namespace {
-
 constexpr std::string_view Digits = "0123456789";
 
-std::string Utf8(std::string_view text) {
+static std::string Utf8(std::string_view text) {
     return machine::Utf8FromAnsi(std::string(text));
 }
 
-bool IsQuoted(std::string_view text) {
+static bool IsQuoted(std::string_view text) {
     return text.size() > 1 && (text[0] == '"' || text[0] == '\'') && text.back() == text[0];
 }
 
-bool IsOneOf(std::string_view text, std::initializer_list<std::string_view> words) {
+static bool IsOneOf(std::string_view text, std::initializer_list<std::string_view> words) {
     return std::any_of(words.begin(), words.end(),
                        [&](std::string_view word) { return machine::EqualNoCase(text, word); });
 }
 
 // Blanks followed by an intended comment: reads as written.
-bool IsOnlyComment(std::string_view rest) {
+static bool IsOnlyComment(std::string_view rest) {
     const std::size_t first = rest.find_first_not_of(" \t");
     return first == std::string_view::npos || (first > 0 && (rest[first] == ';' || rest[first] == '#'));
 }
 
 // Where a comment begins after the text; npos without one. A number sign alone may belong to a name: "Modem #2".
-std::size_t CommentIn(std::string_view text) {
+static std::size_t CommentIn(std::string_view text) {
     for (std::size_t i = 1; i < text.size(); ++i) {
         const bool isBehindBlank = text[i - 1] == ' ' || text[i - 1] == '\t';
-        if (isBehindBlank && (text[i] == ';' || (text[i] == '#' && (i + 1 == text.size() || text[i + 1] == ' '))))
+        if (isBehindBlank && (text[i] == ';' || (text[i] == '#' && (i + 1 == text.size() || text[i + 1] == ' ')))) {
             return i;
+        }
     }
     return std::string_view::npos;
 }
 
+namespace {
 class ValueCheck {
 public:
     ValueCheck(const std::string& where, const KnownKey& row, const IniValue& value, Findings& findings)
@@ -73,12 +73,15 @@ private:
     std::string_view m_text;
     Findings& m_findings;
 };
+} // namespace
 
 void ValueCheck::Check() {
-    if (m_text.empty())
+    if (m_text.empty()) {
         return;
-    if (IsTooLong())
+    }
+    if (IsTooLong()) {
         return;
+    }
     switch (m_row.kind) {
     case KeyKind::Flag:
     case KeyKind::Number:
@@ -108,18 +111,20 @@ void ValueCheck::Check() {
 
 bool ValueCheck::IsTooLong() {
     const bool isByFirstCharacter = m_row.longest == LongestLogWord;
-    if (m_text.size() <= m_row.longest || isByFirstCharacter)
+    if (m_text.size() <= m_row.longest || isByFirstCharacter) {
         return false;
-    if (m_row.kind == KeyKind::Pattern)
+    }
+    if (m_row.kind == KeyKind::Pattern) {
         Add(Fault::LongCriterion,
             fmt::format("{} has {} characters, more than {}: the criterion counts as absent, {} fits more ports",
                         Utf8(m_value.key), m_text.size(), m_row.longest, m_where),
             "put '*' in the place of a part");
-    else
+    } else {
         Add(Fault::TooLong,
             fmt::format("{} has {} characters, more than {}: {}", Utf8(m_value.key), m_text.size(), m_row.longest,
                         m_row.source == KeySource::Profile ? "the rest is cut" : "it counts as absent"),
             "shorten it");
+    }
     return true;
 }
 
@@ -131,8 +136,9 @@ void ValueCheck::CheckNumber() {
     }
     std::size_t length = 0;
     const int number = ReadNumber(m_text, &length);
-    if (!CheckWord(length, number))
+    if (!CheckWord(length, number)) {
         CheckLimits(number);
+    }
 }
 
 // Returns: whether the text is not a plain number; reports that where it matters.
@@ -143,21 +149,25 @@ bool ValueCheck::CheckWord(std::size_t length, int number) {
         const bool wraps = digits.find_first_not_of('0') != std::string_view::npos &&
                            (digits.size() - digits.find_first_not_of('0') > 10 ||
                             std::stoll(std::string(digits)) > std::numeric_limits<int>::max());
-        if (wraps)
+        if (wraps) {
             Add(Fault::NotTheNumber, fmt::format("{} is too large and is read as {}", Said(), number));
+        }
         return wraps;
     }
-    if (isFlag && IsOneOf(m_text, {"off", "no", "false"}))
+    if (isFlag && IsOneOf(m_text, {"off", "no", "false"})) {
         return true; // not a number, so 0, so off
+    }
     std::string suggestion = "write digits alone";
-    if (isFlag && digits.empty())
+    if (isFlag && digits.empty()) {
         suggestion = IsOneOf(m_text, {"on", "yes", "true"}) ? "write 1" : "write 0 or 1";
-    if (IsQuoted(m_text))
+    }
+    if (IsQuoted(m_text)) {
         suggestion = "write it without quotes";
-    else if (m_text[0] == '+')
+    } else if (m_text[0] == '+') {
         suggestion = "write it without the plus sign";
-    else if (m_text.size() > 1 && m_text[0] == '0' && (m_text[1] | 0x20) == 'x')
+    } else if (m_text.size() > 1 && m_text[0] == '0' && (m_text[1] | 0x20) == 'x') {
         suggestion = "write it in decimal";
+    }
     Add(Fault::NotTheNumber,
         fmt::format("{} is read as {}{}", Said(), number, isFlag ? (number == 0 ? ", so off" : ", so on") : ""),
         suggestion);
@@ -166,16 +176,17 @@ bool ValueCheck::CheckWord(std::size_t length, int number) {
 
 void ValueCheck::CheckLimits(int number) {
     const std::string_view name = m_row.name;
-    if (m_row.highest != 0 && (number < m_row.lowest || number > m_row.highest))
+    if (m_row.highest != 0 && (number < m_row.lowest || number > m_row.highest)) {
         Add(Fault::OutsideLimits,
             fmt::format("{} counts as {}", Said(), number < m_row.lowest ? m_row.lowest : m_row.highest),
             fmt::format("{} to {}", m_row.lowest, m_row.highest));
-    else if (name == "RemoteSessions" && (number < 0 || number > 2))
+    } else if (name == "RemoteSessions" && (number < 0 || number > 2)) {
         Add(Fault::OutsideLimits, fmt::format("{}: programs and balloons go to nobody", Said()), "0, 1 or 2");
-    else if (name == "MaxPortNumber" && number < 1)
+    } else if (name == "MaxPortNumber" && number < 1) {
         Add(Fault::OutsideLimits, fmt::format("{}: no free number is ever found", Said()), "1 or more");
-    else if (name == "WaitNoPendingInstallEventsOnInit" && number < 0)
+    } else if (name == "WaitNoPendingInstallEventsOnInit" && number < 0) {
         Add(Fault::OutsideLimits, fmt::format("{} waits for weeks", Said()), "0 or more");
+    }
 }
 
 void ValueCheck::CheckTime() {
@@ -189,12 +200,13 @@ void ValueCheck::CheckTime() {
                                                        "h", "hour", "hours", "d", "day", "days"});
     const std::int64_t unitMs = word.empty() ? 1 : ReadTimeMs("1" + std::string(word));
     const std::int64_t saidMs = static_cast<std::int64_t>(number) * unitMs;
-    if (length == 0 || (length == 1 && m_text[0] == '-') || !isUnit || !IsOnlyComment(unit.substr(word.size())))
+    if (length == 0 || (length == 1 && m_text[0] == '-') || !isUnit || !IsOnlyComment(unit.substr(word.size()))) {
         Add(Fault::NotTheTime, fmt::format("{} is read as {} ms", Said(), ms),
             machine::EqualNoCase(word, "ms") ? fmt::format("write {}", number)
                                              : "a number, or a number with s, m, h or d");
-    else if (length > 10 || saidMs != ms)
+    } else if (length > 10 || saidMs != ms) {
         Add(Fault::NotTheTime, fmt::format("{} is read as {} ms", Said(), ms), "0 to one day");
+    }
 }
 
 void ValueCheck::CheckColour() {
@@ -202,11 +214,12 @@ void ValueCheck::CheckColour() {
     const std::string_view digits = isHex ? m_text.substr(2) : m_text.substr(m_text[0] == '-');
     const std::size_t end = digits.find_first_not_of(isHex ? "0123456789abcdefABCDEF" : Digits);
     const bool isWhole = end == std::string_view::npos || (end > 0 && IsOnlyComment(digits.substr(end)));
-    if (digits.empty() || !isWhole || (isHex && m_text[1] == 'X'))
+    if (digits.empty() || !isWhole || (isHex && m_text[1] == 'X')) {
         Add(Fault::NotTheNumber, fmt::format("{} is no number that the product reads", Said()),
             "0xRRGGBB, such as 0xFFFFFF");
-    else if ((isHex ? std::min(end, digits.size()) > 6 : m_text[0] == '-' ? m_text != "-1" : digits.size() > 8))
+    } else if ((isHex ? std::min(end, digits.size()) > 6 : m_text[0] == '-' ? m_text != "-1" : digits.size() > 8)) {
         Add(Fault::OutsideLimits, fmt::format("{} is no colour", Said()), "0x000000 to 0xFFFFFF");
+    }
 }
 
 void ValueCheck::CheckLogKey() {
@@ -214,49 +227,54 @@ void ValueCheck::CheckLogKey() {
     const bool isDigit = first >= '0' && first <= '9';
     const bool isAlone = isDigit && IsOnlyComment(m_text.substr(1));
     if (m_row.kind == KeyKind::LogLevel) {
-        if (!isAlone)
+        if (!isAlone) {
             Add(Fault::NotTheSwitch,
                 isDigit ? fmt::format("{} is level {}, only the first character counts", Said(), first)
                         : fmt::format("{} is no level: level {} stays", Said(), m_row.defaultNumber),
                 "a digit from 0 to 6");
+        }
         return;
     }
     const bool isOn = m_row.kind == KeyKind::LogSwitch ? first == '1' : first != '0';
     const bool saysOff = IsOneOf(m_text, {"off", "no", "false"});
-    if (isOn ? saysOff : !isAlone && !saysOff)
+    if (isOn ? saysOff : !isAlone && !saysOff) {
         Add(Fault::NotTheSwitch, fmt::format("{} is {}, only the first character counts", Said(), isOn ? "on" : "off"),
             isOn ? "write 0" : "write 1");
-    else if (isOn ? false : isAlone && first != '0')
+    } else if (isOn ? false : isAlone && first != '0') {
         Add(Fault::NotTheSwitch, fmt::format("{} is off, only 1 is on", Said()), "write 1");
+    }
 }
 
 void ValueCheck::CheckText() {
     const bool isPattern = m_row.kind == KeyKind::Pattern;
     const bool isProfile = m_row.source == KeySource::Profile;
     const std::size_t comment = CommentIn(m_text);
-    if (m_text[0] == '\t' && !isProfile)
+    if (m_text[0] == '\t' && !isProfile) {
         Add(Fault::TabBeforeValue, fmt::format("a tab precedes the value of {} and belongs to it", Utf8(m_value.key)),
             "use blanks, or nothing");
-    else if (IsQuoted(m_text) && m_row.kind != KeyKind::Path)
+    } else if (IsQuoted(m_text) && m_row.kind != KeyKind::Path) {
         Add(Fault::QuotedValue,
             fmt::format("the quotes belong to the value of {}{}", Utf8(m_value.key),
                         isPattern ? ", which no port fits" : ""),
             "leave them out");
-    else if (comment != std::string_view::npos)
+    } else if (comment != std::string_view::npos) {
         Add(Fault::CommentBehindValue,
             fmt::format("'{}' belongs to the value of {}", Utf8(m_text.substr(comment)), Utf8(m_value.key)),
             "give the comment a line of its own");
+    }
 }
 
 // "COM41,COM42,COM43" for 41 and what follows the dash.
-std::string NamesOfRange(int first, std::string_view behind) {
+static std::string NamesOfRange(int first, std::string_view behind) {
     const std::size_t digit = behind.find_first_of(Digits);
     const int last = digit == std::string_view::npos ? 0 : ReadNumber(behind.substr(digit));
-    if (last < first || last - first >= 10)
+    if (last < first || last - first >= 10) {
         return "COM41,COM42,COM43";
+    }
     std::string names;
-    for (int number = first; number <= last; ++number)
+    for (int number = first; number <= last; ++number) {
         names += fmt::format("{}COM{}", names.empty() ? "" : ",", number);
+    }
     return names;
 }
 
@@ -271,30 +289,33 @@ void ValueCheck::CheckPortNames() {
         std::size_t length = 0;
         const int number = ReadNumber(m_text.substr(found + 3), &length);
         const std::string_view name = m_text.substr(found, length + 3);
-        if (refused.empty() && (number < 1 || number > HighestPortNumber))
+        if (refused.empty() && (number < 1 || number > HighestPortNumber)) {
             refused = name;
+        }
         at = found + 3 + length;
         const std::size_t dash = m_text.find_first_not_of(" \t", at);
-        if (range.empty() && dash != std::string_view::npos && m_text[dash] == '-')
+        if (range.empty() && dash != std::string_view::npos && m_text[dash] == '-') {
             range = NamesOfRange(number, m_text.substr(dash + 1));
+        }
     }
     rest += m_text.substr(at);
     const std::string left = rest.substr(0, std::min(rest.find(';'), rest.find('#')));
     const std::size_t digit = left.find_first_of(Digits);
-    if (!range.empty())
+    if (!range.empty()) {
         Add(Fault::NumbersPassedOver,
             fmt::format("{}: a range is not known, only the names that stand there count", Said()),
             fmt::format("name each: {}", range));
-    else if (!refused.empty())
+    } else if (!refused.empty()) {
         Add(Fault::NumbersPassedOver, fmt::format("{}: '{}' is no number that counts", Said(), Utf8(refused)),
             fmt::format("COM1 to COM{}", HighestPortNumber));
-    else if (digit != std::string::npos) {
+    } else if (digit != std::string::npos) {
         const std::size_t end = left.find_first_not_of(Digits, digit);
         const std::string number = left.substr(digit, end - digit);
         Add(Fault::NumbersPassedOver, fmt::format("{}: {} is passed over, COM is missing", Said(), number),
             fmt::format("write COM{}", number));
-    } else if (left.find_first_not_of(" \t,;\"'") != std::string::npos)
+    } else if (left.find_first_not_of(" \t,;\"'") != std::string::npos) {
         Add(Fault::NumbersPassedOver, fmt::format("{}: '{}' is passed over", Said(), Utf8(left)), "COM and a number");
+    }
 }
 
 void ValueCheck::CheckRanges() {
@@ -318,15 +339,16 @@ void ValueCheck::CheckRanges() {
 
 void ValueCheck::CheckShowWord() {
     static constexpr std::array<std::string_view, 5> Parts = {"min", "noactivate", "na", "max", "hid"};
-    for (const std::string_view part : Parts)
-        if (machine::FindNoCase(m_text, part) != std::string::npos)
+    for (const std::string_view part : Parts) {
+        if (machine::FindNoCase(m_text, part) != std::string::npos) {
             return;
-    if (!IsOneOf(m_text, {"normal", "show", "shown"}))
+        }
+    }
+    if (!IsOneOf(m_text, {"normal", "show", "shown"})) {
         Add(Fault::UnknownShowWord, fmt::format("{} is shown as normal", Said()),
             "min, max, hidden, noactivate or normal");
+    }
 }
-
-} // namespace
 
 void CheckValue(const std::string& where, const KnownKey& row, const IniValue& value, Findings& findings) {
     ValueCheck(where, row, value, findings).Check();

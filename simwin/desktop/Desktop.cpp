@@ -9,56 +9,62 @@ namespace machine {
 
 using namespace simwin;
 
-namespace {
-
-DesktopState* g_desktop;
+static DesktopState* g_desktop;
 
 constexpr WPARAM TreeChanged = 7; // DBT_DEVNODES_CHANGED
 
-void DropWindowsOf(Process& process) {
-    if (!g_desktop)
+static void DropWindowsOf(Process& process) {
+    if (!g_desktop) {
         return; // the machine is being taken down
+    }
     std::vector<HWND> own;
-    for (const auto& [key, window] : g_desktop->windows)
-        if (window->process == &process)
+    for (const auto& [key, window] : g_desktop->windows) {
+        if (window->process == &process) {
             own.push_back(window->handle);
-    for (const HWND window : own)
+        }
+    }
+    for (const HWND window : own) {
         RemoveWindow(window);
+    }
     std::erase_if(g_desktop->classes, [&](const auto& entry) { return entry.first.first == &process; });
     for (auto& [session, input] : g_desktop->inputs) {
-        if (input.lastInput == &process)
+        if (input.lastInput == &process) {
             input.lastInput = nullptr;
-        if (input.lastClick == &process)
+        }
+        if (input.lastClick == &process) {
             input.lastClick = nullptr;
+        }
     }
 }
 
-void DeliverToWindow(const NotificationRecipient& recipient, DWORD event, const std::vector<std::uint8_t>& data,
-                     NotificationReturned returned) {
+static void DeliverToWindow(const NotificationRecipient& recipient, DWORD event, const std::vector<std::uint8_t>& data,
+                            NotificationReturned returned) {
     SendFromMachine(static_cast<HWND>(recipient.handle), WM_DEVICECHANGE, event, data, std::move(returned));
 }
 
-void BroadcastTreeChange() {
-    for (const Window* window : Windows())
-        if (window->threadId)
+static void BroadcastTreeChange() {
+    for (const Window* window : Windows()) {
+        if (window->threadId) {
             SendFromMachine(window->handle, WM_DEVICECHANGE, TreeChanged, {});
+        }
+    }
 }
 
-void Create() {
+static void Create() {
     g_desktop = new DesktopState;
     OnProcessEnd(DropWindowsOf);
     AddEndCheck(UnhandledMessages);
 }
 
-void Destroy() {
+static void Destroy() {
     delete g_desktop;
     g_desktop = nullptr;
 }
 
-Room g_room(50, Create, Destroy);
+static Room g_room(50, Create, Destroy);
 
 // After the devices, whose notifications come here.
-Room g_route(
+static Room g_route(
     95,
     [] {
         SetWindowRoute(DeliverToWindow);
@@ -67,8 +73,6 @@ Room g_route(
         SetTreeChangeBroadcast(BroadcastTreeChange);
     },
     [] {});
-
-} // namespace
 
 DesktopState& TheDesktop() {
     return *g_desktop;
@@ -93,9 +97,11 @@ void AddBoxAnswer(const BoxAnswer& answer) {
 
 int ButtonFromName(std::string_view name) {
     static constexpr const char* Names[] = {"ok", "cancel", "abort", "retry", "ignore", "yes", "no"};
-    for (std::size_t i = 0; i < sizeof(Names) / sizeof(Names[0]); ++i)
-        if (EqualNoCase(name, Names[i]))
+    for (std::size_t i = 0; i < sizeof(Names) / sizeof(Names[0]); ++i) {
+        if (EqualNoCase(name, Names[i])) {
             return static_cast<int>(i) + 1;
+        }
+    }
     return 0;
 }
 

@@ -11,54 +11,57 @@ namespace machine {
 
 using namespace simwin;
 
-namespace {
-
 constexpr DWORD ScriptedThread = 0x100000; // thread ids of scripted programs, which have no threads, by process
 
+namespace {
 struct ButtonFacts {
     const char* name;
     UINT down, up;
     WPARAM held;
 };
+} // namespace
 constexpr ButtonFacts Buttons[] = {
     {"left", WM_LBUTTONDOWN, WM_LBUTTONUP, MK_LBUTTON},
     {"right", WM_RBUTTONDOWN, WM_RBUTTONUP, 2},
     {"middle", WM_MBUTTONDOWN, WM_MBUTTONUP, 16},
 };
 
-SessionInput& InputOf(unsigned session) {
+static SessionInput& InputOf(unsigned session) {
     return TheDesktop().inputs[session];
 }
 
-POINT CursorOf(unsigned session) {
+static POINT CursorOf(unsigned session) {
     const RECT screen = ScreenRect();
     return InputOf(session).cursor.value_or(POINT{screen.right / 2, screen.bottom / 2});
 }
 
-LPARAM PlaceIn(const Window& window, POINT point) {
+static LPARAM PlaceIn(const Window& window, POINT point) {
     const auto x = static_cast<DWORD>(point.x - window.rect.left), y = static_cast<DWORD>(point.y - window.rect.top);
     return static_cast<LPARAM>((x & 0xFFFF) | (y & 0xFFFF) << 16);
 }
 
-void Deliver(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
+static void Deliver(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
     Window* window = WindowFor(handle);
-    if (!window)
+    if (!window) {
         return;
-    if (window->threadId)
+    }
+    if (window->threadId) {
         PostToWindow(handle, message, wParam, lParam);
-    else
+    } else {
         AnswerForProgram(*window, message, lParam);
+    }
 }
 
-void Note(unsigned session, std::string what, const Window* window) {
+static void Note(unsigned session, std::string what, const Window* window) {
     DesktopState& desktop = TheDesktop();
     desktop.inputRecords.push_back(
         {Now(), std::move(what), window ? window->title : "", session, CurrentThread() == nullptr});
-    if (desktop.inputWatcher)
+    if (desktop.inputWatcher) {
         desktop.inputWatcher(desktop.inputRecords.back());
+    }
 }
 
-const Window* PressButton(unsigned session, const ButtonFacts& button, bool isDown) {
+static const Window* PressButton(unsigned session, const ButtonFacts& button, bool isDown) {
     const POINT cursor = CursorOf(session);
     const Window* window = WindowAt(session, cursor);
     if (isDown) {
@@ -69,41 +72,45 @@ const Window* PressButton(unsigned session, const ButtonFacts& button, bool isDo
             Activate(*WindowFor(window->parent ? window->parent : window->handle));
         }
     }
-    if (window)
+    if (window) {
         Deliver(window->handle, isDown ? button.down : button.up, isDown ? button.held : 0, PlaceIn(*window, cursor));
+    }
     return window;
 }
 
-DWORD ShownThreadId(const Window& window) {
+static DWORD ShownThreadId(const Window& window) {
     return window.threadId ? window.threadId : ScriptedThread + (window.process ? window.process->id : 0);
 }
 
-bool IsThread(DWORD id) {
+static bool IsThread(DWORD id) {
     const std::vector<Thread*> threads = AllThreads();
     return id >= ScriptedThread ||
            std::any_of(threads.begin(), threads.end(), [&](const Thread* thread) { return thread->id == id; });
 }
 
-bool IsAttached(DWORD a, DWORD b) {
-    for (const auto& [from, to] : TheDesktop().attachedInputs)
-        if ((from == a && to == b) || (from == b && to == a))
+static bool IsAttached(DWORD a, DWORD b) {
+    for (const auto& [from, to] : TheDesktop().attachedInputs) {
+        if ((from == a && to == b) || (from == b && to == a)) {
             return true;
+        }
+    }
     return false;
 }
 
-unsigned OwnSession() {
+static unsigned OwnSession() {
     return CurrentProcess()->session;
 }
 
-} // namespace
-
 bool MayTakeForeground(const SessionInput& input, const Process* process) {
     const Window* foreground = WindowFor(input.foreground);
-    if (input.rule == Foreground::Free || !foreground || !process)
+    if (input.rule == Foreground::Free || !foreground || !process) {
         return true;
-    for (const Process* holder : {static_cast<const Process*>(foreground->process), input.lastInput})
-        if (holder && (holder == process || holder->id == process->parentId))
+    }
+    for (const Process* holder : {static_cast<const Process*>(foreground->process), input.lastInput}) {
+        if (holder && (holder == process || holder->id == process->parentId)) {
             return true;
+        }
+    }
     return false;
 }
 
@@ -118,8 +125,9 @@ void SetCursor(unsigned session, POINT place) {
 const Window* MoveMouse(unsigned session, POINT place) {
     SetCursor(session, place);
     const Window* window = WindowAt(session, place);
-    if (window)
+    if (window) {
         Deliver(window->handle, WM_MOUSEMOVE, 0, PlaceIn(*window, place));
+    }
     return window;
 }
 
@@ -159,8 +167,9 @@ BOOL SetForegroundWindow(HWND handle) {
     const SessionInput& input = InputOf(window->session);
     const machine::Window* foreground = WindowFor(input.foreground);
     const bool isAttached = foreground && IsAttached(CurrentThread()->id, ShownThreadId(*foreground));
-    if (!isAttached && input.lastClick != CurrentProcess() && !MayTakeForeground(input, CurrentProcess()))
+    if (!isAttached && input.lastClick != CurrentProcess() && !MayTakeForeground(input, CurrentProcess())) {
         return FALSE;
+    }
     Activate(*window);
     return TRUE;
 }
@@ -173,10 +182,11 @@ BOOL AttachThreadInput(DWORD threadId, DWORD toThreadId, BOOL attach) {
     }
     auto& attached = TheDesktop().attachedInputs;
     const std::pair<DWORD, DWORD> both(threadId, toThreadId);
-    if (attach)
+    if (attach) {
         attached.push_back(both);
-    else
+    } else {
         std::erase(attached, both);
+    }
     return TRUE;
 }
 
@@ -185,18 +195,21 @@ void keybd_event(BYTE key, BYTE, DWORD flags, ULONG_PTR) {
     const bool isUp = (flags & KEYEVENTF_KEYUP) != 0;
     const HWND handle = InputOf(OwnSession()).foreground;
     const machine::Window* window = WindowFor(handle);
-    if (!isUp)
+    if (!isUp) {
         Note(OwnSession(), fmt::format("key 0x{:02X}", key), window);
-    if (!window)
+    }
+    if (!window) {
         return;
+    }
     InputOf(OwnSession()).lastInput = window->process;
     Deliver(handle, isUp ? WM_KEYUP : WM_KEYDOWN, key, 0);
 }
 
 void mouse_event(DWORD flags, DWORD, DWORD, DWORD, ULONG_PTR) {
     SIM_CALL("mouse_event", "");
-    if (flags != MOUSEEVENTF_LEFTDOWN && flags != MOUSEEVENTF_LEFTUP)
+    if (flags != MOUSEEVENTF_LEFTDOWN && flags != MOUSEEVENTF_LEFTUP) {
         NotModelled("mouse_event", "anything but the left button");
+    }
     PressButton(OwnSession(), Buttons[0], flags == MOUSEEVENTF_LEFTDOWN);
 }
 
@@ -217,8 +230,9 @@ DWORD GetWindowThreadProcessId(HWND handle, LPDWORD processId) {
         machine::SetError(simCall.error ? simCall.error : DWORD{ERROR_INVALID_WINDOW_HANDLE});
         return 0;
     }
-    if (processId)
+    if (processId) {
         *processId = window->process ? window->process->id : 0;
+    }
     return ShownThreadId(*window);
 }
 

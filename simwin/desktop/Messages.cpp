@@ -9,35 +9,37 @@ namespace machine {
 
 using namespace simwin;
 
-namespace {
-
-void Answer(SentMessage& message) {
+static void Answer(SentMessage& message) {
     message.answered = true;
-    if (message.waiter)
-        for (Thread* thread : AllThreads())
-            if (thread->id == message.waiter && thread->waitKind == WaitKind::Answer)
+    if (message.waiter) {
+        for (Thread* thread : AllThreads()) {
+            if (thread->id == message.waiter && thread->waitKind == WaitKind::Answer) {
                 Wake(thread, 0);
-    if (const std::function<void()> returned = std::move(message.returned))
+            }
+        }
+    }
+    if (const std::function<void()> returned = std::move(message.returned)) {
         returned();
+    }
 }
-
-} // namespace
 
 MessageQueue& OwnQueue() {
     return TheDesktop().queues[CurrentThread()->id];
 }
 
 void WakeForMessage(DWORD threadId) {
-    for (Thread* thread : AllThreads())
-        if (thread->id == threadId && (thread->waitKind == WaitKind::Message || thread->waitKind == WaitKind::Answer))
+    for (Thread* thread : AllThreads()) {
+        if (thread->id == threadId && (thread->waitKind == WaitKind::Message || thread->waitKind == WaitKind::Answer)) {
             Wake(thread, 0);
+        }
+    }
 }
 
 // Messages still on their way to a destroyed window are never handled; their senders learn of that.
 void AnswerAllFor(HWND window) {
     std::vector<std::shared_ptr<SentMessage>> lost;
-    for (auto& [threadId, queue] : TheDesktop().queues)
-        for (auto* list : {&queue.sent, &queue.inProcedure})
+    for (auto& [threadId, queue] : TheDesktop().queues) {
+        for (auto* list : {&queue.sent, &queue.inProcedure}) {
             for (auto at = list->begin(); at != list->end();) {
                 const std::shared_ptr<SentMessage> message = *at;
                 if (message->window != window) {
@@ -48,23 +50,31 @@ void AnswerAllFor(HWND window) {
                 at = list->erase(at);
                 lost.push_back(message);
             }
-    for (const std::shared_ptr<SentMessage>& message : lost)
+        }
+    }
+    for (const std::shared_ptr<SentMessage>& message : lost) {
         Answer(*message);
+    }
 }
 
 std::string UnhandledMessages() {
-    for (const auto& [threadId, queue] : TheDesktop().queues)
-        for (const auto* list : {&queue.sent, &queue.inProcedure})
-            for (const std::shared_ptr<SentMessage>& message : *list)
-                if (message->waiter || !message->work)
+    for (const auto& [threadId, queue] : TheDesktop().queues) {
+        for (const auto* list : {&queue.sent, &queue.inProcedure}) {
+            for (const std::shared_ptr<SentMessage>& message : *list) {
+                if (message->waiter || !message->work) {
                     return "a message that was sent to thread " + std::to_string(threadId) + " is not answered";
+                }
+            }
+        }
+    }
     return {};
 }
 
 LRESULT CallWindow(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
     Window* window = WindowFor(handle);
-    if (!window)
+    if (!window) {
         return 0;
+    }
     return window->procedure ? window->procedure(handle, message, wParam, lParam)
                              : AnswerForProgram(*window, message, lParam);
 }
@@ -78,7 +88,7 @@ void HandleSent() {
                                    ? message->work(*message)
                                    : CallWindow(message->window, message->message, message->wParam, message->lParam);
         // The procedure may have destroyed its window, and with it the message's entry in the list.
-        for (auto at = queue.inProcedure.begin(); at != queue.inProcedure.end(); ++at)
+        for (auto at = queue.inProcedure.begin(); at != queue.inProcedure.end(); ++at) {
             if (at->get() == message) {
                 const std::shared_ptr<SentMessage> done = *at;
                 queue.inProcedure.erase(at);
@@ -86,6 +96,7 @@ void HandleSent() {
                 Answer(*done);
                 break;
             }
+        }
     }
 }
 
@@ -106,8 +117,9 @@ bool AwaitAnswer(SentMessage* sent, DWORD threadId, std::uint64_t ms, LRESULT* r
     const std::uint64_t dueMs = Now() + ms;
     for (;;) {
         HandleSent();
-        if (sent->answered || (isLimited && Now() >= dueMs))
+        if (sent->answered || (isLimited && Now() >= dueMs)) {
             break;
+        }
         Block(WaitKind::Answer, "a window's answer", isLimited ? dueMs - Now() : NoLimit);
     }
     MessageQueue& own = OwnQueue();
@@ -123,16 +135,18 @@ bool AwaitAnswer(SentMessage* sent, DWORD threadId, std::uint64_t ms, LRESULT* r
         SetError(ERROR_INVALID_WINDOW_HANDLE);
         return false;
     }
-    if (held->copyBack)
+    if (held->copyBack) {
         std::copy(held->data.begin(), held->data.end(), static_cast<std::uint8_t*>(held->copyBack));
+    }
     *result = held->result;
     return true;
 }
 
 bool PostToWindow(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
     Window* window = WindowFor(handle);
-    if (!window || !window->threadId)
+    if (!window || !window->threadId) {
         return false;
+    }
     TheDesktop().queues[window->threadId].posted.push_back({handle, message, wParam, lParam, TickCount(), {0, 0}});
     WakeForMessage(window->threadId);
     return true;
@@ -140,9 +154,11 @@ bool PostToWindow(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
 
 unsigned CloseWindowsOf(const Process* process) {
     unsigned count = 0;
-    for (const Window* window : Windows())
-        if (window->process == process && PostToWindow(window->handle, WM_CLOSE, 0, 0))
+    for (const Window* window : Windows()) {
+        if (window->process == process && PostToWindow(window->handle, WM_CLOSE, 0, 0)) {
             ++count;
+        }
+    }
     return count;
 }
 
@@ -150,8 +166,9 @@ void SendFromMachine(HWND handle, UINT message, WPARAM wParam, const std::vector
                      std::function<void()> returned) {
     const Window* window = WindowFor(handle);
     if (!window || !window->threadId) {
-        if (returned)
+        if (returned) {
             returned();
+        }
         return;
     }
     SentMessage* sent = SendTo(*window, /*isAwaited=*/false);

@@ -9,8 +9,6 @@
 
 namespace machine {
 
-namespace {
-
 using namespace simwin;
 
 const HMONITOR TheMonitor = reinterpret_cast<HMONITOR>(0x40001ull);
@@ -20,11 +18,11 @@ constexpr unsigned FirstWithLongMetrics = 6;
 constexpr LONG FontPoints = 9, PointsPerInch = 72;
 constexpr LONG NormalWeight = 400, BoldWeight = 700;
 
-LONG FontHeight() {
+static LONG FontHeight() {
     return (FontPoints * TheSetup().dpi + PointsPerInch / 2) / PointsPerInch;
 }
 
-LOGFONTA FontOf(LONG weight) {
+static LOGFONTA FontOf(LONG weight) {
     LOGFONTA font = {};
     font.lfHeight = -FontHeight();
     font.lfWeight = weight;
@@ -34,13 +32,14 @@ LOGFONTA FontOf(LONG weight) {
 }
 
 // data: a buffer whose first word is its size, 340 or 344 bytes.
-bool FillMetrics(void* data) {
+static bool FillMetrics(void* data) {
     UINT size = 0;
     std::memcpy(&size, data, sizeof(size));
     const bool isKnown =
         size == ShortMetrics || (size == LongMetrics && TheSetup().version.major >= FirstWithLongMetrics);
-    if (!isKnown)
+    if (!isKnown) {
         return false;
+    }
     NONCLIENTMETRICSA metrics = {};
     metrics.cbSize = size;
     metrics.lfCaptionFont = metrics.lfSmCaptionFont = FontOf(BoldWeight);
@@ -48,8 +47,6 @@ bool FillMetrics(void* data) {
     std::memcpy(data, &metrics, size);
     return true;
 }
-
-} // namespace
 
 } // namespace machine
 
@@ -59,22 +56,25 @@ using namespace machine;
 
 HMONITOR MonitorFromRect(const RECT*, DWORD flags) {
     SIM_CALL("MonitorFromRect", "");
-    if (flags != MONITOR_DEFAULTTONEAREST)
+    if (flags != MONITOR_DEFAULTTONEAREST) {
         NotModelled("MonitorFromRect", "flags other than the nearest monitor");
+    }
     return TheMonitor;
 }
 
 int GetSystemMetrics(int index) {
     SIM_CALL("GetSystemMetrics", "");
-    if (index != SM_CXSCREEN && index != SM_CYSCREEN)
+    if (index != SM_CXSCREEN && index != SM_CYSCREEN) {
         NotModelled("GetSystemMetrics", "an index other than the screen's size");
+    }
     return index == SM_CXSCREEN ? TheSetup().screenWidth : TheSetup().screenHeight;
 }
 
 COLORREF GetSysColor(int index) {
     SIM_CALL("GetSysColor", "");
-    if (index != COLOR_INFOTEXT && index != COLOR_INFOBK)
+    if (index != COLOR_INFOTEXT && index != COLOR_INFOBK) {
         NotModelled("GetSysColor", "colours other than those of tool tips");
+    }
     return index == COLOR_INFOTEXT ? TheAppearance().infoText : TheAppearance().infoBack;
 }
 
@@ -96,8 +96,9 @@ BOOL SystemParametersInfoA(UINT action, UINT, PVOID data, UINT) {
             NotModelled("SystemParametersInfoA", "actions other than those that are declared");
         }
     }
-    if (!isDone)
+    if (!isDone) {
         machine::SetError(ERROR_INVALID_PARAMETER);
+    }
     return isDone;
 }
 
@@ -112,10 +113,12 @@ static HRESULT GetDpiForMonitor(HMONITOR monitor, int kind, UINT* x, UINT* y) {
     SIM_CALL("GetDpiForMonitor", "");
     constexpr int EffectiveDpi = 0;
     constexpr HRESULT InvalidArgument = static_cast<HRESULT>(0x80070057);
-    if (kind != EffectiveDpi)
+    if (kind != EffectiveDpi) {
         NotModelled("GetDpiForMonitor", "a kind other than the effective one");
-    if (monitor != TheMonitor)
+    }
+    if (monitor != TheMonitor) {
         return InvalidArgument;
+    }
     *x = *y = static_cast<UINT>(TheSetup().dpi);
     return 0;
 }
@@ -127,24 +130,28 @@ static const OptionalOperation Optional[] = {
 
 int MessageBoxA(HWND owner, LPCSTR text, LPCSTR caption, UINT flags) {
     SIM_CALL("MessageBoxA", text, ERROR_INVALID_WINDOW_HANDLE);
-    if (flags & ~(BoxIcons | MB_SYSTEMMODAL))
+    if (flags & ~(BoxIcons | MB_SYSTEMMODAL)) {
         NotModelled("MessageBoxA", "buttons other than OK");
+    }
     if (simCall.error || (owner && owner != DesktopWindow && !WindowFor(owner))) {
         machine::SetError(ERROR_INVALID_WINDOW_HANDLE);
         return 0;
     }
     DesktopState& desktop = TheDesktop();
     std::uint64_t waitMs = 0;
-    for (const BoxAnswer& answer : desktop.answers)
+    for (const BoxAnswer& answer : desktop.answers) {
         if (std::string_view(text).find(answer.text) != std::string_view::npos) {
-            if (answer.button != IDOK)
+            if (answer.button != IDOK) {
                 NotModelled("MessageBoxA", "an answer by a button that the box has not");
+            }
             waitMs = answer.afterMs;
             break;
         }
+    }
     desktop.boxes.push_back({Now(), caption, text, flags, CurrentProcess()->id, IDOK});
-    if (waitMs > 0)
+    if (waitMs > 0) {
         SleepMs(waitMs);
+    }
     return IDOK;
 }
 

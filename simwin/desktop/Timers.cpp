@@ -9,16 +9,14 @@ namespace machine {
 
 using namespace simwin;
 
-namespace {
-
 constexpr UINT ShortestTimer = 10, LongestTimer = 0x7FFFFFFF;
 using TimerKey = std::pair<std::uint64_t, UINT_PTR>;
 
-TimerKey KeyOf(HWND window, UINT_PTR id) {
+static TimerKey KeyOf(HWND window, UINT_PTR id) {
     return {reinterpret_cast<std::uint64_t>(window), id};
 }
 
-void Schedule(const TimerKey& key) {
+static void Schedule(const TimerKey& key) {
     WindowTimer& timer = TheDesktop().timers.at(key);
     timer.due = At(timer.dueMs, Due::Machine, [key] {
         WindowTimer& own = TheDesktop().timers.at(key);
@@ -28,52 +26,61 @@ void Schedule(const TimerKey& key) {
     });
 }
 
-bool DropTimer(const TimerKey& key) {
+static bool DropTimer(const TimerKey& key) {
     const auto found = TheDesktop().timers.find(key);
-    if (found == TheDesktop().timers.end())
+    if (found == TheDesktop().timers.end()) {
         return false;
-    if (found->second.due)
+    }
+    if (found->second.due) {
         CancelDue(found->second.due);
+    }
     TheDesktop().timers.erase(found);
     return true;
 }
 
 // 0: the running thread may set and kill timers of the window.
-DWORD RefusalOf(HWND handle) {
+static DWORD RefusalOf(HWND handle) {
     const Window* window = WindowFor(handle);
-    if (!window)
+    if (!window) {
         return ERROR_INVALID_WINDOW_HANDLE;
+    }
     return window->threadId == CurrentThread()->id ? 0 : ERROR_WINDOW_OF_OTHER_THREAD;
 }
 
-} // namespace
-
 void DropTimersOf(HWND window) {
     std::vector<TimerKey> own;
-    for (const auto& [key, timer] : TheDesktop().timers)
-        if (key.first == reinterpret_cast<std::uint64_t>(window))
+    for (const auto& [key, timer] : TheDesktop().timers) {
+        if (key.first == reinterpret_cast<std::uint64_t>(window)) {
             own.push_back(key);
-    for (const TimerKey& key : own)
+        }
+    }
+    for (const TimerKey& key : own) {
         DropTimer(key);
+    }
 }
 
 bool TakeTimerMessage(DWORD threadId, bool remove, MSG* message) {
     const std::pair<const TimerKey, WindowTimer>* first = nullptr;
-    for (const auto& entry : TheDesktop().timers)
+    for (const auto& entry : TheDesktop().timers) {
         if (entry.second.threadId == threadId && entry.second.waits &&
-            (!first || entry.second.dueMs < first->second.dueMs))
+            (!first || entry.second.dueMs < first->second.dueMs)) {
             first = &entry;
-    if (!first)
+        }
+    }
+    if (!first) {
         return false;
+    }
     const TimerKey key = first->first;
     WindowTimer& timer = TheDesktop().timers.at(key);
     *message = {reinterpret_cast<HWND>(key.first),         WM_TIMER,    key.second,
                 reinterpret_cast<LPARAM>(timer.procedure), TickCount(), {0, 0}};
-    if (!remove)
+    if (!remove) {
         return true;
+    }
     timer.waits = false;
-    while (timer.dueMs <= Now()) // what it missed while its message waited does not count
+    while (timer.dueMs <= Now()) { // what it missed while its message waited does not count
         timer.dueMs += timer.periodMs;
+    }
     Schedule(key);
     return true;
 }
@@ -84,8 +91,9 @@ namespace simwin {
 
 UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT ms, TIMERPROC procedure) {
     SIM_CALL("SetTimer", "", ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_WINDOW_HANDLE);
-    if (!window)
+    if (!window) {
         machine::NotModelled("SetTimer", "a timer without a window");
+    }
     const DWORD error = simCall.error ? simCall.error : machine::RefusalOf(window);
     if (error) {
         machine::SetError(error);
@@ -107,10 +115,12 @@ UINT_PTR SetTimer(HWND window, UINT_PTR id, UINT ms, TIMERPROC procedure) {
 BOOL KillTimer(HWND window, UINT_PTR id) {
     SIM_CALL("KillTimer", "", ERROR_INVALID_WINDOW_HANDLE);
     DWORD error = simCall.error ? simCall.error : machine::RefusalOf(window);
-    if (!error && !machine::DropTimer(machine::KeyOf(window, id)))
+    if (!error && !machine::DropTimer(machine::KeyOf(window, id))) {
         error = ERROR_INVALID_PARAMETER;
-    if (error)
+    }
+    if (error) {
         machine::SetError(error);
+    }
     return !error;
 }
 

@@ -10,61 +10,63 @@ namespace machine {
 
 simwin::LRESULT GiveRegion(simwin::HWND window, simwin::HRGN region); // of the drawing, whose regions they are
 
-namespace {
-
 using namespace simwin;
 
 constexpr int DesktopStyle = static_cast<int>(0x96000000);
 
 template<typename Result>
-Result Fail(DWORD error, Result result) {
+static Result Fail(DWORD error, Result result) {
     SetError(error);
     return result;
 }
 
-std::string ClassKey(LPCSTR name) {
-    if (reinterpret_cast<std::uint64_t>(name) < 0x10000)
+static std::string ClassKey(LPCSTR name) {
+    if (reinterpret_cast<std::uint64_t>(name) < 0x10000) {
         NotModelled("CreateWindowExA", "a class by its atom");
+    }
     return Lower(name);
 }
 
 // The top-level windows that the running process sees: those of its session from front to back; one in session 0 all,
 // in the order of their creation, so that a second instance of the service is noticed.
-std::vector<const Window*> WindowsInSight() {
+static std::vector<const Window*> WindowsInSight() {
     const unsigned session = CurrentProcess()->session;
-    if (session != 0)
+    if (session != 0) {
         return WindowsOfSession(session);
+    }
     std::vector<const Window*> windows = Windows();
     std::erase_if(windows, [](const Window* window) { return window->parent != nullptr; });
     return windows;
 }
 
 // Null with the last error set.
-Window* UseWindow(HWND handle, DWORD error = 0) {
+static Window* UseWindow(HWND handle, DWORD error = 0) {
     Window* window = error ? nullptr : WindowFor(handle);
-    if (!window)
+    if (!window) {
         SetError(error ? error : DWORD{ERROR_INVALID_WINDOW_HANDLE});
+    }
     return window;
 }
 
-bool IsOwn(const Window& window) {
+static bool IsOwn(const Window& window) {
     return window.threadId == 0 || window.threadId == CurrentThread()->id;
 }
 
-bool Activates(int command) {
+static bool Activates(int command) {
     return command == SW_SHOWNORMAL || command == SW_SHOW || command == SW_SHOWMINIMIZED ||
            command == SW_SHOWMAXIMIZED || command == SW_RESTORE || command == SW_SHOWDEFAULT;
 }
 
 // Visible and, if allowed, active. What the caller does not see is left to the window's thread.
-void ShowNow(Window& window, bool activates) {
+static void ShowNow(Window& window, bool activates) {
     const bool mayActivate = activates && MayTakeForeground(TheDesktop().inputs[window.session], window.process);
     SetVisible(window, true);
-    if (mayActivate)
+    if (mayActivate) {
         Activate(window);
+    }
 }
 
-RECT PlaceOf(const WINDOWPOS& place, const RECT& now) {
+static RECT PlaceOf(const WINDOWPOS& place, const RECT& now) {
     const LONG left = place.flags & SWP_NOMOVE ? now.left : place.x;
     const LONG top = place.flags & SWP_NOMOVE ? now.top : place.y;
     const LONG width = place.flags & SWP_NOSIZE ? now.right - now.left : std::max(place.cx, 0);
@@ -72,22 +74,27 @@ RECT PlaceOf(const WINDOWPOS& place, const RECT& now) {
     return {left, top, left + width, top + height};
 }
 
-void PlaceNow(Window& window, const WINDOWPOS& place) {
+static void PlaceNow(Window& window, const WINDOWPOS& place) {
     SetPlace(window, PlaceOf(place, window.rect));
-    if (!(place.flags & SWP_NOZORDER))
+    if (!(place.flags & SWP_NOZORDER)) {
         MoveInOrder(window, place.hwndInsertAfter);
-    if (place.flags & SWP_HIDEWINDOW)
+    }
+    if (place.flags & SWP_HIDEWINDOW) {
         SetVisible(window, false);
-    if (place.flags & SWP_SHOWWINDOW)
+    }
+    if (place.flags & SWP_SHOWWINDOW) {
         SetVisible(window, true);
-    if (window.visible && !(place.flags & (SWP_NOACTIVATE | SWP_NOZORDER)))
+    }
+    if (window.visible && !(place.flags & (SWP_NOACTIVATE | SWP_NOZORDER))) {
         ShowNow(window, /*activates=*/true);
+    }
 }
 
-RECT FirstPlace(DWORD style, int x, int y, int width, int height) {
+static RECT FirstPlace(DWORD style, int x, int y, int width, int height) {
     const RECT screen = ScreenRect();
-    if (x == CW_USEDEFAULT)
+    if (x == CW_USEDEFAULT) {
         x = y = 0;
+    }
     if (width == CW_USEDEFAULT) {
         const bool isPopup = (style & WS_POPUP) != 0;
         width = isPopup ? 0 : screen.right * 3 / 4;
@@ -96,7 +103,7 @@ RECT FirstPlace(DWORD style, int x, int y, int width, int height) {
     return {x, y, x + std::max(width, 0), y + std::max(height, 0)};
 }
 
-HWND MakeWindow(const WNDCLASSA& windowClass, LPCSTR className, LPCSTR title, DWORD style, DWORD extendedStyle) {
+static HWND MakeWindow(const WNDCLASSA& windowClass, LPCSTR className, LPCSTR title, DWORD style, DWORD extendedStyle) {
     (void)OwnQueue();
     Process* process = CurrentProcess();
     Window* window = AddWindow(process, process->session, className, title ? title : "");
@@ -108,60 +115,65 @@ HWND MakeWindow(const WNDCLASSA& windowClass, LPCSTR className, LPCSTR title, DW
     return window->handle;
 }
 
-LRESULT PlaceWork(const SentMessage& message) {
+static LRESULT PlaceWork(const SentMessage& message) {
     ApplyWindowPos(message.place);
     return TRUE;
 }
 
-LRESULT ShowWork(const SentMessage& message) {
+static LRESULT ShowWork(const SentMessage& message) {
     return ApplyShow(message.window, message.command);
 }
 
-LRESULT RegionWork(const SentMessage& message) {
+static LRESULT RegionWork(const SentMessage& message) {
     return GiveRegion(message.window, message.region);
 }
 
-std::size_t CopyTitle(const std::string& title, char* text, std::size_t size) {
-    if (size == 0)
+static std::size_t CopyTitle(const std::string& title, char* text, std::size_t size) {
+    if (size == 0) {
         return 0;
+    }
     const std::size_t length = title.copy(text, size - 1);
     text[length] = 0;
     return length;
 }
 
-} // namespace
-
 void ApplyWindowPos(const WINDOWPOS& given) {
     WINDOWPOS place = given;
-    if (!(place.flags & SWP_NOSENDCHANGING))
+    if (!(place.flags & SWP_NOSENDCHANGING)) {
         CallWindow(place.hwnd, WM_WINDOWPOSCHANGING, 0, reinterpret_cast<LPARAM>(&place));
+    }
     Window* window = WindowFor(place.hwnd);
-    if (!window)
+    if (!window) {
         return;
+    }
     PlaceNow(*window, place);
     CallWindow(place.hwnd, WM_WINDOWPOSCHANGED, 0, reinterpret_cast<LPARAM>(&place));
 }
 
 LRESULT ApplyShow(HWND handle, int command) {
     const Window* window = WindowFor(handle);
-    if (!window)
+    if (!window) {
         return FALSE;
+    }
     const bool wasVisible = window->visible;
     const bool shows = command != SW_HIDE;
-    if (wasVisible != shows)
+    if (wasVisible != shows) {
         CallWindow(handle, WM_SHOWWINDOW, shows, 0);
+    }
     if (Window* now = WindowFor(handle)) {
-        if (shows)
+        if (shows) {
             ShowNow(*now, Activates(command));
-        else
+        } else {
             SetVisible(*now, false);
+        }
     }
     return wasVisible;
 }
 
 void DestroyWindowNow(HWND handle) {
-    if (Window* window = WindowFor(handle))
+    if (Window* window = WindowFor(handle)) {
         SetVisible(*window, false);
+    }
     CallWindow(handle, WM_DESTROY, 0, 0);
     CallWindow(handle, WM_NCDESTROY, 0, 0);
     RemoveWindow(handle);
@@ -175,29 +187,34 @@ using namespace machine;
 
 ATOM RegisterClassA(const WNDCLASSA* windowClass) {
     SIM_CALL("RegisterClassA", windowClass->lpszClassName, ERROR_CLASS_ALREADY_EXISTS, ERROR_NOT_ENOUGH_MEMORY);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail<ATOM>(simCall.error, 0);
+    }
     DesktopState& desktop = TheDesktop();
     const auto key =
         std::pair<const machine::Process*, std::string>(CurrentProcess(), ClassKey(windowClass->lpszClassName));
-    if (!desktop.classes.emplace(key, *windowClass).second)
+    if (!desktop.classes.emplace(key, *windowClass).second) {
         return Fail<ATOM>(ERROR_CLASS_ALREADY_EXISTS, 0);
+    }
     return desktop.nextAtom++;
 }
 
 HWND CreateWindowExA(DWORD extendedStyle, LPCSTR className, LPCSTR title, DWORD style, int x, int y, int width,
                      int height, HWND parent, HMENU menu, HINSTANCE, LPVOID) {
     SIM_CALL("CreateWindowExA", className, ERROR_CANNOT_FIND_WND_CLASS, ERROR_NOT_ENOUGH_MEMORY, ERROR_ACCESS_DENIED);
-    if ((parent && parent != DesktopWindow) || menu)
+    if ((parent && parent != DesktopWindow) || menu) {
         NotModelled("CreateWindowExA", "a window with a parent or a menu");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail<HWND>(simCall.error, nullptr);
+    }
     const WNDCLASSA* windowClass = nullptr;
     {
         const auto& classes = TheDesktop().classes;
         const auto found = classes.find({CurrentProcess(), ClassKey(className)});
-        if (found == classes.end())
+        if (found == classes.end()) {
             return Fail<HWND>(ERROR_CANNOT_FIND_WND_CLASS, nullptr);
+        }
         windowClass = &found->second;
     }
     const HWND handle = MakeWindow(*windowClass, className, title, style, extendedStyle);
@@ -206,31 +223,37 @@ HWND CreateWindowExA(DWORD extendedStyle, LPCSTR className, LPCSTR title, DWORD 
         DestroyWindowNow(handle);
         return nullptr;
     }
-    if (style & WS_VISIBLE)
+    if (style & WS_VISIBLE) {
         ApplyShow(handle, SW_SHOW);
+    }
     return handle;
 }
 
 BOOL DestroyWindow(HWND handle) {
     SIM_CALL("DestroyWindow", "", ERROR_ACCESS_DENIED, ERROR_INVALID_WINDOW_HANDLE);
     const machine::Window* window = UseWindow(handle, simCall.error);
-    if (!window)
+    if (!window) {
         return FALSE;
-    if (window->threadId != CurrentThread()->id)
+    }
+    if (window->threadId != CurrentThread()->id) {
         return Fail(ERROR_ACCESS_DENIED, FALSE);
+    }
     DestroyWindowNow(handle);
     return TRUE;
 }
 
 BOOL ShowWindow(HWND handle, int command) {
     SIM_CALL("ShowWindow", "", ERROR_INVALID_WINDOW_HANDLE);
-    if (command < SW_HIDE || command > SW_SHOWDEFAULT)
+    if (command < SW_HIDE || command > SW_SHOWDEFAULT) {
         NotModelled("ShowWindow", "commands other than those that are declared");
+    }
     const machine::Window* window = UseWindow(handle, simCall.error);
-    if (!window)
+    if (!window) {
         return FALSE;
-    if (IsOwn(*window))
+    }
+    if (IsOwn(*window)) {
         return static_cast<BOOL>(ApplyShow(handle, command));
+    }
     const DWORD threadId = window->threadId;
     SentMessage* sent = SendTo(*window, /*isAwaited=*/true);
     sent->work = ShowWork;
@@ -241,11 +264,15 @@ BOOL ShowWindow(HWND handle, int command) {
 
 HWND FindWindowA(LPCSTR className, LPCSTR title) {
     SIM_CALL("FindWindowA", className ? className : title, ERROR_FILE_NOT_FOUND);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail<HWND>(simCall.error, nullptr);
-    for (const machine::Window* window : WindowsInSight())
-        if ((!className || EqualNoCase(window->className, className)) && (!title || EqualNoCase(window->title, title)))
+    }
+    for (const machine::Window* window : WindowsInSight()) {
+        if ((!className || EqualNoCase(window->className, className)) &&
+            (!title || EqualNoCase(window->title, title))) {
             return window->handle;
+        }
+    }
     return Fail<HWND>(ERROR_FILE_NOT_FOUND, nullptr);
 }
 
@@ -254,14 +281,17 @@ BOOL EnumWindows(WNDENUMPROC each, LPARAM parameter) {
     auto& walks = OwnQueue().walks; // a list on the stack would leak with a thread that ends inside
     {
         std::vector<HWND> handles;
-        for (const machine::Window* window : WindowsInSight())
+        for (const machine::Window* window : WindowsInSight()) {
             handles.push_back(window->handle);
+        }
         walks.push_back(std::move(handles));
     }
     BOOL goesOn = TRUE;
-    for (std::size_t i = 0; goesOn && i < walks.back().size(); ++i)
-        if (WindowFor(walks.back()[i]))
+    for (std::size_t i = 0; goesOn && i < walks.back().size(); ++i) {
+        if (WindowFor(walks.back()[i])) {
             goesOn = each(walks.back()[i], parameter);
+        }
+    }
     walks.pop_back();
     return goesOn;
 }
@@ -273,8 +303,9 @@ BOOL IsWindow(HWND window) {
 
 BOOL IsWindowVisible(HWND handle) {
     SIM_CALL("IsWindowVisible", "");
-    if (handle == DesktopWindow)
+    if (handle == DesktopWindow) {
         return TRUE;
+    }
     const machine::Window* window = UseWindow(handle);
     const machine::Window* parent = window ? WindowFor(window->parent) : nullptr;
     return window && window->visible && (!parent || parent->visible);
@@ -287,8 +318,9 @@ BOOL GetWindowRect(HWND handle, LPRECT rect) {
         return TRUE;
     }
     const machine::Window* window = UseWindow(handle, simCall.error);
-    if (!window)
+    if (!window) {
         return FALSE;
+    }
     *rect = window->rect;
     return TRUE;
 }
@@ -296,48 +328,58 @@ BOOL GetWindowRect(HWND handle, LPRECT rect) {
 int GetClassNameA(HWND handle, LPSTR name, int size) {
     SIM_CALL("GetClassNameA", "", ERROR_INVALID_WINDOW_HANDLE);
     const machine::Window* window = handle == DesktopWindow ? nullptr : UseWindow(handle, simCall.error);
-    if ((!window && handle != DesktopWindow) || size <= 0)
+    if ((!window && handle != DesktopWindow) || size <= 0) {
         return 0;
+    }
     return static_cast<int>(CopyTitle(window ? window->className : "#32769", name, static_cast<std::size_t>(size)));
 }
 
 LONG GetWindowLongA(HWND handle, int index) {
     SIM_CALL("GetWindowLongA", "", ERROR_INVALID_WINDOW_HANDLE);
-    if (index != GWL_STYLE && index != GWL_EXSTYLE)
+    if (index != GWL_STYLE && index != GWL_EXSTYLE) {
         return Fail(ERROR_INVALID_INDEX, 0);
-    if (handle == DesktopWindow)
+    }
+    if (handle == DesktopWindow) {
         return index == GWL_STYLE ? DesktopStyle : 0;
+    }
     const machine::Window* window = UseWindow(handle, simCall.error);
-    if (!window)
+    if (!window) {
         return 0;
+    }
     const DWORD style = window->style | (window->visible ? WS_VISIBLE : 0);
     return static_cast<LONG>(index == GWL_STYLE ? style : window->extendedStyle);
 }
 
 LONG SetWindowLongA(HWND handle, int index, LONG value) {
     SIM_CALL("SetWindowLongA", "", ERROR_INVALID_WINDOW_HANDLE);
-    if (index != GWL_EXSTYLE)
+    if (index != GWL_EXSTYLE) {
         return Fail(ERROR_INVALID_INDEX, 0);
+    }
     machine::Window* window = UseWindow(handle, simCall.error);
-    if (!window)
+    if (!window) {
         return 0;
+    }
     const DWORD before = window->extendedStyle;
-    if ((static_cast<DWORD>(value) ^ before) & ~WS_EX_LAYERED)
+    if ((static_cast<DWORD>(value) ^ before) & ~WS_EX_LAYERED) {
         NotModelled("SetWindowLongA", "a change of other styles than WS_EX_LAYERED");
+    }
     window->extendedStyle = static_cast<DWORD>(value);
-    if (!(window->extendedStyle & WS_EX_LAYERED))
+    if (!(window->extendedStyle & WS_EX_LAYERED)) {
         window->hasAttributes = false;
+    }
     return static_cast<LONG>(before);
 }
 
 BOOL SetWindowPos(HWND handle, HWND after, int x, int y, int width, int height, UINT flags) {
     SIM_CALL("SetWindowPos", "", ERROR_INVALID_WINDOW_HANDLE);
     constexpr UINT Known = 0x07FF | SWP_ASYNCWINDOWPOS;
-    if (flags & ~Known)
+    if (flags & ~Known) {
         NotModelled("SetWindowPos", "flags other than those that are declared");
+    }
     const machine::Window* window = UseWindow(handle, simCall.error);
-    if (!window)
+    if (!window) {
         return FALSE;
+    }
     const WINDOWPOS place = {handle, after, x, y, width, height, flags & ~SWP_ASYNCWINDOWPOS};
     if (IsOwn(*window)) {
         ApplyWindowPos(place);
@@ -349,8 +391,9 @@ BOOL SetWindowPos(HWND handle, HWND after, int x, int y, int width, int height, 
     sent->work = PlaceWork;
     sent->place = place;
     LRESULT result = TRUE;
-    if (isAwaited)
+    if (isAwaited) {
         return AwaitAnswer(sent, threadId, NoLimit, &result);
+    }
     WakeForMessage(threadId);
     return TRUE;
 }
@@ -358,10 +401,12 @@ BOOL SetWindowPos(HWND handle, HWND after, int x, int y, int width, int height, 
 int SetWindowRgn(HWND handle, HRGN region, BOOL) {
     SIM_CALL("SetWindowRgn", "", ERROR_INVALID_WINDOW_HANDLE);
     const machine::Window* window = UseWindow(handle, simCall.error);
-    if (!window)
+    if (!window) {
         return 0;
-    if (IsOwn(*window))
+    }
+    if (IsOwn(*window)) {
         return static_cast<int>(GiveRegion(handle, region));
+    }
     const DWORD threadId = window->threadId;
     SentMessage* sent = SendTo(*window, /*isAwaited=*/true);
     sent->work = RegionWork;
@@ -402,8 +447,9 @@ LRESULT DefWindowProcA(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) 
     case WM_GETTEXT:
         return window ? static_cast<LRESULT>(CopyTitle(window->title, reinterpret_cast<char*>(lParam), wParam)) : 0;
     case WM_SETTEXT:
-        if (window)
+        if (window) {
             window->title = lParam ? reinterpret_cast<const char*>(lParam) : "";
+        }
         return TRUE;
     default:
         return 0;

@@ -11,31 +11,29 @@
 
 namespace machine {
 
-namespace {
-
 using namespace simwin;
 
 constexpr std::uint64_t RestartPauseMs = 50; // between stop and start
 
 // Whether the device, or anything below it, refuses to stop.
-bool RefusesToStop(DeviceNode& node) {
+static bool RefusesToStop(DeviceNode& node) {
     bool heldOpen = false;
     return FindVeto(node, heldOpen) != nullptr;
 }
 
-bool StartAndWait(DeviceNode& node) {
+static bool StartAndWait(DeviceNode& node) {
     StartNode(node, Cause::Product);
     return WaitForStart(node);
 }
 
 // The restart that an earlier call began, or a new one.
-std::size_t OpenRestart(DeviceNode& node, const char* means) {
+static std::size_t OpenRestart(DeviceNode& node, const char* means) {
     const std::size_t restart = node.openRestart ? *node.openRestart : BeginRestart(node, means);
     node.openRestart.reset();
     return restart;
 }
 
-DWORD PropertyChange(DeviceNode& node) {
+static DWORD PropertyChange(DeviceNode& node) {
     const std::size_t restart = OpenRestart(node, "property-change");
     if (node.said.refuses.value_or(false)) {
         EndRestart(restart, false);
@@ -43,22 +41,24 @@ DWORD PropertyChange(DeviceNode& node) {
     }
     const bool staysStopped = node.problem == CM_PROB_DISABLED || node.problem == CM_PROB_HELD_FOR_EJECT;
     if (!staysStopped && !RefusesToStop(node)) {
-        if (StopTree(node, false, Cause::Product) > 0)
+        if (StopTree(node, false, Cause::Product) > 0) {
             SleepMs(RestartPauseMs);
+        }
         StartAndWait(node);
     }
     EndRestart(restart, node.IsRunning());
     return 0;
 }
 
-DWORD Disable(DeviceNode& node) {
+static DWORD Disable(DeviceNode& node) {
     if (node.said.refuses.value_or(false)) {
         NoteFailedRestart(node, "disable-enable");
         return ERROR_NO_DRIVER_SELECTED;
     }
     node.openRestart = BeginRestart(node, "disable-enable");
-    if (node.problem == CM_PROB_DISABLED || RefusesToStop(node))
+    if (node.problem == CM_PROB_DISABLED || RefusesToStop(node)) {
         return 0;
+    }
     StopTree(node, true, Cause::Product);
     node.problem = CM_PROB_DISABLED;
     NoteTreeChange();
@@ -66,7 +66,7 @@ DWORD Disable(DeviceNode& node) {
     return 0;
 }
 
-DWORD Enable(DeviceNode& node) {
+static DWORD Enable(DeviceNode& node) {
     const std::size_t restart = OpenRestart(node, "disable-enable");
     if (node.said.refuses.value_or(false)) {
         EndRestart(restart, false);
@@ -80,19 +80,17 @@ DWORD Enable(DeviceNode& node) {
     return 0;
 }
 
-RemovalVeto AskAll(DeviceNode& node) {
+static RemovalVeto AskAll(DeviceNode& node) {
     bool heldOpen = false;
     DeviceNode* refusing = FindVeto(node, heldOpen);
     return {heldOpen ? PNP_VetoOutstandingOpen : PNP_VetoDevice, refusing};
 }
 
-void TakeOut(DeviceNode& node, DWORD problem) {
+static void TakeOut(DeviceNode& node, DWORD problem) {
     StopTree(node, true, Cause::Product);
     node.problem = problem;
     NoteTreeChange();
 }
-
-} // namespace
 
 const char* MeansOfChange(DWORD change) {
     return change == DICS_PROPCHANGE ? "property-change" : "disable-enable";
@@ -104,8 +102,9 @@ bool MayChangeDevices() {
 }
 
 DWORD ChangeDeviceState(DeviceNode& node, DWORD change) {
-    if (!node.IsPresent())
+    if (!node.IsPresent()) {
         return ERROR_NO_SUCH_DEVINST;
+    }
     switch (change) {
     case DICS_PROPCHANGE:
         return PropertyChange(node);
@@ -130,26 +129,30 @@ RemovalVeto QueryAndRemove(DeviceNode& node) {
 }
 
 RemovalVeto EjectDevice(DeviceNode& node) {
-    if (!IsRemovableNode(node))
+    if (!IsRemovableNode(node)) {
         return {PNP_VetoIllegalDeviceRequest, &node};
+    }
     const RemovalVeto veto = AskAll(node);
-    if (!veto.refusing)
+    if (!veto.refusing) {
         TakeOut(node, CM_PROB_HELD_FOR_EJECT);
+    }
     return veto;
 }
 
 void SetUpDevice(DeviceNode& node) {
     if (node.problem != CM_PROB_WILL_BE_REMOVED && node.problem != CM_PROB_DISABLED &&
-        node.problem != CM_PROB_DEVICE_NOT_THERE)
+        node.problem != CM_PROB_DEVICE_NOT_THERE) {
         return;
+    }
     const std::size_t restart = OpenRestart(node, "remove-and-setup");
     EndRestart(restart, StartAndWait(node));
 }
 
 void ReenumerateDevice(DeviceNode& node) {
     const std::size_t restart = BeginRestart(node, "reenumerate");
-    if (node.IsRunning())
+    if (node.IsRunning()) {
         StartChildren(node, Cause::Product);
+    }
     EndRestart(restart, true);
 }
 

@@ -84,4 +84,6 @@ struct DevicesDescription {
     std::optional<std::string> connected; // the text with the ids of the devices that are there
 };
 
+DeviceDescription MergeDescriptions(const DeviceDescription& base, const DeviceDescription& over);
+
 } // namespace machine

@@ -20,13 +20,12 @@
 
 namespace machine {
 
-namespace {
-
 constexpr const char* ClassRoot = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\";
 constexpr const char* Arbiter = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
 constexpr std::size_t ComDbBytes = 32;
 constexpr unsigned HubPorts = 4;
 
+namespace {
 struct DevicesRoom {
     bool building = false;
     std::vector<DeviceRestart> restarts;
@@ -34,50 +33,59 @@ struct DevicesRoom {
     DeviceObserver observer;
     std::map<std::string, unsigned, NoCaseLess> nextDriverKey; // by class
 };
-DevicesRoom* g_devices;
+} // namespace
+static DevicesRoom* g_devices;
 
-void Create() {
+static void Create() {
     g_devices = new DevicesRoom;
     TheDosNames().WatchChanges([](const DosNameChange& change) {
-        if (g_devices && g_devices->observer.dosNameChanged)
+        if (g_devices && g_devices->observer.dosNameChanged) {
             g_devices->observer.dosNameChanged(change);
+        }
     });
 }
 
-void Destroy() {
+static void Destroy() {
     delete g_devices;
     g_devices = nullptr;
 }
 
-Room g_room(64, Create, Destroy);
+static Room g_room(64, Create, Destroy);
 
-const char* Or(const char* text, const char* other) {
+static const char* Or(const char* text, const char* other) {
     return text ? text : other;
 }
 
+namespace {
 // The node's facts, from the description, the catalogue, its kind.
 struct Facts {
     std::string className, classGuid, service, description, hardwareId;
     std::uint32_t capabilities;
 };
+} // namespace
 
-Facts FactsOf(const DeviceNode& node) {
+static Facts FactsOf(const DeviceNode& node) {
     const CatalogueEntry* known = FindInCatalogue(node.id);
-    if (known && known->kind != node.kind)
+    if (known && known->kind != node.kind) {
         known = nullptr;
+    }
     const KindDefaults defaults = DefaultsOf(node.kind, TheSetup().version);
     Facts facts;
     facts.className =
         node.said.className.value_or(known ? Or(known->className, defaults.className) : defaults.className);
-    if (node.said.classGuid && !node.said.className)
-        if (const std::string name = SetupClassName(*node.said.classGuid); !name.empty())
+    if (node.said.classGuid && !node.said.className) {
+        if (const std::string name = SetupClassName(*node.said.classGuid); !name.empty()) {
             facts.className = name;
+        }
+    }
     facts.classGuid = node.said.classGuid.value_or(SetupClassGuid(facts.className));
-    if (facts.classGuid.empty())
+    if (facts.classGuid.empty()) {
         facts.classGuid = SetupClassGuid("Unknown");
+    }
     const char* service = known ? known->service : nullptr;
-    if (known && known->serviceX86 && !TheSetup().x64Windows)
+    if (known && known->serviceX86 && !TheSetup().x64Windows) {
         service = known->serviceX86;
+    }
     // An unknown USB port has the driver that comes with Windows; one of the catalogue whose service is not
     // known has none.
     const bool plainUsbPort = !known && node.kind == DeviceKind::Port && StartsWithNoCase(node.id, "USB\\");
@@ -88,26 +96,29 @@ Facts FactsOf(const DeviceNode& node) {
     const std::size_t last = node.id.rfind('\\');
     facts.hardwareId = known && known->hardwareId ? known->hardwareId : node.id.substr(0, last);
     facts.capabilities = FindNoCase(node.id, "&MI_") == std::string::npos ? defaults.capabilities : 0;
-    if (node.IsPort() && StartsWithNoCase(node.id, "USB\\") && FindNoCase(node.id, "&MI_") == std::string::npos)
+    if (node.IsPort() && StartsWithNoCase(node.id, "USB\\") && FindNoCase(node.id, "&MI_") == std::string::npos) {
         facts.capabilities = DefaultsOf(DeviceKind::Usb, TheSetup().version).capabilities;
+    }
     return facts;
 }
 
-bool IsUsbDevice(const DeviceNode& node) {
+static bool IsUsbDevice(const DeviceNode& node) {
     return StartsWithNoCase(node.id, "USB\\") && FindNoCase(node.id, "&MI_") == std::string::npos;
 }
 
-std::vector<std::string> InterfacesByKind(const DeviceNode& node, std::string_view className) {
+static std::vector<std::string> InterfacesByKind(const DeviceNode& node, std::string_view className) {
     std::vector<std::string> names;
     switch (node.kind) {
     case DeviceKind::Port:
     case DeviceKind::Modem:
-        if (IsUsbDevice(node))
+        if (IsUsbDevice(node)) {
             names.push_back("usb");
-        if (node.kind == DeviceKind::Modem)
+        }
+        if (node.kind == DeviceKind::Modem) {
             names.push_back("modem");
-        else if (EqualNoCase(className, "Ports") && !node.printerPort)
+        } else if (EqualNoCase(className, "Ports") && !node.printerPort) {
             names.push_back("comport");
+        }
         break;
     case DeviceKind::Hub:
     case DeviceKind::RootHub:
@@ -126,137 +137,168 @@ std::vector<std::string> InterfacesByKind(const DeviceNode& node, std::string_vi
     return names;
 }
 
-void MakeInterfaces(DeviceNode& node, std::string_view className) {
-    if (node.said.interfaces)
+static void MakeInterfaces(DeviceNode& node, std::string_view className) {
+    if (node.said.interfaces) {
         TheDeviceTree().RemoveInterfaces(&node);
-    for (const std::string& name : node.said.interfaces ? *node.said.interfaces : InterfacesByKind(node, className))
-        if (const std::string guid = InterfaceClassByName(name); !guid.empty())
+    }
+    for (const std::string& name : node.said.interfaces ? *node.said.interfaces : InterfacesByKind(node, className)) {
+        if (const std::string guid = InterfaceClassByName(name); !guid.empty()) {
             TheDeviceTree().AddInterface(&node, guid);
+        }
+    }
 }
 
 // The next driver key of the class: four digits, one above the highest that exists.
-std::string NewDriverKey(const std::string& classGuid) {
+static std::string NewDriverKey(const std::string& classGuid) {
     auto [entry, isNew] = g_devices->nextDriverKey.try_emplace(classGuid, 0);
-    if (isNew)
-        if (const RegistryKey* key = TheRegistry().FindKey(ClassRoot + classGuid))
-            for (const auto& [name, subKey] : key->subKeys)
-                if (name.size() == 4 && name.find_first_not_of("0123456789") == std::string::npos)
+    if (isNew) {
+        if (const RegistryKey* key = TheRegistry().FindKey(ClassRoot + classGuid)) {
+            for (const auto& [name, subKey] : key->subKeys) {
+                if (name.size() == 4 && name.find_first_not_of("0123456789") == std::string::npos) {
                     entry->second = std::max(entry->second, static_cast<unsigned>(std::stoul(name)) + 1);
+                }
+            }
+        }
+    }
     return fmt::format("{}\\{:04}", classGuid, entry->second++);
 }
 
-void SetIf(DeviceNode& node, const char* name, const std::optional<std::string>& said, const std::string& otherwise) {
+static void SetIf(DeviceNode& node, const char* name, const std::optional<std::string>& said,
+                  const std::string& otherwise) {
     Registry& registry = TheRegistry();
-    if (said)
+    if (said) {
         registry.SetString(node.enumPath, name, *said);
-    else if (!otherwise.empty() && !registry.GetValue(node.enumPath, name))
+    } else if (!otherwise.empty() && !registry.GetValue(node.enumPath, name)) {
         registry.SetString(node.enumPath, name, otherwise);
+    }
 }
 
-void SetNames(DeviceNode& node) {
+static void SetNames(DeviceNode& node) {
     Registry& registry = TheRegistry();
     const std::string parameters = node.enumPath + "\\Device Parameters";
-    if (node.said.portName)
+    if (node.said.portName) {
         registry.SetString(parameters, "PortName", *node.said.portName);
-    if (node.said.dosDeviceName)
+    }
+    if (node.said.dosDeviceName) {
         registry.SetString(parameters, "DosDeviceName", *node.said.dosDeviceName);
+    }
     const std::string name = node.said.portName.value_or(node.said.dosDeviceName.value_or(""));
-    if (node.said.friendlyName)
+    if (node.said.friendlyName) {
         registry.SetString(node.enumPath, "FriendlyName", *node.said.friendlyName);
-    else if (!name.empty())
+    } else if (!name.empty()) {
         registry.SetString(node.enumPath, "FriendlyName", DescriptionOf(node) + " (" + name + ")");
+    }
 }
 
 // Its keys, outermost last, so that nothing is created below a key that already refuses.
-void Protect(const DeviceNode& node) {
+static void Protect(const DeviceNode& node) {
     Registry& registry = TheRegistry();
     registry.CreateKey(node.enumPath + "\\Device Parameters");
     registry.ProtectKey(node.enumPath + "\\Device Parameters");
-    if (const std::string key = DriverKeyOf(node); !key.empty())
+    if (const std::string key = DriverKeyOf(node); !key.empty()) {
         registry.ProtectKey(ClassRoot + key);
+    }
     registry.ProtectKey(node.enumPath);
 }
 
-bool IsNeverThere(const DeviceNode& node) {
+static bool IsNeverThere(const DeviceNode& node) {
     return node.IsPort() && !node.printerPort && !node.installed && !node.said.portName && !node.said.dosDeviceName;
 }
 
 // From Windows 10 on the class driver takes every device that says it is a serial one (CDC ACM).
-bool IsServedAsSerial(const DeviceDescription& said) {
-    if (TheSetup().version.major < 10 || !said.hardwareId)
+static bool IsServedAsSerial(const DeviceDescription& said) {
+    if (TheSetup().version.major < 10 || !said.hardwareId) {
         return false;
+    }
     return std::any_of(said.hardwareId->begin(), said.hardwareId->end(),
                        [](const std::string& id) { return StartsWithNoCase(id, "USB\\Class_02&SubClass_02"); });
 }
 
-DeviceKind KindOfDescription(const DeviceDescription& said) {
-    if (said.kind)
+static DeviceKind KindOfDescription(const DeviceDescription& said) {
+    if (said.kind) {
         return *said.kind;
+    }
     const CatalogueEntry* known = FindInCatalogue(said.id);
-    if (known && !said.className && !said.classGuid)
+    if (known && !said.className && !said.classGuid) {
         return known->kind;
-    if (said.ports || said.knowsInMs || said.cycleStatus) // what only a hub has
+    }
+    if (said.ports || said.knowsInMs || said.cycleStatus) { // what only a hub has
         return DeviceKind::Hub;
-    if (!known && !said.service && !said.className && IsServedAsSerial(said))
+    }
+    if (!known && !said.service && !said.className && IsServedAsSerial(said)) {
         return DeviceKind::Port;
+    }
     const std::string fallback = known && known->className ? known->className : "";
     return KindOf(said.id, said.service.value_or(known && known->service ? known->service : ""),
                   said.className ? *said.className : said.classGuid.value_or(fallback));
 }
 
 // The lowest free hub port.
-unsigned FreePort(const DeviceNode& hub, const DeviceNode& node) {
-    for (unsigned port = 1;; ++port)
+static unsigned FreePort(const DeviceNode& hub, const DeviceNode& node) {
+    for (unsigned port = 1;; ++port) {
         if (std::none_of(hub.children.begin(), hub.children.end(),
-                         [&](const DeviceNode* child) { return child != &node && child->hubPort == port; }))
+                         [&](const DeviceNode* child) { return child != &node && child->hubPort == port; })) {
             return port;
+        }
+    }
 }
 
 // Its hub port: the described one, else by the last number of an id that follows the socket, else the lowest free one.
-unsigned PortOnHub(DeviceNode& node, const DeviceNode& hub) {
-    if (node.said.hubPort)
+static unsigned PortOnHub(DeviceNode& node, const DeviceNode& hub) {
+    if (node.said.hubPort) {
         return *node.said.hubPort;
+    }
     unsigned port = 0, number = 0;
-    if (node.said.location && ParseHubLocation(*node.said.location, port, number) && port)
+    if (node.said.location && ParseHubLocation(*node.said.location, port, number) && port) {
         return port;
-    if (const unsigned inId = PortInId(node.id))
+    }
+    if (const unsigned inId = PortInId(node.id)) {
         return inId;
-    if (node.said.address && *node.said.address)
+    }
+    if (node.said.address && *node.said.address) {
         return *node.said.address;
+    }
     NoteGuess(node, "nothing names its socket, so it got the first free one");
     return FreePort(hub, node);
 }
 
-void CountHub(DeviceNode& node) {
-    if (!node.IsHub())
+static void CountHub(DeviceNode& node) {
+    if (!node.IsHub()) {
         return;
-    if (!node.hubNumber)
+    }
+    if (!node.hubNumber) {
         node.hubNumber = FreeHubNumber();
-    if (!node.ports)
+    }
+    if (!node.ports) {
         node.ports = node.said.ports.value_or(HubPorts);
+    }
 }
 
 // A hub that is not described has as many hub ports as it needs.
-void WidenHub(DeviceNode& hub, unsigned port) {
-    if (!hub.said.ports && port > hub.ports)
+static void WidenHub(DeviceNode& hub, unsigned port) {
+    if (!hub.said.ports && port > hub.ports) {
         hub.ports = port;
+    }
 }
 
 // Adopts what is newly described, into the node alone.
-void TakeDescription(DeviceNode& node, const DeviceDescription& description) {
+static void TakeDescription(DeviceNode& node, const DeviceDescription& description) {
     node.said = MergeDescriptions(node.said, description);
     node.said.id = node.id;
     node.vetoesLeft = node.said.vetoes.value_or(0);
-    if (node.said.problem)
+    if (node.said.problem) {
         node.problem = *node.said.problem;
-    if (node.said.kind)
+    }
+    if (node.said.kind) {
         node.kind = *node.said.kind;
-    if (node.said.ports)
+    }
+    if (node.said.ports) {
         node.ports = *node.said.ports;
+    }
 }
 
 // A described device, new or of the exports.
-void AddDescribed(const DeviceDescription& description) {
+static void AddDescribed(const DeviceDescription& description) {
     DeviceTree& tree = TheDeviceTree();
     DeviceNode* node = tree.FindById(description.id);
     if (!node) {
@@ -277,55 +319,64 @@ void AddDescribed(const DeviceDescription& description) {
 }
 
 // Puts it below its parent, which may come later in the description. Returns what is wrong, "" for nothing.
-std::string LinkDescribed(const DeviceDescription& description) {
+static std::string LinkDescribed(const DeviceDescription& description) {
     DeviceNode* node = TheDeviceTree().FindById(description.id);
     DeviceNode* parent = description.parent ? TheDeviceTree().FindById(*description.parent) : nullptr;
-    if (description.parent && !parent)
+    if (description.parent && !parent) {
         return fmt::format("device '{}': there is no parent '{}'", description.id, *description.parent);
-    if (!parent && !node->parent && !node->root)
+    }
+    if (!parent && !node->parent && !node->root) {
         parent = ParentOfDescribed(*node);
-    if (!parent && !node->parent && !node->root)
+    }
+    if (!parent && !node->parent && !node->root) {
         return fmt::format("device '{}': nothing tells where it is plugged in; name its parent", node->id);
-    if (parent && !node->root && !TheDeviceTree().SetParent(node, parent))
+    }
+    if (parent && !node->root && !TheDeviceTree().SetParent(node, parent)) {
         return fmt::format("device '{}': it hangs below itself", node->id);
+    }
     return {};
 }
 
 // Once its place is known: socket, keys, interfaces.
-std::string FinishDescribed(DeviceNode& node) {
+static std::string FinishDescribed(DeviceNode& node) {
     if (node.parent && node.parent->IsHub() && node.kind != DeviceKind::RootHub) {
         DeviceNode& hub = *node.parent;
         const unsigned port = node.said.hubPort || !node.hubPort ? PortOnHub(node, hub) : node.hubPort;
-        if (port == 0 || (hub.said.ports && port > hub.ports))
+        if (port == 0 || (hub.said.ports && port > hub.ports)) {
             return fmt::format("device '{}': hub '{}' has no port {}", node.id, hub.id, port);
+        }
         WidenHub(hub, port);
         node.hubPort = port;
     }
-    if (!IsNeverThere(node))
+    if (!IsNeverThere(node)) {
         InstallKeys(node, false);
+    }
     MakeInterfaces(node, FactsOf(node).className);
-    for (const auto& deviceInterface : node.interfaces)
+    for (const auto& deviceInterface : node.interfaces) {
         deviceInterface->registered |= !IsNeverThere(node);
+    }
     return {};
 }
 
 // Of several devices described for one socket, such as sketch and bootloader of a board, one can be plugged in.
-std::string FindSharedSocket(const DevicesDescription& description) {
+static std::string FindSharedSocket(const DevicesDescription& description) {
     std::map<std::pair<DeviceNode*, unsigned>, DeviceNode*> sockets;
     for (const DeviceDescription& device : description.devices) {
         DeviceNode* node = TheDeviceTree().FindById(device.id);
         const bool isOnHub = node->parent && node->parent->IsHub() && node->hubPort;
-        if (!isOnHub || !node->attached)
+        if (!isOnHub || !node->attached) {
             continue;
+        }
         const auto [socket, isFree] = sockets.try_emplace({node->parent, node->hubPort}, node);
-        if (!isFree)
+        if (!isFree) {
             return fmt::format("device '{}': it is plugged in on port {} of its hub, where another described device is",
                                node->id, node->hubPort);
+        }
     }
     return {};
 }
 
-void SetComDatabase(const DevicesDescription& description) {
+static void SetComDatabase(const DevicesDescription& description) {
     Registry& registry = TheRegistry();
     const ComDatabaseDescription& said = description.comDatabase;
     if (said.missing) {
@@ -339,34 +390,42 @@ void SetComDatabase(const DevicesDescription& description) {
         registry.SetBinary(Arbiter, "ComDB", bits);
     }
     if (said.taken) {
-        for (const unsigned number : *said.taken)
+        for (const unsigned number : *said.taken) {
             ComDbSet(number);
+        }
         return;
     }
-    for (const DeviceDescription& device : description.devices)
-        for (const auto& name : {device.portName, device.dosDeviceName})
-            if (name)
+    for (const DeviceDescription& device : description.devices) {
+        for (const auto& name : {device.portName, device.dosDeviceName}) {
+            if (name) {
                 ComDbSet(ComNumberOf(*name));
+            }
+        }
+    }
 }
 
 // Devices of the exports: their sockets, interfaces and hubs.
-void FinishExported() {
+static void FinishExported() {
     for (DeviceNode* node : TheDeviceTree().All()) {
         CountHub(*node);
         MakeInterfaces(*node, ClassNameOf(*node));
-        if (node->hubPort && node->parent && node->parent->IsHub())
+        if (node->hubPort && node->parent && node->parent->IsHub()) {
             WidenHub(*node->parent, node->hubPort);
-        for (const auto& deviceInterface : node->interfaces)
+        }
+        for (const auto& deviceInterface : node->interfaces) {
             deviceInterface->registered = true;
+        }
     }
     AddExportedInterfaces();
-    for (DeviceNode* node : TheDeviceTree().All())
-        if (node->hubPort && node->parent && node->parent->IsHub())
+    for (DeviceNode* node : TheDeviceTree().All()) {
+        if (node->hubPort && node->parent && node->parent->IsHub()) {
             WidenHub(*node->parent, node->hubPort);
+        }
+    }
 }
 
 // Interrupt and I/O port from the description; on-board ports have had the same ones since the first boards.
-void GiveResources() {
+static void GiveResources() {
     struct OnBoard {
         std::uint32_t ioPort, irq;
     };
@@ -382,18 +441,20 @@ void GiveResources() {
 
 // Windows would look for a driver; the machine does not know what would come of such an adapter. One that is known may
 // bring its ports as devices of their own, which nothing makes but the exports and the description.
-void NoteUnknownAdapters() {
+static void NoteUnknownAdapters() {
     for (const DeviceNode* node : TheDeviceTree().All()) {
         const bool mayBringPorts = node->kind == DeviceKind::Usb || node->kind == DeviceKind::Composite;
         if (!mayBringPorts || !node->children.empty() || node->said.kind || node->said.className ||
-            node->said.classGuid)
+            node->said.classGuid) {
             continue;
+        }
         const bool isDescribed = !node->said.id.empty();
         if (FindInCatalogue(node->id)) {
-            if (isDescribed)
+            if (isDescribed) {
                 AddNote(Utf8FromAnsi(fmt::format("'{}' brings its ports as devices of their own: describe them with it "
                                                  "as their parent",
                                                  node->id)));
+            }
         } else if (ServiceOf(*node).empty() && (isDescribed || DeviceText(*node, "ClassGUID").empty())) {
             AddNote(Utf8FromAnsi(fmt::format("no driver is known for '{}': it brings no port; describe its port or "
                                              "give `kind`",
@@ -402,73 +463,80 @@ void NoteUnknownAdapters() {
     }
 }
 
-std::string Build(const DevicesDescription& description) {
+static std::string Build(const DevicesDescription& description) {
     AddExportedDevices(description.devices);
     LinkExportedDevices();
-    if (std::string wrong = SettleExportedPresence(description.connected); !wrong.empty())
+    if (std::string wrong = SettleExportedPresence(description.connected); !wrong.empty()) {
         return wrong;
+    }
     FinishExported();
-    for (const DeviceDescription& device : description.devices)
+    for (const DeviceDescription& device : description.devices) {
         AddDescribed(device);
-    for (const DeviceDescription& device : description.devices)
-        if (std::string wrong = LinkDescribed(device); !wrong.empty())
+    }
+    for (const DeviceDescription& device : description.devices) {
+        if (std::string wrong = LinkDescribed(device); !wrong.empty()) {
             return wrong;
-    for (const DeviceDescription& device : description.devices)
-        if (std::string wrong = FinishDescribed(*TheDeviceTree().FindById(device.id)); !wrong.empty())
+        }
+    }
+    for (const DeviceDescription& device : description.devices) {
+        if (std::string wrong = FinishDescribed(*TheDeviceTree().FindById(device.id)); !wrong.empty()) {
             return wrong;
-    if (std::string wrong = FindSharedSocket(description); !wrong.empty())
+        }
+    }
+    if (std::string wrong = FindSharedSocket(description); !wrong.empty()) {
         return wrong;
+    }
     LeaveOutUnplaced();
     YieldSocketsToDescribed();
     NoteUnknownAdapters();
     SetComDatabase(description);
     TheRegistry().CreateKey("HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM");
     g_devices->dosNames = description.dosNames;
-    for (const DosNameDescription& name : description.dosNames)
+    for (const DosNameDescription& name : description.dosNames) {
         SetDosName(name);
+    }
     GiveResources();
     RunAllAtStart();
     return {};
 }
 
-template<typename T>
-void Over(std::optional<T>& base, const std::optional<T>& over) {
-    if (over)
-        base = over;
-}
-
-} // namespace
-
 void PlaceOnHub(DeviceNode& node, DeviceNode& hub, unsigned port) {
     node.hubPort = port;
     WidenHub(hub, port);
-    if (!node.said.location)
+    if (!node.said.location) {
         TheRegistry().SetString(node.enumPath, "LocationInformation",
                                 fmt::format("Port_#{:04}.Hub_#{:04}", port, hub.hubNumber));
-    if (!node.said.address)
+    }
+    if (!node.said.address) {
         TheRegistry().SetDword(node.enumPath, "Address", port);
+    }
 }
 
 void InstallKeys(DeviceNode& node, bool firstTime) {
     Registry& registry = TheRegistry();
     const Facts facts = FactsOf(node);
     SetIf(node, "DeviceDesc", node.said.description, facts.description);
-    if (node.said.location)
+    if (node.said.location) {
         registry.SetString(node.enumPath, "LocationInformation", *node.said.location);
-    if (node.said.address)
+    }
+    if (node.said.address) {
         registry.SetDword(node.enumPath, "Address", *node.said.address);
+    }
     if (node.hubPort && node.parent && node.parent->IsHub() &&
-        (!registry.GetValue(node.enumPath, "LocationInformation") || node.said.hubPort || node.said.parent))
+        (!registry.GetValue(node.enumPath, "LocationInformation") || node.said.hubPort || node.said.parent)) {
         PlaceOnHub(node, *node.parent, node.hubPort);
+    }
     const auto setDword = [&](const char* name, simwin::DWORD value) {
-        if (!registry.GetValue(node.enumPath, name))
+        if (!registry.GetValue(node.enumPath, name)) {
             registry.SetDword(node.enumPath, name, value);
+        }
     };
     setDword("Capabilities", facts.capabilities);
-    if (node.said.hardwareId)
+    if (node.said.hardwareId) {
         registry.SetMulti(node.enumPath, "HardwareID", *node.said.hardwareId);
-    else if (!registry.GetValue(node.enumPath, "HardwareID"))
+    } else if (!registry.GetValue(node.enumPath, "HardwareID")) {
         registry.SetMulti(node.enumPath, "HardwareID", {facts.hardwareId});
+    }
     const bool newClass = node.said.className || node.said.classGuid || !registry.GetValue(node.enumPath, "ClassGUID");
     if (newClass) {
         registry.SetString(node.enumPath, "ClassGUID", facts.classGuid);
@@ -480,15 +548,18 @@ void InstallKeys(DeviceNode& node, bool firstTime) {
                                   : registry.GetValue(node.enumPath, "Driver") ? std::string()
                                                                                : NewDriverKey(guid);
     SetIf(node, "Driver", node.said.driverKey, driverKey);
-    if (const std::string key = DriverKeyOf(node); !key.empty() && !registry.GetValue(ClassRoot + key, "DriverDesc"))
+    if (const std::string key = DriverKeyOf(node); !key.empty() && !registry.GetValue(ClassRoot + key, "DriverDesc")) {
         registry.SetString(ClassRoot + key, "DriverDesc", facts.description);
+    }
     setDword("ConfigFlags", 0);
     registry.CreateKey(node.enumPath + "\\Device Parameters");
-    if (!firstTime)
+    if (!firstTime) {
         SetNames(node);
+    }
     node.installed = true;
-    if (node.said.isProtected.value_or(false))
+    if (node.said.isProtected.value_or(false)) {
         Protect(node);
+    }
 }
 
 void SetDosName(const DosNameDescription& name) {
@@ -497,8 +568,9 @@ void SetDosName(const DosNameDescription& name) {
         return;
     }
     TheDosNames().Define(name.name, name.target, "outside");
-    if (name.opens)
+    if (name.opens) {
         TheDosNames().SetOpens(name.name, *name.opens);
+    }
 }
 
 bool IsBuildingDevices() {
@@ -507,15 +579,18 @@ bool IsBuildingDevices() {
 
 void RunAllAtStart() {
     const bool wasBuilding = std::exchange(g_devices->building, true);
-    for (DeviceNode* node : TheDeviceTree().AllEver())
+    for (DeviceNode* node : TheDeviceTree().AllEver()) {
         RunAtStart(*node);
+    }
     g_devices->building = wasBuilding;
 }
 
 void MakeLastingDosNames() {
-    for (const DosNameDescription& name : g_devices->dosNames)
-        if (name.opens && (!name.opens->error || name.opens->error == simwin::ERROR_ACCESS_DENIED))
+    for (const DosNameDescription& name : g_devices->dosNames) {
+        if (name.opens && (!name.opens->error || name.opens->error == simwin::ERROR_ACCESS_DENIED)) {
             SetDosName(name);
+        }
+    }
 }
 
 std::string BuildDevices(const DevicesDescription& description) {
@@ -531,10 +606,12 @@ DeviceNode* AddDevice(const DeviceDescription& description, std::string* wrong) 
     AddDescribed(away);
     std::string found = LinkDescribed(away);
     DeviceNode* node = TheDeviceTree().FindById(description.id);
-    if (found.empty())
+    if (found.empty()) {
         found = FinishDescribed(*node);
-    if (wrong)
+    }
+    if (wrong) {
         *wrong = found;
+    }
     if (node && found.empty()) {
         node->irq = node->said.irq;
         node->ioPort = node->said.ioPort;
@@ -544,52 +621,15 @@ DeviceNode* AddDevice(const DeviceDescription& description, std::string* wrong) 
 
 void AmendDevice(std::string_view id, const DeviceDescription& description) {
     DeviceNode* node = TheDeviceTree().FindById(id);
-    if (!node)
+    if (!node) {
         return;
+    }
     const simwin::DWORD problem = node->problem;
     TakeDescription(*node, description);
     node->problem = problem; // a running device must not stumble over a new description
-    if (node->installed)
+    if (node->installed) {
         InstallKeys(*node, false);
-}
-
-DeviceDescription MergeDescriptions(const DeviceDescription& base, const DeviceDescription& over) {
-    DeviceDescription merged = base;
-    Over(merged.parent, over.parent);
-    Over(merged.kind, over.kind);
-    Over(merged.className, over.className);
-    Over(merged.classGuid, over.classGuid);
-    Over(merged.service, over.service);
-    Over(merged.description, over.description);
-    Over(merged.friendlyName, over.friendlyName);
-    Over(merged.hardwareId, over.hardwareId);
-    Over(merged.driverKey, over.driverKey);
-    Over(merged.location, over.location);
-    Over(merged.locationPath, over.locationPath);
-    Over(merged.address, over.address);
-    Over(merged.irq, over.irq);
-    Over(merged.ioPort, over.ioPort);
-    Over(merged.portName, over.portName);
-    Over(merged.dosDeviceName, over.dosDeviceName);
-    Over(merged.nameValue, over.nameValue);
-    Over(merged.nameTaken, over.nameTaken);
-    Over(merged.kernelName, over.kernelName);
-    Over(merged.kernelNamePath, over.kernelNamePath);
-    Over(merged.interfaces, over.interfaces);
-    Over(merged.hubPort, over.hubPort);
-    Over(merged.ports, over.ports);
-    Over(merged.knowsInMs, over.knowsInMs);
-    Over(merged.cycleStatus, over.cycleStatus);
-    Over(merged.plugged, over.plugged);
-    Over(merged.problem, over.problem);
-    Over(merged.startsInMs, over.startsInMs);
-    Over(merged.leavesLink, over.leavesLink);
-    Over(merged.linkGoes, over.linkGoes);
-    Over(merged.vetoes, over.vetoes);
-    Over(merged.refuses, over.refuses);
-    Over(merged.heldBy, over.heldBy);
-    Over(merged.isProtected, over.isProtected);
-    return merged;
+    }
 }
 
 const std::vector<DeviceRestart>& DeviceRestarts() {
@@ -604,8 +644,9 @@ std::size_t BeginRestart(const DeviceNode& node, const char* means) {
 void EndRestart(std::size_t restart, bool ok) {
     DeviceRestart& entry = g_devices->restarts[restart];
     entry.ok = ok;
-    if (g_devices->observer.restarted)
+    if (g_devices->observer.restarted) {
         g_devices->observer.restarted(entry);
+    }
 }
 
 void NoteFailedRestart(const DeviceNode& node, const char* means) {

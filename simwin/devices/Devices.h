@@ -34,7 +34,6 @@ void MakeLastingDosNames();
 DeviceNode* AddDevice(const DeviceDescription& description, std::string* wrong = nullptr);
 // A new description replaces the former one.
 void AmendDevice(std::string_view id, const DeviceDescription& description);
-DeviceDescription MergeDescriptions(const DeviceDescription& base, const DeviceDescription& over);
 
 // A name defined from outside: put on top; an empty target deletes the newest definition.
 void SetDosName(const DosNameDescription& name);

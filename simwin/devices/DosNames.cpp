@@ -10,35 +10,33 @@
 
 namespace machine {
 
-namespace {
+static DosNames* g_names;
 
-DosNames* g_names;
-
-void Create() {
+static void Create() {
     g_names = new DosNames;
     g_names->Reset();
 }
 
-void Destroy() {
+static void Destroy() {
     delete g_names;
     g_names = nullptr;
 }
 
-Room g_room(60, Create, Destroy);
-
-} // namespace
+static Room g_room(60, Create, Destroy);
 
 DosNames& TheDosNames() {
     return *g_names;
 }
 
 unsigned ComNumberOf(std::string_view name) {
-    if (name.size() < 4 || name.size() > 9 || !StartsWithNoCase(name, "COM"))
+    if (name.size() < 4 || name.size() > 9 || !StartsWithNoCase(name, "COM")) {
         return 0;
+    }
     unsigned number = 0;
     for (const char c : name.substr(3)) {
-        if (c < '0' || c > '9')
+        if (c < '0' || c > '9') {
             return 0;
+        }
         number = number * 10 + static_cast<unsigned>(c - '0');
     }
     return number;
@@ -55,8 +53,9 @@ void DosNames::Reset() {
 }
 
 void DosNames::Tell(const std::string& name, const std::string& from, const std::string& to, const char* by) {
-    if (from != to && m_watcher)
+    if (from != to && m_watcher) {
         m_watcher({Now(), name, from, to, by});
+    }
 }
 
 DefinitionId DosNames::Define(std::string_view name, std::string_view target, const char* by) {
@@ -94,30 +93,37 @@ bool DosNames::RemoveNewest(std::string_view name, const char* by) {
 
 bool DosNames::RemoveMatching(std::string_view name, std::string_view target, bool exact, const char* by) {
     const auto entry = m_names.find(name);
-    if (entry == m_names.end())
+    if (entry == m_names.end()) {
         return false;
+    }
     const auto& stack = entry->second.stack;
-    for (std::size_t i = stack.size(); i-- > 0;)
-        if (exact ? EqualNoCase(stack[i].target, target) : StartsWithNoCase(stack[i].target, target))
+    for (std::size_t i = stack.size(); i-- > 0;) {
+        if (exact ? EqualNoCase(stack[i].target, target) : StartsWithNoCase(stack[i].target, target)) {
             return Erase(entry, i, by);
+        }
+    }
     return false;
 }
 
 bool DosNames::RemoveDefinition(std::string_view name, DefinitionId id, const char* by) {
     const auto entry = m_names.find(name);
-    if (entry == m_names.end())
+    if (entry == m_names.end()) {
         return false;
+    }
     const auto& stack = entry->second.stack;
-    for (std::size_t i = 0; i < stack.size(); ++i)
-        if (stack[i].id == id)
+    for (std::size_t i = 0; i < stack.size(); ++i) {
+        if (stack[i].id == id) {
             return Erase(entry, i, by);
+        }
+    }
     return false;
 }
 
 bool DosNames::RemoveName(std::string_view name, const char* by) {
     bool any = false;
-    while (RemoveNewest(name, by))
+    while (RemoveNewest(name, by)) {
         any = true;
+    }
     return any;
 }
 
@@ -133,8 +139,9 @@ const std::vector<DosDefinition>* DosNames::Stack(std::string_view name) const {
 
 void DosNames::SetOpens(std::string_view name, const Opens& opens) {
     const auto entry = m_names.find(name);
-    if (entry == m_names.end())
+    if (entry == m_names.end()) {
         return;
+    }
     entry->second.stack.back().opens = opens;
     entry->second.stack.back().described = true;
 }
@@ -142,8 +149,9 @@ void DosNames::SetOpens(std::string_view name, const Opens& opens) {
 std::vector<std::string> DosNames::Names() const {
     std::vector<std::string> names;
     names.reserve(m_order.size());
-    for (const auto& [made, name] : m_order)
+    for (const auto& [made, name] : m_order) {
         names.push_back(name->name);
+    }
     return names;
 }
 

@@ -9,14 +9,13 @@
 
 namespace simwin {
 
-namespace {
-
 // Writes texts with their zeros and one more zero into the buffer. Returns: the characters written, 0 if they do not
 // fit.
-DWORD CopyTexts(const std::vector<std::string>& texts, LPSTR buffer, DWORD size) {
+static DWORD CopyTexts(const std::vector<std::string>& texts, LPSTR buffer, DWORD size) {
     std::size_t needed = 1;
-    for (const std::string& text : texts)
+    for (const std::string& text : texts) {
         needed += text.size() + 1;
+    }
     if (!buffer || needed > size) {
         machine::SetError(ERROR_INSUFFICIENT_BUFFER);
         return 0;
@@ -30,20 +29,20 @@ DWORD CopyTexts(const std::vector<std::string>& texts, LPSTR buffer, DWORD size)
     return static_cast<DWORD>(needed);
 }
 
-std::vector<std::string> TargetsOf(LPCSTR name) {
+static std::vector<std::string> TargetsOf(LPCSTR name) {
     std::vector<std::string> targets;
     if (const auto* stack = machine::TheDosNames().Stack(name)) {
-        for (std::size_t i = stack->size(); i-- > 0;)
+        for (std::size_t i = stack->size(); i-- > 0;) {
             targets.push_back((*stack)[i].target);
+        }
         return targets;
     }
     // The path of an interface that is up is a name too: it leads to the node's own device.
-    if (const machine::DeviceInterface* path = machine::TheDeviceTree().FindInterface(name); path && path->up)
+    if (const machine::DeviceInterface* path = machine::TheDeviceTree().FindInterface(name); path && path->up) {
         targets.push_back(machine::InterfaceTargetOf(*path->node));
+    }
     return targets;
 }
-
-} // namespace
 
 DWORD QueryDosDeviceA(LPCSTR name, LPSTR buffer, DWORD size) {
     SIM_CALL("QueryDosDeviceA", name ? name : "", ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_INSUFFICIENT_BUFFER,
@@ -52,8 +51,9 @@ DWORD QueryDosDeviceA(LPCSTR name, LPSTR buffer, DWORD size) {
         machine::SetError(simCall.error);
         return 0;
     }
-    if (!name)
+    if (!name) {
         return CopyTexts(machine::TheDosNames().Names(), buffer, size);
+    }
     const std::vector<std::string> targets = TargetsOf(name);
     if (targets.empty()) {
         machine::SetError(ERROR_FILE_NOT_FOUND);
@@ -89,8 +89,9 @@ BOOL DefineDosDeviceA(DWORD flags, LPCSTR name, LPCSTR target) {
     }
     const bool done = path.empty() ? names.RemoveNewest(name, "program")
                                    : names.RemoveMatching(name, path, flags & DDD_EXACT_MATCH_ON_REMOVE, "program");
-    if (!done)
+    if (!done) {
         machine::SetError(ERROR_FILE_NOT_FOUND);
+    }
     return done;
 }
 

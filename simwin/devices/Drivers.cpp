@@ -11,17 +11,17 @@
 
 namespace machine {
 
-namespace {
-
 constexpr const char* SerialComm = "HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM";
 constexpr const char* Arbiter = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
 constexpr unsigned FirstChosenNumber = 3; // COM1 and COM2 are left to the ports on the board
 
+namespace {
 // Kernel names of drivers that the catalogue knows by service only: devices of the exports.
 struct ServiceKernelName {
     const char* service;
     const char* kernelName;
 };
+} // namespace
 constexpr ServiceKernelName ServiceKernelNames[] = {
     {"Serial", "\\Device\\Serial0"},
     {"usbser", "\\Device\\USBSER000"},
@@ -37,7 +37,7 @@ constexpr ServiceKernelName ServiceKernelNames[] = {
     {"com0com", "\\Device\\com0com10"},
 };
 
-std::string WantedKernelName(const DeviceNode& node) {
+static std::string WantedKernelName(const DeviceNode& node) {
     if (node.said.kernelName && !node.said.kernelName->empty()) {
         const auto& names = *node.said.kernelName;
         return names[std::min<std::size_t>(node.starts, names.size() - 1)];
@@ -46,80 +46,90 @@ std::string WantedKernelName(const DeviceNode& node) {
     const CatalogueEntry* entry = FindInCatalogue(node.id);
     if (entry && entry->kernelName &&
         (!entry->service || service.empty() || EqualNoCase(entry->service, service) ||
-         (entry->serviceX86 && EqualNoCase(entry->serviceX86, service))))
+         (entry->serviceX86 && EqualNoCase(entry->serviceX86, service)))) {
         return entry->kernelName;
-    for (const ServiceKernelName& known : ServiceKernelNames)
-        if (EqualNoCase(known.service, service))
+    }
+    for (const ServiceKernelName& known : ServiceKernelNames) {
+        if (EqualNoCase(known.service, service)) {
             return known.kernelName;
+        }
+    }
     return service.empty() ? DefaultsOf(node.kind, TheSetup().version).kernelName : "\\Device\\" + service + "0";
 }
 
-std::string ParametersOf(const DeviceNode& node) {
+static std::string ParametersOf(const DeviceNode& node) {
     return node.enumPath + "\\Device Parameters";
 }
 
 // The name that the driver reads; "" if the value is missing or empty.
-std::string WantedDosName(const DeviceNode& node) {
+static std::string WantedDosName(const DeviceNode& node) {
     const std::string parameters = ParametersOf(node);
     const char* value = "PortName";
-    if (node.said.nameValue)
+    if (node.said.nameValue) {
         value = node.said.nameValue->c_str();
-    else if ((node.said.dosDeviceName && !node.said.portName) || !TheRegistry().GetValue(parameters, "PortName"))
+    } else if ((node.said.dosDeviceName && !node.said.portName) || !TheRegistry().GetValue(parameters, "PortName")) {
         value = "DosDeviceName";
+    }
     return TheRegistry().GetString(parameters, value);
 }
 
 // The driver's own link, if the name is still in force by it.
-void RemoveLink(const std::string& name, DefinitionId link) {
+static void RemoveLink(const std::string& name, DefinitionId link) {
     const DosDefinition* definition = TheDosNames().InForce(name);
-    if (definition && definition->id == link)
+    if (definition && definition->id == link) {
         TheDosNames().RemoveDefinition(name, link, "driver");
+    }
 }
 
-void LetLinkGo(const DeviceNode& node, KernelDevice& device) {
-    if (!device.link || node.said.leavesLink.value_or(false))
+static void LetLinkGo(const DeviceNode& node, KernelDevice& device) {
+    if (!device.link || node.said.leavesLink.value_or(false)) {
         return;
+    }
     const LinkGoes goes = node.said.linkGoes.value_or(LinkGoes{});
-    if (goes.withLastHandle && device.handles > 0)
+    if (goes.withLastHandle && device.handles > 0) {
         device.deleteLinkWithLastHandle = true;
-    else if (!goes.withLastHandle && goes.afterMs > 0)
+    } else if (!goes.withLastHandle && goes.afterMs > 0) {
         After(goes.afterMs, [name = device.linkName, link = device.link] { RemoveLink(name, link); });
-    else
+    } else {
         RemoveLink(device.linkName, device.link);
+    }
 }
 
-const RegistryValue* ComDb() {
+static const RegistryValue* ComDb() {
     return TheRegistry().GetValue(Arbiter, "ComDB");
 }
 
 // The lowest number from COM3 on that is free in ComDB, 0 if there is none.
-unsigned ChooseNumber() {
+static unsigned ChooseNumber() {
     if (const RegistryValue* bits = ComDb()) {
         const auto count = static_cast<unsigned>(bits->data.size() * 8);
-        for (unsigned number = FirstChosenNumber; number <= count; ++number)
-            if (!ComDbTest(number))
+        for (unsigned number = FirstChosenNumber; number <= count; ++number) {
+            if (!ComDbTest(number)) {
                 return number;
+            }
+        }
         return 0;
     }
     unsigned number = FirstChosenNumber;
-    while (TheDosNames().InForce("COM" + std::to_string(number)))
+    while (TheDosNames().InForce("COM" + std::to_string(number))) {
         ++number;
+    }
     return number;
 }
 
-} // namespace
-
 bool ComDbTest(unsigned number) {
     const RegistryValue* bits = ComDb();
-    if (!bits || number == 0 || (number - 1) / 8 >= bits->data.size())
+    if (!bits || number == 0 || (number - 1) / 8 >= bits->data.size()) {
         return false;
+    }
     return bits->data[(number - 1) / 8] >> (number - 1) % 8 & 1;
 }
 
 void ComDbSet(unsigned number) {
     const RegistryValue* bits = ComDb();
-    if (!bits || number == 0 || (number - 1) / 8 >= bits->data.size() || ComDbTest(number))
+    if (!bits || number == 0 || (number - 1) / 8 >= bits->data.size() || ComDbTest(number)) {
         return;
+    }
     std::vector<std::uint8_t> data = bits->data;
     data[(number - 1) / 8] = static_cast<std::uint8_t>(data[(number - 1) / 8] | 1u << (number - 1) % 8);
     TheRegistry().SetBinary(Arbiter, "ComDB", data);
@@ -127,10 +137,13 @@ void ComDbSet(unsigned number) {
 
 std::vector<unsigned> ComDbNumbers() {
     std::vector<unsigned> numbers;
-    if (const RegistryValue* bits = ComDb())
-        for (unsigned number = 1; number <= bits->data.size() * 8; ++number)
-            if (ComDbTest(number))
+    if (const RegistryValue* bits = ComDb()) {
+        for (unsigned number = 1; number <= bits->data.size() * 8; ++number) {
+            if (ComDbTest(number)) {
                 numbers.push_back(number);
+            }
+        }
+    }
     return numbers;
 }
 
@@ -141,13 +154,15 @@ bool HasPortName(const DeviceNode& node) {
 
 void InstallPort(DeviceNode& node) {
     const unsigned number = ChooseNumber();
-    if (number == 0)
+    if (number == 0) {
         return;
+    }
     ComDbSet(number);
     const std::string name = "COM" + std::to_string(number);
     TheRegistry().SetString(ParametersOf(node), "PortName", name);
-    if (!node.said.friendlyName || node.uninstalled)
+    if (!node.said.friendlyName || node.uninstalled) {
         TheRegistry().SetString(node.enumPath, "FriendlyName", DescriptionOf(node) + " (" + name + ")");
+    }
 }
 
 simwin::DWORD StartPortDriver(DeviceNode& node) {
@@ -170,19 +185,22 @@ simwin::DWORD StartPortDriver(DeviceNode& node) {
         }
     }
     node.driver = device;
-    if (name.empty())
+    if (name.empty()) {
         return 0;
+    }
     device->linkName = name;
     device->link = names.Define(name, device->name, "driver");
-    if (!node.printerPort)
+    if (!node.printerPort) {
         TheRegistry().SetString(SerialComm, device->name, name);
+    }
     return 0;
 }
 
 void StopPortDriver(DeviceNode& node) {
     KernelDevice* device = node.driver;
-    if (!device)
+    if (!device) {
         return;
+    }
     node.driver = nullptr;
     device->running = false;
     LetLinkGo(node, *device);
@@ -192,8 +210,9 @@ void StopPortDriver(DeviceNode& node) {
 
 void DropPortDriver(DeviceNode& node) {
     KernelDevice* device = std::exchange(node.driver, nullptr);
-    if (!device)
+    if (!device) {
         return;
+    }
     device->running = false;
     TheDeviceTree().ReleaseKernelDevice(device);
 }
@@ -204,8 +223,9 @@ void OpenKernelDevice(KernelDevice& device) {
 }
 
 void CloseKernelDevice(KernelDevice& device) {
-    if (--device.handles == 0 && !device.running && device.deleteLinkWithLastHandle)
+    if (--device.handles == 0 && !device.running && device.deleteLinkWithLastHandle) {
         RemoveLink(device.linkName, device.link);
+    }
     TheDeviceTree().ReleaseKernelDevice(&device);
 }
 

@@ -6,22 +6,18 @@
 
 namespace machine {
 
-namespace {
+static std::map<const DeviceNode*, std::string>* g_guesses;
 
-std::map<const DeviceNode*, std::string>* g_guesses;
-
-void Create() {
+static void Create() {
     g_guesses = new std::map<const DeviceNode*, std::string>;
 }
 
-void Destroy() {
+static void Destroy() {
     delete g_guesses;
     g_guesses = nullptr;
 }
 
-Room g_room(67, Create, Destroy);
-
-} // namespace
+static Room g_room(67, Create, Destroy);
 
 void NoteGuess(const DeviceNode& node, std::string_view what) {
     std::string& text = (*g_guesses)[&node];

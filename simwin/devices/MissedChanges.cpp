@@ -11,7 +11,6 @@
 namespace machine {
 
 namespace {
-
 struct Missed {
     DeviceNode* node;
     bool wasThere, isThere;
@@ -19,46 +18,48 @@ struct Missed {
     DeviceNode* hub = nullptr; // where it is now, if it was moved
     unsigned hubPort = 0;
 };
-std::vector<Missed>* g_missed; // in the order of the first change of each
+} // namespace
+static std::vector<Missed>* g_missed; // in the order of the first change of each
 
-Room g_room(
+static Room g_room(
     65, [] { g_missed = new std::vector<Missed>; },
     [] {
         delete g_missed;
         g_missed = nullptr;
     });
 
-Missed& MissedOf(DeviceNode& node) {
+static Missed& MissedOf(DeviceNode& node) {
     const auto known =
         std::find_if(g_missed->begin(), g_missed->end(), [&](const Missed& missed) { return missed.node == &node; });
     return known != g_missed->end() ? *known : g_missed->emplace_back(Missed{&node, node.attached, node.attached});
 }
 
-void Notice(const Missed& missed) {
+static void Notice(const Missed& missed) {
     const std::string id = missed.node->id;
-    if (!missed.isThere)
+    if (!missed.isThere) {
         UnplugDevice(id);
-    else if (missed.hub)
+    } else if (missed.hub) {
         MoveDevice(id, missed.hub->id, missed.hubPort, 0);
-    else if (missed.wasThere && missed.wentAway)
+    } else if (missed.wasThere && missed.wentAway) {
         ReplugDevice(id, 0);
-    else if (!missed.wasThere)
+    } else if (!missed.wasThere) {
         PlugDevice(id);
+    }
 }
 
-void Apply(const Missed& missed) {
+static void Apply(const Missed& missed) {
     DeviceNode& node = *missed.node;
     node.attached = missed.isThere;
     node.pulledOut = !missed.isThere;
-    if (!missed.isThere)
+    if (!missed.isThere) {
         return;
+    }
     node.crowdedOut = false;
-    if (missed.hub)
+    if (missed.hub) {
         PutOnHub(node, *missed.hub, missed.hubPort);
+    }
     AttachBelow(node);
 }
-
-} // namespace
 
 void MissPlug(DeviceNode& node) {
     MissedOf(node).isThere = true;
@@ -71,8 +72,9 @@ void MissUnplug(DeviceNode& node) {
 }
 
 void MissReplug(DeviceNode& node, std::uint64_t offMs) {
-    if (!MissedOf(node).isThere)
+    if (!MissedOf(node).isThere) {
         return;
+    }
     MissUnplug(node);
     At(Now() + offMs, Due::Outside, [&node] { PlugDevice(node.id); });
 }
@@ -86,13 +88,15 @@ void MissMove(DeviceNode& node, DeviceNode& hub, unsigned hubPort) {
 }
 
 void NoticeMissedChanges() {
-    for (const Missed& missed : std::exchange(*g_missed, {}))
+    for (const Missed& missed : std::exchange(*g_missed, {})) {
         Notice(missed);
+    }
 }
 
 void ApplyMissedChanges() {
-    for (const Missed& missed : std::exchange(*g_missed, {}))
+    for (const Missed& missed : std::exchange(*g_missed, {})) {
         Apply(missed);
+    }
 }
 
 } // namespace machine

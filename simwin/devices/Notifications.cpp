@@ -18,10 +18,9 @@
 
 namespace machine {
 
-namespace {
-
 constexpr std::uint64_t TreeChangeDelayMs = 500;
 
+namespace {
 struct Pending {
     simwin::DWORD event;
     std::vector<std::uint8_t> data;
@@ -53,24 +52,30 @@ struct Notices {
     DueId treeChange = 0;
     bool treeChangeToServices = false;
 };
-Notices* g_notices;
+} // namespace
+static Notices* g_notices;
 
 void Registration::LastHandleClosed() {
-    if (g_notices)
+    if (g_notices) {
         std::erase(g_notices->registrations, this);
+    }
 }
 
-Queue* FindQueue(std::uint64_t id) {
-    for (const auto& queue : g_notices->queues)
-        if (queue->id == id)
+static Queue* FindQueue(std::uint64_t id) {
+    for (const auto& queue : g_notices->queues) {
+        if (queue->id == id) {
             return queue.get();
+        }
+    }
     return nullptr;
 }
 
-Queue& QueueOf(const NotificationRecipient& recipient) {
-    for (const auto& queue : g_notices->queues)
-        if (queue->recipient == recipient)
+static Queue& QueueOf(const NotificationRecipient& recipient) {
+    for (const auto& queue : g_notices->queues) {
+        if (queue->recipient == recipient) {
             return *queue;
+        }
+    }
     auto& queue = g_notices->queues.emplace_back(std::make_unique<Queue>());
     queue->id = g_notices->nextQueue++;
     queue->recipient = recipient;
@@ -78,18 +83,20 @@ Queue& QueueOf(const NotificationRecipient& recipient) {
 }
 
 // Delivers what waits as long as the recipient returns at once.
-void Pump(std::uint64_t id) {
+static void Pump(std::uint64_t id) {
     for (Queue* queue = FindQueue(id); queue && !queue->busy && !queue->waiting.empty(); queue = FindQueue(id)) {
         const Pending next = std::move(queue->waiting.front());
         queue->waiting.pop_front();
         const NotificationRecipient recipient = queue->recipient;
         const DeliverNotification& route = recipient.isService ? g_notices->serviceRoute : g_notices->windowRoute;
-        if (!route)
+        if (!route) {
             continue;
+        }
         queue->busy = true;
         route(recipient, next.event, next.data, [id] {
-            if (!g_notices)
+            if (!g_notices) {
                 return;
+            }
             if (Queue* answered = FindQueue(id)) {
                 answered->busy = false;
                 Pump(id);
@@ -98,43 +105,46 @@ void Pump(std::uint64_t id) {
     }
 }
 
-void Send(const NotificationRecipient& recipient, simwin::DWORD event, std::vector<std::uint8_t> data) {
+static void Send(const NotificationRecipient& recipient, simwin::DWORD event, std::vector<std::uint8_t> data) {
     Queue& queue = QueueOf(recipient);
     queue.waiting.push_back({event, std::move(data)});
     Pump(queue.id);
 }
 
-void DropProcess(const Process& process) {
-    if (!g_notices)
+static void DropProcess(const Process& process) {
+    if (!g_notices) {
         return;
+    }
     std::erase_if(g_notices->registrations,
                   [&](const Registration* registration) { return registration->recipient.process == &process; });
     std::erase_if(g_notices->queues, [&](const auto& queue) { return queue->recipient.process == &process; });
 }
 
-std::string Unanswered() {
+static std::string Unanswered() {
     std::string text;
-    for (const auto& queue : g_notices->queues)
-        if (queue->busy)
+    for (const auto& queue : g_notices->queues) {
+        if (queue->busy) {
             text += fmt::format("a device notification to a {} is unanswered, {} wait after it",
                                 queue->recipient.isService ? "service" : "window", queue->waiting.size());
+        }
+    }
     return text;
 }
 
-void Create() {
+static void Create() {
     g_notices = new Notices;
     OnProcessEnd([](Process& process) { DropProcess(process); });
     AddEndCheck(Unanswered);
 }
 
-void Destroy() {
+static void Destroy() {
     delete g_notices;
     g_notices = nullptr;
 }
 
-Room g_room(62, Create, Destroy);
+static Room g_room(62, Create, Destroy);
 
-void Append(std::vector<std::uint8_t>& data, std::string_view name, bool wide) {
+static void Append(std::vector<std::uint8_t>& data, std::string_view name, bool wide) {
     if (!wide) {
         data.insert(data.end(), name.begin(), name.end());
         data.push_back(0);
@@ -149,13 +159,11 @@ void Append(std::vector<std::uint8_t>& data, std::string_view name, bool wide) {
 }
 
 // Fills in the header's size once the whole is known.
-std::vector<std::uint8_t> Sized(std::vector<std::uint8_t> data) {
+static std::vector<std::uint8_t> Sized(std::vector<std::uint8_t> data) {
     const auto size = static_cast<simwin::DWORD>(data.size());
     std::memcpy(data.data(), &size, sizeof(size));
     return data;
 }
-
-} // namespace
 
 void SetServiceRoute(DeliverNotification route) {
     g_notices->serviceRoute = std::move(route);
@@ -203,18 +211,21 @@ void NotifyInterface(const DeviceInterface& deviceInterface, simwin::DWORD event
     const std::vector<Registration*> registrations = g_notices->registrations;
     for (const Registration* registration : registrations) {
         if (std::find(g_notices->registrations.begin(), g_notices->registrations.end(), registration) ==
-            g_notices->registrations.end())
+            g_notices->registrations.end()) {
             continue;
-        if (registration->classGuid.empty() || registration->classGuid == deviceInterface.classGuid)
+        }
+        if (registration->classGuid.empty() || registration->classGuid == deviceInterface.classGuid) {
             Send(registration->recipient, event,
                  InterfaceEventData(guid, deviceInterface.noticePath, registration->recipient.isService));
+        }
     }
 }
 
 void NoteTreeChange(bool servicesToo) {
     g_notices->treeChangeToServices |= servicesToo;
-    if (g_notices->treeChange)
+    if (g_notices->treeChange) {
         return; // a long series must not keep its first change from being announced
+    }
     g_notices->treeChange = After(TreeChangeDelayMs, [] {
         g_notices->treeChange = 0;
         SendTreeChange(std::exchange(g_notices->treeChangeToServices, false));
@@ -227,39 +238,48 @@ void ForgetTreeChange() {
 }
 
 void SendTreeChange(bool servicesToo) {
-    if (g_notices->broadcast)
+    if (g_notices->broadcast) {
         g_notices->broadcast();
-    if (!servicesToo)
+    }
+    if (!servicesToo) {
         return;
-    for (const NotificationRecipient& recipient : Recipients())
-        if (recipient.isService)
+    }
+    for (const NotificationRecipient& recipient : Recipients()) {
+        if (recipient.isService) {
             Send(recipient, simwin::DBT_DEVNODES_CHANGED, {});
+        }
+    }
 }
 
 void SendNotification(const NotificationRecipient& recipient, simwin::DWORD event, std::vector<std::uint8_t> data) {
     NotificationRecipient to = recipient;
-    if (!to.handle)
-        for (const NotificationRecipient& known : Recipients())
+    if (!to.handle) {
+        for (const NotificationRecipient& known : Recipients()) {
             if (known.isService == to.isService && (!to.process || known.process == to.process)) {
                 to = known;
                 break;
             }
+        }
+    }
     Send(to, event, std::move(data));
 }
 
 std::vector<NotificationRecipient> Recipients() {
     std::vector<NotificationRecipient> recipients;
-    for (const Registration* registration : g_notices->registrations)
-        if (std::find(recipients.begin(), recipients.end(), registration->recipient) == recipients.end())
+    for (const Registration* registration : g_notices->registrations) {
+        if (std::find(recipients.begin(), recipients.end(), registration->recipient) == recipients.end()) {
             recipients.push_back(registration->recipient);
+        }
+    }
     return recipients;
 }
 
 std::string GuidText(const simwin::GUID& guid) {
     std::string text = fmt::format("{{{:08x}-{:04x}-{:04x}-{:02x}{:02x}-", guid.Data1, guid.Data2, guid.Data3,
                                    guid.Data4[0], guid.Data4[1]);
-    for (int i = 2; i < 8; ++i)
+    for (int i = 2; i < 8; ++i) {
         text += fmt::format("{:02x}", guid.Data4[i]);
+    }
     return text + "}";
 }
 
@@ -269,15 +289,17 @@ const char* LastingGuidText(const simwin::GUID* guid) {
 
 bool GuidFromText(std::string_view text, simwin::GUID& guid) {
     constexpr std::string_view Form = "{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}";
-    if (text.size() != Form.size())
+    if (text.size() != Form.size()) {
         return false;
+    }
     std::uint8_t digits[32] = {};
     std::size_t count = 0;
     for (std::size_t i = 0; i < Form.size(); ++i) {
         const char c = LowerChar(text[i]);
         if (Form[i] != 'x') {
-            if (c != Form[i])
+            if (c != Form[i]) {
                 return false;
+            }
         } else if (c >= '0' && c <= '9') {
             digits[count++] = static_cast<std::uint8_t>(c - '0');
         } else if (c >= 'a' && c <= 'f') {
@@ -288,30 +310,31 @@ bool GuidFromText(std::string_view text, simwin::GUID& guid) {
     }
     const auto number = [&](std::size_t from, std::size_t length) {
         simwin::DWORD value = 0;
-        for (std::size_t i = from; i < from + length; ++i)
+        for (std::size_t i = from; i < from + length; ++i) {
             value = value << 4 | digits[i];
+        }
         return value;
     };
     guid.Data1 = number(0, 8);
     guid.Data2 = static_cast<simwin::WORD>(number(8, 4));
     guid.Data3 = static_cast<simwin::WORD>(number(12, 4));
-    for (std::size_t i = 0; i < 8; ++i)
+    for (std::size_t i = 0; i < 8; ++i) {
         guid.Data4[i] = static_cast<simwin::BYTE>(number(16 + i * 2, 2));
+    }
     return true;
 }
 
-namespace {
-
 // The class that a filter names, for the trace and the faults.
-const char* ClassOfFilter(const void* filter, simwin::DWORD flags) {
-    if (!filter || flags & simwin::DEVICE_NOTIFY_ALL_INTERFACE_CLASSES)
+static const char* ClassOfFilter(const void* filter, simwin::DWORD flags) {
+    if (!filter || flags & simwin::DEVICE_NOTIFY_ALL_INTERFACE_CLASSES) {
         return "";
+    }
     const auto* asked = static_cast<const simwin::DEV_BROADCAST_DEVICEINTERFACE_A*>(filter);
     return asked->dbcc_devicetype == simwin::DBT_DEVTYP_DEVICEINTERFACE ? LastingGuidText(&asked->dbcc_classguid) : "";
 }
 
 // The registration that the filter asks for, or null with the last error.
-Registration* MakeRegistration(simwin::HANDLE recipient, const void* filter, simwin::DWORD flags) {
+static Registration* MakeRegistration(simwin::HANDLE recipient, const void* filter, simwin::DWORD flags) {
     constexpr simwin::DWORD Known = simwin::DEVICE_NOTIFY_SERVICE_HANDLE | simwin::DEVICE_NOTIFY_ALL_INTERFACE_CLASSES;
     simwin::DEV_BROADCAST_DEVICEINTERFACE_A asked{};
     constexpr std::size_t Needed = offsetof(simwin::DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name);
@@ -320,8 +343,9 @@ Registration* MakeRegistration(simwin::HANDLE recipient, const void* filter, sim
         return nullptr;
     }
     std::memcpy(&asked, filter, sizeof(simwin::DEV_BROADCAST_HDR));
-    if (asked.dbcc_devicetype == simwin::DBT_DEVTYP_HANDLE)
+    if (asked.dbcc_devicetype == simwin::DBT_DEVTYP_HANDLE) {
         NotModelled("RegisterDeviceNotificationA", "a filter for a handle");
+    }
     if (asked.dbcc_devicetype != simwin::DBT_DEVTYP_DEVICEINTERFACE || asked.dbcc_size < Needed) {
         SetError(simwin::ERROR_INVALID_DATA);
         return nullptr;
@@ -337,12 +361,11 @@ Registration* MakeRegistration(simwin::HANDLE recipient, const void* filter, sim
     }
     auto* registration = new Registration;
     registration->recipient = {process, recipient, isService};
-    if (!(flags & simwin::DEVICE_NOTIFY_ALL_INTERFACE_CLASSES))
+    if (!(flags & simwin::DEVICE_NOTIFY_ALL_INTERFACE_CLASSES)) {
         registration->classGuid = GuidText(asked.dbcc_classguid);
+    }
     return registration;
 }
-
-} // namespace
 
 } // namespace machine
 
@@ -356,8 +379,9 @@ HDEVNOTIFY RegisterDeviceNotificationA(HANDLE recipient, LPVOID filter, DWORD fl
         return nullptr;
     }
     machine::Registration* registration = machine::MakeRegistration(recipient, filter, flags);
-    if (!registration)
+    if (!registration) {
         return nullptr;
+    }
     machine::g_notices->registrations.push_back(registration);
     return machine::CurrentProcess()->handles.Open(registration);
 }

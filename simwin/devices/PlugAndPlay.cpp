@@ -17,81 +17,92 @@
 
 namespace machine {
 
-namespace {
-
 constexpr std::uint64_t LeaveStepMs = 1;
 
-void Tell(const DeviceNode& node, const char* what) {
-    if (IsBuildingDevices())
+static void Tell(const DeviceNode& node, const char* what) {
+    if (IsBuildingDevices()) {
         return;
-    if (TheDeviceObserver().deviceChanged)
+    }
+    if (TheDeviceObserver().deviceChanged) {
         TheDeviceObserver().deviceChanged(node, what);
+    }
     NoteTreeChange();
 }
 
 // A problem that only its own remedy ends: an enable, an unplug.
-bool StaysStopped(simwin::DWORD problem) {
+static bool StaysStopped(simwin::DWORD problem) {
     return problem == simwin::CM_PROB_DISABLED || problem == simwin::CM_PROB_HELD_FOR_EJECT;
 }
 
-std::uint64_t StartsIn(const DeviceNode& node) {
-    if (node.said.startsInMs)
+static std::uint64_t StartsIn(const DeviceNode& node) {
+    if (node.said.startsInMs) {
         return *node.said.startsInMs;
+    }
     const bool usbFunction = node.kind == DeviceKind::Other && StartsWithNoCase(node.id, "USB\\");
     return DefaultsOf(usbFunction ? DeviceKind::Usb : node.kind, TheSetup().version).startsInMs;
 }
 
-void WakeWaiters(DeviceNode& node) {
-    while (!node.startWaiters.empty())
+static void WakeWaiters(DeviceNode& node) {
+    while (!node.startWaiters.empty()) {
         Wake(node.startWaiters.front(), 0);
+    }
 }
 
-void BringInterfacesUp(DeviceNode& node) {
+static void BringInterfacesUp(DeviceNode& node) {
     for (const auto& deviceInterface : node.interfaces) {
-        if (deviceInterface->up)
+        if (deviceInterface->up) {
             continue;
+        }
         deviceInterface->registered = deviceInterface->up = true;
-        if (!IsBuildingDevices())
+        if (!IsBuildingDevices()) {
             NotifyInterface(*deviceInterface, simwin::DBT_DEVICEARRIVAL);
+        }
     }
 }
 
 // All go down before anyone is notified.
-void TakeInterfacesDown(DeviceNode& node) {
+static void TakeInterfacesDown(DeviceNode& node) {
     std::vector<const DeviceInterface*> gone;
-    for (const auto& deviceInterface : node.interfaces)
+    for (const auto& deviceInterface : node.interfaces) {
         if (deviceInterface->up) {
             deviceInterface->up = false;
             gone.push_back(deviceInterface.get());
         }
-    for (const DeviceInterface* deviceInterface : gone)
+    }
+    for (const DeviceInterface* deviceInterface : gone) {
         NotifyInterface(*deviceInterface, simwin::DBT_DEVICEREMOVECOMPLETE);
+    }
 }
 
 // Stops one node whose children are stopped already. True if it was running.
-bool StopNode(DeviceNode& node, Cause cause) {
+static bool StopNode(DeviceNode& node, Cause cause) {
     const bool wasRunning = node.IsRunning();
     ++node.startSerial;
-    if (node.IsPresent())
+    if (node.IsPresent()) {
         node.state = DeviceState::Stopped;
+    }
     StopPortDriver(node);
-    if (wasRunning)
+    if (wasRunning) {
         node.stoppedByProduct = cause == Cause::Product;
+    }
     TakeInterfacesDown(node);
-    if (wasRunning)
+    if (wasRunning) {
         Tell(node, "stopped");
+    }
     WakeWaiters(node);
     return wasRunning;
 }
 
-void GoAbsent(DeviceNode& node) {
+static void GoAbsent(DeviceNode& node) {
     FinishInstall(node);
     node.state = DeviceState::Absent;
-    if (node.problem != simwin::CM_PROB_DISABLED)
+    if (node.problem != simwin::CM_PROB_DISABLED) {
         node.problem = node.stickyProblem;
+    }
     Tell(node, "left");
 }
 
+namespace {
 struct HeldPort : Object {
     HeldPort() : Object(ObjectKind::File) {}
     void LastHandleClosed() override;
@@ -100,40 +111,44 @@ struct HeldPort : Object {
     Process* program = nullptr;
     simwin::HANDLE handle = nullptr;
 };
-std::vector<HeldPort*>* g_held;
+} // namespace
+static std::vector<HeldPort*>* g_held;
 
 void HeldPort::LastHandleClosed() {
-    if (!g_held)
+    if (!g_held) {
         return;
+    }
     std::erase(*g_held, this);
     CloseKernelDevice(*device);
 }
 
-void Create() {
+static void Create() {
     g_held = new std::vector<HeldPort*>;
 }
 
-void Destroy() {
+static void Destroy() {
     delete g_held;
     g_held = nullptr;
 }
 
-Room g_room(63, Create, Destroy);
+static Room g_room(63, Create, Destroy);
 
-void HoldAsSaid(DeviceNode& node) {
-    if (!node.said.heldBy || node.wasHeld || !node.driver)
+static void HoldAsSaid(DeviceNode& node) {
+    if (!node.said.heldBy || node.wasHeld || !node.driver) {
         return;
+    }
     node.wasHeld = true;
     HoldDevice(node, HolderProcess(*node.said.heldBy));
 }
 
 // The consequences of a driver's start or failure.
-void SetRunning(DeviceNode& node, Cause cause) {
+static void SetRunning(DeviceNode& node, Cause cause) {
     node.problem = 0;
     node.state = DeviceState::Running;
     node.openRestart.reset();
-    if (node.stoppedByProduct && cause == Cause::Product)
+    if (node.stoppedByProduct && cause == Cause::Product) {
         ++node.restarts;
+    }
     node.stoppedByProduct = false;
     HoldAsSaid(node);
     if (node.quietStart) {
@@ -146,65 +161,77 @@ void SetRunning(DeviceNode& node, Cause cause) {
 }
 
 // Runs the driver. False if the node stays stopped, with a problem.
-bool StartDriver(DeviceNode& node, Cause cause) {
+static bool StartDriver(DeviceNode& node, Cause cause) {
     FinishInstall(node);
     simwin::DWORD problem = node.stickyProblem;
-    if (!problem && node.IsPort())
+    if (!problem && node.IsPort()) {
         problem = StartPortDriver(node);
+    }
     if (!problem) {
         SetRunning(node, cause);
         return true;
     }
     node.problem = problem;
     node.state = DeviceState::Stopped;
-    for (const auto& deviceInterface : node.interfaces)
+    for (const auto& deviceInterface : node.interfaces) {
         deviceInterface->registered = true;
+    }
     Tell(node, "failed");
     return false;
 }
 
-void FinishStart(DeviceNode& node, std::uint64_t serial) {
-    if (serial != node.startSerial || node.state != DeviceState::Starting)
+static void FinishStart(DeviceNode& node, std::uint64_t serial) {
+    if (serial != node.startSerial || node.state != DeviceState::Starting) {
         return;
-    if (node.leaving)
+    }
+    if (node.leaving) {
         node.state = DeviceState::Stopped;
-    else if (StartDriver(node, node.startCause))
+    } else if (StartDriver(node, node.startCause)) {
         StartChildren(node, node.startCause);
+    }
     WakeWaiters(node);
 }
 
 // Its parent runs: it is found there, installed if new to Windows, and starts.
-void Arrive(DeviceNode& node, Cause cause) {
+static void Arrive(DeviceNode& node, Cause cause) {
     node.state = DeviceState::Stopped;
     node.attachedAtMs = Now();
     node.longKnown = IsBuildingDevices();
-    if (!node.installed && (!IsBuildingDevices() || HasBooted())) // at the start of the run everything is settled
+    if (!node.installed && (!IsBuildingDevices() || HasBooted())) { // at the start of the run everything is settled
         BeginInstall(node);
-    if (!node.installed)
+    }
+    if (!node.installed) {
         InstallKeys(node, node.uninstalled);
-    if (node.IsPort() && !node.printerPort && !HasPortName(node))
+    }
+    if (node.IsPort() && !node.printerPort && !HasPortName(node)) {
         InstallPort(node);
-    if (node.uninstalled)
+    }
+    if (node.uninstalled) {
         TheDeviceTree().Revive(&node);
+    }
     Tell(node, "arrived");
     if (node.problem != 0) {
-        for (const auto& deviceInterface : node.interfaces)
+        for (const auto& deviceInterface : node.interfaces) {
             deviceInterface->registered = true;
+        }
         FinishInstall(node);
         return;
     }
-    if (!IsBuildingDevices())
+    if (!IsBuildingDevices()) {
         StartNode(node, cause);
+    }
 }
 
-void CollectLeaving(DeviceNode& node, std::vector<DeviceNode*>& leaving) {
-    for (DeviceNode* child : node.children)
+static void CollectLeaving(DeviceNode& node, std::vector<DeviceNode*>& leaving) {
+    for (DeviceNode* child : node.children) {
         CollectLeaving(*child, leaving);
-    if (node.IsPresent() && !node.leaving)
+    }
+    if (node.IsPresent() && !node.leaving) {
         leaving.push_back(&node);
+    }
 }
 
-void LeaveNow(DeviceNode& node, Cause cause) {
+static void LeaveNow(DeviceNode& node, Cause cause) {
     StopNode(node, cause);
     node.leaving = false;
     GoAbsent(node);
@@ -214,21 +241,22 @@ void LeaveNow(DeviceNode& node, Cause cause) {
     }
 }
 
-DeviceNode* NodeOrNew(std::string_view id) {
-    if (DeviceNode* node = TheDeviceTree().FindById(id))
+static DeviceNode* NodeOrNew(std::string_view id) {
+    if (DeviceNode* node = TheDeviceTree().FindById(id)) {
         return node;
+    }
     DeviceDescription description;
     description.id = id;
     return AddDevice(description);
 }
 
-} // namespace
-
 void StartNode(DeviceNode& node, Cause cause) {
-    if (!node.IsPresent() || node.IsRunning() || node.state == DeviceState::Starting || node.leaving)
+    if (!node.IsPresent() || node.IsRunning() || node.state == DeviceState::Starting || node.leaving) {
         return;
-    if (node.parent && !node.parent->IsRunning())
+    }
+    if (node.parent && !node.parent->IsRunning()) {
         return;
+    }
     node.state = DeviceState::Starting;
     node.startCause = cause;
     const std::uint64_t serial = ++node.startSerial;
@@ -237,20 +265,24 @@ void StartNode(DeviceNode& node, Cause cause) {
 
 void StartChildren(DeviceNode& node, Cause cause) {
     for (DeviceNode* child : node.children) {
-        if (!child->attached || child->leaving)
+        if (!child->attached || child->leaving) {
             continue;
-        if (!child->IsPresent())
+        }
+        if (!child->IsPresent()) {
             Arrive(*child, cause);
-        else if (!StaysStopped(child->problem))
+        } else if (!StaysStopped(child->problem)) {
             StartNode(*child, cause);
+        }
     }
 }
 
 bool RunAtStart(DeviceNode& node) {
-    if (node.IsRunning())
+    if (node.IsRunning()) {
         return true;
-    if (!node.attached || node.IsPresent() || (node.parent && !RunAtStart(*node.parent)))
+    }
+    if (!node.attached || node.IsPresent() || (node.parent && !RunAtStart(*node.parent))) {
         return false;
+    }
     Arrive(node, Cause::Outside);
     return node.problem == 0 && StartDriver(node, Cause::Outside);
 }
@@ -263,8 +295,9 @@ void AttachNode(DeviceNode& node, Cause cause) {
         node.returnsAfterLeaving = true;
         return;
     }
-    if (!node.IsPresent() && node.parent && node.parent->IsRunning() && !node.parent->leaving)
+    if (!node.IsPresent() && node.parent && node.parent->IsRunning() && !node.parent->leaving) {
         Arrive(node, cause);
+    }
 }
 
 std::uint64_t DetachTree(DeviceNode& node, Cause cause) {
@@ -274,8 +307,9 @@ std::uint64_t DetachTree(DeviceNode& node, Cause cause) {
     node.returnsAfterLeaving = false;
     node.isComingBack = false;
     node.comesBackOn = nullptr;
-    for (DeviceNode* gone : leaving)
+    for (DeviceNode* gone : leaving) {
         gone->leaving = true;
+    }
     std::uint64_t delay = 0;
     for (DeviceNode* gone : leaving) {
         After(delay, [gone, cause] { LeaveNow(*gone, cause); });
@@ -287,34 +321,42 @@ std::uint64_t DetachTree(DeviceNode& node, Cause cause) {
 unsigned StopTree(DeviceNode& node, bool childrenGo, Cause cause) {
     unsigned stopped = 0;
     for (DeviceNode* child : node.children) {
-        if (!child->IsPresent() || child->leaving)
+        if (!child->IsPresent() || child->leaving) {
             continue;
+        }
         stopped += StopTree(*child, childrenGo, cause);
-        if (childrenGo)
+        if (childrenGo) {
             GoAbsent(*child);
+        }
     }
     return stopped + (StopNode(node, cause) ? 1 : 0);
 }
 
 bool WaitForStart(DeviceNode& node) {
-    while (node.state == DeviceState::Starting)
+    while (node.state == DeviceState::Starting) {
         Block(WaitKind::Machine, "a device to start", NoLimit, &node.startWaiters);
+    }
     return node.IsRunning();
 }
 
 DeviceNode* FindVeto(DeviceNode& node, bool& heldOpen) {
-    for (DeviceNode* child : node.children)
-        if (child->IsPresent())
-            if (DeviceNode* refusing = FindVeto(*child, heldOpen))
+    for (DeviceNode* child : node.children) {
+        if (child->IsPresent()) {
+            if (DeviceNode* refusing = FindVeto(*child, heldOpen)) {
                 return refusing;
+            }
+        }
+    }
     if (node.driver && node.driver->handles > 0) {
         heldOpen = true;
         return &node;
     }
-    if (!node.IsRunning() || node.vetoesLeft == 0)
+    if (!node.IsRunning() || node.vetoesLeft == 0) {
         return nullptr;
-    if (node.vetoesLeft != VetoesAlways)
+    }
+    if (node.vetoesLeft != VetoesAlways) {
         --node.vetoesLeft;
+    }
     heldOpen = false;
     return &node;
 }
@@ -326,11 +368,13 @@ void UninstallNode(DeviceNode& node, Cause cause) {
     node.stickyProblem = 0;
     node.stoppedByProduct = false;
     node.openRestart.reset();
-    if (node.IsPresent())
+    if (node.IsPresent()) {
         GoAbsent(node);
+    }
     const std::string driverKey = DriverKeyOf(node);
-    if (!driverKey.empty())
+    if (!driverKey.empty()) {
         TheRegistry().DeleteTree("HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\" + driverKey);
+    }
     for (const auto& deviceInterface : node.interfaces) {
         std::string name = "##?#" + deviceInterface->noticePath.substr(4);
         TheRegistry().DeleteTree("HKLM\\SYSTEM\\CurrentControlSet\\Control\\DeviceClasses\\" +
@@ -345,21 +389,24 @@ void UninstallNode(DeviceNode& node, Cause cause) {
 // What is below comes along, except what an event took away separately or what has no room in its socket.
 void AttachBelow(DeviceNode& node) {
     for (DeviceNode* child : node.children) {
-        if (!child->pulledOut && !child->crowdedOut)
+        if (!child->pulledOut && !child->crowdedOut) {
             child->attached = true;
+        }
         AttachBelow(*child);
     }
 }
 
 void PutOnHub(DeviceNode& node, DeviceNode& hub, unsigned hubPort) {
-    if (TheDeviceTree().SetParent(&node, &hub)) // the hub may have been moved in the meantime
+    if (TheDeviceTree().SetParent(&node, &hub)) { // the hub may have been moved in the meantime
         PlaceOnHub(node, hub, hubPort);
+    }
 }
 
 void PlugDevice(std::string_view id) {
     DeviceNode* node = NodeOrNew(id);
-    if (!node)
+    if (!node) {
         return;
+    }
     if (IsMachineDown()) {
         MissPlug(*node);
         return;
@@ -371,8 +418,9 @@ void PlugDevice(std::string_view id) {
 
 void UnplugDevice(std::string_view id) {
     DeviceNode* node = TheDeviceTree().FindById(id);
-    if (!node)
+    if (!node) {
         return;
+    }
     if (IsMachineDown()) {
         MissUnplug(*node);
         return;
@@ -383,14 +431,16 @@ void UnplugDevice(std::string_view id) {
 
 void ReplugDevice(std::string_view id, std::uint64_t offMs) {
     DeviceNode* node = TheDeviceTree().FindById(id);
-    if (!node)
+    if (!node) {
         return;
+    }
     if (IsMachineDown()) {
         MissReplug(*node, offMs);
         return;
     }
-    if (!node->IsPresent())
+    if (!node->IsPresent()) {
         return;
+    }
     DetachTree(*node, Cause::Outside);
     node->isComingBack = true;
     After(offMs, [node] { AttachNode(*node, Cause::Outside); });
@@ -399,8 +449,9 @@ void ReplugDevice(std::string_view id, std::uint64_t offMs) {
 void MoveDevice(std::string_view id, std::string_view hubId, unsigned hubPort, std::uint64_t offMs) {
     DeviceNode* node = TheDeviceTree().FindById(id);
     DeviceNode* hub = TheDeviceTree().FindById(hubId);
-    if (!node || !hub || HangsBelow(hub, node))
+    if (!node || !hub || HangsBelow(hub, node)) {
         return;
+    }
     if (IsMachineDown()) {
         MissMove(*node, *hub, hubPort);
         return;
@@ -418,8 +469,9 @@ void MoveDevice(std::string_view id, std::string_view hubId, unsigned hubPort, s
 
 void SetDeviceProblem(std::string_view id, const ProblemEvent& event) {
     DeviceNode* node = TheDeviceTree().FindById(id);
-    if (!node)
+    if (!node) {
         return;
+    }
     if (event.number == 0) {
         node->problem = 0;
         node->stickyProblem = 0;
@@ -428,16 +480,18 @@ void SetDeviceProblem(std::string_view id, const ProblemEvent& event) {
             StartNode(*node, Cause::Outside);
         }
     } else if (!event.quiet || !node->IsPresent()) {
-        if (node->IsPresent())
+        if (node->IsPresent()) {
             StopTree(*node, true, Cause::Outside);
+        }
         node->problem = event.number;
         node->stickyProblem = event.sticky ? event.number : 0;
     } else {
-        for (DeviceNode* child : node->children)
+        for (DeviceNode* child : node->children) {
             if (child->IsPresent()) {
                 StopTree(*child, true, Cause::Outside);
                 GoAbsent(*child);
             }
+        }
         ++node->startSerial;
         node->state = DeviceState::Stopped;
         StopPortDriver(*node);
@@ -446,23 +500,28 @@ void SetDeviceProblem(std::string_view id, const ProblemEvent& event) {
         node->stickyProblem = event.sticky ? event.number : 0;
         WakeWaiters(*node);
     }
-    if (!node->IsPresent())
+    if (!node->IsPresent()) {
         return;
+    }
     Tell(*node, "problem");
-    if (event.quiet)
+    if (event.quiet) {
         NoteTreeChange(true);
+    }
 }
 
 void BroadcastTreeChanges(unsigned count) {
-    for (unsigned i = 0; i < count; ++i)
+    for (unsigned i = 0; i < count; ++i) {
         SendTreeChange(true);
+    }
 }
 
 Process* HolderProcess(std::string_view imagePath) {
-    for (Process* process : AllProcesses())
+    for (Process* process : AllProcesses()) {
         if (!process->ended && !process->image && process->threads.empty() &&
-            EqualNoCase(process->imagePath, imagePath))
+            EqualNoCase(process->imagePath, imagePath)) {
             return process;
+        }
+    }
     ProcessStart start;
     start.imagePath = imagePath;
     start.commandLine = "\"" + start.imagePath + "\"";
@@ -474,8 +533,9 @@ Process* HolderProcess(std::string_view imagePath) {
 
 bool HoldDevice(DeviceNode& node, Process* program) {
     KernelDevice* device = node.driver;
-    if (!device || device->handles > 0 || !program || program->ended)
+    if (!device || device->handles > 0 || !program || program->ended) {
         return false;
+    }
     OpenKernelDevice(*device);
     auto* held = new HeldPort;
     held->device = device;
@@ -487,9 +547,11 @@ bool HoldDevice(DeviceNode& node, Process* program) {
 }
 
 std::string HolderOf(const DeviceNode& node) {
-    for (const HeldPort* held : *g_held)
-        if (held->device == node.driver && node.driver)
+    for (const HeldPort* held : *g_held) {
+        if (held->device == node.driver && node.driver) {
             return held->program->imagePath;
+        }
+    }
     return "";
 }
 
@@ -504,15 +566,19 @@ bool HoldPort(std::string_view portName, std::string_view imagePath) {
 }
 
 bool ReleasePort(std::string_view portName) {
-    for (const HeldPort* held : *g_held)
-        if (EqualNoCase(held->portName, portName))
+    for (const HeldPort* held : *g_held) {
+        if (EqualNoCase(held->portName, portName)) {
             return held->program->handles.Close(held->handle);
+        }
+    }
     // Its name may have changed since.
     const DosDefinition* name = TheDosNames().InForce(portName);
     const KernelDevice* device = name ? TheDeviceTree().RunningDevice(name->target) : nullptr;
-    for (const HeldPort* held : *g_held)
-        if (device && held->device == device)
+    for (const HeldPort* held : *g_held) {
+        if (device && held->device == device) {
             return held->program->handles.Close(held->handle);
+        }
+    }
     return false;
 }
 
@@ -527,16 +593,19 @@ void CalmDown() {
         node->said.refuses = false;
         node->said.cycleStatus = 0;
         node->said.heldBy.reset();
-        if (node->problem != 0)
+        if (node->problem != 0) {
             SetDeviceProblem(node->id, {});
+        }
     }
 }
 
 void ReplugAllDevices(std::uint64_t offMs) {
-    for (DeviceNode* node : TheDeviceTree().All())
+    for (DeviceNode* node : TheDeviceTree().All()) {
         if (node->IsPresent() && node->parent && node->parent->IsHub() && node->kind != DeviceKind::RootHub &&
-            !(node->parent->parent && node->parent->parent->IsHub()))
+            !(node->parent->parent && node->parent->parent->IsHub())) {
             ReplugDevice(node->id, offMs);
+        }
+    }
 }
 
 } // namespace machine

@@ -12,37 +12,38 @@
 
 namespace machine {
 
-namespace {
-
 // Problems of this one run of Windows: a driver that failed to start or to go, a device to be removed or ejected.
-bool IsCuredByStart(simwin::DWORD problem) {
+static bool IsCuredByStart(simwin::DWORD problem) {
     constexpr simwin::DWORD Cured[] = {10, 14, 21, 24, 38, 43, 45, 47};
     return std::find(std::begin(Cured), std::end(Cured), problem) != std::end(Cured);
 }
 
-void PowerOffDevice(DeviceNode& node) {
+static void PowerOffDevice(DeviceNode& node) {
     ++node.startSerial;
     DropPortDriver(node);
-    for (const auto& deviceInterface : node.interfaces)
+    for (const auto& deviceInterface : node.interfaces) {
         deviceInterface->up = false;
+    }
     node.state = DeviceState::Absent;
-    if (node.returnsAfterLeaving || node.isComingBack)
+    if (node.returnsAfterLeaving || node.isComingBack) {
         node.attached = true;
-    if (node.isComingBack && node.comesBackOn)
+    }
+    if (node.isComingBack && node.comesBackOn) {
         PutOnHub(node, *node.comesBackOn, node.comesBackOnPort);
+    }
     node.leaving = node.returnsAfterLeaving = node.isComingBack = false;
     node.comesBackOn = nullptr;
     node.stoppedByProduct = node.quietStart = false;
     node.openRestart.reset();
-    if (IsCuredByStart(node.problem))
+    if (IsCuredByStart(node.problem)) {
         node.problem = node.stickyProblem;
+    }
 }
 
-} // namespace
-
 void PowerOffDevices() {
-    for (DeviceNode* node : TheDeviceTree().AllEver())
+    for (DeviceNode* node : TheDeviceTree().AllEver()) {
         PowerOffDevice(*node);
+    }
     ForgetTreeChange();
     ForgetInstalls();
     TheDosNames().Reset();
@@ -51,9 +52,11 @@ void PowerOffDevices() {
 void StartDevicesAnew() {
     TheDeviceTree().Renumber();
     ApplyMissedChanges();
-    for (DeviceNode* node : TheDeviceTree().AllEver()) // also what got its problem while the machine was off
-        if (IsCuredByStart(node->problem))
+    for (DeviceNode* node : TheDeviceTree().AllEver()) { // also what got its problem while the machine was off
+        if (IsCuredByStart(node->problem)) {
             node->problem = node->stickyProblem;
+        }
+    }
     MakeLastingDosNames();
     RunAllAtStart();
 }

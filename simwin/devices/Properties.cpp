@@ -10,18 +10,18 @@
 
 namespace machine {
 
-namespace {
-
 using namespace simwin;
 
 constexpr DWORD TypeText = 1, TypeNumber = 4, TypeTexts = 7; // REG_SZ, REG_DWORD, REG_MULTI_SZ
 constexpr DWORD CapabilityRemovable = 4;
 
+namespace {
 // Properties kept in the device's key below Enum, by the names of their values.
 struct StoredProperty {
     DWORD property;
     const char* value;
 };
+} // namespace
 constexpr StoredProperty Stored[] = {
     {CM_DRP_DEVICEDESC, "DeviceDesc"},       {CM_DRP_HARDWAREID, "HardwareID"},
     {CM_DRP_COMPATIBLEIDS, "CompatibleIDs"}, {CM_DRP_SERVICE, "Service"},
@@ -31,47 +31,50 @@ constexpr StoredProperty Stored[] = {
     {CM_DRP_CAPABILITIES, "Capabilities"},   {CM_DRP_ADDRESS, "Address"},
 };
 
-void Append(std::vector<std::uint8_t>& data, std::string_view text, bool wide) {
+static void Append(std::vector<std::uint8_t>& data, std::string_view text, bool wide) {
     for (const char c : text) {
         const char16_t unit = wide ? Utf16FromAnsiByte(static_cast<unsigned char>(c)) : static_cast<unsigned char>(c);
         data.push_back(static_cast<std::uint8_t>(unit & 0xFF));
-        if (wide)
+        if (wide) {
             data.push_back(static_cast<std::uint8_t>(unit >> 8));
+        }
     }
 }
 
-DeviceProperty Text(DWORD type, std::string_view text, bool wide) {
+static DeviceProperty Text(DWORD type, std::string_view text, bool wide) {
     DeviceProperty property{type, {}};
     Append(property.data, text, wide);
     return property;
 }
 
-std::optional<DeviceProperty> TextOrNone(const std::string& text, bool wide) {
-    if (text.empty())
+static std::optional<DeviceProperty> TextOrNone(const std::string& text, bool wide) {
+    if (text.empty()) {
         return std::nullopt;
+    }
     return Text(TypeText, text + '\0', wide);
 }
 
-std::optional<DeviceProperty> FromRegistry(const DeviceNode& node, const char* value, bool wide) {
+static std::optional<DeviceProperty> FromRegistry(const DeviceNode& node, const char* value, bool wide) {
     const RegistryValue* stored = TheRegistry().GetValue(node.enumPath, value);
-    if (!stored)
+    if (!stored) {
         return std::nullopt;
-    if (stored->type == TypeNumber)
+    }
+    if (stored->type == TypeNumber) {
         return DeviceProperty{TypeNumber, stored->data};
+    }
     if (stored->type == TypeTexts) {
         const auto* bytes = reinterpret_cast<const char*>(stored->data.data());
         return Text(TypeTexts, {bytes, stored->data.size()}, wide);
     }
-    if (stored->type == TypeText || stored->type == 2)
+    if (stored->type == TypeText || stored->type == 2) {
         return Text(TypeText, ReadableText(TextOf(*stored)) + '\0', wide);
+    }
     return DeviceProperty{stored->type, stored->data};
 }
 
-bool IsOnBoard(std::string_view id) {
+static bool IsOnBoard(std::string_view id) {
     return StartsWithNoCase(id, "ACPI\\") || StartsWithNoCase(id, "PCI\\");
 }
-
-} // namespace
 
 bool IsRemovableNode(const DeviceNode& node) {
     DWORD capabilities = 0;
@@ -91,9 +94,10 @@ std::optional<DeviceProperty> ReadDeviceProperty(const DeviceNode& node, DWORD p
         const std::string path = node.IsPresent() ? LocationPathOf(node) : std::string();
         if (path.empty()) {
             // Windows would give one, so a rule that uses it behaves differently there.
-            if (node.IsPresent() && node.IsPort() && IsOnBoard(node.id))
+            if (node.IsPresent() && node.IsPort() && IsOnBoard(node.id)) {
                 AddNote(Utf8FromAnsi("cannot tell the location path of '" + node.id +
                                      "': give it as location_path if a rule uses it"));
+            }
             return std::nullopt;
         }
         return Text(TypeTexts, path + std::string(2, '\0'), wide);
@@ -101,9 +105,11 @@ std::optional<DeviceProperty> ReadDeviceProperty(const DeviceNode& node, DWORD p
     default:
         break;
     }
-    for (const StoredProperty& stored : Stored)
-        if (stored.property == property)
+    for (const StoredProperty& stored : Stored) {
+        if (stored.property == property) {
             return FromRegistry(node, stored.value, wide);
+        }
+    }
     return std::nullopt;
 }
 

@@ -17,10 +17,9 @@
 
 namespace machine {
 
-namespace {
-
 using namespace simwin;
 
+namespace {
 struct ListEntry {
     DeviceNode* node;
     DeviceInterface* deviceInterface; // null in a list of devices
@@ -38,98 +37,109 @@ struct DeviceList : Object {
     std::map<DWORD, InstallParams> params; // by node
     std::size_t opened = 0;                // entries before this one came with the list
 };
+} // namespace
 
-GUID ClassGuidOf(const DeviceNode& node) {
+static GUID ClassGuidOf(const DeviceNode& node) {
     GUID guid{};
     GuidFromText(DeviceText(node, "ClassGUID"), guid);
     return guid;
 }
 
-DeviceList* ListOf(HDEVINFO handle) {
+static DeviceList* ListOf(HDEVINFO handle) {
     auto* list = FromHandle<DeviceList>(handle, ObjectKind::DeviceList);
-    if (!list)
+    if (!list) {
         SetError(ERROR_INVALID_HANDLE);
+    }
     return list;
 }
 
-bool HasSize(DWORD given, std::size_t wanted) {
-    if (given == wanted)
+static bool HasSize(DWORD given, std::size_t wanted) {
+    if (given == wanted) {
         return true;
+    }
     SetError(ERROR_INVALID_USER_BUFFER);
     return false;
 }
 
-bool IsGiven(const void* record) {
-    if (!record)
+static bool IsGiven(const void* record) {
+    if (!record) {
         SetError(ERROR_INVALID_PARAMETER);
+    }
     return record;
 }
 
-void GiveDevice(const ListEntry& entry, std::size_t index, SP_DEVINFO_DATA& device) {
+static void GiveDevice(const ListEntry& entry, std::size_t index, SP_DEVINFO_DATA& device) {
     device.ClassGuid = ClassGuidOf(*entry.node);
     device.DevInst = entry.node->number;
     device.Reserved = index + 1;
 }
 
 // The entry that a device record stands for; null, with the last error, if it is not in this list.
-const ListEntry* EntryOf(const DeviceList& list, const SP_DEVINFO_DATA* device) {
-    if (!IsGiven(device) || !HasSize(device->cbSize, sizeof(*device)))
+static const ListEntry* EntryOf(const DeviceList& list, const SP_DEVINFO_DATA* device) {
+    if (!IsGiven(device) || !HasSize(device->cbSize, sizeof(*device))) {
         return nullptr;
+    }
     if (device->Reserved - 1 < list.entries.size() &&
-        list.entries[device->Reserved - 1].node->number == device->DevInst)
+        list.entries[device->Reserved - 1].node->number == device->DevInst) {
         return &list.entries[device->Reserved - 1];
+    }
     SetError(ERROR_INVALID_PARAMETER);
     return nullptr;
 }
 
-const ListEntry* EntryOf(const DeviceList& list, const SP_DEVICE_INTERFACE_DATA* data) {
-    if (!IsGiven(data) || !HasSize(data->cbSize, sizeof(*data)))
+static const ListEntry* EntryOf(const DeviceList& list, const SP_DEVICE_INTERFACE_DATA* data) {
+    if (!IsGiven(data) || !HasSize(data->cbSize, sizeof(*data))) {
         return nullptr;
-    if (data->Reserved - 1 < list.entries.size() && list.entries[data->Reserved - 1].deviceInterface)
+    }
+    if (data->Reserved - 1 < list.entries.size() && list.entries[data->Reserved - 1].deviceInterface) {
         return &list.entries[data->Reserved - 1];
+    }
     SetError(ERROR_INVALID_PARAMETER);
     return nullptr;
 }
 
-void GiveInterface(const ListEntry& entry, std::size_t index, SP_DEVICE_INTERFACE_DATA& data) {
+static void GiveInterface(const ListEntry& entry, std::size_t index, SP_DEVICE_INTERFACE_DATA& data) {
     GuidFromText(entry.deviceInterface->classGuid, data.InterfaceClassGuid);
     data.Flags = entry.deviceInterface->up ? SPINT_ACTIVE : 0;
     data.Reserved = index + 1;
 }
 
 // What a call is applied to, for the trace and the faults, in lasting memory.
-const char* IdOf(const SP_DEVINFO_DATA* device) {
+static const char* IdOf(const SP_DEVINFO_DATA* device) {
     const DeviceNode* node = device ? TheDeviceTree().Find(device->DevInst) : nullptr;
     return node ? node->id.c_str() : "";
 }
 
-const char* PathOf(HDEVINFO handle, const SP_DEVICE_INTERFACE_DATA* data) {
+static const char* PathOf(HDEVINFO handle, const SP_DEVICE_INTERFACE_DATA* data) {
     const auto* list = FromHandle<DeviceList>(handle, ObjectKind::DeviceList);
     const bool known = list && data && data->Reserved - 1 < list->entries.size();
     const DeviceInterface* found = known ? list->entries[data->Reserved - 1].deviceInterface : nullptr;
     return found ? found->path.c_str() : "";
 }
 
-void AddInterfaces(DeviceList& list, const InterfaceKeys& interfaces, bool presentOnly) {
+static void AddInterfaces(DeviceList& list, const InterfaceKeys& interfaces, bool presentOnly) {
     list.entries.reserve(list.entries.size() + interfaces.size());
-    for (const auto& [key, deviceInterface] : interfaces)
-        if (!deviceInterface->node->uninstalled && (presentOnly ? deviceInterface->up : deviceInterface->registered))
+    for (const auto& [key, deviceInterface] : interfaces) {
+        if (!deviceInterface->node->uninstalled && (presentOnly ? deviceInterface->up : deviceInterface->registered)) {
             list.entries.push_back({deviceInterface->node, deviceInterface});
+        }
+    }
 }
 
-void AddAllInterfaces(DeviceList& list, bool presentOnly) {
-    for (const auto& [classGuid, interfaces] : TheDeviceTree().InterfaceClasses())
+static void AddAllInterfaces(DeviceList& list, bool presentOnly) {
+    for (const auto& [classGuid, interfaces] : TheDeviceTree().InterfaceClasses()) {
         AddInterfaces(list, interfaces, presentOnly);
+    }
 }
 
-void AddDevices(DeviceList& list, const std::string& setupClass, bool presentOnly) {
-    for (DeviceNode* node : TheDeviceTree().AllByRegistry())
+static void AddDevices(DeviceList& list, const std::string& setupClass, bool presentOnly) {
+    for (DeviceNode* node : TheDeviceTree().AllByRegistry()) {
         if ((node->installed || node->IsPresent()) && (!presentOnly || node->IsPresent()) &&
-            (setupClass.empty() || EqualNoCase(DeviceText(*node, "ClassGUID"), setupClass)))
+            (setupClass.empty() || EqualNoCase(DeviceText(*node, "ClassGUID"), setupClass))) {
             list.entries.push_back({node, nullptr});
+        }
+    }
 }
-
-} // namespace
 
 } // namespace machine
 
@@ -145,10 +155,12 @@ HDEVINFO SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HWND, DWO
         return INVALID_HANDLE_VALUE;
     }
     constexpr DWORD Known = DIGCF_PRESENT | DIGCF_ALLCLASSES | DIGCF_DEVICEINTERFACE;
-    if (flags & ~Known)
+    if (flags & ~Known) {
         NotModelled("SetupDiGetClassDevsA", "flags for default interfaces or a hardware profile");
-    if (enumerator)
+    }
+    if (enumerator) {
         NotModelled("SetupDiGetClassDevsA", "an enumerator");
+    }
     if (!classGuid && !(flags & DIGCF_ALLCLASSES)) {
         SetError(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
@@ -156,14 +168,16 @@ HDEVINFO SetupDiGetClassDevsA(const GUID* classGuid, PCSTR enumerator, HWND, DWO
     auto* list = new DeviceList;
     const bool presentOnly = flags & DIGCF_PRESENT;
     const std::string guid = classGuid && !(flags & DIGCF_ALLCLASSES) ? GuidText(*classGuid) : std::string();
-    if (!(flags & DIGCF_DEVICEINTERFACE))
+    if (!(flags & DIGCF_DEVICEINTERFACE)) {
         AddDevices(*list, guid, presentOnly);
-    else if (guid.empty())
+    } else if (guid.empty()) {
         AddAllInterfaces(*list, presentOnly);
-    else if (const InterfaceKeys* interfaces = TheDeviceTree().InterfacesOf(guid))
+    } else if (const InterfaceKeys* interfaces = TheDeviceTree().InterfacesOf(guid)) {
         AddInterfaces(*list, *interfaces, presentOnly);
-    if (flags & DIGCF_DEVICEINTERFACE)
+    }
+    if (flags & DIGCF_DEVICEINTERFACE) {
         list->interfaceClass = guid;
+    }
     list->opened = list->entries.size();
     return CurrentProcess()->handles.Open(list);
 }
@@ -193,8 +207,9 @@ BOOL SetupDiEnumDeviceInfo(HDEVINFO handle, DWORD index, PSP_DEVINFO_DATA device
         return FALSE;
     }
     const machine::DeviceList* list = ListOf(handle);
-    if (!list || !IsGiven(device) || !HasSize(device->cbSize, sizeof(*device)))
+    if (!list || !IsGiven(device) || !HasSize(device->cbSize, sizeof(*device))) {
         return FALSE;
+    }
     if (index >= list->entries.size()) {
         SetError(ERROR_NO_MORE_ITEMS);
         return FALSE;
@@ -211,8 +226,9 @@ BOOL SetupDiEnumDeviceInterfaces(HDEVINFO handle, PSP_DEVINFO_DATA device, const
         return FALSE;
     }
     const machine::DeviceList* list = ListOf(handle);
-    if (!list || !IsGiven(data) || !HasSize(data->cbSize, sizeof(*data)))
+    if (!list || !IsGiven(data) || !HasSize(data->cbSize, sizeof(*data))) {
         return FALSE;
+    }
     if (!interfaceClass) {
         SetError(ERROR_INVALID_PARAMETER);
         return FALSE;
@@ -228,14 +244,16 @@ BOOL SetupDiEnumDeviceInterfaces(HDEVINFO handle, PSP_DEVINFO_DATA device, const
         return FALSE;
     }
     const ListEntry* wanted = device ? EntryOf(*list, device) : nullptr;
-    if (device && !wanted)
+    if (device && !wanted) {
         return FALSE;
+    }
     DWORD skipped = 0;
     for (std::size_t i = 0; i < list->entries.size(); ++i) {
         const ListEntry& entry = list->entries[i];
         if (!entry.deviceInterface || entry.deviceInterface->classGuid != guid ||
-            (wanted && wanted->node != entry.node))
+            (wanted && wanted->node != entry.node)) {
             continue;
+        }
         if (skipped++ == index) {
             GiveInterface(entry, i, *data);
             return TRUE;
@@ -257,18 +275,21 @@ BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO handle, PSP_DEVICE_INTERFACE_DATA
     const machine::DeviceList* list = ListOf(handle);
     const ListEntry* entry = list ? EntryOf(*list, data) : nullptr;
     if (!entry || (device && !HasSize(device->cbSize, sizeof(*device))) ||
-        (detail && !HasSize(detail->cbSize, sizeof(*detail))))
+        (detail && !HasSize(detail->cbSize, sizeof(*detail)))) {
         return FALSE;
+    }
     if (!detail && size) {
         SetError(ERROR_INVALID_USER_BUFFER);
         return FALSE;
     }
-    if (device)
+    if (device) {
         GiveDevice(*entry, data->Reserved - 1, *device);
+    }
     const std::string& path = entry->deviceInterface->path;
     const auto room = static_cast<DWORD>(offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_A, DevicePath) + path.size() + 1);
-    if (needed)
+    if (needed) {
         *needed = room;
+    }
     if (!detail || size < room) {
         SetError(ERROR_INSUFFICIENT_BUFFER);
         return FALSE;
@@ -281,15 +302,17 @@ BOOL SetupDiGetDeviceInterfaceDetailA(HDEVINFO handle, PSP_DEVICE_INTERFACE_DATA
 BOOL SetupDiOpenDeviceInterfaceA(HDEVINFO handle, PCSTR path, DWORD flags, PSP_DEVICE_INTERFACE_DATA data) {
     SIM_CALL("SetupDiOpenDeviceInterfaceA", path ? path : "", ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER,
              ERROR_NOT_ENOUGH_MEMORY, ERROR_NO_SUCH_DEVICE_INTERFACE);
-    if (flags)
+    if (flags) {
         NotModelled("SetupDiOpenDeviceInterfaceA", "flags");
+    }
     if (simCall.error) {
         SetError(simCall.error);
         return FALSE;
     }
     machine::DeviceList* list = ListOf(handle);
-    if (!list || (data && !HasSize(data->cbSize, sizeof(*data))))
+    if (!list || (data && !HasSize(data->cbSize, sizeof(*data)))) {
         return FALSE;
+    }
     const std::string_view whole = path ? path : "";
     DeviceInterface* found = whole.size() > 4 ? TheDeviceTree().FindInterface(whole.substr(4)) : nullptr;
     if (!found || !found->registered) {
@@ -297,8 +320,9 @@ BOOL SetupDiOpenDeviceInterfaceA(HDEVINFO handle, PCSTR path, DWORD flags, PSP_D
         return FALSE;
     }
     list->entries.push_back({found->node, found});
-    if (data)
+    if (data) {
         GiveInterface(list->entries.back(), list->entries.size() - 1, *data);
+    }
     return TRUE;
 }
 
@@ -312,8 +336,9 @@ BOOL SetupDiGetDeviceRegistryPropertyA(HDEVINFO handle, PSP_DEVINFO_DATA device,
     }
     const machine::DeviceList* list = ListOf(handle);
     const ListEntry* entry = list ? EntryOf(*list, device) : nullptr;
-    if (!entry)
+    if (!entry) {
         return FALSE;
+    }
     if (entry->node->uninstalled) {
         SetError(ERROR_NO_SUCH_DEVINST);
         return FALSE;
@@ -328,10 +353,12 @@ BOOL SetupDiGetDeviceRegistryPropertyA(HDEVINFO handle, PSP_DEVINFO_DATA device,
         SetError(ERROR_INVALID_DATA);
         return FALSE;
     }
-    if (type)
+    if (type) {
         *type = found->type;
-    if (needed)
+    }
+    if (needed) {
         *needed = static_cast<DWORD>(found->data.size());
+    }
     if (!buffer || size < found->data.size()) {
         SetError(ERROR_INSUFFICIENT_BUFFER);
         return FALSE;
@@ -350,16 +377,19 @@ BOOL SetupDiSetClassInstallParamsA(HDEVINFO handle, PSP_DEVINFO_DATA device, PSP
     }
     machine::DeviceList* list = ListOf(handle);
     const ListEntry* entry = list ? EntryOf(*list, device) : nullptr;
-    if (!entry)
+    if (!entry) {
         return FALSE;
+    }
     InstallParams set;
     if (params) {
-        if (size < sizeof(*params) || !HasSize(params->cbSize, sizeof(*params)))
+        if (size < sizeof(*params) || !HasSize(params->cbSize, sizeof(*params))) {
             return FALSE;
+        }
         set.function = params->InstallFunction;
         const bool isChange = set.function == DIF_PROPERTYCHANGE;
-        if (!isChange && set.function != DIF_REMOVE)
+        if (!isChange && set.function != DIF_REMOVE) {
             NotModelled("SetupDiSetClassInstallParamsA", "parameters other than for a property change or a removal");
+        }
         if (size < (isChange ? sizeof(SP_PROPCHANGE_PARAMS) : sizeof(SP_REMOVEDEVICE_PARAMS))) {
             SetError(ERROR_INVALID_PARAMETER);
             return FALSE;
@@ -367,8 +397,9 @@ BOOL SetupDiSetClassInstallParamsA(HDEVINFO handle, PSP_DEVINFO_DATA device, PSP
         const auto* change = reinterpret_cast<const SP_PROPCHANGE_PARAMS*>(params);
         set.change = isChange ? change->StateChange : 0;
         const DWORD scope = isChange ? change->Scope : reinterpret_cast<const SP_REMOVEDEVICE_PARAMS*>(params)->Scope;
-        if (scope != DICS_FLAG_GLOBAL)
+        if (scope != DICS_FLAG_GLOBAL) {
             NotModelled("SetupDiSetClassInstallParamsA", "a hardware profile");
+        }
     }
     list->params[entry->node->number] = set;
     return TRUE;
@@ -379,8 +410,9 @@ BOOL SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO handle, PSP_DEVINF
              ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY, ERROR_NO_DRIVER_SELECTED, ERROR_NO_SUCH_DEVINST);
     const machine::DeviceList* list = ListOf(handle);
     const ListEntry* entry = list ? EntryOf(*list, device) : nullptr;
-    if (!entry)
+    if (!entry) {
         return FALSE;
+    }
     DeviceNode* node = entry->node; // the list may be gone when the device has started
     const auto params = list->params.find(node->number);
     if (params == list->params.end() || params->second.function != function) {
@@ -389,8 +421,9 @@ BOOL SetupDiCallClassInstaller(DI_FUNCTION function, HDEVINFO handle, PSP_DEVINF
     }
     const DWORD change = params->second.change;
     if (simCall.error || !MayChangeDevices()) {
-        if (function == DIF_PROPERTYCHANGE)
+        if (function == DIF_PROPERTYCHANGE) {
             NoteFailedRestart(*node, MeansOfChange(change));
+        }
         SetError(simCall.error ? simCall.error : ERROR_ACCESS_DENIED);
         return FALSE;
     }
@@ -414,8 +447,9 @@ BOOL SetupDiRemoveDevice(HDEVINFO handle, PSP_DEVINFO_DATA device) {
     }
     const machine::DeviceList* list = ListOf(handle);
     const ListEntry* entry = list ? EntryOf(*list, device) : nullptr;
-    if (!entry)
+    if (!entry) {
         return FALSE;
+    }
     if (entry->node->uninstalled) {
         SetError(ERROR_NO_SUCH_DEVINST);
         return FALSE;

@@ -8,12 +8,10 @@ namespace machine {
 
 using namespace simwin;
 
-namespace {
-
-DrawingState* g_drawing;
+static DrawingState* g_drawing;
 constexpr LONG SystemFontHeight = 12;
 
-HGDIOBJ AddSystemObject(GdiKind kind) {
+static HGDIOBJ AddSystemObject(GdiKind kind) {
     const std::uint64_t handle = NewDrawingHandle();
     GdiObject object{kind};
     object.fontHeight = SystemFontHeight;
@@ -23,14 +21,15 @@ HGDIOBJ AddSystemObject(GdiKind kind) {
     return reinterpret_cast<HGDIOBJ>(handle);
 }
 
-void DropOf(Process& process) {
-    if (!g_drawing)
+static void DropOf(Process& process) {
+    if (!g_drawing) {
         return; // the machine is being taken down
+    }
     std::erase_if(g_drawing->objects, [&](const auto& entry) { return entry.second.process == &process; });
     std::erase_if(g_drawing->contexts, [&](const auto& entry) { return entry.second.process == &process; });
 }
 
-void Create() {
+static void Create() {
     g_drawing = new DrawingState;
     g_drawing->nullPen = AddSystemObject(GdiKind::Pen);
     g_drawing->brush = AddSystemObject(GdiKind::Brush);
@@ -39,15 +38,15 @@ void Create() {
     OnProcessEnd(DropOf);
 }
 
-void Destroy() {
+static void Destroy() {
     delete g_drawing;
     g_drawing = nullptr;
 }
 
-Room g_room(55, Create, Destroy);
+static Room g_room(55, Create, Destroy);
 
 // The list that a context draws on, and its width; null for the screen and for a layered window.
-DisplayList* TargetOf(const DeviceContext& context, LONG* width, LONG* height) {
+static DisplayList* TargetOf(const DeviceContext& context, LONG* width, LONG* height) {
     if (context.isMemory) {
         GdiObject* bitmap = GdiFor(context.bitmap);
         *width = bitmap->size.cx;
@@ -55,32 +54,34 @@ DisplayList* TargetOf(const DeviceContext& context, LONG* width, LONG* height) {
         return &bitmap->drawn;
     }
     Window* window = WindowFor(context.window);
-    if (!window || !ShowsDrawing(*window))
+    if (!window || !ShowsDrawing(*window)) {
         return nullptr;
+    }
     *width = window->rect.right - window->rect.left;
     *height = window->rect.bottom - window->rect.top;
     return &window->drawn;
 }
 
-void AddItem(const DeviceContext& context, DrawnItem item, bool isFill) {
+static void AddItem(const DeviceContext& context, DrawnItem item, bool isFill) {
     LONG width = 0, height = 0;
     DisplayList* drawn = TargetOf(context, &width, &height);
-    if (!drawn)
+    if (!drawn) {
         return;
+    }
     if (context.layout & LAYOUT_RTL) {
         const RECT place = item.place;
         item.place.left = width - place.right;
         item.place.right = width - place.left;
     }
     if (isFill && item.place.left <= 0 && item.place.top <= 0 && item.place.right >= width &&
-        item.place.bottom >= height)
+        item.place.bottom >= height) {
         drawn->clear();
+    }
     drawn->push_back(std::move(item));
-    if (const Window* window = context.isMemory ? nullptr : WindowFor(context.window))
+    if (const Window* window = context.isMemory ? nullptr : WindowFor(context.window)) {
         TellChange(*window, WindowChange::Drawn);
+    }
 }
-
-} // namespace
 
 DrawingState& TheDrawing() {
     return *g_drawing;
@@ -139,8 +140,9 @@ void ShowOnWindow(Window& window, DisplayList drawn) {
 // A region that a window takes over no longer belongs to the program.
 LRESULT GiveRegion(HWND handle, HRGN region) {
     Window* window = WindowFor(handle);
-    if (!window)
+    if (!window) {
         return 0;
+    }
     if (!region) {
         window->region.reset();
         return 1;
@@ -162,8 +164,9 @@ SIZE TextSize(const std::string& text, LONG fontHeight) {
     while (start < text.size()) {
         const std::size_t end = std::min(text.find('\n', start), text.size());
         std::size_t length = end - start;
-        if (length > 0 && text[end - 1] == '\r')
+        if (length > 0 && text[end - 1] == '\r') {
             --length;
+        }
         size.cx = std::max(size.cx, static_cast<LONG>(length) * charWidth);
         size.cy += lineHeight;
         start = end + 1;

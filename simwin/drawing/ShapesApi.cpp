@@ -9,8 +9,6 @@
 
 namespace machine {
 
-namespace {
-
 using namespace simwin;
 
 constexpr const char* IconGroups = "#14"; // the resource type of icons
@@ -19,42 +17,45 @@ constexpr int LoadedSize = 32; // of an icon that is loaded without a size
 const HCURSOR ArrowCursor = reinterpret_cast<HCURSOR>(0x20001ull);
 
 template<typename Result>
-Result Fail(DWORD error, Result result) {
+static Result Fail(DWORD error, Result result) {
     SetError(error);
     return result;
 }
 
-DeviceContext* UseContext(HDC handle, DWORD error = 0) {
+static DeviceContext* UseContext(HDC handle, DWORD error = 0) {
     DeviceContext* context = error ? nullptr : ContextFor(handle);
-    if (!context)
+    if (!context) {
         SetError(error ? error : DWORD{ERROR_INVALID_HANDLE});
+    }
     return context;
 }
 
 // One icon for each size of a group that is shared; null with the last error set.
-HICON IconOf(LPCSTR name, int width, int height, bool isShared) {
-    if (ProgramResources().empty())
+static HICON IconOf(LPCSTR name, int width, int height, bool isShared) {
+    if (ProgramResources().empty()) {
         return Fail<HICON>(ERROR_RESOURCE_TYPE_NOT_FOUND, nullptr);
+    }
     const std::string id = ResourceId(name);
-    if (!FindProgramResource(IconGroups, id))
+    if (!FindProgramResource(IconGroups, id)) {
         return Fail<HICON>(ERROR_RESOURCE_NAME_NOT_FOUND, nullptr);
+    }
     const int resource = std::atoi(id.c_str() + 1);
     auto& icons = TheDrawing().icons;
-    for (const auto& [handle, icon] : icons)
-        if (isShared && icon.isShared && icon.resource == resource && icon.width == width && icon.height == height)
+    for (const auto& [handle, icon] : icons) {
+        if (isShared && icon.isShared && icon.resource == resource && icon.width == width && icon.height == height) {
             return reinterpret_cast<HICON>(handle);
+        }
+    }
     const std::uint64_t handle = NewDrawingHandle();
     icons.emplace(handle, IconFacts{resource, width, height, isShared});
     return reinterpret_cast<HICON>(handle);
 }
 
-const IconFacts* IconFor(HICON handle) {
+static const IconFacts* IconFor(HICON handle) {
     const auto& icons = TheDrawing().icons;
     const auto found = icons.find(reinterpret_cast<std::uint64_t>(handle));
     return found == icons.end() ? nullptr : &found->second;
 }
-
-} // namespace
 
 } // namespace machine
 
@@ -65,10 +66,12 @@ using namespace machine;
 BOOL RoundRect(HDC handle, int left, int top, int right, int bottom, int width, int) {
     SIM_CALL("RoundRect", "", ERROR_INVALID_HANDLE);
     const DeviceContext* context = UseContext(handle, simCall.error);
-    if (!context)
+    if (!context) {
         return FALSE;
-    if (context->pen != TheDrawing().nullPen)
+    }
+    if (context->pen != TheDrawing().nullPen) {
         NotModelled("RoundRect", "a pen other than the null pen");
+    }
     DrawnItem item;
     item.kind = DrawnKind::Fill;
     item.place = {left, top, right, bottom};
@@ -80,8 +83,9 @@ BOOL RoundRect(HDC handle, int left, int top, int right, int bottom, int width, 
 
 HRGN CreateRoundRectRgn(int left, int top, int right, int bottom, int width, int) {
     SIM_CALL("CreateRoundRectRgn", "", ERROR_NOT_ENOUGH_MEMORY);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail<HRGN>(simCall.error, nullptr);
+    }
     GdiObject region{GdiKind::Region};
     region.shape = {{left, top, right - 1, bottom - 1}, width}; // one pixel less than was asked for, as on Windows
     return static_cast<HRGN>(AddGdi(std::move(region)));
@@ -92,8 +96,9 @@ BOOL FrameRgn(HDC handle, HRGN region, HBRUSH brush, int, int) {
     const DeviceContext* context = UseContext(handle, simCall.error);
     const GdiObject* shape = GdiFor(region, GdiKind::Region);
     const GdiObject* colour = GdiFor(brush, GdiKind::Brush);
-    if (!context || !shape || !colour)
+    if (!context || !shape || !colour) {
         return Fail(ERROR_INVALID_HANDLE, FALSE);
+    }
     DrawnItem item;
     item.kind = DrawnKind::Frame;
     item.place = shape->shape.rect;
@@ -105,10 +110,12 @@ BOOL FrameRgn(HDC handle, HRGN region, HBRUSH brush, int, int) {
 
 HFONT CreateFontIndirectA(const LOGFONTA* font) {
     SIM_CALL("CreateFontIndirectA", font->lfFaceName, ERROR_NOT_ENOUGH_MEMORY);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail<HFONT>(simCall.error, nullptr);
-    if (font->lfHeight >= 0)
+    }
+    if (font->lfHeight >= 0) {
         NotModelled("CreateFontIndirectA", "a height that is not negative");
+    }
     GdiObject object{GdiKind::Font};
     object.fontHeight = -font->lfHeight;
     object.isBold = font->lfWeight >= FW_BOLD;
@@ -117,11 +124,13 @@ HFONT CreateFontIndirectA(const LOGFONTA* font) {
 
 int DrawTextA(HDC handle, LPCSTR text, int count, LPRECT rect, UINT format) {
     SIM_CALL("DrawTextA", "", ERROR_INVALID_HANDLE);
-    if (format & ~(DT_RIGHT | DT_CALCRECT | DT_NOPREFIX | DT_RTLREADING) || !(format & (DT_NOPREFIX | DT_CALCRECT)))
+    if (format & ~(DT_RIGHT | DT_CALCRECT | DT_NOPREFIX | DT_RTLREADING) || !(format & (DT_NOPREFIX | DT_CALCRECT))) {
         NotModelled("DrawTextA", "this format");
+    }
     const DeviceContext* context = UseContext(handle, simCall.error);
-    if (!context)
+    if (!context) {
         return 0;
+    }
     const GdiObject& font = SelectedFont(*context);
     DrawnItem item;
     item.kind = DrawnKind::Text;
@@ -144,47 +153,56 @@ int DrawTextA(HDC handle, LPCSTR text, int count, LPRECT rect, UINT format) {
 
 HICON LoadIconA(HINSTANCE instance, LPCSTR name) {
     SIM_CALL("LoadIconA", ResourceId(name), ERROR_RESOURCE_TYPE_NOT_FOUND, ERROR_RESOURCE_NAME_NOT_FOUND);
-    if (!instance)
+    if (!instance) {
         NotModelled("LoadIconA", "the system's own icons");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail<HICON>(simCall.error, nullptr);
+    }
     return IconOf(name, LoadedSize, LoadedSize, /*isShared=*/true);
 }
 
 HCURSOR LoadCursorA(HINSTANCE instance, LPCSTR name) {
     SIM_CALL("LoadCursorA", ResourceId(name));
-    if (instance || ResourceId(name) != SystemArrow)
+    if (instance || ResourceId(name) != SystemArrow) {
         NotModelled("LoadCursorA", "anything but the system's arrow");
+    }
     return ArrowCursor;
 }
 
 HANDLE LoadImageA(HINSTANCE instance, LPCSTR name, UINT kind, int width, int height, UINT flags) {
     SIM_CALL("LoadImageA", ResourceId(name), ERROR_RESOURCE_TYPE_NOT_FOUND, ERROR_RESOURCE_NAME_NOT_FOUND);
-    if (!instance || kind != IMAGE_ICON || (flags & ~LR_SHARED))
+    if (!instance || kind != IMAGE_ICON || (flags & ~LR_SHARED)) {
         NotModelled("LoadImageA", "anything but an icon of the program");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail<HANDLE>(simCall.error, nullptr);
+    }
     return IconOf(name, width, height, (flags & LR_SHARED) != 0);
 }
 
 BOOL DestroyIcon(HICON icon) {
     SIM_CALL("DestroyIcon", "");
     const IconFacts* facts = IconFor(icon);
-    if (!facts)
+    if (!facts) {
         return Fail(ERROR_INVALID_CURSOR_HANDLE, FALSE);
-    if (!facts->isShared)
+    }
+    if (!facts->isShared) {
         TheDrawing().icons.erase(reinterpret_cast<std::uint64_t>(icon));
+    }
     return TRUE;
 }
 
 BOOL DrawIconEx(HDC handle, int x, int y, HICON icon, int width, int height, UINT, HBRUSH, UINT flags) {
     SIM_CALL("DrawIconEx", "", ERROR_INVALID_HANDLE);
-    if (flags != DI_NORMAL)
+    if (flags != DI_NORMAL) {
         NotModelled("DrawIconEx", "flags other than DI_NORMAL");
+    }
     const DeviceContext* context = UseContext(handle, simCall.error);
     const IconFacts* facts = IconFor(icon);
-    if (!context || !facts)
+    if (!context || !facts) {
         return Fail(context ? DWORD{ERROR_INVALID_CURSOR_HANDLE} : DWORD{ERROR_INVALID_HANDLE}, FALSE);
+    }
     DrawnItem item;
     item.kind = DrawnKind::Icon;
     item.place = {x, y, x + width, y + height};
@@ -195,11 +213,13 @@ BOOL DrawIconEx(HDC handle, int x, int y, HICON icon, int width, int height, UIN
 
 BOOL DrawFrameControl(HDC handle, LPRECT rect, UINT kind, UINT state) {
     SIM_CALL("DrawFrameControl", "", ERROR_INVALID_HANDLE);
-    if (kind != DFC_CAPTION || (state & ~DFCS_FLAT) != DFCS_CAPTIONCLOSE)
+    if (kind != DFC_CAPTION || (state & ~DFCS_FLAT) != DFCS_CAPTIONCLOSE) {
         NotModelled("DrawFrameControl", "anything but a caption's close mark");
+    }
     const DeviceContext* context = UseContext(handle, simCall.error);
-    if (!context)
+    if (!context) {
         return FALSE;
+    }
     DrawnItem item;
     item.kind = DrawnKind::Control;
     item.place = *rect;

@@ -8,8 +8,6 @@
 
 namespace machine {
 
-namespace {
-
 using namespace simwin;
 
 const HTHEME ToolTipTheme = reinterpret_cast<HTHEME>(0x60001ull);
@@ -20,25 +18,25 @@ constexpr LONG BalloonDiameter = 7;
 constexpr LONG BrokenExtent = 10'000; // what a broken theme measures
 constexpr LONG FontPoints = 9, PointsPerInch = 72;
 
-std::string Narrow(LPCWSTR text, int count) {
+static std::string Narrow(LPCWSTR text, int count) {
     std::u16string wide;
-    for (int i = 0; count < 0 ? text[i] != 0 : i < count; ++i)
+    for (int i = 0; count < 0 ? text[i] != 0 : i < count; ++i) {
         wide += static_cast<char16_t>(text[i]);
+    }
     return AnsiFromUtf16(wide);
 }
 
-LONG FontHeight() {
+static LONG FontHeight() {
     return (FontPoints * TheSetup().dpi + PointsPerInch / 2) / PointsPerInch;
 }
 
 // 0, or the error of the call.
-HRESULT CheckPart(HTHEME theme, HDC context, int part) {
-    if (theme != ToolTipTheme || !ContextFor(context))
+static HRESULT CheckPart(HTHEME theme, HDC context, int part) {
+    if (theme != ToolTipTheme || !ContextFor(context)) {
         return NoTheme;
+    }
     return part >= StandardPart && part <= ClosePart ? 0 : NoPart;
 }
-
-} // namespace
 
 } // namespace machine
 
@@ -63,8 +61,9 @@ static BOOL IsThemeActive() {
 
 static HRESULT DrawThemeBackground(HTHEME theme, HDC handle, int part, int state, const RECT* rect, const RECT*) {
     SIM_CALL("DrawThemeBackground", "");
-    if (const HRESULT wrong = CheckPart(theme, handle, part))
+    if (const HRESULT wrong = CheckPart(theme, handle, part)) {
         return wrong;
+    }
     DrawnItem item;
     item.kind = DrawnKind::Theme;
     item.place = *rect;
@@ -72,26 +71,30 @@ static HRESULT DrawThemeBackground(HTHEME theme, HDC handle, int part, int state
     item.state = state;
     item.colour = TheAppearance().infoBack;
     item.diameter = part == BalloonPart ? BalloonDiameter : 0;
-    if (part == BalloonPart)
+    if (part == BalloonPart) {
         DrawFill(*ContextFor(handle), std::move(item));
-    else
+    } else {
         Draw(*ContextFor(handle), std::move(item));
+    }
     return 0;
 }
 
 static void CheckFormat(const char* call, DWORD format) {
-    if (format & ~(DT_RIGHT | DT_NOPREFIX | DT_RTLREADING))
+    if (format & ~(DT_RIGHT | DT_NOPREFIX | DT_RTLREADING)) {
         NotModelled(call, "this format");
+    }
 }
 
 static HRESULT DrawThemeText(HTHEME theme, HDC handle, int part, int state, LPCWSTR text, int count, DWORD format,
                              DWORD more, const RECT* rect) {
     SIM_CALL("DrawThemeText", "");
     CheckFormat("DrawThemeText", format);
-    if (more)
+    if (more) {
         NotModelled("DrawThemeText", "a text that is greyed");
-    if (const HRESULT wrong = CheckPart(theme, handle, part))
+    }
+    if (const HRESULT wrong = CheckPart(theme, handle, part)) {
         return wrong;
+    }
     DrawnItem item;
     item.kind = DrawnKind::Text;
     item.text = Narrow(text, count);
@@ -112,11 +115,13 @@ static HRESULT GetThemeTextExtent(HTHEME theme, HDC handle, int part, int, LPCWS
                                   const RECT* bounds, RECT* extent) {
     SIM_CALL("GetThemeTextExtent", "");
     CheckFormat("GetThemeTextExtent", format & ~DWORD{DT_CALCRECT}); // it measures anyway
-    if (const HRESULT wrong = CheckPart(theme, handle, part))
+    if (const HRESULT wrong = CheckPart(theme, handle, part)) {
         return wrong;
+    }
     SIZE size = TextSize(Narrow(text, count), FontHeight());
-    if (TheAppearance().theme == Appearance::Theme::Broken)
+    if (TheAppearance().theme == Appearance::Theme::Broken) {
         size = {BrokenExtent, BrokenExtent};
+    }
     const LONG left = bounds ? bounds->left : 0, top = bounds ? bounds->top : 0;
     *extent = {left, top, left + size.cx, top + size.cy};
     return 0;

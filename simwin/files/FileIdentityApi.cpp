@@ -11,22 +11,22 @@
 
 namespace machine {
 
-namespace {
-
 using simwin::BOOL;
 using simwin::DWORD;
 
-FileNode* NodeOf(simwin::HANDLE handle) {
+static FileNode* NodeOf(simwin::HANDLE handle) {
     const auto* file = FromHandle<OpenFile>(handle, ObjectKind::File);
     return file ? file->node.get() : nullptr;
 }
 
 // The requested part of a descriptor.
-SecurityDescriptor PartOf(SecurityDescriptor part, simwin::SECURITY_INFORMATION what) {
-    if (!(what & simwin::OWNER_SECURITY_INFORMATION))
+static SecurityDescriptor PartOf(SecurityDescriptor part, simwin::SECURITY_INFORMATION what) {
+    if (!(what & simwin::OWNER_SECURITY_INFORMATION)) {
         part.owner.clear();
-    if (!(what & simwin::GROUP_SECURITY_INFORMATION))
+    }
+    if (!(what & simwin::GROUP_SECURITY_INFORMATION)) {
         part.group.clear();
+    }
     if (!(what & simwin::DACL_SECURITY_INFORMATION)) {
         part.hasDacl = part.isProtected = part.autoInherited = false;
         part.dacl.clear();
@@ -34,25 +34,25 @@ SecurityDescriptor PartOf(SecurityDescriptor part, simwin::SECURITY_INFORMATION 
     return part;
 }
 
-DWORD FinalPathNameByHandle(simwin::HANDLE file, simwin::LPSTR path, DWORD size, DWORD flags) {
+static DWORD FinalPathNameByHandle(simwin::HANDLE file, simwin::LPSTR path, DWORD size, DWORD flags) {
     SIM_CALL("GetFinalPathNameByHandleA", "", simwin::ERROR_INVALID_HANDLE, simwin::ERROR_ACCESS_DENIED);
-    if (flags)
+    if (flags) {
         NotModelled("GetFinalPathNameByHandleA", "names of volumes");
+    }
     const FileNode* node = NodeOf(file);
     if (simCall.error || !node) {
         SetError(simCall.error ? simCall.error : DWORD{simwin::ERROR_INVALID_HANDLE});
         return 0;
     }
     const std::string text = "\\\\?\\" + node->Path();
-    if (text.size() >= size)
+    if (text.size() >= size) {
         return static_cast<DWORD>(text.size() + 1);
+    }
     memcpy(path, text.c_str(), text.size() + 1);
     return static_cast<DWORD>(text.size());
 }
 
 const OptionalOperation Optional("kernel32.dll", "GetFinalPathNameByHandleA", AsProc(FinalPathNameByHandle), 0x0600);
-
-} // namespace
 
 } // namespace machine
 
@@ -81,8 +81,9 @@ DWORD GetLongPathNameA(LPCSTR name, LPSTR path, DWORD size) {
         SetError(simCall.error ? simCall.error : DWORD{ERROR_FILE_NOT_FOUND});
         return 0;
     }
-    if (parsed.full.size() >= size)
+    if (parsed.full.size() >= size) {
         return static_cast<DWORD>(parsed.full.size() + 1);
+    }
     memcpy(path, parsed.full.c_str(), parsed.full.size() + 1);
     return static_cast<DWORD>(parsed.full.size());
 }
@@ -90,25 +91,30 @@ DWORD GetLongPathNameA(LPCSTR name, LPSTR path, DWORD size) {
 BOOL GetFileSecurityA(LPCSTR name, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR descriptor, DWORD size,
                       LPDWORD needed) {
     SIM_CALL("GetFileSecurityA", name, ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED);
-    if (what & ~(OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION))
+    if (what & ~(OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION)) {
         NotModelled("GetFileSecurityA", "parts other than owner, group and access list");
+    }
     const ParsedPath parsed = ParsePath(name, CurrentProcess()->currentDirectory);
     const FileNode* node = parsed.error ? nullptr : TheFiles().Find(parsed.full);
     DWORD error = simCall.error;
-    if (!error && !node)
+    if (!error && !node) {
         error = ERROR_FILE_NOT_FOUND;
-    if (!error && !GrantedAccess(*node->security, CurrentCaller(), READ_CONTROL, FileMapping))
+    }
+    if (!error && !GrantedAccess(*node->security, CurrentCaller(), READ_CONTROL, FileMapping)) {
         error = ERROR_ACCESS_DENIED;
+    }
     if (!error) {
         const std::vector<std::uint8_t> bytes = ToBinary(PartOf(*node->security, what));
         *needed = static_cast<DWORD>(bytes.size());
-        if (size < bytes.size())
+        if (size < bytes.size()) {
             error = ERROR_INSUFFICIENT_BUFFER;
-        else
+        } else {
             memcpy(descriptor, bytes.data(), bytes.size());
+        }
     }
-    if (!error)
+    if (!error) {
         return TRUE;
+    }
     SetError(error);
     return FALSE;
 }

@@ -11,8 +11,6 @@
 
 namespace machine {
 
-namespace {
-
 // Only the system and administrators may write: the system's and the programs' folders.
 constexpr const char* ProgramsSddl = "O:BAG:SYD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200A9;;;BU)";
 // A drive's root: users may make folders, and work freely inside those, but create no files in the root itself.
@@ -23,22 +21,20 @@ constexpr const char* SystemFiles[] = {"advapi32.dll", "cfgmgr32.dll", "comctl32
                                        "netapi32.dll", "ntdll.dll",    "ole32.dll",    "setupapi.dll", "shell32.dll",
                                        "shlwapi.dll",  "user32.dll",   "version.dll",  "winmm.dll",    "wtsapi32.dll"};
 
-std::shared_ptr<const SecurityDescriptor> FromSddl(const char* text) {
+static std::shared_ptr<const SecurityDescriptor> FromSddl(const char* text) {
     return std::make_shared<const SecurityDescriptor>(*ParseSddl(text));
 }
 
-std::string SystemFileVersion() {
+static std::string SystemFileVersion() {
     const WindowsVersion& version = TheSetup().version;
     return std::to_string(version.major) + "." + std::to_string(version.minor) + "." + std::to_string(version.build) +
            ".1";
 }
 
 // Characters that no name may contain.
-bool IsBadNameChar(char c) {
+static bool IsBadNameChar(char c) {
     return (c >= 0 && c < ' ') || std::string_view("<>\"|*?:").find(c) != std::string_view::npos;
 }
-
-} // namespace
 
 // What the room keeps besides the files themselves.
 struct FileRoom {
@@ -62,16 +58,21 @@ static void DescribeSystem() {
     const std::string windows = WindowsDirectory(), system = SystemDirectory();
     const Setup& setup = TheSetup();
     for (const std::string& folder :
-         {windows, std::string("C:\\Program Files"), std::string("C:\\Program Files (x86)")})
+         {windows, std::string("C:\\Program Files"), std::string("C:\\Program Files (x86)")}) {
         files.MakeFolder(folder)->security = FromSddl(ProgramsSddl);
-    for (const char* name : SystemFiles)
+    }
+    for (const char* name : SystemFiles) {
         files.Write(system + "\\" + name, "MZ")->fileVersion = SystemFileVersion();
-    if (setup.version.Packed() >= 0x0501)
+    }
+    if (setup.version.Packed() >= 0x0501) {
         files.Write(system + "\\uxtheme.dll", "MZ")->fileVersion = SystemFileVersion();
-    if (setup.version.Packed() >= 0x0603)
+    }
+    if (setup.version.Packed() >= 0x0603) {
         files.Write(system + "\\Shcore.dll", "MZ")->fileVersion = SystemFileVersion();
-    for (const std::string& name : {windows + "\\notepad.exe", windows + "\\explorer.exe", system + "\\cmd.exe"})
+    }
+    for (const std::string& name : {windows + "\\notepad.exe", windows + "\\explorer.exe", system + "\\cmd.exe"}) {
         files.Write(name, "MZ")->fileVersion = SystemFileVersion();
+    }
     files.MakeFolder(windows + "\\Temp");
     files.Write(setup.directory + "\\" + setup.executable, "MZ");
 
@@ -86,8 +87,9 @@ static void DescribeSystem() {
                    {"COMPUTERNAME", "LAB-PC"},
                    {"ComSpec", system + "\\cmd.exe"},
                    {"Path", system + ";" + windows}};
-    if (setup.x64Windows)
+    if (setup.x64Windows) {
         environment["ProgramFiles(x86)"] = "C:\\Program Files (x86)";
+    }
 }
 
 static Room g_fileRoom(
@@ -152,20 +154,26 @@ std::string GetEnvironment(std::string_view name, bool* found) {
     std::optional<std::string> value;
     if (const Thread* thread = CurrentThread()) {
         const auto described = room.environmentOf.find(thread->process->environmentOf);
-        if (described != room.environmentOf.end())
-            if (const std::string* own = FindIn(described->second, name))
+        if (described != room.environmentOf.end()) {
+            if (const std::string* own = FindIn(described->second, name)) {
                 value = *own;
+            }
+        }
     }
-    if (!value)
-        if (const std::string* common = FindIn(room.environment, name))
+    if (!value) {
+        if (const std::string* common = FindIn(room.environment, name)) {
             value = *common;
+        }
+    }
     if (!value && CurrentThread()) {
         const FileRoom::Environment account = EnvironmentOfAccount(CurrentProcess()->environmentOf);
-        if (const std::string* own = FindIn(account, name))
+        if (const std::string* own = FindIn(account, name)) {
             value = *own;
+        }
     }
-    if (found)
+    if (found) {
         *found = value.has_value();
+    }
     return value.value_or("");
 }
 
@@ -211,26 +219,31 @@ OpenFile::~OpenFile() {
 }
 
 void OpenFile::LastHandleClosed() {
-    if (device)
+    if (device) {
         device->Closed();
-    if (!node)
+    }
+    if (!node) {
         return;
+    }
     std::erase(node->holders, &holder);
-    if (node->deletePending && node->holders.empty() && g_room)
+    if (node->deletePending && node->holders.empty() && g_room) {
         RoomFiles().Unlink(node.get());
+    }
 }
 
 std::string FileNode::Path() const {
-    if (!parent)
+    if (!parent) {
         return name;
+    }
     const std::string folderPath = parent->Path();
     return folderPath.ends_with('\\') ? folderPath + name : folderPath + "\\" + name;
 }
 
 std::string FolderOfPath(std::string_view fullPath) {
     const std::size_t slash = fullPath.rfind('\\');
-    if (slash == std::string_view::npos || slash + 1 == fullPath.size())
+    if (slash == std::string_view::npos || slash + 1 == fullPath.size()) {
         return {};
+    }
     return std::string(fullPath.substr(0, slash == 2 ? 3 : slash));
 }
 
@@ -242,8 +255,9 @@ ParsedPath ParsePath(std::string_view path, std::string_view currentDirectory) {
     ParsedPath result;
     std::string text(path);
     std::replace(text.begin(), text.end(), '/', '\\');
-    if (text.starts_with("\\\\?\\"))
+    if (text.starts_with("\\\\?\\")) {
         text.erase(0, 4);
+    }
     std::string base(currentDirectory.empty() ? "C:" : currentDirectory);
     if (text.starts_with("\\\\")) {
         result.error = 53; // ERROR_BAD_NETPATH
@@ -265,34 +279,43 @@ ParsedPath ParsePath(std::string_view path, std::string_view currentDirectory) {
     const std::vector<std::string> more = Split(text, '\\');
     for (std::size_t i = 0; i < more.size(); ++i) {
         std::string name = more[i];
-        if (name.empty() || name == ".")
+        if (name.empty() || name == ".") {
             continue;
+        }
         if (name == "..") {
-            if (!names.empty())
+            if (!names.empty()) {
                 names.pop_back();
+            }
             continue;
         }
         const std::size_t colon = name.find(':');
         if (colon != std::string::npos && i + 1 == more.size()) {
             result.stream = name.substr(colon + 1);
             name.resize(colon);
-            if (EndsWithNoCase(result.stream, ":$DATA"))
+            if (EndsWithNoCase(result.stream, ":$DATA")) {
                 result.stream.resize(result.stream.size() - 6);
-            if (result.stream.empty() || std::any_of(result.stream.begin(), result.stream.end(), IsBadNameChar))
+            }
+            if (result.stream.empty() || std::any_of(result.stream.begin(), result.stream.end(), IsBadNameChar)) {
                 result.error = simwin::ERROR_INVALID_NAME;
+            }
         }
-        while (name.ends_with('.') || name.ends_with(' '))
+        while (name.ends_with('.') || name.ends_with(' ')) {
             name.pop_back();
-        if (name.empty() || std::any_of(name.begin(), name.end(), IsBadNameChar))
+        }
+        if (name.empty() || std::any_of(name.begin(), name.end(), IsBadNameChar)) {
             result.error = simwin::ERROR_INVALID_NAME;
+        }
         names.push_back(name);
     }
     result.full = drive;
-    for (const std::string& name : names)
-        if (!name.empty())
+    for (const std::string& name : names) {
+        if (!name.empty()) {
             result.full += "\\" + name;
-    if (result.full.size() == 2)
+        }
+    }
+    if (result.full.size() == 2) {
         result.full += '\\';
+    }
     // A substituted drive represents a folder.
     const Drive* described = TheFiles().FindDrive(drive[0]);
     if (described && !described->substitutedFor.empty()) {
@@ -332,17 +355,20 @@ FileNode* Files::DriveRoot(char letter) {
 
 FileNode* Files::Find(std::string_view path) {
     const ParsedPath parsed = ParsePath(path, "C:");
-    if (parsed.error || parsed.full.size() < 3)
+    if (parsed.error || parsed.full.size() < 3) {
         return nullptr;
+    }
     FileNode* node = DriveRoot(parsed.full[0]);
     for (const std::string& name : Split(std::string_view(parsed.full).substr(3), '\\')) {
-        if (!node || name.empty())
+        if (!node || name.empty()) {
             break;
+        }
         const auto found = node->entries.find(name);
         node = found == node->entries.end() ? nullptr : found->second.get();
     }
-    if (!node || parsed.stream.empty())
+    if (!node || parsed.stream.empty()) {
         return node;
+    }
     const auto found = node->streams.find(parsed.stream);
     return found == node->streams.end() ? nullptr : found->second.get();
 }
@@ -354,16 +380,20 @@ std::string Files::ThroughLinks(std::string path, bool last) {
         const FileNode* link = nullptr;
         for (; !link; end = path.find('\\', end + 1)) {
             const bool isLast = end == std::string::npos;
-            if (isLast && !last)
+            if (isLast && !last) {
                 return path;
+            }
             const FileNode* node = Find(path.substr(0, end));
-            if (node && !node->link.empty())
+            if (node && !node->link.empty()) {
                 link = node;
-            if (link || isLast)
+            }
+            if (link || isLast) {
                 break;
+            }
         }
-        if (!link)
+        if (!link) {
             return path;
+        }
         path = link->link + (end == std::string::npos ? std::string() : path.substr(end));
     }
     return path;
@@ -383,37 +413,44 @@ FileNode* Files::AddEntry(FileNode* folder, std::string_view name, bool isFolder
 
 FileNode* Files::MakeFolder(std::string_view path) {
     const ParsedPath parsed = ParsePath(path, "C:");
-    if (parsed.error)
+    if (parsed.error) {
         return nullptr;
-    if (!DriveRoot(parsed.full[0]))
+    }
+    if (!DriveRoot(parsed.full[0])) {
         SetDrive(parsed.full[0], {});
+    }
     FileNode* node = DriveRoot(parsed.full[0]);
     for (const std::string& name : Split(std::string_view(parsed.full).substr(3), '\\')) {
-        if (name.empty())
+        if (name.empty()) {
             continue;
+        }
         const auto found = node->entries.find(name);
         node = found != node->entries.end() ? found->second.get() : AddEntry(node, name, true, SidAdministrators);
-        if (!node->folder)
+        if (!node->folder) {
             return nullptr;
+        }
     }
     return node;
 }
 
 FileNode* Files::Write(std::string_view path, std::string_view content) {
     const ParsedPath parsed = ParsePath(path, "C:");
-    if (parsed.error || NameOfPath(parsed.full).empty())
+    if (parsed.error || NameOfPath(parsed.full).empty()) {
         return nullptr;
+    }
     FileNode* node = Find(parsed.full);
     if (!node) {
         FileNode* folder = MakeFolder(FolderOfPath(parsed.full));
         node = folder ? AddEntry(folder, NameOfPath(parsed.full), false, SidAdministrators) : nullptr;
     }
-    if (!node || node->folder)
+    if (!node || node->folder) {
         return nullptr;
+    }
     if (!parsed.stream.empty()) {
         auto& stream = node->streams[parsed.stream];
-        if (!stream)
+        if (!stream) {
             stream = std::make_shared<FileNode>();
+        }
         stream->name = parsed.stream;
         stream->parent = node;
         stream->security = node->security;
@@ -427,28 +464,32 @@ FileNode* Files::Write(std::string_view path, std::string_view content) {
 
 std::optional<std::string> Files::Read(std::string_view path) {
     const FileNode* node = Find(path);
-    if (!node || node->folder)
+    if (!node || node->folder) {
         return std::nullopt;
+    }
     return node->content;
 }
 
 void Files::Unlink(FileNode* node) {
     FileNode* parent = node->parent;
-    if (!parent)
+    if (!parent) {
         return;
+    }
     Grow(node, -static_cast<std::int64_t>(node->content.size()));
     node->parent = nullptr;
     parent->writeTime = std::max(FileTimeNow(), parent->writeTime);
     auto& list = parent->folder ? parent->entries : parent->streams;
     const auto found = list.find(node->name);
-    if (found != list.end() && found->second.get() == node)
+    if (found != list.end() && found->second.get() == node) {
         list.erase(found); // the node may be gone after this line
+    }
 }
 
 bool Files::Delete(std::string_view path) {
     FileNode* node = Find(path);
-    if (!node || !node->parent)
+    if (!node || !node->parent) {
         return false;
+    }
     Unlink(node);
     return true;
 }
@@ -456,8 +497,9 @@ bool Files::Delete(std::string_view path) {
 bool Files::Move(FileNode* node, std::string_view to) {
     const ParsedPath parsed = ParsePath(to, "C:");
     FileNode* folder = parsed.error ? nullptr : Find(FolderOfPath(parsed.full));
-    if (!folder || !folder->folder || !node->parent)
+    if (!folder || !folder->folder || !node->parent) {
         return false;
+    }
     const auto found = node->parent->entries.find(node->name);
     const std::shared_ptr<FileNode> moved = found->second;
     node->parent->entries.erase(found);
@@ -475,21 +517,26 @@ std::string Files::FullPath(std::string_view path, std::string_view currentDirec
 
 void Files::Refuse(std::string_view path, std::string_view account) {
     FileNode* node = Find(path);
-    if (!node)
+    if (!node) {
         node = MakeFolder(path);
-    if (node)
+    }
+    if (node) {
         node->refusedAccounts.emplace_back(account);
+    }
 }
 
 bool Files::Grow(const FileNode* node, std::int64_t bytes) {
-    while (node->parent)
+    while (node->parent) {
         node = node->parent;
+    }
     const auto found = m_drives.find(node->name[0]);
-    if (!node->folder || found == m_drives.end() || found->second.freeBytes == ~0ull)
+    if (!node->folder || found == m_drives.end() || found->second.freeBytes == ~0ull) {
         return true;
+    }
     std::uint64_t& freeBytes = found->second.freeBytes;
-    if (bytes > 0 && static_cast<std::uint64_t>(bytes) > freeBytes)
+    if (bytes > 0 && static_cast<std::uint64_t>(bytes) > freeBytes) {
         return false;
+    }
     freeBytes -= static_cast<std::uint64_t>(bytes);
     return true;
 }
@@ -498,46 +545,56 @@ bool Files::Grow(const FileNode* node, std::int64_t bytes) {
 constexpr char UpToLastDot = '<', UpToADot = '>', DotOrEnd = '"';
 
 static bool MatchesMarks(std::string_view name, std::string_view pattern) {
-    if (pattern.empty())
+    if (pattern.empty()) {
         return name.empty();
+    }
     const char mark = pattern[0];
     const std::string_view rest = pattern.substr(1);
     if (mark == '*' || mark == UpToLastDot) {
         const std::size_t dot = name.rfind('.');
         const std::size_t most = mark == '*' || dot == std::string_view::npos ? name.size() : dot;
-        for (std::size_t taken = 0; taken <= most; ++taken)
-            if (MatchesMarks(name.substr(taken), rest))
+        for (std::size_t taken = 0; taken <= most; ++taken) {
+            if (MatchesMarks(name.substr(taken), rest)) {
                 return true;
+            }
+        }
         return false;
     }
-    if (mark == UpToADot && (name.empty() || name[0] == '.'))
+    if (mark == UpToADot && (name.empty() || name[0] == '.')) {
         return MatchesMarks(name, rest);
-    if (mark == DotOrEnd && name.empty())
+    }
+    if (mark == DotOrEnd && name.empty()) {
         return MatchesMarks(name, rest);
-    if (name.empty())
+    }
+    if (name.empty()) {
         return false;
+    }
     const bool fits = mark == UpToADot || (mark == DotOrEnd ? name[0] == '.' : LowerChar(mark) == LowerChar(name[0]));
     return fits && MatchesMarks(name.substr(1), rest);
 }
 
 bool MatchesFilePattern(std::string_view name, std::string_view pattern) {
-    if (pattern == "*.*")
+    if (pattern == "*.*") {
         return true;
+    }
     const std::size_t last = pattern.find_last_not_of(". ");
-    if (last != std::string_view::npos && !pattern.ends_with("*."))
+    if (last != std::string_view::npos && !pattern.ends_with("*.")) {
         pattern = pattern.substr(0, last + 1); // dots and blanks at the end are no part of a name
+    }
     std::string marked(pattern);
     for (std::size_t i = 0; i < pattern.size(); ++i) {
         const char next = i + 1 < pattern.size() ? pattern[i + 1] : '\0';
-        if (pattern[i] == '?')
+        if (pattern[i] == '?') {
             marked[i] = UpToADot;
-        else if (pattern[i] == '.' && (next == '?' || next == '*'))
+        } else if (pattern[i] == '.' && (next == '?' || next == '*')) {
             marked[i] = DotOrEnd;
-        else if (pattern[i] == '*' && next == '.')
+        } else if (pattern[i] == '*' && next == '.') {
             marked[i] = UpToLastDot;
+        }
     }
-    if (marked.ends_with('.') && marked.size() > 1 && marked[marked.size() - 2] == UpToLastDot)
+    if (marked.ends_with('.') && marked.size() > 1 && marked[marked.size() - 2] == UpToLastDot) {
         marked.pop_back(); // "*.": names without an extension
+    }
     return MatchesMarks(name, marked);
 }
 

@@ -152,8 +152,13 @@ void SetEnvironment(std::string_view name, std::string_view value); // for all
 void SetUserEnvironment(std::string_view account, std::string_view name, std::string_view value);
 // Each %NAME% that is known replaced.
 std::string ExpandEnvironment(std::string_view text);
-// Whether the running thread may run this file.
+// Whether the running thread may run this file, or see what is in this folder.
 bool MayExecute(const FileNode* node);
+bool MayListFolder(const FileNode* folder);
+simwin::DWORD AttributesOf(const FileNode* node);        // as Windows returns them: NORMAL if there is no other
+inline simwin::FILETIME ToFileTime(std::uint64_t time) { // 100 ns since 1601, like FILETIME
+    return {static_cast<simwin::DWORD>(time), static_cast<simwin::DWORD>(time >> 32)};
+}
 
 // An operation that GetProcAddress returns, as a static object of the room that has it: from which version of Windows
 // on (as WindowsVersion::Packed()) its library exports it.

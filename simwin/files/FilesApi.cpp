@@ -13,8 +13,6 @@ namespace machine {
 
 const DeviceOpener& TheOpenerOf(const char* name);
 
-namespace {
-
 using simwin::BOOL;
 using simwin::DWORD;
 
@@ -23,6 +21,7 @@ constexpr DWORD DeleteRight = 0x10000, AddFile = 0x2, ListFolder = 0x1, Execute 
 constexpr DWORD SettableAttributes = simwin::FILE_ATTRIBUTE_READONLY | simwin::FILE_ATTRIBUTE_HIDDEN |
                                      simwin::FILE_ATTRIBUTE_SYSTEM | simwin::FILE_ATTRIBUTE_ARCHIVE;
 
+namespace {
 // What a name leads to: the file if it exists, else the folder in which it could be created, else an error.
 struct Place {
     ParsedPath path;
@@ -30,8 +29,9 @@ struct Place {
     FileNode* node = nullptr;
     DWORD error = 0; // 2 or 3 if it does not exist, 123 and others if it cannot be
 };
+} // namespace
 
-Place FindPlace(const char* name, bool throughLink = false) {
+static Place FindPlace(const char* name, bool throughLink = false) {
     Place place;
     if (!name || !*name) {
         place.error = simwin::ERROR_PATH_NOT_FOUND;
@@ -39,8 +39,9 @@ Place FindPlace(const char* name, bool throughLink = false) {
     }
     place.path = ParsePath(name, CurrentProcess()->currentDirectory);
     place.error = place.path.error;
-    if (place.error)
+    if (place.error) {
         return place;
+    }
     place.path.full = TheFiles().ThroughLinks(place.path.full, throughLink);
     const std::string folderPath = FolderOfPath(place.path.full);
     if (folderPath.empty()) { // a drive's root
@@ -60,126 +61,146 @@ Place FindPlace(const char* name, bool throughLink = false) {
         place.folder = place.node;
         place.node = found == place.node->streams.end() ? nullptr : found->second.get();
     }
-    if (place.node && place.path.endsInBackslash && !place.node->folder)
+    if (place.node && place.path.endsInBackslash && !place.node->folder) {
         place.error = simwin::ERROR_INVALID_NAME;
-    if (!place.node)
+    }
+    if (!place.node) {
         place.error = simwin::ERROR_FILE_NOT_FOUND;
+    }
     return place;
 }
 
 // A described refusal, of the file or of a folder above it.
-bool IsRefused(const FileNode* node, const Caller& caller) {
-    for (; node; node = node->parent)
-        for (const std::string& account : node->refusedAccounts)
-            if (account == "*" || caller.Is(SidOfAccount(account)))
+static bool IsRefused(const FileNode* node, const Caller& caller) {
+    for (; node; node = node->parent) {
+        for (const std::string& account : node->refusedAccounts) {
+            if (account == "*" || caller.Is(SidOfAccount(account))) {
                 return true;
+            }
+        }
+    }
     return false;
 }
 
-bool MayAccess(const FileNode* node, const Caller& caller, DWORD access) {
-    if (IsRefused(node, caller))
+static bool MayAccess(const FileNode* node, const Caller& caller, DWORD access) {
+    if (IsRefused(node, caller)) {
         return false;
+    }
     DWORD wanted = MapGeneric(access, FileMapping);
     // A folder's own rights allow its entries to be queried and deleted.
     if (node->parent && node->parent->folder) {
-        if (GrantedAccess(*node->parent->security, caller, ListFolder, FileMapping))
+        if (GrantedAccess(*node->parent->security, caller, ListFolder, FileMapping)) {
             wanted &= ~ReadAttributes;
-        if (GrantedAccess(*node->parent->security, caller, DeleteChild, FileMapping))
+        }
+        if (GrantedAccess(*node->parent->security, caller, DeleteChild, FileMapping)) {
             wanted &= ~DeleteRight;
+        }
     }
     return !wanted || GrantedAccess(*node->security, caller, wanted, FileMapping);
 }
 
+namespace {
 struct ShareRule {
     DWORD rights, share;
 };
+} // namespace
 constexpr ShareRule ShareRules[] = {{ReadData | Execute, simwin::FILE_SHARE_READ},
                                     {WriteData | AppendData, simwin::FILE_SHARE_WRITE},
                                     {DeleteRight, simwin::FILE_SHARE_DELETE}};
 constexpr DWORD SharedRights = ReadData | Execute | WriteData | AppendData | DeleteRight;
 
 // Every opener must allow what the others do; one that neither reads, writes nor deletes is not checked.
-bool Shares(const FileNode* node, DWORD access, DWORD share) {
-    if (!(access & SharedRights))
+static bool Shares(const FileNode* node, DWORD access, DWORD share) {
+    if (!(access & SharedRights)) {
         return true;
+    }
     for (const FileNode::Holder* holder : node->holders) {
-        if (!(holder->access & SharedRights))
+        if (!(holder->access & SharedRights)) {
             continue;
-        for (const ShareRule& rule : ShareRules)
+        }
+        for (const ShareRule& rule : ShareRules) {
             if (((access & rule.rights) && !(holder->share & rule.share)) ||
-                ((holder->access & rule.rights) && !(share & rule.share)))
+                ((holder->access & rule.rights) && !(share & rule.share))) {
                 return false;
+            }
+        }
     }
     return true;
 }
 
 DWORD AttributesOf(const FileNode* node) {
     const DWORD link = node->link.empty() ? 0 : simwin::FILE_ATTRIBUTE_REPARSE_POINT;
-    if (node->folder || link)
+    if (node->folder || link) {
         return (node->folder ? simwin::FILE_ATTRIBUTE_DIRECTORY : 0) | link | node->attributes;
+    }
     return node->attributes ? node->attributes : simwin::FILE_ATTRIBUTE_NORMAL;
 }
 
-bool IsDeviceName(const char* name) {
+static bool IsDeviceName(const char* name) {
     const bool device = strncmp(name, "\\\\.\\", 4) == 0, verbatim = strncmp(name, "\\\\?\\", 4) == 0;
     return device || (verbatim && !(name[4] && name[5] == ':'));
 }
 
-simwin::HANDLE OpenHandle(OpenFile* file, DWORD access) {
+static simwin::HANDLE OpenHandle(OpenFile* file, DWORD access) {
     return CurrentProcess()->handles.Open(file, access);
 }
 
-simwin::HANDLE FailOpen(DWORD error) {
-    SetError(error);
-    return INVALID_HANDLE_VALUE;
-}
-
 // Nothing here may have a destructor: the opener may block, and the thread may never return.
-simwin::HANDLE OpenDeviceHandle(const char* name, DWORD access, DWORD share, DWORD flags) {
+static simwin::HANDLE OpenDeviceHandle(const char* name, DWORD access, DWORD share, DWORD flags) {
     const DeviceOpener& opener = TheOpenerOf(name);
-    if (!opener)
+    if (!opener) {
         return FailOpen(simwin::ERROR_FILE_NOT_FOUND);
+    }
     DWORD error = simwin::ERROR_FILE_NOT_FOUND;
     OpenDevice* device = opener(name, access, share, flags, &error);
-    if (!device)
+    if (!device) {
         return FailOpen(error);
-    if (device->name.empty())
+    }
+    if (device->name.empty()) {
         device->name = name;
+    }
     auto* file = new OpenFile;
     file->device = device;
     return OpenHandle(file, MapGeneric(access, FileMapping));
 }
 
-void Touch(FileNode* node) {
+static void Touch(FileNode* node) {
     const bool stream = node->parent && !node->parent->folder;
     FileNode* timed = stream ? node->parent : node;
     timed->writeTime = std::max(FileTimeNow(), timed->writeTime + 1);
 }
 
 // What the disposition and the attributes mean for a file that exists. 0: continue.
-DWORD CheckExisting(const FileNode* node, DWORD rights, DWORD disposition, DWORD flags) {
-    if (disposition == simwin::CREATE_NEW)
+static DWORD CheckExisting(const FileNode* node, DWORD rights, DWORD disposition, DWORD flags) {
+    if (disposition == simwin::CREATE_NEW) {
         return node->folder ? simwin::ERROR_ACCESS_DENIED : simwin::ERROR_FILE_EXISTS;
-    if (node->deletePending)
+    }
+    if (node->deletePending) {
         return simwin::ERROR_ACCESS_DENIED;
+    }
     const bool rewrites = disposition == simwin::CREATE_ALWAYS;
-    if (node->folder)
+    if (node->folder) {
         return !rewrites && (flags & simwin::FILE_FLAG_BACKUP_SEMANTICS) ? 0 : simwin::ERROR_ACCESS_DENIED;
-    if ((node->attributes & simwin::FILE_ATTRIBUTE_READONLY) && (rewrites || (rights & (WriteData | AppendData))))
+    }
+    if ((node->attributes & simwin::FILE_ATTRIBUTE_READONLY) && (rewrites || (rights & (WriteData | AppendData)))) {
         return simwin::ERROR_ACCESS_DENIED;
+    }
     constexpr DWORD Kept = simwin::FILE_ATTRIBUTE_HIDDEN | simwin::FILE_ATTRIBUTE_SYSTEM;
     return rewrites && (node->attributes & Kept & ~flags) ? simwin::ERROR_ACCESS_DENIED : 0;
 }
 
 // Opens a file that exists, emptied if it is to be recreated. Returns: 0 or the error.
-DWORD TakeExisting(FileNode* node, DWORD rights, DWORD share, DWORD disposition, DWORD flags) {
-    if (const DWORD error = CheckExisting(node, rights, disposition, flags))
+static DWORD TakeExisting(FileNode* node, DWORD rights, DWORD share, DWORD disposition, DWORD flags) {
+    if (const DWORD error = CheckExisting(node, rights, disposition, flags)) {
         return error;
-    if (!MayAccess(node, CurrentCaller(), rights))
+    }
+    if (!MayAccess(node, CurrentCaller(), rights)) {
         return simwin::ERROR_ACCESS_DENIED;
+    }
     const bool rewrites = disposition == simwin::CREATE_ALWAYS;
-    if (!Shares(node, rights | (rewrites ? WriteData : 0), share))
+    if (!Shares(node, rights | (rewrites ? WriteData : 0), share)) {
         return simwin::ERROR_SHARING_VIOLATION;
+    }
     if (rewrites) {
         TheFiles().Grow(node, -static_cast<std::int64_t>(node->content.size()));
         node->content.clear();
@@ -190,16 +211,18 @@ DWORD TakeExisting(FileNode* node, DWORD rights, DWORD share, DWORD disposition,
 }
 
 // Creates the file, or the stream with its file, where there is none. Returns: 0 or the error.
-DWORD MakeFile(Place& place, DWORD flags, const simwin::SECURITY_ATTRIBUTES* security) {
+static DWORD MakeFile(Place& place, DWORD flags, const simwin::SECURITY_ATTRIBUTES* security) {
     const Caller caller = CurrentCaller();
     static_assert(AddFile == WriteData); // a new file needs from its folder what a new stream needs from its file
     if (place.folder->deletePending || IsRefused(place.folder, caller) ||
-        !GrantedAccess(*place.folder->security, caller, AddFile, FileMapping))
+        !GrantedAccess(*place.folder->security, caller, AddFile, FileMapping)) {
         return simwin::ERROR_ACCESS_DENIED;
+    }
     const bool isNew = place.folder->folder;
     FileNode* node = isNew ? TheFiles().Write(place.path.full, "") : place.folder;
-    if (!node)
+    if (!node) {
         return simwin::ERROR_ACCESS_DENIED;
+    }
     if (isNew) {
         node->attributes = (flags & SettableAttributes) | simwin::FILE_ATTRIBUTE_ARCHIVE;
         auto own = std::make_shared<SecurityDescriptor>(*node->security);
@@ -217,29 +240,28 @@ DWORD MakeFile(Place& place, DWORD flags, const simwin::SECURITY_ATTRIBUTES* sec
     return 0;
 }
 
-std::shared_ptr<FileNode> Shared(FileNode* node) {
-    if (!node->parent)
+static std::shared_ptr<FileNode> Shared(FileNode* node) {
+    if (!node->parent) {
         return std::shared_ptr<FileNode>(node, [](FileNode*) {}); // a drive's root stays
+    }
     const auto& list = node->parent->folder ? node->parent->entries : node->parent->streams;
     return list.find(node->name)->second;
 }
 
-simwin::FILETIME ToFileTime(std::uint64_t time) {
-    return {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
-}
-
 // The open file behind a handle, or null with the last error 6.
-OpenFile* UseFile(simwin::HANDLE handle, DWORD* access = nullptr) {
+static OpenFile* UseFile(simwin::HANDLE handle, DWORD* access = nullptr) {
     auto* file = FromHandle<OpenFile>(handle, ObjectKind::File);
     if (!file) {
         SetError(simwin::ERROR_INVALID_HANDLE);
         return nullptr;
     }
-    if (access)
+    if (access) {
         *access = CurrentProcess()->handles.Entry(handle)->access;
+    }
     return file;
 }
 
+namespace {
 // What a call on a handle is applied to: the path of its file or the name of its device. Lives on the stack of the
 // call, so it has no destructor.
 struct FileObject {
@@ -248,74 +270,43 @@ struct FileObject {
     explicit FileObject(simwin::HANDLE handle) {
         text[0] = 0;
         const auto* file = FromHandle<OpenFile>(handle, ObjectKind::File);
-        if (!file)
+        if (!file) {
             return;
+        }
         const std::string name = file->device ? file->device->name : file->node->Path();
         text[name.copy(text, sizeof text - 1)] = 0;
     }
 };
-
-BOOL Fail(DWORD error) {
-    SetError(error);
-    return FALSE;
-}
+} // namespace
 
 // Whether a file may be deleted or renamed now.
-DWORD CheckRemoval(const Place& place) {
-    if (place.error)
+static DWORD CheckRemoval(const Place& place) {
+    if (place.error) {
         return place.error;
+    }
     const FileNode* node = place.node;
-    if (!node->parent || node->deletePending || !MayAccess(node, CurrentCaller(), DeleteRight))
+    if (!node->parent || node->deletePending || !MayAccess(node, CurrentCaller(), DeleteRight)) {
         return simwin::ERROR_ACCESS_DENIED;
+    }
     constexpr DWORD ShareAll = simwin::FILE_SHARE_READ | simwin::FILE_SHARE_WRITE | simwin::FILE_SHARE_DELETE;
     return Shares(node, DeleteRight, ShareAll) ? 0 : simwin::ERROR_SHARING_VIOLATION;
 }
 
-bool HasOpenFiles(const FileNode* folder) {
-    for (const auto& [name, node] : folder->entries)
-        if (!node->holders.empty() || HasOpenFiles(node.get()))
+static bool HasOpenFiles(const FileNode* folder) {
+    for (const auto& [name, node] : folder->entries) {
+        if (!node->holders.empty() || HasOpenFiles(node.get())) {
             return true;
+        }
+    }
     return false;
 }
 
-// A search that was opened with FindFirstFileA: the entries as they were then.
-struct FileSearch : Object {
-    FileSearch() : Object(ObjectKind::FindFile) {}
-    std::vector<simwin::WIN32_FIND_DATAA> found;
-    std::size_t next = 0;
-};
-
-simwin::WIN32_FIND_DATAA FindData(const FileNode* node, const char* name) {
-    simwin::WIN32_FIND_DATAA data = {};
-    data.dwFileAttributes = AttributesOf(node);
-    data.ftCreationTime = ToFileTime(node->createdTime);
-    data.ftLastWriteTime = data.ftLastAccessTime = ToFileTime(node->writeTime);
-    data.nFileSizeLow = static_cast<DWORD>(node->content.size());
-    const std::size_t length = std::min(strlen(name), sizeof data.cFileName - 1);
-    memcpy(data.cFileName, name, length);
-    return data;
-}
-
-// Names of devices that are in every folder.
-bool IsDosDevice(std::string_view name) {
-    for (const char* device : {"con", "prn", "aux", "nul"})
-        if (EqualNoCase(name, device))
-            return true;
-    return name.size() == 4 && name[3] >= '1' && name[3] <= '9' &&
-           (StartsWithNoCase(name, "com") || StartsWithNoCase(name, "lpt"));
-}
-
-simwin::WIN32_FIND_DATAA DeviceData(std::string_view name) {
-    simwin::WIN32_FIND_DATAA data = {};
-    data.dwFileAttributes = simwin::FILE_ATTRIBUTE_ARCHIVE;
-    memcpy(data.cFileName, name.data(), name.size());
-    return data;
-}
-
-} // namespace
-
 bool MayExecute(const FileNode* node) {
     return MayAccess(node, CurrentCaller(), Execute);
+}
+
+bool MayListFolder(const FileNode* folder) {
+    return MayAccess(folder, CurrentCaller(), ListFolder);
 }
 
 } // namespace machine
@@ -329,32 +320,40 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES
     SIM_CALL("CreateFileA", name, ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED,
              ERROR_SHARING_VIOLATION, ERROR_DISK_FULL, ERROR_NOT_READY, ERROR_GEN_FAILURE, ERROR_BUSY,
              ERROR_SEM_TIMEOUT, ERROR_NO_SUCH_DEVICE, ERROR_WRITE_PROTECT);
-    if (simCall.error)
+    if (simCall.error) {
         return FailOpen(simCall.error);
-    if (templateFile)
+    }
+    if (templateFile) {
         NotModelled("CreateFileA", "a template file");
+    }
     constexpr DWORD KnownFlags = SettableAttributes | FILE_ATTRIBUTE_NORMAL | FILE_FLAG_BACKUP_SEMANTICS |
                                  FILE_FLAG_SEQUENTIAL_SCAN | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
-    if (flags & ~KnownFlags)
+    if (flags & ~KnownFlags) {
         NotModelled("CreateFileA", "flags other than those that are declared");
-    if (disposition < CREATE_NEW || disposition > OPEN_ALWAYS)
+    }
+    if (disposition < CREATE_NEW || disposition > OPEN_ALWAYS) {
         NotModelled("CreateFileA", "dispositions other than those that are declared");
-    if (!name)
+    }
+    if (!name) {
         return FailOpen(ERROR_PATH_NOT_FOUND);
-    if (IsDeviceName(name))
+    }
+    if (IsDeviceName(name)) {
         return OpenDeviceHandle(name, access, share, flags);
+    }
 
     const DWORD rights = MapGeneric(access, FileMapping);
     Place place = FindPlace(name, /*throughLink=*/true);
     const bool existed = place.node && !place.error;
     const bool mayMake = disposition != OPEN_EXISTING && !place.path.endsInBackslash;
     DWORD error = place.error;
-    if (existed)
+    if (existed) {
         error = TakeExisting(place.node, rights, share, disposition, flags);
-    else if (error == ERROR_FILE_NOT_FOUND && mayMake)
+    } else if (error == ERROR_FILE_NOT_FOUND && mayMake) {
         error = MakeFile(place, flags, security);
-    if (error)
+    }
+    if (error) {
         return FailOpen(error);
+    }
 
     auto* file = new OpenFile;
     file->node = Shared(place.node);
@@ -368,35 +367,44 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES
 BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, LPDWORD read, LPVOID overlapped) {
     const FileObject object(file);
     SIM_CALL("ReadFile", object.text, ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED, ERROR_NOT_READY, ERROR_GEN_FAILURE);
-    if (read)
+    if (read) {
         *read = 0;
-    if (overlapped)
+    }
+    if (overlapped) {
         NotModelled("ReadFile", "overlapped reading");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail(simCall.error);
+    }
     DWORD access = 0;
     OpenFile* open = UseFile(file, &access);
-    if (!open)
+    if (!open) {
         return FALSE;
-    if (!(access & ReadData))
+    }
+    if (!(access & ReadData)) {
         return Fail(ERROR_ACCESS_DENIED);
+    }
     if (open->device) {
         DWORD moved = 0;
         const DWORD error = open->device->Read(buffer, bytes, &moved);
-        if (read)
+        if (read) {
             *read = moved;
+        }
         return error ? Fail(error) : TRUE;
     }
-    if (open->node->folder)
+    if (open->node->folder) {
         return Fail(ERROR_INVALID_FUNCTION);
+    }
     const std::string& content = open->node->content;
     const std::uint64_t left = open->position < content.size() ? content.size() - open->position : 0;
     const auto count = static_cast<DWORD>(std::min<std::uint64_t>(left, bytes));
-    if (count)
+    if (count) {
         memcpy(buffer, content.data() + open->position, count);
+    }
     open->position += count;
-    if (read)
+    if (read) {
         *read = count;
+    }
     return TRUE;
 }
 
@@ -404,32 +412,40 @@ BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPOVERLA
     constexpr DWORD behindTheEnd = 0xFFFFFFFF;
     const FileObject object(file);
     SIM_CALL("WriteFile", object.text, ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED, ERROR_DISK_FULL, ERROR_GEN_FAILURE);
-    if (written)
+    if (written) {
         *written = 0;
-    if (overlapped && (overlapped->Offset != behindTheEnd || overlapped->OffsetHigh != behindTheEnd))
+    }
+    if (overlapped && (overlapped->Offset != behindTheEnd || overlapped->OffsetHigh != behindTheEnd)) {
         NotModelled("WriteFile", "overlapped writing");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail(simCall.error);
+    }
     DWORD access = 0;
     OpenFile* open = UseFile(file, &access);
-    if (!open)
+    if (!open) {
         return FALSE;
-    if (!(access & (WriteData | AppendData)))
+    }
+    if (!(access & (WriteData | AppendData))) {
         return Fail(ERROR_ACCESS_DENIED);
+    }
     if (open->device) {
         DWORD moved = 0;
         const DWORD error = open->device->Write(data, bytes, &moved);
-        if (written)
+        if (written) {
             *written = moved;
+        }
         return error ? Fail(error) : TRUE;
     }
     std::string& content = open->node->content;
-    if (overlapped)
+    if (overlapped) {
         open->position = content.size();
+    }
     const std::uint64_t end = open->position + bytes;
     if (end > content.size()) {
-        if (!TheFiles().Grow(open->node.get(), static_cast<std::int64_t>(end - content.size())))
+        if (!TheFiles().Grow(open->node.get(), static_cast<std::int64_t>(end - content.size()))) {
             return Fail(ERROR_DISK_FULL);
+        }
         content.resize(end);
     }
     if (bytes) {
@@ -437,8 +453,9 @@ BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPOVERLA
         Touch(open->node.get());
     }
     open->position = end;
-    if (written)
+    if (written) {
         *written = bytes;
+    }
     return TRUE;
 }
 
@@ -450,77 +467,96 @@ DWORD GetFileSize(HANDLE file, LPDWORD high) {
         return INVALID_FILE_SIZE;
     }
     const OpenFile* open = UseFile(file);
-    if (!open)
+    if (!open) {
         return INVALID_FILE_SIZE;
+    }
     if (open->device) {
         SetError(ERROR_INVALID_FUNCTION);
         return INVALID_FILE_SIZE;
     }
-    if (high)
+    if (high) {
         *high = static_cast<DWORD>(std::uint64_t{open->node->content.size()} >> 32);
+    }
     return static_cast<DWORD>(open->node->content.size());
 }
 
 BOOL GetFileTime(HANDLE file, FILETIME* creation, FILETIME* lastAccess, FILETIME* lastWrite) {
     const FileObject object(file);
     SIM_CALL("GetFileTime", object.text, ERROR_INVALID_HANDLE);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail(simCall.error);
+    }
     const OpenFile* open = UseFile(file);
-    if (!open)
+    if (!open) {
         return FALSE;
-    if (open->device)
+    }
+    if (open->device) {
         return Fail(ERROR_INVALID_FUNCTION);
+    }
     const FileNode* node = open->node.get();
     const FileNode* timed = node->parent && !node->parent->folder ? node->parent : node;
-    if (creation)
+    if (creation) {
         *creation = ToFileTime(timed->createdTime);
-    if (lastAccess)
+    }
+    if (lastAccess) {
         *lastAccess = ToFileTime(timed->writeTime);
-    if (lastWrite)
+    }
+    if (lastWrite) {
         *lastWrite = ToFileTime(timed->writeTime);
+    }
     return TRUE;
 }
 
 BOOL DeleteFileA(LPCSTR name) {
     SIM_CALL("DeleteFileA", name, ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED,
              ERROR_SHARING_VIOLATION);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail(simCall.error);
+    }
     const Place place = FindPlace(name);
-    if (const DWORD error = CheckRemoval(place))
+    if (const DWORD error = CheckRemoval(place)) {
         return Fail(error);
-    if (place.node->folder || (place.node->attributes & FILE_ATTRIBUTE_READONLY))
+    }
+    if (place.node->folder || (place.node->attributes & FILE_ATTRIBUTE_READONLY)) {
         return Fail(ERROR_ACCESS_DENIED);
-    if (place.node->holders.empty())
+    }
+    if (place.node->holders.empty()) {
         TheFiles().Unlink(place.node);
-    else
+    } else {
         place.node->deletePending = true;
+    }
     return TRUE;
 }
 
 BOOL MoveFileA(LPCSTR from, LPCSTR to) {
     SIM_CALL("MoveFileA", from, ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED,
              ERROR_SHARING_VIOLATION, ERROR_ALREADY_EXISTS);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail(simCall.error);
+    }
     const Place source = FindPlace(from);
-    if (const DWORD error = CheckRemoval(source))
+    if (const DWORD error = CheckRemoval(source)) {
         return Fail(error);
-    if (source.node->folder && HasOpenFiles(source.node))
+    }
+    if (source.node->folder && HasOpenFiles(source.node)) {
         return Fail(ERROR_ACCESS_DENIED);
+    }
     const Place target = FindPlace(to);
-    if (target.node && target.node != source.node)
+    if (target.node && target.node != source.node) {
         return Fail(ERROR_ALREADY_EXISTS);
-    if (!target.path.stream.empty() || !source.path.stream.empty())
+    }
+    if (!target.path.stream.empty() || !source.path.stream.empty()) {
         NotModelled("MoveFileA", "a stream");
-    if (!target.node && target.error != ERROR_FILE_NOT_FOUND)
+    }
+    if (!target.node && target.error != ERROR_FILE_NOT_FOUND) {
         return Fail(target.error);
+    }
     const Caller caller = CurrentCaller();
     const bool allowed = target.folder && !IsRefused(target.folder, caller) &&
                          GrantedAccess(*target.folder->security, caller, AddFile, FileMapping);
-    if (!allowed)
+    if (!allowed) {
         return Fail(ERROR_ACCESS_DENIED);
+    }
     return TheFiles().Move(source.node, target.path.full) ? TRUE : Fail(ERROR_PATH_NOT_FOUND);
 }
 
@@ -528,77 +564,24 @@ DWORD GetFileAttributesA(LPCSTR name) {
     SIM_CALL("GetFileAttributesA", name, ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED,
              ERROR_INVALID_NAME, ERROR_NOT_READY);
     DWORD error = simCall.error;
-    if (!error && name && IsDeviceName(name))
+    if (!error && name && IsDeviceName(name)) {
         error = ERROR_INVALID_NAME;
+    }
     if (!error) {
         const Place place = FindPlace(name);
         error = place.error;
         // What is below a refused folder looks the same whether it exists or not.
         const FileNode* asked = place.node ? place.node : place.folder;
         if ((asked && IsRefused(asked, CurrentCaller())) ||
-            (!error && (place.node->deletePending || !MayAccess(place.node, CurrentCaller(), ReadAttributes))))
+            (!error && (place.node->deletePending || !MayAccess(place.node, CurrentCaller(), ReadAttributes)))) {
             error = ERROR_ACCESS_DENIED;
-        if (!error)
+        }
+        if (!error) {
             return AttributesOf(place.node->parent && !place.node->parent->folder ? place.node->parent : place.node);
+        }
     }
     SetError(error);
     return INVALID_FILE_ATTRIBUTES;
-}
-
-HANDLE FindFirstFileA(LPCSTR pattern, WIN32_FIND_DATAA* data) {
-    SIM_CALL("FindFirstFileA", pattern, ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED);
-    if (simCall.error)
-        return FailOpen(simCall.error);
-    // The last name may hold wildcards, so the folder is looked up separately.
-    std::string text = pattern ? pattern : "";
-    std::replace(text.begin(), text.end(), '/', '\\');
-    const std::size_t slash = text.rfind('\\');
-    const std::string wanted = text.substr(slash == std::string::npos ? 0 : slash + 1);
-    const std::string folderName = slash == std::string::npos ? "." : text.substr(0, slash + 1);
-    const ParsedPath folderPath = ParsePath(folderName, CurrentProcess()->currentDirectory);
-    const FileNode* folder = folderPath.error ? nullptr : TheFiles().Find(folderPath.full);
-    if (!folder || !folder->folder)
-        return FailOpen(folderPath.error ? folderPath.error : DWORD{ERROR_PATH_NOT_FOUND});
-    if (wanted.empty())
-        return FailOpen(ERROR_FILE_NOT_FOUND);
-    if (!MayAccess(folder, CurrentCaller(), ListFolder))
-        return FailOpen(ERROR_ACCESS_DENIED);
-    auto* search = new FileSearch;
-    if (IsDosDevice(wanted))
-        search->found.push_back(DeviceData(wanted));
-    for (const char* dots : {".", ".."})
-        if (folder->parent && MatchesFilePattern(dots, wanted))
-            search->found.push_back(FindData(folder, dots));
-    for (const auto& [name, node] : folder->entries)
-        if (MatchesFilePattern(node->name, wanted))
-            search->found.push_back(FindData(node.get(), node->name.c_str()));
-    if (search->found.empty()) {
-        delete search;
-        return FailOpen(ERROR_FILE_NOT_FOUND);
-    }
-    *data = search->found[search->next++];
-    return CurrentProcess()->handles.Open(search);
-}
-
-BOOL FindNextFileA(HANDLE find, WIN32_FIND_DATAA* data) {
-    SIM_CALL("FindNextFileA", "", ERROR_INVALID_HANDLE);
-    if (simCall.error)
-        return Fail(simCall.error);
-    auto* search = FromHandle<FileSearch>(find, ObjectKind::FindFile);
-    if (!search)
-        return Fail(ERROR_INVALID_HANDLE);
-    if (search->next == search->found.size())
-        return Fail(ERROR_NO_MORE_FILES);
-    *data = search->found[search->next++];
-    return TRUE;
-}
-
-BOOL FindClose(HANDLE find) {
-    SIM_CALL("FindClose", "");
-    if (!FromHandle<FileSearch>(find, ObjectKind::FindFile))
-        return Fail(ERROR_INVALID_HANDLE);
-    CurrentProcess()->handles.Close(find);
-    return TRUE;
 }
 
 UINT GetDriveTypeA(LPCSTR root) {
@@ -606,16 +589,18 @@ UINT GetDriveTypeA(LPCSTR root) {
     const std::string text = root ? root : CurrentProcess()->currentDirectory.substr(0, 2) + "\\";
     const bool isRoot = text.size() >= 2 && text[1] == ':' && (text.size() == 2 || text.substr(2) == "\\");
     const Drive* drive = isRoot ? TheFiles().FindDrive(text[0]) : nullptr;
-    if (!drive)
+    if (!drive) {
         return DRIVE_NO_ROOT_DIR;
+    }
     const Drive* target = drive->substitutedFor.empty() ? drive : TheFiles().FindDrive(drive->substitutedFor[0]);
     return target ? target->type : DRIVE_NO_ROOT_DIR;
 }
 
 // Returns a text by the rule of the folder operations: the length, or the needed size with its zero.
 static DWORD GivePath(const std::string& path, LPSTR buffer, DWORD size) {
-    if (size < path.size() + 1)
+    if (size < path.size() + 1) {
         return static_cast<DWORD>(path.size() + 1);
+    }
     memcpy(buffer, path.c_str(), path.size() + 1);
     return static_cast<DWORD>(path.size());
 }
@@ -642,8 +627,9 @@ BOOL SetCurrentDirectoryA(LPCSTR directory) {
     if (!error) {
         const Place place = FindPlace(directory);
         error = place.error;
-        if (!error && !(AttributesOf(place.node) & FILE_ATTRIBUTE_DIRECTORY))
+        if (!error && !(AttributesOf(place.node) & FILE_ATTRIBUTE_DIRECTORY)) {
             error = ERROR_DIRECTORY;
+        }
         if (!error) {
             CurrentProcess()->currentDirectory = place.path.full;
             return TRUE;

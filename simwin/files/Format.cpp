@@ -11,11 +11,10 @@
 
 namespace machine {
 
-namespace {
-
 // Windows writes at most 1024 characters, the zero included.
 constexpr std::size_t FormatLimit = 1023;
 
+namespace {
 enum class Width : std::uint8_t { Plain, Short, Long, Pointer, Wide64 };
 
 struct Conversion {
@@ -25,16 +24,18 @@ struct Conversion {
     Width size = Width::Plain;
     char type = 0;
 };
+} // namespace
 
-std::size_t TakeNumber(const char*& at) {
+static std::size_t TakeNumber(const char*& at) {
     std::size_t number = 0;
-    while (*at >= '0' && *at <= '9')
+    while (*at >= '0' && *at <= '9') {
         number = number * 10 + static_cast<std::size_t>(*at++ - '0');
+    }
     return number;
 }
 
 // Reads what follows a '%'.
-Conversion TakeConversion(const char*& at) {
+static Conversion TakeConversion(const char*& at) {
     Conversion conversion;
     if (*at == '-') {
         conversion.left = true;
@@ -69,12 +70,13 @@ Conversion TakeConversion(const char*& at) {
         ++at;
     }
     conversion.type = *at;
-    if (*at)
+    if (*at) {
         ++at;
+    }
     return conversion;
 }
 
-std::string Digits(std::uint64_t number, unsigned base, bool capitals) {
+static std::string Digits(std::uint64_t number, unsigned base, bool capitals) {
     const char* digits = capitals ? "0123456789ABCDEF" : "0123456789abcdef";
     char text[20]; // what 64 bits need at most, from the end
     std::size_t at = sizeof(text);
@@ -85,9 +87,10 @@ std::string Digits(std::uint64_t number, unsigned base, bool capitals) {
     return {text + at, sizeof(text) - at};
 }
 
-void Pad(std::string& out, const Conversion& conversion, std::string text, std::string_view sign, bool number) {
-    while (number && conversion.precision != std::string::npos && text.size() < conversion.precision)
+static void Pad(std::string& out, const Conversion& conversion, std::string text, std::string_view sign, bool number) {
+    while (number && conversion.precision != std::string::npos && text.size() < conversion.precision) {
         text.insert(text.begin(), '0');
+    }
     const std::size_t length = text.size() + sign.size();
     const std::size_t fill = conversion.width > length ? conversion.width - length : 0;
     if (conversion.left) {
@@ -99,18 +102,17 @@ void Pad(std::string& out, const Conversion& conversion, std::string text, std::
     }
 }
 
-std::string WideText(const simwin::WCHAR* text, std::size_t limit) {
+static std::string WideText(const simwin::WCHAR* text, std::size_t limit) {
     std::u16string wide;
-    while (wide.size() < limit && text[wide.size()])
+    while (wide.size() < limit && text[wide.size()]) {
         wide.push_back(static_cast<char16_t>(text[wide.size()]));
+    }
     return AnsiFromUtf16(wide);
 }
 
-bool IsIn(char c, std::string_view set) {
+static bool IsIn(char c, std::string_view set) {
     return c && set.find(c) != std::string_view::npos;
 }
-
-} // namespace
 
 std::string FormatAsWindows(const char* format, __builtin_va_list arguments) {
     std::string out;
@@ -134,16 +136,18 @@ std::string FormatAsWindows(const char* format, __builtin_va_list arguments) {
             std::string_view sign;
             if (IsIn(conversion.type, "di")) {
                 std::int64_t value = is64 ? static_cast<std::int64_t>(number) : static_cast<std::int32_t>(number);
-                if (conversion.size == Width::Short)
+                if (conversion.size == Width::Short) {
                     value = static_cast<std::int16_t>(value);
+                }
                 sign = value < 0 ? "-" : "";
                 number = value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
             } else if (conversion.size == Width::Short) {
                 number = static_cast<std::uint16_t>(number);
             }
             const bool hex = IsIn(conversion.type, "xX");
-            if (hex && conversion.alternate)
+            if (hex && conversion.alternate) {
                 sign = conversion.type == 'x' ? "0x" : "0X";
+            }
             Pad(out, conversion, Digits(number, hex ? 16 : 10, conversion.type == 'X'), sign, true);
         } else if (conversion.type == 'p') {
             const std::uint64_t address = StableAddress(va_arg(arguments, void*));
@@ -158,8 +162,9 @@ std::string FormatAsWindows(const char* format, __builtin_va_list arguments) {
                                : wide ? WideText(static_cast<const simwin::WCHAR*>(text), conversion.precision)
                                       : std::string(static_cast<const char*>(text),
                                                     strnlen(static_cast<const char*>(text), conversion.precision));
-            if (part.size() > conversion.precision)
+            if (part.size() > conversion.precision) {
                 part.resize(conversion.precision);
+            }
             Pad(out, conversion, std::move(part), {}, false);
         } else if (IsIn(conversion.type, "cC")) {
             const int character = va_arg(arguments, int);

@@ -15,17 +15,17 @@ namespace machine {
 
 const OptionalOperation* FirstOptionalOperation();
 
-namespace {
-
 constexpr simwin::ULONG_PTR ProgramModule = 0x140000000;
 constexpr simwin::ULONG_PTR FirstLibraryModule = 0x7FF800000000, LibraryDistance = 0x100000;
 
+namespace {
 // Libraries by the order of their first mention; those that a program's start loads are always there. The index makes
 // the module's handle.
 struct Library {
     const char* name;
     bool alwaysLoaded;
 };
+} // namespace
 constexpr Library Libraries[] = {{"kernel32.dll", true},  {"ntdll.dll", true},     {"user32.dll", true},
                                  {"advapi32.dll", true},  {"gdi32.dll", true},     {"shell32.dll", true},
                                  {"shlwapi.dll", true},   {"setupapi.dll", true},  {"cfgmgr32.dll", true},
@@ -34,83 +34,97 @@ constexpr Library Libraries[] = {{"kernel32.dll", true},  {"ntdll.dll", true},  
                                  {"shcore.dll", false},   {"comctl32.dll", false}};
 constexpr std::size_t LibraryCount = std::size(Libraries);
 
+namespace {
 // How often each process has loaded a library that is not always loaded.
 struct Loads {
     simwin::DWORD processId;
     std::size_t library;
     int count;
 };
-std::vector<Loads>* g_loads;
-Room g_moduleRoom(
+} // namespace
+static std::vector<Loads>* g_loads;
+static Room g_moduleRoom(
     41, [] { g_loads = new std::vector<Loads>; },
     [] {
         delete g_loads;
         g_loads = nullptr;
     });
 
-int& LoadCount(std::size_t library) {
+static int& LoadCount(std::size_t library) {
     const simwin::DWORD id = CurrentProcess()->id;
-    for (Loads& loads : *g_loads)
-        if (loads.processId == id && loads.library == library)
+    for (Loads& loads : *g_loads) {
+        if (loads.processId == id && loads.library == library) {
             return loads.count;
+        }
+    }
     g_loads->push_back({id, library, 0});
     return g_loads->back().count;
 }
 
 // The library for a name or a path: LibraryCount if there is none. Only the system's folder is searched.
-std::size_t FindLibrary(std::string_view name) {
+static std::size_t FindLibrary(std::string_view name) {
     const std::size_t slash = name.rfind('\\');
     std::string file = Lower(slash == std::string_view::npos ? name : name.substr(slash + 1));
-    if (file.find('.') == std::string::npos)
+    if (file.find('.') == std::string::npos) {
         file += ".dll";
-    if (slash != std::string_view::npos && !EqualNoCase(name.substr(0, slash), SystemDirectory()))
+    }
+    if (slash != std::string_view::npos && !EqualNoCase(name.substr(0, slash), SystemDirectory())) {
         return LibraryCount;
-    if (!TheFiles().Exists(SystemDirectory() + "\\" + file))
+    }
+    if (!TheFiles().Exists(SystemDirectory() + "\\" + file)) {
         return LibraryCount;
-    for (std::size_t i = 0; i < LibraryCount; ++i)
-        if (file == Libraries[i].name)
+    }
+    for (std::size_t i = 0; i < LibraryCount; ++i) {
+        if (file == Libraries[i].name) {
             return i;
+        }
+    }
     return LibraryCount;
 }
 
-simwin::HMODULE ModuleOf(std::size_t library) {
+static simwin::HMODULE ModuleOf(std::size_t library) {
     return reinterpret_cast<simwin::HMODULE>(FirstLibraryModule + library * LibraryDistance);
 }
 
 // The library behind a handle; LibraryCount if it is not a loaded one.
-std::size_t LibraryOf(simwin::HMODULE module) {
-    for (std::size_t i = 0; i < LibraryCount; ++i)
-        if (module == ModuleOf(i) && (Libraries[i].alwaysLoaded || LoadCount(i) > 0))
+static std::size_t LibraryOf(simwin::HMODULE module) {
+    for (std::size_t i = 0; i < LibraryCount; ++i) {
+        if (module == ModuleOf(i) && (Libraries[i].alwaysLoaded || LoadCount(i) > 0)) {
             return i;
+        }
+    }
     return LibraryCount;
 }
 
-bool IsProgram(simwin::HMODULE module) {
+static bool IsProgram(simwin::HMODULE module) {
     return !module || reinterpret_cast<simwin::ULONG_PTR>(module) == ProgramModule;
 }
 
 // The version that Windows reports to a program: at most 6.2 to one whose manifest names no later one.
-WindowsVersion ToldVersion() {
+static WindowsVersion ToldVersion() {
     constexpr std::string_view Ten = "8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a";
     constexpr std::string_view EightOne = "1f676c76-80e1-4239-95bb-83d0f6d0da78";
     constexpr WindowsVersion Eight = {6, 2, 9200}, EightOneVersion = {6, 3, 9600};
     const WindowsVersion real = TheSetup().version;
-    if (real.Packed() <= Eight.Packed())
+    if (real.Packed() <= Eight.Packed()) {
         return real;
+    }
     const Resource* manifest = FindProgramResource("#24", "#1");
     const std::string_view text =
         manifest ? std::string_view(reinterpret_cast<const char*>(manifest->data.data()), manifest->data.size()) : "";
-    if (FindNoCase(text, Ten) != std::string_view::npos)
+    if (FindNoCase(text, Ten) != std::string_view::npos) {
         return real;
+    }
     const bool knowsEightOne = FindNoCase(text, EightOne) != std::string_view::npos;
     return knowsEightOne ? EightOneVersion : Eight;
 }
 
 // Both forms of the structure, narrow and wide, short and long.
 template<typename Info, typename Extended>
-bool FillVersion(Info* info, const WindowsVersion& version) {
-    if (info->dwOSVersionInfoSize != sizeof(Info) && info->dwOSVersionInfoSize != sizeof(Extended))
+static bool FillVersion(Info* info, const WindowsVersion& version) {
+    if (info->dwOSVersionInfoSize != sizeof(Info) && info->dwOSVersionInfoSize != sizeof(Extended)) {
         return false;
+    }
     info->dwMajorVersion = version.major;
     info->dwMinorVersion = version.minor;
     info->dwBuildNumber = version.build;
@@ -133,8 +147,6 @@ bool FillVersion(Info* info, const WindowsVersion& version) {
 }
 
 constexpr simwin::NTSTATUS StatusInvalidParameter = static_cast<simwin::NTSTATUS>(0xC000000D);
-
-} // namespace
 
 } // namespace machine
 
@@ -183,8 +195,9 @@ BOOL FreeLibrary(HMODULE module) {
         return FALSE;
     }
     int& count = LoadCount(library);
-    if (count > 0)
+    if (count > 0) {
         --count;
+    }
     return TRUE;
 }
 
@@ -197,12 +210,14 @@ FARPROC GetProcAddress(HMODULE module, LPCSTR name) {
     }
     const WindowsVersion& version = TheSetup().version;
     for (const OptionalOperation* operation = FirstOptionalOperation(); operation; operation = operation->next) {
-        if (std::strcmp(operation->library, Libraries[library].name) != 0 || std::strcmp(operation->name, name) != 0)
+        if (std::strcmp(operation->library, Libraries[library].name) != 0 || std::strcmp(operation->name, name) != 0) {
             continue;
+        }
         const bool has = version.Packed() > operation->sinceVersion ||
                          (version.Packed() == operation->sinceVersion && version.build >= operation->sinceBuild);
-        if (has)
+        if (has) {
             return operation->address;
+        }
         SetError(ERROR_PROC_NOT_FOUND);
         return nullptr;
     }
@@ -226,8 +241,9 @@ static BOOL SetDefaultDllDirectories(DWORD flags) {
 
 BOOL GetVersionExA(OSVERSIONINFOA* version) {
     SIM_CALL("GetVersionExA", "");
-    if (FillVersion<OSVERSIONINFOA, OSVERSIONINFOEXA>(version, ToldVersion()))
+    if (FillVersion<OSVERSIONINFOA, OSVERSIONINFOEXA>(version, ToldVersion())) {
         return TRUE;
+    }
     SetError(ERROR_INSUFFICIENT_BUFFER);
     return FALSE;
 }

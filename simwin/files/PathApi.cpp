@@ -10,65 +10,70 @@
 
 namespace machine {
 
-namespace {
-
 // What ".." cannot climb over: "\", "X:\" or nothing.
-std::size_t RootLength(std::string_view path) {
-    if (path.size() >= 2 && path[1] == ':')
+static std::size_t RootLength(std::string_view path) {
+    if (path.size() >= 2 && path[1] == ':') {
         return path.size() > 2 && path[2] == '\\' ? 3 : 2;
-    if (path.starts_with("\\\\"))
+    }
+    if (path.starts_with("\\\\")) {
         return 2;
+    }
     return path.starts_with('\\') ? 1 : 0;
 }
 
-std::string Canonical(std::string_view path) {
+static std::string Canonical(std::string_view path) {
     const std::size_t rootLength = RootLength(path);
     std::string root(path.substr(0, rootLength));
     std::vector<std::string> kept;
     const std::vector<std::string> names = Split(path.substr(rootLength), '\\');
     for (std::size_t i = 0; i < names.size(); ++i) {
         const bool last = i + 1 == names.size();
-        if (names[i] == "." && !last)
+        if (names[i] == "." && !last) {
             continue;
+        }
         if (names[i] == "..") {
-            if (root.empty() && kept.size() < 2)
+            if (root.empty() && kept.size() < 2) {
                 root = "\\"; // a relative path that climbs too far continues at the root
-            if (!kept.empty())
+            }
+            if (!kept.empty()) {
                 kept.pop_back();
+            }
             continue;
         }
         kept.push_back(names[i]);
     }
     std::string result = root;
-    for (std::size_t i = 0; i < kept.size(); ++i)
+    for (std::size_t i = 0; i < kept.size(); ++i) {
         result += (i ? "\\" : "") + kept[i];
-    if (result.empty())
+    }
+    if (result.empty()) {
         return "\\";
+    }
     return result.size() == 2 && result[1] == ':' ? result + "\\" : result;
 }
 
 constexpr simwin::UINT Western = 1252;
 constexpr simwin::DWORD NameTooLong = 206;
 
-void CheckCodePage(const char* call, simwin::UINT codePage) {
-    if (codePage != simwin::CP_ACP && codePage != simwin::CP_THREAD_ACP && codePage != Western)
+static void CheckCodePage(const char* call, simwin::UINT codePage) {
+    if (codePage != simwin::CP_ACP && codePage != simwin::CP_THREAD_ACP && codePage != Western) {
         NotModelled(call, "code page " + std::to_string(codePage));
+    }
 }
 
-int FailWith(simwin::DWORD error) {
+static int FailWith(simwin::DWORD error) {
     SetError(error);
     return 0;
 }
-
-} // namespace
 
 std::string ExpandEnvironment(std::string_view text) {
     std::string result;
     while (!text.empty()) {
         const std::size_t start = text.find('%');
         const std::size_t end = start == std::string_view::npos ? start : text.find('%', start + 1);
-        if (end == std::string_view::npos)
+        if (end == std::string_view::npos) {
             break;
+        }
         bool found = false;
         const std::string value = GetEnvironment(text.substr(start + 1, end - start - 1), &found);
         result += text.substr(0, start);
@@ -91,15 +96,19 @@ using namespace machine;
 
 BOOL PathCanonicalizeA(LPSTR to, LPCSTR path) {
     SIM_CALL("PathCanonicalizeA", "");
-    if (to)
+    if (to) {
         *to = 0;
-    if (!to || !path)
+    }
+    if (!to || !path) {
         return FailWith(ERROR_INVALID_PARAMETER);
-    if (std::strlen(path) >= MAX_PATH)
+    }
+    if (std::strlen(path) >= MAX_PATH) {
         return FailWith(NameTooLong);
+    }
     const std::string result = Canonical(path);
-    if (result.size() >= MAX_PATH)
+    if (result.size() >= MAX_PATH) {
         return FailWith(NameTooLong);
+    }
     std::memcpy(to, result.c_str(), result.size() + 1);
     return TRUE;
 }
@@ -107,21 +116,25 @@ BOOL PathCanonicalizeA(LPSTR to, LPCSTR path) {
 void PathUnquoteSpacesA(LPSTR path) {
     SIM_CALL("PathUnquoteSpacesA", "");
     const std::size_t length = path ? std::strlen(path) : 0;
-    if (!length || path[0] != '"' || path[length - 1] != '"')
+    if (!length || path[0] != '"' || path[length - 1] != '"') {
         return;
+    }
     path[length - 1] = 0;
-    if (length > 1)
+    if (length > 1) {
         std::memmove(path, path + 1, length - 1);
+    }
 }
 
 LPSTR PathGetArgsA(LPCSTR path) {
     SIM_CALL("PathGetArgsA", path);
     bool isQuoted = false;
     for (; *path; ++path) {
-        if (*path == ' ' && !isQuoted)
+        if (*path == ' ' && !isQuoted) {
             return const_cast<LPSTR>(path + 1);
-        if (*path == '"')
+        }
+        if (*path == '"') {
             isQuoted = !isQuoted;
+        }
     }
     return const_cast<LPSTR>(path);
 }
@@ -146,17 +159,21 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
                         LPCSTR defaultCharacter, LPBOOL usedDefault) {
     SIM_CALL("WideCharToMultiByte", "", ERROR_NO_UNICODE_TRANSLATION);
     CheckCodePage("WideCharToMultiByte", codePage);
-    if (flags)
+    if (flags) {
         NotModelled("WideCharToMultiByte", "flags");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return FailWith(simCall.error);
-    if (!wide || characters == 0 || bytes < 0 || (bytes > 0 && !text))
+    }
+    if (!wide || characters == 0 || bytes < 0 || (bytes > 0 && !text)) {
         return FailWith(ERROR_INVALID_PARAMETER);
+    }
     std::u16string source;
     for (int i = 0; characters < 0 || i < characters; ++i) {
         source.push_back(static_cast<char16_t>(wide[i]));
-        if (characters < 0 && !wide[i])
+        if (characters < 0 && !wide[i]) {
             break;
+        }
     }
     std::string result;
     bool lossy = false;
@@ -166,11 +183,13 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
         result += lost && defaultCharacter ? std::string(1, *defaultCharacter) : one;
         lossy = lossy || lost;
     }
-    if (usedDefault)
+    if (usedDefault) {
         *usedDefault = lossy;
+    }
     const int needed = static_cast<int>(result.size());
-    if (bytes == 0)
+    if (bytes == 0) {
         return needed;
+    }
     std::memcpy(text, result.data(), static_cast<std::size_t>(std::min(needed, bytes))); // what fits
     return needed <= bytes ? needed : FailWith(ERROR_INSUFFICIENT_BUFFER);
 }
@@ -178,15 +197,19 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int bytes, LPWSTR wide, int characters) {
     SIM_CALL("MultiByteToWideChar", "");
     CheckCodePage("MultiByteToWideChar", codePage);
-    if (flags)
+    if (flags) {
         NotModelled("MultiByteToWideChar", "flags");
-    if (!text || bytes == 0 || characters < 0 || (characters > 0 && !wide))
+    }
+    if (!text || bytes == 0 || characters < 0 || (characters > 0 && !wide)) {
         return FailWith(ERROR_INVALID_PARAMETER);
+    }
     const int needed = bytes < 0 ? static_cast<int>(std::strlen(text)) + 1 : bytes;
-    if (characters == 0)
+    if (characters == 0) {
         return needed;
-    for (int i = 0; i < std::min(needed, characters); ++i)
+    }
+    for (int i = 0; i < std::min(needed, characters); ++i) {
         wide[i] = static_cast<WCHAR>(Utf16FromAnsiByte(static_cast<unsigned char>(text[i])));
+    }
     return needed <= characters ? needed : FailWith(ERROR_INSUFFICIENT_BUFFER);
 }
 

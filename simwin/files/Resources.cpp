@@ -15,28 +15,29 @@
 
 namespace machine {
 
-namespace {
-
 constexpr std::uint16_t NumberMark = 0xFFFF; // precedes a type or name that is a number
 constexpr std::string_view VersionType = "#16";
 
+namespace {
 struct ResourceRoom {
     bool read = false;
     std::vector<std::uint8_t> bytes;
     std::vector<Resource> resources;
 };
-ResourceRoom* g_resources;
-Room g_resourceRoom(
+} // namespace
+static ResourceRoom* g_resources;
+static Room g_resourceRoom(
     42, [] { g_resources = new ResourceRoom; },
     [] {
         delete g_resources;
         g_resources = nullptr;
     });
 
-[[noreturn]] void Broken(const std::string& what) {
+[[noreturn]] static void Broken(const std::string& what) {
     StopRun(Verdict::BrokenRule, "resources: " + TheSetup().resourceFile + ": " + what);
 }
 
+namespace {
 // Reads numbers of a compiled resource file with bounds.
 struct ResReader {
     const std::vector<std::uint8_t>& bytes;
@@ -45,32 +46,38 @@ struct ResReader {
     template<typename T>
     T Take() {
         T value;
-        if (bytes.size() - at < sizeof value)
+        if (bytes.size() - at < sizeof value) {
             Broken("the file ends in the middle of a header");
+        }
         std::memcpy(&value, bytes.data() + at, sizeof value);
         at += sizeof value;
         return value;
     }
     std::string TakeId() {
         const auto first = Take<std::uint16_t>();
-        if (first == NumberMark)
+        if (first == NumberMark) {
             return "#" + std::to_string(Take<std::uint16_t>());
+        }
         std::u16string text;
-        for (std::uint16_t c = first; c; c = Take<std::uint16_t>())
+        for (std::uint16_t c = first; c; c = Take<std::uint16_t>()) {
             text.push_back(static_cast<char16_t>(c));
+        }
         return Upper(AnsiFromUtf16(text));
     }
     void Align() { at = (at + 3) & ~std::size_t{3}; }
 };
+} // namespace
 
-void ReadResources() {
+static void ReadResources() {
     ResourceRoom& room = *g_resources;
     room.read = true;
-    if (TheSetup().resourceFile.empty())
+    if (TheSetup().resourceFile.empty()) {
         return;
+    }
     std::ifstream file(TheSetup().resourceFile, std::ios::binary);
-    if (!file)
+    if (!file) {
         Broken("cannot be read");
+    }
     room.bytes.assign(std::istreambuf_iterator<char>(file), {});
     ResReader reader{room.bytes};
     while (reader.at + 8 <= room.bytes.size()) {
@@ -85,62 +92,68 @@ void ReadResources() {
         reader.Take<std::uint16_t>(); // memory flags
         resource.language = reader.Take<std::uint16_t>();
         reader.at = start + headerSize;
-        if (reader.at > room.bytes.size() || room.bytes.size() - reader.at < dataSize)
+        if (reader.at > room.bytes.size() || room.bytes.size() - reader.at < dataSize) {
             Broken("the file ends in the middle of a resource");
+        }
         resource.data = std::span(room.bytes).subspan(reader.at, dataSize);
         reader.at += dataSize;
         reader.Align();
-        if (dataSize)
+        if (dataSize) {
             room.resources.push_back(std::move(resource));
+        }
     }
 }
 
 // --- Version information: nested blocks of a length, a value's length, a type, a name in UTF-16 and the value.
 
-void PutWord(std::vector<std::uint8_t>& bytes, std::size_t value) {
+static void PutWord(std::vector<std::uint8_t>& bytes, std::size_t value) {
     bytes.push_back(static_cast<std::uint8_t>(value));
     bytes.push_back(static_cast<std::uint8_t>(value >> 8));
 }
 
-void AlignTo4(std::vector<std::uint8_t>& bytes) {
-    while (bytes.size() % 4)
+static void AlignTo4(std::vector<std::uint8_t>& bytes) {
+    while (bytes.size() % 4) {
         bytes.push_back(0);
+    }
 }
 
 // Opens a block and returns its place; EndBlock writes the length. valueLength in bytes, for texts in characters.
-std::size_t BeginBlock(std::vector<std::uint8_t>& bytes, const char* name, std::size_t valueLength, bool text) {
+static std::size_t BeginBlock(std::vector<std::uint8_t>& bytes, const char* name, std::size_t valueLength, bool text) {
     AlignTo4(bytes);
     const std::size_t start = bytes.size();
     PutWord(bytes, 0);
     PutWord(bytes, valueLength);
     PutWord(bytes, text);
-    for (const char* at = name; *at; ++at)
+    for (const char* at = name; *at; ++at) {
         PutWord(bytes, static_cast<unsigned char>(*at));
+    }
     PutWord(bytes, 0);
     AlignTo4(bytes);
     return start;
 }
 
-void EndBlock(std::vector<std::uint8_t>& bytes, std::size_t start) {
+static void EndBlock(std::vector<std::uint8_t>& bytes, std::size_t start) {
     const std::size_t length = bytes.size() - start;
     bytes[start] = static_cast<std::uint8_t>(length);
     bytes[start + 1] = static_cast<std::uint8_t>(length >> 8);
 }
 
-void PutText(std::vector<std::uint8_t>& bytes, const char* name, const std::string& text) {
+static void PutText(std::vector<std::uint8_t>& bytes, const char* name, const std::string& text) {
     const std::size_t start = BeginBlock(bytes, name, text.size() + 1, true);
-    for (const char c : text)
+    for (const char c : text) {
         PutWord(bytes, static_cast<unsigned char>(c));
+    }
     PutWord(bytes, 0);
     EndBlock(bytes, start);
 }
 
 // What a system library carries: its number and its maker.
-std::vector<std::uint8_t> SystemVersionInfo(const std::string& version) {
+static std::vector<std::uint8_t> SystemVersionInfo(const std::string& version) {
     simwin::WORD parts[4] = {};
     const std::vector<std::string> numbers = Split(version, '.');
-    for (std::size_t i = 0; i < numbers.size() && i < 4; ++i)
+    for (std::size_t i = 0; i < numbers.size() && i < 4; ++i) {
         std::from_chars(numbers[i].data(), numbers[i].data() + numbers[i].size(), parts[i]);
+    }
     simwin::VS_FIXEDFILEINFO fixed = {};
     fixed.dwSignature = 0xFEEF04BD;
     fixed.dwStrucVersion = 0x10000;
@@ -169,6 +182,7 @@ std::vector<std::uint8_t> SystemVersionInfo(const std::string& version) {
     return bytes;
 }
 
+namespace {
 // A block inside version information, with bounds.
 struct VersionBlock {
     const std::uint8_t* start = nullptr;
@@ -176,28 +190,32 @@ struct VersionBlock {
     bool text = false;
     std::string name;
 };
+} // namespace
 
-std::size_t Word(const std::uint8_t* at) {
+static std::size_t Word(const std::uint8_t* at) {
     return static_cast<std::size_t>(at[0] | at[1] << 8);
 }
 
 constexpr std::size_t BlockHeader = 6;
 
 // Reads the block at `start` of at most `room` bytes; false if it is not a block.
-bool ReadBlock(const std::uint8_t* start, std::size_t room, VersionBlock& block) {
-    if (room < BlockHeader)
+static bool ReadBlock(const std::uint8_t* start, std::size_t room, VersionBlock& block) {
+    if (room < BlockHeader) {
         return false;
+    }
     block.start = start;
     block.length = std::min(Word(start), room);
     block.text = Word(start + 4) != 0;
     std::size_t at = BlockHeader;
     block.name.clear();
     for (;; at += 2) {
-        if (at + 2 > block.length)
+        if (at + 2 > block.length) {
             return false;
+        }
         const std::size_t c = Word(start + at);
-        if (!c)
+        if (!c) {
             break;
+        }
         block.name += static_cast<char>(c);
     }
     block.valueAt = (at + 2 + 3) & ~std::size_t{3};
@@ -205,13 +223,15 @@ bool ReadBlock(const std::uint8_t* start, std::size_t room, VersionBlock& block)
     return block.valueAt <= block.length || block.valueLength == 0;
 }
 
-bool FindChildBlock(const VersionBlock& parent, std::string_view name, VersionBlock& child) {
+static bool FindChildBlock(const VersionBlock& parent, std::string_view name, VersionBlock& child) {
     std::size_t at = (parent.valueAt + parent.valueLength + 3) & ~std::size_t{3};
     while (at < parent.length && ReadBlock(parent.start + at, parent.length - at, child)) {
-        if (EqualNoCase(child.name, name))
+        if (EqualNoCase(child.name, name)) {
             return true;
-        if (!child.length)
+        }
+        if (!child.length) {
             return false;
+        }
         at = (at + child.length + 3) & ~std::size_t{3};
     }
     return false;
@@ -221,22 +241,23 @@ bool FindChildBlock(const VersionBlock& parent, std::string_view name, VersionBl
 constexpr std::uint32_t RoomMark = 0x58324546; // "FE2X"
 constexpr std::size_t RoomHeader = 8;
 
-bool IsProgramFile(const std::string& path) {
+static bool IsProgramFile(const std::string& path) {
     return EqualNoCase(path, TheSetup().directory + "\\" + TheSetup().executable);
 }
 
-} // namespace
-
 const std::vector<Resource>& ProgramResources() {
-    if (!g_resources->read)
+    if (!g_resources->read) {
         ReadResources();
+    }
     return g_resources->resources;
 }
 
 const Resource* FindProgramResource(std::string_view type, std::string_view name) {
-    for (const Resource& resource : ProgramResources())
-        if (EqualNoCase(resource.type, type) && EqualNoCase(resource.name, name))
+    for (const Resource& resource : ProgramResources()) {
+        if (EqualNoCase(resource.type, type) && EqualNoCase(resource.name, name)) {
             return &resource;
+        }
+    }
     return nullptr;
 }
 
@@ -258,13 +279,15 @@ static bool IsProgramModule(HMODULE module) {
 HRSRC FindResourceA(HMODULE module, LPCSTR name, LPCSTR type) {
     SIM_CALL("FindResourceA", "", ERROR_RESOURCE_DATA_NOT_FOUND, ERROR_RESOURCE_TYPE_NOT_FOUND,
              ERROR_RESOURCE_NAME_NOT_FOUND);
-    if (!IsProgramModule(module))
+    if (!IsProgramModule(module)) {
         NotModelled("FindResourceA", "resources of a library");
+    }
     DWORD error = simCall.error;
     if (!error) {
         const std::string wanted = ResourceId(type);
-        if (const Resource* found = FindProgramResource(wanted, ResourceId(name)))
+        if (const Resource* found = FindProgramResource(wanted, ResourceId(name))) {
             return reinterpret_cast<HRSRC>(const_cast<Resource*>(found));
+        }
         const auto& all = ProgramResources();
         const bool hasType = std::any_of(all.begin(), all.end(), [&](const Resource& r) { return r.type == wanted; });
         error = all.empty() ? ERROR_RESOURCE_DATA_NOT_FOUND
@@ -312,13 +335,15 @@ BOOL GetFileVersionInfoA(LPCSTR file, DWORD, DWORD size, LPVOID data) {
         if (!node || node->folder) {
             error = ERROR_FILE_NOT_FOUND;
         } else if (IsProgramFile(path.full)) {
-            if (const Resource* version = FindProgramResource(VersionType, "#1"))
+            if (const Resource* version = FindProgramResource(VersionType, "#1")) {
                 bytes.assign(version->data.begin(), version->data.end());
+            }
         } else if (!node->fileVersion.empty()) {
             bytes = SystemVersionInfo(node->fileVersion);
         }
-        if (!error && bytes.empty())
+        if (!error && bytes.empty()) {
             error = ERROR_RESOURCE_DATA_NOT_FOUND;
+        }
     }
     if (error) {
         SetError(error);
@@ -343,8 +368,9 @@ BOOL VerQueryValueA(LPCVOID data, LPCSTR block, LPVOID* value, PUINT size) {
     bool is = !simCall.error && ReadBlock(bytes, whole, found);
     for (const std::string& name : Split(block, '\\')) {
         VersionBlock child;
-        if (name.empty() || !is)
+        if (name.empty() || !is) {
             continue;
+        }
         is = FindChildBlock(found, name, child);
         found = child;
     }
@@ -365,11 +391,13 @@ BOOL VerQueryValueA(LPCVOID data, LPCSTR block, LPVOID* value, PUINT size) {
     std::memcpy(&room, bytes + end + sizeof mark, sizeof room);
     const std::size_t place = static_cast<std::size_t>(found.start + found.valueAt - bytes) / 2;
     std::u16string wide;
-    for (std::size_t i = 0; i + 1 < found.valueLength; i += 2)
+    for (std::size_t i = 0; i + 1 < found.valueLength; i += 2) {
         wide.push_back(static_cast<char16_t>(Word(found.start + found.valueAt + i)));
+    }
     const std::string text = AnsiFromUtf16(wide);
-    if (mark != RoomMark || place + text.size() > room)
+    if (mark != RoomMark || place + text.size() > room) {
         NotModelled("VerQueryValueA", "a text without room after the information");
+    }
     char* to = reinterpret_cast<char*>(const_cast<std::uint8_t*>(bytes)) + end + RoomHeader + place;
     std::memcpy(to, text.data(), text.size());
     *value = to;

@@ -10,11 +10,11 @@
 namespace machine {
 
 namespace {
-
 struct SystemText {
     simwin::DWORD code;
     const char* text; // without its line end
 };
+} // namespace
 constexpr SystemText SystemTexts[] = {
     {0, "The operation completed successfully."},
     {1, "Incorrect function."},
@@ -102,15 +102,15 @@ constexpr SystemText SystemTexts[] = {
 constexpr simwin::DWORD ErrorMessageNotFound = 317;
 
 // The text of a code, or of the error in an HRESULT of Windows' own facility; null without one.
-const char* FindText(simwin::DWORD code) {
+static const char* FindText(simwin::DWORD code) {
     constexpr simwin::DWORD OfWindows = 0x80070000;
-    for (const SystemText& row : SystemTexts)
-        if (row.code == code || (row.code | OfWindows) == code)
+    for (const SystemText& row : SystemTexts) {
+        if (row.code == code || (row.code | OfWindows) == code) {
             return row.text;
+        }
+    }
     return nullptr;
 }
-
-} // namespace
 
 } // namespace machine
 
@@ -119,14 +119,17 @@ namespace simwin {
 DWORD FormatMessageA(DWORD flags, LPCVOID, DWORD message, DWORD, LPSTR buffer, DWORD size, __builtin_va_list*) {
     SIM_CALL("FormatMessageA", "", ERROR_NOT_ENOUGH_MEMORY);
     constexpr DWORD Modelled = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM;
-    if ((flags & ~Modelled) || !(flags & FORMAT_MESSAGE_FROM_SYSTEM))
+    if ((flags & ~Modelled) || !(flags & FORMAT_MESSAGE_FROM_SYSTEM)) {
         machine::NotModelled("FormatMessageA", "messages other than the system's");
+    }
     DWORD error = simCall.error;
     const char* found = machine::FindText(message);
-    if (!error && !found)
+    if (!error && !found) {
         error = machine::ErrorMessageNotFound;
-    if (!error && !buffer)
+    }
+    if (!error && !buffer) {
         error = ERROR_INVALID_PARAMETER;
+    }
     if (error) {
         machine::SetError(error);
         return 0;

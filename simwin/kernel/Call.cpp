@@ -12,12 +12,11 @@ extern machine::Operation* __stop_simops[];
 
 namespace machine {
 
-namespace {
-
 // With a seed one call in this many yields: often enough to hit every race in a few dozen seeds.
 constexpr std::uint64_t TurnOdds = 8;
 constexpr std::size_t TraceLength = 16;
 
+namespace {
 struct Gate {
     std::vector<Fault> faults;
     std::array<TracedCall, TraceLength> trace{};
@@ -26,20 +25,23 @@ struct Gate {
     bool isNoting = false;
     std::vector<Fault> noted;
 };
-Gate* g_gate;
+} // namespace
+static Gate* g_gate;
 
-Gate& TheGate() {
-    if (!g_gate)
+static Gate& TheGate() {
+    if (!g_gate) {
         g_gate = new Gate;
+    }
     return *g_gate;
 }
 
 // The first described fault that fits the call and is neither waiting nor used up. Counts the call for all that fit.
-Fault* MatchFault(const char* name, const char* object) {
+static Fault* MatchFault(const char* name, const char* object) {
     Fault* hit = nullptr;
     for (Fault& fault : TheGate().faults) {
-        if (fault.isOver || fault.call != name || !MatchesWildcard(object, fault.on))
+        if (fault.isOver || fault.call != name || !MatchesWildcard(object, fault.on)) {
             continue;
+        }
         ++fault.seen;
         if (!hit && fault.seen > fault.after && (fault.times == 0 || fault.acted < fault.times)) {
             ++fault.acted;
@@ -49,9 +51,10 @@ Fault* MatchFault(const char* name, const char* object) {
     return hit;
 }
 
-void NoteCall(const Operation& operation) {
-    if (operation.errorCount < 2)
+static void NoteCall(const Operation& operation) {
+    if (operation.errorCount < 2) {
         return;
+    }
     Fault fault;
     fault.call = operation.name;
     fault.on = "*";
@@ -60,33 +63,36 @@ void NoteCall(const Operation& operation) {
     TheGate().noted.push_back(fault);
 }
 
-std::string LivelockText(const char* name) {
+static std::string LivelockText(const char* name) {
     return std::string("ten million calls without time moving, the last ") + name + "\n" + WhoWaits();
 }
 
-} // namespace
-
 Call::Call(Operation& operation, const char* object) {
     Thread* thread = CurrentThread();
-    if (!thread)
+    if (!thread) {
         StopRun(Verdict::BrokenRule, std::string(operation.name) + ": called outside a simulated thread");
+    }
     ++operation.count;
     thread->call = operation.name;
     Gate& gate = TheGate();
     gate.trace[gate.traced++ % TraceLength] = {Now(), thread->id, operation.name};
-    if (++Counts().callsSinceTimeMoved > LivelockCalls)
+    if (++Counts().callsSinceTimeMoved > LivelockCalls) {
         StopRun(Verdict::Livelock, LivelockText(operation.name));
-    if (gate.watcher)
+    }
+    if (gate.watcher) {
         gate.watcher(operation.name, object ? object : "");
+    }
     if (IsSeeded() && Chance(TurnOdds) == 0) {
         Yield();
         thread->call = operation.name;
     }
     const Fault* fault = gate.faults.empty() ? nullptr : MatchFault(operation.name, object ? object : "");
-    if (!fault && gate.isNoting)
+    if (!fault && gate.isNoting) {
         NoteCall(operation);
-    if (!fault)
+    }
+    if (!fault) {
         return;
+    }
     error = fault->error;
     if (const std::uint64_t delay = fault->delayMs) {
         SleepMs(delay);
@@ -111,15 +117,17 @@ std::span<const Fault> NotedCalls() {
 }
 
 void EndFaults() {
-    for (Fault& fault : TheGate().faults)
+    for (Fault& fault : TheGate().faults) {
         fault.isOver = true;
+    }
 }
 
 void ClearFaults() {
     delete g_gate;
     g_gate = nullptr;
-    for (Operation** at = __start_simops; at != __stop_simops; ++at)
+    for (Operation** at = __start_simops; at != __stop_simops; ++at) {
         (*at)->count = 0;
+    }
 }
 
 std::vector<const Operation*> AllOperations() {
@@ -127,9 +135,11 @@ std::vector<const Operation*> AllOperations() {
 }
 
 const Operation* FindOperation(std::string_view name) {
-    for (Operation** at = __start_simops; at != __stop_simops; ++at)
-        if (name == (*at)->name)
+    for (Operation** at = __start_simops; at != __stop_simops; ++at) {
+        if (name == (*at)->name) {
             return *at;
+        }
+    }
     return nullptr;
 }
 
@@ -137,8 +147,9 @@ std::vector<TracedCall> RecentCalls() {
     const Gate& gate = TheGate();
     std::vector<TracedCall> calls;
     const std::size_t count = gate.traced < TraceLength ? gate.traced : TraceLength;
-    for (std::size_t i = 0; i < count; ++i)
+    for (std::size_t i = 0; i < count; ++i) {
         calls.push_back(gate.trace[(gate.traced - count + i) % TraceLength]);
+    }
     return calls;
 }
 

@@ -64,6 +64,15 @@ void WatchCalls(CallWatcher watcher);
 inline void SetError(simwin::DWORD error) {
     CurrentThread()->lastError = error;
 }
+// What most operations return when they fail, with the last error set.
+inline simwin::BOOL Fail(simwin::DWORD error) {
+    SetError(error);
+    return FALSE;
+}
+inline simwin::HANDLE FailOpen(simwin::DWORD error) {
+    SetError(error);
+    return INVALID_HANDLE_VALUE;
+}
 
 } // namespace machine
 

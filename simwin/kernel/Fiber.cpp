@@ -25,59 +25,55 @@
 
 namespace machine {
 
-namespace {
-
 using boost::context::detail::fcontext_t;
 using boost::context::detail::transfer_t;
 
 constexpr std::size_t GuardBytes = 64 * 1024;
 
-std::map<std::size_t, std::vector<void*>> g_freeStacks; // by size
-std::map<const char*, std::size_t> g_allStacks;         // guard pages included
-fcontext_t g_schedulerContext;
-const void* g_schedulerStack;
-std::size_t g_schedulerStackSize;
-void (*g_threadMain)(Thread*);
+static std::map<std::size_t, std::vector<void*>> g_freeStacks; // by size
+static std::map<const char*, std::size_t> g_allStacks;         // guard pages included
+static fcontext_t g_schedulerContext;
+static const void* g_schedulerStack;
+static std::size_t g_schedulerStackSize;
+static void (*g_threadMain)(Thread*);
 
 #ifdef SIMWIN_ASAN
 constexpr std::size_t SanitizerFactor = 4; // instrumented frames are larger
 
-void StartSwitch(void** fakeStack, const void* bottom, std::size_t size) {
+static void StartSwitch(void** fakeStack, const void* bottom, std::size_t size) {
     __sanitizer_start_switch_fiber(fakeStack, bottom, size);
 }
-void FinishSwitch(void* fakeStack, const void** bottom, std::size_t* size) {
+static void FinishSwitch(void* fakeStack, const void** bottom, std::size_t* size) {
     __sanitizer_finish_switch_fiber(fakeStack, bottom, size);
 }
-void StackTaken(void* stack, std::size_t bytes) {
+static void StackTaken(void* stack, std::size_t bytes) {
     __lsan_register_root_region(stack, bytes);
 }
-void StackGiven(void* stack, std::size_t bytes) {
+static void StackGiven(void* stack, std::size_t bytes) {
     __lsan_unregister_root_region(stack, bytes);
     __asan_unpoison_memory_region(stack, bytes);
 }
 #else
 constexpr std::size_t SanitizerFactor = 1;
-void StartSwitch(void**, const void*, std::size_t) {
+static void StartSwitch(void**, const void*, std::size_t) {
 }
-void FinishSwitch(void*, const void**, std::size_t*) {
+static void FinishSwitch(void*, const void**, std::size_t*) {
 }
-void StackTaken(void*, std::size_t) {
+static void StackTaken(void*, std::size_t) {
 }
-void StackGiven(void*, std::size_t) {
+static void StackGiven(void*, std::size_t) {
 }
 #endif
 
-std::size_t WholeSize(std::size_t bytes) {
+static std::size_t WholeSize(std::size_t bytes) {
     return bytes * SanitizerFactor;
 }
 
-void FiberEntry(transfer_t transfer) {
+static void FiberEntry(transfer_t transfer) {
     FinishSwitch(nullptr, &g_schedulerStack, &g_schedulerStackSize);
     g_schedulerContext = transfer.fctx;
     g_threadMain(static_cast<Thread*>(transfer.data));
 }
-
-} // namespace
 
 void* TakeStack(std::size_t bytes) {
     auto& free = g_freeStacks[bytes];
@@ -89,8 +85,9 @@ void* TakeStack(std::size_t bytes) {
         const std::size_t whole = WholeSize(bytes) + GuardBytes;
         auto* memory = static_cast<char*>(
             mmap(nullptr, whole, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
-        if (memory == MAP_FAILED)
+        if (memory == MAP_FAILED) {
             StopRun(Verdict::Crash, "the host has no memory for a stack");
+        }
         mprotect(memory, GuardBytes, PROT_NONE);
         g_allStacks.emplace(memory, whole);
         stack = memory + GuardBytes;
@@ -105,16 +102,18 @@ void ReturnStack(void* stack, std::size_t bytes) {
 }
 
 void FreeStacks() {
-    for (const auto& [memory, whole] : g_allStacks)
+    for (const auto& [memory, whole] : g_allStacks) {
         munmap(const_cast<char*>(memory), whole);
+    }
     g_allStacks.clear();
     g_freeStacks.clear();
 }
 
 bool IsStackGuard(const void* address) {
     auto after = g_allStacks.upper_bound(static_cast<const char*>(address));
-    if (after == g_allStacks.begin())
+    if (after == g_allStacks.begin()) {
         return false;
+    }
     --after;
     return static_cast<const char*>(address) < after->first + GuardBytes;
 }

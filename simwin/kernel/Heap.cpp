@@ -7,13 +7,9 @@
 
 namespace machine {
 
-namespace {
-
 constexpr std::uint64_t FrontGuard = 0x51B10C6F0A11D00Dull;
 constexpr std::uint64_t BackGuard = 0x51B10C6BAC6D00Dull;
 constexpr std::size_t NoSize = static_cast<std::size_t>(-1);
-
-} // namespace
 
 struct Heap::Block {
     Block *next, *previous;
@@ -36,16 +32,18 @@ Heap::~Heap() {
 
 void* Heap::Allocate(std::size_t size, const char* call) {
     auto* block = static_cast<Block*>(std::calloc(1, sizeof(Block) + size + sizeof(BackGuard)));
-    if (!block)
+    if (!block) {
         StopRun(Verdict::Crash, "the host is out of memory");
+    }
     block->next = m_first;
     block->size = size;
     block->address = m_nextAddress;
     block->call = call;
     block->guard = FrontGuard;
     std::memcpy(static_cast<char*>(block->Data()) + size, &BackGuard, sizeof(BackGuard));
-    if (m_first)
+    if (m_first) {
         m_first->previous = block;
+    }
     m_first = block;
     m_nextAddress += (size + 31) / 16 * 16;
     m_bytes += size;
@@ -65,13 +63,15 @@ std::size_t Heap::Size(const void* data) const {
 
 bool Heap::Free(void* data) {
     const auto found = m_blocks.find(data);
-    if (found == m_blocks.end() || !found->second->Whole())
+    if (found == m_blocks.end() || !found->second->Whole()) {
         return false;
+    }
     Block* block = found->second;
     m_blocks.erase(found);
     (block->previous ? block->previous->next : m_first) = block->next;
-    if (block->next)
+    if (block->next) {
         block->next->previous = block->previous;
+    }
     m_bytes -= block->size;
     --m_count;
     std::free(block);
@@ -79,9 +79,11 @@ bool Heap::Free(void* data) {
 }
 
 bool Heap::Validate() const {
-    for (const Block* block = m_first; block; block = block->next)
-        if (!block->Whole())
+    for (const Block* block = m_first; block; block = block->next) {
+        if (!block->Whole()) {
             return false;
+        }
+    }
     return true;
 }
 
@@ -97,8 +99,9 @@ void Heap::FreeAll() {
 
 std::uint64_t Heap::StableAddress(const void* address) const {
     auto after = m_blocks.upper_bound(address);
-    if (after == m_blocks.begin())
+    if (after == m_blocks.begin()) {
         return 0;
+    }
     --after;
     const auto offset =
         static_cast<std::size_t>(static_cast<const char*>(address) - static_cast<const char*>(after->first));

@@ -11,74 +11,82 @@
 
 namespace machine {
 
-namespace {
-
 // In the order of creation. Kept until the process ends, so that a report can name a lock after its deletion.
-std::vector<Lock*> g_locks;
+static std::vector<Lock*> g_locks;
 // Pairs (outer, inner) in which locks were entered: the reverse pair is a deadlock waiting to happen.
-std::set<std::pair<const Lock*, const Lock*>> g_orders;
+static std::set<std::pair<const Lock*, const Lock*>> g_orders;
 
 // How many locks some thread owns. With none there is no order to check.
-std::size_t g_owned;
+static std::size_t g_owned;
 
-Lock* LockOf(const simwin::CRITICAL_SECTION* section, const char* call) {
+static Lock* LockOf(const simwin::CRITICAL_SECTION* section, const char* call) {
     auto* lock = static_cast<Lock*>(section->DebugInfo);
     // Its index when it was created; it may have moved up since.
     const std::size_t place = section->SpinCount;
-    if (place < g_locks.size() && g_locks[place] == lock && lock->section == section)
+    if (place < g_locks.size() && g_locks[place] == lock && lock->section == section) {
         return lock;
-    for (Lock* known : g_locks)
-        if (known == lock && known->section == section)
+    }
+    for (Lock* known : g_locks) {
+        if (known == lock && known->section == section) {
             return lock;
+        }
+    }
     BrokenRule(call, "a critical section that is not initialised");
 }
 
-void CheckOrder(const Lock* inner) {
-    if (g_owned == 0)
+static void CheckOrder(const Lock* inner) {
+    if (g_owned == 0) {
         return;
+    }
     const Thread* thread = CurrentThread();
     for (const Lock* outer : g_locks) {
-        if (outer->owner != thread || outer == inner)
+        if (outer->owner != thread || outer == inner) {
             continue;
-        if (g_orders.contains({inner, outer}))
+        }
+        if (g_orders.contains({inner, outer})) {
             BrokenRule("EnterCriticalSection", "two locks are entered in both orders");
+        }
         g_orders.insert({outer, inner});
     }
 }
 
-void Own(Lock* lock, Thread* thread) {
+static void Own(Lock* lock, Thread* thread) {
     lock->owner = thread;
     lock->depth = 1;
     ++g_owned;
 }
 
-void Disown(Lock* lock) {
-    if (lock->owner)
+static void Disown(Lock* lock) {
+    if (lock->owner) {
         --g_owned;
+    }
     lock->owner = nullptr;
 }
 
-} // namespace
-
 std::string DescribeHolder(const Thread* waiter) {
-    for (const Lock* lock : g_locks)
-        if (waiter->waitQueue == &lock->waiters && lock->owner)
+    for (const Lock* lock : g_locks) {
+        if (waiter->waitQueue == &lock->waiters && lock->owner) {
             return fmt::format(", held by thread {} (last call {})", lock->owner->id, lock->owner->call);
+        }
+    }
     return "";
 }
 
 std::vector<const Lock*> HeldLocks() {
     std::vector<const Lock*> held;
-    for (const Lock* lock : g_locks)
-        if (lock->owner)
+    for (const Lock* lock : g_locks) {
+        if (lock->owner) {
             held.push_back(lock);
+        }
+    }
     return held;
 }
 
 void ForgetLocks(const Process* process) {
     std::erase_if(g_locks, [process](Lock* lock) {
-        if (lock->process != process)
+        if (lock->process != process) {
             return false;
+        }
         std::erase_if(g_orders, [lock](const auto& pair) { return pair.first == lock || pair.second == lock; });
         Disown(lock);
         delete lock;
@@ -107,8 +115,9 @@ void InitializeCriticalSection(CRITICAL_SECTION* section) {
 void DeleteCriticalSection(CRITICAL_SECTION* section) {
     SIM_CALL("DeleteCriticalSection", "");
     Lock* lock = machine::LockOf(section, "DeleteCriticalSection");
-    if (!lock->waiters.empty())
+    if (!lock->waiters.empty()) {
         machine::BrokenRule("DeleteCriticalSection", "a thread waits for the lock");
+    }
     lock->section = nullptr;
     machine::Disown(lock);
     section->DebugInfo = nullptr;
@@ -123,32 +132,37 @@ void EnterCriticalSection(CRITICAL_SECTION* section) {
         return;
     }
     machine::CheckOrder(lock);
-    if (lock->owner)
+    if (lock->owner) {
         machine::Block(machine::WaitKind::CriticalSection, "a critical section", machine::NoLimit, &lock->waiters);
-    else
+    } else {
         machine::Own(lock, thread);
+    }
 }
 
 BOOL TryEnterCriticalSection(CRITICAL_SECTION* section) {
     SIM_CALL("TryEnterCriticalSection", "");
     Lock* lock = machine::LockOf(section, "TryEnterCriticalSection");
     machine::Thread* thread = machine::CurrentThread();
-    if (lock->owner && lock->owner != thread)
+    if (lock->owner && lock->owner != thread) {
         return FALSE;
-    if (lock->owner)
+    }
+    if (lock->owner) {
         ++lock->depth;
-    else
+    } else {
         machine::Own(lock, thread);
+    }
     return TRUE;
 }
 
 void LeaveCriticalSection(CRITICAL_SECTION* section) {
     SIM_CALL("LeaveCriticalSection", "");
     Lock* lock = machine::LockOf(section, "LeaveCriticalSection");
-    if (lock->owner != machine::CurrentThread())
+    if (lock->owner != machine::CurrentThread()) {
         machine::BrokenRule("LeaveCriticalSection", "a lock that this thread does not hold");
-    if (--lock->depth > 0)
+    }
+    if (--lock->depth > 0) {
         return;
+    }
     machine::Disown(lock);
     if (!lock->waiters.empty()) {
         machine::Thread* next = lock->waiters.front();

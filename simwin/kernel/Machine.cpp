@@ -16,19 +16,17 @@
 
 namespace machine {
 
-namespace {
+static Setup g_setup;
+static Room* g_rooms; // sorted by order
 
-Setup g_setup;
-Room* g_rooms; // sorted by order
+static char g_signalStack[64 * 1024];
 
-char g_signalStack[64 * 1024];
-
-void WriteText(const char* text) {
+static void WriteText(const char* text) {
     (void)!write(STDERR_FILENO, text, std::strlen(text)); // nothing is left to report it to
 }
 
 // Runs on the alternate stack; only what is safe in a signal handler.
-void OnCrash(int signal, siginfo_t* info, void*) {
+static void OnCrash(int signal, siginfo_t* info, void*) {
     WriteText("crash: ");
     WriteText(IsStackGuard(info->si_addr) ? "stack overflow" : strsignal(signal));
     if (const Thread* thread = CurrentThread()) {
@@ -42,13 +40,12 @@ void OnCrash(int signal, siginfo_t* info, void*) {
     _exit(CrashExitCode);
 }
 
-} // namespace
-
 Room::Room(int roomOrder, void (*createRoom)(), void (*destroyRoom)())
     : order(roomOrder), create(createRoom), destroy(destroyRoom), next(nullptr) {
     Room** at = &g_rooms;
-    while (*at && (*at)->order <= order)
+    while (*at && (*at)->order <= order) {
         at = &(*at)->next;
+    }
     next = *at;
     *at = this;
 }
@@ -59,16 +56,19 @@ const Setup& TheSetup() {
 
 void CreateMachine(const Setup& setup) {
     g_setup = setup;
-    for (const Room* room = g_rooms; room; room = room->next)
+    for (const Room* room = g_rooms; room; room = room->next) {
         room->create();
+    }
 }
 
 void DestroyMachine() {
     std::vector<const Room*> rooms;
-    for (const Room* room = g_rooms; room; room = room->next)
+    for (const Room* room = g_rooms; room; room = room->next) {
         rooms.push_back(room);
-    for (std::size_t i = rooms.size(); i-- > 0;)
+    }
+    for (std::size_t i = rooms.size(); i-- > 0;) {
         rooms[i]->destroy();
+    }
     ClearFaults();
 }
 
@@ -80,8 +80,9 @@ void InstallCrashHandler() {
     struct sigaction action = {};
     action.sa_sigaction = OnCrash;
     action.sa_flags = SA_SIGINFO | SA_ONSTACK;
-    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT})
+    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
         sigaction(signal, &action, nullptr);
+    }
 }
 
 int RunHosted(const Setup& setup, std::function<int()> entry) {

@@ -5,20 +5,18 @@
 
 namespace simwin {
 
-namespace {
-
 constexpr ULONG_PTR ProcessHeap = 0x00010000; // what GetProcessHeap gives
 constexpr SIZE_T NoSize = static_cast<SIZE_T>(-1);
 
-machine::Heap& OwnHeap(HANDLE heap, const char* call, DWORD flags, DWORD known = 0) {
-    if (flags & ~known)
+static machine::Heap& OwnHeap(HANDLE heap, const char* call, DWORD flags, DWORD known = 0) {
+    if (flags & ~known) {
         machine::NotModelled(call, "flags other than those that are declared");
-    if (reinterpret_cast<ULONG_PTR>(heap) != ProcessHeap)
+    }
+    if (reinterpret_cast<ULONG_PTR>(heap) != ProcessHeap) {
         machine::NotModelled(call, "a heap other than the process's own");
+    }
     return machine::CurrentProcess()->heap;
 }
-
-} // namespace
 
 HANDLE GetProcessHeap() {
     SIM_CALL("GetProcessHeap", "");
@@ -27,20 +25,24 @@ HANDLE GetProcessHeap() {
 
 LPVOID HeapAlloc(HANDLE heap, DWORD flags, SIZE_T bytes) {
     SIM_CALL("HeapAlloc", "", ERROR_NOT_ENOUGH_MEMORY);
-    if (simCall.error)
+    if (simCall.error) {
         return nullptr; // the last error stays: HeapAlloc sets none
+    }
     return OwnHeap(heap, "HeapAlloc", flags, HEAP_ZERO_MEMORY).Allocate(bytes, "HeapAlloc");
 }
 
 BOOL HeapFree(HANDLE heap, DWORD flags, LPVOID block) {
     SIM_CALL("HeapFree", "");
-    if (!block)
+    if (!block) {
         return TRUE;
+    }
     machine::Heap& own = OwnHeap(heap, "HeapFree", flags);
-    if (!own.Owns(block))
+    if (!own.Owns(block)) {
         machine::BrokenRule("HeapFree", "a block that the heap does not have: released twice, or never its own");
-    if (!own.Free(block))
+    }
+    if (!own.Free(block)) {
         machine::BrokenRule("HeapFree", "a block that was written past its end");
+    }
     return TRUE;
 }
 
@@ -61,15 +63,17 @@ HLOCAL LocalAlloc(UINT flags, SIZE_T bytes) {
         machine::SetError(simCall.error);
         return nullptr;
     }
-    if (flags & ~LMEM_ZEROINIT)
+    if (flags & ~LMEM_ZEROINIT) {
         machine::NotModelled("LocalAlloc", "movable memory");
+    }
     return machine::CurrentProcess()->heap.Allocate(bytes, "LocalAlloc");
 }
 
 HLOCAL LocalFree(HLOCAL block) {
     SIM_CALL("LocalFree", "");
-    if (!block)
+    if (!block) {
         return nullptr;
+    }
     if (!machine::CurrentProcess()->heap.Free(block)) {
         machine::SetError(ERROR_INVALID_HANDLE);
         return block;

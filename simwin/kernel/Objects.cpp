@@ -15,8 +15,9 @@ const char* KindName(ObjectKind kind) {
 void Waitable::Signal() {
     signalled = true;
     while (!waiters.empty() && signalled) {
-        if (autoReset)
+        if (autoReset) {
             signalled = false;
+        }
         Wake(waiters.front(), /*WAIT_OBJECT_0*/ 0);
     }
 }
@@ -38,12 +39,14 @@ static std::uint64_t NumberOf(simwin::HANDLE handle) {
 
 bool HandleTable::Close(simwin::HANDLE handle) {
     const auto found = m_entries.find(NumberOf(handle));
-    if (found == m_entries.end())
+    if (found == m_entries.end()) {
         return false;
+    }
     Object* object = found->second.object;
     m_entries.erase(found);
-    if (--object->openHandles == 0)
+    if (--object->openHandles == 0) {
         object->LastHandleClosed();
+    }
     object->Release();
     return true;
 }
@@ -59,8 +62,9 @@ Object* HandleTable::Find(simwin::HANDLE handle, ObjectKind kind) const {
 }
 
 void HandleTable::CloseAll() {
-    while (!m_entries.empty())
+    while (!m_entries.empty()) {
         Close(reinterpret_cast<simwin::HANDLE>(m_entries.begin()->first));
+    }
 }
 
 } // namespace machine

@@ -42,8 +42,9 @@ struct Object {
 
     void Retain() { ++references; }
     void Release() {
-        if (--references == 0)
+        if (--references == 0) {
             delete this;
+        }
     }
 
     const ObjectKind kind;

@@ -10,10 +10,9 @@
 
 namespace machine {
 
-namespace {
-
 constexpr std::size_t MainStackBytes = 4 * 1024 * 1024;
 
+namespace {
 struct Processes {
     std::vector<Process*> all;
     std::vector<std::function<void(const Process&)>> atStart;
@@ -21,25 +20,28 @@ struct Processes {
     std::function<void(const Process&, const char*)> debugWatcher;
     simwin::DWORD nextId = 1200;
 };
-Processes* g_processes;
+} // namespace
+static Processes* g_processes;
 
-void Create() {
+static void Create() {
     g_processes = new Processes;
 }
 
-void Destroy() {
-    for (Process* process : g_processes->all)
+static void Destroy() {
+    for (Process* process : g_processes->all) {
         EndProcess(process, 0);
-    for (Process* process : g_processes->all)
+    }
+    for (Process* process : g_processes->all) {
         process->Release();
+    }
     delete g_processes;
     g_processes = nullptr;
     UnloadImages();
 }
 
-Room g_room(10, Create, Destroy);
+static Room g_room(10, Create, Destroy);
 
-Process* AddProcess(const ProcessStart& start) {
+static Process* AddProcess(const ProcessStart& start) {
     auto* process = new Process;
     process->Retain(); // The machine's own reference: the report still reads the process after it has ended.
     process->id = g_processes->nextId += 4;
@@ -54,50 +56,56 @@ Process* AddProcess(const ProcessStart& start) {
     process->parentId = start.parentId;
     process->environmentOf = start.environmentOf.empty() ? start.user : start.environmentOf;
     process->token = start.token;
-    if (process->token)
+    if (process->token) {
         process->token->Retain();
+    }
     process->startedMs = Now();
     g_processes->all.push_back(process);
-    for (const auto& action : g_processes->atStart)
+    for (const auto& action : g_processes->atStart) {
         action(*process);
+    }
     return process;
 }
 
 // The part of a command line after the program's name, as WinMain gets it: a pointer into the process's own text.
-char* ArgumentsOf(Process* process) {
+static char* ArgumentsOf(Process* process) {
     char* at = process->commandLine.data();
     if (*at == '"') {
-        for (++at; *at && *at != '"'; ++at)
+        for (++at; *at && *at != '"'; ++at) {
             ;
-        if (*at)
+        }
+        if (*at) {
             ++at;
+        }
     } else {
-        while (*at && *at != ' ' && *at != '\t')
+        while (*at && *at != ' ' && *at != '\t') {
             ++at;
+        }
     }
-    while (*at == ' ' || *at == '\t')
+    while (*at == ' ' || *at == '\t') {
         ++at;
+    }
     return at;
 }
 
 using WinMainEntry = int(WINAPI*)(simwin::HINSTANCE, simwin::HINSTANCE, simwin::LPSTR, int);
 
-simwin::DWORD RunProduct(Process* process) {
+static simwin::DWORD RunProduct(Process* process) {
     process->image = LoadImage(TheSetup().imageFile);
     const auto entry = reinterpret_cast<WinMainEntry>(ImageSymbol(process->image, "WinMain"));
-    if (!entry)
+    if (!entry) {
         StopRun(Verdict::Crash, "the product's image has no WinMain");
+    }
     const int code = entry(reinterpret_cast<simwin::HINSTANCE>(0x140000000ull), nullptr, ArgumentsOf(process),
                            static_cast<int>(process->showCommand));
     EndProcess(process, static_cast<simwin::DWORD>(code));
     return 0;
 }
 
-} // namespace
-
 Process::~Process() {
-    if (token)
+    if (token) {
         token->Release();
+    }
 }
 
 const char* RightsName(Rights rights) {
@@ -138,8 +146,9 @@ Process* StartHosted(const ProcessStart& start, std::function<int()> entry) {
 }
 
 void EndProcess(Process* process, simwin::DWORD exitCode) {
-    if (process->ended)
+    if (process->ended) {
         return;
+    }
     process->ended = true;
     process->exitCode = exitCode;
     process->endedMs = Now();
@@ -153,10 +162,12 @@ void EndProcess(Process* process, simwin::DWORD exitCode) {
             EndThread(thread, exitCode);
         }
     }
-    for (const auto& action : g_processes->atEnd)
+    for (const auto& action : g_processes->atEnd) {
         action(*process);
-    for (const auto& action : process->atEnd)
+    }
+    for (const auto& action : process->atEnd) {
         action();
+    }
     process->atEnd.clear();
     process->leakedHandles = process->handles.Entries().size();
     process->leakedBytes = process->heap.Bytes();
@@ -164,20 +175,24 @@ void EndProcess(Process* process, simwin::DWORD exitCode) {
     process->handles.CloseAll();
     ForgetLocks(process);
     process->heap.FreeAll();
-    if (process->image)
+    if (process->image) {
         ReturnImage(process->image);
+    }
     process->image = nullptr;
     process->Signal();
-    if (!heapIsWhole && !IsRunStopped())
+    if (!heapIsWhole && !IsRunStopped()) {
         StopRun(Verdict::BrokenRule, "a block of the heap was written past its end by " + process->imagePath);
-    if (own)
+    }
+    if (own) {
         EndThread(own, exitCode);
+    }
 }
 
 void KillProcess(Process* process) {
     constexpr simwin::DWORD KilledExitCode = 1;
-    if (process->ended)
+    if (process->ended) {
         return;
+    }
     process->killed = true;
     EndProcess(process, KilledExitCode);
 }
@@ -187,9 +202,11 @@ const std::vector<Process*>& AllProcesses() {
 }
 
 Process* FindProcess(simwin::DWORD id) {
-    for (Process* process : g_processes->all)
-        if (process->id == id)
+    for (Process* process : g_processes->all) {
+        if (process->id == id) {
             return process;
+        }
+    }
     return nullptr;
 }
 
@@ -198,10 +215,11 @@ void WatchDebugOutput(std::function<void(const Process&, const char*)> watcher) 
 }
 
 void NoteDebugOutput(Process& process, const char* text) {
-    if (g_processes->debugWatcher)
+    if (g_processes->debugWatcher) {
         g_processes->debugWatcher(process, text);
-    else
+    } else {
         process.debugOutput += text;
+    }
 }
 
 void OnProcessStart(std::function<void(const Process&)> action) {
@@ -214,12 +232,15 @@ void OnProcessEnd(std::function<void(Process&)> action) {
 
 std::uint64_t StableAddress(const void* address) {
     const Thread* thread = CurrentThread();
-    if (!thread)
+    if (!thread) {
         return reinterpret_cast<std::uint64_t>(address);
-    if (const std::uint64_t inImage = StableImageAddress(thread->process->image, address))
+    }
+    if (const std::uint64_t inImage = StableImageAddress(thread->process->image, address)) {
         return inImage;
-    if (const std::uint64_t inHeap = thread->process->heap.StableAddress(address))
+    }
+    if (const std::uint64_t inHeap = thread->process->heap.StableAddress(address)) {
         return inHeap;
+    }
     return reinterpret_cast<std::uint64_t>(address);
 }
 

@@ -16,10 +16,9 @@
 
 namespace machine {
 
-namespace {
-
 constexpr std::size_t DefaultStackBytes = 512 * 1024;
 
+namespace {
 struct DueKey {
     std::uint64_t atMs;
     Due due;
@@ -48,9 +47,10 @@ struct Scheduler {
     bool stopped = false;
     SchedulerCounts counts;
 };
-Scheduler* g_scheduler;
+} // namespace
+static Scheduler* g_scheduler;
 
-void CreateScheduler() {
+static void CreateScheduler() {
     g_scheduler = new Scheduler;
     const Setup& setup = TheSetup();
     g_scheduler->uptimeMs = setup.uptimeMs;
@@ -58,40 +58,43 @@ void CreateScheduler() {
     g_scheduler->random = setup.seed.value_or(0);
 }
 
-void ReapEnded() {
+static void ReapEnded() {
     while (!g_scheduler->ended.empty()) {
         Thread* thread = g_scheduler->ended.back();
         g_scheduler->ended.pop_back();
-        if (thread->stack)
+        if (thread->stack) {
             ReturnStack(thread->stack, thread->stackSize);
+        }
         thread->stack = nullptr;
         thread->Release();
     }
 }
 
-void DestroyScheduler() {
+static void DestroyScheduler() {
     ReapEnded();
     delete g_scheduler;
     g_scheduler = nullptr;
     FreeStacks();
 }
 
-Room g_schedulerRoom(0, CreateScheduler, DestroyScheduler);
+static Room g_schedulerRoom(0, CreateScheduler, DestroyScheduler);
 
 // SplitMix64: small, and the same on every host.
-std::uint64_t NextRandom() {
+static std::uint64_t NextRandom() {
     std::uint64_t z = g_scheduler->random += 0x9E3779B97F4A7C15ull;
     z = (z ^ z >> 30) * 0xBF58476D1CE4E5B9ull;
     z = (z ^ z >> 27) * 0x94D049BB133111EBull;
     return z ^ z >> 31;
 }
 
-void LeaveQueue(Thread* thread) {
-    if (thread->waitQueue)
+static void LeaveQueue(Thread* thread) {
+    if (thread->waitQueue) {
         std::erase(*thread->waitQueue, thread);
+    }
     thread->waitQueue = nullptr;
-    if (thread->waitDue)
+    if (thread->waitDue) {
         CancelDue(thread->waitDue);
+    }
     thread->waitDue = 0;
     if (Object* held = thread->waitHold) {
         thread->waitHold = nullptr;
@@ -99,20 +102,22 @@ void LeaveQueue(Thread* thread) {
     }
 }
 
-void MakeReady(Thread* thread) {
+static void MakeReady(Thread* thread) {
     thread->state = ThreadState::Ready;
     g_scheduler->ready.push_back(thread);
 }
 
 // Removes a thread from all of the scheduler's lists; its stack is released once it no longer runs.
-void Retire(Thread* thread, simwin::DWORD exitCode) {
+static void Retire(Thread* thread, simwin::DWORD exitCode) {
     LeaveQueue(thread);
-    if (thread->state == ThreadState::Ready)
+    if (thread->state == ThreadState::Ready) {
         std::erase(g_scheduler->ready, thread);
+    }
     thread->state = ThreadState::Ended;
     thread->exitCode = exitCode;
-    if (thread->impersonated)
+    if (thread->impersonated) {
         thread->impersonated->Release();
+    }
     thread->impersonated = nullptr;
     std::erase(g_scheduler->threads, thread);
     std::erase(thread->process->threads, thread);
@@ -121,40 +126,44 @@ void Retire(Thread* thread, simwin::DWORD exitCode) {
     g_scheduler->ended.push_back(thread);
 }
 
-[[noreturn]] void ThreadMain(Thread* thread) {
+[[noreturn]] static void ThreadMain(Thread* thread) {
     const simwin::DWORD exitCode = thread->entry();
     EndThread(thread, exitCode);
     StopRun(Verdict::BrokenRule, "a thread came back from its end");
 }
 
-void RunThread(Thread* thread) {
+static void RunThread(Thread* thread) {
     g_scheduler->current = thread;
     thread->state = ThreadState::Running;
     ++g_scheduler->counts.switches;
     SwitchToFiber(thread, ThreadMain);
     g_scheduler->current = nullptr;
-    if (!g_scheduler->ended.empty())
+    if (!g_scheduler->ended.empty()) {
         ReapEnded();
+    }
 }
 
-void RunNextReady() {
+static void RunNextReady() {
     auto& ready = g_scheduler->ready;
     std::size_t pick = 0;
-    if (g_scheduler->seeded && ready.size() > 1)
+    if (g_scheduler->seeded && ready.size() > 1) {
         pick = static_cast<std::size_t>(NextRandom() % ready.size());
+    }
     Thread* thread = ready[pick];
     ready.erase(ready.begin() + static_cast<std::ptrdiff_t>(pick));
     RunThread(thread);
 }
 
 // Runs the first thing of at most this class that is due now. False if there is none.
-bool RunDue(Due last) {
+static bool RunDue(Due last) {
     auto& due = g_scheduler->due;
-    if (due.empty())
+    if (due.empty()) {
         return false;
+    }
     const auto first = due.begin();
-    if (first->first.atMs > g_scheduler->nowMs || first->first.due > last)
+    if (first->first.atMs > g_scheduler->nowMs || first->first.due > last) {
         return false;
+    }
     const std::function<void()> action = std::move(first->second);
     g_scheduler->dueById.erase(first->first.id);
     due.erase(first);
@@ -163,49 +172,59 @@ bool RunDue(Due last) {
 }
 
 // What can never happen when nothing is runnable and nothing is due; empty if all waiting threads are idle.
-std::string NeverComes() {
+static std::string NeverComes() {
     std::string text;
-    for (const Thread* thread : g_scheduler->threads)
+    for (const Thread* thread : g_scheduler->threads) {
         if (thread->state == ThreadState::Waiting &&
             (thread->waitKind == WaitKind::CriticalSection || thread->waitKind == WaitKind::Machine ||
-             thread->waitKind == WaitKind::Answer))
+             thread->waitKind == WaitKind::Answer)) {
             text += fmt::format("thread {} waits forever for {}\n", thread->id, thread->waitWhat);
-    for (const auto& check : g_scheduler->endChecks)
-        if (const std::string found = check(); !found.empty())
+        }
+    }
+    for (const auto& check : g_scheduler->endChecks) {
+        if (const std::string found = check(); !found.empty()) {
             text += found + "\n";
+        }
+    }
     return text;
 }
 
-RunOutcome EndOfRun() {
-    if (g_scheduler->asleep)
+static RunOutcome EndOfRun() {
+    if (g_scheduler->asleep) {
         return {}; // it would continue if something woke it
-    if (const std::string never = NeverComes(); !never.empty())
+    }
+    if (const std::string never = NeverComes(); !never.empty()) {
         return {Verdict::Deadlock, never + WhoWaits()};
+    }
     return {};
 }
 
-void AdvanceTo(std::uint64_t atMs) {
+static void AdvanceTo(std::uint64_t atMs) {
     g_scheduler->nowMs = atMs;
     g_scheduler->counts.callsSinceTimeMoved = 0;
 }
 
-volatile std::sig_atomic_t g_isInterrupted;
+static volatile std::sig_atomic_t g_isInterrupted;
 
-RunOutcome RunLoop(const RunLimits& limits) {
+static RunOutcome RunLoop(const RunLimits& limits) {
     Scheduler& s = *g_scheduler;
     while (!s.stopped) {
-        if (g_isInterrupted)
+        if (g_isInterrupted) {
             return {};
-        if (RunDue(Due::Outside))
+        }
+        if (RunDue(Due::Outside)) {
             continue;
+        }
         if (!s.asleep && !s.ready.empty()) {
             RunNextReady();
             continue;
         }
-        if (RunDue(Due::Expectation))
+        if (RunDue(Due::Expectation)) {
             continue;
-        if (s.due.empty())
+        }
+        if (s.due.empty()) {
             return EndOfRun();
+        }
         const std::uint64_t next = s.due.begin()->first.atMs;
         if (next > limits.untilMs) {
             AdvanceTo(std::max(s.nowMs, limits.untilMs));
@@ -215,8 +234,6 @@ RunOutcome RunLoop(const RunLimits& limits) {
     }
     return s.outcome;
 }
-
-} // namespace
 
 void InterruptRun() noexcept {
     g_isInterrupted = 1;
@@ -240,8 +257,9 @@ DueId At(std::uint64_t atMs, Due due, std::function<void()> action) {
     Scheduler& s = *g_scheduler;
     DueKey key = {std::max(atMs, s.nowMs), due, s.nextDue++};
     const bool isFrozen = s.asleep && due == Due::Machine;
-    if (isFrozen)
+    if (isFrozen) {
         key.atMs -= s.nowMs - s.asleepSinceMs; // as if requested when the sleep began
+    }
     (isFrozen ? s.frozen : s.due).emplace(key, std::move(action));
     s.dueById.emplace(key.id, key);
     return key.id;
@@ -249,8 +267,9 @@ DueId At(std::uint64_t atMs, Due due, std::function<void()> action) {
 
 void CancelDue(DueId id) {
     const auto found = g_scheduler->dueById.find(id);
-    if (found == g_scheduler->dueById.end())
+    if (found == g_scheduler->dueById.end()) {
         return;
+    }
     g_scheduler->due.erase(found->second);
     g_scheduler->frozen.erase(found->second);
     g_scheduler->dueById.erase(found);
@@ -258,15 +277,18 @@ void CancelDue(DueId id) {
 
 void FallAsleep() {
     Scheduler& s = *g_scheduler;
-    if (s.asleep)
+    if (s.asleep) {
         return;
+    }
     s.asleep = true;
     s.asleepSinceMs = s.nowMs;
-    for (auto entry = s.due.begin(); entry != s.due.end();)
-        if (entry->first.due == Due::Machine)
+    for (auto entry = s.due.begin(); entry != s.due.end();) {
+        if (entry->first.due == Due::Machine) {
             s.frozen.insert(s.due.extract(entry++));
-        else
+        } else {
             ++entry;
+        }
+    }
 }
 
 bool IsAsleep() {
@@ -275,20 +297,24 @@ bool IsAsleep() {
 
 void WakeMachine() {
     Scheduler& s = *g_scheduler;
-    if (!s.asleep)
+    if (!s.asleep) {
         return;
+    }
     s.asleep = false;
     std::set<DueId> limits; // of waits that count the time asleep
     constexpr unsigned FirstWithoutSleep = 0x0602;
-    if (TheSetup().version.Packed() < FirstWithoutSleep)
-        for (const Thread* thread : s.threads)
+    if (TheSetup().version.Packed() < FirstWithoutSleep) {
+        for (const Thread* thread : s.threads) {
             limits.insert(thread->waitDue);
+        }
+    }
     for (auto& [key, action] : s.frozen) {
         DueKey later = key;
-        if (limits.contains(key.id))
+        if (limits.contains(key.id)) {
             later.atMs = std::max(key.atMs, s.nowMs);
-        else
+        } else {
             later.atMs += s.nowMs - s.asleepSinceMs;
+        }
         s.due.emplace(later, std::move(action));
         s.dueById.insert_or_assign(later.id, later);
     }
@@ -330,31 +356,37 @@ Thread* CreateThreadOf(Process* process, std::function<simwin::DWORD()> entry, s
 }
 
 void ResumeThreadOf(Thread* thread) {
-    if (thread->suspendCount > 0 && --thread->suspendCount == 0 && thread->state == ThreadState::Suspended)
+    if (thread->suspendCount > 0 && --thread->suspendCount == 0 && thread->state == ThreadState::Suspended) {
         MakeReady(thread);
+    }
 }
 
 void EndThread(Thread* thread, simwin::DWORD exitCode) {
-    if (thread->state == ThreadState::Ended)
+    if (thread->state == ThreadState::Ended) {
         return;
-    if (thread->impersonated && thread == g_scheduler->current)
+    }
+    if (thread->impersonated && thread == g_scheduler->current) {
         StopRun(Verdict::BrokenRule, "a thread ends while it impersonates");
+    }
     Retire(thread, exitCode);
-    if (thread == g_scheduler->current)
+    if (thread == g_scheduler->current) {
         LeaveFiberForEver(thread);
+    }
 }
 
 simwin::DWORD Block(WaitKind kind, const char* what, std::uint64_t timeoutMs, WaitQueue* queue) {
     Thread* thread = g_scheduler->current;
-    if (!thread)
+    if (!thread) {
         StopRun(Verdict::BrokenRule, fmt::format("the machine's own work would wait for {}", what));
+    }
     thread->waitKind = kind;
     thread->waitWhat = what;
     thread->waitQueue = queue;
     thread->waitResult = simwin::WAIT_TIMEOUT;
     thread->state = ThreadState::Waiting;
-    if (queue)
+    if (queue) {
         queue->push_back(thread);
+    }
     thread->waitDue = timeoutMs == NoLimit ? 0 : At(g_scheduler->nowMs + timeoutMs, Due::Machine, [thread] {
         thread->waitDue = 0;
         Wake(thread, simwin::WAIT_TIMEOUT);
@@ -365,8 +397,9 @@ simwin::DWORD Block(WaitKind kind, const char* what, std::uint64_t timeoutMs, Wa
 }
 
 void Wake(Thread* thread, simwin::DWORD result) {
-    if (thread->state != ThreadState::Waiting)
+    if (thread->state != ThreadState::Waiting) {
         return;
+    }
     LeaveQueue(thread);
     thread->waitResult = result;
     MakeReady(thread);
@@ -379,10 +412,11 @@ void Yield() {
 }
 
 void SleepMs(std::uint64_t ms) {
-    if (ms == 0)
+    if (ms == 0) {
         Yield();
-    else
+    } else {
         Block(WaitKind::Sleep, "the end of a sleep", ms);
+    }
 }
 
 std::uint64_t Chance(std::uint64_t bound) {
@@ -426,10 +460,11 @@ std::string WhoWaits() {
         const std::string& path = thread->process->imagePath;
         const std::string program = path.substr(path.rfind('\\') + 1);
         std::string doing = "can run";
-        if (thread->state == ThreadState::Suspended)
+        if (thread->state == ThreadState::Suspended) {
             doing = "is suspended";
-        else if (thread->state == ThreadState::Waiting)
+        } else if (thread->state == ThreadState::Waiting) {
             doing = fmt::format("waits for {} in {}{}", thread->waitWhat, thread->call, DescribeHolder(thread));
+        }
         text += fmt::format("  thread {} of {} (process {}) {}\n", thread->id, program, thread->process->id, doing);
     }
     return text;
@@ -440,30 +475,29 @@ std::string OutcomeLine(const RunOutcome& outcome) {
     return fmt::format("{}: {}", Words[static_cast<unsigned>(outcome.verdict)], outcome.text);
 }
 
-namespace {
-
 // Moves the texts out of frames that are never unwound.
-std::string Joined(std::string& call, std::string& what) {
+static std::string Joined(std::string& call, std::string& what) {
     std::string text = std::move(call);
     text += ": ";
     const std::string rest = std::move(what);
     return text + rest;
 }
 
-void NoteVerdict(Verdict verdict, std::string text) {
-    if (g_scheduler->stopped)
+static void NoteVerdict(Verdict verdict, std::string text) {
+    if (g_scheduler->stopped) {
         return;
-    if (const Thread* thread = g_scheduler->current)
+    }
+    if (const Thread* thread = g_scheduler->current) {
         text += fmt::format(" (thread {} in {}, at {} ms)", thread->id, thread->call, g_scheduler->nowMs);
+    }
     g_scheduler->outcome = {verdict, std::move(text)};
     g_scheduler->stopped = true;
 }
 
-} // namespace
-
 void StopRun(Verdict verdict, std::string text) {
-    if (!g_scheduler)
+    if (!g_scheduler) {
         throw RunStopped{};
+    }
     NoteVerdict(verdict, std::move(text));
     if (Thread* thread = g_scheduler->current) {
         thread->state = ThreadState::Suspended; // never to run again

@@ -5,37 +5,39 @@
 
 namespace machine {
 
-namespace {
-
 // The upper half of code page 1252; the five unassigned places map to the control of the same number, as Windows does.
 constexpr std::array<char16_t, 32> High1252 = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
                                                0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
                                                0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
                                                0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
-} // namespace
-
 std::string Lower(std::string_view text) {
     std::string result(text);
-    for (char& c : result)
+    for (char& c : result) {
         c = LowerChar(c);
+    }
     return result;
 }
 
 std::string Upper(std::string_view text) {
     std::string result(text);
-    for (char& c : result)
-        if (c >= 'a' && c <= 'z')
+    for (char& c : result) {
+        if (c >= 'a' && c <= 'z') {
             c = static_cast<char>(c - 32);
+        }
+    }
     return result;
 }
 
 bool EqualNoCase(std::string_view a, std::string_view b) {
-    if (a.size() != b.size())
+    if (a.size() != b.size()) {
         return false;
-    for (std::size_t i = 0; i < a.size(); ++i)
-        if (a[i] != b[i] && LowerChar(a[i]) != LowerChar(b[i]))
+    }
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        if (a[i] != b[i] && LowerChar(a[i]) != LowerChar(b[i])) {
             return false;
+        }
+    }
     return true;
 }
 
@@ -48,23 +50,28 @@ bool EndsWithNoCase(std::string_view text, std::string_view end) {
 }
 
 std::size_t FindNoCase(std::string_view text, std::string_view part, std::size_t from) {
-    if (part.size() > text.size())
+    if (part.size() > text.size()) {
         return std::string_view::npos;
-    for (std::size_t i = from; i + part.size() <= text.size(); ++i)
-        if (EqualNoCase(text.substr(i, part.size()), part))
+    }
+    for (std::size_t i = from; i + part.size() <= text.size(); ++i) {
+        if (EqualNoCase(text.substr(i, part.size()), part)) {
             return i;
+        }
+    }
     return std::string_view::npos;
 }
 
 bool NoCaseLess::operator()(std::string_view a, std::string_view b) const {
     const std::size_t n = a.size() < b.size() ? a.size() : b.size();
     for (std::size_t i = 0; i < n; ++i) {
-        if (a[i] == b[i])
+        if (a[i] == b[i]) {
             continue;
+        }
         const auto x = static_cast<unsigned char>(LowerChar(a[i]));
         const auto y = static_cast<unsigned char>(LowerChar(b[i]));
-        if (x != y)
+        if (x != y) {
             return x < y;
+        }
     }
     return a.size() < b.size();
 }
@@ -85,8 +92,9 @@ bool MatchesWildcard(std::string_view text, std::string_view pattern) {
             return false;
         }
     }
-    while (p < pattern.size() && pattern[p] == '*')
+    while (p < pattern.size() && pattern[p] == '*') {
         ++p;
+    }
     return p == pattern.size();
 }
 
@@ -97,8 +105,9 @@ char16_t Utf16FromAnsiByte(unsigned char byte) {
 std::u16string Utf16FromAnsi(std::string_view text) {
     std::u16string result;
     result.reserve(text.size());
-    for (const char c : text)
+    for (const char c : text) {
         result.push_back(Utf16FromAnsiByte(static_cast<unsigned char>(c)));
+    }
     return result;
 }
 
@@ -118,8 +127,9 @@ std::string AnsiFromUtf16(std::u16string_view text, bool* lossy) {
                 known = true;
             }
         }
-        if (!known && lossy)
+        if (!known && lossy) {
             *lossy = true;
+        }
         result.push_back(found);
     }
     return result;
@@ -136,8 +146,9 @@ std::u16string Utf16FromUtf8(std::string_view text) {
             continue;
         }
         char32_t code = more == 0 ? lead : more == 1 ? lead & 0x1Fu : more == 2 ? lead & 0x0Fu : lead & 0x07u;
-        for (int k = 1; k <= more; ++k)
+        for (int k = 1; k <= more; ++k) {
             code = code << 6 | (static_cast<unsigned char>(text[i + static_cast<std::size_t>(k)]) & 0x3Fu);
+        }
         i += static_cast<std::size_t>(more) + 1;
         if (code >= 0x10000) {
             code -= 0x10000;
@@ -175,9 +186,10 @@ std::string AnsiFromUtf8(std::string_view text) {
 std::string AnsiFromUtf16Bytes(std::string_view bytes) {
     std::u16string wide;
     wide.reserve(bytes.size() / 2);
-    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2)
+    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
         wide.push_back(static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
                                              static_cast<unsigned char>(bytes[i + 1]) << 8));
+    }
     return AnsiFromUtf16(wide);
 }
 
@@ -185,28 +197,32 @@ bool IsUnmarkedUtf16(std::string_view bytes) {
     constexpr std::size_t sample = 512;
     const std::size_t pairs = std::min(bytes.size(), sample) / 2;
     std::size_t zeros = 0;
-    for (std::size_t i = 0; i < pairs; ++i)
+    for (std::size_t i = 0; i < pairs; ++i) {
         zeros += bytes[2 * i] != 0 && bytes[2 * i + 1] == 0;
+    }
     return pairs > 0 && zeros * 10 >= pairs * 9;
 }
 
 std::optional<std::string> AnsiFromFile(std::string_view bytes) {
     std::string text;
     std::string swapped(bytes.starts_with("\xFE\xFF") ? bytes.substr(2) : std::string_view());
-    for (std::size_t i = 0; i + 1 < swapped.size(); i += 2)
+    for (std::size_t i = 0; i + 1 < swapped.size(); i += 2) {
         std::swap(swapped[i], swapped[i + 1]);
-    if (!swapped.empty())
+    }
+    if (!swapped.empty()) {
         text = AnsiFromUtf16Bytes(swapped);
-    else if (bytes.starts_with("\xFF\xFE"))
+    } else if (bytes.starts_with("\xFF\xFE")) {
         text = AnsiFromUtf16Bytes(bytes.substr(2));
-    else if (IsUnmarkedUtf16(bytes))
+    } else if (IsUnmarkedUtf16(bytes)) {
         text = AnsiFromUtf16Bytes(bytes);
-    else if (bytes.starts_with("\xEF\xBB\xBF"))
+    } else if (bytes.starts_with("\xEF\xBB\xBF")) {
         text = AnsiFromUtf8(bytes.substr(3));
-    else
+    } else {
         text = bytes;
-    if (text.find('\0') != std::string::npos)
+    }
+    if (text.find('\0') != std::string::npos) {
         return std::nullopt;
+    }
     return text;
 }
 
@@ -216,8 +232,9 @@ std::vector<std::string> Split(std::string_view text, char at) {
     for (;;) {
         const std::size_t to = text.find(at, from);
         parts.emplace_back(text.substr(from, to == std::string_view::npos ? to : to - from));
-        if (to == std::string_view::npos)
+        if (to == std::string_view::npos) {
             return parts;
+        }
         from = to + 1;
     }
 }

@@ -5,35 +5,40 @@
 
 namespace simwin {
 
-namespace {
-
 using machine::ObjectKind;
 using machine::SetError;
 
 const HANDLE ThisProcess = reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1));
 const HANDLE ThisThread = reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-2));
 
+namespace {
 struct Event : machine::Waitable {
     Event() : Waitable(ObjectKind::Event) {}
 };
+} // namespace
 
-machine::Thread* ThreadOf(HANDLE handle) {
-    if (handle == ThisThread)
+static machine::Thread* ThreadOf(HANDLE handle) {
+    if (handle == ThisThread) {
         return machine::CurrentThread();
+    }
     auto* thread = machine::FromHandle<machine::Thread>(handle, ObjectKind::Thread);
-    if (!thread)
+    if (!thread) {
         SetError(ERROR_INVALID_HANDLE);
+    }
     return thread;
 }
 
-machine::Waitable* WaitableOf(HANDLE handle) {
-    if (handle == ThisThread)
+static machine::Waitable* WaitableOf(HANDLE handle) {
+    if (handle == ThisThread) {
         return machine::CurrentThread();
-    if (handle == ThisProcess)
+    }
+    if (handle == ThisProcess) {
         return machine::CurrentProcess();
+    }
     const machine::HandleEntry* entry = machine::CurrentProcess()->handles.Entry(handle);
-    if (!entry)
+    if (!entry) {
         return nullptr;
+    }
     switch (entry->object->kind) {
     case ObjectKind::Event:
     case ObjectKind::Thread:
@@ -44,16 +49,15 @@ machine::Waitable* WaitableOf(HANDLE handle) {
     }
 }
 
-} // namespace
-
 HANDLE CreateEventA(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initialState, LPCSTR name) {
     SIM_CALL("CreateEventA", name, ERROR_NOT_ENOUGH_MEMORY);
     if (simCall.error) {
         SetError(simCall.error);
         return nullptr;
     }
-    if (name)
+    if (name) {
         machine::NotModelled("CreateEventA", "a named event");
+    }
     auto* event = new Event;
     event->autoReset = !manualReset;
     event->signalled = initialState != 0;
@@ -90,12 +94,14 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD ms) {
         return WAIT_FAILED;
     }
     if (object->signalled) {
-        if (object->autoReset)
+        if (object->autoReset) {
             object->signalled = false;
+        }
         return WAIT_OBJECT_0;
     }
-    if (ms == 0)
+    if (ms == 0) {
         return WAIT_TIMEOUT;
+    }
     object->Retain();
     machine::CurrentThread()->waitHold = object;
     return machine::Block(machine::WaitKind::Object, machine::KindName(object->kind), ms, &object->waiters);
@@ -103,8 +109,9 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD ms) {
 
 BOOL CloseHandle(HANDLE handle) {
     SIM_CALL("CloseHandle", "");
-    if (handle == ThisProcess || handle == ThisThread)
+    if (handle == ThisProcess || handle == ThisThread) {
         return TRUE;
+    }
     const machine::HandleEntry* entry = machine::CurrentProcess()->handles.Entry(handle);
     const bool closes = entry && entry->object->kind != ObjectKind::RegistryKey &&
                         entry->object->kind != ObjectKind::DeviceList && entry->object->kind != ObjectKind::FindFile &&
@@ -124,24 +131,28 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES, SIZE_T stackBytes, LPTHREAD_START_ROU
         SetError(simCall.error);
         return nullptr;
     }
-    if (flags & ~CREATE_SUSPENDED)
+    if (flags & ~CREATE_SUSPENDED) {
         machine::NotModelled("CreateThread", "flags other than CREATE_SUSPENDED");
+    }
     machine::Process* process = machine::CurrentProcess();
     machine::Thread* thread = machine::CreateThreadOf(
         process, [entry, parameter] { return entry(parameter); }, stackBytes);
     const HANDLE handle = process->handles.Open(thread);
-    if (threadId)
+    if (threadId) {
         *threadId = thread->id;
-    if (!(flags & CREATE_SUSPENDED))
+    }
+    if (!(flags & CREATE_SUSPENDED)) {
         machine::ResumeThreadOf(thread);
+    }
     return handle;
 }
 
 DWORD ResumeThread(HANDLE handle) {
     SIM_CALL("ResumeThread", "");
     machine::Thread* thread = ThreadOf(handle);
-    if (!thread)
+    if (!thread) {
         return 0xFFFFFFFF;
+    }
     const int before = thread->suspendCount;
     machine::ResumeThreadOf(thread);
     return static_cast<DWORD>(before);
@@ -150,8 +161,9 @@ DWORD ResumeThread(HANDLE handle) {
 BOOL SetThreadPriority(HANDLE handle, int priority) {
     SIM_CALL("SetThreadPriority", "");
     machine::Thread* thread = ThreadOf(handle);
-    if (!thread)
+    if (!thread) {
         return FALSE;
+    }
     constexpr int Idle = -15, Lowest = -2, Highest = 2, TimeCritical = 15;
     if (priority != Idle && priority != TimeCritical && (priority < Lowest || priority > Highest)) {
         SetError(ERROR_INVALID_PARAMETER);
@@ -170,8 +182,9 @@ int GetThreadPriority(HANDLE handle) {
 BOOL GetExitCodeThread(HANDLE handle, LPDWORD exitCode) {
     SIM_CALL("GetExitCodeThread", "");
     const machine::Thread* thread = ThreadOf(handle);
-    if (!thread)
+    if (!thread) {
         return FALSE;
+    }
     *exitCode = thread->exitCode;
     return TRUE;
 }
@@ -230,8 +243,9 @@ void DebugBreak() {
     SIM_CALL("DebugBreak", "");
     constexpr DWORD StatusBreakpoint = 0x80000003;
     machine::Process* process = machine::CurrentProcess();
-    if (!process->trapExpected)
+    if (!process->trapExpected) {
         machine::StopRun(machine::Verdict::Crash, process->imagePath + " ran into its own breakpoint trap");
+    }
     machine::EndProcess(process, StatusBreakpoint);
 }
 
@@ -270,8 +284,9 @@ LONG InterlockedExchange(volatile LONG* value, LONG to) {
 LONG InterlockedCompareExchange(volatile LONG* value, LONG to, LONG expected) {
     SIM_CALL("InterlockedCompareExchange", "");
     const LONG before = *value;
-    if (before == expected)
+    if (before == expected) {
         *value = to;
+    }
     return before;
 }
 
@@ -285,8 +300,9 @@ PVOID InterlockedExchangePointer(PVOID volatile* value, PVOID to) {
 PVOID InterlockedCompareExchangePointer(PVOID volatile* value, PVOID to, PVOID expected) {
     SIM_CALL("InterlockedCompareExchangePointer", "");
     PVOID before = *value;
-    if (before == expected)
+    if (before == expected) {
         *value = to;
+    }
     return before;
 }
 

@@ -6,14 +6,12 @@
 
 namespace machine {
 
-namespace {
-
 constexpr std::int64_t MsPerDay = 86'400'000;
 constexpr std::int64_t DaysTo1970 = 134'774; // from 1601-01-01
 constexpr std::uint64_t TicksPerMs = 10'000; // a FILETIME counts 100 ns
 
 // Days since 1970-01-01 of a date of the Gregorian calendar.
-std::int64_t DaysFromDate(std::int64_t year, unsigned month, unsigned day) {
+static std::int64_t DaysFromDate(std::int64_t year, unsigned month, unsigned day) {
     year -= month <= 2;
     const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
     const auto yearOfEra = static_cast<unsigned>(year - era * 400);
@@ -21,8 +19,6 @@ std::int64_t DaysFromDate(std::int64_t year, unsigned month, unsigned day) {
     const unsigned dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
     return era * 146'097 + static_cast<std::int64_t>(dayOfEra) - 719'468;
 }
-
-} // namespace
 
 std::uint64_t FileTimeOf(std::uint64_t atMs) {
     const Setup& setup = TheSetup();
@@ -63,17 +59,13 @@ simwin::SYSTEMTIME SystemTimeOf(std::uint64_t fileTime) {
 
 namespace simwin {
 
-namespace {
-
-FILETIME Halves(std::uint64_t time) {
+static FILETIME Halves(std::uint64_t time) {
     return {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
 }
 
-std::uint64_t Whole(const FILETIME* time) {
+static std::uint64_t Whole(const FILETIME* time) {
     return static_cast<std::uint64_t>(time->dwHighDateTime) << 32 | time->dwLowDateTime;
 }
-
-} // namespace
 
 DWORD GetLastError() {
     SIM_CALL("GetLastError", "");
@@ -137,10 +129,11 @@ BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* out) {
 
 void Sleep(DWORD ms) {
     SIM_CALL("Sleep", "");
-    if (ms == INFINITE)
+    if (ms == INFINITE) {
         machine::Block(machine::WaitKind::Object, "nothing: it sleeps forever", machine::NoLimit);
-    else
+    } else {
         machine::SleepMs(ms);
+    }
 }
 
 } // namespace simwin

@@ -10,24 +10,20 @@ namespace machine {
 
 using namespace simwin;
 
-namespace {
-
 constexpr std::string_view Prefix = "\\\\.\\pipe\\";
 
-PipesState* g_pipes;
+static PipesState* g_pipes;
 
-Room g_room(
+static Room g_room(
     60, [] { g_pipes = new PipesState; },
     [] {
         delete g_pipes;
         g_pipes = nullptr;
     });
 
-bool IsCurrent(const PipeClient& client) {
+static bool IsCurrent(const PipeClient& client) {
     return client.instance->stand == PipeStand::Connected && client.instance->connection == client.connection;
 }
-
-} // namespace
 
 PipesState& ThePipes() {
     return *g_pipes;
@@ -44,10 +40,12 @@ bool MayDoEverything(const Pipe& pipe, const Caller& caller) {
 void TellWaiters(PipeInstance& instance) {
     std::vector<DWORD> waiters;
     waiters.swap(instance.waiters);
-    for (Thread* thread : AllThreads())
+    for (Thread* thread : AllThreads()) {
         if ((thread->waitKind == WaitKind::Pipe || thread->waitKind == WaitKind::Answer) &&
-            std::find(waiters.begin(), waiters.end(), thread->id) != waiters.end())
+            std::find(waiters.begin(), waiters.end(), thread->id) != waiters.end()) {
             Wake(thread, 0);
+        }
+    }
 }
 
 void WaitAtPipe(PipeInstance& instance, WaitKind kind, const char* what) {
@@ -67,28 +65,35 @@ void DropClient(PipeInstance& instance) {
 }
 
 void CloseServer(PipeInstance& instance) {
-    if (!g_pipes)
+    if (!g_pipes) {
         return; // the machine is being taken down
+    }
     instance.isServed = false;
     DropClient(instance);
     const auto pipe = g_pipes->pipes.find(instance.name);
     std::erase(pipe->second.instances, &instance);
-    if (pipe->second.instances.empty())
+    if (pipe->second.instances.empty()) {
         g_pipes->pipes.erase(pipe);
+    }
 }
 
 DWORD ConnectPipeClient(std::string_view name, const Caller& caller, bool writes, PipeClient* client) {
     const auto pipe = g_pipes->pipes.find(Lower(name));
-    if (pipe == g_pipes->pipes.end())
+    if (pipe == g_pipes->pipes.end()) {
         return ERROR_FILE_NOT_FOUND;
-    if (writes && !MayDoEverything(pipe->second, caller))
+    }
+    if (writes && !MayDoEverything(pipe->second, caller)) {
         return ERROR_ACCESS_DENIED;
+    }
     PipeInstance* longest = nullptr;
-    for (PipeInstance* instance : pipe->second.instances)
-        if (instance->stand == PipeStand::Listening && (!longest || instance->listensSince < longest->listensSince))
+    for (PipeInstance* instance : pipe->second.instances) {
+        if (instance->stand == PipeStand::Listening && (!longest || instance->listensSince < longest->listensSince)) {
             longest = instance;
-    if (!longest)
+        }
+    }
+    if (!longest) {
         return ERROR_PIPE_BUSY;
+    }
     longest->stand = PipeStand::Connected;
     longest->connection = g_pipes->next++;
     *client = {longest, longest->connection};
@@ -97,18 +102,21 @@ DWORD ConnectPipeClient(std::string_view name, const Caller& caller, bool writes
 }
 
 DWORD WriteToPipe(const PipeClient& client, std::string message) {
-    if (!client.instance->isServed)
+    if (!client.instance->isServed) {
         return ERROR_NO_DATA;
-    if (!IsCurrent(client))
+    }
+    if (!IsCurrent(client)) {
         return ERROR_PIPE_NOT_CONNECTED;
+    }
     client.instance->messages.push_back(std::move(message));
     TellWaiters(*client.instance);
     return 0;
 }
 
 void ClosePipeClient(const PipeClient& client) {
-    if (!g_pipes || !IsCurrent(client))
+    if (!g_pipes || !IsCurrent(client)) {
         return;
+    }
     client.instance->stand = PipeStand::ClientGone;
     TellWaiters(*client.instance);
 }

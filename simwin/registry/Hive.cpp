@@ -12,24 +12,25 @@
 
 namespace machine {
 
-namespace {
-
 constexpr const char* System = "HKEY_LOCAL_MACHINE\\SYSTEM";
 constexpr std::size_t MostLevels = 512; // of the registry
 
+namespace {
 struct CloseHive {
     void operator()(hive_h* hive) const { hivex_close(hive); }
 };
 struct FreeMemory {
     void operator()(void* memory) const { std::free(memory); }
 };
+} // namespace
 template<typename T>
 using Block = std::unique_ptr<T[], FreeMemory>;
 
-std::string Reason() {
+static std::string Reason() {
     return std::strerror(errno ? errno : EIO);
 }
 
+namespace {
 // A depth-first walk without recursion: a damaged hive may be as deep as it is long.
 class HiveReader {
 public:
@@ -38,19 +39,22 @@ public:
     std::optional<std::string> Read(const std::string& file) {
         errno = 0;
         m_hive.reset(hivex_open(file.c_str(), 0));
-        if (!m_hive)
+        if (!m_hive) {
             return "the hive cannot be opened: " + Reason();
+        }
         const hive_node_h root = hivex_root(m_hive.get());
-        if (!root)
+        if (!root) {
             return "the hive has no root: " + Reason();
+        }
         m_open.push_back({root, System, 0});
         while (!m_open.empty() && !m_error) {
             const Level level = std::move(m_open.back());
             m_open.pop_back();
             ReadKey(level);
         }
-        if (!m_error && !m_hasControlSet)
+        if (!m_error && !m_hasControlSet) {
             return "this hive is not SYSTEM: it holds no control set";
+        }
         return m_error;
     }
 
@@ -70,16 +74,19 @@ private:
         }
         ExportedKey key;
         key.path = level.path;
-        if (!ReadValues(level.node, key))
+        if (!ReadValues(level.node, key)) {
             return;
+        }
         m_keys.push_back(std::move(key));
         errno = 0;
         const Block<hive_node_h> children(hivex_node_children(m_hive.get(), level.node));
-        if (!children)
+        if (!children) {
             return Fail(level.path);
+        }
         std::size_t count = 0;
-        while (children[count])
+        while (children[count]) {
             ++count;
+        }
         if (count && level.depth >= MostLevels) {
             errno = ENAMETOOLONG;
             return Fail(level.path);
@@ -87,11 +94,13 @@ private:
         for (std::size_t i = count; i-- > 0;) { // so that the first one is read first
             errno = 0;
             const Block<char> name(hivex_node_name(m_hive.get(), children[i]));
-            if (!name)
+            if (!name) {
                 return Fail(level.path);
+            }
             const std::string ansi = AnsiFromUtf8(name.get());
-            if (level.depth == 0 && EqualNoCase(ansi, "DriverDatabase"))
+            if (level.depth == 0 && EqualNoCase(ansi, "DriverDatabase")) {
                 continue;
+            }
             m_hasControlSet |= level.depth == 0 && StartsWithNoCase(ansi, "ControlSet");
             m_open.push_back({children[i], level.path + "\\" + ansi, level.depth + 1});
         }
@@ -118,10 +127,11 @@ private:
             value.name = AnsiFromUtf8(name.get());
             value.type = static_cast<simwin::DWORD>(type);
             value.data.assign(data.get(), data.get() + size);
-            if (TextDataToAnsi(value.type, value.data))
+            if (TextDataToAnsi(value.type, value.data)) {
                 key.values.push_back(std::move(value));
-            else
+            } else {
                 m_notes.push_back(NoteOfValue(key, value, "a text of half a character"));
+            }
         }
         return true;
     }
@@ -134,7 +144,6 @@ private:
     bool m_hasControlSet = false;
     std::optional<std::string> m_error;
 };
-
 } // namespace
 
 bool IsHive(std::string_view bytes) {

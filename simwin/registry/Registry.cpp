@@ -12,10 +12,8 @@
 
 namespace machine {
 
-namespace {
-
-Registry* g_registry;
-Room g_registryRoom(
+static Registry* g_registry;
+static Room g_registryRoom(
     30, [] { g_registry = new Registry; },
     [] {
         delete g_registry;
@@ -27,59 +25,64 @@ constexpr const char* MachineSddl = "O:BAG:SYD:(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI
 // Administrators and the system may read and change the list, and nothing else.
 constexpr const char* ProtectedSddl = "O:BAG:SYD:P(A;CI;RCWD;;;SY)(A;CI;RCWD;;;BA)";
 
+namespace {
 struct RootName {
     const char* name;
     const char* shortName;
 };
+} // namespace
 constexpr RootName ClassesRoot = {"HKEY_CLASSES_ROOT", "HKCR"};
 constexpr RootName CurrentUser = {"HKEY_CURRENT_USER", "HKCU"};
 constexpr RootName LocalMachineRoot = {"HKEY_LOCAL_MACHINE", "HKLM"};
 constexpr RootName UsersRoot = {"HKEY_USERS", "HKU"};
 
-bool IsRoot(std::string_view text, const RootName& root) {
+static bool IsRoot(std::string_view text, const RootName& root) {
     return EqualNoCase(text, root.name) || EqualNoCase(text, root.shortName);
 }
 
-std::shared_ptr<const SecurityDescriptor> FromSddl(std::string_view text) {
+static std::shared_ptr<const SecurityDescriptor> FromSddl(std::string_view text) {
     const auto parsed = ParseSddl(text);
-    if (!parsed)
+    if (!parsed) {
         StopRun(Verdict::BrokenRule, "registry: not a security descriptor: " + std::string(text));
+    }
     return std::make_shared<const SecurityDescriptor>(*parsed);
 }
 
 // Removes the first name from a path; empty names (doubled backslashes) are skipped.
-std::string_view TakeName(std::string_view& path) {
-    while (path.starts_with('\\'))
+static std::string_view TakeName(std::string_view& path) {
+    while (path.starts_with('\\')) {
         path.remove_prefix(1);
+    }
     const std::size_t end = path.find('\\');
     const std::string_view name = path.substr(0, end);
     path.remove_prefix(end == std::string_view::npos ? path.size() : end + 1);
     return name;
 }
 
-bool IsAlwaysCurrentSet(const RegistryKey& parent, std::string_view name, const RegistryKey* localMachine) {
+static bool IsAlwaysCurrentSet(const RegistryKey& parent, std::string_view name, const RegistryKey* localMachine) {
     return parent.parent == localMachine && EqualNoCase(name, "ControlSet001") && EqualNoCase(parent.name, "SYSTEM");
 }
 
-std::shared_ptr<const SecurityDescriptor> HandedDown(RegistryKey& key, std::string_view owner) {
+static std::shared_ptr<const SecurityDescriptor> HandedDown(RegistryKey& key, std::string_view owner) {
     if (!key.handedDown) {
         SecurityDescriptor made = InheritFrom(*key.security, true, key.security->owner);
         key.handedDown =
             made == *key.security ? key.security : std::make_shared<const SecurityDescriptor>(std::move(made));
     }
-    if (owner == key.handedDown->owner)
+    if (owner == key.handedDown->owner) {
         return key.handedDown;
+    }
     return std::make_shared<const SecurityDescriptor>(InheritFrom(*key.security, true, owner));
 }
-
-} // namespace
 
 bool KeyNameLess::operator()(std::string_view a, std::string_view b) const {
     const auto capital = [](char c) { return static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 32 : c); };
     const std::size_t n = std::min(a.size(), b.size());
-    for (std::size_t i = 0; i < n; ++i)
-        if (a[i] != b[i] && capital(a[i]) != capital(b[i]))
+    for (std::size_t i = 0; i < n; ++i) {
+        if (a[i] != b[i] && capital(a[i]) != capital(b[i])) {
             return capital(a[i]) < capital(b[i]);
+        }
+    }
     return a.size() < b.size();
 }
 
@@ -88,9 +91,11 @@ std::string RegistryKey::Path() const {
 }
 
 const RegistryValue* RegistryKey::FindValue(std::string_view valueName) const {
-    for (const RegistryValue& value : values)
-        if (EqualNoCase(value.name, valueName))
+    for (const RegistryValue& value : values) {
+        if (EqualNoCase(value.name, valueName)) {
             return &value;
+        }
+    }
     return nullptr;
 }
 
@@ -110,17 +115,21 @@ static void DescribeVersion(Registry& registry) {
                                     {0, "Microsoft Windows 2000"}};
     const WindowsVersion& version = TheSetup().version;
     const char* product = nullptr;
-    for (const Product& row : Products)
-        if (!product && version.Packed() >= row.version)
+    for (const Product& row : Products) {
+        if (!product && version.Packed() >= row.version) {
             product = row.name;
+        }
+    }
     for (const char* view : {"HKLM\\SOFTWARE\\", "HKLM\\SOFTWARE\\Wow6432Node\\"}) {
         const std::string key = std::string(view) + "Microsoft\\Windows NT\\CurrentVersion";
-        if (!registry.FindKey(std::string(view) + "Microsoft"))
+        if (!registry.FindKey(std::string(view) + "Microsoft")) {
             continue;
+        }
         registry.SetString(key, "ProductName", product);
         registry.SetString(key, "CurrentBuild", std::to_string(version.build));
-        if (version.major < 10)
+        if (version.major < 10) {
             continue;
+        }
         registry.SetString(key, "ReleaseId", "2009");
         registry.SetString(key, "DisplayVersion", "22H2");
         registry.SetDword(key, "UBR", 4046);
@@ -135,30 +144,38 @@ Registry::Registry()
         root->lastWrite = FileTimeNow();
     }
     for (const char* path : {"HKLM\\HARDWARE\\DEVICEMAP", "HKLM\\SOFTWARE\\Classes", "HKLM\\SOFTWARE\\Microsoft",
-                             "HKLM\\SYSTEM\\CurrentControlSet\\Control", "HKLM\\SYSTEM\\CurrentControlSet\\Services"})
+                             "HKLM\\SYSTEM\\CurrentControlSet\\Control", "HKLM\\SYSTEM\\CurrentControlSet\\Services"}) {
         CreateKey(path);
-    if (TheSetup().x64Windows)
+    }
+    if (TheSetup().x64Windows) {
         CreateKey("HKLM\\SOFTWARE\\Wow6432Node\\Microsoft");
+    }
     DescribeVersion(*this);
 }
 
 RegistryKey* Registry::Root(std::string_view root, std::string_view user) {
-    if (IsRoot(root, LocalMachineRoot))
+    if (IsRoot(root, LocalMachineRoot)) {
         return m_localMachine.get();
-    if (IsRoot(root, UsersRoot))
+    }
+    if (IsRoot(root, UsersRoot)) {
         return m_users.get();
-    if (IsRoot(root, ClassesRoot))
+    }
+    if (IsRoot(root, ClassesRoot)) {
         return CreateKey("HKLM\\SOFTWARE\\Classes");
-    if (!IsRoot(root, CurrentUser))
+    }
+    if (!IsRoot(root, CurrentUser)) {
         return nullptr;
-    if (!user.empty())
+    }
+    if (!user.empty()) {
         return UserKey(SidOfAccount(user));
+    }
     return UserKey(CurrentThread() ? CurrentCaller().user : SidSystem);
 }
 
 RegistryKey* Registry::UserKey(const Sid& sid) {
-    if (RegistryKey* key = FindChild(m_users.get(), sid))
+    if (RegistryKey* key = FindChild(m_users.get(), sid)) {
         return key;
+    }
     RegistryKey* key = AddKey(m_users.get(), sid);
     key->security = key->describedSecurity =
         FromSddl("O:" + sid + "G:SYD:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KA;;;" + sid + ")");
@@ -168,18 +185,21 @@ RegistryKey* Registry::UserKey(const Sid& sid) {
 }
 
 RegistryKey* Registry::FindChild(RegistryKey* parent, std::string_view name) {
-    if (IsAlwaysCurrentSet(*parent, name, m_localMachine.get()))
+    if (IsAlwaysCurrentSet(*parent, name, m_localMachine.get())) {
         name = "CurrentControlSet";
+    }
     const auto found = parent->subKeys.find(name);
     return found == parent->subKeys.end() ? nullptr : found->second.get();
 }
 
 RegistryKey* Registry::AddKey(RegistryKey* parent, std::string_view name, std::string_view owner) {
-    if (IsAlwaysCurrentSet(*parent, name, m_localMachine.get()))
+    if (IsAlwaysCurrentSet(*parent, name, m_localMachine.get())) {
         name = "CurrentControlSet";
+    }
     const auto [place, isNew] = parent->subKeys.try_emplace(std::string(name));
-    if (!isNew)
+    if (!isNew) {
         return place->second.get();
+    }
     place->second = std::make_shared<RegistryKey>(std::string(name), parent);
     RegistryKey* key = place->second.get();
     key->lastWrite = parent->lastWrite = FileTimeNow();
@@ -190,14 +210,17 @@ RegistryKey* Registry::AddKey(RegistryKey* parent, std::string_view name, std::s
 
 RegistryKey* Registry::Start(std::string_view& path, std::string_view user) {
     RegistryKey* key = Root(TakeName(path), user);
-    if (key != m_users.get())
+    if (key != m_users.get()) {
         return key;
+    }
     std::string_view rest = path;
     std::string account(TakeName(rest));
-    if (account.empty() || account.starts_with("S-1-") || account.starts_with('.'))
+    if (account.empty() || account.starts_with("S-1-") || account.starts_with('.')) {
         return key;
-    if (!EqualNoCase(account, "SYSTEM"))
+    }
+    if (!EqualNoCase(account, "SYSTEM")) {
         account += "\\" + std::string(TakeName(rest));
+    }
     path = rest;
     return UserKey(SidOfAccount(account));
 }
@@ -206,8 +229,9 @@ RegistryKey* Registry::FindKey(std::string_view path, std::string_view user) {
     RegistryKey* key = Start(path, user);
     while (key && !path.empty()) {
         const std::string_view name = TakeName(path);
-        if (!name.empty())
+        if (!name.empty()) {
             key = FindChild(key, name);
+        }
     }
     return key;
 }
@@ -216,19 +240,22 @@ RegistryKey* Registry::CreateKey(std::string_view path, std::string_view user) {
     RegistryKey* key = Start(path, user);
     while (key && !path.empty()) {
         const std::string_view name = TakeName(path);
-        if (!name.empty())
+        if (!name.empty()) {
             key = AddKey(key, name);
+        }
     }
     return key;
 }
 
 void Registry::RemoveKey(RegistryKey* key) {
-    while (!key->created.empty())
+    while (!key->created.empty()) {
         RemoveKey(key->created.back());
+    }
     key->deleted = true;
     RegistryKey* parent = key->parent;
-    if (!parent)
+    if (!parent) {
         return;
+    }
     key->parent = nullptr;
     std::erase(parent->created, key);
     parent->lastWrite = FileTimeNow();
@@ -237,8 +264,9 @@ void Registry::RemoveKey(RegistryKey* key) {
 
 bool Registry::DeleteTree(std::string_view path) {
     RegistryKey* key = FindKey(path);
-    if (!key || !key->parent)
+    if (!key || !key->parent) {
         return false;
+    }
     RemoveKey(key);
     return true;
 }
@@ -255,8 +283,9 @@ std::string Registry::GetString(std::string_view path, std::string_view name, st
 
 bool Registry::GetDword(std::string_view path, std::string_view name, simwin::DWORD& value) {
     const RegistryValue* found = GetValue(path, name);
-    if (!found || found->type != simwin::DWORD{4} || found->data.size() != sizeof value)
+    if (!found || found->type != simwin::DWORD{4} || found->data.size() != sizeof value) {
         return false;
+    }
     std::memcpy(&value, found->data.data(), sizeof value);
     return true;
 }
@@ -264,8 +293,9 @@ bool Registry::GetDword(std::string_view path, std::string_view name, simwin::DW
 void Registry::PutValue(RegistryKey* key, std::string_view name, simwin::DWORD type, std::vector<std::uint8_t> data) {
     key->lastWrite = FileTimeNow();
     for (RegistryValue& value : key->values) {
-        if (!EqualNoCase(value.name, name))
+        if (!EqualNoCase(value.name, name)) {
             continue;
+        }
         value.type = type;
         value.data = std::move(data);
         return;
@@ -275,23 +305,27 @@ void Registry::PutValue(RegistryKey* key, std::string_view name, simwin::DWORD t
 
 bool Registry::RemoveValue(RegistryKey* key, std::string_view name) {
     const auto removed = std::erase_if(key->values, [&](const RegistryValue& v) { return EqualNoCase(v.name, name); });
-    if (removed)
+    if (removed) {
         key->lastWrite = FileTimeNow();
+    }
     return removed != 0;
 }
 
 static void RemoveVolatileBelow(Registry& registry, RegistryKey& key) {
     const std::vector<RegistryKey*> children = key.created;
-    for (RegistryKey* child : children)
-        if (child->isVolatile)
+    for (RegistryKey* child : children) {
+        if (child->isVolatile) {
             registry.RemoveKey(child);
-        else
+        } else {
             RemoveVolatileBelow(registry, *child);
+        }
+    }
 }
 
 void Registry::ForgetVolatile() {
-    for (RegistryKey* root : {LocalMachine(), Users()})
+    for (RegistryKey* root : {LocalMachine(), Users()}) {
         RemoveVolatileBelow(*this, *root);
+    }
     DeleteTree("HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM");
     CreateKey("HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM");
 }
@@ -342,17 +376,19 @@ void Registry::ProtectKey(std::string_view path) {
 
 bool Registry::IsSecurityUnchanged(std::string_view path) {
     const RegistryKey* key = FindKey(path);
-    if (!key)
+    if (!key) {
         return false;
+    }
     const SecurityDescriptor &now = *key->security, &before = *key->describedSecurity;
     return now.hasDacl == before.hasDacl && now.isProtected == before.isProtected && now.dacl == before.dacl;
 }
 
 void Registry::NoteWrite(const RegistryKey& key, std::string_view name, const RegistryValue* before,
                          const RegistryValue* after) {
-    if (m_watcher)
+    if (m_watcher) {
         m_watcher({Now(), key.Path(), std::string(name), before ? ValueText(*before) : std::string(),
                    after ? ValueText(*after) : std::string()});
+    }
 }
 
 Registry& TheRegistry() {
@@ -372,8 +408,9 @@ std::vector<std::uint8_t> TextBytes(std::string_view text) {
 
 std::string ValueText(const RegistryValue& value) {
     constexpr char Digits[] = "0123456789abcdef";
-    if (value.type == 1 || value.type == 2)
+    if (value.type == 1 || value.type == 2) {
         return TextOf(value);
+    }
     if (value.type == 4 && value.data.size() == 4) {
         simwin::DWORD number;
         std::memcpy(&number, value.data.data(), sizeof number);
@@ -381,15 +418,18 @@ std::string ValueText(const RegistryValue& value) {
     }
     std::string text;
     if (value.type == 7) {
-        for (const std::uint8_t byte : value.data)
+        for (const std::uint8_t byte : value.data) {
             text += byte ? static_cast<char>(byte) : ';';
-        while (text.ends_with(';'))
+        }
+        while (text.ends_with(';')) {
             text.pop_back();
+        }
         return text;
     }
     for (const std::uint8_t byte : value.data) {
-        if (!text.empty())
+        if (!text.empty()) {
             text += ',';
+        }
         text += Digits[byte >> 4];
         text += Digits[byte & 15];
     }

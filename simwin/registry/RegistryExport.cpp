@@ -6,49 +6,58 @@
 
 namespace machine {
 
-namespace {
-
 constexpr std::string_view Header5 = "Windows Registry Editor Version 5.00";
 constexpr std::string_view Header4 = "REGEDIT4";
 constexpr std::size_t MostLevels = 512, MostNameChars = 255; // of the registry
 constexpr simwin::DWORD TypeText = 1, TypeExpand = 2, TypeBinary = 3, TypeDword = 4, TypeMulti = 7;
 
+namespace {
 // isKept: false for a root that the machine creates by itself or never reads; an export's part below it is skipped.
 struct RootName {
     const char* name;
     bool isKept;
 };
+} // namespace
 constexpr RootName Roots[] = {{"HKEY_LOCAL_MACHINE", true},   {"HKEY_CURRENT_USER", true},
                               {"HKEY_CLASSES_ROOT", true},    {"HKEY_USERS", true},
                               {"HKEY_CURRENT_CONFIG", false}, {"HKEY_PERFORMANCE_DATA", false},
                               {"HKEY_DYN_DATA", false},       {"HKEY_CURRENT_USER_LOCAL_SETTINGS", false}};
 
-const RootName* FindRoot(std::string_view name) {
-    for (const RootName& root : Roots)
-        if (EqualNoCase(name, root.name))
+static const RootName* FindRoot(std::string_view name) {
+    for (const RootName& root : Roots) {
+        if (EqualNoCase(name, root.name)) {
             return &root;
+        }
+    }
     return nullptr;
 }
 
+namespace {
 // Reads the text of an export, all of it in code page 1252, so that a column is a character.
 class ExportReader {
 public:
     ExportReader(std::vector<ExportedKey>& keys, std::vector<ExportNote>& notes) : m_keys(keys), m_notes(notes) {}
 
     std::optional<ExportError> Read(std::string_view bytes) {
-        if (!Decode(bytes))
+        if (!Decode(bytes)) {
             return m_error;
-        while (Peek() == ';' || (AtLineEnd() && !AtEnd()))
+        }
+        while (Peek() == ';' || (AtLineEnd() && !AtEnd())) {
             (void)EndOfLine(); // comments and empty lines before the header
+        }
         m_wide = AtText(Header5);
-        if (!m_wide && !AtText(Header4))
+        if (!m_wide && !AtText(Header4)) {
             return Fail("the first line is not that of a registry export");
+        }
         SkipText(m_wide ? Header5.size() : Header4.size());
-        if (!EndOfLine())
+        if (!EndOfLine()) {
             return m_error;
-        while (m_at < m_text.size())
-            if (!ReadLine())
+        }
+        while (m_at < m_text.size()) {
+            if (!ReadLine()) {
                 return m_error;
+            }
+        }
         return std::nullopt;
     }
 
@@ -57,10 +66,12 @@ private:
         const bool isMarked = bytes.starts_with("\xFF\xFE");
         if (isMarked || IsUnmarkedUtf16(bytes)) {
             m_text = AnsiFromUtf16Bytes(bytes.substr(isMarked ? 2 : 0));
-            if (bytes.size() % 2 == 0)
+            if (bytes.size() % 2 == 0) {
                 return true;
-            while (m_at < m_text.size())
+            }
+            while (m_at < m_text.size()) {
                 Step();
+            }
             Fail("the file ends in the middle of a character");
             return false;
         }
@@ -73,8 +84,9 @@ private:
     }
 
     std::optional<ExportError> Fail(std::string_view text) {
-        if (!m_error)
+        if (!m_error) {
             m_error = ExportError{m_line, m_column, std::string(text)};
+        }
         return m_error;
     }
     bool Refuse(std::string_view text) {
@@ -103,59 +115,74 @@ private:
         ++m_column;
     }
     void SkipText(std::size_t count) {
-        while (count--)
+        while (count--) {
             Step();
+        }
     }
     void SkipBlanks() {
-        while (Peek() == ' ' || Peek() == '\t')
+        while (Peek() == ' ' || Peek() == '\t') {
             Step();
+        }
     }
     void SkipLineEnd() {
-        if (Peek() == '\r')
+        if (Peek() == '\r') {
             Step();
-        if (Peek() == '\n')
+        }
+        if (Peek() == '\n') {
             Step();
+        }
     }
 
     // Only blanks or a comment up to the end of the line.
     bool EndOfLine() {
         SkipBlanks();
-        if (Peek() == ';')
-            while (!AtLineEnd())
+        if (Peek() == ';') {
+            while (!AtLineEnd()) {
                 Step();
-        if (!AtLineEnd())
+            }
+        }
+        if (!AtLineEnd()) {
             return Refuse("something follows the end of the value");
+        }
         SkipLineEnd();
         return true;
     }
 
     bool ReadLine() {
         SkipBlanks();
-        if (AtLineEnd() || Peek() == ';')
+        if (AtLineEnd() || Peek() == ';') {
             return EndOfLine();
-        if (Peek() == '[')
+        }
+        if (Peek() == '[') {
             return ReadKey();
-        if (Peek() != '"' && Peek() != '@')
+        }
+        if (Peek() != '"' && Peek() != '@') {
             return Refuse("neither a key nor a value");
-        if (!m_hasKey)
+        }
+        if (!m_hasKey) {
             return Refuse("a value stands before the first key");
+        }
         ExportedValue value;
-        if (!ReadName(value.name))
+        if (!ReadName(value.name)) {
             return false;
+        }
         value.line = m_line;
         value.column = m_column;
         m_unreadable = {};
         const bool isRead = ReadData(value) && IsLineOver();
-        if (m_error)
+        if (m_error) {
             return false;
+        }
         if (!isRead) {
-            if (!m_isPassedOver)
+            if (!m_isPassedOver) {
                 m_notes.push_back(NoteOfValue(m_keys.back(), value, m_unreadable));
+            }
             SkipValue();
             return true;
         }
-        if (!m_isPassedOver)
+        if (!m_isPassedOver) {
             m_keys.back().values.push_back(std::move(value));
+        }
         return EndOfLine();
     }
 
@@ -168,12 +195,14 @@ private:
     void SkipValue() {
         char last = '\0';
         for (; !AtEnd(); Step()) {
-            if (Peek() == '\n' && last != '\\')
+            if (Peek() == '\n' && last != '\\') {
                 break;
-            if (Peek() == '\n')
+            }
+            if (Peek() == '\n') {
                 last = '\0';
-            else if (Peek() != ' ' && Peek() != '\t' && Peek() != '\r')
+            } else if (Peek() != ' ' && Peek() != '\t' && Peek() != '\r') {
                 last = Peek();
+            }
         }
         SkipLineEnd();
     }
@@ -181,12 +210,14 @@ private:
     // A key's name may hold brackets: the last one of the line is the end.
     bool ReadKey() {
         std::size_t lineEnd = m_text.find_first_of("\r\n", m_at);
-        if (lineEnd == std::string::npos)
+        if (lineEnd == std::string::npos) {
             lineEnd = m_text.size();
+        }
         const std::size_t close = m_text.rfind(']', lineEnd);
         if (close == std::string::npos || close <= m_at) {
-            while (!AtLineEnd())
+            while (!AtLineEnd()) {
                 Step();
+            }
             return Refuse("the key has no closing bracket");
         }
         ExportedKey key;
@@ -198,8 +229,9 @@ private:
         key.path = m_text.substr(m_at, close - m_at);
         const std::string_view name = std::string_view(key.path).substr(0, key.path.find('\\'));
         const RootName* root = FindRoot(name);
-        if (!root)
+        if (!root) {
             return Refuse("not a root key: " + std::string(name));
+        }
         const unsigned line = m_line, column = m_column;
         SkipText(close - m_at + 1);
         m_hasKey = true;
@@ -210,19 +242,22 @@ private:
                                "a key that Windows could not hold (more than 512 levels, or a name of "
                                "more than 255 characters): it is left out"});
         }
-        if (!m_isPassedOver)
+        if (!m_isPassedOver) {
             m_keys.push_back(std::move(key));
+        }
         return EndOfLine();
     }
 
     bool ReadName(std::string& name) {
-        if (Peek() == '@')
+        if (Peek() == '@') {
             Step();
-        else if (!ReadQuoted(name))
+        } else if (!ReadQuoted(name)) {
             return false;
+        }
         SkipBlanks();
-        if (Peek() != '=')
+        if (Peek() != '=') {
             return Refuse("'=' is missing");
+        }
         Step();
         SkipBlanks();
         return true;
@@ -238,10 +273,12 @@ private:
                 m_column = column;
                 return Refuse("the text has no closing quote");
             }
-            if (Peek() == '\\')
+            if (Peek() == '\\') {
                 Step();
-            if (!AtEnd())
+            }
+            if (!AtEnd()) {
                 text += Peek();
+            }
             Step();
         }
         Step();
@@ -256,31 +293,38 @@ private:
         }
         if (Peek() == '"') {
             std::string text;
-            if (!ReadQuoted(text))
+            if (!ReadQuoted(text)) {
                 return false;
+            }
             value.type = TypeText;
             value.data = TextBytes(text);
             return true;
         }
-        if (AtWord("dword:"))
+        if (AtWord("dword:")) {
             return ReadDword(value);
-        if (!AtWord("hex"))
+        }
+        if (!AtWord("hex")) {
             return LeaveOut("not the data of a value");
+        }
         SkipText(3);
         value.type = TypeBinary;
         if (Peek() == '(') {
             Step();
-            if (!ReadNumber(value.type))
+            if (!ReadNumber(value.type)) {
                 return false;
-            if (Peek() != ')')
+            }
+            if (Peek() != ')') {
                 return LeaveOut("the type has no closing bracket");
+            }
             Step();
         }
-        if (Peek() != ':')
+        if (Peek() != ':') {
             return LeaveOut("':' is missing");
+        }
         Step();
-        if (!ReadBytes(value.data))
+        if (!ReadBytes(value.data)) {
             return false;
+        }
         return !m_wide || TextDataToAnsi(value.type, value.data) || LeaveOut("a text of half a character");
     }
 
@@ -289,12 +333,14 @@ private:
         const char* start = m_text.data() + m_at;
         const char* end = m_text.data() + m_text.size();
         const auto result = std::from_chars(start, end, number, 16);
-        if (result.ec != std::errc() || result.ptr - start > 8)
+        if (result.ec != std::errc() || result.ptr - start > 8) {
             return LeaveOut("not a hexadecimal number of at most 8 digits");
+        }
         const auto length = static_cast<std::size_t>(result.ptr - start);
         SkipText(length);
-        if (digits)
+        if (digits) {
             *digits = length;
+        }
         return true;
     }
 
@@ -302,46 +348,56 @@ private:
         SkipText(6);
         simwin::DWORD number = 0;
         std::size_t digits = 0;
-        if (!ReadNumber(number, &digits))
+        if (!ReadNumber(number, &digits)) {
             return false;
-        if (digits < 8 && AtEnd())
+        }
+        if (digits < 8 && AtEnd()) {
             return Refuse("the file ends in the middle of a number");
+        }
         value.type = TypeDword;
-        for (unsigned shift = 0; shift < 32; shift += 8)
+        for (unsigned shift = 0; shift < 32; shift += 8) {
             value.data.push_back(static_cast<std::uint8_t>(number >> shift));
+        }
         return true;
     }
 
     bool ReadBytes(std::vector<std::uint8_t>& data) {
         SkipBlanks();
-        if (AtLineEnd() || Peek() == ';')
+        if (AtLineEnd() || Peek() == ';') {
             return true; // no data
+        }
         for (;;) {
             SkipBlanks();
             if (Peek() == '\\') {
                 Step();
                 SkipBlanks();
-                if (AtEnd())
+                if (AtEnd()) {
                     return Refuse("a line is to follow here");
-                if (!AtLineEnd())
+                }
+                if (!AtLineEnd()) {
                     return LeaveOut("a line is to follow here");
+                }
                 SkipLineEnd();
                 continue;
             }
             simwin::DWORD byte = 0;
             const char* start = m_text.data() + m_at;
             const auto result = std::from_chars(start, m_text.data() + m_text.size(), byte, 16);
-            if (AtEnd())
+            if (AtEnd()) {
                 return Refuse("the file ends in the middle of a value");
-            if (result.ec != std::errc() || byte > 0xFF || result.ptr - start > 2)
+            }
+            if (result.ec != std::errc() || byte > 0xFF || result.ptr - start > 2) {
                 return LeaveOut("not a byte of two hexadecimal digits");
+            }
             SkipText(static_cast<std::size_t>(result.ptr - start));
             data.push_back(static_cast<std::uint8_t>(byte));
             SkipBlanks();
-            if (AtEnd())
+            if (AtEnd()) {
                 return Refuse("the file ends in the middle of a value");
-            if (Peek() != ',')
+            }
+            if (Peek() != ',') {
                 return true;
+            }
             Step();
         }
     }
@@ -352,8 +408,9 @@ private:
         for (const char c : path) {
             length = c == '\\' ? 0 : length + 1;
             levels += c == '\\';
-            if (length > MostNameChars || levels > MostLevels)
+            if (length > MostNameChars || levels > MostLevels) {
                 return false;
+            }
         }
         return true;
     }
@@ -368,7 +425,6 @@ private:
     bool m_wide = false;
     std::optional<ExportError> m_error;
 };
-
 } // namespace
 
 std::optional<ExportError> ReadExport(std::string_view bytes, std::vector<ExportedKey>& keys,
@@ -377,10 +433,12 @@ std::optional<ExportError> ReadExport(std::string_view bytes, std::vector<Export
 }
 
 bool TextDataToAnsi(simwin::DWORD type, std::vector<std::uint8_t>& data) {
-    if (type != TypeText && type != TypeExpand && type != TypeMulti)
+    if (type != TypeText && type != TypeExpand && type != TypeMulti) {
         return true;
-    if (data.size() % 2)
+    }
+    if (data.size() % 2) {
         return false;
+    }
     const std::string ansi = AnsiFromUtf16Bytes({reinterpret_cast<const char*>(data.data()), data.size()});
     data.assign(ansi.begin(), ansi.end());
     return true;
@@ -399,10 +457,11 @@ void ApplyExport(const std::vector<ExportedKey>& keys, Registry& registry) {
         }
         RegistryKey* key = registry.CreateKey(exported.path);
         for (const ExportedValue& value : exported.values) {
-            if (value.deleted)
+            if (value.deleted) {
                 registry.RemoveValue(key, value.name);
-            else
+            } else {
                 registry.PutValue(key, value.name, value.type, value.data);
+            }
         }
     }
 }

@@ -3,17 +3,15 @@
 
 namespace machine {
 
-namespace {
-
 // Moves a run aside whose service has stopped while its process still works: the service can be started again.
-void RetireRun(Service& service) {
+static void RetireRun(Service& service) {
     TheServices().endingRuns.push_back(std::move(service.run));
     DeleteIfUnused(service);
 }
 
 // Runs the handler for the first control of the queue, on the dispatcher's thread. What must outlive the switch is in
 // the run, not on this stack.
-void HandleFirstControl(ServiceRun* run) {
+static void HandleFirstControl(ServiceRun* run) {
     run->handling = true;
     PendingControl* control = run->queue.front().get();
     const simwin::DWORD result =
@@ -22,30 +20,35 @@ void HandleFirstControl(ServiceRun* run) {
     std::unique_ptr<PendingControl> done = std::move(run->queue.front());
     run->queue.pop_front();
     run->handling = false;
-    if (done->waiter)
+    if (done->waiter) {
         AnswerThread(done->waiter, result);
-    if (done->returned)
+    }
+    if (done->returned) {
         done->returned(result);
+    }
 }
 
 // A run that has reported its stop answers what is left in its queue: nothing handles it any more.
-void RefuseRest(ServiceRun* run) {
+static void RefuseRest(ServiceRun* run) {
     while (!run->queue.empty()) {
         const std::unique_ptr<PendingControl> control = std::move(run->queue.front());
         run->queue.pop_front();
-        if (control->waiter)
+        if (control->waiter) {
             AnswerThread(control->waiter, simwin::ERROR_SERVICE_NOT_ACTIVE);
-        if (control->returned)
+        }
+        if (control->returned) {
             control->returned(simwin::ERROR_SERVICE_NOT_ACTIVE);
+        }
     }
 }
 
 // Connects the running process; the service's main procedure gets a thread and its name as the one argument.
-void Connect(ServiceRun* run, const simwin::SERVICE_TABLE_ENTRYA* table) {
+static void Connect(ServiceRun* run, const simwin::SERVICE_TABLE_ENTRYA* table) {
     run->connected = true;
     run->dispatcherThread = CurrentThread()->id;
-    for (const simwin::DWORD waiter : run->startWaiters)
+    for (const simwin::DWORD waiter : run->startWaiters) {
         AnswerThread(waiter, simwin::NO_ERROR);
+    }
     run->startWaiters.clear();
     const simwin::LPSERVICE_MAIN_FUNCTIONA entry = table->lpServiceProc;
     const simwin::LPSTR name = table->lpServiceName;
@@ -55,8 +58,6 @@ void Connect(ServiceRun* run, const simwin::SERVICE_TABLE_ENTRYA* table) {
         return 0;
     }));
 }
-
-} // namespace
 
 } // namespace machine
 
@@ -68,8 +69,9 @@ BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA* table) {
         machine::SetError(simCall.error);
         return FALSE;
     }
-    if (table && table->lpServiceName && table[1].lpServiceName)
+    if (table && table->lpServiceName && table[1].lpServiceName) {
         machine::NotModelled("StartServiceCtrlDispatcherA", "more than one service in a process");
+    }
     machine::Service* service = nullptr;
     machine::ServiceRun* run = machine::RunOfProcess(machine::CurrentProcess(), &service);
     if (!run || run->connected) {
@@ -80,8 +82,9 @@ BOOL StartServiceCtrlDispatcherA(const SERVICE_TABLE_ENTRYA* table) {
     while (!run->stopReported) {
         if (run->handler && !run->queue.empty()) {
             machine::HandleFirstControl(run);
-            if (machine::IsAsleep()) // by the control that it has just answered: the next one waits until it wakes
+            if (machine::IsAsleep()) { // by the control that it has just answered: the next one waits until it wakes
                 machine::Yield();
+            }
             continue;
         }
         machine::Block(machine::WaitKind::Dispatcher, "a control of the service manager", machine::NoLimit);
@@ -95,8 +98,9 @@ SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerExA(LPCSTR name, LPHANDLER_FUNCT
     machine::Service* service = nullptr;
     machine::ServiceRun* run = machine::RunOfProcess(machine::CurrentProcess(), &service);
     DWORD error = simCall.error;
-    if (!error && (!service || !run->connected || !machine::EqualNoCase(service->definition.name, name)))
+    if (!error && (!service || !run->connected || !machine::EqualNoCase(service->definition.name, name))) {
         error = ERROR_SERVICE_DOES_NOT_EXIST;
+    }
     if (error) {
         machine::SetError(error);
         return nullptr;
@@ -116,20 +120,24 @@ BOOL SetServiceStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS* status) {
     machine::Service* service = nullptr;
     machine::ServiceRun* run = machine::RunOfProcess(machine::CurrentProcess(), &service);
     DWORD error = simCall.error;
-    if (!error && (!run || run->statusHandle != reinterpret_cast<std::uint64_t>(handle)))
+    if (!error && (!run || run->statusHandle != reinterpret_cast<std::uint64_t>(handle))) {
         error = ERROR_INVALID_HANDLE;
-    if (!error && run->stopReported)
+    }
+    if (!error && run->stopReported) {
         error = ERROR_SERVICE_NOT_ACTIVE;
-    if (!error && (!status || status->dwCurrentState < SERVICE_STOPPED || status->dwCurrentState > SERVICE_PAUSED))
+    }
+    if (!error && (!status || status->dwCurrentState < SERVICE_STOPPED || status->dwCurrentState > SERVICE_PAUSED)) {
         error = ERROR_INVALID_DATA;
+    }
     if (error) {
         machine::SetError(error);
         return FALSE;
     }
     run->status = *status;
     machine::NoteServiceReport(*service, *status);
-    if (status->dwCurrentState != SERVICE_STOPPED)
+    if (status->dwCurrentState != SERVICE_STOPPED) {
         return TRUE;
+    }
     run->stopReported = true;
     machine::WakeDispatcher(*run);
     machine::RetireRun(*service);

@@ -18,10 +18,9 @@ namespace machine {
 
 using namespace simwin;
 
-namespace {
-
 constexpr std::uint64_t LongestSuspendMs = 2000;
 
+namespace {
 struct Power {
     bool fallsAsleep = false;
     DueId latest = 0;        // when it stops handlers that have not returned
@@ -34,37 +33,43 @@ struct Power {
     bool isFast = false; // its sleep is a fast startup's
     std::function<void(PowerEvent)> observer;
 };
-Power* g_power;
+} // namespace
+static Power* g_power;
 
-void Tell(PowerEvent event) {
-    if (g_power->observer)
+static void Tell(PowerEvent event) {
+    if (g_power->observer) {
         g_power->observer(event);
+    }
 }
 
-bool IsOfServices(const Process& process) {
+static bool IsOfServices(const Process& process) {
     return RunOfProcess(&process) != nullptr;
 }
 
-std::vector<Process*> RunningProcesses() {
+static std::vector<Process*> RunningProcesses() {
     std::vector<Process*> running; // a copy: ending one may end others
-    for (Process* process : AllProcesses())
-        if (!process->ended)
+    for (Process* process : AllProcesses()) {
+        if (!process->ended) {
             running.push_back(process);
+        }
+    }
     return running;
 }
 
-bool DoesAnyServiceRun() {
+static bool DoesAnyServiceRun() {
     const std::vector<Process*> running = RunningProcesses();
     return std::any_of(running.begin(), running.end(), [](const Process* process) { return IsOfServices(*process); });
 }
 
-void GoOff() {
-    if (!g_power->shutsDown)
+static void GoOff() {
+    if (!g_power->shutsDown) {
         return;
+    }
     g_power->shutsDown = false;
     g_power->isOff = true;
-    for (Process* process : RunningProcesses())
+    for (Process* process : RunningProcesses()) {
         KillProcess(process);
+    }
     PowerOffDevices();
     ForgetDue();
     ForgetSessions();
@@ -72,94 +77,107 @@ void GoOff() {
     Tell(PowerEvent::Off);
 }
 
-void GoOffWhenNoServiceRuns(const Process&) {
-    if (g_power && g_power->shutsDown && !DoesAnyServiceRun())
+static void GoOffWhenNoServiceRuns(const Process&) {
+    if (g_power && g_power->shutsDown && !DoesAnyServiceRun()) {
         After(0, GoOff); // the process is still on its way out
+    }
 }
 
-void KillServices() {
-    if (!g_power->shutsDown || !DoesAnyServiceRun())
+static void KillServices() {
+    if (!g_power->shutsDown || !DoesAnyServiceRun()) {
         return;
+    }
     Tell(PowerEvent::ServicesKilled);
-    for (Process* process : RunningProcesses())
-        if (IsOfServices(*process))
+    for (Process* process : RunningProcesses()) {
+        if (IsOfServices(*process)) {
             KillProcess(process);
+        }
+    }
 }
 
-void Create() {
+static void Create() {
     g_power = new Power;
     OnProcessEnd([](Process& process) { GoOffWhenNoServiceRuns(process); });
 }
 
-void Destroy() {
+static void Destroy() {
     delete g_power;
     g_power = nullptr;
 }
 
 // After the services, which forget an ended process first.
-Room g_room(42, Create, Destroy);
+static Room g_room(42, Create, Destroy);
 
 // Nothing in progress is waited for any more.
-void EndFallingAsleep() {
+static void EndFallingAsleep() {
     g_power->fallsAsleep = false;
     ++g_power->serial;
     CancelDue(g_power->latest);
 }
 
-void StopRunning() {
+static void StopRunning() {
     EndFallingAsleep();
     FallAsleep();
     g_power->asleepSinceMs = Now();
     g_power->counts.sleeps += !g_power->isFast;
-    if (g_power->isFast) // not on the thread of the last handler
+    if (g_power->isFast) { // not on the thread of the last handler
         At(Now(), Due::Outside, [] { Tell(PowerEvent::Off); });
+    }
 }
 
-} // namespace
-
 void SuspendMachine(bool told) {
-    if (IsMachineDown() || g_power->fallsAsleep)
+    if (IsMachineDown() || g_power->fallsAsleep) {
         return;
+    }
     g_power->fallsAsleep = true;
     const std::uint64_t serial = ++g_power->serial;
     const auto returned = [serial](DWORD) {
-        if (g_power && g_power->serial == serial && --g_power->unanswered == 0)
+        if (g_power && g_power->serial == serial && --g_power->unanswered == 0) {
             StopRunning();
+        }
     };
     g_power->unanswered = told ? BroadcastServiceControl(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND, {}, returned) : 0;
-    if (g_power->unanswered == 0)
+    if (g_power->unanswered == 0) {
         StopRunning();
-    else
+    } else {
         g_power->latest = After(LongestSuspendMs, StopRunning);
+    }
 }
 
 // Users' programs, in sessions or not, before the services are notified of the shutdown.
 static void EndSessionsAndPrograms() {
     const std::vector<Session> sessions = AllSessions();
-    for (const Session& session : sessions)
-        if (!session.user.empty())
+    for (const Session& session : sessions) {
+        if (!session.user.empty()) {
             LogOff(session.id);
-    for (Process* process : RunningProcesses())
-        if (!IsOfServices(*process) && (process->rights != Rights::System || process->session != 0))
+        }
+    }
+    for (Process* process : RunningProcesses()) {
+        if (!IsOfServices(*process) && (process->rights != Rights::System || process->session != 0)) {
             KillProcess(process);
+        }
+    }
 }
 
 void ShutDownMachine() {
-    if (ThePowerState() != PowerState::On)
+    if (ThePowerState() != PowerState::On) {
         return;
+    }
     EndFallingAsleep();
     EndSessionsAndPrograms();
     g_power->shutsDown = true;
     BroadcastServiceControl(SERVICE_CONTROL_SHUTDOWN, 0, {});
-    if (DoesAnyServiceRun())
+    if (DoesAnyServiceRun()) {
         After(TheSetup().KillServicesAfterMs(), KillServices);
-    else
+    } else {
         After(0, GoOff);
+    }
 }
 
 void ShutDownFast() {
-    if (ThePowerState() != PowerState::On)
+    if (ThePowerState() != PowerState::On) {
         return;
+    }
     EndFallingAsleep();
     EndSessionsAndPrograms();
     g_power->isFast = true;
@@ -167,8 +185,9 @@ void ShutDownFast() {
 }
 
 void StartFast() {
-    if (!g_power->isFast)
+    if (!g_power->isFast) {
         return;
+    }
     g_power->isFast = false;
     g_power->hasBooted = true;
     ++g_power->counts.fastStartups;
@@ -176,8 +195,9 @@ void StartFast() {
 }
 
 void BootMachine() {
-    if (!g_power->isOff)
+    if (!g_power->isOff) {
         return;
+    }
     g_power->isOff = false;
     g_power->hasBooted = true;
     ++g_power->counts.boots;
@@ -187,13 +207,15 @@ void BootMachine() {
 
 void ResumeMachine(DWORD code, bool replugAll) {
     EndFallingAsleep();
-    if (IsAsleep())
+    if (IsAsleep()) {
         g_power->sleeps.emplace_back(g_power->asleepSinceMs, Now());
+    }
     WakeMachine();
     BroadcastServiceControl(SERVICE_CONTROL_POWEREVENT, code, {});
     NoticeMissedChanges();
-    if (replugAll)
+    if (replugAll) {
         ReplugAllDevices();
+    }
 }
 
 const PowerCounts& CountsOfPower() {
@@ -202,9 +224,11 @@ const PowerCounts& CountsOfPower() {
 
 std::uint64_t AsleepBetweenMs(std::uint64_t fromMs, std::uint64_t toMs) {
     std::uint64_t asleepMs = 0;
-    for (const auto& [from, to] : g_power->sleeps)
-        if (std::max(from, fromMs) < std::min(to, toMs))
+    for (const auto& [from, to] : g_power->sleeps) {
+        if (std::max(from, fromMs) < std::min(to, toMs)) {
             asleepMs += std::min(to, toMs) - std::max(from, fromMs);
+        }
+    }
     return asleepMs;
 }
 
@@ -213,12 +237,15 @@ bool HasBooted() {
 }
 
 PowerState ThePowerState() {
-    if (g_power->isOff)
+    if (g_power->isOff) {
         return PowerState::Off;
-    if (g_power->isFast)
+    }
+    if (g_power->isFast) {
         return IsAsleep() ? PowerState::FastOff : PowerState::ShuttingDown;
-    if (g_power->shutsDown)
+    }
+    if (g_power->shutsDown) {
         return PowerState::ShuttingDown;
+    }
     return IsAsleep() ? PowerState::Asleep : PowerState::On;
 }
 

@@ -8,43 +8,43 @@
 
 namespace machine {
 
-namespace {
-
-std::string KeyPath(std::string_view name) {
+static std::string KeyPath(std::string_view name) {
     return "HKLM\\SYSTEM\\CurrentControlSet\\Services\\" + std::string(name);
 }
 
-std::string ProductPath() {
+static std::string ProductPath() {
     return TheSetup().directory + "\\" + TheSetup().executable;
 }
 
-bool IsProgram(const std::string& path) {
+static bool IsProgram(const std::string& path) {
     return EqualNoCase(path, ProductPath()) || TheFiles().Exists(path);
 }
-
-} // namespace
 
 // The possible programs of a path without quotes: each beginning that ends at a blank, the whole last.
 std::string FirstProgram(const std::string& commandLine) {
     for (std::size_t blank = commandLine.find(' '); blank != std::string::npos;
          blank = commandLine.find(' ', blank + 1)) {
         const std::string start = commandLine.substr(0, blank);
-        for (const std::string& candidate : {start, start + ".exe"})
-            if (IsProgram(candidate))
+        for (const std::string& candidate : {start, start + ".exe"}) {
+            if (IsProgram(candidate)) {
                 return candidate;
+            }
+        }
     }
     return commandLine;
 }
 
 bool IsDisplayNameTaken(const std::string& displayName, const std::string& name) {
     const RegistryKey* services = TheRegistry().FindKey("HKLM\\SYSTEM\\CurrentControlSet\\Services");
-    if (!services)
+    if (!services) {
         return false;
+    }
     for (const auto& [key, service] : services->subKeys) {
         const RegistryValue* shown = service->FindValue("DisplayName");
         if (!EqualNoCase(key, name) &&
-            (EqualNoCase(key, displayName) || (shown && EqualNoCase(TextOf(*shown), displayName))))
+            (EqualNoCase(key, displayName) || (shown && EqualNoCase(TextOf(*shown), displayName)))) {
             return true;
+        }
     }
     return false;
 }
@@ -75,17 +75,19 @@ std::string RegisteredImagePath(const ServiceDefinition& definition) {
 
 simwin::DWORD FindServiceImage(const std::string& commandLine, std::string* imagePath) {
     std::string path;
-    if (commandLine.starts_with('"'))
+    if (commandLine.starts_with('"')) {
         path = commandLine.substr(1, commandLine.find('"', 1) - 1);
-    else
+    } else {
         path = FirstProgram(commandLine);
+    }
     if (!IsProgram(path)) {
         const std::size_t slash = path.rfind('\\');
         const bool hasFolder = slash != std::string::npos && TheFiles().Exists(path.substr(0, slash));
         return hasFolder ? simwin::ERROR_FILE_NOT_FOUND : simwin::ERROR_PATH_NOT_FOUND;
     }
-    if (!EqualNoCase(path, ProductPath()))
+    if (!EqualNoCase(path, ProductPath())) {
         NotModelled("StartServiceA", "the service of another program: " + path);
+    }
     *imagePath = path;
     return 0;
 }

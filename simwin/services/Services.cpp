@@ -13,15 +13,13 @@ namespace machine {
 
 using namespace simwin;
 
-namespace {
-
-ServicesState* g_services;
+static ServicesState* g_services;
 
 constexpr const char* StateTexts[] = {"",        "STOPPED",          "START_PENDING", "STOP_PENDING",
                                       "RUNNING", "CONTINUE_PENDING", "PAUSE_PENDING", "PAUSED"};
 
 // Which bit of the accepted controls lets a control through that Windows sends to all services; 0: none is needed.
-constexpr DWORD AcceptBitOf(DWORD control) {
+static constexpr DWORD AcceptBitOf(DWORD control) {
     switch (control) {
     case SERVICE_CONTROL_SHUTDOWN:
         return SERVICE_ACCEPT_SHUTDOWN;
@@ -37,37 +35,43 @@ constexpr DWORD AcceptBitOf(DWORD control) {
 }
 
 // The manager's reaction to the end of a service's process: nothing waits any longer, and the state is STOPPED.
-void ForgetRun(ServiceRun& run) {
+static void ForgetRun(ServiceRun& run) {
     run.process = nullptr;
     run.dispatcherThread = 0;
-    for (const DWORD waiter : run.startWaiters)
+    for (const DWORD waiter : run.startWaiters) {
         AnswerThread(waiter, ERROR_SERVICE_REQUEST_TIMEOUT);
+    }
     run.startWaiters.clear();
     while (!run.queue.empty()) {
         const std::unique_ptr<PendingControl> control = std::move(run.queue.front());
         run.queue.pop_front();
-        if (control->waiter)
+        if (control->waiter) {
             AnswerThread(control->waiter, ERROR_SERVICE_NOT_ACTIVE);
-        if (control->returned)
+        }
+        if (control->returned) {
             control->returned(ERROR_SERVICE_NOT_ACTIVE);
+        }
     }
     run.handling = false;
 }
 
-void ServiceProcessEnded(Process& process) {
-    if (!g_services)
+static void ServiceProcessEnded(Process& process) {
+    if (!g_services) {
         return; // the machine is being taken down
+    }
     ServicesState& state = TheServices();
-    for (auto at = state.endingRuns.begin(); at != state.endingRuns.end(); ++at)
+    for (auto at = state.endingRuns.begin(); at != state.endingRuns.end(); ++at) {
         if ((*at)->process == &process) {
             ForgetRun(**at);
             state.endingRuns.erase(at);
             return;
         }
+    }
     Service* service = nullptr;
     ServiceRun* run = RunOfProcess(&process, &service);
-    if (!run || !service)
+    if (!run || !service) {
         return;
+    }
     ForgetRun(*run);
     service->run.reset();
     SERVICE_STATUS stopped{};
@@ -76,37 +80,40 @@ void ServiceProcessEnded(Process& process) {
     DeleteIfUnused(*service);
 }
 
-std::string UnansweredControls() {
+static std::string UnansweredControls() {
     for (const auto& [name, service] : TheServices().services) {
         const ServiceRun* run = service->run.get();
-        if (!run)
+        if (!run) {
             continue;
-        if (!run->queue.empty())
+        }
+        if (!run->queue.empty()) {
             return fmt::format("service {}: control {} is not answered", name, run->queue.front()->control);
+        }
         const DWORD current = run->status.dwCurrentState;
-        if (current == SERVICE_START_PENDING || current == SERVICE_STOP_PENDING || current == 0)
+        if (current == SERVICE_START_PENDING || current == SERVICE_STOP_PENDING || current == 0) {
             return fmt::format("service {} stays in {}", name,
                                current ? ServiceStateText(current) : "START_PENDING, nothing was reported");
+        }
     }
     return {};
 }
 
-void CreateServices() {
+static void CreateServices() {
     g_services = new ServicesState;
     OnProcessEnd(ServiceProcessEnded);
     AddEndCheck(UnansweredControls);
 }
 
-void DestroyServices() {
+static void DestroyServices() {
     delete g_services;
     g_services = nullptr;
 }
 
 // After the registry and the files, before the devices, which look up their recipients here.
-Room g_room(/*order=*/40, CreateServices, DestroyServices);
+static Room g_room(/*order=*/40, CreateServices, DestroyServices);
 
 // After the devices, whose notifications come here.
-Room g_route(
+static Room g_route(
     95,
     [] {
         SetServiceRoute([](const NotificationRecipient& recipient, DWORD event, const std::vector<std::uint8_t>& data,
@@ -114,23 +121,26 @@ Room g_route(
             const auto handle = static_cast<SERVICE_STATUS_HANDLE>(recipient.handle);
             const bool isQueued =
                 PostServiceControl(handle, SERVICE_CONTROL_DEVICEEVENT, event, data, [returned](DWORD) { returned(); });
-            if (!isQueued)
+            if (!isQueued) {
                 returned();
+            }
         });
     },
     [] {});
 
-ServiceRun* RunOfStatusHandle(std::uint64_t handle) {
-    for (const auto& [name, service] : TheServices().services)
-        if (service->run && service->run->statusHandle == handle)
+static ServiceRun* RunOfStatusHandle(std::uint64_t handle) {
+    for (const auto& [name, service] : TheServices().services) {
+        if (service->run && service->run->statusHandle == handle) {
             return service->run.get();
-    for (const auto& run : TheServices().endingRuns)
-        if (run->statusHandle == handle)
+        }
+    }
+    for (const auto& run : TheServices().endingRuns) {
+        if (run->statusHandle == handle) {
             return run.get();
+        }
+    }
     return nullptr;
 }
-
-} // namespace
 
 bool HasServices() {
     return g_services != nullptr;
@@ -146,22 +156,28 @@ Service* FindService(std::string_view name) {
 }
 
 ServiceRun* RunOfProcess(const Process* process, Service** service) {
-    for (const auto& [name, candidate] : TheServices().services)
+    for (const auto& [name, candidate] : TheServices().services) {
         if (candidate->run && candidate->run->process == process) {
-            if (service)
+            if (service) {
                 *service = candidate.get();
+            }
             return candidate->run.get();
         }
-    for (const auto& run : TheServices().endingRuns)
-        if (run->process == process)
+    }
+    for (const auto& run : TheServices().endingRuns) {
+        if (run->process == process) {
             return run.get();
+        }
+    }
     return nullptr;
 }
 
 void AnswerThread(DWORD threadId, DWORD result) {
-    for (Thread* thread : AllThreads())
-        if (thread->id == threadId && thread->state == ThreadState::Waiting && thread->waitKind == WaitKind::Machine)
+    for (Thread* thread : AllThreads()) {
+        if (thread->id == threadId && thread->state == ThreadState::Waiting && thread->waitKind == WaitKind::Machine) {
             Wake(thread, result);
+        }
+    }
 }
 
 void QueueControl(ServiceRun& run, std::unique_ptr<PendingControl> control) {
@@ -170,21 +186,26 @@ void QueueControl(ServiceRun& run, std::unique_ptr<PendingControl> control) {
 }
 
 void WakeDispatcher(const ServiceRun& run) {
-    for (Thread* thread : AllThreads())
+    for (Thread* thread : AllThreads()) {
         if (thread->id == run.dispatcherThread && thread->state == ThreadState::Waiting &&
-            thread->waitKind == WaitKind::Dispatcher)
+            thread->waitKind == WaitKind::Dispatcher) {
             Wake(thread, 0);
+        }
+    }
 }
 
 DWORD StartServiceRun(Service& service) {
-    if (service.markedForDelete)
+    if (service.markedForDelete) {
         return ERROR_SERVICE_MARKED_FOR_DELETE;
-    if (service.run)
+    }
+    if (service.run) {
         return ERROR_SERVICE_ALREADY_RUNNING;
+    }
     const std::string commandLine = RegisteredImagePath(service.definition);
     std::string imagePath;
-    if (const DWORD error = FindServiceImage(commandLine, &imagePath))
+    if (const DWORD error = FindServiceImage(commandLine, &imagePath)) {
         return error;
+    }
     ProcessStart start;
     start.imagePath = imagePath;
     start.commandLine = commandLine;
@@ -196,8 +217,9 @@ DWORD StartServiceRun(Service& service) {
 }
 
 void DeleteIfUnused(Service& service) {
-    if (!service.markedForDelete || service.openHandles > 0 || service.run)
+    if (!service.markedForDelete || service.openHandles > 0 || service.run) {
         return;
+    }
     const std::string name = service.definition.name;
     DeleteServiceKey(name);
     TheServices().services.erase(name);
@@ -209,8 +231,9 @@ void NoteServiceReport(const Service& service, const SERVICE_STATUS& status) {
 }
 
 void DefineService(const ServiceDefinition& definition) {
-    if (FindService(definition.name))
+    if (FindService(definition.name)) {
         return;
+    }
     auto service = std::make_unique<Service>();
     service->definition = definition;
     WriteServiceKey(definition);
@@ -225,8 +248,9 @@ void AdoptServiceProcess(std::string_view name, Process* process) {
 
 void RemoveService(std::string_view name) {
     Service* service = FindService(name);
-    if (!service)
+    if (!service) {
         return;
+    }
     service->markedForDelete = true;
     DeleteIfUnused(*service);
 }
@@ -238,8 +262,9 @@ DWORD StartServiceByMachine(std::string_view name) {
 
 static bool Post(ServiceRun* run, DWORD control, DWORD eventType, const std::vector<BYTE>& data,
                  ControlReturned returned) {
-    if (!run || !run->process || run->stopReported)
+    if (!run || !run->process || run->stopReported) {
         return false;
+    }
     auto pending = std::make_unique<PendingControl>();
     pending->control = control;
     pending->eventType = eventType;
@@ -277,18 +302,22 @@ unsigned BroadcastServiceControl(DWORD control, DWORD eventType, const std::vect
     unsigned count = 0;
     for (const auto& [name, service] : TheServices().services) {
         ServiceRun* run = service->run.get();
-        if (run && (run->status.dwControlsAccepted & needed) == needed && Post(run, control, eventType, data, returned))
+        if (run && (run->status.dwControlsAccepted & needed) == needed &&
+            Post(run, control, eventType, data, returned)) {
             ++count;
+        }
     }
     return count;
 }
 
 DWORD ServiceState(std::string_view name) {
     const Service* service = FindService(name);
-    if (!service)
+    if (!service) {
         return 0;
-    if (!service->run)
+    }
+    if (!service->run) {
         return SERVICE_STOPPED;
+    }
     const DWORD reported = service->run->status.dwCurrentState;
     return reported ? reported : SERVICE_START_PENDING;
 }

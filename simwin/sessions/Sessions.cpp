@@ -15,19 +15,19 @@ namespace machine {
 using namespace simwin;
 
 namespace {
-
 struct SessionRoom {
     std::vector<Session> sessions; // in the order of description and logon
     std::vector<std::function<void(Process&)>> onShell;
     bool consoleIsEmpty = false;
 };
-SessionRoom* g_room;
-std::vector<Session>* g_sessions; // of the room
+} // namespace
+static SessionRoom* g_room;
+static std::vector<Session>* g_sessions; // of the room
 
 constexpr const char* StateNames[] = {"active", "connected", "connectquery", "shadow", "disconnected",
                                       "idle",   "listen",    "reset",        "down",   "init"};
 
-Room g_sessionRoom(
+static Room g_sessionRoom(
     45,
     [] {
         g_room = new SessionRoom;
@@ -39,28 +39,29 @@ Room g_sessionRoom(
         g_sessions = nullptr;
     });
 
-void TellServices(DWORD event, unsigned id) {
+static void TellServices(DWORD event, unsigned id) {
     const WTSSESSION_NOTIFICATION notification = {sizeof(WTSSESSION_NOTIFICATION), id};
     std::vector<BYTE> data(sizeof(notification));
     std::memcpy(data.data(), &notification, sizeof(notification));
     BroadcastServiceControl(SERVICE_CONTROL_SESSIONCHANGE, event, data);
 }
 
-bool HasServicesSession() {
+static bool HasServicesSession() {
     return TheSetup().version.major >= 6;
 }
 
-std::string ShellPath() {
+static std::string ShellPath() {
     return WindowsDirectory() + "\\explorer.exe";
 }
 
-bool IsOfSession(const Process& process, const Session& session) {
+static bool IsOfSession(const Process& process, const Session& session) {
     return !process.ended && process.session == session.id && EqualNoCase(process.user, session.user);
 }
 
-void StartShell(const Session& session) {
-    if (!session.hasShell || session.user.empty() || ShellOf(session))
+static void StartShell(const Session& session) {
+    if (!session.hasShell || session.user.empty() || ShellOf(session)) {
         return;
+    }
     ProcessStart start;
     start.imagePath = ShellPath();
     start.commandLine = start.imagePath;
@@ -68,50 +69,57 @@ void StartShell(const Session& session) {
     auto* token = new Token(LogonToken(LogonOf(session)));
     StartWith(start, *token);
     Process* shell = StartScripted(start);
-    for (const auto& action : g_room->onShell)
+    for (const auto& action : g_room->onShell) {
         action(*shell);
+    }
 }
 
 // The console goes to session `id`: a session without a user is no longer needed, a user's is disconnected.
-void LeaveConsole(unsigned id) {
+static void LeaveConsole(unsigned id) {
     std::erase_if(*g_sessions,
                   [&](const Session& other) { return other.console && other.id != id && other.user.empty(); });
-    for (Session& other : *g_sessions)
+    for (Session& other : *g_sessions) {
         if (other.console && other.id != id) {
             other.console = false;
             other.state = WTSDisconnected;
             TellServices(WTS_CONSOLE_DISCONNECT, other.id);
         }
+    }
 }
-
-} // namespace
 
 void DefineSession(const Session& session) {
     const auto known = std::find_if(g_sessions->begin(), g_sessions->end(),
                                     [&](const Session& other) { return other.id == session.id; });
-    if (known != g_sessions->end())
+    if (known != g_sessions->end()) {
         *known = session;
-    else
+    } else {
         g_sessions->push_back(session);
-    if (session.console)
+    }
+    if (session.console) {
         g_room->consoleIsEmpty = false;
-    if (session.user.empty())
+    }
+    if (session.user.empty()) {
         return;
+    }
     (void)SidOfAccount(session.user); // SIDs are given in the order of the sessions
-    for (const auto& [name, value] : session.environment)
+    for (const auto& [name, value] : session.environment) {
         SetUserEnvironment(session.user, name, value);
+    }
 }
 
 Process* ShellOf(const Session& session) {
-    for (Process* process : AllProcesses())
-        if (IsOfSession(*process, session) && EqualNoCase(process->imagePath, ShellPath()))
+    for (Process* process : AllProcesses()) {
+        if (IsOfSession(*process, session) && EqualNoCase(process->imagePath, ShellPath())) {
             return process;
+        }
+    }
     return nullptr;
 }
 
 void StartShells() {
-    for (const Session& session : *g_sessions)
+    for (const Session& session : *g_sessions) {
         StartShell(session);
+    }
 }
 
 Logon LogonOf(const Session& session) {
@@ -129,8 +137,9 @@ void LeaveConsoleEmpty() {
 void ChangeSession(unsigned id, std::optional<WTS_CONNECTSTATE_CLASS> state, std::optional<bool> console) {
     const auto at =
         std::find_if(g_sessions->begin(), g_sessions->end(), [&](const Session& session) { return session.id == id; });
-    if (at == g_sessions->end())
+    if (at == g_sessions->end()) {
         return;
+    }
     Session session = *at;
     const bool wasConnected = session.state == WTSActive || session.state == WTSConnected;
     const bool moves = console && *console != session.console;
@@ -140,19 +149,24 @@ void ChangeSession(unsigned id, std::optional<WTS_CONNECTSTATE_CLASS> state, std
     session.console = console.value_or(session.console);
     session.state = state ? *state : moves && session.console ? WTSActive : session.state;
     const bool isConnected = session.state == WTSActive || session.state == WTSConnected;
-    if (moves && session.console)
+    if (moves && session.console) {
         LeaveConsole(id);
+    }
     DefineSession(session);
-    if (wasConnected && (moves || !isConnected))
+    if (wasConnected && (moves || !isConnected)) {
         TellServices(leaves, id);
-    if (isConnected && (moves || !wasConnected))
+    }
+    if (isConnected && (moves || !wasConnected)) {
         TellServices(connect[session.console], id);
+    }
 }
 
 std::optional<WTS_CONNECTSTATE_CLASS> SessionStateFromName(std::string_view name) {
-    for (int state = WTSActive; state <= WTSInit; ++state)
-        if (EqualNoCase(name, StateNames[state]))
+    for (int state = WTSActive; state <= WTSInit; ++state) {
+        if (EqualNoCase(name, StateNames[state])) {
             return static_cast<WTS_CONNECTSTATE_CLASS>(state);
+        }
+    }
     return std::nullopt;
 }
 
@@ -162,10 +176,12 @@ unsigned LogOn(Session session) {
     const auto isOthers = [&](const Session* known) {
         return known && !known->user.empty() && !EqualNoCase(known->user, session.user);
     };
-    while (isOthers(FindSession(session.id))) // a user who is there stays logged on
+    while (isOthers(FindSession(session.id))) { // a user who is there stays logged on
         ++session.id;
-    if (session.console)
+    }
+    if (session.console) {
         LeaveConsole(session.id);
+    }
     DefineSession(session);
     StartShell(session);
     TellServices(WTS_SESSION_LOGON, session.id);
@@ -174,23 +190,27 @@ unsigned LogOn(Session session) {
 
 void LogOff(unsigned id) {
     const Session* known = FindSession(id);
-    if (!known)
+    if (!known) {
         return;
+    }
     const bool wasConsole = known->console;
     std::erase_if(*g_sessions, [&](const Session& session) { return session.id == id; });
     if (wasConsole) {
         Session next;
         next.id = HasServicesSession() ? id + 1 : 0;
-        while (HasServicesSession() && FindSession(next.id))
+        while (HasServicesSession() && FindSession(next.id)) {
             ++next.id;
+        }
         next.state = WTSConnected;
         DefineSession(next);
     }
     // A copy: ending one process may start or end others.
     const std::vector<Process*> processes = AllProcesses();
-    for (Process* process : processes)
-        if (!process->ended && process->session == id && process->rights != Rights::System)
+    for (Process* process : processes) {
+        if (!process->ended && process->session == id && process->rights != Rights::System) {
             EndProcess(process, 0);
+        }
+    }
     TellServices(WTS_SESSION_LOGOFF, id);
 }
 
@@ -200,9 +220,11 @@ void ForgetSessions() {
 
 std::vector<Session> ListedSessions() {
     std::vector<Session> listed;
-    for (const Session& session : *g_sessions)
-        if (session.id != 0)
+    for (const Session& session : *g_sessions) {
+        if (session.id != 0) {
             listed.push_back(session);
+        }
+    }
     const bool hasConsole =
         std::any_of(g_sessions->begin(), g_sessions->end(), [](const Session& session) { return session.console; });
     Session first;
@@ -218,8 +240,9 @@ std::vector<Session> ListedSessions() {
     listed.insert(listed.begin(), first);
     if (!hasConsole && HasServicesSession() && !g_room->consoleIsEmpty) {
         Session console;
-        while (FindSession(console.id))
+        while (FindSession(console.id)) {
             ++console.id;
+        }
         console.state = WTSConnected;
         listed.push_back(console);
     }
@@ -232,23 +255,29 @@ std::vector<Session> ListedSessions() {
 }
 
 std::optional<unsigned> ConsoleSession() {
-    for (const Session& session : ListedSessions())
-        if (session.console)
+    for (const Session& session : ListedSessions()) {
+        if (session.console) {
             return session.id;
+        }
+    }
     return std::nullopt;
 }
 
 const Session* FindSession(unsigned id) {
-    for (const Session& session : *g_sessions)
-        if (session.id == id)
+    for (const Session& session : *g_sessions) {
+        if (session.id == id) {
             return &session;
+        }
+    }
     return nullptr;
 }
 
 const Session* FindSessionOfUser(std::string_view user) {
-    for (const Session& session : *g_sessions)
-        if (EqualNoCase(session.user, user))
+    for (const Session& session : *g_sessions) {
+        if (EqualNoCase(session.user, user)) {
             return &session;
+        }
+    }
     return nullptr;
 }
 

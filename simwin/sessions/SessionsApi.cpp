@@ -12,30 +12,34 @@
 namespace machine {
 
 namespace {
-
 // The processes at one moment, for a walk.
 struct ProcessSnapshot : Object {
     ProcessSnapshot() : Object(ObjectKind::Snapshot) {}
     std::vector<simwin::DWORD> ids;
     std::size_t next = 0;
 };
+} // namespace
 
 template<typename Result>
-Result Fail(simwin::DWORD error, Result result) {
+static Result Fail(simwin::DWORD error, Result result) {
     SetError(error);
     return result;
 }
 
-simwin::BOOL GiveProcess(simwin::HANDLE handle, simwin::PROCESSENTRY32* entry, bool fromStart) {
+static simwin::BOOL GiveProcess(simwin::HANDLE handle, simwin::PROCESSENTRY32* entry, bool fromStart) {
     ProcessSnapshot* snapshot = FromHandle<ProcessSnapshot>(handle, ObjectKind::Snapshot);
-    if (!snapshot)
+    if (!snapshot) {
         return Fail(simwin::ERROR_INVALID_HANDLE, FALSE);
-    if (entry->dwSize != sizeof(*entry))
+    }
+    if (entry->dwSize != sizeof(*entry)) {
         return Fail(simwin::ERROR_BAD_LENGTH, FALSE);
-    if (fromStart)
+    }
+    if (fromStart) {
         snapshot->next = 0;
-    if (snapshot->next >= snapshot->ids.size())
+    }
+    if (snapshot->next >= snapshot->ids.size()) {
         return Fail(simwin::ERROR_NO_MORE_FILES, FALSE);
+    }
     const Process* process = FindProcess(snapshot->ids[snapshot->next++]);
     *entry = {};
     entry->dwSize = sizeof(*entry);
@@ -48,15 +52,15 @@ simwin::BOOL GiveProcess(simwin::HANDLE handle, simwin::PROCESSENTRY32* entry, b
 }
 
 // Windows names the sessions of the services, the console, the listener and of remote users.
-std::string StationName(const Session& session) {
-    if (session.console)
+static std::string StationName(const Session& session) {
+    if (session.console) {
         return "Console";
-    if (session.id == 0)
+    }
+    if (session.id == 0) {
         return "Services";
+    }
     return session.id == ListenerSession ? "RDP-Tcp" : "RDP-Tcp#" + std::to_string(session.id);
 }
-
-} // namespace
 
 } // namespace machine
 
@@ -67,22 +71,27 @@ using machine::Fail;
 BOOL ProcessIdToSessionId(DWORD processId, LPDWORD sessionId) {
     SIM_CALL("ProcessIdToSessionId", "", ERROR_INVALID_PARAMETER, ERROR_ACCESS_DENIED);
     const machine::Process* process = simCall.error ? nullptr : machine::FindProcess(processId);
-    if (!process || process->ended)
+    if (!process || process->ended) {
         return Fail(simCall.error ? simCall.error : ERROR_INVALID_PARAMETER, FALSE);
+    }
     *sessionId = process->session;
     return TRUE;
 }
 
 HANDLE CreateToolhelp32Snapshot(DWORD flags, DWORD) {
     SIM_CALL("CreateToolhelp32Snapshot", "", ERROR_ACCESS_DENIED);
-    if (flags != TH32CS_SNAPPROCESS)
+    if (flags != TH32CS_SNAPPROCESS) {
         machine::NotModelled("CreateToolhelp32Snapshot", "anything but processes");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail(simCall.error, INVALID_HANDLE_VALUE);
+    }
     auto* snapshot = new machine::ProcessSnapshot;
-    for (const machine::Process* process : machine::AllProcesses())
-        if (!process->ended)
+    for (const machine::Process* process : machine::AllProcesses()) {
+        if (!process->ended) {
             snapshot->ids.push_back(process->id);
+        }
+    }
     return machine::CurrentProcess()->handles.Open(snapshot);
 }
 
@@ -99,15 +108,18 @@ BOOL Process32Next(HANDLE snapshot, PROCESSENTRY32* entry) {
 BOOL WTSQuerySessionInformationA(HANDLE server, DWORD sessionId, WTS_INFO_CLASS what, LPSTR* buffer, DWORD* bytes) {
     SIM_CALL("WTSQuerySessionInformationA", std::to_string(sessionId), ERROR_ACCESS_DENIED, RPC_S_SERVER_UNAVAILABLE,
              ERROR_CTX_WINSTATION_NOT_FOUND);
-    if (server != WTS_CURRENT_SERVER_HANDLE || what != WTSConnectState)
+    if (server != WTS_CURRENT_SERVER_HANDLE || what != WTSConnectState) {
         machine::NotModelled("WTSQuerySessionInformationA", "anything but the connect state on this machine");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     const std::vector<machine::Session> listed = machine::ListedSessions();
     const auto session = std::find_if(listed.begin(), listed.end(),
                                       [&](const machine::Session& other) { return other.id == sessionId; });
-    if (session == listed.end())
+    if (session == listed.end()) {
         return Fail(ERROR_CTX_WINSTATION_NOT_FOUND, FALSE);
+    }
     *bytes = sizeof(DWORD);
     *buffer =
         static_cast<char*>(machine::CurrentProcess()->heap.Allocate(sizeof(DWORD), "WTSQuerySessionInformationA"));
@@ -117,23 +129,28 @@ BOOL WTSQuerySessionInformationA(HANDLE server, DWORD sessionId, WTS_INFO_CLASS 
 
 void WTSFreeMemory(PVOID memory) {
     SIM_CALL("WTSFreeMemory", "");
-    if (memory && !machine::CurrentProcess()->heap.Free(memory))
+    if (memory && !machine::CurrentProcess()->heap.Free(memory)) {
         machine::BrokenRule("WTSFreeMemory", "a block that is none");
+    }
 }
 
 BOOL WTSEnumerateSessionsA(HANDLE server, DWORD reserved, DWORD version, PWTS_SESSION_INFOA* sessions, DWORD* count) {
     SIM_CALL("WTSEnumerateSessionsA", "", ERROR_ACCESS_DENIED, RPC_S_SERVER_UNAVAILABLE);
-    if (server != WTS_CURRENT_SERVER_HANDLE)
+    if (server != WTS_CURRENT_SERVER_HANDLE) {
         machine::NotModelled("WTSEnumerateSessionsA", "another machine");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
-    if (reserved != 0 || version != 1)
+    }
+    if (reserved != 0 || version != 1) {
         return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    }
     const std::vector<machine::Session> listed = machine::ListedSessions();
     std::vector<std::string> names;
     std::size_t bytes = listed.size() * sizeof(WTS_SESSION_INFOA);
-    for (const machine::Session& session : listed)
+    for (const machine::Session& session : listed) {
         bytes += names.emplace_back(machine::StationName(session)).size() + 1;
+    }
     auto* block =
         static_cast<WTS_SESSION_INFOA*>(machine::CurrentProcess()->heap.Allocate(bytes, "WTSEnumerateSessionsA"));
     char* text = reinterpret_cast<char*>(block + listed.size());

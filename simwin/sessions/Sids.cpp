@@ -14,100 +14,111 @@
 
 namespace machine {
 
-namespace {
-
 constexpr std::uint8_t SidRevision = 1;
 constexpr std::uint8_t MostSubAuthorities = 15, MostAllocated = 8;
 constexpr std::size_t SidHeaderBytes = 8;
 
 template<typename Result>
-Result Fail(simwin::DWORD error, Result result) {
+static Result Fail(simwin::DWORD error, Result result) {
     SetError(error);
     return result;
 }
 
-void* Allocate(std::size_t bytes, const char* call) {
+static void* Allocate(std::size_t bytes, const char* call) {
     return CurrentProcess()->heap.Allocate(bytes, call);
 }
 
+namespace {
 // 'LAB\anna' in two; a name without a domain is of this machine.
 struct AccountName {
     std::string domain, name;
 };
-AccountName SplitAccount(const std::string& account) {
+} // namespace
+static AccountName SplitAccount(const std::string& account) {
     const std::size_t slash = account.find('\\');
-    if (slash == std::string::npos)
+    if (slash == std::string::npos) {
         return {account == "Everyone" ? "" : GetEnvironment("COMPUTERNAME"), account};
+    }
     return {account.substr(0, slash), account.substr(slash + 1)};
 }
 
-simwin::SID_NAME_USE UseOf(const Sid& sid) {
-    if (sid.starts_with("S-1-5-21-") || sid == SidSystem)
+static simwin::SID_NAME_USE UseOf(const Sid& sid) {
+    if (sid.starts_with("S-1-5-21-") || sid == SidSystem) {
         return sid == SidSystem ? simwin::SidTypeWellKnownGroup : simwin::SidTypeUser;
+    }
     return sid.starts_with("S-1-5-32-") ? simwin::SidTypeAlias : simwin::SidTypeWellKnownGroup;
 }
 
 // With its final zero. False, with the needed size, if it does not fit.
-bool CopyOut(const std::string& text, simwin::LPSTR buffer, simwin::DWORD* size) {
+static bool CopyOut(const std::string& text, simwin::LPSTR buffer, simwin::DWORD* size) {
     const bool fits = buffer && *size > text.size();
-    if (fits)
+    if (fits) {
         std::memcpy(buffer, text.c_str(), text.size() + 1);
+    }
     *size = static_cast<simwin::DWORD>(text.size() + (fits ? 0 : 1));
     return fits;
 }
 
 // The groups of a user of this machine, as Windows lists them; nothing for another.
-std::optional<std::vector<std::string>> LocalGroups(const std::string& user) {
+static std::optional<std::vector<std::string>> LocalGroups(const std::string& user) {
     const std::string computer = GetEnvironment("COMPUTERNAME");
     for (const Session& session : AllSessions()) {
         const AccountName account = SplitAccount(session.user);
         const bool isMeant = EqualNoCase(user, session.user) || EqualNoCase(user, account.name);
-        if (session.user.empty() || !isMeant || !EqualNoCase(account.domain, computer))
+        if (session.user.empty() || !isMeant || !EqualNoCase(account.domain, computer)) {
             continue;
+        }
         std::vector<std::string> groups;
-        if (session.administrator)
+        if (session.administrator) {
             groups.emplace_back("Administrators");
+        }
         groups.emplace_back("Users");
         for (const std::string& group : session.groups) {
             const AccountName name = SplitAccount(group.starts_with("S-1-") ? AccountOfSid(group) : group);
-            if (!name.name.empty() && (EqualNoCase(name.domain, computer) || EqualNoCase(name.domain, "BUILTIN")))
+            if (!name.name.empty() && (EqualNoCase(name.domain, computer) || EqualNoCase(name.domain, "BUILTIN"))) {
                 groups.push_back(name.name);
+            }
         }
         return groups;
     }
     return std::nullopt;
 }
 
-std::string NarrowText(simwin::LPCWSTR text) {
+static std::string NarrowText(simwin::LPCWSTR text) {
     std::u16string wide;
-    for (; *text; ++text)
+    for (; *text; ++text) {
         wide += static_cast<char16_t>(*text);
+    }
     return AnsiFromUtf16(wide);
 }
 
-} // namespace
-
 std::vector<std::uint8_t> SidBytes(const Sid& sid) {
     std::vector<std::uint64_t> parts;
-    for (const std::string& part : Split(sid.substr(2), '-'))
+    for (const std::string& part : Split(sid.substr(2), '-')) {
         parts.push_back(std::stoull(part));
+    }
     std::vector<std::uint8_t> bytes = {static_cast<std::uint8_t>(parts[0]),
                                        static_cast<std::uint8_t>(parts.size() - 2)};
-    for (int shift = 40; shift >= 0; shift -= 8)
+    for (int shift = 40; shift >= 0; shift -= 8) {
         bytes.push_back(static_cast<std::uint8_t>(parts[1] >> shift));
-    for (std::size_t i = 2; i < parts.size(); ++i)
-        for (int shift = 0; shift < 32; shift += 8)
+    }
+    for (std::size_t i = 2; i < parts.size(); ++i) {
+        for (int shift = 0; shift < 32; shift += 8) {
             bytes.push_back(static_cast<std::uint8_t>(parts[i] >> shift));
+        }
+    }
     return bytes;
 }
 
 std::optional<Sid> SidOfBytes(simwin::PSID sid) {
     const auto* bytes = static_cast<const std::uint8_t*>(sid);
-    if (!bytes || bytes[0] != SidRevision || bytes[1] > MostSubAuthorities)
+    if (!bytes || bytes[0] != SidRevision || bytes[1] > MostSubAuthorities) {
         return std::nullopt;
+    }
     std::uint64_t authority = 0;
-    for (int i = 2; i < 8; ++i)
+    for (int i = 2; i < 8; ++i) {
         authority = authority << 8 | bytes[i];
+    }
     std::string text = "S-" + std::to_string(bytes[0]) + "-" + std::to_string(authority);
     for (int i = 0; i < bytes[1]; ++i) {
         simwin::DWORD part = 0;
@@ -125,13 +136,16 @@ using machine::Fail;
 
 BOOL ConvertSidToStringSidA(PSID sid, LPSTR* text) {
     SIM_CALL("ConvertSidToStringSidA", "", ERROR_INVALID_SID, ERROR_NOT_ENOUGH_MEMORY);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
-    if (!sid || !text)
+    }
+    if (!sid || !text) {
         return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    }
     const std::optional<std::string> made = machine::SidOfBytes(sid);
-    if (!made)
+    if (!made) {
         return Fail(ERROR_INVALID_SID, FALSE);
+    }
     *text = static_cast<char*>(machine::Allocate(made->size() + 1, "ConvertSidToStringSidA"));
     std::memcpy(*text, made->c_str(), made->size() + 1);
     return TRUE;
@@ -140,10 +154,12 @@ BOOL ConvertSidToStringSidA(PSID sid, LPSTR* text) {
 BOOL AllocateAndInitializeSid(PSID_IDENTIFIER_AUTHORITY authority, BYTE count, DWORD part0, DWORD part1, DWORD part2,
                               DWORD part3, DWORD part4, DWORD part5, DWORD part6, DWORD part7, PSID* sid) {
     SIM_CALL("AllocateAndInitializeSid", "", ERROR_NOT_ENOUGH_MEMORY);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
-    if (count > machine::MostAllocated)
+    }
+    if (count > machine::MostAllocated) {
         return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    }
     const DWORD parts[] = {part0, part1, part2, part3, part4, part5, part6, part7};
     const std::size_t partBytes = sizeof(DWORD) * count;
     auto* bytes =
@@ -158,32 +174,38 @@ BOOL AllocateAndInitializeSid(PSID_IDENTIFIER_AUTHORITY authority, BYTE count, D
 
 PVOID FreeSid(PSID sid) {
     SIM_CALL("FreeSid", "");
-    if (!machine::CurrentProcess()->heap.Free(sid))
+    if (!machine::CurrentProcess()->heap.Free(sid)) {
         machine::BrokenRule("FreeSid", "a block that is none");
+    }
     return nullptr;
 }
 
 DWORD GetLengthSid(PSID sid) {
     SIM_CALL("GetLengthSid", "");
     const std::optional<machine::Sid> text = machine::SidOfBytes(sid);
-    if (!text)
+    if (!text) {
         machine::BrokenRule("GetLengthSid", "what is no SID");
+    }
     return static_cast<DWORD>(machine::SidBytes(*text).size());
 }
 
 BOOL LookupAccountSidA(LPCSTR system, PSID sid, LPSTR name, LPDWORD nameSize, LPSTR domain, LPDWORD domainSize,
                        PSID_NAME_USE use) {
     SIM_CALL("LookupAccountSidA", "", ERROR_NONE_MAPPED, ERROR_TRUSTED_RELATIONSHIP_FAILURE);
-    if (system && *system)
+    if (system && *system) {
         machine::NotModelled("LookupAccountSidA", "another machine");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     const std::optional<machine::Sid> text = machine::SidOfBytes(sid);
-    if (!text)
+    if (!text) {
         return Fail(ERROR_INVALID_SID, FALSE);
+    }
     const std::string account = machine::AccountOfSid(*text);
-    if (account.empty())
+    if (account.empty()) {
         return Fail(ERROR_NONE_MAPPED, FALSE);
+    }
     const machine::AccountName parts = machine::SplitAccount(account);
     if (!name || *nameSize <= parts.name.size() || !domain || *domainSize <= parts.domain.size()) {
         *nameSize = static_cast<DWORD>(parts.name.size() + 1);
@@ -198,19 +220,22 @@ BOOL LookupAccountSidA(LPCSTR system, PSID sid, LPSTR name, LPDWORD nameSize, LP
 
 BOOL GetUserNameA(LPSTR buffer, LPDWORD size) {
     SIM_CALL("GetUserNameA", "", ERROR_NOT_LOGGED_ON);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     const std::string name = machine::SplitAccount(machine::ThreadToken().logon.user).name;
-    if (!machine::CopyOut(name, buffer, size))
+    if (!machine::CopyOut(name, buffer, size)) {
         return Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
+    }
     ++*size; // this one counts the zero
     return TRUE;
 }
 
 BOOL GetComputerNameA(LPSTR buffer, LPDWORD size) {
     SIM_CALL("GetComputerNameA", "", ERROR_GEN_FAILURE);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     return machine::CopyOut(machine::GetEnvironment("COMPUTERNAME"), buffer, size) ||
            Fail(ERROR_BUFFER_OVERFLOW, FALSE);
 }
@@ -218,24 +243,29 @@ BOOL GetComputerNameA(LPSTR buffer, LPDWORD size) {
 NET_API_STATUS NetUserGetLocalGroups(LPCWSTR server, LPCWSTR user, DWORD level, DWORD flags, LPBYTE* buffer,
                                      DWORD preferredLength, LPDWORD read, LPDWORD total) {
     SIM_CALL("NetUserGetLocalGroups", "", ERROR_ACCESS_DENIED, NERR_UserNotFound);
-    if ((server && *server) || level != 0 || preferredLength != MAX_PREFERRED_LENGTH || flags > LG_INCLUDE_INDIRECT)
+    if ((server && *server) || level != 0 || preferredLength != MAX_PREFERRED_LENGTH || flags > LG_INCLUDE_INDIRECT) {
         machine::NotModelled("NetUserGetLocalGroups", "anything but all groups of level 0 on this machine");
+    }
     *buffer = nullptr;
     *read = *total = 0;
-    if (simCall.error)
+    if (simCall.error) {
         return simCall.error;
+    }
     const std::optional<std::vector<std::string>> groups = machine::LocalGroups(machine::NarrowText(user));
-    if (!groups)
+    if (!groups) {
         return NERR_UserNotFound;
+    }
     std::size_t bytes = groups->size() * sizeof(LOCALGROUP_USERS_INFO_0);
-    for (const std::string& group : *groups)
+    for (const std::string& group : *groups) {
         bytes += (group.size() + 1) * sizeof(WCHAR);
+    }
     auto* records = static_cast<LOCALGROUP_USERS_INFO_0*>(machine::Allocate(bytes, "NetUserGetLocalGroups"));
     auto* text = reinterpret_cast<WCHAR*>(records + groups->size());
     for (std::size_t i = 0; i < groups->size(); ++i) {
         records[i].lgrui0_name = text;
-        for (const char16_t c : machine::Utf16FromAnsi((*groups)[i]))
+        for (const char16_t c : machine::Utf16FromAnsi((*groups)[i])) {
             *text++ = static_cast<WCHAR>(c);
+        }
         *text++ = 0;
     }
     *buffer = reinterpret_cast<LPBYTE>(records);
@@ -245,8 +275,9 @@ NET_API_STATUS NetUserGetLocalGroups(LPCWSTR server, LPCWSTR user, DWORD level, 
 
 NET_API_STATUS NetApiBufferFree(LPVOID buffer) {
     SIM_CALL("NetApiBufferFree", "");
-    if (buffer && !machine::CurrentProcess()->heap.Free(buffer))
+    if (buffer && !machine::CurrentProcess()->heap.Free(buffer)) {
         machine::BrokenRule("NetApiBufferFree", "a block that is none");
+    }
     return NERR_Success;
 }
 

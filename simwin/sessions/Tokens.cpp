@@ -13,8 +13,6 @@ namespace machine {
 
 using namespace simwin;
 
-namespace {
-
 constexpr const char* SystemAccount = "NT AUTHORITY\\SYSTEM";
 constexpr const char* SidLocal = "S-1-2-0";
 constexpr const char* SidRemoteLogon = "S-1-5-14";
@@ -24,12 +22,14 @@ constexpr unsigned Vista = 0x0600;
 
 // `ofSystem`, `ofUser`, `ofAdministrator`: the attributes in these tokens, Lacks where they do not have it.
 constexpr DWORD Lacks = 0xFFFFFFFF;
+namespace {
 struct PrivilegeRow {
     DWORD number;
     const char* name;
     unsigned since; // version of Windows
     DWORD ofSystem, ofUser, ofAdministrator;
 };
+} // namespace
 constexpr PrivilegeRow Privileges[] = {
     {3, "SeAssignPrimaryTokenPrivilege", 0x0500, 0, Lacks, Lacks},
     {4, "SeLockMemoryPrivilege", 0x0500, Enabled, Lacks, Lacks},
@@ -56,85 +56,94 @@ constexpr PrivilegeRow Privileges[] = {
     {34, "SeTimeZonePrivilege", Vista, Enabled, 0, 0},
 };
 
-bool HasIntegrity() {
+static bool HasIntegrity() {
     return TheSetup().version.Packed() >= Vista;
 }
 
 // Two of them came with service packs.
-bool IsKnown(const PrivilegeRow& row) {
+static bool IsKnown(const PrivilegeRow& row) {
     const unsigned version = TheSetup().version.Packed();
     constexpr DWORD Impersonate = 29, CreateGlobal = 30;
-    if (row.number != Impersonate && row.number != CreateGlobal)
+    if (row.number != Impersonate && row.number != CreateGlobal) {
         return version >= row.since;
+    }
     constexpr unsigned Xp = 0x0501;
     return version > Xp || TheSetup().servicePack >= (version == Xp ? 2u : 4u);
 }
 
-void AddPrivileges(TokenFacts& token, DWORD PrivilegeRow::*attributes) {
-    for (const PrivilegeRow& row : Privileges)
-        if (row.*attributes != Lacks && IsKnown(row))
+static void AddPrivileges(TokenFacts& token, DWORD PrivilegeRow::*attributes) {
+    for (const PrivilegeRow& row : Privileges) {
+        if (row.*attributes != Lacks && IsKnown(row)) {
             token.privileges.push_back({row.number, row.*attributes});
+        }
+    }
 }
 
-Sid SidOfGroup(const std::string& group) {
+static Sid SidOfGroup(const std::string& group) {
     return group.starts_with("S-1-") ? group : SidOfAccount(group);
 }
 
-bool IsUacOn() {
+static bool IsUacOn() {
     DWORD enabled = 1;
     TheRegistry().GetDword("HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Policies\\System", "EnableLUA",
                            enabled);
     return HasIntegrity() && enabled != 0;
 }
 
-TokenFacts UserToken(const Logon& logon, TOKEN_ELEVATION_TYPE elevation) {
+static TokenFacts UserToken(const Logon& logon, TOKEN_ELEVATION_TYPE elevation) {
     TokenFacts token;
     token.logon = logon;
     token.elevation = elevation;
     for (const char* sid :
-         {SidEveryone, SidUsers, SidInteractive, SidAuthenticated, logon.console ? SidLocal : SidRemoteLogon})
+         {SidEveryone, SidUsers, SidInteractive, SidAuthenticated, logon.console ? SidLocal : SidRemoteLogon}) {
         token.groups.push_back({sid, EnabledGroup});
+    }
     const bool isFull = logon.administrator && elevation != TokenElevationTypeLimited;
-    if (logon.administrator)
+    if (logon.administrator) {
         token.groups.push_back({SidAdministrators, isFull ? EnabledGroup : DWORD{SE_GROUP_USE_FOR_DENY_ONLY}});
-    for (const std::string& group : logon.groups)
+    }
+    for (const std::string& group : logon.groups) {
         token.groups.push_back({SidOfGroup(group), EnabledGroup});
+    }
     AddPrivileges(token, isFull ? &PrivilegeRow::ofAdministrator : &PrivilegeRow::ofUser);
-    if (HasIntegrity())
+    if (HasIntegrity()) {
         token.integrity = isFull ? Integrity::High : Integrity::Medium;
+    }
     return token;
 }
 
 // The token derived from what is known of a process that the machine started.
-TokenFacts StandIn(const Process& process) {
-    if (process.rights == Rights::System)
+static TokenFacts StandIn(const Process& process) {
+    if (process.rights == Rights::System) {
         return SystemToken(process.session);
+    }
     Logon logon;
-    if (const Session* session = FindSession(process.session); session && EqualNoCase(session->user, process.user))
+    if (const Session* session = FindSession(process.session); session && EqualNoCase(session->user, process.user)) {
         logon = LogonOf(*session);
+    }
     logon.user = process.user;
     logon.session = process.session;
-    if (!process.administrator && logon.administrator)
+    if (!process.administrator && logon.administrator) {
         return UserToken(logon, TokenElevationTypeLimited);
+    }
     const bool isTwo = logon.filtered && IsUacOn();
     logon.administrator = process.administrator;
     return UserToken(logon, isTwo && process.administrator ? TokenElevationTypeFull : TokenElevationTypeDefault);
 }
 
-Room g_room(
+static Room g_room(
     46,
     [] {
         SetCallerSource([]() -> std::optional<Caller> {
             const Thread* thread = CurrentThread();
             const Object* token = thread->impersonated ? thread->impersonated : thread->process->token;
-            if (!token)
+            if (!token) {
                 return std::nullopt; // by the process's rights
+            }
             return CallerOf(*static_cast<const Token*>(token));
         });
     },
     [] { SetCallerSource({}); });
-
-} // namespace
 
 const char* IntegrityName(DWORD level) {
     return level >= Integrity::System   ? "system"
@@ -160,31 +169,38 @@ TokenFacts LogonToken(const Logon& logon) {
 }
 
 bool LinkedToken(const TokenFacts& token, TokenFacts& linked) {
-    if (token.elevation == TokenElevationTypeDefault)
+    if (token.elevation == TokenElevationTypeDefault) {
         return false;
+    }
     linked = UserToken(token.logon, token.elevation == TokenElevationTypeLimited ? TokenElevationTypeFull
                                                                                  : TokenElevationTypeLimited);
     return true;
 }
 
 DWORD PrivilegeNumber(std::string_view name) {
-    for (const PrivilegeRow& row : Privileges)
-        if (EqualNoCase(name, row.name) && IsKnown(row))
+    for (const PrivilegeRow& row : Privileges) {
+        if (EqualNoCase(name, row.name) && IsKnown(row)) {
             return row.number;
+        }
+    }
     return 0;
 }
 
 const char* PrivilegeName(DWORD number) {
-    for (const PrivilegeRow& row : Privileges)
-        if (row.number == number)
+    for (const PrivilegeRow& row : Privileges) {
+        if (row.number == number) {
             return row.name;
+        }
+    }
     return "";
 }
 
 const TokenPrivilege* FindPrivilege(const TokenFacts& token, DWORD number) {
-    for (const TokenPrivilege& privilege : token.privileges)
-        if (privilege.number == number)
+    for (const TokenPrivilege& privilege : token.privileges) {
+        if (privilege.number == number) {
             return &privilege;
+        }
+    }
     return nullptr;
 }
 
@@ -213,10 +229,12 @@ Token& ThreadToken() {
 }
 
 Rights RightsOf(const TokenFacts& token) {
-    if (SidOfAccount(token.logon.user) == SidSystem)
+    if (SidOfAccount(token.logon.user) == SidSystem) {
         return Rights::System;
-    if (token.isRestricted)
+    }
+    if (token.isRestricted) {
         return Rights::Restricted;
+    }
     return HasGroup(token, SidAdministrators) ? Rights::Elevated : Rights::User;
 }
 
@@ -224,10 +242,11 @@ Caller CallerOf(const TokenFacts& token) {
     Caller caller;
     caller.user = SidOfAccount(token.logon.user);
     for (const TokenGroup& group : token.groups) {
-        if (group.attributes & SE_GROUP_ENABLED)
+        if (group.attributes & SE_GROUP_ENABLED) {
             caller.groups.push_back(group.sid);
-        else if (group.attributes & SE_GROUP_USE_FOR_DENY_ONLY)
+        } else if (group.attributes & SE_GROUP_USE_FOR_DENY_ONLY) {
             caller.denyOnly.push_back(group.sid);
+        }
     }
     return caller;
 }

@@ -15,8 +15,6 @@
 
 namespace machine {
 
-namespace {
-
 using namespace simwin;
 
 constexpr DWORD QueryLimited = 0x1000;
@@ -24,50 +22,56 @@ constexpr DWORD KnownTokenRights = TOKEN_ALL_ACCESS | MAXIMUM_ALLOWED;
 constexpr unsigned Vista = 0x0600;
 
 template<typename Result>
-Result Fail(DWORD error, Result result) {
+static Result Fail(DWORD error, Result result) {
     SetError(error);
     return result;
 }
 
 // The token behind a handle that has these rights; null with the last error.
-Token* TokenWith(HANDLE handle, DWORD rights) {
+static Token* TokenWith(HANDLE handle, DWORD rights) {
     const HandleEntry* entry = CurrentProcess()->handles.Entry(handle);
-    if (!entry || entry->object->kind != ObjectKind::Token)
+    if (!entry || entry->object->kind != ObjectKind::Token) {
         return Fail(ERROR_INVALID_HANDLE, nullptr);
-    if ((entry->access & rights) != rights)
+    }
+    if ((entry->access & rights) != rights) {
         return Fail(ERROR_ACCESS_DENIED, nullptr);
+    }
     return static_cast<Token*>(entry->object);
 }
 
-HANDLE OpenToken(TokenFacts facts, DWORD access) {
+static HANDLE OpenToken(TokenFacts facts, DWORD access) {
     return CurrentProcess()->handles.Open(new Token(std::move(facts)), access);
 }
 
 // Who may open a process's token: its user, unless its integrity is above the caller's, and the system.
-bool MayOpenTokenOf(Process& process) {
+static bool MayOpenTokenOf(Process& process) {
     const TokenFacts &caller = ThreadToken(), &target = TokenOf(process);
     return RightsOf(caller) == Rights::System ||
            (EqualNoCase(caller.logon.user, target.logon.user) && caller.integrity >= target.integrity);
 }
 
 template<typename Record>
-BOOL GiveRecord(const Record& record, LPVOID buffer, DWORD size, PDWORD needed) {
+static BOOL GiveRecord(const Record& record, LPVOID buffer, DWORD size, PDWORD needed) {
     *needed = sizeof(record);
-    if (!buffer || size < sizeof(record))
+    if (!buffer || size < sizeof(record)) {
         return Fail(ERROR_BAD_LENGTH, FALSE);
+    }
     std::memcpy(buffer, &record, sizeof(record));
     return TRUE;
 }
 
 // SIDs with their attributes, the SIDs after the records. `head`: bytes before the records.
-BOOL GiveSids(const std::vector<TokenGroup>& groups, std::size_t head, LPVOID buffer, DWORD size, PDWORD needed) {
+static BOOL GiveSids(const std::vector<TokenGroup>& groups, std::size_t head, LPVOID buffer, DWORD size,
+                     PDWORD needed) {
     std::vector<std::vector<std::uint8_t>> sids;
     std::size_t bytes = head + groups.size() * sizeof(SID_AND_ATTRIBUTES);
-    for (const TokenGroup& group : groups)
+    for (const TokenGroup& group : groups) {
         bytes += sids.emplace_back(SidBytes(group.sid)).size();
+    }
     *needed = static_cast<DWORD>(bytes);
-    if (!buffer || size < bytes)
+    if (!buffer || size < bytes) {
         return Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
+    }
     auto* records = reinterpret_cast<SID_AND_ATTRIBUTES*>(static_cast<BYTE*>(buffer) + head);
     auto* at = reinterpret_cast<BYTE*>(records + groups.size());
     for (std::size_t i = 0; i < groups.size(); ++i) {
@@ -78,40 +82,46 @@ BOOL GiveSids(const std::vector<TokenGroup>& groups, std::size_t head, LPVOID bu
     return TRUE;
 }
 
-TokenGroup LabelOf(const TokenFacts& token) {
+static TokenGroup LabelOf(const TokenFacts& token) {
     return {"S-1-16-" + std::to_string(token.integrity), SE_GROUP_INTEGRITY | SE_GROUP_INTEGRITY_ENABLED};
 }
 
-BOOL GiveGroups(const TokenFacts& token, LPVOID buffer, DWORD size, PDWORD needed) {
+static BOOL GiveGroups(const TokenFacts& token, LPVOID buffer, DWORD size, PDWORD needed) {
     std::vector<TokenGroup> groups = token.groups;
-    if (token.integrity)
+    if (token.integrity) {
         groups.push_back(LabelOf(token));
-    if (!GiveSids(groups, offsetof(TOKEN_GROUPS, Groups), buffer, size, needed))
+    }
+    if (!GiveSids(groups, offsetof(TOKEN_GROUPS, Groups), buffer, size, needed)) {
         return FALSE;
+    }
     static_cast<TOKEN_GROUPS*>(buffer)->GroupCount = static_cast<DWORD>(groups.size());
     return TRUE;
 }
 
-BOOL GivePrivileges(const TokenFacts& token, LPVOID buffer, DWORD size, PDWORD needed) {
+static BOOL GivePrivileges(const TokenFacts& token, LPVOID buffer, DWORD size, PDWORD needed) {
     const std::size_t bytes =
         offsetof(TOKEN_PRIVILEGES, Privileges) + token.privileges.size() * sizeof(LUID_AND_ATTRIBUTES);
     *needed = static_cast<DWORD>(bytes);
-    if (!buffer || size < bytes)
+    if (!buffer || size < bytes) {
         return Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
+    }
     auto* record = static_cast<TOKEN_PRIVILEGES*>(buffer);
     record->PrivilegeCount = static_cast<DWORD>(token.privileges.size());
-    for (std::size_t i = 0; i < token.privileges.size(); ++i)
+    for (std::size_t i = 0; i < token.privileges.size(); ++i) {
         record->Privileges[i] = {{token.privileges[i].number, 0}, token.privileges[i].attributes};
+    }
     return TRUE;
 }
 
-BOOL GiveLinked(const TokenFacts& token, LPVOID buffer, DWORD size, PDWORD needed) {
+static BOOL GiveLinked(const TokenFacts& token, LPVOID buffer, DWORD size, PDWORD needed) {
     *needed = sizeof(TOKEN_LINKED_TOKEN);
     TokenFacts linked;
-    if (!buffer || size < sizeof(TOKEN_LINKED_TOKEN))
+    if (!buffer || size < sizeof(TOKEN_LINKED_TOKEN)) {
         return Fail(ERROR_BAD_LENGTH, FALSE);
-    if (!LinkedToken(token, linked))
+    }
+    if (!LinkedToken(token, linked)) {
         return Fail(ERROR_NO_SUCH_LOGON_SESSION, FALSE);
+    }
     if (!HasEnabled(ThreadToken(), "SeTcbPrivilege")) {
         linked.type = TokenImpersonation;
         linked.level = SecurityIdentification;
@@ -120,7 +130,8 @@ BOOL GiveLinked(const TokenFacts& token, LPVOID buffer, DWORD size, PDWORD neede
     return TRUE;
 }
 
-BOOL GiveInformation(const TokenFacts& token, TOKEN_INFORMATION_CLASS what, LPVOID buffer, DWORD size, PDWORD needed) {
+static BOOL GiveInformation(const TokenFacts& token, TOKEN_INFORMATION_CLASS what, LPVOID buffer, DWORD size,
+                            PDWORD needed) {
     switch (what) {
     case TokenUser:
         return GiveSids({{SidOfAccount(token.logon.user), 0}}, 0, buffer, size, needed);
@@ -148,50 +159,59 @@ BOOL GiveInformation(const TokenFacts& token, TOKEN_INFORMATION_CLASS what, LPVO
 }
 
 // The first part of the SID of a label, 0 for another SID.
-DWORD LevelOfLabel(PSID sid) {
+static DWORD LevelOfLabel(PSID sid) {
     const std::optional<Sid> text = SidOfBytes(sid);
-    if (!text || !text->starts_with("S-1-16-") || std::count(text->begin(), text->end(), '-') != 3)
+    if (!text || !text->starts_with("S-1-16-") || std::count(text->begin(), text->end(), '-') != 3) {
         return 0;
+    }
     return static_cast<DWORD>(std::stoul(text->substr(text->rfind('-') + 1)));
 }
 
 // Windows never raises the level of a token's copy, and starts no program with one that is valid for identification
 // only.
-bool MayCopy(const Token& token, SECURITY_IMPERSONATION_LEVEL level, TOKEN_TYPE type) {
-    if (token.type == TokenPrimary)
+static bool MayCopy(const Token& token, SECURITY_IMPERSONATION_LEVEL level, TOKEN_TYPE type) {
+    if (token.type == TokenPrimary) {
         return true;
+    }
     return type == TokenPrimary ? token.level >= SecurityImpersonation : level <= token.level;
 }
 
-BOOL CopyToken(HANDLE handle, DWORD access, SECURITY_IMPERSONATION_LEVEL level, TOKEN_TYPE type, PHANDLE duplicate) {
+static BOOL CopyToken(HANDLE handle, DWORD access, SECURITY_IMPERSONATION_LEVEL level, TOKEN_TYPE type,
+                      PHANDLE duplicate) {
     const Token* token = TokenWith(handle, TOKEN_DUPLICATE);
-    if (!token)
+    if (!token) {
         return FALSE;
-    if (!MayCopy(*token, level, type))
+    }
+    if (!MayCopy(*token, level, type)) {
         return Fail(ERROR_BAD_IMPERSONATION_LEVEL, FALSE);
+    }
     TokenFacts facts = *token;
     facts.type = type;
     facts.level = level;
-    if (access == 0)
+    if (access == 0) {
         access = CurrentProcess()->handles.Entry(handle)->access;
+    }
     *duplicate = OpenToken(std::move(facts), access & MAXIMUM_ALLOWED ? TOKEN_ALL_ACCESS : access);
     return TRUE;
 }
 
 // Marks each of these SIDs for denying only. False for an invalid SID.
-bool DisableGroups(TokenFacts& token, const SID_AND_ATTRIBUTES* sids, DWORD count) {
+static bool DisableGroups(TokenFacts& token, const SID_AND_ATTRIBUTES* sids, DWORD count) {
     for (DWORD i = 0; i < count; ++i) {
         const std::optional<Sid> sid = SidOfBytes(sids[i].Sid);
-        if (!sid)
+        if (!sid) {
             return false;
-        for (TokenGroup& group : token.groups)
-            if (group.sid == *sid)
+        }
+        for (TokenGroup& group : token.groups) {
+            if (group.sid == *sid) {
                 group.attributes = SE_GROUP_USE_FOR_DENY_ONLY;
+            }
+        }
     }
     return true;
 }
 
-void DeletePrivileges(TokenFacts& token, DWORD flags, const LUID_AND_ATTRIBUTES* deleted, DWORD count) {
+static void DeletePrivileges(TokenFacts& token, DWORD flags, const LUID_AND_ATTRIBUTES* deleted, DWORD count) {
     const DWORD kept = PrivilegeNumber("SeChangeNotifyPrivilege");
     std::erase_if(token.privileges, [&](const TokenPrivilege& privilege) {
         const auto isIt = [&](const LUID_AND_ATTRIBUTES& one) { return one.Luid.LowPart == privilege.number; };
@@ -201,31 +221,32 @@ void DeletePrivileges(TokenFacts& token, DWORD flags, const LUID_AND_ATTRIBUTES*
 }
 
 // Returns: whether the token has all of them.
-bool Adjust(Token& token, const TOKEN_PRIVILEGES& wanted) {
+static bool Adjust(Token& token, const TOKEN_PRIVILEGES& wanted) {
     bool hasAll = true;
     for (DWORD i = 0; i < wanted.PrivilegeCount; ++i) {
         const LUID_AND_ATTRIBUTES& one = wanted.Privileges[i];
         const auto at = std::find_if(token.privileges.begin(), token.privileges.end(),
                                      [&](const TokenPrivilege& own) { return own.number == one.Luid.LowPart; });
-        if (at == token.privileges.end() || one.Luid.HighPart != 0)
+        if (at == token.privileges.end() || one.Luid.HighPart != 0) {
             hasAll = false;
-        else if (one.Attributes & SE_PRIVILEGE_REMOVED)
+        } else if (one.Attributes & SE_PRIVILEGE_REMOVED) {
             token.privileges.erase(at);
-        else
+        } else {
             at->attributes = (at->attributes & ~DWORD{SE_PRIVILEGE_ENABLED}) | (one.Attributes & SE_PRIVILEGE_ENABLED);
+        }
     }
     return hasAll;
 }
 
-void Impersonate(Thread& thread, Token* token) {
-    if (token)
+static void Impersonate(Thread& thread, Token* token) {
+    if (token) {
         token->Retain();
-    if (thread.impersonated)
+    }
+    if (thread.impersonated) {
         thread.impersonated->Release();
+    }
     thread.impersonated = token;
 }
-
-} // namespace
 
 } // namespace machine
 
@@ -235,21 +256,26 @@ using machine::Fail;
 
 BOOL OpenProcessToken(HANDLE handle, DWORD access, PHANDLE token) {
     SIM_CALL("OpenProcessToken", "", ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE);
-    if (access & ~machine::KnownTokenRights)
+    if (access & ~machine::KnownTokenRights) {
         machine::NotModelled("OpenProcessToken", "other rights than those of tokens");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     machine::Process* process = machine::CurrentProcess();
     if (handle != GetCurrentProcess()) {
         const machine::HandleEntry* entry = process->handles.Entry(handle);
-        if (!entry || entry->object->kind != machine::ObjectKind::Process)
+        if (!entry || entry->object->kind != machine::ObjectKind::Process) {
             return Fail(ERROR_INVALID_HANDLE, FALSE);
-        if (!(entry->access & (PROCESS_QUERY_INFORMATION | machine::QueryLimited)))
+        }
+        if (!(entry->access & (PROCESS_QUERY_INFORMATION | machine::QueryLimited))) {
             return Fail(ERROR_ACCESS_DENIED, FALSE);
+        }
         process = static_cast<machine::Process*>(entry->object);
     }
-    if (!machine::MayOpenTokenOf(*process))
+    if (!machine::MayOpenTokenOf(*process)) {
         return Fail(ERROR_ACCESS_DENIED, FALSE);
+    }
     *token = machine::CurrentProcess()->handles.Open(&machine::TokenOf(*process),
                                                      access & MAXIMUM_ALLOWED ? TOKEN_ALL_ACCESS : access);
     return TRUE;
@@ -257,50 +283,61 @@ BOOL OpenProcessToken(HANDLE handle, DWORD access, PHANDLE token) {
 
 BOOL GetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS what, LPVOID buffer, DWORD size, PDWORD needed) {
     SIM_CALL("GetTokenInformation", "", ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE, ERROR_NO_SUCH_LOGON_SESSION);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     const machine::Token* token = machine::TokenWith(handle, TOKEN_QUERY);
-    if (!token)
+    if (!token) {
         return FALSE;
-    if (what >= TokenElevationType && machine::TheSetup().version.Packed() < machine::Vista)
+    }
+    if (what >= TokenElevationType && machine::TheSetup().version.Packed() < machine::Vista) {
         return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    }
     return machine::GiveInformation(*token, what, buffer, size, needed);
 }
 
 BOOL SetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS what, LPVOID buffer, DWORD size) {
     SIM_CALL("SetTokenInformation", "", ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE, ERROR_PRIVILEGE_NOT_HELD);
-    if (what != TokenIntegrityLevel)
+    if (what != TokenIntegrityLevel) {
         machine::NotModelled("SetTokenInformation", "anything but the integrity level");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     machine::Token* token = machine::TokenWith(handle, TOKEN_ADJUST_DEFAULT);
-    if (!token)
+    if (!token) {
         return FALSE;
+    }
     const auto* label = static_cast<const TOKEN_MANDATORY_LABEL*>(buffer);
     const DWORD level = size < sizeof(*label) ? 0 : machine::LevelOfLabel(label->Label.Sid);
-    if (machine::TheSetup().version.Packed() < machine::Vista || level == 0)
+    if (machine::TheSetup().version.Packed() < machine::Vista || level == 0) {
         return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    }
     const machine::Token& caller = machine::ThreadToken();
-    if (level > caller.integrity && !machine::HasEnabled(caller, "SeTcbPrivilege"))
+    if (level > caller.integrity && !machine::HasEnabled(caller, "SeTcbPrivilege")) {
         return Fail(ERROR_PRIVILEGE_NOT_HELD, FALSE);
+    }
     token->integrity = level;
     return TRUE;
 }
 
 BOOL DuplicateToken(HANDLE token, SECURITY_IMPERSONATION_LEVEL level, PHANDLE duplicate) {
     SIM_CALL("DuplicateToken", "", ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE, ERROR_BAD_IMPERSONATION_LEVEL);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     return machine::CopyToken(token, TOKEN_IMPERSONATE | TOKEN_QUERY, level, TokenImpersonation, duplicate);
 }
 
 BOOL DuplicateTokenEx(HANDLE token, DWORD access, LPSECURITY_ATTRIBUTES security, SECURITY_IMPERSONATION_LEVEL level,
                       TOKEN_TYPE type, PHANDLE duplicate) {
     SIM_CALL("DuplicateTokenEx", "", ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE, ERROR_BAD_IMPERSONATION_LEVEL);
-    if (security || access & ~machine::KnownTokenRights)
+    if (security || access & ~machine::KnownTokenRights) {
         machine::NotModelled("DuplicateTokenEx", "an access list or other rights than those of tokens");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     return machine::CopyToken(token, access, level, type, duplicate);
 }
 
@@ -308,17 +345,21 @@ BOOL CreateRestrictedToken(HANDLE handle, DWORD flags, DWORD disabledCount, PSID
                            DWORD deletedCount, PLUID_AND_ATTRIBUTES deleted, DWORD restrictedCount, PSID_AND_ATTRIBUTES,
                            PHANDLE made) {
     SIM_CALL("CreateRestrictedToken", "", ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE, ERROR_INVALID_PARAMETER);
-    if (restrictedCount != 0 || flags & ~(DISABLE_MAX_PRIVILEGE | SANDBOX_INERT))
+    if (restrictedCount != 0 || flags & ~(DISABLE_MAX_PRIVILEGE | SANDBOX_INERT)) {
         machine::NotModelled("CreateRestrictedToken", "restricting SIDs");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     const machine::Token* token = machine::TokenWith(handle, TOKEN_DUPLICATE);
-    if (!token)
+    if (!token) {
         return FALSE;
+    }
     machine::TokenFacts facts = *token;
     facts.isRestricted = true;
-    if (!machine::DisableGroups(facts, disabled, disabledCount))
+    if (!machine::DisableGroups(facts, disabled, disabledCount)) {
         return Fail(ERROR_INVALID_SID, FALSE);
+    }
     machine::DeletePrivileges(facts, flags, deleted, deletedCount);
     *made = machine::OpenToken(std::move(facts), machine::CurrentProcess()->handles.Entry(handle)->access);
     return TRUE;
@@ -326,16 +367,21 @@ BOOL CreateRestrictedToken(HANDLE handle, DWORD flags, DWORD disabledCount, PSID
 
 BOOL ImpersonateLoggedOnUser(HANDLE handle) {
     SIM_CALL("ImpersonateLoggedOnUser", "", ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE, ERROR_BAD_IMPERSONATION_LEVEL);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     machine::Token* token = machine::TokenWith(handle, TOKEN_QUERY);
-    if (!token || !machine::TokenWith(handle, token->type == TokenPrimary ? TOKEN_DUPLICATE : TOKEN_IMPERSONATE))
+    if (!token || !machine::TokenWith(handle, token->type == TokenPrimary ? TOKEN_DUPLICATE : TOKEN_IMPERSONATE)) {
         return FALSE;
-    if (token->type == TokenImpersonation && token->level < SecurityImpersonation)
+    }
+    if (token->type == TokenImpersonation && token->level < SecurityImpersonation) {
         return Fail(ERROR_BAD_IMPERSONATION_LEVEL, FALSE);
+    }
     const machine::Token& own = machine::TokenOf(*machine::CurrentProcess());
-    if (!machine::EqualNoCase(token->logon.user, own.logon.user) && !machine::HasEnabled(own, "SeImpersonatePrivilege"))
+    if (!machine::EqualNoCase(token->logon.user, own.logon.user) &&
+        !machine::HasEnabled(own, "SeImpersonatePrivilege")) {
         machine::NotModelled("ImpersonateLoggedOnUser", "another user without SeImpersonatePrivilege");
+    }
     machine::Impersonate(*machine::CurrentThread(), token);
     return TRUE;
 }
@@ -349,34 +395,41 @@ BOOL RevertToSelf() {
 BOOL AdjustTokenPrivileges(HANDLE handle, BOOL disableAll, PTOKEN_PRIVILEGES privileges, DWORD,
                            PTOKEN_PRIVILEGES before, PDWORD) {
     SIM_CALL("AdjustTokenPrivileges", "", ERROR_ACCESS_DENIED, ERROR_INVALID_HANDLE);
-    if (disableAll || before)
+    if (disableAll || before) {
         machine::NotModelled("AdjustTokenPrivileges", "disabling all, or asking for what was before");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     machine::Token* token = machine::TokenWith(handle, TOKEN_ADJUST_PRIVILEGES);
-    if (!token)
+    if (!token) {
         return FALSE;
+    }
     machine::SetError(machine::Adjust(*token, *privileges) ? DWORD{ERROR_SUCCESS} : DWORD{ERROR_NOT_ALL_ASSIGNED});
     return TRUE;
 }
 
 BOOL LookupPrivilegeValueA(LPCSTR system, LPCSTR name, PLUID luid) {
     SIM_CALL("LookupPrivilegeValueA", name, ERROR_NO_SUCH_PRIVILEGE);
-    if (system && *system)
+    if (system && *system) {
         machine::NotModelled("LookupPrivilegeValueA", "another machine");
-    if (simCall.error)
+    }
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
+    }
     const DWORD number = machine::PrivilegeNumber(name);
-    if (number == 0)
+    if (number == 0) {
         return Fail(ERROR_NO_SUCH_PRIVILEGE, FALSE);
+    }
     *luid = {number, 0};
     return TRUE;
 }
 
 BOOL IsUserAnAdmin() {
     SIM_CALL("IsUserAnAdmin", "");
-    if (!machine::CurrentThread()->impersonated)
+    if (!machine::CurrentThread()->impersonated) {
         return machine::CurrentProcess()->administrator;
+    }
     return machine::HasGroup(machine::ThreadToken(), machine::SidAdministrators);
 }
 
@@ -384,17 +437,21 @@ BOOL WTSQueryUserToken(ULONG sessionId, PHANDLE token) {
     SIM_CALL("WTSQueryUserToken", std::to_string(sessionId), ERROR_NO_TOKEN, ERROR_PRIVILEGE_NOT_HELD,
              ERROR_FILE_NOT_FOUND, ERROR_NOT_LOGGED_ON, ERROR_ACCESS_DENIED, ERROR_CTX_WINSTATION_NOT_FOUND,
              RPC_S_SERVER_UNAVAILABLE);
-    if (simCall.error)
+    if (simCall.error) {
         return Fail(simCall.error, FALSE);
-    if (!machine::HasEnabled(machine::ThreadToken(), "SeTcbPrivilege"))
+    }
+    if (!machine::HasEnabled(machine::ThreadToken(), "SeTcbPrivilege")) {
         return Fail(ERROR_PRIVILEGE_NOT_HELD, FALSE);
+    }
     const std::vector<machine::Session> listed = machine::ListedSessions();
     const auto session = std::find_if(listed.begin(), listed.end(),
                                       [&](const machine::Session& other) { return other.id == sessionId; });
-    if (session == listed.end())
+    if (session == listed.end()) {
         return Fail(ERROR_FILE_NOT_FOUND, FALSE);
-    if (session->user.empty())
+    }
+    if (session->user.empty()) {
         return Fail(ERROR_NO_TOKEN, FALSE);
+    }
     *token = machine::OpenToken(machine::LogonToken(machine::LogonOf(*session)), TOKEN_ALL_ACCESS);
     return TRUE;
 }

@@ -11,15 +11,15 @@
 namespace machine {
 
 namespace {
-
 struct ShellState {
     bool consent = true;
     std::vector<ShellCall> calls;
     std::map<simwin::DWORD, bool> comThreads;
 };
-ShellState* g_shell;
+} // namespace
+static ShellState* g_shell;
 
-Room g_room(
+static Room g_room(
     70, [] { g_shell = new ShellState; },
     [] {
         delete g_shell;
@@ -29,39 +29,46 @@ Room g_room(
 constexpr int Done = 42; // any number above 32 says that it worked
 constexpr int AssociationFound = 33;
 
-std::string Unquoted(std::string_view text) {
-    if (text.size() >= 2 && text.front() == '"' && text.back() == '"')
+static std::string Unquoted(std::string_view text) {
+    if (text.size() >= 2 && text.front() == '"' && text.back() == '"') {
         text = text.substr(1, text.size() - 2);
+    }
     return std::string(text);
 }
 
-std::string Extension(std::string_view path) {
+static std::string Extension(std::string_view path) {
     const std::size_t dot = path.rfind('.');
     const std::size_t slash = path.rfind('\\');
-    if (dot == std::string_view::npos || (slash != std::string_view::npos && dot < slash))
+    if (dot == std::string_view::npos || (slash != std::string_view::npos && dot < slash)) {
         return {};
+    }
     return std::string(path.substr(dot));
 }
 
 // Splits a command from the registry: the program, in quotes or up to the first blank at which a file ends, and the
 // rest.
-std::string ProgramOfCommand(const std::string& command) {
-    if (command.starts_with('"'))
+static std::string ProgramOfCommand(const std::string& command) {
+    if (command.starts_with('"')) {
         return command.substr(1, command.find('"', 1) - 1);
-    for (std::size_t end = command.find(' '); end != std::string::npos; end = command.find(' ', end + 1))
-        if (const std::string path = FindFileOfShell(command.substr(0, end), SystemDirectory()); !path.empty())
+    }
+    for (std::size_t end = command.find(' '); end != std::string::npos; end = command.find(' ', end + 1)) {
+        if (const std::string path = FindFileOfShell(command.substr(0, end), SystemDirectory()); !path.empty()) {
             return path;
+        }
+    }
     const std::string whole = FindFileOfShell(command, SystemDirectory());
     return whole.empty() ? command.substr(0, command.find(' ')) : whole;
 }
 
+namespace {
 struct Opened {
     std::string program, parameters;
     int error = 0;
 };
+} // namespace
 
 // What the shell starts for a file: itself with its parameters, or its program with the file.
-Opened ResolveFile(const std::string& name, const std::string& parameters, const std::string& directory) {
+static Opened ResolveFile(const std::string& name, const std::string& parameters, const std::string& directory) {
     const std::string path = FindFileOfShell(name, directory);
     if (path.empty()) {
         const std::size_t slash = name.rfind('\\');
@@ -69,31 +76,36 @@ Opened ResolveFile(const std::string& name, const std::string& parameters, const
         return {{}, {}, hasFolder ? simwin::SE_ERR_FNF : simwin::SE_ERR_PNF};
     }
     const std::string extension = Extension(path);
-    if (EqualNoCase(extension, ".exe") || EqualNoCase(extension, ".com") || IsBatchFile(path))
+    if (EqualNoCase(extension, ".exe") || EqualNoCase(extension, ".com") || IsBatchFile(path)) {
         return {path, parameters, 0};
+    }
     const std::string program = AssociatedProgram(path);
-    if (program.empty())
+    if (program.empty()) {
         return {{}, {}, simwin::SE_ERR_NOASSOC};
+    }
     return {program, "\"" + path + "\"", 0};
 }
 
 // The token of a program once the user, or an administrator in the user's place, has agreed to more rights.
-TokenFacts WithConsent(const TokenFacts& own) {
+static TokenFacts WithConsent(const TokenFacts& own) {
     TokenFacts more;
-    if (RightsOf(own) == Rights::System || HasGroup(own, SidAdministrators))
+    if (RightsOf(own) == Rights::System || HasGroup(own, SidAdministrators)) {
         return own;
-    if (LinkedToken(own, more))
+    }
+    if (LinkedToken(own, more)) {
         return more;
+    }
     Logon logon = own.logon;
     logon.administrator = true;
     logon.filtered = false;
     return LogonToken(logon);
 }
 
-int OpenByShell(const ShellCall& call) {
+static int OpenByShell(const ShellCall& call) {
     const bool isElevated = EqualNoCase(call.verb, "runas");
-    if (!isElevated && !EqualNoCase(call.verb, "open"))
+    if (!isElevated && !EqualNoCase(call.verb, "open")) {
         NotModelled("ShellExecuteA", "the verb " + call.verb);
+    }
     const Opened opened = ResolveFile(Unquoted(call.file), call.parameters, call.directory);
     if (opened.error) {
         SetError(opened.error == simwin::SE_ERR_NOASSOC ? simwin::ERROR_NO_ASSOCIATION
@@ -118,17 +130,16 @@ int OpenByShell(const ShellCall& call) {
     simwin::DWORD error = 0;
     const Process* started = StartProgram(start, &error);
     token->Release();
-    if (started)
+    if (started) {
         return Done;
+    }
     SetError(error);
     return static_cast<int>(error);
 }
 
-simwin::HINSTANCE ShellResult(int number) {
+static simwin::HINSTANCE ShellResult(int number) {
     return reinterpret_cast<simwin::HINSTANCE>(static_cast<simwin::ULONG_PTR>(number));
 }
-
-} // namespace
 
 void SetAssociation(std::string_view extension, std::string_view program) {
     const std::string kind = std::string(extension.substr(extension.empty() ? 0 : 1)) + "file";
@@ -149,8 +160,9 @@ std::string AssociatedProgram(std::string_view path) {
     const std::string shell = kind + "\\shell";
     std::string command = kind.empty() ? "" : ClassDefault(shell + "\\open\\command");
     const RegistryKey* verbs = kind.empty() ? nullptr : TheRegistry().FindKey("HKCR\\" + shell);
-    if (command.empty() && verbs && !verbs->subKeys.empty()) // the first verb will do
+    if (command.empty() && verbs && !verbs->subKeys.empty()) { // the first verb will do
         command = ClassDefault(shell + "\\" + verbs->subKeys.begin()->second->name + "\\command");
+    }
     return command.empty() ? "" : ProgramOfCommand(ExpandEnvironment(command));
 }
 
@@ -183,11 +195,13 @@ HINSTANCE ShellExecuteA(HWND, LPCSTR verb, LPCSTR file, LPCSTR parameters, LPCST
 HINSTANCE FindExecutableA(LPCSTR file, LPCSTR directory, LPSTR result) {
     SIM_CALL("FindExecutableA", file, ERROR_FILE_NOT_FOUND);
     result[0] = 0;
-    if (simCall.error)
+    if (simCall.error) {
         return machine::ShellResult(SE_ERR_FNF);
+    }
     const machine::Opened opened = machine::ResolveFile(machine::Unquoted(file), "", directory ? directory : "");
-    if (opened.error)
+    if (opened.error) {
         return machine::ShellResult(opened.error == SE_ERR_PNF ? SE_ERR_FNF : opened.error);
+    }
     const std::size_t length = opened.program.copy(result, MAX_PATH - 1);
     result[length] = 0;
     return machine::ShellResult(machine::AssociationFound);
@@ -200,8 +214,9 @@ LANGID GetUserDefaultLangID() {
 
 HRESULT CoInitializeEx(LPVOID, DWORD model) {
     SIM_CALL("CoInitializeEx", "");
-    if (model & ~DWORD{0xE})
+    if (model & ~DWORD{0xE}) {
         machine::NotModelled("CoInitializeEx", "flags other than those of the model and of OLE 1");
+    }
     bool& isDone = machine::g_shell->comThreads[machine::CurrentThread()->id];
     const HRESULT result = isDone ? 1 : 0;
     isDone = true;

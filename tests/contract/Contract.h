@@ -31,12 +31,14 @@ inline bool IsWine() {
 // known to differ; there it is printed, so that it can be counted, and fails as soon as Wine agrees.
 inline void CheckKnownDifference(bool agrees, const char* expression, const char* reason, const char* file, int line) {
     if (!IsWine()) {
-        if (!agrees)
+        if (!agrees) {
             ADD_FAILURE_AT(file, line) << expression << "\n  (known to differ under Wine: " << reason << ")";
+        }
         return;
     }
-    if (agrees)
+    if (agrees) {
         ADD_FAILURE_AT(file, line) << expression << "\n  holds under Wine by now, take the mark away: " << reason;
+    }
     std::printf("known difference: %s: %s\n", reason, expression);
 }
 #define KNOWN_DIFFERENCE(reason, expression)                                                                           \
@@ -51,8 +53,9 @@ inline void CheckMachineDifference(bool agrees, const char* expression, const ch
 #else
     const bool isAsExpected = !agrees;
 #endif
-    if (!isAsExpected)
+    if (!isAsExpected) {
         ADD_FAILURE_AT(file, line) << expression << "\n  (the simulated machine differs: " << reason << ")";
+    }
 }
 #define MACHINE_DIFFERS(reason, expression)                                                                            \
     contract::CheckMachineDifference((expression), #expression, reason, __FILE__, __LINE__)

@@ -4,13 +4,12 @@
 #include <cstdio>
 #include <cstring>
 
-namespace {
-
 using contract::NoError;
 using contract::TempFile;
 
 constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
+namespace {
 // A file of a test: made with a text, deleted at the end.
 class FilesContract : public testing::Test {
 protected:
@@ -36,8 +35,9 @@ protected:
     static DWORD OpenError(const std::string& path, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING,
                            DWORD flags = FILE_ATTRIBUTE_NORMAL) {
         const HANDLE file = Open(path, access, share, disposition, flags);
-        if (file == INVALID_HANDLE_VALUE)
+        if (file == INVALID_HANDLE_VALUE) {
             return GetLastError();
+        }
         CloseHandle(file);
         return 0;
     }
@@ -58,6 +58,7 @@ protected:
     }
     std::string name, other;
 };
+} // namespace
 
 TEST_F(FilesContract, Opening) {
     const std::string folder = contract::TempFolder();
@@ -230,5 +231,3 @@ TEST(ModuleContract, LibrariesAndVersions) {
     EXPECT_FALSE(query(data.data(), "\\StringFileInfo\\None", &part, &size));
     EXPECT_TRUE(FreeLibrary(version));
 }
-
-} // namespace

@@ -9,8 +9,9 @@ TEST(MachineDifferences, Files) {
     const auto search = [&](const char* pattern) {
         return ErrorOf([&] {
             const HANDLE handle = FindFirstFileA(pattern, &found);
-            if (handle == INVALID_HANDLE_VALUE)
+            if (handle == INVALID_HANDLE_VALUE) {
                 return false;
+            }
             FindClose(handle);
             return true;
         });
@@ -23,8 +24,9 @@ TEST(MachineDifferences, Files) {
     EXPECT_EQ(search(other.c_str()), 0u);
     KNOWN_DIFFERENCE("a change of case alone renames nothing",
                      std::string(found.cFileName).find("CASE") != std::string::npos);
-    for (const char* pattern : {"CASE.t??????", "CASE?????.txt", "C<.txt"})
+    for (const char* pattern : {"CASE.t??????", "CASE?????.txt", "C<.txt"}) {
         KNOWN_DIFFERENCE("wildcards are plain ones", search(contract::TempFile(pattern).c_str()) == 0);
+    }
     KNOWN_DIFFERENCE("wildcards are plain ones", search(contract::TempFile("CASE*.").c_str()) != 0);
     EXPECT_EQ(search(contract::TempFile("CASE.txt. ").c_str()), 0u);
     EXPECT_NE(search(contract::TempFile("CASE.?").c_str()), 0u);
@@ -56,8 +58,9 @@ TEST(MachineDifferences, Others) {
     const auto read = [&](const char* list, DWORD revision = SDDL_REVISION_1) {
         const DWORD error = ErrorOf(
             [&] { return ConvertStringSecurityDescriptorToSecurityDescriptorA(list, revision, &descriptor, nullptr); });
-        if (!error)
+        if (!error) {
             LocalFree(descriptor);
+        }
         return error;
     };
     EXPECT_EQ(read(" D: ( A;; GA;;;WD)"), 0u);

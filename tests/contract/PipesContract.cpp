@@ -1,28 +1,26 @@
 // What the balloon's pipe relies on: messages stay whole, and each state of an instance has its error.
 #include "tests/contract/Contract.h"
 
-namespace {
-
 constexpr char Name[] = "\\\\.\\pipe\\QuillmarchContractPipe";
 
-HANDLE Server() {
+static HANDLE Server() {
     return CreateNamedPipeA(Name, PIPE_ACCESS_INBOUND, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE, 1, 0, 64, 1000,
                             nullptr);
 }
 
-HANDLE Client() {
+static HANDLE Client() {
     return CreateFileA(Name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION,
                        nullptr);
 }
 
-DWORD Write(HANDLE client, const std::string& text) {
+static DWORD Write(HANDLE client, const std::string& text) {
     DWORD written = 0;
     return contract::ErrorOf(
         [&] { return WriteFile(client, text.data(), static_cast<DWORD>(text.size()), &written, nullptr); });
 }
 
 // The error, 0 for none, and what was read.
-std::pair<DWORD, std::string> Read(HANDLE server, DWORD bytes) {
+static std::pair<DWORD, std::string> Read(HANDLE server, DWORD bytes) {
     char buffer[64] = {};
     DWORD read = 0;
     const DWORD error = contract::ErrorOf([&] { return ReadFile(server, buffer, bytes, &read, nullptr); });
@@ -62,5 +60,3 @@ TEST(Pipes, EachStandOfAnInstanceHasItsError) {
     EXPECT_EQ(Read(server, 64).first, DWORD{ERROR_PIPE_NOT_CONNECTED});
     CloseHandle(server);
 }
-
-} // namespace

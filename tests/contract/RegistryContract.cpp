@@ -1,18 +1,18 @@
 // The registry: values with their types and lengths, enumeration, rights, access lists, write times.
 #include "tests/contract/Contract.h"
 
-namespace {
-
 using contract::NoError;
 
 constexpr char BaseKey[] = "Software\\QuillmarchContract";
 
 // The key of the tests and what they put below it.
-void DeleteAll() {
-    for (const char* name : {"\\Gone", "\\ComPorts12", "\\balloon", "\\Rights", "\\Refusing", "\\Below", ""})
+static void DeleteAll() {
+    for (const char* name : {"\\Gone", "\\ComPorts12", "\\balloon", "\\Rights", "\\Refusing", "\\Below", ""}) {
         RegDeleteKeyA(HKEY_CURRENT_USER, (std::string(BaseKey) + name).c_str());
+    }
 }
 
+namespace {
 class RegistryContract : public testing::Test {
 protected:
     void SetUp() override {
@@ -38,25 +38,28 @@ protected:
     LONG OpenError(const char* name, REGSAM access) {
         HKEY key = nullptr;
         const LONG error = RegOpenKeyExA(base, name, 0, access, &key);
-        if (error == 0)
+        if (error == 0) {
             RegCloseKey(key);
+        }
         return error;
     }
     HKEY base = nullptr;
 };
+} // namespace
 
 // Sets the access list of a key by a handle that may do so. Returns: the error.
-LONG SetList(HKEY key, const char* list) {
+static LONG SetList(HKEY key, const char* list) {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     if (!ConvertStringSecurityDescriptorToSecurityDescriptorA((std::string("D:") + list).c_str(), SDDL_REVISION_1,
-                                                              &descriptor, nullptr))
+                                                              &descriptor, nullptr)) {
         return -1;
+    }
     const LONG error = RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, descriptor);
     LocalFree(descriptor);
     return error;
 }
 
-ULONGLONG WriteTime(HKEY key) {
+static ULONGLONG WriteTime(HKEY key) {
     FILETIME time = {};
     EXPECT_EQ(RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                                nullptr, &time),
@@ -232,5 +235,3 @@ TEST_F(RegistryContract, WriteTimesOfAKey) {
     EXPECT_GT(WriteTime(base), start);
     RegCloseKey(below);
 }
-
-} // namespace

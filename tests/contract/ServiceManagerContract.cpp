@@ -1,10 +1,9 @@
 // What the tool role relies on from the service control manager. The account of the test is an administrator's.
 #include "tests/contract/Contract.h"
 
-namespace {
-
 constexpr char Name[] = "QuillmarchContract";
 
+namespace {
 // A service that is registered and stopped.
 class ServiceManager : public testing::Test {
 protected:
@@ -28,6 +27,7 @@ protected:
     }
     SC_HANDLE m_manager = nullptr, m_service = nullptr;
 };
+} // namespace
 
 TEST_F(ServiceManager, AStoppedServiceTakesNoStopAndBothItsNamesAreTaken) {
     EXPECT_ERROR(ERROR_SERVICE_EXISTS, Create(Name, Name));
@@ -67,5 +67,3 @@ TEST_F(ServiceManager, AProcessThatItDidNotStartHasNoDispatcher) {
     const SERVICE_TABLE_ENTRYA table[] = {{name, [](DWORD, LPSTR*) {}}, {nullptr, nullptr}};
     EXPECT_ERROR(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT, StartServiceCtrlDispatcherA(table));
 }
-
-} // namespace

@@ -4,15 +4,13 @@
 #include <cstdarg>
 #include <cstring>
 
-namespace {
-
 using contract::NoError;
 
-int Sign(int value) {
+static int Sign(int value) {
     return (value > 0) - (value < 0);
 }
 
-int Format(char* text, const char* form, ...) {
+static int Format(char* text, const char* form, ...) {
     va_list arguments;
     va_start(arguments, form);
     const int length = wvsprintfA(text, form, arguments);
@@ -88,8 +86,9 @@ TEST(TextContract, Searches) {
 TEST(TextContract, Numbers) {
     using Row = std::tuple<const char*, int>;
     for (const auto& [text, number] : {Row{"-12", -12}, Row{"12abc", 12}, Row{"+12", 0}, Row{" 12", 0}, Row{"\t12", 0},
-                                       Row{"0x1F", 0}, Row{"", 0}, Row{"--5", 0}, Row{"4294967297", 1}})
+                                       Row{"0x1F", 0}, Row{"", 0}, Row{"--5", 0}, Row{"4294967297", 1}}) {
         EXPECT_EQ(StrToIntA(text), number) << text;
+    }
 }
 
 TEST(TextContract, Paths) {
@@ -156,5 +155,3 @@ TEST(TextContract, SystemTexts) {
     EXPECT_EQ(FormatMessageA(Flags, nullptr, 0x0FFFFFFF, 0x400, reinterpret_cast<LPSTR>(&text), 0, nullptr), 0u);
     EXPECT_EQ(GetLastError(), 317u);
 }
-
-} // namespace

@@ -3,23 +3,21 @@
 
 #include <cstring>
 
-namespace {
-
-HANDLE OpenOwn(DWORD access) {
+static HANDLE OpenOwn(DWORD access) {
     HANDLE token = nullptr;
     EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), access, &token));
     return token;
 }
 
 template<typename Record>
-Record Ask(HANDLE token, TOKEN_INFORMATION_CLASS what) {
+static Record Ask(HANDLE token, TOKEN_INFORMATION_CLASS what) {
     Record record = {};
     DWORD needed = 0;
     EXPECT_TRUE(GetTokenInformation(token, what, &record, sizeof(record), &needed)) << what << ": " << GetLastError();
     return record;
 }
 
-std::string UserName() {
+static std::string UserName() {
     char name[256] = "";
     DWORD size = sizeof(name);
     EXPECT_TRUE(GetUserNameA(name, &size));
@@ -50,8 +48,9 @@ TEST(Tokens, NobodyIsImpersonatedWithACopyForLookingAt) {
     EXPECT_EQ(Ask<SECURITY_IMPERSONATION_LEVEL>(act, TokenImpersonationLevel), SecurityImpersonation);
     const std::string user = UserName();
     EXPECT_TRUE(ImpersonateLoggedOnUser(act));
-    for (HANDLE handle : {token, look, act})
+    for (HANDLE handle : {token, look, act}) {
         CloseHandle(handle);
+    }
     EXPECT_EQ(UserName(), user) << "the impersonation outlives its handle";
     EXPECT_TRUE(RevertToSelf());
 }
@@ -88,16 +87,18 @@ TEST(Tokens, ARestrictedCopyHasNoAdministratorsAndNoDeletedPrivilege) {
     DWORD needed = 0;
     ASSERT_TRUE(GetTokenInformation(restricted, TokenGroups, buffer, sizeof(buffer), &needed));
     const auto* groups = reinterpret_cast<TOKEN_GROUPS*>(buffer);
-    for (DWORD i = 0; i < groups->GroupCount; ++i)
+    for (DWORD i = 0; i < groups->GroupCount; ++i) {
         if (GetLengthSid(groups->Groups[i].Sid) == sidBytes &&
             std::memcmp(groups->Groups[i].Sid, administrators.Sid, sidBytes) == 0) {
             EXPECT_EQ(groups->Groups[i].Attributes & (SE_GROUP_ENABLED | SE_GROUP_USE_FOR_DENY_ONLY),
                       DWORD{SE_GROUP_USE_FOR_DENY_ONLY});
         }
+    }
     ASSERT_TRUE(GetTokenInformation(restricted, TokenPrivileges, buffer, sizeof(buffer), &needed));
     const auto* privileges = reinterpret_cast<TOKEN_PRIVILEGES*>(buffer);
-    for (DWORD i = 0; i < privileges->PrivilegeCount; ++i)
+    for (DWORD i = 0; i < privileges->PrivilegeCount; ++i) {
         EXPECT_NE(privileges->Privileges[i].Luid.LowPart, backup.Luid.LowPart);
+    }
     FreeSid(administrators.Sid);
     CloseHandle(restricted);
     CloseHandle(token);
@@ -133,7 +134,7 @@ TEST(Tokens, TheUsersSidHasATextANameAndADomain) {
 }
 
 // Starts a program and gives the last error, 0 if it ran and ended.
-DWORD Start(const char* program, const char* line, const char* directory = nullptr) {
+static DWORD Start(const char* program, const char* line, const char* directory = nullptr) {
     char commandLine[600];
     std::snprintf(commandLine, sizeof(commandLine), "%s", line);
     STARTUPINFOA startup = {};
@@ -141,8 +142,9 @@ DWORD Start(const char* program, const char* line, const char* directory = nullp
     PROCESS_INFORMATION made = {};
     SetLastError(contract::NoError);
     if (!CreateProcessA(program, commandLine, nullptr, nullptr, FALSE, NORMAL_PRIORITY_CLASS, nullptr, directory,
-                        &startup, &made))
+                        &startup, &made)) {
         return GetLastError();
+    }
     EXPECT_EQ(WaitForSingleObject(made.hProcess, 30'000), DWORD{WAIT_OBJECT_0});
     DWORD exitCode = 1;
     EXPECT_TRUE(GetExitCodeProcess(made.hProcess, &exitCode));
@@ -174,11 +176,10 @@ TEST(Processes, OneIsFoundByItsIdWhileItRuns) {
     PROCESSENTRY32 entry = {};
     entry.dwSize = sizeof(entry);
     bool isListed = false;
-    for (BOOL more = Process32First(snapshot, &entry); more; more = Process32Next(snapshot, &entry))
+    for (BOOL more = Process32First(snapshot, &entry); more; more = Process32Next(snapshot, &entry)) {
         isListed = isListed || (entry.th32ProcessID == GetCurrentProcessId() && entry.szExeFile[0] != 0);
+    }
     EXPECT_EQ(GetLastError(), DWORD{ERROR_NO_MORE_FILES});
     EXPECT_TRUE(isListed);
     CloseHandle(snapshot);
 }
-
-} // namespace

@@ -2,16 +2,14 @@
 // what may be requested of another thread's window; queues of threads and WM_QUIT.
 #include "tests/contract/Contract.h"
 
-namespace {
-
 constexpr char ClassName[] = "QuillmarchContractClass";
 constexpr UINT Ask = WM_APP + 1, AskBack = WM_APP + 2, Note = WM_APP + 3;
 
-HWND g_First, g_Second;
-std::string g_Order;
-DWORD g_AnswerThread;
+static HWND g_First, g_Second;
+static std::string g_Order;
+static DWORD g_AnswerThread;
 
-LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
     case Ask: // asks the asker back while it waits
         g_AnswerThread = GetCurrentThreadId();
@@ -32,27 +30,29 @@ LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lPar
     }
 }
 
-HWND MakeWindow(const char* title) {
+static HWND MakeWindow(const char* title) {
     return CreateWindowExA(WS_EX_TOOLWINDOW | WS_EX_NOACTIVATE, ClassName, title, WS_POPUP, 10, 20, 100, 50,
                            GetDesktopWindow(), nullptr, nullptr, nullptr);
 }
 
-DWORD WINAPI SecondWindow_ThreadProc(LPVOID ready) {
+static DWORD WINAPI SecondWindow_ThreadProc(LPVOID ready) {
     g_Second = MakeWindow("second");
     SetEvent(static_cast<HANDLE>(ready));
     MSG message;
-    while (GetMessageA(&message, nullptr, 0, 0) > 0)
+    while (GetMessageA(&message, nullptr, 0, 0) > 0) {
         DispatchMessageA(&message);
+    }
     return static_cast<DWORD>(message.wParam);
 }
 
-void Register() {
+static void Register() {
     WNDCLASSA windowClass = {};
     windowClass.lpfnWndProc = Procedure;
     windowClass.lpszClassName = ClassName;
     RegisterClassA(&windowClass);
 }
 
+namespace {
 struct Windows : testing::Test {
     void SetUp() override {
         Register();
@@ -72,13 +72,15 @@ struct Windows : testing::Test {
         CloseHandle(m_thread);
         DestroyWindow(g_First);
         MSG message;
-        while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE))
+        while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
             ;
+        }
     }
 
     HANDLE m_thread = nullptr;
     DWORD m_threadId = 0;
 };
+} // namespace
 
 TEST_F(Windows, WhoWaitsForAnAnswerIsAskedMeanwhile) {
     EXPECT_EQ(SendMessageA(g_Second, Ask, 0, 0), 42);
@@ -94,8 +96,9 @@ TEST_F(Windows, PostedMessagesComeInTheirOrderTimersAndTheEndBehindThem) {
     PostMessageA(g_First, Note, 'a', 0);
     PostMessageA(g_First, Note, 'b', 0);
     MSG message;
-    for (int i = 0; i < 3 && GetMessageA(&message, nullptr, 0, 0) > 0; ++i)
+    for (int i = 0; i < 3 && GetMessageA(&message, nullptr, 0, 0) > 0; ++i) {
         DispatchMessageA(&message);
+    }
     EXPECT_EQ(g_Order, "abt") << "and a timer whose message waited came once";
     EXPECT_TRUE(KillTimer(g_First, 5));
     EXPECT_FALSE(KillTimer(g_First, 5));
@@ -132,20 +135,22 @@ TEST_F(Windows, AWindowThatHasGoneIsNoWindow) {
     EXPECT_EQ(FindWindowA(ClassName, "FIRST"), g_First);
 }
 
-DWORD g_ThreadId;
-UINT g_Seen[4];
-int g_SeenCount;
+static DWORD g_ThreadId;
+static UINT g_Seen[4];
+static int g_SeenCount;
 
 // Has no queue until it asks for one, and then pumps until WM_QUIT. A message that was posted too early is lost.
-DWORD WINAPI Pump_ThreadProc(LPVOID started) {
+static DWORD WINAPI Pump_ThreadProc(LPVOID started) {
     SetEvent(static_cast<HANDLE>(started));
     Sleep(200);
     MSG message;
     PeekMessageA(&message, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
     SetEvent(static_cast<HANDLE>(started));
-    while (GetMessageA(&message, nullptr, 0, 0) > 0)
-        if (g_SeenCount < 4)
+    while (GetMessageA(&message, nullptr, 0, 0) > 0) {
+        if (g_SeenCount < 4) {
             g_Seen[g_SeenCount++] = message.message;
+        }
+    }
     return static_cast<DWORD>(message.message);
 }
 
@@ -178,5 +183,3 @@ TEST(ThreadMessages, AQuitThatWasPostedEarlyWaitsForTheLoop) {
     EXPECT_EQ(message.message, WM_QUIT);
     EXPECT_EQ(message.hwnd, nullptr);
 }
-
-} // namespace

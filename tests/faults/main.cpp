@@ -20,8 +20,6 @@
 #include <set>
 #include <thread>
 
-namespace {
-
 constexpr std::uint64_t SettlingMs = 60 * 60'000; // as a rehearsal waits after the last event
 constexpr std::uint64_t CalmAfterMs = 2 * 60'000; // what fails from then on fails so long, or through the last stop
 constexpr std::uint64_t ForEver = 0;
@@ -41,6 +39,7 @@ constexpr const char* Chosen[] = {
     "balloon/ports",
 };
 
+namespace {
 struct Line {
     std::vector<std::string> scenarios;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
@@ -53,37 +52,41 @@ struct Scenario {
     std::vector<machine::Fault> calls; // all that can fail, in their order
     std::size_t bytesByDesign = 0;     // what the product leaves of its heap without a fault
 };
+} // namespace
 
-std::string FaultText(const machine::Fault& fault) {
+static std::string FaultText(const machine::Fault& fault) {
     return fmt::format("{} fails with {}{}", fault.call, fault.error, fault.times == ForEver ? " from then on" : "");
 }
 
 // A fault that has not acted yet belongs to the last stop and acts there.
-void EndActingFaults() {
-    for (machine::Fault& fault : machine::Faults())
+static void EndActingFaults() {
+    for (machine::Fault& fault : machine::Faults()) {
         fault.isOver = fault.acted != 0;
+    }
 }
 
 // A list that its destruction leaves there cannot be closed in another way.
-std::size_t HandlesLeftByFault(const machine::Fault* fault) {
+static std::size_t HandlesLeftByFault(const machine::Fault* fault) {
     return fault && fault->call == "SetupDiDestroyDeviceInfoList" ? machine::Faults().back().acted : 0;
 }
 
 // What follows from the failure itself. A service manager that hears of no state, or has no handler to tell,
 // waits forever, and the machine says so; the log's closer polls the clock if it has no event; a list that
 // cannot be set at any attempt is not restored.
-bool IsExcused(const machine::Fault* fault, const storm::Violation& violation) {
-    if (!fault)
+static bool IsExcused(const machine::Fault* fault, const storm::Violation& violation) {
+    if (!fault) {
         return false;
-    if (fault->call == "SetServiceStatus" || fault->call == "RegisterServiceCtrlHandlerExA")
+    }
+    if (fault->call == "SetServiceStatus" || fault->call == "RegisterServiceCtrlHandlerExA") {
         return (violation.what.starts_with("deadlock") && violation.how.find("stays in ") != std::string::npos) ||
                violation.what == "the last stop ends";
+    }
     return fault->call == "CreateEventA" && violation.what == NoRest;
 }
 
 // A round: the scenario with one more fault, or with none to learn which calls there are. In a process of its own;
 // returns lines that ReadResult takes apart.
-std::string RunRound(const Scenario& scenario, const machine::Fault* fault, const Line& line) {
+static std::string RunRound(const Scenario& scenario, const machine::Fault* fault, const Line& line) {
     rehearse::Options options;
     options.imageFile = line.image;
     options.resourceFile = line.resources;
@@ -98,8 +101,9 @@ std::string RunRound(const Scenario& scenario, const machine::Fault* fault, cons
             machine::At(rehearse::LastEventMs(description) + CalmAfterMs, machine::Due::Outside, EndActingFaults);
         },
         [&] {
-            if (!machine::IsAtRest())
+            if (!machine::IsAtRest()) {
                 judge.Complain(NoRest, machine::WhoWaits());
+            }
             judge.JudgeRest();
         },
         [&] {
@@ -108,14 +112,17 @@ std::string RunRound(const Scenario& scenario, const machine::Fault* fault, cons
             // One that refuses to run, by another exit code, ends without taking its tables down.
             const machine::Process* product = trial.stage.product;
             const std::size_t bytes = product && product->exitCode == 0 ? product->leakedBytes : 0;
-            if (!fault)
+            if (!fault) {
                 text += fmt::format("#bytes {}\n", bytes);
-            else if (bytes > scenario.bytesByDesign)
+            } else if (bytes > scenario.bytesByDesign) {
                 judge.Complain("nothing is leaked", fmt::format("{} bytes", bytes - scenario.bytesByDesign));
-            if (fault && machine::Faults().back().acted == 0)
+            }
+            if (fault && machine::Faults().back().acted == 0) {
                 judge.Complain("each call comes again until it fails", FaultText(*fault));
-            for (const machine::Fault& call : machine::NotedCalls())
+            }
+            for (const machine::Fault& call : machine::NotedCalls()) {
                 text += fmt::format("#call {} {} {}\n", call.call, call.error, call.after);
+            }
         });
     std::vector<storm::Violation> violations = judge.Violations();
     std::erase_if(violations, [&](const storm::Violation& violation) { return IsExcused(fault, violation); });
@@ -123,14 +130,16 @@ std::string RunRound(const Scenario& scenario, const machine::Fault* fault, cons
 }
 
 // What a round printed; with scenario also the calls that the run without a fault printed.
-std::vector<storm::Violation> ReadResult(const std::string& text, int status, Scenario* scenario) {
+static std::vector<storm::Violation> ReadResult(const std::string& text, int status, Scenario* scenario) {
     return storm::ReadViolations(text, status, [scenario](const char* line) {
         char name[64];
         machine::Fault fault;
-        if (!scenario)
+        if (!scenario) {
             return false;
-        if (std::sscanf(line, "#call %63s %u %lu", name, &fault.error, &fault.after) != 3)
+        }
+        if (std::sscanf(line, "#call %63s %u %lu", name, &fault.error, &fault.after) != 3) {
             return std::sscanf(line, "#bytes %zu", &scenario->bytesByDesign) == 1;
+        }
         fault.call = name;
         fault.on = "*";
         scenario->calls.push_back(fault);
@@ -140,29 +149,33 @@ std::vector<storm::Violation> ReadResult(const std::string& text, int status, Sc
 
 // The rounds of a scenario: each call once and forever. With `every` only the first of each operation and every so
 // manieth call, others in each scenario.
-std::vector<machine::Fault> RoundsOf(const Scenario& scenario, std::size_t place, std::size_t every) {
+static std::vector<machine::Fault> RoundsOf(const Scenario& scenario, std::size_t place, std::size_t every) {
     std::vector<machine::Fault> rounds;
     std::set<std::string> met;
     for (std::size_t i = 0; i < scenario.calls.size(); ++i) {
         machine::Fault fault = scenario.calls[i];
-        if (!met.insert(fault.call).second && (i + place) % every != 0)
+        if (!met.insert(fault.call).second && (i + place) % every != 0) {
             continue;
+        }
         fault.times = 1;
         rounds.push_back(fault);
         fault.times = ForEver;
-        if (fault.call != "HeapAlloc") // whose callers try again until there is memory
+        if (fault.call != "_________") { // whose callers try again until there is memory
             rounds.push_back(fault);
+        }
     }
     return rounds;
 }
 
-void TellViolations(const Scenario& scenario, const machine::Fault& fault, const Line& line,
-                    const std::vector<storm::Violation>& violations) {
-    for (const storm::Violation& violation : violations)
+static void TellViolations(const Scenario& scenario, const machine::Fault& fault, const Line& line,
+                           const std::vector<storm::Violation>& violations) {
+    for (const storm::Violation& violation : violations) {
         fmt::print("  {}: call {} of {}: {}: {}\n", scenario.name, fault.after + 1, FaultText(fault), violation.what,
                    violation.how);
-    if (violations.empty() || line.folder.empty())
+    }
+    if (violations.empty() || line.folder.empty()) {
         return;
+    }
     std::string file = fmt::format("{}-{}-{}-{}", scenario.name, fault.call, fault.after + 1, fault.times);
     std::replace(file.begin(), file.end(), '/', '-');
     file = fmt::format("{}/{}.toml", line.folder, file);
@@ -175,12 +188,14 @@ void TellViolations(const Scenario& scenario, const machine::Fault& fault, const
     fmt::print("    written: {}\n", file);
 }
 
+namespace {
 struct Total {
     std::size_t once = 0, lasting = 0, failed = 0;
     std::set<std::string> operations;
 };
+} // namespace
 
-void RunScenario(Scenario& scenario, std::size_t place, const Line& line, Total& total) {
+static void RunScenario(Scenario& scenario, std::size_t place, const Line& line, Total& total) {
     std::size_t failed = 0;
     const auto judge = [&](const machine::Fault& fault, const std::vector<storm::Violation>& violations) {
         failed += !violations.empty();
@@ -208,8 +223,6 @@ void RunScenario(Scenario& scenario, std::size_t place, const Line& line, Total&
     total.failed += failed + rounds.empty();
 }
 
-} // namespace
-
 int main(int count, char** arguments) {
     CLI::App app("Each call that can fail fails in its turn, and the machine must be left in order.", "faults");
     Line line;
@@ -219,9 +232,11 @@ int main(int count, char** arguments) {
     app.add_option("--jobs", line.jobs, "so many at a time")->check(CLI::Range(1, 64));
     app.add_option("--write", line.folder, "write descriptions of broken rounds there")->type_name("DIR");
     CLI11_PARSE(app, count, arguments);
-    if (line.scenarios.empty())
-        for (const char* name : Chosen)
+    if (line.scenarios.empty()) {
+        for (const char* name : Chosen) {
             line.scenarios.push_back(fmt::format("{}/{}.toml", QM_SCENARIOS, name));
+        }
+    }
     Total total;
     for (std::size_t place = 0; place < line.scenarios.size(); ++place) {
         const std::filesystem::path file = line.scenarios[place];

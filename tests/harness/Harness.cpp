@@ -7,32 +7,30 @@
 
 namespace harness {
 
-namespace {
-
-std::vector<SetupAction>& SetupActions() {
+static std::vector<SetupAction>& SetupActions() {
     static std::vector<SetupAction> actions;
     return actions;
 }
 
-std::vector<void (*)()>& StartActions() {
+static std::vector<void (*)()>& StartActions() {
     static std::vector<void (*)()> actions;
     return actions;
 }
 
-int RunOnMachine() {
+static int RunOnMachine() {
     machine::Setup setup;
     setup.imageFile = QM_IMAGE_FILE;
     setup.resourceFile = QM_RESOURCE_FILE;
-    for (const SetupAction action : SetupActions())
+    for (const SetupAction action : SetupActions()) {
         action(setup);
+    }
     return machine::RunHosted(setup, [] {
-        for (void (*action)() : StartActions())
+        for (void (*action)() : StartActions()) {
             action();
+        }
         return RUN_ALL_TESTS();
     });
 }
-
-} // namespace
 
 WithSetup::WithSetup(SetupAction action) {
     SetupActions().push_back(action);
@@ -52,8 +50,9 @@ extern "C" int __lsan_is_turned_off() {
 
 int main(int argc, char** argv) {
     bool listOnly = false;
-    for (int i = 1; i < argc; ++i)
+    for (int i = 1; i < argc; ++i) {
         listOnly = listOnly || std::strcmp(argv[i], "--gtest_list_tests") == 0;
+    }
     testing::InitGoogleTest(&argc, argv);
     return listOnly ? RUN_ALL_TESTS() : harness::RunOnMachine();
 }

@@ -9,10 +9,9 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
 using machine::Verdict;
 
+namespace {
 struct Ran {
     machine::RunOutcome outcome;
     simwin::DWORD exitCode = 0;
@@ -20,9 +19,10 @@ struct Ran {
     std::size_t leakedHandles = 0;
     std::uint64_t endedMs = 0;
 };
+} // namespace
 
 // A machine with one probe that does `deed`; its exit code 259 means that it never ended.
-Ran RunProbe(const char* deed, std::optional<std::uint64_t> seed = {}) {
+static Ran RunProbe(const char* deed, std::optional<std::uint64_t> seed = {}) {
     machine::Setup setup;
     setup.imageFile = PROBE_IMAGE;
     setup.seed = seed;
@@ -85,5 +85,3 @@ TEST(Kernel, AHandleLeftOpenIsCounted) {
     EXPECT_EQ(RunProbe("leak").leakedHandles, 1u);
     EXPECT_EQ(RunProbe("globals").leakedHandles, 0u);
 }
-
-} // namespace

@@ -3,28 +3,26 @@
 
 #include <cstring>
 
-namespace {
+static CRITICAL_SECTION g_first, g_second;
+static HANDLE g_event;
+static int g_counter = 41; // each process must see its own
+static char g_order[64];
+static int g_orderLength;
 
-CRITICAL_SECTION g_first, g_second;
-HANDLE g_event;
-int g_counter = 41; // each process must see its own
-char g_order[64];
-int g_orderLength;
-
-DWORD WINAPI TakeSecondThenFirst(LPVOID) {
+static DWORD WINAPI TakeSecondThenFirst(LPVOID) {
     EnterCriticalSection(&g_second);
     Sleep(10);
     EnterCriticalSection(&g_first);
     return 0;
 }
 
-DWORD WINAPI HoldForEver(LPVOID) {
+static DWORD WINAPI HoldForEver(LPVOID) {
     EnterCriticalSection(&g_first);
     WaitForSingleObject(g_event, INFINITE);
     return 0;
 }
 
-DWORD WINAPI Racer(LPVOID letter) {
+static DWORD WINAPI Racer(LPVOID letter) {
     for (int i = 0; i < 24; ++i) {
         g_order[g_orderLength++] = static_cast<char>(reinterpret_cast<ULONG_PTR>(letter));
         GetTickCount();
@@ -32,7 +30,7 @@ DWORD WINAPI Racer(LPVOID letter) {
     return 0;
 }
 
-int Race() {
+static int Race() {
     HANDLE a = CreateThread(nullptr, 0, Racer, reinterpret_cast<LPVOID>(ULONG_PTR{'a'}), 0, nullptr);
     HANDLE b = CreateThread(nullptr, 0, Racer, reinterpret_cast<LPVOID>(ULONG_PTR{'b'}), 0, nullptr);
     WaitForSingleObject(a, INFINITE);
@@ -43,14 +41,14 @@ int Race() {
     return 0;
 }
 
-int Deadlock() {
+static int Deadlock() {
     CloseHandle(CreateThread(nullptr, 0, HoldForEver, nullptr, 0, nullptr));
     Sleep(10);
     EnterCriticalSection(&g_first);
     return 0;
 }
 
-int CrossedLocks() {
+static int CrossedLocks() {
     CloseHandle(CreateThread(nullptr, 0, TakeSecondThenFirst, nullptr, 0, nullptr));
     EnterCriticalSection(&g_first);
     EnterCriticalSection(&g_second);
@@ -60,24 +58,25 @@ int CrossedLocks() {
     return 0;
 }
 
-int Livelock() {
-    for (;;)
+static int Livelock() {
+    for (;;) {
         GetTickCount();
+    }
 }
 
-int Overrun() {
+static int Overrun() {
     auto* block = static_cast<volatile char*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, 16));
     block[16] = 1;
     return HeapFree(GetProcessHeap(), 0, const_cast<char*>(block));
 }
 
-int Globals() {
+static int Globals() {
     ++g_counter;
     Sleep(50); // so that two of these live beside each other
     return g_counter;
 }
 
-int LastErrors() {
+static int LastErrors() {
     SetLastError(1234);
     CloseHandle(CreateThread(
         nullptr, 0,
@@ -90,13 +89,13 @@ int LastErrors() {
     return static_cast<int>(GetLastError());
 }
 
-int LeakHandle() {
+static int LeakHandle() {
     CreateEventA(nullptr, TRUE, FALSE, nullptr);
     return 0;
 }
 
 // Threads that wait, sleep and hold a lock when the process ends must end with it.
-int EndWithThreads() {
+static int EndWithThreads() {
     CloseHandle(CreateThread(nullptr, 0, HoldForEver, nullptr, 0, nullptr));
     CloseHandle(CreateThread(
         nullptr, 0,
@@ -109,10 +108,12 @@ int EndWithThreads() {
     return 7;
 }
 
+namespace {
 struct Deed {
     const char* name;
     int (*run)();
 };
+} // namespace
 
 constexpr Deed Deeds[] = {
     {"race", Race},
@@ -129,16 +130,16 @@ constexpr Deed Deeds[] = {
     {"crash", [] { return *static_cast<volatile int*>(nullptr); }},
 };
 
-} // namespace
-
 extern "C" int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR commandLine, int) {
     InitializeCriticalSection(&g_first);
     InitializeCriticalSection(&g_second);
     g_event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     int result = -1;
-    for (const Deed& deed : Deeds)
-        if (std::strcmp(commandLine, deed.name) == 0)
+    for (const Deed& deed : Deeds) {
+        if (std::strcmp(commandLine, deed.name) == 0) {
             result = deed.run();
+        }
+    }
     CloseHandle(g_event);
     return result;
 }

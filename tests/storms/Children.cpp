@@ -16,10 +16,9 @@
 
 namespace storm {
 
-namespace {
-
 constexpr unsigned LongestRunSeconds = 240; // of the host; a run needs far less than one
 
+namespace {
 struct Child {
     pid_t process = -1;
     int pipe = -1;
@@ -29,8 +28,9 @@ struct Child {
     bool Read() {
         char bytes[4096];
         const ssize_t count = read(pipe, bytes, sizeof(bytes));
-        if (count > 0)
+        if (count > 0) {
             text.append(bytes, static_cast<std::size_t>(count));
+        }
         return count <= 0;
     }
     int End() const {
@@ -40,11 +40,13 @@ struct Child {
         return status;
     }
 };
+} // namespace
 
-Child Start(std::size_t place, const std::function<std::string(std::size_t)>& work) {
+static Child Start(std::size_t place, const std::function<std::string(std::size_t)>& work) {
     int ends[2];
-    if (pipe(ends) != 0)
+    if (pipe(ends) != 0) {
         std::abort();
+    }
     std::fflush(nullptr);
     Child child;
     child.process = fork();
@@ -60,8 +62,9 @@ Child Start(std::size_t place, const std::function<std::string(std::size_t)>& wo
         }
         for (std::size_t at = 0; at < text.size();) {
             const ssize_t count = write(ends[1], text.data() + at, text.size() - at);
-            if (count <= 0)
+            if (count <= 0) {
                 break;
+            }
             at += static_cast<std::size_t>(count);
         }
         _exit(0);
@@ -70,8 +73,6 @@ Child Start(std::size_t place, const std::function<std::string(std::size_t)>& wo
     child.pipe = ends[0];
     return child;
 }
-
-} // namespace
 
 void RunInChildren(std::size_t count, unsigned jobs, const std::function<std::string(std::size_t)>& work,
                    const std::function<void(std::size_t, const std::string&, int)>& done) {
@@ -83,14 +84,16 @@ void RunInChildren(std::size_t count, unsigned jobs, const std::function<std::st
             ++next;
         }
         std::vector<pollfd> waits;
-        for (const auto& [place, child] : running)
+        for (const auto& [place, child] : running) {
             waits.push_back({child.pipe, POLLIN, 0});
+        }
         poll(waits.data(), waits.size(), -1);
         for (const pollfd& wait : waits) {
             const auto found = std::find_if(running.begin(), running.end(),
                                             [&](const auto& entry) { return entry.second.pipe == wait.fd; });
-            if (!wait.revents || !found->second.Read())
+            if (!wait.revents || !found->second.Read()) {
                 continue;
+            }
             const int status = found->second.End();
             done(found->first, found->second.text, status);
             running.erase(found);
@@ -100,8 +103,9 @@ void RunInChildren(std::size_t count, unsigned jobs, const std::function<std::st
 
 std::string EndOf(const std::vector<Violation>& violations) {
     std::string text;
-    for (const Violation& violation : violations)
+    for (const Violation& violation : violations) {
         text += fmt::format("#broken {}\t{}\n", violation.what, fmt::join(machine::Split(violation.how, '\n'), "|"));
+    }
     return text + "#end\n";
 }
 
@@ -120,9 +124,10 @@ std::vector<Violation> ReadViolations(const std::string& text, int status,
             rest += line + "|";
         }
     }
-    if (status != 0 || !hasEnded || !rest.empty())
+    if (status != 0 || !hasEnded || !rest.empty()) {
         violations.insert(violations.begin(),
                           {"the run comes to its end", fmt::format("wait status {}: {}", status, rest)});
+    }
     return violations;
 }
 

@@ -21,67 +21,61 @@
 
 namespace storm {
 
-namespace {
-
 constexpr std::uint64_t SettlingMs = 1000; // shorter pauses are not looked into
-constexpr std::uint64_t OwnChangeMs = 5000;
 constexpr unsigned LargestDatabaseNumber = 256;
 
-bool Says(const Device& device, std::string_view start) {
+static bool Says(const Device& device, std::string_view start) {
     return std::any_of(device.lines.begin(), device.lines.end(),
                        [&](const std::string& line) { return line.starts_with(start); });
 }
 
-bool IsNameWrite(const rehearse::WrittenValue& write) {
+static bool IsNameWrite(const rehearse::WrittenValue& write) {
     return (machine::EqualNoCase(write.name, "PortName") || machine::EqualNoCase(write.name, "DosDeviceName")) &&
            write.before != write.after;
 }
 
 // The number in the brackets of a friendly name; 0 if there is none.
-unsigned NumberInFriendlyName(const std::string& name) {
+static unsigned NumberInFriendlyName(const std::string& name) {
     const std::size_t at = name.rfind("(COM");
     return at == std::string::npos ? 0 : machine::ComNumberOf(name.substr(at + 1, name.find(')', at) - at - 1));
 }
 
-std::string Quoted(const std::string& line) {
-    const std::size_t end = line.rfind('\''), start = line.rfind('\'', end - 1);
-    return line.substr(start + 1, end - start - 1);
-}
-
-bool IsPathIn(const std::string& line, const Device& device) {
+static bool IsPathIn(const std::string& line, const Device& device) {
     std::string path = device.id;
     std::replace(path.begin(), path.end(), '\\', '#');
     return device.isPort && machine::FindNoCase(line, path + "#") != std::string::npos;
 }
 
-std::string TargetOf(const std::string& name) {
+static std::string TargetOf(const std::string& name) {
     const machine::DosDefinition* definition = machine::TheDosNames().InForce(name);
     return definition ? definition->target : "";
 }
 
-std::vector<const CComPort*> Records(const rehearse::Stage& stage) {
-    if (!stage.product || stage.product->ended)
+static std::vector<const CComPort*> Records(const rehearse::Stage& stage) {
+    if (!stage.product || stage.product->ended) {
         return {};
+    }
     const auto* table = static_cast<CComPorts**>(machine::ImageSymbol(stage.product->image, "g_pComPorts"));
-    if (!table || !*table)
+    if (!table || !*table) {
         return {};
+    }
     return {(*table)->Ports, (*table)->Ports + (*table)->PortCount};
 }
 
-const CComPort* RecordOf(const rehearse::Stage& stage, const machine::DeviceNode& node) {
-    for (const CComPort* record : Records(stage))
-        if (record->IsUsed && record->DevInst == node.number)
+static const CComPort* RecordOf(const rehearse::Stage& stage, const machine::DeviceNode& node) {
+    for (const CComPort* record : Records(stage)) {
+        if (record->IsUsed && record->DevInst == node.number) {
             return record;
+        }
+    }
     return nullptr;
 }
 
-bool IsStubborn(const machine::DeviceNode& node) {
+static bool IsStubborn(const machine::DeviceNode& node) {
     return (node.driver && node.driver->handles > 0) || node.vetoesLeft != 0 || node.said.refuses.value_or(false) ||
            std::any_of(node.children.begin(), node.children.end(),
                        [](const machine::DeviceNode* child) { return IsStubborn(*child); });
 }
-
-} // namespace
 
 void Judge::Watch() {
     m_stage.timeline->WatchWrites([this](const rehearse::WrittenValue& write) { OnWrite(write); });
@@ -100,32 +94,38 @@ void Judge::Watch() {
 void Judge::Schedule() {
     std::vector<Event> events = m_plan.events;
     for (Event& event : CalmEvents(m_plan, &m_settledAtMs)) {
-        if (event.text.starts_with("resume") && event.atMs > m_plan.calmAtMs) // not the resume before the calm
+        if (event.text.starts_with("______") && event.atMs > m_plan.calmAtMs) { // not the resume before the calm
             m_lastCheckMs = event.atMs;
+        }
         events.push_back(std::move(event));
     }
     for (std::size_t i = 1; i < events.size(); ++i) {
-        if (events[i].atMs - events[i - 1].atMs < SettlingMs)
+        if (events[i].atMs - events[i - 1].atMs < SettlingMs) {
             continue;
+        }
         machine::At(events[i].atMs - 1, machine::Due::Expectation, [this] {
-            if (!m_stage.hasEnded)
+            if (!m_stage.hasEnded) {
                 Look();
+            }
         });
     }
 }
 
 void Judge::Look() {
-    if (!machine::IsAtRest())
+    if (!machine::IsAtRest()) {
         return;
+    }
     ++m_looks;
     // A stop waits ten seconds for a thread in a slow call.
-    if (m_plan.switches.slow && !TheProduct())
+    if (m_plan.switches.slow && !TheProduct()) {
         NoteEnd();
+    }
     JudgeRest();
     ReadLog();
     NoteExcuses();
-    if (TheProduct())
+    if (TheProduct()) {
         JudgePorts(RunningPorts());
+    }
 }
 
 void Judge::AtEnd() {
@@ -147,8 +147,9 @@ void Judge::AtEnd() {
 // its bit, as on Windows.
 void Judge::JudgeLeftNumbers() {
     const Switches& switches = m_plan.switches;
-    if (HasFailed() || switches.stops || switches.power || switches.uninstalls)
+    if (HasFailed() || switches.stops || switches.power || switches.uninstalls) {
         return;
+    }
     // A link that goes later than its driver is there when the port comes with its new number: the number stays taken
     // then, since a DOS name has it, and nothing comes to free it once the link has gone.
     std::set<std::string> lingering;
@@ -161,22 +162,26 @@ void Judge::JudgeLeftNumbers() {
     for (const auto& write : m_stage.timeline->Writes()) {
         const unsigned number =
             RenamedPort(write) && !lingering.contains(write.before) ? machine::ComNumberOf(write.before) : 0;
-        if (!number || number > LargestDatabaseNumber || !machine::ComDbTest(number) || !TargetOf(write.before).empty())
+        if (!number || number > LargestDatabaseNumber || !machine::ComDbTest(number) ||
+            !TargetOf(write.before).empty()) {
             continue;
+        }
         if (std::none_of(m_plan.devices.begin(), m_plan.devices.end(), [&](const Device& other) {
                 const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
                 return node && machine::EqualNoCase(machine::RegistryNameOf(*node), write.before);
-            }))
+            })) {
             Complain("a number that was left is free in the database",
                      fmt::format("{} ({} ms)", write.before, write.atMs));
+        }
     }
 }
 
 void Judge::JudgeMoves() {
     for (const rehearse::WrittenValue& write : m_stage.timeline->Writes()) {
         const Device* device = RenamedPort(write);
-        if (!device || !m_lastCheckMs || write.atMs < m_lastCheckMs)
+        if (!device || !m_lastCheckMs || write.atMs < m_lastCheckMs) {
             continue;
+        }
         Complain("a calm machine comes to rest",
                  fmt::format("{}: {} -> {} ({} ms)", device->id, write.before, write.after, write.atMs));
     }
@@ -187,15 +192,18 @@ void Judge::OnCall(std::string_view name) {
     const std::uint64_t failed =
         std::transform_reduce(machine::Faults().begin(), machine::Faults().end(), std::uint64_t{0}, std::plus<>(),
                               [](const machine::Fault& fault) { return fault.error ? fault.acted : 0; });
-    if (failed > m_failed)
+    if (failed > m_failed) {
         m_failedAtMs = machine::Now();
+    }
     m_failed = failed;
     // After a move the log is another file.
-    if (m_isLogWritten || name == "MoveFileA")
+    if (m_isLogWritten || name == "MoveFileA") {
         ReadLog();
+    }
     m_isLogWritten = name == "WriteFile";
-    if (name == "RegisterDeviceNotificationA" && IsStarting())
+    if (name == "RegisterDeviceNotificationA" && IsStarting()) {
         m_listensAtMs = machine::Now();
+    }
 }
 
 // A check that a failed call cut off is repeated by the next start, not by one in progress.
@@ -205,8 +213,9 @@ bool Judge::HasFailedSince(std::uint64_t ranAtMs) const {
 
 void Judge::ReadLog() {
     const machine::FileNode* log = machine::TheFiles().Find(rehearse::LogFilePath());
-    if (log != m_log || !log || log->content.size() < m_logRead)
+    if (log != m_log || !log || log->content.size() < m_logRead) {
         m_logRead = 0;
+    }
     m_log = log;
     for (std::size_t end; log && (end = log->content.find("\r\n", m_logRead)) != std::string::npos;) {
         const std::string line = log->content.substr(m_logRead, end - m_logRead);
@@ -220,13 +229,16 @@ void Judge::OnLogLine(const std::string& line) {
     // The product cannot see that a port is pulled out while its socket is queried: without a hub port that counts as
     // fatal.
     Reasons reasons = HasFailed() ? Reasons{&excuse::CallFailed} : Reasons{};
-    if (line.find("BuildUsbPortName") != std::string::npos)
+    if (line.find("BuildUsbPortName") != std::string::npos) {
         reasons.insert(&excuse::PulledWhileRead);
-    if (line.find("INT3 in") != std::string::npos)
+    }
+    if (line.find("INT3 in") != std::string::npos) {
         Blame(reasons, "no fatal line", line);
+    }
     const std::size_t braceAt = line.find('{');
-    if (braceAt == std::string::npos)
+    if (braceAt == std::string::npos) {
         return; // written before the product knows its mode, when the log could not be made at once
+    }
     const std::string thread = line.substr(braceAt, line.find('}') - braceAt);
     JudgeOwnRestarts(line, thread);
     JudgeMarks(line);
@@ -235,20 +247,25 @@ void Judge::OnLogLine(const std::string& line) {
 // A link is identified by its kernel name alone. So a removal, or the end of a renaming, may take the link of a device
 // that has come to the kernel name meanwhile, or of the same one that is back already.
 void Judge::OnDosName(const machine::DosNameChange& change) {
-    if (m_stage.hasEnded)
+    if (m_stage.hasEnded) {
         return;
+    }
     const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(change.from);
     const Device* device = owner && owner->node ? PlannedDevice(owner->node->id) : nullptr;
     const bool isOwners = device && machine::EqualNoCase(machine::RegistryNameOf(*owner->node), change.name);
     // A driver that takes a running port's name takes it along when it leaves.
-    if (isOwners && std::string_view(change.by) == "driver")
+    if (isOwners && std::string_view(change.by) == "driver") {
         Grant(&excuse::LinkTaken, device, machine::Now());
-    if (!change.to.empty())
+    }
+    if (!change.to.empty()) {
         return;
-    if (std::string_view(change.by) == "outside")
+    }
+    if (std::string_view(change.by) == "outside") {
         m_takenAtMs[change.name] = machine::Now();
-    if (std::string_view(change.by) == "program" && isOwners)
+    }
+    if (std::string_view(change.by) == "program" && isOwners) {
         Grant(&excuse::OwnersLink, device, machine::Now());
+    }
 }
 
 void Judge::Grant(Reason excuse, const Device* device, std::uint64_t untilMs) {
@@ -265,8 +282,9 @@ bool Judge::IsGranted(Reason excuse, const Device* device, std::uint64_t ranAtMs
 // up to its hub, and then everything below that counts.
 bool Judge::IsHindered(const Device& device) const {
     const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device.id);
-    while (node && !node->IsHub() && !IsStubborn(*node))
+    while (node && !node->IsHub() && !IsStubborn(*node)) {
         node = node->parent;
+    }
     return node && IsStubborn(*node);
 }
 
@@ -282,8 +300,9 @@ const Device* Judge::RenamedPort(const rehearse::WrittenValue& write) const {
     for (const Device& device : m_plan.devices) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device.id);
         if (device.isPort && node && IsNameWrite(write) &&
-            machine::EqualNoCase(write.key, node->enumPath + "\\Device Parameters"))
+            machine::EqualNoCase(write.key, node->enumPath + "\\Device Parameters")) {
             return &device;
+        }
     }
     return nullptr;
 }
@@ -292,8 +311,9 @@ std::vector<Judge::Running> Judge::RunningPorts() const {
     std::vector<Running> ports;
     for (const Device& device : m_plan.devices) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(device.id);
-        if (!device.isPort || !node || !node->IsRunning() || !node->driver)
+        if (!device.isPort || !node || !node->IsRunning() || !node->driver) {
             continue;
+        }
         ports.push_back({&device, node, machine::RegistryNameOf(*node), machine::DosNameOf(*node), node->driver->name});
     }
     return ports;
@@ -306,22 +326,26 @@ Reasons Judge::LinkReasons(const Running& port) const {
     const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(target);
     // A link that a driver left, or that another program made, keeps a driver from its name.
     if (!target.empty() &&
-        (!owner || (owner->node != port.node && owner->link != machine::TheDosNames().InForce(port.name)->id)))
+        (!owner || (owner->node != port.node && owner->link != machine::TheDosNames().InForce(port.name)->id))) {
         reasons.insert(&excuse::LinkInTheWay);
+    }
     // A driver that takes a name that another one has comes first, whenever it comes.
-    if (owner && owner->node != port.node && owner->node->said.nameTaken == machine::NameTaken::Take)
+    if (owner && owner->node != port.node && owner->node->said.nameTaken == machine::NameTaken::Take) {
         reasons.insert(&excuse::LinkTaken);
+    }
     // A driver that found its name taken does not try again when it is free.
     const rehearse::TimelineEntry* start = LastStart(port.device->id);
     if (start && start->to.empty() && (start->what == "restarts" || start->what.starts_with("runs without")) &&
-        (target.empty() || (owner && LastStartMs(owner->node->id) > start->atMs)))
+        (target.empty() || (owner && LastStartMs(owner->node->id) > start->atMs))) {
         reasons.insert(&excuse::FoundItTaken);
+    }
     // A link that goes after its driver takes that of the next one with it.
     const auto taken = m_takenAtMs.find(port.name);
     if (((target.empty() || (owner && LastStartMs(owner->node->id) > LastStartMs(port.device->id))) &&
          Says(*port.device, "link_goes")) ||
-        (taken != m_takenAtMs.end() && LastStartMs(port.device->id) <= taken->second))
+        (taken != m_takenAtMs.end() && LastStartMs(port.device->id) <= taken->second)) {
         reasons.insert(&excuse::LateLink);
+    }
     return reasons;
 }
 
@@ -333,24 +357,31 @@ Reasons Judge::OwnReasons(const Running& port) const {
     const rehearse::WrittenValue moved = LastMove(device);
     const bool isMoved = !moved.name.empty() && moved.atMs >= ranAtMs;
     // A modem is not found by its interface: where no hub cycles its port nothing restarts it.
-    if (Says(device, "kind = \"modem\"") && isMoved)
+    if (Says(device, "kind = \"modem\"") && isMoved) {
         reasons.insert(&excuse::Modem);
+    }
     // A device that starts without its interfaces, or while they stay as they were, is not announced.
     if (IsQuietStart(device) ||
-        std::none_of(port.node->interfaces.begin(), port.node->interfaces.end(), [](const auto& i) { return i->up; }))
+        std::none_of(port.node->interfaces.begin(), port.node->interfaces.end(), [](const auto& i) { return i->up; })) {
         reasons.insert(&excuse::NotTold);
+    }
     // A device that comes while the service starts and does not listen yet is not announced.
     const CComPort* record = RecordOf(m_stage, *port.node);
-    if (start && IsUnheard(ranAtMs) && (start->isOutside || !record || !record->IsPresent))
+    if (start && IsUnheard(ranAtMs) && (start->isOutside || !record || !record->IsPresent)) {
         reasons.insert(&excuse::BeforeListening);
-    if (IsTwin(port))
+    }
+    if (IsTwin(port)) {
         reasons.insert(&excuse::Twin);
-    if (HasFailedSince(ranAtMs))
+    }
+    if (HasFailedSince(ranAtMs)) {
         reasons.insert(&excuse::CallFailed);
+    }
     for (Reason excuse : {&excuse::OwnersLink, &excuse::SwapMark, &excuse::OwnerAway, &excuse::RestartLost,
-                          &excuse::Hindered, &excuse::LinkTaken})
-        if (IsGranted(excuse, &device, ranAtMs))
+                          &excuse::Hindered, &excuse::LinkTaken}) {
+        if (IsGranted(excuse, &device, ranAtMs)) {
             reasons.insert(excuse);
+        }
+    }
     return reasons;
 }
 
@@ -358,67 +389,79 @@ Reasons Judge::OwnReasons(const Running& port) const {
 Reasons Judge::ReasonsOf(const Running& port, const Ports& ports) const {
     Reasons reasons = OwnReasons(port);
     const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(TargetOf(port.name));
-    for (const Running& other : ports)
-        if (owner && owner->node == other.node && other.node != port.node)
+    for (const Running& other : ports) {
+        if (owner && owner->node == other.node && other.node != port.node) {
             reasons.merge(OwnReasons(other));
+        }
+    }
     return reasons;
 }
 
 // A program that does not close the port excuses the consequences until the port's next start.
 void Judge::NoteExcuses() {
-    for (const Running& port : RunningPorts())
-        if (TargetOf(port.name) != port.kernel && IsHindered(*port.device))
+    for (const Running& port : RunningPorts()) {
+        if (TargetOf(port.name) != port.kernel && IsHindered(*port.device)) {
             Grant(&excuse::Hindered, port.device, machine::Now());
+        }
+    }
 }
 
 void Judge::JudgePorts(const Ports& ports) {
     // A device that was taken out or disabled is set up again, unless a call fails or the device refuses.
     for (const machine::DeviceNode* node : machine::TheDeviceTree().All()) {
         Reasons reasons = HasFailed() ? Reasons{&excuse::CallFailed} : Reasons{};
-        if (node->said.refuses.value_or(false))
+        if (node->said.refuses.value_or(false)) {
             reasons.insert(&excuse::Hindered);
-        if (node->IsPresent() && node->openRestart)
+        }
+        if (node->IsPresent() && node->openRestart) {
             Blame(reasons, "nothing is left out", node->id);
+        }
     }
     for (const Running& port : ports) {
         const unsigned inRegistry = machine::ComNumberOf(port.name), number = machine::ComNumberOf(port.dosName);
         for (const Running& other : ports) {
-            if (&other >= &port || !inRegistry || !machine::EqualNoCase(port.name, other.name))
+            if (&other >= &port || !inRegistry || !machine::EqualNoCase(port.name, other.name)) {
                 continue;
+            }
             Reasons reasons = ReasonsOf(port, ports);
             reasons.merge(ReasonsOf(other, ports));
             Blame(reasons, "registry names differ",
                   fmt::format("{} and {} are both {}", other.device->id, port.device->id, port.name));
         }
-        if (inRegistry && TargetOf(port.name) != port.kernel)
+        if (inRegistry && TargetOf(port.name) != port.kernel) {
             Blame(
                 ReasonsOf(port, ports), "a running driver has its registry name",
                 fmt::format("{} ({}): {} leads to '{}'", port.device->id, port.kernel, port.name, TargetOf(port.name)));
+        }
         if (number && number <= LargestDatabaseNumber && !machine::ComDbTest(number)) {
             Reasons reasons = ReasonsOf(port, ports);
-            if (IsGranted(&excuse::SharedBit, port.device, LastStartMs(port.device->id)))
+            if (IsGranted(&excuse::SharedBit, port.device, LastStartMs(port.device->id))) {
                 reasons.insert(&excuse::SharedBit);
+            }
             Blame(reasons, "the database has every present number",
                   fmt::format("{}: {}", port.device->id, port.dosName));
         }
         const unsigned friendly = NumberInFriendlyName(machine::FriendlyNameOf(*port.node));
-        if (friendly && inRegistry && friendly != inRegistry)
+        if (friendly && inRegistry && friendly != inRegistry) {
             Blame(ReasonsOf(port, ports), "registry name and friendly name agree",
                   fmt::format("{}: {} and '{}'", port.device->id, port.name, machine::FriendlyNameOf(*port.node)));
+        }
     }
-    if (!IsStarting())
+    if (!IsStarting()) {
         JudgeRecords(ports);
+    }
 }
 
 void Judge::JudgeRecords(const Ports& ports) {
     for (const Running& port : ports) {
         const CComPort* record = RecordOf(m_stage, *port.node);
-        if (!record || !record->IsPresent)
+        if (!record || !record->IsPresent) {
             Blame(ReasonsOf(port, ports), "a port that runs is present in the table", port.device->id);
-        else if (record->szPortName[0] != 0 && TargetOf(record->szPortName) != port.kernel)
+        } else if (record->szPortName[0] != 0 && TargetOf(record->szPortName) != port.kernel) {
             Blame(ReasonsOf(port, ports), "a name that a record claims leads to its port",
                   fmt::format("{} ({}): the record has {}, which leads to '{}'", port.device->id, port.kernel,
                               record->szPortName, TargetOf(record->szPortName)));
+        }
     }
 }
 
@@ -426,16 +469,19 @@ void Judge::JudgeRecords(const Ports& ports) {
 void Judge::JudgeRules(const Ports& ports) {
     for (const Running& port : ports) {
         const Section* section = FittingSection(m_plan.configurations.back(), *port.device);
-        if (!section || !port.name.starts_with("COM"))
+        if (!section || !port.name.starts_with("COM")) {
             continue;
+        }
         for (const unsigned number : section->wants) {
             const std::string wanted = fmt::format("COM{}", number);
-            if (machine::EqualNoCase(wanted, port.name))
+            if (machine::EqualNoCase(wanted, port.name)) {
                 break;
+            }
             if (!TargetOf(wanted).empty() || std::any_of(ports.begin(), ports.end(), [&](const auto& p) {
                     return machine::EqualNoCase(p.name, wanted);
-                }))
+                })) {
                 continue;
+            }
             Reasons reasons = ReasonsOf(port, ports);
             Blame(reasons, "every rule that can be met is met",
                   fmt::format("{} is {} and {} is free", port.device->id, port.name, wanted));
@@ -446,20 +492,24 @@ void Judge::JudgeRules(const Ports& ports) {
 // A port whose new name is written is excused until its next start where the sequence of steps leaves it waiting.
 void Judge::OnWrite(const rehearse::WrittenValue& write) {
     const Device* device = RenamedPort(write);
-    if (!device)
+    if (!device) {
         return;
+    }
     NoteExcuses();
     // Of two that are to swap the one that restarts comes back without its record.
-    if (IsHindered(*device))
+    if (IsHindered(*device)) {
         Grant(&excuse::Hindered, device, write.atMs + OwnChangeMs);
+    }
     bool isShared = false;
     Reasons reasons;
-    if (HasFailedSince(LastStartMs(device->id)))
+    if (HasFailedSince(LastStartMs(device->id))) {
         reasons.insert(&excuse::CallFailed);
+    }
     for (const Device& other : m_plan.devices) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(other.id);
-        if (&other == device || !other.isPort || !node)
+        if (&other == device || !other.isPort || !node) {
             continue;
+        }
         const std::string name = machine::RegistryNameOf(*node);
         // It may just be on its way through a restart.
         const rehearse::WrittenValue moved = LastMove(other);
@@ -468,19 +518,23 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
         // A number counts as free while the port that has it in the registry has no DOS name: its restart is put off,
         // or it is away for a moment. The port that is given it may take the owner's name for its own, and one of them
         // has none until its next arrival.
-        if (machine::EqualNoCase(name, write.after) && TargetOf(name).empty())
-            for (const Device* each : {device, &other})
+        if (machine::EqualNoCase(name, write.after) && TargetOf(name).empty()) {
+            for (const Device* each : {device, &other}) {
                 Grant(&excuse::OwnerAway, each, write.atMs + OwnChangeMs);
+            }
+        }
         // A renamed port clears the bit of its old name in the database, also when another port has that name.
-        if (machine::EqualNoCase(machine::DosNameOf(*node), write.before))
+        if (machine::EqualNoCase(machine::DosNameOf(*node), write.before)) {
             Grant(&excuse::SharedBit, &other, write.atMs);
+        }
     }
     const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(TargetOf(write.before));
     isShared |= owner && !machine::EqualNoCase(owner->node->id, device->id);
     m_moves[device] = write;
-    if (IsNeverMeant(m_plan, *device) && !isShared)
+    if (IsNeverMeant(m_plan, *device) && !isShared) {
         Blame(reasons, "nobody takes a number from a port without a rule",
               fmt::format("{}: {} -> {}", device->id, write.before, write.after));
+    }
 }
 
 // The last write to the port's name; all zero if there was none.
@@ -497,96 +551,31 @@ std::uint64_t Judge::LastStartMs(const std::string& device) const {
 // When and how the port came to run last; null if it has run all the time.
 const rehearse::TimelineEntry* Judge::LastStart(const std::string& device) const {
     const rehearse::TimelineEntry* last = nullptr;
-    for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries())
-        if (entry.device == device && (entry.what.starts_with("runs") || entry.what == "restarts"))
+    for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries()) {
+        if (entry.device == device && (entry.what.starts_with("runs") || entry.what == "restarts")) {
             last = &entry;
+        }
+    }
     return last;
-}
-
-// How the product handles the removals and arrivals that its own restarts cause, by the threads of its log.
-void Judge::JudgeOwnRestarts(const std::string& line, const std::string& thread) {
-    const std::uint64_t nowMs = machine::Now();
-    const auto isOwn = [&](const std::string& device) {
-        const auto found = m_ownRestartMs.find(device);
-        return !device.empty() && found != m_ownRestartMs.end() && nowMs - found->second < OwnChangeMs;
-    };
-    if (line.ends_with(" WinMain ------------------")) {
-        if (m_plan.switches.slow)
-            NoteEnd();
-        m_ownRestartMs.clear();
-        GrantLostRestarts();
-        m_arrivedBy.clear();
-        m_dropped.clear();
-        m_scans.clear();
-    }
-    if (const std::size_t at = line.find("devid='"); at != std::string::npos)
-        m_checkedBy[thread] = Quoted(line);
-    if (line.ends_with(" to appear..."))
-        m_ownRestartMs[m_checkedBy[thread]] = nowMs;
-    if (line.find("restart this later") != std::string::npos) {
-        m_ownRestartMs.erase(m_checkedBy[thread]);
-        m_putOffMs[m_checkedBy[thread]] = nowMs;
-    }
-    // A removal by the problem scan is no notified one.
-    if (line.find(" problem changed: ") != std::string::npos)
-        m_scans.insert(thread);
-    if (line.find("> RemovePort(") != std::string::npos) {
-        if (isOwn(DeviceOf(line)) && !m_scans.contains(thread))
-            Complain("the removal of an own restart is ignored", line);
-        m_scans.erase(thread);
-        m_ownRestartMs.erase(DeviceOf(line));
-        m_removedBy[thread] = DeviceOf(line);
-    }
-    // A removal that began ahead of the restart, in a debug run, makes the port forget it.
-    if (line.find(">  set Port[") != std::string::npos)
-        m_ownRestartMs.erase(std::exchange(m_removedBy[thread], ""));
-    if (line.find("> ComPortArrived(") != std::string::npos)
-        m_arrivedBy[thread] = DeviceOf(line);
-    if (line.find("> CheckComPortAssignment(") != std::string::npos && isOwn(m_arrivedBy[thread]))
-        Complain("the arrival of an own restart is not checked", line);
-    // The number of a thread that has ended is reused.
-    if (line.find("> CheckComPortAssignment") != std::string::npos || line.ends_with("> port not added"))
-        m_arrivedBy.erase(thread);
-}
-
-// A restart that was put off ends with the service that was to bring it.
-void Judge::GrantLostRestarts() {
-    for (const Device& device : m_plan.devices)
-        if (const auto found = m_putOffMs.find(device.id); found != m_putOffMs.end())
-            Grant(&excuse::RestartLost, &device, found->second);
-    m_putOffMs.clear();
-}
-
-// A swap's own arrivals are dropped; no mark drops two. That of a port which was pulled out meanwhile drops its next
-// one.
-void Judge::JudgeMarks(const std::string& line) {
-    if (line.find("SwapPortNumbers(") != std::string::npos)
-        m_dropped.clear();
-    if (line.find("+++ New dev ") != std::string::npos || line.ends_with("DBT_DEVICEREMOVECOMPLETE"))
-        m_arrival = DeviceOf(line);
-    if (!line.ends_with("the device we are just restarting -> abort") || m_arrival.empty())
-        return;
-    if (++m_dropped[m_arrival] > 1)
-        Complain("a mark drops one arrival", m_arrival);
-    const rehearse::TimelineEntry* start = LastStart(m_arrival);
-    for (const Device& device : m_plan.devices)
-        if (device.id == m_arrival && start && start->means != "remove-and-setup")
-            Grant(&excuse::SwapMark, &device, machine::Now());
 }
 
 // The port whose path stands in the line; "" for none.
 std::string Judge::DeviceOf(const std::string& line) const {
-    for (const Device& device : m_plan.devices)
-        if (IsPathIn(line, device))
+    for (const Device& device : m_plan.devices) {
+        if (IsPathIn(line, device)) {
             return device.id;
+        }
+    }
     return "";
 }
 
 std::uint64_t Judge::StartedAtMs() const {
     std::uint64_t startedAtMs = 0;
-    for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries())
-        if (entry.what == "service is START_PENDING")
+    for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries()) {
+        if (entry.what == "service is START_PENDING") {
             startedAtMs = entry.atMs;
+        }
+    }
     return startedAtMs;
 }
 
@@ -599,10 +588,12 @@ bool Judge::IsUnheard(std::uint64_t ranAtMs) const {
 bool Judge::IsQuietStart(const Device& device) const {
     bool isQuiet = false, wasQuiet = false;
     for (const rehearse::TimelineEntry& entry : m_stage.timeline->Entries()) {
-        if (entry.what.starts_with("problem ") && entry.what.find("(quiet") != std::string::npos)
+        if (entry.what.starts_with("problem ") && entry.what.find("(quiet") != std::string::npos) {
             isQuiet |= entry.device == device.id;
-        if (entry.device == device.id && (entry.what.starts_with("runs") || entry.what == "restarts"))
+        }
+        if (entry.device == device.id && (entry.what.starts_with("runs") || entry.what == "restarts")) {
             wasQuiet = std::exchange(isQuiet, false);
+        }
     }
     return wasQuiet;
 }

@@ -21,6 +21,8 @@ struct FileNode;
 
 namespace storm {
 
+inline constexpr std::uint64_t OwnChangeMs = 5000; // how long an event counts as the product's own doing
+
 class Judge : public Rest {
 public:
     Judge(const Plan& plan, rehearse::Stage& stage) : Rest(stage), m_plan(plan) {}

@@ -6,8 +6,6 @@
 
 namespace storm {
 
-namespace {
-
 // Programs that a section starts: in every way and with every kind of user, waited for and late.
 constexpr const char* Actions[] = {"C:\\Tools\\term.exe %PortName% \"%FriendlyName%\"\nWindowStyle_=hidden\nwait_=3s\n",
                                    "C:\\Tools\\term.exe /p %PortNumber%\n",
@@ -18,18 +16,17 @@ constexpr const char* Actions[] = {"C:\\Tools\\term.exe %PortName% \"%FriendlyNa
                                    "C:\\Tools\\missing.exe\n"};
 constexpr const char* Users[] = {"LAB\\anna", "LAB\\ben", "LAB-PC\\carl"};
 
-std::string ActionsText(Random& random, const char* section) {
+static std::string ActionsText(Random& random, const char* section) {
     std::string text = fmt::format("[{}]\nDeviceID=*\n", section);
     for (unsigned i = 1 + random.Below(3); i > 0; --i) {
         std::string entry = fmt::format("open_={}", random.Of(Actions));
-        for (std::size_t at = 0; (at = entry.find("_=", at)) != std::string::npos;)
+        for (std::size_t at = 0; (at = entry.find("_=", at)) != std::string::npos;) {
             entry[at] = static_cast<char>('0' + i);
+        }
         text += entry;
     }
     return text;
 }
-
-} // namespace
 
 void AddPeople(Plan& plan, Random& random) {
     constexpr unsigned Sessions = 4;
@@ -40,8 +37,9 @@ void AddPeople(Plan& plan, Random& random) {
     }
     plan.people = {"[[files]]\npath = 'C:\\Tools\\term.exe'\nprogram = { runs = \"4s\", window = \"Terminal\" }\n",
                    "[[files]]\npath = 'C:\\Tools\\port.cmd'\n"};
-    if (random.Odds(60))
+    if (random.Odds(60)) {
         plan.people.push_back("[[session]]\nid = 1\nuser = 'LAB\\anna'\nadministrator = true\nuac = true\n");
+    }
     const std::uint64_t last = plan.events.back().atMs;
     for (unsigned i = 2 + random.Below(5); i > 0; --i) {
         const std::uint64_t at = random.Next() % (last + 1);

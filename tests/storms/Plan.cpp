@@ -13,12 +13,12 @@
 namespace storm {
 
 namespace {
-
 struct SwitchRow {
     const char* name;
     bool Switches::*member;
     unsigned percent;
 };
+} // namespace
 constexpr SwitchRow SwitchRows[] = {
     {"debug", &Switches::debugRole, 12},
     {"failing", &Switches::failing, 30},
@@ -44,7 +44,6 @@ constexpr SwitchRow SwitchRows[] = {
 
 constexpr const char* RootHub = R"(USB\ROOT_HUB30\4&1a2b3c4d&0&0)";
 constexpr unsigned HubSockets = 7;
-constexpr std::uint64_t Minute = 60'000;
 constexpr unsigned PowerPercent = 40, PeoplePercent = 40;
 
 // How long something is away, and how long nothing happens: around the limits at which an event counts as one's own
@@ -67,13 +66,16 @@ constexpr const char* SlowCalls[] = {
     "QueryDosDeviceA", "SetupDiGetClassDevsA", "SetupDiCallClassInstaller", "RegSetValueExA", "DeviceIoControl",
     "CM_Get_Parent",   "EnterCriticalSection", "CM_Get_DevNode_Status",     "CreateThread",   "RegOpenKeyExA"};
 
-unsigned DescribedNumber(const Device& device) {
-    for (const std::string& line : device.lines)
-        if (line.starts_with("port_name"))
+static unsigned DescribedNumber(const Device& device) {
+    for (const std::string& line : device.lines) {
+        if (line.starts_with("port_name")) {
             return machine::ComNumberOf(machine::Split(line, '"')[1]);
+        }
+    }
     return 0;
 }
 
+namespace {
 class Planner {
 public:
     explicit Planner(std::uint64_t seed)
@@ -82,8 +84,9 @@ public:
         plan.switches.power = m_powerRandom.Odds(PowerPercent);
         plan.switches.people = m_peopleRandom.Odds(PeoplePercent);
         plan.switches.firstNodeOne = seed % 2 == 0;
-        for (const SwitchRow& row : SwitchRows)
+        for (const SwitchRow& row : SwitchRows) {
             plan.switches.*row.member = m_random.Odds(row.percent);
+        }
     }
     Plan Make() {
         MakeWindows();
@@ -147,16 +150,19 @@ private:
     std::vector<std::size_t> m_pluggable, m_hubUnits, m_ports;
     unsigned m_nextName = 3, m_nextWanted = 20;
 };
+} // namespace
 
 void Planner::MakeWindows() {
     static constexpr const char* versions[] = {"10.0.19045", "10.0.19045", "6.1.7601", "5.1"};
     plan.windows.push_back(fmt::format("version = \"{}\"", m_random.Of(versions)));
-    if (plan.switches.firstNodeOne)
+    if (plan.switches.firstNodeOne) {
         plan.windows.push_back("first_node = 1");
-    if (plan.switches.atWrap)
+    }
+    if (plan.switches.atWrap) {
         plan.windows.push_back(fmt::format("uptime = {}", 0xFFFFFFFFu - m_random.Below(120'000)));
-    else if (plan.switches.atBoot)
+    } else if (plan.switches.atBoot) {
         plan.windows.push_back(fmt::format("uptime = {}", 1000 + m_random.Below(100'000)));
+    }
 }
 
 void Planner::AddPort(std::size_t unit, std::string id, std::string parent, const char* kind, const char* service,
@@ -172,10 +178,12 @@ void Planner::AddPort(std::size_t unit, std::string id, std::string parent, cons
         port.lines.push_back(fmt::format("port_name = \"COM{}\"", name));
         port.lines.push_back(fmt::format("friendly_name = \"Serial Port (COM{})\"", name));
     }
-    if (m_random.Odds(20))
+    if (m_random.Odds(20)) {
         port.lines.push_back(fmt::format("starts_in = \"{}ms\"", 1 + m_random.Below(2500)));
-    if (on.refusing && m_random.Odds(40))
+    }
+    if (on.refusing && m_random.Odds(40)) {
         port.lines.push_back("protected = true");
+    }
     if (on.stubborn && m_random.Odds(30)) {
         static constexpr const char* ways[] = {"vetoes = 1", "vetoes = true", "refuses = true",
                                                R"(held_by = 'C:\Tools\term.exe')"};
@@ -191,8 +199,9 @@ void Planner::AddPort(std::size_t unit, std::string id, std::string parent, cons
 std::pair<std::string, std::string> Planner::Socket() {
     for (;;) {
         auto& [hub, used] = m_hubs[m_random.Below(static_cast<unsigned>(m_hubs.size()))];
-        if (used < HubSockets)
+        if (used < HubSockets) {
             return {hub, fmt::format("hub_port = {}", ++used)};
+        }
         AddHub();
     }
 }
@@ -205,10 +214,12 @@ void Planner::AddHub() {
     auto& [parent, used] = m_hubs[m_hubs.size() > 1 && m_hubs.back().second < HubSockets ? m_hubs.size() - 1 : 0];
     hub.parent = parent;
     hub.lines.push_back(fmt::format("hub_port = {}", ++used));
-    if (m_random.Odds(20))
+    if (m_random.Odds(20)) {
         hub.lines.push_back(fmt::format("knows_in = \"{}ms\"", 100 + m_random.Below(3000)));
-    if (plan.switches.stubborn && m_random.Odds(15))
+    }
+    if (plan.switches.stubborn && m_random.Odds(15)) {
         hub.lines.push_back("cycle_status = 1");
+    }
     plan.devices.push_back(hub);
     m_hubs.emplace_back(id, 0);
     m_hubUnits.push_back(unit);
@@ -238,9 +249,10 @@ void Planner::AddComposite(unsigned n) {
     const std::size_t unit = AddUnit(top);
     AddUsb(unit, top, "composite");
     const unsigned ports = 2 + m_random.Below(3);
-    for (unsigned i = 0; i < ports; ++i)
+    for (unsigned i = 0; i < ports; ++i) {
         AddPort(unit, fmt::format(R"(USB\VID_2341&PID_0042&MI_{:02}\6&{}&0&{:04})", i, n, i), top, "port", "usbser",
                 R"(\Device\USBSER000)");
+    }
     m_pluggable.push_back(unit);
 }
 
@@ -249,8 +261,9 @@ void Planner::AddModem(unsigned n) {
     const std::size_t unit = AddUnit(top);
     AddUsb(unit, top, "usb");
     AddPort(unit, fmt::format(R"(HUAWEI\MODEM\7&{}&0&0000)", n), top, "modem", "Modem", R"(\Device\AcmSerial_0)");
-    if (m_random.Odds(50))
+    if (m_random.Odds(50)) {
         plan.devices.back().lines.push_back("interfaces = [\"comport\", \"modem\"]");
+    }
     m_pluggable.push_back(unit);
 }
 
@@ -259,9 +272,10 @@ void Planner::AddCard(unsigned n) {
     const std::size_t unit = AddUnit(top);
     AddDevice(unit, top, "", "other");
     const unsigned ports = 1 + m_random.Below(4);
-    for (unsigned i = 0; i < ports; ++i)
+    for (unsigned i = 0; i < ports; ++i) {
         AddPort(unit, fmt::format(R"(OXPCIEMF\PORT\5&{}&0&{:02})", n, i), top, "port", "OxPCIeSer",
                 R"(\Device\OXPCIEMF0)");
+    }
     m_pluggable.push_back(unit);
 }
 
@@ -279,35 +293,42 @@ void Planner::MakeDevices() {
     AddDevice(unit, RootHub, controller, "root-hub").lines.push_back(fmt::format("ports = {}", HubSockets));
     m_hubs.emplace_back(RootHub, 0);
     const unsigned hubs = m_random.Below(4);
-    for (unsigned i = 0; i < hubs; ++i)
+    for (unsigned i = 0; i < hubs; ++i) {
         AddHub();
+    }
     const unsigned adapters = 2 + m_random.Below(6);
     for (unsigned n = 1; n <= adapters; ++n) {
         static constexpr void (Planner::*kinds[])(unsigned) = {&Planner::AddSerialAdapter, &Planner::AddSerialAdapter,
                                                                &Planner::AddDirectAdapter, &Planner::AddComposite,
                                                                &Planner::AddModem,         &Planner::AddCard};
         (this->*m_random.Of(kinds))(n);
-        if (m_random.Odds(40))
-            for (Device& device : plan.devices)
-                if (device.id == plan.units.back())
+        if (m_random.Odds(40)) {
+            for (Device& device : plan.devices) {
+                if (device.id == plan.units.back()) {
                     device.lines.push_back("plugged = false");
+                }
+            }
+        }
     }
-    if (m_random.Odds(50))
+    if (m_random.Odds(50)) {
         AddBoardPort(1);
-    if (plan.switches.links)
+    }
+    if (plan.switches.links) {
         for (unsigned i = m_random.Below(3); i > 0; --i) {
             static constexpr const char* opens[] = {"gone", "gone", "busy", "no-device", "ok", "late 450ms"};
             plan.dosNames.push_back(fmt::format("name = \"COM{}\"\ntarget = '\\Device\\Gone{}'\nopens = \"{}\"",
                                                 20 + m_random.Below(8), i, m_random.Of(opens)));
         }
+    }
 }
 
 Configuration Planner::MakeConfiguration() {
     const Switches& on = plan.switches;
     Configuration made;
     const auto set = [&](const char* key, bool value) {
-        if (value)
+        if (value) {
             made.settings.emplace_back(key, "1");
+        }
     };
     set("CheckPortsOnResume", m_random.Odds(60));
     set("QuickAndDirtyMode", on.quick && m_random.Odds(60));
@@ -318,34 +339,41 @@ Configuration Planner::MakeConfiguration() {
     set("RemoveUsbDeviceOnRemoval", on.uninstalls && m_random.Odds(30));
     set("RegisterAllDevClasses", m_random.Odds(15));
     made.balloons = m_random.Odds(70);
-    if (m_random.Odds(15))
+    if (m_random.Odds(15)) {
         made.settings.emplace_back("ComNameArbiterClean", "3-60");
+    }
     unsigned number = 1;
     const auto wants = [&](unsigned count) {
         std::vector<unsigned> numbers;
-        for (unsigned i = 0; i < count; ++i)
+        for (unsigned i = 0; i < count; ++i) {
             numbers.push_back(on.contested && m_random.Odds(70) ? PoolNumber() : m_nextWanted++);
+        }
         return numbers;
     };
     for (const std::size_t index : m_ports) {
         const Device& port = plan.devices[index];
         number += 1 + m_random.Below(4);
-        if (m_random.Odds(35))
+        if (m_random.Odds(35)) {
             continue;
+        }
         Section section{number, "DeviceID", port.id, wants(1 + m_random.Below(3)), ""};
-        if (on.contested && m_random.Odds(15))
+        if (on.contested && m_random.Odds(15)) {
             section.pattern = port.id.substr(0, port.id.find('\\') + 1) + "*";
-        else if (!port.parent.empty() && m_random.Odds(20))
+        } else if (!port.parent.empty() && m_random.Odds(20)) {
             section = {number, "ParentDeviceID", port.parent, wants(1 + m_random.Below(4)), ""};
-        if (on.quick && m_random.Odds(30))
+        }
+        if (on.quick && m_random.Odds(30)) {
             section.quick = m_random.Odds(60) ? "1" : "0";
+        }
         made.sections.push_back(section);
     }
     // Two ports that want, first of all, each other's numbers.
-    if (on.contested && m_ports.size() > 1 && m_random.Odds(60))
+    if (on.contested && m_ports.size() > 1 && m_random.Odds(60)) {
         WantEachOther(made);
-    if (on.contested && m_random.Odds(20))
+    }
+    if (on.contested && m_random.Odds(20)) {
         made.sections.push_back({100, "DeviceID", "*", wants(3), ""});
+    }
     return made;
 }
 
@@ -354,8 +382,9 @@ void Planner::WantEachOther(Configuration& made) {
     const Device& one = plan.devices[m_ports[first]];
     const Device& other = plan.devices[m_ports[first + 1]];
     const unsigned oneHas = DescribedNumber(one), otherHas = DescribedNumber(other);
-    if (oneHas == 0 || otherHas == 0 || oneHas == otherHas)
+    if (oneHas == 0 || otherHas == 0 || oneHas == otherHas) {
         return;
+    }
     std::erase_if(made.sections, [&](const Section& section) {
         return section.pattern == one.id || section.pattern == other.id || section.pattern == one.parent ||
                section.pattern == other.parent || section.pattern.ends_with('*');
@@ -366,8 +395,9 @@ void Planner::WantEachOther(Configuration& made) {
 
 void Planner::MakeConfigurations() {
     const unsigned count = plan.switches.edits ? 2 + m_random.Below(3) : 1;
-    for (unsigned i = 0; i < count; ++i)
+    for (unsigned i = 0; i < count; ++i) {
         plan.configurations.push_back(MakeConfiguration());
+    }
     Configuration last = plan.configurations[plan.switches.edits ? count - 1 : 0];
     // Settings that delete things at a removal belong to the shaking: with it nothing would be left to check.
     std::erase_if(last.settings, [](const auto& setting) {
@@ -378,16 +408,18 @@ void Planner::MakeConfigurations() {
 }
 
 void Planner::MakeFaults() {
-    if (plan.switches.failing)
+    if (plan.switches.failing) {
         for (unsigned i = 1 + m_random.Below(4); i > 0; --i) {
             const char* call = m_random.Of(FailingCalls);
             const machine::Operation* operation = machine::FindOperation(call);
-            if (!operation || operation->errorCount < 2)
+            if (!operation || operation->errorCount < 2) {
                 continue;
+            }
             // Without its initialisation thread a service never gets further than its start.
             const bool isThread = std::string_view(call) == "CreateThread";
-            if (isThread && plan.switches.stops)
+            if (isThread && plan.switches.stops) {
                 continue;
+            }
             const unsigned error =
                 operation->errors[1 + m_random.Below(static_cast<unsigned>(operation->errorCount) - 1)];
             const bool isNameWrite = std::string_view(call) == "RegSetValueExA" && m_random.Odds(60);
@@ -397,11 +429,14 @@ void Planner::MakeFaults() {
                             isNameWrite ? m_random.Below(3) : (isThread ? 20 : 0) + m_random.Below(300),
                             m_random.Odds(20) ? 0 : 1 + m_random.Below(3)));
         }
-    if (plan.switches.slow)
-        for (unsigned i = 1 + m_random.Below(4); i > 0; --i)
+    }
+    if (plan.switches.slow) {
+        for (unsigned i = 1 + m_random.Below(4); i > 0; --i) {
             plan.faults.push_back(fmt::format("call = \"{}\"\ndelay = \"{}ms\"\nafter = {}\ntimes = {}",
                                               m_random.Of(SlowCalls), 1 + m_random.Below(1500), m_random.Below(200),
                                               1 + m_random.Below(20)));
+        }
+    }
 }
 
 Event Planner::MakeEvent() {
@@ -409,18 +444,20 @@ Event Planner::MakeEvent() {
     const auto unitEvent = [&](const std::string& top) {
         std::string text = fmt::format("plug = '{}'", top);
         const unsigned what = m_random.Below(on.flicker ? 6 : 2);
-        if (what == 1)
+        if (what == 1) {
             text = fmt::format("unplug = '{}'", top);
-        else if (what > 1)
+        } else if (what > 1) {
             text = fmt::format("replug = {{ device = '{}', off = \"{}ms\" }}", top, m_random.Of(Around));
+        }
         return Event{0, text, -1, UnitOf(top)};
     };
     const auto portEvent = [&](const std::string& text) { return Event{0, text, -1, -1}; };
     switch (m_random.Below(16)) {
     case 0:
     case 1:
-        if (on.hubs && !m_hubUnits.empty())
+        if (on.hubs && !m_hubUnits.empty()) {
             return unitEvent(plan.units[m_hubUnits[m_random.Below(static_cast<unsigned>(m_hubUnits.size()))]]);
+        }
         break;
     case 2:
     case 3:
@@ -431,13 +468,15 @@ Event Planner::MakeEvent() {
         }
         break;
     case 4:
-        if (on.edits)
+        if (on.edits) {
             return {0, "", static_cast<int>(m_random.Below(static_cast<unsigned>(plan.configurations.size()))), -1};
+        }
         break;
     case 5:
-        if (on.stubborn)
+        if (on.stubborn) {
             return portEvent(m_random.Odds(50) ? fmt::format("hold = {{ port = \"COM{}\" }}", PoolNumber())
                                                : fmt::format("release = \"COM{}\"", PoolNumber()));
+        }
         break;
     case 6:
     case 7:
@@ -452,13 +491,15 @@ Event Planner::MakeEvent() {
     case 8:
         return portEvent(fmt::format("devnodes_changed = {}", 1 + m_random.Below(10)));
     case 9:
-        if (on.links)
+        if (on.links) {
             return portEvent(fmt::format("dos_name = {{ name = \"COM{}\", target = '{}' }}", 20 + m_random.Below(8),
                                          m_random.Odds(40) ? "" : R"(\Device\Gone7)"));
+        }
         break;
     case 10:
-        if (on.stops && !on.debugRole)
+        if (on.stops && !on.debugRole) {
             return portEvent(m_random.Odds(90) ? "stop = true" : "shutdown = true");
+        }
         break;
     default:
         break;
@@ -471,15 +512,18 @@ Event Planner::MakeEvent() {
 std::uint64_t Planner::AddEcho(const Event& event) {
     const std::vector<std::string> quoted = machine::Split(event.text, '\'');
     const std::size_t offAt = event.text.find("off = \"");
-    if (event.unit < 0 || (offAt == std::string::npos && !event.text.starts_with("plug")))
+    if (event.unit < 0 || (offAt == std::string::npos && !event.text.starts_with("plug"))) {
         return event.atMs;
+    }
     const std::uint64_t cameAtMs =
         event.atMs + (offAt == std::string::npos ? 0 : std::stoul(event.text.substr(offAt + 7)));
     const std::uint64_t at = cameAtMs + m_random.Of(Restarts) + m_random.Of(Limits) + m_random.Below(3);
     std::vector<std::string> ids = {quoted[1], quoted[1]};
-    for (const std::size_t port : m_ports)
-        if (plan.devices[port].unit == static_cast<std::size_t>(event.unit))
+    for (const std::size_t port : m_ports) {
+        if (plan.devices[port].unit == static_cast<std::size_t>(event.unit)) {
             ids.push_back(plan.devices[port].id);
+        }
+    }
     const std::string& id = ids[m_random.Below(static_cast<unsigned>(ids.size()))];
     // Either it leaves at that time or it is back.
     const std::uint64_t off = std::min<std::uint64_t>(m_random.Of(Around), at - cameAtMs);
@@ -497,26 +541,31 @@ void Planner::MakeHistory() {
         std::uint64_t overAtMs = at;
         if (m_random.Odds(45)) {
             // What a new rule moves is restarted, and a limit counts from there.
-            if (plan.switches.edits)
+            if (plan.switches.edits) {
                 plan.events.push_back(
                     {at > 0 ? at - 1 : 0, "",
                      static_cast<int>(m_random.Below(static_cast<unsigned>(plan.configurations.size()))), -1});
+            }
             overAtMs = AddEcho(event);
         }
         const bool isStop = event.text == "stop = true" || event.text == "shutdown = true";
         plan.events.push_back(std::move(event));
-        if (isStop)
+        if (isStop) {
             plan.events.push_back({at + 200 + m_random.Below(20'000), "start = true", -1, -1});
+        }
         at = m_random.Odds(50) ? overAtMs : at;
         const unsigned pause = m_random.Below(10);
         at += pause < 2 ? 0 : pause < 4 ? m_random.Below(300) : pause < 7 ? m_random.Of(Around) : 0;
-        if (pause >= 7)
+        if (pause >= 7) {
             at += pause < 9 ? 8000 + m_random.Below(30'000) : Minute + m_random.Below(60'000);
+        }
     }
-    if (plan.switches.power)
+    if (plan.switches.power) {
         AddPowerSpans();
-    if (plan.switches.people)
+    }
+    if (plan.switches.people) {
         AddPeople(plan, m_peopleRandom);
+    }
     std::stable_sort(plan.events.begin(), plan.events.end(),
                      [](const Event& a, const Event& b) { return a.atMs < b.atMs; });
     plan.calmAtMs = plan.events.back().atMs + Minute;
@@ -543,47 +592,6 @@ void Planner::AddPowerSpans() {
     }
 }
 
-std::string IniText(const Configuration& configuration) {
-    std::string text = "[Settings]\n";
-    for (const auto& [key, value] : configuration.settings)
-        text += fmt::format("{}={}\n", key, value);
-    text += configuration.balloons ? "[BalloonTips]\nEnabled=1\nEnabledOnRemoval=1\n" : "";
-    for (const Section& section : configuration.sections) {
-        text += section.number == 100 ? "[ComPorts]\n" : fmt::format("[ComPorts{}]\n", section.number);
-        text += fmt::format("{}={}\n", section.key, section.pattern);
-        if (!section.quick.empty())
-            text += fmt::format("QuickAndDirtyMode={}\n", section.quick);
-        for (std::size_t i = 0; i < section.wants.size(); ++i)
-            text += fmt::format("PortName{}=COM{}\n", i + 1, section.wants[i]);
-    }
-    return text + configuration.actions;
-}
-
-// Drops events that pull out what is already out, which is wrong input: random histories contain them, and so may a
-// reduced one.
-std::vector<Event> WithoutVainPulls(const Plan& plan, std::vector<Event> events) {
-    std::map<std::string, bool> isOut;
-    for (const Device& device : plan.devices)
-        isOut[device.id] = std::find(device.lines.begin(), device.lines.end(), "plugged = false") != device.lines.end();
-    std::erase_if(events, [&](const Event& event) {
-        const std::vector<std::string> quoted = machine::Split(event.text, '\'');
-        if (event.text.starts_with("plug = "))
-            isOut[quoted[1]] = false;
-        return event.text.starts_with("unplug = ") && std::exchange(isOut[quoted[1]], true);
-    });
-    return events;
-}
-
-std::string EventText(const Plan& plan, const Event& event) {
-    std::string text = fmt::format("[[event]]\nat = \"{}ms\"\n", event.atMs);
-    if (event.configuration >= 0)
-        text += fmt::format("edit_ini = '''\n{}'''\n",
-                            IniText(plan.configurations[static_cast<std::size_t>(event.configuration)]));
-    return text + event.text + "\n\n";
-}
-
-} // namespace
-
 std::uint64_t Random::Next() {
     std::uint64_t z = m_state += 0x9E3779B97F4A7C15ull;
     z = (z ^ z >> 30) * 0xBF58476D1CE4E5B9ull;
@@ -597,80 +605,26 @@ Plan PlanOf(std::uint64_t seed) {
 
 std::string SwitchesText(const Switches& switches) {
     std::string text = switches.firstNodeOne ? "first-node" : "";
-    for (const SwitchRow& row : SwitchRows)
-        if (switches.*row.member)
+    for (const SwitchRow& row : SwitchRows) {
+        if (switches.*row.member) {
             text += fmt::format("{}{}", text.empty() ? "" : " ", row.name);
-    if (switches.power)
-        text += text.empty() ? "power" : " power";
-    if (switches.people)
-        text += text.empty() ? "people" : " people";
-    return text.empty() ? "none" : text;
-}
-
-std::vector<Event> CalmEvents(const Plan& plan, std::uint64_t* settledAtMs) {
-    constexpr std::uint64_t UnitPauseMs = 12'000, CheckPauseMs = 40'000;
-    std::vector<Event> events;
-    std::uint64_t at = plan.calmAtMs;
-    if (plan.switches.power) // whatever is left of the history, the machine runs
-        events.push_back({at - 20, "resume = \"automatic\"", -1, -1});
-    if (plan.switches.power && !plan.switches.debugRole)
-        events.push_back({at - 10, "start = true", -1, -1});
-    events.push_back({at, "calm = true", -1, -1});
-    // A start under failing calls may have ended at once.
-    if ((plan.switches.stops || plan.switches.power) && !plan.switches.debugRole)
-        events.push_back({at + 10, "start = true", -1, -1});
-    events.push_back({at + 20, "", static_cast<int>(plan.configurations.size()) - 1, -1});
-    at += 2000;
-    for (std::size_t unit = 0; unit < plan.units.size(); ++unit)
-        if (!plan.units[unit].empty())
-            events.push_back({at, fmt::format("plug = '{}'", plan.units[unit]), -1, static_cast<int>(unit)});
-    at += Minute;
-    // A debug run hears of no power events: there only arrivals check.
-    const unsigned rounds = plan.switches.debugRole ? 4 : 2, checks = plan.switches.debugRole ? 0 : 5;
-    for (unsigned round = 0; round < rounds; ++round)
-        for (std::size_t unit = 1; unit < plan.units.size(); ++unit, at += UnitPauseMs)
-            if (!plan.units[unit].empty())
-                events.push_back({at, fmt::format("replug = {{ device = '{}', off = \"3s\" }}", plan.units[unit]), -1,
-                                  static_cast<int>(unit)});
-    *settledAtMs = at;
-    for (unsigned check = 0; check < checks; ++check, at += CheckPauseMs)
-        events.push_back({at, "resume = \"automatic\"", -1, -1});
-    return events;
-}
-
-std::string Description(const Plan& plan) {
-    std::string text = "[windows]\n";
-    for (const std::string& line : plan.windows)
-        text += line + "\n";
-    text += fmt::format("\n[quillmarch]\nrole = \"{}\"\nini_text = '''\n{}'''\n\n",
-                        plan.switches.debugRole ? "debug" : "service", IniText(plan.configurations.front()));
-    for (const Device& device : plan.devices) {
-        text += fmt::format("[[device]]\nid = '{}'\n", device.id);
-        if (!device.parent.empty())
-            text += fmt::format("parent = '{}'\n", device.parent);
-        for (const std::string& line : device.lines)
-            text += line + "\n";
-        text += "\n";
+        }
     }
-    for (const std::string& name : plan.dosNames)
-        text += "[[dos_name]]\n" + name + "\n\n";
-    for (const std::string& table : plan.people)
-        text += table + "\n";
-    for (const std::string& fault : plan.faults)
-        text += "[[fault]]\n" + fault + "\n\n";
-    for (const Event& event : WithoutVainPulls(plan, plan.events))
-        text += EventText(plan, event);
-    std::uint64_t settledAtMs = 0;
-    for (const Event& event : CalmEvents(plan, &settledAtMs))
-        text += EventText(plan, event);
-    return text;
+    if (switches.power) {
+        text += text.empty() ? "power" : " power";
+    }
+    if (switches.people) {
+        text += text.empty() ? "people" : " people";
+    }
+    return text.empty() ? "none" : text;
 }
 
 const Section* FittingSection(const Configuration& configuration, const Device& device) {
     for (const Section& section : configuration.sections) {
         const std::string& value = section.key == "DeviceID" ? device.id : device.parent;
-        if (!value.empty() && machine::MatchesWildcard(value, section.pattern))
+        if (!value.empty() && machine::MatchesWildcard(value, section.pattern)) {
             return &section; // they stand in the order of their numbers
+        }
     }
     return nullptr;
 }

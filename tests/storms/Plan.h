@@ -10,6 +10,8 @@
 
 namespace storm {
 
+inline constexpr std::uint64_t Minute = 60'000; // ms
+
 // SplitMix64, as the machine's own schedule uses it.
 class Random {
 public:

@@ -16,8 +16,6 @@
 
 namespace storm {
 
-namespace {
-
 constexpr std::uint64_t StopLimitMs = 11'000; // ten seconds and the last of its steps
 constexpr std::uint64_t SlowStopLimitMs = 30'000;
 // First thread, service main or window thread, closer of the log.
@@ -25,22 +23,21 @@ constexpr std::size_t ThreadsAtRest = 3;
 
 // An access list is restored at the third attempt at the latest.
 constexpr std::uint64_t RestoreTries = 3;
-bool CannotBeRestored() {
+static bool CannotBeRestored() {
     return std::any_of(machine::Faults().begin(), machine::Faults().end(), [](const machine::Fault& fault) {
         return (fault.call == "RegOpenKeyExA" || fault.call == "RegSetKeySecurity") && fault.error &&
                fault.acted >= RestoreTries;
     });
 }
 
-} // namespace
-
 void Rest::Complain(std::string what, std::string how) {
     m_violations.push_back({std::move(what), fmt::format("{} at {} ms", how, machine::Now())});
 }
 
 void Rest::Blame(const Reasons& reasons, std::string what, std::string how) {
-    if (reasons.empty())
+    if (reasons.empty()) {
         Complain(std::move(what), std::move(how));
+    }
     for (Reason reason : reasons) {
         ++m_uses[reason].all;
         m_uses[reason].alone += reasons.size() == 1;
@@ -80,8 +77,9 @@ void Rest::NoteCall(std::string_view name, std::string_view object) {
 }
 
 void Rest::JudgeRest() {
-    for (const machine::Lock* lock : machine::HeldLocks())
+    for (const machine::Lock* lock : machine::HeldLocks()) {
         Complain("no lock is held at rest", fmt::format("thread {}, entered in {}", lock->owner->id, lock->enteredIn));
+    }
     if (const machine::Process* product = TheProduct()) {
         std::size_t threads = 0;
         std::string waits;
@@ -90,15 +88,18 @@ void Rest::JudgeRest() {
             threads += std::string_view(thread->call) != "CreateFileA";
             waits += fmt::format(" {} ({})", thread->call, thread->waitWhat);
         }
-        if (threads > ThreadsAtRest)
+        if (threads > ThreadsAtRest) {
             Complain("no thread is left behind", fmt::format("{} threads in{}", threads, waits));
+        }
     }
     for (const std::string& key : OpenKeys()) {
         Reasons reasons = CannotBeRestored() ? Reasons{&excuse::CallFailed} : Reasons{};
-        if (m_wideLists.contains(key))
+        if (m_wideLists.contains(key)) {
             reasons.insert(&excuse::TwoWideLists);
-        if (m_cutOff.contains(key))
+        }
+        if (m_cutOff.contains(key)) {
             reasons.insert(&excuse::CutOff);
+        }
         Blame(reasons, "access lists stay as they were", key);
     }
 }
@@ -110,9 +111,12 @@ std::set<std::string> Rest::OpenKeys() {
         const std::string driverKey = machine::DriverKeyOf(*node);
         for (const std::string& key :
              {node->enumPath, node->enumPath + "\\Device Parameters",
-              driverKey.empty() ? "" : "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\" + driverKey})
-            if (!key.empty() && machine::TheRegistry().FindKey(key) && !machine::TheRegistry().IsSecurityUnchanged(key))
+              driverKey.empty() ? "" : "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\" + driverKey}) {
+            if (!key.empty() && machine::TheRegistry().FindKey(key) &&
+                !machine::TheRegistry().IsSecurityUnchanged(key)) {
                 keys.insert(machine::Upper(key));
+            }
+        }
     }
     return keys;
 }
@@ -125,26 +129,31 @@ void Rest::JudgeStops(bool isSlow) {
     std::uint64_t startedAtMs = 0, pendingAtMs = 0;
     simwin::DWORD state = 0;
     for (const machine::ServiceReport& report : machine::ServiceReports()) {
-        if (report.state == simwin::SERVICE_START_PENDING && state != report.state)
+        if (report.state == simwin::SERVICE_START_PENDING && state != report.state) {
             startedAtMs = report.atMs;
-        if (report.state == simwin::SERVICE_STOP_PENDING && state != report.state)
+        }
+        if (report.state == simwin::SERVICE_STOP_PENDING && state != report.state) {
             pendingAtMs = report.atMs;
+        }
         // A stop in the middle of the start waits for the initialisation as the start does.
         const bool isAtStart = pendingAtMs - startedAtMs < SlowStopLimitMs;
         const std::uint64_t limit = isSlow || isAtStart ? SlowStopLimitMs : StopLimitMs;
         if (report.state == simwin::SERVICE_STOPPED && state == simwin::SERVICE_STOP_PENDING &&
-            report.atMs - pendingAtMs - machine::AsleepBetweenMs(pendingAtMs, report.atMs) > limit)
+            report.atMs - pendingAtMs - machine::AsleepBetweenMs(pendingAtMs, report.atMs) > limit) {
             Complain("a stop ends within ten seconds and a little",
                      fmt::format("begun at {} ms, ended at {} ms", pendingAtMs, report.atMs));
+        }
         state = report.state;
     }
 }
 
 void Rest::AfterStop(std::size_t leakedHandles, bool isSlow) {
-    if (TheProduct())
+    if (TheProduct()) {
         Complain("the last stop ends", machine::WhoWaits());
-    if (leakedHandles)
+    }
+    if (leakedHandles) {
         Complain("nothing is leaked", fmt::format("{} handles", leakedHandles));
+    }
     JudgeStops(isSlow);
 }
 

@@ -24,12 +24,10 @@
 
 namespace storm {
 
-namespace {
-
 constexpr int LogLevel = 3, ExcuseFields = 3;
 constexpr std::uint64_t CalmLimitMs = 30 * 60'000; // after the last event
 
-rehearse::Record ReadPlan(const Plan& plan) {
+static rehearse::Record ReadPlan(const Plan& plan) {
     const std::filesystem::path file =
         std::filesystem::temp_directory_path() / ("quillmarch-storm-" + std::to_string(getpid()) + ".toml");
     std::ofstream(file, std::ios::binary) << Description(plan);
@@ -38,14 +36,17 @@ rehearse::Record ReadPlan(const Plan& plan) {
     return record;
 }
 
-Counts CountsOf(const Plan& plan, const Judge& judge) {
+static Counts CountsOf(const Plan& plan, const Judge& judge) {
     std::uint64_t ports = 0, swapped = 0, failed = 0, slow = 0;
-    for (const Device& device : plan.devices)
+    for (const Device& device : plan.devices) {
         ports += device.isPort;
-    for (const machine::DeviceRestart& restart : machine::DeviceRestarts())
+    }
+    for (const machine::DeviceRestart& restart : machine::DeviceRestarts()) {
         swapped += restart.means == "remove-and-setup";
-    for (const machine::Fault& fault : machine::Faults())
+    }
+    for (const machine::Fault& fault : machine::Faults()) {
         (fault.error ? failed : slow) += fault.acted;
+    }
     const auto& power = machine::CountsOfPower();
     return {plan.events.size(),
             judge.Looks(),
@@ -59,15 +60,16 @@ Counts CountsOf(const Plan& plan, const Judge& judge) {
             power.fastStartups};
 }
 
-std::string ResultText(const RunResult& result) {
+static std::string ResultText(const RunResult& result) {
     std::string text = fmt::format("#counts {} {}\n", fmt::join(result.counts, " "), result.digest);
-    for (const auto& [reason, uses] : result.excuses)
+    for (const auto& [reason, uses] : result.excuses) {
         text += fmt::format("#excuse {} {} {}\n", std::find(std::begin(Excuses), std::end(Excuses), reason) - Excuses,
                             uses.all, uses.alone);
+    }
     return text + EndOf(result.violations);
 }
 
-RunResult ParseResult(const std::string& text, int status) {
+static RunResult ParseResult(const std::string& text, int status) {
     RunResult result;
     result.violations = ReadViolations(text, status, [&](const char* line) {
         std::size_t excuse = 0;
@@ -79,8 +81,9 @@ RunResult ParseResult(const std::string& text, int status) {
         std::istringstream words(line);
         std::string first;
         words >> first;
-        for (std::uint64_t& count : result.counts)
+        for (std::uint64_t& count : result.counts) {
             words >> count;
+        }
         words >> result.digest;
         return first == "#counts" && !words.fail();
     });
@@ -89,7 +92,7 @@ RunResult ParseResult(const std::string& text, int status) {
 
 // Takes parts out of a list as long as the rest still fails: halves first, single ones last.
 template<typename List, typename Fails>
-void ShrinkList(List& list, const Fails& fails) {
+static void ShrinkList(List& list, const Fails& fails) {
     for (std::size_t part = std::max<std::size_t>(list.size() / 2, 1); !list.empty(); part /= 2) {
         for (std::size_t at = 0; at < list.size();) {
             const List whole = list;
@@ -100,12 +103,13 @@ void ShrinkList(List& list, const Fails& fails) {
                 at += part;
             }
         }
-        if (part <= 1)
+        if (part <= 1) {
             return;
+        }
     }
 }
 
-bool HasChildren(const Plan& plan, std::size_t unit) {
+static bool HasChildren(const Plan& plan, std::size_t unit) {
     return std::any_of(plan.devices.begin(), plan.devices.end(), [&](const Device& device) {
         return device.unit != unit && std::any_of(plan.devices.begin(), plan.devices.end(), [&](const Device& parent) {
                    return parent.unit == unit && parent.id == device.parent;
@@ -113,7 +117,7 @@ bool HasChildren(const Plan& plan, std::size_t unit) {
     });
 }
 
-Plan WithoutUnit(const Plan& plan, std::size_t unit) {
+static Plan WithoutUnit(const Plan& plan, std::size_t unit) {
     Plan smaller = plan;
     const int number = static_cast<int>(unit);
     std::erase_if(smaller.devices, [&](const Device& device) { return device.unit == unit; });
@@ -122,12 +126,11 @@ Plan WithoutUnit(const Plan& plan, std::size_t unit) {
     return smaller;
 }
 
-} // namespace
-
 std::uint64_t DigestOf(const std::string& text) {
     std::uint64_t digest = 14695981039346656037ull; // FNV-1a
-    for (const char c : text)
+    for (const char c : text) {
         digest = (digest ^ static_cast<unsigned char>(c)) * 1099511628211ull;
+    }
     return digest;
 }
 
@@ -151,11 +154,12 @@ RunResult Runner::RunHere(const Plan& plan) const {
         [&] {
             judge.AtEnd();
             result.counts = CountsOf(plan, judge);
-            if (plan.seed % TwiceEach == 0)
+            if (plan.seed % TwiceEach == 0) {
                 result.digest = DigestOf(
                     rehearse::MakeReport({"", plan.seed, trial.stage.product}, trial.timeline, trial.balloons, {})
                         .dump() +
                     rehearse::LogText());
+            }
         },
         [&] { judge.AfterStop(trial.leaks.HandlesOf(trial.stage.product)); });
     result.violations = judge.Violations();
@@ -188,16 +192,19 @@ Plan Runner::Shrink(const Plan& plan, const std::string& what) const {
     ShrinkList(small.events, fails);
     ShrinkList(small.faults, fails);
     for (std::size_t unit = small.units.size(); unit-- > 1;) {
-        if (small.units[unit].empty() || HasChildren(small, unit))
+        if (small.units[unit].empty() || HasChildren(small, unit)) {
             continue;
+        }
         const Plan smaller = WithoutUnit(small, unit);
-        if (StillFails(smaller, what))
+        if (StillFails(smaller, what)) {
             small = smaller;
+        }
     }
     for (Configuration& configuration : small.configurations) {
         ShrinkList(configuration.sections, fails);
-        if (&configuration != &small.configurations.back()) // which says that a resume checks
+        if (&configuration != &small.configurations.back()) { // which says that a resume checks
             ShrinkList(configuration.settings, fails);
+        }
     }
     ShrinkList(small.dosNames, fails);
     ShrinkList(small.events, fails);

@@ -10,18 +10,15 @@
 
 namespace storm {
 
-namespace {
-
 constexpr std::uint64_t StopLimitMs = 60'000;
 
-bool RunUntil(std::uint64_t untilMs, Rest& judge) {
+static bool RunUntil(std::uint64_t untilMs, Rest& judge) {
     const machine::RunOutcome run = machine::RunMachine({untilMs});
-    if (run.verdict != machine::Verdict::Done)
+    if (run.verdict != machine::Verdict::Done) {
         judge.Complain(machine::OutcomeLine({run.verdict, ""}), run.text);
+    }
     return run.verdict == machine::Verdict::Done;
 }
-
-} // namespace
 
 void Trial::Run(const rehearse::Options& options, std::uint64_t settlingMs, Rest& judge,
                 const std::function<void()>& onBuilt, const std::function<void()>& atEnd,
@@ -38,12 +35,14 @@ void Trial::Run(const rehearse::Options& options, std::uint64_t settlingMs, Rest
         timeline.CatchUp();
         atEnd();
         machine::WakeMachine();
-        if (machine::ServiceProcess(rehearse::ServiceName))
+        if (machine::ServiceProcess(rehearse::ServiceName)) {
             machine::PostServiceControl(rehearse::ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
-        else if (stage.product && !stage.product->ended)
+        } else if (stage.product && !stage.product->ended) {
             machine::CloseWindowsOf(stage.product);
-        if (RunUntil(machine::Now() + StopLimitMs, judge))
+        }
+        if (RunUntil(machine::Now() + StopLimitMs, judge)) {
             afterStop();
+        }
     }
     stage.hasEnded = true;
     timeline.Close();

@@ -29,8 +29,9 @@ inline void StartLog() {
 inline int CountLogged(const std::string& text) {
     const std::string& log = machine::CurrentProcess()->debugOutput;
     int count = 0;
-    for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + text.size()))
+    for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + text.size())) {
         ++count;
+    }
     return count;
 }
 

@@ -12,8 +12,6 @@
 #include <string>
 #include <vector>
 
-namespace {
-
 constexpr DWORD PatienceMs = 60000;
 constexpr DWORD StepMs = 25;
 constexpr DWORD BalloonLifeMs = 60000; // the product's own limit
@@ -22,15 +20,17 @@ constexpr int Surroundings = 16; // pixels of the desktop around the balloon, th
 constexpr COLORREF DeskColour = 0x806040;
 constexpr char InnerRun[] = "QM_BALLOON_DESKTOP";
 
-bool WaitUntil(const std::function<bool()>& condition) {
+static bool WaitUntil(const std::function<bool()>& condition) {
     for (DWORD waited = 0; waited < PatienceMs; waited += StepMs) {
-        if (condition())
+        if (condition()) {
             return true;
+        }
         Sleep(StepMs);
     }
     return false;
 }
 
+namespace {
 struct Process {
     HANDLE handle = nullptr;
 
@@ -58,29 +58,31 @@ struct Process {
         return code;
     }
 };
+} // namespace
 
-void SetUserValue(const char* key, const char* name, DWORD type, const void* bytes, size_t size) {
+static void SetUserValue(const char* key, const char* name, DWORD type, const void* bytes, size_t size) {
     HKEY opened = nullptr;
     ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, key, 0, nullptr, 0, KEY_WRITE, nullptr, &opened, nullptr), 0);
     EXPECT_EQ(RegSetValueExA(opened, name, 0, type, static_cast<const BYTE*>(bytes), static_cast<DWORD>(size)), 0);
     RegCloseKey(opened);
 }
-void SetUserText(const char* key, const char* name, const std::string& text) {
+static void SetUserText(const char* key, const char* name, const std::string& text) {
     SetUserValue(key, name, REG_SZ, text.c_str(), text.size() + 1);
 }
 
 // variable: of the environment, null for the folder of this program.
-std::string PathOf(const char* variable) {
+static std::string PathOf(const char* variable) {
     char folder[MAX_PATH] = "";
-    if (variable)
+    if (variable) {
         GetEnvironmentVariableA(variable, folder, sizeof(folder));
-    else
+    } else {
         *(StrRChrA(folder, folder + GetModuleFileNameA(nullptr, folder, sizeof(folder)), '\\') + 1) = 0;
+    }
     return folder;
 }
 
 // Runs the test itself on a desktop of this resolution, in a process of its own.
-void OnDesktop(DWORD dpi, const std::function<void(int dpi)>& body) {
+static void OnDesktop(DWORD dpi, const std::function<void(int dpi)>& body) {
     if (GetEnvironmentVariableA(InnerRun, nullptr, 0) != 0) {
         const auto becomeDpiAware = reinterpret_cast<BOOL(WINAPI*)()>(
             reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("user32.dll"), "SetProcessDPIAware")));
@@ -104,6 +106,7 @@ void OnDesktop(DWORD dpi, const std::function<void(int dpi)>& body) {
     SetUserValue("Control Panel\\Desktop", "LogPixels", REG_DWORD, &Usual, sizeof(Usual));
 }
 
+namespace {
 // --- What is compared.
 
 struct Look {
@@ -113,17 +116,20 @@ struct Look {
     bool isFlat;
     int diameter;
 };
+} // namespace
 constexpr Look Win10Look = {"win10", "win10", "", true, 2};
 constexpr Look Win11Look = {"win11", "win10", "Win11Style=1\n", true, 7};
 constexpr Look ClassicLook = {"classic", "win7", "Win10Style=0\n", false, 13};
 
+namespace {
 struct Texts {
     const char *title, *text;
 };
+} // namespace
 constexpr Texts FirstTexts = {"USB Serial Port", "COM7, COM8"};
 
 // The product as its service starts it, under a name for which Wine has the wanted version.
-std::string ProgramFor(const Look& look) {
+static std::string ProgramFor(const Look& look) {
     const std::string folder = PathOf("TEMP") + "\\balloon-" + look.name + "\\", name = std::string(look.name) + ".exe";
     CreateDirectoryA(folder.c_str(), nullptr);
     CopyFileA((PathOf(nullptr) + "Quillmarch.exe").c_str(), (folder + name).c_str(), FALSE);
@@ -132,13 +138,13 @@ std::string ProgramFor(const Look& look) {
     return folder + name;
 }
 
-std::string BalloonCommand(const std::string& program, const Texts& texts) {
+static std::string BalloonCommand(const std::string& program, const Texts& texts) {
     return program + " -balloon -bt=0 -time=60000 -title=\"" + texts.title + "\" -text=\"" + texts.text +
            "\" -icon=102";
 }
 
 // A desktop of one colour, whose task bar, which Wine has without a place, is at the lower edge.
-RECT PrepareDesktop() {
+static RECT PrepareDesktop() {
     SetUserText("Software\\Microsoft\\Windows\\CurrentVersion\\ThemeManager", "ThemeActive", "0");
     // Of a layered window Wine shows what has alpha only, whatever the call says: the icons.
     SystemParametersInfoA(SPI_SETTOOLTIPFADE, 0, nullptr, 0);
@@ -155,7 +161,7 @@ RECT PrepareDesktop() {
     return place;
 }
 
-HWND WaitForBalloon() {
+static HWND WaitForBalloon() {
     HWND window = nullptr;
     WaitUntil([&] {
         window = FindWindowA("TarnHolveBalloonTipClass", "TarnHolveBalloonTip");
@@ -164,11 +170,12 @@ HWND WaitForBalloon() {
     return window;
 }
 
-void Click(HWND window) {
+static void Click(HWND window) {
     PostMessageA(window, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(20, 20));
     PostMessageA(window, WM_LBUTTONUP, 0, MAKELPARAM(20, 20));
 }
 
+namespace {
 // A picture to draw on, its pixels as 0x00RRGGBB from the top.
 class Picture {
 public:
@@ -194,8 +201,9 @@ public:
     int CountDifferences(const Picture& other) const {
         GdiFlush();
         int count = 0;
-        for (int i = 0; i < m_width * m_height; ++i)
+        for (int i = 0; i < m_width * m_height; ++i) {
             count += ((m_pixels[i] ^ other.m_pixels[i]) & 0xFFFFFF) != 0;
+        }
         return count;
     }
     void Save(const std::string& name) const {
@@ -205,8 +213,9 @@ public:
         const BITMAPFILEHEADER head = {0x4D42, 54 + bytes, 0, 0, 54};
         const BITMAPINFOHEADER info = {sizeof(info), m_width, -m_height, 1, 32, BI_RGB, bytes, 0, 0, 0, 0};
         std::vector<DWORD> opaque(m_pixels, m_pixels + m_width * m_height);
-        for (DWORD& pixel : opaque)
+        for (DWORD& pixel : opaque) {
             pixel |= 0xFF000000; // some viewers take the fourth byte for alpha
+        }
         file.write(reinterpret_cast<const char*>(&head), sizeof(head));
         file.write(reinterpret_cast<const char*>(&info), sizeof(info));
         file.write(reinterpret_cast<const char*>(opaque.data()), bytes);
@@ -262,14 +271,15 @@ struct Layout {
     }
     Layout(const Layout&) = delete;
 };
+} // namespace
 
-void DrawLabel(HDC context, HFONT font, COLORREF colour, const char* label, RECT rect) {
+static void DrawLabel(HDC context, HFONT font, COLORREF colour, const char* label, RECT rect) {
     SelectObject(context, font);
     SetTextColor(context, colour);
     DrawTextA(context, label, -1, &rect, DT_NOPREFIX);
 }
 
-void DrawProgramsIcon(HDC context, const std::string& program, WORD id, int x, int y, int size) {
+static void DrawProgramsIcon(HDC context, const std::string& program, WORD id, int x, int y, int size) {
     const HMODULE module = LoadLibraryExA(program.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
     const auto icon = static_cast<HICON>(LoadImageA(module, MAKEINTRESOURCEA(id), IMAGE_ICON, size, size, 0));
     EXPECT_NE(icon, nullptr) << id;
@@ -279,8 +289,8 @@ void DrawProgramsIcon(HDC context, const std::string& program, WORD id, int x, i
 }
 
 // Draws what is expected: the balloon in the middle of the picture.
-void DrawExpected(const Picture& picture, const Layout& layout, const Look& look, const Texts& texts,
-                  const std::string& program) {
+static void DrawExpected(const Picture& picture, const Layout& layout, const Look& look, const Texts& texts,
+                         const std::string& program) {
     const HDC context = picture.Context();
     const int width = layout.width, height = layout.height;
     const RECT all = {0, 0, width + 2 * Surroundings, height + 2 * Surroundings};
@@ -304,13 +314,14 @@ void DrawExpected(const Picture& picture, const Layout& layout, const Look& look
         DrawFrameControl(context, &close, DFC_CAPTION, DFCS_CAPTIONCLOSE | DFCS_FLAT);
     }
     SetViewportOrgEx(context, 0, 0, nullptr);
-    for (const HGDIOBJ object : {HGDIOBJ(desk), HGDIOBJ(fill), HGDIOBJ(frame), HGDIOBJ(shape)})
+    for (const HGDIOBJ object : {HGDIOBJ(desk), HGDIOBJ(fill), HGDIOBJ(frame), HGDIOBJ(shape)}) {
         DeleteObject(object);
+    }
 }
 
 // Waits until the balloon on the screen is as it should be, and keeps its picture.
-void ExpectBalloon(HWND window, const RECT& bar, int dpi, const Look& look, const Texts& texts,
-                   const std::string& program, const std::string& pictureName) {
+static void ExpectBalloon(HWND window, const RECT& bar, int dpi, const Look& look, const Texts& texts,
+                          const std::string& program, const std::string& pictureName) {
     const Layout layout(dpi, look, texts);
     const int right = static_cast<int>(bar.right) - MulDiv(32, dpi, 96);
     const int bottom = static_cast<int>(bar.top) - MulDiv(3, dpi, 96);
@@ -330,11 +341,12 @@ void ExpectBalloon(HWND window, const RECT& bar, int dpi, const Look& look, cons
     const std::string name = pictureName + "-" + std::to_string(dpi);
     seen.Save(name);
     EXPECT_EQ(seen.CountDifferences(expected), 0) << "pixels of " << name << " differ";
-    if (seen.CountDifferences(expected) != 0)
+    if (seen.CountDifferences(expected) != 0) {
         expected.Save(name + "-expected");
+    }
 }
 
-void CheckLook(int dpi, const Look& look) {
+static void CheckLook(int dpi, const Look& look) {
     const RECT bar = PrepareDesktop();
     const std::string program = ProgramFor(look);
     const Process balloon(BalloonCommand(program, FirstTexts));
@@ -345,9 +357,10 @@ void CheckLook(int dpi, const Look& look) {
     EXPECT_EQ(balloon.ExitCode(), 0u);
 }
 
-void CheckLooks(int dpi) {
-    for (const Look& look : {Win10Look, Win11Look, ClassicLook})
+static void CheckLooks(int dpi) {
+    for (const Look& look : {Win10Look, Win11Look, ClassicLook}) {
         CheckLook(dpi, look);
+    }
 }
 
 TEST(Balloon, IsDrawnAsLaidOutAt96) {
@@ -359,7 +372,7 @@ TEST(Balloon, IsDrawnAsLaidOutAt192) {
 
 // --- The pipe.
 
-HANDLE OpenPipe(const Process& balloon) {
+static HANDLE OpenPipe(const Process& balloon) {
     HANDLE pipe = INVALID_HANDLE_VALUE;
     WaitUntil([&] {
         pipe = CreateFileA("\\\\.\\pipe\\QuillmarchBalloonUpdate", GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
@@ -369,7 +382,7 @@ HANDLE OpenPipe(const Process& balloon) {
     return pipe;
 }
 
-std::string Record(const Texts& texts) {
+static std::string Record(const Texts& texts) {
     std::string bytes(1160, '\0');
     bytes.replace(0, 5, "\x60\xEA\0\0\1", 5); // a minute, the default characters
     bytes.replace(8, strlen(texts.title), texts.title);
@@ -377,22 +390,23 @@ std::string Record(const Texts& texts) {
     return bytes;
 }
 
-bool Send(HANDLE pipe, const std::string& bytes) {
+static bool Send(HANDLE pipe, const std::string& bytes) {
     DWORD written = 0;
     return WriteFile(pipe, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
 }
 
 // Mostly of other lengths, at times a record, at times longer than one.
-std::string RandomMessage(std::mt19937* random) {
+static std::string RandomMessage(std::mt19937* random) {
     const auto draw = (*random)();
     std::string bytes(draw % 8 == 0 ? 1160 : draw % 50 == 1 ? 1161 : 1 + draw % 1159, '\0');
-    for (char& byte : bytes)
+    for (char& byte : bytes) {
         byte = static_cast<char>((*random)());
+    }
     return bytes;
 }
 
 // Returns: how many were sent before the balloon ended, if it did.
-int SendRandomMessages(const Process& balloon, std::mt19937* random, int count) {
+static int SendRandomMessages(const Process& balloon, std::mt19937* random, int count) {
     HANDLE pipe = OpenPipe(balloon);
     int sent = 0;
     while (sent < count && !balloon.HasEnded()) {
@@ -407,7 +421,7 @@ int SendRandomMessages(const Process& balloon, std::mt19937* random, int count) 
     return sent;
 }
 
-void CheckPipe(int dpi) {
+static void CheckPipe(int dpi) {
     constexpr Texts NewTexts = {"A title that is a good deal longer than the first", "COM42"};
     const RECT bar = PrepareDesktop();
     const std::string program = ProgramFor(Win10Look);
@@ -440,5 +454,3 @@ void CheckPipe(int dpi) {
 TEST(Balloon, TakesTextsByItsPipeAndNoHarmByAThousandRandomMessages) {
     OnDesktop(96, CheckPipe);
 }
-
-} // namespace

@@ -11,8 +11,6 @@
 #include <string>
 #include <vector>
 
-namespace {
-
 constexpr GUID PortsClass = {0x4D36E978, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
 constexpr GUID UsbClass = {0x36FC9E60, 0xC465, 0x11CF, {0x80, 0x56, 0x44, 0x45, 0x53, 0x54, 0x00, 0x00}};
 constexpr GUID ComPortInterface = {0x86E0D1E0, 0x8089, 0x11D0, {0x9C, 0xE4, 0x08, 0x00, 0x3E, 0x30, 0x1F, 0x73}};
@@ -31,7 +29,7 @@ const std::string Libraries[] = {"wtsapi32.dll", "netapi32.dll", "uxtheme.dll"};
 constexpr char FirstNode[] = "ACPI\\BED\\0";
 constexpr DWORD PatienceMs = 60000;
 
-void SetText(HKEY root, const std::string& path, const char* name, const std::string& text) {
+static void SetText(HKEY root, const std::string& path, const char* name, const std::string& text) {
     HKEY key = nullptr;
     ASSERT_EQ(RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr), 0) << path;
     EXPECT_EQ(RegSetValueExA(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
@@ -41,15 +39,17 @@ void SetText(HKEY root, const std::string& path, const char* name, const std::st
 }
 
 // What `reg query` shows of a value: an independent reader.
-std::string RegQuery(const std::string& path, const std::string& name) {
+static std::string RegQuery(const std::string& path, const std::string& name) {
     const std::string command = "reg query \"HKLM\\" + path + "\" /v \"" + name + "\"";
     FILE* pipe = _popen(command.c_str(), "r");
     std::string all;
     char part[512];
-    while (pipe && fgets(part, sizeof(part), pipe))
+    while (pipe && fgets(part, sizeof(part), pipe)) {
         all += part;
-    if (pipe)
+    }
+    if (pipe) {
         _pclose(pipe);
+    }
     for (const char* type : {"REG_SZ    ", "REG_BINARY    ", "REG_DWORD    "}) {
         const size_t at = all.find(type);
         if (at != std::string::npos) {
@@ -60,11 +60,12 @@ std::string RegQuery(const std::string& path, const std::string& name) {
     return "(none)";
 }
 
-std::string DosTarget(const char* name) {
+static std::string DosTarget(const char* name) {
     char target[512] = "";
     return QueryDosDeviceA(name, target, sizeof(target)) ? target : "(none)";
 }
 
+namespace {
 class DebugRun : public testing::Test {
 protected:
     void SetUp() override {
@@ -84,25 +85,30 @@ protected:
         ASSERT_TRUE(CopyFileA((m_built + "bed-cfgmgr32.dll").c_str(), m_library.c_str(), FALSE)) << GetLastError();
         SetText(HKEY_CURRENT_USER, OverrideKey, "cfgmgr32", "native");
         // As on Windows, a library of this name next to the program is loaded unless the program asks for another.
-        for (const std::string& library : Libraries)
-            for (const char* key : {OverrideKey, ControlOverrideKey})
+        for (const std::string& library : Libraries) {
+            for (const char* key : {OverrideKey, ControlOverrideKey}) {
                 SetText(HKEY_CURRENT_USER, key, library.substr(0, library.size() - 4).c_str(), "native,builtin");
+            }
+        }
         m_devices = SetupDiCreateDeviceInfoList(nullptr, nullptr);
         // Wine gives the host's first serial device this name, where there is one.
         m_hostPort = DosTarget("COM1");
         DefineDosDeviceA(DDD_REMOVE_DEFINITION, "COM1", nullptr);
     }
     void TearDown() override {
-        for (SP_DEVINFO_DATA& device : m_planted)
+        for (SP_DEVINFO_DATA& device : m_planted) {
             SetupDiRemoveDevice(m_devices, &device);
+        }
         CopyFileA((m_folder + "former.dll").c_str(), m_library.c_str(), FALSE);
         RegDeleteKeyA(HKEY_CURRENT_USER, OverrideKey);
         RegDeleteKeyA(HKEY_CURRENT_USER, ControlOverrideKey);
-        for (const char* name : {"COM3", "COM4", "COM5", "COM6", "COM7"})
+        for (const char* name : {"COM3", "COM4", "COM5", "COM6", "COM7"}) {
             DefineDosDeviceA(DDD_REMOVE_DEFINITION, name, nullptr);
+        }
         SetupDiDestroyDeviceInfoList(m_devices);
-        if (m_hostPort[0] == '\\')
+        if (m_hostPort[0] == '\\') {
             DefineDosDeviceA(DDD_RAW_TARGET_PATH, "COM1", m_hostPort.c_str());
+        }
     }
 
     SP_DEVINFO_DATA Plant(const char* id, const GUID& setupClass) {
@@ -132,8 +138,9 @@ protected:
         interfaceData.cbSize = sizeof(interfaceData);
         ASSERT_TRUE(SetupDiCreateDeviceInterfaceA(m_devices, &device, &ComPortInterface, nullptr, 0, &interfaceData));
         std::string path = std::string("##?#") + id + "#{86e0d1e0-8089-11d0-9ce4-08003e301f73}";
-        for (char& c : path)
+        for (char& c : path) {
             c = c == '\\' ? '#' : c;
+        }
         HKEY control = nullptr;
         const std::string controlKey =
             "SYSTEM\\CurrentControlSet\\Control\\DeviceClasses\\{86e0d1e0-8089-11d0-9ce4-08003e301f73}\\" + path +
@@ -162,8 +169,9 @@ protected:
     static HWND WaitForWindow(const char* className) {
         HWND window = nullptr;
         const DWORD start = GetTickCount();
-        while (!(window = FindWindowA(className, nullptr)) && GetTickCount() - start < PatienceMs)
+        while (!(window = FindWindowA(className, nullptr)) && GetTickCount() - start < PatienceMs) {
             Sleep(50);
+        }
         return window;
     }
     static void ExpectEnd(HANDLE process) {
@@ -209,6 +217,7 @@ protected:
     HDEVINFO m_devices = INVALID_HANDLE_VALUE;
     std::vector<SP_DEVINFO_DATA> m_planted;
 };
+} // namespace
 
 // One port whose driver has to be asked to restart, which Wine cannot do: its new number is in the registry and counts
 // from its next start on, before the second run. One in quick mode: its DOS name moves at once.
@@ -243,8 +252,9 @@ TEST_F(DebugRun, PortsGetTheNumbersOfTheirRules) {
     ExpectPort(Quick, "COM6", "COM6", "\\Device\\VCP1");
     ExpectPort(Neighbour, "COM4", "COM4", "\\Device\\VCP2");
     EXPECT_NE(Log().find("current portnumber 5 is configured -> nothing more to do"), std::string::npos);
-    if (HasFailure())
+    if (HasFailure()) {
         std::printf("%s\n", Log().c_str());
+    }
 }
 
 // Next to the program, in the current folder, and on the path. Windows looks into its own folder before the latter two:
@@ -275,8 +285,9 @@ TEST_F(DebugRun, NoLibraryIsTakenFromElsewhereThanTheSystemsFolder) {
         EXPECT_NE(WaitForWindow("TarnHolveBalloonTipClass"), nullptr);
         TerminateProcess(balloon, 0); // Wine's timers never end it
         ExpectEnd(balloon);
-        for (const std::string& library : Libraries)
+        for (const std::string& library : Libraries) {
             EXPECT_FALSE(isLoaded(library)) << library << " was taken from " << place;
+        }
         ExpectEnd(Start("loads-by-name.exe", names, current));
         for (const std::string& library : Libraries) {
             EXPECT_TRUE(isLoaded(library))
@@ -284,9 +295,8 @@ TEST_F(DebugRun, NoLibraryIsTakenFromElsewhereThanTheSystemsFolder) {
             DeleteFileA((place + library).c_str());
         }
     }
-    for (const std::string& library : Libraries)
+    for (const std::string& library : Libraries) {
         MoveFileA((m_system + library + ".away").c_str(), (m_system + library).c_str());
+    }
     SetEnvironmentVariableA("PATH", path);
 }
-
-} // namespace

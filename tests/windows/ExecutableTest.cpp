@@ -12,37 +12,38 @@
 #include <string>
 #include <vector>
 
-namespace {
-
 constexpr DWORD PatienceMs = 60000;
 constexpr DWORD StepMs = 25;
 
-std::string ReadAll(const std::string& path) {
+static std::string ReadAll(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-void WriteAll(const std::string& path, const std::string& bytes) {
+static void WriteAll(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-bool WaitUntil(const std::function<bool()>& condition) {
+static bool WaitUntil(const std::function<bool()>& condition) {
     for (DWORD waited = 0; waited < PatienceMs; waited += StepMs) {
-        if (condition())
+        if (condition()) {
             return true;
+        }
         Sleep(StepMs);
     }
     return false;
 }
 
+namespace {
 // A top-level window that shows, with what can be read from it.
 struct Seen {
     HWND window = nullptr;
     std::string className, title;
     std::string text; // of its labels
 };
+} // namespace
 
-BOOL CALLBACK AddLabel(HWND child, LPARAM seen) {
+static BOOL CALLBACK AddLabel(HWND child, LPARAM seen) {
     char className[64] = "", text[2048] = "";
     GetClassNameA(child, className, sizeof(className));
     if (lstrcmpiA(className, "Static") == 0 && GetDlgCtrlID(child) == 0xFFFF) {
@@ -52,45 +53,50 @@ BOOL CALLBACK AddLabel(HWND child, LPARAM seen) {
     return TRUE;
 }
 
+namespace {
 struct Search {
     const char* className;
     DWORD process;     // 0: of any
     const char* title; // a part of it; a window may get its title only after it shows
     Seen found;
 };
+} // namespace
 
-BOOL CALLBACK Look(HWND window, LPARAM parameter) {
+static BOOL CALLBACK Look(HWND window, LPARAM parameter) {
     auto* search = reinterpret_cast<Search*>(parameter);
     DWORD process = 0;
     GetWindowThreadProcessId(window, &process);
     char className[64] = "", title[512] = "";
     GetClassNameA(window, className, sizeof(className));
     if (!IsWindowVisible(window) || (search->process && process != search->process) ||
-        lstrcmpA(className, search->className) != 0)
+        lstrcmpA(className, search->className) != 0) {
         return TRUE;
+    }
     GetWindowTextA(window, title, sizeof(title));
-    if (StrStrA(title, search->title) == nullptr)
+    if (StrStrA(title, search->title) == nullptr) {
         return TRUE;
+    }
     search->found = {window, className, title, ""};
     EnumChildWindows(window, AddLabel, reinterpret_cast<LPARAM>(&search->found));
     return FALSE;
 }
 
 // Waits for a window of the class. Returns: without a handle when none came.
-Seen WaitForWindow(const char* className, DWORD process, const char* title) {
+static Seen WaitForWindow(const char* className, DWORD process, const char* title) {
     Search search = {className, process, title, {}};
     WaitUntil([&] { return !EnumWindows(Look, reinterpret_cast<LPARAM>(&search)) && search.found.window; });
     return search.found;
 }
 
 // Waits for the editor with the settings file, and closes it.
-void CloseEditor() {
+static void CloseEditor() {
     const Seen editor = WaitForWindow("Notepad", /*process=*/0, "Quillmarch.INI");
     ASSERT_NE(editor.window, nullptr) << "no editor has opened the file";
     PostMessageA(editor.window, WM_CLOSE, 0, 0);
     EXPECT_TRUE(WaitUntil([&] { return !IsWindow(editor.window); }));
 }
 
+namespace {
 // One start of the program.
 struct Started {
     HANDLE process = nullptr;
@@ -181,13 +187,16 @@ protected:
     std::string m_folder, m_ini, m_log;
     HANDLE m_job = nullptr;
 };
+} // namespace
 
 // Expects the texts in this order, each at the beginning of a record.
-void ExpectInOrder(const std::vector<std::string>& records, const std::vector<std::string>& texts) {
+static void ExpectInOrder(const std::vector<std::string>& records, const std::vector<std::string>& texts) {
     size_t next = 0;
-    for (const std::string& record : records)
-        if (next < texts.size() && record.compare(0, texts[next].size(), texts[next]) == 0)
+    for (const std::string& record : records) {
+        if (next < texts.size() && record.compare(0, texts[next].size(), texts[next]) == 0) {
             ++next;
+        }
+    }
     EXPECT_EQ(next, texts.size()) << "missing or out of order: " << (next < texts.size() ? texts[next] : "");
 }
 
@@ -244,7 +253,7 @@ TEST_F(Executable, CarriesBothSamples) {
     FreeLibrary(image);
 }
 
-bool IsRegistered() {
+static bool IsRegistered() {
     SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT);
     SC_HANDLE service = OpenServiceA(manager, "Quillmarch", SERVICE_QUERY_CONFIG);
     const bool isThere = service != nullptr;
@@ -253,7 +262,7 @@ bool IsRegistered() {
     return isThere;
 }
 
-std::string MachineText(const char* key, const char* name) {
+static std::string MachineText(const char* key, const char* name) {
     char text[1024] = "";
     DWORD size = sizeof(text);
     RegGetValueA(HKEY_LOCAL_MACHINE, key, name, RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND, nullptr, text,
@@ -331,8 +340,9 @@ TEST_F(Executable, RunsWithAWindowUntilItIsClosed) {
                             "CService::Run -> enter ServiceMsgLoop", "CService::Run -> after ServiceMsgLoop",
                             "<---------------- /Quillmarch WinMain ------------------"});
     EXPECT_EQ(records.back(), "<---------------- /Quillmarch WinMain ------------------");
-    for (const std::string& record : records)
+    for (const std::string& record : records) {
         EXPECT_EQ(record.find("INT3"), std::string::npos) << record;
+    }
 }
 
 // The copy that starts a program in the user's session: what it passes on, and how long it waits.
@@ -363,5 +373,3 @@ TEST_F(Executable, StartsAProgramInExecuteMode) {
     EXPECT_GE(std::stoi(wait[1]), 11000);
     EXPECT_LT(std::stoi(wait[1]), 12000);
 }
-
-} // namespace

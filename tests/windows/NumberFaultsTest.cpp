@@ -12,8 +12,6 @@
 #include <random>
 #include <string>
 
-namespace {
-
 constexpr int Runs = 10000;
 constexpr char DeviceId[] = "BED\\FAULTS\\0";
 constexpr char EnumPath[] = "SYSTEM\\CurrentControlSet\\Enum\\BED\\FAULTS\\0";
@@ -21,6 +19,7 @@ constexpr char ParametersPath[] = "SYSTEM\\CurrentControlSet\\Enum\\BED\\FAULTS\
 constexpr char ClassPath[] = "SYSTEM\\CurrentControlSet\\Control\\Class\\{bed}\\0000";
 constexpr char ArbiterPath[] = "SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
 
+namespace {
 class Damage {
 public:
     explicit Damage(unsigned seed) : m_random(seed) {}
@@ -29,8 +28,9 @@ public:
     // Writes one value, sound in one of three times. Returns: whether it is.
     bool Write(const char* path, const char* name, DWORD type, const std::string& sound) {
         HKEY key = nullptr;
-        if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr) != 0)
+        if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr) != 0) {
             return false;
+        }
         std::string data = sound;
         const unsigned kind = Below(9);
         switch (kind) {
@@ -50,15 +50,17 @@ public:
             data += std::string("COM7\0junk", 9);
             break;
         case 8:
-            for (char& c : data)
+            for (char& c : data) {
                 c = static_cast<char>(Below(256));
+            }
             break;
         default:
             break;
         }
-        if (kind != 3)
+        if (kind != 3) {
             RegSetValueExA(key, name, 0, type, reinterpret_cast<const BYTE*>(data.data()),
                            static_cast<DWORD>(data.size()));
+        }
         RegCloseKey(key);
         return kind < 3;
     }
@@ -66,18 +68,19 @@ public:
 private:
     std::mt19937 m_random;
 };
+} // namespace
 
-std::string Text(const char* text) {
+static std::string Text(const char* text) {
     return std::string(text, std::strlen(text) + 1);
 }
 
-std::string ReadText(const char* path, const char* name) {
+static std::string ReadText(const char* path, const char* name) {
     char data[4096] = "";
     DWORD size = sizeof(data) - 1;
     return RegGetValueA(HKEY_LOCAL_MACHINE, path, name, RRF_RT_REG_SZ, nullptr, data, &size) == 0 ? data : "";
 }
 
-BYTE FirstByteOfDatabase() {
+static BYTE FirstByteOfDatabase() {
     BYTE data[64] = {};
     DWORD size = sizeof(data);
     RegGetValueA(HKEY_LOCAL_MACHINE, ArbiterPath, "ComDB", RRF_RT_REG_BINARY, nullptr, data, &size);
@@ -93,8 +96,9 @@ TEST(NumberFaults, TenThousandDamagedRegistriesEndNoRunAndSoundOnesAreChanged) {
         BYTE after[64];
     } guarded;
     for (int run = 0; run < Runs; ++run) {
-        if (damage.Below(50) == 0)
+        if (damage.Below(50) == 0) {
             RegDeleteKeyA(HKEY_LOCAL_MACHINE, damage.Below(2) ? ParametersPath : ClassPath);
+        }
         const bool isNameSound = damage.Write(ParametersPath, "PortName", REG_SZ, Text("COM3"));
         const bool isFriendlySound = damage.Write(EnumPath, "FriendlyName", REG_SZ, Text("USB Serial Port (COM3)"));
         damage.Write(ClassPath, "AssignedPortForQCDevice", REG_SZ, Text("COM3"));
@@ -103,8 +107,9 @@ TEST(NumberFaults, TenThousandDamagedRegistriesEndNoRunAndSoundOnesAreChanged) {
 
         std::memset(&guarded, 0xA5, sizeof(guarded));
         GetRegPortNameByDeviceId(DeviceId, guarded.name);
-        for (int i = 0; i < 64; ++i)
+        for (int i = 0; i < 64; ++i) {
             ASSERT_TRUE(guarded.before[i] == 0xA5 && guarded.after[i] == 0xA5) << "run " << run;
+        }
         ASSERT_NE(std::memchr(guarded.name, 0, sizeof(guarded.name)), nullptr) << "run " << run;
 
         ASSERT_EQ(ChangeRegistryComPortNumber("COM3", "COM5", EnumPath, ClassPath, "\\Device\\Bed0"), 1);
@@ -132,5 +137,3 @@ TEST(NumberFaults, TenThousandDamagedRegistriesEndNoRunAndSoundOnesAreChanged) {
     EXPECT_GT(sound, Runs / 4);
     std::printf("number faults: %d runs, %d registry names and %d databases sound and changed\n", Runs, changed, sound);
 }
-
-} // namespace

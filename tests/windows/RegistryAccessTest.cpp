@@ -7,19 +7,17 @@
 
 #include <string>
 
-namespace {
-
 constexpr char Key[] = "Software\\QuillmarchAccess\\Inner Key";
 constexpr char ParentKey[] = "Software\\QuillmarchAccess";
 
 // Sets or reads the access list of the key: as its owner the process may always do that.
-HKEY OpenForList() {
+static HKEY OpenForList() {
     HKEY key = nullptr;
     EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, Key, 0, READ_CONTROL | WRITE_DAC, &key), 0);
     return key;
 }
 
-void SetList(const char* text) {
+static void SetList(const char* text) {
     PSECURITY_DESCRIPTOR list = nullptr;
     ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorA(text, SDDL_REVISION_1, &list, nullptr));
     HKEY key = OpenForList();
@@ -28,7 +26,7 @@ void SetList(const char* text) {
     LocalFree(list);
 }
 
-std::string ListText() {
+static std::string ListText() {
     alignas(void*) char buffer[4096];
     DWORD size = sizeof(buffer);
     HKEY key = OpenForList();
@@ -42,16 +40,17 @@ std::string ListText() {
     return result;
 }
 
-LONG OpenError(REGSAM rights) {
+static LONG OpenError(REGSAM rights) {
     HKEY key = nullptr;
     const LONG error = RegOpenKeyExA(HKEY_LOCAL_MACHINE, Key, 0, rights, &key);
-    if (error == 0)
+    if (error == 0) {
         RegCloseKey(key);
+    }
     return error;
 }
 
 // A value as it is stored, read through a list that allows it; the list of the test comes back afterwards.
-std::string Stored(const char* name, const char* list) {
+static std::string Stored(const char* name, const char* list) {
     SetList("D:(A;;KA;;;WD)");
     char data[64] = {};
     DWORD size = sizeof(data);
@@ -60,6 +59,7 @@ std::string Stored(const char* name, const char* list) {
     return error == 0 ? std::string(data, size) : "error " + std::to_string(error);
 }
 
+namespace {
 // The lists that refuse: one lets everybody read, one nobody do anything.
 class RegistryAccess : public testing::TestWithParam<const char*> {
 protected:
@@ -81,6 +81,7 @@ protected:
     }
     std::string m_list;
 };
+} // namespace
 INSTANTIATE_TEST_SUITE_P(Lists, RegistryAccess, testing::Values("D:(A;;KR;;;WD)", "D:P(D;;KA;;;WD)"),
                          [](const auto& list) { return list.index == 0 ? "ReadOnly" : "Closed"; });
 
@@ -116,5 +117,3 @@ TEST_P(RegistryAccess, PutsTheListBackWhenTheWriteFails) {
     EXPECT_EQ(ListText(), m_list);
     EXPECT_EQ(RegWriteBinary(HKEY_LOCAL_MACHINE, Key, tooLong.c_str(), "x", 1), 0);
 }
-
-} // namespace

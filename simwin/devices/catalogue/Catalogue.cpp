@@ -7,8 +7,6 @@
 
 namespace machine {
 
-namespace {
-
 constexpr DeviceKind Port = DeviceKind::Port;
 constexpr DeviceKind Modem = DeviceKind::Modem;
 constexpr DeviceKind Controller = DeviceKind::Controller;
@@ -209,6 +207,7 @@ constexpr CatalogueEntry Entries[] = {
     {"PCI\\*&CC_0C03*", Controller, "USB", nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
+namespace {
 // The sources of the facts, by the beginning of the pattern.
 struct CatalogueSource {
     const char* start;
@@ -262,6 +261,7 @@ struct SetupClass {
     const char* name;
     const char* guid;
 };
+} // namespace
 constexpr SetupClass SetupClasses[] = {
     {"Ports", "{4d36e978-e325-11ce-bfc1-08002be10318}"},
     {"Modem", "{4d36e96d-e325-11ce-bfc1-08002be10318}"},
@@ -285,16 +285,16 @@ constexpr SetupClass InterfaceClasses[] = {
 constexpr const char* ClassRoot = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class";
 constexpr std::size_t GuidLength = 38;
 
-bool IsGuid(std::string_view text) {
+static bool IsGuid(std::string_view text) {
     return text.size() == GuidLength && text.front() == '{' && text.back() == '}';
 }
 
-} // namespace
-
 const CatalogueEntry* FindInCatalogue(std::string_view id) {
-    for (const CatalogueEntry& entry : Entries)
-        if (MatchesWildcard(id, entry.pattern))
+    for (const CatalogueEntry& entry : Entries) {
+        if (MatchesWildcard(id, entry.pattern)) {
             return &entry;
+        }
+    }
     return nullptr;
 }
 
@@ -303,11 +303,12 @@ std::string CatalogueTable() {
     std::string text = "id\tkind\tclass\tservice\tdescription\tkernel name\tsource\n";
     for (const CatalogueEntry& entry : Entries) {
         const char* source = "-";
-        for (const CatalogueSource& row : Sources)
+        for (const CatalogueSource& row : Sources) {
             if (StartsWithNoCase(entry.pattern, row.start)) {
                 source = row.source;
                 break;
             }
+        }
         text += fmt::format("{}\t{}\t{}\t{}\t{}\t{}\t{}\n", entry.pattern, DeviceKindName(entry.kind),
                             orDash(entry.className), orDash(entry.service), orDash(entry.description),
                             orDash(entry.kernelName), source);
@@ -317,46 +318,62 @@ std::string CatalogueTable() {
 
 DeviceKind KindOf(std::string_view id, std::string_view service, std::string_view classNameOrGuid) {
     const std::string name = IsGuid(classNameOrGuid) ? SetupClassName(classNameOrGuid) : std::string(classNameOrGuid);
-    if (EqualNoCase(name, "Ports") || EqualNoCase(name, "CNCPorts"))
+    if (EqualNoCase(name, "Ports") || EqualNoCase(name, "CNCPorts")) {
         return DeviceKind::Port;
-    if (EqualNoCase(name, "Modem"))
+    }
+    if (EqualNoCase(name, "Modem")) {
         return DeviceKind::Modem;
+    }
     const bool onUsb = StartsWithNoCase(id, "USB\\");
-    if (onUsb && StartsWithNoCase(id, "USB\\ROOT_HUB"))
+    if (onUsb && StartsWithNoCase(id, "USB\\ROOT_HUB")) {
         return DeviceKind::RootHub;
-    if (onUsb && FindNoCase(service, "hub") != std::string_view::npos)
+    }
+    if (onUsb && FindNoCase(service, "hub") != std::string_view::npos) {
         return DeviceKind::Hub;
-    if (onUsb && EqualNoCase(service, "usbccgp"))
+    }
+    if (onUsb && EqualNoCase(service, "usbccgp")) {
         return DeviceKind::Composite;
-    if (!onUsb && EqualNoCase(name, "USB"))
+    }
+    if (!onUsb && EqualNoCase(name, "USB")) {
         return DeviceKind::Controller;
-    if (onUsb && FindNoCase(id, "&MI_") == std::string_view::npos)
+    }
+    if (onUsb && FindNoCase(id, "&MI_") == std::string_view::npos) {
         return DeviceKind::Usb;
+    }
     return DeviceKind::Other;
 }
 
 std::string SetupClassGuid(std::string_view className) {
-    for (const SetupClass& known : SetupClasses)
-        if (EqualNoCase(known.name, className))
+    for (const SetupClass& known : SetupClasses) {
+        if (EqualNoCase(known.name, className)) {
             return known.guid;
-    if (const RegistryKey* root = TheRegistry().FindKey(ClassRoot))
-        for (const auto& [guid, key] : root->subKeys)
-            if (const RegistryValue* name = key->FindValue("Class"); name && EqualNoCase(TextOf(*name), className))
+        }
+    }
+    if (const RegistryKey* root = TheRegistry().FindKey(ClassRoot)) {
+        for (const auto& [guid, key] : root->subKeys) {
+            if (const RegistryValue* name = key->FindValue("Class"); name && EqualNoCase(TextOf(*name), className)) {
                 return Lower(guid);
+            }
+        }
+    }
     return {};
 }
 
 std::string SetupClassName(std::string_view guid) {
-    for (const SetupClass& known : SetupClasses)
-        if (EqualNoCase(known.guid, guid))
+    for (const SetupClass& known : SetupClasses) {
+        if (EqualNoCase(known.guid, guid)) {
             return known.name;
+        }
+    }
     return TheRegistry().GetString(std::string(ClassRoot) + "\\" + std::string(guid), "Class");
 }
 
 std::string InterfaceClassByName(std::string_view name) {
-    for (const SetupClass& known : InterfaceClasses)
-        if (EqualNoCase(known.name, name))
+    for (const SetupClass& known : InterfaceClasses) {
+        if (EqualNoCase(known.name, name)) {
             return known.guid;
+        }
+    }
     return IsGuid(name) ? Lower(name) : std::string();
 }
 

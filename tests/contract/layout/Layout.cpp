@@ -11,27 +11,24 @@
 constexpr DWORD ERROR_NO_SUCH_DEVICE = 433; // as documented; the cross compiler's headers are older
 #endif
 
-namespace {
-
 // Signed or not, a constant is the bits that are passed on.
 template<typename T>
-void PrintConstant(const char* name, T value) {
-    if constexpr (std::is_pointer_v<T> || std::is_null_pointer_v<T>)
+static void PrintConstant(const char* name, T value) {
+    if constexpr (std::is_pointer_v<T> || std::is_null_pointer_v<T>) {
         std::printf("%s 0x%016llX\n", name, static_cast<unsigned long long>(reinterpret_cast<ULONG_PTR>(value)));
-    else
+    } else {
         std::printf("%s 0x%08X\n", name, static_cast<unsigned>(value));
+    }
     static_assert(std::is_pointer_v<T> || std::is_null_pointer_v<T> || sizeof(T) <= 4);
 }
 
-void PrintSize(const char* type, size_t size) {
+static void PrintSize(const char* type, size_t size) {
     std::printf("sizeof(%s) %u\n", type, static_cast<unsigned>(size));
 }
 
-void PrintMember(const char* type, const char* member, size_t offset, size_t size) {
+static void PrintMember(const char* type, const char* member, size_t offset, size_t size) {
     std::printf("%s.%s +%u %u\n", type, member, static_cast<unsigned>(offset), static_cast<unsigned>(size));
 }
-
-} // namespace
 
 #define CONSTANT(name) PrintConstant(#name, name);
 #define TYPE(name) PrintSize(#name, sizeof(name));

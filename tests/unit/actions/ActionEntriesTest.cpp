@@ -9,8 +9,6 @@
 
 using namespace configtest;
 
-namespace {
-
 TEST(ActionEntries, WordsAndTimes) {
     struct Row {
         const char* keys;
@@ -85,5 +83,3 @@ TEST(ExecuteLine, TheCopyStartsWhatWasSent) {
         EXPECT_FALSE(request.wait);
     }
 }
-
-} // namespace

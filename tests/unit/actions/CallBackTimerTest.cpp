@@ -6,24 +6,24 @@
 
 using namespace logtest;
 
-namespace {
-
 using Contexts = std::vector<ULONG_PTR>;
 
-Contexts ran;
-DWORD procedureMs;
+static Contexts ran;
+static DWORD procedureMs;
 
-void Note(DWORD, ULONG_PTR context) {
+static void Note(DWORD, ULONG_PTR context) {
     ran.push_back(context);
     Sleep(procedureMs);
 }
 
-void CreateAgain(DWORD id, ULONG_PTR context) {
+static void CreateAgain(DWORD id, ULONG_PTR context) {
     Note(id, context);
-    if (context < 3)
+    if (context < 3) {
         CreateCallbackTimer(100, id, context + 1, CreateAgain);
+    }
 }
 
+namespace {
 class CallBackTimer : public testing::Test {
 protected:
     CallBackTimer() {
@@ -31,6 +31,7 @@ protected:
         InitCallbackTimers();
     }
 };
+} // namespace
 
 TEST_F(CallBackTimer, RunsOnceAfterItsDelay) {
     EXPECT_EQ(CreateCallbackTimer(100, 0, 1, Note), 0x100000u);
@@ -79,8 +80,9 @@ TEST_F(CallBackTimer, AnIdInUseIsReplacedAndADelayBelowOneOnlyKills) {
 }
 
 TEST_F(CallBackTimer, TheHundredAndFirstIsRefusedUntilOneHasFinished) {
-    for (DWORD id = 1; id <= 100; ++id)
+    for (DWORD id = 1; id <= 100; ++id) {
         EXPECT_EQ(CreateCallbackTimer(id == 50 ? 100 : 5000, id, id, Note), id);
+    }
     EXPECT_EQ(CreateCallbackTimer(100, 101, 101, Note), 0u);
     EXPECT_TRUE(Logged("no more timers!"));
     Sleep(500);
@@ -116,5 +118,3 @@ TEST_F(CallBackTimer, TheEndLeavesARunningProcedureItsRecord) {
     EXPECT_EQ(ran, (Contexts{1}));
     ExitCallbackTimers();
 }
-
-} // namespace

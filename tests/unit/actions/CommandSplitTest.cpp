@@ -12,29 +12,30 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
 constexpr const char* Notepad = "C:\\Windows\\notepad.exe";
 constexpr const char* Python = "C:\\Python\\python.exe";
 constexpr const char* Tool = "C:\\Tools\\x.exe";
 constexpr const char* Foo = "C:\\Program Files\\Foo Bar\\x.exe";
 
+namespace {
 struct Disk : testing::Test {
     void SetUp() override {
         CopyText(szWindowsDir, "C:\\Windows");
         for (const char* file :
              {Notepad, Python, Tool, Foo, "C:\\Tools\\y.COM", "C:\\Tools\\run.cmd", "C:\\Work\\local.exe",
               "C:\\Work\\note.txt", "C:\\Data\\log.txt", "C:\\Data\\my log.txt", "C:\\Data\\none.zzz",
-              "C:\\Scripts\\port.py", "C:\\My Scripts\\all ports.py", "C:\\Windows\\System32\\cmd.exe"})
+              "C:\\Scripts\\port.py", "C:\\My Scripts\\all ports.py", "C:\\Windows\\System32\\cmd.exe"}) {
             machine::TheFiles().Write(file, "MZ");
+        }
         machine::SetAssociation(".txt", Notepad);
         machine::SetAssociation(".py", Python);
     }
     char exe[MAX_PATH], params[MaxProgramParams];
 };
+} // namespace
 
 // The result of a split line: the command line of the program itself, and that of the copy which starts it.
-void ExpectLaunch(const char* exe, const char* params) {
+static void ExpectLaunch(const char* exe, const char* params) {
     const std::string tail = *params ? std::string(" ") + params : "";
     char line[MaxProcessLine], copyLine[MaxExecuteLine];
     BuildProcessLine(exe, params, line);
@@ -135,7 +136,7 @@ TEST_F(Disk, LongLines) {
 }
 
 // The arguments as the run-time library of a program takes them apart.
-std::vector<std::string> ArgumentsOf(const char* line) {
+static std::vector<std::string> ArgumentsOf(const char* line) {
     std::vector<std::string> arguments;
     bool isQuoted = false, isInside = false;
     for (size_t slashes = 0; *line; ++line) {
@@ -143,17 +144,20 @@ std::vector<std::string> ArgumentsOf(const char* line) {
             isInside = false;
             continue;
         }
-        if (!isInside)
+        if (!isInside) {
             arguments.emplace_back();
+        }
         isInside = true;
         slashes = *line == '\\' ? slashes + 1 : slashes;
         if (*line == '"') {
             arguments.back().resize(arguments.back().size() - (slashes + 1) / 2);
-            if (slashes % 2 == 0)
+            if (slashes % 2 == 0) {
                 isQuoted = !isQuoted;
+            }
         }
-        if (*line != '"' || slashes % 2 == 1)
+        if (*line != '"' || slashes % 2 == 1) {
             arguments.back() += *line;
+        }
         slashes = *line == '\\' ? slashes : 0;
     }
     return arguments;
@@ -200,8 +204,9 @@ TEST_F(Disk, NoNameOfADeviceBreaksOut) {
               std::tuple{"C:\\Tools\\run.cmd", "C:\\Tools\\run.cmd", ""}}) {
             const std::string value = std::string(program).ends_with("cmd") ? inScript : argument;
             std::vector<std::string> expected = {"/a", value, "C:\\" + value, value, "/b"};
-            if (*document)
+            if (*document) {
                 expected.insert(expected.begin(), document);
+            }
             const std::string configured =
                 std::string(line) + " /a \"%FriendlyName%\" \"C:\\%friendlyname%\" \"%FRIENDLYNAME%%Location%\" /b";
             ASSERT_EQ(SplitPortCommandLine(port, configured.c_str(), UserType::normal, "", exe, params), 1) << row.name;
@@ -282,5 +287,3 @@ TEST_F(Disk, PlaceholdersAndTheirLimits) {
     EXPECT_FALSE(ExpandPortVariables(port, text, 15, {})) << "no room for the second backslash";
     EXPECT_STREQ(text, "");
 }
-
-} // namespace

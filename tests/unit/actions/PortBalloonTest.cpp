@@ -9,10 +9,9 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
 using namespace logtest;
 
+namespace {
 // A device whose ports came a minute ago, all of them working.
 struct Device {
     explicit Device(int count) {
@@ -21,8 +20,9 @@ struct Device {
         g_pSettings = new CSettings;
         CopyText(g_pSettings->TextRemoved, "Removed");
         CopyText(szExePath, "C:\\Quillmarch\\Quillmarch.exe");
-        for (int i = 0; i < count; ++i)
+        for (int i = 0; i < count; ++i) {
             Add(i, count);
+        }
         StartLog();
     }
     void Add(int i, int count) {
@@ -30,8 +30,9 @@ struct Device {
         port->Index = i;
         port->IsUsed = port->IsPresent = port->PortChangeDone = 1;
         port->SameParentCount = count;
-        for (int k = 0; k < count; ++k)
+        for (int k = 0; k < count; ++k) {
             port->Same[k] = (i + k) % count;
+        }
         FormatText(port->szRegPortName, "COM%i", 7 + i);
         FormatText(port->FriendlyName, "Quad Port %c (COM%i)", 'A' + i, 7 + i);
         FormatText(port->FriendlyNameNoCom, "Quad Port %c", 'A' + i);
@@ -54,6 +55,7 @@ struct Device {
     bool Compose(DWORD id, int i = 0) { return ComposePortBalloon(id, &(*this)[i], &balloon); }
     PortBalloon balloon = {};
 };
+} // namespace
 
 TEST(PortBalloon, OnePortHasItsNameAsTitle) {
     Device device(1);
@@ -167,5 +169,3 @@ TEST(GetCommonPart, IsTheSharedBeginningOrTheFirstName) {
         EXPECT_STREQ(common, row.common);
     }
 }
-
-} // namespace

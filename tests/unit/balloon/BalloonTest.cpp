@@ -14,18 +14,16 @@
 #include <cstring>
 #include <gtest/gtest.h>
 
-namespace {
-
 constexpr char Personalize[] = "Software\\Microsoft\\Windows\\CurrentVersion\\Themes\\Personalize";
 constexpr char DesktopManager[] = "Software\\Microsoft\\Windows\\DWM";
 
-void UseIni(const std::string& text) {
+static void UseIni(const std::string& text) {
     CopyText(szIniFile, "C:\\Balloon.ini");
     machine::TheFiles().Write(szIniFile, text);
 }
 
 // What the desktop has for the accent: alpha, red, green, blue.
-void UseAccent(DWORD argb) {
+static void UseAccent(DWORD argb) {
     for (const char* path : {Personalize, DesktopManager}) {
         HKEY key = nullptr;
         ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, path, 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr), 0);
@@ -35,7 +33,8 @@ void UseAccent(DWORD argb) {
     ASSERT_TRUE(RegWriteDword(HKEY_CURRENT_USER, DesktopManager, "ColorizationColor", argb));
 }
 
-void ExpectColours(const BalloonColours& colours, COLORREF back, COLORREF caption, COLORREF text, COLORREF frame) {
+static void ExpectColours(const BalloonColours& colours, COLORREF back, COLORREF caption, COLORREF text,
+                          COLORREF frame) {
     EXPECT_EQ(colours.BackColor, back);
     EXPECT_EQ(colours.CaptionColor, caption);
     EXPECT_EQ(colours.TextColor, text);
@@ -150,5 +149,3 @@ TEST(BalloonLayout, TheIconGrowsInStepsUntilItFollowsTheResolution) {
         EXPECT_EQ(IconSizeForDpi(dpi), size) << dpi;
     }
 }
-
-} // namespace

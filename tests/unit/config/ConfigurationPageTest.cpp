@@ -12,10 +12,8 @@
 
 using namespace configtest;
 
-namespace {
-
 // Key, with its digit cut off -> the third cell of its row, in the sections whose headings have brackets.
-std::map<std::string, std::string> KeysOfThePage() {
+static std::map<std::string, std::string> KeysOfThePage() {
     std::map<std::string, std::string> keys;
     std::ifstream page(QM_SOURCE_FOLDER "/docs/configuration.md");
     bool isSection = false;
@@ -36,7 +34,7 @@ std::map<std::string, std::string> KeysOfThePage() {
     return keys;
 }
 
-std::string WithoutMark(std::string_view name) {
+static std::string WithoutMark(std::string_view name) {
     return std::string(name.ends_with('_') ? name.substr(0, name.size() - 1) : name);
 }
 
@@ -96,5 +94,3 @@ TEST(ConfigurationPage, IsSafeBeforeAnyReading) {
     }
     EXPECT_EQ(settings.MaxPortNumber, FindKey("MaxPortNumber")->defaultNumber);
 }
-
-} // namespace

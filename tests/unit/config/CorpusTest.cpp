@@ -9,33 +9,34 @@
 #include <sstream>
 #include <vector>
 
-namespace {
-
 constexpr char Expected[] = ";= ";
 
 // The lines of a settings file of its own.
 using Block = std::vector<std::string>;
 
 // The file is kept as UTF-8, the machine's settings are in its own code page.
-std::vector<Block> BlocksOf(const char* name) {
+static std::vector<Block> BlocksOf(const char* name) {
     const std::filesystem::path folder = std::filesystem::path(__FILE__).parent_path() / "../../../fuzz/corpus";
     std::ifstream file(folder / name, std::ios::binary);
     EXPECT_TRUE(file) << folder / name;
     std::stringstream text;
     text << file.rdbuf();
     std::vector<Block> blocks(1);
-    for (const std::string& line : machine::Split(machine::AnsiFromUtf8(text.str()), '\n'))
-        if (line.empty())
+    for (const std::string& line : machine::Split(machine::AnsiFromUtf8(text.str()), '\n')) {
+        if (line.empty()) {
             blocks.emplace_back();
-        else
+        } else {
             blocks.back().push_back(line);
+        }
+    }
     return blocks;
 }
 
-CCfgReader* ReaderOf(const Block& block) {
+static CCfgReader* ReaderOf(const Block& block) {
     std::string text;
-    for (const std::string& line : block)
+    for (const std::string& line : block) {
         text += (text.empty() ? "" : "\r\n") + line;
+    }
     configtest::WriteIni(text);
     static CCfgReader* reader = new CCfgReader(configtest::IniPath, nullptr, nullptr); // a lock lives with its process
     EXPECT_EQ(1u, reader->CreateSnapshot("block")) << text;
@@ -43,11 +44,12 @@ CCfgReader* ReaderOf(const Block& block) {
 }
 
 // "ComPorts12" as type and number.
-std::pair<CfgSectionType, LONG> SectionOf(const std::string& name) {
+static std::pair<CfgSectionType, LONG> SectionOf(const std::string& name) {
     const std::size_t digits = name.find_first_of("0123456789");
     LONG type = Settings;
-    while (type < SectionTypeCount && name.substr(0, digits) != SectionTypeName(static_cast<CfgSectionType>(type)))
+    while (type < SectionTypeCount && name.substr(0, digits) != SectionTypeName(static_cast<CfgSectionType>(type))) {
         ++type;
+    }
     EXPECT_LT(type, SectionTypeCount) << name;
     return {static_cast<CfgSectionType>(type),
             digits == std::string::npos ? NoSectionNumber : std::stoi(name.substr(digits))};
@@ -58,8 +60,9 @@ TEST(Corpus, GoodLinesGiveTheValuesBesideThem) {
     for (const Block& block : BlocksOf("good_lines.ini")) {
         CCfgReader* reader = ReaderOf(block);
         for (const std::string& line : block) {
-            if (!line.starts_with(Expected))
+            if (!line.starts_with(Expected)) {
                 continue;
+            }
             const std::size_t blank = line.find(' ', sizeof(Expected)), colon = line.find(": ", blank);
             ASSERT_NE(colon, std::string::npos) << line;
             const auto [type, number] = SectionOf(line.substr(sizeof(Expected) - 1, blank - sizeof(Expected) + 1));
@@ -78,19 +81,19 @@ TEST(Corpus, BadLinesGiveNothing) {
         for (const std::string& line : block) {
             // Whatever precedes what an administrator may have meant as the end of a key.
             const std::size_t begin = line.find_first_not_of(" \t;#\"-"), end = line.find_first_of("\" :>\t=", begin);
-            if (begin == std::string::npos || end == begin)
+            if (begin == std::string::npos || end == begin) {
                 continue;
+            }
             const std::string key = line.substr(begin, end - begin);
-            for (LONG type = Settings; type < SectionTypeCount; ++type)
+            for (LONG type = Settings; type < SectionTypeCount; ++type) {
                 for (LONG number = 0; number <= MaxSectionNumber; ++number) {
                     const std::string value =
                         configtest::Get(*reader, static_cast<CfgSectionType>(type), number, key.c_str());
                     EXPECT_TRUE(value.empty() || value == configtest::Absent) << line << " gives " << value;
                 }
+            }
             ++asked;
         }
     }
     EXPECT_GT(asked, 40);
 }
-
-} // namespace

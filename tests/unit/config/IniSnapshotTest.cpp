@@ -5,8 +5,6 @@
 using namespace configtest;
 using namespace std::literals;
 
-namespace {
-
 TEST(IniSnapshot, AnEmptyLineCountsOnlyWithACarriageReturn) {
     EXPECT_EQ(Read("[ComPorts5]\n\nKey=__LINE__\n", ComPorts, 5, "Key"), "2");
     EXPECT_EQ(Read("[ComPorts5]\r\n\r\nKey=__LINE__\r\n", ComPorts, 5, "Key"), "3");
@@ -21,15 +19,17 @@ TEST(IniSnapshot, ASectionWithoutASlotIsToldAndLeavesTheOthers) {
     EXPECT_FALSE(reader.HasSection(ComPorts, 101));
     EXPECT_FALSE(reader.HasSection(ComPorts, -1));
     for (const char* line : {"section [ComPorts100] is defined twice", "section [ComPorts07] is defined twice",
-                             "section [ComPorts101] has a number above 99 -> ignored", "unknown section [Sessions3]"})
+                             "section [ComPorts101] has a number above 99 -> ignored", "unknown section [Sessions3]"}) {
         EXPECT_TRUE(Logged(line)) << line;
+    }
 }
 
 TEST(IniSnapshot, TheThreeHundredAndFirstValueEndsTheParse) {
     StartLog();
     std::string text = "[ComPorts1]\n";
-    for (int i = 0; i < 300; ++i)
+    for (int i = 0; i < 300; ++i) {
         text += "Key" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+    }
     EXPECT_EQ(Read(text + "[ComPorts2]\nKey=a\n", ComPorts, 2, "Key"), "a");
     EXPECT_FALSE(Logged("reached -> abort"));
     WriteIni(text + "No value\n[ComPorts2]\nKey=a\n");
@@ -37,8 +37,9 @@ TEST(IniSnapshot, TheThreeHundredAndFirstValueEndsTheParse) {
     EXPECT_EQ(reader.CreateSnapshot("test"), 1u);
     EXPECT_TRUE(Logged("CCfgReader::CreateSnapshot max number of values(300) in section [ComPorts1] reached -> abort"));
     EXPECT_FALSE(reader.HasSection(ComPorts, 2));
-    for (int i = 0; i < 300; ++i)
+    for (int i = 0; i < 300; ++i) {
         EXPECT_EQ(Get(reader, ComPorts, 1, ("KEY" + std::to_string(i)).c_str()), std::to_string(i));
+    }
 }
 
 TEST(IniSnapshot, AFileOfOneMegabyteIsRefused) {
@@ -55,8 +56,9 @@ TEST(IniSnapshot, AFileOfOneMegabyteIsRefused) {
 TEST(IniSnapshot, Utf16ReadsLikeItsAnsiForm) {
     std::string text = "\xFF\xFE";
     EXPECT_EQ(Read(text, ComPorts, 1, "Last"), Absent) << "nothing but the mark";
-    for (const char c : "[ComPorts1]\r\nFirst=a\r\nLast=\xE4z"s)
+    for (const char c : "[ComPorts1]\r\nFirst=a\r\nLast=\xE4z"s) {
         text += {c, '\0'};
+    }
     EXPECT_EQ(Read(text, ComPorts, 1, "First"), "a");
     EXPECT_EQ(Read(text, ComPorts, 1, "Last"), "\xE4z");
     EXPECT_EQ(Read(text + "x", ComPorts, 1, "Last"), "\xE4z") << "half a character more";
@@ -140,5 +142,3 @@ TEST(IniSnapshot, WhyAFileIsNotReadIsLoggedOnceForEachChange) {
     EXPECT_EQ(reader->CreateSnapshotIfRequired("test"), 1u);
     EXPECT_EQ(Get(*reader, Settings, NoSectionNumber, "Key"), "b");
 }
-
-} // namespace

@@ -10,8 +10,6 @@
 
 #include <random>
 
-namespace {
-
 constexpr const char* Lines[] = {"[ComPorts1]",
                                  "[comports01]",
                                  "[ComPorts]",
@@ -45,7 +43,7 @@ constexpr const char* Lines[] = {"[ComPorts1]",
                                  ""};
 constexpr std::string_view Ends[] = {"\r\n", "\n", "\r", "\n\r", "\n\n", std::string_view("\0\n", 2)};
 
-std::string InUtf16(const std::string& text, bool isBigEndian) {
+static std::string InUtf16(const std::string& text, bool isBigEndian) {
     std::string bytes = isBigEndian ? "\xFE\xFF" : "\xFF\xFE";
     for (const char c : text) {
         bytes.push_back(isBigEndian ? '\0' : c);
@@ -54,13 +52,13 @@ std::string InUtf16(const std::string& text, bool isBigEndian) {
     return bytes;
 }
 
-void Compare(const std::string& text) {
+static void Compare(const std::string& text) {
     configtest::WriteIni(text);
     CCfgReader reader(configtest::IniPath, nullptr, nullptr);
     reader.CreateSnapshot("test");
     rehearse::Findings findings;
     const rehearse::IniFile ini = rehearse::ParseIni("my.ini", text, findings);
-    for (unsigned type = 0; type < SectionNameCount; ++type)
+    for (unsigned type = 0; type < SectionNameCount; ++type) {
         for (int number = 0; number <= rehearse::SectionWithoutNumber; ++number) {
             const auto kind = static_cast<CfgSectionType>(type);
             const auto section = std::find_if(ini.sections.begin(), ini.sections.end(), [&](const auto& one) {
@@ -68,8 +66,9 @@ void Compare(const std::string& text) {
             });
             ASSERT_EQ(reader.HasSection(kind, number) != 0, section != ini.sections.end()) << type << number << "\n"
                                                                                            << text;
-            if (section == ini.sections.end())
+            if (section == ini.sections.end()) {
                 continue;
+            }
             for (const std::string& key : rehearse::NamesOfKeys(type)) {
                 const std::string came = configtest::Get(reader, kind, number, key.c_str());
                 const rehearse::KeyUse use = rehearse::UseOfKey(type, key);
@@ -77,6 +76,7 @@ void Compare(const std::string& text) {
                 ASSERT_EQ(came == configtest::Absent ? "" : came, value ? value->value : "") << key << "\n" << text;
             }
         }
+    }
 }
 
 TEST(IniTwin, ReadsWhatTheReaderReads) {
@@ -84,24 +84,28 @@ TEST(IniTwin, ReadsWhatTheReaderReads) {
     for (int round = 0; round < 400; ++round) {
         std::string text = round % 9 == 0 ? "\xEF\xBB\xBF" : "";
         const std::string_view end = Ends[random() % std::size(Ends)];
-        for (unsigned line = 0; line < 3 + random() % 20; ++line)
+        for (unsigned line = 0; line < 3 + random() % 20; ++line) {
             text.append(Lines[random() % std::size(Lines)])
                 .append(random() % 8 ? end : Ends[random() % std::size(Ends)]);
+        }
         Compare(round % 4 == 0 ? InUtf16(text, round % 8 == 0) : text);
-        if (HasFatalFailure())
+        if (HasFatalFailure()) {
             return;
+        }
     }
     std::string many = "[ComPorts1]\n";
-    for (int i = 0; i < 300; ++i)
+    for (int i = 0; i < 300; ++i) {
         many += "x=1\r\n";
+    }
     Compare(many + "[ComPorts2]\nPortName=COM1\n"); // exactly full
     Compare(many + "x=1\r\n[ComPorts2]\nPortName=COM1\n");
 }
 
-std::string RandomText(std::mt19937& random, std::string_view letters, unsigned longest) {
+static std::string RandomText(std::mt19937& random, std::string_view letters, unsigned longest) {
     std::string text(random() % (longest + 1), ' ');
-    for (char& c : text)
+    for (char& c : text) {
         c = letters[random() % letters.size()];
+    }
     return text;
 }
 
@@ -133,5 +137,3 @@ TEST(IniTwin, TimesAreReadAsTheProductReadsThem) {
         ASSERT_EQ(rehearse::ReadTimeMs(text), std::min<std::int64_t>(ms, LongestDurationMs)) << text;
     }
 }
-
-} // namespace

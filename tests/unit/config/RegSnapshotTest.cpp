@@ -6,18 +6,18 @@
 using namespace configtest;
 using namespace std::literals;
 
-namespace {
-
 constexpr char SubKey[] = "Software\\Tarn Holve\\Quillmarch";
 const std::string Key = "HKLM\\"s + SubKey;
 
-void Set(const std::string& section, const std::string& name, const std::string& text) {
+static void Set(const std::string& section, const std::string& name, const std::string& text) {
     machine::TheRegistry().SetString(Key + section, name, text);
 }
 
+namespace {
 struct RegReader : CCfgReader {
     RegReader() : CCfgReader(IniPath, HKEY_LOCAL_MACHINE, SubKey) {}
 };
+} // namespace
 
 TEST(RegSnapshot, AnExistingKeyIsTheSourceForTheLifeOfTheReader) {
     WriteIni("[Settings]\nKey=ini\n");
@@ -47,12 +47,14 @@ TEST(RegSnapshot, UglyValuesAreReadOrPassedOver) {
                         Row{"TooLong", REG_SZ, most + "x", Absent},
                         Row{"Mark", REG_SZ, "__SECTION__", "__SECTION__"},
                         Row{"Last", REG_SZ, "z\0"s, "z"}};
-    for (const auto& [name, type, data, value] : rows)
+    for (const auto& [name, type, data, value] : rows) {
         machine::TheRegistry().SetValue(Key + "\\ComPorts7", name, type, {data.begin(), data.end()});
+    }
     RegReader reader;
     EXPECT_EQ(reader.CreateSnapshot("test"), 1u);
-    for (const auto& [name, type, data, value] : rows)
+    for (const auto& [name, type, data, value] : rows) {
         EXPECT_EQ(Get(reader, ComPorts, 7, name), value) << name;
+    }
     EXPECT_EQ(Get(reader, ComPorts, 7, "blanks"), "a");
 }
 
@@ -62,8 +64,9 @@ TEST(RegSnapshot, ARepeatedSectionLeavesTheFirstAsItIsAndAFullOneEndsAlone) {
     Set("\\ComPorts1", "Key", "second");
     Set("\\ComPorts1", "Other", "second");
     Set("\\ComPorts101", "Key", "no slot");
-    for (int i = 0; i < 301; ++i)
+    for (int i = 0; i < 301; ++i) {
         Set("\\ComPorts2", "Key" + std::to_string(i), std::to_string(i));
+    }
     Set("\\OnArrival2", "Key", "b");
     RegReader reader;
     EXPECT_EQ(reader.CreateSnapshot("test"), 1u);
@@ -94,5 +97,3 @@ TEST(RegSnapshot, OnlyTheConfigurationKeyItselfIsCompared) {
     EXPECT_EQ(reader.CreateSnapshotIfRequired("test"), 0u);
     EXPECT_EQ(Get(reader, Settings, NoSectionNumber, "Key"), "b");
 }
-
-} // namespace

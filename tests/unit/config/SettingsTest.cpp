@@ -10,8 +10,6 @@
 
 using namespace configtest;
 
-namespace {
-
 TEST(Settings, TimesAreClampedAndTheRemovalsFollowsTheArrivals) {
     using Row = std::tuple<const char*, LONG, LONG>;
     for (const auto& [keys, timeout, timeoutOnRemoval] :
@@ -75,8 +73,7 @@ TEST(Durations, TheFirstLetterIsTheUnit) {
           Row{"\xC4"
               "1s",
               0},
-          Row{"50d", 50 * 86'400'000u}, Row{"1" + blanks + "s", 1000}, Row{"1 " + blanks + "s", 0}})
+          Row{"50d", 50 * 86'400'000u}, Row{"1" + blanks + "s", 1000}, Row{"1 " + blanks + "s", 0}}) {
         EXPECT_EQ(ParseDuration(text.c_str()), milliseconds) << text;
+    }
 }
-
-} // namespace

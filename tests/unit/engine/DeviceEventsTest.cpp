@@ -15,12 +15,10 @@
 
 using namespace configtest;
 
-namespace {
-
 constexpr char PortPath[] = "\\\\?\\USB#VID_0403&PID_6001#A1#{86e0d1e0-8089-11d0-9ce4-08003e301f73}";
 
-void Send(DWORD eventCode, const char* path = PortPath, const GUID& interfaceClass = InterfaceClass::ComPort,
-          DWORD deviceType = DBT_DEVTYP_DEVICEINTERFACE) {
+static void Send(DWORD eventCode, const char* path = PortPath, const GUID& interfaceClass = InterfaceClass::ComPort,
+                 DWORD deviceType = DBT_DEVTYP_DEVICEINTERFACE) {
     std::vector<char> record(sizeof(DEV_BROADCAST_DEVICEINTERFACE_A) + strlen(path));
     DEV_BROADCAST_DEVICEINTERFACE_A head = {};
     head.dbcc_size = static_cast<DWORD>(record.size());
@@ -32,7 +30,7 @@ void Send(DWORD eventCode, const char* path = PortPath, const GUID& interfaceCla
 }
 
 // Makes a window of the thread, which answers from the given time on.
-DWORD WINAPI SlowWindow_ThreadProc(LPVOID answersAfterMs) {
+static DWORD WINAPI SlowWindow_ThreadProc(LPVOID answersAfterMs) {
     WNDCLASSA windowClass = {};
     windowClass.lpfnWndProc = MainWndProc;
     windowClass.lpszClassName = "Slow";
@@ -40,11 +38,13 @@ DWORD WINAPI SlowWindow_ThreadProc(LPVOID answersAfterMs) {
     g_hwndMain = CreateWindowExA(0, "Slow", "", 0, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
     Sleep(static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(answersAfterMs)));
     MSG message;
-    while (GetMessageA(&message, nullptr, 0, 0) > 0)
+    while (GetMessageA(&message, nullptr, 0, 0) > 0) {
         DispatchMessageA(&message);
+    }
     return 0;
 }
 
+namespace {
 class DeviceEvents : public testing::Test {
 protected:
     DeviceEvents() {
@@ -57,6 +57,7 @@ protected:
     }
     CComPorts* table;
 };
+} // namespace
 
 TEST_F(DeviceEvents, OnlyTheArrivalClearsARestartMark) {
     CopyText(szRestarting1, "usb#vid_0403&pid_6001#a1");
@@ -100,8 +101,9 @@ TEST_F(DeviceEvents, ARemovalKillsTheWaitingBalloonOfAnArrival) {
 // count between the two ticks, and then between them and now.
 TEST_F(DeviceEvents, AFlickerIsNotTold) {
     for (const bool isBehindWrap : {false, true}) {
-        if (isBehindWrap)
+        if (isBehindWrap) {
             Sleep(1500 - GetTickCount());
+        }
         for (const auto& [gap, ageOfChange, isTold] :
              {std::tuple(1000u, 2000u, false), std::tuple(1001u, 2000u, true), std::tuple(1000u, 1999u, true)}) {
             UseIni("[BalloonTips]\nEnabled=1\nEnabledOnRemoval=0\n");
@@ -183,5 +185,3 @@ TEST_F(DeviceEvents, AServiceAsksItsWindowUntilItAnswersWithinAHundredMillisecon
         EXPECT_EQ(CountLogged("RegisterDeviceNotification("), 5);
     }
 }
-
-} // namespace

@@ -10,8 +10,6 @@
 
 using namespace configtest;
 
-namespace {
-
 TEST(WildcardMatch, WholeTextsFitWholePatterns) {
     const char* const fitting[][2] = {
         {"COM1", "COM1"},     {"COM1", "com1"},        {"COM1", "COM*"},     {"COM", "COM*"}, {"COM1", "*1"},
@@ -32,10 +30,12 @@ TEST(WildcardMatch, WholeTextsFitWholePatterns) {
                              Row{"COM  X", "COM"},
                              Row{"COM1", nullptr},
                              Row{"VID_04031", "VID_04??"}};
-    for (const auto& [text, pattern] : fitting)
+    for (const auto& [text, pattern] : fitting) {
         EXPECT_TRUE(WildcardMatch(text, pattern)) << text << " ~ " << pattern;
-    for (const auto& [text, pattern] : different)
+    }
+    for (const auto& [text, pattern] : different) {
         EXPECT_FALSE(WildcardMatch(text, pattern)) << (text != nullptr ? text : "(null)");
+    }
 }
 
 TEST(SectionMatching, FormsAreAlternativesAndKeysMustAllHold) {
@@ -65,8 +65,9 @@ TEST(SectionMatching, PortNamesAreReadInTheOrderOfTheirKeys) {
     std::vector<DWORD> first256;
     for (DWORD i = 1; i <= 300; ++i) {
         many += "COM" + std::to_string(i);
-        if (i <= MaxNewPorts)
+        if (i <= MaxNewPorts) {
             first256.push_back(i);
+        }
     }
     using Row = std::pair<std::string, std::vector<DWORD>>;
     for (const auto& [keys, expected] :
@@ -83,7 +84,7 @@ TEST(SectionMatching, PortNamesAreReadInTheOrderOfTheirKeys) {
 }
 
 // A port whose registry name, DOS name and kernel name agree.
-CComPort* Port(CComPorts* table, const char* id, LONG number, const char* kernelName) {
+static CComPort* Port(CComPorts* table, const char* id, LONG number, const char* kernelName) {
     char name[16];
     FormatText(name, "COM%i", number);
     CComPort* port = inventorytest::Put(table, {.id = id, .regName = name, .kernelNameCom = kernelName});
@@ -126,5 +127,3 @@ TEST(AssignmentCheck, EachEndWithoutAChangeTellsWhyAndWhetherItIsThrough) {
         port->IsUsed = 0;
     }
 }
-
-} // namespace

@@ -85,9 +85,11 @@ inline Ended RunProgram(const std::string& arguments, bool isAdministrator, cons
     }
     Ended ended;
     ended.exitCode = static_cast<int>(process->exitCode);
-    for (const machine::MessageBoxRecord& box : machine::MessageBoxes())
-        if (box.processId == process->id)
+    for (const machine::MessageBoxRecord& box : machine::MessageBoxes()) {
+        if (box.processId == process->id) {
             ended.box = box.text;
+        }
+    }
     return ended;
 }
 

@@ -8,8 +8,6 @@
 #include "host/Quillmarch.h"
 #include "host/StartModes.h"
 
-namespace {
-
 using namespace hosttest;
 
 TEST(StartMode, TheAccountDecidesFirstThenTheBeginningOfTheCommandLine) {
@@ -19,8 +17,9 @@ TEST(StartMode, TheAccountDecidesFirstThenTheBeginningOfTheCommandLine) {
     EXPECT_EQ(ChooseStartMode("S-1-5-1", false, ""), ModeNul) << "not one of the system's own";
     EXPECT_EQ(ChooseStartMode("S-1-5-180", false, "-ini"), ModeIni);
     const auto ofUser = [](const char* line) { return ChooseStartMode("S-1-5-21-1-2-3-1001", true, line); };
-    for (const char* line : {" -debug", "-DEBUG", "/debug", "-ex", "-register"})
+    for (const char* line : {" -debug", "-DEBUG", "/debug", "-ex", "-register"}) {
         EXPECT_EQ(ofUser(line), ModeNonservice) << line;
+    }
     EXPECT_EQ(ofUser(""), ModeNul);
     EXPECT_EQ(ofUser("-debug"), ModeDebug);
     EXPECT_EQ(ofUser("-exec=x"), ModeExec);
@@ -38,6 +37,7 @@ constexpr DWORD NotRegistered = 0, Stopped = SERVICE_STOPPED, Running = SERVICE_
 constexpr DWORD States[] = {NotRegistered, Stopped, Running};
 constexpr UINT Stop = 16, Warning = 48, Information = 64;
 
+namespace {
 // The result of a command for an administrator: the box's beginning, its flags, the exit code, the state afterwards.
 struct Outcome {
     const char* box;
@@ -45,6 +45,7 @@ struct Outcome {
     int exitCode;
     DWORD state;
 };
+} // namespace
 // By the state before it: not registered, stopped, running.
 using Outcomes = Outcome[3];
 
@@ -70,16 +71,18 @@ constexpr Outcomes Stops = {{"Service is not registered", Warning, 1, NotRegiste
                             {"Service is not running", Warning, 0, Stopped},
                             {"Service successfully stopped", Information, 0, Stopped}};
 
-struct Command {
+namespace {
+struct CommandCase {
     const char *line, *elevated; // what the copy with more rights is given; null: the command needs none
-    Command(const char* same) : line(same), elevated(same) {}
-    Command(const char* from, const char* to) : line(from), elevated(to) {}
+    CommandCase(const char* same) : line(same), elevated(same) {}
+    CommandCase(const char* from, const char* to) : line(from), elevated(to) {}
 };
 struct CommandGroup {
     const Outcomes& outcomes;
     bool isVerbose;
-    std::vector<Command> commands;
+    std::vector<CommandCase> commands;
 };
+} // namespace
 const CommandGroup CommandGroups[] = {
     {Usages, true, {{"-?", nullptr}, {"--", nullptr}, {"/-/", nullptr}}},
     {Usages, true, {"/?x", "-debug x", "-register x", "-unregister", "/start", "--start", "start", "/stop"}},
@@ -95,15 +98,16 @@ const CommandGroup CommandGroups[] = {
     {Stops, false, {"-silentstop", "-stopsilent"}}};
 
 // The machine with the service in one of the three states, and nothing left of the last case.
-void BringServiceTo(DWORD state) {
+static void BringServiceTo(DWORD state) {
     if (machine::ServiceProcess(Name)) {
         machine::PostServiceControl(Name, SERVICE_CONTROL_STOP, 0, {});
         machine::SleepMs(1000);
     }
     machine::RemoveService(Name);
     machine::TheRegistry().DeleteTree(EventSource);
-    if (state == NotRegistered)
+    if (state == NotRegistered) {
         return;
+    }
     DefineTheService();
     g_pService->AddEventSource(Name, 0);
     if (state == Running) {
@@ -114,7 +118,7 @@ void BringServiceTo(DWORD state) {
 }
 
 // What one case may not do and must do, whoever runs it.
-void Judge(const Command& command, bool isVerbose, const Outcome& wanted, bool isAdministrator) {
+static void Judge(const CommandCase& command, bool isVerbose, const Outcome& wanted, bool isAdministrator) {
     const std::size_t boxesBefore = machine::MessageBoxes().size(), callsBefore = machine::ShellCalls().size();
     const Ended ended = RunProgram(command.line, isAdministrator);
     machine::SleepMs(1000);
@@ -127,8 +131,9 @@ void Judge(const Command& command, bool isVerbose, const Outcome& wanted, bool i
         EXPECT_EQ(machine::MessageBoxes().back().title, "Quill-March-Ward");
     }
     EXPECT_EQ(machine::ServiceState(Name), wanted.state);
-    for (const char* key : {ServiceKey, EventSource})
+    for (const char* key : {ServiceKey, EventSource}) {
         EXPECT_EQ(machine::TheRegistry().FindKey(key) != nullptr, wanted.state != NotRegistered) << key;
+    }
     const bool isLifted = !isAdministrator && command.elevated;
     ASSERT_EQ(machine::ShellCalls().size() - callsBefore, isLifted ? 1u : 0u);
     if (isLifted) {
@@ -140,9 +145,9 @@ void Judge(const Command& command, bool isVerbose, const Outcome& wanted, bool i
 TEST(Command, EachOneInEachStateOfTheServiceWithAndWithoutRights) {
     StartOfProgram();
     machine::SetConsent(false);
-    for (const CommandGroup& group : CommandGroups)
-        for (const Command& command : group.commands)
-            for (std::size_t i = 0; i < std::size(States); ++i)
+    for (const CommandGroup& group : CommandGroups) {
+        for (const CommandCase& command : group.commands) {
+            for (std::size_t i = 0; i < std::size(States); ++i) {
                 for (const bool isAdministrator : {true, false}) {
                     SCOPED_TRACE(std::string(command.line) + (isAdministrator ? ", administrator" : ", user") +
                                  ", service in state " + std::to_string(States[i]));
@@ -152,6 +157,9 @@ TEST(Command, EachOneInEachStateOfTheServiceWithAndWithoutRights) {
                     const bool isRefused = !isAdministrator && command.elevated;
                     Judge(command, group.isVerbose, isRefused ? refused : group.outcomes[i], isAdministrator);
                 }
+            }
+        }
+    }
 }
 
 TEST(HelpFile, OpensInTheUsersLanguageAndAsksForRightsOnlyToTakeTheMarkOff) {
@@ -163,8 +171,9 @@ TEST(HelpFile, OpensInTheUsersLanguageAndAsksForRightsOnlyToTakeTheMarkOff) {
 
     const std::string mark = folder + "eng.chm:Zone.Identifier";
     machine::SetAssociation(".chm", "C:\\Windows\\hh.exe");
-    for (const std::string& file : {std::string("C:\\Windows\\hh.exe"), folder + "ger.chm", folder + "eng.chm"})
+    for (const std::string& file : {std::string("C:\\Windows\\hh.exe"), folder + "ger.chm", folder + "eng.chm"}) {
         machine::TheFiles().Write(file, "");
+    }
     const std::pair<unsigned, const char*> rows[] = {{0x0407, "ger"}, {0x0807, "ger"}, {0x1407, "ger"},
                                                      {0x1807, "eng"}, {0x0007, "eng"}, {0x040C, "eng"}};
     for (const auto& [language, file] : rows) {
@@ -203,5 +212,3 @@ TEST(ExeDrive, OnlyADriveOfTheMachineItselfWillDo) {
     }
     EXPECT_EQ(machine::MessageBoxes().back().flags, Stop | MB_SYSTEMMODAL);
 }
-
-} // namespace

@@ -10,12 +10,10 @@
 #include "config/CCfgReader.h"
 #include "config/CSettings.h"
 
-namespace {
-
 using namespace hosttest;
 
 // A service process as WinMain has it just before the dispatcher.
-void StartOfService() {
+static void StartOfService() {
     StartOfProgram();
     DefineTheService();
     machine::AdoptServiceProcess(Name, machine::CurrentProcess());
@@ -31,20 +29,22 @@ void StartOfService() {
 }
 
 // Runs the service to its stop.
-void RunWithStopAt(std::uint64_t atMs) {
+static void RunWithStopAt(std::uint64_t atMs) {
     machine::At(atMs, machine::Due::Outside, [] { machine::PostServiceControl(Name, SERVICE_CONTROL_STOP, 0, {}); });
     EXPECT_TRUE(g_pService->Start());
 }
 
-std::uint64_t FirstReportMs(DWORD state) {
-    for (const machine::ServiceReport& report : machine::ServiceReports())
-        if (report.state == state)
+static std::uint64_t FirstReportMs(DWORD state) {
+    for (const machine::ServiceReport& report : machine::ServiceReports()) {
+        if (report.state == state) {
             return report.atMs;
+        }
+    }
     return ~0ull;
 }
 
 // What an arrival does that keeps the main lock for long.
-DWORD WINAPI HoldMainLock_ThreadProc(LPVOID) {
+static DWORD WINAPI HoldMainLock_ThreadProc(LPVOID) {
     EnterCriticalSection(&CS_main);
     Sleep(60000);
     LeaveCriticalSection(&CS_main);
@@ -116,5 +116,3 @@ TEST(SessionEvents, ALogonIsFollowedUntilItsSessionAnswers) {
     EXPECT_EQ(logOn(), 10u) << "no wait after a first answer";
     EXPECT_EQ(CountLogged(" -> abort"), 2);
 }
-
-} // namespace

@@ -6,22 +6,21 @@
 #include "config/CCfgReader.h"
 #include "host/PermissionCheck.h"
 
-namespace {
-
 using namespace hosttest;
 
 constexpr const char* Notepad = "C:\\Windows\\notepad.exe";
 
-void StartOfEditor(const char* ini = nullptr) {
+static void StartOfEditor(const char* ini = nullptr) {
     StartOfProgram();
     machine::TheFiles().Write(Notepad, "");
     machine::TheFiles().Write(machine::SystemDirectory() + "\\notepad.exe", "");
     machine::SetAssociation(".ini", Notepad);
-    if (ini)
+    if (ini) {
         machine::TheFiles().Write(szIniFile, ini);
+    }
 }
 
-std::string IniText() {
+static std::string IniText() {
     return machine::TheFiles().Read(szIniFile).value_or("(no file)");
 }
 
@@ -151,5 +150,3 @@ TEST(ImagePath, ABlankWithoutAQuoteGetsQuotesAndTheTypeStays) {
         EXPECT_EQ(value->type, type) << before;
     }
 }
-
-} // namespace

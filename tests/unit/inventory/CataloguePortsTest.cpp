@@ -17,8 +17,6 @@
 #include <sstream>
 #include <string>
 
-namespace {
-
 const std::string Root = "USB\\ROOT_HUB30\\5&20be2fcd&0&0";
 const std::string HubId = "USB\\VID_0E0F&PID_0002\\6&30c8ca5f&0&7"; // on port 7 of the root hub: 1-7
 const std::string BridgeId = "PCI\\VEN_8086&DEV_2448&SUBSYS_00000000&REV_E1\\3&11583659&0&F0";
@@ -29,6 +27,7 @@ const std::string DockHub = "USB\\VID_0E0F&PID_0002\\7&1";
 const std::string Radio = "USB\\VID_0E0F&PID_0008\\000650268328";
 const std::string Emulator = "ROOT\\COM0COM\\0000";
 
+namespace {
 // above: what hangs between the hub and the port, the upper one first, parted by ">"; or its parent. usbPort: "" if it
 // is not on USB. A service, kernel name or text that nobody knows is null. group: the others of its group, as the
 // product forms it.
@@ -37,6 +36,7 @@ struct Row {
     std::string sameParent;
     const char* group;
 };
+} // namespace
 
 // In the order of position: what is not on USB first, by id; then by socket, root first.
 const Row Rows[] = {
@@ -122,7 +122,7 @@ const Row Rows[] = {
 };
 
 // Of these only the device that carries the ports is known, or a port that no class of Windows' own lists.
-const char* const NoPorts[] = {
+static const char* const NoPorts[] = {
     "USB\\VID_9710&PID_7840\\6&1&0&48",
     "USB\\VID_110A&PID_1150\\6&1&0&46",
     "USB\\VID_1608&PID_0240\\6&1&0&47",
@@ -130,6 +130,7 @@ const char* const NoPorts[] = {
     "COM0COM\\PORT\\CNCB1",
 };
 
+namespace {
 struct Bench {
     machine::DevicesDescription description;
     std::map<std::string, std::size_t> places;
@@ -140,10 +141,12 @@ struct Bench {
         if (isNew) {
             machine::DeviceDescription& device = description.devices.emplace_back();
             device.id = id;
-            if (!parent.empty())
+            if (!parent.empty()) {
                 device.parent = parent;
-            if (hubPort)
+            }
+            if (hubPort) {
                 device.hubPort = hubPort;
+            }
         }
         return description.devices[place->second];
     }
@@ -153,26 +156,31 @@ struct Bench {
             usbPort.empty() ? 0u : static_cast<unsigned>(std::stoul(usbPort.substr(usbPort.rfind('-') + 1)));
         std::string parent = row.id[0] == 'B' || usbPort.empty() ? "" : row.sameParent;
         std::istringstream above(row.above);
-        for (std::string id; std::getline(above, id, '>'); parent = id)
-            if (!usbPort.empty())
+        for (std::string id; std::getline(above, id, '>'); parent = id) {
+            if (!usbPort.empty()) {
                 Add(id, parent, parent == row.sameParent ? hubPort : 0);
+            }
+        }
         Add(row.id, parent, parent == row.sameParent && *row.above == 0 ? hubPort : 0);
     }
 };
+} // namespace
 
-void DescribeTheMachine(Bench& bench) {
+static void DescribeTheMachine(Bench& bench) {
     bench.Add("ACPI_HAL\\PNP0C08\\0").service = "ACPI";
     bench.Add("ACPI\\PNP0A08\\0").service = "pci";
     bench.Add("PCI\\VEN_8086&DEV_9D4E&SUBSYS_00000000&REV_21\\3&11583659&0&F8").service = "msisadrv";
-    for (const std::string& id : {BridgeId, CardBus})
+    for (const std::string& id : {BridgeId, CardBus}) {
         bench.Add(id).service = "pci";
+    }
     bench.Add(CardId, BridgeId);
     bench.Add("PCI\\VEN_15AD&DEV_0779&SUBSYS_077915AD&REV_00&CC_0C0330\\3&11583659&0&A8");
     bench.Add(Root, "PCI\\VEN_15AD&DEV_0779&SUBSYS_077915AD&REV_00&CC_0C0330\\3&11583659&0&A8");
     const std::string middleHub = DockHub + "3";
     for (const auto& [id, parent, port] : {std::tuple(DockHub, Root, 1u), std::tuple(middleHub, DockHub, 3u),
-                                           std::tuple(DeepHub, middleHub, 4u), std::tuple(HubId, Root, 7u)})
+                                           std::tuple(DeepHub, middleHub, 4u), std::tuple(HubId, Root, 7u)}) {
         bench.Add(id, parent, port).kind = machine::DeviceKind::Hub;
+    }
     bench.Add(Radio, Root, 2).service = "BTHUSB";
     bench.Add("BTH\\MS_BTHBRB\\8&20f38eb4&0&1", Radio);
     bench.Add(Emulator).hardwareId = {"root\\com0com"};
@@ -187,22 +195,23 @@ void DescribeTheMachine(Bench& bench) {
     bench.Add(NoPorts[2], HubId, 47);
 }
 
-DWORD NodeOf(const std::string& id) {
+static DWORD NodeOf(const std::string& id) {
     const machine::DeviceNode* node = id.empty() ? nullptr : machine::TheDeviceTree().FindById(id);
     return node != nullptr ? node->number : 0;
 }
 
 // One byte a level, the level nearest the root in the highest one.
-ULONGLONG ChainOf(const std::string& usbPort) {
+static ULONGLONG ChainOf(const std::string& usbPort) {
     ULONGLONG chain = 0;
     int shift = 56;
     std::istringstream levels(usbPort);
-    for (std::string level; std::getline(levels, level, '-'); shift -= 8)
+    for (std::string level; std::getline(levels, level, '-'); shift -= 8) {
         chain |= static_cast<ULONGLONG>(std::stoul(level)) << shift;
+    }
     return chain;
 }
 
-bool IsCounted(const std::string& name, const std::string& kernel) {
+static bool IsCounted(const std::string& name, const std::string& kernel) {
     return name.substr(0, kernel.size()) == kernel && name.size() > kernel.size() &&
            name.find_first_not_of("0123456789", kernel.size()) == std::string::npos;
 }
@@ -210,8 +219,9 @@ bool IsCounted(const std::string& name, const std::string& kernel) {
 TEST(CataloguePorts, EachKnownDeviceIsSeenAsItsIdAndItsPlaceTell) {
     Bench bench;
     DescribeTheMachine(bench);
-    for (const Row& row : Rows)
+    for (const Row& row : Rows) {
         bench.AddRow(row);
+    }
     bench.Add(NoPorts[0], HubId, 48);
     bench.Add(NoPorts[3], "USB\\VID_303A&PID_1001\\24:58:7C:DE:81:C8");
     ASSERT_EQ(machine::BuildDevices(bench.description), "");
@@ -224,8 +234,9 @@ TEST(CataloguePorts, EachKnownDeviceIsSeenAsItsIdAndItsPlaceTell) {
     ASSERT_EQ(table->CreateSnapshot(0), static_cast<int>(std::size(Rows)));
 
     std::map<LONG, std::string> tags;
-    for (const Row& row : Rows)
+    for (const Row& row : Rows) {
         tags[table->FindPortIdxByDevInst(NodeOf(row.id))] = row.tag;
+    }
     ASSERT_EQ(tags.count(NoPort), 0u) << tags[NoPort];
     for (const Row& row : Rows) {
         SCOPED_TRACE(row.tag);
@@ -241,8 +252,9 @@ TEST(CataloguePorts, EachKnownDeviceIsSeenAsItsIdAndItsPlaceTell) {
         EXPECT_EQ(port.UsbPortChain, ChainOf(row.usbPort));
         EXPECT_EQ(port.SameParentDevInst, NodeOf(row.sameParent));
         std::set<std::string> group;
-        for (LONG i = 1; i < port.SameParentCount; ++i)
+        for (LONG i = 1; i < port.SameParentCount; ++i) {
             group.insert(tags[port.Same[i]]);
+        }
         std::istringstream wanted(row.group);
         const std::set<std::string> expected{std::istream_iterator<std::string>(wanted), {}};
         EXPECT_EQ(group, expected);
@@ -256,8 +268,7 @@ TEST(CataloguePorts, EachKnownDeviceIsSeenAsItsIdAndItsPlaceTell) {
     std::reverse(table->Ports, table->Ports + table->PortCount);
     std::sort(table->Ports, table->Ports + table->PortCount,
               [](const CComPort* a, const CComPort* b) { return ComparePortsByPosition(&a, &b) < 0; });
-    for (LONG i = 0; i < table->PortCount; ++i)
+    for (LONG i = 0; i < table->PortCount; ++i) {
         EXPECT_STREQ(table->Ports[i]->DeviceID, Rows[i].id) << "at place " << i;
+    }
 }
-
-} // namespace

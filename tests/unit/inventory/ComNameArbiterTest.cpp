@@ -6,29 +6,27 @@
 #include "inventory/names/ComNameArbiter.h"
 #include "simwin/registry/Registry.h"
 
-namespace {
-
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr char Key[] = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
 
-int s_writes; // of simulated programs since the last Plant
+static int s_writes; // of simulated programs since the last Plant
 
-void Plant(const Bytes& database) {
+static void Plant(const Bytes& database) {
     machine::TheRegistry().SetBinary(Key, "ComDB", database);
     machine::TheRegistry().WatchWrites([](const machine::RegistryWrite&) { ++s_writes; });
     s_writes = 0;
 }
 
-Bytes Database() {
+static Bytes Database() {
     return machine::TheRegistry().GetValue(Key, "ComDB")->data;
 }
 
-int Add(int number) {
+static int Add(int number) {
     return ComNameArbiterAdd(number);
 }
 
-int Remove(int number) {
+static int Remove(int number) {
     return ComNameArbiterRemove(("COM" + std::to_string(number)).c_str());
 }
 
@@ -76,8 +74,9 @@ TEST(ComNameArbiter, WithoutADatabaseNothingIsMade) {
 TEST(ComNameArbiter, ASweepFreesWhatIsListedAndHasNoDosName) {
     using Row = std::tuple<const char*, Bytes, Bytes, int>;
     // Live: COM3 and COM12. Names in other letters are no COM names.
-    for (const char* name : {"COM3", "COM12", "com5", "COMX", "COM0", "COM999", "AUX"})
+    for (const char* name : {"COM3", "COM12", "com5", "COMX", "COM0", "COM999", "AUX"}) {
         ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, name, "\\Device\\Serial0")) << name;
+    }
     for (const auto& [list, before, after, result] :
          {Row{"1-16", {0xFF, 0xFF}, {0x04, 0x08}, 1}, Row{"1-4,7, 16", {0xFF, 0xFF}, {0xB4, 0x7F}, 1},
           Row{"9-40", {0xFF, 0xFF}, {0xFF, 0x08}, 1}, Row{"3,12", {0xFF, 0xFF}, {0xFF, 0xFF}, 1},
@@ -107,5 +106,3 @@ TEST(ComNameArbiter, AFreeNumberIsFreeInTheDatabaseAndAmongThePresentPorts) {
         EXPECT_EQ(ports->FindFreePortNumber(), found) << "up to " << maxNumber;
     }
 }
-
-} // namespace

@@ -8,23 +8,21 @@
 #include "simwin/devices/DosNames.h"
 #include "simwin/registry/Registry.h"
 
-namespace {
-
 constexpr char EnumKey[] = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_1111&PID_2222\\A1";
 constexpr char ClassKey[] = "SYSTEM\\CurrentControlSet\\Control\\Class\\{4d36e978-e325-11ce-bfc1-08002be10318}\\0003";
 constexpr char KernelName[] = "\\Device\\VCP0";
 const std::string DeviceKey = std::string("HKLM\\") + EnumKey, ParametersKey = DeviceKey + "\\Device Parameters",
                   Driver = std::string("HKLM\\") + ClassKey, DeviceMap = "HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM";
 
-void Set(const std::string& key, const char* name, const std::string& text) {
+static void Set(const std::string& key, const char* name, const std::string& text) {
     machine::TheRegistry().SetString(key, name, text);
 }
 
-std::string Get(const std::string& key, const char* name) {
+static std::string Get(const std::string& key, const char* name) {
     return machine::TheRegistry().GetString(key, name, "(none)");
 }
 
-void Change(const char* oldName, const char* newName) {
+static void Change(const char* oldName, const char* newName) {
     EXPECT_EQ(ChangeRegistryComPortNumber(oldName, newName, EnumKey, ClassKey, KernelName), 1);
 }
 
@@ -77,7 +75,7 @@ TEST(ComPortNumber, TheDeviceMapFollowsInQuickModeOnly) {
     EXPECT_EQ(Get(DeviceMap, "\\Device\\VCP1"), "COM4");
 }
 
-std::string TargetOf(const char* name) {
+static std::string TargetOf(const char* name) {
     const machine::DosDefinition* definition = machine::TheDosNames().InForce(name);
     return definition != nullptr ? definition->target : "(none)";
 }
@@ -99,8 +97,9 @@ TEST(ComPortNumber, ASnapshotOfTheDosNamesHoldsWhatTheFilterFinds) {
     const std::string longTarget = "\\Device\\" + std::string(300, 'n');
     ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, "MyCom", longTarget.c_str()));
     ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, "LPT1", "\\Device\\Parallel0"));
-    for (int i = 1; i <= 3000; ++i) // more than the first buffer holds
+    for (int i = 1; i <= 3000; ++i) { // more than the first buffer holds
         ASSERT_TRUE(CreateDosName(("COM" + std::to_string(i)).c_str(), KernelName));
+    }
     const CDosDeviceNames names("COM");
     ASSERT_EQ(names.Count, 3001);
     EXPECT_STREQ(names.Entries[0].Name, "MyCom");
@@ -139,5 +138,3 @@ TEST(ComPortNumber, ALinkIsFreedOnlyWhenItsDeviceIsGone) {
     }
     EXPECT_EQ(IsComPortNameAvailable("COM9"), 1) << "a name that is not there";
 }
-
-} // namespace

@@ -8,23 +8,21 @@
 #include "support/system/ProcessState.h"
 #include "tests/unit/inventory/PortBuilder.h"
 
-namespace {
-
 using machine::DeviceDescription;
 using machine::DeviceNode;
 
-void Build(const std::vector<DeviceDescription>& devices) {
+static void Build(const std::vector<DeviceDescription>& devices) {
     machine::DevicesDescription description;
     description.devices = devices;
     ASSERT_EQ(machine::BuildDevices(description), "");
 }
 
-DeviceNode& Node(const std::string& id) {
+static DeviceNode& Node(const std::string& id) {
     return *machine::TheDeviceTree().FindById(id);
 }
 
 // The record as the port table would hold it.
-CComPort RecordOf(const DeviceNode& node) {
+static CComPort RecordOf(const DeviceNode& node) {
     CComPort port;
     port.DevInst = node.number;
     CopyText(port.DevPath, node.interfaces.front()->path.c_str());
@@ -52,7 +50,7 @@ TEST(SwapPorts, BothRecordsHaveTheOthersNumberInAllFields) {
 
 using inventorytest::Port;
 
-const CComPort* RecordOf(const CComPorts* table, const char* id) {
+static const CComPort* RecordOf(const CComPorts* table, const char* id) {
     const int index = table->FindPortIdxByDevInst(machine::TheDeviceTree().FindById(id)->number);
     return index >= 0 ? table->Ports[index] : nullptr;
 }
@@ -91,8 +89,9 @@ TEST(PortSnapshot, RegistryNamesAndDosNamesComeTogetherInTheRecord) {
     const machine::DeviceNode* node = machine::TheDeviceTree().FindById(otherValue);
     EXPECT_NE(-1, table->AddNewPort(node->interfaces[0]->path.c_str()));
     EXPECT_STREQ("COM9", RecordOf(table, otherValue)->szRegPortName);
-    for (const char* path : {"\\\\?", "\\\\?\\nobody"})
+    for (const char* path : {"\\\\?", "\\\\?\\nobody"}) {
         EXPECT_EQ(-1, table->AddNewPort(path));
+    }
     EXPECT_EQ(-1, table->AddNewPort(nullptr));
     char name[4];
     EXPECT_EQ(1, GetPortNameByDevInst(port->DevInst, name, sizeof(name)));
@@ -107,5 +106,3 @@ TEST(PortSnapshot, RegistryNamesAndDosNamesComeTogetherInTheRecord) {
     EXPECT_EQ(0u, port->IsPresent);
     EXPECT_EQ(0u, port->Problem);
 }
-
-} // namespace

@@ -9,8 +9,6 @@
 #include <random>
 #include <string>
 
-namespace {
-
 constexpr std::size_t ShortestCommonPart = 10, FunctionNumberLength = 3;
 
 // Pieces that decide something: the ends of the parts, the braces, the known drivers, and COM names whole and torn.
@@ -20,14 +18,16 @@ constexpr const char* Pieces[] = {
     " ",        "\t",   "vid_12d1&", "\\VCP",   "\\AcmSerial_", "7&1e9e&0",  "0000",    "Serial Port",
     "\xC4\xE4", "-",    "\x01",      "CO",      "(CO",          "0"};
 
+namespace {
 class RandomIds : public testing::Test {
 protected:
     std::size_t Below(std::size_t bound) { return m_random() % bound; }
 
     std::string AnyText(std::size_t limit) {
         std::string text;
-        for (std::size_t pieces = Below(12); pieces > 0; --pieces)
+        for (std::size_t pieces = Below(12); pieces > 0; --pieces) {
             text += Pieces[Below(std::size(Pieces))];
+        }
         return Below(16) == 0 ? text.append(limit, 'x') : text; // more than any array has room for
     }
 
@@ -35,17 +35,19 @@ protected:
     template<typename Check>
     void OnMany(std::size_t limit, int atLeast, Check check) {
         int telling = 0;
-        for (int i = 0; i < 10'000; ++i)
+        for (int i = 0; i < 10'000; ++i) {
             telling += check(AnyText(limit));
+        }
         EXPECT_GT(telling, atLeast) << "too few texts that say something";
     }
 
 private:
     std::mt19937 m_random{0x51B5EED};
 };
+} // namespace
 
 // Whether the id has a part in front of its last backslash, or of a GUID's end, that is long enough to say something.
-bool CanBeCompared(const char* id) {
+static bool CanBeCompared(const char* id) {
     const char* last = std::strrchr(id, '\\');
     return last && static_cast<std::size_t>(last - id) >= ShortestCommonPart + FunctionNumberLength;
 }
@@ -73,8 +75,9 @@ TEST_F(RandomIds, StrippingTwiceStripsOnceUnlessASecondNameStoodInFront) {
         const std::string once = text;
         EXPECT_NE(before.find(once), std::string::npos) << "'" << before << "' became '" << once << "'";
         EXPECT_TRUE(hasName || before.starts_with(once)) << "'" << before << "' became '" << once << "'";
-        if (FindComInFriendlyName(text) == nullptr)
+        if (FindComInFriendlyName(text) == nullptr) {
             StripComFromFriendlyName(text);
+        }
         EXPECT_EQ(once, text) << "'" << before << "'";
         return once != before;
     });
@@ -84,8 +87,9 @@ TEST_F(RandomIds, AFoundNameCanBeCopiedWithItsDigits) {
     OnMany(sizeof(CComPort::FriendlyName), 1000, [](const std::string& text) {
         const char* at = FindComInFriendlyName(text.c_str());
         char name[sizeof(CComPort::szPortName)], digits[sizeof(CComPort::PortNumberText)];
-        if (at == nullptr)
+        if (at == nullptr) {
             return false;
+        }
         CopyComName(at, name);
         CopyComDigits(name, digits);
         EXPECT_EQ(std::string("COM") + digits, name) << text;
@@ -114,8 +118,9 @@ TEST(FriendlyName, TheComNameIsFoundAndCut) {
         EXPECT_STREQ(stripped, text) << "'" << given << "'";
         const char* found = FindComInFriendlyName(given);
         ASSERT_EQ(expected == nullptr, found == nullptr) << "'" << given << "'";
-        if (found != nullptr)
+        if (found != nullptr) {
             CopyComName(found, comName);
+        }
         EXPECT_STREQ(expected != nullptr ? expected : "", comName) << "'" << given << "'";
     }
 }
@@ -131,5 +136,3 @@ TEST(FriendlyName, TooManyDigitsAreCutToTheArray) {
         EXPECT_STREQ("", digits) << "'" << name << "'";
     }
 }
-
-} // namespace

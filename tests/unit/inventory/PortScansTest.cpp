@@ -6,15 +6,13 @@
 
 #include "tests/unit/inventory/PortBuilder.h"
 
-namespace {
-
 using inventorytest::NewTable;
 using inventorytest::PortRow;
 using inventorytest::Put;
 
 constexpr const char* Vcp = "\\Device\\VCP0";
 
-bool NameExists(const char* name) {
+static bool NameExists(const char* name) {
     char target[DosTargetSize];
     return QueryDosName(name, target) != 0;
 }
@@ -34,9 +32,10 @@ TEST(KnownDrivers, AKernelNameFitsByVendorServiceOrParent) {
           Row{"\\Device\\e360", "X", "", "Mbm3CBus", true},
           Row{"\\Device\\VSerial0", "X", "evserial", "", true}, // the last row
           Row{"\\Device\\VSerial0", "X", "", "", false},        // an empty cell is no empty name
-          Row{"", "X", "Serial", "msisadrv", false}})
+          Row{"", "X", "Serial", "msisadrv", false}}) {
         EXPECT_EQ(fits, KernelNameFitsDriver(kernelName, deviceId, service, parentService))
             << kernelName << " of " << deviceId << " " << service << " " << parentService;
+    }
 }
 
 TEST(PortScans, FunctionsOfOneDeviceAreToldByTheirIds) {
@@ -95,7 +94,7 @@ TEST(PortScans, OfTwoPortsWithOneNameTheOneWithoutTheLinkLosesIt) {
     EXPECT_EQ(0u, present->MarkedForRestart) << "an absent port claims nothing";
 }
 
-void PutFunctions(CComPorts* table, int count, const char* device, DWORD sameParent) {
+static void PutFunctions(CComPorts* table, int count, const char* device, DWORD sameParent) {
     for (int i = 0; i < count; ++i) {
         char id[64];
         FormatText(id, "USB\\VID_0403&PID_6011&%s&MI_%02i\\7", device, i);
@@ -103,7 +102,7 @@ void PutFunctions(CComPorts* table, int count, const char* device, DWORD samePar
     }
 }
 
-std::vector<LONG> GroupOf(const CComPorts* table, LONG index) {
+static std::vector<LONG> GroupOf(const CComPorts* table, LONG index) {
     const CComPort* port = table->Ports[index];
     return std::vector<LONG>(port->Same, port->Same + port->SameParentCount);
 }
@@ -183,8 +182,7 @@ TEST(PortScans, OnlyNamesWithoutADeviceAreDeleted) {
     }
     Put(table, {}); // a port without a name in force
     table->DeleteNotFoundPorts();
-    for (const auto& [name, error] : rows)
+    for (const auto& [name, error] : rows) {
         EXPECT_EQ(error == ERROR_ACCESS_DENIED, NameExists(name)) << name;
+    }
 }
-
-} // namespace

@@ -10,8 +10,6 @@
 #include <iterator>
 #include <vector>
 
-namespace {
-
 using inventorytest::NewTable;
 using inventorytest::Put;
 
@@ -28,8 +26,9 @@ TEST(PortTable, APathIsFoundWhateverItsPrefixAndCase) {
     Put(table, {.path = "\\\\?\\usb#vid_0403#a3#{guid}"})->IsUsed = 0;
     EXPECT_EQ(1, table->FindPortIdxByDevicePath("\\\\.\\USB#vid_0403#A1#{guid}"));
     EXPECT_EQ(2, table->FindPortIdxByDevicePath("\\\\?\\usb#vid_0403#a2#{guid}"));
-    for (const char* path : {"\\\\?\\usb#vid_0403#a3#{guid}", "\\\\?\\usb#vid_0403#a1#{guid", "\\\\?\\", "x", ""})
+    for (const char* path : {"\\\\?\\usb#vid_0403#a3#{guid}", "\\\\?\\usb#vid_0403#a1#{guid", "\\\\?\\", "x", ""}) {
         EXPECT_EQ(-1, table->FindPortIdxByDevicePath(path)) << path;
+    }
     EXPECT_EQ(-1, table->FindPortIdxByDevicePath(nullptr));
 }
 
@@ -49,8 +48,9 @@ TEST(PortTable, ANameBelongsToThePortThatTheLinkLeadsTo) {
 
 TEST(PortTable, TheLastSlotIsTakenAndOneMoreRefused) {
     CComPorts* table = NewTable();
-    for (int i = 0; i < MaxPorts; ++i)
+    for (int i = 0; i < MaxPorts; ++i) {
         ASSERT_EQ(i, table->AddVirtualPort("COM12", "\\Device\\Gone")) << i;
+    }
     const CComPort* first = table->Ports[0];
     EXPECT_EQ(0u, first->RecordValid);
     EXPECT_EQ(12, first->PortNumber);
@@ -58,16 +58,18 @@ TEST(PortTable, TheLastSlotIsTakenAndOneMoreRefused) {
     EXPECT_EQ(0x8000000Cu, first->DevInst);
     const std::vector<CComPort*> before(std::begin(table->Ports), std::end(table->Ports));
     std::vector<CComPort> records;
-    for (const CComPort* record : before)
+    for (const CComPort* record : before) {
         records.push_back(*record);
+    }
     logtest::StartLog();
     EXPECT_EQ(-1, table->FindFreePortSlot());
     EXPECT_EQ(0, table->AddVirtualPort("COM8", "\\Device\\Gone"));
     EXPECT_EQ(0, table->AddPort(0, 1000, "\\\\?\\late"));
     EXPECT_TRUE(logtest::Logged("ERROR: more than 4096 ports -> abort"));
     EXPECT_EQ(MaxPorts, table->PortCount);
-    for (int i = 0; i < MaxPorts; ++i)
+    for (int i = 0; i < MaxPorts; ++i) {
         EXPECT_TRUE(before[i] == table->Ports[i] && std::memcmp(before[i], &records[i], sizeof(CComPort)) == 0) << i;
+    }
     table->Ports[9]->IsUsed = 0; // a slot that is given up is the next to be taken
     EXPECT_EQ(9, table->AddVirtualPort("COM9", "\\Device\\Gone"));
     EXPECT_EQ(MaxPorts, table->PortCount);
@@ -93,7 +95,7 @@ TEST(PortTable, AFullOneGivesUpTheRecordThatHasBeenAbsentLongestAndWaitsForNothi
     EXPECT_EQ(MaxPorts, table->PortCount);
 }
 
-DWORD WINAPI AddPorts(void* firstDevInst) {
+static DWORD WINAPI AddPorts(void* firstDevInst) {
     const DWORD first = static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(firstDevInst));
     for (DWORD i = 0; i < 20; ++i) {
         char path[64];
@@ -106,8 +108,9 @@ DWORD WINAPI AddPorts(void* firstDevInst) {
 TEST(PortTable, TwoArrivalsNeverGetOneSlotNorOneDeviceTwoRecords) {
     const CComPorts* table = NewTable();
     // The second thread brings ten devices of the first once more, and ten new ones.
-    for (ULONG_PTR i = 0; i < 2; ++i)
+    for (ULONG_PTR i = 0; i < 2; ++i) {
         CreateThread(nullptr, 0, AddPorts, reinterpret_cast<void*>(1000 + 10 * i), 0, nullptr);
+    }
     Sleep(100'000);
     ASSERT_EQ(30, table->PortCount);
     for (LONG i = 0; i < table->PortCount; ++i) {
@@ -166,5 +169,3 @@ TEST(DeviceArrivals, AFullListWritesOverTheOldestEntryAndAKnownPathMovesItsTick)
     EXPECT_EQ(2u, g_pDeviceArrivals->LastIndex);
     EXPECT_EQ(g_pDeviceArrivals->GetDeviceArrivalTicker(77) - firstTick, 1500u);
 }
-
-} // namespace

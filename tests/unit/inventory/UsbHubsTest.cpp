@@ -7,7 +7,6 @@
 #include "support/system/CRTreplace.h"
 
 namespace {
-
 // A list of hubs of the test's own.
 struct Tree {
     UsbHub hubs[MaxHubs] = {};
@@ -24,6 +23,7 @@ struct Tree {
         list.Hubs[list.Count++] = &hub;
     }
 };
+} // namespace
 
 TEST(UsbHubs, NamesAndChainsReadFromTheRootDown) {
     Tree tree;
@@ -41,8 +41,9 @@ TEST(UsbHubs, NamesAndChainsReadFromTheRootDown) {
                         {30, 99, 3, "3", 0x0300000000000000},          // no hub above it in the list
                         {40, 5, -1, "4294967295", 0xFF00000000000000}, // a root hub of an unknown controller
                         {41, 40, 0x105, "4294967295-261", 0xFF05000000000000}};
-    for (const Row& row : rows)
+    for (const Row& row : rows) {
         tree.Add(row.node, row.parent, row.port);
+    }
     LinkHubs(&tree.list);
     for (LONG i = 0; i < tree.list.Count; ++i) {
         EXPECT_STREQ(tree.hubs[i].szName, rows[i].name);
@@ -54,8 +55,9 @@ TEST(UsbHubs, NamesAndChainsReadFromTheRootDown) {
 
 TEST(UsbHubs, ADeepTreeIsCutAndARingEnds) {
     Tree tree;
-    for (DWORD level = 1; level <= 12; ++level)
+    for (DWORD level = 1; level <= 12; ++level) {
         tree.Add(level, level - 1, 100 + static_cast<LONG>(level));
+    }
     tree.Add(50, 52, 1);
     tree.Add(51, 50, 2);
     tree.Add(52, 51, 3);
@@ -94,10 +96,12 @@ TEST(UsbHubs, TheHubTellsTheTruePortWhateverTheHintsSay) {
         machine::DeviceDescription& device = description.devices.emplace_back();
         device.id = id;
         device.kind = kind;
-        if (parent != nullptr)
+        if (parent != nullptr) {
             device.parent = parent;
-        if (hubPort != 0)
+        }
+        if (hubPort != 0) {
             device.hubPort = hubPort;
+        }
         return device;
     };
     constexpr char controller[] = "PCI\\VEN_8086&DEV_9D2F\\3&11583659&0&A0", hub[] = "USB\\VID_0BDA&PID_5411\\5&1",
@@ -123,10 +127,9 @@ TEST(UsbHubs, TheHubTellsTheTruePortWhateverTheHintsSay) {
     CUsbHubs hubs;
     ASSERT_EQ(hubs.CreateSnapshot(), 1);
     const HubReader reader(&hubs);
-    for (const auto& [id, hubPort, location, address] : rows)
+    for (const auto& [id, hubPort, location, address] : rows) {
         EXPECT_EQ(hubs.GetUsbPortNumber(node(id)), hubPort) << location << address;
+    }
     EXPECT_EQ(hubs.GetUsbPortNumber(node(controller)), 0u) << "not on a hub";
     EXPECT_EQ(hubs.FindHubByDevInst(node("USB\\VID_0001&PID_0001\\1")), nullptr) << "not a hub";
 }
-
-} // namespace

@@ -6,11 +6,9 @@
 
 #include <string>
 
-namespace {
-
 constexpr DWORD GameStyle = 0x94000000;
 
-machine::Process* StartIn(unsigned session) {
+static machine::Process* StartIn(unsigned session) {
     machine::ProcessStart start;
     start.imagePath = start.commandLine = "C:\\Windows\\explorer.exe";
     start.user = "LAB\\anna";
@@ -19,12 +17,12 @@ machine::Process* StartIn(unsigned session) {
     return machine::StartScripted(start);
 }
 
-std::string ForegroundTitle(unsigned session) {
+static std::string ForegroundTitle(unsigned session) {
     const machine::Window* window = machine::ForegroundOf(session);
     return window ? window->title : "nobody";
 }
 
-void Show(unsigned session, const char* name, RECT rect, bool isTopmost = false) {
+static void Show(unsigned session, const char* name, RECT rect, bool isTopmost = false) {
     machine::ForeignWindow window;
     window.name = name;
     window.className = "Game";
@@ -97,5 +95,3 @@ TEST(Desktop, AProcessInSessionZeroMeetsTheWindowsOfAll) {
         0);
     EXPECT_EQ(seen, "vvvv") << "Progman, the bar and the two, without the bar's child";
 }
-
-} // namespace

@@ -13,8 +13,6 @@
 #include <string>
 #include <vector>
 
-namespace {
-
 using namespace simwin;
 using machine::DeviceDescription;
 using machine::DeviceKind;
@@ -27,19 +25,21 @@ constexpr char Hub[] = "USB\\VID_05E3&PID_0608\\5&1&0&2";
 constexpr char Usb[] = "USB\\VID_0403&PID_6001\\A702TB52";
 constexpr char Port[] = "FTDIBUS\\VID_0403+PID_6001+A702TB52A\\0000";
 
-DeviceDescription Device(const char* id, DeviceKind kind, const char* parent = nullptr, unsigned hubPort = 0) {
+static DeviceDescription Device(const char* id, DeviceKind kind, const char* parent = nullptr, unsigned hubPort = 0) {
     DeviceDescription device;
     device.id = id;
     device.kind = kind;
-    if (parent)
+    if (parent) {
         device.parent = parent;
-    if (hubPort)
+    }
+    if (hubPort) {
         device.hubPort = hubPort;
+    }
     return device;
 }
 
 // Controller, root hub, a hub on its port 2, and on that hub's port 3 a converter with one port.
-std::vector<DeviceDescription> Bench() {
+static std::vector<DeviceDescription> Bench() {
     std::vector<DeviceDescription> devices = {
         Device(Controller, DeviceKind::Controller), Device(RootHub, DeviceKind::RootHub, Controller),
         Device(Hub, DeviceKind::Hub, RootHub, 2), Device(Usb, DeviceKind::Usb, Hub, 3),
@@ -48,35 +48,35 @@ std::vector<DeviceDescription> Bench() {
     return devices;
 }
 
-void Build(const std::vector<DeviceDescription>& devices) {
+static void Build(const std::vector<DeviceDescription>& devices) {
     machine::DevicesDescription description;
     description.devices = devices;
     ASSERT_EQ(machine::BuildDevices(description), "");
 }
 
-DeviceNode& Node(const char* id) {
+static DeviceNode& Node(const char* id) {
     return *machine::TheDeviceTree().FindById(id);
 }
 
-DWORD ProblemOf(const char* id, CONFIGRET expected = CR_SUCCESS) {
+static DWORD ProblemOf(const char* id, CONFIGRET expected = CR_SUCCESS) {
     ULONG status = 0, problem = 0;
     EXPECT_EQ(CM_Get_DevNode_Status(&status, &problem, Node(id).number, 0), expected) << id;
     return problem;
 }
 
 // The first target of a DOS name, "" if there is no such name.
-std::string TargetOf(const std::string& name) {
+static std::string TargetOf(const std::string& name) {
     char target[520];
     return QueryDosDeviceA(name.c_str(), target, sizeof(target)) ? target : "";
 }
 
-std::string SerialComm(const char* kernelName) {
+static std::string SerialComm(const char* kernelName) {
     return machine::TheRegistry().GetString("HKLM\\HARDWARE\\DEVICEMAP\\SERIALCOMM", kernelName);
 }
 
 // How many notifications a window of the interface class has got. It answers at once.
-unsigned g_notices = 0;
-void Listen(const char* guid) {
+static unsigned g_notices = 0;
+static void Listen(const char* guid) {
     machine::SetWindowCheck(nullptr);
     machine::SetWindowRoute([](const machine::NotificationRecipient&, DWORD, const std::vector<std::uint8_t>&,
                                machine::NotificationReturned returned) {
@@ -119,9 +119,11 @@ TEST(PlugAndPlay, LeavesFromTheBottomUpAndComesBackAsTheSameNode) {
     EXPECT_FALSE(Node(Usb).IsPresent()) << "it was pulled out by itself";
 }
 
+namespace {
 struct Exported {
     const char *id, *prefix, *location, *service;
 };
+} // namespace
 
 // As an export of the registry editor would have brought them in.
 constexpr Exported Desk[] = {
@@ -138,7 +140,7 @@ constexpr Exported Desk[] = {
     {"USB\\VID_0781&PID_5530\\0001", "", "Port_#0003.Hub_#0002", "USBSTOR"},
     {"USB\\VID_0781&PID_5531\\0001", "", "Port_#0003.Hub_#0005", "USBSTOR"}};
 
-void BuildDesk() {
+static void BuildDesk() {
     machine::Registry& registry = machine::TheRegistry();
     for (const Exported& device : Desk) {
         const std::string key = std::string("HKLM\\SYSTEM\\CurrentControlSet\\Enum\\") + device.id;
@@ -146,10 +148,12 @@ void BuildDesk() {
         const char* setupClass = service == "Serial" ? "Ports" : service.starts_with("usb") ? "USB" : "System";
         registry.SetString(key, "ClassGUID", machine::SetupClassGuid(setupClass));
         registry.SetString(key, "Service", service);
-        if (*device.prefix)
+        if (*device.prefix) {
             registry.SetString(key, "ParentIdPrefix", device.prefix);
-        if (*device.location)
+        }
+        if (*device.location) {
             registry.SetString(key, "LocationInformation", device.location);
+        }
     }
     // The last one was removed.
     registry.SetDword("HKLM\\SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_0781&PID_5531\\0001", "ConfigFlags", 2);
@@ -167,8 +171,9 @@ TEST(ExportedTree, FindsParentsByPrefixThenLocationThenEnumerator) {
         {"USB\\VID_0781&PID_5530\\0001", "USB\\VID_0E0F&PID_0002\\6&35d1f50b&0&2"},
         {"ACPI\\PNP0501\\1", "PCI\\VEN_8086&DEV_7110\\3&61aaa01&0&38"},
         {"ACPI_HAL\\PNP0C08\\0", "HTREE\\ROOT\\0"}};
-    for (const auto& [id, parent] : parents)
+    for (const auto& [id, parent] : parents) {
         EXPECT_EQ(Node(id).parent->id, parent) << id;
+    }
     EXPECT_EQ(Node("ACPI\\PNP0501\\1").number, machine::TheSetup().firstNode) << "in the order of the export";
     EXPECT_EQ(machine::UsbPortOf(Node("USB\\VID_0781&PID_5530\\0001")), "1-2-3");
     EXPECT_FALSE(Node("USB\\VID_0E0F&PID_0008\\650268328").IsPresent()) << "of several in one socket the last is there";
@@ -179,15 +184,17 @@ TEST(ExportedTree, FindsParentsByPrefixThenLocationThenEnumerator) {
 TEST(DosNames, StackAndUncoverEachOtherAndAreListedInTheirOrder) {
     char before[256], after[256], targets[64];
     const DWORD length = QueryDosDeviceA(nullptr, before, sizeof(before));
-    for (const char* name : {"COM30", "COM4"})
+    for (const char* name : {"COM30", "COM4"}) {
         ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH, name, "\\Device\\X"));
+    }
     ASSERT_EQ(QueryDosDeviceA(nullptr, after, sizeof(after)), length + 11);
     EXPECT_EQ(std::string(after + length - 1, 11), std::string("COM30\0COM4\0", 11));
     EXPECT_EQ(QueryDosDeviceA(nullptr, after, length + 10), 0u);
     EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
 
-    for (const char* target : {"\\Device\\A", "\\Device\\B", "\\Device\\C"})
+    for (const char* target : {"\\Device\\A", "\\Device\\B", "\\Device\\C"}) {
         ASSERT_TRUE(DefineDosDeviceA(DDD_RAW_TARGET_PATH | DDD_NO_BROADCAST_SYSTEM, "COM9", target));
+    }
     EXPECT_EQ(QueryDosDeviceA("com9", targets, sizeof(targets)), 31u);
     EXPECT_STREQ(targets, "\\Device\\C");
     EXPECT_STREQ(targets + 10, "\\Device\\B");
@@ -200,5 +207,3 @@ TEST(DosNames, StackAndUncoverEachOtherAndAreListedInTheirOrder) {
     EXPECT_FALSE(DefineDosDeviceA(DDD_REMOVE_DEFINITION, "COM9", nullptr));
     EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
 }
-
-} // namespace

@@ -6,14 +6,13 @@
 
 #include <string>
 
-namespace {
-
 using machine::TheFiles;
 
-DWORD OpenError(const char* name, DWORD access, DWORD disposition) {
+static DWORD OpenError(const char* name, DWORD access, DWORD disposition) {
     const HANDLE file = CreateFileA(name, access, FILE_SHARE_READ, nullptr, disposition, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
+    if (file == INVALID_HANDLE_VALUE) {
         return GetLastError();
+    }
     CloseHandle(file);
     return 0;
 }
@@ -23,8 +22,9 @@ TEST(Files, NamesLeadToFiles) {
     for (const auto& [name, folder, full] :
          {Row{"x", "D:\\a", "D:\\a\\x"}, Row{"\\x", "D:\\a", "D:\\x"}, Row{"d:x", "D:\\a", "D:\\a\\x"},
           Row{"c:x", "D:\\a", "C:\\x"}, Row{"\\\\?\\C:\\a", "D:", "C:\\a"}, Row{"..\\..\\..\\x. ", "D:\\a\\b", "D:\\x"},
-          Row{"c:/A/.\\x", "D:", "C:\\A\\x"}})
+          Row{"c:/A/.\\x", "D:", "C:\\A\\x"}}) {
         EXPECT_EQ(machine::ParsePath(name, folder).full, full);
+    }
     EXPECT_EQ(machine::ParsePath("C:\\a:s", "D:").stream, "s");
     EXPECT_EQ(machine::ParsePath("\\\\srv\\share\\x", "D:").error, 53u);
     TheFiles().SetDrive('S', {.type = DRIVE_FIXED, .substitutedFor = "C:\\Tools"});
@@ -35,5 +35,3 @@ TEST(Files, NamesLeadToFiles) {
     EXPECT_EQ(GetDriveTypeA("S:\\"), UINT{DRIVE_FIXED});
     EXPECT_EQ(GetDriveTypeA("Q:\\"), UINT{DRIVE_NO_ROOT_DIR});
 }
-
-} // namespace

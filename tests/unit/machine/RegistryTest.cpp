@@ -10,11 +10,9 @@
 #include <string>
 #include <vector>
 
-namespace {
-
 using machine::TheRegistry;
 
-std::string Utf16(std::string_view text) {
+static std::string Utf16(std::string_view text) {
     std::string bytes = "\xFF\xFE";
     for (const char c : text) {
         bytes += c;
@@ -38,7 +36,8 @@ constexpr char Export[] = "Windows Registry Editor Version 5.00\r\n\r\n"
                           "[-HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Enum\\B]\r\n";
 
 // Reads and applies, with the notes; the error, if there is one.
-std::optional<machine::ExportError> Import(std::string_view bytes, std::vector<machine::ExportNote>* notes = nullptr) {
+static std::optional<machine::ExportError> Import(std::string_view bytes,
+                                                  std::vector<machine::ExportNote>* notes = nullptr) {
     std::vector<machine::ExportedKey> keys;
     std::vector<machine::ExportNote> ofFile;
     const auto error = machine::ReadExport(bytes, keys, ofFile);
@@ -47,8 +46,9 @@ std::optional<machine::ExportError> Import(std::string_view bytes, std::vector<m
         machine::UnifyControlSets(keys);
         machine::ApplyExport(keys, TheRegistry());
     }
-    if (notes)
+    if (notes) {
         *notes = ofFile;
+    }
     return error;
 }
 
@@ -122,8 +122,9 @@ TEST(Registry, LeavesOutValuesThatCannotBeRead) {
 
     // As deep as the registry goes, and one level more.
     std::string deep = "HKEY_LOCAL_MACHINE\\SOFTWARE";
-    for (int level = 1; level < 512; ++level)
+    for (int level = 1; level < 512; ++level) {
         deep += "\\k";
+    }
     EXPECT_FALSE(Import("REGEDIT4\n[" + deep + "]\n[" + deep + "\\k]\n\"In\"=\"it\"\n", &notes));
     EXPECT_EQ(notes.size(), 1u);
     EXPECT_TRUE(TheRegistry().FindKey(deep));
@@ -162,8 +163,9 @@ TEST(Registry, AccountsAndListsDecideTogether) {
     EXPECT_EQ(machine::ToSddl(*list), "O:BAG:SYD:P(D;;KW;;;BA)(A;;KA;;;SY)(A;CI;KR;;;BU)(A;OICIIO;GA;;;CO)");
     const auto binary = machine::ToBinary(*list);
     EXPECT_EQ(machine::ParseBinary(binary.data(), binary.size()), list);
-    for (size_t cut = 0; cut < binary.size(); ++cut)
+    for (size_t cut = 0; cut < binary.size(); ++cut) {
         EXPECT_FALSE(machine::ParseBinary(binary.data(), cut).has_value() && cut < binary.size() - 12) << cut;
+    }
     const auto granted = [&list](const machine::Caller& caller, DWORD access) {
         return machine::GrantedAccess(*list, caller, access, machine::KeyMapping) != 0;
     };
@@ -179,5 +181,3 @@ TEST(Registry, AccountsAndListsDecideTogether) {
     EXPECT_EQ(machine::ToSddl(child),
               "O:S-1-5-21-1-2-3-1001G:SYD:AI(A;CIID;KR;;;BU)(A;ID;GA;;;S-1-5-21-1-2-3-1001)(A;OICIIOID;GA;;;CO)");
 }
-
-} // namespace

@@ -11,35 +11,34 @@
 
 #include <string>
 
-namespace {
-
 // anna: an administrator with two tokens, by remote desktop; ben: a plain user at the console; nobody in session 4.
-void DefineUsers() {
+static void DefineUsers() {
     machine::DefineSession({.id = 2, .user = "LAB\\anna", .console = false, .administrator = true, .filtered = true});
     machine::DefineSession({.id = 3, .user = "LAB\\ben", .console = true, .administrator = false});
     machine::DefineSession({.id = 4, .state = WTSConnected, .console = false});
 }
 
 constexpr char Program[] = "C:\\Tools\\term.exe";
-void WriteProgram() {
+static void WriteProgram() {
     machine::TheFiles().Write(Program, "MZ");
 }
 
-DWORD ErrorOfToken(ULONG session) {
+static DWORD ErrorOfToken(ULONG session) {
     HANDLE token = nullptr;
-    if (!WTSQueryUserToken(session, &token))
+    if (!WTSQueryUserToken(session, &token)) {
         return GetLastError();
+    }
     CloseHandle(token);
     return 0;
 }
 
-HANDLE TokenOfSession(ULONG session) {
+static HANDLE TokenOfSession(ULONG session) {
     HANDLE token = nullptr;
     EXPECT_TRUE(WTSQueryUserToken(session, &token));
     return token;
 }
 
-HANDLE LinkedTo(HANDLE token) {
+static HANDLE LinkedTo(HANDLE token) {
     TOKEN_LINKED_TOKEN linked = {};
     DWORD needed = 0;
     return GetTokenInformation(token, TokenLinkedToken, &linked, sizeof(linked), &needed) ? linked.LinkedToken
@@ -47,7 +46,7 @@ HANDLE LinkedTo(HANDLE token) {
 }
 
 // The process that was made with the token, or null with the last error.
-machine::Process* Make(HANDLE token, const char* program, const char* line, const char* directory = nullptr) {
+static machine::Process* Make(HANDLE token, const char* program, const char* line, const char* directory = nullptr) {
     std::string commandLine = line;
     STARTUPINFOA startup = {};
     startup.cb = sizeof(startup);
@@ -58,8 +57,9 @@ machine::Process* Make(HANDLE token, const char* program, const char* line, cons
                                                      nullptr, directory, &startup, &made)
                               : CreateProcessA(program, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
                                                directory, &startup, &made);
-    if (!isMade)
+    if (!isMade) {
         return nullptr;
+    }
     CloseHandle(made.hThread);
     CloseHandle(made.hProcess);
     return machine::FindProcess(made.dwProcessId);
@@ -157,7 +157,7 @@ TEST(Programs, ADescribedOneFailsBlocksAndOutlastsAllButItsSession) {
 }
 
 // "0 disconnected, 1 active console, 65536 listen" in the order of the list.
-std::string Listed() {
+static std::string Listed() {
     PWTS_SESSION_INFOA sessions = nullptr;
     DWORD count = 0;
     EXPECT_TRUE(WTSEnumerateSessionsA(WTS_CURRENT_SERVER_HANDLE, 0, 1, &sessions, &count));
@@ -171,7 +171,7 @@ std::string Listed() {
     return text;
 }
 
-machine::Session Of(unsigned id, const char* user, bool console = false) {
+static machine::Session Of(unsigned id, const char* user, bool console = false) {
     return {.id = id, .user = user, .console = console};
 }
 
@@ -200,5 +200,3 @@ TEST(Sessions, ASessionThatEndedIsUnknown) {
     EXPECT_FALSE(WTSQuerySessionInformationA(WTS_CURRENT_SERVER_HANDLE, 3, WTSConnectState, &state, &bytes));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_CTX_WINSTATION_NOT_FOUND});
 }
-
-} // namespace

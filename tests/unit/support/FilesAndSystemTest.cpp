@@ -13,12 +13,10 @@
 
 using namespace logtest;
 
-namespace {
-
 // Windows 11, whose stored name is that of its predecessor.
 const harness::WithSetup windows11([](machine::Setup& setup) { setup.version = {10, 0, 22631}; });
 
-void Write(const std::string& path) {
+static void Write(const std::string& path) {
     machine::TheFiles().Write(path, "x");
 }
 
@@ -103,8 +101,9 @@ TEST(CreateFileTimeout, TheCallerNeverWaitsLongerThanItSaid) {
         const HANDLE file = CreateFileTimeout("C:\\slow.dat", GENERIC_READ, 0, OPEN_EXISTING, 0, timeoutMs);
         EXPECT_EQ(file == INVALID_HANDLE_VALUE ? GetLastError() : 0, error);
         EXPECT_EQ(GetTickCount() - start, waitedMs);
-        if (error == 0)
+        if (error == 0) {
             CloseHandle(file);
+        }
         Sleep(2000);
         EXPECT_EQ(Logged("  too late -> CloseHandle\n"), isTooLate);
         EXPECT_TRUE(machine::TheFiles().Find("C:\\slow.dat")->holders.empty()) << "the handle is closed";
@@ -123,7 +122,7 @@ TEST(Allocator, TriesAgainUntilThereIsMemory) {
     EXPECT_STREQ(StrDupNew(nullptr), "");
 }
 
-DWORD WINAPI Nothing_ThreadProc(LPVOID) {
+static DWORD WINAPI Nothing_ThreadProc(LPVOID) {
     WriteLog(1, "the thread runs");
     return 0;
 }
@@ -150,5 +149,3 @@ TEST(OsVersion, TellsElevenByItsBuild) {
     EXPECT_STREQ(os.DisplayVersion, "2009");
     EXPECT_EQ(PackVersion(10, 12), 0x1012u);
 }
-
-} // namespace

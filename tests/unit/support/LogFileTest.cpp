@@ -9,12 +9,11 @@
 
 #include <regex>
 
-namespace {
-
 constexpr char Ini[] = "C:\\Prog\\Quillmarch.INI";
 constexpr char DefaultLog[] = "C:\\_Quillmarch.log";
 constexpr char DefaultBackup[] = "C:\\_Quillmarch_bak.log";
 
+namespace {
 class Log : public testing::Test {
 protected:
     void SetUp() override {
@@ -40,6 +39,7 @@ protected:
         return std::string_view(name) == "CreateFileA" && std::string_view(object).ends_with("_Quillmarch.log");
     }
 };
+} // namespace
 
 TEST_F(Log, SettingsSwitchItOn) {
     using Row = std::tuple<const char*, LONG, DWORD, DWORD, const char*>;
@@ -143,8 +143,9 @@ TEST_F(Log, OneWhoKeepsTheFileCostsAttemptsOnlyEveryFiveSeconds) {
         return GetTickCount() - start;
     };
     EXPECT_GE(cost(), 190u);
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; i < 1000; ++i) {
         ASSERT_EQ(cost(), 0u);
+    }
     Sleep(4900);
     EXPECT_EQ(cost(), 0u);
     Sleep(200);
@@ -164,8 +165,9 @@ TEST_F(Log, AnOpenThatNeverComesBackCostsOneRecordItsWait) {
     machine::AddFault({.call = "CreateFileA", .on = DefaultLog, .delayMs = 3600000, .after = 1, .times = 1});
     Start();
     const DWORD start = GetTickCount();
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; i < 1000; ++i) {
         WriteLog(1, "lost");
+    }
     EXPECT_EQ(GetTickCount() - start, 190u);
     Sleep(3600000);
     WriteLog(1, "kept");
@@ -299,5 +301,3 @@ TEST_F(Log, AFatalStopNamesItsPlaceAndWaits) {
     EXPECT_EQ(GetTickCount() - start, 100u);
     EXPECT_TRUE(Has("<1> INT3 in .\\CService line 77, function CService::Run\r\n")) << Text();
 }
-
-} // namespace

@@ -8,18 +8,16 @@
 #include "support/texts/Bitmap.h"
 #include "tests/unit/Log.h"
 
-namespace {
-
 constexpr char Full[] = "HKLM\\SOFTWARE\\Tool";
 constexpr char Key[] = "SOFTWARE\\Tool";
 constexpr DWORD NobodysError = 0xDEAD;
 
 // Stores a value of any shape.
-void Plant(DWORD type, std::string_view bytes) {
+static void Plant(DWORD type, std::string_view bytes) {
     machine::TheRegistry().SetValue(Full, "V", type, {bytes.begin(), bytes.end()});
 }
 
-std::string Stored(const char* name = "V") {
+static std::string Stored(const char* name = "V") {
     const machine::RegistryValue* value = machine::TheRegistry().GetValue(Full, name);
     return value ? std::string(value->data.begin(), value->data.end()) : "(absent)";
 }
@@ -133,7 +131,7 @@ TEST(Bitmap, NumbersOutsideItChangeNothing) {
     EXPECT_EQ(BitmapSet(1, map, 16), 0);
     EXPECT_EQ(BitmapSet(16, map, 16), 1);
     EXPECT_EQ(std::string(map, map + 2), "\x01\x80");
-    for (BYTE neighbour : {BYTE{0x00}, BYTE{0xFF}})
+    for (BYTE neighbour : {BYTE{0x00}, BYTE{0xFF}}) {
         for (DWORD outside : {0u, 17u, 24u, 0xFFFFFFFFu}) {
             map[2] = neighbour;
             EXPECT_EQ(BitmapSet(outside, map, 16), 0) << outside;
@@ -141,6 +139,7 @@ TEST(Bitmap, NumbersOutsideItChangeNothing) {
             EXPECT_EQ(BitmapTest(outside, map, 16), 0) << outside;
             EXPECT_EQ(map[2], neighbour);
         }
+    }
     EXPECT_EQ(BitmapTest(16, map, 16), 1);
     EXPECT_EQ(BitmapClear(16, map, 16), 1);
     EXPECT_EQ(BitmapClear(16, map, 16), 0);
@@ -148,8 +147,9 @@ TEST(Bitmap, NumbersOutsideItChangeNothing) {
 
 TEST(Bitmap, AListOfNumbersIsTaken) {
     std::string many = "1"; // 300 items, more than count; and longer than the buffer
-    for (int i = 1; i < 300; ++i)
+    for (int i = 1; i < 300; ++i) {
         many += ",1";
+    }
     const struct {
         std::string list;
         DWORD taken;
@@ -168,12 +168,12 @@ TEST(Bitmap, AListOfNumbersIsTaken) {
         BYTE map[3] = {0xFF, 0xFF, 0xEE};
         EXPECT_EQ(ParseNumberList(row.list.c_str(), map, 2), row.taken) << row.list;
         std::vector<DWORD> numbers;
-        for (DWORD number = 1; number <= 16; ++number)
-            if (BitmapTest(number, map, 16))
+        for (DWORD number = 1; number <= 16; ++number) {
+            if (BitmapTest(number, map, 16)) {
                 numbers.push_back(number);
+            }
+        }
         EXPECT_EQ(numbers, row.numbers) << row.list;
         EXPECT_EQ(map[2], 0xEE);
     }
 }
-
-} // namespace

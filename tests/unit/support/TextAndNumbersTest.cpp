@@ -10,8 +10,6 @@
 
 #include <algorithm>
 
-namespace {
-
 TEST(BoundedText, NothingIsWrittenPastTheArray) {
     struct {
         char text[8];
@@ -60,7 +58,7 @@ TEST(StringTools, ReplacementsStayWithinTheLimit) {
 
 using Array = char[16];
 
-void Expect(void (*work)(Array&), std::initializer_list<std::pair<const char*, const char*>> rows) {
+static void Expect(void (*work)(Array&), std::initializer_list<std::pair<const char*, const char*>> rows) {
     for (const auto& [before, after] : rows) {
         Array text;
         CopyText(text, before);
@@ -142,10 +140,12 @@ TEST(CommandLine, IsTokenizedAtBlanksOutsideQuotes) {
     }
 }
 
+namespace {
 struct Element {
     LONGLONG key, payload; // the one goes with the other
     bool operator<(const Element& other) const { return key < other.key; }
 };
+} // namespace
 
 TEST(QuickSort, SortsEveryShapeAndFindsNothingToMend) {
     int beeps = 0;
@@ -156,24 +156,27 @@ TEST(QuickSort, SortsEveryShapeAndFindsNothingToMend) {
     using Shape = DWORD (*)(DWORD, DWORD);
     for (const Shape shape :
          {Shape([](DWORD i, DWORD) { return i; }), Shape([](DWORD i, DWORD n) { return n - i; }),
-          Shape([](DWORD i, DWORD) { return i * 2654435761u >> 8; }), Shape([](DWORD i, DWORD) { return i % 3; })})
+          Shape([](DWORD i, DWORD) { return i * 2654435761u >> 8; }), Shape([](DWORD i, DWORD) { return i % 3; })}) {
         for (DWORD count : {0u, 1u, 2u, 31u, 32u, 33u, 1000u}) {
             std::vector<Element> elements(count + 1, Element{0, 0});
-            for (DWORD i = 0; i < count; ++i)
+            for (DWORD i = 0; i < count; ++i) {
                 elements[i] = {shape(i, count), -LONGLONG{shape(i, count)}};
+            }
             QuickSort(elements.data(), count, sizeof(Element), byKey);
             EXPECT_TRUE(std::is_sorted(elements.begin(), elements.end() - 1));
             EXPECT_TRUE(std::all_of(elements.begin(), elements.end(), [](auto& e) { return e.payload == -e.key; }));
             EXPECT_EQ(elements[count].key, 0u) << "the element past the end";
         }
+    }
     machine::WatchCalls({});
     EXPECT_EQ(beeps, 0);
 }
 
 template<typename Code>
-void Expect(const char* (*name)(Code), std::initializer_list<std::pair<Code, const char*>> rows) {
-    for (const auto& [code, text] : rows)
+static void Expect(const char* (*name)(Code), std::initializer_list<std::pair<Code, const char*>> rows) {
+    for (const auto& [code, text] : rows) {
         EXPECT_STREQ(name(code), text);
+    }
 }
 
 TEST(DiagnosticNames, EachTableEndsWhereItsFallbackBegins) {
@@ -194,8 +197,9 @@ TEST(DiagnosticNames, EachTableEndsWhereItsFallbackBegins) {
 
 TEST(DiagnosticNames, ARingShowsTenNumbersAtOnce) {
     const char* first = ErrorName(100000);
-    for (DWORD i = 1; i < 10; ++i)
+    for (DWORD i = 1; i < 10; ++i) {
         ErrorName(100000 + i);
+    }
     EXPECT_STREQ(first, "100000");
     ErrorName(100010);
     EXPECT_STREQ(first, "100010");
@@ -210,5 +214,3 @@ TEST(DiagnosticNames, TheLastErrorIsReadAndKept) {
     EXPECT_STREQ(ErrorText(0x0FFFFFFF), "268435455") << "the system has no text for it";
     EXPECT_EQ(GetLastError(), 5u);
 }
-
-} // namespace

@@ -5,14 +5,14 @@
 
 #include <string>
 
-namespace {
-
 constexpr char EnumKey[] = "SYSTEM\\CurrentControlSet\\Enum\\";
 
+namespace {
 struct Property {
     ULONG number;
     const char* value;
 };
+} // namespace
 constexpr Property Properties[] = {{CM_DRP_DEVICEDESC, "DeviceDesc"},
                                    {CM_DRP_HARDWAREID, "HardwareID"},
                                    {CM_DRP_SERVICE, "Service"},
@@ -26,14 +26,15 @@ constexpr Property Properties[] = {{CM_DRP_DEVICEDESC, "DeviceDesc"},
                                    {CM_DRP_ADDRESS, "Address"},
                                    {0x24, "BedLocationPaths"}};
 
-std::string IdOf(DEVINST device) {
+static std::string IdOf(DEVINST device) {
     char id[MAX_DEVICE_ID_LEN] = "";
     CM_Get_Device_IDA(device, id, sizeof(id), 0);
     return id;
 }
 
 // A value of the device's key, or of a key below it. Returns: the error; size as RegQueryValueEx leaves it.
-LONG ReadValue(DEVINST device, const char* below, const char* name, void* data, DWORD* size, DWORD* type = nullptr) {
+static LONG ReadValue(DEVINST device, const char* below, const char* name, void* data, DWORD* size,
+                      DWORD* type = nullptr) {
     HKEY key = nullptr;
     const std::string id = IdOf(device);
     const LONG error =
@@ -47,13 +48,13 @@ LONG ReadValue(DEVINST device, const char* below, const char* name, void* data, 
     return result;
 }
 
-std::string ReadText(DEVINST device, const char* below, const char* name) {
+static std::string ReadText(DEVINST device, const char* below, const char* name) {
     char text[MAX_PATH] = "";
     DWORD size = sizeof(text) - 1;
     return ReadValue(device, below, name, text, &size) == ERROR_SUCCESS ? text : "";
 }
 
-CONFIGRET NodeOf(const std::string& id, DEVINST* device) {
+static CONFIGRET NodeOf(const std::string& id, DEVINST* device) {
     static const HDEVINFO devices = SetupDiCreateDeviceInfoList(nullptr, nullptr);
     SP_DEVINFO_DATA data = {};
     data.cbSize = sizeof(data);
@@ -65,7 +66,7 @@ CONFIGRET NodeOf(const std::string& id, DEVINST* device) {
 }
 
 // What the driver of a port does: its DOS name goes when it stops, and comes from PortName when it starts.
-void Stop(DEVINST device) {
+static void Stop(DEVINST device) {
     const std::string kernelName = ReadText(device, "", "BedKernelName");
     char target[512];
     for (int number = 1; number <= 90 && !kernelName.empty(); ++number) {
@@ -76,15 +77,13 @@ void Stop(DEVINST device) {
     }
 }
 
-void Start(DEVINST device) {
+static void Start(DEVINST device) {
     const std::string kernelName = ReadText(device, "", "BedKernelName");
     const std::string name = ReadText(device, "\\Device Parameters", "PortName");
     if (!kernelName.empty() && !name.empty()) {
         DefineDosDeviceA(DDD_RAW_TARGET_PATH, name.c_str(), kernelName.c_str());
     }
 }
-
-} // namespace
 
 extern "C" {
 
