@@ -2,7 +2,7 @@
 // host's own copy of the product, as the unit tests do.
 #include "bench/Marks.h"
 
-#include "simwin/kernel/Machine.h"
+#include "simwin/machine/Machine.h"
 
 #include "actions/CallBackTimer.h"
 #include "support/system/CRTreplace.h"

@@ -10,12 +10,12 @@
 #include "rehearse/MachineBuilder.h"
 #include "rehearse/Run.h"
 
-#include "simwin/devices/DeviceTree.h"
-#include "simwin/devices/PlugAndPlay.h"
+#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/tree/DeviceTree.h"
 #include "simwin/files/Files.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/machine/Machine.h"
 #include "simwin/services/Services.h"
 
 #include <cstdio>

@@ -1,7 +1,7 @@
 #include "bench/GrowingMachine.h"
 
-#include "simwin/devices/Devices.h"
-#include "simwin/devices/PlugAndPlay.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/drivers/PlugAndPlay.h"
 
 #include "inventory/ports/CComPorts.h"
 #include "inventory/usb/CUsbHubs.h"

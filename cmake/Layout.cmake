@@ -3,7 +3,7 @@
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(QM_LAYOUT ${CMAKE_SOURCE_DIR}/tests/contract/layout)
 set(QM_LAYOUT_NAMES ${CMAKE_BINARY_DIR}/generated/Layout.inc)
-file(GLOB QM_API_HEADERS CONFIGURE_DEPENDS simwin/types.h simwin/*/api.h)
+file(GLOB QM_API_HEADERS CONFIGURE_DEPENDS simwin/kernel/types.h simwin/*/api.h)
 add_custom_command(OUTPUT ${QM_LAYOUT_NAMES}
     COMMAND Python3::Interpreter ${QM_LAYOUT}/names.py ${CMAKE_SOURCE_DIR}/simwin ${QM_LAYOUT_NAMES}
     DEPENDS ${QM_LAYOUT}/names.py ${QM_API_HEADERS} VERBATIM)

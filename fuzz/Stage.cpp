@@ -1,9 +1,9 @@
 #include "fuzz/Stage.h"
 
 #include "simwin/kernel/Call.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/machine/Machine.h"
 
 #include "support/log/LogFile.h"
 #include "support/system/CRTreplace.h"

@@ -2,8 +2,8 @@
 
 #include "rehearse/DescriptionReader.h"
 
-#include "simwin/devices/Devices.h"
-#include "simwin/devices/Notifications.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/drivers/Notifications.h"
 #include "simwin/kernel/Text.h"
 #include "simwin/registry/Registry.h"
 

@@ -4,7 +4,7 @@
 
 #include "rehearse/Description.h"
 
-#include "simwin/devices/Description.h"
+#include "simwin/devices/tree/Description.h"
 
 namespace rehearse {
 

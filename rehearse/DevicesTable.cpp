@@ -1,6 +1,6 @@
 #include "rehearse/DevicesTable.h"
 
-#include "simwin/devices/DeviceTree.h"
+#include "simwin/devices/tree/DeviceTree.h"
 
 #include <fmt/format.h>
 

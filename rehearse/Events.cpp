@@ -13,7 +13,7 @@
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
-#include "simwin/services/Power.h"
+#include "simwin/power/Power.h"
 #include "simwin/services/Services.h"
 
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 #include "rehearse/MachineFacts.h"
 
-#include "simwin/devices/Devices.h"
-#include "simwin/devices/Drivers.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/drivers/Drivers.h"
 #include "simwin/registry/Registry.h"
 
 namespace rehearse {

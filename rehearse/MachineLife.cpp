@@ -4,7 +4,7 @@
 #include "rehearse/Events.h"
 #include "rehearse/Expectations.h"
 
-#include "simwin/kernel/Machine.h"
+#include "simwin/machine/Machine.h"
 
 #include <algorithm>
 

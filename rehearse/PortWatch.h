@@ -1,7 +1,7 @@
 // Who wants to see every port change while a machine runs, as the timeline comes to know of it.
 #pragma once
 
-#include "simwin/devices/DeviceTree.h"
+#include "simwin/devices/tree/DeviceTree.h"
 
 #include <functional>
 

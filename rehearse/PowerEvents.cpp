@@ -3,11 +3,11 @@
 #include "rehearse/MachineBuilder.h"
 
 #include "simwin/desktop/Desktop.h"
-#include "simwin/devices/Notifications.h"
 #include "simwin/devices/api.h"
+#include "simwin/devices/drivers/Notifications.h"
 #include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
-#include "simwin/services/Power.h"
+#include "simwin/power/Power.h"
 #include "simwin/services/Services.h"
 
 #include <fmt/format.h>

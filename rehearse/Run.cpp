@@ -27,9 +27,9 @@
 #include "simwin/desktop/Desktop.h"
 #include "simwin/kernel/Image.h"
 #include "simwin/kernel/Interrupt.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/machine/Machine.h"
 #include "simwin/services/Services.h"
 
 #include <fmt/format.h>

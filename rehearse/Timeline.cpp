@@ -3,8 +3,8 @@
 #include "rehearse/PortWatch.h"
 
 #include "simwin/desktop/Desktop.h"
-#include "simwin/devices/Drivers.h"
-#include "simwin/devices/PlugAndPlay.h"
+#include "simwin/devices/drivers/Drivers.h"
+#include "simwin/devices/drivers/PlugAndPlay.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Setup.h"

@@ -3,7 +3,7 @@
 // In the scheduler's context or inside a call, on the one host thread.
 #pragma once
 
-#include "simwin/devices/Devices.h"
+#include "simwin/devices/build/Devices.h"
 
 #include <cstdint>
 #include <functional>

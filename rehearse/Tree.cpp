@@ -1,8 +1,8 @@
 #include "rehearse/Tree.h"
 
-#include "simwin/devices/DeviceTree.h"
-#include "simwin/devices/Guesses.h"
-#include "simwin/devices/PlugAndPlay.h"
+#include "simwin/devices/build/Guesses.h"
+#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/tree/DeviceTree.h"
 #include "simwin/kernel/Notes.h"
 #include "simwin/kernel/Text.h"
 

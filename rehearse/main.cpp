@@ -8,7 +8,7 @@
 #include "rehearse/rules/Findings.h"
 #include "rehearse/rules/Rules.h"
 
-#include "simwin/devices/catalogue/Catalogue.h"
+#include "simwin/devices/tree/Catalogue.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

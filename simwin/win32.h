@@ -3,7 +3,7 @@
 // by name.
 #pragma once
 
-#include "simwin/types.h"
+#include "simwin/kernel/types.h"
 
 #include "simwin/kernel/api.h"
 #if __has_include("simwin/registry/api.h")

@@ -6,8 +6,8 @@
 #include "rehearse/rules/QuietRun.h"
 #include "rehearse/rules/SectionKeys.h"
 
-#include "simwin/devices/Devices.h"
-#include "simwin/devices/Drivers.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/drivers/Drivers.h"
 #include "simwin/kernel/Text.h"
 
 #include <fmt/format.h>

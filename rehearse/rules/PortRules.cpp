@@ -2,8 +2,8 @@
 
 #include "rehearse/rules/Patterns.h"
 
-#include "simwin/devices/Devices.h"
-#include "simwin/devices/Drivers.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/drivers/Drivers.h"
 #include "simwin/kernel/Text.h"
 
 #include <fmt/format.h>

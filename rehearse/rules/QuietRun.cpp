@@ -9,10 +9,10 @@
 
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Image.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Text.h"
+#include "simwin/machine/Machine.h"
 #include "simwin/registry/Registry.h"
 #include "src/keys/ConfigurationKeys.h"
 

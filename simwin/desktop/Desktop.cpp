@@ -1,9 +1,9 @@
 #include "simwin/desktop/Desktop.h"
 
 #include "simwin/desktop/DesktopState.h"
-#include "simwin/devices/Notifications.h"
-#include "simwin/kernel/Machine.h"
+#include "simwin/devices/drivers/Notifications.h"
 #include "simwin/kernel/Text.h"
+#include "simwin/machine/Machine.h"
 
 namespace machine {
 

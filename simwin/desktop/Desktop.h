@@ -2,8 +2,8 @@
 // windows of programs that are only described, message boxes. Called on the machine's side; none of this blocks.
 #pragma once
 
+#include "simwin/desktop/DisplayList.h"
 #include "simwin/desktop/api.h"
-#include "simwin/drawing/DisplayList.h"
 #include "simwin/kernel/Process.h"
 
 #include <cstdint>

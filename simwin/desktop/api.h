@@ -1,7 +1,7 @@
 // Windows and their messages, timers, input and the foreground, the screen, message boxes.
 #pragma once
 
-#include "simwin/types.h"
+#include "simwin/kernel/types.h"
 
 namespace simwin {
 

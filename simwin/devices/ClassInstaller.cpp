@@ -1,10 +1,10 @@
 #include "simwin/devices/ClassInstaller.h"
 
-#include "simwin/devices/Devices.h"
-#include "simwin/devices/Notifications.h"
-#include "simwin/devices/PlugAndPlay.h"
 #include "simwin/devices/Properties.h"
 #include "simwin/devices/api.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/drivers/Notifications.h"
+#include "simwin/devices/drivers/PlugAndPlay.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Rules.h"
 #include "simwin/kernel/Scheduler.h"

@@ -3,8 +3,8 @@
 // destructor.
 #pragma once
 
-#include "simwin/devices/DeviceTree.h"
-#include "simwin/types.h"
+#include "simwin/devices/tree/DeviceTree.h"
+#include "simwin/kernel/types.h"
 
 namespace machine {
 

@@ -1,13 +1,13 @@
 // CM_...: the device tree, the properties and the resources of its nodes, and the calls that stop and start them.
 #include "simwin/devices/ClassInstaller.h"
-#include "simwin/devices/DeviceTree.h"
-#include "simwin/devices/Devices.h"
-#include "simwin/devices/PendingInstalls.h"
 #include "simwin/devices/Properties.h"
 #include "simwin/devices/api.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/drivers/PendingInstalls.h"
+#include "simwin/devices/tree/DeviceTree.h"
 #include "simwin/kernel/Call.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
+#include "simwin/machine/Machine.h"
 #include "simwin/registry/Registry.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // QueryDosDeviceA and DefineDosDeviceA: the product's access to the DOS name space.
-#include "simwin/devices/DeviceTree.h"
-#include "simwin/devices/DosNames.h"
 #include "simwin/devices/api.h"
+#include "simwin/devices/tree/DeviceTree.h"
+#include "simwin/devices/tree/DosNames.h"
 #include "simwin/kernel/Call.h"
 
 #include <algorithm>

@@ -1,14 +1,14 @@
 // Opening devices by name, and the requests that the driver of a USB hub answers.
-#include "simwin/devices/DeviceTree.h"
-#include "simwin/devices/Devices.h"
-#include "simwin/devices/DosNames.h"
-#include "simwin/devices/Drivers.h"
-#include "simwin/devices/PlugAndPlay.h"
 #include "simwin/devices/api.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/drivers/Drivers.h"
+#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/tree/DeviceTree.h"
+#include "simwin/devices/tree/DosNames.h"
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
+#include "simwin/machine/Machine.h"
 
 #include <algorithm>
 #include <cstring>

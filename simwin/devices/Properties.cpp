@@ -1,7 +1,7 @@
 #include "simwin/devices/Properties.h"
 
-#include "simwin/devices/ExportTree.h"
 #include "simwin/devices/api.h"
+#include "simwin/devices/build/ExportTree.h"
 #include "simwin/kernel/Notes.h"
 #include "simwin/registry/Registry.h"
 

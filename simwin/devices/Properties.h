@@ -1,7 +1,7 @@
 // The properties of a device node in the form in which the configuration manager and the setup API give them.
 #pragma once
 
-#include "simwin/devices/DeviceTree.h"
+#include "simwin/devices/tree/DeviceTree.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,12 +1,12 @@
 // SetupDi...: lists of devices and interfaces, and the class installer. A list is made once and holds its entries in
 // the order of the registry, as Windows reads them there, so that each of them is reached by its index at once.
 #include "simwin/devices/ClassInstaller.h"
-#include "simwin/devices/DeviceTree.h"
-#include "simwin/devices/Devices.h"
-#include "simwin/devices/Notifications.h"
-#include "simwin/devices/PlugAndPlay.h"
 #include "simwin/devices/Properties.h"
 #include "simwin/devices/api.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/drivers/Notifications.h"
+#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/tree/DeviceTree.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
 

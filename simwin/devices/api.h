@@ -3,7 +3,7 @@
 // those, a description may inject.
 #pragma once
 
-#include "simwin/types.h"
+#include "simwin/kernel/types.h"
 
 namespace simwin {
 

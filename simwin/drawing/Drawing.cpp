@@ -1,6 +1,6 @@
 #include "simwin/drawing/DrawingState.h"
 
-#include "simwin/kernel/Machine.h"
+#include "simwin/machine/Machine.h"
 
 #include <algorithm>
 

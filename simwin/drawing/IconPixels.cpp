@@ -1,6 +1,6 @@
 #include "simwin/drawing/IconPixels.h"
 
-#include "simwin/files/Resources.h"
+#include "simwin/modules/Resources.h"
 
 #include <cstring>
 #include <string>

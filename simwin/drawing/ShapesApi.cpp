@@ -1,8 +1,8 @@
 // Shapes, regions, fonts, texts and icons.
 #include "simwin/drawing/DrawingState.h"
 
-#include "simwin/files/Resources.h"
 #include "simwin/kernel/Call.h"
+#include "simwin/modules/Resources.h"
 
 #include <cstdlib>
 #include <cstring>

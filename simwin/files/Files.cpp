@@ -2,9 +2,9 @@
 
 #include "simwin/files/api.h"
 #include "simwin/kernel/Clock.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/machine/Machine.h"
 #include "simwin/registry/Security.h"
 
 #include <algorithm>

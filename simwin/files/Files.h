@@ -5,8 +5,8 @@
 
 #include "simwin/kernel/Objects.h"
 #include "simwin/kernel/Text.h"
+#include "simwin/kernel/types.h"
 #include "simwin/registry/Security.h"
-#include "simwin/types.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,7 +1,7 @@
 // Files, folders, texts and paths, settings files, modules and resources: what the product needs of them.
 #pragma once
 
-#include "simwin/types.h"
+#include "simwin/kernel/types.h"
 
 namespace simwin {
 

@@ -1,7 +1,7 @@
 // Dates of the virtual clock, for the rooms: FILETIME values and their parts. The machine's local time is UTC.
 #pragma once
 
-#include "simwin/types.h"
+#include "simwin/kernel/types.h"
 
 #include <cstdint>
 

@@ -1,7 +1,7 @@
 #include "simwin/kernel/Notes.h"
 
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/machine/Machine.h"
 
 #include <algorithm>
 

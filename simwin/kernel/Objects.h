@@ -2,7 +2,7 @@
 // counter value of its process, never reused, so it can appear in a log that must be the same in each run.
 #pragma once
 
-#include "simwin/types.h"
+#include "simwin/kernel/types.h"
 
 #include <cstdint>
 #include <deque>

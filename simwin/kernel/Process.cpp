@@ -2,9 +2,9 @@
 
 #include "simwin/kernel/Image.h"
 #include "simwin/kernel/Locks.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/api.h"
+#include "simwin/machine/Machine.h"
 
 #include <dlfcn.h>
 

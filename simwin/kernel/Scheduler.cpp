@@ -3,8 +3,8 @@
 #include "simwin/kernel/Fiber.h"
 #include "simwin/kernel/Interrupt.h"
 #include "simwin/kernel/Locks.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
+#include "simwin/machine/Machine.h"
 
 #include <algorithm>
 #include <csignal>

@@ -1,7 +1,7 @@
 // Processes, threads, time, locks, events, waits, memory: what the product needs of the kernel.
 #pragma once
 
-#include "simwin/types.h"
+#include "simwin/kernel/types.h"
 
 #if defined(__clang__)
 #define SIMWIN_CAPABILITY(name) __attribute__((capability(name)))

@@ -1,7 +1,7 @@
 #include "simwin/pipes/PipeState.h"
 
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Text.h"
+#include "simwin/machine/Machine.h"
 #include "simwin/pipes/api.h"
 
 #include <algorithm>

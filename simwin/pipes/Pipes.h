@@ -2,8 +2,8 @@
 // a described client opens, writes and leaves. On the machine's side; none of this blocks.
 #pragma once
 
+#include "simwin/kernel/types.h"
 #include "simwin/registry/Security.h"
-#include "simwin/types.h"
 
 #include <cstdint>
 #include <string>

@@ -1,7 +1,7 @@
 // Named pipes: the server's calls. A client uses CreateFileA, WriteFile and CloseHandle; see also ReadFile.
 #pragma once
 
-#include "simwin/types.h"
+#include "simwin/kernel/types.h"
 
 namespace simwin {
 

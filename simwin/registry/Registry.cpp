@@ -1,10 +1,10 @@
 #include "simwin/registry/Registry.h"
 
 #include "simwin/kernel/Clock.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Setup.h"
+#include "simwin/machine/Machine.h"
 
 #include <algorithm>
 #include <charconv>

@@ -5,8 +5,8 @@
 #pragma once
 
 #include "simwin/kernel/Text.h"
+#include "simwin/kernel/types.h"
 #include "simwin/registry/Security.h"
-#include "simwin/types.h"
 
 #include <cstdint>
 #include <functional>

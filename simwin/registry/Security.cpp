@@ -1,9 +1,9 @@
 #include "simwin/registry/Security.h"
 
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Text.h"
+#include "simwin/machine/Machine.h"
 
 #include <charconv>
 #include <cstring>

@@ -2,7 +2,7 @@
 // Used by the registry for keys and by the files for folders and files; accounts are distinguished by their SIDs.
 #pragma once
 
-#include "simwin/types.h"
+#include "simwin/kernel/types.h"
 
 #include <cstdint>
 #include <functional>

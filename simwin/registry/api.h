@@ -1,7 +1,7 @@
 // The registry and its access lists: what the product reads, writes and unlocks.
 #pragma once
 
-#include "simwin/types.h"
+#include "simwin/kernel/types.h"
 
 namespace simwin {
 

@@ -1,9 +1,9 @@
 #include "simwin/services/Services.h"
 
-#include "simwin/devices/Notifications.h"
+#include "simwin/devices/drivers/Notifications.h"
 #include "simwin/files/Files.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/machine/Machine.h"
 #include "simwin/services/ServiceRegistry.h"
 #include "simwin/services/ServiceState.h"
 

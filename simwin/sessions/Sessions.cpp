@@ -1,8 +1,8 @@
 #include "simwin/sessions/Sessions.h"
 
 #include "simwin/files/Files.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Text.h"
+#include "simwin/machine/Machine.h"
 #include "simwin/registry/Security.h"
 #include "simwin/services/Services.h"
 #include "simwin/sessions/Tokens.h"

@@ -1,8 +1,8 @@
 // SIDs in the form in which programs see them.
 #pragma once
 
+#include "simwin/kernel/types.h"
 #include "simwin/registry/Security.h"
-#include "simwin/types.h"
 
 #include <cstdint>
 #include <optional>

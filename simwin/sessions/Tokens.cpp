@@ -1,8 +1,8 @@
 #include "simwin/sessions/Tokens.h"
 
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Text.h"
+#include "simwin/machine/Machine.h"
 #include "simwin/registry/Registry.h"
 #include "simwin/sessions/Sessions.h"
 

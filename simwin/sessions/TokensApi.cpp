@@ -1,8 +1,8 @@
 // Tokens as programs use them: opened, queried, copied, restricted, impersonated.
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/api.h"
+#include "simwin/machine/Machine.h"
 #include "simwin/registry/api.h"
 #include "simwin/sessions/Sessions.h"
 #include "simwin/sessions/Sids.h"

@@ -1,7 +1,7 @@
 // Accounts, tokens and sessions: who runs this process, with which rights, and who is logged on.
 #pragma once
 
-#include "simwin/types.h"
+#include "simwin/kernel/types.h"
 
 namespace simwin {
 

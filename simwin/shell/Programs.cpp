@@ -2,11 +2,11 @@
 #include "simwin/shell/Shell.h"
 
 #include "simwin/desktop/Desktop.h"
-#include "simwin/devices/PlugAndPlay.h"
+#include "simwin/devices/drivers/PlugAndPlay.h"
 #include "simwin/files/Files.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Text.h"
+#include "simwin/machine/Machine.h"
 
 #include <map>
 

@@ -2,7 +2,7 @@
 
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
-#include "simwin/kernel/Machine.h"
+#include "simwin/machine/Machine.h"
 #include "simwin/registry/Registry.h"
 #include "simwin/sessions/Tokens.h"
 

@@ -1,7 +1,7 @@
 // The shell: programs and documents opened for a user, associations, the user's language.
 #pragma once
 
-#include "simwin/types.h"
+#include "simwin/kernel/types.h"
 
 namespace simwin {
 

@@ -1,6 +1,6 @@
 #include "tests/harness/Harness.h"
 
-#include "simwin/kernel/Machine.h"
+#include "simwin/machine/Machine.h"
 
 #include <cstring>
 #include <vector>

@@ -1,8 +1,8 @@
 // The kernel of the simulated machine under misbehaving programs.
 #include "simwin/kernel/Call.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/machine/Machine.h"
 
 #include <optional>
 #include <set>

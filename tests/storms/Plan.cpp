@@ -1,6 +1,6 @@
 #include "tests/storms/Plan.h"
 
-#include "simwin/devices/DosNames.h"
+#include "simwin/devices/tree/DosNames.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Text.h"
 

@@ -1,13 +1,13 @@
 #include "tests/storms/Rest.h"
 
-#include "simwin/devices/DeviceTree.h"
-#include "simwin/devices/Devices.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/tree/DeviceTree.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Locks.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/power/Power.h"
 #include "simwin/registry/Registry.h"
-#include "simwin/services/Power.h"
 #include "simwin/services/Services.h"
 
 #include <fmt/format.h>

@@ -7,9 +7,9 @@
 #include "tests/storms/Children.h"
 #include "tests/storms/Trial.h"
 
-#include "simwin/devices/Devices.h"
+#include "simwin/devices/build/Devices.h"
 #include "simwin/kernel/Call.h"
-#include "simwin/services/Power.h"
+#include "simwin/power/Power.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>

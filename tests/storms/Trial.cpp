@@ -3,9 +3,9 @@
 #include "rehearse/MachineBuilder.h"
 
 #include "simwin/desktop/Desktop.h"
-#include "simwin/kernel/Machine.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/machine/Machine.h"
 #include "simwin/services/Services.h"
 
 namespace storm {

@@ -76,7 +76,7 @@ def header_lines(path):
 
 def main():
     folder, output = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
-    headers = [folder / "types.h"] + sorted(folder.glob("*/api.h"))
+    headers = [folder / "kernel" / "types.h"] + sorted(folder.glob("*/api.h"))
     lines = [line for header in headers for line in header_lines(header)]
     if len(lines) < 500:
         sys.exit(f"only {len(lines)} names in {folder}")

@@ -4,8 +4,8 @@
 #include "inventory/ports/CComPorts.h"
 #include "inventory/usb/CUsbHubs.h"
 #include "inventory/usb/CUsbRoothubs.h"
-#include "simwin/devices/DeviceTree.h"
-#include "simwin/devices/Devices.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/tree/DeviceTree.h"
 #include "simwin/registry/Registry.h"
 
 #include "tests/harness/Harness.h"

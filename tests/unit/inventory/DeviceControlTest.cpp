@@ -4,7 +4,7 @@
 #include "inventory/names/RestartMarks.h"
 #include "inventory/names/SwapPorts.h"
 #include "inventory/ports/ProblemDevices.h"
-#include "simwin/devices/Devices.h"
+#include "simwin/devices/build/Devices.h"
 #include "support/system/ProcessState.h"
 #include "tests/unit/inventory/PortBuilder.h"
 

@@ -5,7 +5,7 @@
 #include "tests/harness/Harness.h"
 
 #include "inventory/ports/CComPorts.h"
-#include "simwin/devices/Devices.h"
+#include "simwin/devices/build/Devices.h"
 #include "support/texts/BoundedText.h"
 
 #include <string>

@@ -3,7 +3,7 @@
 
 #include "inventory/usb/CUsbHubs.h"
 #include "inventory/usb/CUsbRoothubs.h"
-#include "simwin/devices/Devices.h"
+#include "simwin/devices/build/Devices.h"
 #include "support/system/CRTreplace.h"
 
 namespace {

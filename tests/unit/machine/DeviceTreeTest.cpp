@@ -2,10 +2,10 @@
 // and what of it is there. And the DOS name space.
 #include "tests/harness/Harness.h"
 
-#include "simwin/devices/Devices.h"
-#include "simwin/devices/Notifications.h"
-#include "simwin/devices/PlugAndPlay.h"
-#include "simwin/devices/catalogue/Catalogue.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/drivers/Notifications.h"
+#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/tree/Catalogue.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/registry/Registry.h"
 #include "simwin/win32.h"

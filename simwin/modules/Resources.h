@@ -1,0 +1,28 @@
+// The program's compiled resources and the version information of files. The .res file that the build makes is read
+// once for each machine; its bytes stay where they are, so pointers into them are valid for the machine's life.
+#pragma once
+
+#include "simwin/kernel/types.h"
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace machine {
+
+struct Resource {
+    std::string type, name; // a number is written "#400"; names in capitals
+    simwin::WORD language = 0;
+    std::span<const std::uint8_t> data;
+};
+
+// All resources of the program, in the order of the file; none if no file was given. Stops the run for a broken file.
+const std::vector<Resource>& ProgramResources();
+// Null if there is none. `type` and `name` as above; a text without '#' is compared without regard to case.
+const Resource* FindProgramResource(std::string_view type, std::string_view name);
+// "#5" for a number passed as MAKEINTRESOURCE, else the text.
+std::string ResourceId(simwin::LPCSTR id);
+
+} // namespace machine
