@@ -139,7 +139,7 @@ std::string CheckLog::NameOf(std::uint64_t context) const {
 
 bool CheckLog::IsInCheck(std::uint64_t context) const {
     const auto found = m_contexts.find(context);
-    return found != m_contexts.end() && found->second.isInCheck && !found->second.isTold &&
+    return found != m_contexts.end() && found->second.isInCheck && !found->second.isReported &&
            !found->second.device.empty();
 }
 
@@ -222,7 +222,7 @@ void CheckLog::ReadCheck(Context& context, std::uint64_t atMs, std::string_view 
         GiveUp(context);
         context.isInCheck = true;
         context.isChanged = false;
-        context.isTold = false;
+        context.isReported = false;
         context.check = {};
         context.check.atMs = atMs;
         context.device.clear();
@@ -369,7 +369,7 @@ void CheckLog::GiveUp(Context& context) {
     if (context.isInCheck && context.isTrying) {
         Refuse(context);
         Conclude(context, "stays as it is: no number can be had");
-    } else if (context.isInCheck && context.isChanged && !context.isTold) {
+    } else if (context.isInCheck && context.isChanged && !context.isReported) {
         Conclude(context, fmt::format("has {} in the registry, but could not restart", context.candidate));
     }
     context.isInCheck = false;
@@ -386,7 +386,7 @@ void CheckLog::Conclude(Context& context, std::string conclusion) {
 
 void CheckLog::Settle(Context& context, std::string conclusion) {
     context.check.conclusion = std::move(conclusion);
-    context.isTold = true;
+    context.isReported = true;
     m_facts.ports[context.device].last = context.check;
     if (m_watcher) {
         m_watcher({context.name, "", context.check.conclusion});

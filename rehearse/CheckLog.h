@@ -85,7 +85,7 @@ private:
         bool isTrying = false;  // the numbers of the list, one after another
         bool isChanged = false; // the registry has the new number; the device has to follow
         PortCheck check;
-        bool isTold = false; // the conclusion
+        bool isReported = false; // the conclusion
         std::string device;
         std::string name;
         std::string subject;     // the device of the arrival or removal that the thread works for

@@ -56,7 +56,7 @@ static Action SuspendEvent(const Record& event, Stage& stage) {
     }
     return [&stage, kind] {
         stage.timeline->Outside("the machine goes to sleep");
-        machine::SuspendMachine(/*told=*/kind != "critical");
+        machine::SuspendMachine(/*isAnnounced=*/kind != "critical");
     };
 }
 

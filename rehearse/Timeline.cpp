@@ -159,7 +159,7 @@ void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
     CatchUp();
     const machine::DeviceNode* top = machine::TheDeviceTree().FindById(restart.device);
     const bool comesLater = restart.means == "cycle" && restart.ok;
-    bool isTold = false;
+    bool isReported = false;
     for (auto& [id, port] : m_ports) {
         const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
         if (!top || !node || !machine::HangsBelow(node, top)) {
@@ -167,7 +167,7 @@ void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
         }
         if (comesLater) {
             port.pendingMeans = restart.means;
-            isTold = true;
+            isReported = true;
         } else if (port.runsEntry && node->restarts > port.restarts) {
             // Its start was this restart: the apparent arrival was the product's doing.
             m_entries[port.runsEntry - 1] = {m_entries[port.runsEntry - 1].atMs,
@@ -179,10 +179,10 @@ void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
                                              restart.means};
             port.runsEntry = 0;
             port.restarts = node->restarts;
-            isTold = true;
+            isReported = true;
         }
     }
-    if (!isTold) {
+    if (!isReported) {
         m_entries.push_back({machine::Now(), false, restart.ok ? "asks for a restart of" : "could not restart",
                              restart.device, "", "", restart.means});
     }

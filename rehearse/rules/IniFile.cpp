@@ -226,10 +226,10 @@ void Parser::ParseSnapshot() {
 
 bool Parser::TakeLine(std::string_view line) {
     if (m_hasMark && m_lineNumber == 1) {
-        const std::string_view behind = line.substr(Utf8Mark.size());
-        m_isLost = behind.starts_with('[');
+        const std::string_view after = line.substr(Utf8Mark.size());
+        m_isLost = after.starts_with('[');
         Add(Fault::Utf8Mark,
-            m_isLost ? fmt::format("the UTF-8 mark loses the section {}", Utf8(behind))
+            m_isLost ? fmt::format("the UTF-8 mark loses the section {}", Utf8(after))
                      : "the UTF-8 mark spoils the first line",
             "save as ANSI, or as UTF-16 with a mark");
         return true;

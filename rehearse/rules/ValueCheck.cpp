@@ -265,9 +265,9 @@ void ValueCheck::CheckText() {
 }
 
 // "COM41,COM42,COM43" for 41 and what follows the dash.
-static std::string NamesOfRange(int first, std::string_view behind) {
-    const std::size_t digit = behind.find_first_of(Digits);
-    const int last = digit == std::string_view::npos ? 0 : ReadNumber(behind.substr(digit));
+static std::string NamesOfRange(int first, std::string_view after) {
+    const std::size_t digit = after.find_first_of(Digits);
+    const int last = digit == std::string_view::npos ? 0 : ReadNumber(after.substr(digit));
     if (last < first || last - first >= 10) {
         return "COM41,COM42,COM43";
     }

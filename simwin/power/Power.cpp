@@ -125,7 +125,7 @@ static void StopRunning() {
     }
 }
 
-void SuspendMachine(bool told) {
+void SuspendMachine(bool isAnnounced) {
     if (IsMachineDown() || g_power->fallsAsleep) {
         return;
     }
@@ -136,7 +136,8 @@ void SuspendMachine(bool told) {
             StopRunning();
         }
     };
-    g_power->unanswered = told ? BroadcastServiceControl(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND, {}, returned) : 0;
+    g_power->unanswered =
+        isAnnounced ? BroadcastServiceControl(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND, {}, returned) : 0;
     if (g_power->unanswered == 0) {
         StopRunning();
     } else {
@@ -181,7 +182,7 @@ void ShutDownFast() {
     EndFallingAsleep();
     EndSessionsAndPrograms();
     g_power->isFast = true;
-    SuspendMachine(/*told=*/true);
+    SuspendMachine(/*isAnnounced=*/true);
 }
 
 void StartFast() {

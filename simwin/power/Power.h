@@ -9,10 +9,10 @@
 
 namespace machine {
 
-// Sleep: with `told` the services get PBT_APMSUSPEND, and the machine stops when their handlers have returned, 2 s
-// later at most. A critical suspension is not announced and stops it at once. Does nothing while it sleeps or is about
-// to.
-void SuspendMachine(bool told);
+// Sleep: with `isAnnounced` the services get PBT_APMSUSPEND, and the machine stops when their handlers have returned, 2
+// s later at most. A critical suspension is not announced and stops it at once. Does nothing while it sleeps or is
+// about to.
+void SuspendMachine(bool isAnnounced);
 // It wakes, if it slept, and the services get the power event `code`; while they handle it, plugs and pulls during the
 // sleep are noticed, and with `replugAll` every USB device leaves and comes back.
 void ResumeMachine(simwin::DWORD code, bool replugAll);

@@ -150,8 +150,8 @@ static void DrawMarkedLine(HDC context, const char* text, const char* marker, bo
         return;
     }
     const size_t length = TextLength(copy);
-    const size_t behind = front + GapChars < length ? front + GapChars : length;
-    char* const rest = copy + behind;
+    const size_t after = front + GapChars < length ? front + GapChars : length;
+    char* const rest = copy + after;
     char left[MaxMarkedChars + 1];
     CopyTextPart(left, sizeof(left), copy, front);
     DrwTxt(context, left, rect, DrawFormat, ThemePartBalloon);

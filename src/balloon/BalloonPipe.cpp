@@ -5,6 +5,7 @@
 #include "balloon/FreeBalloonInfo.h"
 #include "support/log/DiagnosticNames.h"
 #include "support/log/LogFile.h"
+#include "support/system/Accounts.h"
 #include "support/system/Handles.h"
 #include "support/system/OsVersion.h"
 #include "support/system/ProcessState.h"
@@ -19,8 +20,6 @@ constexpr DWORD DefaultTimeoutMs = 1000;
 constexpr DWORD StepMs = 10;
 constexpr DWORD SilenceMs = 1000;
 constexpr DWORD RefusesRemoteMajorVersion = 6;
-constexpr char AdministratorsSid[] = "S-1-5-32-544";
-constexpr char SystemSid[] = "S-1-5-18";
 
 static DWORD WINAPI BalloonPipeServer_ThreadProc(void* param);
 

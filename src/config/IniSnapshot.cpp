@@ -235,7 +235,7 @@ DWORD CCfgReader::ConvertIniText(DWORD* lastLineFeed) {
     WriteLog(1, "ini file appears to be unicode");
     const DWORD roomBytes = FileTextSize - AppendedBytes;
     const DWORD words = roomBytes / sizeof(WCHAR);
-    const DWORD wordsBehindMark = words > 1 ? words - 1 : 0;
+    const DWORD wordsAfterMark = words > 1 ? words - 1 : 0;
     if (static_cast<unsigned char>(pFileText[0]) == MarkByteLow ||
         static_cast<unsigned char>(pFileText[1]) == MarkByteHigh) {
         WriteLog(1, " big-endian");
@@ -244,10 +244,10 @@ DWORD CCfgReader::ConvertIniText(DWORD* lastLineFeed) {
         }
     }
     int converted = 0;
-    if (wordsBehindMark != 0) {
-        OwnedArray<WCHAR> wide(size_t{wordsBehindMark});
-        memcpy(wide.Get(), pFileText + sizeof(WCHAR), wordsBehindMark * sizeof(WCHAR));
-        converted = WideCharToMultiByte(CP_THREAD_ACP, 0, wide.Get(), static_cast<int>(wordsBehindMark), pFileText,
+    if (wordsAfterMark != 0) {
+        OwnedArray<WCHAR> wide(size_t{wordsAfterMark});
+        memcpy(wide.Get(), pFileText + sizeof(WCHAR), wordsAfterMark * sizeof(WCHAR));
+        converted = WideCharToMultiByte(CP_THREAD_ACP, 0, wide.Get(), static_cast<int>(wordsAfterMark), pFileText,
                                         static_cast<int>(roomBytes), nullptr, nullptr);
         if (converted <= 0) {
             WriteLog(1, "conversion failed -> abort");

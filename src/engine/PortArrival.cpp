@@ -164,7 +164,7 @@ bool IsArrivalBalloonDue(const CComPort* port) {
     return port->ArrivalTicker - port->RemovalTicker > FlickerMs || AgeOf(port->ChangePortTicker) < ChangeForgottenMs;
 }
 
-bool IsRemovalToBeTold(const CComPort* port) {
+bool IsRemovalToBeReported(const CComPort* port) {
     if (g_pSettings == nullptr || !g_pSettings->EnabledOnRemoval) {
         return false;
     }
@@ -255,7 +255,7 @@ void ComPortRemoved(const char* devpath) {
         CleanRegComPortArbiter(g_pSettings->ComNameArbiterClean);
     }
     KillCallbackTimer(ArrivalBalloonTimerId);
-    if (!IsRemovalToBeTold(port)) {
+    if (!IsRemovalToBeReported(port)) {
         return;
     }
     CreateCallbackTimer(AfterRemovalMs, RemovalBalloonTimerId, static_cast<ULONG_PTR>(index),

@@ -17,4 +17,4 @@ void ComPortRemoved(const char* devpath);
 // number. A port that came or went within a second of the other event has only flickered, unless a change of its number
 // explains it. For an arrival this decides about the balloon alone, for a removal about the actions too.
 bool IsArrivalBalloonDue(const CComPort* port);
-bool IsRemovalToBeTold(const CComPort* port);
+bool IsRemovalToBeReported(const CComPort* port);

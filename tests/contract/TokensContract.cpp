@@ -55,7 +55,7 @@ TEST(Tokens, NobodyIsImpersonatedWithACopyForLookingAt) {
     EXPECT_TRUE(RevertToSelf());
 }
 
-TEST(Tokens, APrivilegeThatTheTokenLacksIsToldByTheLastError) {
+TEST(Tokens, APrivilegeThatTheTokenLacksIsKnownByTheLastError) {
     HANDLE token = OpenOwn(TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY);
     TOKEN_PRIVILEGES one = {1, {{{0, 0}, SE_PRIVILEGE_ENABLED}}};
     ASSERT_TRUE(LookupPrivilegeValueA(nullptr, "sechangenotifyprivilege", &one.Privileges[0].Luid));

@@ -90,7 +90,7 @@ TEST_F(Windows, WhoWaitsForAnAnswerIsAskedMeanwhile) {
     EXPECT_EQ(result, 42u);
 }
 
-TEST_F(Windows, PostedMessagesComeInTheirOrderTimersAndTheEndBehindThem) {
+TEST_F(Windows, PostedMessagesComeInTheirOrderTimersAndTheEndAfterThem) {
     ASSERT_NE(SetTimer(g_First, 5, 10, nullptr), 0u);
     Sleep(100);
     PostMessageA(g_First, Note, 'a', 0);

@@ -29,7 +29,7 @@ inline constexpr Excuse LinkTaken{"-", "whose name a driver took", "that one sto
 inline constexpr Excuse FoundItTaken{"-", "whose driver found its name taken", "its next start"};
 inline constexpr Excuse LateLink{"-", "whose link goes after its driver, or by an outer hand", "its next start"};
 inline constexpr Excuse Modem{"-", "a modem that was given a name", "its next start"};
-inline constexpr Excuse NotTold{"-", "of whose start no interface told", "its next start"};
+inline constexpr Excuse Unannounced{"-", "of whose start no interface told", "its next start"};
 inline constexpr Excuse BeforeListening{"-", "who came before the product listened", "its next start"};
 inline constexpr Excuse Twin{"-", "one of two that came with one name", "either comes anew"};
 } // namespace excuse
@@ -41,7 +41,7 @@ inline constexpr Reason Excuses[] = {
     &excuse::OwnersLink,      &excuse::SharedBit,    &excuse::SwapMark,     &excuse::OwnerAway,
     &excuse::PulledWhileRead, &excuse::TwoWideLists, &excuse::RestartLost,  &excuse::CallFailed,
     &excuse::CutOff,          &excuse::Hindered,     &excuse::LinkInTheWay, &excuse::LinkTaken,
-    &excuse::FoundItTaken,    &excuse::LateLink,     &excuse::Modem,        &excuse::NotTold,
+    &excuse::FoundItTaken,    &excuse::LateLink,     &excuse::Modem,        &excuse::Unannounced,
     &excuse::BeforeListening, &excuse::Twin,
 };
 

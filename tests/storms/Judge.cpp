@@ -363,7 +363,7 @@ Reasons Judge::OwnReasons(const Running& port) const {
     // A device that starts without its interfaces, or while they stay as they were, is not announced.
     if (IsQuietStart(device) ||
         std::none_of(port.node->interfaces.begin(), port.node->interfaces.end(), [](const auto& i) { return i->up; })) {
-        reasons.insert(&excuse::NotTold);
+        reasons.insert(&excuse::Unannounced);
     }
     // A device that comes while the service starts and does not listen yet is not announced.
     const CComPort* record = RecordOf(m_stage, *port.node);

@@ -1,7 +1,7 @@
 // The real balloon on a screen with a task bar, compared pixel by pixel with what its layout says in this machine's
 // fonts, at two resolutions and in three looks; and a client of its pipe. Each test runs on a desktop of its own, which
 // takes the resolution that is set when it is made. What was seen is kept as pictures.
-#include "platform/win32.h"
+#include "tests/windows/Patience.h"
 
 #include <gtest/gtest.h>
 
@@ -12,23 +12,11 @@
 #include <string>
 #include <vector>
 
-constexpr DWORD PatienceMs = 60000;
-constexpr DWORD StepMs = 25;
 constexpr DWORD BalloonLifeMs = 60000; // the product's own limit
 constexpr int BarSize = 40;
 constexpr int Surroundings = 16; // pixels of the desktop around the balloon, the gap to the bar among them
 constexpr COLORREF DeskColour = 0x806040;
 constexpr char InnerRun[] = "QM_BALLOON_DESKTOP";
-
-static bool WaitUntil(const std::function<bool()>& condition) {
-    for (DWORD waited = 0; waited < PatienceMs; waited += StepMs) {
-        if (condition()) {
-            return true;
-        }
-        Sleep(StepMs);
-    }
-    return false;
-}
 
 namespace {
 struct Process {

@@ -1,6 +1,6 @@
 // The real Quillmarch.exe, started as a user starts it; its windows are read and answered from here. Each test has a
 // copy of its own in a folder whose name has a blank.
-#include "platform/win32.h"
+#include "tests/windows/Patience.h"
 
 #include <gtest/gtest.h>
 
@@ -12,9 +12,6 @@
 #include <string>
 #include <vector>
 
-constexpr DWORD PatienceMs = 60000;
-constexpr DWORD StepMs = 25;
-
 static std::string ReadAll(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
@@ -22,16 +19,6 @@ static std::string ReadAll(const std::string& path) {
 
 static void WriteAll(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
-}
-
-static bool WaitUntil(const std::function<bool()>& condition) {
-    for (DWORD waited = 0; waited < PatienceMs; waited += StepMs) {
-        if (condition()) {
-            return true;
-        }
-        Sleep(StepMs);
-    }
-    return false;
 }
 
 namespace {

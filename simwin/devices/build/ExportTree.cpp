@@ -262,9 +262,9 @@ static void TakeHubPort(DeviceNode* node) {
         return;
     }
     unsigned port = 0, number = 0;
-    const bool isTold = ParseHubLocation(DeviceText(*node, "LocationInformation"), port, number);
+    const bool isReported = ParseHubLocation(DeviceText(*node, "LocationInformation"), port, number);
     const unsigned inId = PortInId(node->id);
-    node->hubPort = inId ? inId : isTold && port <= MostHubPorts ? port : 0;
+    node->hubPort = inId ? inId : isReported && port <= MostHubPorts ? port : 0;
 }
 
 namespace {

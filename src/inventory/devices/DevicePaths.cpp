@@ -11,7 +11,7 @@ constexpr DWORD MaxDetailBytes = 0x10000;
 
 // Room for most paths, so that a walk over many interfaces rarely needs a second block.
 constexpr DWORD UsualDetailBytes = 260;
-constexpr DWORD BehindDetailBytes = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
+constexpr DWORD ZerosAfterDetailBytes = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
 
 // A path too long for the fixed block is skipped: only one known path is searched for.
 static DWORD FindInterfaceNode(const DeviceList& list, const char* devicePath, const GUID& interfaceClass) {
@@ -104,7 +104,7 @@ void InterfaceDetail::Free() {
 
 bool InterfaceDetail::Fill(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interfaceData, SP_DEVINFO_DATA* device) {
     // The zeros after the requested part end a path that lacks its final zero.
-    ZeroBytes(m_detail, m_roomBytes + BehindDetailBytes);
+    ZeroBytes(m_detail, m_roomBytes + ZerosAfterDetailBytes);
     m_detail->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
     *device = {};
     device->cbSize = sizeof(*device);
@@ -134,7 +134,7 @@ bool InterfaceDetail::ReadBySize(HDEVINFO list, SP_DEVICE_INTERFACE_DATA* interf
     if (m_detail == nullptr || m_roomBytes < sizeBytes) {
         Free();
         m_roomBytes = sizeBytes > UsualDetailBytes ? sizeBytes : UsualDetailBytes;
-        m_detail = static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(operator new(m_roomBytes + BehindDetailBytes));
+        m_detail = static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(operator new(m_roomBytes + ZerosAfterDetailBytes));
     }
     if (!Fill(list, interfaceData, device)) {
         Free();

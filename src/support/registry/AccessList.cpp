@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "support/system/Accounts.h"
 #include "support/system/ProcessState.h"
 #include "support/texts/BoundedText.h"
 
@@ -32,7 +33,7 @@ constexpr KnownSid Ordinary[] = {{"S-1-1-0", "Everyone"},
                                  {"S-1-5-32-545", "Users"},
                                  {"S-1-5-11", "Authenticated Users"},
                                  {"S-1-5-4", "INTERACTIVE"}};
-constexpr const char* TrustedOwners[] = {"S-1-5-18", "S-1-5-32-544"};
+constexpr const char* TrustedOwners[] = {SystemSid, AdministratorsSid};
 constexpr char ServiceSids[] = "S-1-5-80-"; // the installer of Windows is one of these
 constexpr char BuiltInAdministrator[] = "-500";
 

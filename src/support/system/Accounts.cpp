@@ -4,7 +4,6 @@
 #include "support/texts/BoundedText.h"
 #include "support/texts/StringTools.h"
 
-constexpr char SystemSid[] = "S-1-5-18";
 constexpr char SystemPrefix[] = "S-1-5-";
 constexpr DWORD MaxTokenUser = 256; // a SID has at most 68 bytes
 

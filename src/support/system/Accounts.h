@@ -5,6 +5,9 @@
 
 #include "platform/win32.h"
 
+inline constexpr char SystemSid[] = "S-1-5-18";
+inline constexpr char AdministratorsSid[] = "S-1-5-32-544";
+
 // The text of the process token's user SID, "S-1-5-…", into out. Returns: 1; 0 with an empty out and the last error.
 int GetUserSidText(char* out, size_t size);
 template<size_t N>

@@ -54,10 +54,10 @@ static DWORD TakeItem(const char* item, BYTE* bitmap, DWORD bits) {
         return 0;
     }
     DWORD first = 0;
-    const char* behind = SkipBlanks(ReadNumber(start, &first));
+    const char* after = SkipBlanks(ReadNumber(start, &first));
     DWORD last = first;
-    if (behind != start && *behind == '-') {
-        (void)ReadNumber(SkipBlanks(behind + 1), &last);
+    if (after != start && *after == '-') {
+        (void)ReadNumber(SkipBlanks(after + 1), &last);
     }
     if (last > bits) {
         last = bits;

@@ -5,7 +5,7 @@
 constexpr size_t MaxCommandLine = 512; // characters with the final zero
 
 // Steps over a quoted part. Returns: what follows its closing quote; null if the text ends inside.
-static char* BehindQuote(char* openingQuote) {
+static char* AfterQuote(char* openingQuote) {
     char* at = openingQuote + 1;
     while (*at != '"') {
         if (*at == '\0') {
@@ -30,7 +30,7 @@ void TokenizeCommandLine(LONG* count, char** tokens, LONG capacity) {
     char* at = text;
     while (at && *at != '\0') {
         if (*at == '"') {
-            at = BehindQuote(at);
+            at = AfterQuote(at);
             continue;
         }
         if (*at != ' ') {

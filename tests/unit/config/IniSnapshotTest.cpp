@@ -10,7 +10,7 @@ TEST(IniSnapshot, AnEmptyLineCountsOnlyWithACarriageReturn) {
     EXPECT_EQ(Read("[ComPorts5]\r\n\r\nKey=__LINE__\r\n", ComPorts, 5, "Key"), "3");
 }
 
-TEST(IniSnapshot, ASectionWithoutASlotIsToldAndLeavesTheOthers) {
+TEST(IniSnapshot, ASectionWithoutASlotIsLoggedAndLeavesTheOthers) {
     StartLog();
     WriteIni("[ComPorts]\nKey=a\n[ComPorts100]\nKey=b\n[ComPorts101]\nKey=c\n[Comports7]\nKey=e\n[ComPorts07]\nKey=f\n"
              "[Sessions3]\nKey=g\n");
@@ -72,7 +72,7 @@ TEST(IniSnapshot, ZeroBytesAndEndlessLinesHarmNothing) {
     EXPECT_EQ(Read("[ComPorts5]\n" + endless + "=a\nKey=b", ComPorts, 5, "Key"), "b");
 }
 
-TEST(IniSnapshot, AValueWithoutRoomGivesTheDefaultAndIsTold) {
+TEST(IniSnapshot, AValueWithoutRoomGivesTheDefaultAndIsLogged) {
     StartLog();
     const std::string fits(31, '9'), tooLong(32, '9');
     CCfgReader* reader = UseIni("[ComPorts1]\nFits=" + fits + "\nLong=" + tooLong + "\nTwice=" + tooLong +

@@ -99,24 +99,24 @@ TEST_F(DeviceEvents, ARemovalKillsTheWaitingBalloonOfAnArrival) {
 
 // Both sides of each limit, for the arrival and, with the ticks exchanged, for the removal; with the wrap of the tick
 // count between the two ticks, and then between them and now.
-TEST_F(DeviceEvents, AFlickerIsNotTold) {
-    for (const bool isBehindWrap : {false, true}) {
-        if (isBehindWrap) {
+TEST_F(DeviceEvents, AFlickerIsNotReported) {
+    for (const bool isAfterWrap : {false, true}) {
+        if (isAfterWrap) {
             Sleep(1500 - GetTickCount());
         }
-        for (const auto& [gap, ageOfChange, isTold] :
+        for (const auto& [gap, ageOfChange, isReported] :
              {std::tuple(1000u, 2000u, false), std::tuple(1001u, 2000u, true), std::tuple(1000u, 1999u, true)}) {
             UseIni("[BalloonTips]\nEnabled=1\nEnabledOnRemoval=0\n");
             CComPort port = {};
-            port.RemovalTicker = isBehindWrap ? GetTickCount() - 2000 : 0xFFFFFF00u;
+            port.RemovalTicker = isAfterWrap ? GetTickCount() - 2000 : 0xFFFFFF00u;
             port.ArrivalTicker = port.RemovalTicker + gap;
             port.ChangePortTicker = GetTickCount() - ageOfChange;
-            EXPECT_EQ(IsArrivalBalloonDue(&port), isTold) << gap << " " << ageOfChange;
+            EXPECT_EQ(IsArrivalBalloonDue(&port), isReported) << gap << " " << ageOfChange;
             std::swap(port.ArrivalTicker, port.RemovalTicker);
             EXPECT_TRUE(IsArrivalBalloonDue(&port)) << "it has not been away";
-            EXPECT_FALSE(IsRemovalToBeTold(&port));
+            EXPECT_FALSE(IsRemovalToBeReported(&port));
             UseIni("[BalloonTips]\nEnabled=0\nEnabledOnRemoval=1\n");
-            EXPECT_EQ(IsRemovalToBeTold(&port), isTold) << gap << " " << ageOfChange;
+            EXPECT_EQ(IsRemovalToBeReported(&port), isReported) << gap << " " << ageOfChange;
             EXPECT_FALSE(IsArrivalBalloonDue(&port));
         }
     }

@@ -47,7 +47,7 @@ TEST(IniEditor, WithoutAFileOrAnAssociationTheSampleIsOpenedWithNotepad) {
     EXPECT_EQ(LastShellCall(), "open " + std::string(szSystemDir) + "\\notepad.exe");
 }
 
-TEST(IniEditor, AServiceOfAnotherFolderIsToldAndNothingIsTouched) {
+TEST(IniEditor, AServiceOfAnotherFolderIsReportedAndNothingIsTouched) {
     StartOfEditor();
     DefineTheService("\"D:\\Old\\Quillmarch.exe\"");
     EditIni();

@@ -38,7 +38,7 @@ TEST(KnownDrivers, AKernelNameFitsByVendorServiceOrParent) {
     }
 }
 
-TEST(PortScans, FunctionsOfOneDeviceAreToldByTheirIds) {
+TEST(PortScans, FunctionsOfOneDeviceAreKnownByTheirIds) {
     using Row = std::tuple<const char*, const char*, int>;
     for (const auto& [a, b, same] :
          {Row{"USB\\VID_2C7C&PID_0125&MI_02\\7&1", "USB\\VID_2C7C&PID_0125&MI_03\\7&1", 1},
