@@ -2,6 +2,7 @@
 
 #include "actions/CallBackTimer.h"
 #include "inventory/devices/DeviceControl.h"
+#include "inventory/devices/DevicePaths.h"
 #include "inventory/devices/ProblemNumbers.h"
 #include "inventory/names/CDosDeviceNames.h"
 #include "inventory/names/ComNameArbiter.h"
@@ -94,6 +95,18 @@ void WaitForNewName(CComPort* port) {
         Sleep(NewNamePauseMs);
     }
     WriteLog(1, "QueryDosDevice(%s)...  kn=%s", port->szRegPortName, target);
+    CopyText(port->szKernelNameCom, target);
+    MarkCopiedName(port);
+}
+
+// Even after half a swap the one that came back has its new name. Its driver may have taken another kernel name while
+// both were out, and with the former one no later arrival of this name would count as a copy.
+void TakeNameAfterSwap(CComPort* port) {
+    char target[DosTargetSize];
+    if (!QueryDosName(port->szRegPortName, target) || GetProblem(port->DevInst) != 0) {
+        return;
+    }
+    SetRegistryNameInForce(port, GetNumberOfPortName(port->szRegPortName) != 0);
     CopyText(port->szKernelNameCom, target);
     MarkCopiedName(port);
 }

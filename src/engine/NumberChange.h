@@ -20,6 +20,8 @@ void PutOffRestart(CComPort* port);
 bool RestartForNewNumber(CComPort* port);
 // Waits for at most five seconds until the restarted device has made its DOS name, and adopts it.
 void WaitForNewName(CComPort* port);
+// Adopts the DOS name of a port that was out for a swap, if it runs and its name is there.
+void TakeNameAfterSwap(CComPort* port);
 // Deletes the old DOS name if the device left it behind.
 void DeleteOldName(const Assignment& check);
 // Gives the other port its DOS name back if the renaming deleted it.

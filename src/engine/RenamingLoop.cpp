@@ -152,6 +152,8 @@ AssignmentOutcome RenamePort(Assignment* check) {
         return result;
     }
     result = SwapPortNumbers(check->port, check->nameHolder);
+    TakeNameAfterSwap(check->port);
+    TakeNameAfterSwap(check->nameHolder);
     // Neither arrival sets its bit, since both are skipped, and an unfinished swap may leave either name in use.
     ComNameArbiterAddByName(check->port->szRegPortName);
     ComNameArbiterAddByName(check->nameHolder->szRegPortName);

@@ -335,7 +335,7 @@ Reasons Judge::LinkReasons(const Running& port) const {
     }
     // A driver that found its name taken does not try again when it is free.
     const rehearse::TimelineEntry* start = LastStart(port.device->id);
-    if (start && start->to.empty() && (start->what == "restarts" || start->what.starts_with("runs without")) &&
+    if (start && !port.node->driver->link &&
         (target.empty() || (owner && LastStartMs(owner->node->id) > start->atMs))) {
         reasons.insert(&excuse::FoundItTaken);
     }
