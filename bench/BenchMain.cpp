@@ -17,7 +17,7 @@ constexpr char ProductFolder[] = "C:\\Program Files\\Quillmarch";
 static void StartOfProgram() {
     InitAllocator();
     InitSupportLocks();
-    GetOsVersion(&g_Os);
+    GetOsVersion(&g_os);
     GetWindowsDirectoryA(szWindowsDir, sizeof(szWindowsDir));
     CopyText(szExeDir, ProductFolder);
     CopyText(szExePath, (machine::TheSetup().directory + "\\" + machine::TheSetup().executable).c_str());

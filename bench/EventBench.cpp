@@ -113,7 +113,7 @@ static void Arrive(const CComPort& port) {
     auto* broadcast = reinterpret_cast<DEV_BROADCAST_DEVICEINTERFACE_A*>(block);
     broadcast->dbcc_size = sizeof(block);
     broadcast->dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
-    broadcast->dbcc_classguid = InterfaceClass::ComPort;
+    broadcast->dbcc_classguid = interface_class::ComPort;
     CopyText(block + offsetof(DEV_BROADCAST_DEVICEINTERFACE_A, dbcc_name), 260, port.DevPath);
     DeviceChangeMsg(DBT_DEVICEARRIVAL, reinterpret_cast<const DEV_BROADCAST_HDR*>(broadcast));
     while (LiveWorkers() > 0) {

@@ -29,8 +29,8 @@ constexpr int LinesCounted = 100;
 constexpr int LinesTimed = 2000; // what is written stays on the machine's disk
 
 static void LogOff(benchmark::State& state) {
-    g_Log.WriteLogfile = 0;
-    g_Log.WriteDebugOutput = 0;
+    g_log.WriteLogfile = 0;
+    g_log.WriteDebugOutput = 0;
     for (auto _ : state) {
         for (int i = 0; i < CallsInARow; ++i) {
             WriteLog(3, "port %s has number %i", szExeDir, i);
@@ -81,7 +81,7 @@ static void LogOn(benchmark::State& state) {
         WriteLog(3, "port %s has number %i", "COM7", 7);
     }
     LogFile_Exit();
-    g_Log = {};
+    g_log = {};
     GoOnCalling();
 }
 

@@ -127,7 +127,7 @@ static void Listing(benchmark::State& state) {
         machine::CurrentProcess()->debugOutput.clear();
     });
     LogFile_Exit();
-    g_Log = {};
+    g_log = {};
 }
 
 static void SameNames(benchmark::State& state) {

@@ -20,10 +20,10 @@ static HFONT FontOf(LONG height) {
 void Prepare() {
     InitializeCriticalSection(&CS_BalloonData);
     g_canvas = CreateCompatibleDC(nullptr);
-    g_BalloonLook.TitleFont = FontOf(16);
-    g_BalloonLook.TextFont = FontOf(15);
-    g_BalloonLook.HorizontalMargin = 12;
-    g_BalloonLook.VerticalMargin = 6;
+    g_balloonLook.TitleFont = FontOf(16);
+    g_balloonLook.TextFont = FontOf(15);
+    g_balloonLook.HorizontalMargin = 12;
+    g_balloonLook.VerticalMargin = 6;
 }
 
 void TryInput(std::string_view input) {
@@ -35,9 +35,9 @@ void TryInput(std::string_view input) {
     const HBITMAP bitmap = CreateCompatibleBitmap(g_canvas, 100, 100);
     const HGDIOBJ before = SelectObject(g_canvas, bitmap);
     EnterCriticalSection(&CS_BalloonData);
-    g_BalloonInfo = record;
+    g_balloonInfo = record;
     for (const bool isFlat : {false, true}) {
-        g_BalloonLook.IsFlat = isFlat;
+        g_balloonLook.IsFlat = isFlat;
         const BalloonExtent measured = DrawAllTexts(g_canvas, /*isDrawing=*/false, 16);
         const BalloonExtent drawn = DrawAllTexts(g_canvas, /*isDrawing=*/true, 16);
         Require(measured.Bottom == drawn.Bottom && measured.Right == drawn.Right,

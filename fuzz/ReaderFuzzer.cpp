@@ -75,8 +75,8 @@ void Prepare() {
 
 void TryInput(std::string_view input) {
     machine::TheFiles().Write(IniFile, input);
-    g_Log.LogLevel = input.size() % LogEvery == LogEvery - 1 ? 6 : 0;
-    g_Log.WriteDebugOutput = 1;
+    g_log.LogLevel = input.size() % LogEvery == LogEvery - 1 ? 6 : 0;
+    g_log.WriteDebugOutput = 1;
     const DWORD isRead = g_pCfgReader->CreateSnapshot("input");
     for (LONG type = Settings; type < SectionTypeCount; ++type) {
         const auto sectionType = static_cast<CfgSectionType>(type);

@@ -24,7 +24,7 @@ static bool g_isTried;
 [[noreturn]] static void Serve() {
     InitAllocator();
     InitSupportLocks();
-    g_Os.MajorVersion = 10;
+    g_os.MajorVersion = 10;
     Prepare();
     for (;;) {
         machine::Block(machine::WaitKind::Object, "an input", machine::NoLimit);

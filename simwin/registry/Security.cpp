@@ -64,11 +64,11 @@ struct FlagName {
     const char* name;
     std::uint8_t flag;
 };
-constexpr FlagName AceFlagNames[] = {{"OI", AceFlags::ObjectInherit},
-                                     {"CI", AceFlags::ContainerInherit},
-                                     {"NP", AceFlags::NoPropagate},
-                                     {"IO", AceFlags::InheritOnly},
-                                     {"ID", AceFlags::Inherited}};
+constexpr FlagName AceFlagNames[] = {{"OI", ace_flags::ObjectInherit},
+                                     {"CI", ace_flags::ContainerInherit},
+                                     {"NP", ace_flags::NoPropagate},
+                                     {"IO", ace_flags::InheritOnly},
+                                     {"ID", ace_flags::Inherited}};
 
 // SIDs of accounts, in the order in which they were first asked for.
 struct Accounts {
@@ -524,31 +524,31 @@ SecurityDescriptor InheritFrom(const SecurityDescriptor& parent, bool container,
     result.group = parent.group;
     result.hasDacl = parent.hasDacl;
     result.autoInherited = true;
-    const std::uint8_t wanted = container ? AceFlags::ContainerInherit : AceFlags::ObjectInherit;
+    const std::uint8_t wanted = container ? ace_flags::ContainerInherit : ace_flags::ObjectInherit;
     for (const Ace& ace : parent.dacl) {
-        const bool passesOnly = container && !(ace.flags & wanted) && (ace.flags & AceFlags::ObjectInherit) &&
-                                !(ace.flags & AceFlags::NoPropagate);
+        const bool passesOnly = container && !(ace.flags & wanted) && (ace.flags & ace_flags::ObjectInherit) &&
+                                !(ace.flags & ace_flags::NoPropagate);
         if (!(ace.flags & wanted) && !passesOnly) {
             continue;
         }
         Ace inherited = ace;
         const auto keep =
-            static_cast<std::uint8_t>(container && !(ace.flags & AceFlags::NoPropagate)
-                                          ? ace.flags & (AceFlags::ObjectInherit | AceFlags::ContainerInherit)
+            static_cast<std::uint8_t>(container && !(ace.flags & ace_flags::NoPropagate)
+                                          ? ace.flags & (ace_flags::ObjectInherit | ace_flags::ContainerInherit)
                                           : 0);
         inherited.flags =
-            static_cast<std::uint8_t>(keep | AceFlags::Inherited | (passesOnly ? AceFlags::InheritOnly : 0));
+            static_cast<std::uint8_t>(keep | ace_flags::Inherited | (passesOnly ? ace_flags::InheritOnly : 0));
         if (ace.sid == SidCreatorOwner) {
             Ace own = inherited;
             own.sid = owner;
-            own.flags = AceFlags::Inherited;
+            own.flags = ace_flags::Inherited;
             if (!passesOnly) {
                 result.dacl.push_back(own);
             }
             if (!keep) {
                 continue;
             }
-            inherited.flags = static_cast<std::uint8_t>(inherited.flags | AceFlags::InheritOnly);
+            inherited.flags = static_cast<std::uint8_t>(inherited.flags | ace_flags::InheritOnly);
         }
         result.dacl.push_back(inherited);
     }
@@ -627,7 +627,7 @@ simwin::DWORD GrantedAccess(const SecurityDescriptor& descriptor, const Caller& 
     simwin::DWORD granted = !descriptor.owner.empty() && caller.Is(descriptor.owner) ? ReadControl | WriteDac : 0;
     simwin::DWORD denied = 0;
     for (const Ace& ace : descriptor.dacl) {
-        if (ace.flags & AceFlags::InheritOnly) {
+        if (ace.flags & ace_flags::InheritOnly) {
             continue;
         }
         const simwin::DWORD mask = MapGeneric(ace.mask, mapping);

@@ -28,7 +28,7 @@ Sid SidOfAccount(std::string_view account);
 std::string AccountOfSid(std::string_view sid);
 
 enum class AceType : std::uint8_t { Allow = 0, Deny = 1 };
-namespace AceFlags {
+namespace ace_flags {
 inline constexpr std::uint8_t ObjectInherit = 1, ContainerInherit = 2, NoPropagate = 4, InheritOnly = 8, Inherited = 16;
 }
 

@@ -94,7 +94,7 @@ int GetOpenParamsByCfgSection(CfgSectionType type, LONG number, OpenParams* para
     params->AfterDelay = entry.GetWaitMs("afterdelay_");
     params->MaxWait = entry.GetWaitMs("wait_");
     params->userType = g_pCfgReader->GetUserTypeFromCfg(type, number, index);
-    params->Force = entry.GetNumber("force_", g_Os.MajorVersion >= 6 ? 1 : 0);
+    params->Force = entry.GetNumber("force_", g_os.MajorVersion >= 6 ? 1 : 0);
     params->OneInstance = entry.GetNumber("oneinstance_", 0);
     ReadMd5(entry, params);
     WriteLog(3, "GetOpenParamsByCfgSection(%s%s)", SectionTypeName(type), SectionNumberSuffix(number));

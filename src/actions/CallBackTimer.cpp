@@ -40,8 +40,8 @@ struct TimerCall {
 
 // The used slots form a run from the start, so a scan ends at the first null.
 static CallbackTimer* Timers[MaxCallbackTimers] QM_GUARDED_BY(CS_timerRecord);
-static DWORD LastGeneratedId QM_GUARDED_BY(CS_timerTable);
-static DWORD IsProcessEnding QM_GUARDED_BY(CS_timerTable);
+static DWORD g_lastGeneratedId QM_GUARDED_BY(CS_timerTable);
+static DWORD g_isProcessEnding QM_GUARDED_BY(CS_timerTable);
 
 static DWORD WINAPI CallbackTimer_ThreadProc(void* param);
 
@@ -110,8 +110,8 @@ void InitCallbackTimers() {
     InitializeCriticalSection(&CS_timerTable);
     InitializeCriticalSection(&CS_timerRecord);
     LockGuard table(CS_timerTable);
-    LastGeneratedId = LastIdBeforeGenerated;
-    IsProcessEnding = 0;
+    g_lastGeneratedId = LastIdBeforeGenerated;
+    g_isProcessEnding = 0;
 }
 
 DWORD CreateCallbackTimer(LONG delayMs, DWORD id, ULONG_PTR context, CallbackTimerProc proc, const char* name) {
@@ -125,7 +125,7 @@ DWORD CreateCallbackTimer(LONG delayMs, DWORD id, ULONG_PTR context, CallbackTim
         WriteLog(4, "CCT_1");
         return 0;
     }
-    if (IsProcessEnding) {
+    if (g_isProcessEnding) {
         return 0;
     }
     const LONG slot = TakeTimerSlot();
@@ -136,7 +136,7 @@ DWORD CreateCallbackTimer(LONG delayMs, DWORD id, ULONG_PTR context, CallbackTim
     if (id != 0) {
         KillCallbackTimer(id, name);
     } else {
-        id = ++LastGeneratedId;
+        id = ++g_lastGeneratedId;
     }
 
     // Suspended until the record is filled: the thread never sees it half written.
@@ -207,7 +207,7 @@ DWORD KillAllCallbackTimers() {
 // So the locks stay, a record is freed only after its thread has released it, and no more timers are created.
 void ExitCallbackTimers() {
     LockGuard table(CS_timerTable);
-    IsProcessEnding = 1;
+    g_isProcessEnding = 1;
     if (KillAllCallbackTimers() != 0) {
         Sleep(WaitForThreadsMs);
     }

@@ -36,25 +36,25 @@ struct UserInfo {
 };
 } // namespace
 
-static UserInfo s_user;
+static UserInfo g_user;
 
 bool IsUserKnown() {
-    return s_user.CurrentUser[0] != '\0';
+    return g_user.CurrentUser[0] != '\0';
 }
 
 void ResetCurrentUserInfo() {
     WriteLog(2, "ResetCurrentUserInfo()");
-    CopyText(s_user.PreviousUser, s_user.CurrentUser);
-    s_user.WasAdmin = s_user.IsAdmin;
-    s_user.CurrentUser[0] = '\0';
-    s_user.TokenUserName[0] = '\0';
-    s_user.TokenDomain[0] = '\0';
-    s_user.Computer[0] = '\0';
-    s_user.LogonType = 0;
-    s_user.IsAdmin = FALSE;
-    s_user.GroupCount = 0;
-    s_user.GroupText[0] = '\0';
-    s_user.Groups[0] = '\0';
+    CopyText(g_user.PreviousUser, g_user.CurrentUser);
+    g_user.WasAdmin = g_user.IsAdmin;
+    g_user.CurrentUser[0] = '\0';
+    g_user.TokenUserName[0] = '\0';
+    g_user.TokenDomain[0] = '\0';
+    g_user.Computer[0] = '\0';
+    g_user.LogonType = 0;
+    g_user.IsAdmin = FALSE;
+    g_user.GroupCount = 0;
+    g_user.GroupText[0] = '\0';
+    g_user.Groups[0] = '\0';
 }
 
 static bool GetUserAndDomain(HANDLE token) {
@@ -72,15 +72,15 @@ static bool GetUserAndDomain(HANDLE token) {
                            &domainChars, &use)) {
         return false;
     }
-    CopyText(s_user.TokenUserName, name);
-    CopyText(s_user.TokenDomain, domain);
-    WriteLog(3, "userbytoken=%s domain=%s", s_user.TokenUserName, s_user.TokenDomain);
+    CopyText(g_user.TokenUserName, name);
+    CopyText(g_user.TokenDomain, domain);
+    WriteLog(3, "userbytoken=%s domain=%s", g_user.TokenUserName, g_user.TokenDomain);
     return true;
 }
 
 // Names this thread's user as Windows knows it. fullName: empty if unavailable.
 static void AskAsUser(char (&fullName)[FullNameChars]) {
-    s_user.IsAdmin = IsUserAnAdmin() ? TRUE : FALSE;
+    g_user.IsAdmin = IsUserAnAdmin() ? TRUE : FALSE;
     DWORD nameChars = sizeof(fullName);
     if (!GetUserNameA(fullName, &nameChars)) {
         fullName[0] = '\0';
@@ -90,13 +90,13 @@ static void AskAsUser(char (&fullName)[FullNameChars]) {
     if (!GetComputerNameA(computer, &computerChars)) {
         computer[0] = '\0';
     }
-    CopyText(s_user.Computer, computer);
-    CopyText(s_user.CurrentUser, fullName);
-    const bool isLocal = s_user.Computer[0] == '\0' || s_user.TokenDomain[0] == '\0' ||
-                         lstrcmpiA(s_user.Computer, s_user.TokenDomain) == 0;
-    s_user.LogonType = isLocal ? LogonLocal : LogonDomain;
-    WriteLog(3, "user=%s computer=%s", s_user.CurrentUser, s_user.Computer);
-    WriteLog(3, "user=%s domain=%s logontype=%s", s_user.CurrentUser, s_user.TokenDomain, isLocal ? "local" : "Server");
+    CopyText(g_user.Computer, computer);
+    CopyText(g_user.CurrentUser, fullName);
+    const bool isLocal = g_user.Computer[0] == '\0' || g_user.TokenDomain[0] == '\0' ||
+                         lstrcmpiA(g_user.Computer, g_user.TokenDomain) == 0;
+    g_user.LogonType = isLocal ? LogonLocal : LogonDomain;
+    WriteLog(3, "user=%s computer=%s", g_user.CurrentUser, g_user.Computer);
+    WriteLog(3, "user=%s domain=%s logontype=%s", g_user.CurrentUser, g_user.TokenDomain, isLocal ? "local" : "Server");
 }
 
 static void TakeGroupNames(const LOCALGROUP_USERS_INFO_0* groups, DWORD count) {
@@ -108,11 +108,11 @@ static void TakeGroupNames(const LOCALGROUP_USERS_INFO_0* groups, DWORD count) {
                                 static_cast<int>(sizeof(name)), nullptr, nullptr) == 0) {
             name[0] = '\0';
         }
-        char* const place = s_user.GroupText + used;
+        char* const place = g_user.GroupText + used;
         used += CopyText(place, NameChars, name) + 1;
-        s_user.GroupNames[taken] = place;
+        g_user.GroupNames[taken] = place;
     }
-    s_user.GroupCount = taken;
+    g_user.GroupCount = taken;
 }
 
 // Returns: whether Windows was queried.
@@ -150,16 +150,16 @@ static bool LookUpGroups(const char* fullName) {
 
 static void JoinGroups() {
     char joined[GroupTextChars] = {};
-    for (DWORD i = 0; i < s_user.GroupCount && TextLength(joined) <= MaxJoinedBeforeLast; ++i) {
+    for (DWORD i = 0; i < g_user.GroupCount && TextLength(joined) <= MaxJoinedBeforeLast; ++i) {
         AppendText(joined, i == 0 ? "" : ", ");
-        AppendText(joined, s_user.GroupNames[i]);
+        AppendText(joined, g_user.GroupNames[i]);
     }
-    CopyText(s_user.Groups, joined);
+    CopyText(g_user.Groups, joined);
 }
 
 static int LogResult(bool hasAsked) {
-    WriteLog(2, "SetCurrentUserInfo(): CurrentUser=%s IsAdmin=%i Groups=%s", s_user.CurrentUser, s_user.IsAdmin,
-             s_user.Groups);
+    WriteLog(2, "SetCurrentUserInfo(): CurrentUser=%s IsAdmin=%i Groups=%s", g_user.CurrentUser, g_user.IsAdmin,
+             g_user.Groups);
     return hasAsked ? 1 : 0;
 }
 
@@ -175,14 +175,14 @@ static HANDLE GetTokenOfUser() {
 static bool AskForUserAndGroups() {
     char fullName[FullNameChars] = {};
     AskAsUser(fullName);
-    return s_user.LogonType == LogonLocal && fullName[0] != '\0' && LookUpGroups(fullName);
+    return g_user.LogonType == LogonLocal && fullName[0] != '\0' && LookUpGroups(fullName);
 }
 
 // Impersonates the user for the query if it is not this process's user.
 static int AskForUser() {
     bool hasAsked = false;
     if (g_Mode == ModeService) {
-        const ImpersonationScope user(/*isElevated=*/g_Os.MajorVersion >= 6);
+        const ImpersonationScope user(/*isElevated=*/g_os.MajorVersion >= 6);
         hasAsked = user.IsOn() && AskForUserAndGroups();
     } else {
         hasAsked = AskForUserAndGroups();

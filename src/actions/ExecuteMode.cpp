@@ -170,7 +170,7 @@ void RunExecuteMode(WORD showCommand) {
     LONG tokenCount = 0;
     char* tokens[MaxTokens] = {};
     TokenizeCommandLine(&tokenCount, tokens);
-    const bool hasForeground = g_Os.MajorVersion >= 6;
+    const bool hasForeground = g_os.MajorVersion >= 6;
     HWND window = nullptr;
     HWND before = nullptr;
     if (hasForeground) {

@@ -13,9 +13,9 @@ constexpr UINT TextLimitMs = 100;
 constexpr BYTE NearlyTransparent = 32;
 constexpr size_t TextChars = 128;
 
-static char s_title[32];                // set before the thread starts
-static HWND volatile s_foreWindow;      // set once by the window's thread
-static volatile LONG s_isWindowRefused; // the window failed
+static char g_title[32];                // set before the thread starts
+static HWND volatile g_foreWindow;      // set once by the window's thread
+static volatile LONG g_isWindowRefused; // the window failed
 
 namespace {
 struct WindowText {
@@ -56,10 +56,10 @@ static DWORD WINAPI CreateForeWindow_ThreadProc(void* title) {
                         WS_POPUP | WS_VISIBLE | WS_CAPTION, OutOfSight, OutOfSight, /*width=*/1, /*height=*/1,
                         GetDesktopWindow(), nullptr, nullptr, nullptr);
     if (!window) {
-        s_isWindowRefused = 1;
+        g_isWindowRefused = 1;
         return 0;
     }
-    s_foreWindow = window;
+    g_foreWindow = window;
     ShowWindow(window, SW_SHOW);
     MSG message;
     while (IsWindow(window) && GetMessageA(&message, nullptr, 0, 0) > 0) {
@@ -69,15 +69,15 @@ static DWORD WINAPI CreateForeWindow_ThreadProc(void* title) {
 }
 
 HWND StartForeWindow(const char* title) {
-    CopyText(s_title, title);
-    if (!StartThreadForId("CreateForeWindow_ThreadProc", CreateForeWindow_ThreadProc, s_title)) {
+    CopyText(g_title, title);
+    if (!StartThreadForId("CreateForeWindow_ThreadProc", CreateForeWindow_ThreadProc, g_title)) {
         return nullptr;
     }
     const DWORD startTicks = GetTickCount();
-    while (!s_foreWindow && !s_isWindowRefused && GetTickCount() - startTicks < WindowLimitMs) {
+    while (!g_foreWindow && !g_isWindowRefused && GetTickCount() - startTicks < WindowLimitMs) {
         Sleep(WindowStepMs);
     }
-    const HWND window = s_foreWindow;
+    const HWND window = g_foreWindow;
     if (!window) {
         WriteLog(2, "MyForeWin did not come -> program starts without it");
         return nullptr;

@@ -94,7 +94,7 @@ static TokenChoice ChooseForService(UserType type, OwnedToken* token) {
     if (!token->IsOpen()) {
         return TokenChoice::NoUser;
     }
-    if (type == UserType::elev && g_Os.MajorVersion >= 6) {
+    if (type == UserType::elev && g_os.MajorVersion >= 6) {
         TakeElevatedToken(token);
     }
     if (type == UserType::restr) {
@@ -104,7 +104,7 @@ static TokenChoice ChooseForService(UserType type, OwnedToken* token) {
 }
 
 static TokenChoice ChooseOutsideService(UserType type, OwnedToken* token) {
-    if (g_Os.MajorVersion >= 6 && IsUacEnabled()) {
+    if (g_os.MajorVersion >= 6 && IsUacEnabled()) {
         if (type == UserType::normal || type == UserType::restr) {
             // This process may be elevated; the shell is not.
             token->Reset(GetExplorersUserToken(NoSession));

@@ -8,7 +8,7 @@
 #include "support/texts/BoundedText.h"
 
 // The title of the copy's window, a number that grows with each start and wraps; a repeated title is harmless.
-static WORD s_windowNumber;
+static WORD g_windowNumber;
 
 void BuildExecuteLine(const OpenParams& params, bool wait, WORD windowNumber, char (&line)[MaxExecuteLine]) {
     char number[32];
@@ -33,13 +33,13 @@ void BuildExecuteLine(const OpenParams& params, bool wait, WORD windowNumber, ch
 }
 
 static bool IsForExecuteMode(const OpenParams& params) {
-    return g_Os.MajorVersion >= 6 && params.userType != UserType::system &&
+    return g_os.MajorVersion >= 6 && params.userType != UserType::system &&
            (params.ShowWindow == SW_SHOWNORMAL || params.ShowWindow == SW_SHOWMAXIMIZED);
 }
 
 // Returns: false if the copy could not read the command line. *processId: 0 if it could not be created.
 static bool StartThroughCopy(const OpenParams& params, bool wait, HANDLE* phProcess, DWORD* processId) {
-    const auto windowNumber = static_cast<WORD>(s_windowNumber + 1);
+    const auto windowNumber = static_cast<WORD>(g_windowNumber + 1);
     char line[MaxExecuteLine];
     BuildExecuteLine(params, wait, windowNumber, line);
     const size_t wholeLength = ProcessLineStart(szExePath) + TextLength(line);
@@ -47,7 +47,7 @@ static bool StartThroughCopy(const OpenParams& params, bool wait, HANDLE* phProc
         WriteLog(2, "command line for execute mode is too long (%i) -> direct", static_cast<LONG>(wholeLength));
         return false;
     }
-    s_windowNumber = windowNumber;
+    g_windowNumber = windowNumber;
     *processId = CreateProcessEx(szExePath, line, params.szWorkDir, params.ShowWindow, NormalPriority, params.userType,
                                  phProcess);
     WriteLog(4, "AREX_1 uac=%u usrt=%u", static_cast<DWORD>(IsUacEnabled()), static_cast<DWORD>(params.userType));

@@ -29,7 +29,7 @@ struct SessionOperations {
 };
 } // namespace
 
-static SessionOperations s_operations;
+static SessionOperations g_operations;
 
 template<typename Operation>
 static void Find(HMODULE library, const char* name, Operation* operation) {
@@ -37,7 +37,7 @@ static void Find(HMODULE library, const char* name, Operation* operation) {
 }
 
 void InitServiceTools() {
-    SessionOperations& found = s_operations;
+    SessionOperations& found = g_operations;
     found.kernel = LoadSystemLibrary("kernel32.dll");
     Find(found.kernel, "WTSGetActiveConsoleSessionId", &found.getActiveConsole);
     found.sessions = LoadSystemLibrary("wtsapi32.dll");
@@ -48,15 +48,15 @@ void InitServiceTools() {
 }
 
 void ExitServiceTools() {
-    const SessionOperations freed = s_operations;
-    s_operations = {};
+    const SessionOperations freed = g_operations;
+    g_operations = {};
     const OwnedLibrary kernel(freed.kernel);
     const OwnedLibrary sessions(freed.sessions);
 }
 
 // Returns: false with the last error.
 static bool QueryConnectState(LONG session, LONG* state) {
-    const SessionOperations& call = s_operations;
+    const SessionOperations& call = g_operations;
     if (!call.querySession || !call.freeMemory) {
         SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
         return false;
@@ -77,10 +77,10 @@ LONG GetSessionState(LONG session) {
 }
 
 LONG GetActiveConsoleSessionId() {
-    if (!s_operations.getActiveConsole) {
-        return g_Os.VersionBcd < Windows51 ? 0 : NoSession;
+    if (!g_operations.getActiveConsole) {
+        return g_os.VersionBcd < Windows51 ? 0 : NoSession;
     }
-    const auto session = static_cast<LONG>(s_operations.getActiveConsole());
+    const auto session = static_cast<LONG>(g_operations.getActiveConsole());
     WriteLog(3, "ActiveConsoleSessionId=%i", session);
     if (session < 0) {
         return session;
@@ -100,7 +100,7 @@ LONG GetActiveConsoleSessionId() {
 // The last active session of the list. Returns: false with the last error if there is no list; without an active
 // session *session is unchanged.
 static bool FindLastActiveSession(LONG* session) {
-    const SessionOperations& call = s_operations;
+    const SessionOperations& call = g_operations;
     if (!call.enumerateSessions || !call.freeMemory) {
         SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
         return false;
@@ -162,11 +162,11 @@ LONG GetBestUserSessionId() {
 
 BOOL QuerySessionToken(LONG session, HANDLE* token) {
     *token = nullptr;
-    if (!s_operations.queryUserToken) {
+    if (!g_operations.queryUserToken) {
         SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
         return FALSE;
     }
-    if (!s_operations.queryUserToken(static_cast<ULONG>(session), token)) {
+    if (!g_operations.queryUserToken(static_cast<ULONG>(session), token)) {
         *token = nullptr;
         return FALSE;
     }

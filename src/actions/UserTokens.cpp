@@ -115,7 +115,7 @@ HANDLE GetExplorersUserToken(LONG session) {
 
 HANDLE GetSessionUserToken(LONG session) {
     DWORD error = GetLastError();
-    if (IsServiceProcess() && g_Os.VersionBcd >= Windows51) {
+    if (IsServiceProcess() && g_os.VersionBcd >= Windows51) {
         HANDLE token = nullptr;
         if (session != NoSession && !QuerySessionToken(session, &token)) {
             error = GetLastError();
@@ -184,7 +184,7 @@ HANDLE MakeRestrictedToken(HANDLE token) {
                                /*restrictCount=*/0, nullptr, restricted.Receive())) {
         return nullptr;
     }
-    if (g_Os.MajorVersion >= 6 && !SetMediumIntegrity(restricted.Get())) {
+    if (g_os.MajorVersion >= 6 && !SetMediumIntegrity(restricted.Get())) {
         return nullptr;
     }
     return restricted.Release();
@@ -221,7 +221,7 @@ int ImpersonateCurrentUser(bool isOn, bool isElevated) {
     if (!token.IsOpen()) {
         return 0;
     }
-    if (isElevated && g_Os.MajorVersion >= 6) {
+    if (isElevated && g_os.MajorVersion >= 6) {
         HANDLE linked = nullptr;
         const BOOL result = GetLinkedToken(token.Get(), &linked);
         WriteLog(2, " ElevatedToken=0x%p err=%i res=0x%p", linked, static_cast<LONG>(GetLastError()),

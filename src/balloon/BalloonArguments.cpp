@@ -89,7 +89,7 @@ BalloonArguments ReadBalloonArguments() {
 
 void ShowBalloonByCommandLine() {
     const BalloonArguments arguments = ReadBalloonArguments();
-    g_BalloonTick = arguments.Tick;
+    g_balloonTick = arguments.Tick;
     (void)ShowFreeBalloonAtSysTray(arguments.ShowTime, arguments.CharSet, arguments.Title, arguments.Text,
                                    /*text2=*/"", arguments.Icon);
 }

@@ -37,7 +37,7 @@ static void FillRecord(FreeBalloonInfo* record, LONG showTimeMs, LONG charSet, c
 
 static void PlaceAnchor() {
     LockGuard lock(CS_BalloonData);
-    g_BalloonAnchor = GetBalloonPos();
+    g_balloonAnchor = GetBalloonPos();
 }
 
 int ShowFreeBalloonAtSysTray(LONG showTimeMs, LONG charSet, const char* title, const char* text1, const char* text2,
@@ -47,7 +47,7 @@ int ShowFreeBalloonAtSysTray(LONG showTimeMs, LONG charSet, const char* title, c
     FreeBalloonInfo record = {};
     {
         LockGuard lock(CS_BalloonData);
-        if (g_BalloonLook.IsFlat && icon >= FirstClassicIcon && icon <= LastClassicIcon) {
+        if (g_balloonLook.IsFlat && icon >= FirstClassicIcon && icon <= LastClassicIcon) {
             icon += FlatIconOffset;
         }
         FillRecord(&record, showTimeMs, charSet, title, text1, text2, icon);
@@ -71,7 +71,7 @@ int ShowFreeBalloonThreaded(const FreeBalloonInfo& record) {
     }
     {
         LockGuard lock(CS_BalloonData);
-        g_BalloonInfo = record;
+        g_balloonInfo = record;
     }
     DWORD threadId = 0;
     const OwnedThread thread = StartWorker(ShowFreeBalloon_ThreadProc, nullptr, /*flags=*/0, &threadId);
@@ -89,10 +89,10 @@ void UpdateBalloon(const FreeBalloonInfo& record) {
     Sleep(StepMs);
     {
         LockGuard lock(CS_BalloonData);
-        g_BalloonInfo = record;
-        g_BalloonAnchor = GetBalloonPos();
-        WriteLog(3, "UpdateBalloon x=%i y=%i point=%i time=%i '%s' '%s' '%s'", g_BalloonAnchor.X, g_BalloonAnchor.Y,
-                 static_cast<LONG>(g_BalloonAnchor.Point), record.ShowTime, record.Title, record.Text1, record.Text2);
+        g_balloonInfo = record;
+        g_balloonAnchor = GetBalloonPos();
+        WriteLog(3, "UpdateBalloon x=%i y=%i point=%i time=%i '%s' '%s' '%s'", g_balloonAnchor.X, g_balloonAnchor.Y,
+                 static_cast<LONG>(g_balloonAnchor.Point), record.ShowTime, record.Title, record.Text1, record.Text2);
     }
     if (const HWND window = m_hwndBln) {
         PostMessageA(window, WM_BALLOON_UPDATE, 0, 0);

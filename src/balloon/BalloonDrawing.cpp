@@ -15,7 +15,7 @@ constexpr DWORD FadeStepMs = 30;
 constexpr BYTE FadeSteps[] = {200, 155, 110, 65, 20};
 constexpr UINT ShowFlags = SWP_NOACTIVATE | SWP_NOREDRAW | SWP_NOCOPYBITS;
 
-BalloonDrawingState g_BalloonDrawing;
+BalloonDrawingState g_balloonDrawing;
 
 namespace {
 // One drawing: the data shared by its steps.
@@ -46,48 +46,48 @@ static void EnsureBalloonTopmost(HWND window) {
 }
 
 static void SetReadingDirection(HDC context) QM_REQUIRES(CS_BalloonData) {
-    if (g_BalloonLook.IsLayoutMirrored) {
+    if (g_balloonLook.IsLayoutMirrored) {
         SetLayout(context, LAYOUT_RTL);
     } else {
         SetProcessDefaultLayout(0);
         SetLayout(context, 0);
     }
-    if (ReadsRightToLeft(g_BalloonInfo.CharSet)) {
+    if (ReadsRightToLeft(g_balloonInfo.CharSet)) {
         SetTextAlign(context, TA_RTLREADING);
     }
 }
 
 static void MeasureAndPlace(HDC context) QM_REQUIRES(CS_BalloonData) {
-    const BalloonLook& look = g_BalloonLook;
+    const BalloonLook& look = g_balloonLook;
     const BalloonExtent extent = DrawAllTexts(context, /*isDrawing=*/false, look.IconSize);
     const LONG width = look.HorizontalMargin + extent.Right;
     const LONG height = look.VerticalMargin + extent.Bottom;
     const POINT corner = KeepOnScreen(PosFromAnchor(width, height), width, height);
-    g_BalloonPlace = {corner.x, corner.y, width, height};
+    g_balloonPlace = {corner.x, corner.y, width, height};
 }
 
 static HRGN CreateOutline(const BalloonPlace& place) {
-    const int diameter = g_BalloonLook.CornerDiameter();
+    const int diameter = g_balloonLook.CornerDiameter();
     return CreateRoundRectRgn(0, 0, place.Width + 1, place.Height + 1, diameter, diameter);
 }
 
 static void RenewRegion(const BalloonPlace& place) {
-    if (g_BalloonDrawing.Region != nullptr) {
-        DeleteObject(g_BalloonDrawing.Region);
+    if (g_balloonDrawing.Region != nullptr) {
+        DeleteObject(g_balloonDrawing.Region);
     }
-    g_BalloonDrawing.Region = CreateOutline(place);
+    g_balloonDrawing.Region = CreateOutline(place);
 }
 
 // A window owns its region, so it gets a new one each time.
 static void GiveRegion(const Drawing& drawing) {
     const HRGN region = CreateOutline(drawing.Place);
-    if (region != nullptr && SetWindowRgn(drawing.Window, region, g_BalloonDrawing.RepaintsByRegion) == 0) {
+    if (region != nullptr && SetWindowRgn(drawing.Window, region, g_balloonDrawing.RepaintsByRegion) == 0) {
         DeleteObject(region);
     }
 }
 
 static void Fill(const Drawing& drawing) {
-    const BalloonLook& look = g_BalloonLook;
+    const BalloonLook& look = g_balloonLook;
     const LONG width = drawing.Place.Width;
     const LONG height = drawing.Place.Height;
     if (look.HasThemedText()) {
@@ -105,7 +105,7 @@ static void Fill(const Drawing& drawing) {
 }
 
 static void DrawOutline(const Drawing& drawing) {
-    const BalloonLook& look = g_BalloonLook;
+    const BalloonLook& look = g_balloonLook;
     constexpr COLORREF Black = 0;
     if (look.IsLayoutMirrored) {
         const int diameter = look.CornerDiameter();
@@ -116,11 +116,11 @@ static void DrawOutline(const Drawing& drawing) {
         return;
     }
     const OwnedGdiObject brush(CreateSolidBrush(look.IsFlat ? look.Colours.FrameColor : Black));
-    FrameRgn(drawing.Context, g_BalloonDrawing.Region, static_cast<HBRUSH>(brush.Get()), 1, 1);
+    FrameRgn(drawing.Context, g_balloonDrawing.Region, static_cast<HBRUSH>(brush.Get()), 1, 1);
 }
 
 static void DrawIcon(const Drawing& drawing) QM_REQUIRES(CS_BalloonData) {
-    const BalloonLook& look = g_BalloonLook;
+    const BalloonLook& look = g_balloonLook;
     const LONG size = look.IconSize;
     const LONG y = look.VerticalMargin + Scale(1) + (GetTitleHeight(drawing.Context) - size) / 2;
     DrawIconEx(drawing.Context, look.HorizontalMargin, y, look.Icon, size, size, 0, nullptr, DI_NORMAL);
@@ -129,13 +129,13 @@ static void DrawIcon(const Drawing& drawing) QM_REQUIRES(CS_BalloonData) {
 bool IsPointInCloseButton(LPARAM place) {
     const LONG x = static_cast<short>(place & 0xFFFF);
     const LONG y = static_cast<short>(place >> 16 & 0xFFFF);
-    const RECT& button = g_BalloonDrawing.CloseButton;
+    const RECT& button = g_balloonDrawing.CloseButton;
     return x >= button.left && x <= button.right && y >= button.top && y <= button.bottom;
 }
 
 static void DrawCloseButton(const Drawing& drawing) {
-    const BalloonLook& look = g_BalloonLook;
-    RECT& button = g_BalloonDrawing.CloseButton;
+    const BalloonLook& look = g_balloonLook;
+    RECT& button = g_balloonDrawing.CloseButton;
     if (!look.HasCloseButton()) {
         button = {0, 0, -1, -1}; // not even the first pixel is in it
         return;
@@ -144,7 +144,7 @@ static void DrawCloseButton(const Drawing& drawing) {
     button.top = look.VerticalMargin - Scale(1);
     button.right = drawing.Place.Width - Scale(6) - 1;
     button.bottom = button.top + look.CloseHeight - 1;
-    const bool isHot = IsPointInCloseButton(g_BalloonDrawing.LastMouse);
+    const bool isHot = IsPointInCloseButton(g_balloonDrawing.LastMouse);
     WriteLog(4, "CloseButton %i,%i,%i,%i state=%i", button.left, button.top, button.right, button.bottom,
              isHot ? CloseStateHot : CloseStateNormal);
     if (look.Theme != nullptr) {
@@ -173,7 +173,7 @@ static void ShowFirstTime(const Drawing& drawing) {
 }
 
 static void ShowByCopy(const Drawing& drawing) {
-    if (drawing.Place.Width < g_BalloonDrawing.PreviousWidth) {
+    if (drawing.Place.Width < g_balloonDrawing.PreviousWidth) {
         ShowWindow(drawing.Window, SW_HIDE);
         ShowWindow(drawing.Window, SW_SHOWNOACTIVATE);
     }
@@ -186,7 +186,7 @@ static void ShowByCopy(const Drawing& drawing) {
 
 static void ShowLayered(const Drawing& drawing) {
     const BalloonPlace& place = drawing.Place;
-    const bool isRegionFirst = g_Os.MajorVersion >= 6;
+    const bool isRegionFirst = g_os.MajorVersion >= 6;
     if (isRegionFirst) {
         GiveRegion(drawing);
     }
@@ -219,7 +219,7 @@ static void Paint(const Drawing& drawing) QM_REQUIRES(CS_BalloonData) {
     RenewRegion(drawing.Place);
     Fill(drawing);
     DrawOutline(drawing);
-    DrawAllTexts(drawing.Context, /*isDrawing=*/true, g_BalloonLook.IconSize);
+    DrawAllTexts(drawing.Context, /*isDrawing=*/true, g_balloonLook.IconSize);
     DrawIcon(drawing);
     DrawCloseButton(drawing);
 }
@@ -229,7 +229,7 @@ static void DrawBalloon(HWND window, HDC screen) {
     EnsureBalloonTopmost(window);
     SetReadingDirection(screen);
     MeasureAndPlace(screen);
-    const BalloonPlace& place = g_BalloonPlace;
+    const BalloonPlace& place = g_balloonPlace;
     const MemoryCanvas canvas(screen, place.Width, place.Height);
     if (canvas.Context() == nullptr) {
         WriteLog(1, "BEEP CreateCompatibleBitmap(0x%p, %u, %u) err=%s", screen, static_cast<DWORD>(place.Width),
@@ -239,12 +239,12 @@ static void DrawBalloon(HWND window, HDC screen) {
     const Drawing drawing = {window, screen, canvas.Context() != nullptr ? canvas.Context() : screen, place};
     Paint(drawing);
     ShowFirstTime(drawing);
-    if (g_BalloonDrawing.IsLayered && !drawing.IsDirect()) {
+    if (g_balloonDrawing.IsLayered && !drawing.IsDirect()) {
         ShowLayered(drawing);
     } else {
         ShowByCopy(drawing);
     }
-    g_BalloonDrawing.PreviousWidth = place.Width;
+    g_balloonDrawing.PreviousWidth = place.Width;
     EnsureVisible(drawing);
 }
 
@@ -261,7 +261,7 @@ void RedrawBalloon() {
 }
 
 void FadeOutBalloon() {
-    if (!g_BalloonDrawing.IsLayered) {
+    if (!g_balloonDrawing.IsLayered) {
         return;
     }
     SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_HIGHEST);

@@ -15,7 +15,7 @@ struct BalloonDrawingState {
     bool RepaintsByRegion; // a new region repaints: after an update
     HRGN Region;           // of the window's outline; the window has copies
 };
-extern BalloonDrawingState g_BalloonDrawing;
+extern BalloonDrawingState g_balloonDrawing;
 
 constexpr LONG CloseStateNormal = 1;
 constexpr LONG CloseStateHot = 2;

@@ -20,14 +20,14 @@ constexpr LONG BottomSpace = 4;   // plain pixels
 constexpr DWORD MeasureFormat = DT_CALCRECT | DT_NOPREFIX;
 constexpr DWORD DrawFormat = DT_NOPREFIX;
 
-BalloonLook g_BalloonLook;
+BalloonLook g_balloonLook;
 
 bool BalloonLook::HasThemedText() const {
-    return Theme != nullptr && g_Os.MajorVersion >= ThemedTextMajorVersion;
+    return Theme != nullptr && g_os.MajorVersion >= ThemedTextMajorVersion;
 }
 
 bool BalloonLook::HasCloseButton() const {
-    return g_Os.VersionBcd != Windows2000Bcd;
+    return g_os.VersionBcd != Windows2000Bcd;
 }
 
 int BalloonLook::CornerDiameter() const {
@@ -54,12 +54,12 @@ LONG IconSizeForDpi(UINT dpi) {
 }
 
 void SetCloseButtonSize() {
-    BalloonLook& look = g_BalloonLook;
+    BalloonLook& look = g_balloonLook;
     const bool hasTheme = look.Theme != nullptr;
     if (look.IsFlat) {
         look.CloseWidth = look.IconSize;
         look.CloseHeight = look.IconSize;
-    } else if (hasTheme && g_Os.MajorVersion == 5) {
+    } else if (hasTheme && g_os.MajorVersion == 5) {
         look.CloseWidth = 18;
         look.CloseHeight = 18;
     } else {
@@ -69,7 +69,7 @@ void SetCloseButtonSize() {
 }
 
 static void DrawThemedText(HDC context, const char* text, RECT* rect, DWORD format, int part) {
-    const CUxTheme& theme = *g_BalloonLook.Theme;
+    const CUxTheme& theme = *g_balloonLook.Theme;
     // A text that the theme cannot draw or measure is omitted; the balloon shows the rest.
     if ((format & DT_CALCRECT) != 0) {
         (void)theme.MeasureText(context, part, /*state=*/0, text, format, rect);
@@ -80,8 +80,8 @@ static void DrawThemedText(HDC context, const char* text, RECT* rect, DWORD form
 
 // One text, or with DT_CALCRECT its place: *rect keeps its upper left corner and takes the text's size.
 static void DrwTxt(HDC context, const char* text, RECT* rect, DWORD format, int part) QM_REQUIRES(CS_BalloonData) {
-    const BalloonLook& look = g_BalloonLook;
-    if (ReadsRightToLeft(g_BalloonInfo.CharSet)) {
+    const BalloonLook& look = g_balloonLook;
+    if (ReadsRightToLeft(g_balloonInfo.CharSet)) {
         format |= DT_RTLREADING;
     }
     if (look.HasThemedText()) {
@@ -174,8 +174,8 @@ static void PlaceText(HDC context, const char* text, bool isDrawing, RECT* rect,
 }
 
 BalloonExtent DrawAllTexts(HDC context, bool isDrawing, LONG iconSize) {
-    const BalloonLook& look = g_BalloonLook;
-    const FreeBalloonInfo& info = g_BalloonInfo;
+    const BalloonLook& look = g_balloonLook;
+    const FreeBalloonInfo& info = g_balloonInfo;
     RECT rect = {};
     rect.left = iconSize * 150 / 100 + look.HorizontalMargin;
     rect.top = look.VerticalMargin + (look.HasThemedText() ? 0 : Scale(2));
@@ -186,7 +186,7 @@ BalloonExtent DrawAllTexts(HDC context, bool isDrawing, LONG iconSize) {
     LONG maxRight = rect.right + (look.HasCloseButton() ? iconSize * 120 / 100 : 0);
 
     LONG step = Scale(4);
-    if (!look.HasThemedText() && g_Os.MajorVersion < AlignedTextMajorVersion) {
+    if (!look.HasThemedText() && g_os.MajorVersion < AlignedTextMajorVersion) {
         rect.left = look.HorizontalMargin;
         step = Scale(7);
     }

@@ -33,7 +33,7 @@ struct BalloonLook {
     // Of the corners, for regions and shapes.
     int CornerDiameter() const;
 };
-extern BalloonLook g_BalloonLook;
+extern BalloonLook g_balloonLook;
 
 // The icon's edge for a resolution. dpi: as Windows gives it.
 LONG IconSizeForDpi(UINT dpi);

@@ -51,7 +51,7 @@ static bool IsOwnPipe(HANDLE pipe) {
 
 static OwnedFile CreateInstance() {
     DWORD mode = PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE;
-    if (g_Os.MajorVersion >= RefusesRemoteMajorVersion) {
+    if (g_os.MajorVersion >= RefusesRemoteMajorVersion) {
         mode |= PIPE_REJECT_REMOTE_CLIENTS;
     }
     OwnedFile pipe(CreateNamedPipeA(PipeName, PIPE_ACCESS_INBOUND, mode, MaxInstances, 0, sizeof(FreeBalloonInfo),

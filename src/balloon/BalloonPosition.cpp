@@ -8,7 +8,7 @@ constexpr LONG EdgeInset = 32;    // scaled: from the end of the bar or the edge
 constexpr LONG BarTestEdge = 400; // a bar this close to an edge counts as at it
 constexpr LONG LowestAnchor = 18; // above the lower edge, so that a hidden bar leaves room for its own strip
 
-UINT g_BalloonDpi = UnscaledDpi;
+UINT g_balloonDpi = UnscaledDpi;
 
 HWND FindTaskBar() {
     return FindWindowA("Shell_TrayWnd", nullptr);
@@ -23,7 +23,7 @@ HWND FindTaskBarOrDesktop() {
 }
 
 LONG Scale(LONG n) {
-    return (n * static_cast<LONG>(g_BalloonDpi) + UnscaledDpi / 2) / UnscaledDpi;
+    return (n * static_cast<LONG>(g_balloonDpi) + UnscaledDpi / 2) / UnscaledDpi;
 }
 
 static BalloonAnchor AnchorBesideBar(const RECT& bar, bool isRightToLeft) {
@@ -65,10 +65,10 @@ BalloonAnchor GetBalloonPos() {
 }
 
 POINT PosFromAnchor(LONG width, LONG height) {
-    const BalloonCorner corner = g_BalloonAnchor.Point;
+    const BalloonCorner corner = g_balloonAnchor.Point;
     const bool isRight = corner == BalloonCorner::TopRight || corner == BalloonCorner::BottomRight;
     const bool isBottom = corner == BalloonCorner::BottomRight || corner == BalloonCorner::BottomLeft;
-    return {g_BalloonAnchor.X - (isRight ? width : 0), g_BalloonAnchor.Y - (isBottom ? height : 0)};
+    return {g_balloonAnchor.X - (isRight ? width : 0), g_balloonAnchor.Y - (isBottom ? height : 0)};
 }
 
 static LONG KeptBetween(LONG value, LONG size, LONG screenSize) {

@@ -13,7 +13,7 @@ HWND FindTaskBarOrDesktop();
 HWND FindTaskBar();
 
 // Sizes below follow this resolution. Set at the start and by each new window; a single word, read by any thread.
-extern UINT g_BalloonDpi;
+extern UINT g_balloonDpi;
 
 // What n pixels at 96 dots per inch are in this resolution, rounded. n: not negative.
 LONG Scale(LONG n);

@@ -12,8 +12,8 @@ LONG ReadBalloonKey(KeyName key, LONG defaultNumber) {
 }
 
 BalloonStyles ReadBalloonStyles() {
-    const bool isFlatVersion = g_Os.MajorVersion >= FlatMajorVersion;
-    const bool isRoundVersion = isFlatVersion && g_Os.BuildNumber >= RoundBuildNumber;
+    const bool isFlatVersion = g_os.MajorVersion >= FlatMajorVersion;
+    const bool isRoundVersion = isFlatVersion && g_os.BuildNumber >= RoundBuildNumber;
     BalloonStyles styles = {};
     styles.Win11Style = ReadBalloonKey("Win11Style", isRoundVersion ? 1 : 0) != 0;
     styles.Win10Style = styles.Win11Style || ReadBalloonKey("Win10Style", isFlatVersion ? 1 : 0) != 0;

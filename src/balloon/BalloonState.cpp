@@ -1,9 +1,9 @@
 #include "balloon/BalloonState.h"
 
 CRITICAL_SECTION CS_BalloonData;
-FreeBalloonInfo g_BalloonInfo;
-BalloonAnchor g_BalloonAnchor = {0, 0, BalloonCorner::BottomRight};
-BalloonPlace g_BalloonPlace;
+FreeBalloonInfo g_balloonInfo;
+BalloonAnchor g_balloonAnchor = {0, 0, BalloonCorner::BottomRight};
+BalloonPlace g_balloonPlace;
 HWND volatile m_hwndBln;
-volatile LONG g_BalloonClosing;
-DWORD g_BalloonTick;
+volatile LONG g_balloonClosing;
+DWORD g_balloonTick;

@@ -25,17 +25,17 @@ struct BalloonPlace {
 };
 
 extern CRITICAL_SECTION CS_BalloonData;
-extern FreeBalloonInfo g_BalloonInfo QM_GUARDED_BY(CS_BalloonData);
-extern BalloonAnchor g_BalloonAnchor QM_GUARDED_BY(CS_BalloonData);
-extern BalloonPlace g_BalloonPlace QM_GUARDED_BY(CS_BalloonData);
+extern FreeBalloonInfo g_balloonInfo QM_GUARDED_BY(CS_BalloonData);
+extern BalloonAnchor g_balloonAnchor QM_GUARDED_BY(CS_BalloonData);
+extern BalloonPlace g_balloonPlace QM_GUARDED_BY(CS_BalloonData);
 
 // The balloon's window, null when no balloon is up; written by the balloon thread. The other threads run while it is
 // not null. A single word: during a change a reader may post to a window that is gone, which harmlessly fails.
 extern HWND volatile m_hwndBln;
 // 1 once the balloon was asked to close. A single word, polled.
-extern volatile LONG g_BalloonClosing;
+extern volatile LONG g_balloonClosing;
 // The tick word of the command line. Stored, but not used.
-extern DWORD g_BalloonTick;
+extern DWORD g_balloonTick;
 
 // Messages to the balloon's window in addition to those of Windows. A ping comes from a newer child that wants the
 // place; the others are requests of the pipe and tracking threads to the thread that owns the window.

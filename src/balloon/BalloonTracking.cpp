@@ -17,19 +17,19 @@ static bool IsSameRect(const RECT& a, const RECT& b) {
 // Returns: false when there is no longer a place for the balloon.
 static bool MoveBalloon() {
     LockGuard lock(CS_BalloonData);
-    g_BalloonAnchor = GetBalloonPos();
-    const POINT corner = PosFromAnchor(g_BalloonPlace.Width, g_BalloonPlace.Height);
+    g_balloonAnchor = GetBalloonPos();
+    const POINT corner = PosFromAnchor(g_balloonPlace.Width, g_balloonPlace.Height);
     if (corner.x == 0 && corner.y == 0) {
         Beep(1000, 200);
         WriteLog(3, "BEEP CBPTP_3");
         return false;
     }
-    const POINT kept = KeepOnScreen(corner, g_BalloonPlace.Width, g_BalloonPlace.Height);
+    const POINT kept = KeepOnScreen(corner, g_balloonPlace.Width, g_balloonPlace.Height);
     const HWND window = m_hwndBln;
     // Does not wait: the window's thread may be waiting for this lock to draw.
     SetWindowPos(window, HWND_TOPMOST, kept.x, kept.y, 0, 0, SWP_NOSIZE | SWP_NOACTIVATE | SWP_ASYNCWINDOWPOS);
-    g_BalloonPlace.X = kept.x;
-    g_BalloonPlace.Y = kept.y;
+    g_balloonPlace.X = kept.x;
+    g_balloonPlace.Y = kept.y;
     PostMessageA(window, WM_BALLOON_REDRAW, 0, 0);
     return true;
 }
@@ -40,7 +40,7 @@ static void CorrectBalloonPos() {
     if (bar == nullptr || !GetWindowRect(bar, &kept)) {
         return;
     }
-    while (m_hwndBln != nullptr && !g_BalloonClosing) {
+    while (m_hwndBln != nullptr && !g_balloonClosing) {
         Sleep(LookMs);
         RECT rect = {};
         if (!GetWindowRect(bar, &rect)) { // the shell was restarted: its bar is a new window

@@ -28,19 +28,19 @@ constexpr UINT MetricsFromVista = 344;
 constexpr int CloseIconId = 311;
 constexpr int CloseHotIconId = 312;
 
-static HINSTANCE Instance;    // of the program, for its class and icons; set at the start
-static HANDLE TrackingThread; // balloon thread
+static HINSTANCE g_instance;    // of the program, for its class and icons; set at the start
+static HANDLE g_trackingThread; // balloon thread
 
 static void CALLBACK CloseFreeBalloon_TimerProc(HWND window, UINT message, UINT_PTR id, DWORD tick);
 
 void FreeBalloon_Init(HINSTANCE instance) {
-    Instance = instance;
+    g_instance = instance;
     InitializeCriticalSection(&CS_BalloonData);
     const BalloonStyles styles = ReadBalloonStyles();
-    BalloonLook& look = g_BalloonLook;
+    BalloonLook& look = g_balloonLook;
     look.IsWin11 = styles.Win11Style;
     look.IsFlat = styles.Win10Style;
-    g_BalloonDpi = GetWindowDpi(FindTaskBarOrDesktop());
+    g_balloonDpi = GetWindowDpi(FindTaskBarOrDesktop());
     look.HorizontalMargin = Scale(12);
     look.VerticalMargin = Scale(6);
     look.Colours = ReadBalloonColours(look.IsFlat);
@@ -53,12 +53,12 @@ void FreeBalloon_Exit() {
 }
 
 void SetTrackingThread(HANDLE thread) {
-    TrackingThread = thread;
+    g_trackingThread = thread;
 }
 
 static DWORD ShowTimeMs() {
     LockGuard lock(CS_BalloonData);
-    return static_cast<DWORD>(g_BalloonInfo.ShowTime);
+    return static_cast<DWORD>(g_balloonInfo.ShowTime);
 }
 
 static void StartCloseTimer(HWND window) {
@@ -106,9 +106,9 @@ static LRESULT CALLBACK BalloonWndProc(HWND window, UINT message, WPARAM wParam,
 
 static void RegisterBalloonClass() {
     WNDCLASSA windowClass = {};
-    windowClass.style = g_Os.VersionBcd >= FirstThemedBcd ? CS_DROPSHADOW : 0;
+    windowClass.style = g_os.VersionBcd >= FirstThemedBcd ? CS_DROPSHADOW : 0;
     windowClass.lpfnWndProc = BalloonWndProc;
-    windowClass.hInstance = Instance;
+    windowClass.hInstance = g_instance;
     windowClass.hCursor = LoadCursorA(nullptr, IDC_ARROW);
     windowClass.lpszClassName = WindowClass;
     const ATOM atom = RegisterClassA(&windowClass);
@@ -120,49 +120,49 @@ static bool CreateBalloonWindow() {
     const bool isAnimated = IsSystemFlagOn(SPI_GETTOOLTIPANIMATION);
     const bool isFading = IsSystemFlagOn(SPI_GETTOOLTIPFADE);
     WriteLog(3, "TT-Ani=%u TT-Fade=%u", isAnimated ? 1U : 0U, isFading ? 1U : 0U);
-    g_BalloonDrawing.IsLayered = isAnimated && isFading;
+    g_balloonDrawing.IsLayered = isAnimated && isFading;
     DWORD extendedStyle = WS_EX_TOPMOST | WS_EX_TOOLWINDOW | WS_EX_NOACTIVATE;
-    if (g_BalloonLook.IsLayoutMirrored) {
+    if (g_balloonLook.IsLayoutMirrored) {
         extendedStyle |= WS_EX_NOINHERITLAYOUT;
     }
-    if (g_BalloonDrawing.IsLayered) {
+    if (g_balloonDrawing.IsLayered) {
         extendedStyle |= WS_EX_LAYERED;
     }
     m_hwndBln = CreateWindowExA(extendedStyle, WindowClass, WindowTitle, WS_POPUP, 0, 0, CW_USEDEFAULT, CW_USEDEFAULT,
-                                GetDesktopWindow(), nullptr, Instance, nullptr);
+                                GetDesktopWindow(), nullptr, g_instance, nullptr);
     return m_hwndBln != nullptr;
 }
 
 static void TakeTaskBarLook() {
     const HWND bar = FindTaskBarOrDesktop();
-    g_BalloonDpi = GetWindowDpi(bar);
-    g_BalloonLook.IsLayoutMirrored = (static_cast<DWORD>(GetWindowLongA(bar, GWL_EXSTYLE)) & WS_EX_LAYOUTRTL) != 0;
+    g_balloonDpi = GetWindowDpi(bar);
+    g_balloonLook.IsLayoutMirrored = (static_cast<DWORD>(GetWindowLongA(bar, GWL_EXSTYLE)) & WS_EX_LAYOUTRTL) != 0;
 }
 
 static void OpenTheme(HWND window) {
-    if (g_Os.VersionBcd < FirstThemedBcd || g_BalloonLook.IsFlat) {
+    if (g_os.VersionBcd < FirstThemedBcd || g_balloonLook.IsFlat) {
         return;
     }
     Owned<CUxTheme> theme(new CUxTheme);
     if (theme->Open(window)) {
-        delete g_BalloonLook.Theme;
-        g_BalloonLook.Theme = theme.Release();
+        delete g_balloonLook.Theme;
+        g_balloonLook.Theme = theme.Release();
     }
 }
 
 static HICON LoadBalloonIcon(LONG id) {
-    const int size = g_BalloonLook.IconSize;
+    const int size = g_balloonLook.IconSize;
     return static_cast<HICON>(
-        LoadImageA(Instance, MAKEINTRESOURCEA(static_cast<WORD>(id)), IMAGE_ICON, size, size, LR_SHARED));
+        LoadImageA(g_instance, MAKEINTRESOURCEA(static_cast<WORD>(id)), IMAGE_ICON, size, size, LR_SHARED));
 }
 
 static LONG IconId() {
     LockGuard lock(CS_BalloonData);
-    return g_BalloonInfo.Icon;
+    return g_balloonInfo.Icon;
 }
 
 static void LoadIcons() {
-    BalloonLook& look = g_BalloonLook;
+    BalloonLook& look = g_balloonLook;
     if (look.IsFlat) {
         if (look.CloseIcon == nullptr) {
             look.CloseIcon = LoadBalloonIcon(CloseIconId);
@@ -195,11 +195,11 @@ static bool CreateBalloonFont(const LOGFONTA& font, HFONT* created) {
 
 static LONG CharSet() {
     LockGuard lock(CS_BalloonData);
-    return g_BalloonInfo.CharSet;
+    return g_balloonInfo.CharSet;
 }
 
 static void DeleteFonts() {
-    for (HFONT* font : {&g_BalloonLook.TitleFont, &g_BalloonLook.TextFont}) {
+    for (HFONT* font : {&g_balloonLook.TitleFont, &g_balloonLook.TextFont}) {
         if (*font != nullptr) {
             DeleteObject(*font);
             *font = nullptr;
@@ -218,7 +218,7 @@ static bool CreateFonts() {
     }
     LOGFONTA title = buffer.metrics.lfSmCaptionFont;
     LOGFONTA text = buffer.metrics.lfStatusFont;
-    if (g_BalloonLook.IsFlat) {
+    if (g_balloonLook.IsFlat) {
         title.lfHeight = title.lfHeight * 14 / 10;
         text.lfHeight = text.lfHeight * 13 / 10;
         text.lfWeight = FW_NORMAL;
@@ -227,23 +227,23 @@ static bool CreateFonts() {
     title.lfCharSet = charSet;
     text.lfCharSet = charSet;
     DeleteFonts();
-    return CreateBalloonFont(title, &g_BalloonLook.TitleFont) && CreateBalloonFont(text, &g_BalloonLook.TextFont);
+    return CreateBalloonFont(title, &g_balloonLook.TitleFont) && CreateBalloonFont(text, &g_balloonLook.TextFont);
 }
 
 // The new window with all that is drawn on it. Returns: whether it can be shown.
 static bool PrepareBalloonWindow() {
-    g_BalloonClosing = 0;
+    g_balloonClosing = 0;
     TakeTaskBarLook();
     if (!CreateBalloonWindow()) {
         return false;
     }
     OpenTheme(m_hwndBln);
-    g_BalloonDrawing.PreviousWidth = 0;
-    g_BalloonDrawing.CloseState = CloseStateNormal;
+    g_balloonDrawing.PreviousWidth = 0;
+    g_balloonDrawing.CloseState = CloseStateNormal;
     WriteLog(2, "m_hwndBln = 0x%p", m_hwndBln);
-    g_BalloonLook.IconSize = IconSizeForDpi(g_BalloonDpi);
+    g_balloonLook.IconSize = IconSizeForDpi(g_balloonDpi);
     LoadIcons();
-    if (!g_BalloonLook.HasThemedText() && !CreateFonts()) {
+    if (!g_balloonLook.HasThemedText() && !CreateFonts()) {
         return false;
     }
     SetCloseButtonSize();
@@ -261,22 +261,22 @@ void ShowBalloonNow() {
 }
 
 static void UpdateCloseButtonState() {
-    const LONG state = IsPointInCloseButton(g_BalloonDrawing.LastMouse) ? CloseStateHot : CloseStateNormal;
-    if (state == g_BalloonDrawing.CloseState) {
+    const LONG state = IsPointInCloseButton(g_balloonDrawing.LastMouse) ? CloseStateHot : CloseStateNormal;
+    if (state == g_balloonDrawing.CloseState) {
         return;
     }
-    WriteLog(3, "CloseButton state changed from %i to %i", g_BalloonDrawing.CloseState, state);
+    WriteLog(3, "CloseButton state changed from %i to %i", g_balloonDrawing.CloseState, state);
     RedrawBalloon();
-    g_BalloonDrawing.CloseState = state;
+    g_balloonDrawing.CloseState = state;
 }
 
 static void OnMouseMove(HWND window, LPARAM place) {
-    if (place == g_BalloonDrawing.LastMouse) {
+    if (place == g_balloonDrawing.LastMouse) {
         return; // Windows sends mouse moves without a move when windows come and go
     }
     StartCloseTimer(window);
-    g_BalloonDrawing.LastMouse = place;
-    if (g_BalloonLook.Theme != nullptr || g_BalloonLook.IsFlat) {
+    g_balloonDrawing.LastMouse = place;
+    if (g_balloonLook.Theme != nullptr || g_balloonLook.IsFlat) {
         UpdateCloseButtonState();
     }
 }
@@ -289,7 +289,7 @@ static void OnButtonUp(HWND window) {
         SetWindowPos(window, HWND_TOPMOST, -32, -32, 1, 1, SWP_NOACTIVATE);
         Sleep(ForegroundReleaseMs);
     }
-    g_BalloonClosing = 1;
+    g_balloonClosing = 1;
     Sleep(CloseMs);
     PostMessageA(window, WM_CLOSE, 0, 0);
 }
@@ -298,17 +298,17 @@ static void OnClose(HWND window) {
     WriteLog(3, "Balloon WM_CLOSE");
     SendExitToBalloonPipe();
     ShowWindow(window, SW_HIDE);
-    g_BalloonClosing = 1;
+    g_balloonClosing = 1;
     StopClosingForeignBalloons();
-    if (TrackingThread != nullptr) {
-        (void)WaitForSingleObject(TrackingThread, TrackingEndMs); // it ends by itself, later if it is slow
-        CloseGlobal<ThreadKind>(TrackingThread);
+    if (g_trackingThread != nullptr) {
+        (void)WaitForSingleObject(g_trackingThread, TrackingEndMs); // it ends by itself, later if it is slow
+        CloseGlobal<ThreadKind>(g_trackingThread);
     }
     DestroyWindow(window);
 }
 
 static void DestroyIcons() {
-    BalloonLook& look = g_BalloonLook;
+    BalloonLook& look = g_balloonLook;
     for (HICON* icon : {&look.Icon, &look.CloseIcon, &look.CloseHotIcon}) {
         if (*icon != nullptr) {
             DestroyIcon(*icon);
@@ -320,14 +320,14 @@ static void DestroyIcons() {
 static void OnDestroy(HWND window) {
     WriteLog(3, "BalloonWin: WM_DESTROY TT");
     SetWindowRgn(window, nullptr, FALSE);
-    if (g_BalloonDrawing.Region != nullptr) {
-        DeleteObject(g_BalloonDrawing.Region);
-        g_BalloonDrawing.Region = nullptr;
+    if (g_balloonDrawing.Region != nullptr) {
+        DeleteObject(g_balloonDrawing.Region);
+        g_balloonDrawing.Region = nullptr;
     }
     DestroyIcons();
     DeleteFonts();
-    delete g_BalloonLook.Theme;
-    g_BalloonLook.Theme = nullptr;
+    delete g_balloonLook.Theme;
+    g_balloonLook.Theme = nullptr;
     PostQuitMessage(0);
     m_hwndBln = nullptr;
 }
@@ -338,7 +338,7 @@ static void OnUpdate(HWND window) {
         return;
     }
     StartCloseTimer(window);
-    g_BalloonDrawing.RepaintsByRegion = true;
+    g_balloonDrawing.RepaintsByRegion = true;
     RedrawBalloon();
 }
 

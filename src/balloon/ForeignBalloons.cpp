@@ -27,8 +27,8 @@ constexpr DWORD StyleOfKind = 0xFFF00000;
 constexpr DWORD FullScreenStyle = WS_POPUP | WS_VISIBLE | WS_CLIPSIBLINGS;
 constexpr DWORD FullScreenCaptionStyle = WS_VISIBLE | WS_CLIPSIBLINGS | WS_CAPTION | WS_SYSMENU | WS_MINIMIZEBOX;
 
-static LONG LastSeenWidth = -1; // of a foreign balloon; balloon thread
-static volatile LONG IsClosingStopped;
+static LONG g_lastSeenWidth = -1; // of a foreign balloon; balloon thread
+static volatile LONG g_isClosingStopped;
 
 bool IsToolTipWindow(HWND window) {
     char className[64] = {};
@@ -110,8 +110,8 @@ static bool WaitForForeignBalloons(const BalloonAnchor& anchor) {
         }
         WriteLog(4, "Foreigen Balloon found, waiting...");
         const LONG width = now != nullptr ? WidthOf(now) : 0;
-        if (width != LastSeenWidth) {
-            LastSeenWidth = width;
+        if (width != g_lastSeenWidth) {
+            g_lastSeenWidth = width;
             changeTicks = GetTickCount();
         } else if (now != nullptr && GetTickCount() - changeTicks >= DismissMs) {
             WriteLog(3, "foreign balloon in my way for 4 seconds, send TTM_POP");
@@ -144,7 +144,7 @@ bool SettleForeignBalloons(const BalloonAnchor& anchor) {
 
 static void PreventForeignBalloons() {
     const BalloonAnchor anchor = GetBalloonPos();
-    while (m_hwndBln != nullptr && !g_BalloonClosing) {
+    while (m_hwndBln != nullptr && !g_balloonClosing) {
         DismissIfInTheWay(anchor);
         Sleep(PreventStepMs);
     }
@@ -161,12 +161,12 @@ static void ClickCloseMark(HWND window) {
 
 static BalloonPlace CurrentPlace() {
     LockGuard lock(CS_BalloonData);
-    return g_BalloonPlace;
+    return g_balloonPlace;
 }
 
 static void CloseForeignBalloons() {
     HWND last = nullptr;
-    for (; !IsClosingStopped; Sleep(CloseStepMs)) {
+    for (; !g_isClosingStopped; Sleep(CloseStepMs)) {
         const BalloonPlace place = CurrentPlace();
         HWND window = WindowFromPoint({place.X - 2, place.Y + place.Height - 33});
         if (window == last) {
@@ -205,7 +205,7 @@ static void StartIfSuppressing(const char* name, LPTHREAD_START_ROUTINE procedur
 }
 
 void StartClosingForeignBalloons() {
-    IsClosingStopped = 0;
+    g_isClosingStopped = 0;
     StartIfSuppressing("CloseForeignBalloons_ThreadProc", CloseForeignBalloons_ThreadProc);
 }
 
@@ -214,5 +214,5 @@ void StartPreventingForeignBalloons() {
 }
 
 void StopClosingForeignBalloons() {
-    IsClosingStopped = 1;
+    g_isClosingStopped = 1;
 }

@@ -48,7 +48,7 @@ void AddSectionValue(CfgSection* section, LONG place, char* key, DWORD keyHash, 
 }
 
 CCfgReader::CCfgReader(const char* iniFile, HKEY rootKey, const char* regKey) : hRootKey(rootKey) {
-    InitializeCriticalSection(&m_Lock);
+    InitializeCriticalSection(&m_lock);
     CopyText(szIniFile, iniFile);
     CopyText(szRegKey, regKey);
     for (LONG type = 0; type < SectionTypeCount; ++type) {
@@ -66,7 +66,7 @@ CCfgReader::CCfgReader(const char* iniFile, HKEY rootKey, const char* regKey) : 
 CCfgReader::~CCfgReader() {
     WriteLog(3, "CCfgReader::~CCfgReader()");
     DeleteSnapshot("destructor");
-    DeleteCriticalSection(&m_Lock);
+    DeleteCriticalSection(&m_lock);
 }
 
 DWORD CCfgReader::CreateSnapshot(const char* reason) {
@@ -74,7 +74,7 @@ DWORD CCfgReader::CreateSnapshot(const char* reason) {
 }
 
 DWORD CCfgReader::CreateSnapshotIfRequired(const char* reason) {
-    LockGuard lock(m_Lock);
+    LockGuard lock(m_lock);
     return UseRegistry ? RenewRegSnapshot(reason) : RenewIniSnapshot(reason);
 }
 
@@ -120,7 +120,7 @@ DWORD CCfgReader::GetString(CfgSectionType type, LONG number, KeyName key, const
                             DWORD sizeBytes) {
     DWORD length = 0;
     {
-        LockGuard lock(m_Lock);
+        LockGuard lock(m_lock);
         const CfgSection* section = IsSectionSlot(type, number) ? CfgSections[type][number] : nullptr;
         if (section != nullptr && CopyValue(*section, key.Text(), out, sizeBytes, &length)) {
             return length;
@@ -179,7 +179,7 @@ UserType CCfgReader::GetUserTypeFromCfg(CfgSectionType type, LONG number, DWORD 
     // Each key overrides the one before: a request for fewer rights wins over one for more.
     UserType userType = UserType::normal;
     LONG flag = 0;
-    if (g_Os.MajorVersion >= MajorVersionWithElevation) {
+    if (g_os.MajorVersion >= MajorVersionWithElevation) {
         GetInt(type, number, elevatedKey, 0, &flag);
         if (flag != 0) {
             userType = UserType::elev;
@@ -198,12 +198,12 @@ UserType CCfgReader::GetUserTypeFromCfg(CfgSectionType type, LONG number, DWORD 
 }
 
 void CCfgReader::LogUnreadable(const char* place, const char* reason, DWORD error, ULONGLONG writeTime) {
-    if (LoggedReason == reason && LoggedError == error && LoggedWriteTime == writeTime) {
+    if (m_loggedReason == reason && m_loggedError == error && m_loggedWriteTime == writeTime) {
         return;
     }
-    LoggedReason = reason;
-    LoggedError = error;
-    LoggedWriteTime = writeTime;
+    m_loggedReason = reason;
+    m_loggedError = error;
+    m_loggedWriteTime = writeTime;
     if (error != 0) {
         WriteLog(1, "configuration '%s' %s, err=%u -> no section counts", place, reason, error);
     } else {

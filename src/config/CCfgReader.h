@@ -95,51 +95,51 @@ public:
 private:
     // IniSnapshot.cpp
     DWORD CreateIniSnapshot(const char* reason);
-    DWORD RenewIniSnapshot(const char* reason) QM_REQUIRES(m_Lock);
+    DWORD RenewIniSnapshot(const char* reason) QM_REQUIRES(m_lock);
     void DeleteIniSnapshot(const char* reason);
-    DWORD ReadIniSnapshot() QM_REQUIRES(m_Lock);
-    HANDLE OpenIniFile() QM_REQUIRES(m_Lock);
-    DWORD LoadIniText() QM_REQUIRES(m_Lock);
-    DWORD ConvertIniText(DWORD* lastLineFeed) QM_REQUIRES(m_Lock);
-    void ParseIniText(DWORD lastLineFeed) QM_REQUIRES(m_Lock);
-    CfgSection* AddIniSection(char* line, DWORD length, CfgSection* current) QM_REQUIRES(m_Lock);
+    DWORD ReadIniSnapshot() QM_REQUIRES(m_lock);
+    HANDLE OpenIniFile() QM_REQUIRES(m_lock);
+    DWORD LoadIniText() QM_REQUIRES(m_lock);
+    DWORD ConvertIniText(DWORD* lastLineFeed) QM_REQUIRES(m_lock);
+    void ParseIniText(DWORD lastLineFeed) QM_REQUIRES(m_lock);
+    CfgSection* AddIniSection(char* line, DWORD length, CfgSection* current) QM_REQUIRES(m_lock);
 
     // RegSnapshot.cpp
     DWORD CreateRegSnapshot(const char* reason);
-    DWORD RenewRegSnapshot(const char* reason) QM_REQUIRES(m_Lock);
+    DWORD RenewRegSnapshot(const char* reason) QM_REQUIRES(m_lock);
     void DeleteRegSnapshot(const char* reason);
-    DWORD ReadRegSnapshot(HKEY configKey) QM_REQUIRES(m_Lock);
-    CfgSection* AddRegSection(DWORD keyIndex, const char* subkeyName) QM_REQUIRES(m_Lock);
+    DWORD ReadRegSnapshot(HKEY configKey) QM_REQUIRES(m_lock);
+    CfgSection* AddRegSection(DWORD keyIndex, const char* subkeyName) QM_REQUIRES(m_lock);
 
     // Logs why a source with this write time (0: unknown) is not read, once for each change of the two.
     // place: the file or the key. error: of Windows, 0: none.
-    void LogUnreadable(const char* place, const char* reason, DWORD error, ULONGLONG writeTime) QM_REQUIRES(m_Lock);
+    void LogUnreadable(const char* place, const char* reason, DWORD error, ULONGLONG writeTime) QM_REQUIRES(m_lock);
 
-    CfgSection* AddSection(LONG type, LONG number) QM_REQUIRES(m_Lock);
-    void ClearSections() QM_REQUIRES(m_Lock);
+    CfgSection* AddSection(LONG type, LONG number) QM_REQUIRES(m_lock);
+    void ClearSections() QM_REQUIRES(m_lock);
     bool CopyValue(const CfgSection& section, const char* key, char* out, DWORD sizeBytes, DWORD* length)
-        QM_REQUIRES(m_Lock);
+        QM_REQUIRES(m_lock);
 
     // Slots are written under the lock; without it they are only compared with null.
     CfgSection* CfgSections[SectionTypeCount][SectionSlotCount] = {};
-    ULONGLONG LastWriteTime QM_GUARDED_BY(m_Lock) = 0; // FILETIME as one word; 0: no snapshot
+    ULONGLONG LastWriteTime QM_GUARDED_BY(m_lock) = 0; // FILETIME as one word; 0: no snapshot
     char szIniFile[260] = {};                          // set by the constructor, constant from then on
     // The whole file, lines and keys ended in place; null in a registry snapshot.
-    char* pFileText QM_GUARDED_BY(m_Lock) = nullptr;
-    DWORD FileTextSize QM_GUARDED_BY(m_Lock) = 0;   // bytes, with the four that are appended to the file's contents
+    char* pFileText QM_GUARDED_BY(m_lock) = nullptr;
+    DWORD FileTextSize QM_GUARDED_BY(m_lock) = 0;   // bytes, with the four that are appended to the file's contents
     HKEY hRootKey = nullptr;                        // as szIniFile
     char szRegKey[128] = {};                        // as szIniFile
-    DWORD KeyCount QM_GUARDED_BY(m_Lock) = 0;       // subkeys of the configuration key
+    DWORD KeyCount QM_GUARDED_BY(m_lock) = 0;       // subkeys of the configuration key
     DWORD SectionTypeHashes[SectionTypeCount] = {}; // as szIniFile
     DWORD UseRegistry = 0;                          // as szIniFile: chosen once
-    DWORD SectionCount QM_GUARDED_BY(m_Lock) = 0;
+    DWORD SectionCount QM_GUARDED_BY(m_lock) = 0;
     // What LogUnreadable logged last; null: the source was read.
-    const char* LoggedReason QM_GUARDED_BY(m_Lock) = nullptr;
-    DWORD LoggedError QM_GUARDED_BY(m_Lock) = 0;
-    ULONGLONG LoggedWriteTime QM_GUARDED_BY(m_Lock) = 0;
-    DWORD WasThere QM_GUARDED_BY(m_Lock) = 0;   // the file existed at some time since the start
-    DWORD HeldTicker QM_GUARDED_BY(m_Lock) = 0; // when a wait for the file last failed; 0: never
-    CRITICAL_SECTION m_Lock;                    // may be entered again by its holder
+    const char* m_loggedReason QM_GUARDED_BY(m_lock) = nullptr;
+    DWORD m_loggedError QM_GUARDED_BY(m_lock) = 0;
+    ULONGLONG m_loggedWriteTime QM_GUARDED_BY(m_lock) = 0;
+    DWORD m_wasThere QM_GUARDED_BY(m_lock) = 0;   // the file existed at some time since the start
+    DWORD m_heldTicker QM_GUARDED_BY(m_lock) = 0; // when a wait for the file last failed; 0: never
+    CRITICAL_SECTION m_lock;                      // may be entered again by its holder
 };
 
 extern CCfgReader* g_pCfgReader; // set before the threads start, lives until the end of WinMain

@@ -125,7 +125,7 @@ static bool AddIniValue(CfgSection* section, char* line, DWORD length, DWORD lin
 DWORD CCfgReader::CreateIniSnapshot(const char* reason) {
     DWORD result = 0;
     {
-        LockGuard lock(m_Lock);
+        LockGuard lock(m_lock);
         WriteLog(3, "CCfgReader::CreateSnapshot(%s)...", reason);
         DeleteIniSnapshot(reason);
         result = ReadIniSnapshot();
@@ -144,7 +144,7 @@ DWORD CCfgReader::RenewIniSnapshot(const char* reason) {
 }
 
 void CCfgReader::DeleteIniSnapshot(const char* reason) {
-    LockGuard lock(m_Lock);
+    LockGuard lock(m_lock);
     WriteLog(3, "CCfgReader::DeleteSnapshot(%s)", reason);
     ClearSections();
     delete[] pFileText;
@@ -175,7 +175,7 @@ DWORD CCfgReader::ReadIniSnapshot() {
 // Returns: the file, or INVALID_HANDLE_VALUE with the last error. Waits up to HeldWaitMs for a file in use.
 HANDLE CCfgReader::OpenIniFile() {
     const DWORD startTick = GetTickCount();
-    const bool mayWait = HeldTicker == 0 || startTick - HeldTicker >= HeldAgainMs;
+    const bool mayWait = m_heldTicker == 0 || startTick - m_heldTicker >= HeldAgainMs;
     for (;;) {
         HANDLE file = CreateFileA(szIniFile, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                   FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
@@ -184,7 +184,7 @@ HANDLE CCfgReader::OpenIniFile() {
             return file;
         }
         if (GetTickCount() - startTick >= HeldWaitMs) {
-            HeldTicker = GetTickCount();
+            m_heldTicker = GetTickCount();
             return file;
         }
         Sleep(HeldPauseMs);
@@ -199,14 +199,14 @@ DWORD CCfgReader::LoadIniText() {
         const DWORD error = GetLastError();
         const bool isMissing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
         // Having no file at all is a valid configuration.
-        WasThere = WasThere || !isMissing;
-        if (WasThere) {
+        m_wasThere = m_wasThere || !isMissing;
+        if (m_wasThere) {
             LogUnreadable(szIniFile, isMissing ? Missing : NotOpened, isMissing ? 0 : error,
                           isMissing ? 0 : GetFileWriteTime(szIniFile));
         }
         return 0;
     }
-    WasThere = 1;
+    m_wasThere = 1;
     DWORD sizeHigh = 0;
     const DWORD size = GetFileSize(file.Get(), &sizeHigh);
     if (size >= IniFileLimitBytes || sizeHigh != 0) {
@@ -221,7 +221,7 @@ DWORD CCfgReader::LoadIniText() {
         LogUnreadable(szIniFile, NotWhole, error, GetFileWriteTime(szIniFile));
         return 1;
     }
-    LoggedReason = nullptr;
+    m_loggedReason = nullptr;
     memcpy(text.Get() + size, "\n\0\0", AppendedBytes);
     pFileText = text.Release();
     FileTextSize = size + AppendedBytes;

@@ -97,7 +97,7 @@ DWORD CCfgReader::CreateRegSnapshot(const char* reason) {
     }
     DWORD keys = 0;
     {
-        LockGuard lock(m_Lock);
+        LockGuard lock(m_lock);
         WriteLog(3, "CCfgReader::CreateSnapshot(%s)...", reason);
         DeleteRegSnapshot(reason);
         if (!ReadRegSnapshot(key.Get())) {
@@ -125,7 +125,7 @@ DWORD CCfgReader::RenewRegSnapshot(const char* reason) {
 }
 
 void CCfgReader::DeleteRegSnapshot(const char* reason) {
-    LockGuard lock(m_Lock);
+    LockGuard lock(m_lock);
     WriteLog(3, "CCfgReader::DeleteSnapshot(%s)", reason);
     for (auto& row : CfgSections) {
         for (LONG number = 0; number <= MaxSectionNumber; ++number) {
@@ -148,7 +148,7 @@ DWORD CCfgReader::ReadRegSnapshot(HKEY configKey) {
         LogUnreadable(szRegKey, error != ERROR_SUCCESS ? NotQueried : NoSubkeys, static_cast<DWORD>(error), writeTime);
         return 0;
     }
-    LoggedReason = nullptr;
+    m_loggedReason = nullptr;
     KeyCount = subkeys;
     for (DWORD index = 0; index < subkeys; ++index) {
         char name[NameBytes];

@@ -56,21 +56,21 @@ struct DeviceClassRow {
 
 // In the order of registration.
 constexpr RegisteredClass RegisteredClasses[] = {
-    {"COMPORT", InterfaceClass::ComPort},      {"SERENUM_BUS_ENUMERATOR", InterfaceClass::SerenumBusEnumerator},
-    {"MODEM", InterfaceClass::Modem},          {"USB_HUB", InterfaceClass::UsbHub},
-    {"USB_DEVICE", InterfaceClass::UsbDevice},
+    {"COMPORT", interface_class::ComPort},      {"SERENUM_BUS_ENUMERATOR", interface_class::SerenumBusEnumerator},
+    {"MODEM", interface_class::Modem},          {"USB_HUB", interface_class::UsbHub},
+    {"USB_DEVICE", interface_class::UsbDevice},
 };
 constexpr size_t RegisteredClassCount = sizeof(RegisteredClasses) / sizeof(RegisteredClasses[0]);
 static_assert(RegisteredClassCount == 5);
 
 // In the order of the test; only its path distinguishes a root hub from other hubs, so its row comes first.
 constexpr DeviceClassRow DeviceClasses[] = {
-    {InterfaceClass::ComPort, nullptr, 'C', "COM-Port", 1, 1, DeviceReaction::Port},
-    {InterfaceClass::Modem, nullptr, 'M', "Modem", 4, 4, DeviceReaction::Port},
-    {InterfaceClass::UsbDevice, nullptr, 'U', "USB-Device", 4, 1, DeviceReaction::None},
-    {InterfaceClass::SerenumBusEnumerator, nullptr, 'S', "SerialBusEnumerator-Device", 4, 0, DeviceReaction::None},
-    {InterfaceClass::UsbHub, "root", 'R', "USB RootHub", 1, 1, DeviceReaction::RootHub},
-    {InterfaceClass::UsbHub, nullptr, 'H', "USB Hub", 1, 1, DeviceReaction::Hub},
+    {interface_class::ComPort, nullptr, 'C', "COM-Port", 1, 1, DeviceReaction::Port},
+    {interface_class::Modem, nullptr, 'M', "Modem", 4, 4, DeviceReaction::Port},
+    {interface_class::UsbDevice, nullptr, 'U', "USB-Device", 4, 1, DeviceReaction::None},
+    {interface_class::SerenumBusEnumerator, nullptr, 'S', "SerialBusEnumerator-Device", 4, 0, DeviceReaction::None},
+    {interface_class::UsbHub, "root", 'R', "USB RootHub", 1, 1, DeviceReaction::RootHub},
+    {interface_class::UsbHub, nullptr, 'H', "USB Hub", 1, 1, DeviceReaction::Hub},
 };
 static_assert(sizeof(DeviceClasses) / sizeof(DeviceClasses[0]) == 6);
 
@@ -221,7 +221,7 @@ void RegisterDeviceNotifications(HANDLE recipient, DWORD flags) {
     if (flags == DEVICE_NOTIFY_WINDOW_HANDLE) {
         ProbeWindow(static_cast<HWND>(recipient));
     }
-    if (g_Os.VersionBcd != Windows2000 && g_pSettings != nullptr && g_pSettings->RegisterAllDevClasses) {
+    if (g_os.VersionBcd != Windows2000 && g_pSettings != nullptr && g_pSettings->RegisterAllDevClasses) {
         DevNotifyHandles[0] = RegisterInterfaceClass(recipient, flags | NotifyAllInterfaceClasses, "ALL", GUID{});
         return;
     }

@@ -74,9 +74,9 @@ void CService::Init(const char* szName, const char* szDisplay) {
     Status = {};
     Status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
     Status.dwCurrentState = SERVICE_STOPPED;
-    Status.dwControlsAccepted = g_Os.VersionBcd >= Windows51 ? AllControls : BasicControls;
+    Status.dwControlsAccepted = g_os.VersionBcd >= Windows51 ? AllControls : BasicControls;
     SetDescription();
-    if (g_Os.MajorVersion == 5) {
+    if (g_os.MajorVersion == 5) {
         MarkInteractive();
     }
 }

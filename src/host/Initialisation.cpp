@@ -50,7 +50,7 @@ static void EndRunWithoutWindow() {
 }
 
 static DWORD InitializeQuillmarchService() {
-    if (g_Os.VersionBcd > Windows50) {
+    if (g_os.VersionBcd > Windows50) {
         WaitForDeviceInstalls();
     }
     WriteLog(4, "ISVC_1");

@@ -156,7 +156,7 @@ void LogWhatUsersMayChange() {
     LookAtFile(*pass, szExePath, "program");
     LookAtFile(*pass, szIniFile, "configuration");
     char logFolder[MAX_PATH];
-    if (g_Log.WriteLogfile && FolderOf(g_Log.LogFileName, logFolder)) {
+    if (g_log.WriteLogfile && FolderOf(g_log.LogFileName, logFolder)) {
         LookAt(*pass, logFolder, FolderRights, "folder");
     }
     LookAtKey(*pass);

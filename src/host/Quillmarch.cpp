@@ -69,7 +69,7 @@ static void FindPathsAndVersions() {
     GetWindowsDirectoryA(szWindowsDir, sizeof(szWindowsDir));
     GetSystemDirectoryA(szSystemDir, sizeof(szSystemDir));
     GetUserSidText(szUserSid);
-    GetOsVersion(&g_Os);
+    GetOsVersion(&g_os);
     InitSupportLocks();
     InitServiceTools();
     FixServiceImagePath();
@@ -84,9 +84,9 @@ static void LogSystem() {
         return;
     }
     const int isUacEnabled = IsUacEnabled();
-    WriteLog(1, "OS version=%u.%u.%u (SP%u) %s %s suite=%X type=%u acp=%u uac=%u lang=0x%x", g_Os.MajorVersion,
-             g_Os.MinorVersion, g_Os.BuildNumber, g_Os.ServicePack, g_Os.ProductName, g_Os.ArchText, g_Os.SuiteMask,
-             g_Os.ProductType, GetACP(), static_cast<DWORD>(isUacEnabled), static_cast<DWORD>(GetUserDefaultLangID()));
+    WriteLog(1, "OS version=%u.%u.%u (SP%u) %s %s suite=%X type=%u acp=%u uac=%u lang=0x%x", g_os.MajorVersion,
+             g_os.MinorVersion, g_os.BuildNumber, g_os.ServicePack, g_os.ProductName, g_os.ArchText, g_os.SuiteMask,
+             g_os.ProductType, GetACP(), static_cast<DWORD>(isUacEnabled), static_cast<DWORD>(GetUserDefaultLangID()));
 }
 
 static void LogHead(const char* commandLine, int nCmdShow) {
@@ -98,8 +98,8 @@ static void LogHead(const char* commandLine, int nCmdShow) {
     WriteLog(1, "Date=%s", date);
     WriteLog(1, "%s", szVersionLine);
     WriteLog(1, "Path=%s", szExePath);
-    WriteLog(1, "LogFile='%s' LogLevel=%u WriteLogFile=%u WriteDbg=%u", g_Log.LogFileName,
-             static_cast<DWORD>(g_Log.LogLevel), g_Log.WriteLogfile, g_Log.WriteDebugOutput);
+    WriteLog(1, "LogFile='%s' LogLevel=%u WriteLogFile=%u WriteDbg=%u", g_log.LogFileName,
+             static_cast<DWORD>(g_log.LogLevel), g_log.WriteLogfile, g_log.WriteDebugOutput);
     WriteLog(1, "CmdLine='%s' CmdShow=%i", commandLine, nCmdShow);
     WriteLog(1, "sid=%s mode=%s", szUserSid, StartModeName(g_Mode));
     LogSystem();
@@ -212,7 +212,7 @@ static void RunBalloonChild(HINSTANCE hInstance) {
 
 // Modes 1 to 4, and everything else without a path of its own.
 static int RunMainPath(HINSTANCE hInstance, char* commandLine) {
-    if (g_Os.IsWow64) {
+    if (g_os.IsWow64) {
         ShowMessage("On x64 use the x64 edition of this exe", MB_ICONSTOP);
         return ExitRefused;
     }

@@ -50,7 +50,7 @@ int IsUsbCompoundDevice(DWORD devInst) {
 }
 
 bool IsCyclable(const CComPort* port) {
-    return g_Os.CanCycleUsbPort && port->BusType == BusUsb;
+    return g_os.CanCycleUsbPort && port->BusType == BusUsb;
 }
 
 bool CycleHubPort(const HubReader&, DWORD hubDevInst, DWORD hubPortNumber) {
@@ -60,7 +60,7 @@ bool CycleHubPort(const HubReader&, DWORD hubDevInst, DWORD hubPortNumber) {
 
 // Cycles the hub port of the upper device, which is itself a hub. Returns: whether that restarted it.
 static bool CycleUpperHub(DWORD devInst) {
-    if (g_pUsbHubs == nullptr || !g_Os.CanCycleUsbPort || !IsUsbDevice(devInst)) {
+    if (g_pUsbHubs == nullptr || !g_os.CanCycleUsbPort || !IsUsbDevice(devInst)) {
         return false;
     }
     HubReader reader(g_pUsbHubs);

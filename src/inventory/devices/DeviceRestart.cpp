@@ -24,14 +24,14 @@ constexpr int MinPathLength = 5;
 // that returns true. A port that offers only the modem interface is not found.
 template<typename Restart>
 static int RestartByInterface(const CComPort* port, Restart restart) {
-    const DeviceList list(&InterfaceClass::ComPort, DIGCF_DEVICEINTERFACE);
+    const DeviceList list(&interface_class::ComPort, DIGCF_DEVICEINTERFACE);
     if (!list.IsValid()) {
         WriteLog(1, "SetupDiClassDevs() failed  err=%u", GetLastError());
         return 0;
     }
     SP_DEVICE_INTERFACE_DATA interfaceData;
     InterfaceDetail detail;
-    for (DWORD index = 0; list.GetInterface(InterfaceClass::ComPort, index, &interfaceData); ++index) {
+    for (DWORD index = 0; list.GetInterface(interface_class::ComPort, index, &interfaceData); ++index) {
         SP_DEVINFO_DATA device;
         if (!detail.Read(list.Get(), &interfaceData, &device) || !IsSameDevicePath(detail.Path(), port->DevPath)) {
             continue;
@@ -168,7 +168,7 @@ int RestartDev(DWORD devInst) {
     }
     const DWORD problem = GetProblem(devInst);
     WriteLog(1, "RestartDev id=%s  Problem=%u", deviceId, problem);
-    if (g_Os.IsWow64 || (problem != NoProblem && problem != WillBeRemoved && problem != Disabled)) {
+    if (g_os.IsWow64 || (problem != NoProblem && problem != WillBeRemoved && problem != Disabled)) {
         return RestartBySetup(devInst);
     }
     const int res = ChangeDeviceState(list.Get(), &device, problem == Disabled ? DICS_ENABLE : DICS_PROPCHANGE);

@@ -19,11 +19,11 @@ static_assert(DeleteFlags == 10 && CreateFlags == 9);
 
 // The size that the last snapshot needed, so that the next one need not grow again. A single word without a lock: each
 // snapshot allocates by its own copy, and a lost update costs one more try.
-static constinit DWORD s_namesSize = FirstNamesSize;
+static constinit DWORD g_namesSize = FirstNamesSize;
 
 // Reads the names into a new buffer of *sizeBytes bytes, the last of which is zero. Returns: the buffer, or null.
 static char* ReadAllNames(DWORD* sizeBytes) {
-    DWORD size = s_namesSize;
+    DWORD size = g_namesSize;
     OwnedArray<char> buffer;
     for (;;) {
         buffer.Reset(new char[size]);
@@ -31,12 +31,12 @@ static char* ReadAllNames(DWORD* sizeBytes) {
             break;
         }
         if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || size >= NamesSizeLimit) {
-            s_namesSize = size;
+            g_namesSize = size;
             return nullptr;
         }
         size += NamesSizeStep;
     }
-    s_namesSize = size;
+    g_namesSize = size;
     *sizeBytes = size;
     return buffer.Release();
 }
@@ -68,10 +68,10 @@ private:
 // Is the name COM and a number? A port's name comes from the registry, where its driver may have written "C:" or
 // "PIPE": such names must be neither deleted nor created here.
 static bool IsComName(const char* name) {
-    constexpr char smallLetters[] = "com";
-    constexpr BYTE caseBit = 0x20;
-    for (const char* letter = smallLetters; *letter != 0; ++letter, ++name) {
-        if ((*name | caseBit) != *letter) {
+    constexpr char SmallLetters[] = "com";
+    constexpr BYTE CaseBit = 0x20;
+    for (const char* letter = SmallLetters; *letter != 0; ++letter, ++name) {
+        if ((*name | CaseBit) != *letter) {
             return false;
         }
     }

@@ -21,7 +21,7 @@ constexpr DWORD NamesSizeStep = 1024;
 constexpr DWORD NamesSizeLimit = 0x100000;
 
 // The size reached, for the next call. A single word without a lock: each call allocates by its own copy.
-static constinit DWORD s_namesSize = FirstNamesSize;
+static constinit DWORD g_namesSize = FirstNamesSize;
 
 namespace {
 // One reading of the database: the bytes, and how many numbers they hold.
@@ -62,7 +62,7 @@ static int ChangeComDb(ChangeBit changeBit) {
 
 // Reads all DOS names into a new buffer whose last byte is zero. Returns: the buffer and its size, or null.
 static char* ReadAllNames(DWORD* sizeBytes) {
-    DWORD size = s_namesSize;
+    DWORD size = g_namesSize;
     OwnedArray<char> buffer(size);
     while (QueryDosDeviceA(nullptr, buffer.Get(), size - 1) == 0) {
         if (GetLastError() != ERROR_INSUFFICIENT_BUFFER || size >= NamesSizeLimit) {
@@ -71,7 +71,7 @@ static char* ReadAllNames(DWORD* sizeBytes) {
         size += NamesSizeStep;
         buffer.Reset(new char[size]);
     }
-    s_namesSize = size;
+    g_namesSize = size;
     *sizeBytes = size;
     return buffer.Release();
 }

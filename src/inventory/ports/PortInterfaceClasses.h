@@ -6,5 +6,5 @@
 #include "support/system/InterfaceClasses.h"
 
 // A device that offers both is entered once, by the first.
-constexpr const GUID* InterfaceClassesOfPorts[] = {&InterfaceClass::ComPort, &InterfaceClass::Modem};
+constexpr const GUID* InterfaceClassesOfPorts[] = {&interface_class::ComPort, &interface_class::Modem};
 static_assert(sizeof(InterfaceClassesOfPorts) / sizeof(InterfaceClassesOfPorts[0]) == 2);

@@ -275,7 +275,7 @@ void CComPorts::ScanSameParents() {
             GroupPort(this, Ports[i], chains);
         }
     }
-    if (g_Log.LogLevel != 3) {
+    if (g_log.LogLevel != 3) {
         return;
     }
     WriteLog(3, "SameParents...");

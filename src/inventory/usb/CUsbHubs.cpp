@@ -68,13 +68,13 @@ static UsbHub* MakeHub(LONG index, DWORD devInst, const char* path) {
 
 // Returns: 0 when the device information set cannot be created.
 static int ReadHubs(UsbHubList* list) {
-    const DeviceList devices(&InterfaceClass::UsbHub, PresentInterfaces);
+    const DeviceList devices(&interface_class::UsbHub, PresentInterfaces);
     if (!devices.IsValid()) {
         WriteLog(2, "SetupDiGetClassDevs res=INVALID_HANDLE_VALUE -> abort");
         return 0;
     }
     SP_DEVICE_INTERFACE_DATA interfaceData;
-    for (DWORD index = 0; devices.GetInterface(InterfaceClass::UsbHub, index, &interfaceData); ++index) {
+    for (DWORD index = 0; devices.GetInterface(interface_class::UsbHub, index, &interfaceData); ++index) {
         if (list->Count >= MaxHubs) {
             WriteLog(1, " UHI_3 count > max (%u) -> abort", static_cast<DWORD>(MaxHubs));
             break;

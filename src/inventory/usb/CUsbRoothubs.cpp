@@ -53,13 +53,13 @@ void CUsbRoothubs::SwapLists(CUsbRoothubs* other) {
 
 // Returns: false when the controllers cannot be listed; without their numbers the root hubs are useless.
 bool CUsbRoothubs::ListHostControllers() {
-    const DeviceList list(&InterfaceClass::UsbHostController, PresentInterfaces);
+    const DeviceList list(&interface_class::UsbHostController, PresentInterfaces);
     if (!list.IsValid()) {
         return false;
     }
     SP_DEVICE_INTERFACE_DATA interfaceData;
     for (DWORD index = 0; index < static_cast<DWORD>(MaxHostControllers) &&
-                          list.GetInterface(InterfaceClass::UsbHostController, index, &interfaceData);
+                          list.GetInterface(interface_class::UsbHostController, index, &interfaceData);
          ++index) {
         char path[260];
         SP_DEVINFO_DATA device;
@@ -75,14 +75,14 @@ bool CUsbRoothubs::ListHostControllers() {
 
 void CUsbRoothubs::ListRootHubs() {
     WriteLog(3, "CUsbRoothubs::CreateSnapshot Start");
-    const DeviceList list(&InterfaceClass::UsbHub, PresentInterfaces);
+    const DeviceList list(&interface_class::UsbHub, PresentInterfaces);
     if (!list.IsValid()) {
         WriteLog(2, "SetupDiGetClassDevs res=INVALID_HANDLE_VALUE -> abort");
         return;
     }
     SP_DEVICE_INTERFACE_DATA interfaceData;
     for (DWORD index = 0;
-         RootHubCount < MaxRootHubs && list.GetInterface(InterfaceClass::UsbHub, index, &interfaceData); ++index) {
+         RootHubCount < MaxRootHubs && list.GetInterface(interface_class::UsbHub, index, &interfaceData); ++index) {
         char path[260];
         char deviceId[260] = {};
         SP_DEVINFO_DATA device;

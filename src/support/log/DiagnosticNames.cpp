@@ -148,26 +148,26 @@ struct GuidRow {
 } // namespace
 // The first match gives the name.
 constexpr GuidRow DeviceGuids[] = {
-    {InterfaceClass::SerenumBusEnumerator, "GUID_DEVINTERFACE_SERENUM_BUS_ENUMERATOR"},
-    {InterfaceClass::ComPort, "GUID_DEVINTERFACE_COMPORT"},
-    {InterfaceClass::Modem, "GUID_DEVINTERFACE_MODEM"},
-    {InterfaceClass::UsbHub, "GUID_DEVINTERFACE_USB_HUB"},
-    {InterfaceClass::D2xx, "GUID_DEVINTERFACE_FOR_D2XX"},
-    {InterfaceClass::D3xx, "GUID_DEVINTERFACE_FOR_D3XX"},
-    {InterfaceClass::Keyboard, "GUID_DEVINTERFACE_KEYBOARD"},
-    {InterfaceClass::Wpd, "GUID_DEVINTERFACE_WPD"},
-    {InterfaceClass::Hid, "GUID_DEVINTERFACE_HID"},
-    {InterfaceClass::Net, "GUID_DEVINTERFACE_NET"},
-    {InterfaceClass::Mouse, "GUID_DEVINTERFACE_MOUSE"},
-    {InterfaceClass::Disk, "GUID_DEVINTERFACE_DISK"},
-    {InterfaceClass::Volume, "GUID_DEVINTERFACE_VOLUME"},
-    {InterfaceClass::Iusb3Hub, "GUID_DEVINTERFACE_IUSB3_HUB"},
-    {InterfaceClass::UsbDevice, "GUID_DEVINTERFACE_USB_DEVICE"},
-    {InterfaceClass::UsbHostController, "GUID_DEVINTERFACE_USB_HOST_CONTROLLER"},
-    {InterfaceClass::NdisLan, "GUID_NDIS_LAN_CLASS"},
-    {InterfaceClass::BluetoothPort, "GUID_BTHPORT_DEVICE_INTERFACE"},
-    {InterfaceClass::BluetoothRfcomm, "GUID_BTH_RFCOMM_SERVICE_DEVICE_INTERFACE"},
-    {InterfaceClass::SerialPortService, "SerialPortServiceClass_UUID"},
+    {interface_class::SerenumBusEnumerator, "GUID_DEVINTERFACE_SERENUM_BUS_ENUMERATOR"},
+    {interface_class::ComPort, "GUID_DEVINTERFACE_COMPORT"},
+    {interface_class::Modem, "GUID_DEVINTERFACE_MODEM"},
+    {interface_class::UsbHub, "GUID_DEVINTERFACE_USB_HUB"},
+    {interface_class::D2xx, "GUID_DEVINTERFACE_FOR_D2XX"},
+    {interface_class::D3xx, "GUID_DEVINTERFACE_FOR_D3XX"},
+    {interface_class::Keyboard, "GUID_DEVINTERFACE_KEYBOARD"},
+    {interface_class::Wpd, "GUID_DEVINTERFACE_WPD"},
+    {interface_class::Hid, "GUID_DEVINTERFACE_HID"},
+    {interface_class::Net, "GUID_DEVINTERFACE_NET"},
+    {interface_class::Mouse, "GUID_DEVINTERFACE_MOUSE"},
+    {interface_class::Disk, "GUID_DEVINTERFACE_DISK"},
+    {interface_class::Volume, "GUID_DEVINTERFACE_VOLUME"},
+    {interface_class::Iusb3Hub, "GUID_DEVINTERFACE_IUSB3_HUB"},
+    {interface_class::UsbDevice, "GUID_DEVINTERFACE_USB_DEVICE"},
+    {interface_class::UsbHostController, "GUID_DEVINTERFACE_USB_HOST_CONTROLLER"},
+    {interface_class::NdisLan, "GUID_NDIS_LAN_CLASS"},
+    {interface_class::BluetoothPort, "GUID_BTHPORT_DEVICE_INTERFACE"},
+    {interface_class::BluetoothRfcomm, "GUID_BTH_RFCOMM_SERVICE_DEVICE_INTERFACE"},
+    {interface_class::SerialPortService, "SerialPortServiceClass_UUID"},
 };
 static_assert(std::size(DeviceGuids) == 20);
 
@@ -244,7 +244,7 @@ static const char* NameInTable(const char* const (&table)[N], DWORD code) {
 // Several threads may advance the ring of ResultText at once, so each gets a slot of its own.
 static DWORD NextResultSlot() {
     static DWORD next;
-    if (!g_SupportLocksReady) {
+    if (!g_supportLocksReady) {
         return next++ % ResultRingSize;
     }
     LockGuard lock(CS_ResultText);

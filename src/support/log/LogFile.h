@@ -16,7 +16,7 @@ struct LogSettings {
     DWORD WriteDebugOutput; // records go to OutputDebugStringA
     char LogFileName[260];  // full path, empty until the settings ask for a file
 };
-extern LogSettings g_Log;
+extern LogSettings g_log;
 
 // Starts the log of this process: reads the settings, rotates the file if asked, creates it if it does not exist,
 // starts the thread that closes it when nothing is logged. rotate: the process starts a fresh file. Thread: the
@@ -36,7 +36,7 @@ void LogFile_Write(LONG level, const char* format, ...) QM_PRINTF(2, 3);
 
 // Whether a record of this level would be written anywhere.
 inline bool LogFile_Wants(LONG level) {
-    return (g_Log.WriteLogfile || g_Log.WriteDebugOutput) && g_Log.LogLevel >= level;
+    return (g_log.WriteLogfile || g_log.WriteDebugOutput) && g_log.LogLevel >= level;
 }
 
 // WriteLog(level, format, ...): a macro, so that the arguments of a record that is not written are not evaluated. They

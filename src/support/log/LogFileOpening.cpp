@@ -6,7 +6,7 @@
 #include "support/texts/StringTools.h"
 
 using FinalPathOperation = DWORD(WINAPI*)(HANDLE, LPSTR, DWORD, DWORD);
-static FinalPathOperation s_finalPath; // set before the threads start
+static FinalPathOperation g_finalPath; // set before the threads start
 
 constexpr size_t VerbatimLength = 4; // of "\\?\" in front of a final path
 
@@ -33,7 +33,7 @@ static bool IsBorrowedDrive(const char* name) {
 // Compares the location of the open file with its name. A short name in the path is not a link.
 static LogFileIdentity CompareFinalPath(HANDLE file, const char* name) {
     char final[520];
-    const DWORD length = s_finalPath(file, final, sizeof(final), 0);
+    const DWORD length = g_finalPath(file, final, sizeof(final), 0);
     if (length == 0 || length >= sizeof(final)) {
         return length == 0 ? LogFileIdentity::Unknown : LogFileIdentity::Link;
     }
@@ -74,7 +74,7 @@ static LogFileIdentity IdentityOf(HANDLE file, const char* name) {
     if (information.nNumberOfLinks > 1 || (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
         return LogFileIdentity::Link;
     }
-    if (s_finalPath) {
+    if (g_finalPath) {
         return CompareFinalPath(file, name);
     }
     return LeadsThroughALink(name) ? LogFileIdentity::Link : LogFileIdentity::Own;
@@ -86,11 +86,11 @@ static HANDLE OpenForAppend(const char* name, SECURITY_ATTRIBUTES* security) {
 }
 
 void LogFileOpening_Init() {
-    if (s_finalPath) {
+    if (g_finalPath) {
         return;
     }
     const SystemLibrary kernel("kernel32.dll"); // which never leaves the process, nor does its operation
-    s_finalPath = kernel.Find<FinalPathOperation>("GetFinalPathNameByHandleA");
+    g_finalPath = kernel.Find<FinalPathOperation>("GetFinalPathNameByHandleA");
 }
 
 LogFileAnswer OpenLogFileNow(const char* name, SECURITY_ATTRIBUTES* security) {

@@ -12,10 +12,10 @@ constexpr DWORD LastBackupSuffix = 99;
 constexpr DWORD RotationWaitMs = 1000;
 
 // The thread may outlive the wait for it, and so must the data it reads.
-static char s_name[260];
-static char s_backup[260];
-static LONG s_isGivenUp; // set by the waiting side, read by the thread
-static LONG s_isBusy;    // cleared by the thread as its last step
+static char g_name[260];
+static char g_backup[260];
+static LONG g_isGivenUp; // set by the waiting side, read by the thread
+static LONG g_isBusy;    // cleared by the thread as its last step
 
 static bool IsSet(const LONG& flag) {
     return __atomic_load_n(&flag, __ATOMIC_ACQUIRE) != 0;
@@ -32,10 +32,10 @@ static bool IsThere(const char* name) {
 
 // A backup in use can often still be renamed, and is then deleted under its new name.
 static void RenameAndDeleteBackup() {
-    for (DWORD n = 1; n <= LastBackupSuffix && !IsSet(s_isGivenUp); ++n) {
-        char renamed[sizeof(s_backup) + 4];
-        FormatText(renamed, "%s_%u", s_backup, n);
-        if (MoveFileA(s_backup, renamed)) {
+    for (DWORD n = 1; n <= LastBackupSuffix && !IsSet(g_isGivenUp); ++n) {
+        char renamed[sizeof(g_backup) + 4];
+        FormatText(renamed, "%s_%u", g_backup, n);
+        if (MoveFileA(g_backup, renamed)) {
             (void)DeleteFileA(renamed); // what cannot be deleted now stays under a name that is not in the way
             return;
         }
@@ -43,45 +43,45 @@ static void RenameAndDeleteBackup() {
 }
 
 static void LogFile_Backup() {
-    if (!DeleteFileA(s_backup)) {
+    if (!DeleteFileA(g_backup)) {
         RenameAndDeleteBackup();
     }
-    if (!IsSet(s_isGivenUp)) {
-        (void)MoveFileA(s_name, s_backup); // a log that cannot be renamed is appended to
+    if (!IsSet(g_isGivenUp)) {
+        (void)MoveFileA(g_name, g_backup); // a log that cannot be renamed is appended to
     }
 }
 
 static DWORD WINAPI LogFile_Backup_ThreadProc(LPVOID) {
     LogFile_Backup();
-    Set(s_isBusy, 0);
+    Set(g_isBusy, 0);
     return 0;
 }
 
 bool RotateLogFile(const char* name) {
-    if (IsSet(s_isBusy)) {
+    if (IsSet(g_isBusy)) {
         return false; // the previous one still hangs, and its texts must not change
     }
-    CopyText(s_name, name);
-    CopyText(s_backup, name);
+    CopyText(g_name, name);
+    CopyText(g_backup, name);
     // A name without a backup name: the log is appended to, so that no record is lost and no other file is touched.
-    if (ReplaceInArray(s_backup, ".log", "_bak.log") <= 0 || (!IsThere(s_name) && !IsThere(s_backup))) {
+    if (ReplaceInArray(g_backup, ".log", "_bak.log") <= 0 || (!IsThere(g_name) && !IsThere(g_backup))) {
         return true;
     }
     // Below a folder that is a link both names may be any two files of the machine. Of a link that is a file only the
     // link itself would go.
     char folder[MAX_PATH];
-    GetDirectoryOfPath(s_name, folder);
+    GetDirectoryOfPath(g_name, folder);
     if (LeadsThroughALink(folder)) {
         return false;
     }
-    Set(s_isGivenUp, 0);
-    Set(s_isBusy, 1);
+    Set(g_isGivenUp, 0);
+    Set(g_isBusy, 1);
     const OwnedThread thread(StartThread(LogFile_Backup_ThreadProc, nullptr));
     if (!thread) {
-        Set(s_isBusy, 0);
+        Set(g_isBusy, 0);
         return false;
     }
     const bool hasEnded = WaitForSingleObject(thread.Get(), RotationWaitMs) == WAIT_OBJECT_0;
-    Set(s_isGivenUp, 1);
+    Set(g_isGivenUp, 1);
     return hasEnded;
 }

@@ -268,7 +268,7 @@ void RegChangeAllValues(HKEY root, const char* key, const char* search, const ch
 }
 
 int IsUacEnabled() {
-    if (g_Os.MajorVersion < FirstVersionWithUac) {
+    if (g_os.MajorVersion < FirstVersionWithUac) {
         return 0;
     }
     DWORD value = 1;

@@ -13,20 +13,20 @@ constexpr DWORD NewLine = 132;
 constexpr DWORD DeleteBeforeLine = 146;
 constexpr DWORD DeleteAfterLine = 159;
 
-static HANDLE s_heap;         // set by the first thread before there is another one
-static LONG s_allocatedBytes; // not guarded: a lost update affects only a log line
+static HANDLE g_heap;         // set by the first thread before there is another one
+static LONG g_allocatedBytes; // not guarded: a lost update affects only a log line
 
 static HANDLE Heap() {
-    if (!s_heap) {
-        s_heap = GetProcessHeap();
+    if (!g_heap) {
+        g_heap = GetProcessHeap();
     }
-    return s_heap;
+    return g_heap;
 }
 
 static void* Allocate(size_t size) {
     const HANDLE heap = Heap();
-    s_allocatedBytes += static_cast<LONG>(size);
-    WriteLog(6, "new(%i) sum=%i", static_cast<LONG>(size), s_allocatedBytes);
+    g_allocatedBytes += static_cast<LONG>(size);
+    WriteLog(6, "new(%i) sum=%i", static_cast<LONG>(size), g_allocatedBytes);
     void* block = HeapAlloc(heap, HEAP_ZERO_MEMORY, size);
     while (!block) {
         WriteLog(1, "HeapAlloc(%u) failed", static_cast<DWORD>(size));
@@ -51,8 +51,8 @@ static void Release(void* block) {
         FATAL_HARD_AT("CRTreplace", DeleteBeforeLine, "operator delete");
     }
     const LONG size = static_cast<LONG>(HeapSize(heap, 0, block));
-    s_allocatedBytes -= size;
-    WriteLog(6, "delete(%i) sum=%i", size, s_allocatedBytes);
+    g_allocatedBytes -= size;
+    WriteLog(6, "delete(%i) sum=%i", size, g_allocatedBytes);
     (void)HeapFree(heap, 0, block); // the validation that follows reports what went wrong
     if (!HeapValidate(heap, 0, nullptr)) {
         WriteLog(1, "HeapValidate after delete failed");
@@ -78,11 +78,11 @@ static void ReleaseAligned(void* block) {
 }
 
 void InitAllocator() {
-    s_heap = GetProcessHeap();
+    g_heap = GetProcessHeap();
 }
 
 LONG AllocatedBytes() {
-    return s_allocatedBytes;
+    return g_allocatedBytes;
 }
 
 void* operator new(size_t size) {

@@ -6,7 +6,7 @@
 
 #include "platform/win32.h"
 
-namespace InterfaceClass {
+namespace interface_class {
 
 inline constexpr GUID SerenumBusEnumerator = {
     0x4D36E978, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
@@ -32,7 +32,7 @@ inline constexpr GUID BluetoothRfcomm = {0xB142FC3E, 0xFA4E, 0x460B, {0x8A, 0xBC
 inline constexpr GUID SerialPortService = {
     0x00001101, 0x0000, 0x1000, {0x80, 0x00, 0x00, 0x80, 0x5F, 0x9B, 0x34, 0xFB}};
 
-} // namespace InterfaceClass
+} // namespace interface_class
 
 // Whether two GUIDs are equal byte by byte.
 inline bool SameGuid(const GUID& a, const GUID& b) {

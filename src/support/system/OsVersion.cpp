@@ -7,7 +7,7 @@
 #include "support/system/SystemTools.h"
 #include "support/texts/BoundedText.h"
 
-OsVersion g_Os;
+OsVersion g_os;
 
 constexpr DWORD FirstWow64Major = 5;
 constexpr DWORD FirstMajorWithRelease = 10;

@@ -24,7 +24,7 @@ struct OsVersion {
     char Ubr[16];
     DWORD CanCycleUsbPort; // hubs of this version carry out a cycle request
 };
-extern OsVersion g_Os;
+extern OsVersion g_os;
 
 // Fills the record.
 void GetOsVersion(OsVersion* out);

@@ -2,22 +2,22 @@
 
 CRITICAL_SECTION CS_ResultText;
 CRITICAL_SECTION CS_Random;
-DWORD g_SupportLocksReady;
+DWORD g_supportLocksReady;
 
 void InitSupportLocks() {
-    if (g_SupportLocksReady) {
+    if (g_supportLocksReady) {
         return;
     }
     InitializeCriticalSection(&CS_ResultText);
     InitializeCriticalSection(&CS_Random);
-    g_SupportLocksReady = 1;
+    g_supportLocksReady = 1;
 }
 
 void ExitSupportLocks() {
-    if (!g_SupportLocksReady) {
+    if (!g_supportLocksReady) {
         return;
     }
-    g_SupportLocksReady = 0;
+    g_supportLocksReady = 0;
     DeleteCriticalSection(&CS_Random);
     DeleteCriticalSection(&CS_ResultText);
 }

@@ -7,7 +7,7 @@
 
 extern CRITICAL_SECTION CS_ResultText;
 extern CRITICAL_SECTION CS_Random;
-extern DWORD g_SupportLocksReady;
+extern DWORD g_supportLocksReady;
 
 void InitSupportLocks();
 void ExitSupportLocks();

@@ -14,7 +14,7 @@ using GetDpiForMonitorOperation = HRESULT(WINAPI*)(HMONITOR, int, UINT*, UINT*);
 
 // Each of the two returns 0 if this Windows or this window has no answer.
 static UINT AskWindow(HWND window) {
-    if (g_Os.VersionBcd < BcdTen || g_Os.BuildNumber < FirstBuildWithWindowDpi) {
+    if (g_os.VersionBcd < BcdTen || g_os.BuildNumber < FirstBuildWithWindowDpi) {
         return 0;
     }
     const SystemLibrary user("user32.dll");
@@ -23,7 +23,7 @@ static UINT AskWindow(HWND window) {
 }
 
 static UINT AskMonitor(HWND window) {
-    if (g_Os.VersionBcd < BcdEightOne) {
+    if (g_os.VersionBcd < BcdEightOne) {
         return 0;
     }
     const SystemLibrary shcore("Shcore.dll");

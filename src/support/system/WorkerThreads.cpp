@@ -2,7 +2,7 @@
 
 #include "support/system/Handles.h"
 
-static volatile LONG g_LiveWorkers;
+static volatile LONG g_liveWorkers;
 
 OwnedThread StartWorker(LPTHREAD_START_ROUTINE procedure, void* parameter, DWORD flags, DWORD* threadId) {
     DWORD id = 0;
@@ -19,13 +19,13 @@ OwnedThread StartWorker(LPTHREAD_START_ROUTINE procedure, void* parameter, DWORD
 }
 
 void WorkerStarting() {
-    (void)InterlockedIncrement(&g_LiveWorkers);
+    (void)InterlockedIncrement(&g_liveWorkers);
 }
 
 void WorkerEnded() {
-    (void)InterlockedDecrement(&g_LiveWorkers);
+    (void)InterlockedDecrement(&g_liveWorkers);
 }
 
 LONG LiveWorkers() {
-    return InterlockedCompareExchange(&g_LiveWorkers, 0, 0);
+    return InterlockedCompareExchange(&g_liveWorkers, 0, 0);
 }

@@ -9,15 +9,15 @@ constexpr DWORD Increment = 12345;
 constexpr DWORD ResultShift = 16;
 constexpr DWORD ResultMask = 0x7FFF;
 
-static constinit DWORD s_seed = 1; // guarded by CS_Random once the locks are there
+static constinit DWORD g_seed = 1; // guarded by CS_Random once the locks are there
 
 static DWORD NextRandom() {
-    s_seed = s_seed * Multiplier + Increment;
-    return (s_seed >> ResultShift) & ResultMask;
+    g_seed = g_seed * Multiplier + Increment;
+    return (g_seed >> ResultShift) & ResultMask;
 }
 
 DWORD Random() {
-    if (!g_SupportLocksReady) {
+    if (!g_supportLocksReady) {
         return NextRandom();
     }
     LockGuard lock(CS_Random);

@@ -37,10 +37,10 @@ TEST(ActionEntries, WordsAndTimes) {
         EXPECT_EQ(params.Delay, row.delayMs) << row.keys;
         EXPECT_EQ(params.Force, 0) << "before Windows 6.0";
         EXPECT_EQ(params.userType, UserType::normal);
-        g_Os.MajorVersion = 6;
+        g_os.MajorVersion = 6;
         ASSERT_EQ(GetOpenParamsByCfgSection(OnArrival, 7, &params, 10), 1);
         EXPECT_EQ(params.Force, 1);
-        g_Os.MajorVersion = 5;
+        g_os.MajorVersion = 5;
         EXPECT_STREQ(params.szOpen, "last");
         EXPECT_STREQ(params.szMd5, "abc");
     }

@@ -109,8 +109,8 @@ TEST(BalloonSettings, TheLookFollowsTheVersionUnlessAKeySaysOtherwise) {
     };
     for (const auto& row : Rows) {
         SCOPED_TRACE(row.keys);
-        g_Os.MajorVersion = row.major;
-        g_Os.BuildNumber = row.build;
+        g_os.MajorVersion = row.major;
+        g_os.BuildNumber = row.build;
         UseIni("[BalloonTips]\r\n" + std::string(row.keys));
         const BalloonStyles styles = ReadBalloonStyles();
         EXPECT_EQ(styles.Win11Style, row.isRound) << row.major << " " << row.build;
@@ -145,7 +145,7 @@ TEST(BalloonLayout, TheIconGrowsInStepsUntilItFollowsTheResolution) {
     for (const auto& [dpi, size] :
          {Row{96, 16}, Row{119, 16}, Row{120, 20}, Row{143, 20}, Row{144, 24}, Row{191, 24}, Row{192, 32}, Row{287, 32},
           Row{288, 48}, Row{335, 48}, Row{336, 56}, Row{384, 64}}) {
-        g_BalloonDpi = dpi;
+        g_balloonDpi = dpi;
         EXPECT_EQ(IconSizeForDpi(dpi), size) << dpi;
     }
 }

@@ -39,7 +39,7 @@ TEST(Settings, TheNarrowestUserWins) {
           Row{5, "elevated2=1", UserType::normal}, Row{6, "elevated2=1\nsystem2=1", UserType::system},
           Row{6, "elevated2=1\nsystem2=1\nrestricted2=1", UserType::restr},
           Row{6, "elevated2=0\nsystem3=1\nrestricted=1", UserType::normal}}) {
-        g_Os.MajorVersion = major;
+        g_os.MajorVersion = major;
         CCfgReader* reader = UseIni(std::string("[OnArrival4]\n") + keys + "\n");
         EXPECT_EQ(reader->GetUserTypeFromCfg(OnArrival, 4, 2), user) << keys;
     }

@@ -17,7 +17,7 @@ using namespace configtest;
 
 constexpr char PortPath[] = "\\\\?\\USB#VID_0403&PID_6001#A1#{86e0d1e0-8089-11d0-9ce4-08003e301f73}";
 
-static void Send(DWORD eventCode, const char* path = PortPath, const GUID& interfaceClass = InterfaceClass::ComPort,
+static void Send(DWORD eventCode, const char* path = PortPath, const GUID& interfaceClass = interface_class::ComPort,
                  DWORD deviceType = DBT_DEVTYP_DEVICEINTERFACE) {
     std::vector<char> record(sizeof(DEV_BROADCAST_DEVICEINTERFACE_A) + strlen(path));
     DEV_BROADCAST_DEVICEINTERFACE_A head = {};
@@ -128,14 +128,14 @@ TEST_F(DeviceEvents, AFlickerIsNotReported) {
 TEST_F(DeviceEvents, TheClassAndThePathDecideWhatIsDone) {
     const GUID other = {0x12345678, 1, 2, {3}};
     for (const char* path : {"\\\\?\\USB#Root_Hub30#1#{}", "\\\\?\\usb#ROOT_HUB#2#{}"}) {
-        Send(DBT_DEVICEARRIVAL, path, InterfaceClass::UsbHub);
-        Send(DBT_DEVICEREMOVECOMPLETE, path, InterfaceClass::UsbHub);
+        Send(DBT_DEVICEARRIVAL, path, interface_class::UsbHub);
+        Send(DBT_DEVICEREMOVECOMPLETE, path, interface_class::UsbHub);
     }
     EXPECT_EQ(CountLogged("-------------------- +R+ ---------------------"), 2);
     EXPECT_EQ(CountLogged("-------------------- -R- ---------------------"), 2);
     EXPECT_FALSE(Logged("H+ -") || Logged("-H-"));
     ClearLog();
-    for (const GUID& known : {InterfaceClass::SerenumBusEnumerator, other}) {
+    for (const GUID& known : {interface_class::SerenumBusEnumerator, other}) {
         Send(DBT_DEVICEARRIVAL, "\\\\?\\X#root#1#{}", known);
         Send(DBT_DEVICEREMOVECOMPLETE, "\\\\?\\X#root#1#{}", known);
     }
@@ -143,7 +143,7 @@ TEST_F(DeviceEvents, TheClassAndThePathDecideWhatIsDone) {
     EXPECT_EQ(CountLogged("--- +S+ ---"), 1);
     EXPECT_EQ(CountLogged("--- +"), 1);
     EXPECT_FALSE(Logged("--- -"));
-    Send(DBT_DEVICEQUERYREMOVE, PortPath, InterfaceClass::ComPort, DBT_DEVTYP_PORT);
+    Send(DBT_DEVICEQUERYREMOVE, PortPath, interface_class::ComPort, DBT_DEVTYP_PORT);
     EXPECT_FALSE(Logged("DBT_DEVICEQUERYREMOVE"));
     Send(DBT_DEVICEQUERYREMOVE);
     EXPECT_TRUE(Logged("DBT_DEVICEQUERYREMOVE"));
@@ -161,7 +161,7 @@ TEST_F(DeviceEvents, AllClassesAreOneRegistrationButOnWindows2000) {
     Sleep(1);
     for (const auto& [version, count] : {std::pair(0x0500u, 5), std::pair(0x0501u, 1)}) {
         ClearLog();
-        g_Os.VersionBcd = version;
+        g_os.VersionBcd = version;
         RegisterDeviceNotifications(g_hwndMain, DEVICE_NOTIFY_WINDOW_HANDLE);
         EXPECT_EQ(CountLogged("RegisterDeviceNotification("), count);
         EXPECT_EQ(Logged("RegisterDeviceNotification(ALL) hDevNotify=0x"), count == 1);

@@ -35,11 +35,11 @@ inline void StartOfProgram() {
     GetSystemDirectoryA(szSystemDir, sizeof(szSystemDir));
     CopyText(szIniFile, (machine::TheSetup().directory + "\\Quillmarch.INI").c_str());
     CopyText(szUserSid, "S-1-5-18");
-    GetOsVersion(&g_Os);
+    GetOsVersion(&g_os);
     InitSupportLocks();
     LogFile_Init(/*rotate=*/0);
-    g_Log.LogLevel = 5;
-    g_Log.WriteDebugOutput = 1;
+    g_log.LogLevel = 5;
+    g_log.WriteDebugOutput = 1;
     g_pService = new CService;
     g_pService->Init(Name, Name);
 }

@@ -151,7 +151,7 @@ TEST(DeviceArrivals, AFullListWritesOverTheOldestEntryAndAKnownPathMovesItsTick)
     char path[64];
     for (DWORD i = 0; i < MaxDeviceArrivals + 2; ++i) {
         FormatText(path, "\\\\?\\usb#%u", i);
-        g_pDeviceArrivals->AddDeviceArrival(path, &InterfaceClass::UsbDevice);
+        g_pDeviceArrivals->AddDeviceArrival(path, &interface_class::UsbDevice);
     }
     EXPECT_EQ(MaxDeviceArrivals, g_pDeviceArrivals->Count);
     EXPECT_EQ(1u, g_pDeviceArrivals->LastIndex);
@@ -160,12 +160,12 @@ TEST(DeviceArrivals, AFullListWritesOverTheOldestEntryAndAKnownPathMovesItsTick)
     EXPECT_STREQ("\\\\?\\usb#2", g_pDeviceArrivals->Arrivals[2]->DevPath);
 
     const std::string longPath = "\\\\?\\" + std::string(300, 'x'); // longer than what is stored of it
-    g_pDeviceArrivals->AddDeviceArrival(longPath.c_str(), &InterfaceClass::UsbDevice);
+    g_pDeviceArrivals->AddDeviceArrival(longPath.c_str(), &interface_class::UsbDevice);
     EXPECT_EQ(0u, g_pDeviceArrivals->GetDeviceArrivalTicker(0)) << "no node was found: nobody's arrival";
     g_pDeviceArrivals->Arrivals[2]->DevInst = 77;
     const DWORD firstTick = g_pDeviceArrivals->GetDeviceArrivalTicker(77);
     Sleep(1500);
-    EXPECT_EQ(77u, g_pDeviceArrivals->AddDeviceArrival(longPath.c_str(), &InterfaceClass::UsbDevice));
+    EXPECT_EQ(77u, g_pDeviceArrivals->AddDeviceArrival(longPath.c_str(), &interface_class::UsbDevice));
     EXPECT_EQ(2u, g_pDeviceArrivals->LastIndex);
     EXPECT_EQ(g_pDeviceArrivals->GetDeviceArrivalTicker(77) - firstTick, 1500u);
 }

@@ -52,12 +52,12 @@ TEST_F(Log, SettingsSwitchItOn) {
           Row{"WriteLogfile=1\r\nLogfile=C:\\Nowhere\\own.log\r\n", 3, 1, 0, DefaultLog},
           Row{"WriteDebugOutput=\r\n", 3, 0, 1, ""}, Row{"WriteDebugOutput=00\r\n", 3, 0, 0, ""}}) {
         SCOPED_TRACE(lines);
-        g_Log = {};
+        g_log = {};
         Start(lines);
-        EXPECT_EQ(g_Log.LogLevel, level);
-        EXPECT_EQ(g_Log.WriteLogfile, file);
-        EXPECT_EQ(g_Log.WriteDebugOutput, debugger);
-        EXPECT_STREQ(g_Log.LogFileName, name);
+        EXPECT_EQ(g_log.LogLevel, level);
+        EXPECT_EQ(g_log.WriteLogfile, file);
+        EXPECT_EQ(g_log.WriteDebugOutput, debugger);
+        EXPECT_STREQ(g_log.LogFileName, name);
         LogFile_Exit();
     }
 }
@@ -182,7 +182,7 @@ TEST_F(Log, NothingIsWrittenThroughALink) {
     const auto tryPath = [&](const std::string& path, int rotate = 0) {
         Start("WriteLogfile=1\r\nLogfile=" + path + "\r\n", rotate);
         WriteLog(1, "of the service");
-        const bool isOn = g_Log.WriteLogfile && g_Log.LogFileName == path;
+        const bool isOn = g_log.WriteLogfile && g_log.LogFileName == path;
         LogFile_Exit();
         return isOn;
     };
