@@ -105,3 +105,10 @@ qm_windows_test(number_faults LOCK desktop SOURCES tests/windows/NumberFaultsTes
 qm_windows_test(balloon LOCK desktop SOURCES tests/windows/BalloonTest.cpp)
 add_dependencies(balloon Quillmarch)
 target_compile_definitions(balloon PRIVATE QM_PICTURE_FOLDER="Z:${CMAKE_BINARY_DIR}/pictures/")
+
+# The package's scripts that read a machine, in a prefix of their own. The rehearsal tool is that of this host.
+add_executable(pnputil tests/windows/bed/PnpUtil.cpp)
+target_link_options(pnputil PRIVATE -static -s)
+add_test(NAME scripts COMMAND bash ${CMAKE_SOURCE_DIR}/tests/windows/scripts.sh ${CMAKE_SOURCE_DIR}/packaging
+    ${CMAKE_SOURCE_DIR}/build/dev/quillmarch-rehearse $<TARGET_FILE:pnputil>)
+set_tests_properties(scripts PROPERTIES TIMEOUT 600 LABELS scripts)

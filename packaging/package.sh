@@ -19,7 +19,7 @@ stage() { # PRESET FOLDER
     cp "build/$preset/Quillmarch.exe" "$folder" # a signature of the executable goes here
     cp "$out"/Quillmarch_*.chm "$folder"
     local text
-    for text in packaging/readme.txt packaging/*.cmd docs/configuration.md; do
+    for text in packaging/readme.txt packaging/*.cmd docs/configuration.md docs/windows.md; do
         sed 's/\r*$/\r/' "$text" >"$folder/$(basename "$text")"
     done
     touch -d "@$stamp" "$folder"/*

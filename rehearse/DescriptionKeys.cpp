@@ -12,6 +12,7 @@ constexpr Key Keys[] = {
     {"", "include", HostFile | HostFiles, nullptr, "[]", "", "descriptions that this one builds on, read first"},
     {"", "registry", HostFile | HostFiles, nullptr, "[]", "", "exports of the registry editor, UTF-16 or ANSI, or hives"},
     {"", "connected", HostFile, nullptr, "all", "", "any text that holds the ids of the devices that are there"},
+    {"", "properties", HostFile, nullptr, "none", "", "a line for each device: its id, its parent, its location path, with tabs between them"},
     {"", "until", Duration, nullptr, "\"1h\" after the last event", "", "the latest end"},
     {"", "windows", Table, nullptr, "", "", "the Windows of the machine"},
     {"", "quillmarch", Table, nullptr, "", "", "how the product is installed and started"},

@@ -2,6 +2,7 @@
 
 #include "rehearse/DescriptionReader.h"
 
+#include "simwin/devices/tree/CapturedProperties.h"
 #include "simwin/kernel/Notes.h"
 #include "simwin/kernel/Text.h"
 #include "simwin/registry/ExportFilter.h"
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 
 namespace rehearse {
 
@@ -44,6 +46,34 @@ static void TellNotes(const std::string& file, const std::vector<machine::Export
                                  notes.size() == 1 ? "it" : "they"));
 }
 
+// Each line has an id, its parent, and a location path, with tabs between them; a parent or path may be empty.
+static void ReadProperties(const std::string& file, const Position& at) {
+    const std::optional<std::string> text = machine::AnsiFromFile(ReadHostFile(file, at));
+    if (!text) {
+        throw InputError({file, 1, 1}, "this is no text: neither UTF-16 nor UTF-8 nor ANSI");
+    }
+    std::vector<std::string> lines = machine::Split(*text, '\n');
+    const std::string cut = std::move(lines.back());
+    lines.pop_back();
+    unsigned number = 0;
+    for (const std::string& line : lines) {
+        ++number;
+        const std::vector<std::string> parts = machine::Split(line.substr(0, line.find('\r')), '\t');
+        if (parts.size() == 1 && parts[0].empty()) {
+            continue;
+        }
+        if (parts.size() != 3 || parts[0].find('\\') == std::string::npos) {
+            throw InputError({file, number, 1},
+                             "this line is not a device's id, its parent and its location path with tabs between them");
+        }
+        (void)machine::StoreCapturedProperties(parts[0], parts[1], parts[2]); // it may know more than the exports
+    }
+    if (!cut.empty()) {
+        throw InputError({file, number + 1, static_cast<unsigned>(cut.size()) + 1},
+                         "the file ends in the middle of a line");
+    }
+}
+
 void ImportExports(const Record& description) {
     const Value* registry = description.Find("registry");
     if (!registry) {
@@ -62,6 +92,9 @@ void ImportExports(const Record& description) {
         machine::AddNote(machine::Utf8FromAnsi(line));
     }
     machine::ApplyExport(keys, machine::TheRegistry());
+    if (description.Has("properties")) {
+        ReadProperties(description.TextOf("properties"), description.At("properties"));
+    }
 }
 
 } // namespace rehearse

@@ -1,4 +1,5 @@
-// The files under `registry`, exports of the registry editor and hives, on their way into the machine's registry.
+// The files under `registry`, exports of the registry editor and hives, on their way into the machine's registry, and
+// the one under `properties`, which adds what no export has.
 #pragma once
 
 #include "rehearse/Description.h"

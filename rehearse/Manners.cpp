@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
 
 namespace rehearse {
@@ -35,19 +36,25 @@ std::string DidYouMean(std::string_view word, const std::vector<std::string>& na
     return near.empty() ? "" : fmt::format("; did you mean '{}'?", near);
 }
 
-std::string DidYouMeanFile(const std::string& file) {
-    const std::filesystem::path path(file);
-    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+std::vector<std::string> NamesInFolder(const std::string& folder) {
     std::vector<std::string> names;
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
         names.push_back(entry.path().filename().string());
     }
-    return DidYouMean(path.filename().string(), names);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string DidYouMeanFile(const std::string& file) {
+    const std::filesystem::path path(file);
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    return DidYouMean(path.filename().string(), NamesInFolder(folder.string()));
 }
 
 void CheckOutputs(const Options& options, const Record* description) {
     std::vector<std::string> inputs = {options.description};
+    inputs.insert(inputs.end(), options.moreExports.begin(), options.moreExports.end());
     for (const auto& input : {options.ini, options.rules, options.compare}) {
         if (input) {
             inputs.push_back(*input);

@@ -1,6 +1,7 @@
 #include "rehearse/Run.h"
 
 #include "rehearse/Balloons.h"
+#include "rehearse/Captures.h"
 #include "rehearse/Description.h"
 #include "rehearse/DescriptionReader.h"
 #include "rehearse/DevicesTable.h"
@@ -252,7 +253,7 @@ static int ExitCodeOf(const RunResult& run) {
 }
 
 int Rehearse(const Options& options) {
-    const Record description = ReadDescription(options.description);
+    const Record description = ReadMachine(options);
     const machine::Setup setup = SetupOf(description, options);
     if (FILE* image = std::fopen(options.imageFile.c_str(), "rb")) {
         std::fclose(image);

@@ -4,11 +4,13 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace rehearse {
 
 struct Options {
-    std::string description;
+    std::string description;                         // a description, a folder of a capture, or an export
+    std::vector<std::string> moreExports;            // further exports of the same machine
     std::optional<std::string> ini, json, log, html; // host files; "-" is standard output
     std::optional<std::string> rules;                // a configuration to be checked by itself
     std::optional<std::string> compare;              // an older configuration, to be run beside the one in question

@@ -29,6 +29,7 @@ static std::string FileOfBuild(const char* name, const char* built) {
 namespace {
 struct Line {
     rehearse::Options options;
+    std::vector<std::string> machine;
     std::string ini, json, log, html, language, until, seed, rules, compare;
     bool printKeys = false, printCatalogue = false, printFindings = false;
 };
@@ -36,6 +37,7 @@ struct Line {
 
 constexpr const char* Examples = R"(Examples:
   quillmarch-rehearse machine.toml                     what happens, and how it ends
+  quillmarch-rehearse captured-folder                  the same for a captured machine
   quillmarch-rehearse --tree machine.toml              is the machine understood?
   quillmarch-rehearse --rules my.ini                   is the file right?
   quillmarch-rehearse --ini my.ini --strict machine.toml
@@ -106,7 +108,9 @@ static void DescribeQuestions(CLI::App& app, Line& line) {
 }
 
 static void Describe(CLI::App& app, Line& line) {
-    app.add_option("MACHINE.toml", line.options.description, "the description of the machine")->type_name(" ");
+    app.add_option("MACHINE", line.machine,
+                   "the description of the machine, a folder of _capture_machine.cmd, or exports of the registry")
+        ->type_name(" ");
     app.set_help_flag("-h,--help", "print this help")->group("Help");
     app.set_version_flag("--version", "quillmarch-rehearse " QM_VERSION, "print the version")->group("Help");
     DescribeRun(app, line);
@@ -129,14 +133,17 @@ static std::string UnknownOption(const CLI::App& app) {
         return "";
     }
     const std::string word = extras.front().substr(0, extras.front().find('='));
-    return word.starts_with('-') ? fmt::format("there is no option '{}'{}", word, rehearse::DidYouMean(word, names))
-                                 : fmt::format("'{}' is one file too many", extras.front());
+    return fmt::format("there is no option '{}'{}", word, rehearse::DidYouMean(word, names));
 }
 
 // Options from the command line; an error text if it is wrong.
 static std::string Complete(const CLI::App& app, Line& line) {
     if (line.printKeys || line.printCatalogue || line.printFindings) {
         return "";
+    }
+    if (!line.machine.empty()) {
+        line.options.description = line.machine.front();
+        line.options.moreExports.assign(line.machine.begin() + 1, line.machine.end());
     }
     if (app.count("--rules")) {
         line.options.rules = line.rules;
@@ -148,7 +155,7 @@ static std::string Complete(const CLI::App& app, Line& line) {
         return "--rules and --compare are two questions: ask one at a time";
     }
     if (line.options.description.empty() && !line.options.rules) {
-        return "MACHINE.toml is missing";
+        return "the machine is missing: a description, a folder of _capture_machine.cmd, or exports";
     }
     if (app.count("--ini")) {
         line.options.ini = line.ini;

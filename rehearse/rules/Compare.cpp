@@ -1,5 +1,6 @@
 #include "rehearse/rules/Compare.h"
 
+#include "rehearse/Captures.h"
 #include "rehearse/DescriptionReader.h"
 #include "rehearse/OutputFile.h"
 #include "rehearse/rules/CriteriaCheck.h"
@@ -238,7 +239,7 @@ static Side RunSide(const Record& description, const Options& options, const std
 
 int CompareRules(const Options& options) {
     Output json(options.json);
-    const Record description = ReadDescription(options.description);
+    const Record description = ReadMachine(options);
     const std::string before = ReadHostFile(*options.compare, {*options.compare, 1, 1});
     const std::string after = NewBytes(options, description);
     PrepareProduct(options);

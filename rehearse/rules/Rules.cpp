@@ -1,5 +1,6 @@
 #include "rehearse/rules/Rules.h"
 
+#include "rehearse/Captures.h"
 #include "rehearse/DescriptionReader.h"
 #include "rehearse/OutputFile.h"
 #include "rehearse/rules/Findings.h"
@@ -31,7 +32,7 @@ int CheckRules(const Options& options) {
     std::optional<RuleTable> table;
     if (!options.description.empty()) {
         PrepareProduct(options);
-        table = MakeRuleTable(ReadDescription(options.description), options, ini, bytes);
+        table = MakeRuleTable(ReadMachine(options), options, ini, bytes);
     }
     if (!options.quiet && !json.IsStandardOutput()) {
         for (const Finding& finding : findings) {

@@ -148,6 +148,18 @@ private:
         return true;
     }
 
+    // Exports that were appended to one another repeat the first line, and its byte order mark, which has no character
+    // of the code page.
+    bool IsNextExport() {
+        const std::size_t mark = Peek() == '?' ? 1 : 0;
+        if (!std::string_view(m_text).substr(m_at + mark).starts_with(m_wide ? Header5 : Header4)) {
+            return false;
+        }
+        SkipText(mark + (m_wide ? Header5 : Header4).size());
+        m_hasKey = false; // a value before its first key belongs to no key of the export before
+        return true;
+    }
+
     bool ReadLine() {
         SkipBlanks();
         if (AtLineEnd() || Peek() == ';') {
@@ -155,6 +167,9 @@ private:
         }
         if (Peek() == '[') {
             return ReadKey();
+        }
+        if (IsNextExport()) {
+            return EndOfLine();
         }
         if (Peek() != '"' && Peek() != '@') {
             return Refuse("neither a key nor a value");
@@ -286,6 +301,9 @@ private:
     }
 
     bool ReadData(ExportedValue& value) {
+        if (AtEnd()) {
+            return Refuse("the file ends in the middle of a value");
+        }
         if (Peek() == '-') {
             value.deleted = true;
             Step();
@@ -426,6 +444,11 @@ private:
     std::optional<ExportError> m_error;
 };
 } // namespace
+
+bool IsExport(std::string_view bytes) {
+    const std::string text = AnsiFromFile(bytes.substr(0, bytes.size() & ~std::size_t{1})).value_or("");
+    return text.starts_with(Header5) || text.starts_with(Header4);
+}
 
 std::optional<ExportError> ReadExport(std::string_view bytes, std::vector<ExportedKey>& keys,
                                       std::vector<ExportNote>& notes) {

@@ -1,7 +1,8 @@
 // Reads what the registry editor exports: "Windows Registry Editor Version 5.00" (UTF-16 with byte order mark, or
 // UTF-8) and "REGEDIT4" (ANSI), with wrapped hex lines, all types of value, and deletions of keys and values. The whole
 // file is read before anything is applied, so a broken one changes nothing. A single value that cannot be read is left
-// out and noted; only a broken structure is an error. Hives are read into the same records (Hive.h).
+// out and noted; only a broken structure is an error. Exports that were appended to one another are one file. Hives are
+// read into the same records (Hive.h).
 #pragma once
 
 #include "simwin/registry/Registry.h"
@@ -38,6 +39,8 @@ struct ExportedKey {
     std::vector<ExportedValue> values;
 };
 
+// By its first line. bytes: as many as are at hand.
+bool IsExport(std::string_view bytes);
 // The keys in the order of the file; notes are appended. With an error `keys` is not to be used.
 std::optional<ExportError> ReadExport(std::string_view bytes, std::vector<ExportedKey>& keys,
                                       std::vector<ExportNote>& notes);

@@ -26,7 +26,7 @@ for file in *.toml; do
     want "${line#\# }" "$file"
 done
 
-want 'quillmarch-rehearse: MACHINE.toml is missing'
+want 'quillmarch-rehearse: the machine is missing: a description, a folder of _capture_machine.cmd, or exports'
 want 'absent.toml:1:1: there is no file '\''absent.toml'\'' that can be read' absent.toml
 want 'quillmarch-rehearse: --until must be a duration such as "10s", not '\''5'\' --until 5 fine/fine.toml
 want 'quillmarch-rehearse: --log-level: Value 7 not in range 1 to 6' --log-level 7 fine/fine.toml

@@ -26,12 +26,13 @@ python3 tests/windows/help.py "$out/x64/Quillmarch" || fail "the help files have
 (cd "$out" && sha256sum --quiet -c SHA256SUMS) || fail "the checksums are not those of the files"
 for edition in x64 x86; do
     names=$(cd "$out" && python3 -m zipfile -l "Quillmarch-$version-$edition.zip" | awk 'NR > 1 { print $1 }' | sort)
-    wanted=$(printf 'Quillmarch/%s\n' Quillmarch.exe Quillmarch_eng.chm Quillmarch_ger.chm _edit_ini.cmd \
-        _service_deregister.cmd _service_register.cmd configuration.md readme.txt | sort)
-    check "the zip of $edition has its eight files" test "$(grep -v '/$' <<<"$names")" = "$wanted"
+    wanted=$(printf 'Quillmarch/%s\n' Quillmarch.exe Quillmarch_eng.chm Quillmarch_ger.chm _capture_machine.cmd \
+        _edit_ini.cmd _rehearse_here.cmd _service_deregister.cmd _service_register.cmd configuration.md readme.txt \
+        windows.md | sort)
+    check "the zip of $edition has its eleven files" test "$(grep -v '/$' <<<"$names")" = "$wanted"
     msi=$out/Quillmarch-$version-$edition.msi
     check "no INI file in the installer" not grep -qi '\.ini' <(msiinfo export "$msi" File)
-    check "eight files in the installer" test "$(msiinfo export "$msi" File | tail -n +4 | grep -c .)" = 8
+    check "eleven files in the installer" test "$(msiinfo export "$msi" File | tail -n +4 | grep -c .)" = 11
     # 18: a program among the files; 64: continues without it; 1024: in the elevated half; 2048: as the system.
     for action in Register Deregister; do
         check "$edition: ${action}Service runs as the system" \

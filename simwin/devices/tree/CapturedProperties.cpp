@@ -12,6 +12,20 @@ static const RegistryValue* Stored(const DeviceNode& node, const char* property)
     return TheRegistry().GetValue(node.enumPath + "\\Properties\\" + property, "");
 }
 
+static void Store(const std::string& enumPath, const char* property, std::string_view text) {
+    constexpr simwin::DWORD TypeOfTextProperty = 0xFFFF0012;
+    if (text.empty()) {
+        return;
+    }
+    std::vector<std::uint8_t> bytes;
+    for (const char16_t c : Utf16FromAnsi(text) + u'\0') {
+        bytes.push_back(static_cast<std::uint8_t>(c));
+        bytes.push_back(static_cast<std::uint8_t>(c >> 8));
+    }
+    TheRegistry().PutValue(TheRegistry().CreateKey(enumPath + "\\Properties\\" + property), "", TypeOfTextProperty,
+                           bytes);
+}
+
 // Texts of the property store have types of their own, so they stay in UTF-16 as read.
 static std::string FirstText(const RegistryValue* value) {
     if (!value) {
@@ -20,6 +34,16 @@ static std::string FirstText(const RegistryValue* value) {
     const std::string text =
         AnsiFromUtf16Bytes({reinterpret_cast<const char*>(value->data.data()), value->data.size()});
     return text.substr(0, text.find('\0'));
+}
+
+bool StoreCapturedProperties(std::string_view id, std::string_view parent, std::string_view locationPath) {
+    const std::string enumPath = "HKLM\\SYSTEM\\CurrentControlSet\\Enum\\" + std::string(id);
+    if (!TheRegistry().FindKey(enumPath)) {
+        return false;
+    }
+    Store(enumPath, LastKnownParent, parent);
+    Store(enumPath, LocationPaths, locationPath);
+    return true;
 }
 
 std::string LastKnownParentOf(const DeviceNode& node) {

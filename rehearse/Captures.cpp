@@ -1,0 +1,175 @@
+#include "rehearse/Captures.h"
+
+#include "rehearse/DescriptionReader.h"
+#include "rehearse/Manners.h"
+
+#include "simwin/kernel/Text.h"
+#include "simwin/registry/Hive.h"
+#include "simwin/registry/RegistryExport.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+
+namespace rehearse {
+
+static constexpr const char* DescriptionName = "machine.toml";
+static constexpr const char* ConnectedName = "connected.txt";
+static constexpr const char* PropertiesName = "properties.txt";
+static constexpr std::size_t HeadBytes = 256; // enough to recognise an export or a hive
+
+static Value TextValue(unsigned type, const std::string& text, const Position& at) {
+    Value value;
+    value.type = type;
+    value.text = text;
+    value.at = at;
+    return value;
+}
+
+static std::string InFolder(const std::string& folder, const std::string& name) {
+    return folder.ends_with('/') || folder.ends_with('\\') ? folder + name : folder + "/" + name;
+}
+
+static bool IsFile(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::is_regular_file(path, error);
+}
+
+static std::string EndingOf(const std::string& name) {
+    const std::size_t dot = name.rfind('.');
+    return dot == std::string::npos ? "" : machine::Lower(name.substr(dot));
+}
+
+// By its name or its content: a capture keeps its export as registry.txt, so that a double click merges nothing.
+static bool IsExportFile(const std::string& path) {
+    if (!IsFile(path)) {
+        return false;
+    }
+    if (EndingOf(path) == ".reg") {
+        return true;
+    }
+    std::array<char, HeadBytes> head{};
+    std::ifstream stream(path, std::ios::binary);
+    stream.read(head.data(), head.size());
+    const std::string_view bytes(head.data(), static_cast<std::size_t>(stream.gcount()));
+    return machine::IsHive(bytes) || machine::IsExport(bytes);
+}
+
+static void SetExports(Record& record, const std::vector<std::string>& files) {
+    Value registry;
+    registry.type = HostFiles;
+    registry.at = {files.front(), 1, 1};
+    registry.texts = files;
+    for (const std::string& file : files) {
+        registry.itemsAt.push_back({file, 1, 1});
+    }
+    record.Set("registry", std::move(registry));
+}
+
+static void SetIni(Record& record, const std::string& file) {
+    Record product;
+    product.section = "quillmarch";
+    product.at = {file, 1, 1};
+    product.Set("ini", TextValue(HostFile, file, product.at));
+    Value table;
+    table.type = Table;
+    table.at = product.at;
+    table.tables.push_back(std::move(product));
+    record.Set("quillmarch", std::move(table));
+}
+
+static Record ReadBareFolder(const std::string& folder, bool hasIni) {
+    std::vector<std::string> exports, configurations;
+    for (const std::string& name : NamesInFolder(folder)) {
+        const std::string path = InFolder(folder, name);
+        if (IsExportFile(path)) {
+            exports.push_back(path);
+        } else if (EndingOf(name) == ".ini") {
+            configurations.push_back(path);
+        }
+    }
+    Record record;
+    record.at = {folder, 1, 1};
+    if (exports.empty()) {
+        throw InputError(record.at,
+                         fmt::format("this folder has neither a {} nor an export of the registry", DescriptionName));
+    }
+    SetExports(record, exports);
+    for (const auto& [key, name] : {std::pair("connected", ConnectedName), std::pair("properties", PropertiesName)}) {
+        const std::string path = InFolder(folder, name);
+        if (IsFile(path)) {
+            record.Set(key, TextValue(HostFile, path, {path, 1, 1}));
+        }
+    }
+    if (configurations.size() > 1 && !hasIni) {
+        throw InputError({configurations[1], 1, 1}, "this folder has a second INI file: name one with --ini, and move "
+                                                    "the other elsewhere");
+    }
+    if (configurations.size() == 1) {
+        SetIni(record, configurations.front());
+    }
+    return record;
+}
+
+static Record ReadExports(const Options& options) {
+    std::vector<std::string> files = {options.description};
+    files.insert(files.end(), options.moreExports.begin(), options.moreExports.end());
+    for (const std::string& file : files) {
+        if (!IsFile(file)) {
+            throw InputError({file, 1, 1}, fmt::format("there is no file '{}' that can be read", file));
+        }
+        if (!IsExportFile(file)) {
+            throw InputError({file, 1, 1}, "this is no export of the registry: only exports can be named side by side");
+        }
+    }
+    Record record;
+    record.at = {files.front(), 1, 1};
+    SetExports(record, files);
+    return record;
+}
+
+// What a machine without a description of its own gets.
+static void SetUsual(Record& record, const std::string& name) {
+    if (!record.Has("title")) {
+        record.Set("title", TextValue(Plain, name, record.at));
+    }
+    if (!record.Has("stories")) {
+        Value all;
+        all.type = Texts;
+        all.at = record.at;
+        all.texts = {"all"};
+        all.itemsAt = {record.at};
+        record.Set("stories", std::move(all));
+    }
+}
+
+static std::string NameOf(std::string path) {
+    while (path.size() > 1 && (path.ends_with('/') || path.ends_with('\\'))) {
+        path.pop_back();
+    }
+    const std::size_t last = path.find_last_of("/\\");
+    return last == std::string::npos ? path : path.substr(last + 1);
+}
+
+Record ReadMachine(const Options& options) {
+    const std::string& named = options.description;
+    std::error_code error;
+    if (options.moreExports.empty() && std::filesystem::is_directory(named, error)) {
+        const std::string description = InFolder(named, DescriptionName);
+        Record record =
+            IsFile(description) ? ReadDescription(description) : ReadBareFolder(named, options.ini || options.rules);
+        SetUsual(record, NameOf(named));
+        return record;
+    }
+    if (options.moreExports.empty() && !IsExportFile(named)) {
+        return ReadDescription(named);
+    }
+    Record record = ReadExports(options);
+    SetUsual(record, NameOf(named));
+    return record;
+}
+
+} // namespace rehearse

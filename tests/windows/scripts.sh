@@ -1,0 +1,97 @@
+#!/usr/bin/env bash
+# Tests _capture_machine.cmd and _rehearse_here.cmd under Wine, in a prefix of its own: without ports, with planted ones,
+# in a folder whose name has what command processors stumble over, where nothing can be written.
+# usage: scripts.sh FOLDER TOOL PNPUTIL: the unpacked package, the rehearsal tool of this host, the stand-in of pnputil
+set -euo pipefail
+folder=$(readlink -f "$1")
+tool=$(readlink -f "$2")
+pnputil=$(readlink -f "$3")
+cd "$(dirname "$(readlink -f "$0")")/../.."
+# shellcheck source=tests/windows/prefix.sh
+. tests/windows/prefix.sh
+export LC_ALL=C.UTF-8
+captured=tests/rehearse/captured
+checks=0
+
+fail() {
+    echo "scripts: $*" >&2
+    [ -z "${output:-}" ] || tail -n 20 "$output" >&2
+    exit 1
+}
+check() { # MEANING COMMAND...
+    local meaning=$1
+    shift
+    "$@" || fail "not so: $meaning"
+    checks=$((checks + 1))
+}
+not() { ! "$@"; }
+
+mkdir -p "$wine"
+[ -e "$wine/pristine/system.reg" ] || make_pristine_prefix >"$wine/prefix.log" 2>&1 </dev/null || fail "no Wine prefix"
+prefix=$(mktemp -d "$wine/scripts.XXXXXX")
+export WINEPREFIX=$prefix
+clean_up() {
+    wineserver -k || true
+    timeout 30 wineserver -w || true
+    rm -rf "$prefix"
+}
+trap clean_up EXIT
+cp -a "$wine/pristine/." "$prefix"
+output=$prefix/output.txt
+
+# With an INI file, and a log where it says.
+here="$prefix/drive_c/Kasse & Büro! (x86)"
+mkdir "$here"
+cp "$folder"/*.* "$here"
+sed -i 's/\r*$/\r/' "$here"/*.cmd # as the package has them
+cp $captured/ports.ini "$here/Quillmarch.ini"
+printf '\n[Settings]\nLogfile = %%SystemDrive%%\\Log & all.txt\n' >>"$here/Quillmarch.ini"
+echo 'the log' >"$prefix/drive_c/Log & all.txt"
+
+# run SCRIPT ARGUMENTS...: its exit code in `code`, what it prints in the file `output`.
+run() {
+    code=0
+    (cd "$here" && timeout 300 wine cmd /c "$@" </dev/null >"$output" 2>/dev/null) || code=$?
+}
+plain() { iconv -f utf-16le -t utf-8 "$1" | tr -d '\r'; }
+machine="$here/Quillmarch_$(hostname | cut -c 1-15 | tr '[:lower:]' '[:upper:]')"
+
+# With the keys that mark what is there; no pnputil, no PowerShell.
+check "the ports are planted" timeout 60 wine reg import "Z:${PWD//\//\\}\\tests\\rehearse\\captured\\ports.reg" </dev/null >"$output" 2>&1
+run _capture_machine.cmd
+check "the machine is captured" test "$code" = 0
+check "what could not be read is listed" grep -q 'parents and location paths' "$output"
+check "also in the folder" grep -q 'parents and location paths' "$machine/not_read.txt"
+plain "$machine/registry.txt" >"$prefix/registry.txt"
+check "the ports are in the export" test "$(grep -c '^"PortName"' "$prefix/registry.txt")" = 5
+check "the numbers too" grep -q '^"ComDB"=hex:f0,01,' "$prefix/registry.txt"
+check "no printer, disk or network" not grep -qiE 'USBPRINT|USBSTOR|SECRET|DEV_15B8' "$prefix/registry.txt"
+check "eight devices are connected" test "$(grep -c . "$machine/connected.txt")" = 8
+check "the disk's serial number stays" not grep -rq SECRET "$machine"
+check "the version of Windows is described" grep -q '^version = "[0-9]*\.[0-9]*\.[0-9]*"' "$machine/machine.toml"
+check "and the uptime" grep -qE '^uptime = "[0-9]+s"' "$machine/machine.toml"
+check "the INI file is there" cmp -s "$here/Quillmarch.ini" "$machine/Quillmarch.ini"
+check "and the log" grep -q 'the log' "$machine/Quillmarch.log"
+check "what it has is said" grep -q 'NAMES OF USERS' "$machine/readme.txt"
+check "it is rehearsed here" "$tool" --quiet --json "$prefix/report.json" "$machine"
+check "with its rules" grep -q '"registry_name": "COM20"' "$prefix/report.json"
+
+# pnputil speaks German, and knows less and more than the marks.
+cp "$pnputil" "$prefix/drive_c/windows/system32/pnputil.exe"
+mkdir "$prefix/drive_c/all"
+run _capture_machine.cmd 'C:\all'
+check "it is captured again, elsewhere" test "$code" = 0
+check "by pnputil's list, of the export's devices" test "$(tr -d '"\r' <"$prefix/drive_c/all/${machine##*/}/connected.txt" |
+    sort | sed 's/.*\\//' | tr '\n' ' ')" = '4&1a2b3c4d&0&0 5&2e9a1f0&0&2 6&7d0c1b2&0&1 6&7d0c1b2&0&4 '
+rm "$prefix/drive_c/windows/system32/pnputil.exe"
+
+# A file where the folder should be stands for a share that cannot be written.
+run _capture_machine.cmd 'C:\Log & all.txt'
+check "what cannot be written is refused" test "$code" = 1
+rm -rf "$machine"
+touch "$machine"
+run _capture_machine.cmd
+check "or goes to the folder for temporary files" test -e "$prefix"/drive_c/users/*/Temp/"${machine##*/}/machine.toml"
+check "which is said" grep -q 'Temp' "$output"
+rm "$machine"
+echo "scripts: $checks checks passed under $(wine --version)"
