@@ -62,7 +62,10 @@ static void LookAtNames(Day* day) {
 }
 
 static void Schedule(const rehearse::Record& description, Day* day, int minutes) {
-    machine::At(0, machine::Due::Outside, [&description] { rehearse::StartProductInRole(description); });
+    machine::At(0, machine::Due::Outside, [&description] {
+        std::string why;
+        rehearse::StartProductInRole(description, &why);
+    });
     machine::At(MinuteMs / 2, machine::Due::Outside, [] { machine::PlugDevice(AdapterId); });
     for (int minute = 1; minute <= minutes; ++minute) {
         const std::uint64_t startMs = static_cast<std::uint64_t>(minute) * MinuteMs;
@@ -115,13 +118,13 @@ constexpr char LogPath[] = "C:\\_Quillmarch.log"; // where the log goes without 
 
 // The log as switched on without further keys, so at the default level. Returns: "" or what is wrong.
 static std::string TurnLogOn() {
-    constexpr std::string_view off = "WriteLogFile=0", on = "WriteLogFile=1";
+    constexpr std::string_view Off = "WriteLogFile=0", On = "WriteLogFile=1";
     std::string text = machine::TheFiles().Read(rehearse::ProductIni()).value_or("");
-    const std::size_t at = text.find(off);
+    const std::size_t at = text.find(Off);
     if (at == std::string::npos) {
         return "the settings of the example do not turn the log off";
     }
-    machine::TheFiles().Write(rehearse::ProductIni(), text.replace(at, off.size(), on));
+    machine::TheFiles().Write(rehearse::ProductIni(), text.replace(at, Off.size(), On));
     return "";
 }
 
@@ -193,9 +196,13 @@ static void Events(benchmark::State& state, bool withLog) {
 constexpr char DayName[] = "Day/ReplugEachMinute";
 constexpr char LogOffName[] = "Events/LogOff", LogOnName[] = "Events/LogOn";
 
-BENCHMARK(ReplugDay)->Name(DayName)->Unit(benchmark::Millisecond)->Iterations(1)->Repetitions(3);
-BENCHMARK_CAPTURE(Events, LogOff, false)->Name(LogOffName)->Unit(benchmark::Millisecond)->Iterations(1)->Repetitions(9);
-BENCHMARK_CAPTURE(Events, LogOn, true)->Name(LogOnName)->Unit(benchmark::Millisecond)->Iterations(1)->Repetitions(9);
+BENCHMARK(ReplugDay)->Name(DayName)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(3);
+BENCHMARK_CAPTURE(Events, LogOff, false)
+    ->Name(LogOffName)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1)
+    ->Repetitions(9);
+BENCHMARK_CAPTURE(Events, LogOn, true)->Name(LogOnName)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(9);
 
 static std::function<double(const Measured&)> EventsASecond(const char* benchmark) {
     return [benchmark](const Measured& measured) {
@@ -210,28 +217,29 @@ static std::function<double(const Measured&)> CounterOf(const char* benchmark, c
     };
 }
 
-const Mark g_eventsLogOff("events a second, log off", EventsASecond(LogOffName), Wanted::AtLeast, 20'000);
-const Mark g_eventsLogOn("events a second, log at its default level", EventsASecond(LogOnName), Wanted::AtLeast, 5'000);
-const Mark g_callsLogOff("calls for an event, log off", CounterOf(LogOffName, "calls"), Wanted::Nothing, 0);
-const Mark g_callsLogOn("calls for an event, log at its default level", CounterOf(LogOnName, "calls"), Wanted::Nothing,
+const Mark EventsLogOffMark("events a second, log off", EventsASecond(LogOffName), Wanted::AtLeast, 20'000);
+const Mark EventsLogOnMark("events a second, log at its default level", EventsASecond(LogOnName), Wanted::AtLeast,
+                           5'000);
+const Mark CallsLogOffMark("calls for an event, log off", CounterOf(LogOffName, "calls"), Wanted::Nothing, 0);
+const Mark CallsLogOnMark("calls for an event, log at its default level", CounterOf(LogOnName, "calls"),
+                          Wanted::Nothing, 0);
+const Mark LogBytesMark("bytes of log for an event at its default level", CounterOf(LogOnName, "log"), Wanted::Nothing,
                         0);
-const Mark g_logBytes("bytes of log for an event at its default level", CounterOf(LogOnName, "log"), Wanted::Nothing,
-                      0);
 
-const Mark g_time(
+const Mark TimeMark(
     "milliseconds for 24 hours with a replug each minute",
     [](const Measured& measured) {
         const double time = measured.Nanoseconds(DayName);
         return time > 0 ? time / 1e6 : NotMeasured;
     },
     Wanted::Nothing, 0);
-static const Mark g_looks("names looked at in 24 hours", CounterOf(DayName, "looks"), Wanted::AtLeast,
-                          3 * MinutesOfADay);
-const Mark g_wrong("names that were wrong", CounterOf(DayName, "wrong"), Wanted::AtMost, 0);
-const Mark g_leaked("handles left after the stop, a day against a minute", CounterOf(DayName, "leaked"), Wanted::AtMost,
-                    0);
-const Mark g_handles("open handles, hour 24 against hour 1", CounterOf(DayName, "handles"), Wanted::AtMost, 0);
-const Mark g_bytes("bytes on the heap, hour 24 against hour 1", CounterOf(DayName, "bytes"), Wanted::AtMost, 0);
+static const Mark LooksMark("names looked at in 24 hours", CounterOf(DayName, "looks"), Wanted::AtLeast,
+                            3 * MinutesOfADay);
+const Mark WrongMark("names that were wrong", CounterOf(DayName, "wrong"), Wanted::AtMost, 0);
+const Mark LeakedMark("handles left after the stop, a day against a minute", CounterOf(DayName, "leaked"),
+                      Wanted::AtMost, 0);
+const Mark HandlesMark("open handles, hour 24 against hour 1", CounterOf(DayName, "handles"), Wanted::AtMost, 0);
+const Mark BytesMark("bytes on the heap, hour 24 against hour 1", CounterOf(DayName, "bytes"), Wanted::AtMost, 0);
 } // namespace bench
 
 int main(int count, char** arguments) {

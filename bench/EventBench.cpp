@@ -294,7 +294,7 @@ static void LookUpsAlone(benchmark::State& state) {
     });
 }
 
-[[maybe_unused]] const bool g_registered = [] {
+[[maybe_unused]] const bool IsRegistered = [] {
     benchmark::RegisterBenchmark("Match/Sections", Match)->Apply(Repeated);
     benchmark::RegisterBenchmark("Match/LookUpsAlone", LookUpsAlone)->Apply(Repeated);
     return true;
@@ -338,9 +338,9 @@ static double LookUpCalls(const Measured& measured) {
     return match > 0 && lookUps > 0 ? match - lookUps : NotMeasured;
 }
 
-const Mark g_match("a match over 100 sections against its look-ups alone",
-                   TimeRatio("Match/Sections", "Match/LookUpsAlone"), Wanted::AtMost, 1.2);
-const Mark g_matchCalls("calls of that match beside its look-ups", LookUpCalls, Wanted::AtMost, 0);
+const Mark MatchMark("a match over 100 sections against its look-ups alone",
+                     TimeRatio("Match/Sections", "Match/LookUpsAlone"), Wanted::AtMost, 1.2);
+const Mark MatchCallsMark("calls of that match beside its look-ups", LookUpCalls, Wanted::AtMost, 0);
 
 // A port queries only itself, but the device list of Windows is walked to find its path: two calls for an interface.
 // A section that does not fit costs the look-ups of its rows up to the one that fails, each with its lock.
@@ -377,7 +377,7 @@ static std::vector<std::unique_ptr<Mark>> MakeArrivalMarks() {
     return marks;
 }
 
-[[maybe_unused]] const std::vector<std::unique_ptr<Mark>> g_arrivalMarks = MakeArrivalMarks();
+[[maybe_unused]] const std::vector<std::unique_ptr<Mark>> ArrivalMarks = MakeArrivalMarks();
 
 void RegisterArrivals(int ports) {
     for (const int sections : {1, ManySections}) {
@@ -386,7 +386,7 @@ void RegisterArrivals(int ports) {
                 ->Args({ports, sections})
                 ->Iterations(Arrivals)
                 ->UseManualTime()
-                ->Unit(benchmark::Microsecond);
+                ->Unit(benchmark::kMicrosecond);
         }
     }
 }

@@ -64,20 +64,20 @@ BENCHMARK(Jump)->Name("Fiber/JumpThereAndBack")->Apply(Repeated);
 BENCHMARK(YieldAlone)->Name("Fiber/YieldAlone")->Apply(Repeated);
 BENCHMARK(YieldBetweenTwo)->Name("Fiber/YieldBetweenTwo")->Apply(Repeated);
 
-const Mark g_jump(
+const Mark JumpMark(
     "nanoseconds for a bare jump there and back",
     [](const Measured& measured) {
         const double time = measured.Nanoseconds("Fiber/JumpThereAndBack");
         return time > 0 ? time : NotMeasured;
     },
     Wanted::Nothing, 0);
-const Mark g_turn(
+const Mark TurnMark(
     "nanoseconds for one turn between two threads",
     [](const Measured& measured) {
         const double time = measured.Nanoseconds("Fiber/YieldBetweenTwo");
         return time > 0 ? time / 2 : NotMeasured;
     },
     Wanted::Nothing, 0);
-const Mark g_share("a turn through the scheduler against its two bare jumps",
-                   TimeRatio("Fiber/YieldAlone", "Fiber/JumpThereAndBack"), Wanted::Nothing, 0);
+const Mark ShareMark("a turn through the scheduler against its two bare jumps",
+                     TimeRatio("Fiber/YieldAlone", "Fiber/JumpThereAndBack"), Wanted::Nothing, 0);
 } // namespace bench

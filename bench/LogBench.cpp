@@ -14,8 +14,8 @@ struct PlainFlags {
     DWORD first;
     DWORD second;
 };
-extern PlainFlags g_PlainFlags;
-PlainFlags g_PlainFlags;
+extern PlainFlags g_plainFlags;
+PlainFlags g_plainFlags;
 
 [[gnu::noinline]] void NeverCalled(LONG level, const char* format, const char* text, int number) {
     benchmark::DoNotOptimize(level);
@@ -42,7 +42,7 @@ static void LogOff(benchmark::State& state) {
 static void PlainBranch(benchmark::State& state) {
     for (auto _ : state) {
         for (int i = 0; i < CallsInARow; ++i) {
-            if (g_PlainFlags.first || g_PlainFlags.second) {
+            if (g_plainFlags.first || g_PlainFlags.second) {
                 NeverCalled(3, "port %s has number %i", szExeDir, i);
             }
             benchmark::ClobberMemory();
@@ -63,7 +63,7 @@ static std::string PerLine(const CallCounts& before, const CallCounts& after) {
     return text;
 }
 
-static std::string g_CallsOfALine;
+static std::string g_callsOfALine;
 
 // The first line opens the file, and the closer does not run before the count ends.
 static void LogOn(benchmark::State& state) {
@@ -76,7 +76,7 @@ static void LogOn(benchmark::State& state) {
         WriteLog(3, "port %s has number %i", "COM7", i);
     }
     state.counters["calls"] = static_cast<double>(CountAllCalls() - callsBefore) / LinesCounted;
-    g_CallsOfALine = PerLine(before, CountCalls());
+    g_callsOfALine = PerLine(before, CountCalls());
     for (auto _ : state) {
         WriteLog(3, "port %s has number %i", "COM7", 7);
     }
@@ -89,12 +89,12 @@ BENCHMARK(LogOff)->Name("Log/Off")->Apply(Repeated);
 BENCHMARK(PlainBranch)->Name("Log/PlainBranch")->Apply(Repeated);
 BENCHMARK(LogOn)->Name("Log/On")->Iterations(LinesTimed);
 
-const Mark g_off("a log call that is off against a branch on two flags", TimeRatio("Log/Off", "Log/PlainBranch"),
-                 Wanted::AtMost, 1.1);
-const Mark g_calls(
+const Mark OffMark("a log call that is off against a branch on two flags", TimeRatio("Log/Off", "Log/PlainBranch"),
+                   Wanted::AtMost, 1.1);
+const Mark CallsMark(
     "calls to the machine for a log line that is on",
     [](const Measured& measured) {
         return measured.Nanoseconds("Log/On") > 0 ? measured.Counter("Log/On", "calls") : NotMeasured;
     },
-    Wanted::AtMost, 12, [](const Measured&) { return "a line makes these calls: " + g_CallsOfALine; });
+    Wanted::AtMost, 12, [](const Measured&) { return "a line makes these calls: " + g_callsOfALine; });
 } // namespace bench

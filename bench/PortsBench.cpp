@@ -32,7 +32,7 @@ static void Measure(benchmark::State& state, Work work) {
     const double ports = static_cast<double>(state.range(0)), rounds = static_cast<double>(state.iterations());
     state.counters["calls/port"] = static_cast<double>(CountAllCalls() - callsBefore) / (ports * rounds);
     state.counters["time/port"] =
-        benchmark::Counter(ports, benchmark::Counter::IsIterationInvariantRate | benchmark::Counter::Invert);
+        benchmark::Counter(ports, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 // The first snapshot of a service finds an empty table.
@@ -156,17 +156,17 @@ static std::function<double(const Measured&)> CallGrowth(const std::string& benc
 }
 
 // All work at one size before the next one, since the machine does not shrink.
-[[maybe_unused]] const bool g_registered = [] {
+[[maybe_unused]] const bool IsRegistered = [] {
     RegisterArrivals(1);
     for (const int ports : {SmallTable, MiddleTable, LargeTable}) {
-        benchmark::RegisterBenchmark("Ports/Snapshot", Snapshot)->Arg(ports)->Unit(benchmark::Millisecond);
+        benchmark::RegisterBenchmark("Ports/Snapshot", Snapshot)->Arg(ports)->Unit(benchmark::kMillisecond);
         if (ports == LargeTable) {
-            benchmark::RegisterBenchmark("Ports/BlocksBefore", BlocksBefore)->Arg(ports)->Unit(benchmark::Millisecond);
-            benchmark::RegisterBenchmark("Ports/BlocksNow", BlocksNow)->Arg(ports)->Unit(benchmark::Millisecond);
+            benchmark::RegisterBenchmark("Ports/BlocksBefore", BlocksBefore)->Arg(ports)->Unit(benchmark::kMillisecond);
+            benchmark::RegisterBenchmark("Ports/BlocksNow", BlocksNow)->Arg(ports)->Unit(benchmark::kMillisecond);
         }
-        benchmark::RegisterBenchmark("Ports/Listing", Listing)->Arg(ports)->Unit(benchmark::Millisecond);
-        benchmark::RegisterBenchmark("Ports/SameNames", SameNames)->Arg(ports)->Unit(benchmark::Millisecond);
-        benchmark::RegisterBenchmark("Ports/SameParents", SameParents)->Arg(ports)->Unit(benchmark::Millisecond);
+        benchmark::RegisterBenchmark("Ports/Listing", Listing)->Arg(ports)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("Ports/SameNames", SameNames)->Arg(ports)->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark("Ports/SameParents", SameParents)->Arg(ports)->Unit(benchmark::kMillisecond);
         if (ports != MiddleTable) {
             RegisterArrivals(ports);
         }
@@ -177,18 +177,18 @@ static std::function<double(const Measured&)> CallGrowth(const std::string& benc
 // Each port queries only itself: the calls grow with the ports. The searches of the table, one for each port, and the
 // check of the heap at each record take eight times as long in a table eight times as large; the rest of a port's
 // snapshot does not. The listing searches nothing, but 4096 records are more than the caches hold.
-const Mark g_snapshotCalls("calls for a port of the first snapshot, 4096 ports against 64",
-                           CallGrowth("Ports/Snapshot"), Wanted::AtMost, 1.05);
-const Mark g_listingCalls("calls for a port of the listing, 4096 ports against 64", CallGrowth("Ports/Listing"),
-                          Wanted::AtMost, 1.05);
-const Mark g_snapshotTime("time for a port of the first snapshot, 4096 ports against 512", TimeGrowth("Ports/Snapshot"),
-                          Wanted::AtMost, 3);
-const Mark g_snapshotShare("first snapshot of 4096 ports against one with blocks for each detail and target",
-                           ShareOfBefore, Wanted::AtMost, 0.45);
-const Mark g_listingTime("time for a port of the listing, 4096 ports against 512", TimeGrowth("Ports/Listing"),
-                         Wanted::AtMost, 4);
-const Mark g_namesTime("time for a port of the scan of equal names, 4096 ports against 512",
-                       TimeGrowth("Ports/SameNames"), Wanted::AtMost, 8);
-const Mark g_parentsTime("time for a port of the scan of equal parents, 4096 ports against 512",
-                         TimeGrowth("Ports/SameParents"), Wanted::AtMost, 8);
+const Mark SnapshotCallsMark("calls for a port of the first snapshot, 4096 ports against 64",
+                             CallGrowth("Ports/Snapshot"), Wanted::AtMost, 1.05);
+const Mark ListingCallsMark("calls for a port of the listing, 4096 ports against 64", CallGrowth("Ports/Listing"),
+                            Wanted::AtMost, 1.05);
+const Mark SnapshotTimeMark("time for a port of the first snapshot, 4096 ports against 512",
+                            TimeGrowth("Ports/Snapshot"), Wanted::AtMost, 3);
+const Mark SnapshotShareMark("first snapshot of 4096 ports against one with blocks for each detail and target",
+                             ShareOfBefore, Wanted::AtMost, 0.45);
+const Mark ListingTimeMark("time for a port of the listing, 4096 ports against 512", TimeGrowth("Ports/Listing"),
+                           Wanted::AtMost, 4);
+const Mark NamesTimeMark("time for a port of the scan of equal names, 4096 ports against 512",
+                         TimeGrowth("Ports/SameNames"), Wanted::AtMost, 8);
+const Mark ParentsTimeMark("time for a port of the scan of equal parents, 4096 ports against 512",
+                           TimeGrowth("Ports/SameParents"), Wanted::AtMost, 8);
 } // namespace bench

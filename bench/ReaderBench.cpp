@@ -219,10 +219,10 @@ static void HashMap(benchmark::State& state) {
     LookUpIn<std::unordered_map<std::string, std::string>>(state);
 }
 
-BENCHMARK(Parse)->Name("Reader/Parse")->Unit(benchmark::Microsecond)->Apply(Repeated);
-BENCHMARK(LineSplit)->Name("Reader/LineSplit")->Unit(benchmark::Microsecond)->Apply(Repeated);
-BENCHMARK(Inih)->Name("Reader/Inih")->Unit(benchmark::Microsecond)->Apply(Repeated);
-BENCHMARK(Glib)->Name("Reader/Glib")->Unit(benchmark::Microsecond)->Apply(Repeated);
+BENCHMARK(Parse)->Name("Reader/Parse")->Unit(benchmark::kMicrosecond)->Apply(Repeated);
+BENCHMARK(LineSplit)->Name("Reader/LineSplit")->Unit(benchmark::kMicrosecond)->Apply(Repeated);
+BENCHMARK(Inih)->Name("Reader/Inih")->Unit(benchmark::kMicrosecond)->Apply(Repeated);
+BENCHMARK(Glib)->Name("Reader/Glib")->Unit(benchmark::kMicrosecond)->Apply(Repeated);
 BENCHMARK(LookUp)->Name("LookUp/Section")->Apply(Repeated);
 BENCHMARK(LockAlone)->Name("LookUp/LockAlone")->Apply(Repeated);
 BENCHMARK(OrderedMap)->Name("LookUp/OrderedMap")->Apply(Repeated);
@@ -247,14 +247,14 @@ static std::string LockShare(const Measured& measured) {
     return text;
 }
 
-const Mark g_split("parse of 1 MiB less one byte against a bare line split",
-                   TimeRatio("Reader/Parse", "Reader/LineSplit"), Wanted::AtMost, 2, ParseShare);
-const Mark g_inih("libinih against the parse", TimeRatio("Reader/Inih", "Reader/Parse"), Wanted::AtLeast, 3,
-                  ParseShare);
-const Mark g_glib("GLib's key file against the parse", TimeRatio("Reader/Glib", "Reader/Parse"), Wanted::AtLeast, 3,
-                  ParseShare);
-const Mark g_ordered("look-up among 300 keys against an ordered map", TimeRatio("LookUp/Section", "LookUp/OrderedMap"),
-                     Wanted::AtMost, 1, LockShare);
-const Mark g_hash("look-up among 300 keys against a hash map", TimeRatio("LookUp/Section", "LookUp/HashMap"),
-                  Wanted::AtMost, 2, LockShare);
+const Mark SplitMark("parse of 1 MiB less one byte against a bare line split",
+                     TimeRatio("Reader/Parse", "Reader/LineSplit"), Wanted::AtMost, 2, ParseShare);
+const Mark InihMark("libinih against the parse", TimeRatio("Reader/Inih", "Reader/Parse"), Wanted::AtLeast, 3,
+                    ParseShare);
+const Mark GlibMark("GLib's key file against the parse", TimeRatio("Reader/Glib", "Reader/Parse"), Wanted::AtLeast, 3,
+                    ParseShare);
+const Mark OrderedMark("look-up among 300 keys against an ordered map",
+                       TimeRatio("LookUp/Section", "LookUp/OrderedMap"), Wanted::AtMost, 1, LockShare);
+const Mark HashMark("look-up among 300 keys against a hash map", TimeRatio("LookUp/Section", "LookUp/HashMap"),
+                    Wanted::AtMost, 2, LockShare);
 } // namespace bench

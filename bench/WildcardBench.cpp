@@ -145,12 +145,12 @@ static std::string MatchShare(const Measured& measured) {
     return text;
 }
 
-const Mark g_match("fnmatch in a UTF-8 locale against WildcardMatch on device ids",
-                   TimeRatio("Wildcard/FnmatchInUtf8", "Wildcard/Match"), Wanted::AtLeast, 5, MatchShare);
-const Mark g_matchBytes("fnmatch in the C locale against WildcardMatch on device ids",
-                        TimeRatio("Wildcard/FnmatchAsBytes", "Wildcard/Match"), Wanted::AtLeast, 5, MatchShare);
-const Mark g_oneStar("time for text times pattern, 256 times as much, a long run after a star",
-                     Growth("Wildcard/OneStar"), Wanted::AtMost, 1.1);
-const Mark g_manyStars("time for text times pattern, 256 times as much, as many stars as fit",
-                       Growth("Wildcard/ManyStars"), Wanted::AtMost, 1.1);
+const Mark MatchMark("fnmatch in a UTF-8 locale against WildcardMatch on device ids",
+                     TimeRatio("Wildcard/FnmatchInUtf8", "Wildcard/Match"), Wanted::AtLeast, 5, MatchShare);
+const Mark MatchBytesMark("fnmatch in the C locale against WildcardMatch on device ids",
+                          TimeRatio("Wildcard/FnmatchAsBytes", "Wildcard/Match"), Wanted::AtLeast, 5, MatchShare);
+const Mark OneStarMark("time for text times pattern, 256 times as much, a long run after a star",
+                       Growth("Wildcard/OneStar"), Wanted::AtMost, 1.1);
+const Mark ManyStarsMark("time for text times pattern, 256 times as much, as many stars as fit",
+                         Growth("Wildcard/ManyStars"), Wanted::AtMost, 1.1);
 } // namespace bench

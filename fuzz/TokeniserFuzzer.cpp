@@ -5,7 +5,7 @@
 
 #include "support/texts/CommandLine.h"
 
-#include <cstring>
+#include <string_view>
 
 namespace fuzz {
 
@@ -24,10 +24,13 @@ void TryInput(std::string_view input) {
         Require(count >= 0 && count <= capacity, "the tokens fit the table");
         Require(tokens[0] != nullptr, "the first token is there");
         std::size_t total = 0;
+        const char* free = nullptr; // where the next token may begin
         for (LONG i = 0; i < count; ++i) {
-            Require(i == 0 || tokens[i] > tokens[i - 1] + std::strlen(tokens[i - 1]), "a token follows the last one");
-            Require(commandLine.find(tokens[i]) != std::string::npos, "a token is in the command line");
-            total += std::strlen(tokens[i]);
+            Require(tokens[i] > free, "a token follows the last one");
+            const std::string_view token = tokens[i];
+            Require(commandLine.find(token) != std::string::npos, "a token is in the command line");
+            total += token.size();
+            free = token.data() + token.size();
         }
         Require(total <= commandLine.size(), "the tokens are no longer than the command line");
     }

@@ -14,14 +14,14 @@ namespace {
 class FilesContract : public testing::Test {
 protected:
     void SetUp() override {
-        name = TempFile("file.txt");
-        other = TempFile("other.txt");
+        m_name = TempFile("file.txt");
+        m_other = TempFile("other.txt");
         Clean();
-        Write(name, "0123456789");
+        Write(m_name, "0123456789");
     }
     void TearDown() override { Clean(); }
     void Clean() {
-        for (const std::string& path : {name, other}) {
+        for (const std::string& path : {m_name, m_other}) {
             DeleteFileA((path + ":Zone.Identifier").c_str());
             DeleteFileA(path.c_str());
         }
@@ -56,23 +56,23 @@ protected:
         text.resize(read);
         return text;
     }
-    std::string name, other;
+    std::string m_name, m_other;
 };
 } // namespace
 
 TEST_F(FilesContract, Opening) {
     const std::string folder = contract::TempFolder();
-    EXPECT_EQ(OpenError(other, GENERIC_READ, ShareAll), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(OpenError(m_other, GENERIC_READ, ShareAll), DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(OpenError(folder + "\\QuillmarchNone\\x", GENERIC_READ, ShareAll), DWORD{ERROR_PATH_NOT_FOUND});
     EXPECT_EQ(OpenError(folder, GENERIC_READ, ShareAll), DWORD{ERROR_ACCESS_DENIED});
     EXPECT_EQ(OpenError(folder, GENERIC_READ, ShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS), 0u);
-    EXPECT_EQ(OpenError(name, GENERIC_WRITE, 0, CREATE_NEW), DWORD{ERROR_FILE_EXISTS});
+    EXPECT_EQ(OpenError(m_name, GENERIC_WRITE, 0, CREATE_NEW), DWORD{ERROR_FILE_EXISTS});
     EXPECT_EQ(OpenError(folder + "\\a|b", GENERIC_READ, ShareAll), DWORD{ERROR_INVALID_NAME});
     EXPECT_EQ(OpenError(folder + "\\a|b", GENERIC_WRITE, 0, CREATE_ALWAYS), DWORD{ERROR_INVALID_NAME});
 
-    CloseHandle(Open(other, GENERIC_WRITE, ShareAll, OPEN_ALWAYS));
+    CloseHandle(Open(m_other, GENERIC_WRITE, ShareAll, OPEN_ALWAYS));
     EXPECT_EQ(GetLastError(), 0u);
-    const HANDLE file = Open(name, GENERIC_WRITE, ShareAll, CREATE_ALWAYS);
+    const HANDLE file = Open(m_name, GENERIC_WRITE, ShareAll, CREATE_ALWAYS);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
     EXPECT_EQ(GetFileSize(file, nullptr), 0u);
     CloseHandle(file);
@@ -80,7 +80,7 @@ TEST_F(FilesContract, Opening) {
 }
 
 TEST_F(FilesContract, ReadingAndWriting) {
-    HANDLE file = Open(name, GENERIC_READ, ShareAll);
+    HANDLE file = Open(m_name, GENERIC_READ, ShareAll);
     EXPECT_EQ(GetFileSize(file, nullptr), 10u);
     EXPECT_EQ(Read(file, 4), "0123");
     EXPECT_EQ(Read(file, 40), "456789");
@@ -88,8 +88,8 @@ TEST_F(FilesContract, ReadingAndWriting) {
     DWORD moved = 0;
     EXPECT_ERROR(ERROR_ACCESS_DENIED, WriteFile(file, "x", 1, &moved, nullptr));
     CloseHandle(file);
-    file = Open(name, GENERIC_WRITE, ShareAll);
-    const HANDLE second = Open(name, GENERIC_WRITE, ShareAll);
+    file = Open(m_name, GENERIC_WRITE, ShareAll);
+    const HANDLE second = Open(m_name, GENERIC_WRITE, ShareAll);
     OVERLAPPED end = {};
     end.Offset = end.OffsetHigh = 0xFFFFFFFF;
     EXPECT_TRUE(WriteFile(file, "ab", 2, &moved, &end)) << "at the end, wherever the handle stands";
@@ -98,7 +98,7 @@ TEST_F(FilesContract, ReadingAndWriting) {
     EXPECT_TRUE(WriteFile(file, "ef", 2, &moved, &end));
     EXPECT_TRUE(WriteFile(second, "W", 1, &moved, nullptr)) << "after what this handle wrote last";
     CloseHandle(second);
-    const HANDLE reader = Open(name, GENERIC_READ, ShareAll);
+    const HANDLE reader = Open(m_name, GENERIC_READ, ShareAll);
     EXPECT_EQ(Read(reader, 40), "0123456789abcdWf");
     CloseHandle(reader);
     CloseHandle(file);
@@ -114,50 +114,50 @@ TEST_F(FilesContract, Sharing) {
           Row{GENERIC_READ | GENERIC_WRITE, 0, 0, 0, 0}, // no access: sharing does not matter
           Row{0, 0, GENERIC_WRITE, 0, 0}}) {
         SCOPED_TRACE(access);
-        const HANDLE first = Open(name, access, share);
+        const HANDLE first = Open(m_name, access, share);
         ASSERT_NE(first, INVALID_HANDLE_VALUE);
-        EXPECT_EQ(OpenError(name, nextAccess, nextShare), error);
+        EXPECT_EQ(OpenError(m_name, nextAccess, nextShare), error);
         CloseHandle(first);
     }
 }
 
 TEST_F(FilesContract, RemovingAndRenamingOpenFiles) {
-    HANDLE file = Open(name, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
-    EXPECT_ERROR(ERROR_SHARING_VIOLATION, DeleteFileA(name.c_str()));
-    EXPECT_ERROR(ERROR_SHARING_VIOLATION, MoveFileA(name.c_str(), other.c_str()));
+    HANDLE file = Open(m_name, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    EXPECT_ERROR(ERROR_SHARING_VIOLATION, DeleteFileA(m_name.c_str()));
+    EXPECT_ERROR(ERROR_SHARING_VIOLATION, MoveFileA(m_name.c_str(), m_other.c_str()));
     CloseHandle(file);
-    Write(other, "");
-    EXPECT_ERROR(ERROR_ALREADY_EXISTS, MoveFileA(name.c_str(), other.c_str()));
-    EXPECT_TRUE(DeleteFileA(other.c_str()));
-    file = Open(name, GENERIC_READ, ShareAll);
-    EXPECT_TRUE(MoveFileA(name.c_str(), other.c_str()));
+    Write(m_other, "");
+    EXPECT_ERROR(ERROR_ALREADY_EXISTS, MoveFileA(m_name.c_str(), m_other.c_str()));
+    EXPECT_TRUE(DeleteFileA(m_other.c_str()));
+    file = Open(m_name, GENERIC_READ, ShareAll);
+    EXPECT_TRUE(MoveFileA(m_name.c_str(), m_other.c_str()));
     EXPECT_EQ(Read(file, 4), "0123");
-    EXPECT_TRUE(DeleteFileA(other.c_str()));
+    EXPECT_TRUE(DeleteFileA(m_other.c_str()));
     KNOWN_DIFFERENCE("a deleted file can be opened until its last close",
-                     OpenError(other, GENERIC_READ, ShareAll) == ERROR_ACCESS_DENIED);
+                     OpenError(m_other, GENERIC_READ, ShareAll) == ERROR_ACCESS_DENIED);
     CloseHandle(file);
-    EXPECT_EQ(OpenError(other, GENERIC_READ, ShareAll), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_ERROR(ERROR_FILE_NOT_FOUND, DeleteFileA(other.c_str()));
+    EXPECT_EQ(OpenError(m_other, GENERIC_READ, ShareAll), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_ERROR(ERROR_FILE_NOT_FOUND, DeleteFileA(m_other.c_str()));
     EXPECT_ERROR(ERROR_ACCESS_DENIED, DeleteFileA(contract::TempFolder().c_str()));
 }
 
 TEST_F(FilesContract, Streams) {
-    const std::string stream = name + ":Zone.Identifier";
+    const std::string stream = m_name + ":Zone.Identifier";
     EXPECT_EQ(OpenError(stream, GENERIC_READ, ShareAll), DWORD{ERROR_FILE_NOT_FOUND});
     Write(stream, "[ZoneTransfer]");
     EXPECT_EQ(OpenError(stream, GENERIC_READ, ShareAll), 0u);
-    const HANDLE file = Open(name, GENERIC_READ, ShareAll);
+    const HANDLE file = Open(m_name, GENERIC_READ, ShareAll);
     EXPECT_EQ(GetFileSize(file, nullptr), 10u) << "the file itself stays as it is";
     CloseHandle(file);
     EXPECT_TRUE(DeleteFileA(stream.c_str()));
     EXPECT_ERROR(ERROR_FILE_NOT_FOUND, DeleteFileA(stream.c_str()));
-    EXPECT_EQ(OpenError(name, GENERIC_READ, ShareAll), 0u);
+    EXPECT_EQ(OpenError(m_name, GENERIC_READ, ShareAll), 0u);
 }
 
 TEST_F(FilesContract, WriteTimesAndSearch) {
     const auto time = [this] {
         FILETIME last = {};
-        const HANDLE file = Open(name, 0, FILE_SHARE_READ | FILE_SHARE_WRITE);
+        const HANDLE file = Open(m_name, 0, FILE_SHARE_READ | FILE_SHARE_WRITE);
         EXPECT_TRUE(GetFileTime(file, nullptr, nullptr, &last));
         CloseHandle(file);
         return static_cast<ULONGLONG>(last.dwHighDateTime) << 32 | last.dwLowDateTime;
@@ -165,25 +165,25 @@ TEST_F(FilesContract, WriteTimesAndSearch) {
     const ULONGLONG before = time();
     EXPECT_EQ(time(), before) << "looking changes nothing";
     Sleep(60);
-    Write(name, "0123456789");
+    Write(m_name, "0123456789");
     EXPECT_GT(time(), before) << "the same text counts as a change";
 
     WIN32_FIND_DATAA data;
     HANDLE find = FindFirstFileA((contract::TempFolder() + "\\QUILLMARCHCONTRACT_F*").c_str(), &data);
     ASSERT_NE(find, INVALID_HANDLE_VALUE);
     EXPECT_EQ(data.nFileSizeLow, 10u);
-    EXPECT_STREQ(data.cFileName, name.c_str() + name.rfind('\\') + 1);
+    EXPECT_STREQ(data.cFileName, m_name.c_str() + m_name.rfind('\\') + 1);
     EXPECT_ERROR(ERROR_NO_MORE_FILES, FindNextFileA(find, &data));
     EXPECT_TRUE(FindClose(find));
 }
 
 TEST_F(FilesContract, SettingsFiles) {
-    Write(name,
+    Write(m_name,
           "[Other]\r\nLogLevel=9\r\n[Settings]\r\n; LogLevel=8\r\n LogLevel = 3 \r\nQuoted=\" a b \"\r\nSingle='x'\r\n"
           "Comment=v ; no comment\r\nLogLevel=4\r\nEmpty=\r\nNoValue\r\n[Settings]\r\nLate=1\r\n[Open\r\nHex=0x10\r\n");
     const auto get = [this](const char* key, const char* absent = "(none)", DWORD size = 64) {
         char text[64];
-        const DWORD length = GetPrivateProfileStringA("sETTINGS", key, absent, text, size, name.c_str());
+        const DWORD length = GetPrivateProfileStringA("sETTINGS", key, absent, text, size, m_name.c_str());
         EXPECT_EQ(length, std::strlen(text)) << key;
         return std::string(text);
     };

@@ -52,10 +52,10 @@ protected:
         InitializeCriticalSection(&CS_main);
         InitCallbackTimers();
         UseIni("[BalloonTips]\nEnabledOnRemoval=1\n");
-        table = inventorytest::NewTable();
+        m_table = inventorytest::NewTable();
         g_pDeviceArrivals = new CDeviceArrivals;
     }
-    CComPorts* table;
+    CComPorts* m_table;
 };
 } // namespace
 
@@ -79,7 +79,7 @@ TEST_F(DeviceEvents, OnlyTheArrivalClearsARestartMark) {
 
 TEST_F(DeviceEvents, ARemovalByOurOwnRestartLeavesThePortPresent) {
     for (const auto& [ageOfRestart, isPresent] : {std::pair(4999u, 1u), std::pair(5000u, 0u)}) {
-        CComPort* port = inventorytest::Put(table, {.path = PortPath, .id = "USB\\X", .regName = "COM5"});
+        CComPort* port = inventorytest::Put(m_table, {.path = PortPath, .id = "USB\\X", .regName = "COM5"});
         port->OnArrivalDone = 1;
         port->RestartTicker = GetTickCount() - ageOfRestart;
         ComPortRemoved(PortPath);
@@ -90,7 +90,7 @@ TEST_F(DeviceEvents, ARemovalByOurOwnRestartLeavesThePortPresent) {
 }
 
 TEST_F(DeviceEvents, ARemovalKillsTheWaitingBalloonOfAnArrival) {
-    inventorytest::Put(table, {.path = PortPath, .id = "USB\\X", .regName = "COM5"});
+    inventorytest::Put(m_table, {.path = PortPath, .id = "USB\\X", .regName = "COM5"});
     CreateCallbackTimer(1000, 0xBABA0001, 0, [](DWORD, ULONG_PTR) { FAIL() << "the balloon came"; });
     ComPortRemoved(PortPath);
     Sleep(5000);
