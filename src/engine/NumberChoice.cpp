@@ -11,6 +11,7 @@
 #include "support/log/DiagnosticNames.h"
 #include "support/log/LogFile.h"
 #include "support/texts/BoundedText.h"
+#include "support/texts/StringTools.h"
 
 constexpr DWORD LateNameWaitMs = 1000;
 
@@ -138,14 +139,28 @@ void KeepWantedOfTwoNames(CComPort* port, const char* name) {
     port->PortChangeDone = 1;
 }
 
+// An absent port keeps its number too.
+static bool IsRegistryNameOfAny(const char* name) {
+    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
+        const CComPort* port = g_pComPorts->Ports[i];
+        if (port != nullptr && port->IsUsed && IsSameNoCase(port->szRegPortName, name)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void FreeLeftNumber(CComPort* port) {
     if (port->LeftNumber != 0 && port->LeftNumber != port->PortNumber) {
         char name[16];
         char target[DosTargetSize];
         FormatText(name, "COM%i", port->LeftNumber);
-        if (!QueryDosName(name, target) && g_pComPorts->FindPortByComPort(name) == nullptr) {
-            ComNameArbiterRemove(name);
+        // Another port may have it until its own restart, and a link may outlive its driver: asked again at the next
+        // arrival.
+        if (QueryDosName(name, target) || IsRegistryNameOfAny(name)) {
+            return;
         }
+        ComNameArbiterRemove(name);
     }
     port->LeftNumber = 0;
 }

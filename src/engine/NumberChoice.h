@@ -26,7 +26,7 @@ void KeepPresentNumber(CComPort* port);
 // Sets the bit of the number in force. While the registry holds another one, the port is about to leave that number,
 // and its bit goes once the port has another one in force.
 void KeepNumberTaken(CComPort* port);
-// Clears the bit of the number that the port has left, unless a link or a present port has it.
+// Clears the bit of the number that the port has left, unless a link or a port has it; then at a later arrival.
 void FreeLeftNumber(CComPort* port);
 
 // --- inside the renaming loop ---

@@ -22,7 +22,7 @@ inline constexpr Excuse PulledWhileRead{"j", "who was pulled out while its socke
 inline constexpr Excuse TwoWideLists{"j", "whose refusing key two threads opened", "the end"};
 inline constexpr Excuse RestartLost{"k", "whose restart was put off when the service ended", "its next start"};
 inline constexpr Excuse CallFailed{"-", "who has not started since a call failed", "its next start"};
-inline constexpr Excuse CutOff{"-", "whose key was open when the service ended under slow calls", "the end"};
+inline constexpr Excuse CutOff{"-", "whose key nobody closed before the service ended under slow calls", "the end"};
 inline constexpr Excuse Hindered{"-", "whom somebody kept from a restart", "its next start"};
 inline constexpr Excuse LinkInTheWay{"-", "whose name a link of no driver has", "the link goes"};
 inline constexpr Excuse LinkTaken{"-", "whose name a driver took", "that one stops and its next start"};

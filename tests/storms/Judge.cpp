@@ -150,18 +150,8 @@ void Judge::JudgeLeftNumbers() {
     if (HasFailed() || switches.stops || switches.power || switches.uninstalls) {
         return;
     }
-    // A link that goes later than its driver is there when the port comes with its new number: the number stays taken
-    // then, since a DOS name has it, and nothing comes to free it once the link has gone.
-    std::set<std::string> lingering;
     for (const auto& write : m_stage.timeline->Writes()) {
-        const Device* device = RenamedPort(write);
-        if (device && Says(*device, "link_goes")) {
-            lingering.insert(write.before);
-        }
-    }
-    for (const auto& write : m_stage.timeline->Writes()) {
-        const unsigned number =
-            RenamedPort(write) && !lingering.contains(write.before) ? machine::ComNumberOf(write.before) : 0;
+        const unsigned number = RenamedPort(write) ? machine::ComNumberOf(write.before) : 0;
         if (!number || number > LargestDatabaseNumber || !machine::ComDbTest(number) ||
             !TargetOf(write.before).empty()) {
             continue;

@@ -67,6 +67,15 @@ void Rest::NoteCall(std::string_view name, std::string_view object) {
         }
         m_listReads.erase(read);
     }
+    // A list is set twice: the wide one, and the former one again.
+    if (name == "RegSetKeySecurity") {
+        const std::string key = machine::Upper(std::string(object));
+        if (isWide(key)) {
+            m_opened.erase(key);
+        } else {
+            m_opened.insert(key);
+        }
+    }
     if (name == "RegGetKeySecurity") {
         const std::string key(object);
         if (isWide(key)) {
@@ -122,7 +131,11 @@ std::set<std::string> Rest::OpenKeys() {
 }
 
 void Rest::NoteEnd() {
-    m_cutOff.merge(OpenKeys());
+    for (const std::string& key : OpenKeys()) {
+        if (m_opened.contains(key)) {
+            m_cutOff.insert(key);
+        }
+    }
 }
 
 void Rest::JudgeStops(bool isSlow) {

@@ -32,7 +32,7 @@ public:
 
 protected:
     machine::Process* TheProduct() const; // null if it does not run
-    void NoteEnd();                       // the service has ended: what is open now stays so
+    void NoteEnd();                       // the service has ended: what it has not closed stays open
     bool HasFailed() const;               // some call has been made to fail
 
     rehearse::Stage& m_stage;
@@ -44,7 +44,8 @@ private:
     UseTable m_uses;
     static std::set<std::string> OpenKeys();
 
-    std::set<std::string> m_cutOff;                            // keys that were open when the service had ended
+    std::set<std::string> m_opened;                            // keys that nobody has tried to close yet
+    std::set<std::string> m_cutOff;                            // those of them when the service had ended
     std::set<std::string> m_wideLists;                         // keys whose wide list was read as the former one
     std::map<const machine::Thread*, std::string> m_listReads; // whose last call read the list of this key
 };
