@@ -10,7 +10,7 @@
 #include "rehearse/MachineBuilder.h"
 #include "rehearse/Run.h"
 
-#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/events/Events.h"
 #include "simwin/devices/tree/DeviceTree.h"
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Process.h"
@@ -136,7 +136,7 @@ static Day Rehearse(int minutes, bool withLog) {
     options.resourceFile = QM_RESOURCE_FILE;
     try {
         const rehearse::Record description = rehearse::ReadDescription(options.description);
-        machine::CreateMachine(rehearse::SetupOf(description, options));
+        const machine::Machine machine(rehearse::SetupOf(description, options));
         rehearse::FillMachine(description, options);
         if (withLog) {
             day.stopped = TurnLogOn();
@@ -145,7 +145,6 @@ static Day Rehearse(int minutes, bool withLog) {
         RunMinutes(&day, minutes);
         day.logBytes = machine::TheFiles().Read(LogPath).value_or("").size();
         day.calls = CountAllCalls();
-        machine::DestroyMachine();
     } catch (const rehearse::InputError& error) {
         day.stopped = error.what();
     }

@@ -21,7 +21,8 @@ target_link_libraries(simwin PUBLIC Boost::context fmt::fmt ${QM_HIVEX} ${CMAKE_
 # program; its operator new and delete stay its own.
 add_library(quillmarch SHARED ${QM_PRODUCT_SOURCES})
 target_include_directories(quillmarch PUBLIC src ${CMAKE_SOURCE_DIR} PRIVATE ${CMAKE_BINARY_DIR}/generated)
-target_compile_options(quillmarch PUBLIC ${QM_BASE_FLAGS} PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics)
+target_compile_options(quillmarch PUBLIC ${QM_BASE_FLAGS} PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics
+    -ffunction-sections)
 target_compile_options(quillmarch PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>
     $<$<CXX_COMPILER_ID:Clang>:-Wglobal-constructors -Wexit-time-destructors -Wthread-safety -Wthread-safety-beta>)
 target_link_options(quillmarch PRIVATE -Wl,-Bsymbolic -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/product.map)
@@ -97,7 +98,7 @@ target_include_directories(probe PRIVATE src ${CMAKE_SOURCE_DIR})
 target_compile_options(probe PRIVATE ${QM_BASE_FLAGS} -fno-exceptions -fno-rtti
     $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 target_link_options(probe PRIVATE -Wl,-Bsymbolic)
-add_executable(kernel tests/kernel/KernelTest.cpp)
+add_executable(kernel tests/kernel/KernelTest.cpp tests/kernel/MachineTest.cpp)
 qm_host(kernel)
 add_dependencies(kernel probe)
 target_compile_definitions(kernel PRIVATE PROBE_IMAGE="$<TARGET_FILE:probe>")
@@ -156,6 +157,13 @@ if(QM_FUZZ AND EXISTS ${CMAKE_SOURCE_DIR}/fuzz/CMakeLists.txt)
 endif()
 add_test(NAME house_calls COMMAND bash ${CMAKE_SOURCE_DIR}/tests/house/calls.sh ${CMAKE_SOURCE_DIR}/quill)
 set_tests_properties(house_calls PROPERTIES TIMEOUT 120 LABELS house)
+# Where each function has a section of its own and nothing but small static functions is merged into others.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT QM_SANITIZE)
+    find_package(Python3 REQUIRED COMPONENTS Interpreter)
+    add_test(NAME house_reach COMMAND Python3::Interpreter ${CMAKE_SOURCE_DIR}/tests/house/reach.py ${CMAKE_CXX_COMPILER}
+        ${CMAKE_SOURCE_DIR}/tests/house/unreached.txt $<TARGET_OBJECTS:quillmarch> COMMAND_EXPAND_LISTS)
+    set_tests_properties(house_reach PROPERTIES TIMEOUT 60 LABELS house)
+endif()
 if(EXISTS ${CMAKE_SOURCE_DIR}/tests/rehearse/CMakeLists.txt)
     add_subdirectory(tests/rehearse)
 endif()

@@ -17,6 +17,7 @@
 
 namespace fuzz {
 
+static machine::Machine* g_machine; // until the program ends
 static machine::Thread* g_thread;
 static std::string_view g_input;
 static bool g_isTried;
@@ -44,7 +45,7 @@ static void RunUntilItWaits() {
 
 static void Start() {
     machine::Setup setup;
-    machine::CreateMachine(setup);
+    g_machine = new machine::Machine(setup);
     machine::ProcessStart start;
     start.imagePath = setup.directory + "\\" + setup.executable;
     start.commandLine = "\"" + start.imagePath + "\"";

@@ -12,6 +12,7 @@ import subprocess
 import sys
 
 MAX_LINES = 700
+IS_API = re.compile(r"simwin/\w+/api\.h")
 CODE_ROOTS = ("src", "simwin", "rehearse", "tests", "bench", "fuzz")
 
 WALKED = ("tests/rehearse/stories/", "tests/rehearse/wrong/", "tests/scenarios/real/") # whose every file a script runs
@@ -114,10 +115,27 @@ def check_arrows(path, lines, allowed, exists=os.path.exists):
         if not match:
             continue
         target = resolve_include(path, match.group(1), exists)
+        if target and IS_API.fullmatch(target) and own.startswith("simwin/"):
+            continue # Windows' own names and values, which every room of the machine may use
         room = room_of(target, rooms) if target else None
         if room and room != own and not any(room == use or room.startswith(use + "/") for use in allowed[own]):
             found.append((path, number, f"{own} may not use {room}"))
     return found
+
+
+def check_order(allowed):
+    """The rooms of the machine stand in the table from the ground up: each uses rooms above its own row, so that there
+    is no cycle."""
+    rooms = [room for room in allowed if room.startswith("simwin/")]
+    return [("docs/architecture.md", 1, f"{room} may not use {use}, whose row comes later: that makes a cycle")
+            for at, room in enumerate(rooms) for use in allowed[room]
+            if use.startswith("simwin") and use not in rooms[:at] and not any(known.startswith(use + "/") for known in rooms[:at])]
+
+
+def check_rooms(folders, allowed):
+    """A folder of the machine without a row of its own."""
+    return [(folder, 1, "no row in the table of docs/architecture.md") for folder in sorted(folders)
+            if folder.startswith("simwin/") and folder not in allowed]
 
 
 def check_text(path, lines):
@@ -190,6 +208,14 @@ def check_gates(api_names, sources):
         gated |= set(re.findall(r'SIM_CALL\(\s*"(\w+)"', "\n".join(lines)))
     return [(path, 1, f"operation {name} does not pass the gate")
             for path, names in sorted(api_names.items()) for name in sorted(names) if name not in gated]
+
+
+def check_asked(api_names, users):
+    """Every operation that an api.h declares is one that the product uses, or that a contract test needs on Windows too.
+    users: the lines of those files."""
+    words = set(re.findall(r"\w+", "\n".join(re.sub(r"//.*", "", line) for lines in users for line in lines)))
+    return [(path, 1, f"operation {name}: the product does not use it")
+            for path, names in sorted(api_names.items()) for name in sorted(names) if name not in words]
 
 
 def check_paths(path, lines, exists=os.path.exists):
@@ -280,6 +306,8 @@ def main():
     found = []
     if not allowed:
         found.append(("docs/architecture.md", 1, "no table of folders"))
+    found += check_order(allowed)
+    found += check_rooms({os.path.dirname(path) for path in code}, allowed)
     for path, lines in code.items():
         found += check_text(path, lines)
         found += check_arrows(path, lines, allowed)
@@ -291,8 +319,9 @@ def main():
     for path in files:
         if path.endswith(".md"):
             found += check_paths(path, read(path))
-    apis = {path: declared_operations(lines) for path, lines in code.items() if re.fullmatch(r"simwin/\w+/api\.h", path)}
+    apis = {path: declared_operations(lines) for path, lines in code.items() if IS_API.fullmatch(path)}
     found += check_gates(apis, {path: lines for path, lines in code.items() if path.startswith("simwin/")})
+    found += check_asked(apis, [lines for path, lines in code.items() if path.startswith(("src/", "tests/contract/"))])
     texts = {path: read(path) for path in files if path.endswith(MAY_NAME) or "." not in os.path.basename(path)}
     found += check_unused(files, texts)
     found += check_format(files)

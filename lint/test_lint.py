@@ -25,6 +25,20 @@ class Lint(unittest.TestCase):
         self.assertEqual(whys(lint.check_arrows("src/inventory/X.cpp", ['#include "engine/A.h"'], allowed, exists)),
                          ["src/inventory may not use src/engine"])
 
+    def test_rooms_of_the_machine_stand_from_the_ground_up(self):
+        rows = "| `simwin/` | | `simwin` | |\n| `simwin/kernel/` | | | |\n| `simwin/a/` | | `simwin/kernel` | |\n| `simwin/b/` | | `simwin/a` | |"
+        allowed = lint.arrows_from_table(rows)
+        self.assertEqual(lint.check_order(allowed), [])
+        self.assertEqual(len(lint.check_order(lint.arrows_from_table(rows.replace("`simwin/kernel` |", "`simwin/b` |")))), 1)
+        self.assertEqual([path for path, _, _ in lint.check_rooms({"simwin/a", "simwin/c"}, allowed)], ["simwin/c"])
+        exists = {"simwin/b/api.h", "simwin/b/B.h"}.__contains__
+        self.assertEqual(lint.check_arrows("simwin/a/X.cpp", ['#include "simwin/b/api.h"'], allowed, exists), [])
+        self.assertEqual(len(lint.check_arrows("simwin/a/X.cpp", ['#include "simwin/b/B.h"'], allowed, exists)), 1)
+
+    def test_an_operation_that_nobody_asks_for_is_found(self):
+        apis = {"simwin/a/api.h": {"Ask", "Idle"}}
+        self.assertEqual(whys(lint.check_asked(apis, [["Ask(); // not Idle"]])), ["operation Idle: the product does not use it"])
+
     def test_names_that_a_folder_bans_are_found(self):
         for path, line in [
             ("src/a/X.cpp", "#include <vector>"), ("src/a/X.cpp", "auto s = view.substr(1);"),

@@ -4,8 +4,8 @@
 #include "rehearse/MachineFacts.h"
 #include "rehearse/SessionEvents.h"
 
-#include "simwin/devices/build/Devices.h"
-#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/drivers/Holders.h"
+#include "simwin/devices/events/Events.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 

@@ -8,7 +8,7 @@
 #include "rehearse/Processes.h"
 #include "rehearse/Surroundings.h"
 
-#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/tree/DeviceWatch.h"
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Notes.h"
 #include "simwin/kernel/Process.h"

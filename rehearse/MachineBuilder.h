@@ -20,7 +20,7 @@ namespace rehearse {
 inline constexpr const char* ServiceName = "Quillmarch";
 inline constexpr const char* SystemUser = "NT AUTHORITY\\SYSTEM";
 
-// The setup for CreateMachine.
+// The setup for the machine.
 machine::Setup SetupOf(const Record& description, const Options& options);
 
 // Everything else. The machine is created.

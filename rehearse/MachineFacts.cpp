@@ -1,6 +1,5 @@
 #include "rehearse/MachineFacts.h"
 
-#include "simwin/devices/build/Devices.h"
 #include "simwin/devices/drivers/Drivers.h"
 #include "simwin/registry/Registry.h"
 

@@ -4,15 +4,12 @@
 #include "rehearse/Events.h"
 #include "rehearse/Expectations.h"
 
-#include "simwin/machine/Machine.h"
-
 #include <algorithm>
 
 namespace rehearse {
 
 MachineLife::MachineLife(const machine::Setup& setup, Timeline& ofRun, Balloons& shown, Leaks& ofProduct)
-    : timeline(ofRun), balloons(shown), leaks(ofProduct) {
-    machine::CreateMachine(setup);
+    : timeline(ofRun), balloons(shown), leaks(ofProduct), m_machine(setup) {
     machine::InstallCrashHandler();
 }
 
@@ -20,7 +17,6 @@ MachineLife::~MachineLife() {
     timeline.Close();
     balloons.Close();
     leaks.Close();
-    machine::DestroyMachine();
 }
 
 std::uint64_t UntilMs(const Record& description, const Options& options) {

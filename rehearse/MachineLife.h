@@ -7,7 +7,7 @@
 #include "rehearse/Run.h"
 #include "rehearse/Timeline.h"
 
-#include "simwin/kernel/Setup.h"
+#include "simwin/machine/Machine.h"
 
 #include <cstdint>
 
@@ -24,6 +24,9 @@ struct MachineLife {
     Timeline& timeline;
     Balloons& balloons;
     Leaks& leaks;
+
+private:
+    machine::Machine m_machine;
 };
 
 // Virtual milliseconds.

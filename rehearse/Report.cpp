@@ -8,7 +8,7 @@
 #include "rehearse/Processes.h"
 
 #include "simwin/desktop/Desktop.h"
-#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/tree/DeviceWatch.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Notes.h"
 #include "simwin/kernel/Process.h"

@@ -5,7 +5,6 @@
 #include "simwin/desktop/Desktop.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Text.h"
-#include "simwin/power/Power.h"
 #include "simwin/sessions/Sessions.h"
 #include "simwin/shell/Shell.h"
 

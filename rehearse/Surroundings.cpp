@@ -10,6 +10,7 @@
 #include "simwin/kernel/Text.h"
 #include "simwin/registry/Security.h"
 #include "simwin/shell/Shell.h"
+#include "simwin/texts/Environment.h"
 
 #include <fmt/format.h>
 

@@ -4,7 +4,8 @@
 
 #include "simwin/desktop/Desktop.h"
 #include "simwin/devices/drivers/Drivers.h"
-#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/drivers/Holders.h"
+#include "simwin/devices/tree/DeviceWatch.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Setup.h"

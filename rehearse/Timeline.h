@@ -4,6 +4,7 @@
 #pragma once
 
 #include "simwin/devices/build/Devices.h"
+#include "simwin/devices/tree/DeviceWatch.h"
 
 #include <cstdint>
 #include <functional>

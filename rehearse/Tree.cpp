@@ -1,7 +1,7 @@
 #include "rehearse/Tree.h"
 
 #include "simwin/devices/build/Guesses.h"
-#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/drivers/Holders.h"
 #include "simwin/devices/tree/DeviceTree.h"
 #include "simwin/kernel/Notes.h"
 #include "simwin/kernel/Text.h"

@@ -1,8 +1,8 @@
 #include "rehearse/Verdict.h"
 
-#include "simwin/devices/build/Devices.h"
-#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/drivers/Holders.h"
 #include "simwin/devices/tree/DeviceTree.h"
+#include "simwin/devices/tree/DeviceWatch.h"
 
 #include <fmt/format.h>
 

@@ -5,31 +5,15 @@
 
 #include "simwin/kernel/types.h"
 
-#include "simwin/kernel/api.h"
-#if __has_include("simwin/registry/api.h")
-#include "simwin/registry/api.h"
-#endif
-#if __has_include("simwin/files/api.h")
-#include "simwin/files/api.h"
-#endif
-#if __has_include("simwin/devices/api.h")
-#include "simwin/devices/api.h"
-#endif
-#if __has_include("simwin/sessions/api.h")
-#include "simwin/sessions/api.h"
-#endif
-#if __has_include("simwin/desktop/api.h")
 #include "simwin/desktop/api.h"
-#endif
-#if __has_include("simwin/drawing/api.h")
+#include "simwin/devices/api.h"
 #include "simwin/drawing/api.h"
-#endif
-#if __has_include("simwin/pipes/api.h")
+#include "simwin/files/api.h"
+#include "simwin/kernel/api.h"
+#include "simwin/modules/api.h"
 #include "simwin/pipes/api.h"
-#endif
-#if __has_include("simwin/services/api.h")
+#include "simwin/registry/api.h"
 #include "simwin/services/api.h"
-#endif
-#if __has_include("simwin/shell/api.h")
+#include "simwin/sessions/api.h"
 #include "simwin/shell/api.h"
-#endif
+#include "simwin/texts/api.h"

@@ -1,7 +1,7 @@
 #include "rehearse/html/Lanes.h"
 
 #include "simwin/devices/drivers/Drivers.h"
-#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/drivers/Holders.h"
 #include "simwin/kernel/Scheduler.h"
 
 namespace rehearse::html {

@@ -7,7 +7,6 @@
 #include "rehearse/rules/QuietRun.h"
 #include "rehearse/rules/SectionKeys.h"
 
-#include "simwin/devices/build/Devices.h"
 #include "simwin/devices/drivers/Drivers.h"
 #include "simwin/kernel/Text.h"
 

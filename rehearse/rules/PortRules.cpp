@@ -2,7 +2,6 @@
 
 #include "rehearse/rules/Patterns.h"
 
-#include "simwin/devices/build/Devices.h"
 #include "simwin/devices/drivers/Drivers.h"
 #include "simwin/kernel/Text.h"
 

@@ -34,17 +34,6 @@ constexpr std::string_view Mark = "[QUILLMARCH]  "; // precedes the message
 constexpr std::string_view ResultStart = "result for [";
 
 namespace {
-// The machine lives as long as this does.
-struct Machine {
-    explicit Machine(const machine::Setup& setup) {
-        machine::CreateMachine(setup);
-        machine::InstallCrashHandler();
-    }
-    ~Machine() { machine::DestroyMachine(); }
-    Machine(const Machine&) = delete;
-    Machine& operator=(const Machine&) = delete;
-};
-
 // The searches of one run, from the lines of the log. Each thread goes through its own.
 class SearchReader {
 public:
@@ -157,7 +146,8 @@ QuietRun RunQuietly(const Record& description, const Options& options, const std
     Timeline timeline;
     Balloons balloons;
     Stage stage(&record, &timeline, &balloons);
-    const Machine machine(SetupOf(record, quiet));
+    const machine::Machine machine(SetupOf(record, quiet));
+    machine::InstallCrashHandler();
     FillMachine(record, quiet);
     if (machine::TheRegistry().FindKey(RegistryConfiguration)) {
         throw InputError(record.at, "this machine keeps its configuration in the registry, where no file counts");

@@ -1,17 +1,14 @@
 #include "simwin/desktop/Desktop.h"
 
 #include "simwin/desktop/DesktopState.h"
-#include "simwin/devices/drivers/Notifications.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
-#include "simwin/machine/Machine.h"
 
 namespace machine {
 
 using namespace simwin;
 
 static DesktopState* g_desktop;
-
-constexpr WPARAM TreeChanged = 7; // DBT_DEVNODES_CHANGED
 
 static void DropWindowsOf(Process& process) {
     if (!g_desktop) {
@@ -37,42 +34,12 @@ static void DropWindowsOf(Process& process) {
     }
 }
 
-static void DeliverToWindow(const NotificationRecipient& recipient, DWORD event, const std::vector<std::uint8_t>& data,
-                            NotificationReturned returned) {
-    SendFromMachine(static_cast<HWND>(recipient.handle), WM_DEVICECHANGE, event, data, std::move(returned));
-}
-
-static void BroadcastTreeChange() {
-    for (const Window* window : Windows()) {
-        if (window->threadId) {
-            SendFromMachine(window->handle, WM_DEVICECHANGE, TreeChanged, {});
-        }
-    }
-}
-
-static void Create() {
-    g_desktop = new DesktopState;
+RoomPtr MakeDesktop() {
+    RoomPtr room = MakeRoom(g_desktop);
     OnProcessEnd(DropWindowsOf);
     AddEndCheck(UnhandledMessages);
+    return room;
 }
-
-static void Destroy() {
-    delete g_desktop;
-    g_desktop = nullptr;
-}
-
-static Room g_room(50, Create, Destroy);
-
-// After the devices, whose notifications come here.
-static Room g_route(
-    95,
-    [] {
-        SetWindowRoute(DeliverToWindow);
-        SetWindowCheck(
-            [](Process*, HANDLE window) { return FindWindowByHandle(static_cast<HWND>(window)) != nullptr; });
-        SetTreeChangeBroadcast(BroadcastTreeChange);
-    },
-    [] {});
 
 DesktopState& TheDesktop() {
     return *g_desktop;

@@ -5,6 +5,7 @@
 #include "simwin/desktop/DisplayList.h"
 #include "simwin/desktop/api.h"
 #include "simwin/kernel/Process.h"
+#include "simwin/kernel/Room.h"
 
 #include <cstdint>
 #include <functional>
@@ -152,5 +153,7 @@ struct MessageBoxRecord {
     int button;
 };
 const std::vector<MessageBoxRecord>& MessageBoxes();
+
+RoomPtr MakeDesktop();
 
 } // namespace machine

@@ -38,7 +38,6 @@ struct MessageQueue {
     std::optional<int> quit;                                   // comes after all posted messages
     std::list<std::shared_ptr<SentMessage>> sent, inProcedure; // to this thread: waiting, with the procedure
     std::vector<std::shared_ptr<SentMessage>> awaited;         // from this thread, which waits for the last
-    std::vector<std::vector<simwin::HWND>> walks;              // the lists that this thread's EnumWindows calls walk
 };
 
 struct WindowTimer {

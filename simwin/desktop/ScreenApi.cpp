@@ -1,8 +1,8 @@
 // The screen, what the user has set for it, and message boxes.
 #include "simwin/desktop/DesktopState.h"
 
-#include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
+#include "simwin/kernel/Optional.h"
 #include "simwin/kernel/Setup.h"
 
 #include <cstring>

@@ -276,26 +276,6 @@ HWND FindWindowA(LPCSTR className, LPCSTR title) {
     return Fail<HWND>(ERROR_FILE_NOT_FOUND, nullptr);
 }
 
-BOOL EnumWindows(WNDENUMPROC each, LPARAM parameter) {
-    SIM_CALL("EnumWindows", "");
-    auto& walks = OwnQueue().walks; // a list on the stack would leak with a thread that ends inside
-    {
-        std::vector<HWND> handles;
-        for (const machine::Window* window : WindowsInSight()) {
-            handles.push_back(window->handle);
-        }
-        walks.push_back(std::move(handles));
-    }
-    BOOL goesOn = TRUE;
-    for (std::size_t i = 0; goesOn && i < walks.back().size(); ++i) {
-        if (WindowFor(walks.back()[i])) {
-            goesOn = each(walks.back()[i], parameter);
-        }
-    }
-    walks.pop_back();
-    return goesOn;
-}
-
 BOOL IsWindow(HWND window) {
     SIM_CALL("IsWindow", "");
     return window == DesktopWindow || WindowFor(window) != nullptr;

@@ -7,7 +7,6 @@ namespace simwin {
 
 using WNDPROC = LRESULT(CALLBACK*)(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 using TIMERPROC = void(CALLBACK*)(HWND window, UINT message, UINT_PTR id, DWORD tick);
-using WNDENUMPROC = BOOL(CALLBACK*)(HWND window, LPARAM parameter);
 
 // --- Messages and styles that the product or the machine itself uses.
 inline constexpr UINT WM_NULL = 0x0000;
@@ -124,8 +123,6 @@ inline constexpr int SW_SHOWDEFAULT = 10;
 BOOL ShowWindow(HWND window, int command); // whether it was visible before; minimising and maximising keep the size
 // The first window with this class and title, without regard to case; either may be null. null with 2.
 HWND FindWindowA(LPCSTR className, LPCSTR title);
-// Calls `each` for every top-level window until it returns FALSE, which is then the result.
-BOOL EnumWindows(WNDENUMPROC each, LPARAM parameter);
 BOOL IsWindow(HWND window);
 BOOL IsWindowVisible(HWND window);
 BOOL GetWindowRect(HWND window, LPRECT rect);

@@ -2,9 +2,9 @@
 
 #include "simwin/devices/Properties.h"
 #include "simwin/devices/api.h"
-#include "simwin/devices/build/Devices.h"
 #include "simwin/devices/drivers/Notifications.h"
 #include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/tree/DeviceWatch.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Rules.h"
 #include "simwin/kernel/Scheduler.h"

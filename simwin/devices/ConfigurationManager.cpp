@@ -1,13 +1,13 @@
 // CM_...: the device tree, the properties and the resources of its nodes, and the calls that stop and start them.
 #include "simwin/devices/ClassInstaller.h"
+#include "simwin/devices/DeviceCalls.h"
 #include "simwin/devices/Properties.h"
 #include "simwin/devices/api.h"
-#include "simwin/devices/build/Devices.h"
 #include "simwin/devices/drivers/PendingInstalls.h"
 #include "simwin/devices/tree/DeviceTree.h"
+#include "simwin/devices/tree/DeviceWatch.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
-#include "simwin/machine/Machine.h"
 #include "simwin/registry/Registry.h"
 
 #include <algorithm>
@@ -29,16 +29,9 @@ struct Resources {
 } // namespace
 static Resources* g_resources;
 
-static void Create() {
-    g_resources = new Resources;
+RoomPtr MakeDeviceResources() {
+    return MakeRoom(g_resources);
 }
-
-static void Destroy() {
-    delete g_resources;
-    g_resources = nullptr;
-}
-
-static Room g_room(65, Create, Destroy);
 
 static simwin::DWORD_PTR NewResourceHandle(DeviceNode* node, simwin::RESOURCEID type) {
     g_resources->handles.emplace(++g_resources->next, ResourceHandle{node, type});

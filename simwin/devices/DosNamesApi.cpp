@@ -1,7 +1,6 @@
 // QueryDosDeviceA and DefineDosDeviceA: the product's access to the DOS name space.
 #include "simwin/devices/api.h"
 #include "simwin/devices/tree/DeviceTree.h"
-#include "simwin/devices/tree/DosNames.h"
 #include "simwin/kernel/Call.h"
 
 #include <algorithm>

@@ -1,14 +1,14 @@
 // Opening devices by name, and the requests that the driver of a USB hub answers.
+#include "simwin/devices/DeviceCalls.h"
 #include "simwin/devices/api.h"
-#include "simwin/devices/build/Devices.h"
 #include "simwin/devices/drivers/Drivers.h"
 #include "simwin/devices/drivers/PlugAndPlay.h"
 #include "simwin/devices/tree/DeviceTree.h"
-#include "simwin/devices/tree/DosNames.h"
+#include "simwin/devices/tree/DeviceWatch.h"
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/kernel/Setup.h"
 
 #include <algorithm>
 #include <cstring>
@@ -21,7 +21,10 @@ constexpr std::uint64_t CycleOffAfterMs = 100; // after the request
 constexpr std::uint64_t CycleOffMs = 500;      // until it is plugged in again
 constexpr std::size_t PrefixLength = 4;        // "\\.\" and "\\?\"
 
-static bool g_roomIsThere;
+namespace {
+struct OpenDevices {};
+} // namespace
+static OpenDevices* g_openDevices;
 
 namespace {
 struct OpenHub : OpenDevice {
@@ -31,7 +34,7 @@ struct OpenHub : OpenDevice {
 struct OpenPort : OpenDevice {
     KernelDevice* device = nullptr;
     void Closed() override {
-        if (g_roomIsThere) {
+        if (g_openDevices) {
             CloseKernelDevice(*device);
         }
     }
@@ -41,18 +44,18 @@ struct OpenPort : OpenDevice {
 struct OpenOther : OpenDevice {};
 } // namespace
 
-static OpenDevice* OpenPortDevice(KernelDevice& device, DWORD* error) {
+static std::unique_ptr<OpenDevice> OpenPortDevice(KernelDevice& device, DWORD* error) {
     if (device.handles > 0) {
         *error = ERROR_ACCESS_DENIED; // a serial port has one user at a time
         return nullptr;
     }
-    auto* open = new OpenPort;
+    auto open = std::make_unique<OpenPort>();
     open->device = &device;
     OpenKernelDevice(device);
     return open;
 }
 
-static OpenDevice* OpenInterface(const DeviceInterface& path, DWORD* error) {
+static std::unique_ptr<OpenDevice> OpenInterface(const DeviceInterface& path, DWORD* error) {
     DeviceNode* node = path.node;
     if (!path.up) {
         *error = ERROR_FILE_NOT_FOUND;
@@ -66,15 +69,15 @@ static OpenDevice* OpenInterface(const DeviceInterface& path, DWORD* error) {
         return nullptr;
     }
     if (!node->IsHub()) {
-        return new OpenOther;
+        return std::make_unique<OpenOther>();
     }
-    auto* open = new OpenHub;
+    auto open = std::make_unique<OpenHub>();
     open->node = node;
     return open;
 }
 
 // What the description says of a name without a device. The opener may block here: only plain values on the stack.
-static OpenDevice* OpenAsSaid(Opens opens, const char* name, DWORD* error) {
+static std::unique_ptr<OpenDevice> OpenAsSaid(Opens opens, const char* name, DWORD* error) {
     if (opens.hangs) {
         Block(WaitKind::Object, "an open that hangs", NoLimit);
     }
@@ -87,10 +90,13 @@ static OpenDevice* OpenAsSaid(Opens opens, const char* name, DWORD* error) {
     }
     const DosDefinition* definition = TheDosNames().InForce(name);
     KernelDevice* device = definition ? TheDeviceTree().RunningDevice(definition->target) : nullptr;
-    return device ? OpenPortDevice(*device, error) : new OpenOther;
+    if (device) {
+        return OpenPortDevice(*device, error);
+    }
+    return std::make_unique<OpenOther>();
 }
 
-static OpenDevice* OpenByName(const char* name, DWORD, DWORD, DWORD, DWORD* error) {
+static std::unique_ptr<OpenDevice> OpenByName(const char* name, DWORD, DWORD, DWORD, DWORD* error) {
     const std::size_t length = std::strlen(name);
     const char* bare = length > PrefixLength ? name + PrefixLength : "";
     const DosDefinition* definition = TheDosNames().InForce(bare);
@@ -112,16 +118,11 @@ static OpenDevice* OpenByName(const char* name, DWORD, DWORD, DWORD, DWORD* erro
     return nullptr;
 }
 
-static void Create() {
-    g_roomIsThere = true;
+RoomPtr MakeOpenDevices() {
+    RoomPtr room = MakeRoom(g_openDevices);
     SetDeviceOpener(OpenByName);
+    return room;
 }
-
-static void Destroy() {
-    g_roomIsThere = false;
-}
-
-static Room g_room(66, Create, Destroy);
 
 // The device at a hub port as the hub knows it: null at an empty one, and before the hub knows a new device.
 static DeviceNode* DeviceAt(const DeviceNode& hub, unsigned port, bool mustBeKnown) {
@@ -268,7 +269,7 @@ BOOL DeviceIoControl(HANDLE device, DWORD code, LPVOID in, DWORD inSize, LPVOID 
     DWORD error = simCall.error;
     DWORD given = 0;
     const auto* file = machine::FromHandle<machine::OpenFile>(device, machine::ObjectKind::File);
-    auto* hub = file ? dynamic_cast<machine::OpenHub*>(file->device) : nullptr;
+    auto* hub = file ? dynamic_cast<machine::OpenHub*>(file->device.get()) : nullptr;
     if (error && hub && code == IOCTL_USB_HUB_CYCLE_PORT && in && inSize >= sizeof(USB_CYCLE_PORT_PARAMS)) {
         const ULONG port = static_cast<const USB_CYCLE_PORT_PARAMS*>(in)->ConnectionIndex;
         if (const machine::DeviceNode* asked = machine::DeviceAt(*hub->node, port, false)) {

@@ -3,10 +3,10 @@
 #include "simwin/devices/ClassInstaller.h"
 #include "simwin/devices/Properties.h"
 #include "simwin/devices/api.h"
-#include "simwin/devices/build/Devices.h"
 #include "simwin/devices/drivers/Notifications.h"
 #include "simwin/devices/drivers/PlugAndPlay.h"
 #include "simwin/devices/tree/DeviceTree.h"
+#include "simwin/devices/tree/DeviceWatch.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
 

@@ -1,7 +1,5 @@
 #include "simwin/drawing/DrawingState.h"
 
-#include "simwin/machine/Machine.h"
-
 #include <algorithm>
 
 namespace machine {
@@ -29,21 +27,15 @@ static void DropOf(Process& process) {
     std::erase_if(g_drawing->contexts, [&](const auto& entry) { return entry.second.process == &process; });
 }
 
-static void Create() {
-    g_drawing = new DrawingState;
+RoomPtr MakeDrawing() {
+    RoomPtr room = MakeRoom(g_drawing);
     g_drawing->nullPen = AddSystemObject(GdiKind::Pen);
     g_drawing->brush = AddSystemObject(GdiKind::Brush);
     g_drawing->font = AddSystemObject(GdiKind::Font);
     g_drawing->bitmap = AddSystemObject(GdiKind::Bitmap);
     OnProcessEnd(DropOf);
+    return room;
 }
-
-static void Destroy() {
-    delete g_drawing;
-    g_drawing = nullptr;
-}
-
-static Room g_room(55, Create, Destroy);
 
 // The list that a context draws on, and its width; null for the screen and for a layered window.
 static DisplayList* TargetOf(const DeviceContext& context, LONG* width, LONG* height) {

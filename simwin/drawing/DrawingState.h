@@ -3,6 +3,7 @@
 
 #include "simwin/desktop/DesktopState.h"
 #include "simwin/drawing/api.h"
+#include "simwin/kernel/Room.h"
 
 #include <map>
 #include <memory>
@@ -65,5 +66,7 @@ void DrawFill(const DeviceContext& context, DrawnItem item);
 void ShowOnWindow(Window& window, DisplayList drawn);
 // A window shows what is drawn on it; a layered one shows the whole picture that it was given.
 bool ShowsDrawing(const Window& window);
+
+RoomPtr MakeDrawing();
 
 } // namespace machine

@@ -1,8 +1,8 @@
 // Visual styles: the class TOOLTIP of whatever theme the user has.
 #include "simwin/drawing/DrawingState.h"
 
-#include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
+#include "simwin/kernel/Optional.h"
 #include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
 

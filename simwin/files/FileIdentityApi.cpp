@@ -3,6 +3,7 @@
 #include "simwin/files/api.h"
 
 #include "simwin/kernel/Call.h"
+#include "simwin/kernel/Optional.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/registry/api.h"
 

@@ -78,24 +78,25 @@ HANDLE FindFirstFileA(LPCSTR pattern, WIN32_FIND_DATAA* data) {
     if (!MayListFolder(folder)) {
         return FailOpen(ERROR_ACCESS_DENIED);
     }
-    auto* search = new FileSearch;
+    std::vector<WIN32_FIND_DATAA> entries;
     if (IsDosDevice(wanted)) {
-        search->found.push_back(DeviceData(wanted));
+        entries.push_back(DeviceData(wanted));
     }
     for (const char* dots : {".", ".."}) {
         if (folder->parent && MatchesFilePattern(dots, wanted)) {
-            search->found.push_back(FindData(folder, dots));
+            entries.push_back(FindData(folder, dots));
         }
     }
     for (const auto& [name, node] : folder->entries) {
         if (MatchesFilePattern(node->name, wanted)) {
-            search->found.push_back(FindData(node.get(), node->name.c_str()));
+            entries.push_back(FindData(node.get(), node->name.c_str()));
         }
     }
-    if (search->found.empty()) {
-        delete search;
+    if (entries.empty()) {
         return FailOpen(ERROR_FILE_NOT_FOUND);
     }
+    auto* search = new FileSearch;
+    search->found = std::move(entries);
     *data = search->found[search->next++];
     return CurrentProcess()->handles.Open(search);
 }

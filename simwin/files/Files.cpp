@@ -4,7 +4,7 @@
 #include "simwin/kernel/Clock.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/registry/Security.h"
 
 #include <algorithm>
@@ -38,19 +38,15 @@ static bool IsBadNameChar(char c) {
 
 // What the room keeps besides the files themselves.
 struct FileRoom {
-    Files* files = nullptr;
+    Files files;
     DeviceOpener opener, pipeOpener;
     ProfileOverride profile;
-    using Environment = std::map<std::string, std::string, NoCaseLess>;
-    Environment environment;                                      // of all
-    std::map<std::string, Environment, NoCaseLess> environmentOf; // of accounts, in addition to their defaults
 };
 
 static FileRoom* g_room;
-static const OptionalOperation* g_optional;
 
 static Files& RoomFiles() {
-    return *g_room->files;
+    return g_room->files;
 }
 
 static void DescribeSystem() {
@@ -75,35 +71,13 @@ static void DescribeSystem() {
     }
     files.MakeFolder(windows + "\\Temp");
     files.Write(setup.directory + "\\" + setup.executable, "MZ");
-
-    auto& environment = g_room->environment;
-    environment = {{"SystemDrive", "C:"},
-                   {"SystemRoot", windows},
-                   {"windir", windows},
-                   {"ProgramFiles", "C:\\Program Files"},
-                   {"ProgramData", "C:\\ProgramData"},
-                   {"ALLUSERSPROFILE", "C:\\ProgramData"},
-                   {"PUBLIC", "C:\\Users\\Public"},
-                   {"COMPUTERNAME", "LAB-PC"},
-                   {"ComSpec", system + "\\cmd.exe"},
-                   {"Path", system + ";" + windows}};
-    if (setup.x64Windows) {
-        environment["ProgramFiles(x86)"] = "C:\\Program Files (x86)";
-    }
 }
 
-static Room g_fileRoom(
-    40,
-    [] {
-        g_room = new FileRoom;
-        g_room->files = new Files;
-        DescribeSystem();
-    },
-    [] {
-        delete g_room->files;
-        delete g_room;
-        g_room = nullptr;
-    });
+RoomPtr MakeFiles() {
+    RoomPtr room = MakeRoom(g_room);
+    DescribeSystem();
+    return room;
+}
 
 Files& TheFiles() {
     return RoomFiles();
@@ -129,93 +103,12 @@ const ProfileOverride& TheProfileOverride() {
     return g_room->profile;
 }
 
-// What differs by account. The system goes by the computer's name.
-static FileRoom::Environment EnvironmentOfAccount(const std::string& account) {
-    if (SidOfAccount(account) == SidSystem) {
-        const std::string temp = WindowsDirectory() + "\\Temp";
-        return {{"USERNAME", GetEnvironment("COMPUTERNAME") + "$"},
-                {"USERPROFILE", SystemDirectory() + "\\config\\systemprofile"},
-                {"TEMP", temp},
-                {"TMP", temp}};
-    }
-    const std::size_t slash = account.find('\\');
-    const std::string user = slash == std::string::npos ? account : account.substr(slash + 1);
-    const std::string profile = "C:\\Users\\" + user, temp = profile + "\\AppData\\Local\\Temp";
-    return {{"USERNAME", user}, {"USERPROFILE", profile}, {"TEMP", temp}, {"TMP", temp}};
-}
-
-static const std::string* FindIn(const FileRoom::Environment& environment, std::string_view name) {
-    const auto place = environment.find(name);
-    return place == environment.end() ? nullptr : &place->second;
-}
-
-std::string GetEnvironment(std::string_view name, bool* found) {
-    const FileRoom& room = *g_room;
-    std::optional<std::string> value;
-    if (const Thread* thread = CurrentThread()) {
-        const auto described = room.environmentOf.find(thread->process->environmentOf);
-        if (described != room.environmentOf.end()) {
-            if (const std::string* own = FindIn(described->second, name)) {
-                value = *own;
-            }
-        }
-    }
-    if (!value) {
-        if (const std::string* common = FindIn(room.environment, name)) {
-            value = *common;
-        }
-    }
-    if (!value && CurrentThread()) {
-        const FileRoom::Environment account = EnvironmentOfAccount(CurrentProcess()->environmentOf);
-        if (const std::string* own = FindIn(account, name)) {
-            value = *own;
-        }
-    }
-    if (found) {
-        *found = value.has_value();
-    }
-    return value.value_or("");
-}
-
-void SetUserEnvironment(std::string_view account, std::string_view name, std::string_view value) {
-    g_room->environmentOf[std::string(account)].insert_or_assign(std::string(name), std::string(value));
-}
-
-void SetEnvironment(std::string_view name, std::string_view value) {
-    g_room->environment.erase(std::string(name));
-    g_room->environment.emplace(name, value);
-}
-
-OptionalOperation::OptionalOperation(const char* operationLibrary, const char* operationName,
-                                     simwin::FARPROC operationAddress, unsigned version, unsigned build)
-    : library(operationLibrary), name(operationName), address(operationAddress), sinceVersion(version),
-      sinceBuild(build), next(g_optional) {
-    g_optional = this;
-}
-
-const OptionalOperation* FirstOptionalOperation() {
-    return g_optional;
-}
-
-std::string WindowsDirectory() {
-    const unsigned version = TheSetup().version.Packed();
-    return version < 0x0501 ? "C:\\WINNT" : version < 0x0600 ? "C:\\WINDOWS" : "C:\\Windows";
-}
-
-std::string SystemDirectory() {
-    return WindowsDirectory() + "\\system32";
-}
-
 simwin::DWORD OpenDevice::Read(void*, simwin::DWORD, simwin::DWORD*) {
     return simwin::ERROR_INVALID_FUNCTION;
 }
 
 simwin::DWORD OpenDevice::Write(const void*, simwin::DWORD, simwin::DWORD*) {
     return simwin::ERROR_INVALID_FUNCTION;
-}
-
-OpenFile::~OpenFile() {
-    delete device;
 }
 
 void OpenFile::LastHandleClosed() {

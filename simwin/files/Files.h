@@ -4,6 +4,7 @@
 #pragma once
 
 #include "simwin/kernel/Objects.h"
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/Text.h"
 #include "simwin/kernel/types.h"
 #include "simwin/registry/Security.h"
@@ -58,19 +59,18 @@ struct OpenDevice {
 // An open file, as a handle of CreateFileA refers to it.
 struct OpenFile : Object {
     OpenFile() : Object(ObjectKind::File) {}
-    ~OpenFile() override;
     void LastHandleClosed() override;
 
     std::shared_ptr<FileNode> node; // null for a device
     FileNode::Holder holder{0, 0};
     std::uint64_t position = 0;
-    OpenDevice* device = nullptr; // owned
+    std::unique_ptr<OpenDevice> device; // null for a file
 };
 
 // Opens names of devices. Returns: the device, or null with the error. It may block, so it keeps nothing with a
 // destructor on its stack meanwhile.
-using DeviceOpener = std::function<OpenDevice*(const char* name, simwin::DWORD access, simwin::DWORD share,
-                                               simwin::DWORD flags, simwin::DWORD* error)>;
+using DeviceOpener = std::function<std::unique_ptr<OpenDevice>(
+    const char* name, simwin::DWORD access, simwin::DWORD share, simwin::DWORD flags, simwin::DWORD* error)>;
 void SetDeviceOpener(DeviceOpener opener);
 void SetPipeOpener(DeviceOpener opener); // those of pipes
 void SetPipeOpener(DeviceOpener opener); // names below \\.\pipe
@@ -127,9 +127,6 @@ ParsedPath ParsePath(std::string_view path, std::string_view currentDirectory);
 std::string FolderOfPath(std::string_view fullPath); // "" of a drive's root
 std::string NameOfPath(std::string_view fullPath);
 
-std::string WindowsDirectory(); // by version of Windows
-std::string SystemDirectory();
-
 Files& TheFiles();
 
 // Wildcards as FindFirstFileA takes them: "*.*" is everything.
@@ -142,16 +139,6 @@ using ProfileOverride =
     std::function<std::optional<std::string>(const std::string& file, std::string_view section, std::string_view key)>;
 void SetProfileOverride(ProfileOverride source);
 
-// Formats as wvsprintfA does, without a limit: for the machine's own texts that the product gets to see.
-std::string FormatAsWindows(const char* format, __builtin_va_list arguments);
-
-// The environment of the running process, by name without regard to case: the machine's variables for all, and those of
-// the account whose environment it is. Outside a process, that of the machine.
-std::string GetEnvironment(std::string_view name, bool* found = nullptr);
-void SetEnvironment(std::string_view name, std::string_view value); // for all
-void SetUserEnvironment(std::string_view account, std::string_view name, std::string_view value);
-// Each %NAME% that is known replaced.
-std::string ExpandEnvironment(std::string_view text);
 // Whether the running thread may run this file, or see what is in this folder.
 bool MayExecute(const FileNode* node);
 bool MayListFolder(const FileNode* folder);
@@ -160,21 +147,7 @@ inline simwin::FILETIME ToFileTime(std::uint64_t time) { // 100 ns since 1601, l
     return {static_cast<simwin::DWORD>(time), static_cast<simwin::DWORD>(time >> 32)};
 }
 
-// An operation that GetProcAddress returns, as a static object of the room that has it: from which version of Windows
-// on (as WindowsVersion::Packed()) its library exports it.
-//     const OptionalOperation dpi("user32.dll", "GetDpiForWindow", AsProc(simwin::GetDpiForWindow), 0x0A00, 14393);
-struct OptionalOperation {
-    OptionalOperation(const char* library, const char* name, simwin::FARPROC address, unsigned sinceVersion,
-                      unsigned sinceBuild = 0);
-    const char* library; // in small letters
-    const char* name;
-    simwin::FARPROC address;
-    unsigned sinceVersion, sinceBuild;
-    const OptionalOperation* next;
-};
-template<typename Operation>
-simwin::FARPROC AsProc(Operation* operation) {
-    return reinterpret_cast<simwin::FARPROC>(reinterpret_cast<void*>(operation));
-}
+// The drive C: with the folders and programs of Windows and the product.
+RoomPtr MakeFiles();
 
 } // namespace machine

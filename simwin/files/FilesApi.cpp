@@ -4,6 +4,7 @@
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Clock.h"
 #include "simwin/kernel/Process.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/pipes/api.h"
 
 #include <algorithm>
@@ -145,14 +146,14 @@ static simwin::HANDLE OpenHandle(OpenFile* file, DWORD access) {
     return CurrentProcess()->handles.Open(file, access);
 }
 
-// Nothing here may have a destructor: the opener may block, and the thread may never return.
+// The opener may block, and the thread may never return: nothing with a destructor lives here before it has.
 static simwin::HANDLE OpenDeviceHandle(const char* name, DWORD access, DWORD share, DWORD flags) {
     const DeviceOpener& opener = TheOpenerOf(name);
     if (!opener) {
         return FailOpen(simwin::ERROR_FILE_NOT_FOUND);
     }
     DWORD error = simwin::ERROR_FILE_NOT_FOUND;
-    OpenDevice* device = opener(name, access, share, flags, &error);
+    std::unique_ptr<OpenDevice> device = opener(name, access, share, flags, &error);
     if (!device) {
         return FailOpen(error);
     }
@@ -160,7 +161,7 @@ static simwin::HANDLE OpenDeviceHandle(const char* name, DWORD access, DWORD sha
         device->name = name;
     }
     auto* file = new OpenFile;
-    file->device = device;
+    file->device = std::move(device);
     return OpenHandle(file, MapGeneric(access, FileMapping));
 }
 

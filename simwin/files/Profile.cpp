@@ -4,6 +4,7 @@
 
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
+#include "simwin/kernel/Setup.h"
 
 #include <algorithm>
 #include <cstring>

@@ -29,9 +29,6 @@ struct Gate {
 static Gate* g_gate;
 
 static Gate& TheGate() {
-    if (!g_gate) {
-        g_gate = new Gate;
-    }
     return *g_gate;
 }
 
@@ -122,12 +119,14 @@ void EndFaults() {
     }
 }
 
-void ClearFaults() {
-    delete g_gate;
-    g_gate = nullptr;
+static void ClearCounts() {
     for (Operation** at = __start_simops; at != __stop_simops; ++at) {
         (*at)->count = 0;
     }
+}
+
+RoomPtr MakeGate() {
+    return MakeRoom(g_gate, ClearCounts);
 }
 
 std::vector<const Operation*> AllOperations() {

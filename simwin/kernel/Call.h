@@ -2,6 +2,7 @@
 // current one, yields where a seed says so, and applies the described faults.
 #pragma once
 
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/Scheduler.h"
 
 #include <span>
@@ -42,8 +43,10 @@ std::span<Fault> Faults();
 void NoteCallsThatCanFail();
 std::span<const Fault> NotedCalls();
 
-void EndFaults();   // none acts any more; what they did stays recorded
-void ClearFaults(); // the machine is destroyed: faults, watcher and counts
+void EndFaults(); // none acts any more; what they did stays recorded
+
+// The gate itself: faults, watcher, trace. The counts of the operations go with it.
+RoomPtr MakeGate();
 
 // Every operation that the machine has, by name.
 std::vector<const Operation*> AllOperations();

@@ -4,6 +4,7 @@
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/api.h"
 
+#include <memory>
 #include <set>
 #include <utility>
 
@@ -11,23 +12,31 @@
 
 namespace machine {
 
-// In the order of creation. Kept until the process ends, so that a report can name a lock after its deletion.
-static std::vector<Lock*> g_locks;
-// Pairs (outer, inner) in which locks were entered: the reverse pair is a deadlock waiting to happen.
-static std::set<std::pair<const Lock*, const Lock*>> g_orders;
+namespace {
+struct Locks {
+    // In the order of creation. Kept until the process ends, so that a report can name a lock after its deletion.
+    std::vector<std::unique_ptr<Lock>> all;
+    // Pairs (outer, inner) in which locks were entered: the reverse pair is a deadlock waiting to happen.
+    std::set<std::pair<const Lock*, const Lock*>> orders;
+    // How many of them some thread owns. With none there is no order to check.
+    std::size_t owned = 0;
+};
+} // namespace
+static Locks* g_locks;
 
-// How many locks some thread owns. With none there is no order to check.
-static std::size_t g_owned;
+RoomPtr MakeLocks() {
+    return MakeRoom(g_locks);
+}
 
 static Lock* LockOf(const simwin::CRITICAL_SECTION* section, const char* call) {
     auto* lock = static_cast<Lock*>(section->DebugInfo);
     // Its index when it was created; it may have moved up since.
     const std::size_t place = section->SpinCount;
-    if (place < g_locks.size() && g_locks[place] == lock && lock->section == section) {
+    if (place < g_locks->all.size() && g_locks->all[place].get() == lock && lock->section == section) {
         return lock;
     }
-    for (Lock* known : g_locks) {
-        if (known == lock && known->section == section) {
+    for (const auto& known : g_locks->all) {
+        if (known.get() == lock && known->section == section) {
             return lock;
         }
     }
@@ -35,36 +44,37 @@ static Lock* LockOf(const simwin::CRITICAL_SECTION* section, const char* call) {
 }
 
 static void CheckOrder(const Lock* inner) {
-    if (g_owned == 0) {
+    if (g_locks->owned == 0) {
         return;
     }
     const Thread* thread = CurrentThread();
-    for (const Lock* outer : g_locks) {
+    for (const auto& known : g_locks->all) {
+        const Lock* outer = known.get();
         if (outer->owner != thread || outer == inner) {
             continue;
         }
-        if (g_orders.contains({inner, outer})) {
+        if (g_locks->orders.contains({inner, outer})) {
             BrokenRule("EnterCriticalSection", "two locks are entered in both orders");
         }
-        g_orders.insert({outer, inner});
+        g_locks->orders.insert({outer, inner});
     }
 }
 
 static void Own(Lock* lock, Thread* thread) {
     lock->owner = thread;
     lock->depth = 1;
-    ++g_owned;
+    ++g_locks->owned;
 }
 
 static void Disown(Lock* lock) {
     if (lock->owner) {
-        --g_owned;
+        --g_locks->owned;
     }
     lock->owner = nullptr;
 }
 
 std::string DescribeHolder(const Thread* waiter) {
-    for (const Lock* lock : g_locks) {
+    for (const auto& lock : g_locks->all) {
         if (waiter->waitQueue == &lock->waiters && lock->owner) {
             return fmt::format(", held by thread {} (last call {})", lock->owner->id, lock->owner->call);
         }
@@ -74,22 +84,22 @@ std::string DescribeHolder(const Thread* waiter) {
 
 std::vector<const Lock*> HeldLocks() {
     std::vector<const Lock*> held;
-    for (const Lock* lock : g_locks) {
+    for (const auto& lock : g_locks->all) {
         if (lock->owner) {
-            held.push_back(lock);
+            held.push_back(lock.get());
         }
     }
     return held;
 }
 
 void ForgetLocks(const Process* process) {
-    std::erase_if(g_locks, [process](Lock* lock) {
+    std::erase_if(g_locks->all, [process](const std::unique_ptr<Lock>& owned) {
+        Lock* lock = owned.get();
         if (lock->process != process) {
             return false;
         }
-        std::erase_if(g_orders, [lock](const auto& pair) { return pair.first == lock || pair.second == lock; });
+        std::erase_if(g_locks->orders, [lock](const auto& pair) { return pair.first == lock || pair.second == lock; });
         Disown(lock);
-        delete lock;
         return true;
     });
 }
@@ -102,14 +112,13 @@ using machine::Lock;
 
 void InitializeCriticalSection(CRITICAL_SECTION* section) {
     SIM_CALL("InitializeCriticalSection", "");
-    auto* lock = new Lock;
+    Lock* lock = machine::g_locks->all.emplace_back(std::make_unique<Lock>()).get();
     lock->process = machine::CurrentProcess();
     lock->section = section;
-    machine::g_locks.push_back(lock);
     *section = {};
     section->DebugInfo = lock;
     section->LockCount = -1;
-    section->SpinCount = machine::g_locks.size() - 1;
+    section->SpinCount = machine::g_locks->all.size() - 1;
 }
 
 void DeleteCriticalSection(CRITICAL_SECTION* section) {

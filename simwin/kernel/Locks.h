@@ -1,6 +1,7 @@
 // The state behind CRITICAL_SECTION, for the reports: who holds what, and what is held at rest.
 #pragma once
 
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/Scheduler.h"
 
 #include <string>
@@ -25,5 +26,7 @@ void ForgetLocks(const Process* process);
 
 // Locks that some thread holds now.
 std::vector<const Lock*> HeldLocks();
+
+RoomPtr MakeLocks();
 
 } // namespace machine

@@ -1,19 +1,15 @@
 #include "simwin/kernel/Notes.h"
 
 #include "simwin/kernel/Scheduler.h"
-#include "simwin/machine/Machine.h"
 
 #include <algorithm>
 
 namespace machine {
 
 static std::vector<MachineNote>* g_notes;
-static Room g_room(
-    20, [] { g_notes = new std::vector<MachineNote>; },
-    [] {
-        delete g_notes;
-        g_notes = nullptr;
-    });
+RoomPtr MakeNotes() {
+    return MakeRoom(g_notes);
+}
 
 void AddNote(std::string utf8) {
     const bool isKnown =

@@ -2,6 +2,8 @@
 // the order of creation, each text once. Host side and scheduler's context.
 #pragma once
 
+#include "simwin/kernel/Room.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -15,5 +17,7 @@ struct MachineNote {
 
 void AddNote(std::string utf8);
 const std::vector<MachineNote>& AllNotes();
+
+RoomPtr MakeNotes();
 
 } // namespace machine

@@ -3,8 +3,8 @@
 #include "simwin/kernel/Image.h"
 #include "simwin/kernel/Locks.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/kernel/api.h"
-#include "simwin/machine/Machine.h"
 
 #include <dlfcn.h>
 
@@ -23,23 +23,19 @@ struct Processes {
 } // namespace
 static Processes* g_processes;
 
-static void Create() {
-    g_processes = new Processes;
-}
-
-static void Destroy() {
+static void EndProcesses() {
     for (Process* process : g_processes->all) {
         EndProcess(process, 0);
     }
     for (Process* process : g_processes->all) {
         process->Release();
     }
-    delete g_processes;
-    g_processes = nullptr;
     UnloadImages();
 }
 
-static Room g_room(10, Create, Destroy);
+RoomPtr MakeProcesses() {
+    return MakeRoom(g_processes, EndProcesses);
+}
 
 static Process* AddProcess(const ProcessStart& start) {
     auto* process = new Process;

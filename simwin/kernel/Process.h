@@ -4,6 +4,7 @@
 
 #include "simwin/kernel/Heap.h"
 #include "simwin/kernel/Objects.h"
+#include "simwin/kernel/Room.h"
 
 #include <functional>
 #include <string>
@@ -93,5 +94,10 @@ void OnProcessStart(std::function<void(const Process&)> action);
 // Callbacks of rooms for the end of any process (windows destroyed, registrations dropped), before its handles are
 // closed.
 void OnProcessEnd(std::function<void(Process&)> action);
+
+// Pointers as numbers that are the same in each run, for %p: inside an image, inside a heap, else the value itself.
+std::uint64_t StableAddress(const void* address);
+
+RoomPtr MakeProcesses();
 
 } // namespace machine

@@ -4,7 +4,7 @@
 #include "simwin/kernel/Interrupt.h"
 #include "simwin/kernel/Locks.h"
 #include "simwin/kernel/Process.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/kernel/Setup.h"
 
 #include <algorithm>
 #include <csignal>
@@ -38,6 +38,7 @@ struct Scheduler {
     std::map<DueKey, std::function<void()>> due;
     std::map<DueKey, std::function<void()>> frozen; // the machine's own, while it sleeps
     bool asleep = false;
+    bool isOff = false, hasBooted = false;
     std::uint64_t asleepSinceMs = 0;
     std::unordered_map<DueId, DueKey> dueById;
     DueId nextDue = 1;
@@ -49,14 +50,6 @@ struct Scheduler {
 };
 } // namespace
 static Scheduler* g_scheduler;
-
-static void CreateScheduler() {
-    g_scheduler = new Scheduler;
-    const Setup& setup = TheSetup();
-    g_scheduler->uptimeMs = setup.uptimeMs;
-    g_scheduler->seeded = setup.seed.has_value();
-    g_scheduler->random = setup.seed.value_or(0);
-}
 
 static void ReapEnded() {
     while (!g_scheduler->ended.empty()) {
@@ -70,14 +63,19 @@ static void ReapEnded() {
     }
 }
 
-static void DestroyScheduler() {
+static void EndScheduler() {
     ReapEnded();
-    delete g_scheduler;
-    g_scheduler = nullptr;
     FreeStacks();
 }
 
-static Room g_schedulerRoom(0, CreateScheduler, DestroyScheduler);
+RoomPtr MakeScheduler() {
+    RoomPtr room = MakeRoom(g_scheduler, EndScheduler);
+    const Setup& setup = TheSetup();
+    g_scheduler->uptimeMs = setup.uptimeMs;
+    g_scheduler->seeded = setup.seed.has_value();
+    g_scheduler->random = setup.seed.value_or(0);
+    return room;
+}
 
 // SplitMix64: small, and the same on every host.
 static std::uint64_t NextRandom() {
@@ -293,6 +291,27 @@ void FallAsleep() {
 
 bool IsAsleep() {
     return g_scheduler->asleep;
+}
+
+void SwitchOff() {
+    g_scheduler->isOff = true;
+}
+
+bool IsOff() {
+    return g_scheduler->isOff;
+}
+
+bool IsMachineDown() {
+    return IsOff() || IsAsleep();
+}
+
+void NoteBoot() {
+    g_scheduler->isOff = false;
+    g_scheduler->hasBooted = true;
+}
+
+bool HasBooted() {
+    return g_scheduler->hasBooted;
 }
 
 void WakeMachine() {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "simwin/kernel/Objects.h"
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/Rules.h"
 
 #include <cstdint>
@@ -87,6 +88,12 @@ void WakeMachine();
 
 // The power is gone: nothing of the machine's own is due any more.
 void ForgetDue();
+// From now on nothing of the machine runs, until a boot.
+void SwitchOff();
+bool IsOff();
+bool IsMachineDown(); // off or asleep: it cannot notice what happens to it
+void NoteBoot();      // it is on again, and what the start of the run found is history
+bool HasBooted();     // since the start of the run, at which a user may be logged on
 // The tick count restarts at this value.
 void SetTickCount(std::uint64_t tickMs);
 
@@ -140,5 +147,7 @@ struct SchedulerCounts {
 };
 SchedulerCounts& Counts();
 inline constexpr std::uint64_t LivelockCalls = 10'000'000;
+
+RoomPtr MakeScheduler();
 
 } // namespace machine

@@ -45,5 +45,9 @@ struct Setup {
 };
 
 const Setup& TheSetup();
+void UseSetup(const Setup& setup); // from now on: the machine's construction alone
+
+std::string WindowsDirectory(); // by version of Windows
+std::string SystemDirectory();
 
 } // namespace machine

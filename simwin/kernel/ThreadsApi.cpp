@@ -173,12 +173,6 @@ BOOL SetThreadPriority(HANDLE handle, int priority) {
     return TRUE;
 }
 
-int GetThreadPriority(HANDLE handle) {
-    SIM_CALL("GetThreadPriority", "");
-    const machine::Thread* thread = ThreadOf(handle);
-    return thread ? thread->priority : 0x7FFFFFFF;
-}
-
 BOOL GetExitCodeThread(HANDLE handle, LPDWORD exitCode) {
     SIM_CALL("GetExitCodeThread", "");
     const machine::Thread* thread = ThreadOf(handle);
@@ -199,12 +193,6 @@ DWORD GetCurrentThreadId() {
     return machine::CurrentThread()->id;
 }
 
-void ExitThread(DWORD exitCode) {
-    SIM_CALL("ExitThread", "");
-    machine::EndThread(machine::CurrentThread(), exitCode);
-    __builtin_unreachable();
-}
-
 HANDLE GetCurrentProcess() {
     SIM_CALL("GetCurrentProcess", "");
     return ThisProcess;
@@ -218,12 +206,6 @@ DWORD GetCurrentProcessId() {
 LPSTR GetCommandLineA() {
     SIM_CALL("GetCommandLineA", "");
     return machine::CurrentProcess()->commandLine.data();
-}
-
-void ExitProcess(UINT exitCode) {
-    SIM_CALL("ExitProcess", "");
-    machine::EndProcess(machine::CurrentProcess(), exitCode);
-    __builtin_unreachable();
 }
 
 BOOL GetExitCodeProcess(HANDLE handle, LPDWORD exitCode) {
@@ -274,32 +256,9 @@ LONG InterlockedDecrement(volatile LONG* value) {
     return after;
 }
 
-LONG InterlockedExchange(volatile LONG* value, LONG to) {
-    SIM_CALL("InterlockedExchange", "");
-    const LONG before = *value;
-    *value = to;
-    return before;
-}
-
 LONG InterlockedCompareExchange(volatile LONG* value, LONG to, LONG expected) {
     SIM_CALL("InterlockedCompareExchange", "");
     const LONG before = *value;
-    if (before == expected) {
-        *value = to;
-    }
-    return before;
-}
-
-PVOID InterlockedExchangePointer(PVOID volatile* value, PVOID to) {
-    SIM_CALL("InterlockedExchangePointer", "");
-    PVOID before = *value;
-    *value = to;
-    return before;
-}
-
-PVOID InterlockedCompareExchangePointer(PVOID volatile* value, PVOID to, PVOID expected) {
-    SIM_CALL("InterlockedCompareExchangePointer", "");
-    PVOID before = *value;
     if (before == expected) {
         *value = to;
     }

@@ -59,10 +59,6 @@ simwin::SYSTEMTIME SystemTimeOf(std::uint64_t fileTime) {
 
 namespace simwin {
 
-static FILETIME Halves(std::uint64_t time) {
-    return {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
-}
-
 static std::uint64_t Whole(const FILETIME* time) {
     return static_cast<std::uint64_t>(time->dwHighDateTime) << 32 | time->dwLowDateTime;
 }
@@ -87,16 +83,6 @@ void GetLocalTime(SYSTEMTIME* time) {
     *time = machine::SystemTimeOf(machine::FileTimeNow());
 }
 
-void GetSystemTime(SYSTEMTIME* time) {
-    SIM_CALL("GetSystemTime", "");
-    *time = machine::SystemTimeOf(machine::FileTimeNow());
-}
-
-void GetSystemTimeAsFileTime(FILETIME* time) {
-    SIM_CALL("GetSystemTimeAsFileTime", "");
-    *time = Halves(machine::FileTimeNow());
-}
-
 BOOL FileTimeToLocalFileTime(const FILETIME* utc, FILETIME* local) {
     SIM_CALL("FileTimeToLocalFileTime", "");
     *local = *utc;
@@ -110,20 +96,6 @@ BOOL FileTimeToSystemTime(const FILETIME* time, SYSTEMTIME* out) {
         return FALSE;
     }
     *out = machine::SystemTimeOf(Whole(time));
-    return TRUE;
-}
-
-BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* out) {
-    SIM_CALL("SystemTimeToFileTime", "");
-    if (time->wYear < 1601 || time->wMonth < 1 || time->wMonth > 12 || time->wDay < 1 || time->wDay > 31 ||
-        time->wHour > 23 || time->wMinute > 59 || time->wSecond > 59 || time->wMilliseconds > 999) {
-        machine::SetError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    const std::int64_t days = machine::DaysFromDate(time->wYear, time->wMonth, time->wDay) + machine::DaysTo1970;
-    const std::int64_t ms = days * machine::MsPerDay +
-                            (time->wHour * 3600ll + time->wMinute * 60ll + time->wSecond) * 1000 + time->wMilliseconds;
-    *out = Halves(static_cast<std::uint64_t>(ms) * machine::TicksPerMs);
     return TRUE;
 }
 

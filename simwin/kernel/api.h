@@ -26,13 +26,10 @@ DWORD GetLastError();
 void SetLastError(DWORD error);
 
 // --- Time. The machine's virtual clock, exact to the millisecond, without a time zone. Never blocks except for Sleep.
-DWORD GetTickCount();                // wraps after 49.7 days
-void GetLocalTime(SYSTEMTIME* time); // local time is UTC
-void GetSystemTime(SYSTEMTIME* time);
-void GetSystemTimeAsFileTime(FILETIME* time);
+DWORD GetTickCount();                                               // wraps after 49.7 days
+void GetLocalTime(SYSTEMTIME* time);                                // local time is UTC
 BOOL FileTimeToLocalFileTime(const FILETIME* utc, FILETIME* local); // the same time
 BOOL FileTimeToSystemTime(const FILETIME* time, SYSTEMTIME* out);   // FALSE with 87 for a time of 2^63 or more
-BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* out);   // FALSE with 87 for an invalid date
 void Sleep(DWORD ms);                                               // 0 yields
 
 // --- Critical sections. Entered again by their owner; the waiting thread that came first gets it next. Using one that
@@ -52,13 +49,10 @@ void EnterCriticalSection(CRITICAL_SECTION* lock) SIMWIN_ACQUIRES(lock); // bloc
 BOOL TryEnterCriticalSection(CRITICAL_SECTION* lock) SIMWIN_TRIES(lock);
 void LeaveCriticalSection(CRITICAL_SECTION* lock) SIMWIN_RELEASES(lock);
 
-// --- Interlocked operations; the value before (Exchange, CompareExchange) or after (Increment, Decrement).
+// --- Interlocked operations; the value before (CompareExchange) or after (Increment, Decrement).
 LONG InterlockedIncrement(volatile LONG* value);
 LONG InterlockedDecrement(volatile LONG* value);
-LONG InterlockedExchange(volatile LONG* value, LONG to);
 LONG InterlockedCompareExchange(volatile LONG* value, LONG to, LONG expected);
-PVOID InterlockedExchangePointer(PVOID volatile* value, PVOID to);
-PVOID InterlockedCompareExchangePointer(PVOID volatile* value, PVOID to, PVOID expected);
 
 // --- Events and waits. Unnamed events only; a name is not modelled.
 inline constexpr DWORD WAIT_OBJECT_0 = 0;
@@ -84,17 +78,14 @@ HANDLE CreateThread(LPSECURITY_ATTRIBUTES security, SIZE_T stackBytes, LPTHREAD_
                     DWORD flags, LPDWORD threadId);      // null with 8
 DWORD ResumeThread(HANDLE thread);                       // the suspend count before, or 0xFFFFFFFF with 6
 BOOL SetThreadPriority(HANDLE thread, int priority);     // FALSE with 6
-int GetThreadPriority(HANDLE thread);                    // 0x7FFFFFFF with 6
 BOOL GetExitCodeThread(HANDLE thread, LPDWORD exitCode); // STILL_ACTIVE while it runs; FALSE with 6
 HANDLE GetCurrentThread();                               // a pseudo handle, -2
 DWORD GetCurrentThreadId();
-[[noreturn]] void ExitThread(DWORD exitCode);
 
 // --- Processes.
 HANDLE GetCurrentProcess(); // a pseudo handle, -1
 DWORD GetCurrentProcessId();
 LPSTR GetCommandLineA();
-[[noreturn]] void ExitProcess(UINT exitCode);
 BOOL GetExitCodeProcess(HANDLE process, LPDWORD exitCode);
 void DebugBreak(); // ends the process with 0x80000003 and, unless expected, the run
 void OutputDebugStringA(LPCSTR text);

@@ -1,23 +1,45 @@
 #include "simwin/machine/Machine.h"
 
+#include "simwin/desktop/Desktop.h"
+#include "simwin/devices/DeviceCalls.h"
+#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/build/Guesses.h"
+#include "simwin/devices/drivers/Holders.h"
+#include "simwin/devices/drivers/Notifications.h"
+#include "simwin/devices/drivers/PendingInstalls.h"
+#include "simwin/devices/events/MissedChanges.h"
+#include "simwin/devices/tree/DeviceTree.h"
+#include "simwin/devices/tree/DeviceWatch.h"
+#include "simwin/devices/tree/Installation.h"
+#include "simwin/drawing/DrawingState.h"
+#include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Fiber.h"
 #include "simwin/kernel/Image.h"
+#include "simwin/kernel/Locks.h"
+#include "simwin/kernel/Notes.h"
 #include "simwin/kernel/Process.h"
+#include "simwin/kernel/Setup.h"
+#include "simwin/machine/Connections.h"
+#include "simwin/modules/Resources.h"
+#include "simwin/pipes/Pipes.h"
+#include "simwin/power/Power.h"
+#include "simwin/registry/Registry.h"
+#include "simwin/services/Services.h"
+#include "simwin/sessions/Sessions.h"
+#include "simwin/sessions/Tokens.h"
+#include "simwin/shell/Shell.h"
+#include "simwin/texts/Environment.h"
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
-#include <vector>
 
 #include <unistd.h>
 
 namespace machine {
-
-static Setup g_setup;
-static Room* g_rooms; // sorted by order
 
 static char g_signalStack[64 * 1024];
 
@@ -40,36 +62,41 @@ static void OnCrash(int signal, siginfo_t* info, void*) {
     _exit(CrashExitCode);
 }
 
-Room::Room(int roomOrder, void (*createRoom)(), void (*destroyRoom)())
-    : order(roomOrder), create(createRoom), destroy(destroyRoom), next(nullptr) {
-    Room** at = &g_rooms;
-    while (*at && (*at)->order <= order) {
-        at = &(*at)->next;
-    }
-    next = *at;
-    *at = this;
+// In the order of construction; the end comes in the reverse order. A room may use those before it from its
+// construction on, and hears of the end of a process after them: the services forget it before the power looks whether
+// any still runs. What runs without the rooms that it talks to is connected by Connections.cpp.
+constexpr RoomMaker AllRooms[] = {
+    MakeGate,       MakeScheduler,       MakeLocks,         MakeProcesses,   MakeNotes,
+    MakeAccounts,   MakeRegistry,        MakeFiles,         MakeEnvironment, MakeModules,
+    MakeResources,  MakeServices,        MakePower,         MakeSessions,    MakeTokens,
+    MakeDesktop,    MakeDrawing,         MakeDosNames,      MakePipes,       MakeDeviceTree,
+    MakeDriverKeys, MakeDeviceWatch,     MakeNotifications, MakeHeldPorts,   MakePendingInstalls,
+    MakeDevices,    MakeDeviceResources, MakeMissedChanges, MakeOpenDevices, MakeGuesses,
+    MakePrograms,   MakeShell,
+};
+
+static bool g_isThere;
+
+Machine::Machine(const Setup& setup) : Machine(setup, AllRooms) {
+    ConnectRooms();
 }
 
-const Setup& TheSetup() {
-    return g_setup;
-}
-
-void CreateMachine(const Setup& setup) {
-    g_setup = setup;
-    for (const Room* room = g_rooms; room; room = room->next) {
-        room->create();
+Machine::Machine(const Setup& setup, std::span<const RoomMaker> makers) {
+    if (std::exchange(g_isThere, true)) {
+        std::fputs("a second machine while the first one is there\n", stderr);
+        std::abort();
+    }
+    UseSetup(setup);
+    for (const RoomMaker make : makers) {
+        m_rooms.push_back(make());
     }
 }
 
-void DestroyMachine() {
-    std::vector<const Room*> rooms;
-    for (const Room* room = g_rooms; room; room = room->next) {
-        rooms.push_back(room);
+Machine::~Machine() {
+    while (!m_rooms.empty()) {
+        m_rooms.pop_back();
     }
-    for (std::size_t i = rooms.size(); i-- > 0;) {
-        rooms[i]->destroy();
-    }
-    ClearFaults();
+    g_isThere = false;
 }
 
 void InstallCrashHandler() {
@@ -87,7 +114,7 @@ void InstallCrashHandler() {
 
 int RunHosted(const Setup& setup, std::function<int()> entry) {
     InstallCrashHandler();
-    CreateMachine(setup);
+    Machine machine(setup);
     ProcessStart start;
     start.imagePath = setup.directory + "\\" + setup.executable;
     start.commandLine = "\"" + start.imagePath + "\"";
@@ -100,7 +127,6 @@ int RunHosted(const Setup& setup, std::function<int()> entry) {
         std::_Exit(CrashExitCode);
     }
     const int exitCode = process->ended ? static_cast<int>(process->exitCode) : CrashExitCode;
-    DestroyMachine();
     return exitCode;
 }
 

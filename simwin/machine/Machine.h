@@ -2,16 +2,31 @@
 // keep their state private; they are created and destroyed here, in order.
 #pragma once
 
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/Rules.h"
 #include "simwin/kernel/Setup.h"
 
 #include <functional>
+#include <span>
+#include <vector>
 
 namespace machine {
 
-// Creates the machine: clock at 0, empty registry, no devices. One at a time.
-void CreateMachine(const Setup& setup);
-void DestroyMachine();
+// Owns the rooms. With its construction the clock stands at 0, the registry is empty, there are no devices; with its
+// end everything is gone, and the next machine begins like the first. One at a time: a second one ends the host
+// program.
+class Machine {
+public:
+    explicit Machine(const Setup& setup);
+    // Of these rooms alone, in this order, which must have what they use: a test of one room.
+    Machine(const Setup& setup, std::span<const RoomMaker> makers);
+    Machine(const Machine&) = delete;
+    Machine& operator=(const Machine&) = delete;
+    ~Machine();
+
+private:
+    std::vector<RoomPtr> m_rooms;
+};
 
 // Host signals that a crash of simulated code raises end the run with exit code 3 and a line "crash: ...".
 void InstallCrashHandler();
@@ -21,18 +36,5 @@ void InstallCrashHandler();
 // run that stops ends the host with that code and a line.
 inline constexpr int CrashExitCode = 3;
 int RunHosted(const Setup& setup, std::function<int()> entry);
-
-// A room's own start and end, called by CreateMachine in the order of registration and by DestroyMachine in the
-// reverse order. Registered by a static `Room` object in the room's source.
-struct Room {
-    Room(int order, void (*create)(), void (*destroy)());
-    int order;
-    void (*create)();
-    void (*destroy)();
-    Room* next;
-};
-
-// Pointers as numbers that are the same in each run, for %p: inside an image, inside a heap, else the value itself.
-std::uint64_t StableAddress(const void* address);
 
 } // namespace machine

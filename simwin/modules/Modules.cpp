@@ -1,19 +1,17 @@
 // The program and the system's libraries as modules, optional operations, and the version of Windows.
 #include "simwin/files/Files.h"
-#include "simwin/files/api.h"
 #include "simwin/modules/Resources.h"
 
 #include "simwin/kernel/Call.h"
+#include "simwin/kernel/Optional.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Setup.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/modules/api.h"
 
 #include <algorithm>
 #include <cstring>
 
 namespace machine {
-
-const OptionalOperation* FirstOptionalOperation();
 
 constexpr simwin::ULONG_PTR ProgramModule = 0x140000000;
 constexpr simwin::ULONG_PTR FirstLibraryModule = 0x7FF800000000, LibraryDistance = 0x100000;
@@ -43,12 +41,9 @@ struct Loads {
 };
 } // namespace
 static std::vector<Loads>* g_loads;
-static Room g_moduleRoom(
-    41, [] { g_loads = new std::vector<Loads>; },
-    [] {
-        delete g_loads;
-        g_loads = nullptr;
-    });
+RoomPtr MakeModules() {
+    return MakeRoom(g_loads);
+}
 
 static int& LoadCount(std::size_t library) {
     const simwin::DWORD id = CurrentProcess()->id;

@@ -1,11 +1,10 @@
 #include "simwin/modules/Resources.h"
 
 #include "simwin/files/Files.h"
-#include "simwin/files/api.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Setup.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/modules/api.h"
 
 #include <algorithm>
 #include <charconv>
@@ -26,12 +25,9 @@ struct ResourceRoom {
 };
 } // namespace
 static ResourceRoom* g_resources;
-static Room g_resourceRoom(
-    42, [] { g_resources = new ResourceRoom; },
-    [] {
-        delete g_resources;
-        g_resources = nullptr;
-    });
+RoomPtr MakeResources() {
+    return MakeRoom(g_resources);
+}
 
 [[noreturn]] static void Broken(const std::string& what) {
     StopRun(Verdict::BrokenRule, "resources: " + TheSetup().resourceFile + ": " + what);

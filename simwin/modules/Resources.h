@@ -2,6 +2,7 @@
 // once for each machine; its bytes stay where they are, so pointers into them are valid for the machine's life.
 #pragma once
 
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/types.h"
 
 #include <cstdint>
@@ -24,5 +25,8 @@ const std::vector<Resource>& ProgramResources();
 const Resource* FindProgramResource(std::string_view type, std::string_view name);
 // "#5" for a number passed as MAKEINTRESOURCE, else the text.
 std::string ResourceId(simwin::LPCSTR id);
+
+RoomPtr MakeModules();
+RoomPtr MakeResources();
 
 } // namespace machine

@@ -2,6 +2,7 @@
 // abandoned in a wait could not release one. Used by the room's sources only.
 #pragma once
 
+#include "simwin/files/Files.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/pipes/Pipes.h"
 
@@ -37,6 +38,9 @@ struct PipesState {
 };
 
 PipesState& ThePipes();
+// What opening a file does for the name of a pipe.
+std::unique_ptr<OpenDevice> OpenPipe(const char* name, simwin::DWORD access, simwin::DWORD share, simwin::DWORD flags,
+                                     simwin::DWORD* error);
 bool IsPipeName(std::string_view name);
 bool MayDoEverything(const Pipe& pipe, const Caller& caller);
 void Listen(PipeInstance& instance);

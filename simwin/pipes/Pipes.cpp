@@ -1,7 +1,7 @@
 #include "simwin/pipes/PipeState.h"
 
+#include "simwin/files/Files.h"
 #include "simwin/kernel/Text.h"
-#include "simwin/machine/Machine.h"
 #include "simwin/pipes/api.h"
 
 #include <algorithm>
@@ -14,12 +14,11 @@ constexpr std::string_view Prefix = "\\\\.\\pipe\\";
 
 static PipesState* g_pipes;
 
-static Room g_room(
-    60, [] { g_pipes = new PipesState; },
-    [] {
-        delete g_pipes;
-        g_pipes = nullptr;
-    });
+RoomPtr MakePipes() {
+    RoomPtr room = MakeRoom(g_pipes);
+    SetPipeOpener(OpenPipe);
+    return room;
+}
 
 static bool IsCurrent(const PipeClient& client) {
     return client.instance->stand == PipeStand::Connected && client.instance->connection == client.connection;

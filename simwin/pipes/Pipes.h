@@ -2,6 +2,7 @@
 // a described client opens, writes and leaves. On the machine's side; none of this blocks.
 #pragma once
 
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/types.h"
 #include "simwin/registry/Security.h"
 
@@ -26,5 +27,7 @@ simwin::DWORD ConnectPipeClient(std::string_view name, const Caller& caller, boo
 simwin::DWORD WriteToPipe(const PipeClient& client, std::string message);
 void ClosePipeClient(const PipeClient& client);
 bool IsPipeConnected(const PipeClient& client);
+
+RoomPtr MakePipes();
 
 } // namespace machine

@@ -3,10 +3,10 @@
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
-#include "simwin/machine/Machine.h"
 #include "simwin/pipes/PipeState.h"
+#include "simwin/pipes/api.h"
+#include "simwin/registry/api.h"
 #include "simwin/sessions/api.h"
-#include "simwin/win32.h"
 
 #include <algorithm>
 #include <cstring>
@@ -82,21 +82,18 @@ DWORD ServerEnd::ReadFrom(PipeInstance& instance, void* buffer, DWORD bytes, DWO
     return TakeMessage(instance, buffer, bytes, moved);
 }
 
-static OpenDevice* OpenPipe(const char* name, DWORD access, DWORD, DWORD, DWORD* error) {
+std::unique_ptr<OpenDevice> OpenPipe(const char* name, DWORD access, DWORD, DWORD, DWORD* error) {
     constexpr DWORD WriteData = 2;
     PipeClient client;
     const bool writes = (MapGeneric(access, FileMapping) & WriteData) != 0;
     *error = ConnectPipeClient(name, CurrentCaller(), writes, &client);
-    return *error ? nullptr : new ClientEnd(client);
+    return *error ? nullptr : std::make_unique<ClientEnd>(client);
 }
-
-static Room g_room(
-    61, [] { SetPipeOpener(OpenPipe); }, [] {});
 
 template<typename End>
 static End* EndOf(HANDLE handle) {
     auto* file = FromHandle<OpenFile>(handle, ObjectKind::File);
-    return file ? dynamic_cast<End*>(file->device) : nullptr;
+    return file ? dynamic_cast<End*>(file->device.get()) : nullptr;
 }
 
 // Null with the last error set.
@@ -139,7 +136,7 @@ static HANDLE MakeInstance(const char* name, DWORD mostInstances) {
     Listen(instance);
     pipe->second.instances.push_back(&instance);
     auto* file = new OpenFile;
-    file->device = new ServerEnd(instance);
+    file->device = std::make_unique<ServerEnd>(instance);
     file->device->name = name;
     return CurrentProcess()->handles.Open(file, FileMapping.all);
 }

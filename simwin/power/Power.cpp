@@ -1,10 +1,10 @@
 #include "simwin/power/Power.h"
 
-#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/events/Events.h"
 #include "simwin/devices/events/MissedChanges.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/registry/Registry.h"
 #include "simwin/services/ServiceState.h"
 #include "simwin/services/Services.h"
@@ -26,7 +26,7 @@ struct Power {
     DueId latest = 0;        // when it stops handlers that have not returned
     unsigned unanswered = 0; // handlers of the suspend that have not returned
     std::uint64_t serial = 0;
-    bool shutsDown = false, isOff = false, hasBooted = false;
+    bool shutsDown = false;
     PowerCounts counts;
     std::vector<std::pair<std::uint64_t, std::uint64_t>> sleeps; // from, to; in order
     std::uint64_t asleepSinceMs = 0;
@@ -66,7 +66,7 @@ static void GoOff() {
         return;
     }
     g_power->shutsDown = false;
-    g_power->isOff = true;
+    SwitchOff();
     for (Process* process : RunningProcesses()) {
         KillProcess(process);
     }
@@ -95,18 +95,11 @@ static void KillServices() {
     }
 }
 
-static void Create() {
-    g_power = new Power;
+RoomPtr MakePower() {
+    RoomPtr room = MakeRoom(g_power);
     OnProcessEnd([](Process& process) { GoOffWhenNoServiceRuns(process); });
+    return room;
 }
-
-static void Destroy() {
-    delete g_power;
-    g_power = nullptr;
-}
-
-// After the services, which forget an ended process first.
-static Room g_room(42, Create, Destroy);
 
 // Nothing in progress is waited for any more.
 static void EndFallingAsleep() {
@@ -190,17 +183,16 @@ void StartFast() {
         return;
     }
     g_power->isFast = false;
-    g_power->hasBooted = true;
+    NoteBoot();
     ++g_power->counts.fastStartups;
     ResumeMachine(PBT_APMRESUMEAUTOMATIC, /*replugAll=*/false);
 }
 
 void BootMachine() {
-    if (!g_power->isOff) {
+    if (!IsOff()) {
         return;
     }
-    g_power->isOff = false;
-    g_power->hasBooted = true;
+    NoteBoot();
     ++g_power->counts.boots;
     SetTickCount(TheSetup().bootUptimeMs);
     StartDevicesAnew();
@@ -233,12 +225,8 @@ std::uint64_t AsleepBetweenMs(std::uint64_t fromMs, std::uint64_t toMs) {
     return asleepMs;
 }
 
-bool HasBooted() {
-    return g_power->hasBooted;
-}
-
 PowerState ThePowerState() {
-    if (g_power->isOff) {
+    if (IsOff()) {
         return PowerState::Off;
     }
     if (g_power->isFast) {
@@ -252,10 +240,6 @@ PowerState ThePowerState() {
 
 void SetPowerObserver(std::function<void(PowerEvent)> observer) {
     g_power->observer = std::move(observer);
-}
-
-bool IsMachineDown() {
-    return g_power->isOff || IsAsleep();
 }
 
 } // namespace machine

@@ -2,6 +2,7 @@
 // this blocks.
 #pragma once
 
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/types.h"
 
 #include <cstdint>
@@ -35,7 +36,6 @@ struct PowerCounts {
 const PowerCounts& CountsOfPower();
 // How much of a time it slept through, in ms; a sleep in progress does not count.
 std::uint64_t AsleepBetweenMs(std::uint64_t fromMs, std::uint64_t toMs);
-bool HasBooted(); // since the start of the run, at which a user may be logged on
 
 enum class PowerState : std::uint8_t { On, Asleep, ShuttingDown, FastOff, Off };
 PowerState ThePowerState();
@@ -43,7 +43,6 @@ PowerState ThePowerState();
 enum class PowerEvent : std::uint8_t { ServicesKilled, Off };
 void SetPowerObserver(std::function<void(PowerEvent)> observer);
 
-// Nothing of it runs, so it cannot notice what happens to it.
-bool IsMachineDown();
+RoomPtr MakePower();
 
 } // namespace machine

@@ -4,7 +4,6 @@
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Setup.h"
-#include "simwin/machine/Machine.h"
 
 #include <algorithm>
 #include <charconv>
@@ -13,12 +12,9 @@
 namespace machine {
 
 static Registry* g_registry;
-static Room g_registryRoom(
-    30, [] { g_registry = new Registry; },
-    [] {
-        delete g_registry;
-        g_registry = nullptr;
-    });
+RoomPtr MakeRegistry() {
+    return MakeRoom(g_registry);
+}
 
 // Administrators and the system may do everything, everybody may read; passed on to all keys below.
 constexpr const char* MachineSddl = "O:BAG:SYD:(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;WD)";

@@ -4,6 +4,7 @@
 // compare without regard to case; subkeys are enumerated by name, values in order of creation.
 #pragma once
 
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/Text.h"
 #include "simwin/kernel/types.h"
 #include "simwin/registry/Security.h"
@@ -125,5 +126,7 @@ std::string ValueText(const RegistryValue& value);
 // A stored text without its zeros.
 std::string TextOf(const RegistryValue& value);
 std::vector<std::uint8_t> TextBytes(std::string_view text); // with its zero
+
+RoomPtr MakeRegistry();
 
 } // namespace machine

@@ -3,7 +3,6 @@
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Text.h"
-#include "simwin/machine/Machine.h"
 
 #include <charconv>
 #include <cstring>
@@ -77,12 +76,9 @@ struct Accounts {
 };
 } // namespace
 static Accounts* g_accounts;
-static Room g_accountsRoom(
-    20, [] { g_accounts = new Accounts; },
-    [] {
-        delete g_accounts;
-        g_accounts = nullptr;
-    });
+RoomPtr MakeAccounts() {
+    return MakeRoom(g_accounts);
+}
 
 constexpr const char* MachineSid = "S-1-5-21-1004336348-1177238915-682003330-";
 constexpr unsigned FirstAccountNumber = 1001;

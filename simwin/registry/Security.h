@@ -2,6 +2,7 @@
 // Used by the registry for keys and by the files for folders and files; accounts are distinguished by their SIDs.
 #pragma once
 
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/types.h"
 
 #include <cstdint>
@@ -85,5 +86,8 @@ Caller MakeCaller(std::string_view account, bool administrator, bool filtered);
 // MAXIMUM_ALLOWED, which grants what there is. 0: refused. The owner may read the list and change it.
 simwin::DWORD GrantedAccess(const SecurityDescriptor& descriptor, const Caller& caller, simwin::DWORD asked,
                             const GenericMapping& mapping);
+
+// The accounts and their SIDs.
+RoomPtr MakeAccounts();
 
 } // namespace machine

@@ -1,9 +1,7 @@
 #include "simwin/services/Services.h"
 
-#include "simwin/devices/drivers/Notifications.h"
-#include "simwin/files/Files.h"
 #include "simwin/kernel/Scheduler.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/services/ServiceRegistry.h"
 #include "simwin/services/ServiceState.h"
 
@@ -98,35 +96,12 @@ static std::string UnansweredControls() {
     return {};
 }
 
-static void CreateServices() {
-    g_services = new ServicesState;
+RoomPtr MakeServices() {
+    RoomPtr room = MakeRoom(g_services);
     OnProcessEnd(ServiceProcessEnded);
     AddEndCheck(UnansweredControls);
+    return room;
 }
-
-static void DestroyServices() {
-    delete g_services;
-    g_services = nullptr;
-}
-
-// After the registry and the files, before the devices, which look up their recipients here.
-static Room g_room(/*order=*/40, CreateServices, DestroyServices);
-
-// After the devices, whose notifications come here.
-static Room g_route(
-    95,
-    [] {
-        SetServiceRoute([](const NotificationRecipient& recipient, DWORD event, const std::vector<std::uint8_t>& data,
-                           const NotificationReturned& returned) {
-            const auto handle = static_cast<SERVICE_STATUS_HANDLE>(recipient.handle);
-            const bool isQueued =
-                PostServiceControl(handle, SERVICE_CONTROL_DEVICEEVENT, event, data, [returned](DWORD) { returned(); });
-            if (!isQueued) {
-                returned();
-            }
-        });
-    },
-    [] {});
 
 static ServiceRun* RunOfStatusHandle(std::uint64_t handle) {
     for (const auto& [name, service] : TheServices().services) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "simwin/kernel/Process.h"
+#include "simwin/kernel/Room.h"
 #include "simwin/services/api.h"
 
 #include <cstdint>
@@ -73,5 +74,7 @@ const std::vector<ServiceReport>& ServiceReports();
 
 // "START_PENDING" and the like; "" for an invalid state.
 const char* ServiceStateText(simwin::DWORD state);
+
+RoomPtr MakeServices();
 
 } // namespace machine

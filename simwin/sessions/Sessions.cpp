@@ -1,11 +1,11 @@
 #include "simwin/sessions/Sessions.h"
 
-#include "simwin/files/Files.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
-#include "simwin/machine/Machine.h"
 #include "simwin/registry/Security.h"
 #include "simwin/services/Services.h"
 #include "simwin/sessions/Tokens.h"
+#include "simwin/texts/Environment.h"
 
 #include <algorithm>
 #include <cstring>
@@ -22,22 +22,13 @@ struct SessionRoom {
 };
 } // namespace
 static SessionRoom* g_room;
-static std::vector<Session>* g_sessions; // of the room
 
 constexpr const char* StateNames[] = {"active", "connected", "connectquery", "shadow", "disconnected",
                                       "idle",   "listen",    "reset",        "down",   "init"};
 
-static Room g_sessionRoom(
-    45,
-    [] {
-        g_room = new SessionRoom;
-        g_sessions = &g_room->sessions;
-    },
-    [] {
-        delete g_room;
-        g_room = nullptr;
-        g_sessions = nullptr;
-    });
+RoomPtr MakeSessions() {
+    return MakeRoom(g_room);
+}
 
 static void TellServices(DWORD event, unsigned id) {
     const WTSSESSION_NOTIFICATION notification = {sizeof(WTSSESSION_NOTIFICATION), id};
@@ -76,9 +67,9 @@ static void StartShell(const Session& session) {
 
 // The console goes to session `id`: a session without a user is no longer needed, a user's is disconnected.
 static void LeaveConsole(unsigned id) {
-    std::erase_if(*g_sessions,
+    std::erase_if(g_room->sessions,
                   [&](const Session& other) { return other.console && other.id != id && other.user.empty(); });
-    for (Session& other : *g_sessions) {
+    for (Session& other : g_room->sessions) {
         if (other.console && other.id != id) {
             other.console = false;
             other.state = WTSDisconnected;
@@ -88,12 +79,12 @@ static void LeaveConsole(unsigned id) {
 }
 
 void DefineSession(const Session& session) {
-    const auto known = std::find_if(g_sessions->begin(), g_sessions->end(),
+    const auto known = std::find_if(g_room->sessions.begin(), g_room->sessions.end(),
                                     [&](const Session& other) { return other.id == session.id; });
-    if (known != g_sessions->end()) {
+    if (known != g_room->sessions.end()) {
         *known = session;
     } else {
-        g_sessions->push_back(session);
+        g_room->sessions.push_back(session);
     }
     if (session.console) {
         g_room->consoleIsEmpty = false;
@@ -117,7 +108,7 @@ Process* ShellOf(const Session& session) {
 }
 
 void StartShells() {
-    for (const Session& session : *g_sessions) {
+    for (const Session& session : g_room->sessions) {
         StartShell(session);
     }
 }
@@ -135,9 +126,9 @@ void LeaveConsoleEmpty() {
 }
 
 void ChangeSession(unsigned id, std::optional<WTS_CONNECTSTATE_CLASS> state, std::optional<bool> console) {
-    const auto at =
-        std::find_if(g_sessions->begin(), g_sessions->end(), [&](const Session& session) { return session.id == id; });
-    if (at == g_sessions->end()) {
+    const auto at = std::find_if(g_room->sessions.begin(), g_room->sessions.end(),
+                                 [&](const Session& session) { return session.id == id; });
+    if (at == g_room->sessions.end()) {
         return;
     }
     Session session = *at;
@@ -194,7 +185,7 @@ void LogOff(unsigned id) {
         return;
     }
     const bool wasConsole = known->console;
-    std::erase_if(*g_sessions, [&](const Session& session) { return session.id == id; });
+    std::erase_if(g_room->sessions, [&](const Session& session) { return session.id == id; });
     if (wasConsole) {
         Session next;
         next.id = HasServicesSession() ? id + 1 : 0;
@@ -215,18 +206,18 @@ void LogOff(unsigned id) {
 }
 
 void ForgetSessions() {
-    g_sessions->clear();
+    g_room->sessions.clear();
 }
 
 std::vector<Session> ListedSessions() {
     std::vector<Session> listed;
-    for (const Session& session : *g_sessions) {
+    for (const Session& session : g_room->sessions) {
         if (session.id != 0) {
             listed.push_back(session);
         }
     }
-    const bool hasConsole =
-        std::any_of(g_sessions->begin(), g_sessions->end(), [](const Session& session) { return session.console; });
+    const bool hasConsole = std::any_of(g_room->sessions.begin(), g_room->sessions.end(),
+                                        [](const Session& session) { return session.console; });
     Session first;
     first.id = 0;
     first.state = WTSDisconnected;
@@ -264,7 +255,7 @@ std::optional<unsigned> ConsoleSession() {
 }
 
 const Session* FindSession(unsigned id) {
-    for (const Session& session : *g_sessions) {
+    for (const Session& session : g_room->sessions) {
         if (session.id == id) {
             return &session;
         }
@@ -273,7 +264,7 @@ const Session* FindSession(unsigned id) {
 }
 
 const Session* FindSessionOfUser(std::string_view user) {
-    for (const Session& session : *g_sessions) {
+    for (const Session& session : g_room->sessions) {
         if (EqualNoCase(session.user, user)) {
             return &session;
         }
@@ -282,7 +273,7 @@ const Session* FindSessionOfUser(std::string_view user) {
 }
 
 const std::vector<Session>& AllSessions() {
-    return *g_sessions;
+    return g_room->sessions;
 }
 
 } // namespace machine

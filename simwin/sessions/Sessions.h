@@ -3,6 +3,7 @@
 #pragma once
 
 #include "simwin/kernel/Process.h"
+#include "simwin/kernel/Room.h"
 #include "simwin/sessions/api.h"
 
 #include <functional>
@@ -65,5 +66,7 @@ std::optional<unsigned> ConsoleSession();
 const Session* FindSession(unsigned id);
 const Session* FindSessionOfUser(std::string_view user);
 const std::vector<Session>& AllSessions();
+
+RoomPtr MakeSessions();
 
 } // namespace machine

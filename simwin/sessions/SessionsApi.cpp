@@ -1,7 +1,7 @@
 #include "simwin/sessions/Sessions.h"
 
-#include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
+#include "simwin/kernel/Optional.h"
 #include "simwin/kernel/Text.h"
 #include "simwin/kernel/api.h"
 #include "simwin/services/api.h"

@@ -1,13 +1,14 @@
 // SIDs as programs see them, and the accounts that they stand for.
 #include "simwin/sessions/Sids.h"
 
-#include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
+#include "simwin/kernel/Optional.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Text.h"
 #include "simwin/kernel/api.h"
 #include "simwin/sessions/Sessions.h"
 #include "simwin/sessions/Tokens.h"
+#include "simwin/texts/Environment.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,8 +1,8 @@
 #include "simwin/sessions/Tokens.h"
 
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
-#include "simwin/machine/Machine.h"
 #include "simwin/registry/Registry.h"
 #include "simwin/sessions/Sessions.h"
 
@@ -131,19 +131,27 @@ static TokenFacts StandIn(const Process& process) {
     return UserToken(logon, isTwo && process.administrator ? TokenElevationTypeFull : TokenElevationTypeDefault);
 }
 
-static Room g_room(
-    46,
-    [] {
-        SetCallerSource([]() -> std::optional<Caller> {
-            const Thread* thread = CurrentThread();
-            const Object* token = thread->impersonated ? thread->impersonated : thread->process->token;
-            if (!token) {
-                return std::nullopt; // by the process's rights
-            }
-            return CallerOf(*static_cast<const Token*>(token));
-        });
-    },
-    [] { SetCallerSource({}); });
+static std::optional<Caller> RunningCaller() {
+    const Thread* thread = CurrentThread();
+    const Object* token = thread->impersonated ? thread->impersonated : thread->process->token;
+    if (!token) {
+        return std::nullopt; // by the process's rights
+    }
+    return CallerOf(*static_cast<const Token*>(token));
+}
+
+namespace {
+// Keeps nothing but the question: while it is there the registry's room asks here who calls.
+class TokensRoom final : public Room {
+public:
+    TokensRoom() { SetCallerSource(RunningCaller); }
+    ~TokensRoom() override { SetCallerSource({}); }
+};
+} // namespace
+
+RoomPtr MakeTokens() {
+    return std::make_unique<TokensRoom>();
+}
 
 const char* IntegrityName(DWORD level) {
     return level >= Integrity::System   ? "system"

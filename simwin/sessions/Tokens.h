@@ -4,6 +4,7 @@
 #pragma once
 
 #include "simwin/kernel/Process.h"
+#include "simwin/kernel/Room.h"
 #include "simwin/registry/Security.h"
 #include "simwin/sessions/api.h"
 
@@ -74,5 +75,7 @@ Rights RightsOf(const TokenFacts& token);
 Caller CallerOf(const TokenFacts& token);
 // Gives the process this token, with all that follows from it: user, session, rights. The start borrows it.
 void StartWith(ProcessStart& start, Token& token);
+
+RoomPtr MakeTokens();
 
 } // namespace machine

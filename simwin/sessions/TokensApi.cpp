@@ -1,8 +1,9 @@
 // Tokens as programs use them: opened, queried, copied, restricted, impersonated.
-#include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
+#include "simwin/kernel/Optional.h"
+#include "simwin/kernel/Setup.h"
+#include "simwin/kernel/Text.h"
 #include "simwin/kernel/api.h"
-#include "simwin/machine/Machine.h"
 #include "simwin/registry/api.h"
 #include "simwin/sessions/Sessions.h"
 #include "simwin/sessions/Sids.h"

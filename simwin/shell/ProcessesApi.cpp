@@ -2,8 +2,8 @@
 #include "simwin/files/Files.h"
 #include "simwin/files/api.h"
 #include "simwin/kernel/Call.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/kernel/api.h"
-#include "simwin/machine/Machine.h"
 #include "simwin/sessions/Tokens.h"
 #include "simwin/shell/Shell.h"
 

@@ -2,11 +2,12 @@
 #include "simwin/shell/Shell.h"
 
 #include "simwin/desktop/Desktop.h"
-#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/drivers/Holders.h"
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/texts/Environment.h"
 
 #include <map>
 
@@ -14,12 +15,9 @@ namespace machine {
 
 static std::map<std::string, Program, NoCaseLess>* g_programs;
 
-static Room g_room(
-    69, [] { g_programs = new std::map<std::string, Program, NoCaseLess>; },
-    [] {
-        delete g_programs;
-        g_programs = nullptr;
-    });
+RoomPtr MakePrograms() {
+    return MakeRoom(g_programs);
+}
 
 constexpr const char* ProgramExtensions[] = {".exe", ".com", ".bat", ".cmd"};
 

@@ -2,9 +2,10 @@
 
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/registry/Registry.h"
 #include "simwin/sessions/Tokens.h"
+#include "simwin/texts/Environment.h"
 
 #include <map>
 
@@ -19,12 +20,9 @@ struct ShellState {
 } // namespace
 static ShellState* g_shell;
 
-static Room g_room(
-    70, [] { g_shell = new ShellState; },
-    [] {
-        delete g_shell;
-        g_shell = nullptr;
-    });
+RoomPtr MakeShell() {
+    return MakeRoom(g_shell);
+}
 
 constexpr int Done = 42; // any number above 32 says that it worked
 constexpr int AssociationFound = 33;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "simwin/kernel/Process.h"
+#include "simwin/kernel/Room.h"
 #include "simwin/shell/api.h"
 
 #include <cstdint>
@@ -57,5 +58,8 @@ struct ShellCall {
     int show, result;
 };
 const std::vector<ShellCall>& ShellCalls();
+
+RoomPtr MakePrograms();
+RoomPtr MakeShell();
 
 } // namespace machine

@@ -1,10 +1,11 @@
 // The formatter behind wvsprintfA, with the conversions that Windows documents for them.
-#include "simwin/files/Files.h"
-#include "simwin/files/api.h"
 
 #include "simwin/kernel/Call.h"
+#include "simwin/kernel/Process.h"
 #include "simwin/kernel/Setup.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/kernel/Text.h"
+#include "simwin/texts/Texts.h"
+#include "simwin/texts/api.h"
 
 #include <cstdarg>
 #include <cstring>

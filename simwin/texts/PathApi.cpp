@@ -1,9 +1,10 @@
 // Paths as texts, environment variables in texts, and code pages.
-#include "simwin/files/Files.h"
-#include "simwin/files/api.h"
 
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
+#include "simwin/kernel/Text.h"
+#include "simwin/texts/Environment.h"
+#include "simwin/texts/api.h"
 
 #include <algorithm>
 #include <cstring>
@@ -64,28 +65,6 @@ static void CheckCodePage(const char* call, simwin::UINT codePage) {
 static int FailWith(simwin::DWORD error) {
     SetError(error);
     return 0;
-}
-
-std::string ExpandEnvironment(std::string_view text) {
-    std::string result;
-    while (!text.empty()) {
-        const std::size_t start = text.find('%');
-        const std::size_t end = start == std::string_view::npos ? start : text.find('%', start + 1);
-        if (end == std::string_view::npos) {
-            break;
-        }
-        bool found = false;
-        const std::string value = GetEnvironment(text.substr(start + 1, end - start - 1), &found);
-        result += text.substr(0, start);
-        if (found) {
-            result += value;
-            text.remove_prefix(end + 1);
-        } else {
-            result += text.substr(start, end - start);
-            text.remove_prefix(end); // its last character may be the first of the next name
-        }
-    }
-    return result += text;
 }
 
 } // namespace machine

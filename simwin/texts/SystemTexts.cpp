@@ -1,9 +1,8 @@
 // The system's own English texts of error codes, for FormatMessageA.
-#include "simwin/files/Files.h"
-#include "simwin/files/api.h"
 
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
+#include "simwin/texts/api.h"
 
 #include <cstring>
 

@@ -1,7 +1,8 @@
 // Texts: copying, comparing in the order of words, letters, searching, numbers. Code page 1252.
-#include "simwin/files/api.h"
+#include "simwin/texts/api.h"
 
 #include "simwin/kernel/Call.h"
+#include "simwin/texts/api.h"
 
 #include <algorithm>
 #include <cstring>

@@ -26,7 +26,7 @@ static Ran RunProbe(const char* deed, std::optional<std::uint64_t> seed = {}) {
     machine::Setup setup;
     setup.imageFile = PROBE_IMAGE;
     setup.seed = seed;
-    machine::CreateMachine(setup);
+    const machine::Machine machine(setup);
     machine::ProcessStart start;
     start.imagePath = "C:\\probe.exe";
     start.commandLine = std::string("\"C:\\probe.exe\" ") + deed;
@@ -37,7 +37,6 @@ static Ran RunProbe(const char* deed, std::optional<std::uint64_t> seed = {}) {
     ran.output = process->debugOutput;
     ran.leakedHandles = process->leakedHandles;
     ran.endedMs = process->endedMs;
-    machine::DestroyMachine();
     return ran;
 }
 
@@ -56,7 +55,7 @@ TEST(Kernel, TheSeedDecidesTheOrderOfARaceAndNothingElseDoes) {
 TEST(Kernel, EachProcessHasGlobalsOfItsOwnAndAnEndedImageStartsAfresh) {
     machine::Setup setup;
     setup.imageFile = PROBE_IMAGE;
-    machine::CreateMachine(setup);
+    const machine::Machine machine(setup);
     machine::ProcessStart start;
     start.commandLine = "probe globals";
     const machine::Process* first = machine::StartProduct(start);
@@ -67,7 +66,6 @@ TEST(Kernel, EachProcessHasGlobalsOfItsOwnAndAnEndedImageStartsAfresh) {
     EXPECT_EQ(first->exitCode, 42u);
     EXPECT_EQ(second->exitCode, 42u);
     EXPECT_EQ(later->exitCode, 42u) << "the image was used again with what the last process left in it";
-    machine::DestroyMachine();
 }
 
 TEST(Kernel, AThreadKeepsItsOwnLastError) {

@@ -4,9 +4,9 @@
 #include "rehearse/LogOutput.h"
 #include "rehearse/MachineFacts.h"
 
-#include "simwin/devices/build/Devices.h"
 #include "simwin/devices/drivers/Drivers.h"
 #include "simwin/devices/tree/DeviceTree.h"
+#include "simwin/devices/tree/DeviceWatch.h"
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Image.h"

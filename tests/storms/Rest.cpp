@@ -1,6 +1,5 @@
 #include "tests/storms/Rest.h"
 
-#include "simwin/devices/build/Devices.h"
 #include "simwin/devices/tree/DeviceTree.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Locks.h"

@@ -7,7 +7,7 @@
 #include "tests/storms/Children.h"
 #include "tests/storms/Trial.h"
 
-#include "simwin/devices/build/Devices.h"
+#include "simwin/devices/tree/DeviceWatch.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/power/Power.h"
 

@@ -23,7 +23,7 @@ static bool RunUntil(std::uint64_t untilMs, Rest& judge) {
 void Trial::Run(const rehearse::Options& options, std::uint64_t settlingMs, Rest& judge,
                 const std::function<void()>& onBuilt, const std::function<void()>& atEnd,
                 const std::function<void()>& afterStop) {
-    machine::CreateMachine(rehearse::SetupOf(*stage.description, options));
+    const machine::Machine machine(rehearse::SetupOf(*stage.description, options));
     machine::InstallCrashHandler();
     rehearse::FillMachine(*stage.description, options);
     timeline.Watch();
@@ -48,7 +48,6 @@ void Trial::Run(const rehearse::Options& options, std::uint64_t settlingMs, Rest
     timeline.Close();
     balloons.Close();
     leaks.Close();
-    machine::DestroyMachine();
 }
 
 } // namespace storm

@@ -1,23 +1,14 @@
 #include "simwin/devices/build/Guesses.h"
 
-#include "simwin/machine/Machine.h"
-
 #include <map>
 
 namespace machine {
 
 static std::map<const DeviceNode*, std::string>* g_guesses;
 
-static void Create() {
-    g_guesses = new std::map<const DeviceNode*, std::string>;
+RoomPtr MakeGuesses() {
+    return MakeRoom(g_guesses);
 }
-
-static void Destroy() {
-    delete g_guesses;
-    g_guesses = nullptr;
-}
-
-static Room g_room(67, Create, Destroy);
 
 void NoteGuess(const DeviceNode& node, std::string_view what) {
     std::string& text = (*g_guesses)[&node];

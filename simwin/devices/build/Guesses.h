@@ -3,6 +3,7 @@
 #pragma once
 
 #include "simwin/devices/tree/DeviceTree.h"
+#include "simwin/kernel/Room.h"
 
 #include <string>
 #include <string_view>
@@ -11,5 +12,7 @@ namespace machine {
 
 void NoteGuess(const DeviceNode& node, std::string_view what);
 std::string GuessOf(const DeviceNode& node); // all of a node, "" if nothing was guessed
+
+RoomPtr MakeGuesses();
 
 } // namespace machine

@@ -3,7 +3,7 @@
 #include "simwin/devices/api.h"
 #include "simwin/devices/tree/Catalogue.h"
 #include "simwin/kernel/Scheduler.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/registry/Registry.h"
 
 #include <algorithm>

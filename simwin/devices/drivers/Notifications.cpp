@@ -2,8 +2,6 @@
 
 #include "simwin/devices/api.h"
 #include "simwin/kernel/Call.h"
-#include "simwin/machine/Machine.h"
-#include "simwin/services/Services.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -46,7 +44,7 @@ struct Notices {
     std::vector<std::unique_ptr<Queue>> queues;
     std::uint64_t nextQueue = 1;
     DeliverNotification serviceRoute, windowRoute;
-    std::function<bool(Process*, simwin::HANDLE)> isWindow;
+    std::function<bool(Process*, simwin::HANDLE)> isService, isWindow;
     std::function<void()> broadcast;
     std::set<std::string> guidTexts;
     DueId treeChange = 0;
@@ -131,18 +129,12 @@ static std::string Unanswered() {
     return text;
 }
 
-static void Create() {
-    g_notices = new Notices;
+RoomPtr MakeNotifications() {
+    RoomPtr room = MakeRoom(g_notices);
     OnProcessEnd([](Process& process) { DropProcess(process); });
     AddEndCheck(Unanswered);
+    return room;
 }
-
-static void Destroy() {
-    delete g_notices;
-    g_notices = nullptr;
-}
-
-static Room g_room(62, Create, Destroy);
 
 static void Append(std::vector<std::uint8_t>& data, std::string_view name, bool wide) {
     if (!wide) {
@@ -171,6 +163,10 @@ void SetServiceRoute(DeliverNotification route) {
 
 void SetWindowRoute(DeliverNotification route) {
     g_notices->windowRoute = std::move(route);
+}
+
+void SetServiceCheck(std::function<bool(Process*, simwin::HANDLE)> check) {
+    g_notices->isService = std::move(check);
 }
 
 void SetWindowCheck(std::function<bool(Process*, simwin::HANDLE)> check) {
@@ -353,8 +349,8 @@ static Registration* MakeRegistration(simwin::HANDLE recipient, const void* filt
     std::memcpy(&asked, filter, Needed);
     Process* process = CurrentProcess();
     const bool isService = flags & simwin::DEVICE_NOTIFY_SERVICE_HANDLE;
-    const bool isThere = isService ? ServiceProcess(static_cast<simwin::SERVICE_STATUS_HANDLE>(recipient)) == process
-                                   : recipient && (!g_notices->isWindow || g_notices->isWindow(process, recipient));
+    const auto& check = isService ? g_notices->isService : g_notices->isWindow;
+    const bool isThere = recipient && (!check || check(process, recipient));
     if (!isThere) {
         SetError(simwin::ERROR_INVALID_PARAMETER);
         return nullptr;

@@ -5,6 +5,7 @@
 
 #include "simwin/devices/tree/DeviceTree.h"
 #include "simwin/kernel/Process.h"
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/types.h"
 
 #include <cstdint>
@@ -32,6 +33,8 @@ using DeliverNotification = std::function<void(const NotificationRecipient& reci
                                                const std::vector<std::uint8_t>& data, NotificationReturned returned)>;
 void SetServiceRoute(DeliverNotification route);
 void SetWindowRoute(DeliverNotification route);
+// Whether a handle is the status handle of a service of the process; without a check every handle but null is.
+void SetServiceCheck(std::function<bool(Process* process, simwin::HANDLE service)> check);
 // Whether a handle names a window; without one every handle but null does.
 void SetWindowCheck(std::function<bool(Process* process, simwin::HANDLE window)> check);
 // Posts DBT_DEVNODES_CHANGED to all top-level windows: no registration is needed for it.
@@ -62,5 +65,7 @@ std::vector<NotificationRecipient> Recipients();
 std::string GuidText(const simwin::GUID& guid);
 const char* LastingGuidText(const simwin::GUID* guid); // in memory that stays; "" for null
 bool GuidFromText(std::string_view text, simwin::GUID& guid);
+
+RoomPtr MakeNotifications();
 
 } // namespace machine

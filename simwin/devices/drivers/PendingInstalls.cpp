@@ -1,7 +1,7 @@
 #include "simwin/devices/drivers/PendingInstalls.h"
 
 #include "simwin/kernel/Scheduler.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/kernel/Setup.h"
 
 #include <algorithm>
 
@@ -15,12 +15,9 @@ struct Installs {
 } // namespace
 static Installs* g_installs;
 
-static Room g_room(
-    63, [] { g_installs = new Installs; },
-    [] {
-        delete g_installs;
-        g_installs = nullptr;
-    });
+RoomPtr MakePendingInstalls() {
+    return MakeRoom(g_installs);
+}
 
 static void EndOne() {
     if (--g_installs->pending > 0) {

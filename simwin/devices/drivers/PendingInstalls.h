@@ -2,6 +2,7 @@
 #pragma once
 
 #include "simwin/devices/tree/DeviceTree.h"
+#include "simwin/kernel/Room.h"
 
 namespace machine {
 
@@ -13,5 +14,7 @@ void FinishInstall(DeviceNode& node);
 void ForgetInstalls();
 // Blocks the running thread until none is pending, `ms` at most (INFINITE: no limit). False if one still is.
 bool WaitForInstalls(simwin::DWORD ms);
+
+RoomPtr MakePendingInstalls();
 
 } // namespace machine

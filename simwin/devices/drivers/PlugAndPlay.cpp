@@ -1,16 +1,16 @@
 #include "simwin/devices/drivers/PlugAndPlay.h"
 
 #include "simwin/devices/api.h"
-#include "simwin/devices/build/Devices.h"
 #include "simwin/devices/drivers/Drivers.h"
+#include "simwin/devices/drivers/Holders.h"
 #include "simwin/devices/drivers/Notifications.h"
 #include "simwin/devices/drivers/PendingInstalls.h"
-#include "simwin/devices/events/MissedChanges.h"
 #include "simwin/devices/tree/Catalogue.h"
+#include "simwin/devices/tree/DeviceWatch.h"
+#include "simwin/devices/tree/Installation.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Scheduler.h"
-#include "simwin/machine/Machine.h"
-#include "simwin/power/Power.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/registry/Registry.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ namespace machine {
 
 constexpr std::uint64_t LeaveStepMs = 1;
 
-static void Tell(const DeviceNode& node, const char* what) {
+void TellOfDevice(const DeviceNode& node, const char* what) {
     if (IsBuildingDevices()) {
         return;
     }
@@ -87,7 +87,7 @@ static bool StopNode(DeviceNode& node, Cause cause) {
     }
     TakeInterfacesDown(node);
     if (wasRunning) {
-        Tell(node, "stopped");
+        TellOfDevice(node, "stopped");
     }
     WakeWaiters(node);
     return wasRunning;
@@ -99,46 +99,7 @@ static void GoAbsent(DeviceNode& node) {
     if (node.problem != simwin::CM_PROB_DISABLED) {
         node.problem = node.stickyProblem;
     }
-    Tell(node, "left");
-}
-
-namespace {
-struct HeldPort : Object {
-    HeldPort() : Object(ObjectKind::File) {}
-    void LastHandleClosed() override;
-    KernelDevice* device = nullptr;
-    std::string portName;
-    Process* program = nullptr;
-    simwin::HANDLE handle = nullptr;
-};
-} // namespace
-static std::vector<HeldPort*>* g_held;
-
-void HeldPort::LastHandleClosed() {
-    if (!g_held) {
-        return;
-    }
-    std::erase(*g_held, this);
-    CloseKernelDevice(*device);
-}
-
-static void Create() {
-    g_held = new std::vector<HeldPort*>;
-}
-
-static void Destroy() {
-    delete g_held;
-    g_held = nullptr;
-}
-
-static Room g_room(63, Create, Destroy);
-
-static void HoldAsSaid(DeviceNode& node) {
-    if (!node.said.heldBy || node.wasHeld || !node.driver) {
-        return;
-    }
-    node.wasHeld = true;
-    HoldDevice(node, HolderProcess(*node.said.heldBy));
+    TellOfDevice(node, "left");
 }
 
 // The consequences of a driver's start or failure.
@@ -153,11 +114,11 @@ static void SetRunning(DeviceNode& node, Cause cause) {
     HoldAsSaid(node);
     if (node.quietStart) {
         node.quietStart = false;
-        Tell(node, "runs");
+        TellOfDevice(node, "runs");
         return;
     }
     BringInterfacesUp(node);
-    Tell(node, "runs");
+    TellOfDevice(node, "runs");
 }
 
 // Runs the driver. False if the node stays stopped, with a problem.
@@ -176,7 +137,7 @@ static bool StartDriver(DeviceNode& node, Cause cause) {
     for (const auto& deviceInterface : node.interfaces) {
         deviceInterface->registered = true;
     }
-    Tell(node, "failed");
+    TellOfDevice(node, "failed");
     return false;
 }
 
@@ -209,7 +170,7 @@ static void Arrive(DeviceNode& node, Cause cause) {
     if (node.uninstalled) {
         TheDeviceTree().Revive(&node);
     }
-    Tell(node, "arrived");
+    TellOfDevice(node, "arrived");
     if (node.problem != 0) {
         for (const auto& deviceInterface : node.interfaces) {
             deviceInterface->registered = true;
@@ -239,15 +200,6 @@ static void LeaveNow(DeviceNode& node, Cause cause) {
         node.returnsAfterLeaving = false;
         AttachNode(node, cause);
     }
-}
-
-static DeviceNode* NodeOrNew(std::string_view id) {
-    if (DeviceNode* node = TheDeviceTree().FindById(id)) {
-        return node;
-    }
-    DeviceDescription description;
-    description.id = id;
-    return AddDevice(description);
 }
 
 void StartNode(DeviceNode& node, Cause cause) {
@@ -383,10 +335,24 @@ void UninstallNode(DeviceNode& node, Cause cause) {
     TheRegistry().DeleteTree(node.enumPath);
     node.installed = false;
     TheDeviceTree().Forget(&node);
-    Tell(node, "uninstalled");
+    TellOfDevice(node, "uninstalled");
 }
 
 // What is below comes along, except what an event took away separately or what has no room in its socket.
+void StopQuietly(DeviceNode& node) {
+    for (DeviceNode* child : node.children) {
+        if (child->IsPresent()) {
+            StopTree(*child, true, Cause::Outside);
+            GoAbsent(*child);
+        }
+    }
+    ++node.startSerial;
+    node.state = DeviceState::Stopped;
+    StopPortDriver(node);
+    node.stoppedByProduct = false;
+    WakeWaiters(node);
+}
+
 void AttachBelow(DeviceNode& node) {
     for (DeviceNode* child : node.children) {
         if (!child->pulledOut && !child->crowdedOut) {
@@ -399,212 +365,6 @@ void AttachBelow(DeviceNode& node) {
 void PutOnHub(DeviceNode& node, DeviceNode& hub, unsigned hubPort) {
     if (TheDeviceTree().SetParent(&node, &hub)) { // the hub may have been moved in the meantime
         PlaceOnHub(node, hub, hubPort);
-    }
-}
-
-void PlugDevice(std::string_view id) {
-    DeviceNode* node = NodeOrNew(id);
-    if (!node) {
-        return;
-    }
-    if (IsMachineDown()) {
-        MissPlug(*node);
-        return;
-    }
-    node->pulledOut = node->crowdedOut = false;
-    AttachBelow(*node);
-    AttachNode(*node, Cause::Outside);
-}
-
-void UnplugDevice(std::string_view id) {
-    DeviceNode* node = TheDeviceTree().FindById(id);
-    if (!node) {
-        return;
-    }
-    if (IsMachineDown()) {
-        MissUnplug(*node);
-        return;
-    }
-    node->pulledOut = true;
-    DetachTree(*node, Cause::Outside);
-}
-
-void ReplugDevice(std::string_view id, std::uint64_t offMs) {
-    DeviceNode* node = TheDeviceTree().FindById(id);
-    if (!node) {
-        return;
-    }
-    if (IsMachineDown()) {
-        MissReplug(*node, offMs);
-        return;
-    }
-    if (!node->IsPresent()) {
-        return;
-    }
-    DetachTree(*node, Cause::Outside);
-    node->isComingBack = true;
-    After(offMs, [node] { AttachNode(*node, Cause::Outside); });
-}
-
-void MoveDevice(std::string_view id, std::string_view hubId, unsigned hubPort, std::uint64_t offMs) {
-    DeviceNode* node = TheDeviceTree().FindById(id);
-    DeviceNode* hub = TheDeviceTree().FindById(hubId);
-    if (!node || !hub || HangsBelow(hub, node)) {
-        return;
-    }
-    if (IsMachineDown()) {
-        MissMove(*node, *hub, hubPort);
-        return;
-    }
-    const std::uint64_t leaves = DetachTree(*node, Cause::Outside);
-    node->isComingBack = true;
-    node->comesBackOn = hub;
-    node->comesBackOnPort = hubPort;
-    After(std::max(offMs, leaves), [node, hub, hubPort] {
-        node->pulledOut = node->crowdedOut = false;
-        PutOnHub(*node, *hub, hubPort);
-        AttachNode(*node, Cause::Outside);
-    });
-}
-
-void SetDeviceProblem(std::string_view id, const ProblemEvent& event) {
-    DeviceNode* node = TheDeviceTree().FindById(id);
-    if (!node) {
-        return;
-    }
-    if (event.number == 0) {
-        node->problem = 0;
-        node->stickyProblem = 0;
-        if (node->IsPresent() && !node->IsRunning()) {
-            node->quietStart = event.quiet;
-            StartNode(*node, Cause::Outside);
-        }
-    } else if (!event.quiet || !node->IsPresent()) {
-        if (node->IsPresent()) {
-            StopTree(*node, true, Cause::Outside);
-        }
-        node->problem = event.number;
-        node->stickyProblem = event.sticky ? event.number : 0;
-    } else {
-        for (DeviceNode* child : node->children) {
-            if (child->IsPresent()) {
-                StopTree(*child, true, Cause::Outside);
-                GoAbsent(*child);
-            }
-        }
-        ++node->startSerial;
-        node->state = DeviceState::Stopped;
-        StopPortDriver(*node);
-        node->stoppedByProduct = false;
-        node->problem = event.number;
-        node->stickyProblem = event.sticky ? event.number : 0;
-        WakeWaiters(*node);
-    }
-    if (!node->IsPresent()) {
-        return;
-    }
-    Tell(*node, "problem");
-    if (event.quiet) {
-        NoteTreeChange(true);
-    }
-}
-
-void BroadcastTreeChanges(unsigned count) {
-    for (unsigned i = 0; i < count; ++i) {
-        SendTreeChange(true);
-    }
-}
-
-Process* HolderProcess(std::string_view imagePath) {
-    for (Process* process : AllProcesses()) {
-        if (!process->ended && !process->image && process->threads.empty() &&
-            EqualNoCase(process->imagePath, imagePath)) {
-            return process;
-        }
-    }
-    ProcessStart start;
-    start.imagePath = imagePath;
-    start.commandLine = "\"" + start.imagePath + "\"";
-    start.currentDirectory = start.imagePath.substr(0, start.imagePath.rfind('\\'));
-    start.rights = Rights::User;
-    start.administrator = false;
-    return StartScripted(start);
-}
-
-bool HoldDevice(DeviceNode& node, Process* program) {
-    KernelDevice* device = node.driver;
-    if (!device || device->handles > 0 || !program || program->ended) {
-        return false;
-    }
-    OpenKernelDevice(*device);
-    auto* held = new HeldPort;
-    held->device = device;
-    held->portName = DosNameOf(node);
-    held->program = program;
-    g_held->push_back(held);
-    held->handle = program->handles.Open(held);
-    return true;
-}
-
-std::string HolderOf(const DeviceNode& node) {
-    for (const HeldPort* held : *g_held) {
-        if (held->device == node.driver && node.driver) {
-            return held->program->imagePath;
-        }
-    }
-    return "";
-}
-
-bool HoldPort(std::string_view portName, Process* program) {
-    const DosDefinition* name = TheDosNames().InForce(portName);
-    KernelDevice* device = name ? TheDeviceTree().RunningDevice(name->target) : nullptr;
-    return device && HoldDevice(*device->node, program);
-}
-
-bool HoldPort(std::string_view portName, std::string_view imagePath) {
-    return HoldPort(portName, HolderProcess(imagePath));
-}
-
-bool ReleasePort(std::string_view portName) {
-    for (const HeldPort* held : *g_held) {
-        if (EqualNoCase(held->portName, portName)) {
-            return held->program->handles.Close(held->handle);
-        }
-    }
-    // Its name may have changed since.
-    const DosDefinition* name = TheDosNames().InForce(portName);
-    const KernelDevice* device = name ? TheDeviceTree().RunningDevice(name->target) : nullptr;
-    for (const HeldPort* held : *g_held) {
-        if (device && held->device == device) {
-            return held->program->handles.Close(held->handle);
-        }
-    }
-    return false;
-}
-
-void CalmDown() {
-    EndFaults();
-    while (!g_held->empty()) {
-        const HeldPort* held = g_held->back();
-        held->program->handles.Close(held->handle);
-    }
-    for (DeviceNode* node : TheDeviceTree().All()) {
-        node->vetoesLeft = 0;
-        node->said.refuses = false;
-        node->said.cycleStatus = 0;
-        node->said.heldBy.reset();
-        if (node->problem != 0) {
-            SetDeviceProblem(node->id, {});
-        }
-    }
-}
-
-void ReplugAllDevices(std::uint64_t offMs) {
-    for (DeviceNode* node : TheDeviceTree().All()) {
-        if (node->IsPresent() && node->parent && node->parent->IsHub() && node->kind != DeviceKind::RootHub &&
-            !(node->parent->parent && node->parent->parent->IsHub())) {
-            ReplugDevice(node->id, offMs);
-        }
     }
 }
 

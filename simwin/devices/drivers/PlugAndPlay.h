@@ -1,53 +1,15 @@
-// What happens to devices from outside and by calls: arriving, leaving, starting, stopping, problems, holding.
-// Everything that takes time follows the machine's clock. The functions for events are called in the scheduler's
-// context; those for the product's calls say so.
+// The steps of which events (events/Events.h) and calls of the product are made: arriving, leaving, starting, stopping.
+// Everything that takes time follows the machine's clock.
 #pragma once
 
 #include "simwin/devices/tree/DeviceTree.h"
-#include "simwin/kernel/Process.h"
 
 #include <cstdint>
-#include <string>
-#include <string_view>
 
 namespace machine {
 
-// --- Events of a description. An unknown id is added from the catalogue.
-inline constexpr std::uint64_t DefaultOffMs = 200;
-void PlugDevice(std::string_view id);   // with all that hangs below it
-void UnplugDevice(std::string_view id); // from the bottom up, 1 ms apart
-void ReplugDevice(std::string_view id, std::uint64_t offMs = DefaultOffMs);
-void MoveDevice(std::string_view id, std::string_view hubId, unsigned hubPort, std::uint64_t offMs = DefaultOffMs);
-struct ProblemEvent {
-    simwin::DWORD number = 0; // 0: it ends
-    bool quiet = false;       // the interfaces stay as they are
-    bool sticky = false;      // later starts do not clear it
-};
-void SetDeviceProblem(std::string_view id, const ProblemEvent& event);
-void BroadcastTreeChanges(unsigned count); // how many at once, to services too
-// A program opens and closes a port by its DOS name. False if there is no such port to open or it is open already.
-bool HoldPort(std::string_view portName, Process* program);
-bool ReleasePort(std::string_view portName);
-bool HoldPort(std::string_view portName, std::string_view imagePath);
-bool HoldDevice(DeviceNode& node, Process* program);
-std::string HolderOf(const DeviceNode& node); // path of the program that holds its port open; "" if none does
-// From now on nothing fails, refuses or is held open: described faults, vetoes and refusals end, programs let go of
-// ports, problems end and what they stopped starts, hubs obey.
-void CalmDown();
-// All devices that would hang on a bus are taken away and come back: a resume with devices = "replug".
-void ReplugAllDevices(std::uint64_t offMs = DefaultOffMs);
-
-// The power goes: no device runs or is there, no one is notified, and what was in progress is over. What is out for a
-// moment is back by the next start.
-void PowerOffDevices();
-// The next start: numbers, names and drivers from the beginning, each plugged device by what the registry says.
-// Problems that a fresh start cures are gone.
-void StartDevicesAnew();
-
-// The program that holds ports under this path: the one that runs already, or a scripted process that starts now.
-Process* HolderProcess(std::string_view imagePath);
-
-// --- The steps that make up events and calls.
+// To the observer, and to whoever is notified of changes of the tree: "arrived", "left", "runs", "stopped", ...
+void TellOfDevice(const DeviceNode& node, const char* what);
 // It is plugged in from now on: it arrives as soon as its parent runs, then what hangs below it.
 void AttachNode(DeviceNode& node, Cause cause);
 // It leaves with all below it, step by step from the bottom up. Returns how long that takes in ms.
@@ -55,6 +17,8 @@ std::uint64_t DetachTree(DeviceNode& node, Cause cause);
 // Stops drivers of the node and of all below it, children first. `childrenGo`: what hangs below is gone until it
 // starts. Returns how many running nodes were stopped.
 unsigned StopTree(DeviceNode& node, bool childrenGo, Cause cause);
+// The same without a sign: what hangs below goes, the driver stops, the interfaces stay as they are.
+void StopQuietly(DeviceNode& node);
 // Starts a present, stopped node and, once it runs, what hangs below it.
 void StartNode(DeviceNode& node, Cause cause);
 // Starts what hangs below a running node and may start; disabled and ejected ones stay as they are.

@@ -1,8 +1,8 @@
 #include "simwin/devices/events/MissedChanges.h"
 
 #include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/events/Events.h"
 #include "simwin/kernel/Scheduler.h"
-#include "simwin/machine/Machine.h"
 
 #include <algorithm>
 #include <utility>
@@ -21,12 +21,9 @@ struct Missed {
 } // namespace
 static std::vector<Missed>* g_missed; // in the order of the first change of each
 
-static Room g_room(
-    65, [] { g_missed = new std::vector<Missed>; },
-    [] {
-        delete g_missed;
-        g_missed = nullptr;
-    });
+RoomPtr MakeMissedChanges() {
+    return MakeRoom(g_missed);
+}
 
 static Missed& MissedOf(DeviceNode& node) {
     const auto known =

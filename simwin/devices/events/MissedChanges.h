@@ -2,6 +2,7 @@
 #pragma once
 
 #include "simwin/devices/tree/DeviceTree.h"
+#include "simwin/kernel/Room.h"
 
 #include <cstdint>
 
@@ -17,5 +18,7 @@ void MissMove(DeviceNode& node, DeviceNode& hub, unsigned hubPort);
 void NoticeMissedChanges();
 // The machine is off and will start from the state as it is.
 void ApplyMissedChanges();
+
+RoomPtr MakeMissedChanges();
 
 } // namespace machine

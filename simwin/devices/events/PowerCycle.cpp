@@ -5,6 +5,7 @@
 #include "simwin/devices/drivers/Notifications.h"
 #include "simwin/devices/drivers/PendingInstalls.h"
 #include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/events/Events.h"
 #include "simwin/devices/events/MissedChanges.h"
 
 #include <algorithm>

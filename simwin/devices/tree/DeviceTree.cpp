@@ -1,9 +1,8 @@
 #include "simwin/devices/tree/DeviceTree.h"
 
-#include "simwin/devices/drivers/Drivers.h"
 #include "simwin/devices/tree/CapturedProperties.h"
 #include "simwin/devices/tree/Catalogue.h"
-#include "simwin/machine/Machine.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/registry/Registry.h"
 
 #include <algorithm>
@@ -19,16 +18,9 @@ constexpr const char* ClassRoot = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Cla
 
 static DeviceTree* g_tree;
 
-static void Create() {
-    g_tree = new DeviceTree;
+RoomPtr MakeDeviceTree() {
+    return MakeRoom(g_tree);
 }
-
-static void Destroy() {
-    delete g_tree;
-    g_tree = nullptr;
-}
-
-static Room g_room(61, Create, Destroy);
 
 static std::string PathOf(std::string id, std::string_view classGuid) {
     std::replace(id.begin(), id.end(), '\\', '#');
@@ -86,14 +78,6 @@ bool HangsBelow(const DeviceNode* node, const DeviceNode* top) {
         }
     }
     return false;
-}
-
-DeviceTree::~DeviceTree() {
-    for (auto& [name, devices] : m_kernel) {
-        for (KernelDevice* device : devices) {
-            delete device;
-        }
-    }
 }
 
 DeviceNode* DeviceTree::Find(simwin::DWORD number) const {
@@ -224,9 +208,9 @@ KernelDevice* DeviceTree::RunningDevice(std::string_view kernelName) const {
     if (found == m_kernel.end()) {
         return nullptr;
     }
-    for (KernelDevice* device : found->second) {
+    for (const auto& device : found->second) {
         if (device->running) {
-            return device;
+            return device.get();
         }
     }
     return nullptr;
@@ -253,22 +237,22 @@ KernelDevice* DeviceTree::MakeKernelDevice(DeviceNode* node, std::string_view wa
             counter.next = number;
         }
     }
-    auto* device = new KernelDevice;
+    const auto& device = m_kernel[name].emplace_back(std::make_unique<KernelDevice>());
     device->name = name;
     device->node = node;
-    m_kernel[name].push_back(device);
-    return device;
+    return device.get();
 }
 
 void DeviceTree::ReleaseKernelDevice(KernelDevice* device) {
     if (--device->references > 0) {
         return;
     }
-    const auto found = m_kernel.find(device->name);
-    std::erase(found->second, device);
+    const std::string name = device->name;
+    const auto found = m_kernel.find(name);
+    std::erase_if(found->second, [device](const auto& known) { return known.get() == device; });
     if (found->second.empty()) {
         m_kernel.erase(found);
-        const CountedName counted = SplitKernelName(device->name);
+        const CountedName counted = SplitKernelName(name);
         if (const auto counter = m_counters.find(CounterKey(counted)); counter != m_counters.end()) {
             Counter& known = counter->second;
             if (counted.number >= known.base && counted.number < known.next) {
@@ -276,7 +260,6 @@ void DeviceTree::ReleaseKernelDevice(KernelDevice* device) {
             }
         }
     }
-    delete device;
 }
 
 void DeviceTree::Renumber() {

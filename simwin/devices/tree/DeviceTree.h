@@ -6,6 +6,7 @@
 #include "simwin/devices/tree/Description.h"
 #include "simwin/devices/tree/DosNames.h"
 #include "simwin/kernel/Objects.h"
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/Text.h"
 #include "simwin/kernel/types.h"
 
@@ -115,7 +116,6 @@ struct InstanceIdLess {
 
 class DeviceTree {
 public:
-    ~DeviceTree();
     DeviceNode* Find(simwin::DWORD number) const; // null if it never existed or was uninstalled
     DeviceNode* FindById(std::string_view id) const;
     DeviceNode* Root() const { return m_root; }
@@ -159,7 +159,7 @@ private:
     std::map<std::string, DeviceNode*, InstanceIdLess> m_byId;
     std::map<std::string, DeviceInterface*, NoCaseLess> m_byPath;
     std::map<std::string, InterfaceKeys, NoCaseLess> m_byClass;
-    std::map<std::string, std::vector<KernelDevice*>, NoCaseLess> m_kernel;
+    std::map<std::string, std::vector<std::unique_ptr<KernelDevice>>, NoCaseLess> m_kernel;
     // For the counting up of kernel names: all numbers from `base` to below `next` are taken.
     struct Counter {
         unsigned base, next;
@@ -191,5 +191,7 @@ std::string RegistryNameOf(const DeviceNode& node); // PortName, else DosDeviceN
 std::string DosNameOf(const DeviceNode& node);      // COMn that leads to its running kernel device; "" if none
 std::string FriendlyNameOf(const DeviceNode& node);
 std::string UsbPortOf(const DeviceNode& node); // '1-4-2-3': controller, then hub ports; "" if it is not on a hub
+
+RoomPtr MakeDeviceTree();
 
 } // namespace machine

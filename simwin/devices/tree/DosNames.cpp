@@ -2,7 +2,6 @@
 
 #include "simwin/devices/api.h"
 #include "simwin/kernel/Call.h"
-#include "simwin/machine/Machine.h"
 
 #include <algorithm>
 #include <cstring>
@@ -12,17 +11,11 @@ namespace machine {
 
 static DosNames* g_names;
 
-static void Create() {
-    g_names = new DosNames;
+RoomPtr MakeDosNames() {
+    RoomPtr room = MakeRoom(g_names);
     g_names->Reset();
+    return room;
 }
-
-static void Destroy() {
-    delete g_names;
-    g_names = nullptr;
-}
-
-static Room g_room(60, Create, Destroy);
 
 DosNames& TheDosNames() {
     return *g_names;
@@ -153,6 +146,17 @@ std::vector<std::string> DosNames::Names() const {
         names.push_back(name->name);
     }
     return names;
+}
+
+void SetDosName(const DosNameDescription& name) {
+    if (name.target.empty()) {
+        TheDosNames().RemoveNewest(name.name, "outside");
+        return;
+    }
+    TheDosNames().Define(name.name, name.target, "outside");
+    if (name.opens) {
+        TheDosNames().SetOpens(name.name, *name.opens);
+    }
 }
 
 } // namespace machine

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "simwin/devices/tree/Description.h"
+#include "simwin/kernel/Room.h"
 #include "simwin/kernel/Text.h"
 
 #include <cstdint>
@@ -74,8 +75,12 @@ private:
 };
 
 DosNames& TheDosNames();
+// A name defined from outside: put on top; an empty target deletes the newest definition.
+void SetDosName(const DosNameDescription& name);
 
 // 'COM7' and its number; 0 if it is no COM name with a number.
 unsigned ComNumberOf(std::string_view name);
+
+RoomPtr MakeDosNames();
 
 } // namespace machine

@@ -99,7 +99,8 @@ TEST(AssignmentCheck, EachEndWithoutAChangeTellsWhyAndWhetherItIsThrough) {
     machine::TheRegistry().SetBinary("HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter", "ComDB",
                                      std::vector<std::uint8_t>(32));
     // Whatever a DOS name leads to can be opened: no link here is dead.
-    machine::SetDeviceOpener([](const char*, DWORD, DWORD, DWORD, DWORD*) { return new machine::OpenDevice; });
+    machine::SetDeviceOpener(
+        [](const char*, DWORD, DWORD, DWORD, DWORD*) { return std::make_unique<machine::OpenDevice>(); });
     CComPorts* table = inventorytest::NewTable();
     Port(table, "B", 8, "\\Device\\Serial8")->DevInst = VirtualDevInst + 8;
     using Row = std::tuple<const char*, const char*, const char*, DWORD, DWORD, DWORD, const char*>;

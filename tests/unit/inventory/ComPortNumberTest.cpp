@@ -5,7 +5,6 @@
 #include "inventory/names/CDosDeviceNames.h"
 #include "inventory/names/ComNameAvailability.h"
 #include "inventory/names/ComPortNumber.h"
-#include "simwin/devices/tree/DosNames.h"
 #include "simwin/registry/Registry.h"
 
 constexpr char EnumKey[] = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_1111&PID_2222\\A1";

@@ -2,7 +2,6 @@
 #include "config/CSettings.h"
 #include "inventory/names/CDosDeviceNames.h"
 #include "inventory/names/KnownDrivers.h"
-#include "simwin/devices/tree/DosNames.h"
 
 #include "tests/unit/inventory/PortBuilder.h"
 

@@ -4,7 +4,7 @@
 
 #include "simwin/devices/build/Devices.h"
 #include "simwin/devices/drivers/Notifications.h"
-#include "simwin/devices/drivers/PlugAndPlay.h"
+#include "simwin/devices/events/Events.h"
 #include "simwin/devices/tree/Catalogue.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/registry/Registry.h"

@@ -3,6 +3,7 @@
 
 #include "simwin/kernel/Call.h"
 #include "simwin/registry/Registry.h"
+#include "simwin/texts/Environment.h"
 #include "support/system/CRTreplace.h"
 #include "support/system/CreateFileTimeout.h"
 #include "support/system/FileTools.h"
