@@ -319,7 +319,7 @@ int Rehearse(const Options& options) {
     balloons.Close();
     stage.hasEnded = true;
 
-    if (observer && machine::WasRunInterrupted()) {
+    if (observer && (machine::WasRunInterrupted() || outcome.verdict == machine::Verdict::Livelock)) {
         observer->Abandon();
     }
     const LogFacts observed = observer ? observer->Take(EndOfMachine()) : LogFacts{};

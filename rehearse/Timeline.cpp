@@ -15,6 +15,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <string_view>
 
 namespace rehearse {
@@ -153,6 +154,26 @@ void Timeline::OnDeviceChanged(const machine::DeviceNode& node, std::string_view
     }
 }
 
+// Those that the timeline knows of a node (null: of none) and all that hangs below it, by id. By way of the tree: a run
+// restarts each of a thousand ports.
+std::vector<const machine::DeviceNode*> Timeline::PortsBelow(const machine::DeviceNode* top) const {
+    std::vector<const machine::DeviceNode*> nodes, ports;
+    if (top) {
+        nodes.push_back(top);
+    }
+    while (!nodes.empty()) {
+        const machine::DeviceNode* node = nodes.back();
+        nodes.pop_back();
+        nodes.insert(nodes.end(), node->children.begin(), node->children.end());
+        if (m_ports.contains(node->id)) {
+            ports.push_back(node);
+        }
+    }
+    std::sort(ports.begin(), ports.end(),
+              [this](const auto* one, const auto* other) { return m_ports.key_comp()(one->id, other->id); });
+    return ports;
+}
+
 void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
     if (m_isClosed) {
         return;
@@ -161,11 +182,8 @@ void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
     const machine::DeviceNode* top = machine::TheDeviceTree().FindById(restart.device);
     const bool comesLater = restart.means == "cycle" && restart.ok;
     bool isReported = false;
-    for (auto& [id, port] : m_ports) {
-        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
-        if (!top || !node || !machine::HangsBelow(node, top)) {
-            continue;
-        }
+    for (const machine::DeviceNode* node : PortsBelow(top)) {
+        PortState& port = m_ports[node->id];
         if (comesLater) {
             port.pendingMeans = restart.means;
             isReported = true;
@@ -174,7 +192,7 @@ void Timeline::OnRestarted(const machine::DeviceRestart& restart) {
             m_entries[port.runsEntry - 1] = {m_entries[port.runsEntry - 1].atMs,
                                              false,
                                              "restarts",
-                                             id,
+                                             node->id,
                                              port.nameBeforeRun,
                                              port.name,
                                              restart.means};
@@ -198,16 +216,16 @@ void Timeline::WarnOfHolders(const machine::DeviceNode& top, const machine::Devi
     if (isCycle && !restart.ok) {
         return;
     }
-    for (const auto& [id, port] : m_ports) {
-        const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
-        const std::string holder = node && machine::HangsBelow(node, &top) ? machine::HolderOf(*node) : "";
+    for (const machine::DeviceNode* node : PortsBelow(&top)) {
+        const std::string holder = machine::HolderOf(*node);
         if (holder.empty()) {
             continue;
         }
+        const PortState& port = m_ports[node->id];
         const std::string what = isCycle ? fmt::format("{} is torn from {}, which has it open:", port.name, holder)
                                          : fmt::format("{} cannot restart, {} has it open:", port.name, holder);
-        if (m_entries.back().what != what || m_entries.back().device != id) {
-            m_entries.push_back({machine::Now(), false, what, id, "", "", restart.means, true});
+        if (m_entries.back().what != what || m_entries.back().device != node->id) {
+            m_entries.push_back({machine::Now(), false, what, node->id, "", "", restart.means, true});
         }
     }
 }

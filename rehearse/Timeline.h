@@ -65,6 +65,7 @@ private:
     };
 
     void OnDeviceChanged(const machine::DeviceNode& node, std::string_view what);
+    std::vector<const machine::DeviceNode*> PortsBelow(const machine::DeviceNode* top) const;
     void OnRestarted(const machine::DeviceRestart& restart);
     void WarnOfHolders(const machine::DeviceNode& top, const machine::DeviceRestart& restart);
     void OnDosNameChanged(const machine::DosNameChange& change);

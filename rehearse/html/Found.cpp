@@ -57,16 +57,13 @@ std::string Percent(double value) {
     return text;
 }
 
-std::string Table(const std::string& caption, const std::vector<std::string>& headings, const Rows& rows,
-                  const std::vector<std::string>& ids) {
+// A part of a table that is a table itself, with the headings again.
+static std::string TablePart(const std::string& caption, const std::string& head, const Rows& rows,
+                             const std::vector<std::string>& ids, std::size_t from, std::size_t to) {
     std::string text = fmt::format("<div class=\"wide\" role=\"region\" tabindex=\"0\" aria-label=\"{0}\"><table>"
-                                   "<caption>{0}</caption>\n<thead><tr>",
-                                   Escaped(caption));
-    for (const std::string& heading : headings) {
-        text += fmt::format("<th scope=\"col\">{}</th>", Escaped(heading));
-    }
-    text += "</tr></thead>\n<tbody>\n";
-    for (std::size_t row = 0; row < rows.size(); ++row) {
+                                   "<caption>{0}</caption>\n{1}<tbody>\n",
+                                   Escaped(caption), head);
+    for (std::size_t row = from; row < to; ++row) {
         text += row < ids.size() ? fmt::format("<tr id=\"{}\">", ids[row]) : "<tr>";
         for (std::size_t i = 0; i < rows[row].size(); ++i) {
             text += i == 0 ? "<th scope=\"row\">" + rows[row][i] + "</th>" : "<td>" + rows[row][i] + "</td>";
@@ -74,6 +71,29 @@ std::string Table(const std::string& caption, const std::vector<std::string>& he
         text += "</tr>\n";
     }
     return text + "</tbody></table></div>\n";
+}
+
+std::string Table(const Speech& say, const std::string& caption, const std::vector<std::string>& headings,
+                  const Rows& rows, const std::vector<std::string>& ids) {
+    std::string head = "<thead><tr>";
+    for (const std::string& heading : headings) {
+        head += fmt::format("<th scope=\"col\">{}</th>", Escaped(heading));
+    }
+    head += "</tr></thead>\n";
+    constexpr std::size_t AtOnce = 100; // a browser lays a table out as a whole: a second for a thousand rows
+    if (rows.size() <= AtOnce + AtOnce / 4) {
+        return TablePart(caption, head, rows, ids, 0, rows.size());
+    }
+    std::string text;
+    for (std::size_t from = 0; from < rows.size(); from += AtOnce) {
+        const std::size_t to = std::min(rows.size(), from + AtOnce);
+        const std::string range = say.Format("{} to {} of {}", "{} bis {} von {}", from + 1, to, rows.size());
+        const std::string part = TablePart(fmt::format("{}, {}", caption, range), head, rows, ids, from, to);
+        text += from == 0 ? part
+                          : fmt::format("<details class=\"print\"><summary>{}: {} – {}</summary>\n{}</details>\n",
+                                        range, rows[from].front(), rows[to - 1].front(), part);
+    }
+    return text;
 }
 
 static std::string Section(const char* id, const std::string& heading, const std::string& inner) {
@@ -147,7 +167,7 @@ std::string PortsSection(const Context& context) {
     const std::string inner =
         rows.empty()
             ? Paragraph(say("The machine has no ports.", "Der Rechner hat keine Ports."))
-            : Table(say("Ports before and after", "Ports vorher und nachher"),
+            : Table(say, say("Ports before and after", "Ports vorher und nachher"),
                     {say("Port", "Port"), say("Before", "Vorher"), say("After", "Nachher"), say("State", "Zustand"),
                      say("Rule", "Regel"), say("Wanted", "Gewünscht"),
                      say("Refused at the last check", "Beim letzten Mal verweigert"), say("Registry", "Registrierung"),
@@ -211,7 +231,7 @@ std::string RulesSection(const Context& context) {
     }
     if (!rows.empty()) {
         inner +=
-            Table(say("Rules and what they took", "Regeln und was sie nahmen"),
+            Table(say, say("Rules and what they took", "Regeln und was sie nahmen"),
                   {say("Rule", "Regel"), say("Wanted", "Gewünscht"), say("Ports", "Ports"), say("Took", "Nahm")}, rows);
     }
     return Section("rules", say("Rules", "Regeln"), inner);
@@ -224,7 +244,7 @@ std::string DatabaseSection(const Context& context) {
     };
     const Verdict& verdict = context.facts.verdict;
     return Section("numbers", say("Numbers taken in the database", "In der Datenbank belegte Nummern"),
-                   Table(say("Numbers before and after", "Nummern vorher und nachher"),
+                   Table(say, say("Numbers before and after", "Nummern vorher und nachher"),
                          {say("When", "Wann"), say("Numbers", "Nummern")},
                          {{say("Before", "Vorher"), text(verdict.databaseBefore)},
                           {say("After", "Nachher"), text(verdict.databaseAfter)}}));
@@ -241,8 +261,9 @@ std::string RestartsSection(const Context& context) {
                                                               "</span> " + Code(entry.device)});
     }
     if (!dangers.empty()) {
-        inner += Table(say("Dangers: ports that a program has open", "Gefahren: Ports, die ein Programm offen hat"),
-                       {say("When", "Wann"), say("What", "Was")}, dangers);
+        inner +=
+            Table(say, say("Dangers: ports that a program has open", "Gefahren: Ports, die ein Programm offen hat"),
+                  {say("When", "Wann"), say("What", "Was")}, dangers);
     }
     for (const Ring& ring : verdict.rings) {
         inner += Paragraph(fmt::format("<span class=\"bad\">{}</span> {}", say("Ring:", "Ring:"),
@@ -259,7 +280,7 @@ std::string RestartsSection(const Context& context) {
                           Escaped(context.NamesOf(group.ports)), others.empty() ? "–" : others});
     }
     if (!groups.empty()) {
-        inner += Table(say("Restarted together", "Gemeinsam neu gestartet"),
+        inner += Table(say, say("Restarted together", "Gemeinsam neu gestartet"),
                        {say("Device", "Gerät"), say("Means", "Mittel"), say("Times", "Wie oft"), say("Ports", "Ports"),
                         say("What else", "Was noch")},
                        groups);
@@ -309,7 +330,7 @@ static std::string BalloonsTable(const Context& context) {
                         balloon.untilMs ? Escaped(say.Time(*balloon.untilMs)) : "–", EndedBy(say, balloon)});
     }
     return rows.empty() ? ""
-                        : Table(say("Balloons", "Sprechblasen"),
+                        : Table(say, say("Balloons", "Sprechblasen"),
                                 {say("When", "Wann"), say("Text", "Text"), say("For whom", "Für wen"),
                                  say("Until", "Bis"), say("Ended by", "Beendet durch")},
                                 rows);
@@ -337,12 +358,12 @@ static std::string BoxesAndPrograms(const Context& context) {
     }
     std::string text;
     if (!boxes.empty()) {
-        text += Table(say("Message boxes", "Meldungen"),
+        text += Table(say, say("Message boxes", "Meldungen"),
                       {say("When", "Wann"), say("Title", "Titel"), say("Text", "Text")}, boxes);
     }
     if (!programs.empty()) {
         text += Table(
-            say("Programs that were started", "Gestartete Programme"),
+            say, say("Programs that were started", "Gestartete Programme"),
             {say("When", "Wann"), say("Command line", "Befehlszeile"), say("As", "Als"), say("Outcome", "Ausgang")},
             programs);
     }
@@ -363,6 +384,29 @@ std::string ShownSection(const Context& context) {
                : Section("shown", say("What people saw, what was started", "Was man sah, was gestartet wurde"), inner);
 }
 
+// In blocks that are opened one by one: ten megabytes of lines at once would take a browser seconds.
+static std::string LogBlocks(const Speech& say, std::string_view log) {
+    constexpr std::size_t LinesInABlock = 2000, TimeColumns = 12;
+    std::string text = "<div id=\"all\">\n";
+    for (std::size_t line = 1; !log.empty();) {
+        std::size_t lines = 0, size = 0;
+        while (lines < LinesInABlock && size < log.size()) {
+            size = std::min(log.find('\n', size), log.size() - 1) + 1;
+            ++lines;
+        }
+        const std::string_view time = log.substr(0, TimeColumns);
+        const std::string name =
+            say.Format("Lines {} to {}, from {} on", "Zeilen {} bis {}, ab {}", line, line + lines - 1,
+                       time.substr(std::min(time.find_first_not_of(' '), time.size())));
+        text += fmt::format("<details><summary>{0}</summary>\n<pre lang=\"en\" tabindex=\"0\" role=\"region\" "
+                            "aria-label=\"{0}\">\n{1}</pre></details>\n",
+                            Escaped(name), Escaped(log.substr(0, size)));
+        log.remove_prefix(size);
+        line += lines;
+    }
+    return text + "</div>\n";
+}
+
 std::string LogSection(const Context& context) {
     const Speech& say = context.say;
     const ObservedLog& log = context.facts.log;
@@ -371,7 +415,6 @@ std::string LogSection(const Context& context) {
                        Paragraph(say("The log of this run could not be observed.",
                                      "Das Protokoll dieses Laufs ließ sich nicht beobachten.")));
     }
-    const auto lines = std::count(log.text.begin(), log.text.end(), '\n');
     std::string inner = Paragraph(
         say("The product's log in full, as a second run beside this one wrote it: time, thread, message.",
             "Das ganze Protokoll des Produkts, wie es ein zweiter Lauf neben diesem schrieb: Zeit, Thread, Meldung."));
@@ -380,10 +423,7 @@ std::string LogSection(const Context& context) {
                                       "Es war länger als {} MB; der Rest fehlt. --log schreibt es ganz.",
                                       MostLogBytes / 1'000'000));
     }
-    inner += fmt::format("<details><summary>{}</summary>\n<pre id=\"all\" lang=\"en\" tabindex=\"0\" role=\"region\" "
-                         "aria-label=\"{}\">\n{}</pre></details>\n",
-                         say.Format("Open all {} lines", "Alle {} Zeilen öffnen", lines),
-                         say("The whole log", "Das ganze Protokoll"), Escaped(log.text));
+    inner += LogBlocks(say, log.text);
     return Section("log", say("Log", "Protokoll"), inner);
 }
 

@@ -210,7 +210,7 @@ std::string StretchesTable(const Context& context) {
     }
     return fmt::format("<details class=\"print\"><summary>{}</summary>\n{}</details>\n",
                        say("The lanes as a table", "Die Bahnen als Tabelle"),
-                       Table(say("Each port over time", "Jeder Port über die Zeit"),
+                       Table(say, say("Each port over time", "Jeder Port über die Zeit"),
                              {say("Port in the end", "Port am Ende"), say("From", "Von"), say("To", "Bis"),
                               say("How it stood", "Wie er stand")},
                              rows));

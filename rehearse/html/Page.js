@@ -40,8 +40,7 @@
   let log = null, first = 0, last = 0, place = -1, chosen = null;
   const linesOfLog = () => {
     if (log === null) {
-      const all = byId("all");
-      log = all ? all.textContent.split("\n") : [];
+      log = Array.from(document.querySelectorAll("#all pre"), (block) => block.textContent).join("").split("\n");
       if (log.length && log[log.length - 1] === "") log.pop();
     }
     return log;

@@ -29,9 +29,9 @@ struct Context {
 // "12.35", for percentages.
 std::string Percent(double value);
 
-// A table that can be scrolled by the keyboard. headings: not escaped yet; rows: markup of cells, the first one a
-// heading of its row. ids: of the rows, or none.
-std::string Table(const std::string& caption, const std::vector<std::string>& headings,
+// A table that can be scrolled by the keyboard; a long one is the first of several, and the others open on request.
+// headings: not escaped yet; rows: markup of cells, the first one a heading of its row. ids: of the rows, or none.
+std::string Table(const Speech& say, const std::string& caption, const std::vector<std::string>& headings,
                   const std::vector<std::vector<std::string>>& rows, const std::vector<std::string>& ids = {});
 
 std::string LanesSection(const Context& context);

@@ -1,5 +1,6 @@
 #include "simwin/kernel/Call.h"
 
+#include "simwin/kernel/Livelock.h"
 #include "simwin/kernel/Text.h"
 
 #include <array>
@@ -23,6 +24,7 @@ struct Gate {
     std::size_t traced = 0;
     CallWatcher watcher;
     bool isNoting = false;
+    std::uint64_t callsWithoutTime = LivelockCalls;
     std::vector<Fault> noted;
 };
 } // namespace
@@ -73,7 +75,7 @@ Call::Call(Operation& operation, const char* object) {
     thread->call = operation.name;
     Gate& gate = TheGate();
     gate.trace[gate.traced++ % TraceLength] = {Now(), thread->id, operation.name};
-    if (++Counts().callsSinceTimeMoved > LivelockCalls) {
+    if (++Counts().callsSinceTimeMoved > gate.callsWithoutTime) {
         StopRun(Verdict::Livelock, LivelockText(operation.name));
     }
     if (gate.watcher) {
@@ -95,6 +97,10 @@ Call::Call(Operation& operation, const char* object) {
         SleepMs(delay);
         thread->call = operation.name;
     }
+}
+
+void AllowCallsWithoutTime(std::uint64_t calls) {
+    TheGate().callsWithoutTime = calls;
 }
 
 void AddFault(const Fault& fault) {

@@ -106,7 +106,8 @@ def judge_access(page):
 def judge_log(page):
     """What --explain quotes must be the very line to which its event leads."""
     # A line end right after <pre> is no part of the text.
-    lines = next(e for e in page.of("pre") if e[1].get("id") == "all")[2].removeprefix("\n").split("\n")
+    log = next(e for e in page.of("div") if e[1].get("id") == "all")
+    lines = "".join(e[2].removeprefix("\n") for e in page.of("pre", log)).split("\n")
     quotes = 0
     for _, attributes, text, _ in page.of("a"):
         said = re.search(r"(?:says|sagt)(?: of \S+| zu \S+)?: (.*)", text)
