@@ -25,8 +25,8 @@ call :needless_things
 call :devices
 if not exist "%WORK%\registry.txt" goto no_devices
 call :other_keys
-call :connected
 call :properties
+call :connected
 call :windows
 call :product
 call :write_folder
@@ -124,26 +124,28 @@ exit /b 0
 
 rem Goes through the devices of BRANCH. The tokens of a line of `reg query` are, for a key, HKEY_LOCAL_MACHINE, SYSTEM,
 rem CurrentControlSet, Enum, branch, device, instance, what is below; for a value its name, type, data. They are split at
-rem backslashes, tabs (Windows XP) and blanks, which no id has.
+rem backslashes, tabs (Windows XP) and blanks, which no id has. The letters are at the end of the alphabet, since Wine expands
+rem %vendor% in a text once more, as the variable %%v and the rest.
 :branch
 echo   %BRANCH%
 %REG% query "%ENUM%\%BRANCH%" /s >"%WORK%\branch.txt" 2>nul
 set "DEVICE="
-for /f "usebackq tokens=1-8 delims=\	 " %%a in ("%WORK%\branch.txt") do (
-    set "NEXT_DEVICE=%%f"
-    set "NEXT_INSTANCE=%%g"
-    if "%%a"=="HKEY_LOCAL_MACHINE" if not "%%g"=="" if "%%h"=="" call :next_instance
-    if /i "%%a\%%h"=="HKEY_LOCAL_MACHINE\Control" set "PRESENT=1"
-    if /i "%%a"=="ClassGUID" set "CLASS=%%c"
-    if /i "%%a"=="Service" set "DRIVER=%%c"
+for /f "usebackq tokens=1,3,6-8 delims=\	 " %%V in ("%WORK%\branch.txt") do (
+    set "NEXT_DEVICE=%%X"
+    set "NEXT_INSTANCE=%%Y"
+    if "%%V"=="HKEY_LOCAL_MACHINE" if not "%%Y"=="" if "%%Z"=="" call :next_instance
+    if /i "%%V\%%Z"=="HKEY_LOCAL_MACHINE\Control" set "PRESENT=1"
+    if /i "%%V"=="ClassGUID" set "CLASS=%%W"
+    if /i "%%V"=="Service" set "DRIVER=%%W"
 )
 call :instance
 exit /b 0
 
+rem A serial number may have quotes; what stands after one would be run as a command.
 :next_instance
 call :instance
-set "DEVICE=%NEXT_DEVICE%"
-set "INSTANCE=%NEXT_INSTANCE%"
+set "DEVICE=%NEXT_DEVICE:"=%"
+set "INSTANCE=%NEXT_INSTANCE:"=%"
 exit /b 0
 
 rem The instance that has been read is over: if it is needed, it goes into the lists, and its device into the export.
@@ -204,10 +206,9 @@ set "KEY=HKLM\SOFTWARE\Tarn Holve\Quillmarch"
 call :export_if_there
 exit /b 0
 
-rem What is connected: pnputil of Windows 10 1903 and later knows it, else the keys that Windows keeps only for what is
-rem there. Of pnputil's list, in whatever language, only the devices of the export are taken.
+rem What is connected: pnputil of Windows 10 1903 and later knows it, PowerShell of Windows 8 and later, else the keys that
+rem Windows keeps only for what is there. Of pnputil's list, in whatever language, only the devices of the export are taken.
 :connected
-echo   what is connected
 set "PNPUTIL=%SystemRoot%\System32\pnputil.exe"
 if exist "%PNPUTIL%" "%PNPUTIL%" /enum-devices /connected >"%WORK%\pnputil.txt" 2>nul
 if not exist "%WORK%\pnputil.txt" goto by_registry
@@ -216,26 +217,24 @@ for /f "usebackq tokens=1,* delims=:" %%a in ("%WORK%\pnputil.txt") do (
     call :listed
 )
 :by_registry
-if exist "%WORK%\connected.txt" exit /b 0
-if exist "%WORK%\marked.txt" (
-    copy /y "%WORK%\marked.txt" "%WORK%\connected.txt" >nul
-) else (
-    >>"%WORK%\not_read.txt" echo   which devices are connected: all that Windows knows are taken for connected
-)
+if not exist "%WORK%\connected.txt" if exist "%WORK%\present.txt" copy /y "%WORK%\present.txt" "%WORK%\connected.txt" >nul
+if not exist "%WORK%\connected.txt" if exist "%WORK%\marked.txt" copy /y "%WORK%\marked.txt" "%WORK%\connected.txt" >nul
+if not exist "%WORK%\connected.txt" >>"%WORK%\not_read.txt" echo   which devices are connected: all that Windows knows are taken for connected
 exit /b 0
 
 :listed
+if defined LISTED set "LISTED=%LISTED:"=%"
 if not defined LISTED exit /b 0
 for /f "tokens=1-3 delims=\ " %%x in ("%LISTED%") do (
     if not "%%z"=="" if defined KNOWN_%%x\%%y >>"%WORK%\connected.txt" echo "%%x\%%y\%%z"
 )
 exit /b 0
 
-rem Parents and location paths: Windows 8 and later, through PowerShell.
+rem Parents, location paths, presence: Windows 8 and later, through PowerShell.
 :properties
-echo   where it is connected
+echo   what is connected, and where
 set "SHELL=%SystemRoot%\System32\WindowsPowerShell\v1.0\powershell.exe"
-if exist "%SHELL%" "%SHELL%" -NoProfile -NonInteractive -ExecutionPolicy Bypass -Command "$ErrorActionPreference='SilentlyContinue'; $k=@('DEVPKEY_Device_Parent','DEVPKEY_Device_LastKnownParent','DEVPKEY_Device_LocationPaths'); $t=[string][char]9; if(Get-Command Get-PnpDeviceProperty){ $lines=@(foreach($i in Get-Content -LiteralPath ($env:WORK+'\known.txt')){ $i=$i.Trim([char]34); $v=@{}; foreach($p in Get-PnpDeviceProperty -InstanceId $i -KeyName $k){ $v[$p.KeyName]=@($p.Data)[0] }; $u=$v[$k[0]]; if(-not $u){ $u=$v[$k[1]] }; if($u -or $v[$k[2]]){ $i+$t+$u+$t+$v[$k[2]] } }); if($lines){ [IO.File]::WriteAllLines($env:WORK+'\properties.txt',[string[]]$lines) } }" >nul 2>nul <nul
+if exist "%SHELL%" "%SHELL%" -NoProfile -NonInteractive -ExecutionPolicy Bypass -Command "$ErrorActionPreference='SilentlyContinue'; $k=@('DEVPKEY_Device_Parent','DEVPKEY_Device_LastKnownParent','DEVPKEY_Device_LocationPaths','DEVPKEY_Device_IsPresent'); $t=[string][char]9; $there=@(); if(Get-Command Get-PnpDeviceProperty){ $lines=@(foreach($i in Get-Content -LiteralPath ($env:WORK+'\known.txt')){ $i=$i.Trim([char]34); $v=@{}; foreach($p in Get-PnpDeviceProperty -InstanceId $i -KeyName $k){ $v[$p.KeyName]=@($p.Data)[0] }; $u=$v[$k[0]]; if(-not $u){ $u=$v[$k[1]] }; if($v[$k[3]]){ $there+=$i }; if($u -or $v[$k[2]]){ $i+$t+$u+$t+$v[$k[2]] } }); if($lines){ [IO.File]::WriteAllLines($env:WORK+'\properties.txt',[string[]]$lines) }; if($there){ [IO.File]::WriteAllLines($env:WORK+'\present.txt',[string[]]$there) } }" >nul 2>nul <nul
 if not exist "%WORK%\properties.txt" >>"%WORK%\not_read.txt" echo   parents and location paths of devices: the tree follows from the registry
 exit /b 0
 
@@ -301,6 +300,7 @@ if not defined INI goto usual_log
 for /f "usebackq tokens=1,* delims== " %%a in ("%INI%") do if /i "%%a"=="Logfile" set "LOG=%%b"
 if not defined LOG goto usual_log
 rem With variables, relative to the executable.
+set "LOG=%LOG:"=%"
 call set "LOG=%LOG%"
 if not "%LOG:~1,1%"==":" if not "%LOG:~0,1%"=="\" for %%i in ("%INI%") do set "LOG=%%~dpi%LOG%"
 :usual_log
@@ -331,7 +331,7 @@ if exist "%OUT%\connected.txt" echo connected = "connected.txt"
 if exist "%OUT%\properties.txt" echo properties = "properties.txt"
 echo.
 echo [windows]
-if defined VERSION echo version = "%VERSION%.%BUILD%"
+if defined VERSION if defined BUILD echo version = "%VERSION%.%BUILD%"
 echo edition = "%EDITION%"
 if defined LANGUAGE echo language = 0x%LANGUAGE%
 if defined UPTIME echo uptime = "%UPTIME%s"

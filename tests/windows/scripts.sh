@@ -79,8 +79,17 @@ check "with its rules" grep -q '"registry_name": "COM20"' "$prefix/report.json"
 # pnputil speaks German, and knows less and more than the marks.
 cp "$pnputil" "$prefix/drive_c/windows/system32/pnputil.exe"
 mkdir "$prefix/drive_c/all"
+# A stick whose serial number is a command line.
+cat >"$prefix/stick.reg" <<'REG'
+Windows Registry Editor Version 5.00
+
+[HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Enum\USB\VID_1A86&PID_7523\X"&echo.SERVED&"]
+"ClassGUID"="{4d36e978-e325-11ce-bfc1-08002be10318}"
+REG
+check "the stick is planted" timeout 60 wine reg import "Z:${prefix//\//\\}\\stick.reg" </dev/null >"$output" 2>&1
 run _capture_machine.cmd 'C:\all'
 check "it is captured again, elsewhere" test "$code" = 0
+check "no serial number is a command" not grep -q SERVED "$output"
 check "by pnputil's list, of the export's devices" test "$(tr -d '"\r' <"$prefix/drive_c/all/${machine##*/}/connected.txt" |
     sort | sed 's/.*\\//' | tr '\n' ' ')" = '4&1a2b3c4d&0&0 5&2e9a1f0&0&2 6&7d0c1b2&0&1 6&7d0c1b2&0&4 '
 rm "$prefix/drive_c/windows/system32/pnputil.exe"
