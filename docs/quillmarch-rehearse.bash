@@ -9,6 +9,7 @@ _quillmarch_rehearse() {
     --pictures) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;;
     --language) mapfile -t COMPREPLY < <(compgen -W "en de" -- "$word") ;;
     --log-level) mapfile -t COMPREPLY < <(compgen -W "1 2 3 4 5 6" -- "$word") ;;
+    --story) mapfile -t COMPREPLY < <(compgen -W "boot replug sockets storm sleep newcomer all none" -- "$word") ;;
     --seed | --until) COMPREPLY=() ;;
     *)
         if [[ $word == -* ]]; then

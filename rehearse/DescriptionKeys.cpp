@@ -25,6 +25,7 @@ constexpr Key Keys[] = {
     {"", "answer", Tables, nullptr, "", "", "how a message box is answered; others with OK at once"},
     {"", "session", Tables, nullptr, "", "", "a session at the start"},
     {"", "event", Tables, nullptr, "", "", "what happens outside"},
+    {"", "stories", Texts, nullptr, "[]", "", "what else happens, made of the machine: boot, replug, sockets, storm, sleep, newcomer, or all"},
     {"", "expect", Tables, nullptr, "", "", "what must hold, judged with --check"},
 
     {"windows", "version", Text, nullptr, "\"10.0.19045\"", "", "5.0, 5.1, 6.1.7601, 10.0.22631 and the like"},

@@ -3,6 +3,7 @@
 #include "rehearse/DeviceRecords.h"
 #include "rehearse/MachineFacts.h"
 #include "rehearse/SessionEvents.h"
+#include "rehearse/Sockets.h"
 
 #include "simwin/devices/drivers/Holders.h"
 #include "simwin/devices/events/Events.h"
@@ -11,7 +12,7 @@
 
 #include <fmt/format.h>
 
-#include <map>
+#include <utility>
 
 namespace rehearse {
 
@@ -185,90 +186,26 @@ constexpr EventRow Rows[] = {
     {"calm", CalmEvent},
 };
 
-namespace {
-// What is plugged in, as the events leave it one after another.
-class Sockets {
-public:
-    bool IsIn(const machine::DeviceNode& node) const {
-        const auto known = m_isIn.find(&node);
-        return known == m_isIn.end() ? node.attached : known->second == Is::In;
-    }
-    void Pull(const machine::DeviceNode& node) { m_isIn[&node] = Is::Pulled; }
-    void Move(const machine::DeviceNode& node, const machine::DeviceNode* hub, unsigned port) {
-        m_movedTo[&node] = {hub, port};
-    }
-    // The other device on a device's hub port; null if none, or if the device is on no hub port.
-    const machine::DeviceNode* OtherOnSocketOf(const machine::DeviceNode& node) const {
-        const Place place = PlaceOf(node);
-        for (const machine::DeviceNode* other : machine::TheDeviceTree().All()) {
-            if (place.hub && place.hub->IsHub() && place.port && other != &node && IsIn(*other) &&
-                PlaceOf(*other) == place) {
-                return other;
-            }
-        }
-        return nullptr;
-    }
-    // With all below it, except what was pulled out separately.
-    void Plug(const machine::DeviceNode& node) {
-        m_isIn[&node] = Is::In;
-        for (const machine::DeviceNode* child : node.children) {
-            if (const auto known = m_isIn.find(child); known == m_isIn.end() || known->second != Is::Pulled) {
-                Plug(*child);
-            }
-        }
-    }
-
-private:
-    struct Place {
-        const machine::DeviceNode* hub;
-        unsigned port;
-        bool operator==(const Place&) const = default;
-    };
-    Place PlaceOf(const machine::DeviceNode& node) const {
-        const auto moved = m_movedTo.find(&node);
-        return moved == m_movedTo.end() ? Place{node.parent, node.hubPort} : moved->second;
-    }
-
-    enum class Is : std::uint8_t { In, Pulled };
-    std::map<const machine::DeviceNode*, Is> m_isIn;
-    std::map<const machine::DeviceNode*, Place> m_movedTo;
-};
-} // namespace
-
-static const machine::DeviceNode* NodeIn(const Record& record, std::string_view key) {
-    return record.Has(key) ? machine::TheDeviceTree().FindById(record.TextOf(key)) : nullptr;
-}
-
 void CheckSockets(const std::vector<const Record*>& events) {
     Sockets sockets;
     std::vector<std::pair<const machine::DeviceNode*, Position>> arrivals; // in one instant two may change places
     for (std::size_t i = 0; i < events.size(); ++i) {
         const Record* event = events[i];
-        const Record *move = event->TableOf("move"), *replug = event->TableOf("replug");
-        const machine::DeviceNode* plugged = move     ? NodeIn(*move, "device")
-                                             : replug ? NodeIn(*replug, "device")
-                                                      : NodeIn(*event, "plug");
-        if (plugged && (!replug || sockets.IsIn(*plugged))) {
-            sockets.Plug(*plugged);
-        }
-        if (plugged && move) {
-            sockets.Move(*plugged, NodeIn(*move, "hub"), static_cast<unsigned>(move->NumberOf("hub_port")));
-        }
-        if (plugged && !replug) {
-            arrivals.emplace_back(plugged, move ? move->At("hub_port") : event->At("plug"));
-        }
         const machine::DeviceNode* pulled = NodeIn(*event, "unplug");
         if (pulled && !sockets.IsIn(*pulled)) {
             throw InputError(event->At("unplug"), fmt::format("'{}' is not plugged in then", pulled->id));
         }
-        if (pulled) {
-            sockets.Pull(*pulled);
+        sockets.Happen(*event);
+        const Record* move = event->TableOf("move");
+        if (const machine::DeviceNode* plugged = move ? NodeIn(*move, "device") : NodeIn(*event, "plug")) {
+            arrivals.emplace_back(plugged, move ? move->At("hub_port") : event->At("plug"));
         }
         if (i + 1 < events.size() && events[i + 1]->MsOf("at") == event->MsOf("at")) {
             continue;
         }
         for (const auto& [node, at] : arrivals) {
-            if (const machine::DeviceNode* other = sockets.OtherOnSocketOf(*node); other && sockets.IsIn(*node)) {
+            const machine::DeviceNode* other = sockets.OtherOnSocketOf(*node);
+            if (other && sockets.IsIn(*node)) {
                 throw InputError(at, fmt::format("'{}' is on that hub port then: pull it out first", other->id));
             }
         }

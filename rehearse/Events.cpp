@@ -7,6 +7,7 @@
 #include "rehearse/MachineBuilder.h"
 #include "rehearse/PowerEvents.h"
 #include "rehearse/SessionEvents.h"
+#include "rehearse/stories/Stories.h"
 
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Process.h"
@@ -165,7 +166,7 @@ static const EventRow* FindRow(std::span<const EventRow> rows, const Record& eve
 
 static Action ActionOf(const Record& event, Stage& stage) {
     for (const std::span<const EventRow> rows : {std::span<const EventRow>(Rows), DeviceEventRows(), PowerEventRows(),
-                                                 SessionEventRows(), DesktopEventRows()}) {
+                                                 SessionEventRows(), DesktopEventRows(), StoryEventRows()}) {
         if (const EventRow* row = FindRow(rows, event)) {
             if (event.Is(row->subject, Flag) && !event.FlagOf(row->subject)) {
                 throw InputError(event.At(row->subject), fmt::format("'{}' can only be true", row->subject));

@@ -8,6 +8,7 @@
 #include "rehearse/MachineBuilder.h"
 #include "rehearse/MachineFacts.h"
 #include "rehearse/MachineLife.h"
+#include "rehearse/stories/Stories.h"
 
 #include "simwin/kernel/Image.h"
 #include "simwin/kernel/Livelock.h"
@@ -171,7 +172,7 @@ private:
 };
 } // namespace
 
-static std::string SecondRun(const Record& description, const Options& options) {
+static std::string SecondRun(Record description, const Options& options) {
     Timeline timeline;
     Balloons balloons;
     Leaks leaks;
@@ -180,6 +181,7 @@ static std::string SecondRun(const Record& description, const Options& options) 
     CheckLog log;
     const MachineLife machine(SetupOf(description, options), timeline, balloons, leaks);
     FillMachine(description, options);
+    AddStories(description, options);
     if (!machine::PrepareImages(options.imageFile).empty()) {
         return "";
     }

@@ -168,7 +168,7 @@ static bool IsOneOf(std::string_view subject, const std::string_view (&subjects)
 // Outside changes to the machine can happen at any time. Users and programs need a running one: they wait until it
 // wakes, and do nothing while it is off.
 static Happens WhenHappens(std::string_view subject) {
-    constexpr std::string_view Always[] = {"plug", "unplug", "replug", "move"};
+    constexpr std::string_view Always[] = {"plug", "unplug", "replug", "move", "story", "newcomer"};
     constexpr std::string_view WhileOff[] = {"start", "edit_ini", "delete_ini", "set_value", "problem", "calm"};
     constexpr std::string_view NotAtTheEnd[] = {"suspend", "resume", "logon", "logoff", "run", "hold", "shutdown"};
     switch (machine::ThePowerState()) {

@@ -95,7 +95,9 @@ static Json RestartsJson() {
 
 static Json TimelineJson(const Timeline& timeline) {
     Json list = Json::array();
-    for (const TimelineEntry& entry : timeline.Entries()) {
+    const std::vector<TimelineEntry>& entries = timeline.Entries();
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const TimelineEntry& entry = entries[i];
         Json row = {
             {"at_ms", entry.atMs}, {"source", entry.isOutside ? "outside" : "quillmarch"}, {"what", Utf8(entry.what)}};
         if (!entry.device.empty()) {
@@ -110,6 +112,9 @@ static Json TimelineJson(const Timeline& timeline) {
         }
         if (entry.isDanger) {
             row["danger"] = true;
+        }
+        if (const std::string story = timeline.StoryOf(i); !story.empty()) {
+            row["story"] = story;
         }
         list.push_back(std::move(row));
     }
@@ -211,8 +216,8 @@ std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, con
     if (!machine::AllNotes().empty()) {
         text += "\n";
     }
-    for (const TimelineEntry& entry : timeline.Entries()) {
-        text += LineOf(entry, look);
+    for (std::size_t i = 0; i < timeline.Entries().size(); ++i) {
+        text += (timeline.IsStoryTitle(i) ? "\n" : "") + LineOf(timeline.Entries()[i], look);
     }
     return text + "\n" + EndOfRun(verdict, balloons, look.width);
 }

@@ -24,6 +24,7 @@
 #include "rehearse/Verdict.h"
 #include "rehearse/html/Lanes.h"
 #include "rehearse/html/Page.h"
+#include "rehearse/stories/Stories.h"
 
 #include "simwin/desktop/Desktop.h"
 #include "simwin/kernel/Image.h"
@@ -253,7 +254,7 @@ static int ExitCodeOf(const RunResult& run) {
 }
 
 int Rehearse(const Options& options) {
-    const Record description = ReadMachine(options);
+    Record description = ReadMachine(options);
     const machine::Setup setup = SetupOf(description, options);
     if (FILE* image = std::fopen(options.imageFile.c_str(), "rb")) {
         std::fclose(image);
@@ -275,6 +276,7 @@ int Rehearse(const Options& options) {
     Expectations expectations(stage);
     const MachineLife machine(setup, timeline, balloons, leaks);
     FillMachine(description, options);
+    AddStories(description, options);
     if (options.devices || options.tree) {
         fmt::print("{}", options.tree ? MachineTree() : DevicesTable());
         return ExitDone;

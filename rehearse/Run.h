@@ -14,6 +14,7 @@ struct Options {
     std::optional<std::string> ini, json, log, html; // host files; "-" is standard output
     std::optional<std::string> rules;                // a configuration to be checked by itself
     std::optional<std::string> compare;              // an older configuration, to be run beside the one in question
+    std::vector<std::string> stories;                // in place of the described ones; empty: as described
     std::string pictures;                            // host folder; "" none
     int logLevel = 3;
     std::optional<std::uint64_t> seed, untilMs;

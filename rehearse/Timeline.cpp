@@ -16,6 +16,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <string_view>
 
 namespace rehearse {
@@ -92,6 +93,23 @@ void Timeline::Outside(std::string what, std::string device) {
     CatchUp();
     PortMayHaveChanged(device.empty() ? nullptr : machine::TheDeviceTree().FindById(device));
     m_entries.push_back({machine::Now(), true, std::move(what), std::move(device), "", "", ""});
+}
+
+void Timeline::BeginStory(const std::string& name, const std::string& title) {
+    CatchUp();
+    m_stories.push_back({m_entries.size(), name});
+    Outside(fmt::format("story {}: {}", name, title));
+}
+
+std::string Timeline::StoryOf(std::size_t entry) const {
+    const auto next = std::upper_bound(m_stories.begin(), m_stories.end(), entry,
+                                       [](std::size_t at, const StoryStart& story) { return at < story.firstEntry; });
+    return next == m_stories.begin() ? "" : std::prev(next)->name;
+}
+
+bool Timeline::IsStoryTitle(std::size_t entry) const {
+    return std::any_of(m_stories.begin(), m_stories.end(),
+                       [&](const StoryStart& story) { return story.firstEntry == entry; });
 }
 
 void Timeline::AfterBoot() {

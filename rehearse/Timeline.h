@@ -22,6 +22,12 @@ struct TimelineEntry {
     bool isDanger = false; // may harm a user of the port
 };
 
+// The entries from one on, until another story begins.
+struct StoryStart {
+    std::size_t firstEntry = 0; // its title
+    std::string name;
+};
+
 struct WrittenValue {
     std::uint64_t atMs = 0;
     std::string key, name, before, after;
@@ -33,6 +39,9 @@ public:
     void Watch();
     void Outside(std::string what, std::string device = {});
     void Add(TimelineEntry entry) { m_entries.push_back(std::move(entry)); }
+
+    // What happens from now on belongs to this story, beginning with an entry that says so.
+    void BeginStory(const std::string& name, const std::string& title);
 
     // Called with each value that the product has just written or deleted.
     void WatchWrites(std::function<void(const WrittenValue&)> watcher) { m_writeWatcher = std::move(watcher); }
@@ -51,6 +60,10 @@ public:
     void CatchUp();
 
     const std::vector<TimelineEntry>& Entries() const { return m_entries; }
+    const std::vector<StoryStart>& Stories() const { return m_stories; }
+    // The story that an entry belongs to; "" for one before the first.
+    std::string StoryOf(std::size_t entry) const;
+    bool IsStoryTitle(std::size_t entry) const;
     const std::vector<WrittenValue>& Writes() const { return m_writes; }
 
 private:
@@ -74,6 +87,7 @@ private:
     void OnProcessEnded(const std::string& image, std::uint32_t exitCode);
 
     std::vector<TimelineEntry> m_entries;
+    std::vector<StoryStart> m_stories; // in the order of time
     std::vector<WrittenValue> m_writes;
     std::function<void(const WrittenValue&)> m_writeWatcher;
     std::function<void(const char*, const char*)> m_callWatcher;

@@ -7,6 +7,7 @@
 #include "rehearse/rules/Compare.h"
 #include "rehearse/rules/Findings.h"
 #include "rehearse/rules/Rules.h"
+#include "rehearse/stories/Stories.h"
 
 #include "simwin/devices/tree/Catalogue.h"
 
@@ -42,6 +43,7 @@ constexpr const char* Examples = R"(Examples:
   quillmarch-rehearse --rules my.ini                   is the file right?
   quillmarch-rehearse --ini my.ini --strict machine.toml
                                                        does each port get its number?
+  quillmarch-rehearse --story replug machine.toml      each adapter out and in: what then?
   quillmarch-rehearse --explain machine.toml           why, why not?
 Exit code: 0 done, 1 not as wanted, 2 wrong input, 3 the run was stopped, 130 broken off.
 All of it: docs/rehearsing.md, man quillmarch-rehearse.
@@ -51,6 +53,11 @@ static void DescribeRun(CLI::App& app, Line& line) {
     const char* group = "What is run";
     app.add_option("--ini", line.ini, "use this configuration in place of the described one")
         ->type_name("FILE")
+        ->group(group);
+    app.add_option("--story", line.options.stories, "stories in place of the described ones: " + rehearse::StoryNames())
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->type_name("NAME")
         ->group(group);
     app.add_option("--until", line.until, "end after this much virtual time")->type_name("DURATION")->group(group);
     app.add_option("--seed", line.seed, "seeded schedule and seeded faults")->type_name("N")->group(group);
@@ -156,6 +163,11 @@ static std::string Complete(const CLI::App& app, Line& line) {
     }
     if (line.options.description.empty() && !line.options.rules) {
         return "the machine is missing: a description, a folder of _capture_machine.cmd, or exports";
+    }
+    for (const std::string& story : line.options.stories) {
+        if (const std::string wrong = rehearse::WrongStory(story); !wrong.empty()) {
+            return wrong;
+        }
     }
     if (app.count("--ini")) {
         line.options.ini = line.ini;

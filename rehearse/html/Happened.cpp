@@ -279,6 +279,13 @@ static std::vector<std::size_t> LogPlaces(const PageFacts& facts) {
     return places;
 }
 
+static const char* ClassOf(const TimelineEntry& entry, bool isTitle) {
+    return isTitle            ? " class=\"story\""
+           : entry.isDanger   ? " class=\"danger\""
+           : !entry.isOutside ? " class=\"own\""
+                              : "";
+}
+
 static std::string EntryItem(const Context& context, const TimelineEntry& entry, std::size_t index,
                              const std::string& data) {
     const Speech& say = context.say;
@@ -299,10 +306,8 @@ static std::string EntryItem(const Context& context, const TimelineEntry& entry,
                          : entry.isOutside ? say("outside", "außen")
                                            : "Quillmarch";
     return fmt::format("<li{}><a href=\"#e{}\" id=\"e{}\"{}><time>{}</time> <b>{}</b> {}</a></li>\n",
-                       entry.isDanger    ? " class=\"danger\""
-                       : entry.isOutside ? ""
-                                         : " class=\"own\"",
-                       index, index, data, Escaped(say.Time(entry.atMs)), source, what);
+                       ClassOf(entry, context.facts.timeline.IsStoryTitle(index)), index, index, data,
+                       Escaped(say.Time(entry.atMs)), source, what);
 }
 
 std::string TimelineSection(const Context& context) {

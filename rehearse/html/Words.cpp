@@ -37,6 +37,8 @@ constexpr Pair Phrases[] = {
     {"[*] matched nothing", "[*] passte auf nichts"},
     {"what the rules took could not be observed", "was die Regeln nahmen, ließ sich nicht beobachten"},
     // The timeline
+    {"story *: nothing to do, since *", "Geschichte *: nichts zu tun (*)"},
+    {"story *: *", "Geschichte *: *"},
     {"plugged in:", "angesteckt:"},
     {"pulled out:", "abgezogen:"},
     {"pulled out and back * ms later:", "abgezogen und * ms später wieder da:"},

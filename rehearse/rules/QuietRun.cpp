@@ -6,6 +6,7 @@
 #include "rehearse/MachineBuilder.h"
 #include "rehearse/Timeline.h"
 #include "rehearse/rules/IniFile.h"
+#include "rehearse/stories/Stories.h"
 
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Image.h"
@@ -138,7 +139,7 @@ void PrepareProduct(const Options& options) {
 }
 
 QuietRun RunQuietly(const Record& description, const Options& options, const std::string& ini) {
-    const Record record = WithoutEdits(description);
+    Record record = WithoutEdits(description);
     Options quiet = options;
     quiet.ini.reset();
     QuietRun run;
@@ -149,6 +150,7 @@ QuietRun RunQuietly(const Record& description, const Options& options, const std
     const machine::Machine machine(SetupOf(record, quiet));
     machine::InstallCrashHandler();
     FillMachine(record, quiet);
+    AddStories(record, quiet);
     if (machine::TheRegistry().FindKey(RegistryConfiguration)) {
         throw InputError(record.at, "this machine keeps its configuration in the registry, where no file counts");
     }

@@ -31,6 +31,7 @@ want 'absent.toml:1:1: there is no file '\''absent.toml'\'' that can be read' ab
 want 'quillmarch-rehearse: --until must be a duration such as "10s", not '\''5'\' --until 5 fine/fine.toml
 want 'quillmarch-rehearse: --log-level: Value 7 not in range 1 to 6' --log-level 7 fine/fine.toml
 want 'quillmarch-rehearse: --seed must be a number from 0 to 18446744073709551615, not '\''-1'\' --seed -1 fine/fine.toml
+want "quillmarch-rehearse: there is no story 'replugg'; did you mean 'replug'?" --story boot,replugg fine/fine.toml
 want "quillmarch-rehearse: there is no option '--colour'" --colour fine/fine.toml
 want "quillmarch-rehearse: there is no option '--expalin'; did you mean '--explain'?" --expalin fine/fine.toml
 want "fine/fien.toml:1:1: there is no file 'fine/fien.toml' that can be read; did you mean 'fine.toml'?" fine/fien.toml
