@@ -167,3 +167,5 @@ endif()
 if(EXISTS ${CMAKE_SOURCE_DIR}/tests/rehearse/CMakeLists.txt)
     add_subdirectory(tests/rehearse)
 endif()
+
+include(cmake/Package.cmake)

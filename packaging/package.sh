@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The whole of `./quill package`: builds both editions and makes of each a zip and an installer, with their checksums, in
-# build/packages. Then tests the installers under Wine.
+# build/packages. Then tests the installers under Wine. Last the rehearsal tool's package for Debian, with its test.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 root=$PWD
@@ -60,3 +60,4 @@ rm "$out"/Quillmarch_*.chm
 make_msi x64 0.9.0 "$out/former/Quillmarch.msi"
 bash tests/windows/packages.sh "$out" "$version"
 (cd "$out" && stat -c '%n: %s bytes' Quillmarch-* SHA256SUMS)
+bash packaging/deb/package.sh

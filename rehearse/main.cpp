@@ -19,12 +19,16 @@
 #include <cstdio>
 #include <filesystem>
 
-// A file of the build: next to the program, or where the build put it.
+// A file of the build: next to the program, where a package puts it, or where the build put it.
 static std::string FileOfBuild(const char* name, const char* built) {
     std::error_code error;
-    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
-    const std::filesystem::path beside = program.parent_path() / name;
-    return std::filesystem::exists(beside, error) ? beside.string() : std::string(built);
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    for (const std::filesystem::path& place : {program / name, program / "../lib/quillmarch" / name}) {
+        if (std::filesystem::exists(place, error)) {
+            return place.string();
+        }
+    }
+    return built;
 }
 
 namespace {
