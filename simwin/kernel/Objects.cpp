@@ -25,10 +25,9 @@ void Waitable::Signal() {
 simwin::HANDLE HandleTable::Open(Object* object, simwin::DWORD access) {
     const std::uint64_t value = m_next;
     m_next += 4;
-    object->Retain();
     ++object->openHandles;
     const Thread* thread = CurrentThread();
-    m_entries.emplace(value, HandleEntry{object, access, thread ? thread->call : "the machine"});
+    m_entries.emplace(value, HandleEntry{Ref<Object>(object), access, thread ? thread->call : "the machine"});
     return reinterpret_cast<simwin::HANDLE>(value);
 }
 
@@ -42,12 +41,11 @@ bool HandleTable::Close(simwin::HANDLE handle) {
     if (found == m_entries.end()) {
         return false;
     }
-    Object* object = found->second.object;
+    const Ref<Object> object = std::move(found->second.object);
     m_entries.erase(found);
     if (--object->openHandles == 0) {
         object->LastHandleClosed();
     }
-    object->Release();
     return true;
 }
 
@@ -58,7 +56,7 @@ const HandleEntry* HandleTable::Entry(simwin::HANDLE handle) const {
 
 Object* HandleTable::Find(simwin::HANDLE handle, ObjectKind kind) const {
     const HandleEntry* entry = Entry(handle);
-    return entry && entry->object->kind == kind ? entry->object : nullptr;
+    return entry && entry->object->kind == kind ? entry->object.get() : nullptr;
 }
 
 void HandleTable::CloseAll() {

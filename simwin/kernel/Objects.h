@@ -8,6 +8,7 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <utility>
 
 namespace machine {
 
@@ -55,6 +56,37 @@ struct Object {
     Object& operator=(const Object&) = delete;
 };
 
+// Holds an object for as long as it is there itself. On the stack of a fiber it must not be there across a switch: the
+// fiber may be abandoned, and then nothing lets go.
+template<typename T>
+class Ref {
+public:
+    Ref() = default;
+    explicit Ref(T* object) : m_object(object) {
+        if (m_object) {
+            m_object->Retain();
+        }
+    }
+    Ref(const Ref& other) : Ref(other.m_object) {}
+    Ref(Ref&& other) noexcept : m_object(std::exchange(other.m_object, nullptr)) {}
+    Ref& operator=(Ref other) noexcept {
+        std::swap(m_object, other.m_object);
+        return *this;
+    }
+    ~Ref() {
+        if (m_object) {
+            m_object->Release();
+        }
+    }
+    T* get() const { return m_object; }
+    T* operator->() const { return m_object; }
+    T& operator*() const { return *m_object; }
+    explicit operator bool() const { return m_object != nullptr; }
+
+private:
+    T* m_object = nullptr;
+};
+
 // What a thread can wait for. `signalled` with `autoReset` lets one waiter through and is cleared.
 struct Waitable : Object {
     using Object::Object;
@@ -67,7 +99,7 @@ struct Waitable : Object {
 };
 
 struct HandleEntry {
-    Object* object;
+    Ref<Object> object;
     simwin::DWORD access; // the rights that it was opened with, in the terms of the room that opened it
     const char* call;     // the operation that created it, for the leak report
 };

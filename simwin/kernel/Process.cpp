@@ -15,6 +15,7 @@ constexpr std::size_t MainStackBytes = 4 * 1024 * 1024;
 namespace {
 struct Processes {
     std::vector<Process*> all;
+    std::vector<Ref<Process>> held; // the report still reads them after they have ended
     std::vector<std::function<void(const Process&)>> atStart;
     std::vector<std::function<void(Process&)>> atEnd;
     std::function<void(const Process&, const char*)> debugWatcher;
@@ -27,9 +28,7 @@ static void EndProcesses() {
     for (Process* process : g_processes->all) {
         EndProcess(process, 0);
     }
-    for (Process* process : g_processes->all) {
-        process->Release();
-    }
+    g_processes->held.clear();
     UnloadImages();
 }
 
@@ -39,7 +38,7 @@ RoomPtr MakeProcesses() {
 
 static Process* AddProcess(const ProcessStart& start) {
     auto* process = new Process;
-    process->Retain(); // The machine's own reference: the report still reads the process after it has ended.
+    g_processes->held.emplace_back(process);
     process->id = g_processes->nextId += 4;
     process->imagePath = start.imagePath;
     process->commandLine = start.commandLine;
@@ -51,10 +50,7 @@ static Process* AddProcess(const ProcessStart& start) {
     process->showCommand = start.showCommand;
     process->parentId = start.parentId;
     process->environmentOf = start.environmentOf.empty() ? start.user : start.environmentOf;
-    process->token = start.token;
-    if (process->token) {
-        process->token->Retain();
-    }
+    process->token = Ref<Object>(start.token);
     process->startedMs = Now();
     g_processes->all.push_back(process);
     for (const auto& action : g_processes->atStart) {
@@ -96,12 +92,6 @@ static simwin::DWORD RunProduct(Process* process) {
                            static_cast<int>(process->showCommand));
     EndProcess(process, static_cast<simwin::DWORD>(code));
     return 0;
-}
-
-Process::~Process() {
-    if (token) {
-        token->Release();
-    }
 }
 
 const char* RightsName(Rights rights) {

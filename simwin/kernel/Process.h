@@ -19,7 +19,6 @@ const char* RightsName(Rights rights);
 
 struct Process : Waitable {
     Process() : Waitable(ObjectKind::Process) {}
-    ~Process() override;
 
     simwin::DWORD id = 0;
     simwin::DWORD parentId = 0;   // its creator, ended or not; 0: the machine started it
@@ -33,7 +32,7 @@ struct Process : Waitable {
     bool administrator = true; // a member of Administrators whose token says so
     unsigned showCommand = 1;
     std::string environmentOf; // the account whose environment it has: its own, or its creator's
-    Object* token = nullptr;   // its own, kept beyond its end; null until it is asked for
+    Ref<Object> token;         // its own, kept beyond its end; null until it is asked for
 
     Image* image = nullptr; // null: a scripted program, or the host's own copy in a unit test
     std::vector<Thread*> threads;

@@ -94,10 +94,7 @@ static void LeaveQueue(Thread* thread) {
         CancelDue(thread->waitDue);
     }
     thread->waitDue = 0;
-    if (Object* held = thread->waitHold) {
-        thread->waitHold = nullptr;
-        held->Release();
-    }
+    thread->waitHold = {};
 }
 
 static void MakeReady(Thread* thread) {
@@ -113,10 +110,7 @@ static void Retire(Thread* thread, simwin::DWORD exitCode) {
     }
     thread->state = ThreadState::Ended;
     thread->exitCode = exitCode;
-    if (thread->impersonated) {
-        thread->impersonated->Release();
-    }
-    thread->impersonated = nullptr;
+    thread->impersonated = {};
     std::erase(g_scheduler->threads, thread);
     std::erase(thread->process->threads, thread);
     thread->autoReset = false;

@@ -43,13 +43,13 @@ struct Thread : Waitable {
     int suspendCount = 0;
     int priority = 0; // data only: no effect on scheduling
     simwin::DWORD lastError = 0;
-    Object* impersonated = nullptr; // the token that it acts with; null: its process's
-    simwin::DWORD exitCode = 259;   // STILL_ACTIVE
+    Ref<Object> impersonated;     // the token that it acts with; null: its process's
+    simwin::DWORD exitCode = 259; // STILL_ACTIVE
 
     WaitKind waitKind = WaitKind::None;
     const char* waitWhat = "";      // for the report of who waits for what
     WaitQueue* waitQueue = nullptr; // its place in line; removed when the wait ends, for whatever reason
-    Object* waitHold = nullptr;     // kept alive for the length of the wait, whoever closes its handle
+    Ref<Object> waitHold;           // kept alive for the length of the wait, whoever closes its handle
     std::uint64_t waitDue = 0;      // the deadline of the wait, 0 for none
     simwin::DWORD waitResult = 0;
 

@@ -43,7 +43,7 @@ static machine::Waitable* WaitableOf(HANDLE handle) {
     case ObjectKind::Event:
     case ObjectKind::Thread:
     case ObjectKind::Process:
-        return static_cast<machine::Waitable*>(entry->object);
+        return static_cast<machine::Waitable*>(entry->object.get());
     default:
         return nullptr;
     }
@@ -102,8 +102,7 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD ms) {
     if (ms == 0) {
         return WAIT_TIMEOUT;
     }
-    object->Retain();
-    machine::CurrentThread()->waitHold = object;
+    machine::CurrentThread()->waitHold = machine::Ref<machine::Object>(object);
     return machine::Block(machine::WaitKind::Object, machine::KindName(object->kind), ms, &object->waiters);
 }
 

@@ -26,7 +26,7 @@ const Resource* FindProgramResource(std::string_view type, std::string_view name
 // "#5" for a number passed as MAKEINTRESOURCE, else the text.
 std::string ResourceId(simwin::LPCSTR id);
 
-RoomPtr MakeModules();
-RoomPtr MakeResources();
+RoomPtr MakeModules();   // how often each process has loaded which library
+RoomPtr MakeResources(); // the resources, once they were read
 
 } // namespace machine

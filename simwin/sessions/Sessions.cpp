@@ -57,7 +57,7 @@ static void StartShell(const Session& session) {
     start.imagePath = ShellPath();
     start.commandLine = start.imagePath;
     start.currentDirectory = SystemDirectory();
-    auto* token = new Token(LogonToken(LogonOf(session)));
+    const Ref<Token> token(new Token(LogonToken(LogonOf(session))));
     StartWith(start, *token);
     Process* shell = StartScripted(start);
     for (const auto& action : g_room->onShell) {

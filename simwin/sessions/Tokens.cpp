@@ -133,7 +133,7 @@ static TokenFacts StandIn(const Process& process) {
 
 static std::optional<Caller> RunningCaller() {
     const Thread* thread = CurrentThread();
-    const Object* token = thread->impersonated ? thread->impersonated : thread->process->token;
+    const Object* token = thread->impersonated ? thread->impersonated.get() : thread->process->token.get();
     if (!token) {
         return std::nullopt; // by the process's rights
     }
@@ -225,15 +225,14 @@ bool HasGroup(const TokenFacts& token, std::string_view sid) {
 
 Token& TokenOf(Process& process) {
     if (!process.token) {
-        process.token = new Token(StandIn(process));
-        process.token->Retain();
+        process.token = Ref<Object>(new Token(StandIn(process)));
     }
-    return *static_cast<Token*>(process.token);
+    return *static_cast<Token*>(process.token.get());
 }
 
 Token& ThreadToken() {
     Thread* thread = CurrentThread();
-    return thread->impersonated ? *static_cast<Token*>(thread->impersonated) : TokenOf(*thread->process);
+    return thread->impersonated ? *static_cast<Token*>(thread->impersonated.get()) : TokenOf(*thread->process);
 }
 
 Rights RightsOf(const TokenFacts& token) {

@@ -37,7 +37,7 @@ static Token* TokenWith(HANDLE handle, DWORD rights) {
     if ((entry->access & rights) != rights) {
         return Fail(ERROR_ACCESS_DENIED, nullptr);
     }
-    return static_cast<Token*>(entry->object);
+    return static_cast<Token*>(entry->object.get());
 }
 
 static HANDLE OpenToken(TokenFacts facts, DWORD access) {
@@ -240,13 +240,7 @@ static bool Adjust(Token& token, const TOKEN_PRIVILEGES& wanted) {
 }
 
 static void Impersonate(Thread& thread, Token* token) {
-    if (token) {
-        token->Retain();
-    }
-    if (thread.impersonated) {
-        thread.impersonated->Release();
-    }
-    thread.impersonated = token;
+    thread.impersonated = Ref<Object>(token);
 }
 
 } // namespace machine
@@ -272,7 +266,7 @@ BOOL OpenProcessToken(HANDLE handle, DWORD access, PHANDLE token) {
         if (!(entry->access & (PROCESS_QUERY_INFORMATION | machine::QueryLimited))) {
             return Fail(ERROR_ACCESS_DENIED, FALSE);
         }
-        process = static_cast<machine::Process*>(entry->object);
+        process = static_cast<machine::Process*>(entry->object.get());
     }
     if (!machine::MayOpenTokenOf(*process)) {
         return Fail(ERROR_ACCESS_DENIED, FALSE);

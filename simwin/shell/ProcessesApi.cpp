@@ -102,11 +102,8 @@ static BOOL MakeProcess(const Request& request, Token& token, PROCESS_INFORMATIO
 
 // The copy for a new process, whose changes to its token must not affect others.
 static BOOL MakeWithCopy(const Request& request, const TokenFacts& facts, PROCESS_INFORMATION* information) {
-    auto* token = new Token(facts);
-    token->Retain();
-    const BOOL isMade = MakeProcess(request, *token, information);
-    token->Release();
-    return isMade;
+    const Ref<Token> token(new Token(facts));
+    return MakeProcess(request, *token, information);
 }
 
 // A primary token that a process may have; null with the last error.
@@ -120,7 +117,7 @@ static const Token* TokenForProcess(HANDLE handle) {
     } else if ((entry->access & Needed) != Needed) {
         error = ERROR_ACCESS_DENIED;
     } else {
-        token = static_cast<const Token*>(entry->object);
+        token = static_cast<const Token*>(entry->object.get());
     }
     if (token && token->type != TokenPrimary) {
         error = token->level < SecurityImpersonation ? ERROR_BAD_IMPERSONATION_LEVEL : ERROR_BAD_TOKEN_TYPE;

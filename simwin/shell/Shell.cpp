@@ -122,12 +122,10 @@ static int OpenByShell(const ShellCall& call) {
     start.showCommand = static_cast<unsigned>(call.show);
     start.parentId = caller->id;
     start.environmentOf = caller->environmentOf;
-    auto* token = new Token(isElevated ? WithConsent(TokenOf(*caller)) : TokenFacts(TokenOf(*caller)));
-    token->Retain();
+    const Ref<Token> token(new Token(isElevated ? WithConsent(TokenOf(*caller)) : TokenFacts(TokenOf(*caller))));
     StartWith(start, *token);
     simwin::DWORD error = 0;
     const Process* started = StartProgram(start, &error);
-    token->Release();
     if (started) {
         return Done;
     }

@@ -1,5 +1,5 @@
-// The devices room as the rehearsal sees it: built once from the exports in the registry and a description, watched,
-// and queried for the report. See PlugAndPlay.h for the events.
+// The device tree as the rehearsal makes it: built once from the exports in the registry and a description. What
+// happens to devices later is in events/Events.h, what is noted of them in tree/DeviceWatch.h.
 #pragma once
 
 #include "simwin/devices/tree/Description.h"

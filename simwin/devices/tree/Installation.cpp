@@ -28,13 +28,13 @@ static const char* Or(const char* text, const char* other) {
     return text ? text : other;
 }
 
-Facts FactsOf(const DeviceNode& node) {
+DeviceFacts FactsOf(const DeviceNode& node) {
     const CatalogueEntry* known = FindInCatalogue(node.id);
     if (known && known->kind != node.kind) {
         known = nullptr;
     }
     const KindDefaults defaults = DefaultsOf(node.kind, TheSetup().version);
-    Facts facts;
+    DeviceFacts facts;
     facts.className =
         node.said.className.value_or(known ? Or(known->className, defaults.className) : defaults.className);
     if (node.said.classGuid && !node.said.className) {
@@ -185,7 +185,7 @@ void PlaceOnHub(DeviceNode& node, DeviceNode& hub, unsigned port) {
 
 void InstallKeys(DeviceNode& node, bool firstTime) {
     Registry& registry = TheRegistry();
-    const Facts facts = FactsOf(node);
+    const DeviceFacts facts = FactsOf(node);
     SetIf(node, "DeviceDesc", node.said.description, facts.description);
     if (node.said.location) {
         registry.SetString(node.enumPath, "LocationInformation", *node.said.location);

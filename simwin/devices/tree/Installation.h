@@ -11,11 +11,11 @@
 namespace machine {
 
 // The node's facts, from the description, the catalogue, its kind.
-struct Facts {
+struct DeviceFacts {
     std::string className, classGuid, service, description, hardwareId;
     std::uint32_t capabilities;
 };
-Facts FactsOf(const DeviceNode& node);
+DeviceFacts FactsOf(const DeviceNode& node);
 // The described interfaces, else those of its kind.
 void MakeInterfaces(DeviceNode& node, std::string_view className);
 // The keys of a device as its first installation makes them, or as the description says. firstTime: described names are
