@@ -1,5 +1,7 @@
 #include "rehearse/CheckLog.h"
 
+#include "rehearse/rules/Patterns.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -59,18 +61,11 @@ static std::string RuleName(std::string_view name) {
     return std::string(RulesType) + std::string(name.substr(RulesType.size()));
 }
 
-// How far a port's value agrees with a pattern from its start: of two that fail in the same row the one is nearer that
-// was probably meant.
-static std::size_t Likeness(const SectionTrial& trial) {
+// Of two ports that fail in the same row the one is nearer that was probably meant.
+static std::size_t LikenessOf(const SectionTrial& trial) {
     std::size_t best = 0;
     for (const std::string& form : trial.patterns) {
-        const std::string pattern = form.substr(std::min(form.size(), form.find('=') + 1));
-        std::size_t same = 0;
-        while (same < pattern.size() && same < trial.portValue.size() &&
-               machine::EqualNoCase(pattern.substr(same, 1), trial.portValue.substr(same, 1))) {
-            ++same;
-        }
-        best = std::max(best, same);
+        best = std::max(best, Likeness(trial.portValue, form.substr(std::min(form.size(), form.find('=') + 1))));
     }
     return best;
 }
@@ -86,7 +81,7 @@ static std::string DeviceOfPath(std::string_view path) {
 }
 
 bool IsNearer(const SectionTrial& one, const SectionTrial& than) {
-    return std::pair(one.rowsMet, Likeness(one)) > std::pair(than.rowsMet, Likeness(than));
+    return std::pair(one.rowsMet, LikenessOf(one)) > std::pair(than.rowsMet, LikenessOf(than));
 }
 
 std::string FailedRow(const SectionTrial& trial) {

@@ -132,13 +132,23 @@ private:
                 ++last;
             }
             if (last > first + 1) {
-                Add(text, fmt::format("sockets {} to {}", first, last - 1), ", ");
+                Add(text, fmt::format("sockets {} to {}{}", first, last - 1, UsbPorts(hub, first, last - 1)), ", ");
             } else if (last > first) {
-                Add(text, fmt::format("socket {}", first), ", ");
+                Add(text, fmt::format("socket {}{}", first, UsbPorts(hub, first, first)), ", ");
             }
             first = last;
         }
         return text;
+    }
+
+    // What a rule can say of a socket before anything is in it: its first number is in no other line of the tree.
+    static std::string UsbPorts(const machine::DeviceNode& hub, unsigned first, unsigned last) {
+        const std::string above = machine::UsbPortOf(hub);
+        if (!hub.IsPresent() || above.empty()) {
+            return "";
+        }
+        return fmt::format(" (UsbPort {}-{}{})", above, first,
+                           first == last ? "" : fmt::format(" to {}-{}", above, last));
     }
 
     static bool IsTaken(const machine::DeviceNode& hub, unsigned port) {
@@ -160,7 +170,9 @@ std::string MachineTree() {
         std::any_of(nodes.begin(), nodes.end(), [](const auto* node) { return !machine::GuessOf(*node).empty(); });
     text += machine::Utf8FromAnsi(Printer().Print());
     if (hasGuess) {
-        text += "\n? marks a guess: nothing says it, and the rehearsal took the likeliest.\n";
+        text += "\n? marks a guess: nothing says it, and the rehearsal took the likeliest.\n"
+                "The registry does not say how many sockets a hub has: 4, or up to the last one in use, unless "
+                "`ports` of a\n[[device]] does.\n";
     }
     return text;
 }

@@ -45,10 +45,13 @@ constexpr const char* Examples = R"(Examples:
   quillmarch-rehearse captured-folder                  the same for a captured machine
   quillmarch-rehearse --tree machine.toml              is the machine understood?
   quillmarch-rehearse --rules my.ini                   is the file right?
+  quillmarch-rehearse --rules my.ini machine.toml      which rule takes which port?
   quillmarch-rehearse --ini my.ini --strict machine.toml
                                                        does each port get its number?
   quillmarch-rehearse --story replug machine.toml      each adapter out and in: what then?
   quillmarch-rehearse --explain machine.toml           why, why not?
+  quillmarch-rehearse --compare old.ini --ini my.ini machine.toml
+                                                       what changes from today?
 Exit code: 0 done, 1 not as wanted, 2 wrong input, 3 the run was stopped, 130 broken off.
 All of it: docs/rehearsing.md, man quillmarch-rehearse.
 )";

@@ -1,5 +1,6 @@
 #include "rehearse/rules/Patterns.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace rehearse {
@@ -54,6 +55,21 @@ bool IsPatternWithin(std::string_view pattern, std::string_view wider) {
         }
         return of == '?' || (c != '?' && AreAlike(c, of));
     });
+}
+
+std::size_t Likeness(std::string_view text, std::string_view pattern) {
+    if (text.empty()) {
+        return 0;
+    }
+    const std::size_t most = std::min(text.size(), pattern.size());
+    std::size_t start = 0, end = 0;
+    while (start < most && AreAlike(text[start], pattern[start])) {
+        ++start;
+    }
+    while (start + end < most && AreAlike(text[text.size() - 1 - end], pattern[pattern.size() - 1 - end])) {
+        ++end;
+    }
+    return 1 + start + end;
 }
 
 } // namespace rehearse

@@ -141,7 +141,8 @@ static std::string MatrixText(const RuleTable& table) {
     return text;
 }
 
-// What the port has where the rule wants something else: "BusType is PCI, not USB".
+// What the port has where the rule wants something else: "BusType is PCI, not USB". The id of the adapter in place of
+// its port's is the usual slip.
 static std::string ReasonText(const RulePort& port, const IniSection& rule, const RuleFit& fit) {
     if (!fit.failed) {
         return "it has no criterion";
@@ -155,20 +156,23 @@ static std::string ReasonText(const RulePort& port, const IniSection& rule, cons
         }
     }
     const bool isEmpty = value == port.values.end() || value->second.empty();
-    return fmt::format("{} is {}, not {}", key, isEmpty ? "empty" : Utf8(value->second), wanted);
+    const std::string meant = fit.meant ? fmt::format("; did you mean {}?", NameOfKey(*fit.meant, 0)) : "";
+    return fmt::format("{} is {}, not {}{}", key, isEmpty ? "empty" : Utf8(value->second), wanted, meant);
 }
 
-// The port that meets the most criteria of the rule.
+// The port that meets the most criteria of the rule, or was probably meant by it.
 static const RulePort* NearestPort(const RuleTable& table, std::size_t rule) {
     const auto nearest =
-        std::max_element(table.ports.begin(), table.ports.end(),
-                         [&](const RulePort& a, const RulePort& b) { return a.fits[rule].met < b.fits[rule].met; });
+        std::max_element(table.ports.begin(), table.ports.end(), [&](const RulePort& a, const RulePort& b) {
+            return a.fits[rule].Nearness() < b.fits[rule].Nearness();
+        });
     return nearest == table.ports.end() ? nullptr : &*nearest;
 }
 
 static std::size_t NearestRule(const RulePort& port) {
-    const auto nearest = std::max_element(port.fits.begin(), port.fits.end(),
-                                          [](const RuleFit& a, const RuleFit& b) { return a.met < b.met; });
+    const auto nearest = std::max_element(port.fits.begin(), port.fits.end(), [](const RuleFit& a, const RuleFit& b) {
+        return a.Nearness() < b.Nearness();
+    });
     return static_cast<std::size_t>(nearest - port.fits.begin());
 }
 
@@ -257,6 +261,32 @@ static std::string IdleText(const RuleTable& table, std::size_t rule) {
                        ReasonText(*nearest, section, nearest->fits[rule]));
 }
 
+// What was probably meant where a criterion fails: how like its value is to the port's, and a related key whose value
+// of the port fits, such as ParentDeviceID for DeviceID.
+static void Guess(const std::vector<CriterionValue>& criteria, const std::map<std::string, std::string>& values,
+                  RuleFit& fit) {
+    const std::string failed = NameOfKey(*fit.failed, 0);
+    for (const CriterionValue& criterion : criteria) {
+        if (criterion.row != fit.failed) {
+            continue;
+        }
+        const std::string_view pattern = criterion.value->value;
+        for (const KnownKey& row : CriterionKeys) {
+            const std::string key = NameOfKey(row, 0);
+            const auto value = values.find(key);
+            if (value == values.end()) {
+                continue;
+            }
+            const bool isRelated = key.ends_with(failed) || failed.ends_with(key);
+            if (&row == fit.failed) {
+                fit.likeness = std::max(fit.likeness, Likeness(value->second, pattern));
+            } else if (isRelated && !fit.meant && FitsPattern(value->second, pattern)) {
+                fit.meant = &row;
+            }
+        }
+    }
+}
+
 RuleFit FitOf(const std::vector<CriterionValue>& criteria, const std::map<std::string, std::string>& values) {
     RuleFit fit;
     for (const KnownKey& row : CriterionKeys) {
@@ -273,6 +303,9 @@ RuleFit FitOf(const std::vector<CriterionValue>& criteria, const std::map<std::s
         if (isConfigured && !isMet && !fit.failed) {
             fit.failed = &row;
         }
+    }
+    if (fit.failed) {
+        Guess(criteria, values, fit);
     }
     return fit;
 }

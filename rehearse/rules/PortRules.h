@@ -8,6 +8,7 @@
 
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace rehearse {
@@ -15,7 +16,11 @@ namespace rehearse {
 struct RuleFit {
     const KnownKey* failed = nullptr; // the first criterion that the port does not meet
     unsigned met = 0;                 // criteria that it meets
+    const KnownKey* meant = nullptr;  // another criterion whose value of the port is what the failed one asks for
+    std::size_t likeness = 0;         // of the port's value for the failed one to what that asks for
     bool Fits() const { return !failed && met > 0; }
+    // Of two that do not fit, the nearer one is greater.
+    auto Nearness() const { return std::tuple(met, meant != nullptr, likeness); }
 };
 
 struct RulePort {

@@ -71,6 +71,7 @@ static void LogBalloonNumber(const char* name, LONG value) {
     WriteLog(2, "BalloonTips: %s=%u", name, static_cast<DWORD>(value));
 }
 
+// Not the defaults, which stand in ConfigurationKeys.h: before the first reading nothing is switched on.
 CSettings::CSettings()
     : QuickAndDirtyMode(0), TelitHack(0), RegisterAllDevClasses(0), RemoveDosDeviceNameOnStartup(0),
       RemoveDosDeviceNameOnRemoval(0), RemovePortDeviceOnRemoval(0), RemoveUsbDeviceOnRemoval(0),

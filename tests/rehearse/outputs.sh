@@ -95,7 +95,7 @@ check "and of one that was changed" same "$("$tool" --explain $desk | cut -c27- 
 # The tree: a socket with its port, empty ones, what is not there, a guess.
 "$tool" --tree tests/rehearse/stories/machine.toml | sed 's/^ *//' >"$scratch/out.txt"
 for line in 'socket 8: USB\VID_0403&PID_6001\RACK8' 'FTDIBUS\VID_0403+PID_6001+RACK8A\0000  COM62; USB Serial Port' \
-    'at UsbPort 3-7-8' 'empty: sockets 2 to 4' '? it hangs here by its kind, nothing names its parent' 'PID_2303\5&SCALE&0&2  no name; not there'; do
+    'at UsbPort 3-7-8' 'empty: sockets 2 to 4 (UsbPort 3-8-2 to 3-8-4)' '? it hangs here by its kind, nothing names its parent' 'PID_2303\5&SCALE&0&2  no name; not there'; do
     check "the tree has: $line" grep -qF -- "$line" "$scratch/out.txt"
 done
 

@@ -463,13 +463,13 @@ std::string FriendlyNameOf(const DeviceNode& node) {
 std::string UsbPortOf(const DeviceNode& node) {
     std::string chain;
     const DeviceNode* at = &node;
-    while (at && !(at->parent && at->parent->IsHub())) {
+    while (at && !at->IsHub() && !(at->parent && at->parent->IsHub())) {
         at = at->parent;
     }
     for (; at && at->parent && at->parent->IsHub(); at = at->parent) {
         chain = fmt::format("-{}{}", at->hubPort, chain);
     }
-    if (!at || chain.empty() || !at->parent) {
+    if (!at || !at->parent) {
         return {};
     }
     unsigned controller = 0, count = 0;

@@ -190,7 +190,7 @@ std::string ReadableText(std::string_view stored);     // "@pci.sys,#1;bus %1, d
 std::string RegistryNameOf(const DeviceNode& node); // PortName, else DosDeviceName, else ""
 std::string DosNameOf(const DeviceNode& node);      // COMn that leads to its running kernel device; "" if none
 std::string FriendlyNameOf(const DeviceNode& node);
-std::string UsbPortOf(const DeviceNode& node); // '1-4-2-3': controller, then hub ports; "" if it is not on a hub
+std::string UsbPortOf(const DeviceNode& node); // '1-4-2-3': controller, then hub ports; '1' of a root hub; or ""
 
 RoomPtr MakeDeviceTree();
 
