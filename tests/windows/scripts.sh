@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Tests _capture_machine.cmd and _rehearse_here.cmd under Wine, in a prefix of its own: without ports, with planted ones,
 # in a folder whose name has what command processors stumble over, where nothing can be written.
-# usage: scripts.sh FOLDER TOOL PNPUTIL: the unpacked package, the rehearsal tool of this host, the stand-in of pnputil
+# usage: scripts.sh FOLDER TOOL PNPUTIL [EXE]: the package's files, the rehearsal tool of this host, the stand-in of
+# pnputil, the rehearsal tool of Windows; without it nothing is rehearsed under Wine
 set -euo pipefail
 folder=$(readlink -f "$1")
 tool=$(readlink -f "$2")
 pnputil=$(readlink -f "$3")
+exe=${4:+$(readlink -f "$4")}
 cd "$(dirname "$(readlink -f "$0")")/../.."
 # shellcheck source=tests/windows/prefix.sh
 . tests/windows/prefix.sh
@@ -44,6 +46,7 @@ here="$prefix/drive_c/Kasse & Büro! (x86)"
 mkdir "$here"
 cp "$folder"/*.* "$here"
 sed -i 's/\r*$/\r/' "$here"/*.cmd # as the package has them
+[ -z "$exe" ] || cp "$exe" "$here/quillmarch-rehearse.exe"
 cp $captured/ports.ini "$here/Quillmarch.ini"
 printf '\n[Settings]\nLogfile = %%SystemDrive%%\\Log & all.txt\n' >>"$here/Quillmarch.ini"
 echo 'the log' >"$prefix/drive_c/Log & all.txt"
@@ -55,6 +58,23 @@ run() {
 }
 plain() { iconv -f utf-16le -t utf-8 "$1" | tr -d '\r'; }
 machine="$here/Quillmarch_$(hostname | cut -c 1-15 | tr '[:lower:]' '[:upper:]')"
+
+# A double click on the whole way: the report is that of this host, byte for byte.
+rehearsed() { # MEANING EXIT-CODE
+    [ -n "$exe" ] || return 0
+    local meaning=$1
+    rm -f "$machine/report.html"
+    run _rehearse_here.cmd /quiet
+    check "exit code $2: $meaning" test "$code" = "$2"
+    code=0
+    "$tool" --quiet --strict --language en --html "$prefix/report.html" "$machine" 2>"$prefix/lines.txt" || code=$?
+    check "here too: $meaning" test "$code" = "$2"
+    check "the same report: $meaning" cmp "$prefix/report.html" "$machine/report.html"
+    while read -r line; do
+        check "the line is in the window: $line" grep -qaF "$line" "$output"
+    done <"$prefix/lines.txt"
+}
+rehearsed "no ports" 1
 
 # With the keys that mark what is there; no pnputil, no PowerShell.
 check "the ports are planted" timeout 60 wine reg import "Z:${PWD//\//\\}\\tests\\rehearse\\captured\\ports.reg" </dev/null >"$output" 2>&1
@@ -75,6 +95,10 @@ check "and the log" grep -q 'the log' "$machine/Quillmarch.log"
 check "what it has is said" grep -q 'NAMES OF USERS' "$machine/readme.txt"
 check "it is rehearsed here" "$tool" --quiet --json "$prefix/report.json" "$machine"
 check "with its rules" grep -q '"registry_name": "COM20"' "$prefix/report.json"
+
+printf '[ComPorts3]\nDeviceID=USB\\VID_067B*\nPortName1=COM30\nPortName2=COM31\nPortName3=COM32\n' >>"$here/Quillmarch.ini"
+rehearsed "five ports" 0
+[ -z "$exe" ] || check "it says so" grep -q 'ALL IS WELL' "$output"
 
 # pnputil speaks German, and knows less and more than the marks.
 cp "$pnputil" "$prefix/drive_c/windows/system32/pnputil.exe"
@@ -103,4 +127,13 @@ run _capture_machine.cmd
 check "or goes to the folder for temporary files" test -e "$prefix"/drive_c/users/*/Temp/"${machine##*/}/machine.toml"
 check "which is said" grep -q 'Temp' "$output"
 rm "$machine"
+
+# Without the program, as in the x86 package, and without a configuration.
+rm -f "$here/quillmarch-rehearse.exe"
+run _rehearse_here.cmd /quiet
+check "the machine is captured alone" test "$code" = 3 -a -e "$machine/machine.toml"
+rm "$here/Quillmarch.ini"
+run _rehearse_here.cmd /quiet
+check "without an INI file nothing is done" test "$code" = 2
+check "it is asked for" grep -q '_edit_ini.cmd makes one' "$output"
 echo "scripts: $checks checks passed under $(wine --version)"
