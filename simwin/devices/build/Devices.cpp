@@ -21,7 +21,6 @@
 
 namespace machine {
 
-constexpr const char* ClassRoot = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\Class\\";
 constexpr const char* Arbiter = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
 constexpr std::size_t ComDbBytes = 32;
 constexpr unsigned HubPorts = 4;
