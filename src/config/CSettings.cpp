@@ -8,9 +8,6 @@
 
 CSettings* g_pSettings = nullptr;
 
-constexpr LONG MaxPortNumberBeforeRead = 255;
-constexpr LONG TimeoutBeforeReadMs = 6000;
-constexpr LONG TimeoutOnRemovalBeforeReadMs = 3000;
 constexpr const KnownKey& TimeoutKey = KeyRow("Timeout");
 static_assert(sizeof(CSettings::ComNameArbiterClean) == KeyRow("ComNameArbiterClean").longest + 1);
 static_assert(sizeof(CSettings::TextRemoved) == KeyRow("TextRemoved").longest + 1);
@@ -35,7 +32,6 @@ constexpr NumericKey FirstKeys[] = {
     {KeyRow("CheckPortsOnResume"), &CSettings::CheckPortsOnResume},
     {KeyRow("AutoRunOnLogon"), &CSettings::AutoRunOnLogon},
 };
-static_assert(sizeof(FirstKeys) / sizeof(FirstKeys[0]) == 10);
 
 constexpr NumericKey MaxPortNumberKey = {KeyRow("MaxPortNumber"), &CSettings::MaxPortNumber};
 
@@ -44,7 +40,6 @@ constexpr NumericKey LastKeys[] = {
     {KeyRow("EventLog"), &CSettings::EventLog},
     {KeyRow("RemoteSessions"), &CSettings::RemoteSessions},
 };
-static_assert(sizeof(LastKeys) / sizeof(LastKeys[0]) == 3);
 
 static void ReadNumber(CSettings* settings, const NumericKey& key) {
     LONG value = 0;
@@ -69,16 +64,6 @@ static LONG ClampTimeout(LONG milliseconds) {
 
 static void LogBalloonNumber(const char* name, LONG value) {
     WriteLog(2, "BalloonTips: %s=%u", name, static_cast<DWORD>(value));
-}
-
-// Not the defaults, which stand in ConfigurationKeys.h: before the first reading nothing is switched on.
-CSettings::CSettings()
-    : QuickAndDirtyMode(0), TelitHack(0), RegisterAllDevClasses(0), RemoveDosDeviceNameOnStartup(0),
-      RemoveDosDeviceNameOnRemoval(0), RemovePortDeviceOnRemoval(0), RemoveUsbDeviceOnRemoval(0),
-      CheckPortsOnStartup(0), CheckPortsOnResume(0), AutoRunOnLogon(0),
-      MaxPortNumber(MaxPortNumberBeforeRead), ComNameArbiterClean{}, Enabled(0), EnabledOnRemoval(0),
-      Timeout(TimeoutBeforeReadMs), TimeoutOnRemoval(TimeoutOnRemovalBeforeReadMs),
-      SuppressWindowsBalloons(0), TextRemoved{}, WaitNoPendingInstallEventsOnInit(0), EventLog(0), RemoteSessions(0) {
 }
 
 void CSettings::ReadSettings() {

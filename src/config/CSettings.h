@@ -9,32 +9,32 @@
 
 class CSettings {
 public:
-    CSettings();
-
     // Writes every field; a key that is absent or too long gets its default. Cannot fail.
     void ReadSettings();
 
-    LONG QuickAndDirtyMode;
-    LONG TelitHack;
-    LONG RegisterAllDevClasses;
-    LONG RemoveDosDeviceNameOnStartup;
-    LONG RemoveDosDeviceNameOnRemoval;
-    LONG RemovePortDeviceOnRemoval;
-    LONG RemoveUsbDeviceOnRemoval;
-    LONG CheckPortsOnStartup;
-    LONG CheckPortsOnResume;
-    LONG AutoRunOnLogon;
-    LONG MaxPortNumber;
-    char ComNameArbiterClean[512];
-    LONG Enabled;
-    LONG EnabledOnRemoval;
-    LONG Timeout;          // milliseconds, 1000 to 60000
-    LONG TimeoutOnRemoval; // the same
-    LONG SuppressWindowsBalloons;
-    char TextRemoved[64];
-    LONG WaitNoPendingInstallEventsOnInit; // milliseconds
-    LONG EventLog;
-    LONG RemoteSessions; // 0, 1 or 2
+    // The values before the first reading, when nothing may be switched on. Defaults of keys are in
+    // ConfigurationKeys.h.
+    LONG QuickAndDirtyMode = 0;
+    LONG TelitHack = 0;
+    LONG RegisterAllDevClasses = 0;
+    LONG RemoveDosDeviceNameOnStartup = 0;
+    LONG RemoveDosDeviceNameOnRemoval = 0;
+    LONG RemovePortDeviceOnRemoval = 0;
+    LONG RemoveUsbDeviceOnRemoval = 0;
+    LONG CheckPortsOnStartup = 0;
+    LONG CheckPortsOnResume = 0;
+    LONG AutoRunOnLogon = 0;
+    LONG MaxPortNumber = 255;
+    char ComNameArbiterClean[512] = {};
+    LONG Enabled = 0;
+    LONG EnabledOnRemoval = 0;
+    LONG Timeout = 6000;          // milliseconds, 1000 to 60000
+    LONG TimeoutOnRemoval = 3000; // the same
+    LONG SuppressWindowsBalloons = 0;
+    char TextRemoved[64] = {};
+    LONG WaitNoPendingInstallEventsOnInit = 0; // milliseconds
+    LONG EventLog = 0;
+    LONG RemoteSessions = 0; // 0, 1 or 2
 };
 
 extern CSettings* g_pSettings; // set before the threads start, lives until the end of WinMain

@@ -79,6 +79,11 @@ TEST(ConfigurationPage, GivesTheDefaultsThatTheProductHasWithoutTheKeys) {
     for (const auto& [name, value] : settings) {
         EXPECT_EQ(page[name], std::to_string(value)) << name;
     }
+    for (const KnownKey& key : SettingsKeys) {
+        if (key.kind == KeyKind::Flag || key.kind == KeyKind::Number) {
+            EXPECT_EQ(page[key.name], std::to_string(key.defaultNumber)) << key.name;
+        }
+    }
     EXPECT_EQ(page["TextRemoved"], g_pSettings->TextRemoved);
     EXPECT_EQ(g_pSettings->TimeoutOnRemoval, g_pSettings->Timeout / 2);
 }
