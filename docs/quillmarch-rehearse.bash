@@ -15,7 +15,7 @@ _quillmarch_rehearse() {
         if [[ $word == -* ]]; then
             mapfile -t COMPREPLY < <(compgen -W "$("${COMP_WORDS[0]}" --help 2>/dev/null | grep -oE -- '--[a-z-]+' | sort -u)" -- "$word")
         else
-            mapfile -t COMPREPLY < <(compgen -f -X '!*.toml' -- "$word"; compgen -d -- "$word")
+            mapfile -t COMPREPLY < <(compgen -f -X '!*.toml' -- "$word"; compgen -f -X '!*.reg' -- "$word"; compgen -d -- "$word")
         fi
         ;;
     esac

@@ -67,7 +67,9 @@ static void DescribeRun(CLI::App& app, Line& line) {
         ->type_name("NAME")
         ->group(group);
     app.add_option("--until", line.until, "end after this much virtual time")->type_name("DURATION")->group(group);
-    app.add_option("--seed", line.seed, "seeded schedule and seeded faults")->type_name("N")->group(group);
+    app.add_option("--seed", line.seed, "let chance decide which thread runs next, the same way for the same N")
+        ->type_name("N")
+        ->group(group);
 }
 
 static void DescribeJudgement(CLI::App& app, Line& line) {
@@ -112,7 +114,7 @@ static void DescribeQuestions(CLI::App& app, Line& line) {
         ->type_name("FILE")
         ->group(group);
     app.add_flag("--tree", line.options.tree, "print the machine as it was understood, as a tree")->group(group);
-    app.add_flag("--devices", line.options.devices, "print its devices as a table")->group(group);
+    app.add_flag("--devices", line.options.devices, "print the devices of the machine as a table")->group(group);
     app.add_flag("--catalogue", line.printCatalogue, "print the kinds of devices that are known by their ids")
         ->group(group);
     app.add_flag("--print-keys", line.printKeys, "print all keys of a description")->group(group);
