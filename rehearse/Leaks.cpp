@@ -23,7 +23,7 @@ constexpr LeftOpen ByDesign[] = {
 };
 
 static bool IsLogFile(const machine::HandleEntry& entry) {
-    const auto* file = dynamic_cast<const machine::OpenFile*>(entry.object.get());
+    const auto* file = dynamic_cast<const machine::OpenFile*>(entry.object.Get());
     return file && file->node && machine::EqualNoCase(file->node->Path(), LogFilePath());
 }
 

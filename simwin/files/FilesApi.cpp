@@ -410,13 +410,13 @@ BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, LPDWORD read, LPVOID over
 }
 
 BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPOVERLAPPED overlapped) {
-    constexpr DWORD afterTheEnd = 0xFFFFFFFF;
+    constexpr DWORD AfterTheEnd = 0xFFFFFFFF;
     const FileObject object(file);
     SIM_CALL("WriteFile", object.text, ERROR_INVALID_HANDLE, ERROR_ACCESS_DENIED, ERROR_DISK_FULL, ERROR_GEN_FAILURE);
     if (written) {
         *written = 0;
     }
-    if (overlapped && (overlapped->Offset != afterTheEnd || overlapped->OffsetHigh != afterTheEnd)) {
+    if (overlapped && (overlapped->Offset != AfterTheEnd || overlapped->OffsetHigh != AfterTheEnd)) {
         NotModelled("WriteFile", "overlapped writing");
     }
     if (simCall.error) {

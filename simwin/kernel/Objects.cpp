@@ -56,7 +56,7 @@ const HandleEntry* HandleTable::Entry(simwin::HANDLE handle) const {
 
 Object* HandleTable::Find(simwin::HANDLE handle, ObjectKind kind) const {
     const HandleEntry* entry = Entry(handle);
-    return entry && entry->object->kind == kind ? entry->object.get() : nullptr;
+    return entry && entry->object->kind == kind ? entry->object.Get() : nullptr;
 }
 
 void HandleTable::CloseAll() {

@@ -78,7 +78,7 @@ public:
             m_object->Release();
         }
     }
-    T* get() const { return m_object; }
+    T* Get() const { return m_object; }
     T* operator->() const { return m_object; }
     T& operator*() const { return *m_object; }
     explicit operator bool() const { return m_object != nullptr; }

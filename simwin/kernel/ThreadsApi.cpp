@@ -43,7 +43,7 @@ static machine::Waitable* WaitableOf(HANDLE handle) {
     case ObjectKind::Event:
     case ObjectKind::Thread:
     case ObjectKind::Process:
-        return static_cast<machine::Waitable*>(entry->object.get());
+        return static_cast<machine::Waitable*>(entry->object.Get());
     default:
         return nullptr;
     }

@@ -63,7 +63,7 @@ static KeyUse UseKey(simwin::HKEY handle, simwin::DWORD needed) {
             use.error = simwin::ERROR_INVALID_HANDLE;
             return use;
         }
-        use.key = static_cast<OpenKey*>(entry->object.get())->key.get();
+        use.key = static_cast<OpenKey*>(entry->object.Get())->key.get();
         use.access = entry->access;
     }
     if (use.key->deleted) {

@@ -133,7 +133,7 @@ static TokenFacts StandIn(const Process& process) {
 
 static std::optional<Caller> RunningCaller() {
     const Thread* thread = CurrentThread();
-    const Object* token = thread->impersonated ? thread->impersonated.get() : thread->process->token.get();
+    const Object* token = thread->impersonated ? thread->impersonated.Get() : thread->process->token.Get();
     if (!token) {
         return std::nullopt; // by the process's rights
     }
@@ -227,12 +227,12 @@ Token& TokenOf(Process& process) {
     if (!process.token) {
         process.token = Ref<Object>(new Token(StandIn(process)));
     }
-    return *static_cast<Token*>(process.token.get());
+    return *static_cast<Token*>(process.token.Get());
 }
 
 Token& ThreadToken() {
     Thread* thread = CurrentThread();
-    return thread->impersonated ? *static_cast<Token*>(thread->impersonated.get()) : TokenOf(*thread->process);
+    return thread->impersonated ? *static_cast<Token*>(thread->impersonated.Get()) : TokenOf(*thread->process);
 }
 
 Rights RightsOf(const TokenFacts& token) {

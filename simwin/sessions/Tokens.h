@@ -24,9 +24,9 @@ struct Logon {
     std::vector<std::string> groups; // by name or SID, besides those that each user has
 };
 
-namespace Integrity {
-inline constexpr simwin::DWORD Low = 0x1000, Medium = 0x2000, High = 0x3000, System = 0x4000;
-}
+struct Integrity {
+    static constexpr simwin::DWORD Low = 0x1000, Medium = 0x2000, High = 0x3000, System = 0x4000;
+};
 const char* IntegrityName(simwin::DWORD level); // "low", "medium", "high", "system"; "" for 0
 
 struct TokenGroup {

@@ -37,7 +37,7 @@ static Token* TokenWith(HANDLE handle, DWORD rights) {
     if ((entry->access & rights) != rights) {
         return Fail(ERROR_ACCESS_DENIED, nullptr);
     }
-    return static_cast<Token*>(entry->object.get());
+    return static_cast<Token*>(entry->object.Get());
 }
 
 static HANDLE OpenToken(TokenFacts facts, DWORD access) {
@@ -266,7 +266,7 @@ BOOL OpenProcessToken(HANDLE handle, DWORD access, PHANDLE token) {
         if (!(entry->access & (PROCESS_QUERY_INFORMATION | machine::QueryLimited))) {
             return Fail(ERROR_ACCESS_DENIED, FALSE);
         }
-        process = static_cast<machine::Process*>(entry->object.get());
+        process = static_cast<machine::Process*>(entry->object.Get());
     }
     if (!machine::MayOpenTokenOf(*process)) {
         return Fail(ERROR_ACCESS_DENIED, FALSE);

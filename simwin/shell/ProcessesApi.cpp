@@ -117,7 +117,7 @@ static const Token* TokenForProcess(HANDLE handle) {
     } else if ((entry->access & Needed) != Needed) {
         error = ERROR_ACCESS_DENIED;
     } else {
-        token = static_cast<const Token*>(entry->object.get());
+        token = static_cast<const Token*>(entry->object.Get());
     }
     if (token && token->type != TokenPrimary) {
         error = token->level < SecurityImpersonation ? ERROR_BAD_IMPERSONATION_LEVEL : ERROR_BAD_TOKEN_TYPE;
