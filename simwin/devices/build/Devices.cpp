@@ -267,6 +267,19 @@ static void GiveResources() {
     }
 }
 
+// The port that FTDI's bus driver makes below an adapter: its serial number gets the letter of the channel, an instance
+// that Windows made up does not. "" for other adapters, whose ports' ids do not follow from theirs.
+static std::string PortIdBelow(const DeviceNode& adapter) {
+    const std::size_t instance = adapter.id.rfind('\\'), kind = adapter.id.find('\\') + 1;
+    if (!EqualNoCase(ServiceOf(adapter), "FTDIBUS") || instance <= kind || FindNoCase(adapter.id, "&MI_") < instance) {
+        return "";
+    }
+    std::string name = adapter.id.substr(kind) + (adapter.id.find('&', instance) == std::string::npos ? "A" : "");
+    std::replace(name.begin(), name.end(), '\\', '+');
+    std::replace(name.begin(), name.begin() + static_cast<std::ptrdiff_t>(instance - kind), '&', '+');
+    return "FTDIBUS\\" + name + "\\0000";
+}
+
 // Windows would look for a driver; the machine does not know what would come of such an adapter. One that is known may
 // bring its ports as devices of their own, which nothing makes but the exports and the description.
 static void NoteUnknownAdapters() {
@@ -279,9 +292,10 @@ static void NoteUnknownAdapters() {
         const bool isDescribed = !node->said.id.empty();
         if (FindInCatalogue(node->id)) {
             if (isDescribed) {
+                const std::string port = PortIdBelow(*node);
                 AddNote(Utf8FromAnsi(fmt::format("'{}' brings its ports as devices of their own: describe them with it "
-                                                 "as their parent",
-                                                 node->id)));
+                                                 "as their parent{}",
+                                                 node->id, port.empty() ? "" : fmt::format(", as '{}'", port))));
             }
         } else if (ServiceOf(*node).empty() && (isDescribed || DeviceText(*node, "ClassGUID").empty())) {
             AddNote(Utf8FromAnsi(fmt::format("no driver is known for '{}': it brings no port; describe its port or "
