@@ -150,7 +150,7 @@ static void FleetMachine(benchmark::State& state) {
     state.counters["parse"] = Median(parses);
     state.counters["kilobytes"] = *std::max_element(sizes.begin(), sizes.end());
 }
-BENCHMARK(FleetMachine)->Name(FleetName)->Unit(benchmark::Millisecond)->Iterations(1);
+BENCHMARK(FleetMachine)->Name(FleetName)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 static std::function<double(const Measured&)> CounterOf(const char* counter) {
     return [counter](const Measured& measured) {
