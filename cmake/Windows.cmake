@@ -108,7 +108,9 @@ target_compile_definitions(balloon PRIVATE QM_PICTURE_FOLDER="Z:${CMAKE_BINARY_D
 
 # The package's scripts that read a machine, in a prefix of their own. The rehearsal tool is that of this host.
 add_executable(pnputil tests/windows/bed/PnpUtil.cpp)
+add_executable(rehearsal-tool tests/windows/bed/RehearsalTool.cpp)
 target_link_options(pnputil PRIVATE -static -s)
+target_link_options(rehearsal-tool PRIVATE -static -s)
 add_test(NAME scripts COMMAND bash ${CMAKE_SOURCE_DIR}/tests/windows/scripts.sh ${CMAKE_SOURCE_DIR}/packaging
-    ${CMAKE_SOURCE_DIR}/build/dev/quillmarch-rehearse $<TARGET_FILE:pnputil>)
+    ${CMAKE_SOURCE_DIR}/build/dev/quillmarch-rehearse $<TARGET_FILE:pnputil> $<TARGET_FILE:rehearsal-tool>)
 set_tests_properties(scripts PROPERTIES TIMEOUT 600 LABELS scripts)

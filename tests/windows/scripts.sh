@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Tests _capture_machine.cmd and _rehearse_here.cmd under Wine, in a prefix of its own: without ports, with planted ones,
 # in a folder whose name has what command processors stumble over, where nothing can be written.
-# usage: scripts.sh FOLDER TOOL PNPUTIL [EXE]: the package's files, the rehearsal tool of this host, the stand-in of
-# pnputil, the rehearsal tool of Windows; without it nothing is rehearsed under Wine
+# usage: scripts.sh FOLDER TOOL PNPUTIL STAND-IN [EXE]: the package's files, the rehearsal tool of this host, the stand-ins
+# of pnputil and of the rehearsal tool, that tool for Windows; without it nothing is rehearsed under Wine
 set -euo pipefail
 folder=$(readlink -f "$1")
 tool=$(readlink -f "$2")
 pnputil=$(readlink -f "$3")
-exe=${4:+$(readlink -f "$4")}
+stand_in=$(readlink -f "$4")
+exe=${5:+$(readlink -f "$5")}
 cd "$(dirname "$(readlink -f "$0")")/../.."
 # shellcheck source=tests/windows/prefix.sh
 . tests/windows/prefix.sh
@@ -129,6 +130,21 @@ check "which is said" grep -q 'Temp' "$output"
 rm "$machine"
 
 # Without the program, as in the x86 package, and without a configuration.
+# What it makes of the tool's exit codes: of the check of the rules, of the run, and its own.
+cp "$stand_in" "$here/quillmarch-rehearse.exe"
+while read -r rules rehearsal own says; do
+    RULES_CODE=$rules RUN_CODE=$rehearsal run _rehearse_here.cmd /quiet
+    check "$rules and $rehearsal come to $own" test "$code" = "$own"
+    check "$rules and $rehearsal: $says" grep -q "$says" "$output"
+done <<'CODES'
+0 0 0 ALL IS WELL
+1 0 1 SOMETHING TO LOOK AT
+0 1 1 SOMETHING TO LOOK AT
+0 3 2 COULD NOT BE REHEARSED
+CODES
+check "the rules are checked against the captured machine" env LC_ALL=C grep -qaE '^\[--rules\]\[C:.*\\Quillmarch.ini\]\[C:.*\\Quillmarch_[^]]*\]' "$output"
+check "all stories are rehearsed on it, strictly" env LC_ALL=C grep -qaE '^\[--quiet\]\[--strict\].*\[--html\]\[C:.*report.html\]\[C:.*\\Quillmarch_[^]\]*\]' "$output"
+check "the report is there" test -e "$machine/report.html"
 rm -f "$here/quillmarch-rehearse.exe"
 run _rehearse_here.cmd /quiet
 check "the machine is captured alone" test "$code" = 3 -a -e "$machine/machine.toml"
