@@ -112,25 +112,19 @@ std::u16string Utf16FromAnsi(std::string_view text) {
 }
 
 std::string AnsiFromUtf16(std::u16string_view text, bool* lossy) {
-    std::string result;
-    result.reserve(text.size());
-    for (const char16_t c : text) {
+    std::string result(text.size(), '?'); // an export is read through here, half a million characters at once
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char16_t c = text[at];
         if (c < 0x80 || (c >= 0xA0 && c < 0x100)) {
-            result.push_back(static_cast<char>(c));
+            result[at] = static_cast<char>(c);
             continue;
         }
-        char found = '?';
-        bool known = false;
-        for (std::size_t i = 0; i < High1252.size() && !known; ++i) {
-            if (High1252[i] == c) {
-                found = static_cast<char>(0x80 + i);
-                known = true;
-            }
-        }
-        if (!known && lossy) {
+        const auto found = std::find(High1252.begin(), High1252.end(), c);
+        if (found != High1252.end()) {
+            result[at] = static_cast<char>(0x80 + (found - High1252.begin()));
+        } else if (lossy) {
             *lossy = true;
         }
-        result.push_back(found);
     }
     return result;
 }

@@ -156,10 +156,13 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
     }
     std::string result;
     bool lossy = false;
-    for (const char16_t c : source) {
+    if (!defaultCharacter) {
+        result = AnsiFromUtf16(source, &lossy);
+    }
+    for (std::size_t i = 0; defaultCharacter && i < source.size(); ++i) {
         bool lost = false;
-        const std::string one = AnsiFromUtf16({&c, 1}, &lost);
-        result += lost && defaultCharacter ? std::string(1, *defaultCharacter) : one;
+        const std::string one = AnsiFromUtf16({&source[i], 1}, &lost);
+        result += lost ? *defaultCharacter : one.front();
         lossy = lossy || lost;
     }
     if (usedDefault) {
