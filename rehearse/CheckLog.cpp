@@ -10,6 +10,7 @@
 namespace rehearse {
 
 constexpr std::string_view RulesType = "ComPorts";
+constexpr std::string_view Types[] = {RulesType, "OnArrival", "OnRemoval"}; // those with criteria that an event tests
 
 // In the order of preference.
 constexpr std::string_view NumberKeys[] = {"PortNames", "PortName",  "PortName1", "PortName2", "PortName3", "PortName4",
@@ -53,12 +54,12 @@ static void AddNumbers(std::string_view text, std::vector<unsigned>& numbers) {
     }
 }
 
-// "[ComPorts10]" as the log writes it, however the file does; "" for another type.
-static std::string RuleName(std::string_view name) {
-    if (name.size() < RulesType.size() || !machine::EqualNoCase(name.substr(0, RulesType.size()), RulesType)) {
-        return "";
-    }
-    return std::string(RulesType) + std::string(name.substr(RulesType.size()));
+// "ComPorts10" as the log writes it, however the file does; "" if the section is of another type.
+static std::string SectionName(std::string_view name, std::string_view type) {
+    const std::size_t size = std::min(name.size(), type.size());
+    const bool isOfType = machine::EqualNoCase(name.substr(0, size), type) &&
+                          name.find_first_not_of("0123456789", size) == std::string_view::npos;
+    return isOfType ? std::string(type) + std::string(name.substr(size)) : "";
 }
 
 // Of two ports that fail in the same row the one is nearer that was probably meant.
@@ -144,20 +145,24 @@ bool CheckLog::IsInCheck(std::uint64_t context) const {
 void CheckLog::ReadConfiguration(Context& context, std::string_view message) {
     if (message.starts_with("CCfgReader::CreateSnapshot(")) {
         m_facts.sections.clear();
+        m_facts.actions.clear();
         for (auto& [device, port] : m_facts.ports) {
             port.trials.clear(); // of rules that are no more
         }
-        context.isReadingSection = false;
+        context.reading = nullptr;
     } else if (message.ends_with("] found") && (Take(message, " section [") || Take(message, " CfgSec ["))) {
-        const std::string name = RuleName(message.substr(0, message.find(']')));
-        context.isReadingSection = !name.empty();
-        if (context.isReadingSection) {
-            m_facts.sections.push_back({name, {}});
+        const std::string_view written = message.substr(0, message.find(']'));
+        context.reading = nullptr;
+        for (const std::string_view type : Types) {
+            if (const std::string name = SectionName(written, type); !name.empty()) {
+                context.reading = type == RulesType ? &m_facts.sections : &m_facts.actions;
+                context.reading->push_back({name, {}});
+            }
         }
-    } else if (context.isReadingSection && message.starts_with("section [")) {
-        context.isReadingSection = false; // doubled, or with a number too high: ignored
-        m_facts.sections.pop_back();
-    } else if (context.isReadingSection && (Take(message, "  value ") || message.starts_with(" Values["))) {
+    } else if (context.reading && message.starts_with("section [")) {
+        context.reading->pop_back(); // doubled, or with a number too high: ignored
+        context.reading = nullptr;
+    } else if (context.reading && (Take(message, "  value ") || message.starts_with(" Values["))) {
         const bool isOfRegistry = message.starts_with(" Values[");
         if (isOfRegistry) {
             message.remove_prefix(std::min(message.size(), message.find(": ") + 2));
@@ -165,7 +170,7 @@ void CheckLog::ReadConfiguration(Context& context, std::string_view message) {
         const std::string_view mark = isOfRegistry ? " = " : "=";
         const std::size_t equals = message.find(mark);
         if (equals != std::string_view::npos) {
-            m_facts.sections.back().values.emplace_back(message.substr(0, equals),
+            context.reading->back().values.emplace_back(message.substr(0, equals),
                                                         message.substr(equals + mark.size()));
         }
     }
@@ -173,13 +178,14 @@ void CheckLog::ReadConfiguration(Context& context, std::string_view message) {
 
 void CheckLog::ReadTrial(Context& context, std::string_view message) {
     if (Take(message, "GetFittingSectionNumber(")) {
-        const bool isOfRules = Between(message, ", ", ")") == RulesType;
-        context.trialDevice = isOfRules ? Between(message, "id=", " kn=") : "";
+        m_searches.push_back({Between(message, "id=", " kn="), Between(message, ", ", ")"), {}, {}});
+        context.search = m_searches.size();
         return;
     }
-    if (context.trialDevice.empty()) {
+    if (context.search == 0) {
         return;
     }
+    SectionSearch& search = m_searches[context.search - 1];
     if (Take(message, "reading criterions from [")) {
         context.trialSection = message.substr(0, message.find(']'));
         context.rowsMet = 0;
@@ -188,7 +194,8 @@ void CheckLog::ReadTrial(Context& context, std::string_view message) {
         context.key = Between(message, " check ", "  COM-Port's ");
         context.portValue = message.substr(std::min(message.size(), message.find('=') + 1));
         context.patterns.clear();
-        m_facts.ports[context.trialDevice].values[context.key] = context.portValue;
+        m_facts.ports[search.device].values[context.key] = context.portValue;
+        search.values.emplace(context.key, context.portValue);
     } else if (message == " test passed") {
         ++context.rowsMet;
     } else if (!context.key.empty() && message.starts_with(" " + context.key)) {
@@ -202,11 +209,17 @@ void CheckLog::EndTrial(Context& context, std::string_view message) {
     if (!message.starts_with("  test for ") && !message.starts_with("result for [")) {
         return;
     }
-    SectionTrial& trial = m_facts.ports[context.trialDevice].trials[context.trialSection];
+    SectionSearch& search = m_searches[context.search - 1];
+    SectionTrial& trial = m_facts.ports[search.device].trials[context.trialSection];
     if (message.starts_with("  test for ")) {
         trial = {false, context.rowsMet, context.key, context.portValue, context.patterns};
     } else if (message.ends_with(" is 1")) {
         trial = {true, context.rowsMet, "", "", {}};
+        search.section = context.trialSection;
+        if (search.type != RulesType) {
+            m_facts.takenBy[search.section].insert(search.device); // of rules there is a line
+        }
+        context.search = 0; // it is over
     } else if (trial.failedKey.empty()) {
         trial = {}; // a section without criteria
     }
@@ -397,7 +410,8 @@ std::string CheckLog::WhyNoRule(const Context& context) const {
     const std::pair<const std::string, SectionTrial>* nearest = nullptr;
     if (port != m_facts.ports.end()) {
         for (const auto& trial : port->second.trials) {
-            if (!trial.second.failedKey.empty() && (!nearest || IsNearer(trial.second, nearest->second))) {
+            if (trial.first.starts_with(RulesType) && !trial.second.failedKey.empty() &&
+                (!nearest || IsNearer(trial.second, nearest->second))) {
                 nearest = &trial;
             }
         }

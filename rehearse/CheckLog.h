@@ -58,10 +58,18 @@ struct ConfiguredSection {
     std::vector<std::pair<std::string, std::string>> values; // as the product read them
 };
 
+// One search for a section that fits a port, as the log has it.
+struct SectionSearch {
+    std::string device, type;                  // "ComPorts"
+    std::string section;                       // "ComPorts10"; "" if none fits
+    std::map<std::string, std::string> values; // what the criteria were compared with, by their plain names
+};
+
 // What CheckLog has gathered: the basis of a rehearsal's verdict.
 struct LogFacts {
     bool isThere = false;                                              // false: nothing could be observed
     std::vector<ConfiguredSection> sections;                           // of the last configuration that was read
+    std::vector<ConfiguredSection> actions;                            // the same of OnArrival and OnRemoval
     std::map<std::string, CheckedPort, machine::NoCaseLess> ports;     // by device
     std::map<std::string, std::set<std::string>, std::less<>> takenBy; // by section: devices, in any check
 };
@@ -73,6 +81,7 @@ public:
     // No more messages: checks that are open have ended.
     void Finish();
     const LogFacts& Facts() const { return m_facts; }
+    const std::vector<SectionSearch>& Searches() const { return m_searches; } // in the order of the log
     // The device whose check, arrival or removal the thread is in, and its name there; "" if it is in none.
     std::string PortOf(std::uint64_t context) const;
     std::string NameOf(std::uint64_t context) const;
@@ -88,16 +97,16 @@ private:
         bool isReported = false; // the conclusion
         std::string device;
         std::string name;
-        std::string subject;     // the device of the arrival or removal that the thread works for
-        std::string candidate;   // the number that is tried
-        std::string reason;      // why it is not available, if so
-        std::string trialDevice; // empty while another type of section is looked for
+        std::string subject;    // the device of the arrival or removal that the thread works for
+        std::string candidate;  // the number that is tried
+        std::string reason;     // why it is not available, if so
+        std::size_t search = 0; // the last one of the thread, plus one; 0: none
         std::string trialSection;
         std::string key; // of the criterion that is tested
         std::string portValue;
         std::vector<std::string> patterns;
         unsigned rowsMet = 0;
-        bool isReadingSection = false;
+        std::vector<ConfiguredSection>* reading = nullptr; // where the section that is read belongs
     };
     void ReadConfiguration(Context& context, std::string_view message);
     void ReadTrial(Context& context, std::string_view message);
@@ -113,6 +122,7 @@ private:
     std::string WhyNoRule(const Context& context) const;
 
     LogFacts m_facts;
+    std::vector<SectionSearch> m_searches;
     std::map<std::string, std::string, machine::NoCaseLess> m_names; // of ports, at their last check
     std::function<void(const CheckNews&)> m_watcher;
     std::map<std::uint64_t, Context> m_contexts;

@@ -100,9 +100,11 @@ static std::string IdleRule(const Verdict& verdict, const RuleVerdict& rule) {
 
 static std::vector<std::string> IdleRules(const Verdict& verdict) {
     std::vector<std::string> lines;
-    for (const RuleVerdict& rule : verdict.rules) {
-        if (rule.took.empty()) {
-            lines.push_back(IdleRule(verdict, rule));
+    for (const std::vector<RuleVerdict>* rules : {&verdict.rules, &verdict.actions}) {
+        for (const RuleVerdict& rule : *rules) {
+            if (rule.took.empty()) {
+                lines.push_back(IdleRule(verdict, rule));
+            }
         }
     }
     return lines;
@@ -289,12 +291,16 @@ std::string EndOfRun(const Verdict& verdict, const Balloons& balloons, std::size
 }
 
 nlohmann::ordered_json VerdictJson(const Verdict& verdict) {
-    Json ports = Json::array(), rules = Json::array(), rings = Json::array(), together = Json::array();
+    Json ports = Json::array(), rules = Json::array(), actions = Json::array(), rings = Json::array(),
+         together = Json::array();
     for (const PortVerdict& port : verdict.ports) {
         ports.push_back(PortJson(port));
     }
     for (const RuleVerdict& rule : verdict.rules) {
         rules.push_back(RuleJson(rule));
+    }
+    for (const RuleVerdict& rule : verdict.actions) {
+        actions.push_back(RuleJson(rule));
     }
     for (const Ring& ring : verdict.rings) {
         rings.push_back(Texts(ring.devices));
@@ -314,7 +320,8 @@ nlohmann::ordered_json VerdictJson(const Verdict& verdict) {
             {"com_database_before", verdict.databaseBefore},
             {"rules", std::move(rules)},
             {"rings", std::move(rings)},
-            {"restarted_together", std::move(together)}};
+            {"restarted_together", std::move(together)},
+            {"actions", std::move(actions)}};
 }
 
 } // namespace rehearse

@@ -82,15 +82,31 @@ static PortCheck CheckOf(const Json& json) {
     return check;
 }
 
-static Json FactsJson(const LogFacts& facts) {
-    Json sections = Json::array(), ports = Json::array(), taken = Json::array();
-    for (const ConfiguredSection& section : facts.sections) {
+static Json SectionsJson(const std::vector<ConfiguredSection>& sections) {
+    Json json = Json::array();
+    for (const ConfiguredSection& section : sections) {
         Json values = Json::array();
         for (const auto& [key, value] : section.values) {
             values.push_back({Out(key), Out(value)});
         }
-        sections.push_back({Out(section.name), values});
+        json.push_back({Out(section.name), values});
     }
+    return json;
+}
+
+static std::vector<ConfiguredSection> SectionsOf(const Json& json) {
+    std::vector<ConfiguredSection> sections;
+    for (const Json& section : json) {
+        sections.push_back({In(section[0]), {}});
+        for (const Json& value : section[1]) {
+            sections.back().values.emplace_back(In(value[0]), In(value[1]));
+        }
+    }
+    return sections;
+}
+
+static Json FactsJson(const LogFacts& facts) {
+    Json ports = Json::array(), taken = Json::array();
     for (const auto& [device, port] : facts.ports) {
         Json trials = Json::array(), values = Json::array();
         for (const auto& [section, trial] : port.trials) {
@@ -106,18 +122,18 @@ static Json FactsJson(const LogFacts& facts) {
             taken.push_back({Out(section), Out(device)});
         }
     }
-    return {{"there", facts.isThere}, {"sections", sections}, {"ports", ports}, {"taken", taken}};
+    return {{"there", facts.isThere},
+            {"sections", SectionsJson(facts.sections)},
+            {"actions", SectionsJson(facts.actions)},
+            {"ports", ports},
+            {"taken", taken}};
 }
 
 static LogFacts FactsOfJson(const Json& json) {
     LogFacts facts;
     facts.isThere = json["there"];
-    for (const Json& section : json["sections"]) {
-        facts.sections.push_back({In(section[0]), {}});
-        for (const Json& value : section[1]) {
-            facts.sections.back().values.emplace_back(In(value[0]), In(value[1]));
-        }
-    }
+    facts.sections = SectionsOf(json["sections"]);
+    facts.actions = SectionsOf(json["actions"]);
     for (const Json& one : json["ports"]) {
         CheckedPort& port = facts.ports[In(one[0])];
         port.last = CheckOf(one[1]);
@@ -201,7 +217,6 @@ static std::string SecondRun(Record description, const Options& options) {
     });
     expectations.Schedule();
     ScheduleEvents(stage);
-    machine::AllowCallsWithoutTime(CallsWithDetailedLog);
     (void)machine::RunMachine({UntilMs(description, options)});
     log.Finish();
     timeline.CatchUp();
@@ -302,6 +317,7 @@ LogFacts Observer::Take(const std::string& ended) {
 
 void WatchLog(CheckLog& log, std::function<void(std::uint32_t thread, std::string_view message)> also) {
     ForceDebugOutputInFull();
+    machine::AllowCallsWithoutTime(CallsWithDetailedLog);
     WatchMessages([&log, also = std::move(also)](std::uint64_t context, std::string_view message) {
         log.Read(context, machine::Now(), message);
         if (also) {

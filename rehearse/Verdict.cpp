@@ -234,12 +234,12 @@ static bool WouldFit(const ConfiguredSection& section, const CheckedPort& port) 
     return hasRow;
 }
 
-static void FindNearest(const ConfiguredSection& section, const LogFacts& log, RuleVerdict& rule) {
+static void FindNearest(const ConfiguredSection& section, const LogFacts& log, bool isAction, RuleVerdict& rule) {
     const SectionTrial* nearest = nullptr;
     for (const auto& [device, port] : log.ports) {
         const auto trial = port.trials.find(section.name);
         if (trial == port.trials.end()) {
-            if (!port.last.section.empty() && WouldFit(section, port)) {
+            if (!isAction && !port.last.section.empty() && WouldFit(section, port)) {
                 rule.nearest = device;
                 rule.takenBy = port.last.section;
                 return;
@@ -260,9 +260,9 @@ static void FindNearest(const ConfiguredSection& section, const LogFacts& log, R
     rule.patterns = nearest->patterns;
 }
 
-static std::vector<RuleVerdict> RulesOf(const LogFacts& log) {
+static std::vector<RuleVerdict> RulesOf(const LogFacts& log, bool areActions) {
     std::vector<RuleVerdict> rules;
-    for (const ConfiguredSection& section : log.sections) {
+    for (const ConfiguredSection& section : areActions ? log.actions : log.sections) {
         RuleVerdict rule;
         rule.section = section.name;
         rule.wanted = NumbersOfSection(section);
@@ -270,7 +270,7 @@ static std::vector<RuleVerdict> RulesOf(const LogFacts& log) {
             rule.took.assign(taken->second.begin(), taken->second.end());
         }
         if (rule.took.empty()) {
-            FindNearest(section, log, rule);
+            FindNearest(section, log, areActions, rule);
         }
         rules.push_back(std::move(rule));
     }
@@ -340,7 +340,8 @@ Verdict MakeVerdict(const StartFacts& start, const LogFacts& log, const Timeline
     verdict.ports = PortsOf(start, log);
     verdict.databaseBefore = start.database;
     verdict.databaseAfter = ComDatabase();
-    verdict.rules = RulesOf(log);
+    verdict.rules = RulesOf(log, /*areActions=*/false);
+    verdict.actions = RulesOf(log, /*areActions=*/true);
     verdict.together = TogetherOf();
     verdict.rings = RingsOf(verdict.ports);
     for (const TimelineEntry& entry : timeline.Entries()) {

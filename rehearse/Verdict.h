@@ -64,6 +64,9 @@ struct Verdict {
     std::vector<PortVerdict> ports; // by number; those without, and absent ones, last
     std::vector<unsigned> databaseBefore, databaseAfter;
     std::vector<RuleVerdict> rules; // in the order of the configuration
+    // Sections that start programs: took is what they did it for. Each waits for its event, so a run without it says
+    // nothing about the section, and `--strict` does not ask for it.
+    std::vector<RuleVerdict> actions;
     std::vector<Together> together;
     std::vector<Ring> rings;
     std::vector<TimelineEntry> dangers;

@@ -144,12 +144,21 @@ static std::string WantedText(const Speech& say, const PortVerdict& port) {
     return Escaped(text);
 }
 
-static std::string RefusedText(const PortVerdict& port) {
+static std::string RefusedText(const Speech& say, const PortVerdict& port) {
     std::string text;
     for (const Refusal& one : port.refused) {
-        text += fmt::format("{}{}: {}", text.empty() ? "" : "; ", one.name, machine::Utf8FromAnsi(one.reason));
+        text += fmt::format("{}{}: {}", text.empty() ? "" : "; ", Escaped(one.name),
+                            say.Markup(machine::Utf8FromAnsi(one.reason)));
     }
-    return text.empty() ? "–" : Escaped(text);
+    constexpr std::size_t AtOnce = 3; // the last of a rule for a whole hub has two dozen, and fills a page of paper
+    if (port.refused.size() > AtOnce) {
+        const Refusal& last = port.refused.back();
+        return fmt::format("<details><summary>{}</summary>{}</details>",
+                           say.Format("{} numbers, the last {}: {}", "{} Nummern, zuletzt {}: {}", port.refused.size(),
+                                      Escaped(last.name), say.Markup(machine::Utf8FromAnsi(last.reason))),
+                           text);
+    }
+    return text.empty() ? "–" : text;
 }
 
 std::string PortsSection(const Context& context) {
@@ -159,7 +168,7 @@ std::string PortsSection(const Context& context) {
     for (const PortVerdict& port : context.facts.verdict.ports) {
         ids.push_back(fmt::format("p{}", rows.size()));
         rows.push_back({EscapedAnsi(NameOfPort(port.facts)), OrDash(port.nameBefore), OrDash(port.facts.dosName),
-                        StateMarkup(context, port), OrDash(port.section), WantedText(say, port), RefusedText(port),
+                        StateMarkup(context, port), OrDash(port.section), WantedText(say, port), RefusedText(say, port),
                         OrDash(port.facts.registryName), OrDash(port.facts.usbPort),
                         fmt::format("{}", port.facts.restarts),
                         EscapedAnsi(port.facts.friendlyName) + " " + Code(port.facts.device)});
@@ -234,6 +243,15 @@ std::string RulesSection(const Context& context) {
             Table(say, say("Rules and what they took", "Regeln und was sie nahmen"),
                   {say("Rule", "Regel"), say("Wanted", "Gewünscht"), say("Ports", "Ports"), say("Took", "Nahm")}, rows);
     }
+    Rows actions;
+    for (const RuleVerdict& action : verdict.actions) {
+        actions.push_back(
+            {EscapedAnsi("[" + action.section + "]"), fmt::format("{}", action.took.size()), Took(context, action)});
+    }
+    if (!actions.empty()) {
+        inner += Table(say, say("Actions and what they ran for", "Aktionen und wofür sie liefen"),
+                       {say("Action", "Aktion"), say("Ports", "Ports"), say("Ran for", "Lief für")}, actions);
+    }
     return Section("rules", say("Rules", "Regeln"), inner);
 }
 
@@ -256,9 +274,9 @@ std::string RestartsSection(const Context& context) {
     std::string inner;
     Rows dangers, groups;
     for (const TimelineEntry& entry : verdict.dangers) {
-        dangers.push_back({Escaped(say.Time(entry.atMs)), "<span class=\"bad\">" +
-                                                              Escaped(say.Phrase(machine::Utf8FromAnsi(entry.what))) +
-                                                              "</span> " + Code(entry.device)});
+        dangers.push_back(
+            {Escaped(say.Time(entry.atMs)),
+             "<span class=\"bad\">" + say.Markup(machine::Utf8FromAnsi(entry.what)) + "</span> " + Code(entry.device)});
     }
     if (!dangers.empty()) {
         inner +=

@@ -208,7 +208,9 @@ std::string StretchesTable(const Context& context) {
                             Escaped(TextOf(context, lane->second[i]))});
         }
     }
-    return fmt::format("<details class=\"print\"><summary>{}</summary>\n{}</details>\n",
+    constexpr std::size_t MostOnPaper = 150; // the timeline has all of it too
+    return fmt::format("<details{}><summary>{}</summary>\n{}</details>\n",
+                       rows.size() <= MostOnPaper ? " class=\"print\"" : "",
                        say("The lanes as a table", "Die Bahnen als Tabelle"),
                        Table(say, say("Each port over time", "Jeder Port über die Zeit"),
                              {say("Port in the end", "Port am Ende"), say("From", "Von"), say("To", "Bis"),
@@ -289,7 +291,7 @@ static const char* ClassOf(const TimelineEntry& entry, bool isTitle) {
 static std::string EntryItem(const Context& context, const TimelineEntry& entry, std::size_t index,
                              const std::string& data) {
     const Speech& say = context.say;
-    std::string what = Escaped(say.Phrase(machine::Utf8FromAnsi(entry.what)));
+    std::string what = say.Markup(machine::Utf8FromAnsi(entry.what));
     if (!entry.from.empty() || !entry.to.empty()) {
         const auto name = [&](const std::string& text) {
             return text.empty() ? std::string(say("no name", "kein Name")) : EscapedAnsi(text);

@@ -66,13 +66,14 @@ static std::string VerdictSection(const Context& context) {
     const PageFacts& facts = context.facts;
     std::vector<std::string> reasons;
     if (!facts.stopped.empty()) {
-        reasons.push_back(facts.stopped);
+        reasons.push_back(say.Foreign(facts.stopped));
     }
     for (const std::string& failure : facts.failures) {
-        reasons.push_back(fmt::format("{}: {}", say("expectation not met", "Erwartung nicht erfüllt"), failure));
+        reasons.push_back(
+            fmt::format("{}: {}", say("expectation not met", "Erwartung nicht erfüllt"), say.Foreign(failure)));
     }
     for (const std::string& line : facts.verdict.Shortcomings()) {
-        reasons.push_back(say.Phrase(line));
+        reasons.push_back(say.Markup(line));
     }
     const bool isDanger = !facts.stopped.empty() || !facts.verdict.dangers.empty();
     const char* word = !facts.stopped.empty() ? say("Stopped", "Abgebrochen")
@@ -94,7 +95,7 @@ static std::string VerdictSection(const Context& context) {
             text += fmt::format("</ul>\n<details class=\"print\"><summary>{}</summary>\n<ul>\n",
                                 say.Format("{} more", "{} weitere", reasons.size() - AtOnce));
         }
-        text += (i == 0 ? "<ul>\n<li>" : "<li>") + Escaped(reasons[i]) + "</li>\n";
+        text += (i == 0 ? "<ul>\n<li>" : "<li>") + reasons[i] + "</li>\n";
     }
     if (!reasons.empty()) {
         text += reasons.size() > AtOnce ? "</ul></details>\n" : "</ul>\n";

@@ -13,9 +13,11 @@
 namespace rehearse::html {
 
 namespace {
-// A star stands for any text; the German form has the same stars in the same order.
+// A star stands for any text; the German form has the same stars in the same order. quotes: the last star is English
+// prose, of the log.
 struct Pair {
     std::string_view english, german;
+    bool quotes = false;
 };
 } // namespace
 constexpr Pair Phrases[] = {
@@ -60,11 +62,27 @@ constexpr Pair Phrases[] = {
     {"* is torn from *, which has it open:", "* wird * entrissen, das ihn offen hat:"},
     {"* cannot restart, * has it open:", "* kann nicht neu starten, * hat ihn offen:"},
     {"service is *", "der Dienst ist *"},
-    {"the service is told to stop", "der Dienst soll anhalten"},
+    {"the service is asked to stop", "der Dienst soll anhalten"},
+    {"control * to the service", "Steuerung * an den Dienst"},
+    {"it could not be started: *", "ließ sich nicht starten: *", true},
     {"the service is started", "der Dienst wird gestartet"},
     {"Quillmarch is started", "Quillmarch wird gestartet"},
     {"starts * as * (*) in session *", "startet * als * (*) in Sitzung *"},
     {"* ends with *", "* endet mit *"},
+    {"* runs *", "* startet *"},
+    {"* cannot run *", "* kann * nicht starten"},
+    {"* is not logged on, and runs nothing", "* ist nicht angemeldet und startet nichts"},
+    {"problem * of", "Problem * an"},
+    {"the problem ends of", "das Problem endet an"},
+    {"* goes to no window", "* geht an kein Fenster"},
+    {"* goes to '*'", "* geht an „*“"},
+    {"the task bar goes", "die Taskleiste verschwindet"},
+    {"the task bar moves", "die Taskleiste wandert"},
+    {"the window '*' is shown at *", "das Fenster „*“ erscheint bei *"},
+    {"the window '*' goes", "das Fenster „*“ verschwindet"},
+    {"there is no balloon to click on", "es gibt keine Sprechblase zum Anklicken"},
+    {"there is no balloon for the mouse to go to", "es gibt keine Sprechblase, zu der die Maus gehen könnte"},
+    {"the mouse goes to *", "die Maus geht zu *"},
     {"* opens the balloon's pipe and writes nothing", "* öffnet die Pipe der Sprechblase und schreibt nichts"},
     {"* cannot open *", "* kann * nicht öffnen"},
     {"* opens *", "* öffnet *"},
@@ -76,12 +94,16 @@ constexpr Pair Phrases[] = {
     {"the configuration is deleted", "die Konfiguration wird gelöscht"},
     {"registry value * is set", "der Registrierungswert * wird gesetzt"},
     {"Windows starts", "Windows startet"},
+    {"Windows will start again when it is off", "Windows startet wieder, wenn es aus ist"},
     {"Windows starts (fast startup)", "Windows startet (Schnellstart)"},
     {"Windows shuts down", "Windows fährt herunter"},
     {"Windows goes off for a fast startup", "Windows schaltet für einen Schnellstart ab"},
     {"Windows ends the services that still run", "Windows beendet die Dienste, die noch laufen"},
     {"the machine is off", "der Rechner ist aus"},
+    {"asked whether the machine may sleep", "gefragt, ob der Rechner schlafen darf"},
     {"the machine goes to sleep", "der Rechner schläft ein"},
+    {"the machine wakes (*, devices come again)", "der Rechner wacht auf (*, Geräte kommen neu)"},
+    {"the machine wakes (*)", "der Rechner wacht auf (*)"},
     {"the machine sleeps: '*' waits until it wakes", "der Rechner schläft: „*“ wartet, bis er aufwacht"},
     {"the machine does not run: no '*'", "der Rechner läuft nicht: kein „*“"},
     {"* logs on to session *", "* meldet sich in Sitzung * an"},
@@ -90,11 +112,17 @@ constexpr Pair Phrases[] = {
     {"shows a balloon in session *: '*', '*'", "zeigt eine Sprechblase in Sitzung *: „*“, „*“"},
     {"changes its balloon to '*', '*'", "ändert seine Sprechblase zu „*“, „*“"},
     {"the balloon '*' goes (*)", "die Sprechblase „*“ geht (*)"},
-    {"says: *", "sagt: *"},
-    {"says of *: *", "sagt zu *: *"},
+    {"says: *", "sagt: *", true},
+    {"says of *: *", "sagt zu *: *", true},
     {"checks *:", "prüft *:"},
-    {"so * cannot have *: *", "also kann * nicht * haben: *"},
-    {"so *", "also *"},
+    {"so * cannot have *: *", "also kann * nicht * haben: *", true},
+    {"so *", "also *", true},
+    // Why a number was refused
+    {"in use by *", "belegt durch *"},
+    {"a dead name that could not be deleted", "ein toter Name, der sich nicht löschen ließ"},
+    {"its present holder is about to restart", "wer ihn hat, startet gleich neu"},
+    {"the registry could not be written", "die Registrierung ließ sich nicht schreiben"},
+    {"refused", "verweigert"},
 };
 
 // The texts that the stars stand for, the shortest that fit; nothing if the text is another one.
@@ -120,6 +148,16 @@ static std::optional<std::vector<std::string>> Fit(std::string_view text, std::s
         stars.emplace_back(text.substr(0, end));
         text.remove_prefix(end);
     }
+}
+
+static const Pair* PairOf(const std::string& english, std::vector<std::string>& stars) {
+    for (const Pair& pair : Phrases) {
+        if (auto fit = Fit(english, pair.english)) {
+            stars = std::move(*fit);
+            return &pair;
+        }
+    }
+    return nullptr;
 }
 
 static std::string Filled(std::string_view form, const std::vector<std::string>& stars) {
@@ -187,15 +225,25 @@ std::string EscapedAnsi(const std::string& ansi) {
 }
 
 std::string Speech::Phrase(const std::string& english) const {
-    if (!m_isGerman) {
-        return english;
+    std::vector<std::string> stars;
+    const Pair* pair = m_isGerman ? PairOf(english, stars) : nullptr;
+    return pair ? Filled(pair->german, stars) : english;
+}
+
+std::string Speech::Markup(const std::string& english) const {
+    std::vector<std::string> stars;
+    const Pair* pair = m_isGerman ? PairOf(english, stars) : nullptr;
+    if (!pair) {
+        return Foreign(english);
     }
-    for (const Pair& pair : Phrases) {
-        if (const auto stars = Fit(english, pair.english)) {
-            return Filled(pair.german, *stars);
-        }
+    for (std::string& star : stars) {
+        star = pair->quotes && &star == &stars.back() ? Foreign(star) : Escaped(star);
     }
-    return english;
+    return Filled(Escaped(pair->german), stars);
+}
+
+std::string Speech::Foreign(const std::string& english) const {
+    return m_isGerman ? "<span lang=\"en\">" + Escaped(english) + "</span>" : Escaped(english);
 }
 
 std::string Speech::Time(std::uint64_t ms) const {

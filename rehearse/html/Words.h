@@ -24,6 +24,10 @@ public:
 
     // A text of the verdict or the timeline, UTF-8. What has no translation stays as it is.
     std::string Phrase(const std::string& english) const;
+    // The same as markup, in which what is English on a German page says so.
+    std::string Markup(const std::string& english) const;
+    // Markup of an English text that has no translation.
+    std::string Foreign(const std::string& english) const;
     std::string Time(std::uint64_t ms) const; // "12.350 s", "12,350 s"
     std::string Sentence(const Verdict& verdict) const;
 

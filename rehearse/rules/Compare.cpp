@@ -115,39 +115,35 @@ static std::vector<RuleChange> CompareSections(const IniFile& before, const IniF
     return changes;
 }
 
-// The section that a port had in the end; nothing if the product never looked for one.
-static std::optional<int> LastChoice(const QuietRun& run, const std::string& device) {
+// The section that a port had in the end, as RuleText has it; "" if none fitted, or the product never looked for one.
+static std::string LastChoice(const QuietRun& run, const std::string& device) {
     for (auto search = run.searches.rbegin(); search != run.searches.rend(); ++search) {
-        if (search->type == PortSection && machine::EqualNoCase(search->device, device)) {
-            return search->section;
+        if (search->type == SectionNames[PortSection] && machine::EqualNoCase(search->device, device)) {
+            return search->section.empty() ? "" : "[" + search->section + "]";
         }
     }
-    return std::nullopt;
-}
-
-static std::string ChoiceText(std::optional<int> choice) {
-    return choice.value_or(0) ? RuleText({PortSection, *choice}) : "";
+    return "";
 }
 
 static std::vector<PortChange> ComparePorts(const Side& before, const Side& after,
                                             const std::vector<RuleChange>& rules) {
-    const auto hasChanged = [&](std::optional<int> choice) {
-        return choice.value_or(0) && std::any_of(rules.begin(), rules.end(), [&](const RuleChange& change) {
-                   return change.rule == RuleId(PortSection, *choice) && change.change != "shadowed";
-               });
+    const auto hasChanged = [&](const std::string& choice) {
+        return std::any_of(rules.begin(), rules.end(), [&](const RuleChange& change) {
+            return RuleText(change.rule) == choice && change.change != "shadowed";
+        });
     };
     std::vector<PortChange> ports;
     for (const PortFacts& port : after.run.ports) {
         const auto old = std::find_if(before.run.ports.begin(), before.run.ports.end(),
                                       [&](const PortFacts& one) { return one.device == port.device; });
         const PortFacts was = old == before.run.ports.end() ? PortFacts() : *old;
-        const std::optional<int> oldRule = LastChoice(before.run, port.device);
-        const std::optional<int> newRule = LastChoice(after.run, port.device);
+        const std::string oldRule = LastChoice(before.run, port.device);
+        const std::string newRule = LastChoice(after.run, port.device);
         const auto nameOf = [](const PortFacts& facts) {
             return facts.dosName.empty() ? facts.registryName : facts.dosName;
         };
-        ports.push_back({port.device, nameOf(was), nameOf(port), ChoiceText(oldRule), ChoiceText(newRule), was.restarts,
-                         port.restarts, hasChanged(oldRule) || hasChanged(newRule)});
+        ports.push_back({port.device, nameOf(was), nameOf(port), oldRule, newRule, was.restarts, port.restarts,
+                         hasChanged(oldRule) || hasChanged(newRule)});
     }
     std::stable_sort(ports.begin(), ports.end(), [](const PortChange& a, const PortChange& b) {
         return machine::ComNumberOf(a.newName) < machine::ComNumberOf(b.newName);

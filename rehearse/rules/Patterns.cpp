@@ -1,5 +1,7 @@
 #include "rehearse/rules/Patterns.h"
 
+#include "simwin/kernel/Text.h"
+
 #include <algorithm>
 #include <vector>
 
@@ -44,7 +46,7 @@ static bool Walk(std::string_view text, std::string_view pattern, IsOne isOne) {
 }
 
 bool FitsPattern(std::string_view text, std::string_view pattern) {
-    return !text.empty() && Walk(text, pattern, [](char c, char of) { return of == '?' || AreAlike(c, of); });
+    return !text.empty() && machine::MatchesWildcard(text, pattern);
 }
 
 // The narrower pattern is walked as a text: its `?` is one character that may be any, its `*` a run of any.

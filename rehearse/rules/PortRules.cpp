@@ -30,9 +30,9 @@ static unsigned NumberOfName(const std::string& name) {
 static std::vector<const SectionSearch*> FirstSearches(const QuietRun& run) {
     std::vector<const SectionSearch*> first;
     for (const SectionSearch& search : run.searches) {
-        if (search.type == PortSection && std::none_of(first.begin(), first.end(), [&](const SectionSearch* one) {
-                return machine::EqualNoCase(one->device, search.device);
-            })) {
+        if (search.type == SectionNames[PortSection] &&
+            std::none_of(first.begin(), first.end(),
+                         [&](const SectionSearch* one) { return machine::EqualNoCase(one->device, search.device); })) {
             first.push_back(&search);
         }
     }
@@ -48,14 +48,11 @@ static std::string NameOf(const QuietRun& run, const std::string& device) {
     return "";
 }
 
-static std::string RuleName(unsigned type, int number) {
-    return fmt::format("[{}{}]", SectionNames[type], number == SectionWithoutNumber ? "" : std::to_string(number));
-}
-
-static QuietRun RunOrThrow(const Record& description, const Options& options, const std::string& ini) {
+static QuietRun RunOrThrow(const Record& description, const Options& options, const std::string& ini,
+                           bool isOfRegistry) {
     Options asItStands = options;
     asItStands.stories = {"none"}; // they bring no port of another kind
-    QuietRun run = RunQuietly(description, asItStands, ini);
+    QuietRun run = RunQuietly(description, asItStands, ini, isOfRegistry);
     if (!run.outcome.empty()) {
         throw std::runtime_error("quillmarch-rehearse: " + run.outcome);
     }
@@ -70,23 +67,23 @@ static void FillChoices(RuleTable& table, const QuietRun& run) {
         if (port == table.ports.end()) {
             continue;
         }
-        if (search.type == PortSection && !port->chosen) {
+        if (search.type == SectionNames[PortSection] && !port->chosen) {
             port->chosen = search.section;
         }
-        if (search.type != PortSection && search.section != 0) {
-            const std::string name = RuleName(search.type, search.section);
+        if (search.type != SectionNames[PortSection] && !search.section.empty()) {
+            const std::string name = "[" + search.section + "]";
             if (std::find(port->actions.begin(), port->actions.end(), name) == port->actions.end()) {
                 port->actions.push_back(name);
             }
         }
     }
     for (RulePort& port : table.ports) {
-        const int expected = port.taker ? table.rules[*port.taker]->number : 0;
-        if (port.chosen && *port.chosen != expected) {
+        const std::string expected = port.taker ? SectionText(*table.rules[*port.taker]) : "";
+        const std::string took = port.chosen && !port.chosen->empty() ? "[" + *port.chosen + "]" : "";
+        if (port.chosen && took != expected) {
             table.differences.push_back(fmt::format("{} {}: the product took {}, by what it looked at first {} fits",
-                                                    port.name, Utf8(port.device),
-                                                    *port.chosen ? RuleName(PortSection, *port.chosen) : "no section",
-                                                    expected ? RuleName(PortSection, expected) : "none"));
+                                                    port.name, Utf8(port.device), took.empty() ? "no section" : took,
+                                                    expected.empty() ? "none" : expected));
         }
     }
 }
@@ -310,8 +307,8 @@ RuleFit FitOf(const std::vector<CriterionValue>& criteria, const std::map<std::s
     return fit;
 }
 
-RuleTable MakeRuleTable(const Record& description, const Options& options, const IniFile& ini,
-                        const std::string& bytes) {
+RuleTable MakeRuleTable(const Record& description, const Options& options, const IniFile& ini, const std::string& bytes,
+                        bool isOfRegistry) {
     RuleTable table;
     for (const IniSection& section : ini.sections) {
         if (section.type == PortSection && section.number > 0) {
@@ -324,7 +321,7 @@ RuleTable MakeRuleTable(const Record& description, const Options& options, const
     for (const IniSection* rule : table.rules) {
         criteria.push_back(CriteriaOf(*rule));
     }
-    const QuietRun all = RunOrThrow(description, options, LookAtAll);
+    const QuietRun all = RunOrThrow(description, options, LookAtAll, isOfRegistry);
     for (const SectionSearch* search : FirstSearches(all)) {
         RulePort port{search->device, NameOf(all, search->device), search->values, {}, {}, {}, {}};
         for (const std::vector<CriterionValue>& ofRule : criteria) {
@@ -337,7 +334,7 @@ RuleTable MakeRuleTable(const Record& description, const Options& options, const
     }
     std::stable_sort(table.ports.begin(), table.ports.end(),
                      [](const RulePort& a, const RulePort& b) { return NumberOfName(a.name) < NumberOfName(b.name); });
-    FillChoices(table, RunOrThrow(description, options, bytes));
+    FillChoices(table, RunOrThrow(description, options, bytes, isOfRegistry));
     return table;
 }
 

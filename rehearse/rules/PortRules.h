@@ -26,10 +26,10 @@ struct RuleFit {
 struct RulePort {
     std::string device, name; // name: COM7, as Windows had it; "" if it had none
     std::map<std::string, std::string> values;
-    std::vector<RuleFit> fits;        // one for each rule of the table
-    std::optional<std::size_t> taker; // the first that fits
-    std::optional<int> chosen;        // the section that the product took when it first looked at the port, 0: none
-    std::vector<std::string> actions; // sections whose programs it ran or would have run for the port
+    std::vector<RuleFit> fits;         // one for each rule of the table
+    std::optional<std::size_t> taker;  // the first that fits
+    std::optional<std::string> chosen; // the section that the product took when it first looked at the port, "": none
+    std::vector<std::string> actions;  // sections whose programs it ran or would have run for the port
 };
 
 struct RuleTable {
@@ -42,8 +42,8 @@ struct RuleTable {
 RuleFit FitOf(const std::vector<CriterionValue>& criteria, const std::map<std::string, std::string>& values);
 
 // Runs the machine with a section that has no criterion, so that the product looks at everything, and with `ini`.
-RuleTable MakeRuleTable(const Record& description, const Options& options, const IniFile& ini,
-                        const std::string& bytes);
+RuleTable MakeRuleTable(const Record& description, const Options& options, const IniFile& ini, const std::string& bytes,
+                        bool isOfRegistry);
 
 // For standard output.
 std::string RuleTableText(const RuleTable& table);

@@ -4,23 +4,15 @@
 // thread; one run after the other.
 #pragma once
 
+#include "rehearse/CheckLog.h"
 #include "rehearse/Description.h"
 #include "rehearse/MachineFacts.h"
 #include "rehearse/Run.h"
 
-#include <map>
 #include <string>
 #include <vector>
 
 namespace rehearse {
-
-// One search for a section: the port, what its criteria were compared with, and the section that fits.
-struct SectionSearch {
-    std::string device;
-    unsigned type = 0;                         // index into SectionNames
-    int section = 0;                           // 0: none fits
-    std::map<std::string, std::string> values; // of the criteria that were looked at, by their plain names
-};
 
 struct QuietRun {
     std::string outcome;                 // "" in good order, else what it ended as
@@ -33,6 +25,8 @@ void PrepareProduct(const Options& options);
 
 // ini: the bytes of the file that the product finds, in place of the described one; events that edit the file do not
 // happen. Throws InputError, also if the machine keeps its configuration in the registry.
-QuietRun RunQuietly(const Record& description, const Options& options, const std::string& ini);
+// isOfRegistry: the bytes say what that machine's registry says, and take its place.
+QuietRun RunQuietly(const Record& description, const Options& options, const std::string& ini,
+                    bool isOfRegistry = false);
 
 } // namespace rehearse

@@ -5,6 +5,7 @@
 #include "rehearse/OutputFile.h"
 #include "rehearse/rules/Findings.h"
 #include "rehearse/rules/PortRules.h"
+#include "rehearse/rules/RegistryExport.h"
 #include "rehearse/rules/RulesCheck.h"
 
 #include <fmt/format.h>
@@ -25,14 +26,18 @@ static std::string SummaryOf(const IniFile& ini, const Findings& findings) {
 
 int CheckRules(const Options& options) {
     Output json(options.json);
-    const std::string bytes = ReadHostFile(*options.rules, {*options.rules, 1, 1});
+    std::string bytes = ReadHostFile(*options.rules, {*options.rules, 1, 1});
+    const bool isOfRegistry = IsRegistryExport(bytes);
+    if (isOfRegistry) {
+        bytes = IniOfExport(*options.rules, bytes);
+    }
     Findings findings;
     const IniFile ini = ParseIni(*options.rules, bytes, findings);
     CheckIni(ini, findings);
     std::optional<RuleTable> table;
     if (!options.description.empty()) {
         PrepareProduct(options);
-        table = MakeRuleTable(ReadMachine(options), options, ini, bytes);
+        table = MakeRuleTable(ReadMachine(options), options, ini, bytes, isOfRegistry);
     }
     if (!options.quiet && !json.IsStandardOutput()) {
         for (const Finding& finding : findings) {

@@ -76,13 +76,19 @@ bool NoCaseLess::operator()(std::string_view a, std::string_view b) const {
     return a.size() < b.size();
 }
 
+// As the product compares: characters whose codes differ in the bit of the case alone are alike, `\` and `|` too.
+static bool AreAlike(char a, char b) {
+    constexpr unsigned char AllButCaseBit = 0xDF;
+    return (static_cast<unsigned char>(a ^ b) & AllButCaseBit) == 0;
+}
+
 bool MatchesWildcard(std::string_view text, std::string_view pattern) {
     std::size_t t = 0, p = 0, star = std::string_view::npos, restart = 0;
     while (t < text.size()) {
         if (p < pattern.size() && pattern[p] == '*') {
             star = p++;
             restart = t;
-        } else if (p < pattern.size() && (pattern[p] == '?' || LowerChar(pattern[p]) == LowerChar(text[t]))) {
+        } else if (p < pattern.size() && (pattern[p] == '?' || AreAlike(pattern[p], text[t]))) {
             ++p;
             ++t;
         } else if (star != std::string_view::npos) {

@@ -118,6 +118,15 @@ def judge_log(page):
     check("there are quotes", quotes > 5)
 
 
+def judge_german(page):
+    """What is English there must say so, or a screen reader would read it as German."""
+    for event in page.of("a") + page.of("td"):
+        own = event[2]
+        for quoted in [e for e in page.all if e[0] in ("span", "code") and any(up is event for up in e[3])]:
+            own = own.replace(quoted[2], "")
+        check(f"'{own}' is German", not re.search(r"\b(the|is|has|its|no|for|says)\b", own))
+
+
 def luminance(colour):
     parts = [int(colour[i:i + 2], 16) / 255 for i in (1, 3, 5)]
     return sum(w * (p / 12.92 if p <= 0.04045 else ((p + 0.055) / 1.055) ** 2.4)
@@ -155,6 +164,7 @@ def main():
             judge_safety(one)
             judge_access(one)
             judge_log(one)
+        judge_german(pages[1])
         judge_contrast(pages[0].of("style")[0][2])
         check("languages are said", [one.of("html")[0][1]["lang"] for one in pages] == ["en", "de"])
         words = [{e[2] for tag in ("h2", "h3", "caption", "th", "button", "dt") for e in one.of(tag) if e[2][:1].isalpha()}

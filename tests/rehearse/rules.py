@@ -15,6 +15,8 @@ S = "[Settings]\n"
 P = "[ComPorts1]\n"
 G = "BusType=USB\nPortName=COM5\n"  # makes the section above it good
 A = "[OnArrival]\nBusType=USB\nopen1=x.exe\n"
+REG = "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Tarn Holve\\Quillmarch\\ComPorts1]\n"
+REG += '"DeviceID"="FTDIBUS\\\\*"\n"Class"=dword:00000004\n"PortName"="COM5"\n'
 R = "[BalloonTips]\nEnabled=1\n[OnRemoval]\nBusType=USB\nopen1=x.exe\n"
 
 # A text, and LINE:COLUMN: what is printed; after dots, one line among others.
@@ -85,6 +87,7 @@ FAULTY = [
     (R + "delay1=2s\n", "6:1: QM503 delay1 in [OnRemoval]: the port has gone by then, the entry never runs; use afterdelay of the entry before it"),
     ("[OnRemoval]\nBusType=USB\nopen1=x.exe\n", "1:2: QM504 [OnRemoval] never runs: EnabledOnRemoval of [BalloonTips] is 0; write EnabledOnRemoval=1 below [BalloonTips]"),
     (A + "open2=y.exe %PortNumer% %UsbPort%\n", "4:13: QM505 no placeholder has the name %PortNumer%, the text stays; did you mean %PortNumber%?"),
+    ((REG + '"PortNmae2"="COM6"\n').encode("utf-16"), "7:1: QM211 [ComPorts1] has no key PortNmae2; did you mean PortName2?"),
     (R + 'open2=y.exe "%PortName%"\n', "6:14: QM506 %PortName% is always empty in [OnRemoval]; %PortNumber% still is what it was"),
 ]
 # Good, however odd: a value that says what it is read as is no fault.
@@ -136,6 +139,16 @@ def check_machines(folder):
     name = os.path.join(folder, "idle.ini")
     with open(name, "w", encoding="ascii") as file:
         file.write("[ComPorts3]\nUsbPort=9-7-1\nBusType=USB\nPortName=COM9\n[ComPorts4]\nDeviceID=USB\\VID_0403&PID_6001\\AR*\nPortName=COM8\n")
+    machine, export = os.path.join(folder, "registry.toml"), os.path.join(folder, "my.reg")
+    with open(export, "w", encoding="ascii") as file:
+        file.write(REG.replace('"Class"=dword:00000004\n', "").replace("ComPorts1", "OnRemoval7") + REG.split("\n\n")[1].replace('"Class"=dword:00000004\n', ""))
+    with open(machine, "w", encoding="utf-8") as file:
+        file.write(f"include = ['{example('desk.toml')}']\nregistry = ['{example('machines/desk/desk.reg')}', '{export}']\n")
+    ports = json.loads(run("--rules", export, machine, "--json", "-").stdout)["ports"]
+    failures += expect("an export of the rules, on its machine", [port["section"] for port in ports], ["", "[ComPorts1]", "[ComPorts1]"])
+    failures += expect("a file for that machine", "--rules an export of it" in run("--rules", name, machine).stderr, True)
+    actions = json.loads(run(machine, "--quiet", "--json", "-").stdout)["verdict"]["actions"]
+    failures += expect("an action that ran for nothing", [(one["rule"], one["took"]) for one in actions], [("OnRemoval7", [])])
     came = run("--rules", name, example("desk.toml"), "--strict")
     crowd = run("--rules", example("till.ini"), example("till.toml")).stdout
     failures += expect("three ports and one number", "[ComPorts5] takes 3 ports (COM4, COM7, COM8) and wants 1 number: " in crowd, True)
