@@ -6,7 +6,7 @@ rem   _rehearse_here.cmd           opens the report, and waits for a key at the 
 rem   _rehearse_here.cmd /quiet    does neither
 rem
 rem Exit code: 0 all is well, 1 there is something to look at, 2 it could not be done, 3 the machine is only captured,
-rem since this Windows cannot run the rehearsal.
+rem since this Windows cannot run the rehearsal tool or the tool is not there.
 setlocal enableextensions disabledelayedexpansion
 set "HERE=%~dp0"
 set "HERE=%HERE:~0,-1%"
@@ -74,8 +74,9 @@ goto end
 
 :only_captured
 echo.
-echo The rehearsal needs 64-bit Windows and quillmarch-rehearse.exe of the x64 package. This
-echo machine is only captured. Copy the folder to such a machine and enter there:
+echo This machine is only captured: a rehearsal needs 64-bit Windows, and the program
+echo quillmarch-rehearse.exe next to this file. Or copy the folder to a machine that has the
+echo rehearsal tool, and enter there:
 echo   quillmarch-rehearse --html report.html Quillmarch_%COMPUTERNAME%
 set "RESULT=3"
 goto end
