@@ -30,8 +30,6 @@ static void StartOfProgram() {
 
 static int RunOnMachine() {
     machine::Setup setup;
-    setup.imageFile = QM_IMAGE_FILE;
-    setup.resourceFile = QM_RESOURCE_FILE;
     setup.directory = ProductFolder;
     return machine::RunHosted(setup, [] {
         StartOfProgram();

@@ -132,8 +132,6 @@ static Day Rehearse(int minutes, bool withLog) {
     Day day;
     rehearse::Options options;
     options.description = QM_SOURCE_FOLDER "/examples/desk.toml";
-    options.imageFile = QM_IMAGE_FILE;
-    options.resourceFile = QM_RESOURCE_FILE;
     try {
         const rehearse::Record description = rehearse::ReadDescription(options.description);
         const machine::Machine machine(rehearse::SetupOf(description, options));

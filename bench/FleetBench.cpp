@@ -61,8 +61,6 @@ static std::vector<std::string> FoldersOf(const std::string& fleet) {
 static bool AskBoth(const std::string& folder, const std::string& rules) {
     rehearse::Options options;
     options.description = folder + "/machine.toml";
-    options.imageFile = QM_IMAGE_FILE;
-    options.resourceFile = QM_RESOURCE_FILE;
     options.quiet = true;
     options.rules = rules;
     if (rehearse::CheckRules(options) > rehearse::ExitNotMet) {

@@ -1,13 +1,15 @@
 #include "bench/OwnShare.h"
 
-#include "support/texts/BoundedText.h"
-
 #include <atomic>
 #include <cstdint>
 
 #include <dlfcn.h>
 #include <link.h>
 #include <ucontext.h>
+
+// The linker's own names for the limits of the section in which the build collects the product's code.
+extern char g_codeStart[] asm("__start_qm_code");
+extern char g_codeEnd[] asm("__stop_qm_code");
 
 namespace bench {
 
@@ -66,8 +68,7 @@ static void TakeSample(int, siginfo_t*, void* context) {
 }
 
 OwnShare::OwnShare() {
-    using CopyFunction = std::size_t (*)(char*, std::size_t, const char*);
-    g_product = RangeAround(reinterpret_cast<std::uintptr_t>(static_cast<CopyFunction>(CopyText)));
+    g_product = {0, reinterpret_cast<std::uintptr_t>(g_codeStart), reinterpret_cast<std::uintptr_t>(g_codeEnd)};
     g_library = RangeAround(reinterpret_cast<std::uintptr_t>(dlsym(RTLD_DEFAULT, "strlen")));
     g_samples = 0;
     g_own = 0;

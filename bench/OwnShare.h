@@ -1,6 +1,6 @@
 // How much of a stretch of time is spent in the product itself, and how much in the simulated machine below it: the
-// process is interrupted many times, and each sample records where it was. The product's own share is its shared object
-// and the C library functions that it calls. On the one thread of the benchmarks.
+// process is interrupted many times, and each sample records where it was. The product's own share is its code and the
+// C library functions that it calls. On the one thread of the benchmarks.
 #pragma once
 
 #include <csignal>

@@ -1,4 +1,4 @@
-# The product as a shared object on the simulated machine, the rehearsal tool, the tests.
+# The simulated machine with the product inside, the rehearsal tool, the tests.
 find_package(Boost REQUIRED COMPONENTS context)
 find_package(fmt REQUIRED)
 find_package(GTest REQUIRED)
@@ -10,24 +10,40 @@ if(QM_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
-# --- The simulated machine: an object library, so that every operation is there for the images that are loaded later.
+# --- The simulated machine: an object library, so that every operation is there, called by the image or not.
 file(GLOB_RECURSE QM_SIMWIN_SOURCES CONFIGURE_DEPENDS simwin/*.cpp)
+list(REMOVE_ITEM QM_SIMWIN_SOURCES ${CMAKE_SOURCE_DIR}/simwin/host/Resources.cpp)
 add_library(simwin OBJECT ${QM_SIMWIN_SOURCES})
 target_include_directories(simwin PUBLIC ${CMAKE_SOURCE_DIR})
 target_compile_options(simwin PUBLIC ${QM_BASE_FLAGS})
-target_link_libraries(simwin PUBLIC Boost::context fmt::fmt ${QM_HIVEX} ${CMAKE_DL_LIBS} PRIVATE qm_warnings)
+target_link_libraries(simwin PUBLIC Boost::context fmt::fmt ${QM_HIVEX} PRIVATE qm_warnings)
 
-# --- The product: one shared object, loaded afresh for each simulated process. Its calls of Windows resolve to the host
-# program; its operator new and delete stay its own.
-add_library(quillmarch SHARED ${QM_PRODUCT_SOURCES})
-target_include_directories(quillmarch PUBLIC src ${CMAKE_SOURCE_DIR} PRIVATE ${CMAKE_BINARY_DIR}/generated)
-target_compile_options(quillmarch PUBLIC ${QM_BASE_FLAGS} PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics
-    -ffunction-sections)
-target_compile_options(quillmarch PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>
+# --- The product: linked once into each program that carries the machine. Its globals lie in a section of their own, which
+# the machine changes with the simulated process; its operator new and delete stay its own.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+set(QM_PRODUCT_OPTIONS -fno-exceptions -fno-rtti -fno-threadsafe-statics -ffunction-sections -fno-data-sections
+    $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>
     $<$<CXX_COMPILER_ID:Clang>:-Wglobal-constructors -Wexit-time-destructors -Wthread-safety -Wthread-safety-beta>)
-target_link_options(quillmarch PRIVATE -Wl,-Bsymbolic -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/product.map)
-set_target_properties(quillmarch PROPERTIES LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/product.map)
-target_link_libraries(quillmarch PRIVATE qm_warnings)
+add_library(product OBJECT ${QM_PRODUCT_SOURCES})
+target_include_directories(product PRIVATE src ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)
+target_compile_options(product PRIVATE ${QM_BASE_FLAGS} ${QM_PRODUCT_OPTIONS})
+target_link_libraries(product PRIVATE qm_warnings)
+
+# name: of the library that is made of the objects of the target `objects`. Further arguments: options of image.py.
+function(qm_image name objects)
+    set(archive ${CMAKE_BINARY_DIR}/lib${name}.a)
+    add_custom_command(OUTPUT ${archive}
+        COMMAND Python3::Interpreter ${CMAKE_SOURCE_DIR}/cmake/image.py ${ARGN} $<$<BOOL:${QM_SANITIZE}>:--sanitized>
+                --archive ${archive} $<TARGET_OBJECTS:${objects}>
+        DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.py $<TARGET_OBJECTS:${objects}>
+        COMMAND_EXPAND_LISTS VERBATIM)
+    add_custom_target(${name}_archive DEPENDS ${archive})
+    add_library(${name} STATIC IMPORTED GLOBAL)
+    set_target_properties(${name} PROPERTIES IMPORTED_LOCATION ${archive})
+    add_dependencies(${name} ${name}_archive)
+endfunction()
+qm_image(image product)
+qm_image(image_for_tests product --for-tests)
 
 # The resources of the executable, as the machine's FindResourceA reads them.
 find_program(QM_WINDRES x86_64-w64-mingw32-windres)
@@ -42,23 +58,22 @@ if(EXISTS ${CMAKE_SOURCE_DIR}/src/resources/Quillmarch.rc)
     add_custom_target(resources ALL DEPENDS ${QM_RESOURCES})
 endif()
 
-# A program that carries the simulated machine and loads the product's image.
-function(qm_host name)
-    target_link_libraries(${name} PRIVATE simwin qm_warnings)
-    target_link_options(${name} PRIVATE -rdynamic -Wl,--no-allow-shlib-undefined)
-    target_compile_definitions(${name} PRIVATE
-        QM_IMAGE_FILE="$<TARGET_FILE:quillmarch>" QM_RESOURCE_FILE="${QM_RESOURCES}")
-    add_dependencies(${name} quillmarch)
-    if(TARGET resources)
-        add_dependencies(${name} resources)
-    endif()
+add_library(image_resources OBJECT simwin/host/Resources.cpp)
+target_include_directories(image_resources PRIVATE ${CMAKE_SOURCE_DIR})
+target_compile_definitions(image_resources PRIVATE QM_RESOURCE_FILE="${QM_RESOURCES}")
+target_compile_options(image_resources PRIVATE ${QM_BASE_FLAGS})
+target_link_libraries(image_resources PRIVATE qm_warnings)
+set_source_files_properties(simwin/host/Resources.cpp PROPERTIES OBJECT_DEPENDS ${QM_RESOURCES})
+
+# A program that carries the simulated machine and an image.
+function(qm_host name image)
+    target_link_libraries(${name} PRIVATE simwin image_resources qm_warnings ${image})
 endfunction()
 
 # --- The rehearsal tool.
 file(GLOB_RECURSE QM_REHEARSE_SOURCES CONFIGURE_DEPENDS rehearse/*.cpp)
 list(REMOVE_ITEM QM_REHEARSE_SOURCES ${CMAKE_SOURCE_DIR}/rehearse/main.cpp)
 # The page's style and script, embedded with their hashes.
-find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(QM_HTML ${CMAKE_SOURCE_DIR}/rehearse/html)
 set(QM_HTML_RESOURCES ${CMAKE_BINARY_DIR}/generated/html/Resources.h)
 file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/generated/html)
@@ -73,35 +88,35 @@ target_link_libraries(rehearse PUBLIC simwin PRIVATE qm_warnings)
 add_executable(quillmarch-rehearse rehearse/main.cpp)
 target_link_libraries(quillmarch-rehearse PRIVATE rehearse)
 target_compile_definitions(quillmarch-rehearse PRIVATE QM_VERSION="${PROJECT_VERSION}")
-qm_host(quillmarch-rehearse)
+qm_host(quillmarch-rehearse image)
 
 # --- Tests.
 enable_testing()
 include(GoogleTest)
 add_library(qm_harness OBJECT tests/harness/Harness.cpp)
 target_link_libraries(qm_harness PUBLIC simwin GTest::gtest PRIVATE qm_warnings)
-target_compile_definitions(qm_harness PRIVATE QM_RESOURCE_FILE="${QM_RESOURCES}" QM_IMAGE_FILE="$<TARGET_FILE:quillmarch>")
 target_include_directories(qm_harness PUBLIC ${CMAKE_SOURCE_DIR} src)
 
 function(qm_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES")
     add_executable(${name} ${arg_SOURCES})
-    qm_host(${name})
-    target_link_libraries(${name} PRIVATE qm_harness quillmarch GTest::gtest)
+    qm_host(${name} image_for_tests)
+    target_link_libraries(${name} PRIVATE qm_harness GTest::gtest)
     target_compile_definitions(${name} PRIVATE QM_SOURCE_FOLDER="${CMAKE_SOURCE_DIR}")
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120 LABELS ${name})
 endfunction()
 
-# The kernel, by an image of the tests' own in the product's place.
-add_library(probe SHARED tests/kernel/Probe.cpp)
+# The kernel, by an image of the tests' own in the product's place, and the rehearsal tool with that image.
+add_library(probe OBJECT tests/kernel/Probe.cpp)
 target_include_directories(probe PRIVATE src ${CMAKE_SOURCE_DIR})
-target_compile_options(probe PRIVATE ${QM_BASE_FLAGS} -fno-exceptions -fno-rtti
-    $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
-target_link_options(probe PRIVATE -Wl,-Bsymbolic)
+target_compile_options(probe PRIVATE ${QM_BASE_FLAGS} ${QM_PRODUCT_OPTIONS})
+qm_image(image_probe probe)
+add_executable(rehearse-probe rehearse/main.cpp)
+target_link_libraries(rehearse-probe PRIVATE rehearse)
+target_compile_definitions(rehearse-probe PRIVATE QM_VERSION="${PROJECT_VERSION}")
+qm_host(rehearse-probe image_probe)
 add_executable(kernel tests/kernel/KernelTest.cpp tests/kernel/MachineTest.cpp)
-qm_host(kernel)
-add_dependencies(kernel probe)
-target_compile_definitions(kernel PRIVATE PROBE_IMAGE="$<TARGET_FILE:probe>")
+qm_host(kernel image_probe)
 target_link_libraries(kernel PRIVATE GTest::gtest GTest::gtest_main)
 gtest_discover_tests(kernel DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120 LABELS kernel)
 
@@ -127,13 +142,13 @@ if(storm_sources)
     add_executable(storm ${storm_sources})
     target_include_directories(storm PRIVATE src)
     target_link_libraries(storm PRIVATE rehearse)
-    qm_host(storm)
+    qm_host(storm image)
     add_test(NAME storms COMMAND storm ${QM_STORM_SEEDS})
     set_tests_properties(storms PROPERTIES TIMEOUT 900 LABELS storm COST 1000) # first: whatever starts last delays the end
     # Each call fails in its turn.
     add_executable(faults tests/faults/main.cpp tests/storms/Children.cpp tests/storms/Rest.cpp tests/storms/Trial.cpp)
     target_link_libraries(faults PRIVATE rehearse)
-    qm_host(faults)
+    qm_host(faults image)
     target_compile_definitions(faults PRIVATE QM_SCENARIOS="${CMAKE_SOURCE_DIR}/tests/scenarios")
     add_test(NAME faults COMMAND faults --every ${QM_FAULTS_EVERY})
     set_tests_properties(faults PROPERTIES TIMEOUT 900 LABELS storm COST 900)
@@ -161,7 +176,7 @@ set_tests_properties(house_calls PROPERTIES TIMEOUT 120 LABELS house)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT QM_SANITIZE)
     find_package(Python3 REQUIRED COMPONENTS Interpreter)
     add_test(NAME house_reach COMMAND Python3::Interpreter ${CMAKE_SOURCE_DIR}/tests/house/reach.py ${CMAKE_CXX_COMPILER}
-        ${CMAKE_SOURCE_DIR}/tests/house/unreached.txt $<TARGET_OBJECTS:quillmarch> COMMAND_EXPAND_LISTS)
+        ${CMAKE_SOURCE_DIR}/tests/house/unreached.txt $<TARGET_OBJECTS:product> COMMAND_EXPAND_LISTS)
     set_tests_properties(house_reach PROPERTIES TIMEOUT 60 LABELS house)
 endif()
 if(EXISTS ${CMAKE_SOURCE_DIR}/tests/rehearse/CMakeLists.txt)

@@ -9,11 +9,6 @@ add_custom_target(manual DEPENDS ${QM_MANUAL})
 
 set(QM_SHARED_DOCUMENTS share/doc/quillmarch-rehearse)
 install(TARGETS quillmarch-rehearse RUNTIME DESTINATION bin)
-get_target_property(QM_PRODUCT_KIND quillmarch TYPE)
-if(QM_PRODUCT_KIND STREQUAL SHARED_LIBRARY) # the program looks for it and its resources there
-    install(TARGETS quillmarch LIBRARY DESTINATION lib/quillmarch)
-    install(FILES ${QM_RESOURCES} DESTINATION lib/quillmarch)
-endif()
 install(FILES ${QM_MANUAL} DESTINATION share/man/man1)
 install(FILES docs/quillmarch-rehearse.bash DESTINATION share/bash-completion/completions RENAME quillmarch-rehearse)
 install(FILES docs/rehearsing.md docs/configuration.md packaging/deb/copyright DESTINATION ${QM_SHARED_DOCUMENTS})

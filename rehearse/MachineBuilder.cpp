@@ -243,8 +243,6 @@ machine::Setup SetupOf(const Record& description, const Options& options) {
     if (setup.productIsX64 && !setup.x64Windows) {
         throw InputError(product.At("edition"), "the x64 edition does not run on x86 Windows");
     }
-    setup.imageFile = options.imageFile;
-    setup.resourceFile = options.resourceFile;
     return setup;
 }
 

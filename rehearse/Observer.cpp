@@ -10,7 +10,6 @@
 #include "rehearse/MachineLife.h"
 #include "rehearse/stories/Stories.h"
 
-#include "simwin/kernel/Image.h"
 #include "simwin/kernel/Livelock.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
@@ -198,9 +197,6 @@ static std::string SecondRun(Record description, const Options& options) {
     const MachineLife machine(SetupOf(description, options), timeline, balloons, leaks);
     FillMachine(description, options);
     AddStories(description, options);
-    if (!machine::PrepareImages(options.imageFile).empty()) {
-        return "";
-    }
     timeline.Watch();
     balloons.Watch(timeline);
     leaks.Watch();

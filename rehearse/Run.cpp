@@ -27,7 +27,6 @@
 #include "rehearse/stories/Stories.h"
 
 #include "simwin/desktop/Desktop.h"
-#include "simwin/kernel/Image.h"
 #include "simwin/kernel/Interrupt.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
@@ -244,9 +243,6 @@ static int ExitCodeOf(const RunResult& run) {
         return ExitInterrupted;
     }
     if (!run.IsDone()) {
-        if (const std::string& failure = machine::HostFailure(); !failure.empty()) {
-            throw std::runtime_error("quillmarch-rehearse: " + failure); // caused by the host alone
-        }
         TellOutcome(run.outcome);
         return ExitStopped;
     }
@@ -256,11 +252,6 @@ static int ExitCodeOf(const RunResult& run) {
 int Rehearse(const Options& options) {
     Record description = ReadMachine(options);
     const machine::Setup setup = SetupOf(description, options);
-    if (FILE* image = std::fopen(options.imageFile.c_str(), "rb")) {
-        std::fclose(image);
-    } else {
-        throw InputError({options.imageFile, 1, 1}, "the product's shared object is not there");
-    }
     CheckOutputs(options, &description);
     Outputs outputs(options);
     std::optional<Observer> observer;
@@ -280,9 +271,6 @@ int Rehearse(const Options& options) {
     if (options.devices || options.tree) {
         fmt::print("{}", options.tree ? MachineTree() : DevicesTable());
         return ExitDone;
-    }
-    if (const std::string wrong = machine::PrepareImages(options.imageFile); !wrong.empty()) {
-        throw std::runtime_error("quillmarch-rehearse: " + wrong);
     }
     timeline.Watch();
     balloons.Watch(timeline);

@@ -21,7 +21,6 @@ struct Options {
     bool check = false, quiet = false, explain = false, devices = false, tree = false;
     bool isGerman = false; // the page for html
     bool strict = false;   // a port without a name or a wanted number, or a rule that never matched, is a failure
-    std::string imageFile, resourceFile; // the product as a shared object, and its compiled resources
 };
 
 enum ExitCode { ExitDone = 0, ExitNotMet = 1, ExitWrongInput = 2, ExitStopped = 3 };

@@ -17,19 +17,6 @@
 #include <charconv>
 #include <csignal>
 #include <cstdio>
-#include <filesystem>
-
-// A file of the build: next to the program, where a package puts it, or where the build put it.
-static std::string FileOfBuild(const char* name, const char* built) {
-    std::error_code error;
-    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-    for (const std::filesystem::path& place : {program / name, program / "../lib/quillmarch" / name}) {
-        if (std::filesystem::exists(place, error)) {
-            return place.string();
-        }
-    }
-    return built;
-}
 
 namespace {
 struct Line {
@@ -119,8 +106,6 @@ static void DescribeQuestions(CLI::App& app, Line& line) {
         ->group(group);
     app.add_flag("--print-keys", line.printKeys, "print all keys of a description")->group(group);
     app.add_flag("--print-findings", line.printFindings, "print what --rules can find")->group("");
-    app.add_option("--image", line.options.imageFile, "the product as a shared object")->group("");
-    app.add_option("--resources", line.options.resourceFile, "its compiled resources")->group("");
 }
 
 static void Describe(CLI::App& app, Line& line) {
@@ -208,12 +193,6 @@ static std::string Complete(const CLI::App& app, Line& line) {
         if (!line.options.untilMs) {
             return fmt::format("--until must be a duration such as \"10s\", not '{}'", line.until);
         }
-    }
-    if (line.options.imageFile.empty()) {
-        line.options.imageFile = FileOfBuild("libquillmarch.so", QM_IMAGE_FILE);
-    }
-    if (line.options.resourceFile.empty()) {
-        line.options.resourceFile = FileOfBuild("Quillmarch.res", QM_RESOURCE_FILE);
     }
     return "";
 }

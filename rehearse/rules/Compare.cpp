@@ -237,7 +237,6 @@ int CompareRules(const Options& options) {
     const Record description = ReadMachine(options);
     const std::string before = ReadHostFile(*options.compare, {*options.compare, 1, 1});
     const std::string after = NewBytes(options, description);
-    PrepareProduct(options);
     const Side old = RunSide(description, options, before), now = RunSide(description, options, after);
     for (const Side* side : {&old, &now}) {
         if (!side->run.outcome.empty()) {

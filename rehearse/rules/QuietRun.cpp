@@ -9,13 +9,11 @@
 #include "rehearse/stories/Stories.h"
 
 #include "simwin/files/Files.h"
-#include "simwin/kernel/Image.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/machine/Machine.h"
 #include "simwin/registry/Registry.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <stdexcept>
 
 namespace rehearse {
@@ -33,15 +31,6 @@ static Record WithoutEdits(const Record& description) {
     std::erase_if(events.tables, [](const Record& event) { return event.Has("edit_ini") || event.Has("delete_ini"); });
     kept.Set("event", std::move(events));
     return kept;
-}
-
-void PrepareProduct(const Options& options) {
-    if (std::error_code error; !std::filesystem::exists(options.imageFile, error)) {
-        throw InputError({options.imageFile, 1, 1}, "the product's shared object is not there");
-    }
-    if (const std::string wrong = machine::PrepareImages(options.imageFile); !wrong.empty()) {
-        throw std::runtime_error("quillmarch-rehearse: " + wrong);
-    }
 }
 
 QuietRun RunQuietly(const Record& description, const Options& options, const std::string& ini, bool isOfRegistry) {

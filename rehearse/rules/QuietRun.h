@@ -20,9 +20,6 @@ struct QuietRun {
     std::vector<PortFacts> ports;
 };
 
-// Once before the first run. Throws InputError or runtime_error if the product cannot be loaded.
-void PrepareProduct(const Options& options);
-
 // ini: the bytes of the file that the product finds, in place of the described one; events that edit the file do not
 // happen. Throws InputError, also if the machine keeps its configuration in the registry.
 // isOfRegistry: the bytes say what that machine's registry says, and take its place.

@@ -36,7 +36,6 @@ int CheckRules(const Options& options) {
     CheckIni(ini, findings);
     std::optional<RuleTable> table;
     if (!options.description.empty()) {
-        PrepareProduct(options);
         table = MakeRuleTable(ReadMachine(options), options, ini, bytes, isOfRegistry);
     }
     if (!options.quiet && !json.IsStandardOutput()) {

@@ -1,15 +1,17 @@
 #include "simwin/kernel/Process.h"
 
+#include "simwin/host/Program.h"
 #include "simwin/kernel/Image.h"
 #include "simwin/kernel/Locks.h"
 #include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Setup.h"
 #include "simwin/kernel/api.h"
 
-#include <dlfcn.h>
+#include <algorithm>
 
 namespace machine {
 
+constexpr std::uint64_t WindowsImageBase = 0x140000000ull; // the preferred base of a 64-bit executable
 constexpr std::size_t MainStackBytes = 4 * 1024 * 1024;
 
 namespace {
@@ -29,7 +31,6 @@ static void EndProcesses() {
         EndProcess(process, 0);
     }
     g_processes->held.clear();
-    UnloadImages();
 }
 
 RoomPtr MakeProcesses() {
@@ -80,16 +81,9 @@ static char* ArgumentsOf(Process* process) {
     return at;
 }
 
-using WinMainEntry = int(WINAPI*)(simwin::HINSTANCE, simwin::HINSTANCE, simwin::LPSTR, int);
-
 static simwin::DWORD RunProduct(Process* process) {
-    process->image = LoadImage(TheSetup().imageFile);
-    const auto entry = reinterpret_cast<WinMainEntry>(ImageSymbol(process->image, "WinMain"));
-    if (!entry) {
-        StopRun(Verdict::Crash, "the product's image has no WinMain");
-    }
-    const int code = entry(reinterpret_cast<simwin::HINSTANCE>(0x140000000ull), nullptr, ArgumentsOf(process),
-                           static_cast<int>(process->showCommand));
+    const int code = WinMain(reinterpret_cast<simwin::HINSTANCE>(WindowsImageBase), nullptr, ArgumentsOf(process),
+                             static_cast<int>(process->showCommand));
     EndProcess(process, static_cast<simwin::DWORD>(code));
     return 0;
 }
@@ -161,10 +155,7 @@ void EndProcess(Process* process, simwin::DWORD exitCode) {
     process->handles.CloseAll();
     ForgetLocks(process);
     process->heap.FreeAll();
-    if (process->image) {
-        ReturnImage(process->image);
-    }
-    process->image = nullptr;
+    LeaveImage(process);
     process->Signal();
     if (!heapIsWhole && !IsRunStopped()) {
         StopRun(Verdict::BrokenRule, "a block of the heap was written past its end by " + process->imagePath);
@@ -216,13 +207,24 @@ void OnProcessEnd(std::function<void(Process&)> action) {
     g_processes->atEnd.push_back(std::move(action));
 }
 
+// By first appearance, so that a log is the same whatever compiler and linker have made of the program.
+static std::uint64_t AddressInImage(std::vector<const void*>& shown, const void* address) {
+    constexpr std::uint64_t FirstCode = 0x1000, Distance = 0x10;
+    const auto found = std::find(shown.begin(), shown.end(), address);
+    const auto number = static_cast<std::uint64_t>(found - shown.begin());
+    if (found == shown.end()) {
+        shown.push_back(address);
+    }
+    return WindowsImageBase + FirstCode + number * Distance;
+}
+
 std::uint64_t StableAddress(const void* address) {
     const Thread* thread = CurrentThread();
     if (!thread) {
         return reinterpret_cast<std::uint64_t>(address);
     }
-    if (const std::uint64_t inImage = StableImageAddress(thread->process->image, address)) {
-        return inImage;
+    if (host::IsInProgram(address)) {
+        return AddressInImage(thread->process->shownAddresses, address);
     }
     if (const std::uint64_t inHeap = thread->process->heap.StableAddress(address)) {
         return inHeap;

@@ -1,5 +1,5 @@
-// Simulated processes. One that runs the product is an image: a copy of the product's shared object with globals of
-// its own (Image.h) and fibers as threads. Other programs are scripted: they have no threads, hold things and end.
+// Simulated processes. One that runs the product has globals of its own (Image.h) and fibers as threads. Other programs
+// are scripted: they have no threads, hold things and end.
 #pragma once
 
 #include "simwin/kernel/Heap.h"
@@ -11,8 +11,6 @@
 #include <vector>
 
 namespace machine {
-
-struct Image;
 
 enum class Rights : std::uint8_t { System, User, Restricted, Elevated };
 const char* RightsName(Rights rights);
@@ -34,7 +32,8 @@ struct Process : Waitable {
     std::string environmentOf; // the account whose environment it has: its own, or its creator's
     Ref<Object> token;         // its own, kept beyond its end; null until it is asked for
 
-    Image* image = nullptr; // null: a scripted program, or the host's own copy in a unit test
+    std::vector<char> globals;               // of the image, while another process has the turn
+    std::vector<const void*> shownAddresses; // in the image, as %p met them first
     std::vector<Thread*> threads;
     HandleTable handles;
     Heap heap;
@@ -63,7 +62,7 @@ struct ProcessStart {
 // The process of the running thread. Never null inside an operation.
 Process* CurrentProcess();
 
-// Starts a copy of the product: loads an image and creates its first thread, which runs WinMain with the part of the
+// Starts a copy of the product: creates its first thread, which runs WinMain with the part of the
 // command line after the program's name. Holders retain the result themselves.
 Process* StartProduct(const ProcessStart& start);
 
@@ -73,7 +72,7 @@ Process* StartScripted(const ProcessStart& start);
 // A process whose first thread runs `entry` in the host's own copy of the product: unit tests, benchmarks.
 Process* StartHosted(const ProcessStart& start, std::function<int()> entry);
 
-// Ends it with its threads wherever they are; its handles are closed, its image goes back to the pool. Called on one of
+// Ends it with its threads wherever they are; its handles are closed, its globals forgotten. Called on one of
 // its own threads it does not return.
 void EndProcess(Process* process, simwin::DWORD exitCode);
 

@@ -1,6 +1,7 @@
 #include "simwin/kernel/Scheduler.h"
 
 #include "simwin/kernel/Fiber.h"
+#include "simwin/kernel/Image.h"
 #include "simwin/kernel/Interrupt.h"
 #include "simwin/kernel/Locks.h"
 #include "simwin/kernel/Process.h"
@@ -128,6 +129,7 @@ static void RunThread(Thread* thread) {
     g_scheduler->current = thread;
     thread->state = ThreadState::Running;
     ++g_scheduler->counts.switches;
+    EnterImage(thread->process);
     SwitchToFiber(thread, ThreadMain);
     g_scheduler->current = nullptr;
     if (!g_scheduler->ended.empty()) {

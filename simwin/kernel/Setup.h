@@ -40,8 +40,6 @@ struct Setup {
     std::string directory = "C:\\Program Files\\Quillmarch";
     std::string executable = "Quillmarch.exe";
     bool productIsX64 = true;
-    std::string imageFile;    // host path of the product's shared object
-    std::string resourceFile; // host path of its compiled resources, may be empty
 };
 
 const Setup& TheSetup();

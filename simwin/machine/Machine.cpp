@@ -15,7 +15,6 @@
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Fiber.h"
-#include "simwin/kernel/Image.h"
 #include "simwin/kernel/Locks.h"
 #include "simwin/kernel/Notes.h"
 #include "simwin/kernel/Process.h"
@@ -58,7 +57,6 @@ static void OnCrash(int signal, siginfo_t* info, void*) {
         WriteText(thread->call);
     }
     WriteText("\n");
-    RemoveImageFiles();
     _exit(CrashExitCode);
 }
 

@@ -1,6 +1,7 @@
 #include "simwin/modules/Resources.h"
 
 #include "simwin/files/Files.h"
+#include "simwin/host/Program.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Setup.h"
@@ -9,8 +10,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 namespace machine {
 
@@ -20,7 +19,6 @@ constexpr std::string_view VersionType = "#16";
 namespace {
 struct ResourceRoom {
     bool read = false;
-    std::vector<std::uint8_t> bytes;
     std::vector<Resource> resources;
 };
 } // namespace
@@ -30,13 +28,13 @@ RoomPtr MakeResources() {
 }
 
 [[noreturn]] static void Broken(const std::string& what) {
-    StopRun(Verdict::BrokenRule, "resources: " + TheSetup().resourceFile + ": " + what);
+    StopRun(Verdict::BrokenRule, "resources: " + what);
 }
 
 namespace {
 // Reads numbers of a compiled resource file with bounds.
 struct ResReader {
-    const std::vector<std::uint8_t>& bytes;
+    const std::span<const std::uint8_t> bytes;
     std::size_t at = 0;
 
     template<typename T>
@@ -67,16 +65,9 @@ struct ResReader {
 static void ReadResources() {
     ResourceRoom& room = *g_resources;
     room.read = true;
-    if (TheSetup().resourceFile.empty()) {
-        return;
-    }
-    std::ifstream file(TheSetup().resourceFile, std::ios::binary);
-    if (!file) {
-        Broken("cannot be read");
-    }
-    room.bytes.assign(std::istreambuf_iterator<char>(file), {});
-    ResReader reader{room.bytes};
-    while (reader.at + 8 <= room.bytes.size()) {
+    const std::span<const std::uint8_t> bytes = host::ImageResources();
+    ResReader reader{bytes};
+    while (reader.at + 8 <= bytes.size()) {
         const std::size_t start = reader.at;
         const auto dataSize = reader.Take<std::uint32_t>();
         const auto headerSize = reader.Take<std::uint32_t>();
@@ -88,10 +79,10 @@ static void ReadResources() {
         reader.Take<std::uint16_t>(); // memory flags
         resource.language = reader.Take<std::uint16_t>();
         reader.at = start + headerSize;
-        if (reader.at > room.bytes.size() || room.bytes.size() - reader.at < dataSize) {
+        if (reader.at > bytes.size() || bytes.size() - reader.at < dataSize) {
             Broken("the file ends in the middle of a resource");
         }
-        resource.data = std::span(room.bytes).subspan(reader.at, dataSize);
+        resource.data = bytes.subspan(reader.at, dataSize);
         reader.at += dataSize;
         reader.Align();
         if (dataSize) {

@@ -1,5 +1,5 @@
-// The program's compiled resources and the version information of files. The .res file that the build makes is read
-// once for each machine; its bytes stay where they are, so pointers into them are valid for the machine's life.
+// The program's compiled resources and the version information of files. They are part of the
+// program that carries the machine, so pointers into them are always valid.
 #pragma once
 
 #include "simwin/kernel/Room.h"
@@ -19,7 +19,7 @@ struct Resource {
     std::span<const std::uint8_t> data;
 };
 
-// All resources of the program, in the order of the file; none if no file was given. Stops the run for a broken file.
+// All resources of the program, in the order of the file. Stops the run if they are broken.
 const std::vector<Resource>& ProgramResources();
 // Null if there is none. `type` and `name` as above; a text without '#' is compared without regard to case.
 const Resource* FindProgramResource(std::string_view type, std::string_view name);

@@ -44,7 +44,7 @@ struct Line {
     std::vector<std::string> scenarios;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
     std::size_t every = 1;
-    std::string folder, image = QM_IMAGE_FILE, resources = QM_RESOURCE_FILE;
+    std::string folder;
 };
 
 struct Scenario {
@@ -86,10 +86,8 @@ static bool IsExcused(const machine::Fault* fault, const storm::Violation& viola
 
 // A round: the scenario with one more fault, or with none to learn which calls there are. In a process of its own;
 // returns lines that ReadResult takes apart.
-static std::string RunRound(const Scenario& scenario, const machine::Fault* fault, const Line& line) {
+static std::string RunRound(const Scenario& scenario, const machine::Fault* fault) {
     rehearse::Options options;
-    options.imageFile = line.image;
-    options.resourceFile = line.resources;
     const rehearse::Record description = rehearse::ReadDescription(scenario.file);
     storm::Trial trial(description);
     storm::Rest judge(trial.stage);
@@ -202,11 +200,11 @@ static void RunScenario(Scenario& scenario, std::size_t place, const Line& line,
         TellViolations(scenario, fault, line, violations);
     };
     storm::RunInChildren(
-        1, 1, [&](std::size_t) { return RunRound(scenario, nullptr, line); },
+        1, 1, [&](std::size_t) { return RunRound(scenario, nullptr); },
         [&](std::size_t, const std::string& text, int status) { judge({}, ReadResult(text, status, &scenario)); });
     const std::vector<machine::Fault> rounds = RoundsOf(scenario, place, line.every);
     storm::RunInChildren(
-        rounds.size(), line.jobs, [&](std::size_t round) { return RunRound(scenario, &rounds[round], line); },
+        rounds.size(), line.jobs, [&](std::size_t round) { return RunRound(scenario, &rounds[round]); },
         [&](std::size_t round, const std::string& text, int status) {
             judge(rounds[round], ReadResult(text, status, nullptr));
         });

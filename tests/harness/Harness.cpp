@@ -19,8 +19,6 @@ static std::vector<void (*)()>& StartActions() {
 
 static int RunOnMachine() {
     machine::Setup setup;
-    setup.imageFile = QM_IMAGE_FILE;
-    setup.resourceFile = QM_RESOURCE_FILE;
     for (const SetupAction action : SetupActions()) {
         action(setup);
     }

@@ -24,7 +24,6 @@ struct Ran {
 // A machine with one probe that does `deed`; its exit code 259 means that it never ended.
 static Ran RunProbe(const char* deed, std::optional<std::uint64_t> seed = {}) {
     machine::Setup setup;
-    setup.imageFile = PROBE_IMAGE;
     setup.seed = seed;
     const machine::Machine machine(setup);
     machine::ProcessStart start;
@@ -54,7 +53,6 @@ TEST(Kernel, TheSeedDecidesTheOrderOfARaceAndNothingElseDoes) {
 
 TEST(Kernel, EachProcessHasGlobalsOfItsOwnAndAnEndedImageStartsAfresh) {
     machine::Setup setup;
-    setup.imageFile = PROBE_IMAGE;
     const machine::Machine machine(setup);
     machine::ProcessStart start;
     start.commandLine = "probe globals";

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What the host cannot do is no fault of the product: exit code 2, and nothing is left over. And each form in which
+# What the host cannot do is no fault of the product: exit code 2. And each form in which
 # Windows prints ids is read. Usage: host-failures.sh TOOL
 set -u
 tool=$(readlink -f "$1")
@@ -11,24 +11,9 @@ want() { # WHAT CODE CAME
     [ "$2" = "$3" ] || { echo "$1: '$3', not '$2'"; failed=1; }
 }
 
-TMPDIR=$scratch/absent "$tool" --quiet examples/desk.toml 2>/dev/null
-want "a TMPDIR that is not there" 2 $?
-(ulimit -f 100; "$tool" --quiet examples/desk.toml 2>/dev/null)
-want "a file that may not grow" 2 $?
-TMPDIR='' "$tool" --quiet examples/desk.toml
-want "an empty TMPDIR is none" 0 $?
 "$tool" examples/desk.toml >&- 2>/dev/null
 want "a closed standard output" 2 $?
 [ -e /dev/full ] && { "$tool" examples/desk.toml >/dev/full 2>/dev/null; want "a full disk" 2 $?; }
-mkdir "$scratch/tmp"
-for _ in 1 2 3 4 5; do # each time it is somewhere else
-    TMPDIR=$scratch/tmp "$tool" --quiet examples/rack.toml 2>/dev/null &
-    for _ in $(seq 500); do
-        [ -n "$(ls -A "$scratch/tmp"/*/ 2>/dev/null)" ] && break
-    done
-    kill -TERM $! && wait $! 2>/dev/null
-    want "left in the temporary folder after its end" "" "$(ls "$scratch/tmp")"
-done
 
 id='USB\VID_1A86&PID_7523\6&30c8ca5f&0&3'
 form() { # NAME TEXT: only the device is named, and its hubs come along

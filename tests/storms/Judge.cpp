@@ -19,6 +19,8 @@
 #include <algorithm>
 #include <numeric>
 
+extern CComPorts* g_portsOfImage asm("image_g_pComPorts"); // the image's names are not those of the source
+
 namespace storm {
 
 constexpr std::uint64_t SettlingMs = 1000; // shorter pauses are not looked into
@@ -55,7 +57,7 @@ static std::vector<const CComPort*> Records(const rehearse::Stage& stage) {
     if (!stage.product || stage.product->ended) {
         return {};
     }
-    const auto* table = static_cast<CComPorts**>(machine::ImageSymbol(stage.product->image, "g_pComPorts"));
+    const auto* table = static_cast<CComPorts* const*>(machine::GlobalOf(*stage.product, &g_portsOfImage));
     if (!table || !*table) {
         return {};
     }

@@ -137,8 +137,6 @@ std::uint64_t DigestOf(const std::string& text) {
 RunResult Runner::RunHere(const Plan& plan) const {
     rehearse::Options options;
     options.seed = plan.seed;
-    options.imageFile = m_imageFile;
-    options.resourceFile = m_resourceFile;
     const rehearse::Record description = ReadPlan(plan);
 
     Trial trial(description);

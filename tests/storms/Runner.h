@@ -30,9 +30,7 @@ std::uint64_t DigestOf(const std::string& text);
 
 class Runner {
 public:
-    // imageFile, resourceFile: the product as a shared object and its compiled resources.
-    Runner(std::string imageFile, std::string resourceFile, unsigned jobs)
-        : m_imageFile(std::move(imageFile)), m_resourceFile(std::move(resourceFile)), m_jobs(jobs) {}
+    explicit Runner(unsigned jobs) : m_jobs(jobs) {}
 
     // Runs the plans, `jobs` at a time, and passes each result on as it comes, with the plan's index.
     void RunAll(std::size_t count, const std::function<Plan(std::size_t)>& plan,
@@ -46,7 +44,6 @@ private:
     RunResult RunHere(const Plan& plan) const;
     bool StillFails(const Plan& plan, const std::string& what) const;
 
-    std::string m_imageFile, m_resourceFile;
     unsigned m_jobs;
 };
 

@@ -22,7 +22,7 @@ struct Line {
     std::uint64_t first = 1;
     std::string from;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
-    std::string folder, image = QM_IMAGE_FILE, resources = QM_RESOURCE_FILE;
+    std::string folder;
     bool verbose = false, print = false;
 };
 } // namespace
@@ -33,7 +33,6 @@ static void Describe(CLI::App& app, Line& line) {
         ->excludes(app.add_option("--from", line.from, "derive the first of them from this text, as a commit's id"));
     app.add_option("--jobs", line.jobs, "so many at a time")->check(CLI::Range(1, 64));
     app.add_option("--write", line.folder, "write shrunk descriptions of failing seeds there")->type_name("DIR");
-    app.add_option("--image", line.image, "the product as a shared object")->group("");
     app.add_flag("--verbose", line.verbose, "a line for each seed");
     app.add_flag("--print", line.print, "print the descriptions of the seeds, run nothing");
 }
@@ -114,7 +113,7 @@ private:
 } // namespace
 
 static int RunSeeds(const Line& line) {
-    const storm::Runner runner(line.image, line.resources, line.jobs);
+    const storm::Runner runner(line.jobs);
     // A seed that runs twice has two places, one after the other.
     std::vector<std::uint64_t> places;
     for (std::uint64_t seed = line.first; seed < line.first + line.seeds; ++seed) {

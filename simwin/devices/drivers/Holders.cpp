@@ -32,8 +32,7 @@ RoomPtr MakeHeldPorts() {
 
 Process* HolderProcess(std::string_view imagePath) {
     for (Process* process : AllProcesses()) {
-        if (!process->ended && !process->image && process->threads.empty() &&
-            EqualNoCase(process->imagePath, imagePath)) {
+        if (!process->ended && process->threads.empty() && EqualNoCase(process->imagePath, imagePath)) {
             return process;
         }
     }
