@@ -73,14 +73,21 @@ endfunction()
 # --- The rehearsal tool.
 file(GLOB_RECURSE QM_REHEARSE_SOURCES CONFIGURE_DEPENDS rehearse/*.cpp)
 list(REMOVE_ITEM QM_REHEARSE_SOURCES ${CMAKE_SOURCE_DIR}/rehearse/main.cpp)
-# The page's style and script, embedded with their hashes.
+# The pages' styles and scripts, embedded with their hashes.
 set(QM_HTML ${CMAKE_SOURCE_DIR}/rehearse/html)
 set(QM_HTML_RESOURCES ${CMAKE_BINARY_DIR}/generated/html/Resources.h)
 file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/generated/html)
 add_custom_command(OUTPUT ${QM_HTML_RESOURCES}
-    COMMAND Python3::Interpreter ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_HTML}/Page.js ${QM_HTML_RESOURCES}
+    COMMAND Python3::Interpreter ${QM_HTML}/embed.py rehearse::html ${QM_HTML_RESOURCES} ${QM_HTML}/Page.js ${QM_HTML}/Page.css
     DEPENDS ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_HTML}/Page.js VERBATIM)
-add_custom_target(page_resources DEPENDS ${QM_HTML_RESOURCES}) # also for the lint, which builds nothing else
+set(QM_FLEET ${CMAKE_SOURCE_DIR}/rehearse/fleet)
+set(QM_FLEET_RESOURCES ${CMAKE_BINARY_DIR}/generated/fleet/Resources.h)
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/generated/fleet)
+add_custom_command(OUTPUT ${QM_FLEET_RESOURCES}
+    COMMAND Python3::Interpreter ${QM_HTML}/embed.py rehearse::fleet ${QM_FLEET_RESOURCES} ${QM_FLEET}/Fleet.js
+            ${QM_HTML}/Page.css ${QM_FLEET}/Fleet.css
+    DEPENDS ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_FLEET}/Fleet.css ${QM_FLEET}/Fleet.js VERBATIM)
+add_custom_target(page_resources DEPENDS ${QM_HTML_RESOURCES} ${QM_FLEET_RESOURCES}) # also for the lint, which builds nothing else
 add_library(rehearse OBJECT ${QM_REHEARSE_SOURCES} ${QM_HTML_RESOURCES})
 add_dependencies(rehearse page_resources)
 target_include_directories(rehearse PRIVATE ${CMAKE_BINARY_DIR}/generated)

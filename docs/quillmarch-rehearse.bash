@@ -6,11 +6,11 @@ _quillmarch_rehearse() {
     case $before in
     --ini | --rules | --compare) mapfile -t COMPREPLY < <(compgen -f -X '!*.[iI][nN][iI]' -- "$word"; compgen -d -- "$word") ;;
     --json | --log | --html) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
-    --pictures) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;;
+    --fleet | --out | --pictures) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;;
     --language) mapfile -t COMPREPLY < <(compgen -W "en de" -- "$word") ;;
     --log-level) mapfile -t COMPREPLY < <(compgen -W "1 2 3 4 5 6" -- "$word") ;;
     --story) mapfile -t COMPREPLY < <(compgen -W "boot replug sockets storm sleep newcomer all none" -- "$word") ;;
-    --seed | --until) COMPREPLY=() ;;
+    --seed | --until | --jobs | -j | --time-limit | --shard) COMPREPLY=() ;;
     *)
         if [[ $word == -* ]]; then
             mapfile -t COMPREPLY < <(compgen -W "$("${COMP_WORDS[0]}" --help 2>/dev/null | grep -oE -- '--[a-z-]+' | sort -u)" -- "$word")

@@ -317,17 +317,30 @@ static void ReadInto(Record& whole, const std::string& file, const Position& fro
     whole.Amend(record);
 }
 
+static std::function<void(const std::string& file, const std::string* bytes)> g_fileWatcher;
+
+void WatchHostFiles(std::function<void(const std::string& file, const std::string* bytes)> watcher) {
+    g_fileWatcher = std::move(watcher);
+}
+
 std::string ReadHostFile(const std::string& file, const Position& at) {
     std::error_code error;
     const std::filesystem::file_status status = std::filesystem::status(file, error);
     const bool isFile = std::filesystem::is_regular_file(status) || std::filesystem::is_fifo(status);
     std::ifstream stream(file, std::ios::binary);
     if (!isFile || !stream) {
+        if (g_fileWatcher) {
+            g_fileWatcher(file, nullptr);
+        }
         throw InputError(at, fmt::format("there is no file '{}' that can be read{}", file, DidYouMeanFile(file)));
     }
     std::ostringstream text;
     text << stream.rdbuf();
-    return std::move(text).str();
+    std::string bytes = std::move(text).str();
+    if (g_fileWatcher) {
+        g_fileWatcher(file, &bytes);
+    }
+    return bytes;
 }
 
 Record ReadDescription(const std::string& file) {

@@ -3,6 +3,7 @@
 
 #include "rehearse/Description.h"
 
+#include <functional>
 #include <string>
 
 namespace rehearse {
@@ -13,5 +14,8 @@ Record ReadDescription(const std::string& file);
 
 // The bytes of a file of the host. Throws InputError at `at` if it cannot be read.
 std::string ReadHostFile(const std::string& file, const Position& at);
+
+// From now on the watcher sees each file that is read, with its bytes, or null if it cannot be read.
+void WatchHostFiles(std::function<void(const std::string& file, const std::string* bytes)> watcher);
 
 } // namespace rehearse

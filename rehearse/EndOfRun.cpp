@@ -231,20 +231,6 @@ static Json Texts(const std::vector<std::string>& ansi) {
     return list;
 }
 
-static const char* ShortfallName(Shortfall shortfall) {
-    switch (shortfall) {
-    case Shortfall::NoName:
-        return "no name";
-    case Shortfall::NotObtained:
-        return "not obtained";
-    case Shortfall::NextPlug:
-        return "next plug";
-    case Shortfall::None:
-        break;
-    }
-    return "";
-}
-
 static Json PortJson(const PortVerdict& port) {
     Json refused = Json::array();
     for (const Refusal& one : port.refused) {

@@ -126,7 +126,7 @@ static bool PrintReport(const Options& options) {
 // Every form of the verdict needs what only a second run can observe.
 static bool NeedsObserver(const Options& options) {
     return !options.devices && !options.tree &&
-           (options.json || options.html || options.strict || PrintReport(options));
+           (options.json || options.html || options.strict || options.onEnd || PrintReport(options));
 }
 
 static int Judge(const Options& options, const Expectations& expectations, const Verdict& verdict) {
@@ -226,6 +226,11 @@ static void WriteReports(const RunResult& run, Outputs& outputs) {
     }
     if (outputs.html.IsWanted()) {
         outputs.html.Write(PageOf(run, outputs));
+    }
+    if (options.onEnd) {
+        const bool isJudged = options.check && run.IsDone();
+        options.onEnd({facts.title, run.Stopped(), isJudged ? run.expectations.Failures() : std::vector<std::string>(),
+                       run.verdict});
     }
     if (outputs.json.IsWanted()) {
         nlohmann::ordered_json report = MakeReport(facts, timeline, balloons, run.verdict);

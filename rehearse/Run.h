@@ -2,11 +2,22 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace rehearse {
+
+struct Verdict;
+
+// How a run ended, while its machine still exists. Texts are UTF-8.
+struct Ending {
+    std::string title;                 // of the description
+    std::string stopped;               // "crash: ...", what the run was stopped by; "" it ended in good order
+    std::vector<std::string> failures; // expectations that were not met, if they are judged
+    const Verdict& verdict;
+};
 
 struct Options {
     std::string description;                         // a description, a folder of a capture, or an export
@@ -21,6 +32,7 @@ struct Options {
     bool check = false, quiet = false, explain = false, devices = false, tree = false;
     bool isGerman = false; // the page for html
     bool strict = false;   // a port without a name or a wanted number, or a rule that never matched, is a failure
+    std::function<void(const Ending&)> onEnd; // called once, with what a second run observed
 };
 
 enum ExitCode { ExitDone = 0, ExitNotMet = 1, ExitWrongInput = 2, ExitStopped = 3 };

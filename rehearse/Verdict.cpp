@@ -330,6 +330,20 @@ static std::vector<Together> TogetherOf() {
     return groups;
 }
 
+const char* ShortfallName(Shortfall shortfall) {
+    switch (shortfall) {
+    case Shortfall::NoName:
+        return "no name";
+    case Shortfall::NotObtained:
+        return "not obtained";
+    case Shortfall::NextPlug:
+        return "next plug";
+    case Shortfall::None:
+        break;
+    }
+    return "";
+}
+
 StartFacts FactsAtStart() {
     return {AllPorts(), ComDatabase()};
 }

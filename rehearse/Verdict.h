@@ -23,6 +23,7 @@ StartFacts FactsAtStart();
 
 // Of a port that has none of its wanted numbers, or no name.
 enum class Shortfall { None, NoName, NotObtained, NextPlug };
+const char* ShortfallName(Shortfall shortfall); // "no name", "not obtained", "next plug", ""
 
 struct PortVerdict {
     PortFacts facts;

@@ -4,6 +4,8 @@
 #include "rehearse/Durations.h"
 #include "rehearse/Manners.h"
 #include "rehearse/Run.h"
+#include "rehearse/fleet/Fleet.h"
+#include "rehearse/fleet/Member.h"
 #include "rehearse/rules/Compare.h"
 #include "rehearse/rules/Findings.h"
 #include "rehearse/rules/Rules.h"
@@ -23,7 +25,9 @@ struct Line {
     rehearse::Options options;
     std::vector<std::string> machine;
     std::string ini, json, log, html, language, until, seed, rules, compare;
-    bool printKeys = false, printCatalogue = false, printFindings = false;
+    bool printKeys = false, printCatalogue = false, printFindings = false, isMember = false;
+    rehearse::fleet::Call fleet;
+    std::string timeLimit;
 };
 } // namespace
 
@@ -39,6 +43,8 @@ constexpr const char* Examples = R"(Examples:
   quillmarch-rehearse --explain machine.toml           why, why not?
   quillmarch-rehearse --compare old.ini --ini my.ini machine.toml
                                                        what changes from today?
+  quillmarch-rehearse --fleet machines --ini my.ini --out results
+                                                       and on ten thousand machines?
 Exit code: 0 done, 1 not as wanted, 2 wrong input, 3 the run was stopped, 130 broken off.
 All of it: docs/rehearsing.md, man quillmarch-rehearse.
 )";
@@ -95,6 +101,29 @@ static void DescribeReport(CLI::App& app, Line& line) {
         ->group(group);
 }
 
+static void DescribeFleet(CLI::App& app, Line& line) {
+    const char* group = "A fleet of machines";
+    app.add_option("--fleet", line.fleet.folder, "rehearse --ini on every machine below this folder")
+        ->type_name("DIR")
+        ->group(group);
+    app.add_option("--out", line.fleet.out, "keep each machine's result and report there")
+        ->type_name("DIR")
+        ->group(group);
+    app.add_flag("--resume", line.fleet.resume, "continue there: only what is new, changed or missing")->group(group);
+    app.add_option("-j,--jobs", line.fleet.jobs, "machines at a time, as many as processors unless given")
+        ->check(CLI::Range(1, 1024).description(""))
+        ->type_name("N")
+        ->group(group);
+    app.add_option("--time-limit", line.timeLimit, "end a machine that takes longer, 30s unless given")
+        ->type_name("DURATION")
+        ->group(group);
+    app.add_option("--shard", line.fleet.shard, "only this share, such as 0/10; /10: a job array says which")
+        ->type_name("I/N")
+        ->group(group);
+    app.add_flag("--merge", line.fleet.merge, "put together what the shards left in --out")->group(group);
+    app.add_flag("--member", line.isMember, "one machine of a fleet")->group("");
+}
+
 static void DescribeQuestions(CLI::App& app, Line& line) {
     const char* group = "Without a run";
     app.add_option("--rules", line.rules, "check this configuration by itself, and against a machine if one is named")
@@ -117,6 +146,7 @@ static void Describe(CLI::App& app, Line& line) {
     DescribeRun(app, line);
     DescribeJudgement(app, line);
     DescribeReport(app, line);
+    DescribeFleet(app, line);
     DescribeQuestions(app, line);
     app.footer(Examples);
 }
@@ -137,6 +167,50 @@ static std::string UnknownOption(const CLI::App& app) {
     return fmt::format("there is no option '{}'{}", word, rehearse::DidYouMean(word, names));
 }
 
+// What a fleet's options ask for; an error text if they do not fit together.
+static std::string CompleteFleet(const CLI::App& app, Line& line) {
+    const bool isFleet = app.count("--fleet") != 0;
+    if (!isFleet && !line.fleet.merge) {
+        for (const char* option : {"--out", "--resume", "--jobs", "--time-limit", "--shard"}) {
+            if (app.count(option)) {
+                return fmt::format("{} belongs to a fleet: which? Say it with --fleet", option);
+            }
+        }
+        return "";
+    }
+    for (const char* option : {"--rules", "--log", "--pictures", "--explain", "--tree", "--devices"}) {
+        if (app.count(option)) {
+            return fmt::format("{} is for one machine, not for a fleet", option);
+        }
+    }
+    if (line.fleet.merge && line.fleet.out.empty()) {
+        std::swap(line.fleet.out, line.options.description);
+    }
+    if (!line.options.description.empty()) {
+        return fmt::format("'{}' is one machine: leave it out, or --fleet", line.options.description);
+    }
+    if (line.fleet.merge) {
+        return line.fleet.out.empty() ? "--merge needs --out, where the shards' results are"
+               : line.fleet.resume    ? "--merge runs nothing, so there is nothing to resume"
+               : app.count("--shard") ? "--merge takes all shards together"
+                                      : "";
+    }
+    if (!app.count("--ini")) {
+        return "--fleet needs --ini, the configuration that is rehearsed on all machines";
+    }
+    if (line.fleet.resume && line.fleet.out.empty()) {
+        return "--resume needs --out, where the results are";
+    }
+    if (app.count("--time-limit")) {
+        const std::optional<std::uint64_t> limit = rehearse::ParseDuration(line.timeLimit);
+        if (!limit || *limit == 0) {
+            return fmt::format("--time-limit must be a duration such as \"30s\", not '{}'", line.timeLimit);
+        }
+        line.fleet.limitMs = *limit;
+    }
+    return "";
+}
+
 // Options from the command line; an error text if it is wrong.
 static std::string Complete(const CLI::App& app, Line& line) {
     if (line.printKeys || line.printCatalogue || line.printFindings) {
@@ -152,10 +226,14 @@ static std::string Complete(const CLI::App& app, Line& line) {
     if (app.count("--compare")) {
         line.options.compare = line.compare;
     }
+    if (std::string wrong = CompleteFleet(app, line); !wrong.empty()) {
+        return wrong;
+    }
     if (line.options.rules && line.options.compare) {
         return "--rules and --compare are two questions: ask one at a time";
     }
-    if (line.options.description.empty() && !line.options.rules) {
+    const bool isFleet = !line.fleet.folder.empty() || line.fleet.merge;
+    if (line.options.description.empty() && !line.options.rules && !isFleet) {
         return "the machine is missing: a description, a folder of _capture_machine.cmd, or exports";
     }
     for (const std::string& story : line.options.stories) {
@@ -197,7 +275,16 @@ static std::string Complete(const CLI::App& app, Line& line) {
     return "";
 }
 
-static int Run(const rehearse::Options& options) {
+static int Run(Line& line) {
+    const rehearse::Options& options = line.options;
+    if (line.isMember) {
+        return rehearse::fleet::RunMember(options);
+    }
+    if (!line.fleet.folder.empty() || line.fleet.merge) {
+        line.fleet.options = options;
+        line.fleet.version = QM_VERSION;
+        return rehearse::fleet::RunFleet(line.fleet);
+    }
     if (options.rules) {
         return rehearse::CheckRules(options);
     }
@@ -241,7 +328,7 @@ static int RunLine(int count, char** arguments) {
     }
     try {
         rehearse::CheckOutputs(line.options, nullptr);
-        return Run(line.options);
+        return Run(line);
     } catch (const rehearse::InputError& error) {
         fmt::print(stderr, "{}\n", error.what());
         return rehearse::ExitWrongInput;

@@ -19,26 +19,11 @@
 namespace rehearse {
 
 using Json = nlohmann::ordered_json;
-using RuleId = std::pair<unsigned, int>; // type and number
 
 namespace {
 struct Side {
     IniFile ini;
     QuietRun run;
-};
-
-struct RuleChange {
-    RuleId rule;
-    std::string change; // new, gone, changed, shadowed
-    std::string what;
-};
-
-struct PortChange {
-    std::string device, oldName, newName, oldRule, newRule;
-    unsigned oldRestarts = 0, newRestarts = 0;
-    bool isNamed = false; // by a rule that has changed
-    bool IsTouched() const { return oldName != newName || newRestarts > oldRestarts; }
-    bool Differs() const { return oldName != newName || newRestarts != oldRestarts; }
 };
 } // namespace
 
@@ -232,20 +217,27 @@ static Side RunSide(const Record& description, const Options& options, const std
     return {ParseIni("", bytes, unheeded), RunQuietly(description, options, bytes)};
 }
 
-int CompareRules(const Options& options) {
-    Output json(options.json);
+Comparison CompareMachine(const Options& options) {
     const Record description = ReadMachine(options);
     const std::string before = ReadHostFile(*options.compare, {*options.compare, 1, 1});
     const std::string after = NewBytes(options, description);
     const Side old = RunSide(description, options, before), now = RunSide(description, options, after);
     for (const Side* side : {&old, &now}) {
         if (!side->run.outcome.empty()) {
-            fmt::print(stderr, "{}\n", side->run.outcome);
-            return ExitStopped;
+            return {side->run.outcome, {}, {}};
         }
     }
     const std::vector<RuleChange> rules = CompareSections(old.ini, now.ini);
-    const std::vector<PortChange> ports = ComparePorts(old, now, rules);
+    return {"", rules, ComparePorts(old, now, rules)};
+}
+
+int CompareRules(const Options& options) {
+    Output json(options.json);
+    const auto [stopped, rules, ports] = CompareMachine(options);
+    if (!stopped.empty()) {
+        fmt::print(stderr, "{}\n", stopped);
+        return ExitStopped;
+    }
     if (!options.quiet && !json.IsStandardOutput()) {
         fmt::print("{}", TextOf(rules, ports));
     }

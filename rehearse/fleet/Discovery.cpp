@@ -1,0 +1,126 @@
+#include "rehearse/fleet/Discovery.h"
+
+#include "simwin/kernel/Text.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+
+namespace rehearse::fleet {
+
+namespace fs = std::filesystem;
+
+static constexpr const char* OwnDescription = "machine.toml"; // of a folder that is one machine
+
+namespace {
+
+struct Place {
+    fs::path path;
+    std::string name; // "" the fleet's own folder
+};
+
+// What one folder holds.
+struct Contents {
+    std::vector<Place> descriptions, folders, links;
+    bool isMachine = false, hasExports = false;
+};
+
+class Search {
+public:
+    explicit Search(const std::string& out);
+    void Run(const std::string& folder);
+    std::vector<Found> found;
+
+private:
+    Contents Look(const Place& place, std::error_code& error) const;
+    void Enter(const Place& place);
+
+    std::set<std::string> m_entered; // the real paths of folders: a link that leads upwards would never end
+    std::vector<Place> m_folders, m_links;
+};
+
+} // namespace
+
+static bool HasExtension(const fs::path& path, const char* extension) {
+    return machine::EqualNoCase(path.extension().string(), extension);
+}
+
+Search::Search(const std::string& out) {
+    std::error_code error;
+    if (const fs::path real = fs::canonical(out, error); !error) {
+        m_entered.insert(real.string());
+    }
+}
+
+Contents Search::Look(const Place& place, std::error_code& error) const {
+    Contents contents;
+    for (fs::directory_iterator at(place.path, error), end; !error && at != end; at.increment(error)) {
+        std::error_code unknown;
+        const std::string file = at->path().filename().string();
+        Place inside{at->path(), place.name.empty() ? file : place.name + "/" + file};
+        if (at->is_directory(unknown)) {
+            (at->is_symlink(unknown) ? contents.links : contents.folders).push_back(std::move(inside));
+        } else if (HasExtension(at->path(), ".toml")) {
+            contents.isMachine = contents.isMachine || machine::EqualNoCase(file, OwnDescription);
+            contents.descriptions.push_back(std::move(inside));
+        } else if (HasExtension(at->path(), ".reg")) {
+            contents.hasExports = true;
+        }
+    }
+    return contents;
+}
+
+void Search::Enter(const Place& place) {
+    std::error_code error;
+    const fs::path real = fs::canonical(place.path, error);
+    if (!error && !m_entered.insert(real.string()).second) {
+        return;
+    }
+    const std::string name = place.name.empty() ? real.filename().string() : place.name;
+    Contents contents = error ? Contents() : Look(place, error);
+    if (error) {
+        found.push_back({name, place.path.string(), true, error.message()});
+        return;
+    }
+    if (contents.isMachine || (contents.hasExports && contents.descriptions.empty())) {
+        found.push_back({name, place.path.string(), true, ""});
+        return;
+    }
+    for (const Place& one : contents.descriptions) {
+        found.push_back({one.name, one.path.string(), false, ""});
+    }
+    std::move(contents.folders.begin(), contents.folders.end(), std::back_inserter(m_folders));
+    std::move(contents.links.begin(), contents.links.end(), std::back_inserter(m_links));
+}
+
+// Links last and in the order of their names, so that a folder has its own name if it can be reached by that.
+void Search::Run(const std::string& folder) {
+    m_folders.push_back({folder, ""});
+    while (!m_folders.empty() || !m_links.empty()) {
+        std::vector<Place>& from = m_folders.empty() ? m_links : m_folders;
+        auto next = from.end() - 1;
+        if (&from == &m_links) {
+            next = std::min_element(from.begin(), from.end(),
+                                    [](const Place& a, const Place& b) { return a.name < b.name; });
+        }
+        const Place place = std::move(*next);
+        from.erase(next);
+        Enter(place);
+    }
+}
+
+std::vector<Found> FindMachines(const std::string& folder, const std::string& out) {
+    Search search(out);
+    search.Run(folder);
+    std::sort(search.found.begin(), search.found.end(), [](const Found& a, const Found& b) { return a.name < b.name; });
+    return std::move(search.found);
+}
+
+std::string ShownName(const std::string& name) {
+    using Json = nlohmann::json;
+    return Json::parse(Json(name).dump(-1, ' ', false, Json::error_handler_t::replace)).get<std::string>();
+}
+
+} // namespace rehearse::fleet

@@ -1,0 +1,459 @@
+#include "rehearse/fleet/Fleet.h"
+
+#include "rehearse/Description.h"
+#include "rehearse/DescriptionReader.h"
+#include "rehearse/Durations.h"
+#include "rehearse/Manners.h"
+#include "rehearse/fleet/Discovery.h"
+#include "rehearse/fleet/Fingerprint.h"
+#include "rehearse/fleet/FleetReport.h"
+#include "rehearse/fleet/Member.h"
+#include "rehearse/fleet/Processes.h"
+#include "rehearse/fleet/ShardName.h"
+#include "rehearse/fleet/Store.h"
+#include "rehearse/rules/RulesCheck.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <stdexcept>
+#include <unordered_map>
+
+namespace rehearse::fleet {
+
+static constexpr int ExitInterrupted = 130;    // as a shell says it of a program that Ctrl-C ended
+static constexpr std::size_t MostAhead = 2000; // results that wait for an earlier one: so memory stays the same
+static constexpr std::uint64_t ProgressMs = 250, ProgressFromMs = 1000;
+
+static std::string FileNameOf(const std::string& path) {
+    return ShownName(std::filesystem::path(path).filename().string());
+}
+
+// --- What is asked
+
+// The options by which a machine's process is started, apart from its own.
+static std::vector<std::string> CommonArguments(const Options& options) {
+    std::vector<std::string> words = {"--member", "--ini", *options.ini};
+    const auto add = [&words](const char* name, const std::string& value) {
+        words.emplace_back(name);
+        words.push_back(value);
+    };
+    if (options.compare) {
+        add("--compare", *options.compare);
+    }
+    if (options.seed) {
+        add("--seed", std::to_string(*options.seed));
+    }
+    if (options.untilMs) {
+        add("--until", fmt::format("{}ms", *options.untilMs));
+    }
+    for (const std::string& story : options.stories) {
+        add("--story", story);
+    }
+    if (options.check) {
+        words.emplace_back("--check");
+    }
+    if (options.isGerman) {
+        add("--language", "de");
+    }
+    return words;
+}
+
+// What every result depends on beside its machine: the configurations' contents, not their names.
+static std::string KeyOf(const Call& call, const std::string& ini, const std::string& older) {
+    Fingerprint key;
+    key.Add(call.version).Add(FingerprintOfFile(OwnProgram())).Add(ini).Add(older);
+    Options options = call.options;
+    options.ini = "";
+    options.compare = options.compare ? std::optional<std::string>("") : std::nullopt;
+    for (const std::string& word : CommonArguments(options)) {
+        key.Add(word);
+    }
+    return key.Text();
+}
+
+static Question QuestionOf(const Call& call, const std::vector<Found>& machines) {
+    const std::string ini = ReadHostFile(*call.options.ini, {*call.options.ini, 1, 1});
+    const std::string older =
+        call.options.compare ? ReadHostFile(*call.options.compare, {*call.options.compare, 1, 1}) : "";
+    Question question;
+    std::error_code error;
+    const std::filesystem::path folder = std::filesystem::canonical(call.folder, error);
+    question.fleet = error ? ShownName(call.folder) : ShownName(folder.filename().string());
+    question.ini = FileNameOf(*call.options.ini);
+    question.older = call.options.compare ? FileNameOf(*call.options.compare) : "";
+    Findings findings;
+    CheckIni(ParseIni(question.ini, ini, findings), findings);
+    for (const Finding& finding : findings) {
+        question.findings.push_back(OneLine(FindingLine(finding)));
+    }
+    question.isGerman = call.options.isGerman;
+    question.isStrict = call.options.strict;
+    question.key = KeyOf(call, ini, older);
+    Fingerprint list;
+    for (const Found& machine : machines) {
+        list.Add(machine.name);
+        question.nameWidth = std::max(question.nameWidth, OneLine(machine.name).size());
+    }
+    question.list = list.Text();
+    question.machines = machines.size();
+    return question;
+}
+
+static int ExitCodeOf(const FleetReport& report, const Question& question) {
+    const bool isBad = question.isStrict ? report.All().HasStrictFindings() : report.All().HasFindings();
+    return isBad || !question.findings.empty() ? ExitNotMet : ExitDone;
+}
+
+// --- One run
+
+namespace {
+
+// A line on the terminal while it takes longer than a second.
+class FleetProgress {
+public:
+    explicit FleetProgress(std::size_t total) : m_total(total) {}
+    ~FleetProgress() { Clear(); }
+    void Clear();
+    // kept: of those that are done, the results of an earlier run.
+    void Show(std::size_t done, std::size_t kept, std::size_t bad);
+
+private:
+    const bool m_isOn = AreErrorsOnTerminal();
+    const std::size_t m_total;
+    const std::uint64_t m_startMs = HostMs();
+    std::uint64_t m_shownMs = 0;
+    bool m_isShown = false;
+};
+
+// All machines of a shard, from the first to the last.
+class FleetRun {
+public:
+    FleetRun(const Call& call, const Question& question, const Store* store, const std::vector<Found>& machines,
+             const Shard& shard);
+    bool Run(FleetReport& report); // false: Ctrl-C
+    const std::vector<std::string>& ResultFiles() const { return m_resultFiles; }
+
+private:
+    std::string KeyOfMachine(const Found& machine) const;
+    std::optional<MachineResult> Kept(const Found& machine);
+    std::set<std::pair<std::string, std::string>> InputsOf(const MemberOutput& output) const;
+    bool IsUnchanged(const KeptResult& kept);
+    MachineResult Judge(const Found& machine, const Ended& ended, const std::optional<MachineResult>& told) const;
+    void Start(std::size_t index);
+    void Finish(const Ended& ended);
+    void Deliver(FleetReport& report);
+    std::string Relative(const std::string& text) const;
+
+    const Call& m_call;
+    const Question& m_question;
+    const Store* m_store;
+    std::vector<const Found*> m_machines;
+    std::vector<std::string> m_resultFiles, m_arguments;
+    Processes m_processes;
+    std::map<std::size_t, MachineResult> m_waiting;              // for the results before them
+    std::unordered_map<std::string, std::string> m_fingerprints; // of files that several machines share
+    std::size_t m_next = 0, m_started = 0, m_kept = 0, m_bad = 0;
+};
+
+} // namespace
+
+void FleetProgress::Clear() {
+    if (m_isShown) {
+        fmt::print(stderr, "\r\x1b[K");
+        m_isShown = false;
+    }
+}
+
+void FleetProgress::Show(std::size_t done, std::size_t kept, std::size_t bad) {
+    const std::uint64_t nowMs = HostMs(), sinceMs = nowMs - m_startMs;
+    if (!m_isOn || sinceMs < ProgressFromMs || (m_isShown && nowMs - m_shownMs < ProgressMs)) {
+        return;
+    }
+    m_shownMs = nowMs;
+    m_isShown = true;
+    const std::size_t run = done - kept;
+    std::string rest;
+    if (run) {
+        rest = fmt::format(", {:.1f} a second, about {} s left",
+                           static_cast<double>(run) * 1000 / static_cast<double>(sinceMs),
+                           (m_total - done) * sinceMs / run / 1000 + 1);
+    }
+    fmt::print(stderr, "\r\x1b[K{} of {} machines, {} not ok{}", done, m_total, bad, rest);
+}
+
+FleetRun::FleetRun(const Call& call, const Question& question, const Store* store, const std::vector<Found>& machines,
+                   const Shard& shard)
+    : m_call(call), m_question(question), m_store(store), m_arguments(CommonArguments(call.options)),
+      m_processes(call.limitMs) {
+    for (std::size_t i = shard.index; i < machines.size(); i += shard.count) {
+        m_machines.push_back(&machines[i]);
+        m_resultFiles.push_back(Store::ResultFileOf(machines[i].name));
+    }
+}
+
+// Files are named as seen from the fleet's folder, so that a result is the same wherever the folder is mounted.
+std::string FleetRun::Relative(const std::string& text) const {
+    std::string prefix = m_call.folder;
+    while (prefix.size() > 1 && prefix.ends_with('/')) {
+        prefix.pop_back();
+    }
+    prefix += '/';
+    std::string relative = text;
+    for (std::size_t at = relative.find(prefix); at != std::string::npos; at = relative.find(prefix, at)) {
+        relative.erase(at, prefix.size());
+    }
+    return relative;
+}
+
+// A folder's own list of files belongs to it too: an export more is another machine.
+std::string FleetRun::KeyOfMachine(const Found& machine) const {
+    std::vector<std::string> files;
+    std::error_code error;
+    if (machine.isFolder) {
+        for (const auto& entry : std::filesystem::directory_iterator(machine.path, error)) {
+            files.push_back(entry.path().filename().string());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    Fingerprint key;
+    key.Add(m_question.key);
+    for (const std::string& file : files) {
+        key.Add(file);
+    }
+    return key.Text();
+}
+
+std::set<std::pair<std::string, std::string>> FleetRun::InputsOf(const MemberOutput& output) const {
+    std::set<std::pair<std::string, std::string>> inputs;
+    for (const auto& [file, fingerprint] : output.inputs) {
+        if (file != PathText(*m_call.options.ini) &&
+            (!m_call.options.compare || file != PathText(*m_call.options.compare))) {
+            inputs.insert({file, fingerprint}); // the configurations are in the key
+        }
+    }
+    return inputs;
+}
+
+bool FleetRun::IsUnchanged(const KeptResult& kept) {
+    return !kept.inputs.empty() && std::all_of(kept.inputs.begin(), kept.inputs.end(), [this](const auto& input) {
+        const auto [known, isNew] = m_fingerprints.try_emplace(input.first);
+        if (isNew) {
+            known->second = FingerprintOfFile(PathOfText(input.first));
+        }
+        return known->second == input.second;
+    });
+}
+
+static std::string TimeLimitText(std::uint64_t limitMs) {
+    return fmt::format("not done after {} s", static_cast<double>(limitMs) / MsPerSecond);
+}
+
+// A result of an earlier run that is still right. What the host may have been to blame for is done again.
+std::optional<MachineResult> FleetRun::Kept(const Found& machine) {
+    if (!m_store || !m_call.resume) {
+        return std::nullopt;
+    }
+    m_fingerprints.clear();
+    std::optional<KeptResult> kept = m_store->Load(Store::ResultFileOf(machine.name));
+    if (!kept || kept->key != KeyOfMachine(machine) || kept->result.verdict == VerdictLost || !IsUnchanged(*kept)) {
+        return std::nullopt;
+    }
+    if (kept->result.verdict == VerdictTimeLimit && kept->result.why != TimeLimitText(m_call.limitMs)) {
+        return std::nullopt; // it has more time now, or less
+    }
+    std::error_code error;
+    const bool hasPage =
+        kept->result.report.empty() || std::filesystem::exists(m_store->PathOf(kept->result.report), error);
+    return hasPage ? std::optional(std::move(kept->result)) : std::nullopt;
+}
+
+static std::string LastLine(std::string text) {
+    while (text.ends_with('\n')) {
+        text.pop_back();
+    }
+    const std::size_t end = text.rfind('\n');
+    return OneLine(end == std::string::npos ? text : text.substr(end + 1));
+}
+
+MachineResult FleetRun::Judge(const Found& machine, const Ended& ended,
+                              const std::optional<MachineResult>& told) const {
+    MachineResult result;
+    if (told && ended.way == Way::Exited) {
+        result = *told;
+    } else if (ended.way == Way::TimedOut) {
+        result.verdict = VerdictTimeLimit;
+        result.why = TimeLimitText(m_call.limitMs);
+    } else {
+        const std::string last = LastLine(ended.errors);
+        result.why =
+            fmt::format("its process {} {}{}{}", ended.way == Way::Killed ? "was ended by signal" : "ended with",
+                        ended.code, last.empty() ? "" : ": ", last);
+    }
+    result.name = ShownName(machine.name);
+    result.why = Relative(result.why);
+    for (std::string& finding : result.findings) {
+        finding = Relative(finding);
+    }
+    result.report = m_store && !result.report.empty() ? Store::PageOf(machine.name) : "";
+    return result;
+}
+
+void FleetRun::Start(std::size_t index) {
+    const Found& machine = *m_machines[index];
+    if (!machine.problem.empty()) {
+        MachineResult result;
+        result.name = ShownName(machine.name);
+        result.verdict = VerdictWrongInput;
+        result.why = "this folder cannot be looked into: " + machine.problem;
+        m_waiting.emplace(index, std::move(result));
+        if (m_store) {
+            m_store->Save(m_resultFiles[index], {KeyOfMachine(machine), {}, m_waiting.at(index)});
+        }
+        return;
+    }
+    if (std::optional<MachineResult> kept = Kept(machine)) {
+        ++m_kept;
+        m_waiting.emplace(index, std::move(*kept));
+        return;
+    }
+    std::vector<std::string> arguments = m_arguments;
+    if (m_store) {
+        arguments.emplace_back("--html");
+        arguments.push_back(m_store->PathOf(Store::PageOf(machine.name)));
+    }
+    arguments.emplace_back("--"); // a name may begin like an option
+    arguments.push_back(machine.path);
+    m_processes.Start(index, arguments);
+}
+
+void FleetRun::Finish(const Ended& ended) {
+    const Found& machine = *m_machines[ended.id];
+    const MemberOutput output = ReadMember(ended.output);
+    MachineResult result = Judge(machine, ended, output.result);
+    if (m_store) {
+        m_store->Save(m_resultFiles[ended.id], {KeyOfMachine(machine), InputsOf(output), result});
+    }
+    m_waiting.emplace(ended.id, std::move(result));
+}
+
+void FleetRun::Deliver(FleetReport& report) {
+    for (auto first = m_waiting.begin(); first != m_waiting.end() && first->first == m_next;
+         first = m_waiting.begin()) {
+        m_bad += first->second.verdict != VerdictOk;
+        report.Take(first->second);
+        m_waiting.erase(first);
+        ++m_next;
+    }
+}
+
+bool FleetRun::Run(FleetReport& report) {
+    const std::size_t jobs = m_call.jobs ? m_call.jobs : Processors();
+    FleetProgress progress(m_machines.size());
+    NoteInterrupts();
+    while (m_next < m_machines.size()) {
+        if (WasInterrupted()) {
+            return false;
+        }
+        while (m_processes.Running() < jobs && m_started < m_machines.size() && m_started - m_next < MostAhead &&
+               !WasInterrupted()) {
+            Start(m_started++);
+            if (m_waiting.contains(m_next)) {
+                break; // kept results are shown as they are found
+            }
+        }
+        if (m_processes.Running() && !m_waiting.contains(m_next)) {
+            if (const std::optional<Ended> ended = m_processes.Wait(ProgressMs)) {
+                Finish(*ended);
+            }
+        }
+        if (m_waiting.contains(m_next) && report.PrintsLines() && IsOutputOnTerminal()) {
+            progress.Clear();
+        }
+        Deliver(report);
+        progress.Show(m_next + m_waiting.size(), m_kept, m_bad);
+    }
+    return true;
+}
+
+// --- The whole
+
+static int RunShard(const Call& call) {
+    const Shard shard = ShardOf(call.shard);
+    if (shard.count > 1 && call.out.empty()) {
+        throw std::runtime_error("--shard: the results need --out, from where --merge takes them");
+    }
+    std::error_code error;
+    if (!std::filesystem::is_directory(call.folder, error)) {
+        throw InputError({call.folder, 1, 1}, "there is no such folder" + DidYouMeanFile(call.folder));
+    }
+    if (!call.out.empty() && std::filesystem::equivalent(call.folder, call.out, error)) {
+        throw std::runtime_error("--out: the results cannot be among the machines themselves");
+    }
+    const std::vector<Found> machines = FindMachines(call.folder, call.out);
+    if (machines.empty()) {
+        throw InputError({call.folder, 1, 1}, "there is no machine below this folder: no description, no exports");
+    }
+    const Question question = QuestionOf(call, machines);
+    std::optional<Store> store;
+    if (!call.out.empty()) {
+        store.emplace(call.out);
+        const unsigned before = store->CountOfShards();
+        if (call.resume && shard.isGuessed && before && before != shard.count) { // such as one task of ten, run again
+            throw std::runtime_error(fmt::format("--shard: {} has the results of {} shards, and this array has {}: say "
+                                                 "which share this is with --shard I/{}",
+                                                 call.out, before, shard.count, before));
+        }
+    }
+    FleetReport report(call, question, store ? &*store : nullptr, shard.count == 1);
+    FleetRun run(call, question, store ? &*store : nullptr, machines, shard);
+    if (store) {
+        store->SaveShard(shard, question, run.ResultFiles(), false);
+    }
+    if (!run.Run(report)) {
+        fmt::print(stderr, "broken off after {} machines{}\n", report.All().Machines(),
+                   store ? "; --resume continues" : "");
+        return ExitInterrupted;
+    }
+    if (store) {
+        store->SaveShard(shard, question, run.ResultFiles(), true);
+    }
+    report.Finish();
+    return ExitCodeOf(report, question);
+}
+
+static int Merge(const Call& call) {
+    if (!std::filesystem::is_directory(call.out)) {
+        throw InputError({call.out, 1, 1}, "there is no such folder");
+    }
+    const Store store(call.out);
+    std::vector<std::string> files;
+    unsigned shards = 0;
+    Question question = store.LoadShards(files, shards);
+    question.isStrict = question.isStrict || call.options.strict;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (!store.Load(files[i])) { // before anything is printed
+            throw std::runtime_error(fmt::format("{}: shard {} of {} is incomplete: this result is missing; run it "
+                                                 "again with --shard {}/{} --resume",
+                                                 store.PathOf(files[i]), i % shards, shards, i % shards, shards));
+        }
+    }
+    FleetReport report(call, question, &store, true);
+    for (const std::string& file : files) {
+        const std::optional<KeptResult> kept = store.Load(file);
+        if (!kept) {
+            throw InputError({store.PathOf(file), 1, 1}, "this result is gone");
+        }
+        report.Take(kept->result);
+    }
+    report.Finish();
+    return ExitCodeOf(report, question);
+}
+
+int RunFleet(const Call& call) {
+    return call.merge ? Merge(call) : RunShard(call);
+}
+
+} // namespace rehearse::fleet
