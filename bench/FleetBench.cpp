@@ -156,12 +156,13 @@ static std::function<double(const Measured&)> CounterOf(const char* counter) {
     };
 }
 
-const Mark g_median("milliseconds of processor time for a machine of a fleet", CounterOf("median"), Wanted::AtMost, 50);
-const Mark g_most("the same for the slowest of 200", CounterOf("most"), Wanted::Nothing, 0);
-const Mark g_rate("machines a second on one core", CounterOf("rate"), Wanted::Nothing, 0);
-const Mark g_parse("milliseconds for one parse of its exports, of which it takes three", CounterOf("parse"),
-                   Wanted::Nothing, 0);
-const Mark g_kilobytes("kilobytes resident, at most", CounterOf("kilobytes"), Wanted::Nothing, 0);
+const Mark MedianMark("milliseconds of processor time for a machine of a fleet", CounterOf("median"), Wanted::AtMost,
+                      50);
+const Mark MostMark("the same for the slowest of 200", CounterOf("most"), Wanted::Nothing, 0);
+const Mark RateMark("machines a second on one core", CounterOf("rate"), Wanted::Nothing, 0);
+const Mark ParseMark("milliseconds for one parse of its exports, of which it takes three", CounterOf("parse"),
+                     Wanted::Nothing, 0);
+const Mark KilobytesMark("kilobytes resident, at most", CounterOf("kilobytes"), Wanted::Nothing, 0);
 } // namespace bench
 
 int main(int count, char** arguments) {

@@ -42,7 +42,7 @@ static void LogOff(benchmark::State& state) {
 static void PlainBranch(benchmark::State& state) {
     for (auto _ : state) {
         for (int i = 0; i < CallsInARow; ++i) {
-            if (g_plainFlags.first || g_PlainFlags.second) {
+            if (g_plainFlags.first || g_plainFlags.second) {
                 NeverCalled(3, "port %s has number %i", szExeDir, i);
             }
             benchmark::ClobberMemory();

@@ -53,8 +53,8 @@ static std::string LargeSettings() {
 }
 
 static const std::string& Settings1MiB() {
-    static const std::string text = LargeSettings();
-    return text;
+    static const std::string Text = LargeSettings();
+    return Text;
 }
 
 static void WriteSettings(const std::string& text) {
@@ -123,25 +123,27 @@ struct Entry {
 } // namespace
 
 static const std::vector<Entry>& FullSection() {
-    static const std::vector<Entry> entries = [] {
+    static const std::vector<Entry> Entries = [] {
         static constexpr const char* Families[] = {
             "DeviceID", "ParentDeviceID", "GrandParentDeviceID", "KernelName", "FriendlyName",
             "Location", "ParentLocation", "LocationPath",        "UsbPort",    "BusType"};
         std::vector<Entry> made;
+        made.reserve(KeysOfASection);
         for (int i = 0; i < KeysOfASection; ++i) {
             made.push_back(
                 {Families[i % 10] + std::to_string(i), "USB\\VID_0403&PID_6001\\A" + std::to_string(70000 + i)});
         }
         return made;
     }();
-    return entries;
+    return Entries;
 }
 
 // The keys to look up, in a long random sequence: branch prediction could learn a repeated sequence of 300 and make the
 // search look too fast.
-static const std::vector<const char*>& Questions() {
-    static const std::vector<const char*> questions = [] {
+static const std::vector<const char*>& AllQuestions() {
+    static const std::vector<const char*> Questions = [] {
         std::vector<const char*> drawn;
+        drawn.reserve(LookUps);
         std::uint32_t random = 1;
         for (int i = 0; i < LookUps; ++i) {
             random = random * 1664525u + 1013904223u;
@@ -149,7 +151,7 @@ static const std::vector<const char*>& Questions() {
         }
         return drawn;
     }();
-    return questions;
+    return Questions;
 }
 
 static void LookUp(benchmark::State& state) {
@@ -163,7 +165,7 @@ static void LookUp(benchmark::State& state) {
     const std::uint64_t callsBefore = CountAllCalls();
     char value[ValueBytes];
     for (auto _ : state) {
-        for (const char* key : Questions()) {
+        for (const char* key : AllQuestions()) {
             if (reader.GetString(ComPorts, 1, KeyName::Unchecked(key), "", value, sizeof(value)) == 0) {
                 state.SkipWithError("a key is not there");
                 return;
@@ -199,7 +201,7 @@ static void LookUpIn(benchmark::State& state) {
     }
     char value[ValueBytes];
     for (auto _ : state) {
-        for (const char* key : Questions()) {
+        for (const char* key : AllQuestions()) {
             const auto found = map.find(std::string(key));
             if (found == map.end() || found->second.size() >= sizeof(value)) {
                 state.SkipWithError("a key is not there");

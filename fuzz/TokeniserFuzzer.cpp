@@ -27,7 +27,7 @@ void TryInput(std::string_view input) {
         const char* free = nullptr; // where the next token may begin
         for (LONG i = 0; i < count; ++i) {
             Require(tokens[i] > free, "a token follows the last one");
-            const std::string_view token = tokens[i];
+            const std::string_view token = tokens[i] ? tokens[i] : "";
             Require(commandLine.find(token) != std::string::npos, "a token is in the command line");
             total += token.size();
             free = token.data() + token.size();
