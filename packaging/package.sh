@@ -60,4 +60,4 @@ rm "$out"/Quillmarch_*.chm
 make_msi x64 0.9.0 "$out/former/Quillmarch.msi"
 bash tests/windows/packages.sh "$out" "$version"
 (cd "$out" && stat -c '%n: %s bytes' Quillmarch-* SHA256SUMS)
-bash packaging/deb/package.sh
+bash packaging/deb/package.sh "$@"

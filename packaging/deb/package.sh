@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
-# Makes the package of the rehearsal tool for Debian in build/packages, and tests it. Usage: package.sh [BUILD]
+# Makes the package of the rehearsal tool for Debian in build/packages, and tests it. Usage: package.sh [PRESET]
+# PRESET: whose build is packed, release if none is named. CI takes that of the tests, which it has anyway.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/../.."
-build=${1:-build/release}
+preset=${1:-release}
+build=build/$preset
 out=$PWD/build/packages
-[ -e "$build/build.ninja" ] || cmake --preset release >"$build.log" 2>&1
+[ -e "$build/build.ninja" ] || cmake --preset "$preset" >"$build.log" 2>&1
 ninja -C "$build" quillmarch-rehearse manual >"$build.log" 2>&1 || { cat "$build.log" >&2; exit 1; }
 mkdir -p "$out"
 rm -f "$out"/*.deb

@@ -119,8 +119,8 @@ TEST_F(RegistryContract, WhatIsNotThere) {
     EXPECT_EQ(OpenError("None", KEY_READ), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(GetLastError(), NoError) << "registry operations leave the last error alone";
     DWORD size = 0;
-    BYTE byte;
-    EXPECT_EQ(RegQueryValueExA(m_base, "", nullptr, nullptr, &byte, nullptr), ERROR_INVALID_PARAMETER);
+    BYTE data;
+    EXPECT_EQ(RegQueryValueExA(m_base, "", nullptr, nullptr, &data, nullptr), ERROR_INVALID_PARAMETER);
     const HKEY key = Create("Gone");
     const HKEY second = Create("gONE");
     EXPECT_EQ(RegDeleteKeyA(m_base, "Gone"), 0);

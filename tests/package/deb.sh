@@ -13,6 +13,7 @@ skip() {
 }
 [ "$(id -u)" = 0 ] || skip "only root can make a Debian to install it in"
 command -v debootstrap >/dev/null || skip "debootstrap is not there"
+unshare --mount mount -t tmpfs tmpfs /mnt 2>/dev/null || skip "nothing can be mounted here"
 if [ ! -e "$base.made" ]; then
     rm -rf "$base"
     debootstrap --variant=minbase bookworm "$base" >build/debootstrap.log 2>&1 || skip "the archive of Debian does not answer"

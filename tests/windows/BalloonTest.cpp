@@ -387,8 +387,8 @@ static bool Send(HANDLE pipe, const std::string& bytes) {
 static std::string RandomMessage(std::mt19937* random) {
     const auto draw = (*random)();
     std::string bytes(draw % 8 == 0 ? 1160 : draw % 50 == 1 ? 1161 : 1 + draw % 1159, '\0');
-    for (char& byte : bytes) {
-        byte = static_cast<char>((*random)());
+    for (char& each : bytes) {
+        each = static_cast<char>((*random)());
     }
     return bytes;
 }
