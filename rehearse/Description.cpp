@@ -88,9 +88,9 @@ const Record* Record::TableOf(std::string_view key) const {
 }
 
 const std::vector<Record>& Record::TablesOf(std::string_view key) const {
-    static const std::vector<Record> none;
+    static const std::vector<Record> None;
     const Value* value = Find(key);
-    return value && value->type == Tables ? value->tables : none;
+    return value && value->type == Tables ? value->tables : None;
 }
 
 void Record::Set(std::string_view key, Value value) {

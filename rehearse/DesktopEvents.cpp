@@ -69,9 +69,9 @@ static void AmendBar(TaskBar& bar, const Record& record) {
 }
 
 static simwin::COLORREF ColourIn(const Record& record, std::string_view key, std::int64_t otherwise) {
-    constexpr std::int64_t largest = 0xFFFFFF;
+    constexpr std::int64_t Largest = 0xFFFFFF;
     const std::int64_t rgb = record.NumberOf(key, otherwise);
-    if (rgb < 0 || rgb > largest) {
+    if (rgb < 0 || rgb > Largest) {
         throw InputError(record.At(key), fmt::format("'{}' must be a colour 0xRRGGBB", key));
     }
     return RgbOf(static_cast<simwin::COLORREF>(rgb)); // the same swap both ways
@@ -118,9 +118,9 @@ static Action WindowEvent(const Record& event, Stage& stage, const char* subject
         }
     }
     if (table.Has("style")) {
-        constexpr std::int64_t largestDword = 0xFFFFFFFF;
+        constexpr std::int64_t LargestDword = 0xFFFFFFFF;
         const std::int64_t style = table.NumberOf("style");
-        if (style < 0 || style > largestDword) {
+        if (style < 0 || style > LargestDword) {
             throw InputError(table.At("style"), "'style' must be 0 to 4294967295");
         }
         window.style = static_cast<simwin::DWORD>(style);
@@ -247,14 +247,14 @@ static std::string MessageOf(const Record& table) {
     if (table.Has("raw")) {
         return BytesIn(table, "raw");
     }
-    constexpr std::int64_t defaultMs = 5000, defaultIcon = 102;
+    constexpr std::int64_t DefaultMs = 5000, DefaultIcon = 102;
     std::string record(RecordBytes, '\0');
-    PutNumber(record, 0, table.NumberOf("time", defaultMs));
+    PutNumber(record, 0, table.NumberOf("time", DefaultMs));
     PutNumber(record, 4, table.NumberOf("charset", 1));
     PutText(record, 8, 120, table.TextOf("title"));
     PutText(record, 128, 256, table.TextOf("text1"));
     PutText(record, 384, 768, table.TextOf("text2"));
-    PutNumber(record, 1152, table.NumberOf("icon", defaultIcon));
+    PutNumber(record, 1152, table.NumberOf("icon", DefaultIcon));
     record.resize(static_cast<std::size_t>(size));
     return record;
 }
@@ -360,9 +360,9 @@ void SetUpDesktop(const Record& description) {
         }
         appearance.tooltipFade = windows->FlagOf("tooltip_fade", true);
         if (const Record* colours = windows->TableOf("colours")) {
-            constexpr std::int64_t infoBack = 0xFFFFE1;
+            constexpr std::int64_t InfoBack = 0xFFFFE1;
             appearance.infoText = ColourIn(*colours, "infotext", 0);
-            appearance.infoBack = ColourIn(*colours, "infobk", infoBack);
+            appearance.infoBack = ColourIn(*colours, "infobk", InfoBack);
         }
         machine::SetAppearance(appearance);
     }

@@ -90,11 +90,11 @@ static std::string ReadConnected(const std::string& file, const Position& at) {
 }
 
 static void CheckInterfaces(const Record& record) {
-    static const std::set<std::string> names = {"comport", "modem", "hub", "controller", "usb", "serenum"};
+    static const std::set<std::string> Names = {"comport", "modem", "hub", "controller", "usb", "serenum"};
     const std::vector<std::string> interfaces = record.TextsOf("interfaces");
     for (std::size_t i = 0; i < interfaces.size(); ++i) {
         simwin::GUID guid;
-        if (!names.contains(interfaces[i]) && !machine::GuidFromText(interfaces[i], guid)) {
+        if (!Names.contains(interfaces[i]) && !machine::GuidFromText(interfaces[i], guid)) {
             throw InputError(
                 record.Find("interfaces")->itemsAt[i],
                 fmt::format("'{}' is no interface: comport, modem, hub, controller, usb, serenum, or a GUID "

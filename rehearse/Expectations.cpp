@@ -153,8 +153,8 @@ static std::string OneLine(std::string text) {
 }
 
 static std::string Shortened(const std::string& text) {
-    constexpr std::size_t longest = 200;
-    return text.size() > longest ? text.substr(0, longest) + "..." : text;
+    constexpr std::size_t Longest = 200;
+    return text.size() > Longest ? text.substr(0, Longest) + "..." : text;
 }
 
 static void JudgeFile(const Record& expect, Wrongs& wrongs) {

@@ -73,17 +73,17 @@ static void JudgeOrder(const std::vector<std::string>& texts, const std::vector<
 // Compares the debugger output of each process, as "delta message", with the lines of the log: none may be lost, torn
 // or written twice, and each must carry the delta that its own process had reached and the tag of its process's kind.
 static void JudgeComplete(const std::vector<std::string>& lines, Wrongs& wrongs) {
-    constexpr const char* mark = "[QUILLMARCH]  ";
+    constexpr const char* Mark = "[QUILLMARCH]  ";
     std::map<std::string, int> missing; // written, but not found; below zero: found too often
     std::size_t written = 0, writers = 0;
     for (const machine::Process* process : machine::AllProcesses()) {
         writers += !process->debugOutput.empty();
         for (std::string record : machine::Split(process->debugOutput, '\n')) {
-            const std::size_t at = record.find(mark);
+            const std::size_t at = record.find(Mark);
             if (at == std::string::npos) {
                 continue;
             }
-            ++missing[record.erase(at, std::string_view(mark).size())];
+            ++missing[record.erase(at, std::string_view(Mark).size())];
             ++written;
         }
     }
@@ -91,11 +91,11 @@ static void JudgeComplete(const std::vector<std::string>& lines, Wrongs& wrongs)
         wrongs.push_back("no record went to the debugger: there is nothing to compare with");
         return;
     }
-    static const std::regex form(
+    static const std::regex Form(
         R"(\d\d:\d\d:\d\d\.\d (\([ \d]{4}\)) (?:\{\d{4,}\}|\[(?:ns|in|sa|ba|ex)\d\d+\]) <[1-6]> ([^\r]*))");
     for (const std::string& line : lines) {
         std::smatch parts;
-        if (std::regex_match(line, parts, form)) {
+        if (std::regex_match(line, parts, Form)) {
             --missing[parts.str(1) + parts.str(2)];
         } else {
             wrongs.push_back(fmt::format("'{}' is no whole record", line));
@@ -106,9 +106,9 @@ static void JudgeComplete(const std::vector<std::string>& lines, Wrongs& wrongs)
             wrongs.push_back(fmt::format("'{}' is {}", record, count > 0 ? "lost" : "there more often than written"));
         }
     }
-    constexpr std::size_t shown = 5;
-    if (wrongs.size() > shown) {
-        wrongs.resize(shown);
+    constexpr std::size_t Shown = 5;
+    if (wrongs.size() > Shown) {
+        wrongs.resize(Shown);
     }
     if (!wrongs.empty()) {
         wrongs.push_back(fmt::format("{} records of {} processes, {} lines", written, writers, lines.size()));

@@ -38,9 +38,9 @@ constexpr KnownVersion KnownVersions[] = {
 };
 
 static const Record& TableOrEmpty(const Record& description, std::string_view key) {
-    static const Record empty;
+    static const Record Empty;
     const Record* table = description.TableOf(key);
-    return table ? *table : empty;
+    return table ? *table : Empty;
 }
 
 // The row of exactly this build, else the version's first; null for an unknown version. build 0: not given.
@@ -82,9 +82,9 @@ static void SetClock(machine::Setup& setup, const Record& windows) {
     char rest = 0;
     const int parts = std::sscanf(text.c_str(), "%4u-%2u-%2u %2u:%2u:%2u%c", &setup.year, &setup.month, &setup.day,
                                   &setup.hour, &setup.minute, &setup.second, &rest);
-    constexpr unsigned lastDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    constexpr unsigned LastDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     const bool isDate = parts == 6 && setup.year >= 1970 && setup.month >= 1 && setup.month <= 12 && setup.day >= 1 &&
-                        setup.day <= lastDays[setup.month - 1] && setup.hour < 24 && setup.minute < 60 &&
+                        setup.day <= LastDays[setup.month - 1] && setup.hour < 24 && setup.minute < 60 &&
                         setup.second < 60;
     if (!isDate) {
         throw InputError(windows.At("clock"), fmt::format("'{}' is no time such as \"2026-03-02 14:03:22\"", text));

@@ -126,7 +126,7 @@ static std::string CloseElements(const RECT& place, bool isHot, bool hasFrame) {
 }
 
 static std::string ItemElements(const DrawnItem& item, bool isBalloon) {
-    constexpr int closePart = 5;
+    constexpr int ClosePart = 5;
     switch (item.kind) {
     case DrawnKind::Fill:
         return RectElement(item.place,
@@ -143,7 +143,7 @@ static std::string ItemElements(const DrawnItem& item, bool isBalloon) {
     case DrawnKind::Control:
         return CloseElements(item.place, /*isHot=*/false, /*hasFrame=*/true);
     case DrawnKind::Theme:
-        if (item.part == closePart) {
+        if (item.part == ClosePart) {
             return CloseElements(item.place, item.state == CloseHot, /*hasFrame=*/false);
         }
         return isBalloon ? RectElement(item.place, fmt::format("rx=\"{:.1f}\" fill=\"{}\"", item.diameter / 2.0,

@@ -28,9 +28,9 @@ static void PutNumber(std::uint64_t number) {
     char digits[24];
     char* at = digits + sizeof(digits) - 1;
     *at = 0;
-    do
+    do {
         *--at = static_cast<char>('0' + number % 10);
-    while (number /= 10);
+    } while (number /= 10);
     Put(at);
 }
 

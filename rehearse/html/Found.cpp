@@ -315,8 +315,8 @@ static std::string Figures(const Context& context) {
             "{} {}: {}", picture.isBox ? context.say("Message box", "Meldung") : context.say("Balloon", "Sprechblase"),
             context.say.Time(picture.atMs), picture.texts);
         std::string svg = picture.svg;
-        constexpr std::string_view start = "<svg ";
-        svg.insert(start.size(), fmt::format("role=\"img\" aria-label=\"{}\" ", Escaped(label)));
+        constexpr std::string_view Start = "<svg ";
+        svg.insert(Start.size(), fmt::format("role=\"img\" aria-label=\"{}\" ", Escaped(label)));
         text += fmt::format("<figure>{}<figcaption>{}</figcaption></figure>\n", svg, Escaped(label));
     }
     return text.empty() ? "" : "<div class=\"figures\">\n" + text + "</div>\n";

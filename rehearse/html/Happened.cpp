@@ -120,8 +120,8 @@ static std::string LaneItem(const Context& context, std::size_t row, const std::
     }
     const std::string before = machine::Utf8FromAnsi(port.nameBefore);
     const auto found = context.facts.lanes.All().find(port.facts.device);
-    static const std::vector<Stretch> nothing(1);
-    const std::vector<Stretch>& lane = found == context.facts.lanes.All().end() ? nothing : found->second;
+    static const std::vector<Stretch> Nothing(1);
+    const std::vector<Stretch>& lane = found == context.facts.lanes.All().end() ? Nothing : found->second;
     std::string text =
         fmt::format("<li data-p=\"{}\"><a href=\"#p{}\">{}</a><svg class=\"lane\" role=\"img\" "
                     "aria-label=\"{}\" height=\"24\">",

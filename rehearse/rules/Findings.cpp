@@ -5,7 +5,7 @@
 namespace rehearse {
 
 const std::vector<FaultKind>& FaultKinds() {
-    static const std::vector<FaultKind> kinds = {
+    static const std::vector<FaultKind> Kinds = {
         {Fault::FileTooLarge, "the file has 1 MiB or more and counts as empty", "make it smaller"},
         {Fault::Utf8Mark, "the file begins with a UTF-8 mark, which spoils its first line",
          "save as ANSI, or as UTF-16 with a mark"},
@@ -68,7 +68,7 @@ const std::vector<FaultKind>& FaultKinds() {
         {Fault::EmptyPlaceholder, "a placeholder is always empty in `[OnRemoval]`, where the name is gone",
          "`%PortNumber%` still is what it was"},
     };
-    return kinds;
+    return Kinds;
 }
 
 std::string FaultCode(Fault fault) {

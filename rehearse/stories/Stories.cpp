@@ -83,6 +83,7 @@ constexpr Story Stories[] = {
 
 static std::vector<const Record*> InOrder(const std::vector<Record>& events) {
     std::vector<const Record*> sorted;
+    sorted.reserve(events.size());
     for (const Record& event : events) {
         sorted.push_back(&event);
     }

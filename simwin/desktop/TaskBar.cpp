@@ -101,14 +101,14 @@ static Process* ShellOf(unsigned session) {
 
 // The default unless described otherwise.
 static Window* AddForeignWindow(const ForeignWindow& described) {
-    constexpr RECT toolTipRect = {0, 0, 200, 60};
-    constexpr DWORD toolTipStyle = 0x94800000, windowStyle = 0x14CF0000;
+    constexpr RECT ToolTipRect = {0, 0, 200, 60};
+    constexpr DWORD ToolTipStyle = 0x94800000, WindowStyle = 0x14CF0000;
     const bool isToolTip = described.isToolTip;
     Window* window = AddWindow(ShellOf(described.session), described.session,
                                isToolTip ? ToolTipClass : "ProgramWindow", described.name);
-    window->style = isToolTip ? toolTipStyle : windowStyle;
+    window->style = isToolTip ? ToolTipStyle : WindowStyle;
     window->extendedStyle = isToolTip ? WS_EX_TOPMOST | WS_EX_NOACTIVATE | WS_EX_TOOLWINDOW : 0;
-    window->rect = isToolTip ? toolTipRect : ScreenRect();
+    window->rect = isToolTip ? ToolTipRect : ScreenRect();
     return window;
 }
 

@@ -48,8 +48,8 @@ IconPixels PixelsOfIcon(int group, int size) {
     }
     const std::span<const std::uint8_t> data = picture->data;
     const std::size_t width = WordAt(data, 4, 4);
-    constexpr std::size_t largest = 256;
-    const bool isBitmap = WordAt(data, 0, 4) == BitmapHeader && WordAt(data, 14, 2) == 32 && width <= largest;
+    constexpr std::size_t Largest = 256;
+    const bool isBitmap = WordAt(data, 0, 4) == BitmapHeader && WordAt(data, 14, 2) == 32 && width <= Largest;
     if (!isBitmap || data.size() < BitmapHeader + width * width * 4) {
         return {};
     }

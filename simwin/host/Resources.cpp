@@ -12,21 +12,21 @@
 // clang-format off
 asm(READ_ONLY
     ".balign 8\n"
-    ".globl qm_resources\n"
-    "qm_resources:\n"
+    ".globl QmResources\n"
+    "QmResources:\n"
     ".incbin \"" QM_RESOURCE_FILE "\"\n"
-    ".globl qm_resources_end\n"
-    "qm_resources_end:\n"
+    ".globl QmResourcesEnd\n"
+    "QmResourcesEnd:\n"
     ".byte 0\n"
     AS_BEFORE);
 // clang-format on
 
-extern "C" const std::uint8_t qm_resources[], qm_resources_end[];
+extern "C" const std::uint8_t QmResources[], QmResourcesEnd[];
 
 namespace host {
 
 std::span<const std::uint8_t> ImageResources() {
-    return {qm_resources, qm_resources_end};
+    return {QmResources, QmResourcesEnd};
 }
 
 } // namespace host

@@ -194,8 +194,8 @@ std::string AnsiFromUtf16Bytes(std::string_view bytes) {
 }
 
 bool IsUnmarkedUtf16(std::string_view bytes) {
-    constexpr std::size_t sample = 512;
-    const std::size_t pairs = std::min(bytes.size(), sample) / 2;
+    constexpr std::size_t Sample = 512;
+    const std::size_t pairs = std::min(bytes.size(), Sample) / 2;
     std::size_t zeros = 0;
     for (std::size_t i = 0; i < pairs; ++i) {
         zeros += bytes[2 * i] != 0 && bytes[2 * i + 1] == 0;

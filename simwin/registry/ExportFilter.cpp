@@ -77,12 +77,12 @@ static std::span<const StoredType> StoredTypesOf(std::string_view path) {
 
 // The number of "ControlSet002"; 0 for another name.
 static unsigned NumberOfSet(std::string_view name) {
-    constexpr std::string_view start = "ControlSet";
-    if (name.size() != start.size() + 3 || !StartsWithNoCase(name, start)) {
+    constexpr std::string_view Start = "ControlSet";
+    if (name.size() != Start.size() + 3 || !StartsWithNoCase(name, Start)) {
         return 0;
     }
     unsigned number = 0;
-    for (const char c : name.substr(start.size())) {
+    for (const char c : name.substr(Start.size())) {
         if (c < '0' || c > '9') {
             return 0;
         }

@@ -5,22 +5,22 @@
 constexpr char ClassName[] = "QuillmarchContractClass";
 constexpr UINT Ask = WM_APP + 1, AskBack = WM_APP + 2, Note = WM_APP + 3;
 
-static HWND g_First, g_Second;
-static std::string g_Order;
-static DWORD g_AnswerThread;
+static HWND g_first, g_second;
+static std::string g_order;
+static DWORD g_answerThread;
 
 static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
     case Ask: // asks the asker back while it waits
-        g_AnswerThread = GetCurrentThreadId();
-        return SendMessageA(g_First, AskBack, 0, 0) + 1;
+        g_answerThread = GetCurrentThreadId();
+        return SendMessageA(g_first, AskBack, 0, 0) + 1;
     case AskBack:
         return 41;
     case Note:
-        g_Order += static_cast<char>(wParam);
+        g_order += static_cast<char>(wParam);
         return 0;
     case WM_TIMER:
-        g_Order += 't';
+        g_order += 't';
         return 0;
     case WM_DESTROY:
         PostQuitMessage(7);
@@ -36,7 +36,7 @@ static HWND MakeWindow(const char* title) {
 }
 
 static DWORD WINAPI SecondWindow_ThreadProc(LPVOID ready) {
-    g_Second = MakeWindow("second");
+    g_second = MakeWindow("second");
     SetEvent(static_cast<HANDLE>(ready));
     MSG message;
     while (GetMessageA(&message, nullptr, 0, 0) > 0) {
@@ -56,21 +56,21 @@ namespace {
 struct Windows : testing::Test {
     void SetUp() override {
         Register();
-        g_Order.clear();
-        g_First = MakeWindow("first");
+        g_order.clear();
+        g_first = MakeWindow("first");
         HANDLE ready = CreateEventA(nullptr, /*manualReset=*/FALSE, /*initialState=*/FALSE, nullptr);
         m_thread = CreateThread(nullptr, 0, SecondWindow_ThreadProc, ready, 0, &m_threadId);
         ASSERT_EQ(WaitForSingleObject(ready, 5000), DWORD{WAIT_OBJECT_0});
         CloseHandle(ready);
     }
     void TearDown() override {
-        PostMessageA(g_Second, WM_CLOSE, 0, 0);
+        PostMessageA(g_second, WM_CLOSE, 0, 0);
         EXPECT_EQ(WaitForSingleObject(m_thread, 5000), DWORD{WAIT_OBJECT_0});
         DWORD exitCode = 0;
         GetExitCodeThread(m_thread, &exitCode);
         EXPECT_EQ(exitCode, 7u) << "the end comes with its code";
         CloseHandle(m_thread);
-        DestroyWindow(g_First);
+        DestroyWindow(g_first);
         MSG message;
         while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
             ;
@@ -83,43 +83,43 @@ struct Windows : testing::Test {
 } // namespace
 
 TEST_F(Windows, WhoWaitsForAnAnswerIsAskedMeanwhile) {
-    EXPECT_EQ(SendMessageA(g_Second, Ask, 0, 0), 42);
-    EXPECT_EQ(g_AnswerThread, m_threadId);
+    EXPECT_EQ(SendMessageA(g_second, Ask, 0, 0), 42);
+    EXPECT_EQ(g_answerThread, m_threadId);
     DWORD_PTR result = 0;
-    EXPECT_NE(SendMessageTimeoutA(g_Second, Ask, 0, 0, SMTO_ABORTIFHUNG, 2000, &result), 0);
+    EXPECT_NE(SendMessageTimeoutA(g_second, Ask, 0, 0, SMTO_ABORTIFHUNG, 2000, &result), 0);
     EXPECT_EQ(result, 42u);
 }
 
 TEST_F(Windows, PostedMessagesComeInTheirOrderTimersAndTheEndAfterThem) {
-    ASSERT_NE(SetTimer(g_First, 5, 10, nullptr), 0u);
+    ASSERT_NE(SetTimer(g_first, 5, 10, nullptr), 0u);
     Sleep(100);
-    PostMessageA(g_First, Note, 'a', 0);
-    PostMessageA(g_First, Note, 'b', 0);
+    PostMessageA(g_first, Note, 'a', 0);
+    PostMessageA(g_first, Note, 'b', 0);
     MSG message;
     for (int i = 0; i < 3 && GetMessageA(&message, nullptr, 0, 0) > 0; ++i) {
         DispatchMessageA(&message);
     }
-    EXPECT_EQ(g_Order, "abt") << "and a timer whose message waited came once";
-    EXPECT_TRUE(KillTimer(g_First, 5));
-    EXPECT_FALSE(KillTimer(g_First, 5));
+    EXPECT_EQ(g_order, "abt") << "and a timer whose message waited came once";
+    EXPECT_TRUE(KillTimer(g_first, 5));
+    EXPECT_FALSE(KillTimer(g_first, 5));
 }
 
 TEST_F(Windows, AWindowOfAnotherThreadMovesAndShowsButKeepsItsTimersAndItsLife) {
-    EXPECT_TRUE(SetWindowPos(g_Second, HWND_TOPMOST, 30, 40, 200, 60, SWP_NOACTIVATE));
+    EXPECT_TRUE(SetWindowPos(g_second, HWND_TOPMOST, 30, 40, 200, 60, SWP_NOACTIVATE));
     RECT rect = {};
-    EXPECT_TRUE(GetWindowRect(g_Second, &rect));
+    EXPECT_TRUE(GetWindowRect(g_second, &rect));
     EXPECT_EQ(rect.left, 30);
     EXPECT_EQ(rect.bottom, 100);
-    EXPECT_NE(static_cast<DWORD>(GetWindowLongA(g_Second, GWL_EXSTYLE)) & WS_EX_TOPMOST, 0u);
-    EXPECT_FALSE(ShowWindow(g_Second, SW_SHOWNOACTIVATE)) << "it was hidden";
-    EXPECT_TRUE(IsWindowVisible(g_Second));
-    EXPECT_TRUE(ShowWindow(g_Second, SW_HIDE));
-    EXPECT_ERROR(ERROR_ACCESS_DENIED, DestroyWindow(g_Second));
+    EXPECT_NE(static_cast<DWORD>(GetWindowLongA(g_second, GWL_EXSTYLE)) & WS_EX_TOPMOST, 0u);
+    EXPECT_FALSE(ShowWindow(g_second, SW_SHOWNOACTIVATE)) << "it was hidden";
+    EXPECT_TRUE(IsWindowVisible(g_second));
+    EXPECT_TRUE(ShowWindow(g_second, SW_HIDE));
+    EXPECT_ERROR(ERROR_ACCESS_DENIED, DestroyWindow(g_second));
     DWORD processId = 0;
-    EXPECT_EQ(GetWindowThreadProcessId(g_Second, &processId), m_threadId);
+    EXPECT_EQ(GetWindowThreadProcessId(g_second, &processId), m_threadId);
     EXPECT_EQ(processId, GetCurrentProcessId());
     char title[16] = {};
-    EXPECT_EQ(SendMessageA(g_Second, WM_GETTEXT, sizeof(title), reinterpret_cast<LPARAM>(title)), 6);
+    EXPECT_EQ(SendMessageA(g_second, WM_GETTEXT, sizeof(title), reinterpret_cast<LPARAM>(title)), 6);
     EXPECT_STREQ(title, "second");
 }
 
@@ -132,12 +132,12 @@ TEST_F(Windows, AWindowThatHasGoneIsNoWindow) {
     KNOWN_DIFFERENCE("a timer for a window that has gone fails with 6",
                      contract::ErrorOf(setTimer) == ERROR_INVALID_WINDOW_HANDLE);
     EXPECT_EQ(FindWindowA(ClassName, "gone"), nullptr);
-    EXPECT_EQ(FindWindowA(ClassName, "FIRST"), g_First);
+    EXPECT_EQ(FindWindowA(ClassName, "FIRST"), g_first);
 }
 
-static DWORD g_ThreadId;
-static UINT g_Seen[4];
-static int g_SeenCount;
+static DWORD g_threadId;
+static UINT g_seen[4];
+static int g_seenCount;
 
 // Has no queue until it asks for one, and then pumps until WM_QUIT. A message that was posted too early is lost.
 static DWORD WINAPI Pump_ThreadProc(LPVOID started) {
@@ -147,8 +147,8 @@ static DWORD WINAPI Pump_ThreadProc(LPVOID started) {
     PeekMessageA(&message, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
     SetEvent(static_cast<HANDLE>(started));
     while (GetMessageA(&message, nullptr, 0, 0) > 0) {
-        if (g_SeenCount < 4) {
-            g_Seen[g_SeenCount++] = message.message;
+        if (g_seenCount < 4) {
+            g_seen[g_seenCount++] = message.message;
         }
     }
     return static_cast<DWORD>(message.message);
@@ -156,21 +156,21 @@ static DWORD WINAPI Pump_ThreadProc(LPVOID started) {
 
 TEST(ThreadMessages, AThreadGetsMessagesFromItsFirstLookOn) {
     HANDLE started = CreateEventA(nullptr, /*manualReset=*/FALSE, /*initialState=*/FALSE, nullptr);
-    HANDLE thread = CreateThread(nullptr, 0, Pump_ThreadProc, started, 0, &g_ThreadId);
+    HANDLE thread = CreateThread(nullptr, 0, Pump_ThreadProc, started, 0, &g_threadId);
     WaitForSingleObject(started, 5000);
-    EXPECT_ERROR(ERROR_INVALID_THREAD_ID, PostThreadMessageA(g_ThreadId, WM_USER, 0, 0)) << "there is no queue yet";
+    EXPECT_ERROR(ERROR_INVALID_THREAD_ID, PostThreadMessageA(g_threadId, WM_USER, 0, 0)) << "there is no queue yet";
 
     WaitForSingleObject(started, 5000);
-    EXPECT_TRUE(PostThreadMessageA(g_ThreadId, WM_USER + 1, 0, 0));
-    EXPECT_TRUE(PostThreadMessageA(g_ThreadId, WM_USER + 2, 0, 0));
-    EXPECT_TRUE(PostThreadMessageA(g_ThreadId, WM_QUIT, 0, 0));
+    EXPECT_TRUE(PostThreadMessageA(g_threadId, WM_USER + 1, 0, 0));
+    EXPECT_TRUE(PostThreadMessageA(g_threadId, WM_USER + 2, 0, 0));
+    EXPECT_TRUE(PostThreadMessageA(g_threadId, WM_QUIT, 0, 0));
     ASSERT_EQ(WaitForSingleObject(thread, 5000), DWORD{WAIT_OBJECT_0});
     DWORD exitCode = 0;
     GetExitCodeThread(thread, &exitCode);
     EXPECT_EQ(exitCode, DWORD{WM_QUIT}) << "WM_QUIT is given, and ends the loop";
-    ASSERT_EQ(g_SeenCount, 2);
-    EXPECT_EQ(g_Seen[0], WM_USER + 1);
-    EXPECT_EQ(g_Seen[1], WM_USER + 2);
+    ASSERT_EQ(g_seenCount, 2);
+    EXPECT_EQ(g_seen[0], WM_USER + 1);
+    EXPECT_EQ(g_seen[1], WM_USER + 2);
     CloseHandle(thread);
     CloseHandle(started);
 }

@@ -153,8 +153,8 @@ private:
 } // namespace
 
 void Planner::MakeWindows() {
-    static constexpr const char* versions[] = {"10.0.19045", "10.0.19045", "6.1.7601", "5.1"};
-    plan.windows.push_back(fmt::format("version = \"{}\"", m_random.Of(versions)));
+    static constexpr const char* Versions[] = {"10.0.19045", "10.0.19045", "6.1.7601", "5.1"};
+    plan.windows.push_back(fmt::format("version = \"{}\"", m_random.Of(Versions)));
     if (plan.switches.firstNodeOne) {
         plan.windows.push_back("first_node = 1");
     }
@@ -185,14 +185,14 @@ void Planner::AddPort(std::size_t unit, std::string id, std::string parent, cons
         port.lines.push_back("protected = true");
     }
     if (on.stubborn && m_random.Odds(30)) {
-        static constexpr const char* ways[] = {"vetoes = 1", "vetoes = true", "refuses = true",
+        static constexpr const char* Ways[] = {"vetoes = 1", "vetoes = true", "refuses = true",
                                                R"(held_by = 'C:\Tools\term.exe')"};
-        port.lines.push_back(m_random.Of(ways));
+        port.lines.push_back(m_random.Of(Ways));
     }
     if (on.links && m_random.Odds(30)) {
-        static constexpr const char* ways[] = {"leaves_link = true", "link_goes = \"700ms\"", "link_goes = \"close\"",
+        static constexpr const char* Ways[] = {"leaves_link = true", "link_goes = \"700ms\"", "link_goes = \"close\"",
                                                "name_taken = \"take\"", "name_taken = \"fail\""};
-        port.lines.push_back(m_random.Of(ways));
+        port.lines.push_back(m_random.Of(Ways));
     }
 }
 
@@ -298,10 +298,10 @@ void Planner::MakeDevices() {
     }
     const unsigned adapters = 2 + m_random.Below(6);
     for (unsigned n = 1; n <= adapters; ++n) {
-        static constexpr void (Planner::*kinds[])(unsigned) = {&Planner::AddSerialAdapter, &Planner::AddSerialAdapter,
+        static constexpr void (Planner::*Kinds[])(unsigned) = {&Planner::AddSerialAdapter, &Planner::AddSerialAdapter,
                                                                &Planner::AddDirectAdapter, &Planner::AddComposite,
                                                                &Planner::AddModem,         &Planner::AddCard};
-        (this->*m_random.Of(kinds))(n);
+        (this->*m_random.Of(Kinds))(n);
         if (m_random.Odds(40)) {
             for (Device& device : plan.devices) {
                 if (device.id == plan.units.back()) {
@@ -315,9 +315,9 @@ void Planner::MakeDevices() {
     }
     if (plan.switches.links) {
         for (unsigned i = m_random.Below(3); i > 0; --i) {
-            static constexpr const char* opens[] = {"gone", "gone", "busy", "no-device", "ok", "late 450ms"};
+            static constexpr const char* Opens[] = {"gone", "gone", "busy", "no-device", "ok", "late 450ms"};
             plan.dosNames.push_back(fmt::format("name = \"COM{}\"\ntarget = '\\Device\\Gone{}'\nopens = \"{}\"",
-                                                20 + m_random.Below(8), i, m_random.Of(opens)));
+                                                20 + m_random.Below(8), i, m_random.Of(Opens)));
         }
     }
 }
@@ -462,9 +462,9 @@ Event Planner::MakeEvent() {
     case 2:
     case 3:
         if (on.resumes && !on.debugRole) {
-            static constexpr const char* kinds[] = {"\"automatic\"", "\"automatic\"", "\"critical\"",
+            static constexpr const char* Kinds[] = {"\"automatic\"", "\"automatic\"", "\"critical\"",
                                                     "{ kind = \"automatic\", devices = \"replug\" }"};
-            return portEvent(fmt::format("resume = {}", m_random.Of(kinds)));
+            return portEvent(fmt::format("resume = {}", m_random.Of(Kinds)));
         }
         break;
     case 4:

@@ -9,11 +9,11 @@ using namespace logtest;
 using Contexts = std::vector<ULONG_PTR>;
 
 static Contexts ran;
-static DWORD procedureMs;
+static DWORD g_procedureMs;
 
 static void Note(DWORD, ULONG_PTR context) {
     ran.push_back(context);
-    Sleep(procedureMs);
+    Sleep(g_procedureMs);
 }
 
 static void CreateAgain(DWORD id, ULONG_PTR context) {
@@ -94,7 +94,7 @@ TEST_F(CallBackTimer, TheHundredAndFirstIsRefusedUntilOneHasFinished) {
 }
 
 TEST_F(CallBackTimer, AKillDoesNotStopAProcedure) {
-    procedureMs = 1000;
+    g_procedureMs = 1000;
     CreateCallbackTimer(100, 5, 1, Note);
     Sleep(500);
     EXPECT_EQ(KillCallbackTimer(5), 1u) << "signalled, not stopped";
@@ -106,7 +106,7 @@ TEST_F(CallBackTimer, AKillDoesNotStopAProcedure) {
 }
 
 TEST_F(CallBackTimer, TheEndLeavesARunningProcedureItsRecord) {
-    procedureMs = 5000;
+    g_procedureMs = 5000;
     CreateCallbackTimer(100, 5, 1, Note);
     CreateCallbackTimer(8000, 6, 2, Note);
     Sleep(500);

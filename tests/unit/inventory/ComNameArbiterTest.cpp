@@ -10,12 +10,12 @@ using Bytes = std::vector<std::uint8_t>;
 
 constexpr char Key[] = "HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter";
 
-static int s_writes; // of simulated programs since the last Plant
+static int g_writes; // of simulated programs since the last Plant
 
 static void Plant(const Bytes& database) {
     machine::TheRegistry().SetBinary(Key, "ComDB", database);
-    machine::TheRegistry().WatchWrites([](const machine::RegistryWrite&) { ++s_writes; });
-    s_writes = 0;
+    machine::TheRegistry().WatchWrites([](const machine::RegistryWrite&) { ++g_writes; });
+    g_writes = 0;
 }
 
 static Bytes Database() {
@@ -45,7 +45,7 @@ TEST(ComNameArbiter, EachOperationKeepsItsOwnBounds) {
         const bool changes = before != after;
         EXPECT_EQ(operation(number), changes ? 1 : 0) << number;
         EXPECT_EQ(Database(), after) << number;
-        EXPECT_EQ(s_writes, changes ? 1 : 0) << number;
+        EXPECT_EQ(g_writes, changes ? 1 : 0) << number;
     }
     for (const char* name : {"COM", "", "CO", "LPTx", "COMx7"}) {
         Plant({0x00});
@@ -85,7 +85,7 @@ TEST(ComNameArbiter, ASweepFreesWhatIsListedAndHasNoDosName) {
         Plant(before);
         EXPECT_EQ(CleanRegComPortArbiter(list), result) << list;
         EXPECT_EQ(Database(), after) << list;
-        EXPECT_EQ(s_writes, before != after ? 1 : 0) << list;
+        EXPECT_EQ(g_writes, before != after ? 1 : 0) << list;
     }
 }
 

@@ -56,10 +56,10 @@ static const CComPort* RecordOf(const CComPorts* table, const char* id) {
 }
 
 TEST(PortSnapshot, RegistryNamesAndDosNamesComeTogetherInTheRecord) {
-    constexpr char onBoard[] = "ACPI\\PNP0501\\1", unnamed[] = "FTDIBUS\\VID_0403+PID_6001+A1\\0000",
-                   otherValue[] = "FTDIBUS\\VID_0403+PID_6001+A2\\0000", twice[] = "USB\\VID_12D1&PID_1003\\1";
+    constexpr char OnBoard[] = "ACPI\\PNP0501\\1", Unnamed[] = "FTDIBUS\\VID_0403+PID_6001+A1\\0000",
+                   OtherValue[] = "FTDIBUS\\VID_0403+PID_6001+A2\\0000", Twice[] = "USB\\VID_12D1&PID_1003\\1";
     machine::DevicesDescription description;
-    description.devices = {Port(onBoard, "COM1"), Port(unnamed, ""), Port(otherValue, ""), Port(twice, "COM11"),
+    description.devices = {Port(OnBoard, "COM1"), Port(Unnamed, ""), Port(OtherValue, ""), Port(Twice, "COM11"),
                            Port("ACPI\\PNP0400\\1", "LPT1")};
     description.devices[2].portName.reset();
     description.devices[2].dosDeviceName = "COM9";
@@ -71,12 +71,12 @@ TEST(PortSnapshot, RegistryNamesAndDosNamesComeTogetherInTheRecord) {
     g_InitialSnapshot = 1;
     EXPECT_EQ(table->CreateSnapshot(0), 5) << "the board's, the one without a name, the modem once, COM9 and COM40";
 
-    const CComPort* port = RecordOf(table, onBoard);
+    const CComPort* port = RecordOf(table, OnBoard);
     ASSERT_NE(nullptr, port);
     EXPECT_STREQ("COM1", port->szPortName);
     EXPECT_EQ(1u, port->RecordValid);
     EXPECT_GE(GetTickCount() - port->ArrivalTicker, 60000u);
-    const CComPort* nameless = RecordOf(table, unnamed);
+    const CComPort* nameless = RecordOf(table, Unnamed);
     ASSERT_NE(nullptr, nameless);
     EXPECT_STREQ("COM0", nameless->szRegPortName);
     EXPECT_STREQ("", nameless->szPortName);
@@ -85,10 +85,10 @@ TEST(PortSnapshot, RegistryNamesAndDosNamesComeTogetherInTheRecord) {
     EXPECT_EQ(nullptr, table->FindPortByComPort("COMPORT"));
 
     // A port that runs without the value "PortName" is none at the start, and is one when it arrives.
-    EXPECT_EQ(nullptr, RecordOf(table, otherValue));
-    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(otherValue);
+    EXPECT_EQ(nullptr, RecordOf(table, OtherValue));
+    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(OtherValue);
     EXPECT_NE(-1, table->AddNewPort(node->interfaces[0]->path.c_str()));
-    EXPECT_STREQ("COM9", RecordOf(table, otherValue)->szRegPortName);
+    EXPECT_STREQ("COM9", RecordOf(table, OtherValue)->szRegPortName);
     for (const char* path : {"\\\\?", "\\\\?\\nobody"}) {
         EXPECT_EQ(-1, table->AddNewPort(path));
     }

@@ -104,11 +104,11 @@ TEST(UsbHubs, TheHubTellsTheTruePortWhateverTheHintsSay) {
         }
         return device;
     };
-    constexpr char controller[] = "PCI\\VEN_8086&DEV_9D2F\\3&11583659&0&A0", hub[] = "USB\\VID_0BDA&PID_5411\\5&1",
-                   rootHub[] = "USB\\ROOT_HUB30\\4&1A2B3C4D&0&0";
-    add(controller, DeviceKind::Controller, nullptr, 0);
-    add(rootHub, DeviceKind::RootHub, controller, 0);
-    add(hub, DeviceKind::Hub, rootHub, 4).ports = 7;
+    constexpr char ControllerId[] = "PCI\\VEN_8086&DEV_9D2F\\3&11583659&0&A0", HubId[] = "USB\\VID_0BDA&PID_5411\\5&1",
+                   RootHubId[] = "USB\\ROOT_HUB30\\4&1A2B3C4D&0&0";
+    add(ControllerId, DeviceKind::Controller, nullptr, 0);
+    add(RootHubId, DeviceKind::RootHub, ControllerId, 0);
+    add(HubId, DeviceKind::Hub, RootHubId, 4).ports = 7;
     using Row = std::tuple<const char*, unsigned, const char*, std::uint32_t>;
     const Row rows[] = {{"USB\\VID_0001&PID_0001\\1", 1, "Port_#0001.Hub_#0002", 1},
                         {"USB\\VID_0001&PID_0001\\2", 2, "port_#0005.Hub_#0002", 2}, // the hint names an empty port
@@ -116,7 +116,7 @@ TEST(UsbHubs, TheHubTellsTheTruePortWhateverTheHintsSay) {
                         {"USB\\VID_0001&PID_0001\\4", 4, "in the rack", 99},         // the hub has no such port
                         {"USB\\VID_0001&PID_0001\\6", 6, "Port_#00x", 0}};           // no hint at all
     for (const auto& [id, hubPort, location, address] : rows) {
-        machine::DeviceDescription& device = add(id, DeviceKind::Usb, hub, hubPort);
+        machine::DeviceDescription& device = add(id, DeviceKind::Usb, HubId, hubPort);
         device.location = location;
         device.address = address;
     }
@@ -130,6 +130,6 @@ TEST(UsbHubs, TheHubTellsTheTruePortWhateverTheHintsSay) {
     for (const auto& [id, hubPort, location, address] : rows) {
         EXPECT_EQ(hubs.GetUsbPortNumber(node(id)), hubPort) << location << address;
     }
-    EXPECT_EQ(hubs.GetUsbPortNumber(node(controller)), 0u) << "not on a hub";
+    EXPECT_EQ(hubs.GetUsbPortNumber(node(ControllerId)), 0u) << "not on a hub";
     EXPECT_EQ(hubs.FindHubByDevInst(node("USB\\VID_0001&PID_0001\\1")), nullptr) << "not a hub";
 }

@@ -138,10 +138,10 @@ TEST(ThreadTools, ALoggedStartStandsInFrontOfTheThreadsFirstLine) {
 }
 
 TEST(OsVersion, TellsElevenByItsBuild) {
-    constexpr char key[] = "HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
-    machine::TheRegistry().SetString(key, "ProductName", "Windows 10 Home");
-    machine::TheRegistry().SetString(key, "DisplayVersion", "");
-    machine::TheRegistry().SetString(key, "ReleaseId", "2009");
+    constexpr char Key[] = "HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
+    machine::TheRegistry().SetString(Key, "ProductName", "Windows 10 Home");
+    machine::TheRegistry().SetString(Key, "DisplayVersion", "");
+    machine::TheRegistry().SetString(Key, "ReleaseId", "2009");
     OsVersion os;
     GetOsVersion(&os);
     EXPECT_EQ(os.VersionBcd, 0x1000u);

@@ -251,7 +251,7 @@ TEST_F(Log, FollowsTheSettingsWhileItRuns) {
         Settings(lines);
         LogFile_ReadSettings();
     };
-    constexpr char other[] = "C:\\Prog\\other.log";
+    constexpr char Other[] = "C:\\Prog\\other.log";
     Start("LogLevel=3\r\n");
     EXPECT_EQ(Text(), "(no file)");
     change("LogLevel=2\r\nWriteLogfile=1\r\n");
@@ -266,9 +266,9 @@ TEST_F(Log, FollowsTheSettingsWhileItRuns) {
     change("LogLevel=0\r\n");
     WriteLog(1, "silent");
     EXPECT_FALSE(Has("elsewhere"));
-    EXPECT_TRUE(Has("elsewhere", other));
-    EXPECT_TRUE(Has("still on", other));
-    EXPECT_FALSE(Has("silent", other));
+    EXPECT_TRUE(Has("elsewhere", Other));
+    EXPECT_TRUE(Has("still on", Other));
+    EXPECT_FALSE(Has("silent", Other));
 }
 
 TEST_F(Log, AFileThatCannotBeMadeIsGivenUpAfterAHundredAttempts) {
