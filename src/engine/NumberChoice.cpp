@@ -139,11 +139,11 @@ void KeepWantedOfTwoNames(CComPort* port, const char* name) {
     port->PortChangeDone = 1;
 }
 
-// An absent port keeps its number too.
+// An absent port keeps its number too. A virtual record stood for a link, and would hold the number for good.
 static bool IsRegistryNameOfAny(const char* name) {
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         const CComPort* port = g_pComPorts->Ports[i];
-        if (port != nullptr && port->IsUsed && IsSameNoCase(port->szRegPortName, name)) {
+        if (port != nullptr && port->RecordValid && port->IsUsed && IsSameNoCase(port->szRegPortName, name)) {
             return true;
         }
     }
