@@ -81,17 +81,43 @@ static std::uint64_t EndOf(const Context& context, const std::vector<Stretch>& l
     return i + 1 < lane.size() ? lane[i + 1].fromMs : context.facts.lanes.EndMs();
 }
 
+// A bar's text is shown once the lanes are stretched so much that it fits: half a name would be another name.
+// The narrowest lane, a phone's, has 230 pixels; at scale 2, 4, and so on it is that many times as wide.
+static unsigned ScaleThatHolds(std::size_t length, double percent) {
+    constexpr double Narrowest = 230, PerCharacter = 8, Margin = 10;
+    constexpr unsigned Largest = 128; // of a screen at the highest zoom
+    unsigned scale = 1;
+    while (scale <= Largest &&
+           percent / 100 * Narrowest * scale < PerCharacter * static_cast<double>(length) + Margin) {
+        scale *= 2;
+    }
+    return scale;
+}
+
+static std::string TextsOfBar(const std::string& text, double percent) {
+    if (text.empty()) {
+        return "";
+    }
+    const unsigned whole = ScaleThatHolds(text.size(), percent);
+    std::string markup = fmt::format("<text class=\"f{}\" x=\"5\" y=\"16\">{}</text>", whole, Escaped(text));
+    const std::string number = text.starts_with("COM") ? text.substr(3, text.find(' ') - 3) : "";
+    const unsigned first = ScaleThatHolds(number.size(), percent);
+    if (!number.empty() && first < whole) {
+        markup += fmt::format("<text class=\"f{} u{}\" x=\"5\" y=\"16\">{}</text>", first, whole, Escaped(number));
+    }
+    return markup;
+}
+
 static std::string BarOf(const Context& context, const std::vector<Stretch>& lane, std::size_t i) {
     const Stretch& stretch = lane[i];
     const double from = context.axis.At(stretch.fromMs);
-    const std::string text = Escaped(ShortText(context, stretch));
+    const double width = (i + 1 < lane.size() ? context.axis.At(lane[i + 1].fromMs) : 100) - from;
     return fmt::format("<svg class=\"{}{}\" x=\"{}%\" width=\"{}%\" height=\"24\"><title>{}: {}</title>"
                        "<rect width=\"100%\" height=\"16\" y=\"4\"/>{}{}</svg>",
-                       ClassOf(stretch.state), stretch.heldBy.empty() ? "" : " held", Percent(from),
-                       Percent((i + 1 < lane.size() ? context.axis.At(lane[i + 1].fromMs) : 100) - from),
+                       ClassOf(stretch.state), stretch.heldBy.empty() ? "" : " held", Percent(from), Percent(width),
                        Escaped(context.say.Time(stretch.fromMs)), Escaped(TextOf(context, stretch)),
                        stretch.heldBy.empty() ? "" : "<rect class=\"lock\" width=\"100%\" height=\"4\" y=\"20\"/>",
-                       text.empty() ? "" : "<text x=\"5\" y=\"16\">" + text + "</text>");
+                       TextsOfBar(ShortText(context, stretch), width));
 }
 
 static std::string MarkOf(const Context& context, const TimelineEntry& entry, std::size_t index) {
@@ -182,7 +208,7 @@ std::string LanesSection(const Context& context) {
         "<button type=\"button\" id=\"fit\">{}</button> <output id=\"level\">1×</output></p>\n",
         say("Ports over time", "Ports über die Zeit"), say("Zoom out", "Verkleinern"), say("Zoom in", "Vergrößern"),
         say("Whole run", "Ganzer Lauf"));
-    text += fmt::format("<div class=\"box lanes\" id=\"lanes\" role=\"region\" tabindex=\"0\" "
+    text += fmt::format("<div class=\"box lanes x2\" id=\"lanes\" role=\"region\" tabindex=\"0\" "
                         "aria-labelledby=\"h-lanes\">\n{}<ol>\n",
                         AxisMarkup(context));
     for (std::size_t row = 0; row < marks.size(); ++row) {

@@ -117,6 +117,11 @@
 
   // --- Zoom
   let zoom = 1;
+  // Names appear where they fit, which the width decides: the narrowest lane has 230 pixels.
+  const showWhatFits = (width) => {
+    for (const step of [2, 4, 8, 16, 32, 64, 128]) lanes.classList.toggle("x" + step, width >= step * 230);
+  };
+  const showOnScreen = () => { showWhatFits((lanes.clientWidth - lanes.querySelector(".axis > span").offsetWidth) * zoom); };
   const zoomTo = (level, atX) => {
     const next = Math.min(64, Math.max(1, level));
     const label = lanes.querySelector(".axis > span").offsetWidth;
@@ -124,7 +129,7 @@
     const share = (lanes.scrollLeft + middle - label) / zoom;
     zoom = next;
     lanes.style.setProperty("--zoom", String(zoom));
-    for (const step of [2, 4, 8]) lanes.classList.toggle("zoom" + step, zoom >= step);
+    showOnScreen();
     lanes.scrollLeft = share * zoom - middle + label;
     byId("level").textContent = zoom + "×";
     byId("out").disabled = byId("fit").disabled = zoom === 1;
@@ -146,7 +151,7 @@
     zoomTo(event.deltaY < 0 ? zoom * 2 : zoom / 2, event.clientX - lanes.getBoundingClientRect().left);
   }, { passive: false });
   zoomTo(1);
-  window.addEventListener("resize", moveCursor);
+  window.addEventListener("resize", () => { showOnScreen(); moveCursor(); });
 
   // A click on a lane chooses its mark, or the port's event that is nearest in time.
   lanes.addEventListener("click", (event) => {
@@ -191,5 +196,7 @@
   if (target && events.contains(target)) choose(target);
   window.addEventListener("beforeprint", () => {
     document.querySelectorAll("details.print").forEach((one) => { one.open = true; });
+    showWhatFits(460); // the whole run, on a page upright
   });
+  window.addEventListener("afterprint", showOnScreen);
 })();

@@ -100,6 +100,8 @@ def judge_access(page):
         if attributes.get("role") == "region":
             check("a region has a name", attributes.get("aria-label") or attributes.get("aria-labelledby"))
     lanes = [e[1]["aria-label"] for e in page.of("svg") if e[1].get("class") == "lane"]
+    bars = [(e[1]["class"], e[2]) for e in page.of("text") if "class" in e[1]]
+    check(f"a bar too short for a name has its number until the name fits: {bars}", ("f2 u4", "3") in bars and ("f4", "COM3") in bars)
     check("lanes tell their story in words", any(re.search(r"10[.,]\d+ s COM3; .*COM20", lane) for lane in lanes))
 
 
