@@ -73,6 +73,7 @@ endfunction()
 # --- The rehearsal tool.
 file(GLOB_RECURSE QM_REHEARSE_SOURCES CONFIGURE_DEPENDS rehearse/*.cpp)
 list(REMOVE_ITEM QM_REHEARSE_SOURCES ${CMAKE_SOURCE_DIR}/rehearse/main.cpp)
+list(FILTER QM_REHEARSE_SOURCES EXCLUDE REGEX "Windows\\.cpp$")
 # The pages' styles and scripts, embedded with their hashes.
 set(QM_HTML ${CMAKE_SOURCE_DIR}/rehearse/html)
 set(QM_HTML_RESOURCES ${CMAKE_BINARY_DIR}/generated/html/Resources.h)

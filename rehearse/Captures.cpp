@@ -1,7 +1,7 @@
 #include "rehearse/Captures.h"
 
 #include "rehearse/DescriptionReader.h"
-#include "rehearse/Manners.h"
+#include "rehearse/Files.h"
 
 #include "simwin/kernel/Text.h"
 #include "simwin/registry/Hive.h"
@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 #include <fstream>
 
 namespace rehearse {
@@ -29,15 +28,6 @@ static Value TextValue(unsigned type, const std::string& text, const Position& a
     return value;
 }
 
-static std::string InFolder(const std::string& folder, const std::string& name) {
-    return folder.ends_with('/') || folder.ends_with('\\') ? folder + name : folder + "/" + name;
-}
-
-static bool IsFile(const std::string& path) {
-    std::error_code error;
-    return std::filesystem::is_regular_file(path, error);
-}
-
 static std::string EndingOf(const std::string& name) {
     const std::size_t dot = name.rfind('.');
     return dot == std::string::npos ? "" : machine::Lower(name.substr(dot));
@@ -52,7 +42,7 @@ static bool IsExportFile(const std::string& path) {
         return true;
     }
     std::array<char, HeadBytes> head{};
-    std::ifstream stream(path, std::ios::binary);
+    std::ifstream stream(StreamPath(path), std::ios::binary);
     stream.read(head.data(), head.size());
     const std::string_view bytes(head.data(), static_cast<std::size_t>(stream.gcount()));
     return machine::IsHive(bytes) || machine::IsExport(bytes);
@@ -156,8 +146,7 @@ static std::string NameOf(std::string path) {
 
 Record ReadMachine(const Options& options) {
     const std::string& named = options.description;
-    std::error_code error;
-    if (options.moreExports.empty() && std::filesystem::is_directory(named, error)) {
+    if (options.moreExports.empty() && IsFolder(named)) {
         const std::string description = InFolder(named, DescriptionName);
         Record record =
             IsFile(description) ? ReadDescription(description) : ReadBareFolder(named, options.ini || options.rules);

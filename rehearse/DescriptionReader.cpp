@@ -2,6 +2,7 @@
 
 #include "rehearse/DescriptionKeys.h"
 #include "rehearse/Durations.h"
+#include "rehearse/Files.h"
 #include "rehearse/Manners.h"
 
 #include "simwin/kernel/Text.h"
@@ -17,7 +18,6 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
@@ -70,8 +70,7 @@ static std::string WantedText(const Key& key) {
 }
 
 std::string FileReader::HostPath(const std::string& path) const {
-    const std::filesystem::path wanted(path);
-    return wanted.is_absolute() ? path : (std::filesystem::path(m_file).parent_path() / wanted).string();
+    return IsAbsolutePath(path) ? path : FolderOfPath(m_file) + path;
 }
 
 void FileReader::ReadText(Value& value, const std::string& utf8, const Key& key, std::string_view name) const {
@@ -279,8 +278,50 @@ void FileReader::CheckSubjects(const Record& record) const {
     }
 }
 
+static void AppendUtf8(std::string& text, char32_t code) {
+    if (code < 0x80) {
+        text.push_back(static_cast<char>(code));
+        return;
+    }
+    const int more = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+    text.push_back(static_cast<char>(0x780u >> more | code >> 6 * more));
+    for (int k = more - 1; k >= 0; --k) {
+        text.push_back(static_cast<char>(0x80 | (code >> 6 * k & 0x3F)));
+    }
+}
+
+// UTF-16 with its mark, as some shells write what is sent to a file, as UTF-8; anything else as it is.
+static std::string Utf8Of(std::string bytes, const std::string& file) {
+    const bool isBigEndian = bytes.starts_with("\xFE\xFF");
+    if (!isBigEndian && !bytes.starts_with("\xFF\xFE")) {
+        return bytes;
+    }
+    std::string text;
+    Position at{file, 1, 1};
+    char32_t first = 0; // half of a pair
+    for (std::size_t i = 2; i + 1 < bytes.size(); i += 2) {
+        const unsigned a = static_cast<unsigned char>(bytes[i]), b = static_cast<unsigned char>(bytes[i + 1]);
+        const char32_t unit = isBigEndian ? a << 8 | b : b << 8 | a;
+        const bool isSecond = unit >> 10 == 0x37;
+        if (isSecond != (first != 0)) {
+            throw InputError(at, "half of a character stands here: this is no UTF-16");
+        }
+        const char32_t code = isSecond ? 0x10000 + ((first & 0x3FF) << 10 | (unit & 0x3FF)) : unit;
+        first = unit >> 10 == 0x36 ? unit : 0;
+        if (!first) {
+            AppendUtf8(text, code);
+            at.line += unit == '\n';
+            at.column = unit == '\n' ? 1 : at.column + 1;
+        }
+    }
+    if (first || bytes.size() % 2) {
+        throw InputError(at, "the file ends in the middle of a character");
+    }
+    return text;
+}
+
 static toml::table ParseFile(const std::string& file, const Position& from) {
-    const std::string text = ReadHostFile(file, from);
+    const std::string text = Utf8Of(ReadHostFile(file, from), file);
     try {
         return toml::parse(std::string_view(text), std::string_view(file));
     } catch (const toml::parse_error& error) {
@@ -288,16 +329,10 @@ static toml::table ParseFile(const std::string& file, const Position& from) {
     }
 }
 
-static std::string CanonicalName(const std::string& file) {
-    std::error_code error;
-    const std::filesystem::path canonical = std::filesystem::weakly_canonical(file, error);
-    return error ? file : canonical.string();
-}
-
 // Reads one file after those that it includes. A description that several build on is read once.
 static void ReadInto(Record& whole, const std::string& file, const Position& from, std::set<std::string>& open,
                      std::set<std::string>& done) {
-    const std::string name = CanonicalName(file);
+    const std::string name = KeyOfFile(file);
     if (open.contains(name)) {
         throw InputError(from, fmt::format("'{}' includes itself", file));
     }
@@ -324,11 +359,9 @@ void WatchHostFiles(std::function<void(const std::string& file, const std::strin
 }
 
 std::string ReadHostFile(const std::string& file, const Position& at) {
-    std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(file, error);
-    const bool isFile = std::filesystem::is_regular_file(status) || std::filesystem::is_fifo(status);
-    std::ifstream stream(file, std::ios::binary);
-    if (!isFile || !stream) {
+    const FileKind kind = KindOfFile(file);
+    std::ifstream stream(StreamPath(file), std::ios::binary);
+    if ((kind != FileKind::File && kind != FileKind::Pipe) || !stream) {
         if (g_fileWatcher) {
             g_fileWatcher(file, nullptr);
         }

@@ -1,20 +1,13 @@
 #include "rehearse/Manners.h"
 
+#include "rehearse/Files.h"
 #include "rehearse/rules/IniFile.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
 
 namespace rehearse {
-
-// One name for one file, whether or not it is there yet.
-static std::string Canonical(const std::string& file) {
-    std::error_code error;
-    const std::filesystem::path path = std::filesystem::weakly_canonical(file, error);
-    return error ? file : path.string();
-}
 
 // Every file that a description names.
 static void AddFiles(const Record& record, std::vector<std::string>& files) {
@@ -36,20 +29,9 @@ std::string DidYouMean(std::string_view word, const std::vector<std::string>& na
     return near.empty() ? "" : fmt::format("; did you mean '{}'?", near);
 }
 
-std::vector<std::string> NamesInFolder(const std::string& folder) {
-    std::vector<std::string> names;
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
-        names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 std::string DidYouMeanFile(const std::string& file) {
-    const std::filesystem::path path(file);
-    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
-    return DidYouMean(path.filename().string(), NamesInFolder(folder.string()));
+    const std::string folder = FolderOfPath(file);
+    return DidYouMean(NameOfPath(file), NamesInFolder(folder.empty() ? "." : folder));
 }
 
 void CheckOutputs(const Options& options, const Record* description) {
@@ -68,9 +50,9 @@ void CheckOutputs(const Options& options, const Record* description) {
         if (!output || *output == "-") {
             continue;
         }
-        const std::string name = Canonical(*output);
+        const std::string name = KeyOfFile(*output);
         for (const std::string& input : inputs) {
-            if (!input.empty() && Canonical(input) == name) {
+            if (!input.empty() && KeyOfFile(input) == name) {
                 throw InputError({*output, 1, 1}, "this file is an input, it is not overwritten");
             }
         }

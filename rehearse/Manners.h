@@ -12,8 +12,6 @@ namespace rehearse {
 
 // "; did you mean 'x'?" for the one of the names that is nearest, "" if none is near.
 std::string DidYouMean(std::string_view word, const std::vector<std::string>& names);
-// In the order of their bytes, which is the same everywhere; empty for what is no folder that can be read.
-std::vector<std::string> NamesInFolder(const std::string& folder);
 // The same for a file that is not there, by the names beside it.
 std::string DidYouMeanFile(const std::string& file);
 

@@ -1,6 +1,7 @@
 #include "rehearse/OutputFile.h"
 
 #include "rehearse/Description.h"
+#include "rehearse/Files.h"
 
 #include <cstdio>
 
@@ -10,7 +11,7 @@ static constexpr const char* StandardOutput = "-";
 
 Output::Output(const std::optional<std::string>& file) : m_file(file) {
     if (m_file && *m_file != StandardOutput) {
-        m_stream.open(*m_file, std::ios::binary);
+        m_stream.open(StreamPath(*m_file), std::ios::binary);
         if (!m_stream) {
             throw InputError({*m_file, 1, 1}, "this file cannot be written");
         }

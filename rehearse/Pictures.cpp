@@ -2,6 +2,7 @@
 
 #include "rehearse/Description.h"
 #include "rehearse/Durations.h"
+#include "rehearse/Files.h"
 
 #include "simwin/desktop/Desktop.h"
 #include "simwin/drawing/IconPixels.h"
@@ -13,7 +14,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 
 namespace rehearse {
@@ -227,11 +227,8 @@ static std::string BoxPicture(const machine::MessageBoxRecord& box) {
 }
 
 Pictures::Pictures(std::string folder, std::size_t mostKept) : m_mostKept(mostKept), m_folder(std::move(folder)) {
-    std::error_code error;
-    if (!m_folder.empty()) {
-        std::filesystem::create_directories(m_folder, error);
-    }
-    if (!m_folder.empty() && !std::filesystem::is_directory(m_folder, error)) {
+    std::string error;
+    if (!m_folder.empty() && !MakeFolders(m_folder, error)) {
         throw InputError({m_folder, 1, 1}, "this folder cannot be made");
     }
 }
@@ -240,8 +237,8 @@ void Pictures::Write(const std::string& name, const std::string& svg) {
     if (m_folder.empty()) {
         return;
     }
-    const std::string path = (std::filesystem::path(m_folder) / name).string();
-    std::ofstream stream(path, std::ios::binary);
+    const std::string path = InFolder(m_folder, name);
+    std::ofstream stream(StreamPath(path), std::ios::binary);
     if (!(stream << svg << std::flush) && m_failed.empty()) {
         m_failed = path;
     }

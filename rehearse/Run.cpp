@@ -9,6 +9,7 @@
 #include "rehearse/Events.h"
 #include "rehearse/Expectations.h"
 #include "rehearse/Explanation.h"
+#include "rehearse/Files.h"
 #include "rehearse/Leaks.h"
 #include "rehearse/LogOutput.h"
 #include "rehearse/MachineBuilder.h"
@@ -37,7 +38,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <filesystem>
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -185,15 +185,11 @@ struct Outputs {
 };
 } // namespace
 
-static std::string FileNameOf(const std::string& path) {
-    return std::filesystem::path(path).filename().string();
-}
-
 static std::string PageOf(const RunResult& run, const Outputs& outputs) {
     const Options& options = run.options;
     html::PageFacts facts{.title = run.stage.description->TextOf("title"),
-                          .description = FileNameOf(options.description),
-                          .configurationFile = options.ini ? FileNameOf(*options.ini) : "",
+                          .description = NameOfPath(options.description),
+                          .configurationFile = options.ini ? NameOfPath(*options.ini) : "",
                           .configuration = outputs.configuration,
                           .seed = options.seed,
                           .stopped = run.Stopped(),

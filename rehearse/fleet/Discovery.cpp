@@ -1,23 +1,22 @@
 #include "rehearse/fleet/Discovery.h"
 
+#include "rehearse/Files.h"
+
 #include "simwin/kernel/Text.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <filesystem>
 #include <set>
 
 namespace rehearse::fleet {
-
-namespace fs = std::filesystem;
 
 static constexpr const char* OwnDescription = "machine.toml"; // of a folder that is one machine
 
 namespace {
 
 struct Place {
-    fs::path path;
+    std::string path;
     std::string name; // "" the fleet's own folder
 };
 
@@ -34,7 +33,7 @@ public:
     std::vector<Found> found;
 
 private:
-    Contents Look(const Place& place, std::error_code& error) const;
+    Contents Look(const Place& place, std::string& error) const;
     void Enter(const Place& place);
 
     std::set<std::string> m_entered; // the real paths of folders: a link that leads upwards would never end
@@ -43,29 +42,27 @@ private:
 
 } // namespace
 
-static bool HasExtension(const fs::path& path, const char* extension) {
-    return machine::EqualNoCase(path.extension().string(), extension);
+static bool HasExtension(std::string_view file, std::string_view extension) {
+    return file.size() > extension.size() && machine::EndsWithNoCase(file, extension);
 }
 
 Search::Search(const std::string& out) {
-    std::error_code error;
-    if (const fs::path real = fs::canonical(out, error); !error) {
-        m_entered.insert(real.string());
+    if (const std::string real = RealPath(out); !real.empty()) {
+        m_entered.insert(real);
     }
 }
 
-Contents Search::Look(const Place& place, std::error_code& error) const {
+Contents Search::Look(const Place& place, std::string& error) const {
     Contents contents;
-    for (fs::directory_iterator at(place.path, error), end; !error && at != end; at.increment(error)) {
-        std::error_code unknown;
-        const std::string file = at->path().filename().string();
-        Place inside{at->path(), place.name.empty() ? file : place.name + "/" + file};
-        if (at->is_directory(unknown)) {
-            (at->is_symlink(unknown) ? contents.links : contents.folders).push_back(std::move(inside));
-        } else if (HasExtension(at->path(), ".toml")) {
+    for (const FolderEntry& entry : ListFolder(place.path, error)) {
+        const std::string& file = entry.name;
+        Place inside{InFolder(place.path, file), place.name.empty() ? file : place.name + "/" + file};
+        if (entry.isFolder) {
+            (entry.isLink ? contents.links : contents.folders).push_back(std::move(inside));
+        } else if (HasExtension(file, ".toml")) {
             contents.isMachine = contents.isMachine || machine::EqualNoCase(file, OwnDescription);
             contents.descriptions.push_back(std::move(inside));
-        } else if (HasExtension(at->path(), ".reg")) {
+        } else if (HasExtension(file, ".reg")) {
             contents.hasExports = true;
         }
     }
@@ -73,23 +70,23 @@ Contents Search::Look(const Place& place, std::error_code& error) const {
 }
 
 void Search::Enter(const Place& place) {
-    std::error_code error;
-    const fs::path real = fs::canonical(place.path, error);
-    if (!error && !m_entered.insert(real.string()).second) {
+    const std::string real = RealPath(place.path);
+    if (!real.empty() && !m_entered.insert(real).second) {
         return;
     }
-    const std::string name = place.name.empty() ? real.filename().string() : place.name;
-    Contents contents = error ? Contents() : Look(place, error);
-    if (error) {
-        found.push_back({name, place.path.string(), true, error.message()});
+    const std::string name = place.name.empty() ? NameOfPath(real) : place.name;
+    std::string error;
+    Contents contents = Look(place, error);
+    if (!error.empty()) {
+        found.push_back({name, place.path, true, error});
         return;
     }
     if (contents.isMachine || (contents.hasExports && contents.descriptions.empty())) {
-        found.push_back({name, place.path.string(), true, ""});
+        found.push_back({name, place.path, true, ""});
         return;
     }
     for (const Place& one : contents.descriptions) {
-        found.push_back({one.name, one.path.string(), false, ""});
+        found.push_back({one.name, one.path, false, ""});
     }
     std::move(contents.folders.begin(), contents.folders.end(), std::back_inserter(m_folders));
     std::move(contents.links.begin(), contents.links.end(), std::back_inserter(m_links));

@@ -3,6 +3,7 @@
 #include "rehearse/Description.h"
 #include "rehearse/DescriptionReader.h"
 #include "rehearse/Durations.h"
+#include "rehearse/Files.h"
 #include "rehearse/Manners.h"
 #include "rehearse/fleet/Discovery.h"
 #include "rehearse/fleet/Fingerprint.h"
@@ -16,7 +17,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 #include <stdexcept>
 #include <unordered_map>
@@ -28,7 +28,7 @@ static constexpr std::size_t MostAhead = 2000; // results that wait for an earli
 static constexpr std::uint64_t ProgressMs = 250, ProgressFromMs = 1000;
 
 static std::string FileNameOf(const std::string& path) {
-    return ShownName(std::filesystem::path(path).filename().string());
+    return ShownName(NameOfPath(path));
 }
 
 // --- What is asked
@@ -79,9 +79,8 @@ static Question QuestionOf(const Call& call, const std::vector<Found>& machines)
     const std::string older =
         call.options.compare ? ReadHostFile(*call.options.compare, {*call.options.compare, 1, 1}) : "";
     Question question;
-    std::error_code error;
-    const std::filesystem::path folder = std::filesystem::canonical(call.folder, error);
-    question.fleet = error ? ShownName(call.folder) : ShownName(folder.filename().string());
+    const std::string folder = RealPath(call.folder);
+    question.fleet = ShownName(folder.empty() ? call.folder : NameOfPath(folder));
     question.ini = FileNameOf(*call.options.ini);
     question.older = call.options.compare ? FileNameOf(*call.options.compare) : "";
     Findings findings;
@@ -196,11 +195,7 @@ FleetRun::FleetRun(const Call& call, const Question& question, const Store* stor
 
 // Files are named as seen from the fleet's folder, so that a result is the same wherever the folder is mounted.
 std::string FleetRun::Relative(const std::string& text) const {
-    std::string prefix = m_call.folder;
-    while (prefix.size() > 1 && prefix.ends_with('/')) {
-        prefix.pop_back();
-    }
-    prefix += '/';
+    const std::string prefix = InFolder(m_call.folder, "");
     std::string relative = text;
     for (std::size_t at = relative.find(prefix); at != std::string::npos; at = relative.find(prefix, at)) {
         relative.erase(at, prefix.size());
@@ -210,14 +205,7 @@ std::string FleetRun::Relative(const std::string& text) const {
 
 // A folder's own list of files belongs to it too: an export more is another machine.
 std::string FleetRun::KeyOfMachine(const Found& machine) const {
-    std::vector<std::string> files;
-    std::error_code error;
-    if (machine.isFolder) {
-        for (const auto& entry : std::filesystem::directory_iterator(machine.path, error)) {
-            files.push_back(entry.path().filename().string());
-        }
-    }
-    std::sort(files.begin(), files.end());
+    const std::vector<std::string> files = machine.isFolder ? NamesInFolder(machine.path) : std::vector<std::string>();
     Fingerprint key;
     key.Add(m_question.key);
     for (const std::string& file : files) {
@@ -264,9 +252,7 @@ std::optional<MachineResult> FleetRun::Kept(const Found& machine) {
     if (kept->result.verdict == VerdictTimeLimit && kept->result.why != TimeLimitText(m_call.limitMs)) {
         return std::nullopt; // it has more time now, or less
     }
-    std::error_code error;
-    const bool hasPage =
-        kept->result.report.empty() || std::filesystem::exists(m_store->PathOf(kept->result.report), error);
+    const bool hasPage = kept->result.report.empty() || IsFile(m_store->PathOf(kept->result.report));
     return hasPage ? std::optional(std::move(kept->result)) : std::nullopt;
 }
 
@@ -288,9 +274,7 @@ MachineResult FleetRun::Judge(const Found& machine, const Ended& ended,
         result.why = TimeLimitText(m_call.limitMs);
     } else {
         const std::string last = LastLine(ended.errors);
-        result.why =
-            fmt::format("its process {} {}{}{}", ended.way == Way::Killed ? "was ended by signal" : "ended with",
-                        ended.code, last.empty() ? "" : ": ", last);
+        result.why = fmt::format("its process {}{}{}", HowItEnded(ended), last.empty() ? "" : ": ", last);
     }
     result.name = ShownName(machine.name);
     result.why = Relative(result.why);
@@ -385,11 +369,10 @@ static int RunShard(const Call& call) {
     if (shard.count > 1 && call.out.empty()) {
         throw std::runtime_error("--shard: the results need --out, from where --merge takes them");
     }
-    std::error_code error;
-    if (!std::filesystem::is_directory(call.folder, error)) {
+    if (!IsFolder(call.folder)) {
         throw InputError({call.folder, 1, 1}, "there is no such folder" + DidYouMeanFile(call.folder));
     }
-    if (!call.out.empty() && std::filesystem::equivalent(call.folder, call.out, error)) {
+    if (IsFolder(call.out) && KeyOfFile(call.folder) == KeyOfFile(call.out)) {
         throw std::runtime_error("--out: the results cannot be among the machines themselves");
     }
     const std::vector<Found> machines = FindMachines(call.folder, call.out);
@@ -425,7 +408,7 @@ static int RunShard(const Call& call) {
 }
 
 static int Merge(const Call& call) {
-    if (!std::filesystem::is_directory(call.out)) {
+    if (!IsFolder(call.out)) {
         throw InputError({call.out, 1, 1}, "there is no such folder");
     }
     const Store store(call.out);

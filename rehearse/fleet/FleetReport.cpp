@@ -1,10 +1,11 @@
 #include "rehearse/fleet/FleetReport.h"
 
+#include "rehearse/Files.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 
 namespace rehearse::fleet {
 
@@ -14,14 +15,11 @@ static constexpr const char* OwnPage = "fleet.html";
 
 // The folder of the results as seen from a page elsewhere.
 static std::string FolderFrom(const std::optional<std::string>& page, const Store* store) {
-    namespace fs = std::filesystem;
     if (!page || !store) {
         return "";
     }
-    std::error_code error;
-    const fs::path from = *page == "-" ? fs::path(".") : fs::path(*page).parent_path();
-    const std::string folder =
-        fs::proximate(store->Folder(), from.empty() ? fs::path(".") : from, error).generic_string();
+    const std::string from = FolderOfPath(*page);
+    const std::string folder = PathBetween(from.empty() ? "." : from, store->Folder());
     return folder == "." ? "" : folder;
 }
 

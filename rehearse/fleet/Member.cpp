@@ -2,6 +2,7 @@
 
 #include "rehearse/Description.h"
 #include "rehearse/DescriptionReader.h"
+#include "rehearse/Files.h"
 #include "rehearse/Verdict.h"
 #include "rehearse/fleet/Fingerprint.h"
 #include "rehearse/rules/Compare.h"
@@ -12,7 +13,6 @@
 #include <fmt/format.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <utility>
 
 namespace rehearse::fleet {
@@ -154,8 +154,7 @@ MemberOutput ReadMember(const std::string& output) {
 }
 
 std::string FingerprintOfFile(const std::string& file) {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(file, error)) {
+    if (!IsFile(file)) {
         return ""; // a pipe would wait for a writer
     }
     try {

@@ -21,6 +21,9 @@ struct Ended {
     int code = 0; // its exit code, or what killed it
 };
 
+// "ended with 5" or, in the system's own way, what killed it.
+std::string HowItEnded(const Ended& ended);
+
 class Processes {
 public:
     // limitMs: of the host's time, for each process; one that takes longer is ended.

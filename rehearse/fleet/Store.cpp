@@ -1,20 +1,19 @@
 #include "rehearse/fleet/Store.h"
 
 #include "rehearse/Description.h"
+#include "rehearse/Files.h"
 #include "rehearse/fleet/Fingerprint.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <charconv>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
 namespace rehearse::fleet {
 
-namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
 static constexpr std::size_t MostOfName = 60; // in a file's name; the fingerprint makes it unique
@@ -44,7 +43,7 @@ static std::string ShardFile(const Shard& shard) {
 }
 
 static std::optional<std::string> ReadWhole(const std::string& file) {
-    std::ifstream stream(file, std::ios::binary);
+    std::ifstream stream(StreamPath(file), std::ios::binary);
     std::ostringstream text;
     if (!stream || !(text << stream.rdbuf())) {
         return std::nullopt;
@@ -54,10 +53,9 @@ static std::optional<std::string> ReadWhole(const std::string& file) {
 
 Store::Store(std::string folder) : m_folder(std::move(folder)) {
     for (const char* part : {"results", "machines", "shards"}) {
-        std::error_code error;
-        fs::create_directories(PathOf(part), error);
-        if (error) {
-            throw InputError({m_folder, 1, 1}, "this folder cannot be made: " + error.message());
+        std::string error;
+        if (!MakeFolders(PathOf(part), error)) {
+            throw InputError({m_folder, 1, 1}, "this folder cannot be made: " + error);
         }
     }
 }
@@ -71,7 +69,8 @@ std::string Store::ResultFileOf(const std::string& name) {
 }
 
 WholeFile::WholeFile(std::string path)
-    : m_path(std::move(path)), m_part(m_path + ".part"), m_stream(m_part, std::ios::binary | std::ios::trunc) {
+    : m_path(std::move(path)), m_part(m_path + ".part"),
+      m_stream(StreamPath(m_part), std::ios::binary | std::ios::trunc) {
     if (!m_stream) {
         throw InputError({m_path, 1, 1}, "this file cannot be written");
     }
@@ -80,8 +79,7 @@ WholeFile::WholeFile(std::string path)
 WholeFile::~WholeFile() {
     if (m_stream.is_open()) {
         m_stream.close();
-        std::error_code error;
-        fs::remove(m_part, error);
+        RemoveFile(m_part);
     }
 }
 
@@ -93,8 +91,7 @@ void WholeFile::Write(const std::string& text) {
 
 void WholeFile::Complete() {
     m_stream.close();
-    std::error_code error;
-    if (m_stream.fail() || (fs::rename(m_part, m_path, error), error)) {
+    if (m_stream.fail() || !MoveOver(m_part, m_path)) {
         throw InputError({m_path, 1, 1}, "this file cannot be written");
     }
 }
@@ -144,11 +141,9 @@ void Store::SaveShard(const Shard& shard, const Question& question, const std::v
     Write(ShardFile(shard), json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n");
     // What an earlier run with another number of shards left would only confuse a merge.
     const std::string own = fmt::format("-of-{}.json", shard.count);
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(PathOf("shards"), error)) {
-        const std::string name = entry.path().filename().string();
+    for (const std::string& name : NamesInFolder(PathOf("shards"))) {
         if (name.starts_with("shard-") && name.ends_with(".json") && !name.ends_with(own)) {
-            fs::remove(entry.path(), error);
+            RemoveFile(PathOf("shards/" + name));
         }
     }
 }
@@ -173,9 +168,7 @@ static KeptShard LoadShard(const std::string& path) {
 
 unsigned Store::CountOfShards() const {
     unsigned count = 0;
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(PathOf("shards"), error)) {
-        const std::string name = entry.path().filename().string();
+    for (const std::string& name : NamesInFolder(PathOf("shards"))) {
         const std::size_t of = name.find("-of-");
         if (name.starts_with("shard-") && name.ends_with(".json") && of != std::string::npos) {
             unsigned number = 0;

@@ -19,7 +19,8 @@ want() {
 }
 
 scratch=$(mktemp)
-trap 'rm -f "$scratch"' EXIT
+wide=$scratch.toml
+trap 'rm -f "$scratch" "$wide"' EXIT
 
 for file in *.toml; do
     line=$(head -n 1 "$file")
@@ -39,6 +40,16 @@ want 'fine/../fine/fine.toml:1:1: this file is an input, it is not overwritten' 
 want 'absent.json:1:1: two outputs cannot go to one file' --log absent.json --json absent.json fine/fine.toml
 want 'absent.ini:1:1: there is no file '\''absent.ini'\'' that can be read' --ini absent.ini fine/fine.toml
 want 'absent/report.json:1:1: this file cannot be written' --json absent/report.json fine/fine.toml
+
+# As some shells write a file. The column counts characters, also those of two halves.
+for encoding in UTF-16LE UTF-16BE; do
+    printf '\uFEFF# \uE4\r\ntitle = "\U1F50C" 5\r\n' | iconv -f UTF-8 -t $encoding >"$wide"
+    want "$wide:2:13: Error while parsing key-value pair: expected a comment or whitespace, saw '5'" "$wide"
+done
+printf '\xFF\xFE#\0\n\0\x3D\xD8\n\0' >"$wide"
+want "$wide:2:1: half of a character stands here: this is no UTF-16" "$wide"
+printf '\xFE\xFF\0#\0' >"$wide"
+want "$wide:1:2: the file ends in the middle of a character" "$wide"
 
 [ "$judged" -gt 20 ] || { echo "only $judged inputs were judged"; exit 1; }
 [ "$failed" = 0 ] && echo "$judged wrong inputs, each with its line"

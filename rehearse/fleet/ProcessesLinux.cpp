@@ -125,6 +125,10 @@ static void ReadSome(int& file, std::string& text, std::size_t most) {
     _exit(127);
 }
 
+std::string HowItEnded(const Ended& ended) {
+    return fmt::format("{} {}", ended.way == Way::Killed ? "was ended by signal" : "ended with", ended.code);
+}
+
 Processes::Processes(std::uint64_t limitMs) : m_limitMs(limitMs) {
 }
 
