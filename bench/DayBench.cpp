@@ -89,12 +89,11 @@ static void RunMinutes(Day* day, int minutes) {
     if (!RunUntil(earlyMs - 1, day)) {
         return;
     }
-    machine::Process* service = machine::ServiceProcess(rehearse::ServiceName);
+    const machine::Ref service(machine::ServiceProcess(rehearse::ServiceName));
     if (!service) {
         day->stopped = "the service does not run";
         return;
     }
-    service->Retain();
     day->bytesEarly = service->heap.Bytes();
     day->blocksEarly = service->heap.Blocks();
     day->handlesEarly = service->handles.Entries().size();
@@ -111,7 +110,6 @@ static void RunMinutes(Day* day, int minutes) {
     }
     day->switches = machine::Counts().switches;
     day->threads = machine::Counts().threadsStarted;
-    service->Release();
 }
 
 constexpr char LogPath[] = "C:\\_Quillmarch.log"; // where the log goes without a key

@@ -78,11 +78,7 @@ static void StartProduct(Stage& stage) {
         stage.timeline->Outside("it could not be started: " + why);
         return;
     }
-    if (stage.product) {
-        stage.product->Release();
-    }
-    process->Retain();
-    stage.product = process;
+    stage.product = machine::Ref(process);
 }
 
 static Action StartEvent(const Record&, Stage& stage) {
@@ -205,12 +201,6 @@ static void OnPowerEvent(Stage& stage, machine::PowerEvent event) {
     stage.timeline->Outside("the machine is off");
     for (const Action& action : std::exchange(stage.atOff, {})) {
         action();
-    }
-}
-
-Stage::~Stage() {
-    if (product) {
-        product->Release();
     }
 }
 

@@ -5,6 +5,8 @@
 #include "rehearse/Description.h"
 #include "rehearse/Timeline.h"
 
+#include "simwin/kernel/Process.h"
+
 #include <cstdint>
 #include <functional>
 #include <vector>
@@ -24,14 +26,14 @@ struct Stage {
     const Record* description = nullptr;
     Timeline* timeline = nullptr;
     Balloons* balloons = nullptr;
-    machine::Process* product = nullptr; // started last; retained until the stage goes
-    std::vector<Action> atWaking;        // events that the machine slept through
-    std::vector<Action> atOff;           // that wait for the end of a shutdown
-    bool hasEnded = false;               // cancels what was still to come
+    machine::Ref<machine::Process> product; // started last
+    std::vector<Action> atWaking;           // events that the machine slept through
+    std::vector<Action> atOff;              // that wait for the end of a shutdown
+    bool hasEnded = false;                  // cancels what was still to come
 
     Stage(const Record* ofMachine, Timeline* toFill, Balloons* shown)
         : description(ofMachine), timeline(toFill), balloons(shown) {}
-    ~Stage(); // after the end of the machine
+    ~Stage() = default; // after the end of the machine
     Stage(const Stage&) = delete;
     Stage& operator=(const Stage&) = delete;
 };

@@ -282,7 +282,7 @@ static Wrongs WrongsOf(const Record& expect, const Stage& stage) {
     } else if (IsAboutDesktop(expect)) {
         JudgeDesktop(expect, stage, wrongs);
     } else {
-        JudgeService(expect, stage.product, wrongs);
+        JudgeService(expect, stage.product.Get(), wrongs);
     }
     return wrongs;
 }

@@ -123,7 +123,7 @@ static void Notify(Stage& stage, simwin::DWORD code, const std::vector<std::uint
     const Record* product = stage.description->TableOf("quillmarch");
     const bool isWindowRole = product && product->TextOf("role") == "debug";
     machine::Process* service = isWindowRole ? nullptr : machine::ServiceProcess(ServiceName);
-    machine::Process* process = service ? service : stage.product;
+    machine::Process* process = service ? service : stage.product.Get();
     if (!process || process->ended) {
         return;
     }

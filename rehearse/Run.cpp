@@ -52,24 +52,22 @@ constexpr std::uint64_t StopLimitMs = MsPerMinute; // how long a stop after the 
 // Stops the running processes of the product, so that what they left open can be counted.
 static void StopProduct(const Stage& stage, const Leaks& leaks, nlohmann::ordered_json& report) {
     machine::Process* service = machine::ServiceProcess(ServiceName);
-    machine::Process* process = service ? service : stage.product;
+    const machine::Ref process(service ? service : stage.product.Get());
     if (!process) {
         return;
     }
-    process->Retain();
     if (!process->ended) {
         machine::WakeMachine(); // the run may have ended in its sleep
         if (service) {
             machine::PostServiceControl(ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
         } else {
-            machine::CloseWindowsOf(process); // so ends a debug run
+            machine::CloseWindowsOf(process.Get()); // so ends a debug run
         }
         (void)machine::RunMachine({machine::Now() + StopLimitMs}); // the verdict of the run itself is already final
     }
     if (process->ended && !process->killed) {
-        SetLeaks(report, leaks.HandlesOf(process), process->leakedBytes);
+        SetLeaks(report, leaks.HandlesOf(process.Get()), process->leakedBytes);
     }
-    process->Release();
 }
 
 // The lines of a run that did not end normally; the last one begins with the kind of failure.
@@ -210,7 +208,7 @@ static std::string PageOf(const RunResult& run, const Outputs& outputs) {
 
 static void WriteReports(const RunResult& run, Outputs& outputs) {
     const Options& options = run.options;
-    const RunFacts facts{run.stage.description->TextOf("title"), options.seed, run.stage.product};
+    const RunFacts facts{run.stage.description->TextOf("title"), options.seed, run.stage.product.Get()};
     const Timeline& timeline = *run.stage.timeline;
     const Balloons& balloons = *run.stage.balloons;
     if (PrintReport(options)) {

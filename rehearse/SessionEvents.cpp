@@ -125,12 +125,10 @@ static Action RunEvent(const Record& event, Stage& stage) {
             stage.timeline->Outside(fmt::format("{} is not logged on, and runs nothing", logon.user));
             return;
         }
-        auto* token = new machine::Token(machine::LogonToken(user));
-        token->Retain();
+        const machine::Ref token(new machine::Token(machine::LogonToken(user)));
         machine::StartWith(now, *token);
         simwin::DWORD error = 0;
         const bool isStarted = machine::StartProgram(now, &error) != nullptr;
-        token->Release();
         stage.timeline->Outside(
             fmt::format("{} {}{}", logon.user, isStarted ? "runs " : "cannot run ", start.commandLine));
     };

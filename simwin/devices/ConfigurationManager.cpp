@@ -67,6 +67,12 @@ static DeviceNode* PresentNode(simwin::DEVINST number) {
     return node && node->IsPresent() ? node : nullptr;
 }
 
+// Returns: the injected error if there is one, else whether a present device was found.
+static simwin::CONFIGRET FindPresent(simwin::DEVINST number, simwin::CONFIGRET injected, DeviceNode** found) {
+    *found = PresentNode(number);
+    return injected ? injected : *found ? simwin::CR_SUCCESS : Missing(number);
+}
+
 static simwin::ULONG StatusOf(const DeviceNode& node) {
     using namespace simwin;
     ULONG status = DN_NT_ENUMERATOR | DN_NT_DRIVER | DN_DISABLEABLE;
@@ -148,12 +154,9 @@ using namespace machine;
 CONFIGRET CM_Get_Parent(PDEVINST parent, DEVINST node, ULONG flags) {
     SIM_CALL("CM_Get_Parent", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_FAILURE);
     CheckFlags("CM_Get_Parent", flags, 0);
-    if (simCall.error) {
-        return simCall.error;
-    }
-    const DeviceNode* found = PresentNode(node);
-    if (!found) {
-        return Missing(node);
+    DeviceNode* found = nullptr;
+    if (const CONFIGRET failure = FindPresent(node, simCall.error, &found)) {
+        return failure;
     }
     if (!found->parent) {
         return CR_NO_SUCH_DEVNODE;
@@ -165,12 +168,9 @@ CONFIGRET CM_Get_Parent(PDEVINST parent, DEVINST node, ULONG flags) {
 CONFIGRET CM_Get_Child(PDEVINST child, DEVINST node, ULONG flags) {
     SIM_CALL("CM_Get_Child", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_FAILURE);
     CheckFlags("CM_Get_Child", flags, 0);
-    if (simCall.error) {
-        return simCall.error;
-    }
-    const DeviceNode* found = PresentNode(node);
-    if (!found) {
-        return Missing(node);
+    DeviceNode* found = nullptr;
+    if (const CONFIGRET failure = FindPresent(node, simCall.error, &found)) {
+        return failure;
     }
     for (const DeviceNode* candidate : found->children) {
         if (candidate->IsPresent()) {
@@ -184,12 +184,9 @@ CONFIGRET CM_Get_Child(PDEVINST child, DEVINST node, ULONG flags) {
 CONFIGRET CM_Get_Sibling(PDEVINST sibling, DEVINST node, ULONG flags) {
     SIM_CALL("CM_Get_Sibling", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_FAILURE);
     CheckFlags("CM_Get_Sibling", flags, 0);
-    if (simCall.error) {
-        return simCall.error;
-    }
-    const DeviceNode* found = PresentNode(node);
-    if (!found) {
-        return Missing(node);
+    DeviceNode* found = nullptr;
+    if (const CONFIGRET failure = FindPresent(node, simCall.error, &found)) {
+        return failure;
     }
     if (!found->parent) {
         return CR_NO_SUCH_DEVNODE;
@@ -228,12 +225,9 @@ CONFIGRET CM_Get_Device_IDA(DEVINST node, PSTR buffer, ULONG size, ULONG flags) 
 CONFIGRET CM_Get_DevNode_Status(PULONG status, PULONG problem, DEVINST node, ULONG flags) {
     SIM_CALL("CM_Get_DevNode_Status", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_FAILURE);
     CheckFlags("CM_Get_DevNode_Status", flags, 0);
-    if (simCall.error) {
-        return simCall.error;
-    }
-    const DeviceNode* found = PresentNode(node);
-    if (!found) {
-        return Missing(node);
+    DeviceNode* found = nullptr;
+    if (const CONFIGRET failure = FindPresent(node, simCall.error, &found)) {
+        return failure;
     }
     if (!status || !problem) {
         return CR_INVALID_POINTER;
@@ -262,12 +256,9 @@ CONFIGRET CM_Get_DevNode_Registry_PropertyW(DEVINST node, ULONG property, PULONG
 CONFIGRET CM_Get_First_Log_Conf(PLOG_CONF configuration, DEVINST node, ULONG flags) {
     SIM_CALL("CM_Get_First_Log_Conf", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_NO_MORE_LOG_CONF,
              CR_FAILURE);
-    if (simCall.error) {
-        return simCall.error;
-    }
-    DeviceNode* found = PresentNode(node);
-    if (!found) {
-        return Missing(node);
+    DeviceNode* found = nullptr;
+    if (const CONFIGRET failure = FindPresent(node, simCall.error, &found)) {
+        return failure;
     }
     if (flags != ALLOC_LOG_CONF && flags != BOOT_LOG_CONF) {
         NotModelled("CM_Get_First_Log_Conf", "a configuration that is neither the allocated nor the boot one");
@@ -479,12 +470,9 @@ CONFIGRET CM_Request_Device_EjectW(DEVINST node, PPNP_VETO_TYPE vetoType, LPWSTR
     SIM_CALL("CM_Request_Device_EjectW", IdOf(node), CR_NO_SUCH_DEVNODE, CR_INVALID_DEVNODE, CR_ACCESS_DENIED,
              CR_REMOVE_VETOED, CR_FAILURE);
     CheckFlags("CM_Request_Device_EjectW", flags, 0);
-    if (simCall.error) {
-        return simCall.error;
-    }
-    DeviceNode* found = PresentNode(node);
-    if (!found) {
-        return Missing(node);
+    DeviceNode* found = nullptr;
+    if (const CONFIGRET failure = FindPresent(node, simCall.error, &found)) {
+        return failure;
     }
     const RemovalVeto veto = EjectDevice(*found);
     if (!veto.refusing) {

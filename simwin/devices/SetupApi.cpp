@@ -98,6 +98,17 @@ static const ListEntry* EntryOf(const DeviceList& list, const SP_DEVICE_INTERFAC
     return nullptr;
 }
 
+// Null, with the last error, also for a device that was uninstalled since the list was made.
+static const ListEntry* InstalledEntry(HDEVINFO handle, const SP_DEVINFO_DATA* device) {
+    const DeviceList* list = ListOf(handle);
+    const ListEntry* entry = list ? EntryOf(*list, device) : nullptr;
+    if (entry && entry->node->uninstalled) {
+        SetError(ERROR_NO_SUCH_DEVINST);
+        return nullptr;
+    }
+    return entry;
+}
+
 static void GiveInterface(const ListEntry& entry, std::size_t index, SP_DEVICE_INTERFACE_DATA& data) {
     GuidFromText(entry.deviceInterface->classGuid, data.InterfaceClassGuid);
     data.Flags = entry.deviceInterface->up ? SPINT_ACTIVE : 0;
@@ -334,13 +345,8 @@ BOOL SetupDiGetDeviceRegistryPropertyA(HDEVINFO handle, PSP_DEVINFO_DATA device,
         SetError(simCall.error);
         return FALSE;
     }
-    const machine::DeviceList* list = ListOf(handle);
-    const ListEntry* entry = list ? EntryOf(*list, device) : nullptr;
+    const ListEntry* entry = InstalledEntry(handle, device);
     if (!entry) {
-        return FALSE;
-    }
-    if (entry->node->uninstalled) {
-        SetError(ERROR_NO_SUCH_DEVINST);
         return FALSE;
     }
     constexpr DWORD FirstUnknown = 0x25, InvalidProperty = 0xE0000209;
@@ -445,13 +451,8 @@ BOOL SetupDiRemoveDevice(HDEVINFO handle, PSP_DEVINFO_DATA device) {
         SetError(simCall.error);
         return FALSE;
     }
-    const machine::DeviceList* list = ListOf(handle);
-    const ListEntry* entry = list ? EntryOf(*list, device) : nullptr;
+    const ListEntry* entry = InstalledEntry(handle, device);
     if (!entry) {
-        return FALSE;
-    }
-    if (entry->node->uninstalled) {
-        SetError(ERROR_NO_SUCH_DEVINST);
         return FALSE;
     }
     if (!MayChangeDevices()) {

@@ -41,19 +41,23 @@ struct Object {
     // The last handle to it was closed, by the program or by the end of its process. It may still be referred to.
     virtual void LastHandleClosed() {}
 
-    void Retain() { ++references; }
+    const ObjectKind kind;
+    int openHandles = 0;
+
+    Object(const Object&) = delete;
+    Object& operator=(const Object&) = delete;
+
+private:
+    template<typename T>
+    friend class Ref; // nothing else retains or releases
+    void Retain() { ++m_references; }
     void Release() {
-        if (--references == 0) {
+        if (--m_references == 0) {
             delete this;
         }
     }
 
-    const ObjectKind kind;
-    int references = 0;  // handles and holders
-    int openHandles = 0; // handles alone
-
-    Object(const Object&) = delete;
-    Object& operator=(const Object&) = delete;
+    int m_references = 0; // handles and holders
 };
 
 // Holds an object for as long as it is there itself. On the stack of a fiber it must not be there across a switch: the

@@ -34,8 +34,8 @@ struct Scheduler {
     bool seeded = false;
     Thread* current = nullptr;
     std::deque<Thread*> ready;
-    std::vector<Thread*> threads; // that have not ended, in the order of their start
-    std::vector<Thread*> ended;   // whose stacks are still to be released
+    std::vector<Ref<Thread>> threads; // that have not ended, in the order of their start
+    std::vector<Ref<Thread>> ended;   // whose stacks are still to be released
     std::map<DueKey, std::function<void()>> due;
     std::map<DueKey, std::function<void()>> frozen; // the machine's own, while it sleeps
     bool asleep = false;
@@ -54,13 +54,12 @@ static Scheduler* g_scheduler;
 
 static void ReapEnded() {
     while (!g_scheduler->ended.empty()) {
-        Thread* thread = g_scheduler->ended.back();
+        const Ref<Thread> thread = std::move(g_scheduler->ended.back());
         g_scheduler->ended.pop_back();
         if (thread->stack) {
             ReturnStack(thread->stack, thread->stackSize);
         }
         thread->stack = nullptr;
-        thread->Release();
     }
 }
 
@@ -103,6 +102,15 @@ static void MakeReady(Thread* thread) {
     g_scheduler->ready.push_back(thread);
 }
 
+// The scheduler lets go of a thread only after it has left its stack: it may be the running one.
+static void KeepUntilReaped(const Thread* thread) {
+    auto& threads = g_scheduler->threads;
+    const auto found =
+        std::find_if(threads.begin(), threads.end(), [&](const auto& one) { return one.Get() == thread; });
+    g_scheduler->ended.push_back(std::move(*found));
+    threads.erase(found);
+}
+
 // Removes a thread from all of the scheduler's lists; its stack is released once it no longer runs.
 static void Retire(Thread* thread, simwin::DWORD exitCode) {
     LeaveQueue(thread);
@@ -112,11 +120,10 @@ static void Retire(Thread* thread, simwin::DWORD exitCode) {
     thread->state = ThreadState::Ended;
     thread->exitCode = exitCode;
     thread->impersonated = {};
-    std::erase(g_scheduler->threads, thread);
+    KeepUntilReaped(thread);
     std::erase(thread->process->threads, thread);
     thread->autoReset = false;
     thread->Signal();
-    g_scheduler->ended.push_back(thread);
 }
 
 [[noreturn]] static void ThreadMain(Thread* thread) {
@@ -168,7 +175,7 @@ static bool RunDue(Due last) {
 // What can never happen when nothing is runnable and nothing is due; empty if all waiting threads are idle.
 static std::string NeverComes() {
     std::string text;
-    for (const Thread* thread : g_scheduler->threads) {
+    for (const auto& thread : g_scheduler->threads) {
         if (thread->state == ThreadState::Waiting &&
             (thread->waitKind == WaitKind::CriticalSection || thread->waitKind == WaitKind::Machine ||
              thread->waitKind == WaitKind::Answer)) {
@@ -319,7 +326,7 @@ void WakeMachine() {
     std::set<DueId> limits; // of waits that count the time asleep
     constexpr unsigned FirstWithoutSleep = 0x0602;
     if (TheSetup().version.Packed() < FirstWithoutSleep) {
-        for (const Thread* thread : s.threads) {
+        for (const auto& thread : s.threads) {
             limits.insert(thread->waitDue);
         }
     }
@@ -352,19 +359,22 @@ Thread* CurrentThread() {
 }
 
 std::vector<Thread*> AllThreads() {
-    return g_scheduler->threads;
+    std::vector<Thread*> all;
+    for (const auto& thread : g_scheduler->threads) {
+        all.push_back(thread.Get());
+    }
+    return all;
 }
 
 Thread* CreateThreadOf(Process* process, std::function<simwin::DWORD()> entry, std::size_t stackBytes) {
     auto* thread = new Thread;
-    thread->Retain(); // the scheduler's own, until it has ended
+    g_scheduler->threads.emplace_back(thread);
     thread->id = g_scheduler->nextThreadId += 4;
     thread->process = process;
     thread->entry = std::move(entry);
     thread->suspendCount = 1;
     thread->stackSize = std::max(stackBytes, DefaultStackBytes);
     thread->stack = TakeStack(thread->stackSize);
-    g_scheduler->threads.push_back(thread);
     process->threads.push_back(thread);
     ++g_scheduler->counts.threadsStarted;
     return thread;
@@ -471,14 +481,14 @@ bool IsRunStopped() {
 
 std::string WhoWaits() {
     std::string text;
-    for (const Thread* thread : g_scheduler->threads) {
+    for (const auto& thread : g_scheduler->threads) {
         const std::string& path = thread->process->imagePath;
         const std::string program = path.substr(path.rfind('\\') + 1);
         std::string doing = "can run";
         if (thread->state == ThreadState::Suspended) {
             doing = "is suspended";
         } else if (thread->state == ThreadState::Waiting) {
-            doing = fmt::format("waits for {} in {}{}", thread->waitWhat, thread->call, DescribeHolder(thread));
+            doing = fmt::format("waits for {} in {}{}", thread->waitWhat, thread->call, DescribeHolder(thread.Get()));
         }
         text += fmt::format("  thread {} of {} (process {}) {}\n", thread->id, program, thread->process->id, doing);
     }

@@ -1,7 +1,7 @@
 #include "balloon/CUxTheme.h"
 
+#include "balloon/GdiObjects.h"
 #include "support/log/LogFile.h"
-#include "support/system/ScopeGuard.h"
 #include "support/system/SystemTools.h"
 
 constexpr int MaxWideChars = 1024;
@@ -54,10 +54,9 @@ bool CUxTheme::IsUsable() const {
     if (!m_isThemeActive()) {
         return false;
     }
-    const HDC context = CreateCompatibleDC(nullptr);
-    const auto deleteContext = OnScopeExit([context] { DeleteDC(context); });
+    const OwnedContext context(CreateCompatibleDC(nullptr));
     RECT extent = {0, 0, ProbeWidth, ProbeHeight};
-    const HRESULT result = MeasureText(context, ThemePartBalloon, /*state=*/1, "Test", /*format=*/0, &extent);
+    const HRESULT result = MeasureText(context.Get(), ThemePartBalloon, /*state=*/1, "Test", /*format=*/0, &extent);
     if (result != 0) {
         WriteLog(1, "UxTheme failed to draw (0x%08X)", static_cast<DWORD>(result));
         return false;

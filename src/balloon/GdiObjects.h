@@ -22,6 +22,19 @@ private:
     HGDIOBJ m_object;
 };
 
+// A context in memory.
+class OwnedContext {
+public:
+    explicit OwnedContext(HDC context) : m_context(context) {}
+    ~OwnedContext() { DeleteDC(m_context); }
+    OwnedContext(const OwnedContext&) = delete;
+    OwnedContext& operator=(const OwnedContext&) = delete;
+    HDC Get() const { return m_context; }
+
+private:
+    HDC m_context;
+};
+
 // An object that is selected for the length of the scope.
 class SelectedObject {
 public:

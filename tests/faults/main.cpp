@@ -105,10 +105,10 @@ static std::string RunRound(const Scenario& scenario, const machine::Fault* faul
             judge.JudgeRest();
         },
         [&] {
-            const std::size_t handles = trial.leaks.HandlesOf(trial.stage.product);
+            const std::size_t handles = trial.leaks.HandlesOf(trial.stage.product.Get());
             judge.AfterStop(handles - std::min(handles, HandlesLeftByFault(fault)), /*isSlow=*/false);
             // One that refuses to run, by another exit code, ends without taking its tables down.
-            const machine::Process* product = trial.stage.product;
+            const machine::Process* product = trial.stage.product.Get();
             const std::size_t bytes = product && product->exitCode == 0 ? product->leakedBytes : 0;
             if (!fault) {
                 text += fmt::format("#bytes {}\n", bytes);

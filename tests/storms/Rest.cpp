@@ -49,7 +49,7 @@ bool Rest::HasFailed() const {
 }
 
 machine::Process* Rest::TheProduct() const {
-    return m_stage.product && !m_stage.product->ended ? m_stage.product : nullptr;
+    return m_stage.product && !m_stage.product->ended ? m_stage.product.Get() : nullptr;
 }
 
 // (j) An arrival reads without any lock: of two threads that open one refusing key, the second may take the list of the

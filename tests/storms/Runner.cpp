@@ -154,12 +154,12 @@ RunResult Runner::RunHere(const Plan& plan) const {
             result.counts = CountsOf(plan, judge);
             if (plan.seed % TwiceEach == 0) {
                 result.digest = DigestOf(
-                    rehearse::MakeReport({"", plan.seed, trial.stage.product}, trial.timeline, trial.balloons, {})
+                    rehearse::MakeReport({"", plan.seed, trial.stage.product.Get()}, trial.timeline, trial.balloons, {})
                         .dump() +
                     rehearse::LogText());
             }
         },
-        [&] { judge.AfterStop(trial.leaks.HandlesOf(trial.stage.product)); });
+        [&] { judge.AfterStop(trial.leaks.HandlesOf(trial.stage.product.Get())); });
     result.violations = judge.Violations();
     result.excuses = judge.ExcuseUses();
     return result;

@@ -38,7 +38,7 @@ void Trial::Run(const rehearse::Options& options, std::uint64_t settlingMs, Rest
         if (machine::ServiceProcess(rehearse::ServiceName)) {
             machine::PostServiceControl(rehearse::ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
         } else if (stage.product && !stage.product->ended) {
-            machine::CloseWindowsOf(stage.product);
+            machine::CloseWindowsOf(stage.product.Get());
         }
         if (RunUntil(machine::Now() + StopLimitMs, judge)) {
             afterStop();

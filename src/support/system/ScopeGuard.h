@@ -1,35 +1,11 @@
-// Scope guards for what must be released on every path out of a function: any clean-up, the last error, a lock, blocks
-// of the replaced operator new. Handles have theirs in Handles.h. None can be copied. Any thread.
+// Scope guards for what must be released on every path out of a function: the last error, a lock, blocks of the
+// replaced operator new. Handles have theirs in Handles.h. None can be copied. Any thread.
 #pragma once
 
 #include <cstddef>
 #include <utility>
 
 #include "platform/win32.h"
-
-// auto guard = OnScopeExit([&] { LogEnd(); }); Dismiss() cancels it.
-template<typename Action>
-class [[nodiscard]] ScopeExit {
-public:
-    explicit ScopeExit(Action action) : m_action(action) {}
-    ~ScopeExit() {
-        if (m_armed) {
-            m_action();
-        }
-    }
-    ScopeExit(const ScopeExit&) = delete;
-    ScopeExit& operator=(const ScopeExit&) = delete;
-    void Dismiss() { m_armed = false; }
-
-private:
-    Action m_action;
-    bool m_armed = true;
-};
-
-template<typename Action>
-ScopeExit<Action> OnScopeExit(Action action) {
-    return ScopeExit<Action>(action);
-}
 
 // Restores the thread's last error at the end of the scope: after logging and clean-up the cause's error stays
 // readable.
