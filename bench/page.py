@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The page of a rehearsal on a big machine: how long it takes to write, and to open in a browser without a screen.
 
-page.py TOOL [PORTS]: as many ports as told (1000), which all get another number. Prints lines as the other benchmarks do.
+page.py TOOL [PORTS]: a machine with that many ports (1000), which all get another number. Prints lines as the other benchmarks do.
 """
 import json
 import os

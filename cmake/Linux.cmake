@@ -40,13 +40,19 @@ target_include_directories(product PRIVATE src ${CMAKE_SOURCE_DIR} ${CMAKE_BINAR
 target_compile_options(product PRIVATE ${QM_BASE_FLAGS} ${QM_PRODUCT_OPTIONS})
 target_link_libraries(product PRIVATE qm_warnings)
 
-# name: of the library that is made of the objects of the target `objects`. Further arguments: options of image.py.
+# name: of the library that is made of the objects of the target `objects`. PLACE_OF: those take the place of this source
+# of the product, whose other objects come with them. Further arguments: options of image.py.
 function(qm_image name objects)
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "PLACE_OF" "")
     set(archive ${CMAKE_BINARY_DIR}/lib${name}.a)
+    set(all $<TARGET_OBJECTS:${objects}>)
+    if(arg_PLACE_OF)
+        list(APPEND all $<FILTER:$<TARGET_OBJECTS:product>,EXCLUDE,/${arg_PLACE_OF}[.]cpp>)
+    endif()
     add_custom_command(OUTPUT ${archive}
-        COMMAND Python3::Interpreter ${CMAKE_SOURCE_DIR}/cmake/image.py ${ARGN} $<$<BOOL:${QM_SANITIZE}>:--sanitized>
-                --archive ${archive} $<TARGET_OBJECTS:${objects}>
-        DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.py $<TARGET_OBJECTS:${objects}>
+        COMMAND Python3::Interpreter ${CMAKE_SOURCE_DIR}/cmake/image.py ${arg_UNPARSED_ARGUMENTS} $<$<BOOL:${QM_SANITIZE}>:--sanitized>
+                --archive ${archive} ${all}
+        DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.py ${all}
         COMMAND_EXPAND_LISTS VERBATIM)
     add_custom_target(${name}_archive DEPENDS ${archive})
     add_library(${name} STATIC IMPORTED GLOBAL)
@@ -127,6 +133,16 @@ function(qm_test name)
     target_compile_definitions(${name} PRIVATE QM_SOURCE_FOLDER="${CMAKE_SOURCE_DIR}")
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120 LABELS ${name})
 endfunction()
+
+# The rehearsal tool with faults planted in the product: one object of it in another's place.
+add_library(planted OBJECT tests/rehearse/Planted.cpp)
+target_include_directories(planted PRIVATE src ${CMAKE_SOURCE_DIR})
+target_compile_options(planted PRIVATE ${QM_BASE_FLAGS} ${QM_PRODUCT_OPTIONS})
+qm_image(image_planted planted PLACE_OF WildcardMatch)
+add_executable(rehearse-planted rehearse/main.cpp)
+target_link_libraries(rehearse-planted PRIVATE rehearse)
+target_compile_definitions(rehearse-planted PRIVATE QM_VERSION="${PROJECT_VERSION}")
+qm_host(rehearse-planted image_planted)
 
 # The kernel, by an image of the tests' own in the product's place, and the rehearsal tool with that image.
 add_library(probe OBJECT tests/kernel/Probe.cpp)

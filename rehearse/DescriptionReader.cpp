@@ -21,7 +21,6 @@
 #include <fstream>
 #include <map>
 #include <set>
-#include <sstream>
 
 namespace rehearse {
 
@@ -367,9 +366,14 @@ std::string ReadHostFile(const std::string& file, const Position& at) {
         }
         throw InputError(at, fmt::format("there is no file '{}' that can be read{}", file, DidYouMeanFile(file)));
     }
-    std::ostringstream text;
-    text << stream.rdbuf();
-    std::string bytes = std::move(text).str();
+    std::string bytes;
+    constexpr std::size_t AtOnce =
+        1 << 18; // most exports, so that little is copied; a pipe does not say how much comes
+    for (std::size_t size = 0; stream; size = bytes.size()) {
+        bytes.resize(size + AtOnce);
+        stream.read(bytes.data() + size, AtOnce);
+        bytes.resize(size + static_cast<std::size_t>(stream.gcount()));
+    }
     if (g_fileWatcher) {
         g_fileWatcher(file, &bytes);
     }

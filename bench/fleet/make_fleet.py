@@ -3,12 +3,18 @@
 machine.toml. The adapters come from the tool's own catalogue, the boards from the examples' exports; which machine has
 what is decided by the seed, and machine N is the same in a fleet of any size.
 
+The rules give all adapters of one make a block of numbers that they share. In one machine of forty that has a finding,
+which a real fleet would have too: after a sleep from which USB devices come as new arrivals, the first of them takes a
+lower number in the block while its holder is still on its way, and is left without a name when that one comes.
+
 Beside the machines it writes fleet.ini, rules for the whole fleet, and former.ini, the rules before.
 
 make_fleet.py TOOL OUT COUNT [--seed N] [--broken N] [--boards FILE...]
 
 --broken N    one machine in N is broken on purpose; broken.txt says how: a cut export, an export that is not there, a
-              description that is wrong, a history that does not end in reasonable time
+              description that is wrong, a history that does not end in reasonable time, a port for which the tests'
+              tool with planted faults crashes, one for which it calls what is not modelled; to any other tool the
+              last two are machines like all
 --boards FILE exports of real machines, Windows 10 first, in place of the examples'
 """
 import argparse
@@ -112,8 +118,25 @@ class Board:
         for hub, _ in self.hubs:
             free = next(i for i in range(1, 99) if i not in self.hub_numbers.values())
             self.hub_numbers.setdefault(hub, free)
+        self.take_sockets()
         taken = [int(m) for _, block in self.blocks for m in re.findall(r'"PortName"="COM(\d+)"', block)]
         self.numbers = set(taken)
+
+    def take_sockets(self):
+        """Which sockets are in use. An export also has what was on a socket before: a second one there is not connected,
+        since no hub has two devices on one socket. Hubs come first, or what hangs below would lose them."""
+        hub_of = {number: hub for hub, number in self.hub_numbers.items()}
+        self.taken, self.gone = set(), set()
+        is_hub = {hub for hub, _ in self.hubs}
+        place = re.compile(r'"LocationInformation"="Port_#(\d+)\.Hub_#(\d+)"')
+        found = [("\\".join(name.split("\\")[4:7]), place.search(block)) for name, block in self.blocks
+                 if name.count("\\") == 6]
+        for device, where in sorted(found, key=lambda one: (one[0] not in is_hub, one[0])):
+            if device.startswith("USB\\") and where:
+                socket = (hub_of.get(int(where[2])), int(where[1]))
+                if socket in self.taken:
+                    self.gone.add(device)
+                self.taken.add(socket)
 
 
 class Machine:
@@ -123,15 +146,11 @@ class Machine:
         self.version, self.windows = self.random.choices(WINDOWS, [6, 3, 1])[0]
         self.board = boards[1 if self.version.startswith("6") else 0]
         self.catalogue = catalogue
-        self.blocks, self.connected = [], list(self.board.ids)
+        self.blocks = []
+        self.connected = [device for device in self.board.ids if device not in self.board.gone]
         self.numbers, self.driver = set(self.board.numbers), 100
-        self.sockets = {hub: list(range(1, 9)) for hub, _ in self.board.hubs}
-        for hub, prefix in self.board.hubs:
-            for known in self.board.ids:
-                if known.startswith("USB\\") and known.rsplit("\\", 1)[1].rpartition("&")[0] == prefix:
-                    socket = known.rpartition("&")[2]
-                    if socket.isdigit() and int(socket) in self.sockets[hub]:
-                        self.sockets[hub].remove(int(socket))
+        self.sockets = {hub: [port for port in range(1, 9) if (hub, port) not in self.board.taken]
+                        for hub, _ in self.board.hubs}
         for _ in range(self.random.choice([0, 1, 1, 2, 2, 3, 4, 6, 9])):
             self.add_adapter(self.random.random() < 0.8)
         for _ in range(self.random.randrange(40, 60)):
@@ -257,7 +276,21 @@ def endless(folder, _):
             file.write(f'[[event]]\nat = "{second + 1}s"\ndevnodes_changed = 10000\n')
 
 
-FAULTS = [cut_export, missing_export, wrong_description, endless]
+def planted(fault):
+    """A port that fleet.ini has a rule for."""
+    def plant(folder, _):
+        device, driver = f"ACPI\\PNP0501\\PLANTED_{fault}", f"{CLASSES['Ports']}\\0099"
+        block = "\r\n".join([f"[{ENUM}\\{device}]", '"Service"="Serial"', f'"ClassGUID"={text(CLASSES["Ports"])}',
+                             f'"Driver"={text(driver)}', "", f"[{ENUM}\\{device}\\Device Parameters]", '"PortName"="COM77"'])
+        with open(folder / "Enum.reg", "ab") as file:
+            file.write((block + "\r\n\r\n").encode("utf-16-le"))
+        with open(folder / "connected.txt", "ab") as file:
+            file.write(f"Instance ID:                {device}\r\n".encode("cp1252"))
+    plant.__name__ = fault
+    return plant
+
+
+FAULTS = [cut_export, missing_export, wrong_description, endless, planted("crash"), planted("unmodelled")]
 
 
 def names(first, last):
@@ -270,7 +303,8 @@ def write_rules(out, catalogue):
     vendors = sorted({row[0][:8] for row in catalogue.kinds})
     for i, vendor in enumerate(vendors[:12]):
         rules += [f"[ComPorts{11 + i}]", f"DeviceID=USB\\{vendor}&*", "PortNames=" + names(40 + 10 * i, 49 + 10 * i), ""]
-    rules += ["[ComPorts90]", r"DeviceID=USB\VID_FFFF&PID_0000\*", "PortName=COM200", ""]
+    rules += ["[ComPorts90]", r"DeviceID=USB\VID_FFFF&PID_0000\*", "PortName=COM200", "",
+              "[ComPorts91]", r"DeviceID=ACPI\PNP0501\PLANTED_*", "PortName=COM201", ""]
     (out / "fleet.ini").write_text("\r\n".join(rules), newline="")
     (out / "former.ini").write_text("\r\n".join(rules).replace(names(20, 39), names(10, 19)), newline="")
 

@@ -140,7 +140,7 @@ private:
     std::optional<MachineResult> Kept(const Found& machine);
     std::set<std::pair<std::string, std::string>> InputsOf(const MemberOutput& output) const;
     bool IsUnchanged(const KeptResult& kept);
-    MachineResult Judge(const Found& machine, const Ended& ended, const std::optional<MachineResult>& told) const;
+    MachineResult Judge(const Found& machine, const Ended& ended, const std::optional<MachineResult>& reported) const;
     void Start(std::size_t index);
     void Finish(const Ended& ended);
     void Deliver(FleetReport& report);
@@ -265,16 +265,21 @@ static std::string LastLine(std::string text) {
 }
 
 MachineResult FleetRun::Judge(const Found& machine, const Ended& ended,
-                              const std::optional<MachineResult>& told) const {
+                              const std::optional<MachineResult>& reported) const {
     MachineResult result;
-    if (told && ended.way == Way::Exited) {
-        result = *told;
+    if (reported && ended.way == Way::Exited) {
+        result = *reported;
     } else if (ended.way == Way::TimedOut) {
         result.verdict = VerdictTimeLimit;
         result.why = TimeLimitText(m_call.limitMs);
     } else {
-        const std::string last = LastLine(ended.errors);
-        result.why = fmt::format("its process {}{}{}", HowItEnded(ended), last.empty() ? "" : ": ", last);
+        const std::string last = LastLine(ended.errors), word = last.substr(0, last.find(':'));
+        if (ended.way == Way::Exited && ended.code == ExitStopped && std::ranges::count(AllVerdicts(), word)) {
+            result.verdict = word; // a crash: nothing is reported after it
+            result.why = last;
+        } else {
+            result.why = fmt::format("its process {}{}{}", HowItEnded(ended), last.empty() ? "" : ": ", last);
+        }
     }
     result.name = ShownName(machine.name);
     result.why = Relative(result.why);

@@ -171,14 +171,18 @@ std::string FleetPage::Make(const Summary& summary) const {
     }
     std::string verdicts;
     for (const auto& [verdict, count] : summary.Verdicts()) {
-        verdicts += fmt::format("{}{} {}", verdicts.empty() ? "" : ", ", count, VerdictText(say, verdict));
+        verdicts += verdicts.empty() ? "" : ", ";
+        verdicts += m_question.isGerman ? fmt::format("{} {}", count, VerdictText(say, verdict))
+                                        : Escaped(CountedVerdict(count, verdict));
     }
     const bool isFine = !summary.HasFindings();
     text += fmt::format("</dl>\n</header>\n<main>\n<section id=\"verdict\" class=\"{}\" aria-labelledby=\"h-verdict\">"
                         "<h2 id=\"h-verdict\">{}</h2>\n<p class=\"sentence\">{}: {}</p></section>\n",
                         isFine ? "fine" : "warn",
                         isFine ? say("In order", "In Ordnung") : say("Needs attention", "Zu prüfen"),
-                        say.Format("{} machines", "{} Rechner", summary.Machines()), verdicts);
+                        summary.Machines() == 1 ? say("1 machine", "1 Rechner")
+                                                : say.Format("{} machines", "{} Rechner", summary.Machines()),
+                        verdicts);
     return text + PartsSection(summary) + MachinesSection(summary) +
            fmt::format("</main>\n<footer><p>{}</p></footer>\n<script>{}</script>\n</body>\n</html>\n",
                        say("Made by quillmarch-rehearse.", "Erstellt von quillmarch-rehearse."), Script);

@@ -17,6 +17,23 @@ const std::vector<std::string>& AllVerdicts() {
     return All;
 }
 
+std::string CountedVerdict(std::size_t count, const std::string& verdict) {
+    constexpr const char* Words[][2] = {{VerdictFindings, "with findings"},
+                                        {VerdictDanger, "in danger"},
+                                        {"crash", "with a crash"},
+                                        {"deadlock", "with a deadlock"},
+                                        {"livelock", "with a livelock"},
+                                        {"broken rule", "with a broken rule"},
+                                        {VerdictWrongInput, "with wrong input"},
+                                        {VerdictTimeLimit, "beyond the time limit"}};
+    for (const auto& [name, words] : Words) {
+        if (verdict == name) {
+            return fmt::format("{} {}", count, words);
+        }
+    }
+    return fmt::format("{} {}", count, verdict);
+}
+
 bool MachineResult::HasFailed() const {
     return verdict != VerdictOk && verdict != VerdictFindings && verdict != VerdictDanger;
 }

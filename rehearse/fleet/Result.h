@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,8 @@ struct MachineResult {
 
 // All verdicts of a machine, the good ones first.
 const std::vector<std::string>& AllVerdicts();
+// A number of machines with this verdict: "3 with findings".
+std::string CountedVerdict(std::size_t count, const std::string& verdict);
 
 nlohmann::ordered_json JsonOf(const MachineResult& result);
 // Throws an exception of the JSON library if it is none.

@@ -201,7 +201,7 @@ std::string Summary::Sentence() const {
     std::string text = fmt::format("{} machine{}: ", m_names.size(), m_names.size() == 1 ? "" : "s");
     bool isFirst = true;
     for (const auto& [verdict, count] : Verdicts()) {
-        text += fmt::format("{}{} {}", isFirst ? "" : ", ", count, verdict);
+        text += (isFirst ? "" : ", ") + CountedVerdict(count, verdict);
         isFirst = false;
     }
     return text;

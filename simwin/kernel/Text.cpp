@@ -117,20 +117,26 @@ std::u16string Utf16FromAnsi(std::string_view text) {
     return result;
 }
 
+// '?' if the code page has no such character.
+static char AnsiOfRare(char16_t c, bool* lossy) {
+    const auto* const found = std::find(High1252.begin(), High1252.end(), c);
+    if (found != High1252.end()) {
+        return static_cast<char>(0x80 + (found - High1252.begin()));
+    }
+    if (lossy) {
+        *lossy = true;
+    }
+    return '?';
+}
+
+static char AnsiOf(char16_t c, bool* lossy) {
+    return c < 0x80 || (c >= 0xA0 && c < 0x100) ? static_cast<char>(c) : AnsiOfRare(c, lossy);
+}
+
 std::string AnsiFromUtf16(std::u16string_view text, bool* lossy) {
-    std::string result(text.size(), '?'); // an export is read through here, half a million characters at once
+    std::string result(text.size(), '?');
     for (std::size_t at = 0; at < text.size(); ++at) {
-        const char16_t c = text[at];
-        if (c < 0x80 || (c >= 0xA0 && c < 0x100)) {
-            result[at] = static_cast<char>(c);
-            continue;
-        }
-        const auto found = std::find(High1252.begin(), High1252.end(), c);
-        if (found != High1252.end()) {
-            result[at] = static_cast<char>(0x80 + (found - High1252.begin()));
-        } else if (lossy) {
-            *lossy = true;
-        }
+        result[at] = AnsiOf(text[at], lossy);
     }
     return result;
 }
@@ -184,13 +190,13 @@ std::string AnsiFromUtf8(std::string_view text) {
 }
 
 std::string AnsiFromUtf16Bytes(std::string_view bytes) {
-    std::u16string wide;
-    wide.reserve(bytes.size() / 2);
-    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
-        wide.push_back(static_cast<char16_t>(static_cast<unsigned char>(bytes[i]) |
-                                             static_cast<unsigned char>(bytes[i + 1]) << 8));
+    // An export is read through here, half a million characters at once: no copy of it in between.
+    std::string result(bytes.size() / 2, '?');
+    for (std::size_t i = 0; i < result.size(); ++i) {
+        const auto low = static_cast<unsigned char>(bytes[2 * i]), high = static_cast<unsigned char>(bytes[2 * i + 1]);
+        result[i] = AnsiOf(static_cast<char16_t>(low | high << 8), nullptr);
     }
-    return AnsiFromUtf16(wide);
+    return result;
 }
 
 bool IsUnmarkedUtf16(std::string_view bytes) {

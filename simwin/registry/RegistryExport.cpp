@@ -85,7 +85,7 @@ private:
 
     std::optional<ExportError> Fail(std::string_view text) {
         if (!m_error) {
-            m_error = ExportError{m_line, m_column, std::string(text)};
+            m_error = ExportError{m_line, Column(), std::string(text)};
         }
         return m_error;
     }
@@ -109,16 +109,13 @@ private:
     void Step() {
         if (Peek() == '\n') {
             ++m_line;
-            m_column = 0;
+            m_lineStart = m_at + 1;
         }
         ++m_at;
-        ++m_column;
     }
-    void SkipText(std::size_t count) {
-        while (count--) {
-            Step();
-        }
-    }
+    // Within a line.
+    void SkipText(std::size_t count) { m_at += count; }
+    unsigned Column() const { return static_cast<unsigned>(m_at - m_lineStart) + 1; }
     void SkipBlanks() {
         while (Peek() == ' ' || Peek() == '\t') {
             Step();
@@ -182,7 +179,7 @@ private:
             return false;
         }
         value.line = m_line;
-        value.column = m_column;
+        value.column = Column();
         m_unreadable = {};
         const bool isRead = ReadData(value) && IsLineOver();
         if (m_error) {
@@ -247,7 +244,7 @@ private:
         if (!root) {
             return Refuse("not a root key: " + std::string(name));
         }
-        const unsigned line = m_line, column = m_column;
+        const unsigned line = m_line, column = Column();
         SkipText(close - m_at + 1);
         m_hasKey = true;
         m_isPassedOver = !root->isKept;
@@ -280,13 +277,17 @@ private:
 
     // A text in quotes; line ends inside belong to it.
     bool ReadQuoted(std::string& text) {
-        const unsigned line = m_line, column = m_column;
+        const ExportError unclosed{m_line, Column(), "the text has no closing quote"};
         Step();
         while (Peek() != '"' || AtEnd()) {
+            if (const std::size_t plain = LengthOfPlain(); plain) {
+                text.append(m_text, m_at, plain);
+                SkipText(plain);
+                continue;
+            }
             if (AtEnd()) {
-                m_line = line;
-                m_column = column;
-                return Refuse("the text has no closing quote");
+                m_error = m_error ? m_error : unclosed;
+                return false;
             }
             if (Peek() == '\\') {
                 Step();
@@ -298,6 +299,15 @@ private:
         }
         Step();
         return true;
+    }
+
+    // How many characters from here on mean themselves and are no line end.
+    std::size_t LengthOfPlain() const {
+        std::size_t end = m_at;
+        while (end < m_text.size() && m_text[end] != '"' && m_text[end] != '\\' && m_text[end] != '\n') {
+            ++end;
+        }
+        return end - m_at;
     }
 
     bool ReadData(ExportedValue& value) {
@@ -379,12 +389,32 @@ private:
         return true;
     }
 
+    static int DigitOf(char c) {
+        return c >= '0' && c <= '9'   ? c - '0'
+               : c >= 'a' && c <= 'f' ? c - 'a' + 10
+               : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                      : -1;
+    }
+
+    // Bytes as the registry editor writes them, two digits and a comma each: nearly all of an export is that.
+    void ReadPlainBytes(std::vector<std::uint8_t>& data) {
+        for (; m_at + 3 <= m_text.size() && m_text[m_at + 2] == ','; m_at += 3) {
+            const int high = DigitOf(m_text[m_at]), low = DigitOf(m_text[m_at + 1]);
+            if (high < 0 || low < 0) {
+                return;
+            }
+            data.push_back(static_cast<std::uint8_t>(high << 4 | low));
+        }
+    }
+
     bool ReadBytes(std::vector<std::uint8_t>& data) {
         SkipBlanks();
         if (AtLineEnd() || Peek() == ';') {
             return true; // no data
         }
         for (;;) {
+            SkipBlanks();
+            ReadPlainBytes(data);
             SkipBlanks();
             if (Peek() == '\\') {
                 Step();
@@ -438,8 +468,8 @@ private:
     bool m_hasKey = false, m_isPassedOver = false; // of the key that is being read
     std::string_view m_unreadable;                 // why the value is left out
     std::string m_text;
-    std::size_t m_at = 0;
-    unsigned m_line = 1, m_column = 1;
+    std::size_t m_at = 0, m_lineStart = 0;
+    unsigned m_line = 1;
     bool m_wide = false;
     std::optional<ExportError> m_error;
 };

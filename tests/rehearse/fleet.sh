@@ -41,7 +41,7 @@ printf 'registry = ["gone.reg"]\n' >"$fleet/pc/machine.toml"
 desk held.toml "$(printf 'until = "40s"\n[[fault]]\ncall = "RegSetValueExA"\non = "*PortName"\nerror = 5\ntimes = 0\n')"
 code 1 --fleet "$fleet" --ini $ini -j 3 --time-limit 15s --out "$scratch/one" --json "$scratch/lines"
 for line in 'endless.toml +time limit +not done after 15 s' 'unknown.toml +wrong input +unknown.toml:2:1: ' \
-    'pc +wrong input +pc/machine.toml:1:' 'lab/deep/er/b.TOML +ok ' '-j/--out.toml +ok ' '4 ok, 1 findings, 2 wrong input, 1 time limit'; do
+    'pc +wrong input +pc/machine.toml:1:' 'lab/deep/er/b.TOML +ok ' '-j/--out.toml +ok ' '4 ok, 1 with findings, 2 with wrong input, 1 beyond the time limit'; do
     has out "$line"
 done
 check "one object for each, then the summary" python3 - "$scratch" <<'P'
