@@ -1,10 +1,12 @@
 // The swap of two ports; records that neither the catalogue's devices nor a rehearsal produce.
 #include "inventory/devices/DeviceControl.h"
 #include "inventory/names/CDosDeviceNames.h"
+#include "inventory/names/NameClaims.h"
 #include "inventory/names/RestartMarks.h"
 #include "inventory/names/SwapPorts.h"
 #include "inventory/ports/ProblemDevices.h"
 #include "simwin/devices/build/Devices.h"
+#include "simwin/kernel/Call.h"
 #include "support/system/ProcessState.h"
 #include "tests/unit/inventory/PortBuilder.h"
 
@@ -105,4 +107,20 @@ TEST(PortSnapshot, RegistryNamesAndDosNamesComeTogetherInTheRecord) {
     table->FindRemovedProblemDevices();
     EXPECT_EQ(0u, port->IsPresent);
     EXPECT_EQ(0u, port->Problem);
+}
+
+// Each finds the other's name in force and its own not yet marked: without an owner neither would be moved away.
+TEST(NameClaims, OfTwoPortsReadAtOneTimeOneOwnsTheLink) {
+    Build({Port("TEST\\UART\\A", "COM3"), Port("TEST\\UART\\B", "COM4")});
+    CComPorts* table = inventorytest::NewTable();
+    for (const char* id : {"TEST\\UART\\A", "TEST\\UART\\B"}) {
+        inventorytest::Put(table, {.devInst = Node(id).number, .regName = "COM3", .kernelNameCom = "\\Device\\USBSER000"});
+    }
+    machine::AddFault({.call = "CM_Get_DevNode_Status", .on = "*", .delayMs = 20, .times = 0});
+    for (CComPort* port : {table->Ports[0], table->Ports[1]}) {
+        const auto mark = [](void* record) -> DWORD { return MarkCopiedName(static_cast<CComPort*>(record)), 0; };
+        CloseHandle(CreateThread(nullptr, 0, mark, port, 0, nullptr));
+    }
+    Sleep(1000);
+    EXPECT_EQ(1, table->Ports[0]->HasCopiedName + table->Ports[1]->HasCopiedName);
 }
