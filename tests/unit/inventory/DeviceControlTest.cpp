@@ -114,7 +114,8 @@ TEST(NameClaims, OfTwoPortsReadAtOneTimeOneOwnsTheLink) {
     Build({Port("TEST\\UART\\A", "COM3"), Port("TEST\\UART\\B", "COM4")});
     CComPorts* table = inventorytest::NewTable();
     for (const char* id : {"TEST\\UART\\A", "TEST\\UART\\B"}) {
-        inventorytest::Put(table, {.devInst = Node(id).number, .regName = "COM3", .kernelNameCom = "\\Device\\USBSER000"});
+        inventorytest::Put(table,
+                           {.devInst = Node(id).number, .regName = "COM3", .kernelNameCom = "\\Device\\USBSER000"});
     }
     machine::AddFault({.call = "CM_Get_DevNode_Status", .on = "*", .delayMs = 20, .times = 0});
     for (CComPort* port : {table->Ports[0], table->Ports[1]}) {
