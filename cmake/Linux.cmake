@@ -23,6 +23,7 @@ endfunction()
 # --- The simulated machine: an object library, so that every operation is there, called by the image or not.
 file(GLOB_RECURSE QM_SIMWIN_SOURCES CONFIGURE_DEPENDS simwin/*.cpp)
 list(REMOVE_ITEM QM_SIMWIN_SOURCES ${CMAKE_SOURCE_DIR}/simwin/host/Resources.cpp)
+list(FILTER QM_SIMWIN_SOURCES EXCLUDE REGEX "[a-z]Windows\\.cpp$")
 add_library(simwin OBJECT ${QM_SIMWIN_SOURCES})
 target_include_directories(simwin PUBLIC ${CMAKE_SOURCE_DIR})
 target_compile_options(simwin PUBLIC ${QM_BASE_FLAGS})
@@ -90,7 +91,7 @@ endfunction()
 # --- The rehearsal tool.
 file(GLOB_RECURSE QM_REHEARSE_SOURCES CONFIGURE_DEPENDS rehearse/*.cpp)
 list(REMOVE_ITEM QM_REHEARSE_SOURCES ${CMAKE_SOURCE_DIR}/rehearse/main.cpp)
-list(FILTER QM_REHEARSE_SOURCES EXCLUDE REGEX "Windows\\.cpp$")
+list(FILTER QM_REHEARSE_SOURCES EXCLUDE REGEX "[a-z]Windows\\.cpp$")
 # The pages' styles and scripts, embedded with their hashes.
 set(QM_HTML ${CMAKE_SOURCE_DIR}/rehearse/html)
 set(QM_HTML_RESOURCES ${CMAKE_BINARY_DIR}/generated/html/Resources.h)

@@ -38,6 +38,9 @@ target_link_options(Quillmarch PRIVATE -static -s -mwindows
     -Wl,--major-os-version=5,--minor-os-version=${QM_OLDEST_MINOR}
     -Wl,--major-subsystem-version=5,--minor-subsystem-version=${QM_OLDEST_MINOR})
 
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+    include(cmake/WindowsTool.cmake)
+endif()
 if(NOT QM_WINDOWS_TESTS)
     return()
 endif()

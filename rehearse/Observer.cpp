@@ -1,6 +1,7 @@
 #include "rehearse/Observer.h"
 
 #include "rehearse/Balloons.h"
+#include "rehearse/Captures.h"
 #include "rehearse/Durations.h"
 #include "rehearse/Events.h"
 #include "rehearse/Expectations.h"
@@ -18,15 +19,8 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <string_view>
-
-#include <fcntl.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace rehearse {
 
@@ -37,7 +31,6 @@ constexpr std::string_view Mark = "[QUILLMARCH]  "; // precedes the message in e
 // A real one ends the first run, and with it this one.
 constexpr std::uint64_t CallsWithDetailedLog = 100 * machine::LivelockCalls;
 constexpr unsigned ContextBits = 32;
-constexpr std::size_t ChunkBytes = 65536;
 
 // --- Across the pipe, in the machine's code page: such bytes would not survive JSON, so texts are converted to UTF-8
 // and back.
@@ -225,85 +218,20 @@ static std::string SecondRun(Record description, const Options& options) {
         .dump();
 }
 
-static void WriteAll(int file, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(file, text.data(), text.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return; // no one reads it any more
-        }
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-}
-
-static std::string ReadAll(int file) {
-    std::string text;
-    char chunk[ChunkBytes];
-    for (;;) {
-        const ssize_t size = read(file, chunk, sizeof(chunk));
-        if (size < 0 && errno == EINTR) {
-            continue;
-        }
-        if (size <= 0) {
-            return text;
-        }
-        text.append(chunk, static_cast<std::size_t>(size));
-    }
-}
-
-// Never returns. Any error here occurs in the first run too, which reports it.
-[[noreturn]] static void RunAsChild(const Record& description, const Options& options, int pipe) {
-    prctl(PR_SET_PDEATHSIG, SIGTERM); // when the first run is ended, so is this one
-    const int nowhere = open("/dev/null", O_WRONLY);
-    dup2(nowhere, STDOUT_FILENO);
-    dup2(nowhere, STDERR_FILENO);
-    try {
-        WriteAll(pipe, SecondRun(description, options));
-    } catch (const std::exception&) { // nothing was observed
-    }
-    _exit(0);
-}
-
-Observer::Observer(const Record& description, const Options& options) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        return;
-    }
-    std::fflush(nullptr); // or the child would write it again
-    m_process = fork();
-    if (m_process == 0) {
-        close(ends[0]);
-        RunAsChild(description, options, ends[1]);
-    }
-    close(ends[1]);
-    m_pipe = ends[0];
-}
-
-Observer::~Observer() {
-    if (m_pipe >= 0) {
-        close(m_pipe);
-    }
-    if (m_process > 0) {
-        while (waitpid(m_process, nullptr, 0) < 0 && errno == EINTR) {
-            continue;
-        }
-    }
+Observer::Observer(const Record& description, const Options& options) : m_process(description, options, SecondRun) {
 }
 
 void Observer::Abandon() {
-    if (m_process > 0) {
-        kill(m_process, SIGTERM);
-    }
+    m_process.Abandon();
+}
+
+int Observe(const Options& options) {
+    fmt::print("{}", SecondRun(ReadMachine(options), options));
+    return ExitDone;
 }
 
 LogFacts Observer::Take(const std::string& ended) {
-    if (m_pipe < 0) {
-        return {};
-    }
-    const std::string text = ReadAll(m_pipe);
-    const Json json = Json::parse(text, nullptr, false);
+    const Json json = Json::parse(m_process.Output(), nullptr, false);
     if (json.is_discarded() || json["end"] != ended) {
         return {};
     }

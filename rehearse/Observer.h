@@ -7,14 +7,13 @@
 #include "rehearse/CheckLog.h"
 #include "rehearse/Description.h"
 #include "rehearse/Run.h"
+#include "rehearse/SecondProcess.h"
 
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace rehearse {
 
@@ -30,9 +29,6 @@ class Observer {
 public:
     // Starts the second run. Called before the machine is created.
     Observer(const Record& description, const Options& options);
-    ~Observer();
-    Observer(const Observer&) = delete;
-    Observer& operator=(const Observer&) = delete;
 
     // Waits for the second run. ended: how this run ended (EndOfMachine). Empty if the other one ended differently.
     LogFacts Take(const std::string& ended);
@@ -41,10 +37,12 @@ public:
     const ObservedLog& Log() const { return m_log; }
 
 private:
-    pid_t m_process = -1;
-    int m_pipe = -1;
+    SecondProcess m_process;
     ObservedLog m_log;
 };
+
+// The second run alone, its result to standard output: for an observer that must start this program to have it.
+int Observe(const Options& options);
 
 // Feeds a log's messages from the product's debugger output, which is forced on. Called once for a machine. also: gets
 // each message after that.

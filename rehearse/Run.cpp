@@ -28,6 +28,7 @@
 #include "rehearse/stories/Stories.h"
 
 #include "simwin/desktop/Desktop.h"
+#include "simwin/host/System.h"
 #include "simwin/kernel/Interrupt.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
@@ -38,9 +39,6 @@
 
 #include <csignal>
 #include <cstdio>
-
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 namespace rehearse {
 
@@ -84,10 +82,8 @@ static void TellOutcome(const machine::RunOutcome& outcome) {
 }
 
 static Look LookOfOutput() {
-    winsize size{};
-    const bool isTerminal = isatty(STDOUT_FILENO) != 0;
-    const bool isKnown = isTerminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return {isTerminal, isKnown ? size.ws_col : isTerminal ? UsualColumns : 0};
+    const host::Terminal terminal = host::TerminalOfOutput();
+    return {terminal.isThere, terminal.columns ? terminal.columns : terminal.isThere ? UsualColumns : 0};
 }
 
 namespace {

@@ -3,6 +3,7 @@
 #include "rehearse/DescriptionKeys.h"
 #include "rehearse/Durations.h"
 #include "rehearse/Manners.h"
+#include "rehearse/Observer.h"
 #include "rehearse/Run.h"
 #include "rehearse/fleet/Fleet.h"
 #include "rehearse/fleet/Member.h"
@@ -12,12 +13,12 @@
 #include "rehearse/stories/Stories.h"
 
 #include "simwin/devices/tree/Catalogue.h"
+#include "simwin/host/System.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <charconv>
-#include <csignal>
 #include <cstdio>
 
 namespace {
@@ -25,7 +26,7 @@ struct Line {
     rehearse::Options options;
     std::vector<std::string> machine;
     std::string ini, json, log, html, language, until, seed, rules, compare;
-    bool printKeys = false, printCatalogue = false, printFindings = false, isMember = false;
+    bool printKeys = false, printCatalogue = false, printFindings = false, isMember = false, isObserver = false;
     rehearse::fleet::Call fleet;
     std::string timeLimit;
 };
@@ -122,6 +123,7 @@ static void DescribeFleet(CLI::App& app, Line& line) {
         ->group(group);
     app.add_flag("--merge", line.fleet.merge, "put together what the shards left in --out")->group(group);
     app.add_flag("--member", line.isMember, "one machine of a fleet")->group("");
+    app.add_flag("--observe", line.isObserver, "a second run, for the first one")->group("");
 }
 
 static void DescribeQuestions(CLI::App& app, Line& line) {
@@ -277,6 +279,9 @@ static std::string Complete(const CLI::App& app, Line& line) {
 
 static int Run(Line& line) {
     const rehearse::Options& options = line.options;
+    if (line.isObserver) {
+        return rehearse::Observe(options);
+    }
     if (line.isMember) {
         return rehearse::fleet::RunMember(options);
     }
@@ -336,9 +341,7 @@ static int RunLine(int count, char** arguments) {
 }
 
 int main(int count, char** arguments) {
-    // If the reader has gone, a write fails instead of ending the program.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN); // likewise a file at its size limit
+    host::BeginProgram(&count, &arguments);
     try {
         const int code = RunLine(count, arguments);
         if (std::fflush(stdout) != 0 || std::ferror(stdout)) {

@@ -13,6 +13,7 @@
 #include "simwin/devices/tree/Installation.h"
 #include "simwin/drawing/DrawingState.h"
 #include "simwin/files/Files.h"
+#include "simwin/host/System.h"
 #include "simwin/kernel/Call.h"
 #include "simwin/kernel/Fiber.h"
 #include "simwin/kernel/Locks.h"
@@ -30,34 +31,24 @@
 #include "simwin/shell/Shell.h"
 #include "simwin/texts/Environment.h"
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
-#include <unistd.h>
-
 namespace machine {
 
-static char g_signalStack[64 * 1024];
-
-static void WriteText(const char* text) {
-    (void)!write(STDERR_FILENO, text, std::strlen(text)); // nothing is left to report it to
-}
-
-// Runs on the alternate stack; only what is safe in a signal handler.
-static void OnCrash(int signal, siginfo_t* info, void*) {
-    WriteText("crash: ");
-    WriteText(IsStackGuard(info->si_addr) ? "stack overflow" : strsignal(signal));
+// Runs in a handler of the host: takes no memory, locks nothing.
+static void ReportCrash(const char* what, const void* address) {
+    host::WriteError("crash: ");
+    host::WriteError(IsStackGuard(address) ? "stack overflow" : what);
     if (const Thread* thread = CurrentThread()) {
-        WriteText(" in ");
-        WriteText(thread->process ? thread->process->imagePath.c_str() : "the machine");
-        WriteText(", last call ");
-        WriteText(thread->call);
+        host::WriteError(" in ");
+        host::WriteError(thread->process ? thread->process->imagePath.c_str() : "the machine");
+        host::WriteError(", last call ");
+        host::WriteError(thread->call);
     }
-    WriteText("\n");
-    _exit(CrashExitCode);
+    host::WriteError("\n");
 }
 
 // In the order of construction; the end comes in the reverse order. A room may use those before it from its
@@ -98,16 +89,7 @@ Machine::~Machine() {
 }
 
 void InstallCrashHandler() {
-    stack_t stack = {};
-    stack.ss_sp = g_signalStack;
-    stack.ss_size = sizeof(g_signalStack);
-    sigaltstack(&stack, nullptr);
-    struct sigaction action = {};
-    action.sa_sigaction = OnCrash;
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
-    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
-        sigaction(signal, &action, nullptr);
-    }
+    host::CatchCrashes(ReportCrash, CrashExitCode);
 }
 
 int RunHosted(const Setup& setup, std::function<int()> entry) {

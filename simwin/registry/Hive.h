@@ -10,7 +10,10 @@
 
 namespace machine {
 
-bool IsHive(std::string_view bytes); // by its first letters
+// By its first letters.
+inline bool IsHive(std::string_view bytes) {
+    return bytes.starts_with("regf");
+}
 
 // file: on the host. The keys are placed below HKEY_LOCAL_MACHINE\SYSTEM; the database of drivers that come with
 // Windows is skipped. Returns: why it cannot be read, in the words of the library; nothing if it can. Values that

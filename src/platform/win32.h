@@ -1,10 +1,10 @@
 // The only way to Windows. Everything in src/ that needs an operation, a type or a constant of Windows includes this
-// header and no other. On Windows it includes the headers of the SDK, elsewhere the simulated machine, which declares
-// the same names with the same layouts. Conditional compilation is only here: this header evens out what differs
-// (format checks, lock annotations, macros that get in the way).
+// header and no other. On Windows it includes the headers of the SDK; elsewhere, and where QM_SIMULATED_WINDOWS says
+// so, it includes the simulated machine, which declares the same names with the same layouts. Conditional compilation
+// is only here: this header evens out what differs (format checks, lock annotations, macros that get in the way).
 #pragma once
 
-#if defined(_WIN32)
+#if defined(_WIN32) && !defined(QM_SIMULATED_WINDOWS)
 
 #if !defined(NOMINMAX)
 #define NOMINMAX

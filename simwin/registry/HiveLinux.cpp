@@ -146,10 +146,6 @@ private:
 };
 } // namespace
 
-bool IsHive(std::string_view bytes) {
-    return bytes.starts_with("regf");
-}
-
 std::optional<std::string> ReadHive(const std::string& file, std::vector<ExportedKey>& keys,
                                     std::vector<ExportNote>& notes) {
     return HiveReader(keys, notes).Read(file);

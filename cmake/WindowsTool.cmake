@@ -1,0 +1,67 @@
+# quillmarch-rehearse.exe: the simulated machine with the product inside, as on Linux, for x64 Windows. The libraries that it
+# takes are headers alone, which this machine has for its own programs.
+file(GLOB_RECURSE QM_TOOL_SOURCES CONFIGURE_DEPENDS simwin/*.cpp rehearse/*.cpp)
+list(FILTER QM_TOOL_SOURCES EXCLUDE REGEX "Linux\\.cpp$")
+
+# A folder with links to just these: the rest of the folder that has them is for another system.
+set(QM_HEADERS ${CMAKE_BINARY_DIR}/headers)
+file(MAKE_DIRECTORY ${QM_HEADERS})
+foreach(name fmt nlohmann CLI toml++)
+    if(EXISTS /usr/include/${name})
+        file(CREATE_LINK /usr/include/${name} ${QM_HEADERS}/${name} SYMBOLIC)
+    endif()
+endforeach()
+
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+add_library(image_objects OBJECT EXCLUDE_FROM_ALL ${QM_PRODUCT_SOURCES})
+target_include_directories(image_objects PRIVATE src ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)
+target_compile_definitions(image_objects PRIVATE QM_SIMULATED_WINDOWS)
+target_compile_options(image_objects PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics -ffunction-sections
+    -fno-data-sections ${QM_WARNINGS})
+target_precompile_headers(image_objects PRIVATE src/platform/win32.h)
+set(QM_IMAGE ${CMAKE_BINARY_DIR}/libimage.a)
+add_custom_command(OUTPUT ${QM_IMAGE}
+    COMMAND Python3::Interpreter ${CMAKE_SOURCE_DIR}/cmake/image.py --pe --objcopy ${CMAKE_OBJCOPY} --nm ${CMAKE_NM}
+            --objdump ${CMAKE_OBJDUMP} --ar ${CMAKE_AR} --archive ${QM_IMAGE} $<FILTER:$<TARGET_OBJECTS:image_objects>,EXCLUDE,gch$>
+    DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.py $<FILTER:$<TARGET_OBJECTS:image_objects>,EXCLUDE,gch$>
+    COMMAND_EXPAND_LISTS VERBATIM)
+
+# The resources of the executable, as the machine's FindResourceA reads them.
+set(QM_RESOURCES ${CMAKE_BINARY_DIR}/Quillmarch.res)
+file(GLOB QM_RESOURCE_FILES CONFIGURE_DEPENDS src/resources/*)
+add_custom_command(OUTPUT ${QM_RESOURCES}
+    COMMAND ${CMAKE_RC_COMPILER} -O res --preprocessor=gcc --preprocessor-arg=-E --preprocessor-arg=-xc
+            --preprocessor-arg=-DRC_INVOKED -I ${CMAKE_SOURCE_DIR}/src/resources -I ${QM_GENERATED_RESOURCES}
+            ${CMAKE_SOURCE_DIR}/src/resources/Quillmarch.rc ${QM_RESOURCES}
+    DEPENDS ${QM_RESOURCE_FILES} ${QM_GENERATED_RESOURCES}/Version.h VERBATIM)
+set_source_files_properties(simwin/host/Resources.cpp PROPERTIES OBJECT_DEPENDS ${QM_RESOURCES}
+    COMPILE_DEFINITIONS QM_RESOURCE_FILE="${QM_RESOURCES}")
+
+# The pages' styles and scripts, embedded with their hashes.
+set(QM_HTML ${CMAKE_SOURCE_DIR}/rehearse/html)
+set(QM_FLEET ${CMAKE_SOURCE_DIR}/rehearse/fleet)
+set(QM_HTML_RESOURCES ${CMAKE_BINARY_DIR}/generated/html/Resources.h)
+set(QM_FLEET_RESOURCES ${CMAKE_BINARY_DIR}/generated/fleet/Resources.h)
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/generated/html ${CMAKE_BINARY_DIR}/generated/fleet)
+add_custom_command(OUTPUT ${QM_HTML_RESOURCES}
+    COMMAND Python3::Interpreter ${QM_HTML}/embed.py rehearse::html ${QM_HTML_RESOURCES} ${QM_HTML}/Page.js ${QM_HTML}/Page.css
+    DEPENDS ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_HTML}/Page.js VERBATIM)
+add_custom_command(OUTPUT ${QM_FLEET_RESOURCES}
+    COMMAND Python3::Interpreter ${QM_HTML}/embed.py rehearse::fleet ${QM_FLEET_RESOURCES} ${QM_FLEET}/Fleet.js
+            ${QM_HTML}/Page.css ${QM_FLEET}/Fleet.css
+    DEPENDS ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_FLEET}/Fleet.css ${QM_FLEET}/Fleet.js VERBATIM)
+
+add_executable(quillmarch-rehearse EXCLUDE_FROM_ALL ${QM_TOOL_SOURCES} ${QM_HTML_RESOURCES} ${QM_FLEET_RESOURCES} ${QM_IMAGE})
+target_link_libraries(quillmarch-rehearse PRIVATE ${QM_IMAGE})
+target_include_directories(quillmarch-rehearse PRIVATE ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)
+target_include_directories(quillmarch-rehearse SYSTEM PRIVATE ${QM_HEADERS})
+target_compile_definitions(quillmarch-rehearse PRIVATE QM_VERSION="${PROJECT_VERSION}")
+# This compiler, which optimises more here than in the other builds, sees overruns where texts are joined.
+target_compile_options(quillmarch-rehearse PRIVATE ${QM_WARNINGS} -Wno-array-bounds -Wno-restrict
+    -Wno-stringop-overflow -Wno-stringop-overread)
+target_precompile_headers(quillmarch-rehearse PRIVATE simwin/host/Precompiled.h)
+# Windows' own header and those of the machine give the same names to different things.
+set(QM_HOST_SOURCES ${QM_TOOL_SOURCES})
+list(FILTER QM_HOST_SOURCES INCLUDE REGEX "[a-z]Windows\\.cpp$")
+set_source_files_properties(${QM_HOST_SOURCES} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+target_link_options(quillmarch-rehearse PRIVATE -static -s -Wl,--dynamicbase,--nxcompat,--high-entropy-va,--no-insert-timestamp)

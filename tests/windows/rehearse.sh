@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# The rehearsal tool for Windows gives the bytes of the one for Linux: report, page, log, both outputs, exit code. What is
+# rehearsed: the descriptions given, or all that have no need of an export from elsewhere.
+# rehearse.sh LINUX-TOOL WINDOWS-TOOL [DESCRIPTION...]
+set -euo pipefail
+linux=$(readlink -f "$1")
+windows=$(readlink -f "$2")
+shift 2
+cd "$(dirname "$(readlink -f "$0")")/../.."
+if [ $# -eq 0 ]; then
+    mapfile -t descriptions < <(find examples tests/scenarios -name '*.toml' -not -path '*/parts/*' -not -path '*/real/*' | sort)
+else
+    descriptions=("$@")
+fi
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+rehearse() { # NAME DESCRIPTION COMMAND...
+    local out=$work/$1 description=$2 code=0
+    shift 2
+    mkdir -p "$out"
+    "$@" --check --log-level 6 --json "$out/json" --html "$out/html" --log "$out/log" "$description" \
+        </dev/null >"$out/output" 2>"$out/errors" || code=$?
+    echo "$code" >"$out/code"
+}
+
+failed=0
+for description in "${descriptions[@]}"; do
+    rehearse linux "$description" "$linux" &
+    rehearse windows "$description" wine "$windows"
+    wait
+    diff -rq "$work/linux" "$work/windows" >"$work/differences" || {
+        echo "$description:"
+        cut -d' ' -f2 "$work/differences" | while read -r file; do
+            [ ! -f "$file" ] || diff -a "$file" "${file/linux/windows}" | cut -c1-300 | head -4
+        done
+        failed=$((failed + 1))
+    }
+    rm -rf "${work:?}"/{linux,windows}
+done
+echo "${#descriptions[@]} descriptions, $failed of them with other bytes"
+[ "$failed" -eq 0 ]
