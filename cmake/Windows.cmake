@@ -109,11 +109,18 @@ qm_windows_test(balloon LOCK desktop SOURCES tests/windows/BalloonTest.cpp)
 add_dependencies(balloon Quillmarch)
 target_compile_definitions(balloon PRIVATE QM_PICTURE_FOLDER="Z:${CMAKE_BINARY_DIR}/pictures/")
 
-# The package's scripts that read a machine, in a prefix of their own. The rehearsal tool is that of this host.
+# The package's scripts that read a machine, in a prefix of their own; the reports are compared with this host's.
 add_executable(pnputil tests/windows/bed/PnpUtil.cpp)
 add_executable(rehearsal-tool tests/windows/bed/RehearsalTool.cpp)
 target_link_options(pnputil PRIVATE -static -s)
 target_link_options(rehearsal-tool PRIVATE -static -s)
+if(TARGET quillmarch-rehearse)
+    set(QM_TOOL $<TARGET_FILE:quillmarch-rehearse>)
+    set_target_properties(quillmarch-rehearse PROPERTIES EXCLUDE_FROM_ALL OFF)
+    add_test(NAME rehearse COMMAND bash ${CMAKE_SOURCE_DIR}/tests/windows/rehearse.sh
+        ${CMAKE_SOURCE_DIR}/build/dev/quillmarch-rehearse ${QM_TOOL} examples/desk.toml examples/till.toml)
+    set_tests_properties(rehearse PROPERTIES TIMEOUT 120 LABELS scripts)
+endif()
 add_test(NAME scripts COMMAND bash ${CMAKE_SOURCE_DIR}/tests/windows/scripts.sh ${CMAKE_SOURCE_DIR}/packaging
-    ${CMAKE_SOURCE_DIR}/build/dev/quillmarch-rehearse $<TARGET_FILE:pnputil> $<TARGET_FILE:rehearsal-tool>)
+    ${CMAKE_SOURCE_DIR}/build/dev/quillmarch-rehearse $<TARGET_FILE:pnputil> $<TARGET_FILE:rehearsal-tool> ${QM_TOOL})
 set_tests_properties(scripts PROPERTIES TIMEOUT 600 LABELS scripts)

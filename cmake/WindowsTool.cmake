@@ -51,6 +51,12 @@ add_custom_command(OUTPUT ${QM_FLEET_RESOURCES}
             ${QM_HTML}/Page.css ${QM_FLEET}/Fleet.css
     DEPENDS ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_FLEET}/Fleet.css ${QM_FLEET}/Fleet.js VERBATIM)
 
+configure_file(rehearse/quillmarch-rehearse.manifest.in ${QM_GENERATED_RESOURCES}/quillmarch-rehearse.manifest @ONLY)
+set_source_files_properties(rehearse/quillmarch-rehearse.rc PROPERTIES
+    INCLUDE_DIRECTORIES "${QM_GENERATED_RESOURCES}"
+    OBJECT_DEPENDS "${QM_GENERATED_RESOURCES}/quillmarch-rehearse.manifest;${QM_GENERATED_RESOURCES}/Version.h")
+list(APPEND QM_TOOL_SOURCES rehearse/quillmarch-rehearse.rc)
+
 add_executable(quillmarch-rehearse EXCLUDE_FROM_ALL ${QM_TOOL_SOURCES} ${QM_HTML_RESOURCES} ${QM_FLEET_RESOURCES} ${QM_IMAGE})
 target_link_libraries(quillmarch-rehearse PRIVATE ${QM_IMAGE})
 target_include_directories(quillmarch-rehearse PRIVATE ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)

@@ -48,6 +48,8 @@ set "RESULT=%errorlevel%"
 echo.
 if %RESULT% gtr 1 goto not_rehearsed
 if %RULES% gtr 1 goto not_rehearsed
+rem Such as a program that crashed, or that a policy does not let run.
+if not exist "%OUT%\report.html" goto not_rehearsed
 if not "%RULES%%RESULT%"=="00" set "RESULT=1"
 if "%RESULT%"=="0" echo ALL IS WELL. Each port gets the number that its rule wants.
 if "%RESULT%"=="1" echo THERE IS SOMETHING TO LOOK AT. The lines above and the report say what.

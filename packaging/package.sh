@@ -11,15 +11,19 @@ stamp=$(git log -1 --format=%ct 2>/dev/null || echo 0)
 
 # Builds an edition and puts its files in a folder. The texts get the line ends of Windows, all files one date.
 stage() { # PRESET FOLDER
-    local preset=$1 folder=$2
+    local preset=$1 folder=$2 programs=Quillmarch
+    [ "$preset" != windows ] || programs="Quillmarch quillmarch-rehearse" # the tool is there for x64 alone
     [ -e "build/$preset/build.ninja" ] || cmake --preset "$preset" -DQM_WINDOWS_TESTS=OFF >"build/$preset.log" 2>&1
-    ninja -C "build/$preset" Quillmarch >"build/$preset.log" 2>&1 || { cat "build/$preset.log" >&2; exit 1; }
+    # shellcheck disable=SC2086
+    ninja -C "build/$preset" $programs >"build/$preset.log" 2>&1 || { cat "build/$preset.log" >&2; exit 1; }
     rm -rf "$folder"
     mkdir -p "$folder"
-    cp "build/$preset/Quillmarch.exe" "$folder" # a signature of the executable goes here
+    local text program
+    for program in $programs; do
+        cp "build/$preset/$program.exe" "$folder" # signatures of the executables go here
+    done
     cp "$out"/Quillmarch_*.chm "$folder"
-    local text
-    for text in packaging/readme.txt packaging/*.cmd docs/configuration.md docs/windows.md; do
+    for text in packaging/readme.txt packaging/*.cmd docs/configuration.md docs/windows.md docs/fleets.md; do
         sed 's/\r*$/\r/' "$text" >"$folder/$(basename "$text")"
     done
     touch -d "@$stamp" "$folder"/*

@@ -32,18 +32,22 @@ std::string Utf8Text(std::wstring_view text) {
     return utf8;
 }
 
-static bool IsSeparator(wchar_t letter) {
-    return letter == L'\\' || letter == L'/';
+// As people write it: without the mark by which the system takes a path unchanged.
+static std::wstring Plain(const std::wstring& path) {
+    const std::wstring share = std::wstring(Device) + Share;
+    if (path.starts_with(share)) {
+        return L"\\\\" + path.substr(share.size());
+    }
+    const std::size_t drive = std::size(Device) - 1;
+    const bool isDrive = path.starts_with(Device) && path.size() > drive + 1 && path[drive + 1] == L':';
+    return isDrive ? path.substr(drive) : path;
 }
 
-// \\?\ and \\.\ : the system takes these unchanged.
-static bool IsForTheSystem(std::wstring_view path) {
-    return path.size() > 3 && IsSeparator(path[0]) && IsSeparator(path[1]) && (path[2] == L'?' || path[2] == L'.') &&
-           IsSeparator(path[3]);
-}
-
-static std::wstring FullPath(const std::wstring& path) {
-    if (IsForTheSystem(path)) {
+// What keeps that mark may have neither slashes nor steps upwards.
+static std::wstring FullPath(std::wstring path) {
+    std::replace(path.begin(), path.end(), L'/', L'\\');
+    path = Plain(path);
+    if (path.starts_with(Device)) {
         return path;
     }
     const DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
@@ -54,21 +58,11 @@ static std::wstring FullPath(const std::wstring& path) {
 
 // As the system takes it: without this mark no path is longer than 260 characters unless the machine's policy says so.
 static std::wstring Native(const std::string& path) {
-    const std::wstring wide = WideText(path);
-    const std::wstring full = FullPath(wide);
-    if (full.size() < LongFrom || IsForTheSystem(full)) {
-        return wide;
+    const std::wstring full = FullPath(WideText(path));
+    if (full.size() < LongFrom || full.starts_with(Device)) {
+        return full;
     }
     return full.starts_with(L"\\\\") ? std::wstring(Device) + Share + full.substr(2) : Device + full;
-}
-
-// As people write it.
-static std::wstring Plain(std::wstring path) {
-    const std::wstring share = std::wstring(Device) + Share;
-    if (path.starts_with(share)) {
-        return L"\\\\" + path.substr(share.size());
-    }
-    return path.starts_with(Device) ? path.substr(std::size(Device) - 1) : path;
 }
 
 std::string SystemText(std::uint32_t code) {

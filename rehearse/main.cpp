@@ -300,6 +300,7 @@ static int RunLine(int count, char** arguments) {
     CLI::App app("Runs the product on a described machine and tells what happened.", "quillmarch-rehearse");
     Line line;
     Describe(app, line);
+    app.allow_windows_style_options(false); // or a path that begins with a slash would be one there
     std::string wrong;
     try {
         app.parse(count, arguments);

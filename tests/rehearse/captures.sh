@@ -1,16 +1,8 @@
 #!/usr/bin/env bash
 # Machines without a description: a captured folder, a folder of exports, exports by name. Usage: captures.sh TOOL
-set -u
-tool=$(readlink -f "$1")
+# shellcheck source=tests/rehearse/checks.sh
+. "$(dirname "$0")/checks.sh"
 cd "$(dirname "$0")/captured" || exit 1
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-failed=0
-check() { # WHAT COMMAND...: the command must succeed
-    local what=$1
-    shift
-    "$@" || { echo "failed: $what"; failed=1; }
-}
 same() { [ "$1" = "$2" ] || { printf '  wanted: %s\n  came:   %s\n' "$1" "$2"; return 1; }; }
 wide() { printf '\xff\xfe' && iconv -f utf-8 -t utf-16le; }
 refused() { # LINE ARGUMENTS...: with 2, this line alone, nothing run

@@ -1,17 +1,9 @@
 #!/usr/bin/env bash
 # What the rehearsal tool writes where: report, log, timeline, failures, documents. Usage: outputs.sh TOOL
-set -u
-tool=$(readlink -f "$1")
+# shellcheck source=tests/rehearse/checks.sh
+. "$(dirname "$0")/checks.sh"
 cd "$(dirname "$0")/../.." || exit 1
 desk=examples/desk.toml
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-failed=0
-check() { # WHAT COMMAND...: the command must succeed
-    local what=$1
-    shift
-    "$@" || { echo "failed: $what"; failed=1; }
-}
 same() { [ "$1" = "$2" ] || { printf '  came: %s\n' "$1"; return 1; }; }
 
 # The same input gives the same bytes, with and without a seed; the report names the seed.

@@ -8,31 +8,25 @@ version=$2
 cd "$(dirname "$(readlink -f "$0")")/../.."
 # shellcheck source=tests/windows/prefix.sh
 . tests/windows/prefix.sh
-checks=0
 
 fail() {
     echo "package: $*" >&2
     exit 1
 }
-check() { # MEANING COMMAND...
-    local meaning=$1
-    shift
-    "$@" || fail "not so: $meaning"
-    checks=$((checks + 1))
-}
-not() { ! "$@"; }
 
 python3 tests/windows/help.py "$out/x64/Quillmarch" || fail "the help files have faults"
 (cd "$out" && sha256sum --quiet -c SHA256SUMS) || fail "the checksums are not those of the files"
 for edition in x64 x86; do
     names=$(cd "$out" && python3 -m zipfile -l "Quillmarch-$version-$edition.zip" | awk 'NR > 1 { print $1 }' | sort)
+    tool=()
+    [ "$edition" = x86 ] || tool=(quillmarch-rehearse.exe)
     wanted=$(printf 'Quillmarch/%s\n' Quillmarch.exe Quillmarch_eng.chm Quillmarch_ger.chm _capture_machine.cmd \
-        _edit_ini.cmd _rehearse_here.cmd _service_deregister.cmd _service_register.cmd configuration.md readme.txt \
-        windows.md | sort)
-    check "the zip of $edition has its eleven files" test "$(grep -v '/$' <<<"$names")" = "$wanted"
+        _edit_ini.cmd _rehearse_here.cmd _service_deregister.cmd _service_register.cmd configuration.md fleets.md \
+        readme.txt windows.md "${tool[@]}" | sort)
+    check "the zip of $edition has its files" test "$(grep -v '/$' <<<"$names")" = "$wanted"
     msi=$out/Quillmarch-$version-$edition.msi
     check "no INI file in the installer" not grep -qi '\.ini' <(msiinfo export "$msi" File)
-    check "eleven files in the installer" test "$(msiinfo export "$msi" File | tail -n +4 | grep -c .)" = 11
+    check "as many in the installer" test "$(msiinfo export "$msi" File | tail -n +4 | grep -c .)" = "$(wc -l <<<"$wanted")"
     # 18: a program among the files; 64: continues without it; 1024: in the elevated half; 2048: as the system.
     for action in Register Deregister; do
         check "$edition: ${action}Service runs as the system" \
@@ -47,17 +41,7 @@ for edition in x64 x86; do
     check "REGISTER reaches the elevated half" grep -qP '^SecureCustomProperties\t.*REGISTER' <(msiinfo export "$msi" Property)
 done
 
-mkdir -p "$wine"
-[ -e "$wine/pristine/system.reg" ] || make_pristine_prefix >"$wine/prefix.log" 2>&1 </dev/null || fail "no Wine prefix"
-prefix=$(mktemp -d "$wine/package.XXXXXX")
-export WINEPREFIX=$prefix
-clean_up() {
-    wineserver -k || true
-    timeout 30 wineserver -w || true
-    rm -rf "$prefix"
-}
-trap clean_up EXIT
-cp -a "$wine/pristine/." "$prefix"
+make_prefix package
 
 folder="$prefix/drive_c/Program Files/Quillmarch"
 install() { timeout 120 wine msiexec "$@" /qn </dev/null >/dev/null 2>&1; }

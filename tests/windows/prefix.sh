@@ -13,3 +13,31 @@ make_pristine_prefix() {
     timeout 120 wineserver -w
     mv "$wine/new" "$wine/pristine"
 }
+
+# A prefix of the caller's own, in `prefix`, until the caller ends.
+make_prefix() { # NAME
+    mkdir -p "$wine"
+    [ -e "$wine/pristine/system.reg" ] || make_pristine_prefix >"$wine/prefix.log" 2>&1 </dev/null || fail "no Wine prefix"
+    prefix=$(mktemp -d "$wine/$1.XXXXXX")
+    export WINEPREFIX=$prefix
+    trap remove_prefix EXIT
+    cp -a "$wine/pristine/." "$prefix"
+}
+remove_prefix() {
+    wineserver -k || true
+    timeout 30 wineserver -w || true
+    rm -rf "$prefix"
+}
+
+# The caller has a `fail` of its own, which ends it.
+checks=0
+check() { # MEANING COMMAND...
+    local meaning=$1
+    shift
+    "$@" || fail "not so: $meaning"
+    checks=$((checks + 1))
+}
+not() { ! "$@"; }
+
+# A log or page without the date of the commit at which its tool's build was configured: two builds may differ in that.
+undated() { sed -E 's/(Quillmarch\.EXE V[0-9.]+ Win32 build )[0-9-]+ [0-9:]+/\1/' "$1"; }

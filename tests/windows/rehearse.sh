@@ -7,6 +7,8 @@ linux=$(readlink -f "$1")
 windows=$(readlink -f "$2")
 shift 2
 cd "$(dirname "$(readlink -f "$0")")/../.."
+# shellcheck source=tests/windows/prefix.sh
+. tests/windows/prefix.sh
 if [ $# -eq 0 ]; then
     mapfile -t descriptions < <(find examples tests/scenarios -name '*.toml' -not -path '*/parts/*' -not -path '*/real/*' | sort)
 else
@@ -22,6 +24,10 @@ rehearse() { # NAME DESCRIPTION COMMAND...
     "$@" --check --log-level 6 --json "$out/json" --html "$out/html" --log "$out/log" "$description" \
         </dev/null >"$out/output" 2>"$out/errors" || code=$?
     echo "$code" >"$out/code"
+    local file
+    for file in html log; do
+        [ ! -e "$out/$file" ] || { undated "$out/$file" >"$out/undated" && mv "$out/undated" "$out/$file"; }
+    done
 }
 
 failed=0
