@@ -301,7 +301,7 @@ void FillMachine(const Record& description, const Options& options) {
     InstallProduct(description, options);
     SetUpSurroundings(description);
     for (const Record& session : description.TablesOf("session")) {
-        if (session.Has("____")) { // SIDs are given in the order of the sessions
+        if (session.Has("user")) { // SIDs are given in the order of the sessions
             (void)machine::SidOfAccount(session.TextOf("user"));
         }
     }

@@ -181,7 +181,7 @@ static Happens WhenHappens(std::string_view subject) {
     case machine::PowerState::ShuttingDown:
         return IsOneOf(subject, NotAtTheEnd) ? Happens::Not : Happens::Now;
     case machine::PowerState::FastOff:
-        if (subject == "_______" || subject == "____") { // devices keep their state meanwhile
+        if (subject == "problem" || subject == "calm") { // devices keep their state meanwhile
             return Happens::WhenAwake;
         }
         break;

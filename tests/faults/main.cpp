@@ -158,7 +158,7 @@ static std::vector<machine::Fault> RoundsOf(const Scenario& scenario, std::size_
         fault.times = 1;
         rounds.push_back(fault);
         fault.times = ForEver;
-        if (fault.call != "_________") { // whose callers try again until there is memory
+        if (fault.call != "HeapAlloc") { // whose callers try again until there is memory
             rounds.push_back(fault);
         }
     }

@@ -96,7 +96,7 @@ void Judge::Watch() {
 void Judge::Schedule() {
     std::vector<Event> events = m_plan.events;
     for (Event& event : CalmEvents(m_plan, &m_settledAtMs)) {
-        if (event.text.starts_with("______") && event.atMs > m_plan.calmAtMs) { // not the resume before the calm
+        if (event.text.starts_with("resume") && event.atMs > m_plan.calmAtMs) { // not the resume before the calm
             m_lastCheckMs = event.atMs;
         }
         events.push_back(std::move(event));
