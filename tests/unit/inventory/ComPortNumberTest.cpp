@@ -5,6 +5,7 @@
 #include "inventory/names/CDosDeviceNames.h"
 #include "inventory/names/ComNameAvailability.h"
 #include "inventory/names/ComPortNumber.h"
+#include "inventory/names/NameClaims.h"
 #include "simwin/registry/Registry.h"
 
 constexpr char EnumKey[] = "SYSTEM\\CurrentControlSet\\Enum\\USB\\VID_1111&PID_2222\\A1";
@@ -115,8 +116,12 @@ TEST(ComPortNumber, TheTableHoldsANameForAWorkingPortOnly) {
     EXPECT_EQ(ports->IsComPortNameAvailable("com7"), 1) << "names are compared exactly";
     EXPECT_EQ(ports->IsComPortNameAvailable("COM7"), 0);
     EXPECT_EQ(port->IsPresent, 1u);
-    // The link goes: the record is stale, and is set absent.
+    // The link goes: the record is stale, and is set absent, unless its restart is still to come.
     ASSERT_TRUE(DeleteDosName("COM7"));
+    AwaitRestart(ports->Ports[port->Index], GetTickCount());
+    EXPECT_EQ(ports->IsComPortNameAvailable("COM7"), 1);
+    EXPECT_EQ(port->IsPresent, 1u);
+    EndAwaitedRestart(ports->Ports[port->Index], /*isArrival=*/false);
     EXPECT_EQ(ports->IsComPortNameAvailable("COM7"), 1);
     EXPECT_EQ(port->IsPresent, 0u);
     EXPECT_STREQ(port->szPortName, "");

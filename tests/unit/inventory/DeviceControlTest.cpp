@@ -100,12 +100,23 @@ TEST(PortSnapshot, RegistryNamesAndDosNamesComeTogetherInTheRecord) {
     EXPECT_STREQ("COM", name) << "cut to its room";
     EXPECT_EQ(0, GetPortNameByDevInst(99999, name, sizeof(name)));
 
-    // A problem that was noted earlier and is gone: the device runs, and comes as new. One that has not changed stays.
-    table->FindRemovedProblemDevices();
-    EXPECT_EQ(1u, port->IsPresent);
-    table->Ports[port->Index]->Problem = 10;
-    table->FindRemovedProblemDevices();
-    EXPECT_EQ(0u, port->IsPresent);
+    // A problem that was noted earlier and is gone: the device runs, and comes as new. One that has not changed stays,
+    // one that was gone is left to its arrival, and what this service restarts to the end of the restart.
+    CComPort* scanned = table->Ports[port->Index];
+    const auto isLeft = [&](DWORD problem) {
+        scanned->Problem = problem;
+        table->FindRemovedProblemDevices();
+        return scanned->IsPresent;
+    };
+    EXPECT_EQ(1u, isLeft(0));
+    EXPECT_EQ(1u, isLeft(45));
+    scanned->RestartTicker = GetTickCount() - 4999;
+    EXPECT_EQ(1u, isLeft(10));
+    scanned->RestartTicker = 0;
+    SetRestartMark(szRestarting2, scanned->DevPath + sizeof("\\\\?\\") - 1);
+    EXPECT_EQ(1u, isLeft(10));
+    szRestarting2[0] = 0;
+    EXPECT_EQ(0u, isLeft(10));
     EXPECT_EQ(0u, port->Problem);
 }
 
