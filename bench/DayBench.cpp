@@ -61,7 +61,7 @@ static void LookAtNames(Day* day) {
     }
 }
 
-static void Schedule(const rehearse::Record& description, Day* day, int minutes) {
+static void Schedule(const rehearse::TomlTable& description, Day* day, int minutes) {
     machine::At(0, machine::Due::Outside, [&description] {
         std::string why;
         rehearse::StartProductInRole(description, &why);
@@ -131,7 +131,7 @@ static Day Rehearse(int minutes, bool withLog) {
     rehearse::Options options;
     options.description = QM_SOURCE_FOLDER "/examples/desk.toml";
     try {
-        const rehearse::Record description = rehearse::ReadDescription(options.description);
+        const rehearse::TomlTable description = rehearse::ReadDescription(options.description);
         const machine::Machine machine(rehearse::SetupOf(description, options));
         rehearse::FillMachine(description, options);
         if (withLog) {

@@ -48,7 +48,7 @@ static bool IsExportFile(const std::string& path) {
     return machine::IsHive(bytes) || machine::IsExport(bytes);
 }
 
-static void SetExports(Record& record, const std::vector<std::string>& files) {
+static void SetExports(TomlTable& described, const std::vector<std::string>& files) {
     Value registry;
     registry.type = HostFiles;
     registry.at = {files.front(), 1, 1};
@@ -56,11 +56,11 @@ static void SetExports(Record& record, const std::vector<std::string>& files) {
     for (const std::string& file : files) {
         registry.itemsAt.push_back({file, 1, 1});
     }
-    record.Set("registry", std::move(registry));
+    described.Set("registry", std::move(registry));
 }
 
-static void SetIni(Record& record, const std::string& file) {
-    Record product;
+static void SetIni(TomlTable& described, const std::string& file) {
+    TomlTable product;
     product.section = "quillmarch";
     product.at = {file, 1, 1};
     product.Set("ini", TextValue(HostFile, file, product.at));
@@ -68,10 +68,10 @@ static void SetIni(Record& record, const std::string& file) {
     table.type = Table;
     table.at = product.at;
     table.tables.push_back(std::move(product));
-    record.Set("quillmarch", std::move(table));
+    described.Set("quillmarch", std::move(table));
 }
 
-static Record ReadBareFolder(const std::string& folder, bool hasIni) {
+static TomlTable ReadBareFolder(const std::string& folder, bool hasIni) {
     std::vector<std::string> exports, configurations;
     for (const std::string& name : NamesInFolder(folder)) {
         const std::string path = InFolder(folder, name);
@@ -81,17 +81,17 @@ static Record ReadBareFolder(const std::string& folder, bool hasIni) {
             configurations.push_back(path);
         }
     }
-    Record record;
-    record.at = {folder, 1, 1};
+    TomlTable described;
+    described.at = {folder, 1, 1};
     if (exports.empty()) {
-        throw InputError(record.at,
+        throw InputError(described.at,
                          fmt::format("this folder has neither a {} nor an export of the registry", DescriptionName));
     }
-    SetExports(record, exports);
+    SetExports(described, exports);
     for (const auto& [key, name] : {std::pair("connected", ConnectedName), std::pair("properties", PropertiesName)}) {
         const std::string path = InFolder(folder, name);
         if (IsFile(path)) {
-            record.Set(key, TextValue(HostFile, path, {path, 1, 1}));
+            described.Set(key, TextValue(HostFile, path, {path, 1, 1}));
         }
     }
     if (configurations.size() > 1 && !hasIni) {
@@ -99,12 +99,12 @@ static Record ReadBareFolder(const std::string& folder, bool hasIni) {
                                                     "the other elsewhere");
     }
     if (configurations.size() == 1) {
-        SetIni(record, configurations.front());
+        SetIni(described, configurations.front());
     }
-    return record;
+    return described;
 }
 
-static Record ReadExports(const Options& options) {
+static TomlTable ReadExports(const Options& options) {
     std::vector<std::string> files = {options.description};
     files.insert(files.end(), options.moreExports.begin(), options.moreExports.end());
     for (const std::string& file : files) {
@@ -115,24 +115,24 @@ static Record ReadExports(const Options& options) {
             throw InputError({file, 1, 1}, "this is no export of the registry: only exports can be named side by side");
         }
     }
-    Record record;
-    record.at = {files.front(), 1, 1};
-    SetExports(record, files);
-    return record;
+    TomlTable described;
+    described.at = {files.front(), 1, 1};
+    SetExports(described, files);
+    return described;
 }
 
 // What a machine without a description of its own gets.
-static void SetUsual(Record& record, const std::string& name) {
-    if (!record.Has("title")) {
-        record.Set("title", TextValue(Plain, name, record.at));
+static void SetUsual(TomlTable& described, const std::string& name) {
+    if (!described.Has("title")) {
+        described.Set("title", TextValue(Plain, name, described.at));
     }
-    if (!record.Has("stories")) {
+    if (!described.Has("stories")) {
         Value all;
         all.type = Texts;
-        all.at = record.at;
+        all.at = described.at;
         all.texts = {"all"};
-        all.itemsAt = {record.at};
-        record.Set("stories", std::move(all));
+        all.itemsAt = {described.at};
+        described.Set("stories", std::move(all));
     }
 }
 
@@ -144,21 +144,21 @@ static std::string NameOf(std::string path) {
     return last == std::string::npos ? path : path.substr(last + 1);
 }
 
-Record ReadMachine(const Options& options) {
+TomlTable ReadMachine(const Options& options) {
     const std::string& named = options.description;
     if (options.moreExports.empty() && IsFolder(named)) {
         const std::string description = InFolder(named, DescriptionName);
-        Record record =
+        TomlTable described =
             IsFile(description) ? ReadDescription(description) : ReadBareFolder(named, options.ini || options.rules);
-        SetUsual(record, NameOf(named));
-        return record;
+        SetUsual(described, NameOf(named));
+        return described;
     }
     if (options.moreExports.empty() && !IsExportFile(named)) {
         return ReadDescription(named);
     }
-    Record record = ReadExports(options);
-    SetUsual(record, NameOf(named));
-    return record;
+    TomlTable described = ReadExports(options);
+    SetUsual(described, NameOf(named));
+    return described;
 }
 
 } // namespace rehearse

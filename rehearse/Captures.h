@@ -11,6 +11,6 @@ namespace rehearse {
 // A folder is read by its machine.toml. Without one its exports and hives are taken, in the order of their names, with
 // connected.txt, properties.txt and the INI file, where they are there. A folder and exports get all stories, unless
 // machine.toml names some, and a title by their name. Throws InputError with file, line and column.
-Record ReadMachine(const Options& options);
+TomlTable ReadMachine(const Options& options);
 
 } // namespace rehearse

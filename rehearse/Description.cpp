@@ -35,43 +35,43 @@ std::string PositionText(const Position& at) {
     return fmt::format("{}:{}:{}", at.file, at.line, at.column);
 }
 
-Record::Record() = default;
-Record::Record(const Record& other) = default;
-Record::Record(Record&& other) noexcept = default;
-Record& Record::operator=(const Record& other) = default;
-Record& Record::operator=(Record&& other) noexcept = default;
-Record::~Record() = default;
+TomlTable::TomlTable() = default;
+TomlTable::TomlTable(const TomlTable& other) = default;
+TomlTable::TomlTable(TomlTable&& other) noexcept = default;
+TomlTable& TomlTable::operator=(const TomlTable& other) = default;
+TomlTable& TomlTable::operator=(TomlTable&& other) noexcept = default;
+TomlTable::~TomlTable() = default;
 
-const Value* Record::Find(std::string_view key) const {
+const Value* TomlTable::Find(std::string_view key) const {
     const auto field = std::find_if(m_fields.begin(), m_fields.end(), [&](const Field& f) { return f.key == key; });
     return field == m_fields.end() ? nullptr : &field->value;
 }
 
-bool Record::Is(std::string_view key, unsigned type) const {
+bool TomlTable::Is(std::string_view key, unsigned type) const {
     const Value* value = Find(key);
     return value && (value->type & type);
 }
 
-const Position& Record::At(std::string_view key) const {
+const Position& TomlTable::At(std::string_view key) const {
     const Value* value = Find(key);
     return value ? value->at : at;
 }
 
-std::string Record::TextOf(std::string_view key, std::string_view otherwise) const {
+std::string TomlTable::TextOf(std::string_view key, std::string_view otherwise) const {
     const Value* value = Find(key);
     return value && (value->type & (Text | Plain | HostFile)) ? value->text : std::string(otherwise);
 }
 
-std::int64_t Record::NumberOf(std::string_view key, std::int64_t otherwise) const {
+std::int64_t TomlTable::NumberOf(std::string_view key, std::int64_t otherwise) const {
     const Value* value = Find(key);
     return value && (value->type & (Number | Flag | Duration)) ? value->number : otherwise;
 }
 
-std::uint64_t Record::MsOf(std::string_view key, std::uint64_t otherwise) const {
+std::uint64_t TomlTable::MsOf(std::string_view key, std::uint64_t otherwise) const {
     return static_cast<std::uint64_t>(NumberOf(key, static_cast<std::int64_t>(otherwise)));
 }
 
-std::vector<std::string> Record::TextsOf(std::string_view key) const {
+std::vector<std::string> TomlTable::TextsOf(std::string_view key) const {
     const Value* value = Find(key);
     if (!value) {
         return {};
@@ -82,18 +82,18 @@ std::vector<std::string> Record::TextsOf(std::string_view key) const {
     return value->texts;
 }
 
-const Record* Record::TableOf(std::string_view key) const {
+const TomlTable* TomlTable::TableOf(std::string_view key) const {
     const Value* value = Find(key);
     return value && (value->type & (Table | AnyKeys)) ? &value->tables.front() : nullptr;
 }
 
-const std::vector<Record>& Record::TablesOf(std::string_view key) const {
-    static const std::vector<Record> None;
+const std::vector<TomlTable>& TomlTable::TablesOf(std::string_view key) const {
+    static const std::vector<TomlTable> None;
     const Value* value = Find(key);
     return value && value->type == Tables ? value->tables : None;
 }
 
-void Record::Set(std::string_view key, Value value) {
+void TomlTable::Set(std::string_view key, Value value) {
     for (Field& field : m_fields) {
         if (field.key == key) {
             field.value = std::move(value);
@@ -103,11 +103,11 @@ void Record::Set(std::string_view key, Value value) {
     m_fields.push_back({std::string(key), std::move(value)});
 }
 
-void Record::Erase(std::string_view key) {
+void TomlTable::Erase(std::string_view key) {
     std::erase_if(m_fields, [&](const Field& field) { return field.key == key; });
 }
 
-void Record::Amend(const Record& with) {
+void TomlTable::Amend(const TomlTable& with) {
     for (const auto& [key, value] : with.m_fields) {
         if (value.type == Nothing) {
             Erase(key);
@@ -119,7 +119,7 @@ void Record::Amend(const Record& with) {
     }
 }
 
-void Record::AmendTables(const std::string& key, const Value& with) {
+void TomlTable::AmendTables(const std::string& key, const Value& with) {
     // A new table is merged into an empty one, so that an empty table inside it disappears.
     Value value;
     value.type = with.type;
@@ -130,13 +130,13 @@ void Record::AmendTables(const std::string& key, const Value& with) {
     }
 
     const char* identity = with.type == Tables ? IdentityOf(key) : nullptr;
-    for (const Record& table : with.tables) {
+    for (const TomlTable& table : with.tables) {
         auto target = value.tables.end();
         if (with.type != Tables) {
             target = value.tables.begin();
         } else if (identity) {
-            target = std::find_if(value.tables.begin(), value.tables.end(), [&](const Record& record) {
-                return machine::EqualNoCase(record.TextOf(identity), table.TextOf(identity));
+            target = std::find_if(value.tables.begin(), value.tables.end(), [&](const TomlTable& described) {
+                return machine::EqualNoCase(described.TextOf(identity), table.TextOf(identity));
             });
         }
         if (target == value.tables.end()) {

@@ -43,14 +43,14 @@ struct Value;
 struct Field;
 
 // The fields of one table, in the order of the file.
-class Record {
+class TomlTable {
 public:
-    Record();
-    Record(const Record& other);
-    Record(Record&& other) noexcept;
-    Record& operator=(const Record& other);
-    Record& operator=(Record&& other) noexcept;
-    ~Record();
+    TomlTable();
+    TomlTable(const TomlTable& other);
+    TomlTable(TomlTable&& other) noexcept;
+    TomlTable& operator=(const TomlTable& other);
+    TomlTable& operator=(TomlTable&& other) noexcept;
+    ~TomlTable();
 
     Position at;
     std::string section; // as in the table of keys: "device", "event.replug"
@@ -66,8 +66,8 @@ public:
     std::uint64_t MsOf(std::string_view key, std::uint64_t otherwise = 0) const;
     bool FlagOf(std::string_view key, bool otherwise = false) const { return NumberOf(key, otherwise) != 0; }
     std::vector<std::string> TextsOf(std::string_view key) const; // a single text is a list of one
-    const Record* TableOf(std::string_view key) const;            // null if absent
-    const std::vector<Record>& TablesOf(std::string_view key) const;
+    const TomlTable* TableOf(std::string_view key) const;         // null if absent
+    const std::vector<TomlTable>& TablesOf(std::string_view key) const;
 
     void Set(std::string_view key, Value value);
     void Erase(std::string_view key);
@@ -75,7 +75,7 @@ public:
 
     // Merges a description that builds on this one: tables key by key, arrays replaced, devices and DOS names
     // amended by their id, other lists of tables appended, an empty table takes a key back.
-    void Amend(const Record& with);
+    void Amend(const TomlTable& with);
 
 private:
     void AmendTables(const std::string& key, const Value& with);
@@ -91,7 +91,7 @@ struct Value {
     std::vector<std::string> texts; // Texts, HostFiles
     std::vector<std::int64_t> numbers;
     std::vector<Position> itemsAt; // the place of each item of a list
-    std::vector<Record> tables;    // Table and AnyKeys: one
+    std::vector<TomlTable> tables; // Table and AnyKeys: one
 };
 
 struct Field {

@@ -33,16 +33,16 @@ namespace {
 class FileReader {
 public:
     explicit FileReader(std::string file) : m_file(std::move(file)) {}
-    Record ReadTable(const toml::table& table, const std::string& section) const;
+    TomlTable ReadTable(const toml::table& table, const std::string& section) const;
 
 private:
     Value ReadValue(const toml::node& node, const toml::key& name, const Key& key) const;
     void ReadText(Value& value, const std::string& utf8, const Key& key, std::string_view name) const;
     void ReadArray(Value& value, const toml::array& array, const Key& key, std::string_view name) const;
-    void CheckNeeded(const Record& record) const;
-    void CheckOnce(const std::vector<Record>& devices) const;
-    void AddOwnSubject(Record& record) const;
-    void CheckSubjects(const Record& record) const;
+    void CheckNeeded(const TomlTable& described) const;
+    void CheckOnce(const std::vector<TomlTable>& devices) const;
+    void AddOwnSubject(TomlTable& described) const;
+    void CheckSubjects(const TomlTable& described) const;
     std::string HostPath(const std::string& path) const;
     std::string m_file;
 };
@@ -177,10 +177,10 @@ static std::vector<std::string> NamesOfKeys(std::string_view section) {
     return names;
 }
 
-Record FileReader::ReadTable(const toml::table& table, const std::string& section) const {
-    Record record;
-    record.section = section;
-    record.at = PositionOf(m_file, table.source());
+TomlTable FileReader::ReadTable(const toml::table& table, const std::string& section) const {
+    TomlTable described;
+    described.section = section;
+    described.at = PositionOf(m_file, table.source());
     struct Named {
         const toml::key* name;
         const toml::node* node;
@@ -201,19 +201,19 @@ Record FileReader::ReadTable(const toml::table& table, const std::string& sectio
             throw InputError(PositionOf(m_file, field.name->source()),
                              fmt::format("unknown key '{}'{}{}", name, where, DidYouMean(name, NamesOfKeys(section))));
         }
-        record.Set(name == key->name ? std::string(name) : machine::AnsiFromUtf8(name),
-                   ReadValue(*field.node, *field.name, *key));
+        described.Set(name == key->name ? std::string(name) : machine::AnsiFromUtf8(name),
+                      ReadValue(*field.node, *field.name, *key));
     }
-    CheckNeeded(record);
-    AddOwnSubject(record);
-    CheckSubjects(record);
-    return record;
+    CheckNeeded(described);
+    AddOwnSubject(described);
+    CheckSubjects(described);
+    return described;
 }
 
 // Two tables for one device in one file are a copying mistake; only an including description may amend a device.
-void FileReader::CheckOnce(const std::vector<Record>& devices) const {
+void FileReader::CheckOnce(const std::vector<TomlTable>& devices) const {
     std::map<std::string, Position> known;
-    for (const Record& device : devices) {
+    for (const TomlTable& device : devices) {
         const auto [first, isNew] = known.emplace(machine::Lower(device.TextOf("id")), device.At("id"));
         if (!isNew) {
             throw InputError(device.At("id"),
@@ -223,33 +223,33 @@ void FileReader::CheckOnce(const std::vector<Record>& devices) const {
     }
 }
 
-void FileReader::CheckNeeded(const Record& record) const {
+void FileReader::CheckNeeded(const TomlTable& described) const {
     for (const Key& key : AllKeys()) {
-        const bool isNeeded = record.section == key.section && std::string_view(key.initial) == "needed";
+        const bool isNeeded = described.section == key.section && std::string_view(key.initial) == "needed";
         // A link that amends another may omit what that one says.
-        const bool isAmendable = record.section == "dos_name" && std::string_view(key.name) == "target";
-        if (isNeeded && !isAmendable && !record.Is(key.name, ~unsigned{Nothing})) {
-            throw InputError(record.at, fmt::format("'{}' is missing in '{}'", key.name, record.section));
+        const bool isAmendable = described.section == "dos_name" && std::string_view(key.name) == "target";
+        if (isNeeded && !isAmendable && !described.Is(key.name, ~unsigned{Nothing})) {
+            throw InputError(described.at, fmt::format("'{}' is missing in '{}'", key.name, described.section));
         }
     }
 }
 
 // `contains` without a file is about a message box, whatever else the box says.
-void FileReader::AddOwnSubject(Record& record) const {
-    const bool hasSubject = std::any_of(record.Fields().begin(), record.Fields().end(), [&](const Field& field) {
-        return IsSubject(*FindKey(record.section, field.key));
+void FileReader::AddOwnSubject(TomlTable& described) const {
+    const bool hasSubject = std::any_of(described.Fields().begin(), described.Fields().end(), [&](const Field& field) {
+        return IsSubject(*FindKey(described.section, field.key));
     });
-    if (hasSubject || record.section != "expect" || !record.Is("contains", Text)) {
+    if (hasSubject || described.section != "expect" || !described.Is("contains", Text)) {
         return;
     }
     Value whole;
-    whole.at = record.At("contains");
+    whole.at = described.At("contains");
     whole.type = Text;
-    record.Set("message", std::move(whole));
+    described.Set("message", std::move(whole));
 }
 
-void FileReader::CheckSubjects(const Record& record) const {
-    if (!HasSubjects(record.section)) {
+void FileReader::CheckSubjects(const TomlTable& described) const {
+    if (!HasSubjects(described.section)) {
         return;
     }
     // The service's state, its checkpoints and the exit code may be in one expectation.
@@ -257,8 +257,8 @@ void FileReader::CheckSubjects(const Record& record) const {
         return name == "service" || name == "checkpoints" || name == "exit_code";
     };
     std::string subject;
-    for (const auto& [name, value] : record.Fields()) {
-        if (!IsSubject(*FindKey(record.section, name)) || value.type == Nothing) {
+    for (const auto& [name, value] : described.Fields()) {
+        if (!IsSubject(*FindKey(described.section, name)) || value.type == Nothing) {
             continue;
         }
         if (!subject.empty() && !(isServiceFact(subject) && isServiceFact(name))) {
@@ -267,10 +267,10 @@ void FileReader::CheckSubjects(const Record& record) const {
         subject = name;
     }
     if (subject.empty()) {
-        throw InputError(record.at, fmt::format("this '{}' says nothing but when", record.section));
+        throw InputError(described.at, fmt::format("this '{}' says nothing but when", described.section));
     }
-    for (const auto& [name, value] : record.Fields()) {
-        const Key& key = *FindKey(record.section, name);
+    for (const auto& [name, value] : described.Fields()) {
+        const Key& key = *FindKey(described.section, name);
         if (!IsSubject(key) && !GoesWith(key, subject)) {
             throw InputError(value.at, fmt::format("'{}' does not go with '{}'", name, subject));
         }
@@ -329,7 +329,7 @@ static toml::table ParseFile(const std::string& file, const Position& from) {
 }
 
 // Reads one file after those that it includes. A description that several build on is read once.
-static void ReadInto(Record& whole, const std::string& file, const Position& from, std::set<std::string>& open,
+static void ReadInto(TomlTable& whole, const std::string& file, const Position& from, std::set<std::string>& open,
                      std::set<std::string>& done) {
     const std::string name = KeyOfFile(file);
     if (open.contains(name)) {
@@ -339,16 +339,16 @@ static void ReadInto(Record& whole, const std::string& file, const Position& fro
         return;
     }
     open.insert(name);
-    const Record record = FileReader(file).ReadTable(ParseFile(file, from), "");
-    if (const Value* include = record.Find("include")) {
-        const std::vector<std::string> files = record.TextsOf("include");
+    const TomlTable described = FileReader(file).ReadTable(ParseFile(file, from), "");
+    if (const Value* include = described.Find("include")) {
+        const std::vector<std::string> files = described.TextsOf("include");
         for (std::size_t i = 0; i < files.size(); ++i) {
             ReadInto(whole, files[i], include->itemsAt.empty() ? include->at : include->itemsAt[i], open, done);
         }
     }
     open.erase(name);
     done.insert(name);
-    whole.Amend(record);
+    whole.Amend(described);
 }
 
 static std::function<void(const std::string& file, const std::string* bytes)> g_fileWatcher;
@@ -380,8 +380,8 @@ std::string ReadHostFile(const std::string& file, const Position& at) {
     return bytes;
 }
 
-Record ReadDescription(const std::string& file) {
-    Record whole;
+TomlTable ReadDescription(const std::string& file) {
+    TomlTable whole;
     whole.at = {file, 1, 1};
     std::set<std::string> open, done;
     ReadInto(whole, file, whole.at, open, done);

@@ -10,7 +10,7 @@ namespace rehearse {
 
 // file: host path, as messages show it. Throws InputError at the first thing that is wrong: a syntax error,
 // an unknown key, a value of another type, a text that is not allowed, a missing required key, a circular include.
-Record ReadDescription(const std::string& file);
+TomlTable ReadDescription(const std::string& file);
 
 // The bytes of a file of the host. Throws InputError at `at` if it cannot be read.
 std::string ReadHostFile(const std::string& file, const Position& at);

@@ -23,10 +23,10 @@ constexpr const char* PipeName = "\\\\.\\pipe\\QuillmarchBalloonUpdate";
 constexpr std::size_t RecordBytes = 1160, LargestMessage = 65536;
 constexpr std::int64_t MostClients = 100;
 
-static simwin::LONG PixelsIn(const Record& record, std::string_view key, std::int64_t otherwise) {
-    const std::int64_t pixels = record.NumberOf(key, otherwise);
+static simwin::LONG PixelsIn(const TomlTable& table, std::string_view key, std::int64_t otherwise) {
+    const std::int64_t pixels = table.NumberOf(key, otherwise);
     if (pixels < -LargestScreen || pixels > LargestScreen) {
-        throw InputError(record.At(key), fmt::format("'{}' must be -65535 to 65535", key));
+        throw InputError(table.At(key), fmt::format("'{}' must be -65535 to 65535", key));
     }
     return static_cast<simwin::LONG>(pixels);
 }
@@ -42,19 +42,19 @@ static TaskBar::Edge EdgeOf(const std::string& name) {
 }
 
 // Changes the bar as the table says.
-static void AmendBar(TaskBar& bar, const Record& record) {
-    if (record.Has("edge")) {
-        bar.edge = EdgeOf(record.TextOf("edge"));
+static void AmendBar(TaskBar& bar, const TomlTable& table) {
+    if (table.Has("edge")) {
+        bar.edge = EdgeOf(table.TextOf("edge"));
     }
-    bar.size = PixelsIn(record, "size", bar.size);
+    bar.size = PixelsIn(table, "size", bar.size);
     if (bar.size < 0) {
-        throw InputError(record.At("size"), "'size' must not be below zero");
+        throw InputError(table.At("size"), "'size' must not be below zero");
     }
-    bar.isHidden = record.FlagOf("hidden", bar.isHidden);
-    bar.isRightToLeft = record.FlagOf("rtl", bar.isRightToLeft);
-    bar.isGone = record.FlagOf("gone");
+    bar.isHidden = table.FlagOf("hidden", bar.isHidden);
+    bar.isRightToLeft = table.FlagOf("rtl", bar.isRightToLeft);
+    bar.isGone = table.FlagOf("gone");
     bar.rect.reset();
-    const Value* rect = record.Find("rect");
+    const Value* rect = table.Find("rect");
     if (!rect) {
         return;
     }
@@ -68,27 +68,27 @@ static void AmendBar(TaskBar& bar, const Record& record) {
     bar.rect = simwin::RECT{at(0), at(1), at(2), at(3)};
 }
 
-static simwin::COLORREF ColourIn(const Record& record, std::string_view key, std::int64_t otherwise) {
+static simwin::COLORREF ColourIn(const TomlTable& table, std::string_view key, std::int64_t otherwise) {
     constexpr std::int64_t Largest = 0xFFFFFF;
-    const std::int64_t rgb = record.NumberOf(key, otherwise);
+    const std::int64_t rgb = table.NumberOf(key, otherwise);
     if (rgb < 0 || rgb > Largest) {
-        throw InputError(record.At(key), fmt::format("'{}' must be a colour 0xRRGGBB", key));
+        throw InputError(table.At(key), fmt::format("'{}' must be a colour 0xRRGGBB", key));
     }
     return RgbOf(static_cast<simwin::COLORREF>(rgb)); // the same swap both ways
 }
 
-static unsigned SessionIn(const Record& record, const Stage& stage) {
-    const std::vector<Record>& sessions = stage.description->TablesOf("session");
+static unsigned SessionIn(const TomlTable& table, const Stage& stage) {
+    const std::vector<TomlTable>& sessions = stage.description->TablesOf("session");
     const std::int64_t first = sessions.empty() ? 1 : sessions.front().NumberOf("id", 1);
-    const std::int64_t id = record.NumberOf("session", first);
+    const std::int64_t id = table.NumberOf("session", first);
     if (id < 0 || id > LargestScreen) {
-        throw InputError(record.At("session"), "'session' must be 0 to 65535");
+        throw InputError(table.At("session"), "'session' must be 0 to 65535");
     }
     return static_cast<unsigned>(id);
 }
 
-static Action MoveTaskBarEvent(const Record& event, Stage& stage) {
-    const Record table = *event.TableOf("move_taskbar");
+static Action MoveTaskBarEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable table = *event.TableOf("move_taskbar");
     TaskBar checked;
     AmendBar(checked, table);
     return [&stage, table] {
@@ -99,8 +99,8 @@ static Action MoveTaskBarEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action WindowEvent(const Record& event, Stage& stage, const char* subject, bool isToolTip) {
-    const Record& table = *event.TableOf(subject);
+static Action WindowEvent(const TomlTable& event, Stage& stage, const char* subject, bool isToolTip) {
+    const TomlTable& table = *event.TableOf(subject);
     machine::ForeignWindow window;
     window.name = table.TextOf("name");
     window.session = SessionIn(table, stage);
@@ -139,11 +139,11 @@ static Action WindowEvent(const Record& event, Stage& stage, const char* subject
     };
 }
 
-static Action ToolTipEvent(const Record& event, Stage& stage) {
+static Action ToolTipEvent(const TomlTable& event, Stage& stage) {
     return WindowEvent(event, stage, "tooltip", /*isToolTip=*/true);
 }
 
-static Action ForeignWindowEvent(const Record& event, Stage& stage) {
+static Action ForeignWindowEvent(const TomlTable& event, Stage& stage) {
     return WindowEvent(event, stage, "window", /*isToolTip=*/false);
 }
 
@@ -169,7 +169,7 @@ struct Target {
 };
 } // namespace
 
-static Target TargetOf(const Record* table, const Stage& stage) {
+static Target TargetOf(const TomlTable* table, const Stage& stage) {
     Target target;
     if (!table) {
         target.isOnBalloon = true;
@@ -188,8 +188,8 @@ static Target TargetOf(const Record* table, const Stage& stage) {
     return target;
 }
 
-static Action ClickEvent(const Record& event, Stage& stage) {
-    const Record* table = event.TableOf("click");
+static Action ClickEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable* table = event.TableOf("click");
     const std::string name = table ? table->TextOf("button", "left") : "left";
     const machine::MouseButton button = name == "left"    ? machine::MouseButton::Left
                                         : name == "right" ? machine::MouseButton::Right
@@ -205,7 +205,7 @@ static Action ClickEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action MouseEvent(const Record& event, Stage& stage) {
+static Action MouseEvent(const TomlTable& event, Stage& stage) {
     return [&stage, target = TargetOf(event.TableOf("mouse"), stage)] {
         const auto place = target.Find(*stage.balloons);
         if (!place) {
@@ -218,12 +218,12 @@ static Action MouseEvent(const Record& event, Stage& stage) {
 }
 
 // "\u0000" to "\u00FF", a byte each.
-static std::string BytesIn(const Record& record, std::string_view key) {
-    const std::u16string text = machine::Utf16FromUtf8(record.TextOf(key));
+static std::string BytesIn(const TomlTable& table, std::string_view key) {
+    const std::u16string text = machine::Utf16FromUtf8(table.TextOf(key));
     std::string bytes;
     for (const char16_t c : text) {
         if (c > 0xFF) {
-            throw InputError(record.At(key), fmt::format("'{}' holds characters above \\u00FF", key));
+            throw InputError(table.At(key), fmt::format("'{}' holds characters above \\u00FF", key));
         }
         bytes += static_cast<char>(c);
     }
@@ -239,7 +239,7 @@ static void PutNumber(std::string& record, std::size_t at, std::int64_t number) 
     std::memcpy(record.data() + at, &value, sizeof(value));
 }
 
-static std::string MessageOf(const Record& table) {
+static std::string MessageOf(const TomlTable& table) {
     const std::int64_t size = table.NumberOf("size", static_cast<std::int64_t>(RecordBytes));
     if (size < 0 || size > static_cast<std::int64_t>(LargestMessage)) {
         throw InputError(table.At("size"), "'size' must be 0 to 65536");
@@ -292,12 +292,12 @@ static void WriteOnce(const PipeWriter& writer, Timeline& timeline) {
                                  error ? fmt::format(": error {}", error) : ""));
 }
 
-static Action PipeEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("pipe");
-    const std::vector<Record>& sessions = stage.description->TablesOf("session");
+static Action PipeEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable& table = *event.TableOf("pipe");
+    const std::vector<TomlTable>& sessions = stage.description->TablesOf("session");
     PipeWriter writer;
     writer.user = table.TextOf("user", sessions.empty() ? NamelessUser : sessions.front().TextOf("user"));
-    for (const Record& session : sessions) {
+    for (const TomlTable& session : sessions) {
         if (machine::EqualNoCase(session.TextOf("user"), writer.user)) {
             writer.administrator = session.FlagOf("administrator");
             writer.filtered = session.FlagOf("uac");
@@ -327,7 +327,7 @@ constexpr EventRow Rows[] = {
     {"pipe", PipeEvent},
 };
 
-std::function<void(unsigned session)> SessionInputOf(const Record& session) {
+std::function<void(unsigned session)> SessionInputOf(const TomlTable& session) {
     const bool isHeld = session.TextOf("foreground") == "held";
     std::optional<simwin::POINT> place;
     if (const Value* cursor = session.Find("cursor")) {
@@ -345,10 +345,10 @@ std::function<void(unsigned session)> SessionInputOf(const Record& session) {
     };
 }
 
-void SetUpDesktop(const Record& description) {
-    if (const Record* windows = description.TableOf("windows")) {
+void SetUpDesktop(const TomlTable& description) {
+    if (const TomlTable* windows = description.TableOf("windows")) {
         TaskBar bar;
-        if (const Record* table = windows->TableOf("taskbar")) {
+        if (const TomlTable* table = windows->TableOf("taskbar")) {
             AmendBar(bar, *table);
         }
         machine::SetTaskBar(bar);
@@ -359,14 +359,14 @@ void SetUpDesktop(const Record& description) {
             appearance.theme = machine::Appearance::Theme::Off;
         }
         appearance.tooltipFade = windows->FlagOf("tooltip_fade", true);
-        if (const Record* colours = windows->TableOf("colours")) {
+        if (const TomlTable* colours = windows->TableOf("colours")) {
             constexpr std::int64_t InfoBack = 0xFFFFE1;
             appearance.infoText = ColourIn(*colours, "infotext", 0);
             appearance.infoBack = ColourIn(*colours, "infobk", InfoBack);
         }
         machine::SetAppearance(appearance);
     }
-    for (const Record& session : description.TablesOf("session")) {
+    for (const TomlTable& session : description.TablesOf("session")) {
         SessionInputOf(session)(static_cast<unsigned>(session.NumberOf("id", 1)));
     }
 }

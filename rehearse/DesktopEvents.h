@@ -8,15 +8,15 @@
 namespace rehearse {
 
 // The task bar, colours and theme of [windows]; foreground and cursor of the sessions. Throws InputError.
-void SetUpDesktop(const Record& description);
+void SetUpDesktop(const TomlTable& description);
 
 // What sets foreground and cursor of a session, described or of a logon, by its number. Throws InputError.
-std::function<void(unsigned session)> SessionInputOf(const Record& session);
+std::function<void(unsigned session)> SessionInputOf(const TomlTable& session);
 
 std::span<const EventRow> DesktopEventRows();
 
 // balloon, shown, tooltip, input.
-bool IsAboutDesktop(const Record& expect);
-void JudgeDesktop(const Record& expect, const Stage& stage, Wrongs& wrongs);
+bool IsAboutDesktop(const TomlTable& expect);
+void JudgeDesktop(const TomlTable& expect, const Stage& stage, Wrongs& wrongs);
 
 } // namespace rehearse

@@ -15,25 +15,25 @@ namespace rehearse {
 using machine::DrawnItem;
 using machine::DrawnKind;
 
-static void Compare(Wrongs& wrongs, const Record& expect, const char* key, const std::string& is) {
+static void Compare(Wrongs& wrongs, const TomlTable& expect, const char* key, const std::string& is) {
     if (expect.Has(key) && expect.TextOf(key) != is) {
         wrongs.push_back(fmt::format("{} is '{}', not '{}'", key, is, expect.TextOf(key)));
     }
 }
 
-static void CompareNumber(Wrongs& wrongs, const Record& expect, const char* key, std::int64_t is) {
+static void CompareNumber(Wrongs& wrongs, const TomlTable& expect, const char* key, std::int64_t is) {
     if (expect.Has(key) && expect.NumberOf(key) != is) {
         wrongs.push_back(fmt::format("{} is {}, not {}", key, is, expect.NumberOf(key)));
     }
 }
 
-static void CompareColour(Wrongs& wrongs, const Record& expect, const char* key, std::uint32_t is) {
+static void CompareColour(Wrongs& wrongs, const TomlTable& expect, const char* key, std::uint32_t is) {
     if (expect.Has(key) && expect.NumberOf(key) != is) {
         wrongs.push_back(fmt::format("{} is 0x{:06X}, not 0x{:06X}", key, is, expect.NumberOf(key)));
     }
 }
 
-static bool IsKind(const Record& wanted, const DrawnItem& item) {
+static bool IsKind(const TomlTable& wanted, const DrawnItem& item) {
     if (wanted.Has("text")) {
         return item.kind == DrawnKind::Text && item.text == wanted.TextOf("text");
     }
@@ -46,7 +46,7 @@ static bool IsKind(const Record& wanted, const DrawnItem& item) {
     return item.kind == DrawnKind::Control;
 }
 
-static bool Meets(const Record& wanted, const DrawnItem& item, simwin::LONG width) {
+static bool Meets(const TomlTable& wanted, const DrawnItem& item, simwin::LONG width) {
     const auto fits = [&](const char* key, std::int64_t is) { return !wanted.Has(key) || wanted.NumberOf(key) == is; };
     return IsKind(wanted, item) && fits("state", item.state) && fits("x", item.place.left) &&
            fits("y", item.place.top) && fits("width", item.place.right - item.place.left) &&
@@ -68,9 +68,9 @@ static std::string ItemText(const DrawnItem& item, simwin::LONG width) {
                        item.place.right - item.place.left, width - item.place.left, RgbOf(item.colour));
 }
 
-static void CompareDrawn(Wrongs& wrongs, const Record& expect, const BalloonView& view) {
+static void CompareDrawn(Wrongs& wrongs, const TomlTable& expect, const BalloonView& view) {
     const simwin::LONG width = view.place.right - view.place.left;
-    for (const Record& wanted : expect.TablesOf("drawn")) {
+    for (const TomlTable& wanted : expect.TablesOf("drawn")) {
         const bool isMet = std::any_of(view.drawn.begin(), view.drawn.end(),
                                        [&](const DrawnItem& item) { return Meets(wanted, item, width); });
         if (isMet) {
@@ -86,7 +86,7 @@ static void CompareDrawn(Wrongs& wrongs, const Record& expect, const BalloonView
 }
 
 // Judges an expectation about a balloon as it was at one moment.
-static Wrongs WrongsOfView(const Record& expect, const Balloon& balloon, const BalloonView& view) {
+static Wrongs WrongsOfView(const TomlTable& expect, const Balloon& balloon, const BalloonView& view) {
     Wrongs wrongs;
     Compare(wrongs, expect, "title", view.title);
     Compare(wrongs, expect, "text2", view.text2);
@@ -111,7 +111,7 @@ static Wrongs WrongsOfView(const Record& expect, const Balloon& balloon, const B
     return wrongs;
 }
 
-static Wrongs WrongsOfBalloon(const Record& expect, const Balloon& balloon) {
+static Wrongs WrongsOfBalloon(const TomlTable& expect, const Balloon& balloon) {
     Wrongs wrongs = WrongsOfView(expect, balloon, balloon.first);
     Compare(wrongs, expect, "closed_by", balloon.closedBy);
     if (expect.Has("fade") && expect.FlagOf("fade") != balloon.isFaded) {
@@ -135,7 +135,7 @@ static std::string Joined(const Wrongs& wrongs) {
     return text;
 }
 
-static void JudgeBalloon(const Record& expect, const Balloons& balloons, Wrongs& wrongs) {
+static void JudgeBalloon(const TomlTable& expect, const Balloons& balloons, Wrongs& wrongs) {
     std::int64_t fits = 0;
     std::string others, texts;
     for (const Balloon& balloon : balloons.All()) {
@@ -158,7 +158,7 @@ static void JudgeBalloon(const Record& expect, const Balloons& balloons, Wrongs&
     wrongs.push_back(fmt::format("{} such balloons; {}", fits, others));
 }
 
-static void JudgeShown(const Record& expect, const Balloons& balloons, Wrongs& wrongs) {
+static void JudgeShown(const TomlTable& expect, const Balloons& balloons, Wrongs& wrongs) {
     const std::string text = expect.TextOf("shown");
     std::string others;
     bool isShown = false, isMet = false;
@@ -182,7 +182,7 @@ static void JudgeShown(const Record& expect, const Balloons& balloons, Wrongs& w
     }
 }
 
-static void JudgeToolTip(const Record& expect, Wrongs& wrongs) {
+static void JudgeToolTip(const TomlTable& expect, Wrongs& wrongs) {
     const machine::Window* window = machine::FindForeignWindow(expect.TextOf("tooltip"));
     const bool isShown = window && window->visible;
     if (expect.FlagOf("gone") || !isShown) {
@@ -195,7 +195,7 @@ static void JudgeToolTip(const Record& expect, Wrongs& wrongs) {
     CompareNumber(wrongs, expect, "y", window->rect.top);
 }
 
-static void JudgeInput(const Record& expect, Wrongs& wrongs) {
+static void JudgeInput(const TomlTable& expect, Wrongs& wrongs) {
     std::int64_t fits = 0;
     std::string others;
     for (const machine::InputRecord& input : machine::Inputs()) {
@@ -208,11 +208,11 @@ static void JudgeInput(const Record& expect, Wrongs& wrongs) {
     }
 }
 
-bool IsAboutDesktop(const Record& expect) {
+bool IsAboutDesktop(const TomlTable& expect) {
     return expect.Has("balloon") || expect.Has("shown") || expect.Has("tooltip") || expect.Has("input");
 }
 
-void JudgeDesktop(const Record& expect, const Stage& stage, Wrongs& wrongs) {
+void JudgeDesktop(const TomlTable& expect, const Stage& stage, Wrongs& wrongs) {
     if (expect.Has("balloon")) {
         JudgeBalloon(expect, *stage.balloons, wrongs);
     } else if (expect.Has("shown")) {

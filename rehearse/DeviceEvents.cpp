@@ -1,6 +1,6 @@
 #include "rehearse/DeviceEvents.h"
 
-#include "rehearse/DeviceRecords.h"
+#include "rehearse/DeviceTables.h"
 #include "rehearse/MachineFacts.h"
 #include "rehearse/SessionEvents.h"
 #include "rehearse/Sockets.h"
@@ -21,34 +21,33 @@ constexpr std::int64_t MostBroadcasts = 10'000;
 constexpr std::int64_t MostHubPorts = 255;
 
 // The id that a field names; it must be known, or the event would affect nothing.
-static std::string DeviceIn(const Record& record, std::string_view key) {
-    const std::string id = record.TextOf(key);
+static std::string DeviceIn(const TomlTable& table, std::string_view key) {
+    const std::string id = table.TextOf(key);
     if (!IsKnownDevice(id)) {
-        throw InputError(record.At(key), fmt::format("there is no device '{}'", id));
+        throw InputError(table.At(key), fmt::format("there is no device '{}'", id));
     }
     return id;
 }
 
-static unsigned NumberIn(const Record& record, std::string_view key, std::int64_t least, std::int64_t most) {
-    const std::int64_t number = record.NumberOf(key);
+static unsigned NumberIn(const TomlTable& table, std::string_view key, std::int64_t least, std::int64_t most) {
+    const std::int64_t number = table.NumberOf(key);
     if (number < least || number > most) {
-        throw InputError(record.At(key), fmt::format("'{}' must be {} to {}", key, least, most));
+        throw InputError(table.At(key), fmt::format("'{}' must be {} to {}", key, least, most));
     }
     return static_cast<unsigned>(number);
 }
 
 // A known device whose place is unknown cannot be plugged in.
-static std::string PlugableIn(const Record& record, std::string_view key) {
-    const std::string id = DeviceIn(record, key);
+static std::string PlugableIn(const TomlTable& table, std::string_view key) {
+    const std::string id = DeviceIn(table, key);
     const machine::DeviceNode* node = machine::TheDeviceTree().FindById(id);
     if (node && !node->parent && !node->root) {
-        throw InputError(record.At(key),
-                         fmt::format("nothing tells where '{}' is plugged in; describe its parent", id));
+        throw InputError(table.At(key), fmt::format("nothing tells where '{}' is plugged in; describe its parent", id));
     }
     return id;
 }
 
-static Action PlugEvent(const Record& event, Stage& stage) {
+static Action PlugEvent(const TomlTable& event, Stage& stage) {
     const std::string id = PlugableIn(event, "plug");
     return [&stage, id] {
         stage.timeline->Outside("plugged in:", id);
@@ -56,7 +55,7 @@ static Action PlugEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action UnplugEvent(const Record& event, Stage& stage) {
+static Action UnplugEvent(const TomlTable& event, Stage& stage) {
     const std::string id = DeviceIn(event, "unplug");
     return [&stage, id] {
         stage.timeline->Outside("pulled out:", id);
@@ -64,8 +63,8 @@ static Action UnplugEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action ReplugEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("replug");
+static Action ReplugEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable& table = *event.TableOf("replug");
     const std::string id = PlugableIn(table, "device");
     const std::uint64_t offMs = table.MsOf("off", machine::DefaultOffMs);
     return [&stage, id, offMs] {
@@ -74,8 +73,8 @@ static Action ReplugEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action MoveEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("move");
+static Action MoveEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable& table = *event.TableOf("move");
     const std::string id = DeviceIn(table, "device"), hub = DeviceIn(table, "hub");
     const machine::DeviceNode* node = machine::TheDeviceTree().FindById(hub);
     if (!node || !node->IsHub()) {
@@ -96,8 +95,8 @@ static Action MoveEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action ProblemEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("problem");
+static Action ProblemEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable& table = *event.TableOf("problem");
     const std::string id = DeviceIn(table, "device");
     machine::ProblemEvent problem;
     problem.number = NumberIn(table, "number", 0, LargestDword);
@@ -114,7 +113,7 @@ static Action ProblemEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action DevnodesChangedEvent(const Record& event, Stage& stage) {
+static Action DevnodesChangedEvent(const TomlTable& event, Stage& stage) {
     const unsigned count = NumberIn(event, "devnodes_changed", 1, MostBroadcasts);
     return [&stage, count] {
         stage.timeline->Outside(fmt::format("{} broadcasts of a changed tree, made by the description", count));
@@ -122,8 +121,8 @@ static Action DevnodesChangedEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action HoldEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("hold");
+static Action HoldEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable& table = *event.TableOf("hold");
     const std::string port = table.TextOf("port"), program = table.TextOf("program", "C:\\Tools\\term.exe");
     return [&stage, port, program] {
         machine::ProcessStart start;
@@ -142,7 +141,7 @@ static Action HoldEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action ReleaseEvent(const Record& event, Stage& stage) {
+static Action ReleaseEvent(const TomlTable& event, Stage& stage) {
     const std::string port = event.TextOf("release");
     return [&stage, port] {
         const bool wasHeld = machine::ReleasePort(port);
@@ -150,8 +149,8 @@ static Action ReleaseEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action DosNameEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("dos_name");
+static Action DosNameEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable& table = *event.TableOf("dos_name");
     const std::string name = table.TextOf("name"), target = table.TextOf("target");
     if (name.empty()) {
         throw InputError(table.At("name"), "'name' must not be empty");
@@ -172,7 +171,7 @@ static Action DosNameEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action CalmEvent(const Record&, Stage& stage) {
+static Action CalmEvent(const TomlTable&, Stage& stage) {
     return [&stage] {
         stage.timeline->Outside("from now on nothing fails, refuses or is held open");
         machine::CalmDown();
@@ -186,17 +185,17 @@ constexpr EventRow Rows[] = {
     {"calm", CalmEvent},
 };
 
-void CheckSockets(const std::vector<const Record*>& events) {
+void CheckSockets(const std::vector<const TomlTable*>& events) {
     Sockets sockets;
     std::vector<std::pair<const machine::DeviceNode*, Position>> arrivals; // in one instant two may change places
     for (std::size_t i = 0; i < events.size(); ++i) {
-        const Record* event = events[i];
+        const TomlTable* event = events[i];
         const machine::DeviceNode* pulled = NodeIn(*event, "unplug");
         if (pulled && !sockets.IsIn(*pulled)) {
             throw InputError(event->At("unplug"), fmt::format("'{}' is not plugged in then", pulled->id));
         }
         sockets.Happen(*event);
-        const Record* move = event->TableOf("move");
+        const TomlTable* move = event->TableOf("move");
         if (const machine::DeviceNode* plugged = move ? NodeIn(*move, "device") : NodeIn(*event, "plug")) {
             arrivals.emplace_back(plugged, move ? move->At("hub_port") : event->At("plug"));
         }

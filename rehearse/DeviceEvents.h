@@ -8,6 +8,6 @@ namespace rehearse {
 std::span<const EventRow> DeviceEventRows();
 
 // Throws InputError for the first of the events, in their order, that pulls out what is out.
-void CheckSockets(const std::vector<const Record*>& events);
+void CheckSockets(const std::vector<const TomlTable*>& events);
 
 } // namespace rehearse

@@ -12,7 +12,7 @@ namespace rehearse {
 // subject: the event's key. make: checks the event (throws InputError) and returns its action.
 struct EventRow {
     const char* subject;
-    Action (*make)(const Record& event, Stage& stage);
+    Action (*make)(const TomlTable& event, Stage& stage);
 };
 
 } // namespace rehearse

@@ -27,19 +27,19 @@ namespace rehearse {
 constexpr std::uint64_t LookAgainMs = 10; // while the service comes up
 
 // Whether the description wants the service to run as well and it is still starting.
-static bool IsServiceComing(const Record& description) {
-    const Record* product = description.TableOf("quillmarch");
+static bool IsServiceComing(const TomlTable& description) {
+    const TomlTable* product = description.TableOf("quillmarch");
     return product && product->TextOf("service_state") == "RUNNING" && machine::ServiceProcess(ServiceName) &&
            machine::ServiceState(ServiceName) != simwin::SERVICE_RUNNING;
 }
 
-static bool IsServiceRole(const Record& description) {
-    const Record* product = description.TableOf("quillmarch");
+static bool IsServiceRole(const TomlTable& description) {
+    const TomlTable* product = description.TableOf("quillmarch");
     return !product || product->TextOf("role", "service") == "service";
 }
 
 // Whether the service manager starts it by itself, whatever the role in which the description starts the product later.
-static bool StartsWithWindows(const Record& description) {
+static bool StartsWithWindows(const TomlTable& description) {
     return !IsServiceRole(description) && machine::ServiceState(ServiceName) != 0;
 }
 
@@ -81,11 +81,11 @@ static void StartProduct(Stage& stage) {
     stage.product = machine::Ref(process);
 }
 
-static Action StartEvent(const Record&, Stage& stage) {
+static Action StartEvent(const TomlTable&, Stage& stage) {
     return [&stage] { StartProduct(stage); };
 }
 
-static Action ControlEvent(const Record& event, Stage& stage) {
+static Action ControlEvent(const TomlTable& event, Stage& stage) {
     constexpr std::int64_t LargestControl = 255;
     const std::int64_t control = event.NumberOf("control");
     if (control < 1 || control > LargestControl) {
@@ -97,14 +97,14 @@ static Action ControlEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action StopEvent(const Record&, Stage& stage) {
+static Action StopEvent(const TomlTable&, Stage& stage) {
     return [&stage] {
         stage.timeline->Outside("the service is asked to stop");
         machine::PostServiceControl(ServiceName, simwin::SERVICE_CONTROL_STOP, 0, {});
     };
 }
 
-static Action ShutdownEvent(const Record& event, Stage& stage) {
+static Action ShutdownEvent(const TomlTable& event, Stage& stage) {
     if (event.TextOf("shutdown") == "fast") {
         constexpr unsigned FirstWithFastStartup = 0x0602;
         if (machine::TheSetup().version.Packed() < FirstWithFastStartup) {
@@ -121,8 +121,8 @@ static Action ShutdownEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action EditIniEvent(const Record& event, Stage& stage) {
-    const Record* table = event.TableOf("edit_ini");
+static Action EditIniEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable* table = event.TableOf("edit_ini");
     std::string text = table ? ReadHostFile(table->TextOf("file"), table->At("file")) : event.TextOf("edit_ini");
     return [&stage, text = std::move(text)] {
         stage.timeline->Outside("the configuration is edited");
@@ -130,15 +130,15 @@ static Action EditIniEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action DeleteIniEvent(const Record&, Stage& stage) {
+static Action DeleteIniEvent(const TomlTable&, Stage& stage) {
     return [&stage] {
         stage.timeline->Outside("the configuration is deleted");
         machine::TheFiles().Delete(ProductIni());
     };
 }
 
-static Action SetValueEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("set_value");
+static Action SetValueEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable& table = *event.TableOf("set_value");
     const std::string key = table.TextOf("key"), name = table.TextOf("name");
     CheckRegistryPath(key, table.At("key"));
     const Value value = *table.Find("value");
@@ -155,12 +155,12 @@ constexpr EventRow Rows[] = {
     {"set_value", SetValueEvent},
 };
 
-static const EventRow* FindRow(std::span<const EventRow> rows, const Record& event) {
+static const EventRow* FindRow(std::span<const EventRow> rows, const TomlTable& event) {
     const auto row = std::find_if(rows.begin(), rows.end(), [&](const EventRow& r) { return event.Has(r.subject); });
     return row == rows.end() ? nullptr : &*row;
 }
 
-static Action ActionOf(const Record& event, Stage& stage) {
+static Action ActionOf(const TomlTable& event, Stage& stage) {
     for (const std::span<const EventRow> rows : {std::span<const EventRow>(Rows), DeviceEventRows(), PowerEventRows(),
                                                  SessionEventRows(), DesktopEventRows(), StoryEventRows()}) {
         if (const EventRow* row = FindRow(rows, event)) {
@@ -185,8 +185,8 @@ static void StartInTurn(Stage& stage) {
     }
 }
 
-static std::uint64_t StartMs(const Record& description) {
-    const Record* product = description.TableOf("quillmarch");
+static std::uint64_t StartMs(const TomlTable& description) {
+    const TomlTable* product = description.TableOf("quillmarch");
     return product ? product->MsOf("starts_at") : 0;
 }
 
@@ -206,8 +206,8 @@ static void OnPowerEvent(Stage& stage, machine::PowerEvent event) {
 
 void ScheduleEvents(Stage& stage) {
     machine::SetPowerObserver([&stage](machine::PowerEvent event) { OnPowerEvent(stage, event); });
-    const Record& description = *stage.description;
-    const Record* product = description.TableOf("quillmarch");
+    const TomlTable& description = *stage.description;
+    const TomlTable* product = description.TableOf("quillmarch");
     if (product && product->TextOf("service_state") == "RUNNING") {
         machine::At(0, machine::Due::Outside, [&stage] {
             stage.timeline->Outside("the service is started");
@@ -217,14 +217,14 @@ void ScheduleEvents(Stage& stage) {
     machine::At(StartMs(description), machine::Due::Outside,
                 InItsPowerState(
                     "start", [&stage] { StartInTurn(stage); }, stage));
-    std::vector<const Record*> events;
-    for (const Record& event : description.TablesOf("event")) {
+    std::vector<const TomlTable*> events;
+    for (const TomlTable& event : description.TablesOf("event")) {
         events.push_back(&event);
     }
     std::stable_sort(events.begin(), events.end(),
-                     [](const Record* a, const Record* b) { return a->MsOf("at") < b->MsOf("at"); });
+                     [](const TomlTable* a, const TomlTable* b) { return a->MsOf("at") < b->MsOf("at"); });
     CheckSockets(events);
-    for (const Record* event : events) {
+    for (const TomlTable* event : events) {
         machine::At(event->MsOf("at"), machine::Due::Outside, [&stage, action = ActionOf(*event, stage)] {
             if (!stage.hasEnded) {
                 action();
@@ -233,9 +233,9 @@ void ScheduleEvents(Stage& stage) {
     }
 }
 
-std::uint64_t LastEventMs(const Record& description) {
+std::uint64_t LastEventMs(const TomlTable& description) {
     std::uint64_t last = StartMs(description);
-    for (const Record& event : description.TablesOf("event")) {
+    for (const TomlTable& event : description.TablesOf("event")) {
         last = std::max(last, event.MsOf("at"));
     }
     return last;

@@ -23,7 +23,7 @@ class Balloons;
 
 // The state that events share: the timeline, and the process that the description starts.
 struct Stage {
-    const Record* description = nullptr;
+    const TomlTable* description = nullptr;
     Timeline* timeline = nullptr;
     Balloons* balloons = nullptr;
     machine::Ref<machine::Process> product; // started last
@@ -31,7 +31,7 @@ struct Stage {
     std::vector<Action> atOff;              // that wait for the end of a shutdown
     bool hasEnded = false;                  // cancels what was still to come
 
-    Stage(const Record* ofMachine, Timeline* toFill, Balloons* shown)
+    Stage(const TomlTable* ofMachine, Timeline* toFill, Balloons* shown)
         : description(ofMachine), timeline(toFill), balloons(shown) {}
     ~Stage() = default; // after the end of the machine
     Stage(const Stage&) = delete;
@@ -42,6 +42,6 @@ struct Stage {
 void ScheduleEvents(Stage& stage);
 
 // Virtual time of the last event, of the product's start if there is none.
-std::uint64_t LastEventMs(const Record& description);
+std::uint64_t LastEventMs(const TomlTable& description);
 
 } // namespace rehearse

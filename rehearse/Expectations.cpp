@@ -45,7 +45,7 @@ static void CompareFlag(Wrongs& wrongs, std::string_view what, bool is, bool wan
     }
 }
 
-static void JudgeDevice(const Record& expect, Wrongs& wrongs) {
+static void JudgeDevice(const TomlTable& expect, Wrongs& wrongs) {
     const PortFacts facts = FactsOf(expect.TextOf("device"));
     const std::string registryName = facts.registryName;
     if (expect.Has("port")) {
@@ -71,7 +71,7 @@ static void JudgeDevice(const Record& expect, Wrongs& wrongs) {
     }
 }
 
-static void JudgeDosName(const Record& expect, Wrongs& wrongs) {
+static void JudgeDosName(const TomlTable& expect, Wrongs& wrongs) {
     const std::string wanted = expect.TextOf("dos_name");
     const std::vector<std::pair<std::string, std::string>> names = DosNames();
     const auto name = std::find_if(names.begin(), names.end(),
@@ -89,7 +89,7 @@ static void JudgeDosName(const Record& expect, Wrongs& wrongs) {
     }
 }
 
-static void JudgeComDatabase(const Record& expect, Wrongs& wrongs) {
+static void JudgeComDatabase(const TomlTable& expect, Wrongs& wrongs) {
     std::vector<std::int64_t> wanted = expect.Find("com_database")->numbers;
     std::sort(wanted.begin(), wanted.end());
     const std::vector<unsigned> taken = ComDatabase();
@@ -113,8 +113,8 @@ static bool IsSameValue(const machine::RegistryValue& value, const Value& wanted
     return value.data == data.data;
 }
 
-static void JudgeValue(const Record& expect, const Record& description, Wrongs& wrongs) {
-    const Record& table = *expect.TableOf("value");
+static void JudgeValue(const TomlTable& expect, const TomlTable& description, Wrongs& wrongs) {
+    const TomlTable& table = *expect.TableOf("value");
     const machine::RegistryKey* key = machine::TheRegistry().FindKey(table.TextOf("key"), DescribedUser(description));
     const machine::RegistryValue* value = key ? key->FindValue(table.TextOf("name")) : nullptr;
     const bool isGone = expect.FlagOf("gone") || table.FlagOf("gone");
@@ -131,7 +131,7 @@ static void JudgeValue(const Record& expect, const Record& description, Wrongs& 
     }
 }
 
-static void JudgeKey(const Record& expect, const Record& description, Wrongs& wrongs) {
+static void JudgeKey(const TomlTable& expect, const TomlTable& description, Wrongs& wrongs) {
     const std::string key = expect.TextOf("key");
     const bool isThere = machine::TheRegistry().FindKey(key, DescribedUser(description)) != nullptr;
     if (isThere == expect.FlagOf("gone")) {
@@ -157,7 +157,7 @@ static std::string Shortened(const std::string& text) {
     return text.size() > Longest ? text.substr(0, Longest) + "..." : text;
 }
 
-static void JudgeFile(const Record& expect, Wrongs& wrongs) {
+static void JudgeFile(const TomlTable& expect, Wrongs& wrongs) {
     const std::optional<std::string> text = machine::TheFiles().Read(expect.TextOf("file"));
     if (!text) {
         if (!expect.FlagOf("gone")) {
@@ -179,7 +179,7 @@ static void JudgeFile(const Record& expect, Wrongs& wrongs) {
     }
 }
 
-static void JudgeRestart(const Record& expect, Wrongs& wrongs) {
+static void JudgeRestart(const TomlTable& expect, Wrongs& wrongs) {
     std::size_t fits = 0;
     std::string others;
     for (const machine::DeviceRestart& restart : machine::DeviceRestarts()) {
@@ -200,7 +200,7 @@ static void JudgeRestart(const Record& expect, Wrongs& wrongs) {
     }
 }
 
-static void JudgeService(const Record& expect, const machine::Process* product, Wrongs& wrongs) {
+static void JudgeService(const TomlTable& expect, const machine::Process* product, Wrongs& wrongs) {
     if (expect.Has("service")) {
         Compare(wrongs, "service", machine::ServiceStateText(machine::ServiceState(ServiceName)),
                 expect.TextOf("service"));
@@ -225,7 +225,7 @@ static void JudgeService(const Record& expect, const machine::Process* product, 
     }
 }
 
-static void JudgeNote(const Record& expect, Wrongs& wrongs) {
+static void JudgeNote(const TomlTable& expect, Wrongs& wrongs) {
     const std::string wanted = expect.TextOf("note");
     std::size_t fits = 0;
     for (const machine::MachineNote& note : machine::AllNotes()) {
@@ -237,14 +237,14 @@ static void JudgeNote(const Record& expect, Wrongs& wrongs) {
 }
 
 // The subject of the expectation, for its line.
-static std::string SubjectOf(const Record& expect) {
+static std::string SubjectOf(const TomlTable& expect) {
     for (const char* key : {"device", "dos_name", "key", "file", "restart", "message", "editor", "process", "log",
                             "log_match", "note", "balloon", "shown", "tooltip", "input"}) {
         if (expect.Has(key)) {
             return fmt::format("{} '{}'", key, Shortened(expect.TextOf(key)));
         }
     }
-    if (const Record* table = expect.TableOf("value")) {
+    if (const TomlTable* table = expect.TableOf("value")) {
         return fmt::format("value '{}\\{}'", table->TextOf("key"), table->TextOf("name"));
     }
     for (const char* key : {"com_database", "log_order", "log_complete", "service", "checkpoints", "exit_code"}) {
@@ -255,7 +255,7 @@ static std::string SubjectOf(const Record& expect) {
     return "expectation";
 }
 
-static Wrongs WrongsOf(const Record& expect, const Stage& stage) {
+static Wrongs WrongsOf(const TomlTable& expect, const Stage& stage) {
     Wrongs wrongs;
     if (expect.Has("device")) {
         JudgeDevice(expect, wrongs);
@@ -288,12 +288,12 @@ static Wrongs WrongsOf(const Record& expect, const Stage& stage) {
 }
 
 // The time of a restart, a process or a balloon says when it was; it is judged at the end.
-static bool IsTimed(const Record& expect) {
+static bool IsTimed(const TomlTable& expect) {
     return expect.Is("at", Duration) && !expect.Has("restart") && !expect.Has("process") && !expect.Has("balloon");
 }
 
 // A pair of durations, both ends included.
-static void CheckPair(const Record& expect, const char* key) {
+static void CheckPair(const TomlTable& expect, const char* key) {
     const Value* value = expect.Find(key);
     if (!value || value->type != Texts) {
         return;
@@ -306,7 +306,7 @@ static void CheckPair(const Record& expect, const char* key) {
     }
 }
 
-bool IsAt(const Record& expect, std::string_view key, std::uint64_t atMs) {
+bool IsAt(const TomlTable& expect, std::string_view key, std::uint64_t atMs) {
     const Value* value = expect.Find(key);
     if (value && value->type == Duration) {
         return static_cast<std::int64_t>(atMs) == value->number;
@@ -318,7 +318,7 @@ bool IsAt(const Record& expect, std::string_view key, std::uint64_t atMs) {
 }
 
 void Expectations::Check() const {
-    for (const Record& expect : m_stage.description->TablesOf("expect")) {
+    for (const TomlTable& expect : m_stage.description->TablesOf("expect")) {
         CheckPair(expect, "ends_at");
         for (const char* key : {"device", "restart"}) {
             if (expect.Has(key) && !IsKnownDevice(expect.TextOf(key))) {
@@ -333,7 +333,7 @@ void Expectations::Check() const {
         if (expect.Has("key")) {
             CheckRegistryPath(expect.TextOf("key"), expect.At("key"));
         }
-        if (const Record* table = expect.TableOf("value")) {
+        if (const TomlTable* table = expect.TableOf("value")) {
             CheckRegistryPath(table->TextOf("key"), table->At("key"));
             if (const Value* wanted = table->Find("is")) {
                 (void)RegistryDataOf(*wanted);
@@ -343,7 +343,7 @@ void Expectations::Check() const {
 }
 
 void Expectations::Schedule() {
-    const std::vector<Record>& expects = m_stage.description->TablesOf("expect");
+    const std::vector<TomlTable>& expects = m_stage.description->TablesOf("expect");
     m_results.resize(expects.size());
     for (std::size_t i = 0; i < expects.size(); ++i) {
         if (IsTimed(expects[i])) {
@@ -357,7 +357,7 @@ void Expectations::Schedule() {
 }
 
 void Expectations::Judge(std::size_t index) {
-    const Record& expect = m_stage.description->TablesOf("expect")[index];
+    const TomlTable& expect = m_stage.description->TablesOf("expect")[index];
     const Wrongs wrongs = WrongsOf(expect, m_stage);
     if (wrongs.empty()) {
         m_results[index] = "";
@@ -369,7 +369,7 @@ void Expectations::Judge(std::size_t index) {
 }
 
 void Expectations::JudgeEnd() {
-    const std::vector<Record>& expects = m_stage.description->TablesOf("expect");
+    const std::vector<TomlTable>& expects = m_stage.description->TablesOf("expect");
     for (std::size_t i = 0; i < expects.size(); ++i) {
         if (!IsTimed(expects[i])) {
             Judge(i);
@@ -390,9 +390,9 @@ std::vector<std::string> Expectations::Failures() const {
     return failures;
 }
 
-std::uint64_t Expectations::LastMs(const Record& description) {
+std::uint64_t Expectations::LastMs(const TomlTable& description) {
     std::uint64_t last = 0;
-    for (const Record& expect : description.TablesOf("expect")) {
+    for (const TomlTable& expect : description.TablesOf("expect")) {
         if (IsTimed(expect)) {
             last = std::max(last, expect.MsOf("at"));
         }

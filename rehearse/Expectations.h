@@ -25,7 +25,7 @@ public:
     std::vector<std::string> Failures() const;
 
     // The latest time that an expectation names; 0 if all are for the end.
-    static std::uint64_t LastMs(const Record& description);
+    static std::uint64_t LastMs(const TomlTable& description);
 
 private:
     void Judge(std::size_t index);
@@ -36,7 +36,7 @@ private:
 // Why one expectation is not met now; "" if it is met. Part of the class for the files that judge by subject.
 using Wrongs = std::vector<std::string>;
 // Whether a time matches the key: that time, or a pair with both ends included; true without the key.
-bool IsAt(const Record& expect, std::string_view key, std::uint64_t atMs);
-void JudgeLog(const Record& expect, Wrongs& wrongs);
+bool IsAt(const TomlTable& expect, std::string_view key, std::uint64_t atMs);
+void JudgeLog(const TomlTable& expect, Wrongs& wrongs);
 
 } // namespace rehearse

@@ -74,7 +74,7 @@ static void ReadProperties(const std::string& file, const Position& at) {
     }
 }
 
-void ImportExports(const Record& description) {
+void ImportExports(const TomlTable& description) {
     const Value* registry = description.Find("registry");
     if (!registry) {
         return;

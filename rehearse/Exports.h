@@ -8,6 +8,6 @@ namespace rehearse {
 
 // Reads all of them before anything is applied. What is left out, and which control set is used, becomes a note of the
 // report. Throws InputError with file, line and column for a broken export, with the library's reason for a hive.
-void ImportExports(const Record& description);
+void ImportExports(const TomlTable& description);
 
 } // namespace rehearse

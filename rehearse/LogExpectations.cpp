@@ -47,7 +47,7 @@ static bool FitsExactly(std::string_view text, std::string_view pattern) {
     return p == pattern.size();
 }
 
-static void JudgeCount(const Record& expect, std::size_t found, const std::string& what, Wrongs& wrongs) {
+static void JudgeCount(const TomlTable& expect, std::size_t found, const std::string& what, Wrongs& wrongs) {
     if (expect.Has("count") ? found != static_cast<std::size_t>(expect.NumberOf("count")) : found == 0) {
         wrongs.push_back(
             fmt::format("{} records {}, not {}", found, what,
@@ -115,7 +115,7 @@ static void JudgeComplete(const std::vector<std::string>& lines, Wrongs& wrongs)
     }
 }
 
-void JudgeLog(const Record& expect, Wrongs& wrongs) {
+void JudgeLog(const TomlTable& expect, Wrongs& wrongs) {
     if (!IsLogOn()) {
         wrongs.push_back("the log is off");
         return;

@@ -1,7 +1,7 @@
 #include "rehearse/MachineBuilder.h"
 
 #include "rehearse/DescriptionReader.h"
-#include "rehearse/DeviceRecords.h"
+#include "rehearse/DeviceTables.h"
 #include "rehearse/Durations.h"
 #include "rehearse/Exports.h"
 #include "rehearse/SessionEvents.h"
@@ -37,9 +37,9 @@ constexpr KnownVersion KnownVersions[] = {
     {6, 1, 7601, 1}, {6, 2, 9200, 0}, {6, 3, 9600, 0}, {10, 0, 19045, 0},
 };
 
-static const Record& TableOrEmpty(const Record& description, std::string_view key) {
-    static const Record Empty;
-    const Record* table = description.TableOf(key);
+static const TomlTable& TableOrEmpty(const TomlTable& description, std::string_view key) {
+    static const TomlTable Empty;
+    const TomlTable* table = description.TableOf(key);
     return table ? *table : Empty;
 }
 
@@ -60,7 +60,7 @@ static const KnownVersion* FindVersion(unsigned major, unsigned minor, unsigned 
     return first;
 }
 
-static void SetVersion(machine::Setup& setup, const Record& windows) {
+static void SetVersion(machine::Setup& setup, const TomlTable& windows) {
     const std::string text = windows.TextOf("version", "10.0.19045");
     unsigned major = 0, minor = 0, build = 0;
     char rest = 0;
@@ -74,7 +74,7 @@ static void SetVersion(machine::Setup& setup, const Record& windows) {
     setup.servicePack = setup.version.build == known->build ? known->servicePack : 0;
 }
 
-static void SetClock(machine::Setup& setup, const Record& windows) {
+static void SetClock(machine::Setup& setup, const TomlTable& windows) {
     if (!windows.Has("clock")) {
         return;
     }
@@ -91,17 +91,17 @@ static void SetClock(machine::Setup& setup, const Record& windows) {
     }
 }
 
-static unsigned NumberIn(const Record& record, std::string_view key, std::int64_t otherwise, std::int64_t least,
+static unsigned NumberIn(const TomlTable& table, std::string_view key, std::int64_t otherwise, std::int64_t least,
                          std::int64_t most) {
-    const std::int64_t number = record.NumberOf(key, otherwise);
+    const std::int64_t number = table.NumberOf(key, otherwise);
     if (number < least || number > most) {
-        throw InputError(record.At(key), fmt::format("'{}' must be {} to {}", key, least, most));
+        throw InputError(table.At(key), fmt::format("'{}' must be {} to {}", key, least, most));
     }
     return static_cast<unsigned>(number);
 }
 
-static void SetDescribedValues(const Record& description) {
-    const Record& keys = TableOrEmpty(description, "registry_values");
+static void SetDescribedValues(const TomlTable& description) {
+    const TomlTable& keys = TableOrEmpty(description, "registry_values");
     for (const auto& [key, values] : keys.Fields()) {
         CheckRegistryPath(key, values.at);
         for (const auto& [name, value] : values.tables.front().Fields()) {
@@ -110,10 +110,10 @@ static void SetDescribedValues(const Record& description) {
     }
 }
 
-static void InstallProduct(const Record& description, const Options& options) {
+static void InstallProduct(const TomlTable& description, const Options& options) {
     const machine::Setup& setup = machine::TheSetup();
     machine::TheFiles().Write(setup.directory + "\\" + setup.executable, "");
-    const Record& product = TableOrEmpty(description, "quillmarch");
+    const TomlTable& product = TableOrEmpty(description, "quillmarch");
     if (product.Has("ini") && product.Has("ini_text")) {
         throw InputError(product.At("ini_text"), "'ini_text' cannot stand beside 'ini'");
     }
@@ -138,37 +138,37 @@ static std::string ErrorsText(const machine::Operation& operation) {
     return text.empty() ? "nothing" : text;
 }
 
-static void AddFaults(const Record& description) {
-    for (const Record& record : description.TablesOf("fault")) {
+static void AddFaults(const TomlTable& description) {
+    for (const TomlTable& table : description.TablesOf("fault")) {
         machine::Fault fault;
-        fault.call = record.TextOf("call");
+        fault.call = table.TextOf("call");
         const machine::Operation* operation = machine::FindOperation(fault.call);
         if (!operation) {
-            throw InputError(record.At("call"),
+            throw InputError(table.At("call"),
                              fmt::format("'{}' is no operation that the product can call", fault.call));
         }
-        fault.on = record.TextOf("on", "*");
-        fault.error = NumberIn(record, "error", 0, 0, LargestDword);
-        fault.delayMs = record.MsOf("delay");
+        fault.on = table.TextOf("on", "*");
+        fault.error = NumberIn(table, "error", 0, 0, LargestDword);
+        fault.delayMs = table.MsOf("delay");
         if (!fault.error && !fault.delayMs) {
-            throw InputError(record.at, "this fault has neither 'error' nor 'delay'");
+            throw InputError(table.at, "this fault has neither 'error' nor 'delay'");
         }
         bool isKnown = fault.error == 0;
         for (std::size_t i = 1; i < operation->errorCount; ++i) {
             isKnown |= operation->errors[i] == fault.error;
         }
         if (!isKnown) {
-            throw InputError(record.At("error"), fmt::format("'{}' can fail with {}, not with {}", fault.call,
-                                                             ErrorsText(*operation), fault.error));
+            throw InputError(table.At("error"), fmt::format("'{}' can fail with {}, not with {}", fault.call,
+                                                            ErrorsText(*operation), fault.error));
         }
-        fault.after = NumberIn(record, "after", 0, 0, LargestDword);
-        fault.times = NumberIn(record, "times", 1, 0, LargestDword);
+        fault.after = NumberIn(table, "after", 0, 0, LargestDword);
+        fault.times = NumberIn(table, "times", 1, 0, LargestDword);
         machine::AddFault(fault);
     }
 }
 
 // The account that runs the product when a user starts it.
-static machine::ProcessStart StartByPerson(const Record& description, const Record& product) {
+static machine::ProcessStart StartByPerson(const TomlTable& description, const TomlTable& product) {
     machine::ProcessStart start;
     const std::string account = product.TextOf("account", "system");
     if (machine::EqualNoCase(account, "system")) {
@@ -199,15 +199,15 @@ static std::string WhyNotStarted(simwin::DWORD error) {
 }
 
 // A user of a described session who has logged off since, or who was there before a boot.
-static bool IsLoggedOff(const Record& description, const std::string& account) {
+static bool IsLoggedOff(const TomlTable& description, const std::string& account) {
     return !machine::EqualNoCase(account, "system") && !description.TablesOf("session").empty() &&
            !machine::FindSessionOfUser(account);
 }
 
-machine::Setup SetupOf(const Record& description, const Options& options) {
+machine::Setup SetupOf(const TomlTable& description, const Options& options) {
     machine::Setup setup;
-    const Record& windows = TableOrEmpty(description, "windows");
-    const Record& product = TableOrEmpty(description, "quillmarch");
+    const TomlTable& windows = TableOrEmpty(description, "windows");
+    const TomlTable& product = TableOrEmpty(description, "quillmarch");
     SetVersion(setup, windows);
     SetClock(setup, windows);
     setup.x64Windows = windows.TextOf("edition", "x64") == "x64";
@@ -290,17 +290,18 @@ void CheckRegistryPath(const std::string& key, const Position& at) {
     }
 }
 
-void SetRegistryValue(const Record& description, const std::string& key, const std::string& name, const Value& value) {
+void SetRegistryValue(const TomlTable& description, const std::string& key, const std::string& name,
+                      const Value& value) {
     RegistryData data = RegistryDataOf(value);
     machine::Registry& registry = machine::TheRegistry();
     registry.PutValue(registry.CreateKey(key, DescribedUser(description)), name, data.type, std::move(data.data));
 }
 
-void FillMachine(const Record& description, const Options& options) {
+void FillMachine(const TomlTable& description, const Options& options) {
     ImportExports(description);
     InstallProduct(description, options);
     SetUpSurroundings(description);
-    for (const Record& session : description.TablesOf("session")) {
+    for (const TomlTable& session : description.TablesOf("session")) {
         if (session.Has("user")) { // SIDs are given in the order of the sessions
             (void)machine::SidOfAccount(session.TextOf("user"));
         }
@@ -311,8 +312,8 @@ void FillMachine(const Record& description, const Options& options) {
     AddFaults(description);
 }
 
-std::string DescribedUser(const Record& description) {
-    for (const Record& session : description.TablesOf("session")) {
+std::string DescribedUser(const TomlTable& description) {
+    for (const TomlTable& session : description.TablesOf("session")) {
         if (session.Has("user")) {
             return session.TextOf("user");
         }
@@ -320,8 +321,8 @@ std::string DescribedUser(const Record& description) {
     return SystemUser;
 }
 
-machine::Process* StartProductInRole(const Record& description, std::string* why) {
-    const Record& product = TableOrEmpty(description, "quillmarch");
+machine::Process* StartProductInRole(const TomlTable& description, std::string* why) {
+    const TomlTable& product = TableOrEmpty(description, "quillmarch");
     const machine::Setup& setup = machine::TheSetup();
     const std::string role = product.TextOf("role", "service");
     if (role == "service" && machine::ServiceState(ServiceName) != 0) {

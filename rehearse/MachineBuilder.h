@@ -21,23 +21,24 @@ inline constexpr const char* ServiceName = "Quillmarch";
 inline constexpr const char* SystemUser = "NT AUTHORITY\\SYSTEM";
 
 // The setup for the machine.
-machine::Setup SetupOf(const Record& description, const Options& options);
+machine::Setup SetupOf(const TomlTable& description, const Options& options);
 
 // Everything else. The machine is created.
-void FillMachine(const Record& description, const Options& options);
+void FillMachine(const TomlTable& description, const Options& options);
 
 // Path of the product's configuration on the machine.
 std::string ProductIni();
 
 // Whose HKEY_CURRENT_USER 'HKCU\...' of a description means: the first described user's, else the system's.
-std::string DescribedUser(const Record& description);
+std::string DescribedUser(const TomlTable& description);
 
 // Starts the product in its role, as its start and the event `start` do. Returns the process; null,
 // with the reason, if it did not start.
-machine::Process* StartProductInRole(const Record& description, std::string* why);
+machine::Process* StartProductInRole(const TomlTable& description, std::string* why);
 
 // Sets a registry value as a description writes it: text, number, several texts, bytes. key: 'HKLM\...'.
-void SetRegistryValue(const Record& description, const std::string& key, const std::string& name, const Value& value);
+void SetRegistryValue(const TomlTable& description, const std::string& key, const std::string& name,
+                      const Value& value);
 
 // The bytes and the type of such a value.
 struct RegistryData {

@@ -19,7 +19,7 @@ MachineLife::~MachineLife() {
     leaks.Close();
 }
 
-std::uint64_t UntilMs(const Record& description, const Options& options) {
+std::uint64_t UntilMs(const TomlTable& description, const Options& options) {
     if (options.untilMs) {
         return *options.untilMs;
     }

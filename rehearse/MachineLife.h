@@ -30,6 +30,6 @@ private:
 };
 
 // Virtual milliseconds.
-std::uint64_t UntilMs(const Record& description, const Options& options);
+std::uint64_t UntilMs(const TomlTable& description, const Options& options);
 
 } // namespace rehearse

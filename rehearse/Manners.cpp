@@ -10,15 +10,15 @@
 namespace rehearse {
 
 // Every file that a description names.
-static void AddFiles(const Record& record, std::vector<std::string>& files) {
-    files.push_back(record.at.file);
-    for (const Field& field : record.Fields()) {
+static void AddFiles(const TomlTable& table, std::vector<std::string>& files) {
+    files.push_back(table.at.file);
+    for (const Field& field : table.Fields()) {
         if (field.value.type == HostFile) {
             files.push_back(field.value.text);
         } else if (field.value.type == HostFiles) {
             files.insert(files.end(), field.value.texts.begin(), field.value.texts.end());
         }
-        for (const Record& below : field.value.tables) {
+        for (const TomlTable& below : field.value.tables) {
             AddFiles(below, files);
         }
     }
@@ -34,7 +34,7 @@ std::string DidYouMeanFile(const std::string& file) {
     return DidYouMean(NameOfPath(file), NamesInFolder(folder.empty() ? "." : folder));
 }
 
-void CheckOutputs(const Options& options, const Record* description) {
+void CheckOutputs(const Options& options, const TomlTable* description) {
     std::vector<std::string> inputs = {options.description};
     inputs.insert(inputs.end(), options.moreExports.begin(), options.moreExports.end());
     for (const auto& input : {options.ini, options.rules, options.compare}) {

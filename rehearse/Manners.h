@@ -17,6 +17,6 @@ std::string DidYouMeanFile(const std::string& file);
 
 // Throws InputError for an output that is one of the inputs, or the same file as another output. description: null
 // before it is read.
-void CheckOutputs(const Options& options, const Record* description);
+void CheckOutputs(const Options& options, const TomlTable* description);
 
 } // namespace rehearse

@@ -180,7 +180,7 @@ private:
 };
 } // namespace
 
-static std::string SecondRun(Record description, const Options& options) {
+static std::string SecondRun(TomlTable description, const Options& options) {
     Timeline timeline;
     Balloons balloons;
     Leaks leaks;
@@ -218,7 +218,7 @@ static std::string SecondRun(Record description, const Options& options) {
         .dump();
 }
 
-Observer::Observer(const Record& description, const Options& options) : m_process(description, options, SecondRun) {
+Observer::Observer(const TomlTable& description, const Options& options) : m_process(description, options, SecondRun) {
 }
 
 void Observer::Abandon() {

@@ -28,7 +28,7 @@ inline constexpr std::size_t MostLogBytes = 10'000'000;
 class Observer {
 public:
     // Starts the second run. Called before the machine is created.
-    Observer(const Record& description, const Options& options);
+    Observer(const TomlTable& description, const Options& options);
 
     // Waits for the second run. ended: how this run ended (EndOfMachine). Empty if the other one ended differently.
     LogFacts Take(const std::string& ended);

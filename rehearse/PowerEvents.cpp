@@ -42,7 +42,7 @@ constexpr NamedCode DeviceEventNames[] = {
 constexpr const char* ComPortClass = "{86e0d1e0-8089-11d0-9ce4-08003e301f73}";
 constexpr std::int64_t LargestDword = 0xFFFFFFFF;
 
-static Action SuspendEvent(const Record& event, Stage& stage) {
+static Action SuspendEvent(const TomlTable& event, Stage& stage) {
     const std::string kind = event.TextOf("suspend");
     if (kind == "query") {
         constexpr unsigned FirstThatDoesNotAsk = 0x0600;
@@ -60,8 +60,8 @@ static Action SuspendEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action ResumeEvent(const Record& event, Stage& stage) {
-    const Record* table = event.TableOf("resume");
+static Action ResumeEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable* table = event.TableOf("resume");
     const std::string kind = table ? table->TextOf("kind", "automatic") : event.TextOf("resume");
     const bool isReplugged = table && table->TextOf("devices", "stay") == "replug";
     const NamedCode* row = std::find_if(std::begin(ResumeKinds), std::end(ResumeKinds),
@@ -77,7 +77,7 @@ static Action ResumeEvent(const Record& event, Stage& stage) {
     };
 }
 
-static simwin::DWORD DeviceEventCode(const Record& table) {
+static simwin::DWORD DeviceEventCode(const TomlTable& table) {
     if (table.Is("event", Number)) {
         const std::int64_t code = table.NumberOf("event");
         if (code < 0 || code > LargestDword) {
@@ -94,7 +94,7 @@ static simwin::DWORD DeviceEventCode(const Record& table) {
     throw InputError(table.At("event"), fmt::format("'{}' is no DBT name", name));
 }
 
-static std::vector<std::uint8_t> DeviceEventData(const Record& table, simwin::DWORD code) {
+static std::vector<std::uint8_t> DeviceEventData(const TomlTable& table, simwin::DWORD code) {
     const bool isWide = table.FlagOf("wide");
     if (!table.Has("type") && code == simwin::DBT_DEVNODES_CHANGED) {
         return {};
@@ -120,7 +120,7 @@ static std::vector<std::uint8_t> DeviceEventData(const Record& table, simwin::DW
 // By the route of the role, queued with the recipient's other pending notifications. One that has not registered gets
 // it by its control handler, or by its first window.
 static void Notify(Stage& stage, simwin::DWORD code, const std::vector<std::uint8_t>& data) {
-    const Record* product = stage.description->TableOf("quillmarch");
+    const TomlTable* product = stage.description->TableOf("quillmarch");
     const bool isWindowRole = product && product->TextOf("role") == "debug";
     machine::Process* service = isWindowRole ? nullptr : machine::ServiceProcess(ServiceName);
     machine::Process* process = service ? service : stage.product.Get();
@@ -142,8 +142,8 @@ static void Notify(Stage& stage, simwin::DWORD code, const std::vector<std::uint
     }
 }
 
-static Action NotifyEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("notify");
+static Action NotifyEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable& table = *event.TableOf("notify");
     const simwin::DWORD code = DeviceEventCode(table);
     std::vector<std::uint8_t> data = DeviceEventData(table, code);
     const std::string about = table.Has("name") ? table.TextOf("name") : table.TextOf("path");

@@ -63,7 +63,7 @@ static bool HasAll(const machine::TokenFacts& token, const std::vector<std::stri
 }
 
 // The account and the rights.
-static bool FitsToken(const Record& expect, machine::Process& process) {
+static bool FitsToken(const TomlTable& expect, machine::Process& process) {
     const machine::TokenFacts& token = machine::TokenOf(process);
     return (!expect.Has("user") || machine::EqualNoCase(process.user, expect.TextOf("user"))) &&
            (!expect.Has("session") || process.session == expect.NumberOf("session")) &&
@@ -72,7 +72,7 @@ static bool FitsToken(const Record& expect, machine::Process& process) {
            HasAll(token, expect.TextsOf("has"), true) && HasAll(token, expect.TextsOf("lacks"), false);
 }
 
-static bool Fits(const Record& expect, machine::Process& process) {
+static bool Fits(const TomlTable& expect, machine::Process& process) {
     const bool mustEnd = expect.Has("ends_at") || expect.Has("exit");
     return IsAt(expect, "at", process.startedMs) && (!mustEnd || process.ended) &&
            IsAt(expect, "ends_at", process.endedMs) &&
@@ -92,7 +92,7 @@ static std::string DescriptionOf(machine::Process& process) {
                                      : "running");
 }
 
-void JudgeProcess(const Record& expect, Wrongs& wrongs) {
+void JudgeProcess(const TomlTable& expect, Wrongs& wrongs) {
     std::size_t fits = 0;
     std::string others;
     for (machine::Process* process : machine::AllProcesses()) {

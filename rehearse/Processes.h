@@ -9,7 +9,7 @@
 namespace rehearse {
 
 // Expectation "process": programs with this image, over the whole run.
-void JudgeProcess(const Record& expect, Wrongs& wrongs);
+void JudgeProcess(const TomlTable& expect, Wrongs& wrongs);
 nlohmann::ordered_json ProcessesJson();
 
 } // namespace rehearse

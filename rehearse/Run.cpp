@@ -245,7 +245,7 @@ static int ExitCodeOf(const RunResult& run) {
 }
 
 int Rehearse(const Options& options) {
-    Record description = ReadMachine(options);
+    TomlTable description = ReadMachine(options);
     const machine::Setup setup = SetupOf(description, options);
     CheckOutputs(options, &description);
     Outputs outputs(options);

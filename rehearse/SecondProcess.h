@@ -13,10 +13,10 @@ namespace rehearse {
 class SecondProcess {
 public:
     // What is run, and what Output returns of it.
-    using Work = std::string (*)(Record description, const Options& options);
+    using Work = std::string (*)(TomlTable description, const Options& options);
 
     // Starts it; without it Output is empty.
-    SecondProcess(const Record& description, const Options& options, Work work);
+    SecondProcess(const TomlTable& description, const Options& options, Work work);
     ~SecondProcess(); // waits for its end
     SecondProcess(const SecondProcess&) = delete;
     SecondProcess& operator=(const SecondProcess&) = delete;

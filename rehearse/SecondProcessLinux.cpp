@@ -48,7 +48,7 @@ static std::string ReadAll(int file) {
 }
 
 // Never returns. Any error here occurs in the first run too, which reports it.
-[[noreturn]] static void RunAsChild(const Record& description, const Options& options, SecondProcess::Work work,
+[[noreturn]] static void RunAsChild(const TomlTable& description, const Options& options, SecondProcess::Work work,
                                     int pipe) {
     prctl(PR_SET_PDEATHSIG, SIGTERM); // when the first run is ended, so is this one
     const int nowhere = open("/dev/null", O_WRONLY);
@@ -61,7 +61,7 @@ static std::string ReadAll(int file) {
     _exit(0);
 }
 
-SecondProcess::SecondProcess(const Record& description, const Options& options, Work work)
+SecondProcess::SecondProcess(const TomlTable& description, const Options& options, Work work)
     : m_state(std::make_unique<State>()) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {

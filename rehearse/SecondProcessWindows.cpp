@@ -43,7 +43,7 @@ static std::vector<std::string> ArgumentsOf(const Options& options) {
     return line;
 }
 
-SecondProcess::SecondProcess(const Record&, const Options& options, Work) : m_state(std::make_unique<State>()) {
+SecondProcess::SecondProcess(const TomlTable&, const Options& options, Work) : m_state(std::make_unique<State>()) {
     try {
         m_state->processes.Start(0, ArgumentsOf(options));
     } catch (const std::runtime_error&) { // nothing is observed

@@ -16,29 +16,29 @@ namespace rehearse {
 
 constexpr std::int64_t LargestSession = 65535;
 
-static unsigned SessionIn(const Record& record, std::string_view key) {
-    const std::int64_t id = record.NumberOf(key, 1);
+static unsigned SessionIn(const TomlTable& table, std::string_view key) {
+    const std::int64_t id = table.NumberOf(key, 1);
     if (id < 0 || id > LargestSession) {
-        throw InputError(record.At(key), fmt::format("'{}' must be 0 to {}", key, LargestSession));
+        throw InputError(table.At(key), fmt::format("'{}' must be 0 to {}", key, LargestSession));
     }
     return static_cast<unsigned>(id);
 }
 
-static std::optional<simwin::WTS_CONNECTSTATE_CLASS> StateIn(const Record& record) {
-    return machine::SessionStateFromName(record.TextOf("state"));
+static std::optional<simwin::WTS_CONNECTSTATE_CLASS> StateIn(const TomlTable& table) {
+    return machine::SessionStateFromName(table.TextOf("state"));
 }
 
-static machine::Session SessionOf(const Record& record, bool isConsole) {
+static machine::Session SessionOf(const TomlTable& table, bool isConsole) {
     machine::Session session;
-    session.id = SessionIn(record, "id");
-    session.user = record.TextOf("user");
-    session.state = StateIn(record).value_or(session.user.empty() ? simwin::WTSConnected : simwin::WTSActive);
-    session.console = record.FlagOf("console", isConsole);
-    session.administrator = record.FlagOf("administrator");
-    session.filtered = record.FlagOf("uac");
-    session.groups = record.TextsOf("groups");
-    session.hasShell = record.FlagOf("shell", true);
-    if (const Record* environment = record.TableOf("environment")) {
+    session.id = SessionIn(table, "id");
+    session.user = table.TextOf("user");
+    session.state = StateIn(table).value_or(session.user.empty() ? simwin::WTSConnected : simwin::WTSActive);
+    session.console = table.FlagOf("console", isConsole);
+    session.administrator = table.FlagOf("administrator");
+    session.filtered = table.FlagOf("uac");
+    session.groups = table.TextsOf("groups");
+    session.hasShell = table.FlagOf("shell", true);
+    if (const TomlTable* environment = table.TableOf("environment")) {
         for (const auto& [name, value] : environment->Fields()) {
             session.environment.emplace(name, value.text);
         }
@@ -47,8 +47,8 @@ static machine::Session SessionOf(const Record& record, bool isConsole) {
 }
 
 // The event's action and its line in the timeline.
-static Action LogonEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("logon");
+static Action LogonEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable& table = *event.TableOf("logon");
     const machine::Session session = SessionOf(table, /*isConsole=*/false);
     const auto input = SessionInputOf(table);
     return [&stage, input, session] {
@@ -58,7 +58,7 @@ static Action LogonEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action LogoffEvent(const Record& event, Stage& stage) {
+static Action LogoffEvent(const TomlTable& event, Stage& stage) {
     const unsigned id = SessionIn(event, "logoff");
     return [&stage, id] {
         stage.timeline->Outside(fmt::format("session {} ends", id));
@@ -66,8 +66,8 @@ static Action LogoffEvent(const Record& event, Stage& stage) {
     };
 }
 
-static Action SessionEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("session");
+static Action SessionEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable& table = *event.TableOf("session");
     const unsigned id = SessionIn(table, "id");
     const std::optional<simwin::WTS_CONNECTSTATE_CLASS> state = StateIn(table);
     std::optional<bool> console;
@@ -81,10 +81,10 @@ static Action SessionEvent(const Record& event, Stage& stage) {
     };
 }
 
-static bool LogsOnLater(const Record& description, const std::string& user) {
-    const std::vector<Record>& events = description.TablesOf("event");
-    return std::any_of(events.begin(), events.end(), [&](const Record& event) {
-        const Record* logon = event.TableOf("logon");
+static bool LogsOnLater(const TomlTable& description, const std::string& user) {
+    const std::vector<TomlTable>& events = description.TablesOf("event");
+    return std::any_of(events.begin(), events.end(), [&](const TomlTable& event) {
+        const TomlTable* logon = event.TableOf("logon");
         return logon && machine::EqualNoCase(logon->TextOf("user"), user);
     });
 }
@@ -97,8 +97,8 @@ static std::string ProgramOf(const std::string& commandLine) {
     return commandLine.substr(0, commandLine.find(' '));
 }
 
-static Action RunEvent(const Record& event, Stage& stage) {
-    const std::vector<Record>& sessions = stage.description->TablesOf("session");
+static Action RunEvent(const TomlTable& event, Stage& stage) {
+    const std::vector<TomlTable>& sessions = stage.description->TablesOf("session");
     const std::string first = sessions.empty() ? NamelessUser : sessions.front().TextOf("user");
     machine::ProcessStart start;
     machine::Logon logon;
@@ -137,16 +137,16 @@ static Action RunEvent(const Record& event, Stage& stage) {
 constexpr EventRow Rows[] = {
     {"logon", LogonEvent}, {"logoff", LogoffEvent}, {"session", SessionEvent}, {"run", RunEvent}};
 
-machine::Logon LogonOfUser(const Record& description, const std::string& user, const Position& at) {
-    const std::vector<Record>& sessions = description.TablesOf("session");
+machine::Logon LogonOfUser(const TomlTable& description, const std::string& user, const Position& at) {
+    const std::vector<TomlTable>& sessions = description.TablesOf("session");
     if (sessions.empty()) {
         machine::Logon logon;
         logon.user = user;
         logon.session = 1;
         return logon;
     }
-    const auto session = std::find_if(sessions.begin(), sessions.end(), [&](const Record& record) {
-        return machine::EqualNoCase(record.TextOf("user"), user);
+    const auto session = std::find_if(sessions.begin(), sessions.end(), [&](const TomlTable& table) {
+        return machine::EqualNoCase(table.TextOf("user"), user);
     });
     if (session == sessions.end()) {
         throw InputError(at, fmt::format("there is no session of '{}'", user));
@@ -154,16 +154,16 @@ machine::Logon LogonOfUser(const Record& description, const std::string& user, c
     return machine::LogonOf(SessionOf(*session, /*isConsole=*/true));
 }
 
-void SetUpSessions(const Record& description) {
-    const std::vector<Record>& records = description.TablesOf("session");
-    const Record* windows = description.TableOf("windows");
+void SetUpSessions(const TomlTable& description) {
+    const std::vector<TomlTable>& tables = description.TablesOf("session");
+    const TomlTable* windows = description.TableOf("windows");
     const bool isEmpty = windows && windows->Has("console");
-    const bool saysConsole = isEmpty || std::any_of(records.begin(), records.end(), [](const Record& record) {
-                                 return record.FlagOf("console", false);
+    const bool saysConsole = isEmpty || std::any_of(tables.begin(), tables.end(), [](const TomlTable& table) {
+                                 return table.FlagOf("console", false);
                              });
     bool isFirst = true;
-    for (const Record& record : records) {
-        machine::DefineSession(SessionOf(record, isFirst && !saysConsole));
+    for (const TomlTable& table : tables) {
+        machine::DefineSession(SessionOf(table, isFirst && !saysConsole));
         isFirst = false;
     }
     if (isEmpty) {

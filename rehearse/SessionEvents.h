@@ -15,10 +15,10 @@ inline constexpr const char* NamelessUser = "DESK\\user";
 
 // The logon of a described session's user; without any [[session]] the user has session 1. Throws InputError at `at` if
 // there are sessions but none of this user.
-machine::Logon LogonOfUser(const Record& description, const std::string& user, const Position& at);
+machine::Logon LogonOfUser(const TomlTable& description, const std::string& user, const Position& at);
 
 // After the registry is filled: it says whether administrators get two tokens.
-void SetUpSessions(const Record& description);
+void SetUpSessions(const TomlTable& description);
 
 std::span<const EventRow> SessionEventRows();
 

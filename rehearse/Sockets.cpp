@@ -2,8 +2,8 @@
 
 namespace rehearse {
 
-void Sockets::Happen(const Record& event) {
-    const Record *move = event.TableOf("move"), *replug = event.TableOf("replug");
+void Sockets::Happen(const TomlTable& event) {
+    const TomlTable *move = event.TableOf("move"), *replug = event.TableOf("replug");
     const machine::DeviceNode* plugged = move     ? NodeIn(*move, "device")
                                          : replug ? NodeIn(*replug, "device")
                                                   : NodeIn(event, "plug");
@@ -56,8 +56,8 @@ void Sockets::Plug(const machine::DeviceNode& node) {
     }
 }
 
-const machine::DeviceNode* NodeIn(const Record& record, std::string_view key) {
-    return record.Has(key) ? machine::TheDeviceTree().FindById(record.TextOf(key)) : nullptr;
+const machine::DeviceNode* NodeIn(const TomlTable& table, std::string_view key) {
+    return table.Has(key) ? machine::TheDeviceTree().FindById(table.TextOf(key)) : nullptr;
 }
 
 } // namespace rehearse

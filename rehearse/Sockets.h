@@ -13,7 +13,7 @@ namespace rehearse {
 class Sockets {
 public:
     // Takes one event into account. Events come in the order of time.
-    void Happen(const Record& event);
+    void Happen(const TomlTable& event);
 
     bool IsIn(const machine::DeviceNode& node) const;
     // What is plugged in on a hub port, other than the device itself; null if nothing is.
@@ -38,6 +38,6 @@ private:
 };
 
 // The device that a field names; null if there is no such field or device.
-const machine::DeviceNode* NodeIn(const Record& record, std::string_view key);
+const machine::DeviceNode* NodeIn(const TomlTable& table, std::string_view key);
 
 } // namespace rehearse

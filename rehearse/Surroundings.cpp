@@ -20,19 +20,19 @@ namespace rehearse {
 
 constexpr std::int64_t DefaultRunMs = 1000;
 
-static machine::Program ProgramOf(const Record& record) {
+static machine::Program ProgramOf(const TomlTable& table) {
     machine::Program program;
-    program.runsMs = record.Is("runs", Text) ? machine::Program::Forever : record.MsOf("runs", DefaultRunMs);
-    program.exitCode = static_cast<simwin::DWORD>(record.NumberOf("exit"));
-    program.holds = record.TextOf("holds");
-    program.window = record.TextOf("window");
-    program.failsWith = static_cast<simwin::DWORD>(record.NumberOf("fails"));
-    program.blocksMs = record.MsOf("blocks");
+    program.runsMs = table.Is("runs", Text) ? machine::Program::Forever : table.MsOf("runs", DefaultRunMs);
+    program.exitCode = static_cast<simwin::DWORD>(table.NumberOf("exit"));
+    program.holds = table.TextOf("holds");
+    program.window = table.TextOf("window");
+    program.failsWith = static_cast<simwin::DWORD>(table.NumberOf("fails"));
+    program.blocksMs = table.MsOf("blocks");
     return program;
 }
 
-static void SetUpFiles(const Record& description) {
-    for (const Record& file : description.TablesOf("files")) {
+static void SetUpFiles(const TomlTable& description) {
+    for (const TomlTable& file : description.TablesOf("files")) {
         const std::string path = PathIn(file, "path");
         machine::FileNode* node = path.ends_with('\\') ? machine::TheFiles().MakeFolder(path)
                                                        : machine::TheFiles().Write(path, file.TextOf("text"));
@@ -48,48 +48,48 @@ static void SetUpFiles(const Record& description) {
             }
             node->security = std::make_shared<const machine::SecurityDescriptor>(*security);
         }
-        if (const Record* program = file.TableOf("program")) {
+        if (const TomlTable* program = file.TableOf("program")) {
             machine::DescribeProgram(path, ProgramOf(*program));
         }
     }
 }
 
-static void SetUpShell(const Record& description) {
-    const Record* windows = description.TableOf("windows");
+static void SetUpShell(const TomlTable& description) {
+    const TomlTable* windows = description.TableOf("windows");
     if (windows && windows->Has("computer")) {
         machine::SetEnvironment("COMPUTERNAME", windows->TextOf("computer"));
     }
-    if (const Record* environment = windows ? windows->TableOf("environment") : nullptr) {
+    if (const TomlTable* environment = windows ? windows->TableOf("environment") : nullptr) {
         for (const auto& [name, value] : environment->Fields()) {
             machine::SetEnvironment(name, value.text);
         }
     }
-    if (const Record* associations = windows ? windows->TableOf("associations") : nullptr) {
+    if (const TomlTable* associations = windows ? windows->TableOf("associations") : nullptr) {
         for (const auto& [extension, program] : associations->Fields()) {
             machine::SetAssociation(extension, program.text);
         }
     }
-    if (const Record* product = description.TableOf("quillmarch")) {
+    if (const TomlTable* product = description.TableOf("quillmarch")) {
         machine::SetConsent(product->FlagOf("consent", true));
     }
 }
 
-static void SetUpAnswers(const Record& description) {
-    for (const Record& record : description.TablesOf("answer")) {
+static void SetUpAnswers(const TomlTable& description) {
+    for (const TomlTable& table : description.TablesOf("answer")) {
         machine::AddBoxAnswer(
-            {record.TextOf("message"), machine::ButtonFromName(record.TextOf("button", "ok")), record.MsOf("after")});
+            {table.TextOf("message"), machine::ButtonFromName(table.TextOf("button", "ok")), table.MsOf("after")});
     }
 }
 
-std::string PathIn(const Record& record, std::string_view key) {
-    const std::string path = record.TextOf(key);
+std::string PathIn(const TomlTable& table, std::string_view key) {
+    const std::string path = table.TextOf(key);
     if (path.size() < 3 || path[1] != ':' || path[2] != '\\') {
-        throw InputError(record.At(key), fmt::format("'{}' must be a full path such as 'C:\\Tools\\term.exe'", key));
+        throw InputError(table.At(key), fmt::format("'{}' must be a full path such as 'C:\\Tools\\term.exe'", key));
     }
     return path;
 }
 
-void SetUpSurroundings(const Record& description) {
+void SetUpSurroundings(const TomlTable& description) {
     SetUpFiles(description);
     SetUpAnswers(description);
     SetUpShell(description);
@@ -103,7 +103,7 @@ static bool HasFlags(const machine::MessageBoxRecord& box, simwin::UINT wanted) 
 }
 
 // The program that was started to edit the configuration.
-static void JudgeEditor(const Record& expect, Wrongs& wrongs) {
+static void JudgeEditor(const TomlTable& expect, Wrongs& wrongs) {
     const std::string product = machine::TheSetup().directory + "\\" + machine::TheSetup().executable;
     std::string others;
     for (const machine::Process* process : machine::AllProcesses()) {
@@ -117,7 +117,7 @@ static void JudgeEditor(const Record& expect, Wrongs& wrongs) {
     wrongs.push_back(fmt::format("it was not started; there were: {}", others.empty() ? "none" : others));
 }
 
-void JudgeSurroundings(const Record& expect, Wrongs& wrongs) {
+void JudgeSurroundings(const TomlTable& expect, Wrongs& wrongs) {
     if (expect.Has("editor")) {
         JudgeEditor(expect, wrongs);
         return;

@@ -9,10 +9,10 @@
 namespace rehearse {
 
 // A path of the machine; anything else could never be found. Throws InputError unless it begins with a drive.
-std::string PathIn(const Record& record, std::string_view key);
+std::string PathIn(const TomlTable& table, std::string_view key);
 
-void SetUpSurroundings(const Record& description);
+void SetUpSurroundings(const TomlTable& description);
 
-void JudgeSurroundings(const Record& expect, Wrongs& wrongs); // message boxes and the editor
+void JudgeSurroundings(const TomlTable& expect, Wrongs& wrongs); // message boxes and the editor
 
 } // namespace rehearse

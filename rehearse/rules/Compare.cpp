@@ -198,11 +198,11 @@ static Json JsonOf(const std::vector<RuleChange>& rules, const std::vector<PortC
     return {{"rules", std::move(ruleList)}, {"ports", std::move(portList)}};
 }
 
-static std::string NewBytes(const Options& options, const Record& description) {
+static std::string NewBytes(const Options& options, const TomlTable& description) {
     if (options.ini) {
         return ReadHostFile(*options.ini, {*options.ini, 1, 1});
     }
-    const Record* product = description.TableOf("quillmarch");
+    const TomlTable* product = description.TableOf("quillmarch");
     if (product && product->Has("ini")) {
         return ReadHostFile(product->TextOf("ini"), product->At("ini"));
     }
@@ -212,13 +212,13 @@ static std::string NewBytes(const Options& options, const Record& description) {
     throw InputError(description.at, "it has no configuration to compare with: name the new one with --ini");
 }
 
-static Side RunSide(const Record& description, const Options& options, const std::string& bytes) {
+static Side RunSide(const TomlTable& description, const Options& options, const std::string& bytes) {
     Findings unheeded;
     return {ParseIni("", bytes, unheeded), RunQuietly(description, options, bytes)};
 }
 
 Comparison CompareMachine(const Options& options) {
-    const Record description = ReadMachine(options);
+    const TomlTable description = ReadMachine(options);
     const std::string before = ReadHostFile(*options.compare, {*options.compare, 1, 1});
     const std::string after = NewBytes(options, description);
     const Side old = RunSide(description, options, before), now = RunSide(description, options, after);

@@ -48,7 +48,7 @@ static std::string NameOf(const QuietRun& run, const std::string& device) {
     return "";
 }
 
-static QuietRun RunOrThrow(const Record& description, const Options& options, const std::string& ini,
+static QuietRun RunOrThrow(const TomlTable& description, const Options& options, const std::string& ini,
                            bool isOfRegistry) {
     Options asItStands = options;
     asItStands.stories = {"none"}; // they bring no port of another kind
@@ -307,8 +307,8 @@ RuleFit FitOf(const std::vector<CriterionValue>& criteria, const std::map<std::s
     return fit;
 }
 
-RuleTable MakeRuleTable(const Record& description, const Options& options, const IniFile& ini, const std::string& bytes,
-                        bool isOfRegistry) {
+RuleTable MakeRuleTable(const TomlTable& description, const Options& options, const IniFile& ini,
+                        const std::string& bytes, bool isOfRegistry) {
     RuleTable table;
     for (const IniSection& section : ini.sections) {
         if (section.type == PortSection && section.number > 0) {

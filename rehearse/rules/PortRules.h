@@ -42,8 +42,8 @@ struct RuleTable {
 RuleFit FitOf(const std::vector<CriterionValue>& criteria, const std::map<std::string, std::string>& values);
 
 // Runs the machine with a section that has no criterion, so that the product looks at everything, and with `ini`.
-RuleTable MakeRuleTable(const Record& description, const Options& options, const IniFile& ini, const std::string& bytes,
-                        bool isOfRegistry);
+RuleTable MakeRuleTable(const TomlTable& description, const Options& options, const IniFile& ini,
+                        const std::string& bytes, bool isOfRegistry);
 
 // For standard output.
 std::string RuleTableText(const RuleTable& table);

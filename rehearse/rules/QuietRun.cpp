@@ -22,33 +22,34 @@ constexpr std::uint64_t SettlingMs = 3'600'000; // after the last event, as in a
 constexpr const char* RegistryConfiguration = "HKLM\\SOFTWARE\\Tarn Holve\\Quillmarch";
 
 // The file under question stays what it is.
-static Record WithoutEdits(const Record& description) {
-    Record kept = description;
+static TomlTable WithoutEdits(const TomlTable& description) {
+    TomlTable kept = description;
     if (!kept.Has("event")) {
         return kept;
     }
     Value events = *kept.Find("event");
-    std::erase_if(events.tables, [](const Record& event) { return event.Has("edit_ini") || event.Has("delete_ini"); });
+    std::erase_if(events.tables,
+                  [](const TomlTable& event) { return event.Has("edit_ini") || event.Has("delete_ini"); });
     kept.Set("event", std::move(events));
     return kept;
 }
 
-QuietRun RunQuietly(const Record& description, const Options& options, const std::string& ini, bool isOfRegistry) {
-    Record record = WithoutEdits(description);
+QuietRun RunQuietly(const TomlTable& description, const Options& options, const std::string& ini, bool isOfRegistry) {
+    TomlTable described = WithoutEdits(description);
     Options quiet = options;
     quiet.ini.reset();
     QuietRun run;
     CheckLog log;
     Timeline timeline;
     Balloons balloons;
-    Stage stage(&record, &timeline, &balloons);
-    const machine::Machine machine(SetupOf(record, quiet));
+    Stage stage(&described, &timeline, &balloons);
+    const machine::Machine machine(SetupOf(described, quiet));
     machine::InstallCrashHandler();
-    FillMachine(record, quiet);
-    AddStories(record, quiet);
+    FillMachine(described, quiet);
+    AddStories(described, quiet);
     if (machine::RegistryKey* key = machine::TheRegistry().FindKey(RegistryConfiguration)) {
         if (!isOfRegistry) {
-            throw InputError(record.at,
+            throw InputError(described.at,
                              std::string("this machine keeps its configuration in the registry, where no file "
                                          "counts: give --rules an export of it, made by reg export \"") +
                                  RegistryConfiguration + "\" my.reg");
@@ -60,9 +61,9 @@ QuietRun RunQuietly(const Record& description, const Options& options, const std
     balloons.Watch(timeline);
     WatchLog(log);
     ScheduleEvents(stage);
-    const std::uint64_t last = std::max(LastEventMs(record) + SettlingMs, Expectations::LastMs(record));
+    const std::uint64_t last = std::max(LastEventMs(described) + SettlingMs, Expectations::LastMs(described));
     const machine::RunOutcome outcome =
-        machine::RunMachine({options.untilMs ? *options.untilMs : record.MsOf("until", last)});
+        machine::RunMachine({options.untilMs ? *options.untilMs : described.MsOf("until", last)});
     timeline.CatchUp();
     stage.hasEnded = true;
     timeline.Close();

@@ -23,7 +23,7 @@ struct QuietRun {
 // ini: the bytes of the file that the product finds, in place of the described one; events that edit the file do not
 // happen. Throws InputError, also if the machine keeps its configuration in the registry.
 // isOfRegistry: the bytes say what that machine's registry says, and take its place.
-QuietRun RunQuietly(const Record& description, const Options& options, const std::string& ini,
+QuietRun RunQuietly(const TomlTable& description, const Options& options, const std::string& ini,
                     bool isOfRegistry = false);
 
 } // namespace rehearse

@@ -36,7 +36,7 @@ namespace {
 // Writes events one after another.
 class Planner {
 public:
-    Planner(const Record& description, std::uint64_t fromMs);
+    Planner(const TomlTable& description, std::uint64_t fromMs);
 
     void Boot();
     void Replug();
@@ -45,7 +45,7 @@ public:
     void Sleep();
     void Newcomer();
 
-    std::vector<Record> Take() { return std::move(m_events); }
+    std::vector<TomlTable> Take() { return std::move(m_events); }
 
 private:
     using Fields = std::initializer_list<std::pair<const char*, Value>>;
@@ -58,7 +58,7 @@ private:
     void Begin(const char* name, const std::string& title);
     void Add(const char* subject, Value value); // at m_atMs
     void Wait(std::uint64_t ms) { m_atMs += ms; }
-    void WakeUp(const Record& description);
+    void WakeUp(const TomlTable& description);
     void PlugNew(const machine::DeviceNode& adapter, const std::string& id, const Socket& socket);
     void ToSocket(const machine::DeviceNode& adapter, const Socket& socket);
     void ComeAndGo(const machine::DeviceNode& adapter, const Socket& socket);
@@ -67,7 +67,7 @@ private:
     std::uint64_t m_atMs;
     rehearse::Sockets m_sockets; // as the description's own events leave them; each story leaves them so too
     std::vector<const machine::DeviceNode*> m_adapters;
-    std::vector<Record> m_events;
+    std::vector<TomlTable> m_events;
 };
 
 struct Story {
@@ -81,19 +81,19 @@ constexpr Story Stories[] = {
 
 } // namespace
 
-static std::vector<const Record*> InOrder(const std::vector<Record>& events) {
-    std::vector<const Record*> sorted;
+static std::vector<const TomlTable*> InOrder(const std::vector<TomlTable>& events) {
+    std::vector<const TomlTable*> sorted;
     sorted.reserve(events.size());
-    for (const Record& event : events) {
+    for (const TomlTable& event : events) {
         sorted.push_back(&event);
     }
     std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const Record* a, const Record* b) { return a->MsOf("at") < b->MsOf("at"); });
+                     [](const TomlTable* a, const TomlTable* b) { return a->MsOf("at") < b->MsOf("at"); });
     return sorted;
 }
 
-Planner::Planner(const Record& description, std::uint64_t fromMs) : m_at(description.at), m_atMs(fromMs) {
-    for (const Record* event : InOrder(description.TablesOf("event"))) {
+Planner::Planner(const TomlTable& description, std::uint64_t fromMs) : m_at(description.at), m_atMs(fromMs) {
+    for (const TomlTable* event : InOrder(description.TablesOf("event"))) {
         m_sockets.Happen(*event);
     }
     m_adapters = PluggedAdapters(m_sockets);
@@ -101,9 +101,9 @@ Planner::Planner(const Record& description, std::uint64_t fromMs) : m_at(descrip
 }
 
 // Without it nothing of a story would happen on a machine that the description leaves asleep or off.
-void Planner::WakeUp(const Record& description) {
+void Planner::WakeUp(const TomlTable& description) {
     const char* needed = nullptr;
-    for (const Record* event : InOrder(description.TablesOf("event"))) {
+    for (const TomlTable* event : InOrder(description.TablesOf("event"))) {
         const bool isQuestion = event->TextOf("suspend") == "query";
         if (event->Has("suspend") && !isQuestion) {
             needed = needed ? needed : "resume";
@@ -147,16 +147,16 @@ Value Planner::Ms(std::uint64_t ms) const {
 
 Value Planner::TableValue(Fields fields) const {
     Value value = OfType(Table);
-    Record& record = value.tables.emplace_back();
-    record.at = m_at;
+    TomlTable& table = value.tables.emplace_back();
+    table.at = m_at;
     for (const auto& [key, field] : fields) {
-        record.Set(key, field);
+        table.Set(key, field);
     }
     return value;
 }
 
 void Planner::Add(const char* subject, Value value) {
-    Record& event = m_events.emplace_back();
+    TomlTable& event = m_events.emplace_back();
     event.at = m_at;
     event.section = "event";
     event.Set("at", Ms(m_atMs));
@@ -326,7 +326,7 @@ std::string StoryNames() {
 }
 
 // Each once, in the order in which they are named.
-static std::vector<const Story*> WantedStories(const Record& description, const Options& options) {
+static std::vector<const Story*> WantedStories(const TomlTable& description, const Options& options) {
     const std::vector<std::string> names = options.stories.empty() ? description.TextsOf("stories") : options.stories;
     std::vector<const Story*> wanted;
     for (std::size_t i = 0; i < names.size(); ++i) {
@@ -345,7 +345,7 @@ static std::vector<const Story*> WantedStories(const Record& description, const 
     return wanted;
 }
 
-void AddStories(Record& description, const Options& options) {
+void AddStories(TomlTable& description, const Options& options) {
     const std::vector<const Story*> wanted = WantedStories(description, options);
     if (wanted.empty()) {
         return;
@@ -359,7 +359,7 @@ void AddStories(Record& description, const Options& options) {
         events = *own;
     }
     events.type = Tables;
-    for (Record& event : planner.Take()) {
+    for (TomlTable& event : planner.Take()) {
         events.tables.push_back(std::move(event));
     }
     description.Set("event", std::move(events));

@@ -21,7 +21,7 @@ std::string StoryNames();
 // Adds the events of the stories that the options or, without any there, the description name. They begin after the
 // description's own events and timed expectations. Called once the machine is filled, before events are scheduled.
 // Throws InputError for an unknown story.
-void AddStories(Record& description, const Options& options);
+void AddStories(TomlTable& description, const Options& options);
 
 // The events that only stories have: their titles, and what arrives that no description names.
 std::span<const EventRow> StoryEventRows();

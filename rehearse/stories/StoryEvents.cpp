@@ -1,4 +1,4 @@
-#include "rehearse/DeviceRecords.h"
+#include "rehearse/DeviceTables.h"
 #include "rehearse/stories/Adapters.h"
 #include "rehearse/stories/Stories.h"
 
@@ -10,8 +10,8 @@
 
 namespace rehearse {
 
-static Action StoryEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("story");
+static Action StoryEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable& table = *event.TableOf("story");
     return [&stage, name = table.TextOf("name"), title = table.TextOf("title")] {
         stage.timeline->BeginStory(name, title);
     };
@@ -26,8 +26,8 @@ static void GoAgain(Stage& stage, const std::string& id) {
 }
 
 // The device is not known before its time, as it would not be to Windows.
-static Action NewcomerEvent(const Record& event, Stage& stage) {
-    const Record& table = *event.TableOf("newcomer");
+static Action NewcomerEvent(const TomlTable& event, Stage& stage) {
+    const TomlTable& table = *event.TableOf("newcomer");
     const Socket socket{machine::TheDeviceTree().FindById(table.TextOf("hub")),
                         static_cast<unsigned>(table.NumberOf("hub_port"))};
     const std::string id = table.TextOf("id");

@@ -88,7 +88,7 @@ static bool IsExcused(const machine::Fault* fault, const storm::Violation& viola
 // returns lines that ReadResult takes apart.
 static std::string RunRound(const Scenario& scenario, const machine::Fault* fault) {
     rehearse::Options options;
-    const rehearse::Record description = rehearse::ReadDescription(scenario.file);
+    const rehearse::TomlTable description = rehearse::ReadDescription(scenario.file);
     storm::Trial trial(description);
     storm::Rest judge(trial.stage);
     std::string text;

@@ -27,11 +27,11 @@ namespace storm {
 constexpr int LogLevel = 3, ExcuseFields = 3;
 constexpr std::uint64_t CalmLimitMs = 30 * 60'000; // after the last event
 
-static rehearse::Record ReadPlan(const Plan& plan) {
+static rehearse::TomlTable ReadPlan(const Plan& plan) {
     const std::filesystem::path file =
         std::filesystem::temp_directory_path() / ("quillmarch-storm-" + std::to_string(getpid()) + ".toml");
     std::ofstream(file, std::ios::binary) << Description(plan);
-    const rehearse::Record record = rehearse::ReadDescription(file.string());
+    const rehearse::TomlTable record = rehearse::ReadDescription(file.string());
     std::filesystem::remove(file);
     return record;
 }
@@ -137,7 +137,7 @@ std::uint64_t DigestOf(const std::string& text) {
 RunResult Runner::RunHere(const Plan& plan) const {
     rehearse::Options options;
     options.seed = plan.seed;
-    const rehearse::Record description = ReadPlan(plan);
+    const rehearse::TomlTable description = ReadPlan(plan);
 
     Trial trial(description);
     Judge judge(plan, trial.stage);

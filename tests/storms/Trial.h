@@ -13,7 +13,7 @@ namespace storm {
 
 class Trial {
 public:
-    explicit Trial(const rehearse::Record& description) : stage{&description, &timeline, &balloons} {}
+    explicit Trial(const rehearse::TomlTable& description) : stage{&description, &timeline, &balloons} {}
 
     // onBuilt: before the run. atEnd: after it, before the last stop; not if the run did not end in order.
     // afterStop: likewise after the last stop.

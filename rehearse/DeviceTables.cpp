@@ -1,4 +1,4 @@
-#include "rehearse/DeviceRecords.h"
+#include "rehearse/DeviceTables.h"
 
 #include "rehearse/DescriptionReader.h"
 
@@ -89,14 +89,14 @@ static std::string ReadConnected(const std::string& file, const Position& at) {
     return *text;
 }
 
-static void CheckInterfaces(const Record& record) {
+static void CheckInterfaces(const TomlTable& table) {
     static const std::set<std::string> Names = {"comport", "modem", "hub", "controller", "usb", "serenum"};
-    const std::vector<std::string> interfaces = record.TextsOf("interfaces");
+    const std::vector<std::string> interfaces = table.TextsOf("interfaces");
     for (std::size_t i = 0; i < interfaces.size(); ++i) {
         simwin::GUID guid;
         if (!Names.contains(interfaces[i]) && !machine::GuidFromText(interfaces[i], guid)) {
             throw InputError(
-                record.Find("interfaces")->itemsAt[i],
+                table.Find("interfaces")->itemsAt[i],
                 fmt::format("'{}' is no interface: comport, modem, hub, controller, usb, serenum, or a GUID "
                             "in braces",
                             interfaces[i]));
@@ -105,36 +105,36 @@ static void CheckInterfaces(const Record& record) {
 }
 
 // A parent is another described device or one of the exports.
-static void CheckParents(const Record& description) {
+static void CheckParents(const TomlTable& description) {
     std::set<std::string> known = {machine::Lower(RootId)};
-    for (const Record& record : description.TablesOf("device")) {
-        known.insert(machine::Lower(record.TextOf("id")));
+    for (const TomlTable& table : description.TablesOf("device")) {
+        known.insert(machine::Lower(table.TextOf("id")));
     }
-    for (const Record& record : description.TablesOf("device")) {
-        const std::string parent = record.TextOf("parent");
-        if (!record.Has("parent") || known.contains(machine::Lower(parent))) {
+    for (const TomlTable& table : description.TablesOf("device")) {
+        const std::string parent = table.TextOf("parent");
+        if (!table.Has("parent") || known.contains(machine::Lower(parent))) {
             continue;
         }
         if (!machine::TheRegistry().FindKey(EnumKey + parent, "")) {
-            throw InputError(record.At("parent"), fmt::format("there is no device '{}'", parent));
+            throw InputError(table.At("parent"), fmt::format("there is no device '{}'", parent));
         }
     }
 }
 
-static machine::ComDatabaseDescription ComDatabaseOf(const Record* record) {
+static machine::ComDatabaseDescription ComDatabaseOf(const TomlTable* table) {
     machine::ComDatabaseDescription database;
-    if (!record) {
+    if (!table) {
         return database;
     }
-    database.missing = record->FlagOf("missing");
-    if (record->Has("size")) {
-        const std::int64_t size = record->NumberOf("size");
+    database.missing = table->FlagOf("missing");
+    if (table->Has("size")) {
+        const std::int64_t size = table->NumberOf("size");
         if (size < 0 || size > LargestComNumber / 8) {
-            throw InputError(record->At("size"), fmt::format("'size' must be 0 to {}", LargestComNumber / 8));
+            throw InputError(table->At("size"), fmt::format("'size' must be 0 to {}", LargestComNumber / 8));
         }
         database.size = static_cast<std::size_t>(size);
     }
-    if (const Value* taken = record->Find("taken")) {
+    if (const Value* taken = table->Find("taken")) {
         database.taken.emplace();
         const auto most = static_cast<std::int64_t>(database.size.value_or(UsualComDbBytes) * 8);
         for (std::size_t i = 0; i < taken->numbers.size(); ++i) {
@@ -148,24 +148,24 @@ static machine::ComDatabaseDescription ComDatabaseOf(const Record* record) {
 }
 
 // A name for a device without a driver to create it would be silently ignored.
-static void CheckNames(const Record& record) {
-    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(record.TextOf("id"));
+static void CheckNames(const TomlTable& table) {
+    const machine::DeviceNode* node = machine::TheDeviceTree().FindById(table.TextOf("id"));
     for (const char* key : {"port_name", "dos_device_name"}) {
-        if (record.Has(key) && node && !node->IsPort()) {
-            throw InputError(record.At(key), fmt::format("'{}' is no port: it has no '{}'", record.TextOf("id"), key));
+        if (table.Has(key) && node && !node->IsPort()) {
+            throw InputError(table.At(key), fmt::format("'{}' is no port: it has no '{}'", table.TextOf("id"), key));
         }
     }
 }
 
 // The place of the machine's complaint: the device that it names first.
-static Position PlaceOf(const Record& description, const std::string& wrong) {
-    const Record* best = nullptr;
+static Position PlaceOf(const TomlTable& description, const std::string& wrong) {
+    const TomlTable* best = nullptr;
     std::size_t bestAt = std::string::npos;
-    for (const Record& record : description.TablesOf("device")) {
-        const std::string id = "'" + record.TextOf("id") + "'";
+    for (const TomlTable& table : description.TablesOf("device")) {
+        const std::string id = "'" + table.TextOf("id") + "'";
         const std::size_t found = machine::FindNoCase(wrong, id);
         if (found < bestAt) {
-            best = &record;
+            best = &table;
             bestAt = found;
         }
     }
@@ -175,94 +175,92 @@ static Position PlaceOf(const Record& description, const std::string& wrong) {
     return description.Has("connected") ? description.At("connected") : description.at;
 }
 
-machine::DeviceDescription DeviceOf(const Record& record) {
+machine::DeviceDescription DeviceOf(const TomlTable& table) {
     machine::DeviceDescription device;
-    device.id = record.TextOf("id");
+    device.id = table.TextOf("id");
     // Two parts at least, none of them empty: a key below Enum.
     const std::vector<std::string> parts = machine::Split(device.id, '\\');
     if (parts.size() < 2 || std::find(parts.begin(), parts.end(), std::string()) != parts.end()) {
-        throw InputError(record.At("id"), fmt::format("'{}' is no device id", device.id));
+        throw InputError(table.At("id"), fmt::format("'{}' is no device id", device.id));
     }
     for (const TextField& row : TextFields) {
-        if (record.Has(row.key)) {
-            device.*row.field = record.TextOf(row.key);
+        if (table.Has(row.key)) {
+            device.*row.field = table.TextOf(row.key);
         }
     }
     for (const NumberField& row : NumberFields) {
-        if (!record.Has(row.key)) {
+        if (!table.Has(row.key)) {
             continue;
         }
-        const std::int64_t number = record.NumberOf(row.key);
+        const std::int64_t number = table.NumberOf(row.key);
         if (number < 0 || number > row.most) {
-            throw InputError(record.At(row.key), fmt::format("'{}' must be 0 to {}", row.key, row.most));
+            throw InputError(table.At(row.key), fmt::format("'{}' must be 0 to {}", row.key, row.most));
         }
         device.*row.field = static_cast<std::uint32_t>(number);
     }
     for (const FlagField& row : FlagFields) {
-        if (record.Has(row.key)) {
-            device.*row.field = record.FlagOf(row.key);
+        if (table.Has(row.key)) {
+            device.*row.field = table.FlagOf(row.key);
         }
     }
     for (const ListField& row : ListFields) {
-        if (record.Has(row.key)) {
-            device.*row.field = record.TextsOf(row.key);
+        if (table.Has(row.key)) {
+            device.*row.field = table.TextsOf(row.key);
         }
     }
-    CheckInterfaces(record);
+    CheckInterfaces(table);
     if (device.kernelName && device.kernelName->empty()) {
-        throw InputError(record.At("kernel_name"), "'kernel_name' must name one kernel device at least");
+        throw InputError(table.At("kernel_name"), "'kernel_name' must name one kernel device at least");
     }
-    if (record.Has("kind")) {
-        device.kind = machine::DeviceKindFromName(record.TextOf("kind"));
+    if (table.Has("kind")) {
+        device.kind = machine::DeviceKindFromName(table.TextOf("kind"));
     }
-    if (record.Has("name_taken")) {
-        device.nameTaken = machine::NameTakenFromName(record.TextOf("name_taken"));
+    if (table.Has("name_taken")) {
+        device.nameTaken = machine::NameTakenFromName(table.TextOf("name_taken"));
     }
-    if (record.Has("knows_in")) {
-        device.knowsInMs = record.MsOf("knows_in");
+    if (table.Has("knows_in")) {
+        device.knowsInMs = table.MsOf("knows_in");
     }
-    if (record.Has("starts_in")) {
-        device.startsInMs = record.MsOf("starts_in");
+    if (table.Has("starts_in")) {
+        device.startsInMs = table.MsOf("starts_in");
     }
-    if (record.Has("link_goes")) {
-        device.linkGoes = machine::LinkGoes{record.Is("link_goes", Text) ? 0 : record.MsOf("link_goes"),
-                                            record.Is("link_goes", Text)};
+    if (table.Has("link_goes")) {
+        device.linkGoes =
+            machine::LinkGoes{table.Is("link_goes", Text) ? 0 : table.MsOf("link_goes"), table.Is("link_goes", Text)};
     }
-    if (record.Is("vetoes", Flag)) {
-        device.vetoes = record.FlagOf("vetoes") ? machine::VetoesAlways : 0;
-    } else if (record.Has("vetoes")) {
-        device.vetoes =
-            static_cast<std::uint32_t>(std::clamp<std::int64_t>(record.NumberOf("vetoes"), 0, LargestDword));
+    if (table.Is("vetoes", Flag)) {
+        device.vetoes = table.FlagOf("vetoes") ? machine::VetoesAlways : 0;
+    } else if (table.Has("vetoes")) {
+        device.vetoes = static_cast<std::uint32_t>(std::clamp<std::int64_t>(table.NumberOf("vetoes"), 0, LargestDword));
     }
     return device;
 }
 
-machine::Opens OpensOf(const Record& record) {
-    const std::string text = record.TextOf("opens", "gone");
+machine::Opens OpensOf(const TomlTable& table) {
+    const std::string text = table.TextOf("opens", "gone");
     const std::optional<machine::Opens> opens = machine::OpensFromText(text);
     if (!opens) {
-        throw InputError(record.At("opens"),
-                         fmt::format("'opens' must be gone, no-path, no-device, busy, hangs, ok, or "
-                                     "\"late 450ms\", not '{}'",
-                                     text));
+        throw InputError(table.At("opens"), fmt::format("'opens' must be gone, no-path, no-device, busy, hangs, ok, or "
+                                                        "\"late 450ms\", not '{}'",
+                                                        text));
     }
     return *opens;
 }
 
-void SetUpDevices(const Record& description) {
+void SetUpDevices(const TomlTable& description) {
     CheckParents(description);
     machine::DevicesDescription devices;
-    for (const Record& record : description.TablesOf("device")) {
-        devices.devices.push_back(DeviceOf(record));
+    for (const TomlTable& table : description.TablesOf("device")) {
+        devices.devices.push_back(DeviceOf(table));
     }
-    for (const Record& record : description.TablesOf("dos_name")) {
-        if (!record.Has("target")) {
-            throw InputError(record.at, "'target' is missing in 'dos_name'");
+    for (const TomlTable& table : description.TablesOf("dos_name")) {
+        if (!table.Has("target")) {
+            throw InputError(table.at, "'target' is missing in 'dos_name'");
         }
-        if (record.TextOf("name").empty()) {
-            throw InputError(record.At("name"), "'name' must not be empty");
+        if (table.TextOf("name").empty()) {
+            throw InputError(table.At("name"), "'name' must not be empty");
         }
-        devices.dosNames.push_back({record.TextOf("name"), record.TextOf("target"), OpensOf(record)});
+        devices.dosNames.push_back({table.TextOf("name"), table.TextOf("target"), OpensOf(table)});
     }
     devices.comDatabase = ComDatabaseOf(description.TableOf("com_database"));
     if (description.Has("connected")) {
@@ -272,8 +270,8 @@ void SetUpDevices(const Record& description) {
     if (!wrong.empty()) {
         throw InputError(PlaceOf(description, wrong), wrong);
     }
-    for (const Record& record : description.TablesOf("device")) {
-        CheckNames(record);
+    for (const TomlTable& table : description.TablesOf("device")) {
+        CheckNames(table);
     }
 }
 

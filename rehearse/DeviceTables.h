@@ -8,12 +8,12 @@
 
 namespace rehearse {
 
-machine::DeviceDescription DeviceOf(const Record& record);
+machine::DeviceDescription DeviceOf(const TomlTable& table);
 // "gone", "busy", "late 450ms" and the like. Throws InputError for another text.
-machine::Opens OpensOf(const Record& record);
+machine::Opens OpensOf(const TomlTable& table);
 
 // Builds the device tree from the exports, which are already in the registry, and the description. Throws InputError
 // for a parent that does not exist and for what the machine refuses.
-void SetUpDevices(const Record& description);
+void SetUpDevices(const TomlTable& description);
 
 } // namespace rehearse
