@@ -123,6 +123,7 @@ include(GoogleTest)
 add_library(qm_harness OBJECT tests/harness/Harness.cpp)
 target_link_libraries(qm_harness PUBLIC simwin GTest::gtest PRIVATE qm_warnings)
 target_include_directories(qm_harness PUBLIC ${CMAKE_SOURCE_DIR} src)
+target_compile_options(qm_harness PUBLIC $<$<BOOL:${QM_ONCE}>:-O0>) # tests take longer to optimise than to run
 qm_precompile(qm_harness PRIVATE ${QM_PRECOMPILED} <gtest/gtest.h>)
 
 function(qm_test name)
