@@ -118,8 +118,8 @@ if(TARGET quillmarch-rehearse)
     set(QM_TOOL $<TARGET_FILE:quillmarch-rehearse>)
     set_target_properties(quillmarch-rehearse PROPERTIES EXCLUDE_FROM_ALL OFF)
     add_test(NAME rehearse COMMAND bash ${CMAKE_SOURCE_DIR}/tests/windows/rehearse.sh
-        ${CMAKE_SOURCE_DIR}/build/dev/quillmarch-rehearse ${QM_TOOL} examples/desk.toml examples/till.toml)
-    set_tests_properties(rehearse PROPERTIES TIMEOUT 120 LABELS scripts)
+        ${CMAKE_SOURCE_DIR}/build/dev/quillmarch-rehearse ${QM_TOOL} ${CMAKE_SOURCE_DIR}/build/dev/storm 20)
+    set_tests_properties(rehearse PROPERTIES TIMEOUT 900 LABELS rehearse COST 1000) # first: it takes longest
 endif()
 add_test(NAME scripts COMMAND bash ${CMAKE_SOURCE_DIR}/tests/windows/scripts.sh ${CMAKE_SOURCE_DIR}/packaging
     ${CMAKE_SOURCE_DIR}/build/dev/quillmarch-rehearse $<TARGET_FILE:pnputil> $<TARGET_FILE:rehearsal-tool> ${QM_TOOL})

@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
 # The rehearsal tool for Windows gives the bytes of the one for Linux: report, page, log, both outputs, exit code. What is
-# rehearsed: the descriptions given, or all that have no need of an export from elsewhere.
-# rehearse.sh LINUX-TOOL WINDOWS-TOOL [DESCRIPTION...]
+# rehearsed: the descriptions given, or all that have no need of an export from elsewhere. Then so many storms, each with
+# its seed.
+# rehearse.sh LINUX-TOOL WINDOWS-TOOL STORM-TOOL COUNT [DESCRIPTION...]
 set -euo pipefail
 linux=$(readlink -f "$1")
 windows=$(readlink -f "$2")
-shift 2
+storm=$(readlink -f "$3")
+count=$4
+shift 4
 cd "$(dirname "$(readlink -f "$0")")/../.."
 # shellcheck source=tests/windows/prefix.sh
 . tests/windows/prefix.sh
@@ -16,12 +19,18 @@ else
 fi
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+mkdir "$work/storms"
+for seed in $(seq "$count"); do
+    "$storm" 1 --first "$seed" --print >"$work/storms/$seed.toml"
+    descriptions+=("$work/storms/$seed.toml")
+done
 
 rehearse() { # NAME DESCRIPTION COMMAND...
-    local out=$work/$1 description=$2 code=0
+    local out=$work/$1 description=$2 code=0 seed=()
     shift 2
+    [[ $description != */storms/* ]] || seed=(--seed "$(basename "$description" .toml)")
     mkdir -p "$out"
-    "$@" --check --log-level 6 --json "$out/json" --html "$out/html" --log "$out/log" "$description" \
+    "$@" "${seed[@]}" --check --log-level 6 --json "$out/json" --html "$out/html" --log "$out/log" "$description" \
         </dev/null >"$out/output" 2>"$out/errors" || code=$?
     echo "$code" >"$out/code"
     local file

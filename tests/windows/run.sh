@@ -103,7 +103,7 @@ start_server
 # The simulated machine's half of the comparison of logs; the tests of Linux need the same files.
 [ -e build/dev/build.ninja ] || cmake --preset dev >build/dev-configure.log 2>&1 ||
     { cat build/dev-configure.log >&2; fail "the configuration has failed"; }
-ninja -C build/dev quillmarch-rehearse >build/dev.log 2>&1 || { cat build/dev.log >&2; fail "the build has failed"; }
+ninja -C build/dev quillmarch-rehearse storm >build/dev.log 2>&1 || { cat build/dev.log >&2; fail "the build has failed"; }
 rm -rf "$build/bed.log" "$build/pictures"
 
 # Known differences, and what the layouts came to, are printed before CTest's last lines.
