@@ -101,9 +101,11 @@ std::string RealPath(const std::string& path) {
 }
 
 static std::string Folded(const std::string& path) {
-    std::wstring wide = WideText(path);
-    CharLowerBuffW(wide.data(), static_cast<DWORD>(wide.size()));
-    return Utf8Text(wide);
+    const std::wstring wide = WideText(path);
+    std::wstring lower = wide; // as many units as before
+    const int units = static_cast<int>(wide.size());
+    LCMapStringW(LOCALE_INVARIANT, LCMAP_LOWERCASE, wide.data(), units, lower.data(), units);
+    return Utf8Text(lower);
 }
 
 std::string KeyOfFile(const std::string& path) {
