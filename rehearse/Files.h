@@ -3,6 +3,7 @@
 // types: Windows' own headers and the machine's cannot meet in one file.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -46,6 +47,21 @@ NamesInFolder(const std::string& folder); // in the order of their bytes; of wha
 bool MakeFolders(const std::string& path, std::string& error); // with those above it; error: as in ListFolder
 bool MoveOver(const std::string& from, const std::string& to);
 void RemoveFile(const std::string& path); // nothing if it cannot
+
+// A file that one process has at a time, and that so stands for something larger. The system takes it back at the end
+// of the process, however that ends.
+class FileLock {
+public:
+    FileLock() = default;
+    ~FileLock();
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+    // Makes the file, which stays. Once. False: another one has it. True also where nothing can be locked.
+    bool Take(const std::string& path);
+
+private:
+    std::intptr_t m_file = -1;
+};
 
 // The path as a stream opens it.
 std::filesystem::path StreamPath(const std::string& path);

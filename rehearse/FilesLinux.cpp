@@ -1,5 +1,11 @@
 #include "rehearse/Files.h"
 
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 namespace rehearse {
 
 namespace fs = std::filesystem;
@@ -69,6 +75,17 @@ bool MoveOver(const std::string& from, const std::string& to) {
 void RemoveFile(const std::string& path) {
     std::error_code error;
     fs::remove(path, error);
+}
+
+FileLock::~FileLock() {
+    if (m_file >= 0) {
+        close(static_cast<int>(m_file));
+    }
+}
+
+bool FileLock::Take(const std::string& path) {
+    m_file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    return m_file < 0 || flock(static_cast<int>(m_file), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
 fs::path StreamPath(const std::string& path) {

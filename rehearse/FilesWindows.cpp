@@ -219,6 +219,19 @@ void RemoveFile(const std::string& path) {
     DeleteFileW(Native(path).c_str());
 }
 
+FileLock::~FileLock() {
+    if (m_file != -1) {
+        CloseHandle(reinterpret_cast<HANDLE>(m_file));
+    }
+}
+
+bool FileLock::Take(const std::string& path) {
+    constexpr DWORD NotShared = 0;
+    m_file = reinterpret_cast<std::intptr_t>(CreateFileW(Native(path).c_str(), GENERIC_WRITE, NotShared, nullptr,
+                                                         OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return m_file != -1 || GetLastError() != ERROR_SHARING_VIOLATION;
+}
+
 std::filesystem::path StreamPath(const std::string& path) {
     return Native(path);
 }

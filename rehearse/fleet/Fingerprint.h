@@ -15,19 +15,20 @@ class Fingerprint {
 public:
     // Each text with its length, so that "a", "bc" and "ab", "c" differ.
     Fingerprint& Add(std::string_view bytes) {
-        AddBytes(bytes);
-        const std::uint64_t size = bytes.size();
-        AddBytes({reinterpret_cast<const char*>(&size), sizeof(size)});
+        AddPart(bytes);
+        AddEnd(bytes.size());
         return *this;
     }
-    std::string Text() const { return fmt::format("{:016x}", m_value); }
-
-private:
-    void AddBytes(std::string_view bytes) {
+    // A text that comes in parts, then the size of all of it.
+    void AddEnd(std::uint64_t size) { AddPart({reinterpret_cast<const char*>(&size), sizeof(size)}); }
+    void AddPart(std::string_view bytes) {
         for (const char byte : bytes) {
             m_value = (m_value ^ static_cast<unsigned char>(byte)) * 0x100000001B3ULL; // FNV-1a
         }
     }
+    std::string Text() const { return fmt::format("{:016x}", m_value); }
+
+private:
     std::uint64_t m_value = 0xCBF29CE484222325ULL;
 };
 

@@ -299,7 +299,7 @@ void FleetRun::Start(std::size_t index) {
         result.why = "this folder cannot be looked into: " + machine.problem;
         m_waiting.emplace(index, std::move(result));
         if (m_store) {
-            m_store->Save(m_resultFiles[index], {KeyOfMachine(machine), {}, m_waiting.at(index)});
+            m_store->Save(m_resultFiles[index], {KeyOfMachine(machine), m_question.key, {}, m_waiting.at(index)});
         }
         return;
     }
@@ -323,7 +323,7 @@ void FleetRun::Finish(const Ended& ended) {
     const MemberOutput output = ReadMember(ended.output);
     MachineResult result = Judge(machine, ended, output.result);
     if (m_store) {
-        m_store->Save(m_resultFiles[ended.id], {KeyOfMachine(machine), InputsOf(output), result});
+        m_store->Save(m_resultFiles[ended.id], {KeyOfMachine(machine), m_question.key, InputsOf(output), result});
     }
     m_waiting.emplace(ended.id, std::move(result));
 }
@@ -369,6 +369,17 @@ bool FleetRun::Run(FleetReport& report) {
 
 // --- The whole
 
+// Two runs that write the same files would leave half of each. Other shards may run at the same time.
+static void TakeStore(const Store& store, const Shard& shard, FileLock& lock) {
+    const std::string file = shard.count == 1 ? "whole.lock" : fmt::format("{}-of-{}.lock", shard.index, shard.count);
+    if (!lock.Take(store.PathOf("shards/" + file))) {
+        throw std::runtime_error(
+            fmt::format("--out: another run is writing these results into {}: wait for its end, or "
+                        "name another folder",
+                        store.Folder()));
+    }
+}
+
 static int RunShard(const Call& call) {
     const Shard shard = ShardOf(call.shard);
     if (shard.count > 1 && call.out.empty()) {
@@ -386,8 +397,10 @@ static int RunShard(const Call& call) {
     }
     const Question question = QuestionOf(call, machines);
     std::optional<Store> store;
+    FileLock lock;
     if (!call.out.empty()) {
         store.emplace(call.out);
+        TakeStore(*store, shard, lock);
         const unsigned before = store->CountOfShards();
         if (call.resume && shard.isGuessed && before && before != shard.count) { // such as one task of ten, run again
             throw std::runtime_error(fmt::format("--shard: {} has the results of {} shards, and this array has {}: say "
@@ -417,15 +430,20 @@ static int Merge(const Call& call) {
         throw InputError({call.out, 1, 1}, "there is no such folder");
     }
     const Store store(call.out);
+    FileLock lock;
+    TakeStore(store, {}, lock);
     std::vector<std::string> files;
     unsigned shards = 0;
     Question question = store.LoadShards(files, shards);
     question.isStrict = question.isStrict || call.options.strict;
     for (std::size_t i = 0; i < files.size(); ++i) {
-        if (!store.Load(files[i])) { // before anything is printed
-            throw std::runtime_error(fmt::format("{}: shard {} of {} is incomplete: this result is missing; run it "
-                                                 "again with --shard {}/{} --resume",
-                                                 store.PathOf(files[i]), i % shards, shards, i % shards, shards));
+        const std::optional<KeptResult> kept = store.Load(files[i]); // before anything is printed
+        if (!kept || kept->question != question.key) {
+            throw std::runtime_error(
+                fmt::format("{}: shard {} of {} is incomplete: this result is {}; run it again with "
+                            "--shard {}/{} --resume",
+                            store.PathOf(files[i]), i % shards, shards,
+                            kept ? "that of another configuration, tool or options" : "missing", i % shards, shards));
         }
     }
     FleetReport report(call, question, &store, true);

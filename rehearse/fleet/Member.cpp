@@ -12,7 +12,10 @@
 
 #include <fmt/format.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <fstream>
+#include <string_view>
 #include <utility>
 
 namespace rehearse::fleet {
@@ -124,8 +127,9 @@ int RunMember(Options options) {
             AddChanges(options, result);
         }
     } catch (const InputError& error) {
-        result.verdict = VerdictWrongInput;
         result.why = error.what();
+        const bool isOwnPage = options.html && result.why.starts_with(*options.html + ":"); // the disk is full
+        result.verdict = isOwnPage ? VerdictLost : VerdictWrongInput;
     }
     Print(JsonOf(result));
     return ExitDone;
@@ -154,14 +158,25 @@ MemberOutput ReadMember(const std::string& output) {
 }
 
 std::string FingerprintOfFile(const std::string& file) {
+    constexpr std::size_t PartBytes = 1 << 16; // the tool itself is such a file, and may have many megabytes
     if (!IsFile(file)) {
         return ""; // a pipe would wait for a writer
     }
-    try {
-        return FingerprintOf(ReadHostFile(file, {file, 1, 1}));
-    } catch (const InputError&) {
+    std::ifstream stream(StreamPath(file), std::ios::binary);
+    if (!stream) {
         return "";
     }
+    Fingerprint fingerprint;
+    std::string part(PartBytes, '\0');
+    std::uint64_t size = 0;
+    while (stream) {
+        stream.read(part.data(), PartBytes);
+        const auto count = static_cast<std::size_t>(stream.gcount());
+        fingerprint.AddPart(std::string_view(part).substr(0, count));
+        size += count;
+    }
+    fingerprint.AddEnd(size);
+    return fingerprint.Text();
 }
 
 } // namespace rehearse::fleet

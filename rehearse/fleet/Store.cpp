@@ -7,7 +7,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -68,32 +70,40 @@ std::string Store::ResultFileOf(const std::string& name) {
     return "results/" + FileNameOf(name) + ".json";
 }
 
+[[noreturn]] static void FailToWrite(const std::string& path) {
+    throw InputError({path, 1, 1}, fmt::format("this file cannot be written{}{}", errno ? ": " : "",
+                                               errno ? std::strerror(errno) : ""));
+}
+
 WholeFile::WholeFile(std::string path)
     : m_path(std::move(path)), m_part(m_path + ".part"),
       m_stream(StreamPath(m_part), std::ios::binary | std::ios::trunc) {
     if (!m_stream) {
-        throw InputError({m_path, 1, 1}, "this file cannot be written");
+        FailToWrite(m_path);
     }
 }
 
 WholeFile::~WholeFile() {
-    if (m_stream.is_open()) {
+    if (!m_isComplete) {
         m_stream.close();
         RemoveFile(m_part);
     }
 }
 
 void WholeFile::Write(const std::string& text) {
+    errno = 0;
     if (!(m_stream << text)) {
-        throw InputError({m_path, 1, 1}, "this file cannot be written");
+        FailToWrite(m_path);
     }
 }
 
 void WholeFile::Complete() {
+    errno = 0;
     m_stream.close();
     if (m_stream.fail() || !MoveOver(m_part, m_path)) {
-        throw InputError({m_path, 1, 1}, "this file cannot be written");
+        FailToWrite(m_path);
     }
+    m_isComplete = true;
 }
 
 void Store::Write(const std::string& file, const std::string& text) const {
@@ -109,14 +119,15 @@ std::optional<KeptResult> Store::Load(const std::string& resultFile) const {
     }
     try {
         const Json json = Json::parse(*text);
-        return KeptResult{json.at("key"), json.at("inputs"), ResultOf(json.at("result"))};
+        return KeptResult{json.at("key"), json.at("question"), json.at("inputs"), ResultOf(json.at("result"))};
     } catch (const Json::exception&) { // half of a file, or somebody else's
         return std::nullopt;
     }
 }
 
 void Store::Save(const std::string& resultFile, const KeptResult& kept) const {
-    const Json json = {{"key", kept.key}, {"inputs", kept.inputs}, {"result", JsonOf(kept.result)}};
+    const Json json = {
+        {"key", kept.key}, {"question", kept.question}, {"inputs", kept.inputs}, {"result", JsonOf(kept.result)}};
     Write(resultFile, json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
 }
 
@@ -207,12 +218,18 @@ Question Store::LoadShards(std::vector<std::string>& resultFiles, unsigned& coun
         }
     }
     const Question& question = shards.front().question;
+    std::set<std::string> seen;
     for (std::size_t i = 0; i < question.machines; ++i) {
         const std::vector<std::string>& own = shards[i % count].resultFiles;
         if (i / count >= own.size()) {
             throw std::runtime_error(fmt::format("{}: shard {} of {} is incomplete", m_folder, i % count, count));
         }
         resultFiles.push_back(own[i / count]);
+        if (!seen.insert(resultFiles.back()).second) {
+            throw std::runtime_error(fmt::format("{}: shard {} of {} has a machine of another shard: run it again with "
+                                                 "--shard {}/{} --resume",
+                                                 m_folder, i % count, count, i % count, count));
+        }
     }
     return question;
 }

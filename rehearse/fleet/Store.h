@@ -37,6 +37,7 @@ struct Shard {
 
 struct KeptResult {
     std::string key;                                      // what it was made with
+    std::string question;                                 // the key of its question
     std::set<std::pair<std::string, std::string>> inputs; // files and fingerprints
     MachineResult result;
 };
@@ -54,6 +55,7 @@ public:
 private:
     std::string m_path, m_part;
     std::ofstream m_stream;
+    bool m_isComplete = false;
 };
 
 class Store {

@@ -1,5 +1,7 @@
 #include "rehearse/fleet/Summary.h"
 
+#include "rehearse/Verdict.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -22,11 +24,13 @@ static std::string KindOfDevice(const std::string& device) {
 }
 
 static std::string NumbersOf(const std::vector<unsigned>& numbers) {
-    std::string text;
-    for (const unsigned number : numbers) {
-        text += fmt::format("{}COM{}", text.empty() ? "" : ", ", number);
-    }
-    return text;
+    return NumbersText(numbers, "COM");
+}
+
+// Why a machine failed, without its own name, so that all that failed alike stand on one line.
+static std::string CauseOf(const MachineResult& result) {
+    const std::string own = result.name + "/";
+    return result.why.starts_with(own) ? result.why.substr(own.size()) : result.why;
 }
 
 static std::string OrNone(const std::string& name) {
@@ -88,7 +92,9 @@ void Summary::Take(const MachineResult& result) {
     m_names.push_back(result.name);
     ++m_verdicts[result.verdict];
     if (result.HasFailed()) {
-        Add(m_failed, fmt::format("{}: {}", result.verdict, result.why));
+        const std::string cause = CauseOf(result);
+        const bool isSaid = cause.starts_with(result.verdict + ":"); // of a run that was stopped
+        Add(m_failed, isSaid ? cause : fmt::format("{}: {}", result.verdict, cause));
         return; // its ports are those of a run that did not end
     }
     for (const PortResult& port : result.ports) {
@@ -198,7 +204,8 @@ bool Summary::HasStrictFindings() const {
 }
 
 std::string Summary::Sentence() const {
-    std::string text = fmt::format("{} machine{}: ", m_names.size(), m_names.size() == 1 ? "" : "s");
+    std::string text = fmt::format("{} machine{}{}", m_names.size(), m_names.size() == 1 ? "" : "s",
+                                   m_names.empty() ? "" : ": "); // a share of a small fleet may be empty
     bool isFirst = true;
     for (const auto& [verdict, count] : Verdicts()) {
         text += (isFirst ? "" : ", ") + CountedVerdict(count, verdict);

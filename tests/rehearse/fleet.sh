@@ -95,6 +95,16 @@ for part in fleet.jsonl fleet.html results machines; do
     check "merged: $part" diff -r "$scratch/parts/$part" "$scratch/again/$part"
 done
 
+# One share in another's place, and two runs at once.
+cp "$scratch/parts/shards/shard-0-of-3.json" "$scratch/parts/shards/shard-1-of-3.json"
+code 2 --merge --out "$scratch/parts"
+has err 'shard 1 of 3 has a machine of another shard'
+exec 9>"$scratch/again/shards/whole.lock"
+flock 9
+code 2 --fleet "$fleet" --ini $ini --out "$scratch/again"
+has err 'another run is writing these results'
+exec 9>&-
+
 # Calls that are wrong.
 mkdir "$scratch/empty"
 while IFS='|' read -r what arguments; do
