@@ -206,7 +206,7 @@ set "KEY=HKLM\SOFTWARE\Tarn Holve\Quillmarch"
 call :export_if_there
 exit /b 0
 
-rem What is connected: pnputil of Windows 10 1903 and later knows it, PowerShell of Windows 8 and later, else the keys that
+rem What is connected: pnputil of Windows 10 1903 and later knows it, PowerShell of Windows 10, else the keys that
 rem Windows keeps only for what is there. Of pnputil's list, in whatever language, only the devices of the export are taken.
 :connected
 set "PNPUTIL=%SystemRoot%\System32\pnputil.exe"
@@ -230,11 +230,12 @@ for /f "tokens=1-3 delims=\ " %%x in ("%LISTED%") do (
 )
 exit /b 0
 
-rem Parents, location paths, presence: Windows 8 and later, through PowerShell.
+rem Parents, location paths, presence: Windows 10 and later, through PowerShell; nothing else has the cmdlet. The last
+rem parent is asked for alone and only where there is none: one name that a version does not know fails the whole question.
 :properties
 echo   what is connected, and where
 set "SHELL=%SystemRoot%\System32\WindowsPowerShell\v1.0\powershell.exe"
-if exist "%SHELL%" "%SHELL%" -NoProfile -NonInteractive -ExecutionPolicy Bypass -Command "$ErrorActionPreference='SilentlyContinue'; $k=@('DEVPKEY_Device_Parent','DEVPKEY_Device_LastKnownParent','DEVPKEY_Device_LocationPaths','DEVPKEY_Device_IsPresent'); $t=[string][char]9; $there=@(); if(Get-Command Get-PnpDeviceProperty){ $lines=@(foreach($i in Get-Content -LiteralPath ($env:WORK+'\known.txt')){ $i=$i.Trim([char]34); $v=@{}; foreach($p in Get-PnpDeviceProperty -InstanceId $i -KeyName $k){ $v[$p.KeyName]=@($p.Data)[0] }; $u=$v[$k[0]]; if(-not $u){ $u=$v[$k[1]] }; if($v[$k[3]]){ $there+=$i }; if($u -or $v[$k[2]]){ $i+$t+$u+$t+$v[$k[2]] } }); if($lines){ [IO.File]::WriteAllLines($env:WORK+'\properties.txt',[string[]]$lines) }; if($there){ [IO.File]::WriteAllLines($env:WORK+'\present.txt',[string[]]$there) } }" >nul 2>nul <nul
+if exist "%SHELL%" "%SHELL%" -NoProfile -NonInteractive -ExecutionPolicy Bypass -Command "$ErrorActionPreference='SilentlyContinue'; $k=@('DEVPKEY_Device_Parent','DEVPKEY_Device_LocationPaths','DEVPKEY_Device_IsPresent'); $t=[string][char]9; $there=@(); if(Get-Command Get-PnpDeviceProperty){ $lines=@(foreach($i in Get-Content -LiteralPath ($env:WORK+'\known.txt')){ $i=$i.Trim([char]34); $v=@{}; foreach($p in Get-PnpDeviceProperty -InstanceId $i -KeyName $k){ $v[$p.KeyName]=@($p.Data)[0] }; $u=$v[$k[0]]; if(-not $u){ $u=@((Get-PnpDeviceProperty -InstanceId $i -KeyName DEVPKEY_Device_LastKnownParent).Data)[0] }; if($v[$k[2]]){ $there+=$i }; if($u -or $v[$k[1]]){ $i+$t+$u+$t+$v[$k[1]] } }); if($lines){ [IO.File]::WriteAllLines($env:WORK+'\properties.txt',[string[]]$lines) }; if($there){ [IO.File]::WriteAllLines($env:WORK+'\present.txt',[string[]]$there) } }" >nul 2>nul <nul
 if not exist "%WORK%\properties.txt" >>"%WORK%\not_read.txt" echo   parents and location paths of devices: the tree follows from the registry
 exit /b 0
 

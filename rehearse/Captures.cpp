@@ -75,6 +75,9 @@ static TomlTable ReadBareFolder(const std::string& folder, bool hasIni) {
     std::vector<std::string> exports, configurations;
     for (const std::string& name : NamesInFolder(folder)) {
         const std::string path = InFolder(folder, name);
+        if (!IsFolder(path)) {
+            CheckIsInside({folder}, path, {path, 1, 1});
+        }
         if (IsExportFile(path)) {
             exports.push_back(path);
         } else if (EndingOf(name) == ".ini") {
@@ -148,13 +151,19 @@ TomlTable ReadMachine(const Options& options) {
     const std::string& named = options.description;
     if (options.moreExports.empty() && IsFolder(named)) {
         const std::string description = InFolder(named, DescriptionName);
-        TomlTable described =
-            IsFile(description) ? ReadDescription(description) : ReadBareFolder(named, options.ini || options.rules);
+        Folders within = {named};
+        if (!options.within.empty()) {
+            within.push_back(options.within);
+        }
+        CheckIsInside(within, description, {description, 1, 1});
+        TomlTable described = IsFile(description) ? ReadDescription(description, within)
+                                                  : ReadBareFolder(named, options.ini || options.rules);
         SetUsual(described, NameOf(named));
         return described;
     }
     if (options.moreExports.empty() && !IsExportFile(named)) {
-        return ReadDescription(named);
+        return ReadDescription(named,
+                               options.within.empty() ? Folders() : Folders{FolderOfPath(named), options.within});
     }
     TomlTable described = ReadExports(options);
     SetUsual(described, NameOf(named));

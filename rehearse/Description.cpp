@@ -1,5 +1,6 @@
 #include "rehearse/Description.h"
 #include "rehearse/DescriptionKeys.h"
+#include "rehearse/Flow.h"
 
 #include "simwin/kernel/Text.h"
 
@@ -24,7 +25,7 @@ static const char* IdentityOf(std::string_view list) {
 static std::string OnOneLine(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
-    return text;
+    return Shown(text);
 }
 
 InputError::InputError(const Position& at, std::string_view what)

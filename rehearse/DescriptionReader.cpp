@@ -32,7 +32,7 @@ namespace {
 // One file on its way into tables.
 class FileReader {
 public:
-    explicit FileReader(std::string file) : m_file(std::move(file)) {}
+    FileReader(std::string file, const Folders& within) : m_file(std::move(file)), m_within(within) {}
     TomlTable ReadTable(const toml::table& table, const std::string& section) const;
 
 private:
@@ -43,8 +43,9 @@ private:
     void CheckOnce(const std::vector<TomlTable>& devices) const;
     void AddOwnSubject(TomlTable& described) const;
     void CheckSubjects(const TomlTable& described) const;
-    std::string HostPath(const std::string& path) const;
+    std::string HostPath(const std::string& path, const Position& at) const;
     std::string m_file;
+    const Folders& m_within;
 };
 } // namespace
 
@@ -68,8 +69,38 @@ static std::string WantedText(const Key& key) {
     return wanted;
 }
 
-std::string FileReader::HostPath(const std::string& path) const {
-    return IsAbsolutePath(path) ? path : FolderOfPath(m_file) + path;
+static std::string OutsideText(const std::string& file) {
+    return fmt::format("'{}' is no file of this folder: a machine that is a folder or in a fleet may name no other",
+                       file);
+}
+
+static bool IsBelow(const std::string& folder, const std::string& real) {
+    const std::string whole = RealPath(folder.empty() ? "." : folder);
+    const auto isSeparator = [](char c) { return c == '/' || c == '\\'; };
+    return !whole.empty() && real.starts_with(whole) &&
+           (isSeparator(whole.back()) || (real.size() > whole.size() && isSeparator(real[whole.size()])));
+}
+
+void CheckIsInside(const Folders& folders, const std::string& file, const Position& at) {
+    const std::string real = RealPath(file);
+    const bool isInside = real.empty() || std::any_of(folders.begin(), folders.end(),
+                                                      [&](const std::string& folder) { return IsBelow(folder, real); });
+    if (!isInside || KindOfFile(file) == FileKind::Pipe) {
+        throw InputError(at, OutsideText(file));
+    }
+}
+
+std::string FileReader::HostPath(const std::string& path, const Position& at) const {
+    const std::string full = IsAbsolutePath(path) ? path : FolderOfPath(m_file) + path;
+    if (!m_within.empty()) {
+        // On Windows the mere question whether a file of a share is there tells the share who asks.
+        const bool isElsewhere = IsAbsolutePath(path) || path.starts_with('\\') || path.find(':') != std::string::npos;
+        if (isElsewhere) {
+            throw InputError(at, OutsideText(path));
+        }
+        CheckIsInside(m_within, full, at);
+    }
+    return full;
 }
 
 void FileReader::ReadText(Value& value, const std::string& utf8, const Key& key, std::string_view name) const {
@@ -82,7 +113,7 @@ void FileReader::ReadText(Value& value, const std::string& utf8, const Key& key,
     }
     if (key.types & (HostFile | HostFiles)) {
         value.type = HostFile;
-        value.text = HostPath(utf8);
+        value.text = HostPath(utf8, value.at);
         return;
     }
     if (key.types & Plain) {
@@ -129,7 +160,8 @@ void FileReader::ReadArray(Value& value, const toml::array& array, const Key& ke
             continue;
         }
         const std::string& text = item.ref<std::string>();
-        value.texts.push_back(key.types & HostFiles ? HostPath(text) : machine::AnsiFromUtf8(text));
+        value.texts.push_back(key.types & HostFiles ? HostPath(text, value.itemsAt.back())
+                                                    : machine::AnsiFromUtf8(text));
     }
 }
 
@@ -329,8 +361,8 @@ static toml::table ParseFile(const std::string& file, const Position& from) {
 }
 
 // Reads one file after those that it includes. A description that several build on is read once.
-static void ReadInto(TomlTable& whole, const std::string& file, const Position& from, std::set<std::string>& open,
-                     std::set<std::string>& done) {
+static void ReadInto(TomlTable& whole, const std::string& file, const Position& from, const Folders& within,
+                     std::set<std::string>& open, std::set<std::string>& done) {
     const std::string name = KeyOfFile(file);
     if (open.contains(name)) {
         throw InputError(from, fmt::format("'{}' includes itself", file));
@@ -339,11 +371,11 @@ static void ReadInto(TomlTable& whole, const std::string& file, const Position& 
         return;
     }
     open.insert(name);
-    const TomlTable described = FileReader(file).ReadTable(ParseFile(file, from), "");
+    const TomlTable described = FileReader(file, within).ReadTable(ParseFile(file, from), "");
     if (const Value* include = described.Find("include")) {
         const std::vector<std::string> files = described.TextsOf("include");
         for (std::size_t i = 0; i < files.size(); ++i) {
-            ReadInto(whole, files[i], include->itemsAt.empty() ? include->at : include->itemsAt[i], open, done);
+            ReadInto(whole, files[i], include->itemsAt.empty() ? include->at : include->itemsAt[i], within, open, done);
         }
     }
     open.erase(name);
@@ -380,11 +412,11 @@ std::string ReadHostFile(const std::string& file, const Position& at) {
     return bytes;
 }
 
-TomlTable ReadDescription(const std::string& file) {
+TomlTable ReadDescription(const std::string& file, const Folders& within) {
     TomlTable whole;
     whole.at = {file, 1, 1};
     std::set<std::string> open, done;
-    ReadInto(whole, file, whole.at, open, done);
+    ReadInto(whole, file, whole.at, within, open, done);
     return whole;
 }
 

@@ -1,6 +1,25 @@
 #include "rehearse/Flow.h"
 
+#include <fmt/format.h>
+
 namespace rehearse {
+
+std::string Shown(const std::string& text) {
+    std::string shown;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const unsigned next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
+        if ((byte < 0x20 && byte != '\n' && byte != '\t') || byte == 0x7F) {
+            shown += fmt::format("\\x{:02x}", byte);
+        } else if (byte == 0xC2 && next >= 0x80 && next < 0xA0) { // those of eight bits
+            shown += fmt::format("\\x{:02x}", next);
+            ++i;
+        } else {
+            shown += text[i];
+        }
+    }
+    return shown;
+}
 
 std::size_t ColumnsOf(const std::string& utf8) {
     std::size_t columns = 0;

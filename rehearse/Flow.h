@@ -9,6 +9,10 @@ namespace rehearse {
 // line begins; a word that has no room there begins at the left edge. text: one line, UTF-8.
 std::string Flow(const std::string& text, std::size_t width, std::size_t indent);
 
+// Control characters other than line ends and tabs as \xNN: in the name of a device or a file they would move the
+// cursor of a terminal, hide lines, or set its title. text: UTF-8.
+std::string Shown(const std::string& text);
+
 // Columns that a text takes; colours take none.
 std::size_t ColumnsOf(const std::string& utf8);
 

@@ -30,8 +30,10 @@ std::string DidYouMean(std::string_view word, const std::vector<std::string>& na
 }
 
 std::string DidYouMeanFile(const std::string& file) {
-    const std::string folder = FolderOfPath(file);
-    return DidYouMean(NameOfPath(file), NamesInFolder(folder.empty() ? "." : folder));
+    const std::string folder = FolderOfPath(file), name = NameOfPath(file);
+    std::vector<std::string> names = NamesInFolder(folder.empty() ? "." : folder);
+    std::erase(names, name); // it is there, but is a folder, or may not be read
+    return DidYouMean(name, names);
 }
 
 void CheckOutputs(const Options& options, const TomlTable* description) {

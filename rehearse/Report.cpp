@@ -168,7 +168,7 @@ static std::string LineOf(const TimelineEntry& entry, const Look& look) {
                                                                        : "quillmarch");
     const char* colour = entry.isDanger ? ColourDanger : entry.isOutside ? ColourOutside : ColourProduct;
     const std::string line = fmt::format("{:>12}  {}{}{}  {}", TimeText(entry.atMs), look.hasColours ? colour : "",
-                                         source, look.hasColours ? ColourOff : "", what);
+                                         source, look.hasColours ? ColourOff : "", Shown(what));
     return Flow(line, look.width, MessageColumn) + "\n";
 }
 
@@ -208,10 +208,10 @@ std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, con
                             const Verdict& verdict, const Look& look) {
     std::string text;
     if (!facts.title.empty()) {
-        text += facts.title + "\n\n";
+        text += Shown(facts.title) + "\n\n";
     }
     for (const machine::MachineNote& note : machine::AllNotes()) {
-        text += Flow("note: " + note.text, look.width, 6) + "\n";
+        text += Flow("note: " + Shown(note.text), look.width, 6) + "\n";
     }
     if (!machine::AllNotes().empty()) {
         text += "\n";
@@ -219,7 +219,7 @@ std::string ReportForPeople(const RunFacts& facts, const Timeline& timeline, con
     for (std::size_t i = 0; i < timeline.Entries().size(); ++i) {
         text += (timeline.IsStoryTitle(i) ? "\n" : "") + LineOf(timeline.Entries()[i], look);
     }
-    return text + "\n" + EndOfRun(verdict, balloons, look.width);
+    return text + "\n" + Shown(EndOfRun(verdict, balloons, look.width));
 }
 
 } // namespace rehearse

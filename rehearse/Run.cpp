@@ -10,6 +10,7 @@
 #include "rehearse/Expectations.h"
 #include "rehearse/Explanation.h"
 #include "rehearse/Files.h"
+#include "rehearse/Flow.h"
 #include "rehearse/Leaks.h"
 #include "rehearse/LogOutput.h"
 #include "rehearse/MachineBuilder.h"
@@ -76,9 +77,9 @@ static void TellOutcome(const machine::RunOutcome& outcome) {
     }
     const std::size_t end = line.find('\n');
     if (end != std::string::npos) {
-        fmt::print(stderr, "{}\n", line.substr(end + 1));
+        fmt::print(stderr, "{}\n", Shown(line.substr(end + 1)));
     }
-    fmt::print(stderr, "{}\n", line.substr(0, end));
+    fmt::print(stderr, "{}\n", Shown(line.substr(0, end)));
 }
 
 static Look LookOfOutput() {
@@ -134,7 +135,7 @@ static int Judge(const Options& options, const Expectations& expectations, const
         }
     }
     for (const std::string& failure : failures) {
-        fmt::print(stderr, "{}\n", failure);
+        fmt::print(stderr, "{}\n", Shown(failure));
     }
     return failures.empty() ? ExitDone : ExitNotMet;
 }
@@ -264,7 +265,7 @@ int Rehearse(const Options& options) {
     FillMachine(description, options);
     AddStories(description, options);
     if (options.devices || options.tree) {
-        fmt::print("{}", options.tree ? MachineTree() : DevicesTable());
+        fmt::print("{}", Shown(options.tree ? MachineTree() : DevicesTable()));
         return ExitDone;
     }
     timeline.Watch();

@@ -20,8 +20,9 @@ struct Ending {
 };
 
 struct Options {
-    std::string description;                         // a description, a folder of a capture, or an export
-    std::vector<std::string> moreExports;            // further exports of the same machine
+    std::string description;              // a description, a folder of a capture, or an export
+    std::vector<std::string> moreExports; // further exports of the same machine
+    std::string within;                   // the fleet's folder: the machine may name no files outside; "" any
     std::optional<std::string> ini, json, log, html; // host files; "-" is standard output
     std::optional<std::string> rules;                // a configuration to be checked by itself
     std::optional<std::string> compare;              // an older configuration, to be run beside the one in question

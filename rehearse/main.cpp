@@ -124,6 +124,7 @@ static void DescribeFleet(CLI::App& app, Line& line) {
     app.add_flag("--merge", line.fleet.merge, "put together what the shards left in --out")->group(group);
     app.add_flag("--member", line.isMember, "one machine of a fleet")->group("");
     app.add_flag("--observe", line.isObserver, "a second run, for the first one")->group("");
+    app.add_option("--within", line.options.within, "the fleet's folder")->group("");
 }
 
 static void DescribeQuestions(CLI::App& app, Line& line) {
@@ -234,7 +235,10 @@ static std::string Complete(const CLI::App& app, Line& line) {
     if (line.options.rules && line.options.compare) {
         return "--rules and --compare are two questions: ask one at a time";
     }
-    const bool isFleet = !line.fleet.folder.empty() || line.fleet.merge;
+    const bool isFleet = !line.fleet.folder.empty() || line.fleet.merge || line.isMember;
+    if (line.options.compare && !isFleet && app.count("--html") + app.count("--log") + app.count("--pictures")) {
+        return "--compare says what differs between two runs: --html, --log and --pictures are for one";
+    }
     if (line.options.description.empty() && !line.options.rules && !isFleet) {
         return "the machine is missing: a description, a folder of _capture_machine.cmd, or exports";
     }

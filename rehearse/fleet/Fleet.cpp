@@ -187,6 +187,7 @@ FleetRun::FleetRun(const Call& call, const Question& question, const Store* stor
                    const Shard& shard)
     : m_call(call), m_question(question), m_store(store), m_arguments(CommonArguments(call.options)),
       m_processes(call.limitMs) {
+    m_arguments.insert(m_arguments.end(), {"--within", call.folder});
     for (std::size_t i = shard.index; i < machines.size(); i += shard.count) {
         m_machines.push_back(&machines[i]);
         m_resultFiles.push_back(Store::ResultFileOf(machines[i].name));

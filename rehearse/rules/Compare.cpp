@@ -2,6 +2,7 @@
 
 #include "rehearse/Captures.h"
 #include "rehearse/DescriptionReader.h"
+#include "rehearse/Flow.h"
 #include "rehearse/OutputFile.h"
 #include "rehearse/rules/CriteriaCheck.h"
 #include "rehearse/rules/QuietRun.h"
@@ -235,11 +236,11 @@ int CompareRules(const Options& options) {
     Output json(options.json);
     const auto [stopped, rules, ports] = CompareMachine(options);
     if (!stopped.empty()) {
-        fmt::print(stderr, "{}\n", stopped);
+        fmt::print(stderr, "{}\n", Shown(stopped));
         return ExitStopped;
     }
     if (!options.quiet && !json.IsStandardOutput()) {
-        fmt::print("{}", TextOf(rules, ports));
+        fmt::print("{}", Shown(TextOf(rules, ports)));
     }
     if (json.IsWanted()) {
         json.Write(JsonOf(rules, ports).dump(2) + "\n");

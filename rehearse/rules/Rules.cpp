@@ -2,6 +2,7 @@
 
 #include "rehearse/Captures.h"
 #include "rehearse/DescriptionReader.h"
+#include "rehearse/Flow.h"
 #include "rehearse/OutputFile.h"
 #include "rehearse/rules/Findings.h"
 #include "rehearse/rules/PortRules.h"
@@ -40,9 +41,9 @@ int CheckRules(const Options& options) {
     }
     if (!options.quiet && !json.IsStandardOutput()) {
         for (const Finding& finding : findings) {
-            fmt::print("{}\n", FindingLine(finding));
+            fmt::print("{}\n", Shown(FindingLine(finding)));
         }
-        fmt::print("{}{}", SummaryOf(ini, findings), table ? RuleTableText(*table) : "");
+        fmt::print("{}", Shown(SummaryOf(ini, findings) + (table ? RuleTableText(*table) : "")));
     }
     if (json.IsWanted()) {
         nlohmann::ordered_json report = {{"findings", FindingsJson(findings)}};

@@ -84,5 +84,18 @@ refused "ports.ini:1:1: this is no export of the registry: only exports can be n
 mkdir "$scratch/empty"
 refused "$scratch/empty:1:1: this folder has neither a machine.toml nor an export of the registry" "$scratch/empty"
 refused "ports.reg:1:1: this file is an input, it is not overwritten" --json ports.reg "$scratch/whole.reg" ports.reg
+
+# Files that a foreign folder would have the reader show or wait for, and a name that would clear the reader's screen.
+mkdir "$scratch/trap"
+ln -s /etc/passwd "$scratch/trap/Quillmarch.ini"
+mkfifo "$scratch/trap/pipe"
+for named in '"../bare/second.ini"' "'\\\\host\\share\\a.ini'" "'C:a.ini'" '"Quillmarch.ini"' '"pipe"' "\"$PWD/ports.ini\""; do
+    printf '[quillmarch]\nini = %s\n' "$named" >"$scratch/trap/machine.toml"
+    check "$named is refused" grep -q "^$scratch/trap/machine.toml:2:7: .* may name no other" <(timeout 20 "$tool" "$scratch/trap" 2>&1)
+done
+printf 'title = "\\u001b[2J\\u009b"\n[[device]]\nid = "ACPI\\\\PNP0501\\\\1"\nfriendly_name = "\\u001b]0;x\\u0007"\n' >"$scratch/trap/machine.toml"
+"$tool" --explain --story none "$scratch/trap" >"$scratch/shown.txt"
+check "control characters are shown" grep -qF 'x1b[2J\x9b' "$scratch/shown.txt"
+check "none is left" bash -c "! LC_ALL=C grep -qP '[\x00-\x08\x0b-\x1f\x7f]|\xc2[\x80-\x9f]' '$scratch/shown.txt'"
 [ "$failed" = 0 ] && echo "captured machines: rehearsed, or refused with their place"
 exit "$failed"

@@ -20,7 +20,11 @@ code() { # EXPECTED ARGUMENTS...: the exit code of the tool; what it says is in 
 }
 has() { check "'$2' is in $1" grep -qE -- "$2" "$scratch/$1"; }
 ini=examples/desk.ini fleet=$scratch/fleet
-desk() { printf 'include = ["%s/examples/desk.toml"]\n%s\n' "$PWD" "${2-}" >"$fleet/$1"; }
+mkdir -p "$fleet/shared" # no machine: neither a description by its name, nor an export
+sed 's:machines/desk/desk.reg:desk.export:' examples/desk.toml >"$fleet/shared/desk.inc"
+cp examples/machines/desk/desk.reg "$fleet/shared/desk.export"
+cp $ini "$fleet/shared"
+desk() { printf 'include = ["%s/shared/desk.inc"]\n%s\n' "$(dirname -- "$1" | sed 's:[^/.][^/]*:..:g')" "${2-}" >"$fleet/$1"; }
 
 # Right ones in odd places: deep, a loop, a name like an option, one with a line break and a byte that is no UTF-8.
 mkdir -p "$fleet/lab/deep/er" "$fleet/-j"
@@ -38,19 +42,20 @@ mkfifo "$fleet/endless.toml"
 desk unknown.toml 'colour = 3'
 mkdir "$fleet/pc"
 printf 'registry = ["gone.reg"]\n' >"$fleet/pc/machine.toml"
+printf 'registry = ["../../../etc/passwd"]\n' >"$fleet/outside.toml"
 desk held.toml "$(printf 'until = "40s"\n[[fault]]\ncall = "RegSetValueExA"\non = "*PortName"\nerror = 5\ntimes = 0\n')"
 code 1 --fleet "$fleet" --ini $ini -j 3 --time-limit 15s --out "$scratch/one" --json "$scratch/lines"
 for line in 'endless.toml +time limit +not done after 15 s' 'unknown.toml +wrong input +unknown.toml:2:1: ' \
-    'pc +wrong input +pc/machine.toml:1:' 'lab/deep/er/b.TOML +ok ' '-j/--out.toml +ok ' '4 ok, 1 with findings, 2 with wrong input, 1 beyond the time limit'; do
+    "outside.toml +wrong input .* may name no other" 'pc +wrong input +pc/machine.toml:1:' 'lab/deep/er/b.TOML +ok ' '-j/--out.toml +ok ' '4 ok, 1 with findings, 3 with wrong input, 1 beyond the time limit'; do
     has out "$line"
 done
 check "one object for each, then the summary" python3 - "$scratch" <<'P'
 import json, sys
 lines = [json.loads(line) for line in open(sys.argv[1] + "/lines", encoding="utf-8")]
 names = [line["machine"] for line in lines[:-1]]
-assert names == sorted(names) and len(names) == 8, names
+assert names == sorted(names) and len(names) == 9, names
 summary = lines[-1]["summary"]
-assert sum(summary["verdicts"].values()) == 8 and summary["verdicts"]["ok"] == 4, summary
+assert sum(summary["verdicts"].values()) == 9 and summary["verdicts"]["ok"] == 4, summary
 right = {line["machine"]: line for line in map(json.loads, open(sys.argv[1] + "/good/fleet.jsonl", encoding="utf-8"))  if "machine" in line}
 assert all(right[line["machine"]] == line for line in lines[:-1] if line["verdict"] == "ok")
 page = open(sys.argv[1] + "/one/fleet.html", encoding="utf-8").read()
@@ -61,7 +66,7 @@ P
 results=$scratch/one/results
 half=$(grep -l '"machine":"a.toml"' "$results"/*.json)
 head -c 300 "$half" >"$half.x" && mv "$half.x" "$half"
-rm "$fleet/endless.toml" "$fleet/pc/machine.toml"
+rm "$fleet/endless.toml" "$fleet/pc/machine.toml" "$fleet/outside.toml"
 desk held.toml
 desk new.toml
 touch -d '2001-01-01' "$results"/*
