@@ -12,7 +12,6 @@
 #include "support/log/DiagnosticNames.h"
 #include "support/log/LogFile.h"
 #include "support/texts/BoundedText.h"
-#include "support/texts/StringTools.h"
 
 constexpr LONG PutOffRestartMs = 4000;
 constexpr DWORD NewNameWaitMs = 5000;
@@ -33,23 +32,6 @@ bool WriteNewNumber(Assignment* check, const char* name) {
                                        port->szKernelNameCom) != 0;
 }
 
-static bool IsNameOfAnother(const CComPort* port, const char* name) {
-    for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
-        const CComPort* other = g_pComPorts->Ports[i];
-        if (other != nullptr && other != port && other->IsUsed && other->IsPresent &&
-            (IsSameNoCase(other->szRegPortName, name) || IsSameNoCase(other->szPortName, name))) {
-            return true;
-        }
-    }
-    return false;
-}
-
-void KeepNumberOfAnother(const CComPort* port, const char* name) {
-    if (IsNameOfAnother(port, name)) {
-        ComNameArbiterAddByName(name);
-    }
-}
-
 void UpdateRegistryName(Assignment* check, const char* name) {
     CComPort* port = check->port;
     WriteLog(2, "update Port[%u] %s -> %s", static_cast<DWORD>(port->Index), port->szRegPortName, name);
@@ -58,7 +40,6 @@ void UpdateRegistryName(Assignment* check, const char* name) {
              port->ArrivalTicker, port->ArrivalTicker - port->SameParentArrivalTicker);
     ComNameArbiterRemove(check->szOldRegPortName);
     ComNameArbiterAddByName(name);
-    KeepNumberOfAnother(port, check->szOldRegPortName);
 }
 
 bool MoveDosName(Assignment* check, const char* name) {

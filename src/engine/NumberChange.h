@@ -12,9 +12,6 @@ bool WriteNewNumber(Assignment* check, const char* name);
 void SetNameInForce(CComPort* port);
 // Registry name and COM name database follow the registry.
 void UpdateRegistryName(Assignment* check, const char* name);
-// Sets the bit of a name again that the port has just left, if another present port has it: Windows would offer that
-// number to a new device.
-void KeepNumberOfAnother(const CComPort* port, const char* name);
 // Moves the DOS name alone. Returns: whether the new name is in force.
 bool MoveDosName(Assignment* check, const char* name);
 // Schedules a restart of the upper device, one for all ports that came along with it.

@@ -127,7 +127,6 @@ void KeepWantedOfTwoNames(CComPort* port, const char* name) {
     }
     ComNameArbiterRemove(port->szRegPortName);
     ComNameArbiterAddByName(name);
-    KeepNumberOfAnother(port, port->szRegPortName);
     port->PortNumber = GetNumberOfPortName(name);
     if (ChangeRegistryComPortNumber(port->szRegPortName, name, port->szRegEnumPath, port->szRegClassPath,
                                     port->szKernelNameCom)) {

@@ -14,6 +14,7 @@ struct Excuse {
 
 namespace excuse {
 inline constexpr Excuse OwnersLink{"a", "whose link the product deleted for another device", "its next start"};
+inline constexpr Excuse SharedBit{"b", "whose name another port had and gave up", "its next start"};
 inline constexpr Excuse SwapMark{"d", "whose arrival the mark of an old swap dropped", "its next start"};
 inline constexpr Excuse OwnerAway{"i", "who got the number of one that has no DOS name, and that one",
                                   "5 s and its next start"};
@@ -37,11 +38,11 @@ using Reason = const Excuse*;
 using Reasons = std::set<Reason>;
 
 inline constexpr Reason Excuses[] = {
-    &excuse::OwnersLink,   &excuse::SwapMark,     &excuse::OwnerAway,   &excuse::PulledWhileRead,
-    &excuse::TwoWideLists, &excuse::RestartLost,  &excuse::CallFailed,  &excuse::CutOff,
-    &excuse::Hindered,     &excuse::LinkInTheWay, &excuse::LinkTaken,   &excuse::FoundItTaken,
-    &excuse::LateLink,     &excuse::Modem,        &excuse::Unannounced, &excuse::BeforeListening,
-    &excuse::Twin,
+    &excuse::OwnersLink,      &excuse::SharedBit,    &excuse::SwapMark,     &excuse::OwnerAway,
+    &excuse::PulledWhileRead, &excuse::TwoWideLists, &excuse::RestartLost,  &excuse::CallFailed,
+    &excuse::CutOff,          &excuse::Hindered,     &excuse::LinkInTheWay, &excuse::LinkTaken,
+    &excuse::FoundItTaken,    &excuse::LateLink,     &excuse::Modem,        &excuse::Unannounced,
+    &excuse::BeforeListening, &excuse::Twin,
 };
 
 struct Uses {

@@ -427,6 +427,9 @@ void Judge::JudgePorts(const Ports& ports) {
         }
         if (number && number <= LargestDatabaseNumber && !machine::ComDbTest(number)) {
             Reasons reasons = ReasonsOf(port, ports);
+            if (IsGranted(&excuse::SharedBit, port.device, LastStartMs(port.device->id))) {
+                reasons.insert(&excuse::SharedBit);
+            }
             Blame(reasons, "the database has every present number",
                   fmt::format("{}: {}", port.device->id, port.dosName));
         }
@@ -511,6 +514,10 @@ void Judge::OnWrite(const rehearse::WrittenValue& write) {
             for (const Device* each : {device, &other}) {
                 Grant(&excuse::OwnerAway, each, write.atMs + OwnChangeMs);
             }
+        }
+        // A renamed port clears the bit of its old name in the database, also when another port has that name.
+        if (machine::EqualNoCase(machine::DosNameOf(*node), write.before)) {
+            Grant(&excuse::SharedBit, &other, write.atMs);
         }
     }
     const machine::KernelDevice* owner = machine::TheDeviceTree().RunningDevice(TargetOf(write.before));
