@@ -17,9 +17,9 @@ static void PrintConstant(const char* name, T value) {
     if constexpr (std::is_pointer_v<T> || std::is_null_pointer_v<T>) {
         std::printf("%s 0x%016llX\n", name, static_cast<unsigned long long>(reinterpret_cast<ULONG_PTR>(value)));
     } else {
+        static_assert(sizeof(T) <= 4);
         std::printf("%s 0x%08X\n", name, static_cast<unsigned>(value));
     }
-    static_assert(std::is_pointer_v<T> || std::is_null_pointer_v<T> || sizeof(T) <= 4);
 }
 
 static void PrintSize(const char* type, size_t size) {
