@@ -57,7 +57,7 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
         KeepPresentNumber(port);
         return Candidate::IsPresent;
     }
-    // Not even the last candidate is exempt: the port that waits for its restart would come back without a name.
+    // Not even the last candidate is exempt: the port that waits for its next start would come back without a name.
     if (const CComPort* holder = FindAwaitedHolder(name, port)) {
         WriteLog(1, "%s waits for the restart of Ports[%i] -> try next port", name, holder->Index);
         return Candidate::Taken;

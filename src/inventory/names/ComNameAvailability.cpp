@@ -105,8 +105,8 @@ int CComPorts::IsComPortNameAvailable(const char* portName) {
             WriteLog(3, " used by Ports[%i] id=%s kn=%s", i, port->DeviceID, live.KernelName);
             return 0;
         }
-        if (IsRestartAwaited(port)) {
-            continue; // its link is missing because its restart is still to come, not because it is dead
+        if (IsRestartAwaited(port) || RunsUnderFormerName(port)) {
+            continue; // its link is missing because it gets the name at its next start, not because it is dead
         }
         if (live.Problem != 0) {
             WriteLog(1, "unexpected problem=%u -> set Port[%i].IsPresent = false", live.Problem, i);

@@ -15,6 +15,7 @@ constexpr DWORD OwnRestartMs = 5000;
 constexpr DWORD NothingAwaited = 0;
 constexpr DWORD RestartPutOff = 1;
 constexpr DWORD RestartBegun = 2;
+constexpr DWORD RestartOverdue = 3; // given up: the name is free for others, though the port still runs without it
 
 // A port that shared its name at the start has none in force.
 static bool IsLinkOf(const CComPort* port, const char* portName, const char* target) {
@@ -82,19 +83,19 @@ void NoteRestartOf(DWORD sameParentDevInst) {
 }
 
 void EndAwaitedRestart(CComPort* port, bool isArrival) {
-    if (!isArrival || port->AwaitedRestart == RestartBegun) {
+    if (!isArrival || port->AwaitedRestart != RestartPutOff) {
         port->AwaitedRestart = NothingAwaited;
     }
 }
 
 bool IsRestartAwaited(CComPort* port) {
-    if (port->AwaitedRestart == NothingAwaited) {
+    if (port->AwaitedRestart == NothingAwaited || port->AwaitedRestart == RestartOverdue) {
         return false;
     }
     if (static_cast<LONG>(GetTickCount() - port->AwaitedRestartTicker) >= OverdueMs) {
-        port->AwaitedRestart = NothingAwaited;
+        port->AwaitedRestart = RestartOverdue;
     }
-    return port->AwaitedRestart != NothingAwaited;
+    return port->AwaitedRestart != RestartOverdue;
 }
 
 bool IsOwnRestart(const CComPort* port) {
@@ -103,11 +104,18 @@ bool IsOwnRestart(const CComPort* port) {
            (path[0] != '\0' && (IsSameNoCase(path, szRestarting1) || IsSameNoCase(path, szRestarting2)));
 }
 
+bool RunsUnderFormerName(const CComPort* port) {
+    char target[DosTargetSize];
+    return port->AwaitedRestart != RestartOverdue && IsRealDevInst(port->DevInst) && port->szPortName[0] != '\0' &&
+           !IsSameNoCase(port->szPortName, port->szRegPortName) && QueryDosName(port->szPortName, target) &&
+           IsLinkOf(port, port->szPortName, target) && GetProblem(port->DevInst) == 0;
+}
+
 const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker) {
     for (LONG i = 0; i < g_pComPorts->PortCount; ++i) {
         CComPort* port = g_pComPorts->Ports[i];
-        if (port != nullptr && port != asker && port->IsUsed && IsRestartAwaited(port) &&
-            IsSameNoCase(port->szRegPortName, portName)) {
+        if (port != nullptr && port != asker && port->IsUsed && IsSameNoCase(port->szRegPortName, portName) &&
+            (IsRestartAwaited(port) || RunsUnderFormerName(port))) {
             return port;
         }
     }

@@ -21,8 +21,11 @@ void EndAwaitedRestart(CComPort* port, bool isArrival);
 bool IsRestartAwaited(CComPort* port);
 // Is the port being restarted by this service, or out for a swap? Its problems mean nothing until then.
 bool IsOwnRestart(const CComPort* port);
-// The port other than `asker` that waits for a restart under this name, or null. It keeps the name although no link of
-// that name is there yet, and while it is away for the restart.
+// Does the port run with a link of its own, while the registry has another name for its next start? A restart that
+// failed, or that did not rename it, leaves it so.
+bool RunsUnderFormerName(const CComPort* port);
+// The port other than `asker` that gets this name from a restart or its next start, or null. It keeps the name although
+// no link of that name is there yet, and while it is away for the restart.
 const CComPort* FindAwaitedHolder(const char* portName, const CComPort* asker);
 // The port below the upper device of `asker` that runs with this registry name, whose link is missing, or null. The
 // restart of the upper device would bring the name to both.
