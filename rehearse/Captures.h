@@ -4,7 +4,7 @@
 #pragma once
 
 #include "rehearse/Description.h"
-#include "rehearse/Run.h"
+#include "rehearse/Options.h"
 
 namespace rehearse {
 

@@ -1,6 +1,5 @@
 #include "rehearse/Description.h"
 #include "rehearse/DescriptionKeys.h"
-#include "rehearse/Flow.h"
 
 #include "simwin/kernel/Text.h"
 
@@ -19,21 +18,6 @@ static const char* IdentityOf(std::string_view list) {
         return "name";
     }
     return nullptr;
-}
-
-// A name of the input may hold line ends; a message about it is still one line.
-static std::string OnOneLine(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
-    return Shown(text);
-}
-
-InputError::InputError(const Position& at, std::string_view what)
-    : std::runtime_error(OnOneLine(fmt::format("{}: {}", PositionText(at), what))) {
-}
-
-std::string PositionText(const Position& at) {
-    return fmt::format("{}:{}:{}", at.file, at.line, at.column);
 }
 
 TomlTable::TomlTable() = default;

@@ -3,24 +3,14 @@
 // build on one another are merged here, table by table. Host side, one thread.
 #pragma once
 
+#include "rehearse/InputError.h"
+
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace rehearse {
-
-struct Position {
-    std::string file;
-    unsigned line = 1, column = 1;
-};
-
-// The input is wrong: nothing is run, only this line is printed.
-class InputError : public std::runtime_error {
-public:
-    InputError(const Position& at, std::string_view what);
-};
 
 // What a field may hold; a key of the table names one or several.
 enum ValueType : unsigned {
@@ -98,7 +88,5 @@ struct Field {
     std::string key;
     Value value;
 };
-
-std::string PositionText(const Position& at); // "FILE:LINE:COLUMN"
 
 } // namespace rehearse

@@ -1,9 +1,12 @@
-// Expectations about the desktop: balloons, tool tips of other programs, keys and clicks.
+#include "rehearse/DesktopExpectations.h"
+
 #include "rehearse/Balloons.h"
-#include "rehearse/DesktopEvents.h"
 #include "rehearse/Durations.h"
 
+#include "simwin/desktop/Desktop.h"
+#include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
+#include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
 
 #include <fmt/format.h>
@@ -221,6 +224,48 @@ void JudgeDesktop(const TomlTable& expect, const Stage& stage, Wrongs& wrongs) {
         JudgeToolTip(expect, wrongs);
     } else {
         JudgeInput(expect, wrongs);
+    }
+}
+
+// Every box of the tool is in front of all windows: MB_SYSTEMMODAL matters only if an expectation names it.
+static bool HasFlags(const machine::MessageBoxRecord& box, simwin::UINT wanted) {
+    const simwin::UINT counts = wanted & simwin::MB_SYSTEMMODAL ? ~0u : ~simwin::UINT{simwin::MB_SYSTEMMODAL};
+    return (box.flags & counts) == wanted;
+}
+
+// The program that was started to edit the configuration.
+static void JudgeEditor(const TomlTable& expect, Wrongs& wrongs) {
+    const std::string product = machine::TheSetup().directory + "\\" + machine::TheSetup().executable;
+    std::string others;
+    for (const machine::Process* process : machine::AllProcesses()) {
+        if (machine::EqualNoCase(process->imagePath, expect.TextOf("editor"))) {
+            return;
+        }
+        if (!machine::EqualNoCase(process->imagePath, product)) {
+            others += fmt::format("{}'{}'", others.empty() ? "" : ", ", process->imagePath);
+        }
+    }
+    wrongs.push_back(fmt::format("it was not started; there were: {}", others.empty() ? "none" : others));
+}
+
+void JudgeSurroundings(const TomlTable& expect, Wrongs& wrongs) {
+    if (expect.Has("editor")) {
+        JudgeEditor(expect, wrongs);
+        return;
+    }
+    const std::string text = expect.TextOf("message");
+    std::size_t fits = 0;
+    std::string others;
+    for (const machine::MessageBoxRecord& box : machine::MessageBoxes()) {
+        const bool isMeant =
+            (text.empty() || box.text == text) &&
+            (!expect.Has("contains") || box.text.find(expect.TextOf("contains")) != std::string::npos) &&
+            (!expect.Has("flags") || HasFlags(box, static_cast<simwin::UINT>(expect.NumberOf("flags"))));
+        fits += isMeant;
+        others += fmt::format("{}'{}' (flags {})", others.empty() ? "" : ", ", box.text, box.flags);
+    }
+    if (expect.Has("count") ? fits != static_cast<std::size_t>(expect.NumberOf("count")) : fits == 0) {
+        wrongs.push_back(fmt::format("{} such boxes; there were: {}", fits, others.empty() ? "none" : others));
     }
 }
 

@@ -1,8 +1,8 @@
 #include "rehearse/DeviceEvents.h"
 
+#include "rehearse/DescribedSessions.h"
 #include "rehearse/DeviceTables.h"
 #include "rehearse/MachineFacts.h"
-#include "rehearse/SessionEvents.h"
 #include "rehearse/Sockets.h"
 
 #include "simwin/devices/drivers/Holders.h"

@@ -7,7 +7,7 @@
 #include "rehearse/MachineBuilder.h"
 #include "rehearse/PowerEvents.h"
 #include "rehearse/SessionEvents.h"
-#include "rehearse/stories/Stories.h"
+#include "rehearse/stories/StoryEvents.h"
 
 #include "simwin/files/Files.h"
 #include "simwin/kernel/Process.h"

@@ -1,7 +1,7 @@
 #include "rehearse/Expectations.h"
 
 #include "rehearse/DescriptionReader.h"
-#include "rehearse/DesktopEvents.h"
+#include "rehearse/DesktopExpectations.h"
 #include "rehearse/Durations.h"
 #include "rehearse/MachineBuilder.h"
 #include "rehearse/MachineFacts.h"

@@ -1,7 +1,6 @@
 #include "rehearse/Explanation.h"
 
 #include "rehearse/LogOutput.h"
-#include "rehearse/Observer.h"
 
 #include "simwin/kernel/Scheduler.h"
 

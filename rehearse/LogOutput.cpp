@@ -1,6 +1,11 @@
 #include "rehearse/LogOutput.h"
 
+#include "rehearse/CheckLog.h"
+
 #include "simwin/files/Files.h"
+#include "simwin/kernel/Livelock.h"
+#include "simwin/kernel/Process.h"
+#include "simwin/kernel/Scheduler.h"
 #include "simwin/kernel/Setup.h"
 #include "simwin/kernel/Text.h"
 
@@ -8,13 +13,19 @@
 
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace rehearse {
 
 constexpr const char* DefaultLogFile = "C:\\_Quillmarch.log";
-constexpr int DecisionsLevel = 3; // at which the product logs each decision
-constexpr int FullLevel = 5;      // and each value of a configuration in the registry
-static bool g_isForced = false;   // the file
+constexpr int DecisionsLevel = 3;                   // at which the product logs each decision
+constexpr int FullLevel = 5;                        // and each value of a configuration in the registry
+constexpr std::string_view Mark = "[QUILLMARCH]  "; // precedes the message in each line of debugger output
+// A detailed log adds a dozen calls for each line, and of many ports there are many lines: those alone are no livelock.
+// A real one ends the first run, and with it this one.
+constexpr std::uint64_t CallsWithDetailedLog = 100 * machine::LivelockCalls;
+constexpr unsigned ContextBits = 32;
+static bool g_isForced = false; // the file
 static bool g_isDebugOutputForced = false;
 static int g_level = DecisionsLevel;
 
@@ -107,6 +118,33 @@ std::vector<std::string> LogLines() {
         lines.pop_back();
     }
     return lines;
+}
+
+void WatchLog(CheckLog& log, std::function<void(std::uint32_t thread, std::string_view message)> also) {
+    ForceDebugOutputInFull();
+    machine::AllowCallsWithoutTime(CallsWithDetailedLog);
+    WatchMessages([&log, also = std::move(also)](std::uint64_t context, std::string_view message) {
+        log.Read(context, machine::Now(), message);
+        if (also) {
+            also(static_cast<std::uint32_t>(context), message);
+        }
+    });
+}
+
+void WatchMessages(std::function<void(std::uint64_t context, std::string_view message)> watcher) {
+    machine::WatchDebugOutput([watcher = std::move(watcher)](const machine::Process& process, const char* text) {
+        std::string_view message = text;
+        const std::size_t at = message.find(Mark);
+        const machine::Thread* thread = machine::CurrentThread();
+        if (at == std::string_view::npos || !thread) {
+            return;
+        }
+        message.remove_prefix(at + Mark.size());
+        while (message.ends_with('\n') || message.ends_with('\r')) {
+            message.remove_suffix(1);
+        }
+        watcher(std::uint64_t(process.id) << ContextBits | thread->id, message);
+    });
 }
 
 } // namespace rehearse

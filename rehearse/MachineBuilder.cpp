@@ -1,10 +1,10 @@
 #include "rehearse/MachineBuilder.h"
 
+#include "rehearse/DescribedSessions.h"
 #include "rehearse/DescriptionReader.h"
 #include "rehearse/DeviceTables.h"
 #include "rehearse/Durations.h"
 #include "rehearse/Exports.h"
-#include "rehearse/SessionEvents.h"
 #include "rehearse/Surroundings.h"
 
 #include "simwin/files/Files.h"

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "rehearse/Description.h"
-#include "rehearse/Run.h"
+#include "rehearse/Options.h"
 
 #include "simwin/kernel/Setup.h"
 

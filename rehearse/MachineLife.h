@@ -4,7 +4,7 @@
 #include "rehearse/Balloons.h"
 #include "rehearse/Description.h"
 #include "rehearse/Leaks.h"
-#include "rehearse/Run.h"
+#include "rehearse/Options.h"
 #include "rehearse/Timeline.h"
 
 #include "simwin/machine/Machine.h"

@@ -1,7 +1,8 @@
 #include "rehearse/Manners.h"
 
 #include "rehearse/Files.h"
-#include "rehearse/rules/IniFile.h"
+
+#include "simwin/kernel/Text.h"
 
 #include <fmt/format.h>
 
@@ -22,6 +23,40 @@ static void AddFiles(const TomlTable& table, std::vector<std::string>& files) {
             AddFiles(below, files);
         }
     }
+}
+
+static unsigned DistanceOf(std::string_view a, std::string_view b) {
+    std::vector<std::vector<unsigned>> rows(a.size() + 1, std::vector<unsigned>(b.size() + 1));
+    for (unsigned i = 0; i <= a.size(); ++i) {
+        for (unsigned k = 0; k <= b.size(); ++k) {
+            if (i == 0 || k == 0) {
+                rows[i][k] = i + k;
+                continue;
+            }
+            const unsigned changed =
+                rows[i - 1][k - 1] + (machine::LowerChar(a[i - 1]) != machine::LowerChar(b[k - 1]));
+            rows[i][k] = std::min({rows[i - 1][k] + 1, rows[i][k - 1] + 1, changed});
+            if (i > 1 && k > 1 && machine::EqualNoCase(a.substr(i - 2, 1), b.substr(k - 1, 1)) &&
+                machine::EqualNoCase(a.substr(i - 1, 1), b.substr(k - 2, 1))) {
+                rows[i][k] = std::min(rows[i][k], rows[i - 2][k - 2] + 1); // two letters changed places
+            }
+        }
+    }
+    return rows[a.size()][b.size()];
+}
+
+std::string NearestName(std::string_view word, const std::vector<std::string>& names) {
+    std::string nearest;
+    unsigned best = static_cast<unsigned>(std::max<std::size_t>(word.size() / 3, 1)) + 1;
+    if (word.size() <= 100) { // longer than any name
+        for (const std::string& name : names) {
+            if (const unsigned distance = DistanceOf(word, name); distance < best) {
+                best = distance;
+                nearest = name;
+            }
+        }
+    }
+    return nearest;
 }
 
 std::string DidYouMean(std::string_view word, const std::vector<std::string>& names) {

@@ -2,13 +2,16 @@
 #pragma once
 
 #include "rehearse/Description.h"
-#include "rehearse/Run.h"
+#include "rehearse/Options.h"
 
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace rehearse {
+
+// The name nearest to an unknown word, by the fewest changes of a letter; "" if none is near.
+std::string NearestName(std::string_view word, const std::vector<std::string>& names);
 
 // "; did you mean 'x'?" for the one of the names that is nearest, "" if none is near.
 std::string DidYouMean(std::string_view word, const std::vector<std::string>& names);

@@ -11,7 +11,6 @@
 #include "rehearse/MachineLife.h"
 #include "rehearse/stories/Stories.h"
 
-#include "simwin/kernel/Livelock.h"
 #include "simwin/kernel/Process.h"
 #include "simwin/kernel/Scheduler.h"
 
@@ -25,12 +24,6 @@
 namespace rehearse {
 
 using Json = nlohmann::json;
-
-constexpr std::string_view Mark = "[QUILLMARCH]  "; // precedes the message in each line of debugger output
-// A detailed log adds a dozen calls for each line, and of many ports there are many lines: those alone are no livelock.
-// A real one ends the first run, and with it this one.
-constexpr std::uint64_t CallsWithDetailedLog = 100 * machine::LivelockCalls;
-constexpr unsigned ContextBits = 32;
 
 // --- Across the pipe, in the machine's code page: such bytes would not survive JSON, so texts are converted to UTF-8
 // and back.
@@ -237,33 +230,6 @@ LogFacts Observer::Take(const std::string& ended) {
     }
     m_log = {json["log"], json["lines_before"], json["cut"]};
     return FactsOfJson(json["facts"]);
-}
-
-void WatchLog(CheckLog& log, std::function<void(std::uint32_t thread, std::string_view message)> also) {
-    ForceDebugOutputInFull();
-    machine::AllowCallsWithoutTime(CallsWithDetailedLog);
-    WatchMessages([&log, also = std::move(also)](std::uint64_t context, std::string_view message) {
-        log.Read(context, machine::Now(), message);
-        if (also) {
-            also(static_cast<std::uint32_t>(context), message);
-        }
-    });
-}
-
-void WatchMessages(std::function<void(std::uint64_t context, std::string_view message)> watcher) {
-    machine::WatchDebugOutput([watcher = std::move(watcher)](const machine::Process& process, const char* text) {
-        std::string_view message = text;
-        const std::size_t at = message.find(Mark);
-        const machine::Thread* thread = machine::CurrentThread();
-        if (at == std::string_view::npos || !thread) {
-            return;
-        }
-        message.remove_prefix(at + Mark.size());
-        while (message.ends_with('\n') || message.ends_with('\r')) {
-            message.remove_suffix(1);
-        }
-        watcher(std::uint64_t(process.id) << ContextBits | thread->id, message);
-    });
 }
 
 std::string EndOfMachine() {

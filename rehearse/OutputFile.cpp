@@ -1,7 +1,7 @@
 #include "rehearse/OutputFile.h"
 
-#include "rehearse/Description.h"
 #include "rehearse/Files.h"
+#include "rehearse/InputError.h"
 
 #include <cstdio>
 

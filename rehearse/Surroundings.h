@@ -1,8 +1,8 @@
 // The surroundings of the product on a described machine: files and programs, the environment, how message boxes and
-// "runas" are answered. Called by the machine builder and the expectations.
+// "runas" are answered. Called by the machine builder.
 #pragma once
 
-#include "rehearse/Expectations.h"
+#include "rehearse/Description.h"
 
 #include <string>
 
@@ -12,7 +12,5 @@ namespace rehearse {
 std::string PathIn(const TomlTable& table, std::string_view key);
 
 void SetUpSurroundings(const TomlTable& description);
-
-void JudgeSurroundings(const TomlTable& expect, Wrongs& wrongs); // message boxes and the editor
 
 } // namespace rehearse

@@ -3,6 +3,7 @@
 #include "rehearse/Description.h"
 #include "rehearse/DescriptionReader.h"
 #include "rehearse/Files.h"
+#include "rehearse/Run.h"
 #include "rehearse/Verdict.h"
 #include "rehearse/fleet/Fingerprint.h"
 #include "rehearse/rules/Compare.h"

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "rehearse/Balloons.h"
-#include "rehearse/Observer.h"
+#include "rehearse/LogOutput.h"
 #include "rehearse/Pictures.h"
 #include "rehearse/Timeline.h"
 #include "rehearse/Verdict.h"

@@ -41,7 +41,4 @@ IniFile ParseIni(const std::string& file, std::string bytes, Findings& findings)
 // "[ComPorts12]" as the log writes it.
 std::string SectionText(const IniSection& section);
 
-// The name nearest to an unknown word, by the fewest changes of a letter; "" if none is near.
-std::string NearestName(std::string_view word, const std::vector<std::string>& names);
-
 } // namespace rehearse

@@ -3,8 +3,8 @@
 #include "rehearse/Balloons.h"
 #include "rehearse/Events.h"
 #include "rehearse/Expectations.h"
+#include "rehearse/LogOutput.h"
 #include "rehearse/MachineBuilder.h"
-#include "rehearse/Observer.h"
 #include "rehearse/Timeline.h"
 #include "rehearse/stories/Stories.h"
 

@@ -7,7 +7,7 @@
 #include "rehearse/CheckLog.h"
 #include "rehearse/Description.h"
 #include "rehearse/MachineFacts.h"
-#include "rehearse/Run.h"
+#include "rehearse/Options.h"
 
 #include <string>
 #include <vector>

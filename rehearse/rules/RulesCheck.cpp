@@ -1,5 +1,6 @@
 #include "rehearse/rules/RulesCheck.h"
 
+#include "rehearse/Manners.h"
 #include "rehearse/rules/ActionCheck.h"
 #include "rehearse/rules/CriteriaCheck.h"
 #include "rehearse/rules/SectionKeys.h"

@@ -3,10 +3,8 @@
 #pragma once
 
 #include "rehearse/Description.h"
-#include "rehearse/EventRows.h"
-#include "rehearse/Run.h"
+#include "rehearse/Options.h"
 
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -22,8 +20,5 @@ std::string StoryNames();
 // description's own events and timed expectations. Called once the machine is filled, before events are scheduled.
 // Throws InputError for an unknown story.
 void AddStories(TomlTable& description, const Options& options);
-
-// The events that only stories have: their titles, and what arrives that no description names.
-std::span<const EventRow> StoryEventRows();
 
 } // namespace rehearse

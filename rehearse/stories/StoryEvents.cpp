@@ -1,6 +1,7 @@
+#include "rehearse/stories/StoryEvents.h"
+
 #include "rehearse/DeviceTables.h"
 #include "rehearse/stories/Adapters.h"
-#include "rehearse/stories/Stories.h"
 
 #include "simwin/devices/build/Devices.h"
 #include "simwin/devices/events/Events.h"
