@@ -5,10 +5,10 @@
 #include "bench/Calls.h"
 #include "bench/Marks.h"
 
-#include "rehearse/Description.h"
-#include "rehearse/DescriptionReader.h"
-#include "rehearse/MachineBuilder.h"
-#include "rehearse/Run.h"
+#include "rehearse/description/Description.h"
+#include "rehearse/description/DescriptionReader.h"
+#include "rehearse/machine/MachineBuilder.h"
+#include "rehearse/run/Run.h"
 
 #include "simwin/devices/events/Events.h"
 #include "simwin/devices/tree/DeviceTree.h"

@@ -3,8 +3,8 @@
 // the host counts for nothing. A program of its own: it makes its machines first.
 #include "bench/Marks.h"
 
-#include "rehearse/Run.h"
 #include "rehearse/rules/Rules.h"
+#include "rehearse/run/Run.h"
 
 #include "simwin/registry/RegistryExport.h"
 

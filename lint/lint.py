@@ -14,6 +14,7 @@ import sys
 MAX_LINES = 700
 IS_API = re.compile(r"simwin/\w+/api\.h")
 CODE_ROOTS = ("src", "simwin", "rehearse", "tests", "bench", "fuzz")
+ORDERED = ("simwin", "rehearse") # whose rooms have an order, each a row of its own
 
 WALKED = ("tests/rehearse/stories/", "tests/rehearse/wrong/", "tests/scenarios/real/") # whose every file a script runs
 MAY_NAME = (".h", ".cpp", ".cmake", ".txt", ".sh", ".py", ".toml", ".md", ".def", ".in", ".rc")
@@ -125,18 +126,21 @@ def check_arrows(path, lines, allowed, exists=os.path.exists):
 
 
 def check_order(allowed):
-    """The rooms of the machine stand in the table from the ground up: each uses rooms above its own row, so that there
-    is no cycle."""
-    rooms = [room for room in allowed if room.startswith("simwin/")]
-    return [("docs/architecture.md", 1, f"{room} may not use {use}, whose row comes later: that makes a cycle")
-            for at, room in enumerate(rooms) for use in allowed[room]
-            if use.startswith("simwin") and use not in rooms[:at] and not any(known.startswith(use + "/") for known in rooms[:at])]
+    """The rooms of the machine, and those of the rehearsal tool, stand in the table from the ground up: each uses rooms
+    above its own row, so that there is no cycle."""
+    found = []
+    for house in ORDERED:
+        rooms = [room for room in allowed if room.startswith(house + "/")]
+        found += [("docs/architecture.md", 1, f"{room} may not use {use}, whose row comes later: that makes a cycle")
+                  for at, room in enumerate(rooms) for use in allowed[room]
+                  if use.startswith(house) and use not in rooms[:at] and not any(known.startswith(use + "/") for known in rooms[:at])]
+    return found
 
 
 def check_rooms(folders, allowed):
-    """A folder of the machine without a row of its own."""
+    """A folder of the machine or the rehearsal tool without a row of its own."""
     return [(folder, 1, "no row in the table of docs/architecture.md") for folder in sorted(folders)
-            if folder.startswith("simwin/") and folder not in allowed]
+            if folder.startswith(ORDERED) and folder not in allowed]
 
 
 def check_text(path, lines):

@@ -1,6 +1,6 @@
 #include "rehearse/fleet/Discovery.h"
 
-#include "rehearse/Files.h"
+#include "rehearse/host/Files.h"
 
 #include "simwin/kernel/Text.h"
 

@@ -1,17 +1,17 @@
 #include "rehearse/fleet/Fleet.h"
 
-#include "rehearse/Description.h"
-#include "rehearse/DescriptionReader.h"
-#include "rehearse/Durations.h"
-#include "rehearse/Files.h"
-#include "rehearse/Manners.h"
+#include "rehearse/description/Description.h"
+#include "rehearse/description/DescriptionReader.h"
+#include "rehearse/description/Manners.h"
 #include "rehearse/fleet/Discovery.h"
 #include "rehearse/fleet/Fingerprint.h"
 #include "rehearse/fleet/FleetReport.h"
 #include "rehearse/fleet/Member.h"
-#include "rehearse/fleet/Processes.h"
 #include "rehearse/fleet/ShardName.h"
 #include "rehearse/fleet/Store.h"
+#include "rehearse/host/ChildProcesses.h"
+#include "rehearse/host/Durations.h"
+#include "rehearse/host/Files.h"
 #include "rehearse/rules/RulesCheck.h"
 
 #include <fmt/format.h>

@@ -2,7 +2,7 @@
 // have in common. Host side; the machines themselves run elsewhere.
 #pragma once
 
-#include "rehearse/Options.h"
+#include "rehearse/host/Options.h"
 
 #include <cstdint>
 #include <optional>

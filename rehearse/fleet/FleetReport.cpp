@@ -1,6 +1,6 @@
 #include "rehearse/fleet/FleetReport.h"
 
-#include "rehearse/Files.h"
+#include "rehearse/host/Files.h"
 
 #include <fmt/format.h>
 

@@ -2,10 +2,10 @@
 // the rows of the page and the names, whatever the number of results.
 #pragma once
 
-#include "rehearse/OutputFile.h"
 #include "rehearse/fleet/Fleet.h"
 #include "rehearse/fleet/FleetPage.h"
 #include "rehearse/fleet/Summary.h"
+#include "rehearse/host/OutputFile.h"
 
 #include <optional>
 #include <string>

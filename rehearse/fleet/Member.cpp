@@ -1,12 +1,12 @@
 #include "rehearse/fleet/Member.h"
 
-#include "rehearse/Description.h"
-#include "rehearse/DescriptionReader.h"
-#include "rehearse/Files.h"
-#include "rehearse/Run.h"
-#include "rehearse/Verdict.h"
+#include "rehearse/description/Description.h"
+#include "rehearse/description/DescriptionReader.h"
 #include "rehearse/fleet/Fingerprint.h"
+#include "rehearse/host/Files.h"
+#include "rehearse/report/Verdict.h"
 #include "rehearse/rules/Compare.h"
+#include "rehearse/run/Run.h"
 
 #include "simwin/devices/tree/Catalogue.h"
 #include "simwin/kernel/Text.h"

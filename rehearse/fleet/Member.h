@@ -1,8 +1,8 @@
 // One machine of a fleet, in a process of its own: what it read and what came of it go to standard output, a line each.
 #pragma once
 
-#include "rehearse/Options.h"
 #include "rehearse/fleet/Result.h"
+#include "rehearse/host/Options.h"
 
 #include <optional>
 #include <set>

@@ -1,8 +1,8 @@
 #include "rehearse/fleet/Store.h"
 
-#include "rehearse/Description.h"
-#include "rehearse/Files.h"
+#include "rehearse/description/Description.h"
 #include "rehearse/fleet/Fingerprint.h"
+#include "rehearse/host/Files.h"
 
 #include <fmt/format.h>
 

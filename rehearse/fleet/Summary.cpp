@@ -1,6 +1,6 @@
 #include "rehearse/fleet/Summary.h"
 
-#include "rehearse/Verdict.h"
+#include "rehearse/report/Verdict.h"
 
 #include <fmt/format.h>
 

@@ -2,7 +2,7 @@
 // while the machine runs, from its own device tree.
 #pragma once
 
-#include "rehearse/PortWatch.h"
+#include "rehearse/watch/PortWatch.h"
 
 #include <cstdint>
 #include <map>

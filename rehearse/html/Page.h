@@ -2,12 +2,12 @@
 // printed. Made after the run, while its machine is still there; changes nothing. The same run gives the same bytes.
 #pragma once
 
-#include "rehearse/Balloons.h"
-#include "rehearse/LogOutput.h"
-#include "rehearse/Pictures.h"
-#include "rehearse/Timeline.h"
-#include "rehearse/Verdict.h"
 #include "rehearse/html/Lanes.h"
+#include "rehearse/report/Pictures.h"
+#include "rehearse/report/Verdict.h"
+#include "rehearse/watch/Balloons.h"
+#include "rehearse/watch/LogOutput.h"
+#include "rehearse/watch/Timeline.h"
 
 #include <cstdint>
 #include <optional>

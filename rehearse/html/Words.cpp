@@ -1,6 +1,6 @@
 #include "rehearse/html/Words.h"
 
-#include "rehearse/Durations.h"
+#include "rehearse/host/Durations.h"
 
 #include "simwin/kernel/Text.h"
 

@@ -1,7 +1,7 @@
 // The words of the page in the reader's language, and the escaping of everything that is not ours. Pure.
 #pragma once
 
-#include "rehearse/Verdict.h"
+#include "rehearse/report/Verdict.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
 #include "rehearse/rules/ActionCheck.h"
 
-#include "rehearse/Manners.h"
+#include "rehearse/description/Manners.h"
 #include "rehearse/rules/SectionKeys.h"
 
 #include "simwin/kernel/Text.h"

@@ -1,9 +1,9 @@
 #include "rehearse/rules/Compare.h"
 
-#include "rehearse/Captures.h"
-#include "rehearse/DescriptionReader.h"
-#include "rehearse/Flow.h"
-#include "rehearse/OutputFile.h"
+#include "rehearse/description/Captures.h"
+#include "rehearse/description/DescriptionReader.h"
+#include "rehearse/host/Flow.h"
+#include "rehearse/host/OutputFile.h"
 #include "rehearse/rules/CriteriaCheck.h"
 #include "rehearse/rules/QuietRun.h"
 #include "rehearse/rules/SectionKeys.h"

@@ -1,7 +1,7 @@
 // `--compare`: the same machine and history under two configurations, side by side. Host side, one thread.
 #pragma once
 
-#include "rehearse/Options.h"
+#include "rehearse/host/Options.h"
 
 #include <string>
 #include <utility>

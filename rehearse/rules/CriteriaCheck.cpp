@@ -1,6 +1,6 @@
 #include "rehearse/rules/CriteriaCheck.h"
 
-#include "rehearse/rules/Patterns.h"
+#include "rehearse/watch/Patterns.h"
 
 #include "simwin/kernel/Text.h"
 

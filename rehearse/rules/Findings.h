@@ -1,7 +1,7 @@
 // What can be wrong with a configuration: the catalogue, and one finding with its place. Pure.
 #pragma once
 
-#include "rehearse/Description.h"
+#include "rehearse/description/Description.h"
 
 #include <nlohmann/json.hpp>
 

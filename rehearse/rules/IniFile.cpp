@@ -1,7 +1,7 @@
 #include "rehearse/rules/IniFile.h"
 
-#include "rehearse/DescriptionReader.h"
-#include "rehearse/Manners.h"
+#include "rehearse/description/DescriptionReader.h"
+#include "rehearse/description/Manners.h"
 
 #include "simwin/kernel/Text.h"
 #include "src/keys/ConfigurationKeys.h"

@@ -1,6 +1,6 @@
 #include "rehearse/rules/PortRules.h"
 
-#include "rehearse/rules/Patterns.h"
+#include "rehearse/watch/Patterns.h"
 
 #include "simwin/devices/drivers/Drivers.h"
 #include "simwin/kernel/Text.h"

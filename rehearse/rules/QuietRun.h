@@ -4,10 +4,10 @@
 // thread; one run after the other.
 #pragma once
 
-#include "rehearse/CheckLog.h"
-#include "rehearse/Description.h"
-#include "rehearse/MachineFacts.h"
-#include "rehearse/Options.h"
+#include "rehearse/description/Description.h"
+#include "rehearse/host/Options.h"
+#include "rehearse/watch/CheckLog.h"
+#include "rehearse/watch/MachineFacts.h"
 
 #include <string>
 #include <vector>

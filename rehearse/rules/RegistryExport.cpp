@@ -1,6 +1,6 @@
 #include "rehearse/rules/RegistryExport.h"
 
-#include "rehearse/Description.h"
+#include "rehearse/description/Description.h"
 
 #include "simwin/kernel/Text.h"
 

@@ -1,9 +1,9 @@
 #include "rehearse/rules/Rules.h"
 
-#include "rehearse/Captures.h"
-#include "rehearse/DescriptionReader.h"
-#include "rehearse/Flow.h"
-#include "rehearse/OutputFile.h"
+#include "rehearse/description/Captures.h"
+#include "rehearse/description/DescriptionReader.h"
+#include "rehearse/host/Flow.h"
+#include "rehearse/host/OutputFile.h"
 #include "rehearse/rules/Findings.h"
 #include "rehearse/rules/PortRules.h"
 #include "rehearse/rules/RegistryExport.h"

@@ -1,7 +1,7 @@
 // `--rules`: reads a configuration by itself and reports what is wrong with it. Host side, one thread.
 #pragma once
 
-#include "rehearse/Options.h"
+#include "rehearse/host/Options.h"
 
 namespace rehearse {
 

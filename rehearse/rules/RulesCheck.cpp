@@ -1,6 +1,6 @@
 #include "rehearse/rules/RulesCheck.h"
 
-#include "rehearse/Manners.h"
+#include "rehearse/description/Manners.h"
 #include "rehearse/rules/ActionCheck.h"
 #include "rehearse/rules/CriteriaCheck.h"
 #include "rehearse/rules/SectionKeys.h"

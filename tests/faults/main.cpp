@@ -1,7 +1,7 @@
 // faults: each call that can fail fails in its turn, once and from then on, over chosen scenarios, and whatever follows
 // must leave the machine in order. A round is a run of its own; a run without a fault shows which calls there are,
 // and up to its fault a round is the same run.
-#include "rehearse/DescriptionReader.h"
+#include "rehearse/description/DescriptionReader.h"
 #include "tests/storms/Children.h"
 #include "tests/storms/Trial.h"
 

@@ -1,8 +1,8 @@
 #include "tests/storms/Judge.h"
 
 #include "inventory/ports/CComPorts.h"
-#include "rehearse/LogOutput.h"
-#include "rehearse/MachineFacts.h"
+#include "rehearse/watch/LogOutput.h"
+#include "rehearse/watch/MachineFacts.h"
 
 #include "simwin/devices/drivers/Drivers.h"
 #include "simwin/devices/tree/DeviceTree.h"

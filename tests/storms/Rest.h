@@ -1,7 +1,7 @@
 // What must hold for a machine at rest and after a stop, whatever was made to fail: judged by the machine's own state.
 #pragma once
 
-#include "rehearse/Events.h"
+#include "rehearse/events/Events.h"
 #include "tests/storms/Excuses.h"
 
 #include <cstddef>

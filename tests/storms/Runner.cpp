@@ -1,9 +1,9 @@
 #include "tests/storms/Runner.h"
 
-#include "rehearse/Description.h"
-#include "rehearse/DescriptionReader.h"
-#include "rehearse/LogOutput.h"
-#include "rehearse/Report.h"
+#include "rehearse/description/Description.h"
+#include "rehearse/description/DescriptionReader.h"
+#include "rehearse/report/Report.h"
+#include "rehearse/watch/LogOutput.h"
 #include "tests/storms/Children.h"
 #include "tests/storms/Trial.h"
 

@@ -1,6 +1,6 @@
 #include "tests/storms/Trial.h"
 
-#include "rehearse/MachineBuilder.h"
+#include "rehearse/machine/MachineBuilder.h"
 
 #include "simwin/desktop/Desktop.h"
 #include "simwin/kernel/Process.h"

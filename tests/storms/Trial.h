@@ -1,10 +1,10 @@
 // One description on a machine of its own: built, run until it is at rest, stopped.
 #pragma once
 
-#include "rehearse/Balloons.h"
-#include "rehearse/Leaks.h"
-#include "rehearse/Run.h"
-#include "rehearse/Timeline.h"
+#include "rehearse/run/Run.h"
+#include "rehearse/watch/Balloons.h"
+#include "rehearse/watch/Leaks.h"
+#include "rehearse/watch/Timeline.h"
 #include "tests/storms/Rest.h"
 
 #include <functional>

@@ -2,8 +2,8 @@
 // Random texts of the pieces that matter, in all encodings.
 #include "tests/unit/config/ConfigOnMachine.h"
 
-#include "rehearse/rules/Patterns.h"
 #include "rehearse/rules/SectionKeys.h"
+#include "rehearse/watch/Patterns.h"
 
 #include "config/Durations.h"
 #include "engine/WildcardMatch.h"

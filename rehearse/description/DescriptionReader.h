@@ -1,0 +1,29 @@
+// Reads a description with all that it includes into one table, by the table of keys. Host side, one thread.
+#pragma once
+
+#include "rehearse/description/Description.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace rehearse {
+
+// The folders in which the files of a machine must be; none: anywhere. A machine that somebody else wrote down could
+// have its reader's own files put into the report, a share asked for with the reader's password, or a pipe waited for.
+using Folders = std::vector<std::string>;
+
+// Throws InputError at `at` if the file is a pipe or, with its links, in none of the folders.
+void CheckIsInside(const Folders& folders, const std::string& file, const Position& at);
+
+// file: host path, as messages show it. Throws InputError at the first thing that is wrong: a syntax error,
+// an unknown key, a value of another type, a text that is not allowed, a missing required key, a circular include.
+TomlTable ReadDescription(const std::string& file, const Folders& within = {});
+
+// The bytes of a file of the host. Throws InputError at `at` if it cannot be read.
+std::string ReadHostFile(const std::string& file, const Position& at);
+
+// From now on the watcher sees each file that is read, with its bytes, or null if it cannot be read.
+void WatchHostFiles(std::function<void(const std::string& file, const std::string* bytes)> watcher);
+
+} // namespace rehearse
