@@ -8,11 +8,11 @@ using namespace logtest;
 
 using Contexts = std::vector<ULONG_PTR>;
 
-static Contexts ran;
+static Contexts g_ran;
 static DWORD g_procedureMs;
 
 static void Note(DWORD, ULONG_PTR context) {
-    ran.push_back(context);
+    g_ran.push_back(context);
     Sleep(g_procedureMs);
 }
 
@@ -38,9 +38,9 @@ TEST_F(CallBackTimer, RunsOnceAfterItsDelay) {
     EXPECT_EQ(CreateCallbackTimer(100, 0, 2, Note), 0x100001u) << "generated ids count up";
     EXPECT_EQ(CreateCallbackTimer(150, 7, 1, CreateAgain), 7u);
     Sleep(99);
-    EXPECT_TRUE(ran.empty());
+    EXPECT_TRUE(g_ran.empty());
     Sleep(1000);
-    EXPECT_EQ(ran, (Contexts{1, 2, 1, 2, 3})) << "a procedure may create its own id again";
+    EXPECT_EQ(g_ran, (Contexts{1, 2, 1, 2, 3})) << "a procedure may create its own id again";
     EXPECT_EQ(KillCallbackTimer(7), 0u);
     const DWORD start = GetTickCount();
     ExitCallbackTimers();
@@ -61,7 +61,7 @@ TEST_F(CallBackTimer, AKillHitsTheFirstThatFits) {
     EXPECT_EQ(KillCallbackTimer(4, "A"), 1u);
     EXPECT_EQ(KillCallbackTimer(1), 1u);
     Sleep(1000);
-    EXPECT_EQ(ran, (Contexts{3}));
+    EXPECT_EQ(g_ran, (Contexts{3}));
     EXPECT_EQ(CountLogged(" timer has been killed"), 3);
 }
 
@@ -76,7 +76,7 @@ TEST_F(CallBackTimer, AnIdInUseIsReplacedAndADelayBelowOneOnlyKills) {
     }
     EXPECT_EQ(CreateCallbackTimer(100, 7, 5, nullptr), 0u);
     Sleep(1000);
-    EXPECT_EQ(ran, (Contexts{2}));
+    EXPECT_EQ(g_ran, (Contexts{2}));
 }
 
 TEST_F(CallBackTimer, TheHundredAndFirstIsRefusedUntilOneHasFinished) {
@@ -89,7 +89,7 @@ TEST_F(CallBackTimer, TheHundredAndFirstIsRefusedUntilOneHasFinished) {
     EXPECT_EQ(CreateCallbackTimer(100, 101, 101, Note), 101u);
     EXPECT_EQ(KillAllCallbackTimers(), 100u);
     Sleep(6000);
-    EXPECT_EQ(ran, (Contexts{50}));
+    EXPECT_EQ(g_ran, (Contexts{50}));
     EXPECT_EQ(KillAllCallbackTimers(), 0u);
 }
 
@@ -100,7 +100,7 @@ TEST_F(CallBackTimer, AKillDoesNotStopAProcedure) {
     EXPECT_EQ(KillCallbackTimer(5), 1u) << "signalled, not stopped";
     EXPECT_EQ(CreateCallbackTimer(100, 5, 2, Note), 5u);
     Sleep(300);
-    EXPECT_EQ(ran, (Contexts{1, 2})) << "the new one has a slot of its own";
+    EXPECT_EQ(g_ran, (Contexts{1, 2})) << "the new one has a slot of its own";
     Sleep(2000);
     EXPECT_EQ(KillCallbackTimer(5), 0u);
 }
@@ -115,6 +115,6 @@ TEST_F(CallBackTimer, TheEndLeavesARunningProcedureItsRecord) {
     EXPECT_EQ(GetTickCount() - start, 1000u);
     EXPECT_EQ(CreateCallbackTimer(100, 7, 3, Note), 0u) << "no timer is made any more";
     Sleep(20'000);
-    EXPECT_EQ(ran, (Contexts{1}));
+    EXPECT_EQ(g_ran, (Contexts{1}));
     ExitCallbackTimers();
 }

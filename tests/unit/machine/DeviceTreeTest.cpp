@@ -79,7 +79,7 @@ static unsigned g_notices = 0;
 static void Listen(const char* guid) {
     machine::SetWindowCheck(nullptr);
     machine::SetWindowRoute([](const machine::NotificationRecipient&, DWORD, const std::vector<std::uint8_t>&,
-                               machine::NotificationReturned returned) {
+                               const machine::NotificationReturned& returned) {
         ++g_notices;
         returned();
     });

@@ -15,7 +15,7 @@
 using namespace logtest;
 
 // Windows 11, whose stored name is that of its predecessor.
-const harness::WithSetup windows11([](machine::Setup& setup) { setup.version = {10, 0, 22631}; });
+const harness::WithSetup Windows11([](machine::Setup& setup) { setup.version = {10, 0, 22631}; });
 
 static void Write(const std::string& path) {
     machine::TheFiles().Write(path, "x");
