@@ -47,12 +47,12 @@ class Lint(unittest.TestCase):
             ("src/a/X.cpp", "throw 1;"), ("src/a/X.cpp", "strcpy(a, b);"), ("src/a/X.cpp", "CloseHandle(file);"), ("src/a/X.cpp", "#ifdef _WIN32"),
             ("src/a/X.cpp", '#include "simwin/win32.h"'), ("simwin/a/X.cpp", "std::chrono::seconds(1);"), ("simwin/a/X.cpp", "delete thing;"),
             ("simwin/a/X.cpp", '#include "engine/A.h"'), ("tests/X.cpp", "std::wstring text;"), ("rehearse/XLinux.cpp", "std::wstring text;"),
-            ("rehearse/X.cpp", "// TODO later"), ("rehearse/X.cpp", "#if 0"),
+            ("rehearse/X.cpp", "// TODO later"), ("tests/X.cpp", "constexpr int kMost = 5;"), ("bench/X.h", "// made up\nint count_ = 0;"), ("rehearse/X.cpp", "#if 0"),
         ]:
-            self.assertEqual(len(lint.check_text(path, [line])), 1, line)
+            self.assertEqual(len(lint.check_text(path, line.split("\n"))), 1, line)
         for path, line in [
             ("src/a/X.cpp", "#include <span>"), ("src/platform/win32.h", "// door"), ("src/a/X.cpp", "// no try here"), ("src/support/system/Handles.h", "// owners\nCloseHandle(file);"),
-            ("rehearse/X.cpp", "std::string text = \"goto\";"), ("simwin/a/X.cpp", "SetTime(0);"), ("simwin/a/X.cpp", "Room(const Room&) = delete;"),
+            ("bench/X.cpp", "Unit(benchmark::kSecond); int m_count = k_x;"), ("rehearse/X.cpp", "std::string text = \"goto\";"), ("simwin/a/X.cpp", "SetTime(0);"), ("simwin/a/X.cpp", "Room(const Room&) = delete;"),
         ]:
             self.assertEqual(lint.check_text(path, line.split("\n")), [], line)
 

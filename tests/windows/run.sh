@@ -37,15 +37,15 @@ trap clean_up EXIT
 
 # A screen that picks its own number and writes it to a file.
 start_screen() {
-    local told=$prefix/screen
-    Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$told" </dev/null >/dev/null 2>&1 &
+    local display=$prefix/screen
+    Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$display" </dev/null >/dev/null 2>&1 &
     screen=$!
     for _ in $(seq 100); do
-        [ ! -s "$told" ] || break
+        [ ! -s "$display" ] || break
         sleep 0.1
     done
-    [ -s "$told" ] || fail "the virtual screen does not start"
-    DISPLAY=:$(cat "$told")
+    [ -s "$display" ] || fail "the virtual screen does not start"
+    DISPLAY=:$(cat "$display")
     export DISPLAY
 }
 
