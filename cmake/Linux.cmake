@@ -63,25 +63,13 @@ endfunction()
 qm_image(image product)
 qm_image(image_for_tests product --for-tests)
 
-# The resources of the executable, as the machine's FindResourceA reads them.
 find_program(QM_WINDRES x86_64-w64-mingw32-windres)
-set(QM_RESOURCES ${CMAKE_BINARY_DIR}/Quillmarch.res)
-if(EXISTS ${CMAKE_SOURCE_DIR}/src/resources/Quillmarch.rc)
-    file(GLOB QM_RESOURCE_FILES CONFIGURE_DEPENDS src/resources/*)
-    add_custom_command(OUTPUT ${QM_RESOURCES}
-        COMMAND ${QM_WINDRES} -O res --preprocessor=gcc --preprocessor-arg=-E --preprocessor-arg=-xc
-                --preprocessor-arg=-DRC_INVOKED -I ${CMAKE_SOURCE_DIR}/src/resources -I ${QM_GENERATED_RESOURCES}
-                ${CMAKE_SOURCE_DIR}/src/resources/Quillmarch.rc ${QM_RESOURCES}
-        DEPENDS ${QM_RESOURCE_FILES} ${QM_GENERATED_RESOURCES}/Version.h VERBATIM)
-    add_custom_target(resources ALL DEPENDS ${QM_RESOURCES})
-endif()
+include(cmake/Resources.cmake)
 
 add_library(image_resources OBJECT simwin/host/Resources.cpp)
 target_include_directories(image_resources PRIVATE ${CMAKE_SOURCE_DIR})
-target_compile_definitions(image_resources PRIVATE QM_RESOURCE_FILE="${QM_RESOURCES}")
 target_compile_options(image_resources PRIVATE ${QM_BASE_FLAGS})
 target_link_libraries(image_resources PRIVATE qm_warnings)
-set_source_files_properties(simwin/host/Resources.cpp PROPERTIES OBJECT_DEPENDS ${QM_RESOURCES})
 
 # A program that carries the simulated machine and an image.
 function(qm_host name image)
@@ -92,22 +80,8 @@ endfunction()
 file(GLOB_RECURSE QM_REHEARSE_SOURCES CONFIGURE_DEPENDS rehearse/*.cpp)
 list(REMOVE_ITEM QM_REHEARSE_SOURCES ${CMAKE_SOURCE_DIR}/rehearse/main.cpp)
 list(FILTER QM_REHEARSE_SOURCES EXCLUDE REGEX "[a-z]Windows\\.cpp$")
-# The pages' styles and scripts, embedded with their hashes.
-set(QM_HTML ${CMAKE_SOURCE_DIR}/rehearse/html)
-set(QM_HTML_RESOURCES ${CMAKE_BINARY_DIR}/generated/html/Resources.h)
-file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/generated/html)
-add_custom_command(OUTPUT ${QM_HTML_RESOURCES}
-    COMMAND Python3::Interpreter ${QM_HTML}/embed.py rehearse::html ${QM_HTML_RESOURCES} ${QM_HTML}/Page.js ${QM_HTML}/Page.css
-    DEPENDS ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_HTML}/Page.js VERBATIM)
-set(QM_FLEET ${CMAKE_SOURCE_DIR}/rehearse/fleet)
-set(QM_FLEET_RESOURCES ${CMAKE_BINARY_DIR}/generated/fleet/Resources.h)
-file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/generated/fleet)
-add_custom_command(OUTPUT ${QM_FLEET_RESOURCES}
-    COMMAND Python3::Interpreter ${QM_HTML}/embed.py rehearse::fleet ${QM_FLEET_RESOURCES} ${QM_FLEET}/Fleet.js
-            ${QM_HTML}/Page.css ${QM_FLEET}/Fleet.css
-    DEPENDS ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_FLEET}/Fleet.css ${QM_FLEET}/Fleet.js VERBATIM)
-add_custom_target(page_resources DEPENDS ${QM_HTML_RESOURCES} ${QM_FLEET_RESOURCES}) # also for the lint, which builds nothing else
-add_library(rehearse OBJECT ${QM_REHEARSE_SOURCES} ${QM_HTML_RESOURCES})
+add_custom_target(page_resources DEPENDS ${QM_PAGE_RESOURCES}) # also for the lint, which builds nothing else
+add_library(rehearse OBJECT ${QM_REHEARSE_SOURCES})
 add_dependencies(rehearse page_resources)
 target_include_directories(rehearse PRIVATE ${CMAKE_BINARY_DIR}/generated)
 target_link_libraries(rehearse PUBLIC simwin PRIVATE qm_warnings)

@@ -26,30 +26,8 @@ add_custom_command(OUTPUT ${QM_IMAGE}
     DEPENDS ${CMAKE_SOURCE_DIR}/cmake/image.py $<FILTER:$<TARGET_OBJECTS:image_objects>,EXCLUDE,gch$>
     COMMAND_EXPAND_LISTS VERBATIM)
 
-# The resources of the executable, as the machine's FindResourceA reads them.
-set(QM_RESOURCES ${CMAKE_BINARY_DIR}/Quillmarch.res)
-file(GLOB QM_RESOURCE_FILES CONFIGURE_DEPENDS src/resources/*)
-add_custom_command(OUTPUT ${QM_RESOURCES}
-    COMMAND ${CMAKE_RC_COMPILER} -O res --preprocessor=gcc --preprocessor-arg=-E --preprocessor-arg=-xc
-            --preprocessor-arg=-DRC_INVOKED -I ${CMAKE_SOURCE_DIR}/src/resources -I ${QM_GENERATED_RESOURCES}
-            ${CMAKE_SOURCE_DIR}/src/resources/Quillmarch.rc ${QM_RESOURCES}
-    DEPENDS ${QM_RESOURCE_FILES} ${QM_GENERATED_RESOURCES}/Version.h VERBATIM)
-set_source_files_properties(simwin/host/Resources.cpp PROPERTIES OBJECT_DEPENDS ${QM_RESOURCES}
-    COMPILE_DEFINITIONS QM_RESOURCE_FILE="${QM_RESOURCES}")
-
-# The pages' styles and scripts, embedded with their hashes.
-set(QM_HTML ${CMAKE_SOURCE_DIR}/rehearse/html)
-set(QM_FLEET ${CMAKE_SOURCE_DIR}/rehearse/fleet)
-set(QM_HTML_RESOURCES ${CMAKE_BINARY_DIR}/generated/html/Resources.h)
-set(QM_FLEET_RESOURCES ${CMAKE_BINARY_DIR}/generated/fleet/Resources.h)
-file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/generated/html ${CMAKE_BINARY_DIR}/generated/fleet)
-add_custom_command(OUTPUT ${QM_HTML_RESOURCES}
-    COMMAND Python3::Interpreter ${QM_HTML}/embed.py rehearse::html ${QM_HTML_RESOURCES} ${QM_HTML}/Page.js ${QM_HTML}/Page.css
-    DEPENDS ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_HTML}/Page.js VERBATIM)
-add_custom_command(OUTPUT ${QM_FLEET_RESOURCES}
-    COMMAND Python3::Interpreter ${QM_HTML}/embed.py rehearse::fleet ${QM_FLEET_RESOURCES} ${QM_FLEET}/Fleet.js
-            ${QM_HTML}/Page.css ${QM_FLEET}/Fleet.css
-    DEPENDS ${QM_HTML}/embed.py ${QM_HTML}/Page.css ${QM_FLEET}/Fleet.css ${QM_FLEET}/Fleet.js VERBATIM)
+set(QM_WINDRES ${CMAKE_RC_COMPILER})
+include(cmake/Resources.cmake)
 
 configure_file(rehearse/quillmarch-rehearse.manifest.in ${QM_GENERATED_RESOURCES}/quillmarch-rehearse.manifest @ONLY)
 set_source_files_properties(rehearse/quillmarch-rehearse.rc PROPERTIES
@@ -57,7 +35,7 @@ set_source_files_properties(rehearse/quillmarch-rehearse.rc PROPERTIES
     OBJECT_DEPENDS "${QM_GENERATED_RESOURCES}/quillmarch-rehearse.manifest;${QM_GENERATED_RESOURCES}/Version.h")
 list(APPEND QM_TOOL_SOURCES rehearse/quillmarch-rehearse.rc)
 
-add_executable(quillmarch-rehearse EXCLUDE_FROM_ALL ${QM_TOOL_SOURCES} ${QM_HTML_RESOURCES} ${QM_FLEET_RESOURCES} ${QM_IMAGE})
+add_executable(quillmarch-rehearse EXCLUDE_FROM_ALL ${QM_TOOL_SOURCES} ${QM_PAGE_RESOURCES} ${QM_IMAGE})
 target_link_libraries(quillmarch-rehearse PRIVATE ${QM_IMAGE})
 target_include_directories(quillmarch-rehearse PRIVATE ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)
 target_include_directories(quillmarch-rehearse SYSTEM PRIVATE ${QM_HEADERS})

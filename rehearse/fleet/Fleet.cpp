@@ -14,6 +14,8 @@
 #include "rehearse/host/Files.h"
 #include "rehearse/rules/RulesCheck.h"
 
+#include "simwin/host/System.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -120,7 +122,7 @@ public:
     void Show(std::size_t done, std::size_t kept, std::size_t bad);
 
 private:
-    const bool m_isOn = AreErrorsOnTerminal();
+    const bool m_isOn = host::IsErrorTerminal();
     const std::size_t m_total;
     const std::uint64_t m_startMs = HostMs();
     std::uint64_t m_shownMs = 0;
@@ -359,7 +361,7 @@ bool FleetRun::Run(FleetReport& report) {
                 Finish(*ended);
             }
         }
-        if (m_waiting.contains(m_next) && report.PrintsLines() && IsOutputOnTerminal()) {
+        if (m_waiting.contains(m_next) && report.PrintsLines() && host::TerminalOfOutput().isThere) {
             progress.Clear();
         }
         Deliver(report);

@@ -1,12 +1,15 @@
-// What a fleet needs of the host's system: processes of this program with a time limit, Ctrl-C, the terminal. All that
-// differs between systems is in this header's one .cpp; nothing here has a type of a system. One thread.
+// Further processes of this program with a time limit, and Ctrl-C: for a fleet, and for the second run on Windows. What
+// differs between systems is in this header's two .cpp; nothing here has a type of a system. One thread.
 #pragma once
 
+#include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace rehearse {
@@ -23,6 +26,20 @@ struct Ended {
 
 // "ended with 5" or, in the system's own way, what killed it.
 std::string HowItEnded(const Ended& ended);
+
+// Milliseconds of a clock that never goes back.
+inline std::uint64_t HostMs() {
+    const auto since = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
+}
+
+// What is kept of a process until it has ended, whatever the system.
+struct Watched {
+    Watched(std::size_t id, std::uint64_t limitMs) : deadlineMs(HostMs() + limitMs) { ended.id = id; }
+    std::uint64_t deadlineMs;
+    bool isTimedOut = false;
+    Ended ended;
+};
 
 class Processes {
 public:
@@ -45,15 +62,13 @@ private:
 };
 
 std::string OwnProgram(); // path of this program's file; "" if the system does not say
-unsigned Processors();    // at least 1
+// At least 1.
+inline unsigned Processors() {
+    return std::max(1U, std::thread::hardware_concurrency());
+}
 
 // From now on the first Ctrl-C is only noted, and a second one ends the program.
 void NoteInterrupts();
 bool WasInterrupted();
-
-bool AreErrorsOnTerminal();
-bool IsOutputOnTerminal();
-// Milliseconds of a clock that never goes back.
-std::uint64_t HostMs();
 
 } // namespace rehearse

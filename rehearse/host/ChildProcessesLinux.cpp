@@ -4,12 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
-#include <thread>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -31,14 +29,11 @@ static constexpr std::uint64_t TickMs = 20; // how soon the end of a process wit
 
 static volatile std::sig_atomic_t g_isInterrupted;
 
-struct Processes::Child {
-    std::size_t id = 0;
+struct Processes::Child : Watched {
     pid_t process = 0;
     int output = -1, errors = -1;
-    std::uint64_t deadlineMs = 0;
-    bool isTimedOut = false;
-    Ended ended;
 
+    using Watched::Watched;
     ~Child() {
         CloseBoth();
         if (process > 0) {
@@ -145,7 +140,7 @@ void Processes::Start(std::size_t id, const std::vector<std::string>& arguments)
     if (pipe2(output, O_CLOEXEC) != 0) {
         Fail("no pipe for a machine's process");
     }
-    auto child = std::make_unique<Child>();
+    auto child = std::make_unique<Child>(id, m_limitMs);
     child->output = output[0];
     const Descriptor outputEnd(output[1]);
     if (pipe2(errors, O_CLOEXEC) != 0) {
@@ -163,9 +158,6 @@ void Processes::Start(std::size_t id, const std::vector<std::string>& arguments)
     }
     setpgid(process, process); // whichever of the two is first
     child->process = process;
-    child->id = id;
-    child->ended.id = id;
-    child->deadlineMs = HostMs() + m_limitMs;
     m_children.push_back(std::move(child));
 }
 
@@ -213,10 +205,6 @@ std::string OwnProgram() {
     return std::filesystem::read_symlink("/proc/self/exe", error).string();
 }
 
-unsigned Processors() {
-    return std::max(1U, std::thread::hardware_concurrency());
-}
-
 static void OnInterrupt(int) {
     g_isInterrupted = 1;
     std::signal(SIGINT, SIG_DFL);
@@ -230,19 +218,6 @@ void NoteInterrupts() {
 
 bool WasInterrupted() {
     return g_isInterrupted != 0;
-}
-
-bool AreErrorsOnTerminal() {
-    return isatty(STDERR_FILENO) != 0;
-}
-
-bool IsOutputOnTerminal() {
-    return isatty(STDOUT_FILENO) != 0;
-}
-
-std::uint64_t HostMs() {
-    const auto since = std::chrono::steady_clock::now().time_since_epoch();
-    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
 }
 
 } // namespace rehearse

@@ -7,9 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <stdexcept>
-#include <thread>
 
 #include <windows.h>
 
@@ -47,13 +45,10 @@ private:
 };
 } // namespace
 
-struct Processes::Child {
-    std::size_t id = 0;
+struct Processes::Child : Watched {
     Handle process, job, output, errors;
-    std::uint64_t deadlineMs = 0;
-    bool isTimedOut = false;
-    Ended ended;
 
+    using Watched::Watched;
     ~Child() { End(); }
     // With all that it started, if the system lets it have a job of its own.
     void End() {
@@ -160,7 +155,7 @@ void Processes::Start(std::size_t id, const std::vector<std::string>& arguments)
     for (const std::string& argument : arguments) {
         AddWord(line, WideText(argument));
     }
-    auto child = std::make_unique<Child>();
+    auto child = std::make_unique<Child>(id, m_limitMs);
     Handle outputEnd, errorsEnd;
     MakePipe(child->output, outputEnd);
     MakePipe(child->errors, errorsEnd);
@@ -183,9 +178,6 @@ void Processes::Start(std::size_t id, const std::vector<std::string>& arguments)
     *child->process.Place() = made.hProcess;
     PutIntoJob(child->job, made.hProcess);
     ResumeThread(made.hThread);
-    child->id = id;
-    child->ended.id = id;
-    child->deadlineMs = HostMs() + m_limitMs;
     m_children.push_back(std::move(child));
 }
 
@@ -227,10 +219,6 @@ std::string OwnProgram() {
     }
 }
 
-unsigned Processors() {
-    return std::max(1U, std::thread::hardware_concurrency());
-}
-
 // In a thread of the system's own.
 static BOOL CALLBACK OnInterrupt(DWORD event) {
     const bool isKey = event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT;
@@ -243,24 +231,6 @@ void NoteInterrupts() {
 
 bool WasInterrupted() {
     return g_isInterrupted;
-}
-
-static bool IsConsole(DWORD which) {
-    DWORD mode = 0;
-    return GetConsoleMode(GetStdHandle(which), &mode) != 0;
-}
-
-bool AreErrorsOnTerminal() {
-    return IsConsole(STD_ERROR_HANDLE);
-}
-
-bool IsOutputOnTerminal() {
-    return IsConsole(STD_OUTPUT_HANDLE);
-}
-
-std::uint64_t HostMs() {
-    const auto since = std::chrono::steady_clock::now().time_since_epoch();
-    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
 }
 
 } // namespace rehearse
