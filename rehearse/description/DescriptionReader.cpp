@@ -18,9 +18,11 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
+#include <system_error>
 
 namespace rehearse {
 
@@ -389,22 +391,38 @@ void WatchHostFiles(std::function<void(const std::string& file, const std::strin
     g_fileWatcher = std::move(watcher);
 }
 
-std::string ReadHostFile(const std::string& file, const Position& at) {
+[[noreturn]] static void RefuseFile(const std::string& file, const Position& at, const std::string& why) {
+    if (g_fileWatcher) {
+        g_fileWatcher(file, nullptr);
+    }
+    throw InputError(at, why);
+}
+
+std::string ReadHostFile(const std::string& file, const Position& at, std::size_t most) {
+    constexpr unsigned MiB = 20;
     const FileKind kind = KindOfFile(file);
     std::ifstream stream(StreamPath(file), std::ios::binary);
     if ((kind != FileKind::File && kind != FileKind::Pipe) || !stream) {
-        if (g_fileWatcher) {
-            g_fileWatcher(file, nullptr);
-        }
-        throw InputError(at, fmt::format("there is no file '{}' that can be read{}", file, DidYouMeanFile(file)));
+        RefuseFile(file, at, fmt::format("there is no file '{}' that can be read{}", file, DidYouMeanFile(file)));
     }
+    const auto refuseAbove = [&](std::uintmax_t size) {
+        if (size > most) {
+            RefuseFile(file, at, fmt::format("'{}' has more than {} MiB, too much for its kind", file, most >> MiB));
+        }
+    };
+    constexpr std::size_t AtOnce = 1 << 18;
     std::string bytes;
-    constexpr std::size_t AtOnce =
-        1 << 18; // most exports, so that little is copied; a pipe does not say how much comes
+    std::error_code isUnknown; // a pipe does not say how much comes
+    const std::uintmax_t expected = std::filesystem::file_size(StreamPath(file), isUnknown);
+    if (!isUnknown) {
+        refuseAbove(expected);
+        bytes.reserve(static_cast<std::size_t>(expected) + AtOnce);
+    }
     for (std::size_t size = 0; stream; size = bytes.size()) {
         bytes.resize(size + AtOnce);
         stream.read(bytes.data() + size, AtOnce);
         bytes.resize(size + static_cast<std::size_t>(stream.gcount()));
+        refuseAbove(bytes.size());
     }
     if (g_fileWatcher) {
         g_fileWatcher(file, &bytes);

@@ -3,6 +3,7 @@
 
 #include "rehearse/description/Description.h"
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -20,8 +21,13 @@ void CheckIsInside(const Folders& folders, const std::string& file, const Positi
 // an unknown key, a value of another type, a text that is not allowed, a missing required key, a circular include.
 TomlTable ReadDescription(const std::string& file, const Folders& within = {});
 
-// The bytes of a file of the host. Throws InputError at `at` if it cannot be read.
-std::string ReadHostFile(const std::string& file, const Position& at);
+// What is read of one file at the most, so that a wrong one is refused before it takes all memory. Texts: descriptions,
+// configurations (the product reads less than 1 MiB), lists. Exports and hives: SYSTEM alone can have some 100 MiB.
+constexpr std::size_t MostTextBytes = std::size_t{16} << 20;
+constexpr std::size_t MostExportBytes = std::size_t{2} << 30;
+
+// The bytes of a file of the host. Throws InputError at `at` if it cannot be read or has more bytes than `most`.
+std::string ReadHostFile(const std::string& file, const Position& at, std::size_t most = MostTextBytes);
 
 // From now on the watcher sees each file that is read, with its bytes, or null if it cannot be read.
 void WatchHostFiles(std::function<void(const std::string& file, const std::string* bytes)> watcher);

@@ -21,7 +21,7 @@ constexpr std::size_t MostNotesOfFile = 20; // each listed; beyond that only cou
 
 static void ReadOne(const std::string& file, const Position& at, std::vector<machine::ExportedKey>& keys,
                     std::vector<machine::ExportNote>& notes) {
-    const std::string bytes = ReadHostFile(file, at);
+    const std::string bytes = ReadHostFile(file, at, MostExportBytes);
     if (machine::IsHive(bytes)) {
         if (const auto reason = machine::ReadHive(file, keys, notes)) {
             throw InputError({file, 1, 1}, machine::Utf8FromAnsi(*reason));

@@ -59,7 +59,8 @@ sed '/^\[.*FTDIBUS/,$d' ports.reg | wide >"$scratch/bare/a.REG"
 check "a folder of exports is rehearsed" "$tool" --json "$report" --quiet "$scratch/bare"
 check "with its INI file" same "bare ['COM20', 'COM21', 'COM6', 'COM7']" "$(ports "$report")"
 cat "$scratch/bare/a.REG" "$scratch/bare/b.reg" >"$scratch/whole.reg"
-for one in "$scratch/whole.reg" "$scratch/bare/a.REG $scratch/bare/b.reg" ports.reg; do
+{ cat ports.reg; yes "; longer than any other file may be" | head -c 17M; echo; } >"$scratch/long.reg"
+for one in "$scratch/whole.reg" "$scratch/bare/a.REG $scratch/bare/b.reg" ports.reg "$scratch/long.reg"; do
     # shellcheck disable=SC2086
     check "exports by name: $one" "$tool" --ini ports.ini --json "$report" --quiet $one
     check "are one machine" same "['COM20', 'COM21', 'COM6', 'COM7', 'COM9']" "$(ports "$report" | sed 's/.*\[/[/')"

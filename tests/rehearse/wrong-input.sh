@@ -20,7 +20,7 @@ want() {
 
 scratch=$(mktemp)
 wide=$scratch.toml
-trap 'rm -f "$scratch" "$wide"' EXIT
+trap 'rm -f "$scratch" "$wide" "$wide.pipe"' EXIT
 
 for file in *.toml; do
     line=$(head -n 1 "$file")
@@ -40,6 +40,14 @@ want 'fine/../fine/fine.toml:1:1: this file is an input, it is not overwritten' 
 want 'absent.json:1:1: two outputs cannot go to one file' --log absent.json --json absent.json fine/fine.toml
 want 'absent.ini:1:1: there is no file '\''absent.ini'\'' that can be read' --ini absent.ini fine/fine.toml
 want 'absent/report.json:1:1: this file cannot be written' --json absent/report.json fine/fine.toml
+
+# Far more than a configuration or a description can be, from a file and from a pipe.
+truncate -s 1G "$wide"
+want "$wide:1:1: '$wide' has more than 16 MiB, too much for its kind" --ini "$wide" fine/fine.toml
+want "$wide:1:1: '$wide' has more than 16 MiB, too much for its kind" "$wide"
+mkfifo "$wide.pipe"
+yes >"$wide.pipe" 2>/dev/null &
+want "$wide.pipe:1:1: '$wide.pipe' has more than 16 MiB, too much for its kind" --rules "$wide.pipe"
 
 # As some shells write a file. The column counts characters, also those of two halves.
 for encoding in UTF-16LE UTF-16BE; do
