@@ -12,6 +12,7 @@
 #include "support/log/DiagnosticNames.h"
 #include "support/log/LogFile.h"
 #include "support/texts/BoundedText.h"
+#include "support/texts/StringTools.h"
 
 constexpr LONG PutOffRestartMs = 4000;
 constexpr DWORD NewNameWaitMs = 5000;
@@ -113,19 +114,57 @@ void TakeNameAfterSwap(CComPort* port) {
 
 // Matched by kernel name alone, so this may delete another device's link. RestoreOtherPortsName recreates the other
 // port's; the storms list the rest as exception (a).
-void DeleteOldName(const Assignment& check) {
+bool DeleteOldName(const Assignment& check) {
     // After a restart under the previous registry name there is no old name: deleting it would remove the name that
     // just appeared.
     if (lstrcmpiA(check.szOldRegPortName, check.port->szRegPortName) == 0) {
-        return;
+        return false;
     }
     char target[DosTargetSize];
     if (!QueryDosName(check.szOldRegPortName, target) || lstrcmpA(target, check.szOldKernelName) != 0) {
-        return;
+        return false;
     }
     WriteLog(1, "old %s still there as %s -> delete", check.szOldRegPortName, target);
     if (!DeleteDosName(check.szOldRegPortName)) {
         WriteLog(1, " err=%s", LastErrorName());
+    }
+    return true;
+}
+
+// Does the other port with this registry name run without a link of its own? It has none, or the one that this port
+// had.
+static bool IsHolderWithoutLink(const Assignment& check) {
+    const CComPort* other = check.registryHolder;
+    if (other == nullptr || !IsRealDevInst(other->DevInst) ||
+        !IsSameNoCase(other->szRegPortName, check.szOldRegPortName) || GetProblem(other->DevInst) != 0) {
+        return false;
+    }
+    return other->szPortName[0] == '\0' ||
+           (check.szOldKernelName[0] != '\0' && lstrcmpA(other->szKernelNameCom, check.szOldKernelName) == 0);
+}
+
+void NoteRivalForOldName(const Assignment& check) {
+    check.port->NameRival = IsHolderWithoutLink(check) ? check.registryHolder->Index + 1 : 0;
+}
+
+void RestartIfNameLeftWithPort(const Assignment& check) {
+    CComPort* other = check.registryHolder;
+    char target[DosTargetSize];
+    if (!IsHolderWithoutLink(check) || QueryDosName(other->szRegPortName, target)) {
+        return;
+    }
+    WriteLog(1, "%s was the name of the new one -> restart Ports[%i]", other->szRegPortName, other->Index);
+    // Without a kernel name nothing is restored for it. Its arrival reads both; a wait here would make the events of
+    // this port's own restart look like a plug.
+    char portName[sizeof(other->szPortName)];
+    char kernelName[sizeof(other->szKernelNameCom)];
+    CopyText(portName, other->szPortName);
+    CopyText(kernelName, other->szKernelNameCom);
+    other->szPortName[0] = '\0';
+    other->szKernelNameCom[0] = '\0';
+    if (!RestartForNewNumber(other)) {
+        CopyText(other->szPortName, portName);
+        CopyText(other->szKernelNameCom, kernelName);
     }
 }
 

@@ -22,8 +22,13 @@ bool RestartForNewNumber(CComPort* port);
 void WaitForNewName(CComPort* port);
 // Adopts the DOS name of a port that was out for a swap, if it runs and its name is there.
 void TakeNameAfterSwap(CComPort* port);
-// Deletes the old DOS name if the device left it behind.
-void DeleteOldName(const Assignment& check);
+// Deletes the old DOS name if the device left it behind. Returns: whether it did.
+bool DeleteOldName(const Assignment& check);
+// The old name, which two ports claimed, left with the device: it was this one's, and the other port never had it. That
+// one is restarted and gets the name, since a link restored for it would lead to a device that has gone.
+void RestartIfNameLeftWithPort(const Assignment& check);
+// The same for a restart that is put off: notes the other port for the arrival after it.
+void NoteRivalForOldName(const Assignment& check);
 // Gives the other port its DOS name back if the renaming deleted it.
 void RestoreOtherPortsName(const CComPort* otherPort);
 // Deletes the device map's value if the device has a new kernel name.

@@ -136,6 +136,18 @@ static void RestartIfNameless(CComPort* port) {
     RestartAlone(port);
 }
 
+// The port is back from a restart that was put off. It may have taken along the link that another one claimed.
+static void GiveNameToRival(CComPort* port) {
+    if (port->NameRival == 0 || IsRestartAwaited(port)) {
+        return;
+    }
+    CComPort* rival = g_pComPorts->Ports[port->NameRival - 1];
+    port->NameRival = 0;
+    if (rival != nullptr) {
+        RestartIfNameless(rival);
+    }
+}
+
 // Looks for ports that were there first and own the newcomer's number.
 // Returns: whether the newcomer was moved; the arrival after its restart does the rest.
 static bool MoveAwayFromCollision(CComPort* port) {
@@ -202,6 +214,8 @@ void ComPortArrived(const char* devpath) {
     if (port->ChangePortTicker != 0) {
         WriteLog(1, "port was changed %ums before", AgeOf(port->ChangePortTicker));
     }
+    // Before the check, which would take the other one for dead and this one back to that name.
+    GiveNameToRival(port);
     // A deferred change lies ahead of now: the unsigned difference is then huge, and the port is checked again.
     if (AgeOf(port->ChangePortTicker) > OwnChangeMs) {
         outcome = CheckComPortAssignment(index);

@@ -113,9 +113,12 @@ static AssignmentOutcome BringDeviceToName(Assignment* check, const char* name) 
     if (ComesWithUpperDevice(port)) {
         WriteLog(1, "port came along with an upper device -> restart this later");
         PutOffRestart(port);
+        NoteRivalForOldName(*check);
     } else if (RestartForNewNumber(port)) {
         WaitForNewName(port);
-        DeleteOldName(*check);
+        if (!DeleteOldName(*check)) {
+            RestartIfNameLeftWithPort(*check);
+        }
         RestoreOtherPortsName(check->nameHolder);
     }
     CleanDeviceMap(*check);

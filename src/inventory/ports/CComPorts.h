@@ -95,7 +95,8 @@ struct CComPort {
     LONG LeftNumber = 0;            // bit set because the port had it while the registry held another; 0: none
     DWORD AwaitedRestart = 0;       // a restart was put off and the port has not come back from it (NameClaims)
     DWORD AwaitedRestartTicker = 0; // when that restart is due, if one is awaited
-    DWORD HasCopiedName = 0;        // szPortName leads to another present port's device; szKernelNameCom is that one's
+    LONG NameRival = 0;      // index + 1 of a port that claims the link that a put-off restart takes along; 0: none
+    DWORD HasCopiedName = 0; // szPortName leads to another present port's device; szKernelNameCom is that one's
 
     // The port has gone: it has no name in force any more. What else to reset depends on how that was noticed.
     void SetAbsent() {
