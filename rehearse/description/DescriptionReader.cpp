@@ -410,17 +410,17 @@ std::string ReadHostFile(const std::string& file, const Position& at, std::size_
             RefuseFile(file, at, fmt::format("'{}' has more than {} MiB, too much for its kind", file, most >> MiB));
         }
     };
-    constexpr std::size_t AtOnce = 1 << 18;
+    std::size_t step = 1 << 18;
     std::string bytes;
     std::error_code isUnknown; // a pipe does not say how much comes
     const std::uintmax_t expected = std::filesystem::file_size(StreamPath(file), isUnknown);
     if (!isUnknown) {
         refuseAbove(expected);
-        bytes.reserve(static_cast<std::size_t>(expected) + AtOnce);
+        step = static_cast<std::size_t>(expected) + 1; // one more than there is, so that the first read meets the end
     }
     for (std::size_t size = 0; stream; size = bytes.size()) {
-        bytes.resize(size + AtOnce);
-        stream.read(bytes.data() + size, AtOnce);
+        bytes.resize(size + step);
+        stream.read(bytes.data() + size, static_cast<std::streamsize>(step));
         bytes.resize(size + static_cast<std::size_t>(stream.gcount()));
         refuseAbove(bytes.size());
     }

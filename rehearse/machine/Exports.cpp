@@ -32,18 +32,40 @@ static void ReadOne(const std::string& file, const Position& at, std::vector<mac
     machine::LeaveOutWrongTypes(keys, notes);
 }
 
-static void TellNotes(const std::string& file, const std::vector<machine::ExportNote>& notes) {
+namespace {
+// What the files hold, and what is to be said of it.
+struct Exported {
+    std::vector<std::string> files;
+    std::vector<machine::ExportedKey> keys;
+    std::vector<std::string> notes;
+};
+} // namespace
+
+static int g_keepers;
+static std::optional<Exported> g_kept;
+
+KeptExports::KeptExports() {
+    ++g_keepers;
+}
+KeptExports::~KeptExports() {
+    if (--g_keepers == 0) {
+        g_kept.reset();
+    }
+}
+
+static void TellNotes(const std::string& file, const std::vector<machine::ExportNote>& notes,
+                      std::vector<std::string>& told) {
     if (notes.empty()) {
         return;
     }
     for (std::size_t i = 0; i < std::min(notes.size(), MostNotesOfFile); ++i) {
         const machine::ExportNote& note = notes[i];
         const std::string place = note.line ? PositionText({file, note.line, note.column}) : file;
-        machine::AddNote(fmt::format("{}: {}", place, machine::Utf8FromAnsi(note.text)));
+        told.push_back(fmt::format("{}: {}", place, machine::Utf8FromAnsi(note.text)));
     }
-    machine::AddNote(fmt::format("{}: {} left out, since {} cannot be read", file,
-                                 notes.size() == 1 ? "1 entry is" : fmt::format("{} entries are", notes.size()),
-                                 notes.size() == 1 ? "it" : "they"));
+    told.push_back(fmt::format("{}: {} left out, since {} cannot be read", file,
+                               notes.size() == 1 ? "1 entry is" : fmt::format("{} entries are", notes.size()),
+                               notes.size() == 1 ? "it" : "they"));
 }
 
 // Each line has an id, its parent, and a location path, with tabs between them; a parent or path may be empty.
@@ -74,24 +96,42 @@ static void ReadProperties(const std::string& file, const Position& at) {
     }
 }
 
+static Exported ReadAll(const Value& registry, const std::vector<std::string>& files) {
+    Exported read{files, {}, {}};
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        std::vector<machine::ExportedKey> ofFile;
+        std::vector<machine::ExportNote> notes;
+        ReadOne(files[i], registry.itemsAt.empty() ? registry.at : registry.itemsAt[i], ofFile, notes);
+        TellNotes(files[i], notes, read.notes);
+        std::move(ofFile.begin(), ofFile.end(), std::back_inserter(read.keys));
+    }
+    for (const std::string& line : machine::UnifyControlSets(read.keys)) {
+        read.notes.push_back(machine::Utf8FromAnsi(line));
+    }
+    return read;
+}
+
+static void Apply(const Exported& exported) {
+    for (const std::string& note : exported.notes) {
+        machine::AddNote(note);
+    }
+    machine::ApplyExport(exported.keys, machine::TheRegistry());
+}
+
 void ImportExports(const TomlTable& description) {
     const Value* registry = description.Find("registry");
     if (!registry) {
         return;
     }
     const std::vector<std::string> files = description.TextsOf("registry");
-    std::vector<machine::ExportedKey> keys;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        std::vector<machine::ExportedKey> ofFile;
-        std::vector<machine::ExportNote> notes;
-        ReadOne(files[i], registry->itemsAt.empty() ? registry->at : registry->itemsAt[i], ofFile, notes);
-        TellNotes(files[i], notes);
-        std::move(ofFile.begin(), ofFile.end(), std::back_inserter(keys));
+    if (!g_keepers) {
+        Apply(ReadAll(*registry, files));
+    } else {
+        if (!g_kept || g_kept->files != files) {
+            g_kept = ReadAll(*registry, files);
+        }
+        Apply(*g_kept);
     }
-    for (const std::string& line : machine::UnifyControlSets(keys)) {
-        machine::AddNote(machine::Utf8FromAnsi(line));
-    }
-    machine::ApplyExport(keys, machine::TheRegistry());
     if (description.Has("properties")) {
         ReadProperties(description.TextOf("properties"), description.At("properties"));
     }

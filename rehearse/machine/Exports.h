@@ -10,4 +10,14 @@ namespace rehearse {
 // report. Throws InputError with file, line and column for a broken export, with the library's reason for a hive.
 void ImportExports(const TomlTable& description);
 
+// While one exists, what ImportExports has read is kept: the next machine from the same files is filled without reading
+// them again, and has the same exports when a file changes meanwhile. For several runs of one machine in a row.
+class KeptExports {
+public:
+    KeptExports();
+    ~KeptExports();
+    KeptExports(const KeptExports&) = delete;
+    KeptExports& operator=(const KeptExports&) = delete;
+};
+
 } // namespace rehearse

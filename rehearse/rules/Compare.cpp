@@ -4,6 +4,7 @@
 #include "rehearse/description/DescriptionReader.h"
 #include "rehearse/host/Flow.h"
 #include "rehearse/host/OutputFile.h"
+#include "rehearse/machine/Exports.h"
 #include "rehearse/rules/CriteriaCheck.h"
 #include "rehearse/rules/QuietRun.h"
 #include "rehearse/rules/SectionKeys.h"
@@ -222,6 +223,7 @@ Comparison CompareMachine(const Options& options) {
     const TomlTable description = ReadMachine(options);
     const std::string before = ReadHostFile(*options.compare, {*options.compare, 1, 1});
     const std::string after = NewBytes(options, description);
+    const KeptExports forBothSides;
     const Side old = RunSide(description, options, before), now = RunSide(description, options, after);
     for (const Side* side : {&old, &now}) {
         if (!side->run.outcome.empty()) {

@@ -1,5 +1,6 @@
 #include "rehearse/rules/PortRules.h"
 
+#include "rehearse/machine/Exports.h"
 #include "rehearse/watch/Patterns.h"
 
 #include "simwin/devices/drivers/Drivers.h"
@@ -321,6 +322,7 @@ RuleTable MakeRuleTable(const TomlTable& description, const Options& options, co
     for (const IniSection* rule : table.rules) {
         criteria.push_back(CriteriaOf(*rule));
     }
+    const KeptExports forBothRuns;
     const QuietRun all = RunOrThrow(description, options, LookAtAll, isOfRegistry);
     for (const SectionSearch* search : FirstSearches(all)) {
         RulePort port{search->device, NameOf(all, search->device), search->values, {}, {}, {}, {}};

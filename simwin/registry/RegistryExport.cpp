@@ -221,9 +221,9 @@ private:
 
     // A key's name may hold brackets: the last one of the line is the end.
     bool ReadKey() {
-        std::size_t lineEnd = m_text.find_first_of("\r\n", m_at);
-        if (lineEnd == std::string::npos) {
-            lineEnd = m_text.size();
+        std::size_t lineEnd = m_at;
+        while (lineEnd < m_text.size() && m_text[lineEnd] != '\r' && m_text[lineEnd] != '\n') {
+            ++lineEnd;
         }
         const std::size_t close = m_text.rfind(']', lineEnd);
         if (close == std::string::npos || close <= m_at) {
