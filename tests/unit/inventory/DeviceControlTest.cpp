@@ -8,10 +8,19 @@
 #include "simwin/devices/build/Devices.h"
 #include "simwin/kernel/Call.h"
 #include "support/system/ProcessState.h"
+#include "tests/unit/Log.h"
 #include "tests/unit/inventory/PortBuilder.h"
 
 using machine::DeviceDescription;
 using machine::DeviceNode;
+
+namespace {
+// What makes a record another case, by one field.
+struct RecordCase {
+    const char* what;
+    void (*change)(CComPort*);
+};
+} // namespace
 
 static void Build(const std::vector<DeviceDescription>& devices) {
     machine::DevicesDescription description;
@@ -135,4 +144,126 @@ TEST(NameClaims, OfTwoPortsReadAtOneTimeOneOwnsTheLink) {
     }
     Sleep(1000);
     EXPECT_EQ(1, table->Ports[0]->HasCopiedName + table->Ports[1]->HasCopiedName);
+}
+
+TEST(NameClaims, ASwapSparesTheLinkOfAThirdPortAndNoOther) {
+    Build({Port("TEST\\UART\\A", "COM3")});
+    char link[DosTargetSize];
+    ASSERT_TRUE(QueryDosName("COM3", link));
+    CComPorts* table = inventorytest::NewTable();
+    CComPort* first = inventorytest::Put(table, {.devInst = 1, .regName = "COM3"});
+    const CComPort* second = inventorytest::Put(table, {.devInst = 2, .regName = "COM4"});
+    CComPort* third = inventorytest::Put(table, {.devInst = 3, .regName = "COM3", .kernelNameCom = link});
+    const auto isThirds = [&] { return IsNameOfThird("COM3", first, second); };
+    EXPECT_TRUE(isThirds()) << "by its record";
+    third->szPortName[0] = 0;
+    EXPECT_FALSE(isThirds()) << "nobody's";
+    CopyText(third->szKernelNameDevPath, link);
+    EXPECT_TRUE(isThirds()) << "perhaps: its device has this kernel name";
+    CopyText(first->szKernelNameCom, link);
+    EXPECT_FALSE(isThirds()) << "by the first one's record";
+    first->szKernelNameCom[0] = 0;
+    CopyText(third->szRegPortName, "COM5");
+    EXPECT_FALSE(isThirds()) << "it wants another name";
+    EXPECT_FALSE(IsNameOfThird("COM9", first, second)) << "no link";
+}
+
+TEST(NameClaims, ARestartIsAwaitedUntilThePortIsBackFromItOrItIsFiveSecondsOverdue) {
+    CComPorts* table = inventorytest::NewTable();
+    CComPort* first = inventorytest::Put(table, {.regName = "COM5", .sameParent = 7});
+    CComPort* second = inventorytest::Put(table, {.regName = "COM6", .sameParent = 7});
+    CComPort* other = inventorytest::Put(table, {.regName = "COM7", .sameParent = 8});
+    AwaitRestart(other, GetTickCount());
+    AwaitRestart(first, GetTickCount());
+    AwaitRestart(second, GetTickCount() + 4000);
+    Sleep(4999);
+    EXPECT_TRUE(IsRestartAwaited(other));
+    Sleep(1);
+    EXPECT_FALSE(IsRestartAwaited(other)) << "of another upper device, so its time was not moved";
+    Sleep(3999);
+    EXPECT_TRUE(IsRestartAwaited(first));
+    Sleep(1);
+    EXPECT_FALSE(IsRestartAwaited(first));
+
+    for (CComPort* port : {first, second, other}) {
+        AwaitRestart(port, GetTickCount());
+    }
+    EndAwaitedRestart(first, /*isArrival=*/true);
+    EXPECT_TRUE(IsRestartAwaited(first)) << "an arrival before it";
+    NoteRestartOf(7);
+    EndAwaitedRestart(first, /*isArrival=*/true);
+    EXPECT_FALSE(IsRestartAwaited(first));
+    EXPECT_TRUE(IsRestartAwaited(second)) << "not back yet";
+    EndAwaitedRestart(other, /*isArrival=*/true);
+    EXPECT_TRUE(IsRestartAwaited(other));
+    EndAwaitedRestart(other, /*isArrival=*/false);
+    EXPECT_FALSE(IsRestartAwaited(other)) << "restarted by itself";
+}
+
+// It would get another number at the next check, and a restart.
+TEST(NameClaims, OnlyAPortThatRunsWithoutANameIsMarkedBeforeItsNameIsTaken) {
+    constexpr RecordCase Left[] = {
+        {"absent", [](CComPort* port) { port->IsPresent = 0; }},
+        {"another name in force", [](CComPort* port) { CopyText(port->szPortName, "COM9"); }},
+        {"marked already", [](CComPort* port) { port->MarkedForRestart = 1; }},
+        {"no device", [](CComPort* port) { port->DevInst |= VirtualDevInst; }},
+        {"a problem", [](CComPort* port) { port->DevInst = 99999; }},
+        {"another registry name", [](CComPort* port) { CopyText(port->szRegPortName, "COM6"); }},
+        {"its link is there by now", [](CComPort* port) { CopyText(port->szRegPortName, "COM3"); }},
+        {"a restart to come", [](CComPort* port) { AwaitRestart(port, 0), port->AwaitedRestartTicker = GetTickCount(); }},
+        {"a restart by this service", [](CComPort* port) { port->RestartTicker = GetTickCount(); }},
+    };
+    logtest::StartLog();
+    Build({Port("TEST\\UART\\A", "COM3")});
+    CComPorts* table = inventorytest::NewTable();
+    CComPort* port = inventorytest::Put(table, {.regName = "COM5"});
+    CComPort running = *port;
+    running.DevInst = Node("TEST\\UART\\A").number;
+    running.szPortName[0] = 0;
+    CComPort asker = running;
+    const auto isMarked = [&](const CComPort& record, const CComPort* forPort) {
+        *port = record;
+        logtest::ClearLog();
+        MarkNamelessHolders(lstrcmpA(record.szRegPortName, "COM3") == 0 ? "COM3" : "COM5", forPort);
+        return logtest::CountLogged("mark Ports[0] for later restart") == 1 && port->MarkedForRestart == 1;
+    };
+    EXPECT_TRUE(isMarked(running, &asker));
+    EXPECT_FALSE(isMarked(running, port)) << "its own name";
+    for (const RecordCase& row : Left) {
+        CComPort record = running;
+        row.change(&record);
+        EXPECT_FALSE(isMarked(record, &asker)) << row.what;
+    }
+}
+
+TEST(NameClaims, ALinkPassesToTheCopyOnlyIfItWasItsAllTheTime) {
+    constexpr RecordCase Kept[] = {
+        {"absent", [](CComPort* port) { port->IsPresent = 0; }},
+        {"the link leads elsewhere", [](CComPort* port) { CopyText(port->szKernelNameCom, "\\Device\\Other"); }},
+        {"the link leads nowhere",
+         [](CComPort* port) { CopyText(port->szPortName, "COM9"), CopyText(port->szKernelNameCom, "\\Device\\Gone"); }},
+    };
+    Build({Port("TEST\\UART\\A", "COM3")});
+    ASSERT_TRUE(CreateDosName("COM9", "\\Device\\Gone"));
+    char link[DosTargetSize];
+    ASSERT_TRUE(QueryDosName("COM3", link));
+    CComPort* port = inventorytest::Put(inventorytest::NewTable(), {.regName = "COM3", .kernelNameCom = link});
+    port->HasCopiedName = 1;
+    const CComPort copy = *port;
+    const auto isKept = [&](DWORD goneDevInst, void (*change)(CComPort*)) {
+        *port = copy;
+        if (change != nullptr) {
+            change(port);
+        }
+        CComPort gone;
+        gone.DevInst = goneDevInst;
+        CopyText(gone.szRegPortName, port->szPortName);
+        PassOnLink(&gone);
+        return port->HasCopiedName == 1;
+    };
+    EXPECT_FALSE(isKept(99999, nullptr));
+    EXPECT_TRUE(isKept(Node("TEST\\UART\\A").number, nullptr)) << "the one that goes runs again";
+    for (const RecordCase& row : Kept) {
+        EXPECT_TRUE(isKept(99999, row.change)) << row.what;
+    }
 }
