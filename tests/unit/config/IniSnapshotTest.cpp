@@ -122,8 +122,12 @@ TEST(IniSnapshot, WhyAFileIsNotReadIsLoggedOnceForEachChange) {
         reader->CreateSnapshotIfRequired("test");
         EXPECT_EQ(logtest::CountLogged("configuration '" + std::string(IniPath) + "' " + reason), count) << reason;
     };
-    machine::TheFiles().Delete(IniPath);
-    logs("is missing -> no section counts", 1);
+    for (int removal = 1; removal <= 2; ++removal) {
+        machine::TheFiles().Delete(IniPath);
+        logs("is missing -> no section counts", removal);
+        WriteIni("[Settings]\nKey=b\n");
+        EXPECT_EQ(reader->CreateSnapshotIfRequired("test"), 1u);
+    }
     for (int change = 1; change <= 2; ++change) {
         Sleep(50);
         WriteIni(std::string(0x100000, ';'));
@@ -138,7 +142,30 @@ TEST(IniSnapshot, WhyAFileIsNotReadIsLoggedOnceForEachChange) {
     const DWORD start = GetTickCount();
     logs("cannot be opened, err=32 -> no section counts", 1);
     EXPECT_EQ(GetTickCount() - start, 1000u) << "one wait, not one for each port";
+    for (const DWORD pauseMs : {4999u, 1u}) {
+        Sleep(pauseMs);
+        reader->CreateSnapshotIfRequired("test");
+        EXPECT_EQ(GetTickCount() - start, pauseMs == 1 ? 7000u : 5999u) << "again after five seconds";
+    }
     CloseHandle(held);
+    machine::AddFault({.call = "CreateFileA", .on = IniPath, .error = ERROR_ACCESS_DENIED, .after = 1});
+    EXPECT_EQ(reader->CreateSnapshotIfRequired("test"), 0u);
+    EXPECT_TRUE(Logged("cannot be opened, err=5 -> no section counts"));
     EXPECT_EQ(reader->CreateSnapshotIfRequired("test"), 1u);
     EXPECT_EQ(Get(*reader, Settings, NoSectionNumber, "Key"), "b");
+}
+
+TEST(IniSnapshot, AMissingFileIsLoggedOnlyIfItWasThere) {
+    StartLog();
+    for (const char* path : {IniPath, "C:\\Nowhere\\Quillmarch.ini"}) {
+        CCfgReader reader(path, nullptr, nullptr);
+        EXPECT_EQ(reader.CreateSnapshot("test"), 0u);
+    }
+    EXPECT_FALSE(Logged("-> no section counts"));
+    machine::AddFault({.call = "CreateFileA", .on = IniPath, .error = ERROR_ACCESS_DENIED});
+    CCfgReader* reader = UseIni("[Settings]\nKey=a\n");
+    EXPECT_TRUE(Logged("cannot be opened, err=5"));
+    machine::TheFiles().Delete(IniPath);
+    EXPECT_EQ(reader->CreateSnapshot("test"), 0u);
+    EXPECT_TRUE(Logged("is missing -> no section counts"));
 }

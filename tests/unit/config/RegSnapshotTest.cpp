@@ -1,6 +1,7 @@
 // The registry as the source: it takes precedence, and whatever a program left there gives a text, a null or nothing.
 #include "tests/unit/config/ConfigOnMachine.h"
 
+#include "simwin/kernel/Call.h"
 #include "simwin/registry/Registry.h"
 
 using namespace configtest;
@@ -96,4 +97,17 @@ TEST(RegSnapshot, OnlyTheConfigurationKeyItselfIsCompared) {
     machine::TheRegistry().DeleteTree(Key);
     EXPECT_EQ(reader.CreateSnapshotIfRequired("test"), 0u);
     EXPECT_EQ(Get(reader, Settings, NoSectionNumber, "Key"), "b");
+}
+
+TEST(RegSnapshot, AKeyThatCannotBeQueriedIsLoggedOnceForEachChange) {
+    StartLog();
+    Set("\\Settings", "Key", "a");
+    RegReader reader;
+    for (int change = 1; change <= 2; ++change) {
+        machine::AddFault({.call = "RegQueryInfoKeyA", .on = "*", .error = ERROR_ACCESS_DENIED, .times = 2});
+        EXPECT_EQ(reader.CreateSnapshot("test"), 0u);
+        EXPECT_EQ(reader.CreateSnapshot("test"), 0u);
+        EXPECT_EQ(CountLogged("cannot be queried, err=5 -> no section counts"), change);
+        EXPECT_EQ(reader.CreateSnapshot("test"), 1u);
+    }
 }

@@ -210,7 +210,8 @@ TEST(NameClaims, OnlyAPortThatRunsWithoutANameIsMarkedBeforeItsNameIsTaken) {
         {"a problem", [](CComPort* port) { port->DevInst = 99999; }},
         {"another registry name", [](CComPort* port) { CopyText(port->szRegPortName, "COM6"); }},
         {"its link is there by now", [](CComPort* port) { CopyText(port->szRegPortName, "COM3"); }},
-        {"a restart to come", [](CComPort* port) { AwaitRestart(port, 0), port->AwaitedRestartTicker = GetTickCount(); }},
+        {"a restart to come",
+         [](CComPort* port) { AwaitRestart(port, 0), port->AwaitedRestartTicker = GetTickCount(); }},
         {"a restart by this service", [](CComPort* port) { port->RestartTicker = GetTickCount(); }},
     };
     logtest::StartLog();
@@ -265,5 +266,18 @@ TEST(NameClaims, ALinkPassesToTheCopyOnlyIfItWasItsAllTheTime) {
     EXPECT_TRUE(isKept(Node("TEST\\UART\\A").number, nullptr)) << "the one that goes runs again";
     for (const RecordCase& row : Kept) {
         EXPECT_TRUE(isKept(99999, row.change)) << row.what;
+    }
+}
+
+TEST(ProblemDevices, ANewProblemWithinFiveSecondsOfOurRestartMeansNothing) {
+    DeviceDescription sick = Port("TEST\\UART\\A", "COM3");
+    sick.problem = 10;
+    Build({sick});
+    CComPorts* table = inventorytest::NewTable();
+    CComPort* port = inventorytest::Put(table, {.devInst = Node("TEST\\UART\\A").number});
+    for (const DWORD ageMs : {4999u, 5000u}) {
+        port->RestartTicker = GetTickCount() - ageMs;
+        table->FindNewProblemDevices();
+        EXPECT_EQ(g_LastProblemDevInst, ageMs < 5000 ? 0u : port->DevInst);
     }
 }
