@@ -3,15 +3,21 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
 namespace machine {
 
 struct Thread;
 
-// A stack with a guard page below it; released stacks are reused.
-void* TakeStack(std::size_t bytes);
-void ReturnStack(void* stack, std::size_t bytes);
-void FreeStacks();
+struct ReturnStack {
+    std::size_t bytes = 0;
+    void operator()(void* stack) const;
+};
+// A stack with a guard page below it; released stacks are reused. Its owner is an object of the machine, never a frame
+// on a fiber, and lets go of it when the fiber has been left for the last time.
+using Stack = std::unique_ptr<void, ReturnStack>;
+Stack TakeStack(std::size_t bytes);
+void FreeStacks(); // all have been released
 // True if the address lies in the guard page of some stack: a thread that used too much of it.
 bool IsStackGuard(const void* address);
 

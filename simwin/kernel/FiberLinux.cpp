@@ -75,7 +75,7 @@ static void FiberEntry(transfer_t transfer) {
     g_threadMain(static_cast<Thread*>(transfer.data));
 }
 
-void* TakeStack(std::size_t bytes) {
+Stack TakeStack(std::size_t bytes) {
     auto& free = g_freeStacks[bytes];
     void* stack;
     if (!free.empty()) {
@@ -93,10 +93,10 @@ void* TakeStack(std::size_t bytes) {
         stack = memory + GuardBytes;
     }
     StackTaken(stack, WholeSize(bytes));
-    return stack;
+    return Stack(stack, {bytes});
 }
 
-void ReturnStack(void* stack, std::size_t bytes) {
+void ReturnStack::operator()(void* stack) const {
     StackGiven(stack, WholeSize(bytes));
     g_freeStacks[bytes].push_back(stack);
 }
@@ -120,14 +120,14 @@ bool IsStackGuard(const void* address) {
 
 void SwitchToFiber(Thread* thread, void (*main)(Thread*)) {
     g_threadMain = main;
-    const std::size_t size = WholeSize(thread->stackSize);
+    const std::size_t size = WholeSize(thread->stack.get_deleter().bytes);
     if (!thread->started) {
         thread->started = true;
         thread->context =
-            boost::context::detail::make_fcontext(static_cast<char*>(thread->stack) + size, size, FiberEntry);
+            boost::context::detail::make_fcontext(static_cast<char*>(thread->stack.get()) + size, size, FiberEntry);
     }
     void* fakeStack = nullptr;
-    StartSwitch(&fakeStack, thread->stack, size);
+    StartSwitch(&fakeStack, thread->stack.get(), size);
     const transfer_t back = boost::context::detail::jump_fcontext(thread->context, thread);
     FinishSwitch(fakeStack, nullptr, nullptr);
     // An ended thread still exists here, since the scheduler reaps it only afterwards.

@@ -15,25 +15,25 @@ static std::vector<host::Fiber*> g_allFibers;
 static void (*g_threadMain)(Thread*);
 
 static host::Fiber* FiberOf(const Thread* thread) {
-    return static_cast<host::Fiber*>(thread->stack);
+    return static_cast<host::Fiber*>(thread->stack.get());
 }
 
-void* TakeStack(std::size_t bytes) {
+Stack TakeStack(std::size_t bytes) {
     auto& free = g_freeFibers[bytes];
     if (!free.empty()) {
         host::Fiber* fiber = free.back();
         free.pop_back();
-        return fiber;
+        return Stack(fiber, {bytes});
     }
     host::Fiber* fiber = host::MakeFiber(bytes);
     if (!fiber) {
         StopRun(Verdict::Crash, "the host has no memory for a stack");
     }
     g_allFibers.push_back(fiber);
-    return fiber;
+    return Stack(fiber, {bytes});
 }
 
-void ReturnStack(void* stack, std::size_t bytes) {
+void ReturnStack::operator()(void* stack) const {
     g_freeFibers[bytes].push_back(static_cast<host::Fiber*>(stack));
 }
 

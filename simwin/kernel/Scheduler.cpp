@@ -1,6 +1,5 @@
 #include "simwin/kernel/Scheduler.h"
 
-#include "simwin/kernel/Fiber.h"
 #include "simwin/kernel/Image.h"
 #include "simwin/kernel/Interrupt.h"
 #include "simwin/kernel/Locks.h"
@@ -56,15 +55,15 @@ static void ReapEnded() {
     while (!g_scheduler->ended.empty()) {
         const Ref<Thread> thread = std::move(g_scheduler->ended.back());
         g_scheduler->ended.pop_back();
-        if (thread->stack) {
-            ReturnStack(thread->stack, thread->stackSize);
-        }
-        thread->stack = nullptr;
+        thread->stack.reset();
     }
 }
 
 static void EndScheduler() {
     ReapEnded();
+    for (const Ref<Thread>& abandoned : g_scheduler->threads) {
+        abandoned->stack.reset(); // the object may outlive the scheduler, and with it all stacks
+    }
     FreeStacks();
 }
 
@@ -373,8 +372,7 @@ Thread* CreateThreadOf(Process* process, std::function<simwin::DWORD()> entry, s
     thread->process = process;
     thread->entry = std::move(entry);
     thread->suspendCount = 1;
-    thread->stackSize = std::max(stackBytes, DefaultStackBytes);
-    thread->stack = TakeStack(thread->stackSize);
+    thread->stack = TakeStack(std::max(stackBytes, DefaultStackBytes));
     process->threads.push_back(thread);
     ++g_scheduler->counts.threadsStarted;
     return thread;

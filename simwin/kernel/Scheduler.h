@@ -6,6 +6,7 @@
 // that is runnable without time passing, then the expectations of that time.
 #pragma once
 
+#include "simwin/kernel/Fiber.h"
 #include "simwin/kernel/Objects.h"
 #include "simwin/kernel/Room.h"
 #include "simwin/kernel/Rules.h"
@@ -57,8 +58,7 @@ struct Thread : Waitable {
     unsigned callDepth = 0;
 
     void* context = nullptr; // saved fiber context
-    void* stack = nullptr;
-    std::size_t stackSize = 0;
+    Stack stack;             // none once it has ended: a handle may keep the object for long
     bool started = false;
     void* fakeStack = nullptr; // address sanitizer's
 };
