@@ -80,15 +80,17 @@ bool RestartForNewNumber(CComPort* port) {
     return PerformComPortPropertyChange(port) != 0;
 }
 
-void WaitForNewName(CComPort* port) {
-    const DWORD start = GetTickCount();
-    port->ChangePortTicker = start;
-    port->RestartTicker = start;
+static void SetRestarted(CComPort* port) {
+    port->ChangePortTicker = GetTickCount();
+    port->RestartTicker = port->ChangePortTicker;
     SetNameInForce(port);
-    WriteLog(1, "waiting for %s to appear...", port->szRegPortName);
+}
+
+// since: the tick from which the wait counts.
+static void AdoptNewName(CComPort* port, DWORD since) {
     char target[DosTargetSize];
     while (!QueryDosName(port->szRegPortName, target)) {
-        if (GetTickCount() - start >= NewNameWaitMs) {
+        if (GetTickCount() - since >= NewNameWaitMs) {
             WriteLog(1, "QueryDosDevice(%s)  err=%s  :-(", port->szRegPortName, LastErrorName());
             return;
         }
@@ -98,6 +100,12 @@ void WaitForNewName(CComPort* port) {
     WriteLog(1, "QueryDosDevice(%s)...  kn=%s", port->szRegPortName, target);
     CopyText(port->szKernelNameCom, target);
     MarkCopiedName(port);
+}
+
+void WaitForNewName(CComPort* port) {
+    SetRestarted(port);
+    WriteLog(1, "waiting for %s to appear...", port->szRegPortName);
+    AdoptNewName(port, port->RestartTicker);
 }
 
 // Even after half a swap the one that came back has its new name. Its driver may have taken another kernel name while
@@ -154,16 +162,14 @@ void RestartIfNameLeftWithPort(const Assignment& check) {
         return;
     }
     WriteLog(1, "%s was the name of the new one -> restart Ports[%i]", other->szRegPortName, other->Index);
-    // Without a kernel name nothing is restored for it. Its arrival reads both; a wait here would make the events of
-    // this port's own restart look like a plug.
-    char portName[sizeof(other->szPortName)];
     char kernelName[sizeof(other->szKernelNameCom)];
-    CopyText(portName, other->szPortName);
     CopyText(kernelName, other->szKernelNameCom);
-    other->szPortName[0] = '\0';
-    other->szKernelNameCom[0] = '\0';
-    if (!RestartForNewNumber(other)) {
-        CopyText(other->szPortName, portName);
+    other->szKernelNameCom[0] = '\0'; // or it would be restored for a port that is slow
+    if (RestartForNewNumber(other)) {
+        SetRestarted(other);
+        // Not five more seconds: the events of the first port's own restart would look like a plug.
+        AdoptNewName(other, check.port->RestartTicker);
+    } else {
         CopyText(other->szKernelNameCom, kernelName);
     }
 }

@@ -26,6 +26,7 @@ void TakeNameAfterSwap(CComPort* port);
 bool DeleteOldName(const Assignment& check);
 // The old name, which two ports claimed, left with the device: it was this one's, and the other port never had it. That
 // one is restarted and gets the name, since a link restored for it would lead to a device that has gone.
+// Blocks until five seconds after this port's restart at most.
 void RestartIfNameLeftWithPort(const Assignment& check);
 // The same for a restart that is put off: notes the other port for the arrival after it.
 void NoteRivalForOldName(const Assignment& check);
