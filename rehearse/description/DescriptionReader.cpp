@@ -410,13 +410,15 @@ std::string ReadHostFile(const std::string& file, const Position& at, std::size_
             RefuseFile(file, at, fmt::format("'{}' has more than {} MiB, too much for its kind", file, most >> MiB));
         }
     };
+    constexpr std::size_t LeastAtOnce = 1 << 12;
     std::size_t step = 1 << 18;
     std::string bytes;
     std::error_code isUnknown; // a pipe does not say how much comes
     const std::uintmax_t expected = std::filesystem::file_size(StreamPath(file), isUnknown);
     if (!isUnknown) {
         refuseAbove(expected);
-        step = static_cast<std::size_t>(expected) + 1; // one more than there is, so that the first read meets the end
+        // One more than there is, so that the first read meets the end; a file that the system makes up has no size.
+        step = std::max(static_cast<std::size_t>(expected) + 1, LeastAtOnce);
     }
     for (std::size_t size = 0; stream; size = bytes.size()) {
         bytes.resize(size + step);

@@ -54,18 +54,18 @@ KeptExports::~KeptExports() {
 }
 
 static void TellNotes(const std::string& file, const std::vector<machine::ExportNote>& notes,
-                      std::vector<std::string>& told) {
+                      std::vector<std::string>& lines) {
     if (notes.empty()) {
         return;
     }
     for (std::size_t i = 0; i < std::min(notes.size(), MostNotesOfFile); ++i) {
         const machine::ExportNote& note = notes[i];
         const std::string place = note.line ? PositionText({file, note.line, note.column}) : file;
-        told.push_back(fmt::format("{}: {}", place, machine::Utf8FromAnsi(note.text)));
+        lines.push_back(fmt::format("{}: {}", place, machine::Utf8FromAnsi(note.text)));
     }
-    told.push_back(fmt::format("{}: {} left out, since {} cannot be read", file,
-                               notes.size() == 1 ? "1 entry is" : fmt::format("{} entries are", notes.size()),
-                               notes.size() == 1 ? "it" : "they"));
+    lines.push_back(fmt::format("{}: {} left out, since {} cannot be read", file,
+                                notes.size() == 1 ? "1 entry is" : fmt::format("{} entries are", notes.size()),
+                                notes.size() == 1 ? "it" : "they"));
 }
 
 // Each line has an id, its parent, and a location path, with tabs between them; a parent or path may be empty.

@@ -76,12 +76,13 @@ static Candidate TryCandidate(Assignment* check, LONG i) QM_REQUIRES(CS_assign) 
     while (!IsComPortNameAvailable(name)) {
         WriteLog(4, "TelitHack=%u", static_cast<DWORD>(TelitHack()));
         char target[DosTargetSize];
-        if (port->szKernelNameCom[0] == 0 || port->HasCopiedName || !QueryDosName(name, target)) {
+        if (port->szKernelNameCom[0] == 0 || !QueryDosName(name, target)) {
             return Candidate::Taken;
         }
         // A link left by an earlier driver may lead to a device that took over its kernel name; that device's record
         // then says who owns the wanted name.
-        if (lstrcmpA(target, port->szKernelNameCom) == 0 && !IsLinkOfAnother(port, name, target)) {
+        if (lstrcmpA(target, port->szKernelNameCom) == 0 && !port->HasCopiedName &&
+            !IsLinkOfAnother(port, name, target)) {
             KeepWantedOfTwoNames(port, name);
             return Candidate::WasSecond;
         }
