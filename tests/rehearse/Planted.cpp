@@ -3,11 +3,9 @@
 #include "engine/WildcardMatch.cpp" // NOLINT(bugprone-suspicious-include): the honest one, under its other name
 #undef WildcardMatch
 
-static LONG* volatile g_nowhere; // volatile, or the compiler may leave out the crash
-
 LONG WildcardMatch(const char* text, const char* pattern) {
     if (HonestWildcardMatch(text, "*\\PLANTED_crash") && HonestWildcardMatch(text, pattern)) {
-        return *g_nowhere;
+        return *static_cast<volatile LONG*>(nullptr); // NOLINT(clang-analyzer-core.NullDereference): the planted crash
     }
     if (HonestWildcardMatch(text, "*\\PLANTED_unmodelled") && HonestWildcardMatch(text, pattern)) {
         return CreateEventA(nullptr, TRUE, FALSE, "a name") != nullptr;
