@@ -18,11 +18,9 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
-#include <system_error>
 
 namespace rehearse {
 
@@ -402,6 +400,9 @@ std::string ReadHostFile(const std::string& file, const Position& at, std::size_
     constexpr unsigned MiB = 20;
     const FileKind kind = KindOfFile(file);
     std::ifstream stream(StreamPath(file), std::ios::binary);
+    if (kind == FileKind::Folder) {
+        RefuseFile(file, at, fmt::format("'{}' is a folder, and a file is needed here", file));
+    }
     if ((kind != FileKind::File && kind != FileKind::Pipe) || !stream) {
         RefuseFile(file, at, fmt::format("there is no file '{}' that can be read{}", file, DidYouMeanFile(file)));
     }
@@ -413,13 +414,15 @@ std::string ReadHostFile(const std::string& file, const Position& at, std::size_
     constexpr std::size_t LeastAtOnce = 1 << 12;
     std::size_t step = 1 << 18;
     std::string bytes;
-    std::error_code isUnknown; // a pipe does not say how much comes
-    const std::uintmax_t expected = std::filesystem::file_size(StreamPath(file), isUnknown);
-    if (!isUnknown) {
-        refuseAbove(expected);
+    // The stream is asked, since the library's question about a path fails for a share or a long path on Windows.
+    if (kind == FileKind::File && stream.seekg(0, std::ios::end)) { // a pipe does not say how much comes
+        const std::streamoff expected = std::max<std::streamoff>(stream.tellg(), 0);
+        refuseAbove(static_cast<std::uintmax_t>(expected));
         // One more than there is, so that the first read meets the end; a file that the system makes up has no size.
         step = std::max(static_cast<std::size_t>(expected) + 1, LeastAtOnce);
+        stream.seekg(0);
     }
+    stream.clear();
     for (std::size_t size = 0; stream; size = bytes.size()) {
         bytes.resize(size + step);
         stream.read(bytes.data() + size, static_cast<std::streamsize>(step));

@@ -388,6 +388,11 @@ static int RunShard(const Call& call) {
     if (shard.count > 1 && call.out.empty()) {
         throw std::runtime_error("--shard: the results need --out, from where --merge takes them");
     }
+    if (IsFile(call.folder)) {
+        throw std::runtime_error(fmt::format("--fleet: {} is a file, and a fleet is a folder of machines: rehearse this "
+                                             "one without --fleet",
+                                             call.folder));
+    }
     if (!IsFolder(call.folder)) {
         throw InputError({call.folder, 1, 1}, "there is no such folder" + DidYouMeanFile(call.folder));
     }
@@ -403,6 +408,7 @@ static int RunShard(const Call& call) {
     FileLock lock;
     if (!call.out.empty()) {
         store.emplace(call.out);
+        store->Make();
         TakeStore(*store, shard, lock);
         const unsigned before = store->CountOfShards();
         if (call.resume && shard.isGuessed && before && before != shard.count) { // such as one task of ten, run again
@@ -433,10 +439,14 @@ static int Merge(const Call& call) {
         throw InputError({call.out, 1, 1}, "there is no such folder");
     }
     const Store store(call.out);
+    const unsigned shards = store.CountOfShards();
+    if (shards == 0) { // asked before anything is made in a folder that may be another program's
+        throw std::runtime_error(call.out + ": no fleet has been rehearsed into this folder");
+    }
+    store.Make();
     FileLock lock;
     TakeStore(store, {}, lock);
     std::vector<std::string> files;
-    unsigned shards = 0;
     Question question = store.LoadShards(files, shards);
     question.isStrict = question.isStrict || call.options.strict;
     for (std::size_t i = 0; i < files.size(); ++i) {

@@ -53,7 +53,9 @@ static std::optional<std::string> ReadWhole(const std::string& file) {
     return std::move(text).str();
 }
 
-Store::Store(std::string folder) : m_folder(std::move(folder)) {
+Store::Store(std::string folder) : m_folder(std::move(folder)) {}
+
+void Store::Make() const {
     for (const char* part : {"results", "machines", "shards"}) {
         std::string error;
         if (!MakeFolders(PathOf(part), error)) {
@@ -190,11 +192,7 @@ unsigned Store::CountOfShards() const {
     return count;
 }
 
-Question Store::LoadShards(std::vector<std::string>& resultFiles, unsigned& count) const {
-    count = CountOfShards();
-    if (count == 0) {
-        throw std::runtime_error(m_folder + ": no fleet has been rehearsed into this folder");
-    }
+Question Store::LoadShards(std::vector<std::string>& resultFiles, unsigned count) const {
     std::vector<KeptShard> shards;
     for (unsigned index = 0; index < count; ++index) {
         shards.push_back(LoadShard(PathOf(ShardFile({index, count}))));

@@ -60,8 +60,9 @@ private:
 
 class Store {
 public:
-    // Makes the folder. Throws InputError if it cannot.
     explicit Store(std::string folder);
+    // Makes the folder and those in it. Throws InputError if it cannot.
+    void Make() const;
 
     const std::string& Folder() const { return m_folder; }
     // Names of files in the folder. name: of the machine, as the host has it.
@@ -75,8 +76,8 @@ public:
                    bool isComplete) const;
     unsigned CountOfShards() const; // into which the latest run here was divided; 0: none
     // Throws runtime_error that names the first shard that is missing, incomplete or of another run.
-    // resultFiles: of the whole fleet, in the order of the names. count: of the shards.
-    Question LoadShards(std::vector<std::string>& resultFiles, unsigned& count) const;
+    // resultFiles: of the whole fleet, in the order of the names. count: of the shards, above 0.
+    Question LoadShards(std::vector<std::string>& resultFiles, unsigned count) const;
 
     std::string PathOf(const std::string& file) const { return m_folder + "/" + file; }
     void Write(const std::string& file, const std::string& text) const; // as a whole

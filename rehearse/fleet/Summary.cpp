@@ -27,10 +27,26 @@ static std::string NumbersOf(const std::vector<unsigned>& numbers) {
     return NumbersText(numbers, "COM");
 }
 
-// Why a machine failed, without its own name, so that all that failed alike stand on one line.
+// "FILE:LINE:COLUMN: what" without line and column; any other text as it is.
+static std::string WithoutPlace(const std::string& text) {
+    static constexpr const char* Digits = "0123456789";
+    const std::size_t file = std::min(text.find(':'), text.size());
+    std::size_t end = file;
+    for (int number = 0; number < 2; ++number) {
+        const std::size_t next = std::min(text.find_first_not_of(Digits, end + 1), text.size());
+        if (end >= text.size() || text[end] != ':' || next == end + 1) {
+            return text;
+        }
+        end = next;
+    }
+    return end < text.size() && text[end] == ':' ? text.substr(0, file) + text.substr(end) : text;
+}
+
+// Why a machine failed, without its own name and the place in its file, so that all that failed alike stand on one line.
+// The machine's own line has both.
 static std::string CauseOf(const MachineResult& result) {
     const std::string own = result.name + "/";
-    return result.why.starts_with(own) ? result.why.substr(own.size()) : result.why;
+    return result.why.starts_with(own) ? WithoutPlace(result.why.substr(own.size())) : result.why;
 }
 
 static std::string OrNone(const std::string& name) {
@@ -236,7 +252,8 @@ std::string Summary::Text(const Question& question) const {
             text += fmt::format("  {}{}{}\n", OneLine(line.what), names.empty() ? "" : ": ", names);
         }
         if (part.lines.size() > LinesOfPart) {
-            text += fmt::format("  and {} lines more\n", part.lines.size() - LinesOfPart);
+            const std::size_t more = part.lines.size() - LinesOfPart;
+            text += fmt::format("  and {} line{} more\n", more, more == 1 ? "" : "s");
         }
     }
     return text + "\n" + Sentence() + "\n";

@@ -117,6 +117,9 @@ while IFS='|' read -r what arguments; do
     code 2 $arguments
     has err "$what"
 done <<END
+is a file|--fleet $ini --ini $ini
+is a folder|--fleet $fleet --ini $fleet
+no fleet has been|--merge --out $scratch/empty
 --fleet needs --ini|--fleet $fleet
 no machine below|--fleet $scratch/empty --ini $ini
 no such folder|--fleet $scratch/none --ini $ini
