@@ -389,9 +389,10 @@ static int RunShard(const Call& call) {
         throw std::runtime_error("--shard: the results need --out, from where --merge takes them");
     }
     if (IsFile(call.folder)) {
-        throw std::runtime_error(fmt::format("--fleet: {} is a file, and a fleet is a folder of machines: rehearse this "
-                                             "one without --fleet",
-                                             call.folder));
+        throw std::runtime_error(
+            fmt::format("--fleet: {} is a file, and a fleet is a folder of machines: rehearse this "
+                        "one without --fleet",
+                        call.folder));
     }
     if (!IsFolder(call.folder)) {
         throw InputError({call.folder, 1, 1}, "there is no such folder" + DidYouMeanFile(call.folder));

@@ -53,7 +53,8 @@ static std::optional<std::string> ReadWhole(const std::string& file) {
     return std::move(text).str();
 }
 
-Store::Store(std::string folder) : m_folder(std::move(folder)) {}
+Store::Store(std::string folder) : m_folder(std::move(folder)) {
+}
 
 void Store::Make() const {
     for (const char* part : {"results", "machines", "shards"}) {

@@ -42,8 +42,8 @@ static std::string WithoutPlace(const std::string& text) {
     return end < text.size() && text[end] == ':' ? text.substr(0, file) + text.substr(end) : text;
 }
 
-// Why a machine failed, without its own name and the place in its file, so that all that failed alike stand on one line.
-// The machine's own line has both.
+// Why a machine failed, without its own name and the place in its file, so that all that failed alike stand on one
+// line. The machine's own line has both.
 static std::string CauseOf(const MachineResult& result) {
     const std::string own = result.name + "/";
     return result.why.starts_with(own) ? WithoutPlace(result.why.substr(own.size())) : result.why;

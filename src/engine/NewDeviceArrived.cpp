@@ -2,6 +2,7 @@
 
 #include "actions/CallBackTimer.h"
 #include "config/CSettings.h"
+#include "engine/NumberChange.h"
 #include "engine/PortArrival.h"
 #include "inventory/devices/DevicePaths.h"
 #include "inventory/names/RestartMarks.h"
@@ -214,10 +215,33 @@ static void ForgetUnheardArrival(char (&mark)[260]) {
     }
 }
 
+static bool CameWithRestartedPort(const CComPort* port) {
+    for (LONG i = 0; port->UsbPortChain != 0 && i < g_pComPorts->PortCount; ++i) {
+        const CComPort* other = g_pComPorts->Ports[i];
+        if (other != nullptr && other != port && other->RestartTicker != 0 &&
+            other->UsbPortChain == port->UsbPortChain) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The others of a device whose hub port was cycled at the start may have come back under other kernel names. With the
+// former one in the record, no newcomer of that number would count as a copy and be moved away.
+static void TakeUnheardKernelNames() {
+    for (LONG i = 0; g_pComPorts != nullptr && i < g_pComPorts->PortCount; ++i) {
+        CComPort* port = g_pComPorts->Ports[i];
+        if (port != nullptr && port->IsPresent && CameWithRestartedPort(port)) {
+            TakeNameOfRunningPort(port);
+        }
+    }
+}
+
 void RegisterDeviceNotifications(HANDLE recipient, DWORD flags) {
     WriteLog(3, "RegisterDeviceNotifications hRecipient=0x%p Flags=0x%X", recipient, flags);
     ForgetUnheardArrival(szRestarting1);
     ForgetUnheardArrival(szRestarting2);
+    TakeUnheardKernelNames();
     if (flags == DEVICE_NOTIFY_WINDOW_HANDLE) {
         ProbeWindow(static_cast<HWND>(recipient));
     }

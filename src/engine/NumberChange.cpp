@@ -41,6 +41,7 @@ void UpdateRegistryName(Assignment* check, const char* name) {
              port->ArrivalTicker, port->ArrivalTicker - port->SameParentArrivalTicker);
     ComNameArbiterRemove(check->szOldRegPortName);
     ComNameArbiterAddByName(name);
+    port->WrittenNumber = GetNumberOfPortName(name);
 }
 
 bool MoveDosName(Assignment* check, const char* name) {
@@ -110,7 +111,7 @@ void WaitForNewName(CComPort* port) {
 
 // Even after half a swap the one that came back has its new name. Its driver may have taken another kernel name while
 // both were out, and with the former one no later arrival of this name would count as a copy.
-void TakeNameAfterSwap(CComPort* port) {
+void TakeNameOfRunningPort(CComPort* port) {
     char target[DosTargetSize];
     if (!QueryDosName(port->szRegPortName, target) || GetProblem(port->DevInst) != 0) {
         return;

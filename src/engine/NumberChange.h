@@ -20,8 +20,8 @@ void PutOffRestart(CComPort* port);
 bool RestartForNewNumber(CComPort* port);
 // Waits for at most five seconds until the restarted device has made its DOS name, and adopts it.
 void WaitForNewName(CComPort* port);
-// Adopts the DOS name of a port that was out for a swap, if it runs and its name is there.
-void TakeNameAfterSwap(CComPort* port);
+// Adopts the DOS name of a port whose arrival nobody heard, after a swap or at the start, if it runs and has its name.
+void TakeNameOfRunningPort(CComPort* port);
 // Deletes the old DOS name if the device left it behind. Returns: whether it did.
 bool DeleteOldName(const Assignment& check);
 // The old name, which two ports claimed, left with the device: it was this one's, and the other port never had it. That

@@ -150,19 +150,33 @@ static bool IsRegistryNameOfAny(const char* name) {
     return false;
 }
 
-void FreeLeftNumber(CComPort* port) {
-    if (port->LeftNumber != 0 && port->LeftNumber != port->PortNumber) {
-        char name[16];
-        char target[DosTargetSize];
-        FormatText(name, "COM%i", port->LeftNumber);
-        // Another port may have it until its own restart, and a link may outlive its driver: asked again at the next
-        // arrival.
-        if (QueryDosName(name, target) || IsRegistryNameOfAny(name)) {
-            return;
-        }
-        ComNameArbiterRemove(name);
+// Returns: false if a link or a port has the number, so that it has to stay taken.
+static bool FreeNumberOfNobody(LONG number) {
+    char name[16];
+    char target[DosTargetSize];
+    FormatText(name, "COM%i", number);
+    if (QueryDosName(name, target) || IsRegistryNameOfAny(name)) {
+        return false;
     }
-    port->LeftNumber = 0;
+    ComNameArbiterRemove(name);
+    return true;
+}
+
+void FreeLeftNumber(CComPort* port) {
+    // Another port may have it until its own restart, and a link may outlive its driver: asked again at the next
+    // arrival.
+    if (port->LeftNumber == 0 || port->LeftNumber == port->PortNumber || FreeNumberOfNobody(port->LeftNumber)) {
+        port->LeftNumber = 0;
+    }
+}
+
+void FreeUnwrittenNumber(CComPort* port) {
+    const LONG number = port->WrittenNumber;
+    port->WrittenNumber = 0;
+    // A registry that cannot be read says nothing about what it holds.
+    if (number != 0 && port->szRegPortName[0] != '\0' && number != GetNumberOfPortName(port->szRegPortName)) {
+        FreeNumberOfNobody(number);
+    }
 }
 
 void KeepNumberTaken(CComPort* port) {

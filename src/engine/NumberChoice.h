@@ -28,6 +28,8 @@ void KeepPresentNumber(CComPort* port);
 void KeepNumberTaken(CComPort* port);
 // Clears the bit of the number that the port has left, unless a link or a port has it; then at a later arrival.
 void FreeLeftNumber(CComPort* port);
+// Clears the bit of the number that was written last if the registry, read again since, holds another one.
+void FreeUnwrittenNumber(CComPort* port);
 
 // --- inside the renaming loop ---
 

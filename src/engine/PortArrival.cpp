@@ -109,6 +109,7 @@ static bool MoveToFreeNumber(CComPort* port) {
     ChangeRegistryComPortNumber(port->szRegPortName, name, port->szRegEnumPath, port->szRegClassPath,
                                 port->szKernelNameCom);
     ComNameArbiterAdd(number);
+    port->WrittenNumber = number;
     // The registry may have held another number than the one in force, which is the other port's.
     FreeLeftNumber(port);
     port->LeftNumber = GetNumberOfPortName(port->szRegPortName);
@@ -214,6 +215,8 @@ void ComPortArrived(const char* devpath) {
     if (port->ChangePortTicker != 0) {
         WriteLog(1, "port was changed %ums before", AgeOf(port->ChangePortTicker));
     }
+    // Before the check, which would take one number after the other while the registry cannot be written.
+    FreeUnwrittenNumber(port);
     // Before the check, which would take the other one for dead and this one back to that name.
     GiveNameToRival(port);
     // A deferred change lies ahead of now: the unsigned difference is then huge, and the port is checked again.

@@ -121,6 +121,10 @@ static AssignmentOutcome BringDeviceToName(Assignment* check, const char* name) 
             RestartIfNameLeftWithPort(*check);
         }
         RestoreOtherPortsName(check->nameHolder);
+        if (check->nameHolder != check->registryHolder) {
+            // The loop replaced it when it met a candidate's link, but the deletion took the link of the former one.
+            RestoreOtherPortsName(check->registryHolder);
+        }
     }
     CleanDeviceMap(*check);
     port->PortChangeDone = 1;
@@ -156,8 +160,8 @@ AssignmentOutcome RenamePort(Assignment* check) {
         return result;
     }
     result = SwapPortNumbers(check->port, check->nameHolder);
-    TakeNameAfterSwap(check->port);
-    TakeNameAfterSwap(check->nameHolder);
+    TakeNameOfRunningPort(check->port);
+    TakeNameOfRunningPort(check->nameHolder);
     // Neither arrival sets its bit, since both are skipped, and an unfinished swap may leave either name in use.
     ComNameArbiterAddByName(check->port->szRegPortName);
     ComNameArbiterAddByName(check->nameHolder->szRegPortName);

@@ -93,6 +93,7 @@ struct CComPort {
     DWORD OnArrivalDone = 0;
     DWORD OnRemovalDone = 0;
     LONG LeftNumber = 0;            // bit set because the port had it while the registry held another; 0: none
+    LONG WrittenNumber = 0;         // bit set when this service wrote it, until the registry is read again; 0: none
     DWORD AwaitedRestart = 0;       // a restart was put off and the port has not come back from it (NameClaims)
     DWORD AwaitedRestartTicker = 0; // when that restart is due, if one is awaited
     LONG NameRival = 0;      // index + 1 of a port that claims the link that a put-off restart takes along; 0: none
