@@ -14,10 +14,12 @@
 
 #include "simwin/devices/tree/Catalogue.h"
 #include "simwin/host/System.h"
+#include "simwin/kernel/Text.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 
@@ -26,6 +28,7 @@ struct Line {
     rehearse::Options options;
     std::vector<std::string> machine;
     std::string ini, json, log, html, language, until, seed, rules, compare;
+    std::vector<std::string> stories;
     bool printKeys = false, printCatalogue = false, printFindings = false, isMember = false, isObserver = false;
     rehearse::fleet::Call fleet;
     std::string timeLimit;
@@ -50,13 +53,33 @@ Exit code: 0 done, 1 not as wanted, 2 wrong input, 3 the run was stopped, 130 br
 All of it: docs/rehearsing.md, man quillmarch-rehearse.
 )";
 
+// The library's own words for a value outside of its range are for programmers.
+static CLI::Validator Between(int least, int most) {
+    return CLI::Validator(
+        [least, most](const std::string& text) {
+            int number = 0;
+            const char* end = text.data() + text.size();
+            const auto [last, error] = std::from_chars(text.data(), end, number);
+            const bool isRight = error == std::errc() && last == end && number >= least && number <= most;
+            return isRight ? "" : fmt::format("must be a number from {} to {}, not '{}'", least, most, text);
+        },
+        "");
+}
+
+static CLI::Validator EnglishOrGerman() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            return text == "en" || text == "de" ? "" : fmt::format("must be en or de, not '{}'", text);
+        },
+        "");
+}
+
 static void DescribeRun(CLI::App& app, Line& line) {
     const char* group = "What is run";
     app.add_option("--ini", line.ini, "use this configuration in place of the described one")
         ->type_name("FILE")
         ->group(group);
-    app.add_option("--story", line.options.stories, "stories in place of the described ones: " + rehearse::StoryNames())
-        ->delimiter(',')
+    app.add_option("--story", line.stories, "stories in place of the described ones: " + rehearse::StoryNames())
         ->allow_extra_args(false)
         ->type_name("NAME")
         ->group(group);
@@ -87,14 +110,14 @@ static void DescribeReport(CLI::App& app, Line& line) {
         ->type_name("FILE|-")
         ->group(group);
     app.add_option("--language", line.language, "of that page's own words")
-        ->check(CLI::IsMember({"en", "de"}).description(""))
+        ->check(EnglishOrGerman())
         ->type_name("en|de")
         ->group(group);
     app.add_option("--log", line.log, "write the product's log file there (forces it on)")
         ->type_name("FILE|-")
         ->group(group);
     app.add_option("--log-level", line.options.logLevel, "level of that log")
-        ->check(CLI::Range(1, 6).description(""))
+        ->check(Between(1, 6))
         ->type_name("1..6")
         ->group(group);
     app.add_option("--pictures", line.options.pictures, "write balloons, message boxes and the desktop as SVG there")
@@ -112,7 +135,7 @@ static void DescribeFleet(CLI::App& app, Line& line) {
         ->group(group);
     app.add_flag("--resume", line.fleet.resume, "continue there: only what is new, changed or missing")->group(group);
     app.add_option("-j,--jobs", line.fleet.jobs, "machines at a time, as many as processors unless given")
-        ->check(CLI::Range(1, 1024).description(""))
+        ->check(Between(1, 1024))
         ->type_name("N")
         ->group(group);
     app.add_option("--time-limit", line.timeLimit, "end a machine that takes longer, 30s unless given")
@@ -170,6 +193,56 @@ static std::string UnknownOption(const CLI::App& app) {
     return fmt::format("there is no option '{}'{}", word, rehearse::DidYouMean(word, names));
 }
 
+// What a script's variable without a value leaves on the line; an error text if there is such an option. Taken for an
+// option that is not there it would let a task do the whole fleet, or leave its results nowhere.
+static std::string EmptyValue(const CLI::App& app) {
+    for (const CLI::Option* option : app.get_options()) {
+        const std::vector<std::string>& values = option->results();
+        if (option->get_items_expected_min() == 0 || std::find(values.begin(), values.end(), "") == values.end()) {
+            continue;
+        }
+        return option->get_positional()
+                   ? "the name of the machine is empty"
+                   : fmt::format("--{} needs a value, and this one is empty", option->get_lnames().front());
+    }
+    return "";
+}
+
+// "boot, replug" is two stories; an error text for one that does not exist.
+static std::string CompleteStories(Line& line) {
+    for (const std::string& value : line.stories) {
+        for (const std::string& part : machine::Split(value, ',')) {
+            const std::size_t first = part.find_first_not_of(' ');
+            const std::string story =
+                first == std::string::npos ? "" : part.substr(first, part.find_last_not_of(' ') + 1 - first);
+            if (const std::string wrong = rehearse::WrongStory(story); !wrong.empty()) {
+                return wrong;
+            }
+            line.options.stories.push_back(story);
+        }
+    }
+    return "";
+}
+
+// What the library says of a line that it cannot read, in the tool's own words.
+static std::string WrongLine(const CLI::App& app, const CLI::ParseError& error) {
+    const std::string said = error.what();
+    for (const CLI::Option* option : app.get_options()) {
+        const std::string name = option->get_lnames().empty() ? "" : "--" + option->get_lnames().front();
+        if (!name.empty() && error.get_name() == "ConversionError" && said.find(name + " = ") != std::string::npos) {
+            return name + " takes no value";
+        }
+        if (name.empty() || !said.starts_with(name + ": ")) {
+            continue;
+        }
+        if (error.get_name() == "ArgumentMismatch") {
+            return name + (said.find("At Most") == std::string::npos ? " needs a value" : " is given more than once");
+        }
+        return name + said.substr(name.size() + 1); // without the colon: "--jobs must be ..."
+    }
+    return said;
+}
+
 // What a fleet's options ask for; an error text if they do not fit together.
 static std::string CompleteFleet(const CLI::App& app, Line& line) {
     const bool isFleet = app.count("--fleet") != 0;
@@ -219,6 +292,9 @@ static std::string Complete(const CLI::App& app, Line& line) {
     if (line.printKeys || line.printCatalogue || line.printFindings) {
         return "";
     }
+    if (std::string wrong = EmptyValue(app); !wrong.empty()) {
+        return wrong;
+    }
     if (!line.machine.empty()) {
         line.options.description = line.machine.front();
         line.options.moreExports.assign(line.machine.begin() + 1, line.machine.end());
@@ -242,10 +318,8 @@ static std::string Complete(const CLI::App& app, Line& line) {
     if (line.options.description.empty() && !line.options.rules && !isFleet) {
         return "the machine is missing: a description, a folder of _capture_machine.cmd, or exports";
     }
-    for (const std::string& story : line.options.stories) {
-        if (const std::string wrong = rehearse::WrongStory(story); !wrong.empty()) {
-            return wrong;
-        }
+    if (std::string wrong = CompleteStories(line); !wrong.empty()) {
+        return wrong;
     }
     if (app.count("--ini")) {
         line.options.ini = line.ini;
@@ -318,7 +392,7 @@ static int RunLine(int count, char** arguments) {
     } catch (const CLI::ExtrasError&) {
         wrong = UnknownOption(app);
     } catch (const CLI::ParseError& error) {
-        wrong = error.what();
+        wrong = WrongLine(app, error);
     }
     if (!wrong.empty()) {
         fmt::print(stderr, "quillmarch-rehearse: {}\n", wrong);

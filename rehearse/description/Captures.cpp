@@ -73,6 +73,11 @@ static void SetIni(TomlTable& described, const std::string& file) {
 
 static TomlTable ReadBareFolder(const std::string& folder, bool hasIni) {
     std::vector<std::string> exports, configurations;
+    std::string error;
+    (void)ListFolder(folder, error);
+    if (!error.empty()) {
+        throw InputError({folder, 0, 0}, "this folder cannot be looked into: " + error);
+    }
     for (const std::string& name : NamesInFolder(folder)) {
         const std::string path = InFolder(folder, name);
         if (!IsFolder(path)) {
@@ -87,7 +92,7 @@ static TomlTable ReadBareFolder(const std::string& folder, bool hasIni) {
     TomlTable described;
     described.at = {folder, 1, 1};
     if (exports.empty()) {
-        throw InputError(described.at,
+        throw InputError({folder, 0, 0},
                          fmt::format("this folder has neither a {} nor an export of the registry", DescriptionName));
     }
     SetExports(described, exports);
@@ -147,23 +152,56 @@ static std::string NameOf(std::string path) {
     return last == std::string::npos ? path : path.substr(last + 1);
 }
 
-TomlTable ReadMachine(const Options& options) {
-    const std::string& named = options.description;
-    if (options.moreExports.empty() && IsFolder(named)) {
-        const std::string description = InFolder(named, DescriptionName);
-        Folders within = {named};
+// The folder's description, also if a medium without small letters was on the way; "" if it has none. A link that leads
+// nowhere is one, or the exports beside it would pass for the machine.
+static std::string DescriptionIn(const std::string& folder) {
+    for (const std::string& name : NamesInFolder(folder)) {
+        const std::string path = InFolder(folder, name);
+        if (machine::EqualNoCase(name, DescriptionName) && !IsFolder(path)) {
+            return path;
+        }
+    }
+    return "";
+}
+
+// A file that was cut off when it was copied would be a machine without ports, of which all is well.
+static void CheckIsMachine(const TomlTable& described) {
+    if (described.TextsOf("registry").empty() && described.TablesOf("device").empty()) {
+        throw InputError(described.at, "this describes no machine: it names no export under 'registry', and no device");
+    }
+}
+
+static TomlTable ReadFolder(const Options& options) {
+    const std::string& folder = options.description;
+    const std::string description = DescriptionIn(folder);
+    TomlTable described;
+    if (description.empty()) {
+        described = ReadBareFolder(folder, options.ini || options.rules);
+    } else {
+        Folders within = {folder};
         if (!options.within.empty()) {
             within.push_back(options.within);
         }
         CheckIsInside(within, description, {description, 1, 1});
-        TomlTable described = IsFile(description) ? ReadDescription(description, within)
-                                                  : ReadBareFolder(named, options.ini || options.rules);
-        SetUsual(described, NameOf(named));
-        return described;
+        described = ReadDescription(description, within);
+        CheckIsMachine(described);
+    }
+    SetUsual(described, NameOf(folder));
+    return described;
+}
+
+TomlTable ReadMachine(const Options& options) {
+    const std::string& named = options.description;
+    if (options.moreExports.empty() && IsFolder(named)) {
+        return ReadFolder(options);
     }
     if (options.moreExports.empty() && !IsExportFile(named)) {
-        return ReadDescription(named,
-                               options.within.empty() ? Folders() : Folders{FolderOfPath(named), options.within});
+        if (options.within.empty()) {
+            return ReadDescription(named);
+        }
+        TomlTable described = ReadDescription(named, {FolderOfPath(named), options.within});
+        CheckIsMachine(described);
+        return described;
     }
     TomlTable described = ReadExports(options);
     SetUsual(described, NameOf(named));

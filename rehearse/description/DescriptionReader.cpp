@@ -74,7 +74,7 @@ static std::string OutsideText(const std::string& file) {
                        file);
 }
 
-static bool IsBelow(const std::string& folder, const std::string& real) {
+bool IsBelow(const std::string& folder, const std::string& real) {
     const std::string whole = RealPath(folder.empty() ? "." : folder);
     const auto isSeparator = [](char c) { return c == '/' || c == '\\'; };
     return !whole.empty() && real.starts_with(whole) &&
@@ -401,7 +401,11 @@ std::string ReadHostFile(const std::string& file, const Position& at, std::size_
     const FileKind kind = KindOfFile(file);
     std::ifstream stream(StreamPath(file), std::ios::binary);
     if (kind == FileKind::Folder) {
-        RefuseFile(file, at, fmt::format("'{}' is a folder, and a file is needed here", file));
+        const std::string what = file == at.file ? "this" : "'" + file + "'"; // named by the command line, or in a file
+        RefuseFile(file, file == at.file ? Position{file, 0, 0} : at, what + " is a folder, and a file is needed here");
+    }
+    if (kind == FileKind::File && !stream) {
+        RefuseFile(file, at, fmt::format("'{}' is there, but may not be read", file));
     }
     if ((kind != FileKind::File && kind != FileKind::Pipe) || !stream) {
         RefuseFile(file, at, fmt::format("there is no file '{}' that can be read{}", file, DidYouMeanFile(file)));

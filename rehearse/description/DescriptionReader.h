@@ -14,6 +14,9 @@ namespace rehearse {
 // have its reader's own files put into the report, a share asked for with the reader's password, or a pipe waited for.
 using Folders = std::vector<std::string>;
 
+// Whether a file lies in the folder or further below. real: its RealPath; "" is nowhere.
+bool IsBelow(const std::string& folder, const std::string& real);
+
 // Throws InputError at `at` if the file is a pipe or, with its links, in none of the folders.
 void CheckIsInside(const Folders& folders, const std::string& file, const Position& at);
 

@@ -90,12 +90,12 @@ void CheckOutputs(const Options& options, const TomlTable* description) {
         const std::string name = KeyOfFile(*output);
         for (const std::string& input : inputs) {
             if (!input.empty() && KeyOfFile(input) == name) {
-                throw InputError({*output, 1, 1}, "this file is an input, it is not overwritten");
+                throw InputError({*output, 0, 0}, "this file is an input, it is not overwritten");
             }
         }
         for (const std::string& other : outputs) {
             if (other == name) {
-                throw InputError({*output, 1, 1}, "two outputs cannot go to one file");
+                throw InputError({*output, 0, 0}, "two outputs cannot go to one file");
             }
         }
         outputs.push_back(name);

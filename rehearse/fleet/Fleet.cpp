@@ -19,6 +19,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <fstream>
 #include <map>
 #include <stdexcept>
 #include <unordered_map>
@@ -199,11 +201,15 @@ FleetRun::FleetRun(const Call& call, const Question& question, const Store* stor
 // Files are named as seen from the fleet's folder, so that a result is the same wherever the folder is mounted.
 std::string FleetRun::Relative(const std::string& text) const {
     const std::string prefix = InFolder(m_call.folder, "");
-    std::string relative = text;
-    for (std::size_t at = relative.find(prefix); at != std::string::npos; at = relative.find(prefix, at)) {
-        relative.erase(at, prefix.size());
+    std::string relative;
+    std::size_t from = 0;
+    for (std::size_t at = text.find(prefix); at != std::string::npos; at = text.find(prefix, from)) {
+        // The end of another folder's name is none of it: pc/ in lab-pc/.
+        const bool isWhole = at == 0 || text[at - 1] == ' ' || text[at - 1] == '\'';
+        relative += text.substr(from, at - from) + (isWhole ? "" : prefix);
+        from = at + prefix.size();
     }
-    return relative;
+    return relative + text.substr(from);
 }
 
 // A folder's own list of files belongs to it too: an export more is another machine.
@@ -249,7 +255,8 @@ std::optional<MachineResult> FleetRun::Kept(const Found& machine) {
     }
     m_fingerprints.clear();
     std::optional<KeptResult> kept = m_store->Load(Store::ResultFileOf(machine.name));
-    if (!kept || kept->key != KeyOfMachine(machine) || kept->result.verdict == VerdictLost || !IsUnchanged(*kept)) {
+    if (!kept || kept->key != KeyOfMachine(machine) || kept->result.name != ShownName(machine.name) ||
+        kept->result.verdict == VerdictLost || !IsUnchanged(*kept)) {
         return std::nullopt;
     }
     if (kept->result.verdict == VerdictTimeLimit && kept->result.why != TimeLimitText(m_call.limitMs)) {
@@ -383,6 +390,24 @@ static void TakeStore(const Store& store, const Shard& shard, FileLock& lock) {
     }
 }
 
+// What a machine is made of is known only when it has been read, and then the file would be gone. So among the machines
+// nothing but a report of an earlier run is overwritten.
+static void SpareMachines(const Call& call) {
+    for (const std::optional<std::string>& output : {call.options.json, call.options.html}) {
+        const std::string real = output && *output != "-" && IsFile(*output) ? RealPath(*output) : "";
+        if (real.empty() || !IsBelow(call.folder, real) || (IsFolder(call.out) && IsBelow(call.out, real))) {
+            continue;
+        }
+        std::array<char, 16> head{};
+        std::ifstream stream(StreamPath(*output), std::ios::binary);
+        stream.read(head.data(), head.size());
+        const std::string_view text(head.data(), static_cast<std::size_t>(stream.gcount()));
+        if (!text.empty() && !text.starts_with("<!DOCTYPE html>") && !text.starts_with("{\"machine\":")) {
+            throw InputError({*output, 0, 0}, "this file is among the machines and no report: it is not overwritten");
+        }
+    }
+}
+
 static int RunShard(const Call& call) {
     const Shard shard = ShardOf(call.shard);
     if (shard.count > 1 && call.out.empty()) {
@@ -395,15 +420,16 @@ static int RunShard(const Call& call) {
                         call.folder));
     }
     if (!IsFolder(call.folder)) {
-        throw InputError({call.folder, 1, 1}, "there is no such folder" + DidYouMeanFile(call.folder));
+        throw InputError({call.folder, 0, 0}, "there is no such folder" + DidYouMeanFile(call.folder));
     }
     if (IsFolder(call.out) && KeyOfFile(call.folder) == KeyOfFile(call.out)) {
         throw std::runtime_error("--out: the results cannot be among the machines themselves");
     }
     const std::vector<Found> machines = FindMachines(call.folder, call.out);
     if (machines.empty()) {
-        throw InputError({call.folder, 1, 1}, "there is no machine below this folder: no description, no exports");
+        throw InputError({call.folder, 0, 0}, "there is no machine below this folder: no description, no exports");
     }
+    SpareMachines(call);
     const Question question = QuestionOf(call, machines);
     std::optional<Store> store;
     FileLock lock;
@@ -424,7 +450,8 @@ static int RunShard(const Call& call) {
         store->SaveShard(shard, question, run.ResultFiles(), false);
     }
     if (!run.Run(report)) {
-        fmt::print(stderr, "broken off after {} machines{}\n", report.All().Machines(),
+        const std::size_t done = report.All().Machines();
+        fmt::print(stderr, "broken off after {} machine{}{}\n", done, done == 1 ? "" : "s",
                    store ? "; --resume continues" : "");
         return ExitInterrupted;
     }
@@ -437,7 +464,7 @@ static int RunShard(const Call& call) {
 
 static int Merge(const Call& call) {
     if (!IsFolder(call.out)) {
-        throw InputError({call.out, 1, 1}, "there is no such folder");
+        throw InputError({call.out, 0, 0}, "there is no such folder");
     }
     const Store store(call.out);
     const unsigned shards = store.CountOfShards();
@@ -464,7 +491,7 @@ static int Merge(const Call& call) {
     for (const std::string& file : files) {
         const std::optional<KeptResult> kept = store.Load(file);
         if (!kept) {
-            throw InputError({store.PathOf(file), 1, 1}, "this result is gone");
+            throw InputError({store.PathOf(file), 0, 0}, "this result is gone");
         }
         report.Take(kept->result);
     }

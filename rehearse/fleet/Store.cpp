@@ -60,7 +60,7 @@ void Store::Make() const {
     for (const char* part : {"results", "machines", "shards"}) {
         std::string error;
         if (!MakeFolders(PathOf(part), error)) {
-            throw InputError({m_folder, 1, 1}, "this folder cannot be made: " + error);
+            throw InputError({m_folder, 0, 0}, "this folder cannot be made: " + error);
         }
     }
 }
@@ -74,7 +74,7 @@ std::string Store::ResultFileOf(const std::string& name) {
 }
 
 [[noreturn]] static void FailToWrite(const std::string& path) {
-    throw InputError({path, 1, 1}, fmt::format("this file cannot be written{}{}", errno ? ": " : "",
+    throw InputError({path, 0, 0}, fmt::format("this file cannot be written{}{}", errno ? ": " : "",
                                                errno ? std::strerror(errno) : ""));
 }
 

@@ -20,7 +20,7 @@ InputError::InputError(const Position& at, std::string_view what)
 }
 
 std::string PositionText(const Position& at) {
-    return fmt::format("{}:{}:{}", at.file, at.line, at.column);
+    return at.line ? fmt::format("{}:{}:{}", at.file, at.line, at.column) : at.file;
 }
 
 } // namespace rehearse

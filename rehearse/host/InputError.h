@@ -9,7 +9,7 @@ namespace rehearse {
 
 struct Position {
     std::string file;
-    unsigned line = 1, column = 1;
+    unsigned line = 1, column = 1; // line 0: no line is to blame, such as of a folder or an output
 };
 
 // The input is wrong: nothing is run, only this line is printed.
@@ -18,6 +18,6 @@ public:
     InputError(const Position& at, std::string_view what);
 };
 
-std::string PositionText(const Position& at); // "FILE:LINE:COLUMN"
+std::string PositionText(const Position& at); // "FILE:LINE:COLUMN", or "FILE" without a line
 
 } // namespace rehearse

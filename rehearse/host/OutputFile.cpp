@@ -13,7 +13,7 @@ Output::Output(const std::optional<std::string>& file) : m_file(file) {
     if (m_file && *m_file != StandardOutput) {
         m_stream.open(StreamPath(*m_file), std::ios::binary);
         if (!m_stream) {
-            throw InputError({*m_file, 1, 1}, "this file cannot be written");
+            throw InputError({*m_file, 0, 0}, "this file cannot be written");
         }
     }
 }
@@ -26,7 +26,7 @@ void Output::Write(const std::string& text) {
     if (IsStandardOutput()) {
         std::fwrite(text.data(), 1, text.size(), stdout);
     } else if (!(m_stream << text << std::flush)) {
-        throw InputError({*m_file, 1, 1}, "this file cannot be written");
+        throw InputError({*m_file, 0, 0}, "this file cannot be written");
     }
 }
 

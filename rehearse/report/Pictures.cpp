@@ -229,7 +229,7 @@ static std::string BoxPicture(const machine::MessageBoxRecord& box) {
 Pictures::Pictures(std::string folder, std::size_t mostKept) : m_mostKept(mostKept), m_folder(std::move(folder)) {
     std::string error;
     if (!m_folder.empty() && !MakeFolders(m_folder, error)) {
-        throw InputError({m_folder, 1, 1}, "this folder cannot be made");
+        throw InputError({m_folder, 0, 0}, "this folder cannot be made");
     }
 }
 
@@ -294,7 +294,7 @@ void Pictures::AddRest() {
     Write("desktop.svg", ScreenPart(session, {0, 0, machine::TheSetup().screenWidth, machine::TheSetup().screenHeight},
                                     front, fmt::format("{}, session {}", TimeText(machine::Now()), session)));
     if (!m_failed.empty()) {
-        throw InputError({m_failed, 1, 1}, "this file cannot be written");
+        throw InputError({m_failed, 0, 0}, "this file cannot be written");
     }
 }
 

@@ -83,8 +83,13 @@ cp ports.ini "$scratch/bare/second.ini"
 refused "$scratch/bare/second.ini:1:1: this folder has a second INI file: name one with --ini, and move the other elsewhere" "$scratch/bare"
 refused "ports.ini:1:1: this is no export of the registry: only exports can be named side by side" ports.reg ports.ini
 mkdir "$scratch/empty"
-refused "$scratch/empty:1:1: this folder has neither a machine.toml nor an export of the registry" "$scratch/empty"
-refused "ports.reg:1:1: this file is an input, it is not overwritten" --json ports.reg "$scratch/whole.reg" ports.reg
+refused "$scratch/empty: this folder has neither a machine.toml nor an export of the registry" "$scratch/empty"
+refused "ports.reg: this file is an input, it is not overwritten" --json ports.reg "$scratch/whole.reg" ports.reg
+cp ports.reg "$scratch/empty"
+: >"$scratch/empty/MACHINE.TOML" # cut off when it was copied
+refused "$scratch/empty/MACHINE.TOML:1:1: this describes no machine: it names no export under 'registry', and no device" "$scratch/empty"
+ln -sf nowhere.toml "$scratch/empty/MACHINE.TOML"
+refused "$scratch/empty/MACHINE.TOML:1:1: there is no file '$scratch/empty/MACHINE.TOML' that can be read" "$scratch/empty"
 
 # Files that a foreign folder would have the reader show or wait for, and a name that would clear the reader's screen.
 mkdir "$scratch/trap"

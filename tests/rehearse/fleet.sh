@@ -66,12 +66,13 @@ P
 results=$scratch/one/results
 half=$(grep -l '"machine":"a.toml"' "$results"/*.json)
 head -c 300 "$half" >"$half.x" && mv "$half.x" "$half"
+cp "$(grep -l '"machine":"-j/--out.toml"' "$results"/*.json)" "$(grep -l '"machine":"lab/deep' "$results"/*.json)" # another's
 rm "$fleet/endless.toml" "$fleet/pc/machine.toml" "$fleet/outside.toml"
 desk held.toml
 desk new.toml
 touch -d '2001-01-01' "$results"/*
 code 1 --fleet "$fleet" --ini $ini --out "$scratch/one" --resume --quiet
-check "three are done, the others kept" [ "$(find "$results" -name '*.json' -newermt 2002-01-01 | wc -l)" = 3 ]
+check "four are done, the others kept" [ "$(find "$results" -name '*.json' -newermt 2002-01-01 | wc -l)" = 4 ]
 code 1 --fleet "$fleet" --ini $ini --out "$scratch/again" --quiet
 check "a continued run is as a new one" cmp "$scratch/one/fleet.jsonl" "$scratch/again/fleet.jsonl"
 sed 's/COM20/COM23/' $ini >"$scratch/other.ini"
@@ -110,6 +111,15 @@ code 2 --fleet "$fleet" --ini $ini --out "$scratch/again"
 has err 'another run is writing these results'
 exec 9>&-
 
+# A folder whose name ends in the fleet's.
+mkdir -p "$scratch/pc/lab-pc"
+printf 'registry = ["gone.reg"]\n' >"$scratch/pc/lab-pc/machine.toml"
+cp $ini "$scratch"
+cd "$scratch" || exit 1
+code 1 --fleet pc --ini desk.ini
+has out "^lab-pc .* lab-pc/machine.toml:1:13: there is no file 'lab-pc/gone.reg'"
+cd "$OLDPWD" || exit 1
+
 # Calls that are wrong.
 mkdir "$scratch/empty"
 while IFS='|' read -r what arguments; do
@@ -129,5 +139,6 @@ needs --out|--fleet $fleet --ini $ini --resume
 for one machine|--fleet $fleet --ini $ini --log -
 belongs to a fleet|--out $scratch/x examples/desk.toml
 among the machines|--fleet $fleet --ini $ini --out $fleet
+not overwritten|--fleet $fleet --ini $ini --html $fleet/a.toml
 END
 exit "$failed"

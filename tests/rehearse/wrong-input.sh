@@ -30,16 +30,22 @@ done
 want 'quillmarch-rehearse: the machine is missing: a description, a folder of _capture_machine.cmd, or exports'
 want 'absent.toml:1:1: there is no file '\''absent.toml'\'' that can be read' absent.toml
 want 'quillmarch-rehearse: --until must be a duration such as "10s", not '\''5'\' --until 5 fine/fine.toml
-want 'quillmarch-rehearse: --log-level: Value 7 not in range 1 to 6' --log-level 7 fine/fine.toml
+want "quillmarch-rehearse: --log-level must be a number from 1 to 6, not '7'" --log-level 7 fine/fine.toml
+want "quillmarch-rehearse: --language must be en or de, not 'fr'" --language fr fine/fine.toml
+want 'quillmarch-rehearse: --ini is given more than once' --ini a.ini --ini b.ini fine/fine.toml
+want 'quillmarch-rehearse: --check takes no value' --check=x fine/fine.toml
+want 'quillmarch-rehearse: --shard needs a value, and this one is empty' --fleet fine --ini a.ini --out b --shard ''
+want 'quillmarch-rehearse: the name of the machine is empty' --rules a.ini ''
+want 'fine: this is a folder, and a file is needed here' --ini fine fine/fine.toml
 want 'quillmarch-rehearse: --seed must be a number from 0 to 18446744073709551615, not '\''-1'\' --seed -1 fine/fine.toml
-want "quillmarch-rehearse: there is no story 'replugg'; did you mean 'replug'?" --story boot,replugg fine/fine.toml
+want "quillmarch-rehearse: there is no story 'replugg'; did you mean 'replug'?" --story 'boot, replugg' fine/fine.toml
 want "quillmarch-rehearse: there is no option '--colour'" --colour fine/fine.toml
 want "quillmarch-rehearse: there is no option '--expalin'; did you mean '--explain'?" --expalin fine/fine.toml
 want "fine/fien.toml:1:1: there is no file 'fine/fien.toml' that can be read; did you mean 'fine.toml'?" fine/fien.toml
-want 'fine/../fine/fine.toml:1:1: this file is an input, it is not overwritten' --log fine/../fine/fine.toml fine/fine.toml
-want 'absent.json:1:1: two outputs cannot go to one file' --log absent.json --json absent.json fine/fine.toml
+want 'fine/../fine/fine.toml: this file is an input, it is not overwritten' --log fine/../fine/fine.toml fine/fine.toml
+want 'absent.json: two outputs cannot go to one file' --log absent.json --json absent.json fine/fine.toml
 want 'absent.ini:1:1: there is no file '\''absent.ini'\'' that can be read' --ini absent.ini fine/fine.toml
-want 'absent/report.json:1:1: this file cannot be written' --json absent/report.json fine/fine.toml
+want 'absent/report.json: this file cannot be written' --json absent/report.json fine/fine.toml
 
 # Far more than a configuration or a description can be, from a file and from a pipe.
 truncate -s 1G "$wide"
