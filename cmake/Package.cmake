@@ -11,7 +11,8 @@ set(QM_SHARED_DOCUMENTS share/doc/quillmarch-rehearse)
 install(TARGETS quillmarch-rehearse RUNTIME DESTINATION bin)
 install(FILES ${QM_MANUAL} DESTINATION share/man/man1)
 install(FILES docs/quillmarch-rehearse.bash DESTINATION share/bash-completion/completions RENAME quillmarch-rehearse)
-install(FILES docs/rehearsing.md docs/configuration.md packaging/deb/copyright DESTINATION ${QM_SHARED_DOCUMENTS})
+install(FILES docs/rehearsing.md docs/configuration.md docs/windows.md docs/fleets.md docs/security.md packaging/deb/copyright
+    DESTINATION ${QM_SHARED_DOCUMENTS})
 install(DIRECTORY examples DESTINATION ${QM_SHARED_DOCUMENTS})
 
 set(CPACK_GENERATOR DEB)

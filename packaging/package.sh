@@ -23,7 +23,7 @@ stage() { # PRESET FOLDER
         cp "build/$preset/$program.exe" "$folder" # signatures of the executables go here
     done
     cp "$out"/Quillmarch_*.chm "$folder"
-    for text in packaging/readme.txt packaging/*.cmd docs/configuration.md docs/windows.md docs/fleets.md; do
+    for text in packaging/readme.txt packaging/*.cmd docs/{configuration,windows,fleets,rehearsing,security}.md; do
         sed 's/\r*$/\r/' "$text" >"$folder/$(basename "$text")"
     done
     touch -d "@$stamp" "$folder"/*

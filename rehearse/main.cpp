@@ -50,7 +50,7 @@ constexpr const char* Examples = R"(Examples:
   quillmarch-rehearse --fleet machines --ini my.ini --out results
                                                        and on ten thousand machines?
 Exit code: 0 done, 1 not as wanted, 2 wrong input, 3 the run was stopped, 130 broken off.
-All of it: docs/rehearsing.md, man quillmarch-rehearse.
+All of it: rehearsing.md and, for fleets, fleets.md, which come with the tool.
 )";
 
 // The library's own words for a value outside of its range are for programmers.

@@ -49,7 +49,8 @@ in_root quillmarch-rehearse --rules "$examples/desk.ini" >/dev/null || fail "--r
 in_root bash -c 'COMP_WORDS=(quillmarch-rehearse --sto) COMP_CWORD=1
     . /usr/share/bash-completion/completions/quillmarch-rehearse
     _quillmarch_rehearse && [ "${COMPREPLY[*]}" = --story ]' || fail "completion"
-in_root sh -c 'gzip -t /usr/share/man/man1/quillmarch-rehearse.1.gz' || fail "manual page"
+in_root sh -c 'cd /usr/share/doc/quillmarch-rehearse &&
+    ls $(zcat /usr/share/man/man1/quillmarch-rehearse.1.gz | grep -o "[a-z]*\.md")' >/dev/null || fail "manual page"
 in_root apt-get -qq purge -y quillmarch-rehearse >"$top/log" 2>&1 && in_root apt-get -qq autoremove -y >"$top/log" 2>&1 ||
     { cat "$top/log"; fail "not removed"; }
 left=$(in_root find / -xdev -iname '*quillmarch*')

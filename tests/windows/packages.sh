@@ -22,7 +22,7 @@ for edition in x64 x86; do
     [ "$edition" = x86 ] || tool=(quillmarch-rehearse.exe)
     wanted=$(printf 'Quillmarch/%s\n' Quillmarch.exe Quillmarch_eng.chm Quillmarch_ger.chm _capture_machine.cmd \
         _edit_ini.cmd _rehearse_here.cmd _service_deregister.cmd _service_register.cmd configuration.md fleets.md \
-        readme.txt windows.md "${tool[@]}" | sort)
+        readme.txt rehearsing.md security.md windows.md "${tool[@]}" | sort)
     check "the zip of $edition has its files" test "$(grep -v '/$' <<<"$names")" = "$wanted"
     msi=$out/Quillmarch-$version-$edition.msi
     check "no INI file in the installer" not grep -qi '\.ini' <(msiinfo export "$msi" File)
