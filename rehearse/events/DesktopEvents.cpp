@@ -235,7 +235,8 @@ static void WriteOnce(const PipeWriter& writer, Timeline& timeline) {
     }
     error = machine::WriteToPipe(client, writer.message);
     machine::ClosePipeClient(client);
-    timeline.Outside(fmt::format("{} writes {} bytes to the balloon's pipe{}", writer.user, writer.message.size(),
+    const std::size_t size = writer.message.size();
+    timeline.Outside(fmt::format("{} writes {} byte{} to the balloon's pipe{}", writer.user, size, size == 1 ? "" : "s",
                                  error ? fmt::format(": error {}", error) : ""));
 }
 

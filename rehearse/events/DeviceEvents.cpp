@@ -116,7 +116,8 @@ static Action ProblemEvent(const TomlTable& event, Stage& stage) {
 static Action DevnodesChangedEvent(const TomlTable& event, Stage& stage) {
     const unsigned count = NumberIn(event, "devnodes_changed", 1, MostBroadcasts);
     return [&stage, count] {
-        stage.timeline->Outside(fmt::format("{} broadcasts of a changed tree, made by the description", count));
+        stage.timeline->Outside(
+            fmt::format("{} broadcast{} of a changed tree, made by the description", count, count == 1 ? "" : "s"));
         machine::BroadcastTreeChanges(count);
     };
 }

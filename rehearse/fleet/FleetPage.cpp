@@ -126,7 +126,9 @@ std::string FleetPage::MachinesSection(const Summary& summary) const {
         "<span id=\"shown\" role=\"status\" data-text=\"{}\"></span></div>\n"
         "<p class=\"hint\" hidden=\"\">{}</p>\n",
         say("Machines", "Rechner"), say("Show rows that contain", "Zeilen zeigen mit"), say("Verdict", "Urteil"),
-        options, say("{} of {} machines", "{} von {} Rechnern"),
+        options,
+        summary.Machines() == 1 ? say("{} of {} machine", "{} von {} Rechner")
+                                : say("{} of {} machines", "{} von {} Rechnern"),
         say("A heading's button sorts. In the table the arrow keys go from machine to machine, Enter opens its report.",
             "Die Knöpfe im Kopf sortieren. In der Tabelle gehen die Pfeiltasten von Rechner zu Rechner, Enter öffnet "
             "den Bericht."));

@@ -412,10 +412,11 @@ static std::string LogBlocks(const Speech& say, std::string_view log) {
             size = std::min(log.find('\n', size), log.size() - 1) + 1;
             ++lines;
         }
-        const std::string_view time = log.substr(0, TimeColumns);
-        const std::string name =
-            say.Format("Lines {} to {}, from {} on", "Zeilen {} bis {}, ab {}", line, line + lines - 1,
-                       time.substr(std::min(time.find_first_not_of(' '), time.size())));
+        std::string_view time = log.substr(0, TimeColumns);
+        time.remove_prefix(std::min(time.find_first_not_of(' '), time.size()));
+        const std::string name = lines == 1 ? say.Format("Line {}, at {}", "Zeile {}, um {}", line, time)
+                                            : say.Format("Lines {} to {}, from {} on", "Zeilen {} bis {}, ab {}", line,
+                                                         line + lines - 1, time);
         text += fmt::format("<details><summary>{0}</summary>\n<pre lang=\"en\" tabindex=\"0\" role=\"region\" "
                             "aria-label=\"{0}\">\n{1}</pre></details>\n",
                             Escaped(name), Escaped(log.substr(0, size)));

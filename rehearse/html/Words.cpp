@@ -275,8 +275,12 @@ std::string Speech::Sentence(const Verdict& verdict) const {
     } else if (satisfied == ruled) {
         text = ruled == 1 ? "Der eine Port mit einer Regel hat eine gewünschte Nummer"
                           : fmt::format("Alle {} Ports mit einer Regel haben eine gewünschte Nummer", ruled);
+    } else if (satisfied == 0) {
+        text = ruled == 1 ? "Der eine Port mit einer Regel hat keine gewünschte Nummer"
+                          : fmt::format("Keiner der {} Ports mit einer Regel hat eine gewünschte Nummer", ruled);
     } else {
-        text = fmt::format("{} von {} Ports mit einer Regel haben eine gewünschte Nummer", satisfied, ruled);
+        text = fmt::format("{} von {} Ports mit einer Regel {} eine gewünschte Nummer", satisfied, ruled,
+                           satisfied == 1 ? "hat" : "haben");
     }
     const auto add = [&text](std::size_t many, const char* one, const char* several) {
         if (many) {

@@ -404,8 +404,12 @@ std::string Verdict::Sentence() const {
         text = ruled == 1   ? "The one port with a rule has a number that it wants"
                : ruled == 2 ? "Both ports with a rule have a number that they want"
                             : fmt::format("All {} ports with a rule have a number that they want", ruled);
+    } else if (satisfied == 0) {
+        text = ruled == 1 ? "The one port with a rule has no number that it wants"
+                          : fmt::format("None of the {} ports with a rule has a number that it wants", ruled);
     } else {
-        text = fmt::format("{} of {} ports with a rule have a number that they want", satisfied, ruled);
+        text = fmt::format("{} of {} ports with a rule {}", satisfied, ruled,
+                           satisfied == 1 ? "has a number that it wants" : "have a number that they want");
     }
     const auto add = [&text](std::size_t many, const char* one, const char* several) {
         if (many) {
