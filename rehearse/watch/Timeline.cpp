@@ -248,6 +248,14 @@ void Timeline::WarnOfHolders(const machine::DeviceNode& top, const machine::Devi
     }
 }
 
+// The port of a node, and its present DOS name. Null: the timeline has that name already.
+Timeline::PortState* Timeline::PortOfNewName(const machine::DeviceNode& node, std::string* name) {
+    PortMayHaveChanged(&node);
+    PortState& port = m_ports[node.id];
+    *name = machine::DosNameOf(node);
+    return *name == port.name ? nullptr : &port;
+}
+
 void Timeline::OnDosNameChanged(const machine::DosNameChange& change) {
     const std::string_view by = change.by;
     if (m_isClosed || (by != "program" && by != "driver")) {
@@ -267,22 +275,21 @@ void Timeline::OnDosNameChanged(const machine::DosNameChange& change) {
                              "", "", "", "dos-name"});
         return;
     }
-    PortMayHaveChanged(device->node);
-    PortState& port = m_ports[device->node->id];
-    const std::string name = machine::DosNameOf(*device->node);
-    if (name == port.name) {
+    std::string name;
+    PortState* port = PortOfNewName(*device->node, &name);
+    if (!port) {
         return;
     }
     // The old name deleted and a new one made at the same moment are one change.
-    if (port.namelessEntry && m_entries[port.namelessEntry - 1].atMs == change.atMs) {
-        m_entries[port.namelessEntry - 1].to = name;
+    if (port->namelessEntry && m_entries[port->namelessEntry - 1].atMs == change.atMs) {
+        m_entries[port->namelessEntry - 1].to = name;
     } else {
         m_entries.push_back(
-            {change.atMs, false, "changes the DOS name of", device->node->id, port.name, name, "dos-name"});
+            {change.atMs, false, "changes the DOS name of", device->node->id, port->name, name, "dos-name"});
     }
-    port.namelessEntry = name.empty() ? m_entries.size() : 0;
-    port.name = name;
-    port.runsEntry = 0;
+    port->namelessEntry = name.empty() ? m_entries.size() : 0;
+    port->name = name;
+    port->runsEntry = 0;
 }
 
 // A driver that starts or stops is reported as a whole; what remains is a name deleted while its driver runs.
@@ -291,14 +298,11 @@ void Timeline::OnDriverNameChanged(const machine::DosNameChange& change) {
     if (!device || !device->node || !device->node->IsRunning()) {
         return;
     }
-    PortMayHaveChanged(device->node);
-    PortState& port = m_ports[device->node->id];
-    const std::string name = machine::DosNameOf(*device->node);
-    if (name == port.name) {
-        return;
+    std::string name;
+    if (PortState* port = PortOfNewName(*device->node, &name)) {
+        Outside(fmt::format("loses its DOS name {}:", change.name), device->node->id);
+        port->name = name;
     }
-    Outside(fmt::format("loses its DOS name {}:", change.name), device->node->id);
-    port.name = name;
 }
 
 // The description's own starts are reported by their events.

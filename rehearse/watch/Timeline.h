@@ -81,6 +81,7 @@ private:
     std::vector<const machine::DeviceNode*> PortsBelow(const machine::DeviceNode* top) const;
     void OnRestarted(const machine::DeviceRestart& restart);
     void WarnOfHolders(const machine::DeviceNode& top, const machine::DeviceRestart& restart);
+    PortState* PortOfNewName(const machine::DeviceNode& node, std::string* name);
     void OnDosNameChanged(const machine::DosNameChange& change);
     void OnDriverNameChanged(const machine::DosNameChange& change);
     void OnProcessStarted(const machine::Process& process);

@@ -43,6 +43,15 @@ static const ResourceHandle* FindResource(simwin::DWORD_PTR handle) {
     return found == g_resources->handles.end() ? nullptr : &found->second;
 }
 
+static simwin::CONFIGRET FreeResource(simwin::DWORD_PTR handle, bool isConfiguration, simwin::CONFIGRET ifInvalid) {
+    const ResourceHandle* found = FindResource(handle);
+    if (!found || (found->type == simwin::ResType_All) != isConfiguration) {
+        return ifInvalid;
+    }
+    g_resources->handles.erase(handle);
+    return simwin::CR_SUCCESS;
+}
+
 static bool HasResource(const DeviceNode& node, simwin::RESOURCEID type) {
     return type == simwin::ResType_IO ? node.ioPort.has_value() : type == simwin::ResType_IRQ && node.irq.has_value();
 }
@@ -275,15 +284,7 @@ CONFIGRET CM_Get_First_Log_Conf(PLOG_CONF configuration, DEVINST node, ULONG fla
 
 CONFIGRET CM_Free_Log_Conf_Handle(LOG_CONF configuration) {
     SIM_CALL("CM_Free_Log_Conf_Handle", IdOfResource(configuration), CR_INVALID_LOG_CONF);
-    if (simCall.error) {
-        return simCall.error;
-    }
-    const ResourceHandle* found = FindResource(configuration);
-    if (!found || found->type != ResType_All) {
-        return CR_INVALID_LOG_CONF;
-    }
-    g_resources->handles.erase(configuration);
-    return CR_SUCCESS;
+    return simCall.error ? simCall.error : FreeResource(configuration, /*isConfiguration=*/true, CR_INVALID_LOG_CONF);
 }
 
 CONFIGRET CM_Get_Next_Res_Des(PRES_DES descriptor, RES_DES previous, RESOURCEID type, PRESOURCEID found, ULONG flags) {
@@ -312,15 +313,7 @@ CONFIGRET CM_Get_Next_Res_Des(PRES_DES descriptor, RES_DES previous, RESOURCEID 
 
 CONFIGRET CM_Free_Res_Des_Handle(RES_DES descriptor) {
     SIM_CALL("CM_Free_Res_Des_Handle", IdOfResource(descriptor), CR_INVALID_RES_DES);
-    if (simCall.error) {
-        return simCall.error;
-    }
-    const ResourceHandle* found = FindResource(descriptor);
-    if (!found || found->type == ResType_All) {
-        return CR_INVALID_RES_DES;
-    }
-    g_resources->handles.erase(descriptor);
-    return CR_SUCCESS;
+    return simCall.error ? simCall.error : FreeResource(descriptor, /*isConfiguration=*/false, CR_INVALID_RES_DES);
 }
 
 CONFIGRET CM_Get_Res_Des_Data_Size(PULONG size, RES_DES descriptor, ULONG flags) {

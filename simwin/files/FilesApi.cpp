@@ -249,15 +249,16 @@ static std::shared_ptr<FileNode> Shared(FileNode* node) {
     return list.find(node->name)->second;
 }
 
-// The open file behind a handle, or null with the last error 6.
-static OpenFile* UseFile(simwin::HANDLE handle, DWORD* access = nullptr) {
+// The open file of a handle, or null with the last error 6, or 5 if it was opened with none of the rights (0: any).
+static OpenFile* UseFile(simwin::HANDLE handle, DWORD anyOfRights = 0) {
     auto* file = FromHandle<OpenFile>(handle, ObjectKind::File);
     if (!file) {
         SetError(simwin::ERROR_INVALID_HANDLE);
         return nullptr;
     }
-    if (access) {
-        *access = CurrentProcess()->handles.Entry(handle)->access;
+    if (anyOfRights && !(CurrentProcess()->handles.Entry(handle)->access & anyOfRights)) {
+        SetError(simwin::ERROR_ACCESS_DENIED);
+        return nullptr;
     }
     return file;
 }
@@ -377,13 +378,9 @@ BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, LPDWORD read, LPVOID over
     if (simCall.error) {
         return Fail(simCall.error);
     }
-    DWORD access = 0;
-    OpenFile* open = UseFile(file, &access);
+    OpenFile* open = UseFile(file, ReadData);
     if (!open) {
         return FALSE;
-    }
-    if (!(access & ReadData)) {
-        return Fail(ERROR_ACCESS_DENIED);
     }
     if (open->device) {
         DWORD moved = 0;
@@ -422,13 +419,9 @@ BOOL WriteFile(HANDLE file, LPCVOID data, DWORD bytes, LPDWORD written, LPOVERLA
     if (simCall.error) {
         return Fail(simCall.error);
     }
-    DWORD access = 0;
-    OpenFile* open = UseFile(file, &access);
+    OpenFile* open = UseFile(file, WriteData | AppendData);
     if (!open) {
         return FALSE;
-    }
-    if (!(access & (WriteData | AppendData))) {
-        return Fail(ERROR_ACCESS_DENIED);
     }
     if (open->device) {
         DWORD moved = 0;

@@ -23,6 +23,12 @@
 constexpr std::uint64_t SettlingMs = 60 * 60'000; // as a rehearsal waits after the last event
 constexpr std::uint64_t CalmAfterMs = 2 * 60'000; // what fails from then on fails so long, or through the last stop
 constexpr std::uint64_t ForEver = 0;
+// What fails in a way of its own.
+constexpr const char* OutOfMemory = "HeapAlloc"; // its callers try again until there is memory
+constexpr const char* EndOfList = "SetupDiDestroyDeviceInfoList";
+constexpr const char* ReportOfState = "SetServiceStatus";
+constexpr const char* EntryOfHandler = "RegisterServiceCtrlHandlerExA";
+constexpr const char* MakingOfEvent = "CreateEventA";
 constexpr const char* NoRest = "a calm machine comes to rest";
 
 // The wanted number by a cycle and by a property change, the swap, disable and enable, what is put off, the problem
@@ -67,7 +73,7 @@ static void EndActingFaults() {
 
 // A list that its destruction leaves there cannot be closed in another way.
 static std::size_t HandlesLeftByFault(const machine::Fault* fault) {
-    return fault && fault->call == "SetupDiDestroyDeviceInfoList" ? machine::Faults().back().acted : 0;
+    return fault && fault->call == EndOfList ? machine::Faults().back().acted : 0;
 }
 
 // What follows from the failure itself. A service manager that hears of no state, or has no handler to tell,
@@ -77,11 +83,11 @@ static bool IsExcused(const machine::Fault* fault, const storm::Violation& viola
     if (!fault) {
         return false;
     }
-    if (fault->call == "SetServiceStatus" || fault->call == "RegisterServiceCtrlHandlerExA") {
+    if (fault->call == ReportOfState || fault->call == EntryOfHandler) {
         return (violation.what.starts_with("deadlock") && violation.how.find("stays in ") != std::string::npos) ||
                violation.what == "the last stop ends";
     }
-    return fault->call == "CreateEventA" && violation.what == NoRest;
+    return fault->call == MakingOfEvent && violation.what == NoRest;
 }
 
 // A round: the scenario with one more fault, or with none to learn which calls there are. In a process of its own;
@@ -158,7 +164,7 @@ static std::vector<machine::Fault> RoundsOf(const Scenario& scenario, std::size_
         fault.times = 1;
         rounds.push_back(fault);
         fault.times = ForEver;
-        if (fault.call != "HeapAlloc") { // whose callers try again until there is memory
+        if (fault.call != OutOfMemory) {
             rounds.push_back(fault);
         }
     }
@@ -230,7 +236,8 @@ int main(int count, char** arguments) {
     app.add_option("--jobs", line.jobs, "so many at a time")->check(CLI::Range(1, 64));
     app.add_option("--write", line.folder, "write descriptions of broken rounds there")->type_name("DIR");
     CLI11_PARSE(app, count, arguments);
-    if (line.scenarios.empty()) {
+    const bool areChosen = line.scenarios.empty();
+    if (areChosen) {
         for (const char* name : Chosen) {
             line.scenarios.push_back(fmt::format("{}/{}.toml", QM_SCENARIOS, name));
         }
@@ -240,6 +247,12 @@ int main(int count, char** arguments) {
         const std::filesystem::path file = line.scenarios[place];
         Scenario scenario{(file.parent_path().filename() / file.stem()).string(), file.string(), {}, 0};
         RunScenario(scenario, place, line, total);
+    }
+    for (const char* name : {OutOfMemory, EndOfList, ReportOfState, EntryOfHandler, MakingOfEvent}) {
+        if (areChosen && !total.operations.contains(name)) { // a wrong name would change the rounds without a sign
+            fmt::print("{}: no scenario calls it\n", name);
+            ++total.failed;
+        }
     }
     fmt::print("{} scenarios: {} calls of {} operations failed once, {} from then on; {} rounds broken\n",
                line.scenarios.size(), total.once, total.operations.size(), total.lasting, total.failed);

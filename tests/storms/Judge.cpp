@@ -17,6 +17,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <numeric>
 
 extern CComPorts* g_portsOfImage asm("image_g_pComPorts"); // the image's names are not those of the source
@@ -95,12 +96,9 @@ void Judge::Watch() {
 
 void Judge::Schedule() {
     std::vector<Event> events = m_plan.events;
-    for (Event& event : CalmEvents(m_plan, &m_settledAtMs)) {
-        if (event.text.starts_with("resume") && event.atMs > m_plan.calmAtMs) { // not the resume before the calm
-            m_lastCheckMs = event.atMs;
-        }
-        events.push_back(std::move(event));
-    }
+    CalmTimes times;
+    std::ranges::move(CalmEvents(m_plan, &times), std::back_inserter(events));
+    m_lastCheckMs = times.lastCheckMs;
     for (std::size_t i = 1; i < events.size(); ++i) {
         if (events[i].atMs - events[i - 1].atMs < SettlingMs) {
             continue;

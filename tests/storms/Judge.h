@@ -81,7 +81,7 @@ private:
 
     const Plan& m_plan;
     unsigned m_looks = 0;
-    std::uint64_t m_settledAtMs = 0, m_lastCheckMs = 0;
+    std::uint64_t m_lastCheckMs = 0;
     std::uint64_t m_failed = 0, m_failedAtMs = 0; // calls that failed, the last of them
     std::map<std::pair<Reason, const Device*>, std::uint64_t> m_grants;
     std::map<const Device*, rehearse::WrittenValue> m_moves; // the last write to its name

@@ -569,7 +569,9 @@ void Planner::MakeHistory() {
     std::stable_sort(plan.events.begin(), plan.events.end(),
                      [](const Event& a, const Event& b) { return a.atMs < b.atMs; });
     plan.calmAtMs = plan.events.back().atMs + Minute;
-    (void)CalmEvents(plan, &plan.settledAtMs);
+    CalmTimes times;
+    (void)CalmEvents(plan, &times);
+    plan.settledAtMs = times.settledAtMs;
 }
 
 // The machine goes to sleep or off somewhere in the history and comes back later: what happens in between happens to a

@@ -85,8 +85,13 @@ Plan PlanOf(std::uint64_t seed);
 void AddPeople(Plan& plan, Random& random);
 std::string SwitchesText(const Switches& switches);
 
+struct CalmTimes {
+    std::uint64_t settledAtMs = 0; // when every device has arrived again
+    std::uint64_t lastCheckMs = 0; // the last check of all ports; 0: there is none
+};
+
 // The events of the calm: everything is plugged in, arrives again and is checked until nothing should be left to do.
-std::vector<Event> CalmEvents(const Plan& plan, std::uint64_t* settledAtMs);
+std::vector<Event> CalmEvents(const Plan& plan, CalmTimes* times);
 
 // As quillmarch-rehearse reads it.
 std::string Description(const Plan& plan);

@@ -55,7 +55,7 @@ static std::string EventText(const Plan& plan, const Event& event) {
     return text + event.text + "\n\n";
 }
 
-std::vector<Event> CalmEvents(const Plan& plan, std::uint64_t* settledAtMs) {
+std::vector<Event> CalmEvents(const Plan& plan, CalmTimes* times) {
     constexpr std::uint64_t UnitPauseMs = 12'000, CheckPauseMs = 40'000;
     std::vector<Event> events;
     std::uint64_t at = plan.calmAtMs;
@@ -88,9 +88,10 @@ std::vector<Event> CalmEvents(const Plan& plan, std::uint64_t* settledAtMs) {
             }
         }
     }
-    *settledAtMs = at;
+    times->settledAtMs = at;
     for (unsigned check = 0; check < checks; ++check, at += CheckPauseMs) {
         events.push_back({at, "resume = \"automatic\"", -1, -1});
+        times->lastCheckMs = at;
     }
     return events;
 }
@@ -124,8 +125,8 @@ std::string Description(const Plan& plan) {
     for (const Event& event : WithoutVainPulls(plan, plan.events)) {
         text += EventText(plan, event);
     }
-    std::uint64_t settledAtMs = 0;
-    for (const Event& event : CalmEvents(plan, &settledAtMs)) {
+    CalmTimes times;
+    for (const Event& event : CalmEvents(plan, &times)) {
         text += EventText(plan, event);
     }
     return text;
