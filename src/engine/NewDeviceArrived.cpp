@@ -226,12 +226,13 @@ static bool CameWithRestartedPort(const CComPort* port) {
     return false;
 }
 
-// The others of a device whose hub port was cycled at the start may have come back under other kernel names. With the
-// former one in the record, no newcomer of that number would count as a copy and be moved away.
+// A port whose name appeared after the wait for it, and the others of a device whose hub port was cycled at the start,
+// may have come back under other kernel names. With the former one in the record, no newcomer of that number would
+// count as a copy and be moved away.
 static void TakeUnheardKernelNames() {
     for (LONG i = 0; g_pComPorts != nullptr && i < g_pComPorts->PortCount; ++i) {
         CComPort* port = g_pComPorts->Ports[i];
-        if (port != nullptr && port->IsPresent && CameWithRestartedPort(port)) {
+        if (port != nullptr && port->IsPresent && (port->RestartTicker != 0 || CameWithRestartedPort(port))) {
             TakeNameOfRunningPort(port);
         }
     }
