@@ -153,7 +153,11 @@ static bool IsHolderWithoutLink(const Assignment& check) {
 }
 
 void NoteRivalForOldName(const Assignment& check) {
-    check.port->NameRival = IsHolderWithoutLink(check) ? check.registryHolder->Index + 1 : 0;
+    // A check before the restart, such as that of a resume, finds the new name and no holder: it must not forget this
+    // one.
+    if (IsHolderWithoutLink(check)) {
+        check.port->NameRival = check.registryHolder->Index + 1;
+    }
 }
 
 void RestartIfNameLeftWithPort(const Assignment& check) {
