@@ -149,6 +149,7 @@ TEST_F(DeviceEvents, TheClassAndThePathDecideWhatIsDone) {
     EXPECT_TRUE(Logged("DBT_DEVICEQUERYREMOVE"));
     // Any program can send the window a code that has no record, and any number as its address.
     EXPECT_EQ(DeviceChangeMsg(DBT_DEVNODES_CHANGED, reinterpret_cast<DEV_BROADCAST_HDR*>(16)), 0u);
+    EXPECT_EQ(DeviceChangeMsg(DBT_DEVICEARRIVAL, nullptr), 0u);
     EXPECT_EQ(DeviceChangeMsg(0x8006, reinterpret_cast<DEV_BROADCAST_HDR*>(16)), 0u);
     EXPECT_TRUE(Logged("WM_DEVICE_CHANGE wParam=00008006"));
     EXPECT_EQ(CountLogged("WM_DEVICE_CHANGE wParam=00008001"), 2);

@@ -153,15 +153,35 @@ TEST(NameClaims, ASwapSparesTheLinkOfAThirdPortAndNoOther) {
     CComPorts* table = inventorytest::NewTable();
     CComPort* first = inventorytest::Put(table, {.devInst = 1, .regName = "COM3"});
     const CComPort* second = inventorytest::Put(table, {.devInst = 2, .regName = "COM4"});
-    CComPort* third = inventorytest::Put(table, {.devInst = 3, .regName = "COM3", .kernelNameCom = link});
+    CComPort* third =
+        inventorytest::Put(table, {.devInst = Node("TEST\\UART\\A").number, .regName = "COM3", .kernelNameCom = link});
     const auto isThirds = [&] { return IsNameOfThird("COM3", first, second); };
     EXPECT_TRUE(isThirds()) << "by its record";
+    EXPECT_TRUE(IsLinkOfAnother(first, "COM3", link));
+    constexpr RecordCase OfNobody[] = {
+        {"unused", [](CComPort* port) { port->IsUsed = 0; }},
+        {"absent", [](CComPort* port) { port->IsPresent = 0; }},
+        {"without a device", [](CComPort* port) { port->DevInst = static_cast<DWORD>(-1); }},
+        {"a copy", [](CComPort* port) { port->HasCopiedName = 1; }},
+    };
+    const CComPort owner = *third;
+    for (const RecordCase& row : OfNobody) {
+        row.change(third);
+        EXPECT_FALSE(isThirds()) << row.what;
+        EXPECT_FALSE(IsLinkOfAnother(first, "COM3", link)) << row.what;
+        CopyText(third->szKernelNameDevPath, link);
+        EXPECT_EQ(third->HasCopiedName != 0, isThirds()) << row.what << ", though its device has this kernel name";
+        *third = owner;
+    }
+    third->DevInst = 99999;
+    EXPECT_FALSE(IsLinkOfAnother(first, "COM3", link)) << "pulled out unnoticed";
     third->szPortName[0] = 0;
     EXPECT_FALSE(isThirds()) << "nobody's";
     CopyText(third->szKernelNameDevPath, link);
     EXPECT_TRUE(isThirds()) << "perhaps: its device has this kernel name";
     CopyText(first->szKernelNameCom, link);
     EXPECT_FALSE(isThirds()) << "by the first one's record";
+    EXPECT_FALSE(IsNameOfThird("COM3", second, first)) << "by the second one's record";
     first->szKernelNameCom[0] = 0;
     CopyText(third->szRegPortName, "COM5");
     EXPECT_FALSE(isThirds()) << "it wants another name";
@@ -242,7 +262,11 @@ TEST(NameClaims, ALinkPassesToTheCopyOnlyIfItWasItsAllTheTime) {
         {"absent", [](CComPort* port) { port->IsPresent = 0; }},
         {"the link leads elsewhere", [](CComPort* port) { CopyText(port->szKernelNameCom, "\\Device\\Other"); }},
         {"the link leads nowhere",
-         [](CComPort* port) { CopyText(port->szPortName, "COM9"), CopyText(port->szKernelNameCom, "\\Device\\Gone"); }},
+         [](CComPort* port) {
+             CopyText(port->szPortName, "COM9"), CopyText(port->szRegPortName, "COM9");
+             CopyText(port->szKernelNameCom, "\\Device\\Gone");
+         }},
+        {"another name went", [](CComPort* port) { CopyText(port->szRegPortName, "COM4"); }},
     };
     Build({Port("TEST\\UART\\A", "COM3")});
     ASSERT_TRUE(CreateDosName("COM9", "\\Device\\Gone"));
@@ -258,7 +282,7 @@ TEST(NameClaims, ALinkPassesToTheCopyOnlyIfItWasItsAllTheTime) {
         }
         CComPort gone;
         gone.DevInst = goneDevInst;
-        CopyText(gone.szRegPortName, port->szPortName);
+        CopyText(gone.szRegPortName, port->szRegPortName);
         PassOnLink(&gone);
         return port->HasCopiedName == 1;
     };
