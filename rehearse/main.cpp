@@ -243,6 +243,31 @@ static std::string WrongLine(const CLI::App& app, const CLI::ParseError& error) 
     return said;
 }
 
+// What would silently not be answered or written; an error text if there is such an option.
+static std::string WrongQuestion(const CLI::App& app) {
+    std::string question;
+    for (const char* one : {"--rules", "--compare", "--tree", "--devices"}) {
+        if (app.count(one) && !question.empty()) {
+            return fmt::format("{} and {} are two questions: ask one at a time", question, one);
+        }
+        question = app.count(one) ? one : question;
+    }
+    if (question.empty()) {
+        return "";
+    }
+    for (const char* output : {"--html", "--log", "--pictures"}) {
+        if (app.count(output)) {
+            return question == "--compare"
+                       ? fmt::format("{} is for one run, and --compare makes two", output)
+                       : fmt::format("{} is for a rehearsal, and {} asks for none", output, question);
+        }
+    }
+    if (app.count("--json") && (question == "--tree" || question == "--devices")) {
+        return fmt::format("--json is for a report, and {} prints none", question);
+    }
+    return question == "--rules" && app.count("--ini") ? "--rules names the configuration: leave --ini out" : "";
+}
+
 // What a fleet's options ask for; an error text if they do not fit together.
 static std::string CompleteFleet(const CLI::App& app, Line& line) {
     const bool isFleet = app.count("--fleet") != 0;
@@ -308,12 +333,9 @@ static std::string Complete(const CLI::App& app, Line& line) {
     if (std::string wrong = CompleteFleet(app, line); !wrong.empty()) {
         return wrong;
     }
-    if (line.options.rules && line.options.compare) {
-        return "--rules and --compare are two questions: ask one at a time";
-    }
     const bool isFleet = !line.fleet.folder.empty() || line.fleet.merge || line.isMember;
-    if (line.options.compare && !isFleet && app.count("--html") + app.count("--log") + app.count("--pictures")) {
-        return "--compare says what differs between two runs: --html, --log and --pictures are for one";
+    if (std::string wrong = isFleet || line.isObserver ? "" : WrongQuestion(app); !wrong.empty()) {
+        return wrong;
     }
     if (line.options.description.empty() && !line.options.rules && !isFleet) {
         return "the machine is missing: a description, a folder of _capture_machine.cmd, or exports";

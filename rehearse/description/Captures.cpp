@@ -116,6 +116,9 @@ static TomlTable ReadExports(const Options& options) {
     std::vector<std::string> files = {options.description};
     files.insert(files.end(), options.moreExports.begin(), options.moreExports.end());
     for (const std::string& file : files) {
+        if (IsFolder(file)) {
+            throw InputError({file, 0, 0}, "this is a folder: only exports can be named side by side");
+        }
         if (!IsFile(file)) {
             throw InputError({file, 1, 1}, fmt::format("there is no file '{}' that can be read", file));
         }

@@ -83,6 +83,7 @@ cp ports.ini "$scratch/bare/second.ini"
 refused "$scratch/bare/second.ini:1:1: this folder has a second INI file: name one with --ini, and move the other elsewhere" "$scratch/bare"
 refused "ports.ini:1:1: this is no export of the registry: only exports can be named side by side" ports.reg ports.ini
 mkdir "$scratch/empty"
+refused "$scratch/empty: this is a folder: only exports can be named side by side" "$scratch/empty" ports.reg
 refused "$scratch/empty: this folder has neither a machine.toml nor an export of the registry" "$scratch/empty"
 refused "ports.reg: this file is an input, it is not overwritten" --json ports.reg "$scratch/whole.reg" ports.reg
 cp ports.reg "$scratch/empty"

@@ -36,6 +36,11 @@ want 'quillmarch-rehearse: --ini is given more than once' --ini a.ini --ini b.in
 want 'quillmarch-rehearse: --check takes no value' --check=x fine/fine.toml
 want 'quillmarch-rehearse: --shard needs a value, and this one is empty' --fleet fine --ini a.ini --out b --shard ''
 want 'quillmarch-rehearse: the name of the machine is empty' --rules a.ini ''
+want 'quillmarch-rehearse: --html is for a rehearsal, and --rules asks for none' --rules a.ini --html a.html fine/fine.toml
+want 'quillmarch-rehearse: --html is for one run, and --compare makes two' --compare a.ini --html a.html fine/fine.toml
+want 'quillmarch-rehearse: --rules names the configuration: leave --ini out' --rules a.ini --ini a.ini fine/fine.toml
+want 'quillmarch-rehearse: --json is for a report, and --tree prints none' --tree --json a.json fine/fine.toml
+want 'quillmarch-rehearse: --tree and --devices are two questions: ask one at a time' --tree --devices fine/fine.toml
 want 'fine: this is a folder, and a file is needed here' --ini fine fine/fine.toml
 want 'quillmarch-rehearse: --seed must be a number from 0 to 18446744073709551615, not '\''-1'\' --seed -1 fine/fine.toml
 want "quillmarch-rehearse: there is no story 'replugg'; did you mean 'replug'?" --story 'boot, replugg' fine/fine.toml
