@@ -2,6 +2,7 @@
 // on a port that ends without a change, on records made by hand. Changes are rehearsed on whole machines.
 #include "engine/SectionMatching.h"
 #include "engine/AssignmentCheck.h"
+#include "engine/NumberChoice.h"
 #include "engine/WildcardMatch.h"
 #include "inventory/names/CDosDeviceNames.h"
 #include "simwin/registry/Registry.h"
@@ -127,4 +128,32 @@ TEST(AssignmentCheck, EachEndWithoutAChangeTellsWhyAndWhetherItIsThrough) {
         EXPECT_STREQ(target, "\\Device\\Serial8") << "the table has it: no swap with it, and no hack frees it";
         port->IsUsed = 0;
     }
+}
+
+// Otherwise a marked port would be restarted for another free number at each check, or keep the number 0.
+TEST(AssignmentCheck, AnOwnNumberComesBeforeAFreeOne) {
+    UseIni("");
+    machine::TheRegistry().SetBinary("HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter", "ComDB",
+                                     std::vector<std::uint8_t>(32));
+    CComPort* port = Port(inventorytest::NewTable(), "A", 4, "\\Device\\Serial4");
+    CComPort holder;
+    Assignment own = {}, shared = {}, oneLeft = {}, full = {};
+    own.port = shared.port = oneLeft.port = full.port = port;
+    shared.registryHolder = &holder;
+    oneLeft.newPortCount = MaxNewPorts - 1;
+    full.newPortCount = MaxNewPorts;
+    const auto added = [](Assignment check) {
+        const LONG before = check.newPortCount;
+        AppendFreeNumber(&check);
+        return std::vector(check.newPorts + before, check.newPorts + check.newPortCount);
+    };
+    EXPECT_EQ(added(own), (std::vector<DWORD>{4, 1}));
+    EXPECT_EQ(added(shared), std::vector<DWORD>{1});
+    EXPECT_EQ(added(oneLeft), std::vector<DWORD>{1});
+    EXPECT_EQ(added(full), std::vector<DWORD>{});
+    port->HasCopiedName = 1;
+    EXPECT_EQ(added(own), std::vector<DWORD>{1});
+    port->HasCopiedName = 0;
+    port->PortNumber = 0;
+    EXPECT_EQ(added(own), std::vector<DWORD>{1});
 }

@@ -188,6 +188,28 @@ TEST(NameClaims, ASwapSparesTheLinkOfAThirdPortAndNoOther) {
     EXPECT_FALSE(IsNameOfThird("COM9", first, second)) << "no link";
 }
 
+TEST(NameClaims, APortRunsUnderItsFormerNameWhileThatLinkIsItsOwn) {
+    constexpr RecordCase NoLonger[] = {
+        {"the link is another's", [](CComPort* port) { CopyText(port->szKernelNameCom, "\\Device\\Other"); }},
+        {"no link", [](CComPort* port) { CopyText(port->szPortName, "COM9"), port->szKernelNameCom[0] = 0; }},
+        {"pulled out unnoticed", [](CComPort* port) { port->DevInst = 99999; }},
+        {"the registry name is in force", [](CComPort* port) { CopyText(port->szRegPortName, "COM3"); }},
+    };
+    Build({Port("TEST\\UART\\A", "COM3")});
+    char link[DosTargetSize];
+    ASSERT_TRUE(QueryDosName("COM3", link));
+    CComPort* port = inventorytest::Put(
+        inventorytest::NewTable(), {.devInst = Node("TEST\\UART\\A").number, .regName = "COM3", .kernelNameCom = link});
+    CopyText(port->szRegPortName, "COM5");
+    EXPECT_TRUE(RunsUnderFormerName(port));
+    const CComPort former = *port;
+    for (const RecordCase& row : NoLonger) {
+        row.change(port);
+        EXPECT_FALSE(RunsUnderFormerName(port)) << row.what;
+        *port = former;
+    }
+}
+
 TEST(NameClaims, ARestartIsAwaitedUntilThePortIsBackFromItOrItIsFiveSecondsOverdue) {
     CComPorts* table = inventorytest::NewTable();
     CComPort* first = inventorytest::Put(table, {.regName = "COM5", .sameParent = 7});
