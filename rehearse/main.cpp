@@ -221,7 +221,10 @@ static std::string CompleteStories(Line& line) {
             line.options.stories.push_back(story);
         }
     }
-    return "";
+    const std::vector<std::string>& all = line.options.stories;
+    return all.size() > 1 && std::find(all.begin(), all.end(), "none") != all.end()
+               ? "--story none leaves all stories out: name no other beside it"
+               : "";
 }
 
 // What the library says of a line that it cannot read, in the tool's own words.

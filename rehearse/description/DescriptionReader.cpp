@@ -433,6 +433,9 @@ std::string ReadHostFile(const std::string& file, const Position& at, std::size_
         bytes.resize(size + static_cast<std::size_t>(stream.gcount()));
         refuseAbove(bytes.size());
     }
+    if (stream.bad()) { // such as of a share that went away: what was read would pass for the whole
+        RefuseFile(file, at, fmt::format("'{}' cannot be read to its end", file));
+    }
     if (g_fileWatcher) {
         g_fileWatcher(file, &bytes);
     }

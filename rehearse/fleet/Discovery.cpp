@@ -11,7 +11,8 @@
 
 namespace rehearse::fleet {
 
-static constexpr const char* OwnDescription = "machine.toml"; // of a folder that is one machine
+static constexpr const char* OwnDescription = "machine.toml"; // of a folder that is one machine; written last
+static constexpr const char* OwnExport = "registry.txt";
 
 namespace {
 
@@ -23,7 +24,7 @@ struct Place {
 // What one folder holds.
 struct Contents {
     std::vector<Place> descriptions, folders, links;
-    bool isMachine = false, hasExports = false;
+    bool isMachine = false, hasExports = false, isCapture = false;
 };
 
 class Search {
@@ -64,6 +65,8 @@ Contents Search::Look(const Place& place, std::string& error) const {
             contents.descriptions.push_back(std::move(inside));
         } else if (HasExtension(file, ".reg")) {
             contents.hasExports = true;
+        } else if (machine::EqualNoCase(file, OwnExport)) {
+            contents.isCapture = true;
         }
     }
     return contents;
@@ -78,11 +81,17 @@ void Search::Enter(const Place& place) {
     std::string error;
     Contents contents = Look(place, error);
     if (!error.empty()) {
-        found.push_back({name, place.path, true, error});
+        found.push_back({name, place.path, true, "this folder cannot be looked into: " + error});
         return;
     }
     if (contents.isMachine || (contents.hasExports && contents.descriptions.empty())) {
         found.push_back({name, place.path, true, ""});
+        return;
+    }
+    if (contents.isCapture && contents.descriptions.empty()) {
+        found.push_back({name, place.path, true,
+                         std::string("this capture was not finished or not copied whole: it has a ") + OwnExport +
+                             " and no " + OwnDescription});
         return;
     }
     for (const Place& one : contents.descriptions) {

@@ -306,7 +306,7 @@ void FleetRun::Start(std::size_t index) {
         MachineResult result;
         result.name = ShownName(machine.name);
         result.verdict = VerdictWrongInput;
-        result.why = "this folder cannot be looked into: " + machine.problem;
+        result.why = machine.problem;
         m_waiting.emplace(index, std::move(result));
         if (m_store) {
             m_store->Save(m_resultFiles[index], {KeyOfMachine(machine), m_question.key, {}, m_waiting.at(index)});

@@ -54,6 +54,7 @@ std::string MachineResult::Line() const {
                                          [](const PortResult& port) { return port.isPresent && !port.wanted.empty(); });
         text = ruled == 0   ? "no port with a rule"
                : ruled == 1 ? "the one port with a rule has its number"
+               : ruled == 2 ? "both ports with a rule have their numbers"
                             : fmt::format("all {} ports with a rule have their numbers", ruled);
     }
     const auto touched =

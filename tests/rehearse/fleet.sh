@@ -114,9 +114,11 @@ exec 9>&-
 # A folder whose name ends in the fleet's.
 mkdir -p "$scratch/pc/lab-pc"
 printf 'registry = ["gone.reg"]\n' >"$scratch/pc/lab-pc/machine.toml"
+mkdir "$scratch/pc/half" && : >"$scratch/pc/half/registry.txt" # a capture that was broken off
 cp $ini "$scratch"
 cd "$scratch" || exit 1
 code 1 --fleet pc --ini desk.ini
+has out '^half +wrong input +this capture was not finished'
 has out "^lab-pc .* lab-pc/machine.toml:1:13: there is no file 'lab-pc/gone.reg'"
 cd "$OLDPWD" || exit 1
 

@@ -36,6 +36,8 @@ want 'quillmarch-rehearse: --ini is given more than once' --ini a.ini --ini b.in
 want 'quillmarch-rehearse: --check takes no value' --check=x fine/fine.toml
 want 'quillmarch-rehearse: --shard needs a value, and this one is empty' --fleet fine --ini a.ini --out b --shard ''
 want 'quillmarch-rehearse: the name of the machine is empty' --rules a.ini ''
+want 'quillmarch-rehearse: --story none leaves all stories out: name no other beside it' --story none,boot fine/fine.toml
+want "/proc/self/mem:1:1: '/proc/self/mem' cannot be read to its end" --rules /proc/self/mem
 want 'quillmarch-rehearse: --html is for a rehearsal, and --rules asks for none' --rules a.ini --html a.html fine/fine.toml
 want 'quillmarch-rehearse: --html is for one run, and --compare makes two' --compare a.ini --html a.html fine/fine.toml
 want 'quillmarch-rehearse: --rules names the configuration: leave --ini out' --rules a.ini --ini a.ini fine/fine.toml
