@@ -5,6 +5,7 @@
 #include "engine/NumberChoice.h"
 #include "engine/WildcardMatch.h"
 #include "inventory/names/CDosDeviceNames.h"
+#include "inventory/names/ComNameArbiter.h"
 #include "simwin/registry/Registry.h"
 #include "tests/unit/config/ConfigOnMachine.h"
 #include "tests/unit/inventory/PortBuilder.h"
@@ -156,4 +157,18 @@ TEST(AssignmentCheck, AnOwnNumberComesBeforeAFreeOne) {
     port->HasCopiedName = 0;
     port->PortNumber = 0;
     EXPECT_EQ(added(own), std::vector<DWORD>{1});
+}
+
+TEST(AssignmentCheck, AWrittenNumberIsFreeAgainOnlyIfTheRegistryHoldsAnother) {
+    CComPort* port = Port(inventorytest::NewTable(), "A", 4, "\\Device\\Serial4");
+    using Row = std::pair<const char*, LONG>;
+    for (const auto& [regName, free] : {Row{"COM5", 20}, Row{"COM20", 21}, Row{"", 21}}) { // "": it cannot be read
+        machine::TheRegistry().SetBinary("HKLM\\SYSTEM\\CurrentControlSet\\Control\\COM Name Arbiter", "ComDB",
+                                         std::vector<std::uint8_t>(32));
+        ComNameArbiterAdd(20);
+        CopyText(port->szRegPortName, regName);
+        port->WrittenNumber = 20;
+        FreeUnwrittenNumber(port);
+        EXPECT_EQ(ComNameArbiterFindFree(20), free) << regName;
+    }
 }

@@ -279,6 +279,30 @@ TEST(NameClaims, OnlyAPortThatRunsWithoutANameIsMarkedBeforeItsNameIsTaken) {
     }
 }
 
+TEST(NameClaims, ARunningPortBesideItHoldsANameThatIsNotThereYet) {
+    constexpr RecordCase Others[] = {
+        {"unused", [](CComPort* port) { port->IsUsed = 0; }},
+        {"absent", [](CComPort* port) { port->IsPresent = 0; }},
+        {"no device", [](CComPort* port) { port->DevInst |= VirtualDevInst; }},
+        {"a problem", [](CComPort* port) { port->DevInst = 99999; }},
+        {"of another device", [](CComPort* port) { port->SameParentDevInst = 8; }},
+        {"another registry name", [](CComPort* port) { CopyText(port->szRegPortName, "COM6"); }},
+    };
+    Build({Port("TEST\\UART\\A", "COM3")});
+    CComPort* port = inventorytest::Put(inventorytest::NewTable(),
+                                        {.devInst = Node("TEST\\UART\\A").number, .regName = "COM5", .sameParent = 7});
+    const CComPort running = *port;
+    EXPECT_EQ(FindNamelessSibling("COM5", &running), port);
+    EXPECT_EQ(FindNamelessSibling("COM5", port), nullptr) << "its own name";
+    for (const RecordCase& row : Others) {
+        row.change(port);
+        EXPECT_EQ(FindNamelessSibling("COM5", &running), nullptr) << row.what;
+        *port = running;
+    }
+    CopyText(port->szRegPortName, "COM3");
+    EXPECT_EQ(FindNamelessSibling("COM3", &running), nullptr) << "its link is there";
+}
+
 TEST(NameClaims, ALinkPassesToTheCopyOnlyIfItWasItsAllTheTime) {
     constexpr RecordCase Kept[] = {
         {"absent", [](CComPort* port) { port->IsPresent = 0; }},
