@@ -64,7 +64,7 @@ want "$wide.pipe:1:1: '$wide.pipe' has more than 16 MiB, too much for its kind" 
 
 # As some shells write a file. The column counts characters, also those of two halves.
 for encoding in UTF-16LE UTF-16BE; do
-    printf '\uFEFF# \uE4\r\ntitle = "\U1F50C" 5\r\n' | iconv -f UTF-8 -t $encoding >"$wide"
+    printf '\xEF\xBB\xBF# \xC3\xA4\r\ntitle = "\xF0\x9F\x94\x8C" 5\r\n' | iconv -f UTF-8 -t $encoding >"$wide"
     want "$wide:2:13: Error while parsing key-value pair: expected a comment or whitespace, saw '5'" "$wide"
 done
 printf '\xFF\xFE#\0\n\0\x3D\xD8\n\0' >"$wide"
