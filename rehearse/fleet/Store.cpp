@@ -194,6 +194,9 @@ unsigned Store::CountOfShards() const {
 }
 
 Question Store::LoadShards(std::vector<std::string>& resultFiles, unsigned count) const {
+    if (count == 0) {
+        throw std::logic_error("a merge of no shards");
+    }
     std::vector<KeptShard> shards;
     for (unsigned index = 0; index < count; ++index) {
         shards.push_back(LoadShard(PathOf(ShardFile({index, count}))));
